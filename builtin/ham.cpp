@@ -3,15 +3,29 @@
 // The action that a manager takes at our exit stands in the service unit and not in a message: the protocol
 // knows none for it, and a manager that lost its mind about it would do so with our process. So registering
 // means only that this process reports itself from now on.
+//
+// The single instance hangs on a lock and not on a pid file: the kernel releases it however the process ends,
+// and no number can be taken for that of a stranger who got it later.
 #include "ham.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <event2/event.h>
 #include <systemd/sd-daemon.h>
 
 #include "process_manager.h"
+#include "settings.h"
 
 namespace
 {
@@ -32,6 +46,36 @@ void tell_ready(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
 void tell_alive(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
 {
     sd_notify(0, "WATCHDOG=1");
+}
+
+std::string lock_path()
+{
+    return platform::setting("VX_LOCK_FILE", std::string("/run/") + program_invocation_short_name + ".lock");
+}
+
+int32_t cannot_tell(const std::string &path, int error)
+{
+    fprintf(stderr, "platform: cannot lock %s: %s\n", path.c_str(), strerror(error));
+    return -error;
+}
+
+// The file's content is for people; nothing depends on it. Returns ", pid 123", or "" when it names none.
+std::string holder_in(int fd)
+{
+    std::array<char, 16> content{};
+    const ssize_t length = pread(fd, content.data(), content.size(), 0);
+    std::string pid(content.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    pid.erase(std::find_if_not(pid.begin(), pid.end(), [](char c) { return c >= '0' && c <= '9'; }),
+              pid.end());
+    return pid.empty() ? "" : ", pid " + pid;
+}
+
+void write_holder(int fd)
+{
+    const std::string pid = std::to_string(getpid()) + "\n";
+    if (ftruncate(fd, 0) != 0 || pwrite(fd, pid.data(), pid.size(), 0) < 0) {
+        fprintf(stderr, "platform: cannot note our pid in the lock file: %s\n", strerror(errno));
+    }
 }
 
 } // namespace
@@ -85,4 +129,32 @@ int32_t reg_process_exit_action(int32_t first, int32_t /*action*/)
     }
     is_registered = true;
     return 0;
+}
+
+int32_t vx_initframe_duplicate_check(void)
+try {
+    static int held = -1; // for the rest of the process's life, so nobody closes it
+    if (held >= 0) {
+        return 0;
+    }
+    const std::string path = lock_path();
+    // For nobody else to open: whoever can, could hold the lock and keep us from starting.
+    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return cannot_tell(path, errno);
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        if (error == EWOULDBLOCK) {
+            fprintf(stderr, "platform: %s is held by another instance%s\n", path.c_str(),
+                    holder_in(fd).c_str());
+        }
+        close(fd);
+        return error == EWOULDBLOCK ? 1 : cannot_tell(path, error);
+    }
+    write_holder(fd);
+    held = fd;
+    return 0;
+} catch (const std::exception &) {
+    return -ENOMEM;
 }
