@@ -56,8 +56,8 @@ struct CardNode {
     int32_t slotid;
     int32_t sslotid;
     uint8_t is_online;
-    int32_t node_type; // p_dev.dm_node_type_e
-    int32_t tipc_node; // TIPC node id
+    int32_t node_type;              // p_dev.dm_node_type_e
+    int32_t tipc_node;              // TIPC node id
     uint8_t dm_install;             // 1 once a write of the card's information was handled
     uint8_t reported;               // 1 once a final result was published
     char reason[APP_CG_REASON_LEN]; // reason of the last denial, terminated

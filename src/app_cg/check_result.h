@@ -11,8 +11,8 @@
 #include <cstdint>
 
 // Result by TIPC node, database 1.
-int32_t app_cg_update_mom_check_result(int32_t devid, int32_t slotid, int32_t sslotid, int32_t stat, int32_t op,
-                                       int32_t node_type, int32_t card_tipc_nodeid);
+int32_t app_cg_update_mom_check_result(int32_t devid, int32_t slotid, int32_t sslotid, int32_t stat,
+                                       int32_t op, int32_t node_type, int32_t card_tipc_nodeid);
 
 // Result by position, database 28. `node_type` is only logged.
 int32_t app_cg_update_card_check_result(int32_t devid, int32_t slotid, int32_t sslotid, int32_t stat,

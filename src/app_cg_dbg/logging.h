@@ -16,6 +16,12 @@
 #define APP_CG_LOG_SOURCE "app_cg.cpp"
 #endif
 
+// The function name in a record. A file that splits one callback over several functions defines it as the
+// callback's name, for the same reason.
+#ifndef APP_CG_LOG_FUNCTION
+#define APP_CG_LOG_FUNCTION __func__
+#endif
+
 constexpr std::size_t APP_CG_LOG_LINE_LEN = 1024;
 
 constexpr int32_t APP_CG_LEVEL_INFO = 40;
@@ -32,8 +38,9 @@ extern uint32_t app_cg_verbosity;
         char app_cg_log_line[APP_CG_LOG_LINE_LEN] = {};                                                      \
         at_snprintf(app_cg_log_line, sizeof app_cg_log_line, __VA_ARGS__);                                   \
         if (g_app_cg_global.zlog_handle != nullptr) {                                                        \
-            vxcg_zlog(g_app_cg_global.zlog_handle, APP_CG_LOG_SOURCE, sizeof APP_CG_LOG_SOURCE - 1, __func__,     \
-                      sizeof __func__ - 1, __LINE__, level, "%s", app_cg_log_line);                          \
+            vxcg_zlog(g_app_cg_global.zlog_handle, APP_CG_LOG_SOURCE, sizeof APP_CG_LOG_SOURCE - 1,          \
+                      APP_CG_LOG_FUNCTION, sizeof APP_CG_LOG_FUNCTION - 1, __LINE__, level, "%s",            \
+                      app_cg_log_line);                                                                      \
         }                                                                                                    \
     } while (0)
 
