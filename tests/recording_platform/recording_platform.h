@@ -22,11 +22,23 @@
 // field numbers: numbers and booleans (true) plain, enumerations by name (by number when there is none),
 // texts in double quotes, bytes as hexadecimal digits, sub-messages in braces even when empty. A line whose
 // arguments are not the usual ones (flags, callback argument or completion not 0, a context that is not
-// the platform's) says so in a suffix, e.g. " flags=1", " arg=set", " done=set", " context=wrong".
+// the platform's) says so in a suffix, e.g. " flags=1", " arg=set", " done=set", " context=wrong",
+// " callback=null", " result=null", " reserved=set", " category=wrong", " format=%d".
+//
+// A timer's handle stays readable as the argument of its callback and is freed when that returns; a
+// cancelled one is freed at once. Cancelling anything but an armed timer is "vx_thread_cancel(unknown)".
+// A refused timer is "vx_thread_add_timer(300.000000) = null", an absent record "null".
+//
+// Two environment variables serve programs that are tested from outside:
+//   RECORDING_PLATFORM_JOURNAL  a file to which every line is appended as it happens; line ends and
+//                               backslashes within it are written as escapes;
+//   RECORDING_PLATFORM_SCRIPT   scripted results, as "vx_mom_del=-5;vx_mom_set=1,2": one number is returned
+//                               always, several are returned in turn.
 #ifndef RECORDING_PLATFORM_H
 #define RECORDING_PLATFORM_H
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -35,6 +47,7 @@
 #include "ssat.h"
 #include "vx_mom.h"
 #include "vx_thread.h"
+#include "vx_zlog.h"
 
 namespace recording
 {
@@ -98,6 +111,29 @@ void on_run(std::function<void()> action);
 
 // A record as the journal shows it.
 std::string text_of(const ProtobufCMessage *record);
+
+// The context and the log category that the platform hands out, for tests that skip the start-up.
+vx_global_t *context();
+vx_zlog_category_t *category();
+
+// The last log record, with what its journal line leaves out. Line 0 when there was none.
+struct LogCall {
+    std::string file; // as many characters as the call said
+    std::string function;
+    long line = 0;
+    int32_t level = 0;
+    std::string format;
+    std::string text;
+};
+const LogCall &last_log();
+
+// As deliver_written(), with a result that carries this error code and no record, or with no result at
+// all; false when nobody subscribed to the type.
+bool deliver_failed(const std::string &type_name, int32_t error_code, int32_t cmd = VX_MOM_CMD_SET);
+bool deliver_nothing(const std::string &type_name, int32_t cmd = VX_MOM_CMD_SET);
+
+// Results of vx_mom_hgetall_sync() that were not freed.
+std::size_t unfreed_results();
 
 } // namespace recording
 
