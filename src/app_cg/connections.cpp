@@ -98,7 +98,7 @@ int32_t app_cg_reconnect_db(void * /*first*/, int32_t db, int32_t type)
 {
     APP_CG_WARN("con change, db %d type %d", db, type);
     if (type != RECONNECT_COMPLETED) {
-        std::exit(EXIT_START_AFRESH); // NOLINT(concurrency-mt-unsafe): the process has one thread
+        std::exit(EXIT_START_AFRESH);
     }
     app_cg_set_db_state(db, 1);
     if (app_cg_is_all_db_connected() == 1) {

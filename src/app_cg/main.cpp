@@ -19,7 +19,7 @@
 int main()
 {
     gettimeofday(&g_app_cg_global.time_run, nullptr);
-    std::signal(SIGPIPE, SIG_IGN); // NOLINT(cert-err33-c): SIGPIPE can always be ignored
+    std::signal(SIGPIPE, SIG_IGN);
 
     int32_t rv = vx_initframe_duplicate_check();
     if (rv != 0) {

@@ -45,7 +45,7 @@ void app_cg_collect_redirect()
     std::snprintf(file, sizeof file, "%s/app_cg.log", COLLECT_FOLDER);
 
     // A folder that could not be made shows in the open below.
-    [[maybe_unused]] const int made = std::system(command); // NOLINT(concurrency-mt-unsafe)
+    [[maybe_unused]] const int made = std::system(command);
     collect_saved_stdout = dup(STDOUT_FILENO);
     collect_fd = open(file, O_RDWR | O_CREAT, 0644);
     if (collect_fd < 0) {
