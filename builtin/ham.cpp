@@ -21,11 +21,11 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <event2/event.h>
 #include <systemd/sd-daemon.h>
 
 #include "process_manager.h"
 #include "settings.h"
+#include "standard_descriptors.h"
 
 namespace
 {
@@ -83,11 +83,6 @@ void write_holder(int fd)
 namespace platform
 {
 
-void FreeNoticeEvent::operator()(event *ev) const noexcept
-{
-    event_free(ev);
-}
-
 ServiceNotices::ServiceNotices(event_base *base) : registered_(is_registered)
 {
     if (!registered_) {
@@ -137,6 +132,7 @@ try {
     if (held >= 0) {
         return 0;
     }
+    platform::occupy_standard_descriptors();
     const std::string path = lock_path();
     // For nobody else to open: whoever can, could hold the lock and keep us from starting.
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);

@@ -22,6 +22,9 @@
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 
+#include "descriptor.h"
+#include "standard_descriptors.h"
+
 #define SD_JOURNAL_SUPPRESS_LOCATION // the location is the caller's, not ours
 #include <systemd/sd-journal.h>
 
@@ -37,15 +40,12 @@ constexpr const char *journal_socket = "/run/systemd/journal/socket";
 class StandardErrorSink final : public spdlog::sinks::base_sink<std::mutex>
 {
 public:
-    StandardErrorSink() : fd_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1))
+    StandardErrorSink() : fd_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, first_own_descriptor))
     {
-        if (fd_ < 0) {
+        if (!fd_) {
             throw std::system_error(errno, std::generic_category(), "standard error");
         }
     }
-    ~StandardErrorSink() override { close(fd_); }
-    StandardErrorSink(const StandardErrorSink &) = delete;
-    StandardErrorSink &operator=(const StandardErrorSink &) = delete;
 
 protected:
     void sink_it_(const spdlog::details::log_msg &message) override
@@ -53,7 +53,7 @@ protected:
         spdlog::memory_buf_t line;
         formatter_->format(message, line);
         for (size_t done = 0; done < line.size();) {
-            const ssize_t written = ::write(fd_, line.data() + done, line.size() - done);
+            const ssize_t written = ::write(fd_.get(), line.data() + done, line.size() - done);
             if (written > 0) {
                 done += static_cast<size_t>(written);
             } else if (errno != EINTR) {
@@ -64,7 +64,7 @@ protected:
     void flush_() override {}
 
 private:
-    int fd_;
+    Descriptor fd_;
 };
 
 // One line per record, on a sink of spdlog.

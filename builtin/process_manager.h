@@ -6,17 +6,10 @@
 #ifndef PROCESS_MANAGER_H
 #define PROCESS_MANAGER_H
 
-#include <memory>
-
-struct event;
-struct event_base;
+#include "libevent_handles.h"
 
 namespace platform
 {
-
-struct FreeNoticeEvent {
-    void operator()(event *ev) const noexcept;
-};
 
 // Sends READY=1 and STATUS= at the loop's first turn, WATCHDOG=1 at half of the interval that the manager
 // asks for, and STOPPING=1 when it is destroyed. Does nothing at all unless this process called
@@ -32,8 +25,8 @@ public:
 
 private:
     bool registered_;
-    std::unique_ptr<event, FreeNoticeEvent> ready_;
-    std::unique_ptr<event, FreeNoticeEvent> watchdog_;
+    Event ready_;
+    Event watchdog_;
 };
 
 } // namespace platform

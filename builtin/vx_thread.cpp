@@ -18,26 +18,17 @@
 #include <string>
 #include <utility>
 
-#include <event2/event.h>
-
+#include "libevent_handles.h"
 #include "platform_context.h"
 #include "process_manager.h"
+#include "standard_descriptors.h"
 
 namespace
 {
 
-struct FreeBase {
-    void operator()(event_base *base) const noexcept { event_base_free(base); }
-};
-struct FreeConfig {
-    void operator()(event_config *config) const noexcept { event_config_free(config); }
-};
-struct FreeEvent {
-    void operator()(event *ev) const noexcept { event_free(ev); }
-};
-using Base = std::unique_ptr<event_base, FreeBase>;
-using Config = std::unique_ptr<event_config, FreeConfig>;
-using Event = std::unique_ptr<event, FreeEvent>;
+using platform::Event;
+using platform::EventBase;
+using platform::EventConfig;
 
 constexpr size_t slot_count = 2;
 
@@ -49,21 +40,21 @@ struct Timer : vx_thread_t {
     std::list<Timer>::iterator place;
 };
 
-Base make_base()
+EventBase make_base()
 {
-    const Config config{event_config_new()};
+    const EventConfig config{event_config_new()};
     if (!config) {
         return nullptr;
     }
     event_config_set_flag(config.get(), EVENT_BASE_FLAG_NO_CACHE_TIME | EVENT_BASE_FLAG_PRECISE_TIMER);
-    return Base{event_base_new_with_config(config.get())};
+    return EventBase{event_base_new_with_config(config.get())};
 }
 
 } // namespace
 
 // The members' order is the reverse of their end: slots are emptied first, then the timers, then the loop.
 struct vx_global {
-    vx_global(const char *module_name, Base loop) : module(module_name), base(std::move(loop)) {}
+    vx_global(const char *module_name, EventBase loop) : module(module_name), base(std::move(loop)) {}
     ~vx_global()
     {
         for (auto &slot : slots) {
@@ -74,7 +65,7 @@ struct vx_global {
     vx_global &operator=(const vx_global &) = delete;
 
     std::string module;
-    Base base;
+    EventBase base;
     std::list<Timer> timers; // armed ones only
     std::array<std::shared_ptr<void>, slot_count> slots;
 };
@@ -118,7 +109,8 @@ try {
     if (module == nullptr || reserved != nullptr) {
         return nullptr;
     }
-    Base base = make_base();
+    platform::occupy_standard_descriptors();
+    EventBase base = make_base();
     if (!base) {
         return nullptr;
     }

@@ -1,0 +1,46 @@
+// The debug shell's socket file.
+#ifndef SSAT_SOCKET_H
+#define SSAT_SOCKET_H
+
+#include <optional>
+#include <string>
+
+#include <sys/un.h>
+
+#include "descriptor.h"
+#include "ssat_output.h"
+
+namespace ssat
+{
+
+// Returns where the named module's shell listens: the setting SSAT_SOCKET, else /run/MODULE.ssat.
+std::string socket_path(const std::string &module);
+
+// Returns a path as a socket's address; nothing when the path is empty or too long for one.
+std::optional<sockaddr_un> address_of(const std::string &path);
+
+// A listening socket and its file, which is removed with it.
+class SocketFile
+{
+public:
+    // Listens on a socket file of mode 0600, in place of one that a dead process left behind.
+    // error  set to a positive errno when the result is false: EADDRINUSE when a live process listens there,
+    //        EEXIST when the file is something else than a socket.
+    bool open(const std::string &path, int &error);
+
+    SocketFile() = default;
+    ~SocketFile();
+    SocketFile(const SocketFile &) = delete;
+    SocketFile &operator=(const SocketFile &) = delete;
+
+    int fd() const noexcept { return socket_.get(); }
+
+private:
+    platform::Descriptor socket_;
+    std::string path_; // empty until there is a file of ours
+    Identity file_;
+};
+
+} // namespace ssat
+
+#endif
