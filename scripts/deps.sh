@@ -1,0 +1,68 @@
+# shellcheck shell=bash
+# The Debian packages that the project needs, and their installation. Sourced, after ui.sh.
+#
+# Only what dpkg does not know as installed is asked of apt-get, so that a second start needs neither the
+# network nor root. The package redis-server is not among them on purpose: it would start a server of the
+# system. The same program comes with redis-tools, which starts nothing.
+
+# shellcheck disable=SC2034 # used by the scripts that source this
+{
+    deps_build=(g++ cmake ninja-build pkg-config protobuf-c-compiler protobuf-compiler libprotobuf-c-dev
+        libprotoc-dev libhiredis-dev libevent-dev libspdlog-dev libsystemd-dev libcli11-dev nlohmann-json3-dev)
+    deps_run=(python3 redis-tools bubblewrap libfaketime)
+    deps_test=(libgtest-dev libgmock-dev python3-pytest python3-redis clang-format-14)
+    deps_lint=(clang-tidy-14)
+}
+
+# Prints those of the packages named that are not installed.
+deps_missing()
+{
+    local package
+    for package in "$@"; do
+        dpkg-query -W -f='${db:Status-Abbrev}' "$package" 2>/dev/null | grep -q '^ii' || printf '%s\n' "$package"
+    done
+}
+
+# Runs apt-get as root, whoever we are. Never asks a question.
+deps_apt()
+{
+    local runner=(env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o Dpkg::Use-Pty=0 -o DPkg::Lock::Timeout=120)
+    if [ "$(id -u)" -ne 0 ]; then
+        runner=(sudo "${runner[@]}")
+    fi
+    "${runner[@]}" "$@"
+}
+
+# Tells whether apt-get may be used: as root, or with sudo when it asks nothing or there is somebody to ask.
+deps_may_install()
+{
+    [ "$(id -u)" -eq 0 ] && return 0
+    command -v sudo >/dev/null || return 1
+    [ -t 0 ] || sudo -n true 2>/dev/null
+}
+
+# Installs those of the packages named that are missing; ends the script when that cannot be.
+deps_install()
+{
+    local missing log
+    mapfile -t missing < <(deps_missing "$@")
+    [ "${#missing[@]}" -eq 0 ] && return 0
+
+    command -v apt-get >/dev/null ||
+        die 1 "These packages are missing and there is no apt-get to install them: ${missing[*]}"
+    deps_may_install ||
+        die 1 "Missing packages. As root, run: apt-get update && apt-get install --no-install-recommends ${missing[*]}"
+
+    say "Installing ${missing[*]}"
+    log=$(mktemp "${TMPDIR:-/tmp}/app_cg-apt.XXXXXX")
+    # The lists of a fresh system are empty, and those of an old one name versions that are gone: both show
+    # as a failure, which an update mends. A system with good lists is spared the update.
+    if ! deps_apt install --no-install-recommends "${missing[@]}" >"$log" 2>&1; then
+        if ! { deps_apt update && deps_apt install --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
+            tail -n 20 "$log" >&2
+            rm -f "$log"
+            die 1 "apt-get could not install: ${missing[*]}"
+        fi
+    fi
+    rm -f "$log"
+}

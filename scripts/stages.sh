@@ -1,0 +1,122 @@
+# shellcheck shell=bash
+# The stages of ./test, what each of them counts, and the summary. Sourced, after ui.sh.
+#
+# Counts come from the JUnit files that both test runners write: their printed summaries are made for
+# people and differ from version to version. A stage without such a file counts as one test.
+# shellcheck disable=SC2154 # project_root and the colours are the sourcing script's
+
+stages_logs=$project_root/build/test-logs
+stages_passed=0
+stages_failed=0
+stages_lines=()
+
+stages_begin()
+{
+    if ! mkdir -p "$stages_logs" 2>/dev/null || [ ! -w "$stages_logs" ]; then
+        die 1 "$stages_logs cannot be written by $(id -un); remove build/ (another user built there)"
+    fi
+    rm -f "$stages_logs"/*
+}
+
+# Prints "passed failed skipped" of a JUnit file.
+stages_count()
+{
+    /usr/bin/python3 - "$1" <<'END'
+import sys
+import xml.etree.ElementTree as tree
+
+passed = failed = skipped = 0
+for case in tree.parse(sys.argv[1]).iter("testcase"):
+    if case.find("failure") is not None or case.find("error") is not None:
+        failed += 1
+    elif case.find("skipped") is not None:
+        skipped += 1
+    else:
+        passed += 1
+print(passed, failed, skipped)
+END
+}
+
+# Runs a stage: stage NAME FUNCTION [argument...]. The function finds the name of the JUnit file that it may
+# write in $junit. Returns the function's status.
+stage()
+{
+    local name=$1 began=$SECONDS status=0 passed=0 failed=0 skipped=0 verdict
+    junit=$stages_logs/${name//[, ]/-}.xml
+    shift
+    say "$name"
+    "$@" || status=$?
+    if [ -s "$junit" ]; then
+        read -r passed failed skipped < <(stages_count "$junit")
+    fi
+    # A run that broke down without naming a test, and one that found no test at all, has failed.
+    if [ "$status" -ne 0 ] && [ "$failed" -eq 0 ]; then
+        failed=1
+    elif [ "$passed$failed" = 00 ]; then
+        passed=1
+    fi
+    verdict="${ui_green}pass$ui_plain"
+    [ "$failed" -eq 0 ] || verdict="${ui_red}FAIL$ui_plain"
+    stages_passed=$((stages_passed + passed))
+    stages_failed=$((stages_failed + failed))
+    stages_lines+=("$(printf '%s  %-22s %4d s  %d passed, %d failed, %d skipped' "$verdict" "$name" \
+        $((SECONDS - began)) "$passed" "$failed" "$skipped")")
+    [ "$failed" -eq 0 ]
+}
+
+# Prints the summary and ends the script.
+stages_end()
+{
+    say "Summary"
+    printf '%s\n' "${stages_lines[@]}"
+    printf '%d passed, %d failed\n' "$stages_passed" "$stages_failed"
+    [ "$stages_failed" -eq 0 ]
+    exit
+}
+
+# The C and C++ files of the project, one a line; those not yet committed too.
+stages_sources()
+{
+    (cd "$project_root" && find src platform builtin tools kit tests proto -type f \
+        \( -name '*.c' -o -name '*.h' -o -name '*.cpp' \) 2>/dev/null | sort)
+}
+
+check_format()
+{
+    local log=$stages_logs/format.log
+    (cd "$project_root" && stages_sources | xargs -d '\n' clang-format-14 --dry-run --Werror) 2>"$log" && return 0
+    head -n 40 "$log" >&2
+    complain "Run: clang-format-14 -i on the files named above."
+    return 1
+}
+
+check_tidy()
+{
+    local log=$stages_logs/clang-tidy.log
+    # Headers are seen through the files that include them; what no build compiles has no command to check by.
+    (cd "$project_root" && stages_sources | grep -E '\.(c|cpp)$' |
+        grep -E '^(src|builtin|tools/cgctl|kit|tests/unit|tests/recording_platform)/' |
+        xargs -d '\n' -n 4 -P "$(nproc)" clang-tidy-14 --quiet -p build/dev) >"$log" 2>&1 && return 0
+    grep -E '(warning|error):' "$log" | sort -u | head -n 60 >&2
+    return 1
+}
+
+# unit_tests PRESET
+unit_tests()
+{
+    local log=$stages_logs/unit-$1.log
+    if (cd "$project_root" && ctest --preset "$1" -j "$(nproc)" --no-tests=error --output-junit "$junit") >"$log" 2>&1; then
+        tail -n 4 "$log" | grep 'tests passed'
+        return 0
+    fi
+    grep -vE '^ *[0-9]+/[0-9]+ Test +#.* Passed|^ *Start +[0-9]+:' "$log" | tail -n 80 >&2
+    return 1
+}
+
+# system_tests PRESET
+system_tests()
+{
+    APP_CG_BUILD=$project_root/build/$1 PYTHONDONTWRITEBYTECODE=1 \
+        /usr/bin/python3 -m pytest -q -p no:cacheprovider --rootdir "$project_root/tests/system" \
+        --junitxml "$junit" "$project_root/tests/system" 2>&1 | tee "$stages_logs/system-$1.log"
+}

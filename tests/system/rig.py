@@ -1,0 +1,201 @@
+"""A device under test: the daemon as it was built, on a store server of its own, in a view of its own.
+
+The words here are the domain's: plug a card, let a module answer, expect. What the daemon has written is read
+past our own store client, straight from the server.
+"""
+import os
+import pathlib
+import shutil
+import tempfile
+
+import redis
+
+from demo.cgctl import Cgctl
+from demo.daemon import Daemon, scaled_time
+from demo.private_view import PrivateView
+from demo.programs import wait_until
+from demo.store import StoreServer
+from demo.system_log import SystemLog
+
+PROJECT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ.get("APP_CG_BUILD", PROJECT / "build" / "dev"))
+
+HOST, CAP, DEV_GLOBAL = 1, 28, 33
+PASS, DENY = "1", "0"  # the stored verdict
+
+CARD_INFO = "p_dev.card_info"
+REQUEST = "p_libpub.app_cg_card_check_info"
+ACK = "p_libpub.app_cg_card_check_ack"
+BY_TIPC = "p_libpub.app_cg_mom_deny_check_result"
+BY_POSITION = "p_libpub.app_cg_card_deny_check_result"
+BACKUP = "p_libpub.app_cg_card_bak_info"
+CUSTOM_STATUS = "p_dev.dm_set_card_custom_st"
+POWER = "s_dev.im_card_power_onoff"
+ROLE = "p_dev.dp_lib_grole"
+
+LEVEL_FILE = ".vxos/vsd/0/plibpub/app_cg/app_cg/app_cg_dbg.txt"  # below /data
+
+
+def is_sanitized():
+    """Whether the build under test is one under AddressSanitizer."""
+    return "-fsanitize=address" in (BUILD / "CMakeCache.txt").read_text()
+
+
+class Rig:
+    """See above. Every test has one of its own; close() stops and removes all of it."""
+
+    def __init__(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="cg-"))  # short: socket paths have 107 bytes
+        self.view = PrivateView(self.folder)
+        self.store = StoreServer(self.view.store)
+        self.store.start()
+        self.system_log = SystemLog(self.view.system_log_socket)
+        self.cgctl = Cgctl(BUILD / "bin" / "cgctl", self.view)
+        self.daemon = None
+        self._daemons = []
+        self._databases = {}
+        self._markers = 0
+
+    def close(self):
+        """Stops what was started and removes the folder."""
+        for daemon in self._daemons:
+            daemon.stop()
+        for database in self._databases.values():
+            database.close()
+        self.system_log.close()
+        self.store.stop()
+        shutil.rmtree(self.folder)
+
+    # The daemon
+
+    def modules(self, *names):
+        """Makes these the registered check modules."""
+        for entry in self.view.modules.iterdir():
+            entry.unlink()
+        for name in names:
+            (self.view.modules / name).touch()
+
+    def level(self, text):
+        """Writes the level file."""
+        path = self.view.data / LEVEL_FILE
+        path.parent.mkdir(parents=True, exist_ok=True)
+        path.write_text(text)
+
+    def new_daemon(self, **env):
+        """A daemon that is not started yet."""
+        daemon = Daemon(BUILD / "bin" / "app_cg", self.view, env)
+        self._daemons.append(daemon)
+        return daemon
+
+    def start(self, **env):
+        """Starts the daemon and waits until it has subscribed."""
+        subscribed_before = self.logged().count("module: num[")
+        self.daemon = self.new_daemon(**env)
+        self.daemon.start()
+        self.expect(lambda: self._subscribed(subscribed_before), "the daemon subscribes")
+        return self.daemon
+
+    def start_scaled(self, factor):
+        """Starts the daemon with clocks that run `factor` times as fast."""
+        return self.start(**scaled_time(factor, preloaded_first=sanitizer_runtime()))
+
+    def _subscribed(self, before):
+        if not self.daemon.is_running:
+            raise AssertionError(f"the daemon ended with {self.daemon.wait()}: {self.daemon.printed()}"
+                                 f"\n{self.logged()}")
+        return self.logged().count("module: num[") > before
+
+    def logged(self):
+        """The daemon's log as text."""
+        path = self.view.log / "app_cg.log"
+        return path.read_bytes().decode("utf-8", "replace") if path.exists() else ""
+
+    def expect_logged(self, text, times=1):
+        """Waits until the log holds `text` so many times."""
+        self.expect(lambda: self.logged().count(text) >= times, f"the log says {text!r}")
+
+    def debug(self, *command):
+        """Runs a debug command over the shell; returns what it printed."""
+        return self.cgctl("debug", *command)
+
+    # The device around it
+
+    def role(self, name):
+        """Publishes this device's global role."""
+        self.cgctl("role", name)
+
+    def plug(self, position, *, node_type="lc", offline=False):
+        """Plugs a card; its TIPC node is 1000 and its node id 100 more than its slot."""
+        slot = int(position.split("/")[1])
+        self.cgctl("card", "plug", position, "--type", 200, "--node-type", node_type, "--nodeid", 100 + slot,
+                   "--tipc", 1000 + slot, "--name", f"card-{slot}", *(["--offline"] if offline else []))
+
+    def answer(self, position, module, ret=0, reason=""):
+        """Lets a check module answer for a card."""
+        dev, slot, sub = position.split("/")
+        self.cgctl("set", ACK, f"devid={dev}", f"slotid={slot}", f"t_sslotid={sub}", f"mod_name={module}",
+                   f"ret={ret}", f"reason={reason}")
+
+    # The store
+
+    def database(self, number):
+        """A connection of the test's own to one database."""
+        if number not in self._databases:
+            self._databases[number] = redis.Redis(unix_socket_path=str(self.store.socket_path), db=number,
+                                                  decode_responses=True)
+        return self._databases[number]
+
+    def record(self, db, kind, *index):
+        """The stored fields of a record, {field number: text}; empty when there is no such record."""
+        return self.database(db).hgetall(":".join([kind, *map(str, index)]))
+
+    def keys(self, db, kind):
+        """The keys of all records of a type."""
+        return sorted(self.database(db).scan_iter(f"{kind}:*", _type="hash"))
+
+    def by_tipc(self, slot):
+        """The result in database 1 of the card in a slot."""
+        return self.record(HOST, BY_TIPC, 1000 + slot)
+
+    def by_position(self, position):
+        """The result in database 28."""
+        return self.record(CAP, BY_POSITION, 0, *position.split("/"))
+
+    def request(self, position):
+        """The check request in database 1."""
+        return self.record(HOST, REQUEST, 0, *position.split("/"))
+
+    # Waiting
+
+    @staticmethod
+    def expect(condition, what, seconds=20):
+        """Waits until condition() is true; the test fails, naming `what`, when it does not become so."""
+        return wait_until(condition, seconds, what)
+
+    def expect_request(self, position):
+        """Waits until the card's check request is in the store."""
+        self.expect(lambda: self.request(position), f"check request for {position}")
+
+    def expect_no_request(self, position):
+        """Waits until the card's check request is gone."""
+        self.expect(lambda: not self.request(position), f"check request for {position} withdrawn")
+
+    def settle(self):
+        """Returns when the daemon has handled every change in database 1 up to now.
+
+        Changes are handled in their order, and what a board card brings about can be seen: so one is
+        plugged, far from the others.
+        """
+        self._markers += 1
+        tipc = 9000 + self._markers
+        self.cgctl("card", "plug", f"9/{self._markers}/0", "--node-type", "mb", "--type", 1, "--nodeid", tipc,
+                   "--tipc", tipc)
+        self.expect(lambda: self.record(HOST, BY_TIPC, tipc), "the daemon handles the marker card")
+
+
+def sanitizer_runtime():
+    """The libraries that must be loaded before any other into a program under AddressSanitizer."""
+    if not is_sanitized():
+        return ()
+    found = sorted(pathlib.Path("/usr/lib").glob("*/libasan.so.*"))
+    return [str(found[0])] if found else ()

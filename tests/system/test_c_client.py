@@ -1,0 +1,35 @@
+"""A program in C needs nothing of us but the platform's headers, the records, and the library."""
+import pathlib
+import re
+import shlex
+import subprocess
+
+from rig import BUILD, PROJECT
+
+SOURCE = pathlib.Path(__file__).resolve().parent / "c_client" / "exchange.c"
+LIBRARIES = ("-lhiredis", "-levent", "-lsystemd", "-lspdlog", "-lfmt", "-lprotobuf-c", "-lstdc++", "-lpthread")
+
+
+def build_flags():
+    """The C flags of the build under test: libraries under a sanitizer ask for it in the program too."""
+    cache = (BUILD / "CMakeCache.txt").read_text()
+    return shlex.split(re.search(r"^CMAKE_C_FLAGS:STRING=(.*)$", cache, re.MULTILINE).group(1))
+
+
+def library(name):
+    [path] = BUILD.rglob(f"lib{name}.a")
+    return path
+
+
+def test_a_c_program_exchanges_records_with_cgctl(rig):
+    program = rig.folder / "exchange"
+    subprocess.run(["cc", "-std=c11", "-Wall", "-Wextra", "-Wpedantic", "-Werror", *build_flags(),
+                    f"-I{PROJECT / 'platform'}", f"-I{BUILD / 'proto'}", SOURCE, "-o", program,
+                    library("app_cg_builtin"), library("app_cg_schemas"), *LIBRARIES], check=True)
+    rig.plug("1/3/0")
+    done = subprocess.run([program], env={"VX_MOM_ENDPOINT": rig.store.endpoint}, capture_output=True, text=True,
+                          timeout=20, check=False)
+    assert (done.returncode, done.stdout) == (0, "card-3 1003 3\n"), done.stderr
+    assert rig.record(1, "p_dev.dp_lib_grole")["6"] == "1"
+    role = rig.cgctl("get", "p_dev.dp_lib_grole")
+    assert re.search(r"dev_num\W+3", role) and "DM_ROLE_MASTER" in role
