@@ -65,6 +65,7 @@ struct vx_global {
     vx_global &operator=(const vx_global &) = delete;
 
     std::string module;
+    bool running = false;
     EventBase base;
     std::list<Timer> timers; // armed ones only
     std::array<std::shared_ptr<void>, slot_count> slots;
@@ -124,6 +125,9 @@ try {
     if (global == nullptr) {
         return -EINVAL;
     }
+    if (global->running) {
+        return -EBUSY;
+    }
     event_base *base = global->base.get();
     const Event terminate = watch_signal(base, SIGTERM);
     const Event interrupt = watch_signal(base, SIGINT);
@@ -131,8 +135,11 @@ try {
         return -EIO;
     }
     const platform::ServiceNotices notices{base};
+    global->running = true;
     // Without the flag a daemon that waits for nothing but a signal would fall out of its loop.
-    return event_base_loop(base, EVLOOP_NO_EXIT_ON_EMPTY) < 0 ? -EIO : 0;
+    const int result = event_base_loop(base, EVLOOP_NO_EXIT_ON_EMPTY);
+    global->running = false;
+    return result < 0 ? -EIO : 0;
 } catch (const std::bad_alloc &) {
     return -ENOMEM;
 }
