@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <utility>
@@ -142,6 +143,65 @@ std::vector<std::string> heard_at(uint32_t verbosity, const std::vector<std::str
         }
     }
     return heard;
+}
+
+namespace lines
+{
+
+static std::string log(int32_t level, const char *source, const std::string &function,
+                       const std::string &text)
+{
+    return "log " + std::to_string(level) + " " + source + " " + function + ": " + text;
+}
+
+std::string fatal(const std::string &function, const std::string &text, const char *source)
+{
+    return log(120, source, function, text);
+}
+
+std::string error(const std::string &function, const std::string &text, const char *source)
+{
+    return log(100, source, function, text);
+}
+
+std::string warn(const std::string &function, const std::string &text, const char *source)
+{
+    return log(80, source, function, text);
+}
+
+std::string info(const std::string &function, const std::string &text, const char *source)
+{
+    return log(40, source, function, text);
+}
+
+Lines operator+(Lines first, const Lines &second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+} // namespace lines
+
+void VerbosityTest::SetUp()
+{
+    DaemonTest::SetUp();
+    app_cg_verbosity = GetParam();
+}
+
+std::vector<std::string> VerbosityTest::heard(const std::vector<std::string> &lines)
+{
+    return heard_at(GetParam(), lines);
+}
+
+std::string verbosity_name(const testing::TestParamInfo<uint32_t> &info)
+{
+    return info.param == verbosity(-1) ? "vMinus1" : "v" + std::to_string(info.param);
+}
+
+std::size_t open_descriptors()
+{
+    const std::filesystem::directory_iterator folder("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(folder), end(folder)));
 }
 
 namespace records

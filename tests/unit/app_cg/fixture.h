@@ -44,6 +44,40 @@ constexpr uint32_t ALL_VERBOSITIES[] = {0, 1, 2, 3, 4, verbosity(-1)};
 // dropped, everything else stays.
 std::vector<std::string> heard_at(uint32_t verbosity, const std::vector<std::string> &lines);
 
+// Log records as the journal shows them. The source is the daemon core's unless said otherwise.
+namespace lines
+{
+
+using Lines = std::vector<std::string>;
+
+constexpr char CORE[] = "app_cg.cpp";
+constexpr char DBG[] = "app_cg_dbg.cpp";
+
+std::string fatal(const std::string &function, const std::string &text, const char *source = CORE);
+std::string error(const std::string &function, const std::string &text, const char *source = CORE);
+std::string warn(const std::string &function, const std::string &text, const char *source = CORE);
+std::string info(const std::string &function, const std::string &text, const char *source = CORE);
+
+Lines operator+(Lines first, const Lines &second);
+
+} // namespace lines
+
+// A daemon test at each verbosity that makes a difference.
+class VerbosityTest : public DaemonTest, public testing::WithParamInterface<uint32_t>
+{
+protected:
+    void SetUp() override;
+
+    // What this verbosity leaves of the lines of a daemon that says everything.
+    static std::vector<std::string> heard(const std::vector<std::string> &lines);
+};
+
+// "v0" to "v4", "vMinus1": for INSTANTIATE_TEST_SUITE_P.
+std::string verbosity_name(const testing::TestParamInfo<uint32_t> &info);
+
+// Descriptors that this process holds.
+std::size_t open_descriptors();
+
 // Records, built in the domain's verbs. They are their own storage: a builder must outlive what it lends.
 namespace records
 {
