@@ -1,0 +1,68 @@
+// The built-in platform's own log records; see the header for where they go and why.
+#include "platform_log.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace platform
+{
+
+namespace
+{
+
+vx_zlog_category_t *&category()
+{
+    static vx_zlog_category_t *opened = nullptr;
+    return opened;
+}
+
+const char *base_name(const char *path)
+{
+    const char *slash = std::strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
+}
+
+std::string visible(const char *text)
+{
+    std::string shown;
+    for (const char *at = text; *at != '\0'; ++at) {
+        const auto byte = static_cast<unsigned char>(*at);
+        if (byte >= 0x20 && byte != 0x7f) {
+            shown += *at;
+            continue;
+        }
+        std::array<char, 5> escaped{};
+        (void)std::snprintf(escaped.data(), escaped.size(), "\\x%02x", byte);
+        shown += escaped.data();
+    }
+    return shown;
+}
+
+} // namespace
+
+void log_open(const std::string &module)
+{
+    if (category() == nullptr) {
+        category() = vx_zlog_init(module.c_str());
+    }
+}
+
+void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
+{
+    std::array<char, 1024> text{};
+    va_list values;
+    va_start(values, format);
+    (void)std::vsnprintf(text.data(), text.size(), format, values);
+    va_end(values);
+    const std::string shown = visible(text.data());
+    const char *name = base_name(file);
+    if (category() == nullptr) {
+        (void)std::fprintf(stderr, "%s:%ld %s: %s\n", name, line, func, shown.c_str());
+        return;
+    }
+    vxcg_zlog(category(), name, std::strlen(name), func, std::strlen(func), line, level, "%s", shown.c_str());
+}
+
+} // namespace platform

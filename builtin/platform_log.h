@@ -1,0 +1,31 @@
+// How the built-in platform itself logs: records into the module's own log, through the platform's logging.
+//
+// A log of its own would be one more file that nobody looks at; standard error is used only as long as no
+// log could be opened.
+#ifndef PLATFORM_LOG_H
+#define PLATFORM_LOG_H
+
+#include <cstdint>
+#include <string>
+
+#include "vx_zlog.h"
+
+namespace platform
+{
+
+enum LogLevel : int32_t { log_info = 40, log_notice = 60, log_warn = 80, log_error = 100 };
+
+// Opens the log of the named module for log_write(); the first call decides, later ones change nothing.
+void log_open(const std::string &module);
+
+// Writes one record: `format` as printf's. Control characters in the finished text are made visible, so that
+// stored bytes cannot forge a line. Use PLATFORM_LOG, which fills in the place.
+void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
+    VX_PRINTF_FORMAT(5, 6);
+
+} // namespace platform
+
+// A macro because the place of the call is wanted; std::source_location is unknown to the checker in use.
+#define PLATFORM_LOG(level, ...) platform::log_write(__FILE__, __func__, __LINE__, (level), __VA_ARGS__)
+
+#endif

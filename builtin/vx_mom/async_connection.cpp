@@ -1,0 +1,239 @@
+// The connection on the event loop; see the header.
+#include "async_connection.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "payload.h"
+#include "platform_log.h"
+#include "sync_connection.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds first_pause{20};
+constexpr milliseconds longest_pause{1000};
+// A connection that stood this long was a good one: the next loss begins with the shortest pause again.
+constexpr milliseconds proven_after{1000};
+
+timeval timeval_of(milliseconds span)
+{
+    return {static_cast<time_t>(span.count() / 1000), static_cast<suseconds_t>(span.count() % 1000 * 1000)};
+}
+
+bool is_kind(const redisReply &reply, const char *kind, size_t elements)
+{
+    return reply.type == REDIS_REPLY_ARRAY && reply.elements == elements && text_of(reply.element[0]) == kind;
+}
+
+} // namespace
+
+AsyncConnection::AsyncConnection(event_base *base, const Endpoint &endpoint, const Credentials &credentials,
+                                 int32_t database, milliseconds handshake_limit, AsyncObserver &observer)
+    : base_(base), endpoint_(endpoint), credentials_(credentials), database_(database),
+      handshake_limit_(handshake_limit), observer_(observer), pause_(first_pause),
+      timer_(event_new(base, -1, 0, timer_cb, this))
+{
+}
+
+void AsyncConnection::begin()
+{
+    if (state_ == State::idle) {
+        state_ = State::pausing;
+        arm_timer(milliseconds(0));
+    }
+}
+
+void AsyncConnection::drop(const std::string &problem)
+{
+    if (state_ == State::connecting || state_ == State::greeting || state_ == State::up) {
+        retry(problem, false);
+    }
+}
+
+void AsyncConnection::subscribe(const std::string &channel)
+{
+    if (is_up()) {
+        link_->append({"SUBSCRIBE", channel});
+        watch();
+    }
+}
+
+void AsyncConnection::ping()
+{
+    if (is_up()) {
+        link_->append({"PING"});
+        watch();
+    }
+}
+
+// No exception may reach the loop, which is C.
+template <typename Work>
+void AsyncConnection::guarded(const Work &work) noexcept
+{
+    try {
+        work();
+    } catch (const std::exception &failure) {
+        PLATFORM_LOG(platform::log_error, "store connection: %s", failure.what());
+    }
+}
+
+void AsyncConnection::timer_cb(int /*fd*/, short /*what*/, void *self)
+{
+    auto *connection = static_cast<AsyncConnection *>(self);
+    connection->guarded([connection] { connection->on_timer(); });
+}
+
+void AsyncConnection::io_cb(int /*fd*/, short what, void *self)
+{
+    auto *connection = static_cast<AsyncConnection *>(self);
+    connection->guarded([connection, what] { connection->on_io(what); });
+}
+
+void AsyncConnection::on_timer()
+{
+    if (state_ == State::pausing) {
+        connect();
+    } else if (state_ != State::up) {
+        retry("no connection in time", false);
+    }
+}
+
+void AsyncConnection::on_io(short what)
+{
+    if (state_ == State::connecting) {
+        greet();
+        return;
+    }
+    if ((what & EV_READ) != 0 && !link_->read_some()) {
+        retry(link_->problem(), false);
+        return;
+    }
+    if ((what & EV_WRITE) != 0 && link_->has_output() && !link_->send_some()) {
+        retry(link_->problem(), false);
+        return;
+    }
+    take_replies();
+    if (link_.has_value()) {
+        watch();
+    }
+}
+
+void AsyncConnection::connect()
+{
+    link_.emplace(endpoint_);
+    if (link_->failed()) {
+        retry(link_->problem(), false);
+        return;
+    }
+    state_ = State::connecting;
+    io_.reset(event_new(base_, link_->fd(), EV_WRITE, io_cb, this));
+    (void)event_add(io_.get(), nullptr);
+    arm_timer(handshake_limit_);
+}
+
+void AsyncConnection::greet()
+{
+    if (!link_->finish_connecting()) {
+        retry(link_->problem(), false);
+        return;
+    }
+    state_ = State::greeting;
+    std::vector<Command> commands = greeting(credentials_, database_);
+    commands.push_back({"GET", data_set_key});
+    greetings_left_ = commands.size();
+    for (const Command &command : commands) {
+        link_->append(command);
+    }
+    watch();
+}
+
+void AsyncConnection::take_replies()
+{
+    while (link_.has_value()) {
+        Reply reply = link_->next_reply();
+        if (reply == nullptr) {
+            if (link_->failed()) {
+                retry(link_->problem(), false);
+            }
+            return;
+        }
+        if (state_ == State::greeting) {
+            take_greeting_reply(std::move(reply));
+        } else {
+            take_message(*reply);
+        }
+    }
+}
+
+void AsyncConnection::take_greeting_reply(Reply reply)
+{
+    if (is_error(reply.get())) {
+        retry(explain_refusal(reply.get(), database_), !is_passing(reply.get()));
+        return;
+    }
+    greetings_left_--;
+    if (greetings_left_ == 0) {
+        state_ = State::up;
+        up_since_ = std::chrono::steady_clock::now();
+        (void)event_del(timer_.get());
+        observer_.on_up(text_of(reply.get()));
+    }
+}
+
+void AsyncConnection::take_message(const redisReply &reply)
+{
+    if (is_kind(reply, "message", 3)) {
+        observer_.on_message(text_of(reply.element[1]), text_of(reply.element[2]));
+    } else if (is_kind(reply, "subscribe", 3)) {
+        observer_.on_subscribed(text_of(reply.element[1]));
+    } else if (is_kind(reply, "pong", 2)) {
+        observer_.on_pong();
+    } else if (is_error(&reply)) {
+        // Nothing but subscriptions and pings is sent, and a ping is never refused.
+        observer_.on_refused(text_of(&reply));
+    }
+}
+
+void AsyncConnection::retry(const std::string &problem, bool lasting)
+{
+    const bool was_up = is_up();
+    if (was_up && std::chrono::steady_clock::now() - up_since_ >= proven_after) {
+        pause_ = first_pause;
+    }
+    io_.reset();
+    // The text may live in the link that ends here.
+    const std::string kept = problem;
+    link_.reset();
+    state_ = State::pausing;
+    arm_timer(pause_);
+    pause_ = std::min(pause_ * 2, longest_pause);
+    if (was_up) {
+        observer_.on_lost(kept);
+    } else {
+        observer_.on_failed(kept, lasting);
+    }
+}
+
+void AsyncConnection::watch()
+{
+    const auto wanted = static_cast<short>(EV_READ | EV_PERSIST | (link_->has_output() ? EV_WRITE : 0));
+    if (io_ != nullptr && (event_get_events(io_.get()) & (EV_READ | EV_WRITE)) == (wanted & ~EV_PERSIST)) {
+        return;
+    }
+    io_.reset(event_new(base_, link_->fd(), wanted, io_cb, this));
+    (void)event_add(io_.get(), nullptr);
+}
+
+void AsyncConnection::arm_timer(milliseconds pause)
+{
+    const timeval span = timeval_of(pause);
+    (void)event_add(timer_.get(), &span);
+}
+
+} // namespace vx_mom

@@ -1,0 +1,93 @@
+// The connection on the event loop: carries the subscriptions and notices loss and return.
+//
+// It is kept even without a subscription. While it is down it tries again, with growing pauses. Nothing here
+// calls the user of the store: events go to the database, which acts on them from the loop later, so that
+// dropping the connection is safe everywhere.
+#ifndef VX_MOM_ASYNC_CONNECTION_H
+#define VX_MOM_ASYNC_CONNECTION_H
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "endpoint.h"
+#include "libevent_handles.h"
+#include "link.h"
+
+namespace vx_mom
+{
+
+// Whoever is told what happens on an asynchronous connection.
+class AsyncObserver
+{
+public:
+    AsyncObserver() = default;
+    AsyncObserver(const AsyncObserver &) = delete;
+    AsyncObserver &operator=(const AsyncObserver &) = delete;
+    virtual ~AsyncObserver() = default;
+
+    // The connection stands, to a server whose data has this identity (empty when it has none yet).
+    virtual void on_up(const std::string &data_set_id) = 0;
+    // A connection that stood is lost.
+    virtual void on_lost(const std::string &problem) = 0;
+    // A connection could not be made; `lasting` when trying again will hardly help.
+    virtual void on_failed(const std::string &problem, bool lasting) = 0;
+    virtual void on_subscribed(const std::string &channel) = 0;
+    virtual void on_refused(const std::string &problem) = 0;
+    virtual void on_message(const std::string &channel, std::string &&payload) = 0;
+    // The answer to a ping(); they come in the order asked, after all messages published before.
+    virtual void on_pong() = 0;
+};
+
+class AsyncConnection
+{
+public:
+    AsyncConnection(event_base *base, const Endpoint &endpoint, const Credentials &credentials,
+                    int32_t database, std::chrono::milliseconds handshake_limit, AsyncObserver &observer);
+
+    // Connects from the loop, and again whenever the connection is lost. Does nothing when already begun.
+    void begin();
+    bool is_up() const { return state_ == State::up; }
+    // Cuts the connection, as if it had been lost.
+    void drop(const std::string &problem);
+    void subscribe(const std::string &channel);
+    void ping();
+
+private:
+    enum class State { idle, pausing, connecting, greeting, up };
+
+    static void timer_cb(int fd, short what, void *self);
+    static void io_cb(int fd, short what, void *self);
+    template <typename Work>
+    void guarded(const Work &work) noexcept;
+    void on_timer();
+    void on_io(short what);
+    void connect();
+    void greet();
+    void take_replies();
+    void take_greeting_reply(Reply reply);
+    void take_message(const redisReply &reply);
+    void retry(const std::string &problem, bool lasting);
+    void watch();
+    void arm_timer(std::chrono::milliseconds pause);
+
+    event_base *base_;
+    const Endpoint &endpoint_;
+    const Credentials &credentials_;
+    int32_t database_;
+    std::chrono::milliseconds handshake_limit_;
+    AsyncObserver &observer_;
+    State state_ = State::idle;
+    std::chrono::milliseconds pause_;
+    std::chrono::steady_clock::time_point up_since_;
+    size_t greetings_left_ = 0;
+    platform::Event timer_;
+    std::optional<Link> link_;
+    platform::Event io_; // watches the link's descriptor: declared after it, gone before it
+};
+
+} // namespace vx_mom
+
+#endif

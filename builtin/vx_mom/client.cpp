@@ -1,0 +1,135 @@
+// The store client of one platform context; see the header.
+#include "client.h"
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "platform_context.h"
+#include "platform_log.h"
+#include "settings.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+constexpr int64_t default_deadline_ms = 5000;
+constexpr int64_t longest_deadline_ms = 3600000;
+
+std::chrono::milliseconds configured_deadline()
+{
+    return std::chrono::milliseconds(
+        platform::setting_number("VX_MOM_DEADLINE_MS", default_deadline_ms, 1, longest_deadline_ms));
+}
+
+// Writing to a connection that the server has closed raises SIGPIPE, which would end a program that knows
+// nothing of it. Only the default disposition is changed: a program's own handler stays.
+void ignore_broken_pipes()
+{
+    struct sigaction current {
+    };
+    if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
+        (void)std::signal(SIGPIPE, SIG_IGN);
+    }
+}
+
+} // namespace
+
+Client::Client(vx_global_t *global)
+    : shared_{global, platform::event_base_of(global), {},
+              {},     Outage(configured_deadline()),   [this] { schedule_turn(); }},
+      turn_event_(event_new(shared_.base, -1, 0, turn_cb, this))
+{
+    platform::log_open(platform::module_of(global));
+    ignore_broken_pipes();
+    std::string why;
+    usable_ = configure(why);
+    if (!usable_) {
+        PLATFORM_LOG(platform::log_error, "store client: %s", why.c_str());
+        (void)std::fprintf(stderr, "store client: %s\n", why.c_str());
+    }
+}
+
+Database *Client::database(int32_t number)
+{
+    if (!usable_ || number < 0) {
+        return nullptr;
+    }
+    std::unique_ptr<Database> &place = databases_[number];
+    if (place == nullptr) {
+        place = std::make_unique<Database>(shared_, number);
+    }
+    return place.get();
+}
+
+void Client::call_when_connected(Database &database, vx_mom_connect_f callback, void *arg)
+{
+    requests_.push_back({&database, callback, arg});
+    database.begin();
+    schedule_turn();
+}
+
+Client *Client::of(vx_global_t *global)
+{
+    if (global == nullptr) {
+        return nullptr;
+    }
+    std::shared_ptr<void> &slot = platform::slot_of(global, platform::Slot::store_client);
+    if (slot == nullptr) {
+        slot = std::make_shared<Client>(global);
+    }
+    return static_cast<Client *>(slot.get());
+}
+
+void Client::turn_cb(int /*fd*/, short /*what*/, void *self)
+{
+    try {
+        static_cast<Client *>(self)->turn();
+    } catch (const std::exception &failure) {
+        PLATFORM_LOG(platform::log_error, "store client: %s", failure.what());
+    }
+}
+
+void Client::turn()
+{
+    bool more = false;
+    for (const auto &entry : databases_) {
+        more = entry.second->turn() || more;
+    }
+    while (!requests_.empty() && requests_.front().database->has_arrived()) {
+        const ConnectRequest request = requests_.front();
+        requests_.pop_front();
+        if (request.callback != nullptr) {
+            (void)request.callback(shared_.global, request.arg);
+        }
+        more = true;
+    }
+    if (more) {
+        schedule_turn();
+    }
+}
+
+void Client::schedule_turn()
+{
+    const timeval at_once{0, 0};
+    (void)event_add(turn_event_.get(), &at_once);
+}
+
+bool Client::configure(std::string &why)
+{
+    const auto endpoint = parse_endpoint(platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379"), why);
+    if (!endpoint) {
+        return false;
+    }
+    const auto credentials = read_credentials(platform::setting("VX_MOM_AUTH_FILE", ""), why);
+    if (!credentials) {
+        return false;
+    }
+    shared_.endpoint = *endpoint;
+    shared_.credentials = *credentials;
+    return true;
+}
+
+} // namespace vx_mom

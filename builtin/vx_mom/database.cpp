@@ -1,0 +1,432 @@
+// One numbered database; see the header. A call is repeated only after its connection broke, never after a
+// mere silence: a command that is still on its way to a paused server would otherwise be carried out a second
+// time, later, over somebody's newer write.
+#include "database.h"
+
+#include <poll.h>
+
+#include <algorithm>
+
+#include "payload.h"
+#include "platform_log.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds longest_retry_pause{50};
+
+void pause_for(milliseconds span)
+{
+    (void)poll(nullptr, 0, static_cast<int>(span.count()));
+}
+
+const redisReply *first_passing(const std::vector<Reply> &replies)
+{
+    const auto found = std::find_if(replies.begin(), replies.end(),
+                                    [](const Reply &reply) { return is_passing(reply.get()); });
+    return found == replies.end() ? nullptr : found->get();
+}
+
+Command script_call(const char *verb, const std::string &script, const std::vector<std::string> &keys,
+                    const std::vector<std::string> &arguments)
+{
+    Command command{verb, script, std::to_string(keys.size())};
+    command.insert(command.end(), keys.begin(), keys.end());
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return command;
+}
+
+} // namespace
+
+Database::Database(Shared &shared, int32_t number)
+    : shared_(shared), number_(number), sync_(shared.endpoint, shared.credentials, number),
+      async_(shared.base, shared.endpoint, shared.credentials, number, shared.outage.budget(), *this)
+{
+}
+
+int32_t Database::connect()
+{
+    const Answer answer = ask({{"PING"}}, Purpose::read);
+    if (answer.error == ok && is_error(answer.replies[0].get())) {
+        PLATFORM_LOG(platform::log_error, "database %d: the store answers PING with: %s", number_,
+                     text_of(answer.replies[0].get()).c_str());
+        return refused;
+    }
+    return answer.error;
+}
+
+Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
+{
+    if (other_data_) {
+        return {other_data_set, {}};
+    }
+    const Clock::time_point began = Clock::now();
+    const Clock::time_point deadline = shared_.outage.deadline();
+    milliseconds pause{1};
+    for (;;) {
+        Answer answer;
+        Exchange result = attempt(commands, deadline, answer.replies);
+        std::string problem = sync_.problem();
+        if (result == Exchange::answered) {
+            const redisReply *passing = first_passing(answer.replies);
+            if (passing == nullptr) {
+                shared_.outage.end();
+                told_problem_.clear();
+                return answer;
+            }
+            result = Exchange::lost;
+            problem = text_of(passing);
+            sync_.close();
+        }
+        if (result == Exchange::rejected) {
+            return refuse();
+        }
+        shared_.outage.begin(result == Exchange::timed_out ? began : Clock::now(),
+                             shared_.endpoint.text + ": " + problem);
+        if (result == Exchange::timed_out || Clock::now() + pause >= deadline) {
+            return give_up(purpose, problem);
+        }
+        pause_for(pause);
+        pause = std::min(pause * 2, longest_retry_pause);
+    }
+}
+
+int32_t Database::change(const Script &script, const std::vector<std::string> &keys,
+                         const std::vector<std::string> &arguments, const std::string &type)
+{
+    Answer answer = ask({script_call("EVALSHA", script.sha1, keys, arguments)}, Purpose::write);
+    if (answer.error == ok && is_error(answer.replies[0].get(), "NOSCRIPT")) {
+        answer = ask({script_call("EVAL", script.body, keys, arguments)}, Purpose::write);
+    }
+    if (answer.error != ok) {
+        return answer.error;
+    }
+    const std::string text = text_of(answer.replies[0].get());
+    if (is_error(answer.replies[0].get())) {
+        PLATFORM_LOG(platform::log_error, "database %d: write of %s refused: %s", number_, keys[0].c_str(),
+                     text.c_str());
+        return refused;
+    }
+    uint64_t revision = 0;
+    if (!revision_of({{revision_field, text}}, 0, revision)) {
+        return internal_failure;
+    }
+    learn(type, revision);
+    return ok;
+}
+
+void Database::begin()
+{
+    wanted_ = true;
+    async_.begin();
+}
+
+void Database::subscribe(const ProtobufCMessageDescriptor &type, Subscriber subscriber)
+{
+    begin();
+    const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
+                                    [&](const auto &known) { return &known->type() == &type; });
+    if (found != subscriptions_.end()) {
+        const std::shared_ptr<Subscription> known = *found;
+        subscriptions_.erase(found);
+        subscriptions_.push_back(known);
+        known->ask_again(subscriber);
+    } else {
+        subscriptions_.push_back(std::make_shared<Subscription>(*this, type, subscriber));
+    }
+    shared_.schedule_turn();
+}
+
+bool Database::turn()
+{
+    report_loss();
+    if (arrival_due_ && !settle_arrival()) {
+        return false;
+    }
+    return reported_up_ && advance_subscriptions();
+}
+
+uint64_t Database::ping()
+{
+    async_.ping();
+    return ++pings_;
+}
+
+bool Database::confirm_data_set()
+{
+    const Answer answer = ask(data_set_.questions(), Purpose::read);
+    DataSet::Answers answers;
+    if (answer.error != ok) {
+        drop("the store's data cannot be identified");
+        return false;
+    }
+    if (!data_set_.read(answer.replies, answers) || !data_set_.is_same(answers)) {
+        other_data_ = true;
+        drop("the store holds other data");
+        return false;
+    }
+    return true;
+}
+
+void Database::on_up(const std::string &data_set_id)
+{
+    async_id_ = data_set_id;
+    pings_ = 0;
+    pongs_ = 0;
+    arrival_due_ = true;
+    shared_.outage.end();
+    told_problem_.clear();
+    shared_.schedule_turn();
+}
+
+void Database::on_lost(const std::string &problem)
+{
+    shared_.outage.begin(Clock::now(), shared_.endpoint.text + ": " + problem);
+    arrival_due_ = false;
+    loss_due_ = reported_up_ || loss_due_;
+    reported_up_ = false;
+    for (const auto &subscription : subscriptions_) {
+        subscription->on_lost();
+    }
+    shared_.schedule_turn();
+}
+
+void Database::on_failed(const std::string &problem, bool lasting)
+{
+    if (lasting) {
+        tell_once(problem);
+        return;
+    }
+    shared_.outage.begin(Clock::now(), shared_.endpoint.text + ": " + problem);
+}
+
+void Database::on_subscribed(const std::string &channel)
+{
+    if (Subscription *subscription = subscription_of(channel)) {
+        subscription->on_confirmed();
+        shared_.schedule_turn();
+    }
+}
+
+void Database::on_refused(const std::string &problem)
+{
+    const auto waiting = std::find_if(subscriptions_.begin(), subscriptions_.end(),
+                                      [](const auto &known) { return known->awaits_confirmation(); });
+    if (waiting != subscriptions_.end()) {
+        (*waiting)->on_refused(problem);
+        shared_.schedule_turn();
+    }
+}
+
+void Database::on_message(const std::string &channel, std::string &&payload)
+{
+    if (Subscription *subscription = subscription_of(channel)) {
+        subscription->on_message(std::move(payload));
+        shared_.schedule_turn();
+    }
+}
+
+void Database::on_pong()
+{
+    pongs_++;
+    shared_.schedule_turn();
+}
+
+Exchange Database::attempt(const std::vector<Command> &commands, Clock::time_point deadline,
+                           std::vector<Reply> &replies)
+{
+    if (!sync_.is_open()) {
+        const Exchange opened = open(deadline);
+        if (opened != Exchange::answered) {
+            return opened;
+        }
+    }
+    return sync_.exchange(commands, deadline, replies);
+}
+
+Exchange Database::open(Clock::time_point deadline)
+{
+    const Exchange opened = sync_.open(deadline);
+    if (opened != Exchange::answered) {
+        return opened;
+    }
+    DataSet::Answers answers;
+    Exchange result = Exchange::answered;
+    if (!identify(deadline, answers, result)) {
+        return result;
+    }
+    if (!data_set_.is_known()) {
+        data_set_.adopt(answers);
+        return Exchange::answered;
+    }
+    if (data_set_.is_same(answers)) {
+        return Exchange::answered;
+    }
+    // The call that found out fails in any case: it was meant for the data that is gone.
+    if (wanted_) {
+        other_data_ = true;
+        drop("the store holds other data");
+    } else {
+        data_set_.adopt(answers);
+    }
+    tell_once("the store came back with other data");
+    return Exchange::rejected;
+}
+
+// Asks the open connection for the data's identity, and gives one to data that has none.
+bool Database::identify(Clock::time_point deadline, DataSet::Answers &answers, Exchange &result)
+{
+    std::vector<Reply> replies;
+    result = sync_.exchange(data_set_.questions(), deadline, replies);
+    if (result != Exchange::answered) {
+        return false;
+    }
+    if (first_passing(replies) != nullptr) {
+        sync_.close();
+        result = Exchange::lost;
+        return false;
+    }
+    if (!data_set_.read(replies, answers)) {
+        return true; // no identity: taken for other data, or for data without one
+    }
+    if (answers.id.empty()) {
+        const std::string fresh = new_data_set_id();
+        result = sync_.exchange({{"SET", data_set_key, fresh, "NX", "GET"}}, deadline, replies);
+        if (result != Exchange::answered) {
+            return false;
+        }
+        // A user without the right to write it leaves the data without an identity.
+        const redisReply *reply = replies[0].get();
+        answers.id = is_error(reply) ? "" : reply->type == REDIS_REPLY_NIL ? fresh : text_of(reply);
+    }
+    return true;
+}
+
+Answer Database::give_up(Purpose purpose, const std::string &problem)
+{
+    PLATFORM_LOG(platform::log_error, "database %d: %s given up: %s: %s", number_,
+                 purpose == Purpose::write ? "write" : "read", shared_.endpoint.text.c_str(),
+                 problem.c_str());
+    if (purpose == Purpose::write) {
+        write_given_up_ = true;
+        drop("a write was given up");
+    }
+    return {timed_out, {}};
+}
+
+Answer Database::refuse()
+{
+    if (other_data_ || sync_.is_open()) {
+        sync_.close();
+        return {other_data_set, {}};
+    }
+    tell_once(sync_.problem());
+    return {denied, {}};
+}
+
+void Database::tell_once(const std::string &problem)
+{
+    if (problem != told_problem_) {
+        told_problem_ = problem;
+        PLATFORM_LOG(platform::log_error, "database %d at %s: %s", number_, shared_.endpoint.text.c_str(),
+                     problem.c_str());
+    }
+}
+
+void Database::report_loss()
+{
+    if (loss_due_) {
+        loss_due_ = false;
+        if (disconnect_ != nullptr) {
+            (void)disconnect_(shared_.global, number_);
+        }
+    }
+}
+
+// The connection on the loop is up: finds out what came back and tells the user. Returns false when it has to
+// be tried again.
+bool Database::settle_arrival()
+{
+    arrival_due_ = false;
+    bool other = other_data_;
+    other_data_ = false;
+    if (!identify_returned(other)) {
+        other_data_ = other;
+        return false;
+    }
+    const bool believable = !other && !write_given_up_;
+    write_given_up_ = false;
+    reported_up_ = true;
+    if (!arrived_) {
+        arrived_ = true;
+        return true;
+    }
+    for (const auto &subscription : subscriptions_) {
+        subscription->on_returned(!believable);
+    }
+    if (reconnect_ != nullptr) {
+        (void)reconnect_(shared_.global, number_, believable ? 2 : 1);
+    }
+    return true;
+}
+
+// Compares the data that came back with the known data and adopts it. `other` becomes true when it differs.
+// Returns false when the store did not answer, or both connections do not see the same data.
+bool Database::identify_returned(bool &other)
+{
+    Answer answer = ask(data_set_.questions(), Purpose::read);
+    if (answer.error == other_data_set || other) {
+        other = true;
+        other_data_ = false;
+        data_set_ = DataSet();
+        sync_.close();
+        answer = ask(data_set_.questions(), Purpose::read);
+    }
+    DataSet::Answers answers;
+    if (answer.error != ok || !async_.is_up() || !data_set_.read(answer.replies, answers)) {
+        drop("the store's data cannot be identified");
+        return false;
+    }
+    if (!async_id_.empty() && async_id_ != answers.id) {
+        sync_.close();
+        drop("the connections reach different data");
+        return false;
+    }
+    if (!data_set_.is_same(answers)) {
+        other = true;
+        data_set_.adopt(answers);
+    }
+    return true;
+}
+
+bool Database::advance_subscriptions()
+{
+    bool more = false;
+    bool one_is_served = false;
+    // A copy: callbacks may subscribe.
+    const auto subscriptions = subscriptions_;
+    for (const auto &subscription : subscriptions) {
+        if (!subscription->is_settled()) {
+            if (one_is_served) {
+                continue;
+            }
+            one_is_served = true;
+        }
+        more = subscription->advance() || more;
+    }
+    return more;
+}
+
+Subscription *Database::subscription_of(const std::string &channel)
+{
+    const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
+                                    [&](const auto &known) { return known->channel() == channel; });
+    return found == subscriptions_.end() ? nullptr : found->get();
+}
+
+} // namespace vx_mom

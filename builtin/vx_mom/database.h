@@ -1,0 +1,129 @@
+// One numbered database of the store: its two connections, what is known of its data, its subscriptions.
+//
+// Calls ride out a lost connection here, and here is decided what a returning store is taken for. Users are
+// called back from turn() only, which runs on the loop, so that none of their calls can come from within the
+// handling of a connection.
+#ifndef VX_MOM_DATABASE_H
+#define VX_MOM_DATABASE_H
+
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "async_connection.h"
+#include "data_set.h"
+#include "errors.h"
+#include "outage.h"
+#include "scripts.h"
+#include "subscription.h"
+#include "sync_connection.h"
+#include "vx_mom.h"
+
+namespace vx_mom
+{
+
+// What the databases of a client share. All of it outlives them.
+struct Shared {
+    vx_global_t *global;
+    event_base *base;
+    Endpoint endpoint;
+    Credentials credentials;
+    Outage outage;
+    std::function<void()> schedule_turn; // has turn() called soon, from the loop
+};
+
+struct Answer {
+    int32_t error = ok; // of the transport; an error of the server is a reply
+    std::vector<Reply> replies;
+};
+
+enum class Purpose { read, write };
+
+class Database : private AsyncObserver
+{
+public:
+    Database(Shared &shared, int32_t number);
+
+    int32_t number() const { return number_; }
+    // Waits for the connection of the calls. Returns ok or an error.
+    int32_t connect();
+    // Sends commands in one go and waits for all replies, whatever happens to the connection meanwhile.
+    Answer ask(const std::vector<Command> &commands, Purpose purpose);
+    // Runs a script that changes records of the named type. Returns ok or an error.
+    int32_t change(const Script &script, const std::vector<std::string> &keys,
+                   const std::vector<std::string> &arguments, const std::string &type);
+    // A revision of a type was seen in this database.
+    void learn(const std::string &type, uint64_t revision) { data_set_.learn(type, revision); }
+
+    // Wants the connection on the loop.
+    void begin();
+    // Whether it has come up once, and the user may be told.
+    bool has_arrived() const { return arrived_; }
+    void on_disconnect(vx_mom_disconnect_f callback) { disconnect_ = callback; }
+    void on_reconnect(vx_mom_reconnect_f callback) { reconnect_ = callback; }
+    void subscribe(const ProtobufCMessageDescriptor &type, Subscriber subscriber);
+    // Reports what is due and advances the subscriptions. Returns whether there is more to do at once.
+    bool turn();
+
+    // For subscriptions.
+    void watch(const std::string &channel) { async_.subscribe(channel); }
+    // Sends a ping, whose answer comes after all changes published before; returns its number.
+    uint64_t ping();
+    bool is_answered(uint64_t ping) const { return pongs_ >= ping; }
+    // Cuts the connection on the loop, so that its loss and return are reported.
+    void drop(const std::string &problem) { async_.drop(problem); }
+    // Whether the data is still the known one; if not, or if that cannot be told, the connection is cut.
+    bool confirm_data_set();
+
+private:
+    void on_up(const std::string &data_set_id) override;
+    void on_lost(const std::string &problem) override;
+    void on_failed(const std::string &problem, bool lasting) override;
+    void on_subscribed(const std::string &channel) override;
+    void on_refused(const std::string &problem) override;
+    void on_message(const std::string &channel, std::string &&payload) override;
+    void on_pong() override;
+
+    Exchange attempt(const std::vector<Command> &commands, Clock::time_point deadline,
+                     std::vector<Reply> &replies);
+    Exchange open(Clock::time_point deadline);
+    bool identify(Clock::time_point deadline, DataSet::Answers &answers, Exchange &result);
+    Answer give_up(Purpose purpose, const std::string &problem);
+    Answer refuse();
+    void tell_once(const std::string &problem);
+    void report_loss();
+    bool settle_arrival();
+    bool identify_returned(bool &other);
+    bool advance_subscriptions();
+    Subscription *subscription_of(const std::string &channel);
+
+    Shared &shared_;
+    int32_t number_;
+    SyncConnection sync_;
+    AsyncConnection async_;
+    DataSet data_set_;
+    std::string told_problem_; // the last one logged, so that each is logged once
+
+    bool wanted_ = false;      // the connection on the loop was asked for
+    bool arrived_ = false;     // it came up once
+    bool reported_up_ = false; // as far as the user was told
+    bool loss_due_ = false;    // a loss is to be reported
+    bool arrival_due_ = false; // the connection is up and nobody has been told
+    bool other_data_ = false;  // the store was found to hold other data
+    bool write_given_up_ = false;
+    std::string async_id_; // the data's identity as the connection on the loop sees it
+
+    uint64_t pings_ = 0; // sent on the present connection of the loop
+    uint64_t pongs_ = 0;
+
+    vx_mom_disconnect_f disconnect_ = nullptr;
+    vx_mom_reconnect_f reconnect_ = nullptr;
+    std::list<std::shared_ptr<Subscription>> subscriptions_; // in the order asked
+};
+
+} // namespace vx_mom
+
+#endif

@@ -1,0 +1,117 @@
+// The stream to the server; see the header for why hiredis is used without its blocking and asynchronous
+// layers.
+#include "link.h"
+
+#include <sys/socket.h>
+
+#include <cstring>
+
+namespace vx_mom
+{
+
+std::string text_of(const redisReply *reply)
+{
+    const bool has_text =
+        reply != nullptr && (reply->type == REDIS_REPLY_STRING || reply->type == REDIS_REPLY_STATUS ||
+                             reply->type == REDIS_REPLY_ERROR);
+    return has_text ? std::string(reply->str, reply->len) : std::string();
+}
+
+bool is_error(const redisReply *reply)
+{
+    return reply == nullptr || reply->type == REDIS_REPLY_ERROR;
+}
+
+bool is_error(const redisReply *reply, const char *code)
+{
+    const size_t length = std::strlen(code);
+    return reply != nullptr && reply->type == REDIS_REPLY_ERROR &&
+           std::strncmp(reply->str, code, length) == 0 &&
+           (reply->str[length] == ' ' || reply->str[length] == '\0');
+}
+
+Link::Link(const Endpoint &endpoint)
+    : context_(endpoint.path.empty() ? redisConnectNonBlock(endpoint.host.c_str(), endpoint.port)
+                                     : redisConnectUnixNonBlock(endpoint.path.c_str()))
+{
+    if (context_ == nullptr) {
+        connect_problem_ = "out of memory";
+    } else if (context_->err == 0 && endpoint.path.empty()) {
+        // A peer that is gone without a word is noticed only by asking. Fails harmlessly while connecting.
+        (void)redisEnableKeepAlive(context_.get());
+        context_->err = 0;
+    }
+}
+
+bool Link::failed() const
+{
+    return context_ == nullptr || context_->err != 0 || !connect_problem_.empty();
+}
+
+std::string Link::problem() const
+{
+    if (!connect_problem_.empty() || context_ == nullptr) {
+        return connect_problem_;
+    }
+    return context_->err == 0 ? std::string() : std::string(context_->errstr);
+}
+
+int Link::fd() const
+{
+    return context_->fd;
+}
+
+bool Link::finish_connecting()
+{
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (getsockopt(context_->fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0 || error != 0) {
+        connect_problem_ = std::strerror(error);
+        return false;
+    }
+    return true;
+}
+
+void Link::append(const Command &command)
+{
+    std::vector<const char *> texts;
+    std::vector<size_t> lengths;
+    for (const std::string &argument : command) {
+        texts.push_back(argument.data());
+        lengths.push_back(argument.size());
+    }
+    (void)redisAppendCommandArgv(context_.get(), static_cast<int>(command.size()), texts.data(),
+                                 lengths.data());
+    output_left_ = true;
+}
+
+bool Link::has_output() const
+{
+    return output_left_;
+}
+
+bool Link::send_some()
+{
+    int done = 0;
+    if (redisBufferWrite(context_.get(), &done) != REDIS_OK) {
+        return false;
+    }
+    output_left_ = done == 0;
+    return true;
+}
+
+bool Link::read_some()
+{
+    return redisBufferRead(context_.get()) == REDIS_OK;
+}
+
+Reply Link::next_reply()
+{
+    void *reply = nullptr;
+    if (redisGetReplyFromReader(context_.get(), &reply) != REDIS_OK) {
+        return nullptr;
+    }
+    return Reply(static_cast<redisReply *>(reply));
+}
+
+} // namespace vx_mom

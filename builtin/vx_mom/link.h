@@ -1,0 +1,68 @@
+// One stream to the server, never blocking: connects, sends commands, splits what comes into replies.
+//
+// Both the synchronous connection (driven by poll with a deadline) and the asynchronous one (driven by the
+// event loop) stand on it. hiredis' blocking calls were rejected because their time-out counts anew with
+// every read; its own asynchronous layer because a refused subscription ends the connection there, and
+// because a callback of it that frees the connection runs into what hiredis does next.
+#ifndef VX_MOM_LINK_H
+#define VX_MOM_LINK_H
+
+#include <hiredis/hiredis.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "endpoint.h"
+
+namespace vx_mom
+{
+
+struct FreeReply {
+    void operator()(redisReply *reply) const { freeReplyObject(reply); }
+};
+using Reply = std::unique_ptr<redisReply, FreeReply>;
+
+// A command: its name and arguments, any bytes.
+using Command = std::vector<std::string>;
+
+// The bytes of a text reply; empty for any other.
+std::string text_of(const redisReply *reply);
+
+// Whether the reply is an error whose first word is `code`.
+bool is_error(const redisReply *reply, const char *code);
+bool is_error(const redisReply *reply);
+
+class Link
+{
+public:
+    // Starts to connect. When that fails at once, failed() is true.
+    explicit Link(const Endpoint &endpoint);
+
+    bool failed() const;
+    // What went wrong; empty as long as nothing did.
+    std::string problem() const;
+    int fd() const;
+
+    // To be called when the descriptor is writable for the first time: whether the connection stands.
+    bool finish_connecting();
+    void append(const Command &command);
+    bool has_output() const;
+    // Sends and reads what is possible without waiting. Return false when the connection is lost.
+    bool send_some();
+    bool read_some();
+    // The next reply that has come completely; null when there is none, or the stream is broken (failed()).
+    Reply next_reply();
+
+private:
+    struct FreeContext {
+        void operator()(redisContext *context) const { redisFree(context); }
+    };
+    std::unique_ptr<redisContext, FreeContext> context_;
+    std::string connect_problem_;
+    bool output_left_ = false;
+};
+
+} // namespace vx_mom
+
+#endif

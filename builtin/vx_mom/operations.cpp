@@ -1,0 +1,142 @@
+// The calls on records; see the header. Nothing of a reply is held while a callback runs: callbacks make
+// calls themselves.
+#include "operations.h"
+
+#include <set>
+
+#include "key.h"
+#include "payload.h"
+#include "platform_log.h"
+#include "snapshot.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+std::vector<std::string> keys_of(const ProtobufCMessage &record)
+{
+    const std::string type = record.descriptor->name;
+    return {encode_key(record), counter_key(type), index_key(type)};
+}
+
+std::string channel_of(const Database &database, const ProtobufCMessage &record)
+{
+    return channel_name(database.number(), record.descriptor->name);
+}
+
+void append_pairs(const Fields &fields, std::vector<std::string> &arguments)
+{
+    for (const auto &[name, value] : fields) {
+        arguments.push_back(name);
+        arguments.push_back(value);
+    }
+}
+
+int32_t unstorable(const ProtobufCMessage &record)
+{
+    PLATFORM_LOG(platform::log_error, "record type %s, or a field of it, cannot be stored",
+                 record.descriptor->name);
+    return invalid;
+}
+
+} // namespace
+
+int32_t set(Database &database, const ProtobufCMessage &record)
+{
+    Content content;
+    if (!encode_record(record, content)) {
+        return unstorable(record);
+    }
+    std::vector<std::string> arguments{channel_of(database, record)};
+    append_pairs(content.present, arguments);
+    return database.change(set_script(), keys_of(record), arguments, record.descriptor->name);
+}
+
+int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count)
+{
+    Content content;
+    if (!encode_fields(record, fields, count, content)) {
+        return unstorable(record);
+    }
+    std::vector<std::string> arguments{channel_of(database, record),
+                                       std::to_string(2 * content.present.size())};
+    append_pairs(content.present, arguments);
+    arguments.insert(arguments.end(), content.absent.begin(), content.absent.end());
+    return database.change(hmset_script(), keys_of(record), arguments, record.descriptor->name);
+}
+
+int32_t del(Database &database, const ProtobufCMessage &record)
+{
+    return database.change(del_script(), keys_of(record), {channel_of(database, record)},
+                           record.descriptor->name);
+}
+
+int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count)
+{
+    const std::string type = record.descriptor->name;
+    const size_t fields = key_field_count(*record.descriptor);
+    const auto given = static_cast<size_t>(key_count);
+    if (given > fields) {
+        PLATFORM_LOG(platform::log_error, "%s has %zu key fields, not %d", type.c_str(), fields, key_count);
+        return invalid;
+    }
+    return database.change(
+        pdel_script(), {counter_key(type), index_key(type)},
+        {channel_of(database, record), encode_key_prefix(record, given), given == fields ? "1" : "0"}, type);
+}
+
+int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver)
+{
+    // A record that changes during the scan moves to the end of the order and is met again there.
+    std::set<std::string> seen;
+    const auto unseen = [&seen](const std::string &key, uint64_t) { return seen.insert(key).second; };
+    uint64_t after = 0;
+    for (bool done = false; !done;) {
+        std::vector<StoredRecord> records;
+        const int32_t error = read_slice(database, type.name, after, no_fence, unseen, records, done);
+        if (error != ok) {
+            return error;
+        }
+        for (const StoredRecord &record : records) {
+            if (const MessagePtr message = decode_or_log(type, record.key, record.fields)) {
+                vx_mom_pmsg_t notification{};
+                notification.cmd = VX_MOM_CMD_SCANNED;
+                notification.record = message.get();
+                (void)receiver.callback(receiver.arg, &notification);
+            }
+        }
+    }
+    return ok;
+}
+
+int32_t exists(Database &database, const ProtobufCMessage &record)
+{
+    const std::string key = encode_key(record);
+    const Answer answer = database.ask({{"HLEN", key}}, Purpose::read);
+    if (answer.error != ok) {
+        return answer.error;
+    }
+    const redisReply *reply = answer.replies[0].get();
+    if (reply->type != REDIS_REPLY_INTEGER) {
+        PLATFORM_LOG(platform::log_error, "record %s: the store answers: %s", key.c_str(),
+                     text_of(reply).c_str());
+        return is_error(reply, "WRONGTYPE") ? bad_data : refused;
+    }
+    return reply->integer > 0 ? 1 : 0;
+}
+
+int32_t hgetall(Database &database, const ProtobufCMessage &record, MessagePtr &found)
+{
+    const std::string key = encode_key(record);
+    Fields fields;
+    const int32_t error = read_record(database, key, fields);
+    if (error != ok || fields.empty()) {
+        return error;
+    }
+    found = decode_or_log(*record.descriptor, key, fields);
+    return found == nullptr ? int32_t{bad_data} : int32_t{ok};
+}
+
+} // namespace vx_mom

@@ -1,0 +1,28 @@
+// The calls on records, in terms of a database; vx_mom.cpp puts the C surface over them.
+#ifndef VX_MOM_OPERATIONS_H
+#define VX_MOM_OPERATIONS_H
+
+#include <cstdint>
+
+#include "database.h"
+#include "value.h"
+
+namespace vx_mom
+{
+
+// Each returns ok or an error. Arguments as in vx_mom.h; none is null.
+int32_t set(Database &database, const ProtobufCMessage &record);
+int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count);
+int32_t del(Database &database, const ProtobufCMessage &record);
+int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count);
+int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver);
+
+// Returns 1, 0 or an error.
+int32_t exists(Database &database, const ProtobufCMessage &record);
+
+// Returns ok with the record, or with null when there is none, or an error.
+int32_t hgetall(Database &database, const ProtobufCMessage &record, MessagePtr &found);
+
+} // namespace vx_mom
+
+#endif

@@ -1,0 +1,16 @@
+// SHA-1, by which the server names its scripts. Nothing is protected by it, so no library is drawn in.
+#ifndef VX_MOM_SHA1_H
+#define VX_MOM_SHA1_H
+
+#include <string>
+#include <string_view>
+
+namespace vx_mom
+{
+
+// The digest of the bytes, as 40 lower-case hexadecimal digits.
+std::string sha1_hex(std::string_view bytes);
+
+} // namespace vx_mom
+
+#endif

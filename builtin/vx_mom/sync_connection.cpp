@@ -1,0 +1,159 @@
+// The connection that calls go through; see the header.
+#include "sync_connection.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace vx_mom
+{
+
+SyncConnection::SyncConnection(const Endpoint &endpoint, const Credentials &credentials, int32_t database)
+    : endpoint_(endpoint), credentials_(credentials), database_(database)
+{
+}
+
+Exchange SyncConnection::open(Clock::time_point deadline)
+{
+    link_.emplace(endpoint_);
+    if (link_->failed()) {
+        return give_up(Exchange::lost, link_->problem());
+    }
+    switch (wait(POLLOUT, deadline)) {
+    case Wait::timed_out:
+        return give_up(Exchange::timed_out, "no connection in time");
+    case Wait::failed:
+        return give_up(Exchange::lost, std::strerror(errno));
+    case Wait::ready:
+        break;
+    }
+    if (!link_->finish_connecting()) {
+        return give_up(Exchange::lost, link_->problem());
+    }
+    std::vector<Reply> replies;
+    const Exchange result = exchange(greeting(credentials_, database_), deadline, replies);
+    if (result != Exchange::answered) {
+        return result;
+    }
+    for (const Reply &reply : replies) {
+        if (is_error(reply.get())) {
+            return give_up(is_passing(reply.get()) ? Exchange::lost : Exchange::rejected,
+                           explain_refusal(reply.get(), database_));
+        }
+    }
+    return Exchange::answered;
+}
+
+Exchange SyncConnection::exchange(const std::vector<Command> &commands, Clock::time_point deadline,
+                                  std::vector<Reply> &replies)
+{
+    replies.clear();
+    for (const Command &command : commands) {
+        link_->append(command);
+    }
+    const Exchange sent = send_all(deadline);
+    return sent == Exchange::answered ? receive(commands.size(), deadline, replies) : sent;
+}
+
+void SyncConnection::close()
+{
+    link_.reset();
+}
+
+SyncConnection::Wait SyncConnection::wait(short events, Clock::time_point deadline)
+{
+    for (;;) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        pollfd watched{link_->fd(), events, 0};
+        // One millisecond more: what is left was rounded down.
+        const int ready = poll(&watched, 1, static_cast<int>(std::max<int64_t>(left + 1, 0)));
+        if (ready > 0) {
+            return Wait::ready;
+        }
+        if (ready < 0 && errno != EINTR) {
+            return Wait::failed;
+        }
+        if (ready == 0 && Clock::now() >= deadline) {
+            return Wait::timed_out;
+        }
+    }
+}
+
+Exchange SyncConnection::give_up(Exchange how, const std::string &problem)
+{
+    problem_ = problem;
+    close();
+    return how;
+}
+
+Exchange SyncConnection::send_all(Clock::time_point deadline)
+{
+    for (;;) {
+        if (!link_->send_some()) {
+            return give_up(Exchange::lost, link_->problem());
+        }
+        if (!link_->has_output()) {
+            return Exchange::answered;
+        }
+        const Wait waited = wait(POLLOUT, deadline);
+        if (waited != Wait::ready) {
+            return give_up(waited == Wait::failed ? Exchange::lost : Exchange::timed_out, "cannot send");
+        }
+    }
+}
+
+Exchange SyncConnection::receive(size_t count, Clock::time_point deadline, std::vector<Reply> &replies)
+{
+    while (replies.size() < count) {
+        Reply reply = link_->next_reply();
+        if (reply != nullptr) {
+            replies.push_back(std::move(reply));
+            continue;
+        }
+        if (link_->failed()) {
+            return give_up(Exchange::lost, link_->problem());
+        }
+        const Wait waited = wait(POLLIN, deadline);
+        if (waited != Wait::ready) {
+            return give_up(waited == Wait::failed ? Exchange::lost : Exchange::timed_out,
+                           "no answer in time");
+        }
+        if (!link_->read_some()) {
+            return give_up(Exchange::lost, link_->problem());
+        }
+    }
+    return Exchange::answered;
+}
+
+std::vector<Command> greeting(const Credentials &credentials, int32_t database)
+{
+    std::vector<Command> commands;
+    if (!credentials.password.empty()) {
+        commands.push_back(credentials.user.empty()
+                               ? Command{"AUTH", credentials.password}
+                               : Command{"AUTH", credentials.user, credentials.password});
+    }
+    commands.push_back({"SELECT", std::to_string(database)});
+    return commands;
+}
+
+std::string explain_refusal(const redisReply *reply, int32_t database)
+{
+    const std::string text = text_of(reply);
+    if (text.find("DB index is out of range") != std::string::npos) {
+        return "the store server has no database " + std::to_string(database) +
+               ": it must be configured with 'databases 64'";
+    }
+    return "the store server refuses: " + text;
+}
+
+bool is_passing(const redisReply *reply)
+{
+    return is_error(reply, "LOADING") || is_error(reply, "BUSY") || is_error(reply, "MASTERDOWN") ||
+           is_error(reply, "READONLY") || is_error(reply, "TRYAGAIN");
+}
+
+} // namespace vx_mom

@@ -1,0 +1,65 @@
+// The connection that calls go through: sends commands and waits for their replies, until a deadline.
+//
+// It knows nothing of repeating: whoever calls decides what a loss means.
+#ifndef VX_MOM_SYNC_CONNECTION_H
+#define VX_MOM_SYNC_CONNECTION_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "endpoint.h"
+#include "link.h"
+#include "outage.h"
+
+namespace vx_mom
+{
+
+enum class Exchange {
+    answered,
+    lost,      // the connection broke, or did not come about: may be tried again
+    timed_out, // no answer before the deadline: the connection is closed
+    rejected   // the server does not let us in: trying again is of no use
+};
+
+class SyncConnection
+{
+public:
+    SyncConnection(const Endpoint &endpoint, const Credentials &credentials, int32_t database);
+
+    bool is_open() const { return link_.has_value(); }
+    // Connects, signs in and selects the database.
+    Exchange open(Clock::time_point deadline);
+    // Sends the commands and waits for all replies; an error of the server is a reply.
+    Exchange exchange(const std::vector<Command> &commands, Clock::time_point deadline,
+                      std::vector<Reply> &replies);
+    void close();
+    // What went wrong in the last call that did not end in `answered`.
+    const std::string &problem() const { return problem_; }
+
+private:
+    enum class Wait { ready, timed_out, failed };
+    Wait wait(short events, Clock::time_point deadline);
+    Exchange give_up(Exchange how, const std::string &problem);
+    Exchange send_all(Clock::time_point deadline);
+    Exchange receive(size_t count, Clock::time_point deadline, std::vector<Reply> &replies);
+
+    const Endpoint &endpoint_;
+    const Credentials &credentials_;
+    int32_t database_;
+    std::optional<Link> link_;
+    std::string problem_;
+};
+
+// The commands that a new connection begins with: signing in, if there are credentials, and the database.
+std::vector<Command> greeting(const Credentials &credentials, int32_t database);
+
+// What a server's refusal of such a command means for an operator.
+std::string explain_refusal(const redisReply *reply, int32_t database);
+
+// Whether an error says that the server is there but cannot serve yet, or no longer: worth trying again.
+bool is_passing(const redisReply *reply);
+
+} // namespace vx_mom
+
+#endif

@@ -1,0 +1,58 @@
+// A record's content in the store: one hash field per protobuf field that is not at its default.
+//
+// The hash field is named by the field's number. Scalars and texts are stored readable; a sub-message packed;
+// a repeated field as its wire bytes, tags included. One more hash field, `rev`, carries the revision of the
+// record's last change: it makes a record with all fields at their defaults exist as a hash, and one read
+// tells how new its content is. The whole record packed into one value was rejected: writing single fields
+// would then mean read, change, write.
+#ifndef VX_MOM_VALUE_H
+#define VX_MOM_VALUE_H
+
+#include <protobuf-c/protobuf-c.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vx_mom
+{
+
+// Hash fields with their values, in no particular order.
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+// The hash field that carries the revision.
+inline constexpr const char *revision_field = "rev";
+
+struct FreeMessage {
+    void operator()(ProtobufCMessage *message) const { protobuf_c_message_free_unpacked(message, nullptr); }
+};
+using MessagePtr = std::unique_ptr<ProtobufCMessage, FreeMessage>;
+
+// What a write stores and what it removes.
+struct Content {
+    Fields present;
+    std::vector<std::string> absent; // names of fields at their default
+};
+
+// The content of a whole record, without its index, which is in the key. Returns false when the record has a
+// field of a type that cannot be stored.
+bool encode_record(const ProtobufCMessage &record, Content &content);
+
+// The content of the fields with the given numbers; the index' number is passed over. Returns false when the
+// record's type has no such field, or it cannot be stored.
+bool encode_fields(const ProtobufCMessage &record, const int32_t *numbers, int32_t count, Content &content);
+
+// Makes a record from its key and its hash. Hash fields that the type does not know are passed over.
+// Returns null when it does not decode, and says in `why` what is wrong.
+MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_view key, const Fields &fields,
+                         std::string &why);
+
+// The revision in a record's hash; `fallback` when it has none; false when it is no number.
+bool revision_of(const Fields &fields, uint64_t fallback, uint64_t &revision);
+
+} // namespace vx_mom
+
+#endif

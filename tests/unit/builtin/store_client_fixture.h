@@ -1,0 +1,105 @@
+// What tests of the whole store client share: a private server, a platform context that uses it, and a record
+// of everything that the client calls back with.
+#ifndef STORE_CLIENT_FIXTURE_H
+#define STORE_CLIENT_FIXTURE_H
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "p_dev.pb-c.h"
+#include "p_libpub.pb-c.h"
+#include "store_server.h"
+#include "vx_mom.h"
+
+namespace store_test
+{
+
+// Sets an environment variable for the length of its life.
+class ScopedSetting
+{
+public:
+    ScopedSetting(const char *name, const std::string &value);
+    ScopedSetting(const ScopedSetting &) = delete;
+    ScopedSetting &operator=(const ScopedSetting &) = delete;
+    ~ScopedSetting();
+
+private:
+    const char *name_;
+};
+
+struct FinishContext {
+    void operator()(vx_global_t *global) const { vx_global_finish(global); }
+};
+
+// A card with its index; whatever points somewhere lives as long as this.
+struct Card {
+    Card(int32_t dev, int32_t slot, int32_t sslot, int32_t config_dev_type = 0);
+    Card(const Card &) = delete;
+    Card &operator=(const Card &) = delete;
+    ~Card() = default;
+    const ProtobufCMessage *message() const { return &record.base; }
+
+    PDev__CardInfoIndex index;
+    PDev__CardInfo record;
+};
+
+struct Ack {
+    Ack(int32_t dev, int32_t slot, int32_t sslot, const char *module, int32_t ret = 0,
+        const char *reason = "");
+    Ack(const Ack &) = delete;
+    Ack &operator=(const Ack &) = delete;
+    ~Ack() = default;
+    const ProtobufCMessage *message() const { return &record.base; }
+
+    PLibpub__AppCgCardCheckAckIndex index;
+    PLibpub__AppCgCardCheckAck record;
+
+private:
+    std::string module_;
+    std::string reason_;
+};
+
+class StoreClientTest : public testing::Test
+{
+protected:
+    StoreClientTest();
+
+    // Turns the loop until the condition holds. Returns false when it does not within `limit_ms`.
+    bool run_until(const std::function<bool()> &condition, int limit_ms = 20000);
+    // Asks for a connection to a database and waits until it is reported.
+    void connect(int32_t db);
+    // Subscribes to all cards of database 1; notifications go to `events`.
+    int32_t subscribe_cards();
+    // Turns the loop until `events` ends with this one.
+    bool run_until_event(const std::string &last);
+    // How often `what` is in `events`.
+    int64_t count(const std::string &what) const;
+    // Drops the context and makes a new one, as a program that starts anew.
+    void restart_client();
+
+    // Writes a notification of a card down: "4 0/1/2 type=3", "29", ...
+    static int32_t note_card(void *arg, vx_mom_pmsg_t *pmsg);
+    static std::string describe(const ProtobufCMessage *record);
+    static int32_t note_connect(void *first, void *second);
+    static int32_t note_disconnect(void *first, int32_t db);
+    static int32_t note_reconnect(void *first, int32_t db, int32_t type);
+
+    StoreServer server;
+    ScopedSetting endpoint;
+    std::unique_ptr<vx_global_t, FinishContext> global;
+    std::vector<std::string> events;
+    std::vector<std::string> reports; // of connections: "up", "lost 1", "back 1 type 2"
+    // Called with every notification of note_card() after it was written down.
+    std::function<void(const std::string &)> on_event;
+    // Called with every report of a return.
+    std::function<void(int32_t)> on_return;
+};
+
+} // namespace store_test
+
+#endif

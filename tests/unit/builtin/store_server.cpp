@@ -1,0 +1,157 @@
+// A private store server for tests; see the header.
+#include "store_server.h"
+
+#include <fcntl.h>
+#include <hiredis/hiredis.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace store_test
+{
+
+namespace
+{
+
+struct FreeContext {
+    void operator()(redisContext *context) const { redisFree(context); }
+};
+struct FreeReply {
+    void operator()(redisReply *reply) const { freeReplyObject(reply); }
+};
+using ContextPtr = std::unique_ptr<redisContext, FreeContext>;
+using ReplyPtr = std::unique_ptr<redisReply, FreeReply>;
+
+std::string make_folder()
+{
+    const char *base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base == nullptr ? "/tmp" : base) + "/store-XXXXXX";
+    if (mkdtemp(pattern.data()) == nullptr) {
+        throw std::runtime_error("no folder can be made: " + pattern);
+    }
+    return pattern;
+}
+
+std::string text_of(const redisReply &reply)
+{
+    switch (reply.type) {
+    case REDIS_REPLY_NIL:
+        return "(nil)";
+    case REDIS_REPLY_INTEGER:
+        return std::to_string(reply.integer);
+    case REDIS_REPLY_ERROR:
+        return "(error) " + std::string(reply.str, reply.len);
+    case REDIS_REPLY_ARRAY: {
+        std::string text;
+        for (size_t i = 0; i < reply.elements; i++) {
+            text += text_of(*reply.element[i]) + "\n";
+        }
+        return text;
+    }
+    default:
+        return {reply.str, reply.len};
+    }
+}
+
+ReplyPtr send(redisContext &context, const std::vector<std::string> &command)
+{
+    std::vector<const char *> texts;
+    std::vector<size_t> lengths;
+    for (const std::string &argument : command) {
+        texts.push_back(argument.data());
+        lengths.push_back(argument.size());
+    }
+    return ReplyPtr(static_cast<redisReply *>(
+        redisCommandArgv(&context, static_cast<int>(command.size()), texts.data(), lengths.data())));
+}
+
+[[noreturn]] void become_server(const std::string &folder, const std::string &databases)
+{
+    const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+    (void)dup2(null, STDIN_FILENO);
+    (void)dup2(null, STDOUT_FILENO);
+    (void)dup2(null, STDERR_FILENO);
+    const std::string socket = folder + "/s";
+    (void)execl(REDIS_SERVER_PATH, "redis-server", "--databases", databases.c_str(), "--port", "0",
+                "--unixsocket", socket.c_str(), "--save", "", "--appendonly", "no", "--dir", folder.c_str(),
+                static_cast<char *>(nullptr));
+    _exit(127);
+}
+
+} // namespace
+
+StoreServer::StoreServer(int databases) : databases_(databases), folder_(make_folder())
+{
+    start();
+}
+
+StoreServer::~StoreServer()
+{
+    kill();
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+void StoreServer::kill()
+{
+    if (pid_ > 0) {
+        (void)::kill(pid_, SIGKILL);
+        (void)waitpid(pid_, nullptr, 0);
+        pid_ = -1;
+    }
+}
+
+void StoreServer::start()
+{
+    (void)unlink(socket_path().c_str());
+    const std::string databases = std::to_string(databases_);
+    pid_ = fork();
+    if (pid_ == 0) {
+        become_server(folder_, databases);
+    }
+    wait_until_it_answers();
+}
+
+void StoreServer::freeze()
+{
+    (void)::kill(pid_, SIGSTOP);
+    int status = 0;
+    (void)waitpid(pid_, &status, WUNTRACED);
+}
+
+void StoreServer::thaw()
+{
+    (void)::kill(pid_, SIGCONT);
+}
+
+std::string StoreServer::run(int database, const std::vector<std::string> &command)
+{
+    const ContextPtr context(redisConnectUnix(socket_path().c_str()));
+    if (context == nullptr || context->err != 0) {
+        return "(no connection)";
+    }
+    (void)send(*context, {"SELECT", std::to_string(database)});
+    const ReplyPtr reply = send(*context, command);
+    return reply == nullptr ? "(no reply)" : text_of(*reply);
+}
+
+void StoreServer::wait_until_it_answers()
+{
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (run(0, {"PING"}) == "PONG") {
+            return;
+        }
+        (void)poll(nullptr, 0, 2);
+    }
+    throw std::runtime_error("the store server does not come up in " + folder_);
+}
+
+} // namespace store_test
