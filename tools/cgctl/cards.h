@@ -1,0 +1,51 @@
+// Cards with everything that the databases say about them.
+#ifndef CGCTL_CARDS_H
+#define CGCTL_CARDS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "position.h"
+#include "record_text.h"
+#include "store.h"
+
+namespace cgctl
+{
+
+// One card: its card_info, and what was found for it elsewhere.
+struct Card {
+    Position position;
+    Json info;
+    bool request = false;               // a check request stands
+    std::optional<std::string> by_tipc; // "PASS" or "DENY"
+    std::optional<std::string> by_position;
+    std::optional<std::string> custom_status;
+    bool power_off = false;
+
+    // "passed" or "denied" as the result by TIPC node says; without one "waiting" when a request stands, else
+    // "none".
+    [[nodiscard]] std::string verdict() const;
+    // The node type's name; DM_TYPE_UNKNOWN for a card without a static part.
+    [[nodiscard]] std::string node_type() const;
+    [[nodiscard]] bool is_online() const;
+    // The object that `list --json` shows.
+    [[nodiscard]] Json json() const;
+};
+
+// A record with the type and the database that it was found in.
+struct FoundRecord {
+    const RecordType *type;
+    Json record;
+};
+
+// Every card that has a card_info, sorted by position. Throws Failure.
+std::vector<Card> load_cards(Store &store);
+
+// Every record of every type that is about the card at a position, the result by TIPC node included when the
+// card's TIPC node id is known. Throws Failure.
+std::vector<FoundRecord> records_of_card(Store &store, const Position &position);
+
+} // namespace cgctl
+
+#endif

@@ -1,0 +1,159 @@
+// From arguments to a verb, and from failures to an exit status.
+//
+// What stands behind "--" is taken away before the parser sees it: it is another program's command line, and
+// the parser would look for our own options and verbs in it.
+#include "cli.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <algorithm>
+#include <exception>
+#include <ostream>
+
+#include "failure.h"
+#include "text.h"
+#include "verbs.h"
+
+#ifndef CGCTL_VERSION
+#error "the build says which version this is"
+#endif
+
+namespace cgctl
+{
+
+namespace
+{
+
+constexpr const char *description =
+    "cgctl - look at and steer the admission of cards\n"
+    "\n"
+    "The store is where VX_MOM_ENDPOINT says (unix:/path or tcp:host:port), as for the daemon; the daemon's\n"
+    "debug shell is at SSAT_SOCKET. Data goes to standard output, messages to standard error.\n"
+    "Exit status: 0 done, 1 failed or not found, 2 wrong usage.";
+
+constexpr const char *examples = "Examples:\n"
+                                 "  cgctl card plug 1/3/0 && cgctl list\n"
+                                 "  cgctl show 1/3/0 --json\n"
+                                 "  cgctl watch card_info app_cg_card_check_info\n"
+                                 "  cgctl module run voltage -- ./check-voltage\n"
+                                 "`cgctl VERB --help` tells more about a verb.";
+
+// A verb's help stands in one column, its name in another; 28 leaves room for the longest option.
+constexpr std::size_t column_width = 28;
+
+void add_everything(CLI::App &app, Session &session)
+{
+    app.name("cgctl");
+    app.footer(examples);
+    app.get_formatter()->column_width(column_width);
+    app.set_version_flag("--version", "cgctl " CGCTL_VERSION, "Print the version and end");
+    app.set_help_flag("-h,--help", "Print this help and end");
+    app.add_option("--endpoint", session.endpoint, "Where the store is, in place of VX_MOM_ENDPOINT");
+    app.add_option("--socket", session.socket, "Where the debug shell is, in place of SSAT_SOCKET");
+    app.add_flag("--json", session.json, "Print JSON, errors included");
+    app.fallthrough();
+    app.require_subcommand(1);
+    for (const auto add : verbs) {
+        add(app, session);
+    }
+}
+
+std::vector<std::string> verb_names(const CLI::App &app)
+{
+    std::vector<std::string> names;
+    for (const CLI::App *verb : app.get_subcommands([](const CLI::App *) { return true; })) {
+        names.push_back(verb->get_name());
+    }
+    return names;
+}
+
+// The verb that was reached, or the program.
+const CLI::App &reached(const CLI::App &app)
+{
+    const std::vector<CLI::App *> chosen = app.get_subcommands();
+    return chosen.empty() ? app : reached(*chosen.front());
+}
+
+std::string full_name(const CLI::App &app)
+{
+    return app.get_parent() == nullptr ? app.get_name() : full_name(*app.get_parent()) + ' ' + app.get_name();
+}
+
+// The parser's own text names what is wrong with options; for verbs it only says that one is missing.
+std::string usage_message(const CLI::App &app, const CLI::ParseError &error)
+{
+    const CLI::App &last = reached(app);
+    const std::string where = "; `" + full_name(last) + " --help` tells what is right";
+    const std::vector<std::string> names = verb_names(last);
+    const std::vector<std::string> extras = last.remaining();
+    const bool verb_wanted = !names.empty() && last.get_subcommands().empty();
+    const auto word = std::find_if(extras.begin(), extras.end(),
+                                   [](const std::string &extra) { return !extra.starts_with('-'); });
+    if (verb_wanted && word != extras.end()) {
+        return "unknown verb " + in_quotes(*word) + " of " + full_name(last) + "; " +
+               suggestion(*word, names);
+    }
+    if (verb_wanted && extras.empty() && error.get_name() == "RequiredError") {
+        return full_name(last) + " wants a verb; " + suggestion("", names);
+    }
+    return visible(error.what()) + where;
+}
+
+int parse_and_act(CLI::App &app, Session &session, std::vector<std::string> arguments)
+{
+    try {
+        std::reverse(arguments.begin(), arguments.end()); // the parser takes them from the back
+        app.parse(arguments);
+    } catch (const CLI::Success &help) {
+        app.exit(help, session.out, session.err);
+        return done;
+    } catch (const CLI::ParseError &error) {
+        throw Failure(wrong_usage, usage_message(app, error));
+    }
+    if (session.has_command && !app.got_subcommand("module")) {
+        throw Failure(wrong_usage, "\"--\" with a command behind it is for `cgctl module run` only");
+    }
+    const int status = session.action();
+    if (!session.out.flush()) {
+        throw Failure(failed, "cannot write to the output");
+    }
+    return status;
+}
+
+} // namespace
+
+CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char *verb_description,
+                   const char *verb_examples)
+{
+    CLI::App *verb = app.add_subcommand(name, verb_description);
+    verb->footer(std::string("Examples:\n") + verb_examples);
+    verb->add_flag("--json", session.json, "Print JSON, errors included");
+    return verb;
+}
+
+int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostream &err)
+{
+    Session session{out, err};
+    const auto marker = std::find(arguments.begin(), arguments.end(), "--");
+    const std::vector<std::string> own(arguments.begin(), marker);
+    if (marker != arguments.end()) {
+        session.has_command = true;
+        session.command.assign(marker + 1, arguments.end());
+    }
+    // An error of the parser itself should come as asked, too.
+    session.json = std::find(own.begin(), own.end(), "--json") != own.end();
+    try {
+        CLI::App app(description);
+        add_everything(app, session);
+        return parse_and_act(app, session, own);
+    } catch (const Failure &failure) {
+        session.error(failure.what());
+        return failure.status();
+    } catch (const std::exception &error) {
+        session.error(error.what());
+        return failed;
+    }
+}
+
+} // namespace cgctl

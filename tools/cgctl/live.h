@@ -1,0 +1,94 @@
+// Subscriptions on the event loop, for the verbs that stay until they are stopped.
+//
+// Connecting, subscribing again after the store was away, telling the user of it, and carrying an exception
+// out of a callback are the same for all of them.
+#ifndef CGCTL_LIVE_H
+#define CGCTL_LIVE_H
+
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <list>
+#include <optional>
+
+#include "record_types.h"
+#include "session.h"
+#include "store.h"
+#include "vx_mom.h"
+
+namespace cgctl
+{
+
+// What a subscription tells.
+struct Change {
+    int32_t cmd; // enum vx_mom_cmd
+    const RecordType &type;
+    int32_t db;
+    std::optional<Json> record; // as it now is, or as it last was; nothing for "subscribed" and for an error
+    int32_t error_code;         // not 0: the store could not deliver the record
+    bool existing;              // it was there when the subscription began, or began anew
+};
+
+// There is one at a time: the platform tells of a loss without saying to whom.
+class Live
+{
+public:
+    using Handler = std::function<void(const Change &)>;
+
+    Live(const Session &session, Store &store);
+    ~Live();
+    Live(const Live &) = delete;
+    Live &operator=(const Live &) = delete;
+
+    // Subscribes once the loop runs, and again whenever the store has returned. The handler may throw: that
+    // ends the loop. Throws Failure when the store does not answer.
+    void subscribe(const RecordType &type, int32_t db, Handler handler);
+
+    // Calls `tick` from the loop after so many milliseconds, once. May be called by `tick`.
+    void after(int64_t milliseconds, std::function<void()> tick);
+
+    // Serves until SIGTERM, SIGINT or stop(). Throws what a handler threw.
+    void run();
+
+    // Ends run() when the callback that calls it has returned.
+    void stop();
+    [[nodiscard]] bool is_stopping() const { return stopping_; }
+
+private:
+    struct Subscription {
+        Live *owner;
+        const RecordType *type;
+        int32_t db;
+        Handler handler;
+        bool in_place = false;
+    };
+    struct Delay {
+        Live *owner;
+        std::function<void()> tick;
+        std::list<Delay>::iterator place;
+        vx_thread_t *timer = nullptr;
+    };
+
+    static int32_t on_connected(void *first, void *second);
+    static int32_t on_lost(void *first, int32_t db);
+    static int32_t on_return(void *first, int32_t db, int32_t change);
+    static int32_t on_message(void *arg, vx_mom_pmsg_t *pmsg);
+    static int32_t on_timer(vx_thread_t *timer);
+
+    void connect(int32_t db);
+    void subscribe_all(int32_t db);
+    void deliver(Subscription &subscription, const vx_mom_pmsg_t &pmsg);
+    void guard(const std::function<void()> &action) noexcept;
+
+    const Session &session_;
+    Store &store_;
+    std::list<Subscription> subscriptions_; // addresses are held by the platform
+    std::list<Delay> delays_;
+    std::set<int32_t> databases_;
+    std::exception_ptr failure_;
+    bool stopping_ = false;
+};
+
+} // namespace cgctl
+
+#endif

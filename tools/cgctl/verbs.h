@@ -1,0 +1,35 @@
+// The table of verbs. Each is a file of its own; its function adds the verb with its arguments to the parser,
+// and leaves in the session what to do when it is chosen.
+#ifndef CGCTL_VERBS_H
+#define CGCTL_VERBS_H
+
+#include <CLI/App.hpp>
+#include <array>
+
+#include "session.h"
+
+namespace cgctl
+{
+
+void add_list(CLI::App &app, Session &session);
+void add_show(CLI::App &app, Session &session);
+void add_card(CLI::App &app, Session &session);
+void add_role(CLI::App &app, Session &session);
+void add_debug(CLI::App &app, Session &session);
+void add_get(CLI::App &app, Session &session);
+void add_set(CLI::App &app, Session &session);
+void add_del(CLI::App &app, Session &session);
+void add_watch(CLI::App &app, Session &session);
+void add_module(CLI::App &app, Session &session);
+
+// In the order of the help.
+inline constexpr std::array verbs{add_list, add_show, add_card, add_role,  add_debug,
+                                  add_get,  add_set,  add_del,  add_watch, add_module};
+
+// Adds a verb. Every verb takes --json, so that a script can always ask for errors that it can parse.
+CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char *description,
+                   const char *examples);
+
+} // namespace cgctl
+
+#endif
