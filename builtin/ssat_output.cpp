@@ -110,6 +110,14 @@ Printed OutputLoan::take_back()
     }
     ended_ = true;
     settle_standard_output();
+    Printed printed = take_memory();
+    // What the command closed must not become the next client's connection.
+    platform::occupy_standard_descriptors();
+    return printed;
+}
+
+Printed OutputLoan::take_memory()
+{
     if (!memory_) {
         return {"", whereabouts_of_standard_output(), true};
     }

@@ -53,6 +53,7 @@ public:
 
 private:
     void lend();
+    Printed take_memory();
 
     bool ended_ = false;
     platform::Descriptor memory_; // empty when nothing is lent
