@@ -138,6 +138,12 @@ private:
     std::string module_;
 };
 
+class NoDestination final : public LogDestination
+{
+public:
+    void write(const LogRecord & /*record*/) override {}
+};
+
 size_t number_in(std::string_view text, size_t least, size_t most)
 {
     size_t number = 0;
@@ -209,7 +215,10 @@ std::unique_ptr<LogDestination> open_log_destination(const std::string &where, c
     if (where == "journal") {
         return std::make_unique<JournalDestination>(module);
     }
-    throw std::invalid_argument("expected stderr, file:/path[:max_bytes[:files]] or journal");
+    if (where == "none") {
+        return std::make_unique<NoDestination>();
+    }
+    throw std::invalid_argument("expected stderr, file:/path[:max_bytes[:files]], journal or none");
 }
 
 } // namespace platform

@@ -6,6 +6,7 @@
 //   ones
 //                                    kept beside it (default 4)
 //   journal                          the system's journal, with the source location in fields of its own
+//   none                             nowhere; for a tool whose standard error is read by a program
 //
 // spdlog writes the lines. Its asynchronous mode was rejected: what an operator looks for after a crash is
 // the last record, so each one is handed to the system before the call returns.
