@@ -8,6 +8,7 @@
 
 #include "failure.h"
 #include "session.h"
+#include "text.h"
 #include "vx_mom.h"
 
 namespace cgctl
@@ -17,6 +18,7 @@ namespace
 {
 
 constexpr const char *endpoint_setting = "VX_MOM_ENDPOINT";
+constexpr const char *log_setting = "VX_ZLOG";
 
 struct FreeResult {
     void operator()(vx_mom_result_t *result) const noexcept { vx_mom_hash_res_free(result); }
@@ -65,6 +67,9 @@ Store::Store(const Session &session) : where_(where(session))
     if (!session.endpoint.empty()) {
         setenv(endpoint_setting, session.endpoint.c_str(), 1);
     }
+    // What the platform has to say goes to the user. Never to the daemon's log file, which the same setting
+    // may name: two processes cannot rotate one file. A program that reads our errors wants JSON only.
+    setenv(log_setting, session.json ? "none" : "stderr", 1);
     context_.reset(vx_global_init("cgctl", nullptr));
     if (!context_) {
         throw Failure(failed, "the platform could not be started");

@@ -2,6 +2,7 @@
 //
 // After the store was away the platform delivers every record again. The last known content is kept, so that
 // only what really changed meanwhile is printed then.
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <ctime>
@@ -101,26 +102,26 @@ private:
         } else if (change.error_code != 0) {
             session_.error(std::string("a record of ") + change.type.name() + " could not be read (result " +
                            std::to_string(change.error_code) + ")");
-        } else if (is_news(known, change)) {
-            print(change);
+        } else {
+            take_record(known, change);
         }
     }
 
-    // Remembers the change and says whether it is to be printed.
-    bool is_news(Known &known, const Change &change) const
+    // Remembers the record, and prints it when it is news.
+    void take_record(Known &known, const Change &change)
     {
         const std::string key = dump(key_part(change.type, *change.record));
+        const auto found = known.records.find(key);
+        const Json before = found == known.records.end() ? Json() : found->second;
         if (change.cmd == VX_MOM_CMD_DELETED) {
             known.records.erase(key);
-            return true;
+        } else {
+            known.records.insert_or_assign(key, *change.record);
         }
-        const auto before = known.records.find(key);
-        const bool same = before != known.records.end() && before->second == *change.record;
-        known.records.insert_or_assign(key, *change.record);
-        if (!change.existing) {
-            return true;
+        const bool live = !change.existing || change.cmd == VX_MOM_CMD_DELETED;
+        if (live || (known.complete ? before != *change.record : show_existing_)) {
+            print(change, before);
         }
-        return known.complete ? !same : show_existing_;
     }
 
     void tell_subscribed(const Change &change) const
@@ -136,24 +137,38 @@ private:
         }
     }
 
-    void print(const Change &change)
+    void print(const Change &change, const Json &before)
     {
         if (session_.json) {
             Json object{{"time", now_text()}, {"cmd", command_word(change.cmd)}};
             object.update(record_json(change.type, change.db, *change.record));
             session_.line(dump(object));
         } else {
-            std::string line =
-                now_text() + ' ' + command_word(change.cmd) + ' ' + title(change.type, *change.record) + ':';
-            const Json payload = payload_part(change.type, *change.record);
-            for (const std::string &field : to_lines(*change.type.descriptor, payload, Shown::set)) {
-                line += ' ' + field;
-            }
-            session_.line(line);
+            session_.line(now_text() + ' ' + command_word(change.cmd) + ' ' +
+                          title(change.type, *change.record) + ':' + content(change, before));
         }
         if (left_ > 0 && --left_ == 0) {
             live_.stop();
         }
+    }
+
+    // The fields that are not at their defaults, and those that have just become so.
+    static std::string content(const Change &change, const Json &before)
+    {
+        const ProtobufCMessageDescriptor &type = *change.type.descriptor;
+        const Json payload = payload_part(change.type, *change.record);
+        const std::vector<std::string> set = to_lines(type, payload, Shown::set);
+        const std::vector<std::string> known =
+            before.is_object() ? to_lines(type, before, Shown::all) : std::vector<std::string>{};
+        std::string text;
+        for (const std::string &field : to_lines(type, payload, Shown::all)) {
+            const bool changed =
+                !known.empty() && std::find(known.begin(), known.end(), field) == known.end();
+            if (changed || std::find(set.begin(), set.end(), field) != set.end()) {
+                text += ' ' + field;
+            }
+        }
+        return text;
     }
 
     const Session &session_;
