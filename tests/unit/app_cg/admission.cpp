@@ -330,6 +330,16 @@ Journal found(const Card &card)
     return found(card, card.card_nodeid);
 }
 
+Journal created(const Card &card)
+{
+    CardNode templ{};
+    templ.devid = card.devid;
+    templ.slotid = card.slotid;
+    templ.sslotid = card.sslotid;
+    return join(
+        {{notice("app_cg_node_init", "enter")}, dumped(templ), {notice("app_cg_node_init", "leave")}});
+}
+
 std::string position(const Card &card)
 {
     return trimmed(field("devid", card.devid) + field("slotid", card.slotid) +

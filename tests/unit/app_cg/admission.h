@@ -93,6 +93,9 @@ CardNode fresh_node(const Card &card);
 Journal found(const Card &card, int32_t nodeid);
 Journal found(const Card &card);
 
+// A node is made for the card's position, which is all that it knows at first.
+Journal created(const Card &card);
+
 // The operations on results, each with its traces. `stat` and `op` as passed to the operation.
 Journal mom_result_set(const Card &card, int32_t stat);
 Journal mom_result_deleted(const Card &card, int32_t stat);
