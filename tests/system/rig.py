@@ -89,10 +89,10 @@ class Rig:
 
     def start(self, **env):
         """Starts the daemon and waits until it has subscribed."""
-        subscribed_before = self.logged().count("module: num[")
+        scans_before = self._scans()
         self.daemon = self.new_daemon(**env)
         self.daemon.start()
-        self.expect(lambda: self._subscribed(subscribed_before), "the daemon subscribes")
+        self.expect(lambda: self._subscribed(scans_before), "the daemon subscribes")
         return self.daemon
 
     def start_scaled(self, factor):
@@ -101,9 +101,13 @@ class Rig:
 
     def _subscribed(self, before):
         if not self.daemon.is_running:
-            raise AssertionError(f"the daemon ended with {self.daemon.wait()}: {self.daemon.printed()}"
+            raise AssertionError(f"the daemon ended with {self.daemon.wait()}: {self.daemon.complained()}"
                                  f"\n{self.logged()}")
-        return self.logged().count("module: num[") > before
+        return self._scans() > before
+
+    def _scans(self):
+        """How often the folder of modules was scanned, which is just before the subscriptions are made."""
+        return self.logged().count("module: num[") + self.logged().count("Folder path(")
 
     def logged(self):
         """The daemon's log as text."""

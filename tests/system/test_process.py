@@ -1,5 +1,4 @@
 """The life of the process: starts, refusals, exit statuses, the process manager, the level file."""
-import os
 import re
 import signal
 import socket
@@ -176,15 +175,3 @@ def test_log_records_carry_their_source(master):
     [line] = [line for line in master.logged().splitlines() if "CARD_INSTALL" in line]
     assert re.search(r" error app_cg app_cg\.cpp:\d+ app_cg_install_node_pmsg_f:  CARD_INSTALL enter, devid\[1\] "
                      r"slotid\[3\], sslotid\[0\], node_type\[3\] tipc_node_id\[1003\|0x3eb\] $", line)
-
-
-def test_the_daemon_leaves_no_descriptor_to_what_it_starts(master):
-    # "collect" runs a shell: what it could inherit shows in the daemon's own flags.
-    leaked = []
-    for name in os.listdir(f"/proc/{master.daemon.pid}/fd"):
-        if int(name) > 2:
-            info = open(f"/proc/{master.daemon.pid}/fdinfo/{name}").read()
-            flags = int(re.search(r"flags:\s*(\d+)", info).group(1), 8)
-            if not flags & os.O_CLOEXEC:
-                leaked.append(os.readlink(f"/proc/{master.daemon.pid}/fd/{name}"))
-    assert leaked == []

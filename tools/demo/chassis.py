@@ -3,6 +3,7 @@ import contextlib
 import pathlib
 import re
 import subprocess
+import time
 
 from demo import programs
 from demo.cgctl import Cgctl
@@ -17,6 +18,7 @@ SPEED = 20  # how many times faster the daemon's clock runs
 
 _MODULE_PROGRAMS = pathlib.Path(__file__).resolve().parent / "modules"
 _GONE = "gone"
+_PACE_S = 1
 
 
 class Chassis:
@@ -44,12 +46,12 @@ class Chassis:
         started.callback(store.stop)
         store.start()
         narrator = Narrator(self._screen, self.view.log / "app_cg.log")
-        started.callback(narrator.close)
         log = SystemLog(self.view.system_log_socket, narrator.system_log_line)
         started.callback(log.close)
-        watch = self.cgctl.start("watch", "--json", stdout=subprocess.PIPE, text=True)
+        watch = self.cgctl.start("watch", "--json", *narrator.types, stdout=subprocess.PIPE, text=True)
         started.callback(programs.stop, watch)
         narrator.follow(watch)
+        programs.wait_until(narrator.is_following, 10, "the watch has subscribed")
 
         for name in MODULES:
             (self.view.modules / name).touch()
@@ -57,14 +59,19 @@ class Chassis:
         self._daemon.start()
         programs.wait_until(self._knows_modules, 20, "the daemon has subscribed")
         for name in MODULES:
-            module = self.cgctl.start("module", "run", name, "--", _MODULE_PROGRAMS / f"{name}.sh")
+            module = self.cgctl.start("module", "run", name, "--timeout", 3600, "--", _MODULE_PROGRAMS / f"{name}.sh")
             started.callback(programs.stop, module)
 
     def _knows_modules(self):
         if not self._daemon.is_running:
-            raise RuntimeError(f"the daemon ended with status {self._daemon.wait()}: {self._daemon.printed()}")
+            raise RuntimeError(f"the daemon ended with status {self._daemon.wait()}: {self._daemon.complained()}")
         found = re.search(r"app_cg_wait_obj_num (\d+)", self.cgctl.attempt("debug", "dump_check_module").stdout)
         return found and int(found.group(1)) == len(MODULES)
+
+    def caption(self, text):
+        """Says what comes next, and leaves the eyes a moment for what came before."""
+        time.sleep(_PACE_S)
+        self._screen.caption(text)
 
     def verdicts(self):
         """The verdict of every card that the store knows, by position."""

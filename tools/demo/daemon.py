@@ -37,19 +37,20 @@ class Daemon:
         self._process = None
         self.pid = None
         self._output = view.root / "daemon.out"
+        self._errors = view.root / "daemon.err"
 
     def start(self):
         """Starts it, and returns when its process exists; what it prints goes to a file."""
         reader, writer = os.pipe()
-        with open(self._output, "ab") as output:
+        with open(self._output, "ab") as output, open(self._errors, "ab") as errors:
             self._process = programs.start(
-                self.view.command(self._program, self._env, writer), stdout=output, stderr=output,
+                self.view.command(self._program, self._env, writer), stdout=output, stderr=errors,
                 pass_fds=[writer])
         os.close(writer)
         with os.fdopen(reader) as info:
             text = info.read()
         if not text:
-            raise RuntimeError(f"bubblewrap could not start the daemon: {self.printed()}")
+            raise RuntimeError(f"bubblewrap could not start the daemon: {self.complained()}")
         self.pid = json.loads(text)["child-pid"]
         return self
 
@@ -59,8 +60,12 @@ class Daemon:
         return self._process is not None and self._process.poll() is None
 
     def printed(self):
-        """What it wrote to standard output and standard error since the first start."""
-        return self._output.read_text("utf-8", "replace") if self._output.exists() else ""
+        """What it wrote to standard output since the first start; line ends as they are."""
+        return self._output.read_bytes().decode("utf-8", "replace")
+
+    def complained(self):
+        """What it wrote to standard error since the first start."""
+        return self._errors.read_bytes().decode("utf-8", "replace")
 
     def logged(self):
         """The bytes of its log."""

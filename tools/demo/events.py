@@ -31,30 +31,37 @@ class Narrator:
     def __init__(self, screen, log_path):
         self._screen = screen
         self._log_path = log_path
+        self._log_seen = 0  # how much of the log was read
         self._online = {}  # position: was the card on line when last seen
+        self._unconfirmed = set()  # record types that the watch has not subscribed to yet
         self._tell = {"card_info": self._card_info, "dp_lib_grole": self._role,
                       "app_cg_card_check_info": self._request, "app_cg_card_check_ack": self._answer,
                       "app_cg_card_deny_check_result": self._result, "dm_set_card_custom_st": self._custom,
                       "im_card_power_onoff": self._power}
-        self._ended = threading.Event()
-        self._tail = threading.Thread(target=self._follow_log, daemon=True)
-        self._tail.start()
 
-    def close(self):
-        """Stops following the log."""
-        self._ended.set()
-        self._tail.join(5)
+    @property
+    def types(self):
+        """The record types that there is something to tell about."""
+        return list(self._tell)
 
     def follow(self, watch):
         """Shows what a `cgctl watch --json` process prints, until it ends; on a thread of its own."""
+        self._unconfirmed = set(self.types)
         threading.Thread(target=self._follow_watch, args=(watch.stdout,), daemon=True).start()
+
+    def is_following(self):
+        """Whether the watch sees every change from now on."""
+        return not self._unconfirmed
 
     def _follow_watch(self, lines):
         for line in lines:
             event = json.loads(line)
-            tell = self._tell.get(event.get("type", "").split(".")[-1])
-            if tell and event["cmd"] != "subscribed":
-                tell(event["cmd"] == "deleted", event.get("key") or {}, event.get("record") or {})
+            kind = event["type"].split(".")[-1]
+            if event["cmd"] == "subscribed":
+                self._unconfirmed.discard(kind)
+            else:
+                self._read_log()  # what the daemon logged before it wrote the record comes before it
+                self._tell[kind](event["cmd"] == "deleted", event["key"], event["record"])
 
     def _card_info(self, deleted, key, record):
         card = position(key)
@@ -110,17 +117,15 @@ class Narrator:
         slot = re.search(r"slot (-?\d+/-?\d+)", text)
         self._screen.event(f"{slot.group(1)}/-" if slot else "", f"system log: {text}", "notice")
 
-    def _follow_log(self):
-        seen = 0
-        while not self._ended.wait(0.1):
-            try:
-                with open(self._log_path, "rb") as log:
-                    log.seek(seen)
-                    text = log.read()
-            except FileNotFoundError:
-                continue
-            whole = text[:text.rfind(b"\n") + 1]
-            seen += len(whole)
-            for match in _TIMED_OUT.finditer(whole):
-                card = b"/".join(match.groups()[:3]).decode()
-                self._screen.event(card, "300 s (scaled) have passed and a module is still silent", "notice")
+    def _read_log(self):
+        try:
+            with open(self._log_path, "rb") as log:
+                log.seek(self._log_seen)
+                text = log.read()
+        except FileNotFoundError:
+            return
+        whole = text[:text.rfind(b"\n") + 1]
+        self._log_seen += len(whole)
+        for match in _TIMED_OUT.finditer(whole):
+            card = b"/".join(match.groups()[:3]).decode()
+            self._screen.event(card, "300 s (scaled) have passed and a module is still silent", "notice")

@@ -31,6 +31,10 @@ class Screen:
         """A line of its own weight."""
         self._write(self._tinted(f"== {text}", "head"))
 
+    def caption(self, text):
+        """What the events that follow are about."""
+        self._write(self._tinted(f"-- {text}", "quiet"))
+
     def say(self, text=""):
         """A plain line."""
         self._write(text)

@@ -22,7 +22,7 @@ PLAIN = Card("1/2/0", "lc-48", "lc", 200, 12, "passed by all three modules", "pa
 OLD_FIRMWARE = Card("1/3/0", "lc-12-old", "lc", 210, 13, "denied by firmware, with a reason", "denied")
 RETURNING = Card("1/4/0", "lc-48", "lc", 200, 14, "went off line, returned, passed again", "passed")
 SILENT = Card("1/5/0", "lc-proto", "lc", 230, 15, "thermal stays silent: passed after 300 s", "passed")
-HUNGRY = Card("1/6/0", "lc-400", "lc", 220, 16, "denied by power, which gives no reason", "denied")
+HUNGRY = Card("1/6/0", "lc-400", "lc", 220, 16, "denied by power, with a reason", "denied")
 PULLED = Card("1/7/0", "lc-48", "lc", 200, 17, "passed, then pulled", "gone")
 SUB_CARD = Card("1/8/1", "sub-8", "sub_lc", 200, 18, "plugged off line, came up later", "passed")
 ABSENT = Card("1/9/0", "lc-48", "lc", 200, 19, "plugged, never came on line", "none")
@@ -49,35 +49,42 @@ def tell(chassis):
 
 
 def _board_card(chassis):
+    chassis.caption("A board card is admitted without a check.")
     _plug(chassis, SUPERVISOR)
     chassis.wait_for(SUPERVISOR.position, "passed")
 
 
 def _silent_module_begins(chassis):
+    chassis.caption("A prototype, of which one module will say nothing: its 300 s begin.")
     _plug(chassis, SILENT)
 
 
 def _plain_card(chassis):
+    chassis.caption("A line card that all modules pass.")
     _plug(chassis, PLAIN)
     chassis.wait_for(PLAIN.position, "passed")
 
 
 def _denials(chassis):
     for card in (OLD_FIRMWARE, HUNGRY):
+        chassis.caption("A line card that one module denies: marked, powered off, told to the system log.")
         _plug(chassis, card)
         chassis.wait_for(card.position, "denied")
 
 
 def _return(chassis):
+    chassis.caption("A line card is passed, goes off line, and is checked again when it returns.")
     _plug(chassis, RETURNING)
     chassis.wait_for(RETURNING.position, "passed")
     chassis.cgctl("card", "offline", RETURNING.position)
     chassis.wait_for(RETURNING.position, "none")
+    chassis.caption("(The second check waits only for what the first left open: one answer is enough.)")
     chassis.cgctl("card", "online", RETURNING.position)
     chassis.wait_for(RETURNING.position, "passed")
 
 
 def _pull(chassis):
+    chassis.caption("A line card is passed, and pulled.")
     _plug(chassis, PULLED)
     chassis.wait_for(PULLED.position, "passed")
     chassis.cgctl("card", "pull", PULLED.position)
@@ -85,6 +92,7 @@ def _pull(chassis):
 
 
 def _late_comers(chassis):
+    chassis.caption("A card that never comes on line, and a sub-card that does so later.")
     _plug(chassis, ABSENT, "--offline")
     _plug(chassis, SUB_CARD, "--offline")
     chassis.wait_for(SUB_CARD.position, "none")
@@ -93,9 +101,11 @@ def _late_comers(chassis):
 
 
 def _silent_module_ends(chassis):
+    chassis.caption("Now the prototype's time is up soon: silence counts as PASS.")
     chassis.wait_for(SILENT.position, "passed", 40)
 
 
 def _still_waiting(chassis):
+    chassis.caption("Another prototype: it is still waiting when the table is made.")
     _plug(chassis, LATE)
     chassis.wait_for(LATE.position, "waiting")

@@ -1,0 +1,97 @@
+"""The demonstration itself: it tells the truth, and leaves nothing behind."""
+import io
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+
+import pytest
+
+from demo import programs, story
+from demo.__main__ import _show_table
+from demo.screen import Screen
+from rig import BUILD, PROJECT, is_sanitized
+
+needs_scaled_time = pytest.mark.skipif(is_sanitized(), reason="the demonstration runs the build without sanitizers")
+
+
+@pytest.fixture
+def demo(tmp_path):
+    """The running demonstration, with its temporary folders in one of the test's own."""
+    environment = {"PYTHONPATH": str(PROJECT / "tools"), "PYTHONDONTWRITEBYTECODE": "1", "TMPDIR": "/tmp"}
+    with open(tmp_path / "shown", "wb") as shown:
+        process = programs.start([sys.executable, "-m", "demo", "--bin", BUILD / "bin"], environment,
+                                 stdout=shown, stderr=shown)
+    process.shown = lambda: (tmp_path / "shown").read_text()
+    yield process
+    programs.stop(process)
+
+
+def processes_of(folder):
+    """Command lines of the processes that know the folder."""
+    found = []
+    for entry in pathlib.Path("/proc").glob("[0-9]*/cmdline"):
+        try:
+            command = entry.read_bytes()
+        except OSError:
+            continue
+        if os.fsencode(folder) in command:
+            found.append(command)
+    return found
+
+
+def folder_of(text):
+    return re.search(r"Starting a chassis in (\S+):", text).group(1)
+
+
+@needs_scaled_time
+def test_every_card_ends_as_told(demo):
+    assert demo.wait(90) == 0, demo.shown()
+    shown = demo.shown()
+    for card in story.CARDS:
+        assert re.search(rf"^{card.position} .* {card.expected} +{card.expected} +ok$", shown, re.MULTILINE)
+    for text in ("ADMITTED", "DENIED", "pulled", "went off line", "power-off requested", "system log: ",
+                 "answers PASS", "answers DENY", "still silent"):
+        assert text in shown
+    assert "\x1b" not in shown, "no colours where no terminal is"
+    assert not pathlib.Path(folder_of(shown)).exists() and processes_of(folder_of(shown)) == []
+
+
+@needs_scaled_time
+@pytest.mark.parametrize("signum", [signal.SIGINT, signal.SIGTERM])
+def test_an_interrupt_leaves_nothing_behind(demo, signum):
+    programs.wait_until(lambda: "ADMITTED" in demo.shown(), 30, "a card is admitted")
+    folder = folder_of(demo.shown())
+    assert len(processes_of(folder)) > 1
+    demo.send_signal(signum)
+    assert demo.wait(20) == 1
+    assert processes_of(folder) == [] and not pathlib.Path(folder).exists()
+
+
+class SeenChassis:
+    """A chassis of which only the verdicts are known."""
+
+    def __init__(self, **changes):
+        self._verdicts = {card.position: card.expected for card in story.CARDS if card.expected != "gone"}
+        self._verdicts.update({position.replace("_", "/"): verdict for position, verdict in changes.items()})
+
+    def verdicts(self):
+        return self._verdicts
+
+
+@pytest.mark.parametrize("changes, right", [({}, True), ({"1/2/0": "denied"}, False), ({"1/7/0": "passed"}, False),
+                                            ({"2/2/2": "passed"}, False)])
+def test_the_table_admits_what_is_wrong(changes, right):
+    shown = io.StringIO()
+    assert _show_table(SeenChassis(**changes), Screen(shown)) == right
+    assert ("WRONG" in shown.getvalue()) != right
+
+
+@pytest.mark.parametrize("script", ["run", "test"])
+def test_scripts_refuse_what_they_do_not_know(script, tmp_path):
+    done = subprocess.run([PROJECT / script, "--fast"], cwd=tmp_path, capture_output=True, text=True, check=False)
+    assert done.returncode == 2 and done.stdout == ""
+    assert len(done.stderr.splitlines()) == 1 and "--fast" in done.stderr
+    assert subprocess.run([PROJECT / script, "--help"], cwd=tmp_path, capture_output=True, check=True).stdout
