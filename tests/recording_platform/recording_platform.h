@@ -29,11 +29,13 @@
 // cancelled one is freed at once. Cancelling anything but an armed timer is "vx_thread_cancel(unknown)".
 // A refused timer is "vx_thread_add_timer(300.000000) = null", an absent record "null".
 //
-// Two environment variables serve programs that are tested from outside:
+// Three environment variables serve programs that are tested from outside:
 //   RECORDING_PLATFORM_JOURNAL  a file to which every line is appended as it happens; line ends and
 //                               backslashes within it are written as escapes;
 //   RECORDING_PLATFORM_SCRIPT   scripted results, as "vx_mom_del=-5;vx_mom_set=1,2": one number is returned
-//                               always, several are returned in turn.
+//                               always, several are returned in turn;
+//   RECORDING_PLATFORM_EVENTS   what happens while the loop runs, as "connect 1;disconnect 28;reconnect 33
+//   2".
 #ifndef RECORDING_PLATFORM_H
 #define RECORDING_PLATFORM_H
 

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
+#include <sstream>
 
 #include "state.h"
 
@@ -57,6 +59,32 @@ std::unique_ptr<Timer> disarm(const vx_thread_t *handle)
     std::unique_ptr<Timer> timer = std::move(*found);
     timers.erase(found);
     return timer;
+}
+
+// One event of RECORDING_PLATFORM_EVENTS.
+void run_event(const std::string &text)
+{
+    std::istringstream words(text);
+    std::string kind;
+    int32_t db = 0;
+    int32_t type = 0;
+    words >> kind >> db >> type;
+    const bool known = kind == "connect"      ? connect(db)
+                       : kind == "disconnect" ? disconnect(db)
+                       : kind == "reconnect"  ? reconnect(db, type)
+                                              : false;
+    if (!known) {
+        record_line("nobody waits for \"" + text + "\"");
+    }
+}
+
+void run_events_of_environment()
+{
+    const char *text = std::getenv("RECORDING_PLATFORM_EVENTS");
+    std::istringstream events(text == nullptr ? "" : text);
+    for (std::string event; std::getline(events, event, ';');) {
+        run_event(event);
+    }
 }
 
 // The timer is dead when its callback is entered; only its memory lives until the callback's return,
@@ -122,6 +150,7 @@ vx_global_t *vx_global_init(const char *module, void *reserved)
 int32_t vx_global_run(vx_global_t *global)
 {
     record_line("vx_global_run()" + context_suffix(global));
+    run_events_of_environment();
     if (state().run_action) {
         const std::function<void()> action = state().run_action;
         action();

@@ -400,6 +400,7 @@ public:
     {
         unsetenv("RECORDING_PLATFORM_JOURNAL");
         unsetenv("RECORDING_PLATFORM_SCRIPT");
+        unsetenv("RECORDING_PLATFORM_EVENTS");
         fake_fs::tear_down();
     }
 
@@ -421,4 +422,16 @@ TEST_F(RecordingPlatformTest, TheEnvironmentNamesAJournalFileAndAScript)
         fake_fs::read(EnvironmentJournal::PATH),
         "vx_initframe_duplicate_check()\nvx_initframe_duplicate_check()\nreg_process_exit_action(0, 2)\n"
         "reg_process_exit_action(0, 2)\nreg_process_exit_action(0, 2)\nline\\r\\nend\\\\\n");
+}
+
+TEST_F(RecordingPlatformTest, TheEnvironmentNamesWhatHappensWhileTheLoopRuns)
+{
+    const EnvironmentJournal environment;
+    setenv("RECORDING_PLATFORM_EVENTS", "connect 1;reconnect 28 2;connect 33", 1);
+    (void)vx_mom_client_connect(global, 1, note_connection, nullptr);
+    (void)vx_mom_client_set_reconnect_cb(global, 28, note_return, nullptr);
+    (void)recording::take();
+    EXPECT_EQ(vx_global_run(global), 0);
+    EXPECT_EQ(recording::journal(),
+              (Lines{"vx_global_run()", "up", "back 28 2", "nobody waits for \"connect 33\""}));
 }
