@@ -116,7 +116,8 @@ unit_tests()
 # system_tests PRESET
 system_tests()
 {
+    # Most of their time they wait, so there may be more of them than processors.
     APP_CG_BUILD=$project_root/build/$1 PYTHONDONTWRITEBYTECODE=1 \
-        /usr/bin/python3 -m pytest -q -p no:cacheprovider --rootdir "$project_root/tests/system" \
+        /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --rootdir "$project_root/tests/system" \
         --junitxml "$junit" "$project_root/tests/system" 2>&1 | tee "$stages_logs/system-$1.log"
 }

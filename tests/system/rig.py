@@ -57,14 +57,28 @@ class Rig:
         self._markers = 0
 
     def close(self):
-        """Stops what was started and removes the folder."""
+        """Stops what was started and removes the folder; the test fails when a daemon ends badly."""
+        problems = []
         for daemon in self._daemons:
-            daemon.stop()
+            problems += self._end(daemon)
         for database in self._databases.values():
             database.close()
         self.system_log.close()
-        self.store.stop()
+        self.store.kill()
         shutil.rmtree(self.folder)
+        assert not problems, "\n".join(problems)
+
+    @staticmethod
+    def _end(daemon):
+        """Stops a daemon; returns what was wrong with it, a sanitizer's findings included."""
+        problems = []
+        if daemon.is_running:
+            daemon.stop()
+            if daemon.wait() != 0:
+                problems.append(f"SIGTERM ended the daemon with status {daemon.wait()}")
+        if "Sanitizer" in daemon.complained() or "runtime error:" in daemon.complained():
+            problems.append(daemon.complained())
+        return problems
 
     # The daemon
 

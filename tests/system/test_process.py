@@ -10,8 +10,7 @@ from rig import LEVEL_FILE
 
 def start_and_wait(rig, **env):
     """Starts a daemon that will not live long; returns its exit status."""
-    daemon = rig.new_daemon(**env)
-    daemon.start()
+    daemon = rig.new_daemon(**env).start()
     status = daemon.wait()
     return status, daemon.printed()
 

@@ -71,7 +71,9 @@ class StoreServer:
         self._process = None
 
     def kill(self):
-        """Ends the server as a power cut would."""
+        """Ends the server as a power cut would; one that ended already is fine."""
+        if self._process is None:
+            return
         os.kill(self._process.pid, signal.SIGKILL)
         self._process.wait()
         self._process = None
