@@ -13,8 +13,8 @@
 #include <string>
 
 #include "platform_context.h"
+#include "ssat_path.h"
 #include "ssat_shell.h"
-#include "ssat_socket.h"
 
 namespace
 {

@@ -1,7 +1,7 @@
 // The other end of the debug shell: sends one command to a running process and waits for what came of it.
 //
 // Blocking and without the platform's context, because a tool asks one question and ends; each call opens a
-// connection of its own.
+// connection of its own. The path is that of socket_path(), unless the user names another one.
 #ifndef SSAT_CLIENT_H
 #define SSAT_CLIENT_H
 
@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "ssat_path.h"
 
 namespace ssat
 {
@@ -51,9 +53,6 @@ struct Command {
     std::string name;
     std::string args_template; // "void", or "a=%d b=%d"
 };
-
-// The socket of the named module's shell: the setting SSAT_SOCKET, else the built-in default.
-std::string socket_path(const std::string &module);
 
 // Has a command executed.
 //

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "settings.h"
+#include "ssat_path.h"
 
 namespace ssat
 {

@@ -13,9 +13,6 @@
 namespace ssat
 {
 
-// Returns where the named module's shell listens: the setting SSAT_SOCKET, else /run/MODULE.ssat.
-std::string socket_path(const std::string &module);
-
 // Returns a path as a socket's address; nothing when the path is empty or too long for one.
 std::optional<sockaddr_un> address_of(const std::string &path);
 

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdio>
+#include <utility>
 
 namespace platform
 {
@@ -20,8 +21,9 @@ std::optional<std::string> formatted(const char *format, va_list values)
     if (length >= 0 && static_cast<size_t>(length) < near.size()) {
         text.emplace(near.data(), static_cast<size_t>(length));
     } else if (length >= 0) {
-        text.emplace(static_cast<size_t>(length), '\0');
-        vsnprintf(text->data(), text->size() + 1, format, again);
+        std::string longer(static_cast<size_t>(length), '\0');
+        vsnprintf(longer.data(), longer.size() + 1, format, again);
+        text = std::move(longer);
     }
     va_end(again);
     return text;

@@ -7,7 +7,6 @@
 #include <string>
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -18,7 +17,6 @@ namespace
 {
 
 using namespace std::chrono_literals;
-using testing::HasSubstr;
 using testing_platform::Child;
 using testing_platform::content_of;
 using testing_platform::Mailbox;
@@ -147,6 +145,10 @@ protected:
         if (vx_initframe_duplicate_check() != 0) {
             return 2;
         }
+        return live(held);
+    }
+    static int live(Signpost &held)
+    {
         held.reach();
         while (true) {
             pause();
@@ -239,11 +241,7 @@ TEST_F(SingleInstance, LockSurvivesThatStandardDescriptorsWereClosedAndMove)
         const int32_t result = vx_initframe_duplicate_check();
         dup2(STDERR_FILENO, STDIN_FILENO);
         dup2(STDERR_FILENO, STDOUT_FILENO);
-        held.reach();
-        while (result == 0) {
-            pause();
-        }
-        return 2;
+        return result == 0 ? live(held) : 2;
     }};
     ASSERT_TRUE(held.wait());
     EXPECT_EQ(ask_as_another_process().result, 1);

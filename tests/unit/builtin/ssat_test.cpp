@@ -31,7 +31,6 @@ namespace
 {
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing_platform::Child;
 using testing_platform::content_of;
@@ -108,7 +107,8 @@ int32_t move_output()
     puts("before");
     fflush(stdout);
     static_cast<void>(dup(STDOUT_FILENO));
-    const int fd = open(getenv("MOVED_TO"), O_RDWR | O_CREAT, 0644);
+    const char *path = getenv("MOVED_TO");
+    const int fd = open(path == nullptr ? "" : path, O_RDWR | O_CREAT, 0644);
     for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         dup2(fd, standard);
     }
@@ -446,9 +446,9 @@ TEST_F(Ssat, ClientThatGoesAwayDoesNotHarm)
 TEST_F(Ssat, ClientsBeyondTheLimitAreServedWhenOthersHaveGone)
 {
     start();
-    std::vector<platform::Descriptor> silent;
-    for (int i = 0; i < 20; ++i) {
-        silent.push_back(connect());
+    std::vector<platform::Descriptor> silent(20);
+    for (auto &client : silent) {
+        client = connect();
     }
     silent.clear();
     EXPECT_EQ(run("nothing").result, 7);
