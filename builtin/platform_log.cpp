@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "text.h"
+
 namespace platform
 {
 
@@ -24,29 +26,11 @@ const char *base_name(const char *path)
     return slash == nullptr ? path : slash + 1;
 }
 
-std::string visible(const char *text)
-{
-    std::string shown;
-    for (const char *at = text; *at != '\0'; ++at) {
-        const auto byte = static_cast<unsigned char>(*at);
-        if (byte >= 0x20 && byte != 0x7f) {
-            shown += *at;
-            continue;
-        }
-        std::array<char, 5> escaped{};
-        (void)std::snprintf(escaped.data(), escaped.size(), "\\x%02x", byte);
-        shown += escaped.data();
-    }
-    return shown;
-}
-
 } // namespace
 
 void log_open(const std::string &module)
 {
-    if (category() == nullptr) {
-        category() = vx_zlog_init(module.c_str());
-    }
+    category() = vx_zlog_init(module.c_str());
 }
 
 void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)

@@ -15,7 +15,7 @@ namespace platform
 
 enum LogLevel : int32_t { log_info = 40, log_notice = 60, log_warn = 80, log_error = 100 };
 
-// Opens the log of the named module for log_write(); the first call decides, later ones change nothing.
+// Makes log_write() write into the log of the named module from now on.
 void log_open(const std::string &module);
 
 // Writes one record: `format` as printf's. Control characters in the finished text are made visible, so that

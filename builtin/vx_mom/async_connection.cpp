@@ -145,8 +145,9 @@ void AsyncConnection::greet()
     }
     state_ = State::greeting;
     std::vector<Command> commands = greeting(credentials_, database_);
+    greetings_ = commands.size();
+    greeting_replies_ = 0;
     commands.push_back({"GET", data_set_key});
-    greetings_left_ = commands.size();
     for (const Command &command : commands) {
         link_->append(command);
     }
@@ -173,16 +174,16 @@ void AsyncConnection::take_replies()
 
 void AsyncConnection::take_greeting_reply(Reply reply)
 {
-    if (is_error(reply.get())) {
+    const size_t at = greeting_replies_++;
+    if (at < greetings_ && is_turned_away(reply.get(), at, greetings_)) {
         retry(explain_refusal(reply.get(), database_), !is_passing(reply.get()));
         return;
     }
-    greetings_left_--;
-    if (greetings_left_ == 0) {
+    if (at == greetings_) {
         state_ = State::up;
         up_since_ = std::chrono::steady_clock::now();
         (void)event_del(timer_.get());
-        observer_.on_up(text_of(reply.get()));
+        observer_.on_up(is_error(reply.get()) ? std::string() : text_of(reply.get()));
     }
 }
 

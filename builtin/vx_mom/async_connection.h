@@ -82,7 +82,8 @@ private:
     State state_ = State::idle;
     std::chrono::milliseconds pause_;
     std::chrono::steady_clock::time_point up_since_;
-    size_t greetings_left_ = 0;
+    size_t greetings_ = 0;        // commands of the greeting
+    size_t greeting_replies_ = 0; // of which so many are answered
     platform::Event timer_;
     std::optional<Link> link_;
     platform::Event io_; // watches the link's descriptor: declared after it, gone before it

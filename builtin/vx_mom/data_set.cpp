@@ -75,14 +75,14 @@ void DataSet::learn(const std::string &type, uint64_t revision)
     highest = std::max(highest, revision);
 }
 
-std::string new_data_set_id()
+Command name_data_set()
 {
     std::random_device random;
     std::string text;
     for (int i = 0; i < 32; i++) {
         text += "0123456789abcdef"[random() % 16];
     }
-    return text;
+    return {"SET", data_set_key, text, "NX"};
 }
 
 } // namespace vx_mom

@@ -22,12 +22,11 @@ class DataSet
 public:
     // The commands that ask a server for its data's identity and the revisions that matter here.
     std::vector<Command> questions() const;
-    // Reads the replies to questions(). Returns false when they are no such answers; then the data counts as
-    // another. `fresh_id` is what the identity becomes known as when the server had none.
     struct Answers {
         std::string id;
         std::map<std::string, uint64_t> revisions;
     };
+    // Reads the replies to questions(). Returns false when they are no such answers.
     bool read(const std::vector<Reply> &replies, Answers &answers) const;
 
     bool is_known() const { return known_; }
@@ -45,8 +44,8 @@ private:
     std::map<std::string, uint64_t> revisions_; // the highest seen, per record type
 };
 
-// A random identity for data that has none.
-std::string new_data_set_id();
+// The command that gives data an identity, a random one, unless it has one.
+Command name_data_set();
 
 } // namespace vx_mom
 

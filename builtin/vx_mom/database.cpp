@@ -67,6 +67,7 @@ Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
     }
     const Clock::time_point began = Clock::now();
     const Clock::time_point deadline = shared_.outage.deadline();
+    const bool only_once = shared_.outage.is_exhausted();
     milliseconds pause{1};
     for (;;) {
         Answer answer;
@@ -88,7 +89,7 @@ Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
         }
         shared_.outage.begin(result == Exchange::timed_out ? began : Clock::now(),
                              shared_.endpoint.text + ": " + problem);
-        if (result == Exchange::timed_out || Clock::now() + pause >= deadline) {
+        if (result == Exchange::timed_out || only_once || Clock::now() + pause >= deadline) {
             return give_up(purpose, problem);
         }
         pause_for(pause);
@@ -256,9 +257,9 @@ Exchange Database::open(Clock::time_point deadline)
         return opened;
     }
     DataSet::Answers answers;
-    Exchange result = Exchange::answered;
-    if (!identify(deadline, answers, result)) {
-        return result;
+    const Exchange identified = identify(deadline, answers);
+    if (identified != Exchange::answered) {
+        return identified;
     }
     if (!data_set_.is_known()) {
         data_set_.adopt(answers);
@@ -270,7 +271,9 @@ Exchange Database::open(Clock::time_point deadline)
     // The call that found out fails in any case: it was meant for the data that is gone.
     if (wanted_) {
         other_data_ = true;
-        drop("the store holds other data");
+        if (!settling_) {
+            drop("the store holds other data");
+        }
     } else {
         data_set_.adopt(answers);
     }
@@ -278,33 +281,22 @@ Exchange Database::open(Clock::time_point deadline)
     return Exchange::rejected;
 }
 
-// Asks the open connection for the data's identity, and gives one to data that has none.
-bool Database::identify(Clock::time_point deadline, DataSet::Answers &answers, Exchange &result)
+// Asks the open connection for the data's identity.
+Exchange Database::identify(Clock::time_point deadline, DataSet::Answers &answers)
 {
     std::vector<Reply> replies;
-    result = sync_.exchange(data_set_.questions(), deadline, replies);
+    const Exchange result = sync_.exchange(data_set_.questions(), deadline, replies);
     if (result != Exchange::answered) {
-        return false;
+        return result;
     }
     if (first_passing(replies) != nullptr) {
         sync_.close();
-        result = Exchange::lost;
-        return false;
+        return Exchange::lost;
     }
     if (!data_set_.read(replies, answers)) {
-        return true; // no identity: taken for other data, or for data without one
+        answers = {}; // without an identity, which is another one than any known
     }
-    if (answers.id.empty()) {
-        const std::string fresh = new_data_set_id();
-        result = sync_.exchange({{"SET", data_set_key, fresh, "NX", "GET"}}, deadline, replies);
-        if (result != Exchange::answered) {
-            return false;
-        }
-        // A user without the right to write it leaves the data without an identity.
-        const redisReply *reply = replies[0].get();
-        answers.id = is_error(reply) ? "" : reply->type == REDIS_REPLY_NIL ? fresh : text_of(reply);
-    }
-    return true;
+    return Exchange::answered;
 }
 
 Answer Database::give_up(Purpose purpose, const std::string &problem)
@@ -355,7 +347,10 @@ bool Database::settle_arrival()
     arrival_due_ = false;
     bool other = other_data_;
     other_data_ = false;
-    if (!identify_returned(other)) {
+    settling_ = true;
+    const bool identified = identify_returned(other);
+    settling_ = false;
+    if (!identified) {
         other_data_ = other;
         return false;
     }
@@ -392,7 +387,7 @@ bool Database::identify_returned(bool &other)
         drop("the store's data cannot be identified");
         return false;
     }
-    if (!async_id_.empty() && async_id_ != answers.id) {
+    if (async_id_ != answers.id) {
         sync_.close();
         drop("the connections reach different data");
         return false;

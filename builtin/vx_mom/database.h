@@ -90,7 +90,7 @@ private:
     Exchange attempt(const std::vector<Command> &commands, Clock::time_point deadline,
                      std::vector<Reply> &replies);
     Exchange open(Clock::time_point deadline);
-    bool identify(Clock::time_point deadline, DataSet::Answers &answers, Exchange &result);
+    Exchange identify(Clock::time_point deadline, DataSet::Answers &answers);
     Answer give_up(Purpose purpose, const std::string &problem);
     Answer refuse();
     void tell_once(const std::string &problem);
@@ -113,6 +113,7 @@ private:
     bool loss_due_ = false;    // a loss is to be reported
     bool arrival_due_ = false; // the connection is up and nobody has been told
     bool other_data_ = false;  // the store was found to hold other data
+    bool settling_ = false;    // a return is being looked into
     bool write_given_up_ = false;
     std::string async_id_; // the data's identity as the connection on the loop sees it
 

@@ -19,8 +19,9 @@ public:
     explicit Outage(std::chrono::milliseconds budget) : budget_(budget) {}
 
     std::chrono::milliseconds budget() const { return budget_; }
-    // The moment until which a call that begins now may wait. Once an outage has used up its budget, every
-    // call still gets one short attempt.
+    // Whether the budget is used up: a call gets one short attempt then, and is not repeated.
+    bool is_exhausted() const { return lasting_ && Clock::now() >= since_ + budget_; }
+    // The moment until which a call that begins now may wait.
     Clock::time_point deadline() const;
     // The store did not answer, since `when`; `problem` is logged when this begins an outage.
     void begin(Clock::time_point when, const std::string &problem);

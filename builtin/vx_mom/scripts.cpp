@@ -87,6 +87,7 @@ return revision
 constexpr const char *remove_function = R"lua(
 local function check_removal(record, index, channel)
     redis.call('HLEN', record)
+    redis.call('ZCARD', index)
     permit('HGETALL', record)
     permit('DEL', record)
     permit('ZREM', index, record)

@@ -284,17 +284,26 @@ void Subscription::deliver_written(Change &&change)
 
 void Subscription::deliver_deleted(Change &&change)
 {
-    const auto known = known_.find(change.key);
-    if (known != known_.end()) {
-        if (change.fields.empty()) {
-            change.fields = std::move(known->second.fields);
-        }
-        known_.erase(known);
-    }
     if (gone_.erase(change.key) != 0) {
         return;
     }
-    if (const MessagePtr message = decode_or_log(type_, change.key, change.fields)) {
+    const auto known = known_.find(change.key);
+    if (known != known_.end() && change.fields.empty()) {
+        change.fields = known->second.fields;
+    }
+    const MessagePtr message = decode_or_log(type_, change.key, change.fields);
+    // Until command 29 a record that was not delivered yet is one that existed at the fence: nothing has
+    // changed it since, so it is delivered as it then was, and its deletion after that.
+    if (message != nullptr && phase_ == Phase::draining && known == known_.end()) {
+        const uint64_t round = round_;
+        known_[change.key] = {change.revision, change.fields};
+        call_back(VX_MOM_CMD_SET, message.get());
+        if (round != round_) {
+            return; // starting over tells of the deletion
+        }
+    }
+    known_.erase(change.key);
+    if (message != nullptr) {
         call_back(VX_MOM_CMD_DELETED, message.get());
     }
 }

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "data_set.h"
+
 namespace vx_mom
 {
 
@@ -37,10 +39,11 @@ Exchange SyncConnection::open(Clock::time_point deadline)
     if (result != Exchange::answered) {
         return result;
     }
-    for (const Reply &reply : replies) {
-        if (is_error(reply.get())) {
-            return give_up(is_passing(reply.get()) ? Exchange::lost : Exchange::rejected,
-                           explain_refusal(reply.get(), database_));
+    for (size_t i = 0; i < replies.size(); i++) {
+        const redisReply *reply = replies[i].get();
+        if (is_turned_away(reply, i, replies.size())) {
+            return give_up(is_passing(reply) ? Exchange::lost : Exchange::rejected,
+                           explain_refusal(reply, database_));
         }
     }
     return Exchange::answered;
@@ -137,7 +140,13 @@ std::vector<Command> greeting(const Credentials &credentials, int32_t database)
                                : Command{"AUTH", credentials.user, credentials.password});
     }
     commands.push_back({"SELECT", std::to_string(database)});
+    commands.push_back(name_data_set());
     return commands;
+}
+
+bool is_turned_away(const redisReply *reply, size_t at, size_t count)
+{
+    return is_error(reply) && (at + 1 < count || is_passing(reply));
 }
 
 std::string explain_refusal(const redisReply *reply, int32_t database)

@@ -51,8 +51,13 @@ private:
     std::string problem_;
 };
 
-// The commands that a new connection begins with: signing in, if there are credentials, and the database.
+// The commands that a new connection begins with: signing in, if there are credentials; the database; and
+// last, an identity for data that has none.
 std::vector<Command> greeting(const Credentials &credentials, int32_t database);
+
+// Whether the reply to the greeting's command number `at` of `count` means that the connection is of no use.
+// A user without the right to write an identity is let be.
+bool is_turned_away(const redisReply *reply, size_t at, size_t count);
 
 // What a server's refusal of such a command means for an operator.
 std::string explain_refusal(const redisReply *reply, int32_t database);

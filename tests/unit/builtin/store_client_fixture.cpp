@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 
 #include "platform_context.h"
 
@@ -17,6 +19,12 @@ namespace
 
 // The connection callbacks are given no argument of ours but the context.
 StoreClientTest *running_test = nullptr;
+
+std::string unused_module()
+{
+    static int used = 0;
+    return "store_test_" + std::to_string(used++);
+}
 
 void wake(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {}
 
@@ -58,7 +66,8 @@ Ack::Ack(int32_t dev, int32_t slot, int32_t sslot, const char *module, int32_t r
 }
 
 StoreClientTest::StoreClientTest()
-    : endpoint("VX_MOM_ENDPOINT", server.endpoint()), global(vx_global_init("store_test", nullptr))
+    : module(unused_module()), log("VX_ZLOG", "file:" + server.folder() + "/log"),
+      endpoint("VX_MOM_ENDPOINT", server.endpoint()), global(vx_global_init(module.c_str(), nullptr))
 {
     running_test = this;
 }
@@ -107,10 +116,16 @@ int64_t StoreClientTest::count(const std::string &what) const
     return std::count(events.begin(), events.end(), what);
 }
 
+std::string StoreClientTest::log_text() const
+{
+    std::ifstream file(server.folder() + "/log");
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
 void StoreClientTest::restart_client()
 {
     global.reset();
-    global.reset(vx_global_init("store_test", nullptr));
+    global.reset(vx_global_init(module.c_str(), nullptr));
     events.clear();
     reports.clear();
 }

@@ -79,6 +79,8 @@ protected:
     bool run_until_event(const std::string &last);
     // How often `what` is in `events`.
     int64_t count(const std::string &what) const;
+    // What the client has logged so far.
+    std::string log_text() const;
     // Drops the context and makes a new one, as a program that starts anew.
     void restart_client();
 
@@ -90,6 +92,8 @@ protected:
     static int32_t note_reconnect(void *first, int32_t db, int32_t type);
 
     StoreServer server;
+    std::string module; // another for every test: a log stays where it was opened
+    ScopedSetting log;
     ScopedSetting endpoint;
     std::unique_ptr<vx_global_t, FinishContext> global;
     std::vector<std::string> events;

@@ -145,9 +145,9 @@ TEST_F(CallsTest, DeletingWhatIsAbsentSucceedsAndCountsNothing)
 
 TEST_F(CallsTest, APatternDeletesByItsFirstKeyFields)
 {
-    for (const char *module : {"alarm", "power"}) {
-        ASSERT_EQ(vx_mom_set_sync(global.get(), db, Ack(1, 3, 0, module).message()), 0);
-        ASSERT_EQ(vx_mom_set_sync(global.get(), db, Ack(1, 31, 0, module).message()), 0);
+    for (const char *checker : {"alarm", "power"}) {
+        ASSERT_EQ(vx_mom_set_sync(global.get(), db, Ack(1, 3, 0, checker).message()), 0);
+        ASSERT_EQ(vx_mom_set_sync(global.get(), db, Ack(1, 31, 0, checker).message()), 0);
     }
     ASSERT_EQ(vx_mom_pdel(global.get(), db, Ack(1, 3, 0, "").message(), 3, nullptr, nullptr), 0);
     EXPECT_EQ(server.run(db, {"ZRANGE", "@idx:p_libpub.app_cg_card_check_ack", "0", "-1"}),

@@ -1,0 +1,173 @@
+// Where the store is and as whom: texts of an operator, right and wrong.
+#include "vx_mom/endpoint.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "store_client_fixture.h"
+
+namespace
+{
+
+using store_test::Card;
+using store_test::ScopedSetting;
+using testing::HasSubstr;
+
+TEST(Endpoint, FormsAreRead)
+{
+    std::string why;
+    const auto socket = vx_mom::parse_endpoint("unix:/run/store.sock", why);
+    ASSERT_TRUE(socket.has_value());
+    EXPECT_EQ(socket->path, "/run/store.sock");
+
+    const auto named = vx_mom::parse_endpoint("tcp:store.example:6380", why);
+    ASSERT_TRUE(named.has_value());
+    EXPECT_EQ(named->host, "store.example");
+    EXPECT_EQ(named->port, 6380);
+    EXPECT_EQ(named->path, "");
+
+    const auto bracketed = vx_mom::parse_endpoint("tcp:[::1]:6379", why);
+    ASSERT_TRUE(bracketed.has_value());
+    EXPECT_EQ(bracketed->host, "::1");
+}
+
+TEST(Endpoint, AnythingElseIsNamedWithWhatIsRight)
+{
+    for (const char *text : {"", "unix:", "unix:relative", "tcp:", "tcp:host", "tcp:host:", "tcp::6379",
+                             "tcp:host:0", "tcp:host:65536", "tcp:host:12x", "tcp:::1:6379", "udp:host:1",
+                             "/run/store.sock", "sentinel:group@host:26379"}) {
+        std::string why;
+        EXPECT_FALSE(vx_mom::parse_endpoint(text, why).has_value()) << text;
+        EXPECT_THAT(why, HasSubstr(std::string("'") + text + "'"));
+        EXPECT_THAT(why, HasSubstr("use unix:/path or tcp:host:port"));
+    }
+}
+
+class CredentialsTest : public store_test::StoreClientTest
+{
+protected:
+    void write_file(const std::string &text, mode_t mode = 0600)
+    {
+        std::ofstream(path) << text;
+        ASSERT_EQ(chmod(path.c_str(), mode), 0);
+    }
+    std::string refusal()
+    {
+        std::string why;
+        EXPECT_FALSE(vx_mom::read_credentials(path, why).has_value());
+        return why;
+    }
+
+    std::string path = server.folder() + "/auth";
+};
+
+TEST_F(CredentialsTest, UserAndPasswordAreRead)
+{
+    write_file("user gate\n\npassword  two words\n");
+    std::string why;
+    const auto credentials = vx_mom::read_credentials(path, why);
+    ASSERT_TRUE(credentials.has_value()) << why;
+    EXPECT_EQ(credentials->user, "gate");
+    EXPECT_EQ(credentials->password, "two words");
+}
+
+TEST_F(CredentialsTest, NoFileMeansNoCredentials)
+{
+    std::string why;
+    const auto credentials = vx_mom::read_credentials("", why);
+    ASSERT_TRUE(credentials.has_value());
+    EXPECT_EQ(credentials->password, "");
+}
+
+TEST_F(CredentialsTest, AWrongFileIsRefused)
+{
+    EXPECT_THAT(refusal(), HasSubstr("No such file"));
+    write_file("password secret\n", 0604);
+    EXPECT_THAT(refusal(), HasSubstr("0600"));
+    write_file("secret\n");
+    EXPECT_THAT(refusal(), HasSubstr("neither"));
+    write_file("passwordsecret\n");
+    EXPECT_THAT(refusal(), HasSubstr("neither"));
+    write_file("password\n");
+    EXPECT_THAT(refusal(), HasSubstr("neither"));
+}
+
+TEST_F(CredentialsTest, TheClientSignsInOnBothConnections)
+{
+    write_file("user gate\npassword secret\n");
+    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "gate", "on", ">secret", "allkeys", "allchannels", "+@all"}),
+              "OK");
+    const ScopedSetting file("VX_MOM_AUTH_FILE", path);
+    restart_client();
+    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
+    connect(1);
+    EXPECT_THAT(server.run(0, {"CLIENT", "LIST"}), testing::ContainsRegex("user=gate.*user=gate"));
+}
+
+TEST_F(CredentialsTest, AWrongPasswordFailsAtOnce)
+{
+    write_file("user gate\npassword wrong\n");
+    const ScopedSetting file("VX_MOM_AUTH_FILE", path);
+    restart_client();
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    EXPECT_THAT(log_text(), HasSubstr("WRONGPASS"));
+    EXPECT_THAT(log_text(), testing::Not(HasSubstr("wrong\n")));
+}
+
+class ConfigurationTest : public store_test::StoreClientTest
+{
+};
+
+TEST_F(ConfigurationTest, AWrongEndpointFailsEveryCall)
+{
+    const ScopedSetting wrong("VX_MOM_ENDPOINT", "nowhere");
+    testing::internal::CaptureStderr();
+    restart_client();
+    const Card card(0, 1, 0);
+    EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0);
+    EXPECT_LT(vx_mom_client_connect(global.get(), 1, note_connect, this), 0);
+    EXPECT_LT(vx_mom_set_sync(global.get(), 1, card.message()), 0);
+    EXPECT_LT(subscribe_cards(), 0);
+    vx_mom_result_t *result = vx_mom_hgetall_sync(global.get(), 1, card.message());
+    ASSERT_NE(result, nullptr);
+    EXPECT_LT(result->error_code, 0);
+    vx_mom_hash_res_free(result);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("'nowhere'"));
+    EXPECT_THAT(log_text(), HasSubstr("'nowhere'"));
+}
+
+TEST_F(ConfigurationTest, AServerWithTooFewDatabasesIsNamed)
+{
+    store_test::StoreServer small(16);
+    const ScopedSetting other("VX_MOM_ENDPOINT", small.endpoint());
+    restart_client();
+    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
+    EXPECT_LT(vx_mom_client_connect_sync(global.get(), 33), 0);
+    EXPECT_THAT(log_text(), HasSubstr("database 33"));
+    EXPECT_THAT(log_text(), HasSubstr("databases 64"));
+}
+
+TEST_F(ConfigurationTest, TheStoreIsReachedOverTcp)
+{
+    // A port of our own choice could be taken: tries until the server gets one.
+    std::string port;
+    for (int candidate = 20000; candidate < 60000; candidate += 37) {
+        port = std::to_string(candidate);
+        if (server.run(0, {"CONFIG", "SET", "port", port}) == "OK") {
+            break;
+        }
+    }
+    const ScopedSetting tcp("VX_MOM_ENDPOINT", "tcp:127.0.0.1:" + port);
+    restart_client();
+    EXPECT_EQ(vx_mom_set_sync(global.get(), 1, Card(0, 1, 0, 7).message()), 0);
+    connect(1);
+    ASSERT_EQ(subscribe_cards(), 0);
+    EXPECT_TRUE(run_until_event("29"));
+    EXPECT_EQ(events.front(), "4 0/1/0 type 7");
+}
+
+} // namespace

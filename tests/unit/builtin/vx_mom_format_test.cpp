@@ -1,0 +1,329 @@
+// The stored form of records, module by module: keys, values, payloads, script names.
+#include "p_dev.pb-c.h"
+#include "p_libpub.pb-c.h"
+#include "s_dev.pb-c.h"
+#include "store_client_fixture.h"
+#include "vx_mom/key.h"
+#include "vx_mom/payload.h"
+#include "vx_mom/scripts.h"
+#include "vx_mom/sha1.h"
+#include "vx_mom/value.h"
+
+namespace
+{
+
+using store_test::Ack;
+using store_test::Card;
+using testing::IsEmpty;
+using testing::Pair;
+using testing::UnorderedElementsAre;
+using vx_mom::Change;
+using vx_mom::Content;
+using vx_mom::Fields;
+
+std::string wire_of_key(const ProtobufCMessageDescriptor &type, const std::string &key)
+{
+    std::string wire;
+    return vx_mom::decode_key(type, key, wire) ? "ok" : "refused";
+}
+
+TEST(Key, IsTheTypeAndItsIndexInFieldOrder)
+{
+    Card card(1, 2, 3);
+    card.index.t_mod = -4;
+    EXPECT_EQ(vx_mom::encode_key(*card.message()), "p_dev.card_info:-4:1:2:3");
+    EXPECT_EQ(vx_mom::encode_key(*Ack(1, 2, 3, "alarm").message()),
+              "p_libpub.app_cg_card_check_ack:1:2:3:alarm");
+}
+
+TEST(Key, OfATypeWithoutAnIndexIsItsName)
+{
+    PDev__DpLibGrole role;
+    p_dev__dp_lib_grole__init(&role);
+    EXPECT_EQ(vx_mom::encode_key(role.base), "p_dev.dp_lib_grole");
+    EXPECT_EQ(vx_mom::key_field_count(p_dev__dp_lib_grole__descriptor), 0U);
+    EXPECT_EQ(wire_of_key(p_dev__dp_lib_grole__descriptor, "p_dev.dp_lib_grole"), "ok");
+    EXPECT_EQ(wire_of_key(p_dev__dp_lib_grole__descriptor, "p_dev.dp_lib_grole:"), "refused");
+}
+
+TEST(Key, OfARecordWithoutItsIndexIsAllDefaults)
+{
+    PDev__CardInfo card;
+    p_dev__card_info__init(&card);
+    EXPECT_EQ(vx_mom::encode_key(card.base), "p_dev.card_info:0:0:0:0");
+}
+
+TEST(Key, EscapesWhatCouldBeASeparatorAGlobOrAControlByte)
+{
+    const std::string prefix = "p_libpub.app_cg_card_check_ack:0:0:0:";
+    EXPECT_EQ(vx_mom::encode_key(*Ack(0, 0, 0, "a:b*c?[d]\\\n%").message()),
+              prefix + "a%3Ab%2Ac%3F%5Bd%5D%5C%0A%25");
+    EXPECT_EQ(vx_mom::encode_key(*Ack(0, 0, 0, "aZ09._-~").message()), prefix + "aZ09._-~");
+    EXPECT_EQ(vx_mom::encode_key(*Ack(0, 0, 0, "\xc3\xa4").message()), prefix + "\xc3\xa4");
+    EXPECT_EQ(vx_mom::encode_key(*Ack(0, 0, 0, "").message()), prefix);
+}
+
+TEST(Key, ComesBackAsTheSameIndex)
+{
+    for (const char *module : {"", "alarm", "a:b", "%25", "x\x01y\x7f", "\xff\xfe", "::::"}) {
+        const Ack ack(-1, 2147483647, 3, module);
+        std::string why;
+        const auto found = vx_mom::decode_record(p_libpub__app_cg_card_check_ack__descriptor,
+                                                 vx_mom::encode_key(*ack.message()), {}, why);
+        ASSERT_NE(found, nullptr) << module << ": " << why;
+        const auto *index = reinterpret_cast<PLibpub__AppCgCardCheckAck *>(found.get())->index;
+        EXPECT_EQ(index->devid, -1);
+        EXPECT_EQ(index->slotid, 2147483647);
+        EXPECT_EQ(index->t_sslotid, 3);
+        EXPECT_STREQ(index->mod_name, module);
+    }
+}
+
+TEST(Key, HasOneSpellingOnly)
+{
+    const ProtobufCMessageDescriptor &type = p_libpub__app_cg_card_check_ack__descriptor;
+    const std::string name = type.name;
+    EXPECT_EQ(wire_of_key(type, name + ":1:2:3:a%3Ab"), "ok");
+    for (const char *wrong :
+         {"", ":1:2:3", ":1:2:3:a:b", ":01:2:3:a", ":+1:2:3:a", ":-0:2:3:a", ":1 :2:3:a", ":1::3:a",
+          ":x:2:3:a", ":2147483648:2:3:a", ":1:2:3:%3a", ":1:2:3:%41", ":1:2:3:%3", ":1:2:3:%", ":1:2:3:a b",
+          ":1:2:3:%00", "x:1:2:3:a", " :1:2:3:a"}) {
+        EXPECT_EQ(wire_of_key(type, name + wrong), "refused") << wrong;
+    }
+    EXPECT_EQ(wire_of_key(type, "p_libpub.other:1:2:3:a"), "refused");
+}
+
+TEST(Key, PrefixesEndWhereAFieldEnds)
+{
+    const Ack ack(1, 2, 3, "alarm");
+    const std::string name = "p_libpub.app_cg_card_check_ack";
+    EXPECT_EQ(vx_mom::encode_key_prefix(*ack.message(), 0), name + ":");
+    EXPECT_EQ(vx_mom::encode_key_prefix(*ack.message(), 3), name + ":1:2:3:");
+    EXPECT_EQ(vx_mom::encode_key_prefix(*ack.message(), 4), name + ":1:2:3:alarm");
+}
+
+TEST(Value, HoldsWhatIsNotAtItsDefault)
+{
+    uint8_t serial[] = {0, 1, 255};
+    char name[] = "LC-8";
+    Card card(0, 1, 0, -7);
+    card.record.is_online = 1;
+    card.record.name = name;
+    card.record.serial = {3, serial};
+    Content content;
+    ASSERT_TRUE(vx_mom::encode_record(*card.message(), content));
+    EXPECT_THAT(content.present, UnorderedElementsAre(Pair("6", "-7"), Pair("7", "1"), Pair("12", "LC-8"),
+                                                      Pair("20", std::string("\0\x01\xff", 3))));
+    EXPECT_EQ(content.absent.size(), 16U - 4U);
+}
+
+TEST(Value, KeepsASubMessageThatIsPresentButEmpty)
+{
+    PDev__CardStaticInfo details;
+    p_dev__card_static_info__init(&details);
+    Card card(0, 1, 0);
+    card.record.static_info = &details;
+    Content content;
+    ASSERT_TRUE(vx_mom::encode_record(*card.message(), content));
+    EXPECT_THAT(content.present, UnorderedElementsAre(Pair("14", "")));
+    std::string why;
+    const auto found = vx_mom::decode_record(p_dev__card_info__descriptor,
+                                             vx_mom::encode_key(*card.message()), content.present, why);
+    ASSERT_NE(found, nullptr) << why;
+    EXPECT_NE(reinterpret_cast<PDev__CardInfo *>(found.get())->static_info, nullptr);
+}
+
+TEST(Value, ComesBackAsTheSameRecord)
+{
+    PDev__DpLibGrole role;
+    p_dev__dp_lib_grole__init(&role);
+    PDev__LibCardRole cards[2];
+    PDev__LibCardRole *list[] = {&cards[0], &cards[1]};
+    PDev__CardInfoIndex master;
+    p_dev__card_info_index__init(&master);
+    master.slotid = 17;
+    uint8_t mac[] = {0, 0x11, 0x22, 0, 0x44, 0x55};
+    for (int32_t i = 0; i < 2; i++) {
+        p_dev__lib_card_role__init(list[i]);
+        list[i]->slotid = i;
+        list[i]->globe_role = P_DEV__DM_ROLE_E__DM_ROLE_SLAVE;
+    }
+    role.dev_num = 2;
+    role.my_grole = P_DEV__DM_ROLE_E__DM_ROLE_MASTER;
+    role.global_master = &master;
+    role.sysmac = {sizeof mac, mac};
+    role.n_card_role = 2;
+    role.card_role = list;
+
+    Content content;
+    ASSERT_TRUE(vx_mom::encode_record(role.base, content));
+    std::string why;
+    const auto found =
+        vx_mom::decode_record(p_dev__dp_lib_grole__descriptor, "p_dev.dp_lib_grole", content.present, why);
+    ASSERT_NE(found, nullptr) << why;
+    std::string before(protobuf_c_message_get_packed_size(&role.base), '\0');
+    std::string after(protobuf_c_message_get_packed_size(found.get()), '\0');
+    protobuf_c_message_pack(&role.base, reinterpret_cast<uint8_t *>(before.data()));
+    protobuf_c_message_pack(found.get(), reinterpret_cast<uint8_t *>(after.data()));
+    EXPECT_EQ(after, before);
+}
+
+TEST(Value, AnEnumNumberWithoutANameIsNoFault)
+{
+    std::string why;
+    const auto found =
+        vx_mom::decode_record(p_dev__dp_lib_grole__descriptor, "p_dev.dp_lib_grole", {{"6", "77"}}, why);
+    ASSERT_NE(found, nullptr) << why;
+    EXPECT_EQ(reinterpret_cast<PDev__DpLibGrole *>(found.get())->my_grole, 77);
+}
+
+TEST(Value, UnknownHashFieldsArePassedOver)
+{
+    std::string why;
+    const auto found = vx_mom::decode_record(
+        p_dev__dp_lib_grole__descriptor, "p_dev.dp_lib_grole",
+        {{"rev", "12"}, {"4711", "x"}, {"note", "of an operator"}, {"", ""}, {"-5", "1"}, {"5", "3"}}, why);
+    ASSERT_NE(found, nullptr) << why;
+    EXPECT_EQ(reinterpret_cast<PDev__DpLibGrole *>(found.get())->dev_num, 3);
+}
+
+TEST(Value, ASmuggledIndexIsNotBelieved)
+{
+    std::string why;
+    const auto found = vx_mom::decode_record(p_dev__card_info__descriptor, "p_dev.card_info:0:0:1:0",
+                                             {{"5", std::string("\x18\x63", 2)}}, why);
+    ASSERT_NE(found, nullptr) << why;
+    EXPECT_EQ(reinterpret_cast<PDev__CardInfo *>(found.get())->index->slotid, 1);
+}
+
+TEST(Value, WhatIsNoValueIsRefused)
+{
+    const std::vector<std::pair<std::string, std::string>> wrong = {
+        {"5", ""},
+        {"5", "x"},
+        {"5", "1.0"},
+        {"5", " 1"},
+        {"5", "2147483648"},
+        {"5", "0x1"},
+        {"6", "DM_ROLE_MASTER"},
+        {"7", std::string("\x08", 1)},         // a sub-message cut short
+        {"7", std::string("\xff\xff\xff", 3)}, // no tag
+        {"12", "x"},
+        {"12", std::string("\x62\x05\x08", 3)},    // a list entry cut short
+        {"12", std::string("\x28\x01", 2)},        // another field among the list
+        {"12", std::string("\x62\x00\x28\x01", 4)} // ... behind an entry
+    };
+    for (const auto &field : wrong) {
+        std::string why;
+        EXPECT_EQ(vx_mom::decode_record(p_dev__dp_lib_grole__descriptor, "p_dev.dp_lib_grole", {field}, why),
+                  nullptr)
+            << field.first << "=" << testing::PrintToString(field.second);
+        EXPECT_NE(why, "");
+    }
+    std::string why;
+    EXPECT_EQ(vx_mom::decode_record(p_dev__card_info__descriptor, "p_dev.card_info:0:0:1:0",
+                                    {{"12", std::string("a\0b", 3)}}, why),
+              nullptr)
+        << "a text would be cut at a zero byte";
+}
+
+TEST(Value, FieldListsAreChecked)
+{
+    const Card card(0, 1, 0, 7);
+    const int32_t good[] = {5, 6, 7};
+    Content content;
+    ASSERT_TRUE(vx_mom::encode_fields(*card.message(), good, 3, content));
+    EXPECT_THAT(content.present, UnorderedElementsAre(Pair("6", "7")));
+    EXPECT_THAT(content.absent, testing::ElementsAre("7"));
+    const int32_t bad[] = {6, 10};
+    EXPECT_FALSE(vx_mom::encode_fields(*card.message(), bad, 2, content));
+    const int32_t negative[] = {-6};
+    EXPECT_FALSE(vx_mom::encode_fields(*card.message(), negative, 1, content));
+}
+
+TEST(Payload, IsReadItemByItem)
+{
+    Change change;
+    ASSERT_TRUE(vx_mom::decode_change("2:171:43:a:b1:21:62:-73:rev2:17", change));
+    EXPECT_EQ(change.revision, 17U);
+    EXPECT_EQ(change.command, 4);
+    EXPECT_EQ(change.key, "a:b");
+    EXPECT_THAT(change.fields, testing::ElementsAre(Pair("6", "-7"), Pair("rev", "17")));
+}
+
+TEST(Payload, AnythingElseIsRefused)
+{
+    const std::string good = "2:171:43:a:b1:11:62:-7";
+    Change change;
+    ASSERT_TRUE(vx_mom::decode_change(good, change));
+    for (size_t length = 0; length < good.size(); length++) {
+        EXPECT_FALSE(vx_mom::decode_change(good.substr(0, length), change)) << length;
+    }
+    for (const char *wrong :
+         {"2:171:43:a:b1:11:62:-7x", "2:1x1:43:a:b1:0", "2:-11:43:a:b1:0", "0:1:43:a:b1:0", "2:171:x3:a:b1:0",
+          "99999999999999999999999:1", "-1:1", "1:11:43:a:b20:99999999999999999999"}) {
+        EXPECT_FALSE(vx_mom::decode_change(wrong, change)) << wrong;
+    }
+}
+
+TEST(Script, NamesAreTheOnesOfTheStandard)
+{
+    EXPECT_EQ(vx_mom::sha1_hex(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+    EXPECT_EQ(vx_mom::sha1_hex("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
+}
+
+class ScriptTest : public store_test::StoreClientTest
+{
+};
+
+TEST_F(ScriptTest, NamesAreTheOnesOfTheServer)
+{
+    for (const vx_mom::Script &script :
+         {vx_mom::set_script(), vx_mom::hmset_script(), vx_mom::del_script(), vx_mom::pdel_script()}) {
+        EXPECT_EQ(server.run(0, {"SCRIPT", "LOAD", script.body}), script.sha1);
+    }
+    std::string text;
+    for (int length = 0; length < 200; length++) {
+        EXPECT_EQ(vx_mom::sha1_hex(text),
+                  server.run(0, {"EVAL", "return redis.sha1hex(ARGV[1])", "0", text}));
+        text += static_cast<char>(length);
+    }
+}
+
+TEST_F(ScriptTest, LargeRevisionsKeepAllTheirDigits)
+{
+    ASSERT_EQ(server.run(1, {"SET", "@rev:p_dev.card_info", "900719925474098"}), "OK");
+    ASSERT_EQ(vx_mom_set_sync(global.get(), 1, Card(0, 1, 0, 1).message()), 0);
+    EXPECT_EQ(server.run(1, {"HGET", "p_dev.card_info:0:0:1:0", "rev"}), "900719925474099");
+    connect(1);
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    ASSERT_EQ(vx_mom_set_sync(global.get(), 1, Card(0, 1, 0, 2).message()), 0);
+    EXPECT_TRUE(run_until_event("4 0/1/0 type 2"));
+}
+
+TEST_F(ScriptTest, AnyBytesTravelWithAChange)
+{
+    uint8_t bytes[256];
+    for (size_t i = 0; i < sizeof bytes; i++) {
+        bytes[i] = static_cast<uint8_t>(i);
+    }
+    Card card(0, 1, 0, 1);
+    card.record.serial = {sizeof bytes, bytes};
+    connect(1);
+    std::string heard;
+    const auto note = [](void *arg, vx_mom_pmsg_t *pmsg) -> int32_t {
+        if (pmsg->result != nullptr) {
+            const auto *record = reinterpret_cast<PDev__CardInfo *>(pmsg->result->record);
+            static_cast<std::string *>(arg)->assign(reinterpret_cast<char *>(record->serial.data),
+                                                    record->serial.len);
+        }
+        return 0;
+    };
+    ASSERT_EQ(vx_mom_subscribe(global.get(), 1, card.message(), 0, note, &heard), 0);
+    ASSERT_EQ(vx_mom_set_sync(global.get(), 1, card.message()), 0);
+    ASSERT_TRUE(run_until([&] { return !heard.empty(); }));
+    EXPECT_EQ(heard, std::string(reinterpret_cast<char *>(bytes), sizeof bytes));
+}
+
+} // namespace

@@ -1,0 +1,263 @@
+// Loss and return: what is reported, what calls do meanwhile, and what a returning store is taken for.
+#include <chrono>
+
+#include "store_client_fixture.h"
+
+namespace
+{
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using store_test::Card;
+using store_test::ScopedSetting;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ReconnectTest : public store_test::StoreClientTest
+{
+protected:
+    int32_t write(int32_t slot, int32_t type)
+    {
+        return vx_mom_set_sync(global.get(), 1, Card(0, slot, 0, type).message());
+    }
+    bool run_until_report(const std::string &last)
+    {
+        return run_until([&] { return !reports.empty() && reports.back() == last; });
+    }
+    void subscribe_and_forget()
+    {
+        connect(1);
+        ASSERT_EQ(subscribe_cards(), 0);
+        ASSERT_TRUE(run_until_event("29"));
+        events.clear();
+        reports.clear();
+    }
+    void cut_loop_connections() { (void)server.run(0, {"CLIENT", "KILL", "TYPE", "pubsub"}); }
+    void cut_all_connections() { (void)server.run(0, {"CLIENT", "KILL", "SKIPME", "yes"}); }
+};
+
+TEST_F(ReconnectTest, ConnectionsAreReportedInTheOrderAsked)
+{
+    std::vector<int32_t> order;
+    const auto note = [](void *, void *second) -> int32_t {
+        auto *entry = static_cast<std::pair<std::vector<int32_t> *, int32_t> *>(second);
+        entry->first->push_back(entry->second);
+        return 0;
+    };
+    std::pair<std::vector<int32_t> *, int32_t> first{&order, 1};
+    std::pair<std::vector<int32_t> *, int32_t> second{&order, 33};
+    std::pair<std::vector<int32_t> *, int32_t> third{&order, 28};
+    ASSERT_EQ(vx_mom_client_connect(global.get(), 1, note, &first), 0);
+    ASSERT_EQ(vx_mom_client_connect(global.get(), 33, note, &second), 0);
+    ASSERT_EQ(vx_mom_client_connect(global.get(), 28, note, &third), 0);
+    EXPECT_THAT(order, IsEmpty()) << "only the loop calls back";
+    ASSERT_TRUE(run_until([&] { return order.size() == 3; }));
+    EXPECT_THAT(order, ElementsAre(1, 33, 28));
+}
+
+TEST_F(ReconnectTest, AConnectionIsWaitedForUntilTheServerComesUp)
+{
+    server.kill();
+    ASSERT_EQ(vx_mom_client_connect(global.get(), 1, note_connect, this), 0);
+    EXPECT_FALSE(run_until([&] { return !reports.empty(); }, 100));
+    server.start();
+    EXPECT_TRUE(run_until_report("up"));
+}
+
+TEST_F(ReconnectTest, ACutConnectionComesBackWithTheSameData)
+{
+    subscribe_and_forget();
+    cut_loop_connections();
+    ASSERT_TRUE(run_until_report("back 1 type 2"));
+    EXPECT_THAT(reports, ElementsAre("lost 1", "back 1 type 2"));
+}
+
+TEST_F(ReconnectTest, EveryDatabaseIsReportedAndOnlyOnce)
+{
+    connect(1);
+    connect(28);
+    reports.clear();
+    cut_all_connections();
+    ASSERT_TRUE(run_until([&] { return reports.size() >= 4; }));
+    EXPECT_THAT(reports,
+                testing::UnorderedElementsAre("lost 1", "lost 28", "back 1 type 2", "back 28 type 2"));
+}
+
+TEST_F(ReconnectTest, WhatHappenedDuringTheOutageIsDelivered)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(write(2, 1), 0);
+    ASSERT_EQ(write(3, 1), 0);
+    subscribe_and_forget();
+    cut_loop_connections();
+    ASSERT_EQ(vx_mom_del(global.get(), 1, Card(0, 1, 0).message(), nullptr, nullptr), 0);
+    ASSERT_EQ(write(2, 2), 0);
+    ASSERT_EQ(write(4, 1), 0);
+    ASSERT_TRUE(run_until_event("4 0/4/0 type 1"));
+    ASSERT_EQ(write(5, 1), 0);
+    ASSERT_TRUE(run_until_event("4 0/5/0 type 1"));
+    EXPECT_THAT(events, ElementsAre("3 0/1/0 type 1", "4 0/2/0 type 2", "4 0/4/0 type 1", "4 0/5/0 type 1"));
+}
+
+TEST_F(ReconnectTest, ASubscriptionRepeatedOnReturnStartsOver)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(write(2, 1), 0);
+    subscribe_and_forget();
+    on_return = [&](int32_t) { EXPECT_EQ(subscribe_cards(), 0); };
+    cut_loop_connections();
+    ASSERT_EQ(vx_mom_del(global.get(), 1, Card(0, 1, 0).message(), nullptr, nullptr), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    EXPECT_THAT(events, ElementsAre("3 0/1/0 type 1", "4 0/2/0 type 1", "29"));
+}
+
+TEST_F(ReconnectTest, ACallSurvivesACutConnection)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    cut_all_connections();
+    EXPECT_EQ(write(1, 2), 0);
+    cut_all_connections();
+    EXPECT_EQ(vx_mom_exists_sync(global.get(), 1, Card(0, 1, 0).message()), 1);
+}
+
+TEST_F(ReconnectTest, AServerRestartedWithItsDataIsTheSame)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    server.kill();
+    ASSERT_TRUE(run_until_report("lost 1"));
+    server.start();
+    EXPECT_EQ(write(2, 1), 0);
+    ASSERT_TRUE(run_until_report("back 1 type 2"));
+    ASSERT_TRUE(run_until_event("4 0/2/0 type 1"));
+    EXPECT_THAT(events, ElementsAre("4 0/2/0 type 1"));
+}
+
+TEST_F(ReconnectTest, AServerRestartedEmptyIsAnother)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    server.kill();
+    server.start();
+    ASSERT_TRUE(run_until_report("back 1 type 1"));
+    EXPECT_THAT(reports, ElementsAre("lost 1", "back 1 type 1"));
+    ASSERT_TRUE(run_until_event("3 0/1/0 type 1")) << "what vanished is told";
+    EXPECT_EQ(write(1, 5), 0) << "calls work again after the report";
+    ASSERT_TRUE(run_until_event("4 0/1/0 type 5"));
+}
+
+TEST_F(ReconnectTest, AServerRestartedFromAnOlderCopyIsAnother)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    ASSERT_EQ(write(1, 2), 0);
+    server.kill();
+    server.start();
+    ASSERT_TRUE(run_until_report("back 1 type 1"));
+    ASSERT_TRUE(run_until_event("4 0/1/0 type 1"));
+}
+
+TEST_F(ReconnectTest, ACallThatMeetsOtherDataFailsUntilThatIsReported)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    server.kill();
+    server.start();
+    EXPECT_LT(write(1, 2), 0) << "meant for the data that is gone";
+    EXPECT_LT(write(1, 2), 0);
+    EXPECT_EQ(server.run(1, {"EXISTS", "p_dev.card_info:0:0:1:0"}), "0");
+    ASSERT_TRUE(run_until_report("back 1 type 1"));
+    EXPECT_EQ(write(1, 2), 0);
+}
+
+TEST_F(ReconnectTest, AToolWithoutALoopFailsOnceAndGoesOn)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    server.kill();
+    server.start();
+    EXPECT_LT(write(1, 2), 0);
+    EXPECT_EQ(write(1, 2), 0);
+}
+
+TEST_F(ReconnectTest, AStoreEmptiedUnderTheConnectionIsAnother)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(write(2, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(0, {"FLUSHALL"}), "OK");
+    EXPECT_EQ(write(3, 1), 0);
+    ASSERT_TRUE(run_until_report("back 1 type 1"));
+    EXPECT_THAT(reports, ElementsAre("lost 1", "back 1 type 1"));
+}
+
+class ShortDeadlineTest : public ReconnectTest
+{
+protected:
+    ShortDeadlineTest() : deadline("VX_MOM_DEADLINE_MS", "200") { restart_client(); }
+    static milliseconds time(const std::function<void()> &work)
+    {
+        const auto begin = steady_clock::now();
+        work();
+        return std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin);
+    }
+
+    ScopedSetting deadline;
+};
+
+TEST_F(ShortDeadlineTest, APausedServerIsGivenUpAtTheDeadline)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    server.freeze();
+    const milliseconds taken = time([&] { EXPECT_LT(write(1, 2), 0); });
+    server.thaw();
+    EXPECT_GE(taken, milliseconds(200));
+    EXPECT_LT(taken, milliseconds(2000));
+}
+
+TEST_F(ShortDeadlineTest, AWriteGivenUpMakesTheReturnUnbelievable)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    server.freeze();
+    EXPECT_LT(write(1, 2), 0);
+    ASSERT_TRUE(run_until_report("lost 1"));
+    server.thaw();
+    ASSERT_TRUE(run_until_report("back 1 type 1"));
+}
+
+TEST_F(ShortDeadlineTest, AReadGivenUpLeavesTheReturnBelievable)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    cut_all_connections();
+    server.freeze();
+    EXPECT_LT(vx_mom_exists_sync(global.get(), 1, Card(0, 1, 0).message()), 0);
+    server.thaw();
+    ASSERT_TRUE(run_until_report("back 1 type 2"));
+}
+
+TEST_F(ShortDeadlineTest, AHundredCallsDuringAnOutageBlockAsOne)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    server.kill();
+    const milliseconds taken = time([&] {
+        for (int i = 0; i < 100; i++) {
+            EXPECT_LT(write(1, 2), 0);
+        }
+    });
+    EXPECT_LT(taken, milliseconds(2000)) << "a hundred deadlines are 20 s";
+    server.start();
+}
+
+TEST_F(ShortDeadlineTest, AServerThatComesBackInTimeIsRiddenOut)
+{
+    ASSERT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    server.kill();
+    server.start();
+    EXPECT_EQ(write(1, 2), 0);
+}
+
+} // namespace

@@ -1,0 +1,248 @@
+// What is refused changes nothing; what does not decode is delivered as nothing.
+#include <sys/stat.h>
+
+#include <fstream>
+
+#include "store_client_fixture.h"
+
+namespace
+{
+
+using store_test::Card;
+using store_test::ScopedSetting;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr int32_t db = 1;
+constexpr const char *key = "p_dev.card_info:0:0:1:0";
+constexpr const char *counter = "@rev:p_dev.card_info";
+constexpr const char *index_set = "@idx:p_dev.card_info";
+
+class RefusalTest : public store_test::StoreClientTest
+{
+protected:
+    int32_t write(int32_t slot, int32_t type)
+    {
+        return vx_mom_set_sync(global.get(), db, Card(0, slot, 0, type).message());
+    }
+    // Makes every kind of write to card 0/1/0 and expects each to be refused.
+    void expect_all_writes_refused()
+    {
+        const Card card(0, 1, 0, 9);
+        const int32_t fields[] = {6};
+        EXPECT_LT(vx_mom_set_sync(global.get(), db, card.message()), 0);
+        EXPECT_LT(vx_mom_hmset(global.get(), db, card.message(), fields, 1, nullptr, nullptr), 0);
+        EXPECT_LT(vx_mom_del(global.get(), db, card.message(), nullptr, nullptr), 0);
+        EXPECT_LT(vx_mom_pdel(global.get(), db, card.message(), 2, nullptr, nullptr), 0);
+    }
+    // All that the database holds, to compare.
+    std::string dump()
+    {
+        const char *script = "local text = '' for _, k in ipairs(redis.call('KEYS', '*')) do "
+                             "text = text .. k .. redis.call('DUMP', k) end return text";
+        return server.run(db, {"EVAL", script, "0"});
+    }
+};
+
+TEST_F(RefusalTest, AKeyOfTheWrongTypeIsLeftAlone)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(server.run(db, {"DEL", key}), "1");
+    ASSERT_EQ(server.run(db, {"SET", key, "a text"}), "OK");
+    const std::string before = dump();
+    expect_all_writes_refused();
+    EXPECT_LT(vx_mom_exists_sync(global.get(), db, Card(0, 1, 0).message()), 0);
+    EXPECT_EQ(dump(), before);
+}
+
+TEST_F(RefusalTest, ACounterThatIsNoneStopsWrites)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    for (const char *value : {"abc", "-5", "1.5", "99999999999999999999", ""}) {
+        ASSERT_EQ(server.run(db, {"SET", counter, value}), "OK");
+        const std::string before = dump();
+        expect_all_writes_refused();
+        EXPECT_EQ(dump(), before) << value;
+    }
+}
+
+TEST_F(RefusalTest, AnIndexThatIsNoneStopsWrites)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(server.run(db, {"SET", index_set, "a text"}), "OK");
+    const std::string before = dump();
+    expect_all_writes_refused();
+    EXPECT_EQ(dump(), before);
+}
+
+TEST_F(RefusalTest, ARefusedWriteIsHeardByNobody)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    connect(db);
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    events.clear();
+    ASSERT_EQ(server.run(db, {"SET", "p_dev.card_info:0:0:2:0", "a text"}), "OK");
+    EXPECT_LT(write(2, 1), 0);
+    ASSERT_EQ(write(3, 1), 0);
+    ASSERT_TRUE(run_until_event("4 0/3/0 type 1"));
+    EXPECT_THAT(events, ElementsAre("4 0/3/0 type 1"));
+}
+
+TEST_F(RefusalTest, AFullServerRefusesToWriteButDeletes)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(server.run(0, {"CONFIG", "SET", "maxmemory", "1"}), "OK");
+    const std::string before = dump();
+    EXPECT_LT(write(1, 2), 0);
+    EXPECT_LT(write(2, 1), 0);
+    EXPECT_EQ(dump(), before);
+    EXPECT_EQ(vx_mom_del(global.get(), db, Card(0, 1, 0).message(), nullptr, nullptr), 0);
+    EXPECT_EQ(server.run(db, {"EXISTS", key}), "0");
+    EXPECT_EQ(server.run(db, {"GET", counter}), "2");
+}
+
+// A user who lacks one right after the other; nothing of a refused write may be left in any case.
+class RightsTest : public RefusalTest, public testing::WithParamInterface<const char *>
+{
+protected:
+    // Makes a write and tells whether it was refused; then nothing may have changed.
+    bool is_refused(const std::function<int32_t()> &write_something)
+    {
+        const std::string before = dump();
+        if (write_something() == 0) {
+            return false;
+        }
+        EXPECT_EQ(dump(), before);
+        return true;
+    }
+};
+
+TEST_P(RightsTest, AUserWithoutTheRightChangesNothing)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    const std::string file = server.folder() + "/auth";
+    std::ofstream(file) << "user gate\npassword secret\n";
+    ASSERT_EQ(chmod(file.c_str(), 0600), 0);
+    const ScopedSetting auth("VX_MOM_AUTH_FILE", file);
+    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "gate", "on", ">secret", "allkeys", "allchannels", "+@all",
+                             GetParam()}),
+              "OK");
+    restart_client();
+    const Card card(0, 1, 0, 9);
+    const int32_t fields[] = {6};
+    int refused = 0;
+    refused += is_refused([&] { return vx_mom_set_sync(global.get(), db, card.message()); });
+    refused += is_refused(
+        [&] { return vx_mom_hmset(global.get(), db, card.message(), fields, 1, nullptr, nullptr); });
+    refused += is_refused([&] { return vx_mom_del(global.get(), db, card.message(), nullptr, nullptr); });
+    (void)vx_mom_set_sync(global.get(), db, card.message());
+    refused += is_refused([&] { return vx_mom_pdel(global.get(), db, card.message(), 2, nullptr, nullptr); });
+    EXPECT_GT(refused, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, RightsTest,
+                         testing::Values("-hset", "-hdel", "-del", "-incr", "-zadd", "-zrem", "-publish",
+                                         "-get", "-hgetall", "-zrange", "-evalsha", "resetchannels"));
+
+TEST_F(RefusalTest, AUserWithoutTheRightToListenIsToldInTheLogAndNotRetriedForever)
+{
+    connect(db);
+    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "default", "resetchannels"}), "OK");
+    ASSERT_EQ(subscribe_cards(), 0);
+    EXPECT_TRUE(run_until([&] { return log_text().find("refused: NOPERM") != std::string::npos; }));
+    EXPECT_THAT(reports, ElementsAre("up")) << "the connection stands";
+    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "default", "allchannels"}), "OK");
+    ASSERT_EQ(subscribe_cards(), 0);
+    EXPECT_TRUE(run_until_event("29"));
+}
+
+class BadDataTest : public RefusalTest
+{
+protected:
+    void store_raw(const std::string &record, const std::vector<std::string> &fields)
+    {
+        std::vector<std::string> command{"HSET", record};
+        command.insert(command.end(), fields.begin(), fields.end());
+        (void)server.run(db, command);
+        const std::string revision = server.run(db, {"INCR", counter});
+        (void)server.run(db, {"ZADD", index_set, revision, record});
+    }
+};
+
+TEST_F(BadDataTest, WhatDoesNotDecodeIsPassedOver)
+{
+    store_raw("p_dev.card_info:0:0:1:0", {"6", "not a number"});
+    store_raw("p_dev.card_info:0:0:2:0", {"6", "99999999999"});
+    store_raw("p_dev.card_info:0:0:3:0", {"7", "2"});
+    store_raw("p_dev.card_info:0:0:4:0", {"14", std::string("\x2a\x7f", 2)});
+    store_raw("p_dev.card_info:0:0:x:0", {"6", "1"});
+    store_raw("p_dev.card_info:0:0:1", {"6", "1"});
+    store_raw("p_dev.card_info:0:0:01:0", {"6", "1"});
+    store_raw("something else", {"6", "1"});
+    store_raw("p_dev.card_info:0:0:5:0", {"6", "1", "rev", "many"});
+    ASSERT_EQ(server.run(db, {"ZADD", index_set, "10", "p_dev.card_info:0:0:6:0"}), "1");
+    ASSERT_EQ(server.run(db, {"SET", "p_dev.card_info:0:0:6:0", "a text"}), "OK");
+    ASSERT_EQ(server.run(db, {"SET", counter, "20"}), "OK");
+    ASSERT_EQ(write(9, 1), 0);
+
+    const Card pattern(0, 0, 0);
+    ASSERT_EQ(vx_mom_scan_sync(global.get(), db, pattern.message(), 0, note_card, this), 0);
+    EXPECT_THAT(events, ElementsAre("1 0/9/0 type 1"));
+    for (const char *bad : {":0:0:1:0", ":0:0:2:0", ":0:0:3:0", ":0:0:4:0", ":0:0:x:0", ":0:0:1 ",
+                            ":0:0:01:0", "something else", ":0:0:5:0", ":0:0:6:0"}) {
+        EXPECT_THAT(log_text(), HasSubstr(bad));
+    }
+    events.clear();
+    connect(db);
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    EXPECT_THAT(events, ElementsAre("4 0/9/0 type 1", "29"));
+}
+
+TEST_F(BadDataTest, AReadOfItIsAnError)
+{
+    ASSERT_EQ(server.run(db, {"HSET", key, "6", "x"}), "1");
+    vx_mom_result_t *result = vx_mom_hgetall_sync(global.get(), db, Card(0, 1, 0).message());
+    ASSERT_NE(result, nullptr);
+    EXPECT_LT(result->error_code, 0);
+    EXPECT_EQ(result->record, nullptr);
+    vx_mom_hash_res_free(result);
+
+    ASSERT_EQ(server.run(db, {"SET", key, "a text"}), "OK");
+    result = vx_mom_hgetall_sync(global.get(), db, Card(0, 1, 0).message());
+    ASSERT_NE(result, nullptr);
+    EXPECT_LT(result->error_code, 0);
+    vx_mom_hash_res_free(result);
+}
+
+TEST_F(BadDataTest, AChangeOfItIsPassedOverAndCounted)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    connect(db);
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    events.clear();
+    ASSERT_EQ(server.run(db, {"HSET", key, "8", "many"}), "1");
+    const int32_t fields[] = {6};
+    ASSERT_EQ(vx_mom_hmset(global.get(), db, Card(0, 1, 0, 2).message(), fields, 1, nullptr, nullptr), 0);
+    ASSERT_EQ(write(2, 1), 0);
+    ASSERT_TRUE(run_until_event("4 0/2/0 type 1"));
+    EXPECT_THAT(events, ElementsAre("4 0/2/0 type 1"));
+    ASSERT_EQ(write(1, 3), 0);
+    ASSERT_TRUE(run_until_event("4 0/1/0 type 3"));
+}
+
+TEST_F(BadDataTest, ARecordDeletedPastTheClientIsStillToldOfWhenItIsDeletedAgain)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    connect(db);
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    ASSERT_EQ(server.run(db, {"DEL", key}), "1");
+    ASSERT_EQ(vx_mom_del(global.get(), db, Card(0, 1, 0).message(), nullptr, nullptr), 0);
+    ASSERT_TRUE(run_until_event("3 0/1/0 type 1"));
+    EXPECT_EQ(server.run(db, {"ZCARD", index_set}), "0");
+}
+
+} // namespace
