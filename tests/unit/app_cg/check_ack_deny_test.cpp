@@ -287,7 +287,9 @@ TEST_F(CheckAckDeny, AReasonOfAnyLengthStaysTerminated)
         EXPECT_EQ(std::string(node->reason), stored);
         EXPECT_EQ(node->wait_obj.app_cg_wait_obj_num, 3) << "the field behind the reason";
         EXPECT_EQ(node->stat, 2) << "the field behind the reason";
-        EXPECT_THAT(system_log(recording::take()), ElementsAre(disabled_line(reason), SHUTDOWN_LINE));
+        const Journal lines = recording::take();
+        EXPECT_THAT(lines, Contains(denied_line("m1", reason)));
+        EXPECT_THAT(system_log(lines), ElementsAre(disabled_line(reason), SHUTDOWN_LINE));
         app_cg_verbosity = 4;
         EXPECT_EQ(acknowledged({}, "m2", 1), 0);
         card_deleted({});
