@@ -116,13 +116,19 @@ TEST_F(ProcessManager, WatchdogIsNotFedWhileACallbackHangs)
 
 TEST_F(ProcessManager, NobodyListeningIsNoFailure)
 {
-    EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "no such socket";
-    {
-        const Mailbox gone(path);
-    }
-    EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "a dead socket";
-    const ScopedSetting none("NOTIFY_SOCKET", nullptr);
-    EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "no manager at all";
+    Child daemon{[&] {
+        EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "no such socket";
+        {
+            const Mailbox gone(path);
+        }
+        EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "a dead socket";
+        const ScopedSetting none("NOTIFY_SOCKET", nullptr);
+        EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "no manager at all";
+        Signpost served;
+        testing_platform::end_loop_after(20ms);
+        return serve(served);
+    }};
+    EXPECT_EQ(daemon.wait(), 0);
 }
 
 TEST_F(ProcessManager, FirstArgumentMustBeNull)

@@ -54,12 +54,20 @@ bool readable(int fd, std::chrono::milliseconds within)
     return ready > 0;
 }
 
-// An ordinary user may have a view of its own only together with a user namespace.
+// An ordinary user may have a view of its own only as the root of a user namespace.
 bool enter_private_view()
 {
-    const int with_users = geteuid() == 0 ? 0 : CLONE_NEWUSER;
-    return unshare(CLONE_NEWNS | with_users) == 0 &&
-           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (unshare(CLONE_NEWNS | (user == 0 ? 0 : CLONE_NEWUSER)) != 0) {
+        return false;
+    }
+    if (user != 0) {
+        write_file("/proc/self/setgroups", "deny");
+        write_file("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
+        write_file("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+    }
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
            mount("tmpfs", "/run", "tmpfs", 0, nullptr) == 0 &&
            mount("tmpfs", "/dev", "tmpfs", 0, nullptr) == 0;
 }
