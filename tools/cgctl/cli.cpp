@@ -86,7 +86,7 @@ std::string usage_message(const CLI::App &app, const CLI::ParseError &error)
     const CLI::App &last = reached(app);
     const std::string where = "; `" + full_name(last) + " --help` tells what is right";
     const std::vector<std::string> names = verb_names(last);
-    const std::vector<std::string> extras = last.remaining();
+    const std::vector<std::string> extras = app.remaining(true);
     const bool verb_wanted = !names.empty() && last.get_subcommands().empty();
     const auto word = std::find_if(extras.begin(), extras.end(),
                                    [](const std::string &extra) { return !extra.starts_with('-'); });

@@ -39,24 +39,28 @@ void add_record_arguments(CLI::App &verb, RecordArguments &arguments, const char
     verb.add_option("--db", arguments.db, "Database (default: the type's usual one)");
 }
 
-NamedRecord named_record(const RecordArguments &arguments)
+NamedRecord named_record(const RecordArguments &arguments, Assigned assigned)
 {
     const RecordType &type = record_type(arguments.type);
     NamedRecord named{&type, database(type, arguments.db), record_with_key(type, Json::object()), false, {}};
     std::set<std::string> seen;
     for (const std::string &assignment : arguments.assignments) {
-        assign(type, named.record, assignment);
+        const uint32_t number = field_number(type, assignment);
+        const bool of_key = type.index != nullptr && number == type.index->id;
+        if (of_key || assigned == Assigned::all) {
+            assign(type, named.record, assignment);
+        }
         const std::string path = assignment.substr(0, assignment.find('='));
         if (!seen.insert(path).second) {
             throw Failure(wrong_usage, path + " is given twice; once is right");
         }
-        const uint32_t number = field_number(type, assignment);
-        if (type.index != nullptr && number == type.index->id) {
-            named.has_key = true;
-        } else {
+        named.has_key = named.has_key || of_key;
+        if (!of_key) {
             named.fields.insert(static_cast<int32_t>(number));
         }
     }
+    // There and back: so that the fields not given stand there as well, for messages.
+    named.record = to_json(*from_json(*type.descriptor, named.record));
     return named;
 }
 

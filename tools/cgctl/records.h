@@ -31,9 +31,13 @@ struct NamedRecord {
     std::set<int32_t> fields; // numbers of the payload fields that were given
 };
 
+// Which assignments are carried out on the record.
+enum class Assigned { all, key_only };
+
 // Reads the arguments. Throws Failure (wrong usage) for an unknown type, field or value, a field given twice,
-// and a type without a usual database when none is given.
-NamedRecord named_record(const RecordArguments &arguments);
+// and a type without a usual database when none is given. With Assigned::key_only payload fields are only
+// counted; their values are for the caller.
+NamedRecord named_record(const RecordArguments &arguments, Assigned assigned = Assigned::all);
 
 // Throws Failure (wrong usage) when a payload field was given to a verb that looks at the key only.
 void require_key_only(const NamedRecord &named, const char *verb);

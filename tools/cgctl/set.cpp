@@ -1,4 +1,6 @@
 // cgctl set: writes a record, or some of its fields.
+#include <algorithm>
+
 #include "failure.h"
 #include "records.h"
 #include "store.h"
@@ -10,49 +12,41 @@ namespace cgctl
 namespace
 {
 
+bool names_a_part(const std::vector<std::string> &assignments)
+{
+    return std::any_of(assignments.begin(), assignments.end(),
+                       [](const std::string &text) { return text.find('.') < text.find('='); });
+}
+
 // A field write replaces a whole sub-message. Where only a part of one is named, its other parts are taken
 // from the stored record, so that they keep their values.
 Json completed(Store &store, const NamedRecord &named, const RecordArguments &arguments)
 {
-    Json record = named.record;
-    const std::optional<Json> stored = store.read(*named.type, named.db, key_part(*named.type, named.record));
-    if (!stored) {
-        return record;
-    }
-    record = *stored;
+    const Json key = key_part(*named.type, named.record);
+    Json record = store.read(*named.type, named.db, key).value_or(named.record);
     for (const std::string &assignment : arguments.assignments) {
         assign(*named.type, record, assignment);
     }
     return record;
 }
 
-bool names_a_part(const RecordArguments &arguments)
+int set_fields(const Session &session, const RecordArguments &arguments)
 {
-    bool part = false;
-    for (const std::string &assignment : arguments.assignments) {
-        part = part || assignment.find('.') < assignment.find('=');
-    }
-    return part;
-}
-
-int set_fields(const Session &session, const RecordArguments &arguments, const NamedRecord &named)
-{
+    const bool part = names_a_part(arguments.assignments);
+    const NamedRecord named = named_record(arguments, part ? Assigned::key_only : Assigned::all);
     if (named.fields.empty()) {
         throw Failure(wrong_usage,
                       "--fields without a field to write; name at least one that is not of the key");
     }
     Store store(session);
-    const Json record = names_a_part(arguments) ? completed(store, named, arguments) : named.record;
-    store.set_fields(*named.type, named.db, record, named.fields);
+    store.set_fields(*named.type, named.db, part ? completed(store, named, arguments) : named.record,
+                     named.fields);
     return 0;
 }
 
-int set(const Session &session, const RecordArguments &arguments, bool only_fields)
+int set_record(const Session &session, const RecordArguments &arguments)
 {
     const NamedRecord named = named_record(arguments);
-    if (only_fields) {
-        return set_fields(session, arguments, named);
-    }
     Store store(session);
     store.set(*named.type, named.db, named.record);
     return 0;
@@ -77,7 +71,7 @@ void add_set(CLI::App &app, Session &session)
                    "Write only the payload fields named, leave the others as they are");
     verb->callback([arguments, only_fields, &session] {
         session.action = [arguments, only_fields, &session] {
-            return set(session, *arguments, *only_fields);
+            return *only_fields ? set_fields(session, *arguments) : set_record(session, *arguments);
         };
     });
 }

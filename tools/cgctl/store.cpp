@@ -50,12 +50,24 @@ std::string reason(int32_t result)
     return std::to_string(result) + ": " + strerror(-result);
 }
 
+// An endpoint is known by the word before its first colon; more is for the platform to judge.
+void check_form(const std::string &endpoint)
+{
+    const std::size_t colon = endpoint.find(':');
+    const bool path_missing = endpoint.starts_with("unix:") && !endpoint.starts_with("unix:/");
+    if (colon == std::string::npos || colon == 0 || path_missing) {
+        throw Failure(wrong_usage, in_quotes(endpoint) + " is no endpoint; unix:/path or tcp:host:port");
+    }
+}
+
 std::string where(const Session &session)
 {
     const char *setting = getenv(endpoint_setting);
-    const std::string endpoint = !session.endpoint.empty() ? session.endpoint
-                                 : setting != nullptr      ? setting
-                                                           : "";
+    const std::string inherited = setting == nullptr ? "" : setting;
+    const std::string endpoint = session.endpoint.empty() ? inherited : session.endpoint;
+    if (!endpoint.empty()) {
+        check_form(endpoint);
+    }
     return endpoint.empty() ? std::string("the store (") + endpoint_setting + " is not set)"
                             : "the store at " + endpoint;
 }

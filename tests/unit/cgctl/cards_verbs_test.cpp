@@ -1,0 +1,186 @@
+// card, list and show, on a real store.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "store_fixture.h"
+
+namespace cgctl
+{
+
+namespace
+{
+
+class CardVerbs : public StoreTest
+{
+protected:
+    Json list() { return Json::parse(cgctl({"list", "--json"}))["cards"]; }
+
+    Json card_info(const std::string &slot)
+    {
+        return Json::parse(cgctl({"get", "card_info", "devid=1", "slotid=" + slot, "--json"}))["record"];
+    }
+
+    // What the daemon writes when a card is admitted or denied.
+    void publish(const std::string &slot, const std::string &stat)
+    {
+        cgctl({"set", "app_cg_mom_deny_check_result", "card_tipc_nodeid=100" + slot, "stat=" + stat});
+        cgctl({"set", "app_cg_card_deny_check_result", "devid=1", "slotid=" + slot, "stat=" + stat});
+    }
+};
+
+} // namespace
+
+TEST_F(CardVerbs, APluggedCardHasAllThatWasAskedFor)
+{
+    cgctl({"card", "plug", "1/3", "--type", "200", "--node-type", "sub_lc", "--nodeid", "7", "--tipc", "0x10",
+           "--name", "line card", "--serial", "00e0fc", "--offline"});
+    const Json card = card_info("3");
+    EXPECT_EQ(card["config_dev_type"], 200);
+    EXPECT_EQ(card["is_online"], false);
+    EXPECT_EQ(card["name"], "line card");
+    EXPECT_EQ(card["static_info"]["node_type"], "DM_TYPE_SUB_LC");
+    EXPECT_EQ(card["static_info"]["index"]["type"], 200);
+    EXPECT_EQ(card["card_nodeid"], 7);
+    EXPECT_EQ(card["card_tipc_nodeid"], 16);
+    EXPECT_EQ(card["serial"], "00e0fc");
+}
+
+TEST_F(CardVerbs, NodeTypesGoByShortNameByFullNameAndByNumber)
+{
+    for (const char *type : {"mb", "MB", "DM_TYPE_MB", "2"}) {
+        cgctl({"card", "plug", "1/3", "--node-type", type});
+        EXPECT_EQ(card_info("3")["static_info"]["node_type"], "DM_TYPE_MB") << type;
+    }
+}
+
+TEST_F(CardVerbs, IdsDerivedFromThePositionAreUnique)
+{
+    std::set<int> nodes;
+    std::set<int> tipc_nodes;
+    for (const char *position : {"0/0/0", "1/0/0", "0/1/0", "0/0/1", "1/1/1", "127/255/255"}) {
+        cgctl({"card", "plug", position});
+    }
+    const Json records = Json::parse(cgctl({"get", "card_info", "--json"}))["records"];
+    for (const Json &record : records) {
+        nodes.insert(record["record"]["card_nodeid"].get<int>());
+        tipc_nodes.insert(record["record"]["card_tipc_nodeid"].get<int>());
+    }
+    EXPECT_EQ(nodes.size(), 6U);
+    EXPECT_EQ(tipc_nodes.size(), 6U);
+}
+
+TEST_F(CardVerbs, OnlineAndOfflineChangeNothingElse)
+{
+    cgctl({"card", "plug", "1/3", "--name", "fan", "--serial", "01"});
+    Json before = card_info("3");
+    EXPECT_EQ(before["is_online"], true);
+    cgctl({"card", "offline", "1/3/0"});
+    Json after = card_info("3");
+    EXPECT_EQ(after["is_online"], false);
+    cgctl({"card", "online", "1/3/0"});
+    EXPECT_EQ(card_info("3"), before);
+}
+
+TEST_F(CardVerbs, AnUnknownCardIsAFailureAndIsNotMade)
+{
+    for (const char *verb : {"online", "offline", "pull"}) {
+        const Outcome outcome = run_cgctl({"card", verb, "1/3/0"});
+        EXPECT_EQ(outcome.status, 1) << verb;
+        EXPECT_EQ(outcome.err, "cgctl: no card at 1/3/0; `cgctl list` shows those that there are\n");
+    }
+    EXPECT_EQ(list().size(), 0U);
+    EXPECT_EQ(run_cgctl({"show", "1/3/0"}).status, 1);
+}
+
+TEST_F(CardVerbs, APulledCardIsGone)
+{
+    cgctl({"card", "plug", "1/3"});
+    cgctl({"card", "pull", "1/3"});
+    EXPECT_EQ(list().size(), 0U);
+}
+
+TEST_F(CardVerbs, VerdictsFollowWhatTheDaemonPublished)
+{
+    for (const char *slot : {"1", "2", "3", "4"}) {
+        cgctl(
+            {"card", "plug", std::string("1/") + slot, "--tipc", std::string("100") + slot, "--name", slot});
+    }
+    publish("1", "APP_CG_CHECK_PASS");
+    publish("2", "APP_CG_CHECK_DENY");
+    cgctl({"set", "dm_set_card_custom_st", "t_devid=1", "t_slotid=2", "t_mod_name=APP_CG",
+           "t_reason=not compatible", "level=DM_CTM_APP_CG", "status=CANNOT_STARTUP"});
+    cgctl({"set", "dm_set_card_custom_st", "t_devid=1", "t_slotid=2", "t_mod_name=ZZZ", "status=OFFLINE"});
+    cgctl({"set", "im_card_power_onoff", "devid=1", "slotid=2", "mod_name=cap", "cause=not compatible"});
+    cgctl(
+        {"set", "app_cg_card_check_info", "devid=1", "slotid=2"}); // about to be withdrawn: the result counts
+    cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=3"});
+    cgctl({"set", "im_card_power_onoff", "devid=1", "slotid=4", "mod_name=cap", "updown=true"});
+    const Json cards = list();
+    ASSERT_EQ(cards.size(), 4U);
+    EXPECT_EQ(cards[0]["verdict"], "passed");
+    EXPECT_EQ(cards[0]["results"],
+              (Json{{"by_tipc", "PASS"}, {"by_position", "PASS"}, {"custom_status", nullptr}}));
+    EXPECT_EQ(cards[1],
+              (Json{{"card", "1/2/0"},
+                    {"devid", 1},
+                    {"slotid", 2},
+                    {"sslotid", 0},
+                    {"name", "2"},
+                    {"node_type", "DM_TYPE_LC"},
+                    {"is_online", true},
+                    {"verdict", "denied"},
+                    {"results",
+                     {{"by_tipc", "DENY"}, {"by_position", "DENY"}, {"custom_status", "CANNOT_STARTUP"}}},
+                    {"request", true},
+                    {"power_off", true}}));
+    EXPECT_EQ(cards[2]["verdict"], "waiting");
+    EXPECT_EQ(cards[2]["request"], true);
+    EXPECT_EQ(cards[3]["verdict"], "none");
+    EXPECT_EQ(cards[3]["power_off"], false);
+}
+
+TEST_F(CardVerbs, TheTableIsSortedByPositionAndCannotBeForged)
+{
+    cgctl({"card", "plug", "1/10", "--name", "a\nb"});
+    cgctl({"card", "plug", "1/9", "--offline", "--name", "Lüfter"});
+    EXPECT_EQ(cgctl({"list"}),
+              "CARD    NAME    NODE TYPE   STATE    VERDICT  REQUEST  BY TIPC  BY POSITION  STATUS  POWER\n"
+              "1/9/0   Lüfter  DM_TYPE_LC  offline  none     -        -        -            -       -\n"
+              "1/10/0  a\\nb    DM_TYPE_LC  online   none     -        -        -            -       -\n");
+}
+
+TEST_F(CardVerbs, ACardWithoutStaticPartIsShownToo)
+{
+    cgctl({"set", "card_info", "devid=1", "slotid=3"});
+    EXPECT_EQ(list()[0]["node_type"], "DM_TYPE_UNKNOWN");
+    cgctl({"set", "card_info", "devid=1", "slotid=3", "static_info.node_type=99"});
+    EXPECT_EQ(list()[0]["node_type"], "99");
+}
+
+TEST_F(CardVerbs, ShowGathersEveryRecordOfTheCardAndOfNoOther)
+{
+    cgctl({"card", "plug", "1/3", "--tipc", "1003"});
+    cgctl({"card", "plug", "1/4", "--tipc", "1004"});
+    publish("3", "APP_CG_CHECK_PASS");
+    publish("4", "APP_CG_CHECK_PASS");
+    cgctl({"set", "app_cg_card_check_ack", "devid=1", "slotid=3", "mod_name=m1", "reason=x"});
+    cgctl({"set", "app_cg_card_bak_info", "devid=1", "slotid=3", "node_type=DM_TYPE_LC"});
+    const Json shown = Json::parse(cgctl({"show", "1/3", "--json"}));
+    EXPECT_EQ(shown["verdict"], "passed");
+    std::set<std::string> types;
+    for (const Json &record : shown["records"]) {
+        EXPECT_TRUE(types.insert(record["type"]).second) << "twice: " << record["type"];
+    }
+    EXPECT_EQ(types,
+              (std::set<std::string>{"p_dev.card_info", "p_libpub.app_cg_mom_deny_check_result",
+                                     "p_libpub.app_cg_card_deny_check_result",
+                                     "p_libpub.app_cg_card_check_ack", "p_libpub.app_cg_card_bak_info"}));
+    const std::string text = cgctl({"show", "1/3/0"});
+    EXPECT_NE(text.find("card 1/3/0: card 1/3/0, DM_TYPE_LC, online, verdict passed\n"), std::string::npos)
+        << text;
+    EXPECT_NE(text.find("p_libpub.app_cg_card_deny_check_result (database 28)\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("  index.card_tipc_nodeid=1003\n"), std::string::npos) << text;
+}
+
+} // namespace cgctl

@@ -1,0 +1,234 @@
+// cgctl module run, as a process of its own on a real store. The tests play the daemon.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+
+#include "store_fixture.h"
+
+namespace cgctl
+{
+
+namespace
+{
+
+class ModuleRun : public StoreTest
+{
+protected:
+    std::unique_ptr<Child> start(std::vector<std::string> options, const std::string &script)
+    {
+        std::vector<std::string> arguments{"module", "run", "volt"};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        arguments.insert(arguments.end(), {"--", "sh", "-c", script, "sh", folder_.path("")});
+        auto runner = start_cgctl(arguments);
+        EXPECT_TRUE(runner->says("subscribed")) << runner->err();
+        return runner;
+    }
+
+    void ask(const std::string &slot, const std::string &type = "1")
+    {
+        cgctl({"set", "--fields", "app_cg_card_check_info", "devid=1", "slotid=" + slot, "type=" + type,
+               "node_type=DM_TYPE_LC", "card_nodeid=7"});
+    }
+
+    void withdraw(const std::string &slot)
+    {
+        cgctl({"del", "app_cg_card_check_info", "devid=1", "slotid=" + slot});
+    }
+
+    static std::vector<std::string> ack_key(const std::string &slot)
+    {
+        return {"app_cg_card_check_ack", "devid=1", "slotid=" + slot, "mod_name=volt"};
+    }
+
+    // Takes a card's answer out of the store, as the daemon does.
+    Json take_answer(const std::string &slot)
+    {
+        std::vector<std::string> get{"get", "--json"};
+        const std::vector<std::string> key = ack_key(slot);
+        get.insert(get.end(), key.begin(), key.end());
+        Outcome outcome;
+        EXPECT_TRUE(eventually([&] { return (outcome = run_cgctl(get)).status == 0; }))
+            << "no answer for " << slot;
+        if (outcome.status != 0) {
+            return {{"ret", -1}, {"reason", ""}};
+        }
+        std::vector<std::string> del{"del"};
+        del.insert(del.end(), key.begin(), key.end());
+        cgctl(del);
+        return outcome.json()["record"];
+    }
+
+    [[nodiscard]] std::vector<std::string> lines_of(const std::string &name) const
+    {
+        std::ifstream file(folder_.path(name));
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(file, line);) {
+            lines.push_back(line);
+        }
+        return lines;
+    }
+
+    pid_t pid_in(const std::string &name)
+    {
+        EXPECT_TRUE(eventually([&] { return !lines_of(name).empty(); })) << name << " was not written";
+        return lines_of(name).empty() ? -1 : std::stoi(lines_of(name)[0]);
+    }
+
+    static bool ends(pid_t pid)
+    {
+        return eventually([&] { return kill(pid, 0) != 0 && errno == ESRCH; });
+    }
+
+    static void stop(Child &runner)
+    {
+        runner.send(SIGTERM);
+        EXPECT_EQ(runner.wait(), 0) << runner.err();
+    }
+};
+
+} // namespace
+
+TEST_F(ModuleRun, TheExitStatusDecidesAndTheFirstLineIsTheReason)
+{
+    const auto runner =
+        start({}, "test $CG_SLOTID = 3 && exit 0; echo; echo \"slot $CG_CARD is too hot\"; exit 4");
+    ask("3");
+    const Json passed = take_answer("3");
+    EXPECT_EQ(passed, (Json{{"ret", 0}, {"reason", ""}, {"ret_flag", 0}}));
+    ask("4");
+    const Json denied = take_answer("4");
+    EXPECT_EQ(denied, (Json{{"ret", 1}, {"reason", "slot 1/4/0 is too hot"}, {"ret_flag", 0}}));
+    stop(*runner);
+    EXPECT_NE(runner->err().find("volt 1/3/0 PASS\n"), std::string::npos) << runner->err();
+    EXPECT_NE(runner->err().find("volt 1/4/0 DENY slot 1/4/0 is too hot\n"), std::string::npos)
+        << runner->err();
+    EXPECT_EQ(runner->out(), "");
+}
+
+TEST_F(ModuleRun, TheCardIsInTheEnvironment)
+{
+    cgctl({"card", "plug", "1/3", "--name", "fan 3", "--serial", "00e0"});
+    const auto runner = start({}, "env | grep ^CG_ | sort >$1/env");
+    ask("3", "200");
+    take_answer("3");
+    EXPECT_EQ(lines_of("env"), (std::vector<std::string>{"CG_CARD=1/3/0", "CG_CARD_NAME=fan 3", "CG_DEVID=1",
+                                                         "CG_DEV_TYPE=200", "CG_MODULE=volt", "CG_NODEID=7",
+                                                         "CG_NODE_TYPE=DM_TYPE_LC", "CG_ONLINE=1",
+                                                         "CG_SERIAL=00e0", "CG_SLOTID=3", "CG_SSLOTID=0"}));
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, RequestsThatStandAreAnsweredToo)
+{
+    ask("3");
+    const auto runner = start({}, "exit 0");
+    EXPECT_EQ(take_answer("3")["ret"], 0);
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, ACommandThatTakesTooLongDenies)
+{
+    const auto runner = start({"--timeout", "0.2"}, "echo $$ >$1/pid; exec sleep 1000");
+    ask("3");
+    EXPECT_EQ(take_answer("3"), (Json{{"ret", 1}, {"reason", "no verdict within 0.2 s"}, {"ret_flag", 0}}));
+    EXPECT_TRUE(ends(pid_in("pid")));
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, ACommandThatCannotBeToldToEndIsKilled)
+{
+    const auto runner = start({"--timeout", "0.2"}, "trap '' TERM; echo hm; while :; do sleep 1000; done");
+    ask("3");
+    EXPECT_EQ(take_answer("3")["reason"], "no verdict within 0.2 s: hm");
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, ACommandThatDiesDenies)
+{
+    const auto runner = start({}, "kill -SEGV $$");
+    ask("3");
+    EXPECT_EQ(take_answer("3"),
+              (Json{{"ret", 1}, {"reason", "ended by signal 11 (SIGSEGV)"}, {"ret_flag", 0}}));
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, AWithdrawnRequestEndsItsCommandAndIsNotAnswered)
+{
+    const auto runner =
+        start({}, "echo $$ >$1/pid$CG_SLOTID; test $CG_SLOTID = 3 && exec sleep 1000; exit 0");
+    ask("3");
+    const pid_t pid = pid_in("pid3");
+    withdraw("3");
+    EXPECT_TRUE(ends(pid));
+    ask("4"); // answered later than anything that 3 could still cause
+    take_answer("4");
+    EXPECT_EQ(Json::parse(cgctl({"get", "app_cg_card_check_ack", "--json"}))["records"].size(), 0U);
+    stop(*runner);
+    EXPECT_EQ(runner->err().find("1/3/0"), std::string::npos) << runner->err();
+}
+
+TEST_F(ModuleRun, TheSameRequestAgainDoesNotRunTwiceAndAnotherOneRunsAnew)
+{
+    const auto runner =
+        start({}, "echo run >>$1/runs$CG_DEV_TYPE; while ! test -e $1/go; do sleep 0.01; done; exit 0");
+    ask("3");
+    ASSERT_TRUE(eventually([&] { return lines_of("runs1").size() == 1; }));
+    ask("3");
+    ask("3", "2"); // another card in the same slot: the command starts anew
+    ASSERT_TRUE(eventually([&] { return lines_of("runs2").size() == 1; }));
+    std::ofstream(folder_.path("go")) << "go";
+    take_answer("3");
+    EXPECT_EQ(lines_of("runs1").size(), 1U);
+    ask("3", "2"); // asked again after the answer: answered again
+    take_answer("3");
+    EXPECT_EQ(lines_of("runs2").size(), 2U);
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, CommandsRunBesideEachOtherUpToTheLimit)
+{
+    const auto runner =
+        start({"--parallel", "2"},
+              "touch $1/started$CG_SLOTID; while ! test -e $1/go$CG_SLOTID; do sleep 0.01; done");
+    for (const char *slot : {"1", "2", "3"}) {
+        ask(slot);
+    }
+    const auto started = [&](const char *slot) {
+        return std::ifstream(folder_.path(std::string("started") + slot)).good();
+    };
+    ASSERT_TRUE(eventually([&] { return started("1") && started("2"); }));
+    EXPECT_FALSE(started("3"));
+    std::ofstream(folder_.path("go1")) << "go";
+    EXPECT_TRUE(eventually([&] { return started("3"); }));
+    take_answer("1");
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, ItsEndIsTheEndOfItsCommands)
+{
+    const auto runner = start({}, "echo $$ >$1/pid; exec sleep 1000");
+    ask("3");
+    const pid_t pid = pid_in("pid");
+    stop(*runner);
+    EXPECT_TRUE(ends(pid));
+    EXPECT_EQ(Json::parse(cgctl({"get", "app_cg_card_check_ack", "--json"}))["records"].size(), 0U);
+}
+
+TEST_F(ModuleRun, TheStoreMayGoAndReturn)
+{
+    const auto runner = start({}, "exit 0");
+    ask("3");
+    take_answer("3");
+    stop_server();
+    ASSERT_TRUE(runner->says("lost the store")) << runner->err();
+    start_server();
+    ASSERT_TRUE(runner->says("the store is back")) << runner->err();
+    ask("4");
+    EXPECT_EQ(take_answer("4")["ret"], 0);
+    stop(*runner);
+}
+
+} // namespace cgctl
