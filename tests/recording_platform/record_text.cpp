@@ -18,7 +18,7 @@ template <typename T>
 T load(const void *at)
 {
     T value;
-    std::memcpy(&value, at, sizeof value);
+    std::memcpy(&value, at, sizeof(T));
     return value;
 }
 
