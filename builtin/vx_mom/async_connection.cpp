@@ -208,16 +208,14 @@ void AsyncConnection::retry(const std::string &problem, bool lasting)
         pause_ = first_pause;
     }
     io_.reset();
-    // The text may live in the link that ends here.
-    const std::string kept = problem;
     link_.reset();
     state_ = State::pausing;
     arm_timer(pause_);
     pause_ = std::min(pause_ * 2, longest_pause);
     if (was_up) {
-        observer_.on_lost(kept);
+        observer_.on_lost(problem);
     } else {
-        observer_.on_failed(kept, lasting);
+        observer_.on_failed(problem, lasting);
     }
 }
 

@@ -19,6 +19,7 @@ namespace
 using std::chrono::milliseconds;
 
 constexpr milliseconds longest_retry_pause{50};
+constexpr size_t arrivals_per_turn = 64;
 
 void pause_for(milliseconds span)
 {
@@ -149,7 +150,11 @@ bool Database::turn()
     if (arrival_due_ && !settle_arrival()) {
         return false;
     }
-    return reported_up_ && advance_subscriptions();
+    if (!reported_up_) {
+        return false;
+    }
+    const bool more = hand_out_arrivals();
+    return advance_subscriptions() || more;
 }
 
 uint64_t Database::ping()
@@ -189,6 +194,7 @@ void Database::on_lost(const std::string &problem)
 {
     shared_.outage.begin(Clock::now(), shared_.endpoint.text + ": " + problem);
     arrival_due_ = false;
+    arrivals_.clear();
     loss_due_ = reported_up_ || loss_due_;
     reported_up_ = false;
     for (const auto &subscription : subscriptions_) {
@@ -208,7 +214,7 @@ void Database::on_failed(const std::string &problem, bool lasting)
 
 void Database::on_subscribed(const std::string &channel)
 {
-    if (Subscription *subscription = subscription_of(channel)) {
+    if (const auto subscription = subscription_of(channel)) {
         subscription->on_confirmed();
         shared_.schedule_turn();
     }
@@ -226,15 +232,13 @@ void Database::on_refused(const std::string &problem)
 
 void Database::on_message(const std::string &channel, std::string &&payload)
 {
-    if (Subscription *subscription = subscription_of(channel)) {
-        subscription->on_message(std::move(payload));
-        shared_.schedule_turn();
-    }
+    arrivals_.push_back({channel, std::move(payload)});
+    shared_.schedule_turn();
 }
 
 void Database::on_pong()
 {
-    pongs_++;
+    arrivals_.push_back({});
     shared_.schedule_turn();
 }
 
@@ -399,6 +403,23 @@ bool Database::identify_returned(bool &other)
     return true;
 }
 
+// Gives some of what has arrived to the subscriptions, one by one. Returns whether there is more.
+bool Database::hand_out_arrivals()
+{
+    for (size_t i = 0; i < arrivals_per_turn && !arrivals_.empty(); i++) {
+        Arrival arrival = std::move(arrivals_.front());
+        arrivals_.pop_front();
+        if (arrival.channel.empty()) {
+            pongs_++;
+            continue;
+        }
+        if (const auto subscription = subscription_of(arrival.channel)) {
+            subscription->on_message(std::move(arrival.payload));
+        }
+    }
+    return !arrivals_.empty();
+}
+
 bool Database::advance_subscriptions()
 {
     bool more = false;
@@ -417,11 +438,11 @@ bool Database::advance_subscriptions()
     return more;
 }
 
-Subscription *Database::subscription_of(const std::string &channel)
+std::shared_ptr<Subscription> Database::subscription_of(const std::string &channel)
 {
     const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
                                     [&](const auto &known) { return known->channel() == channel; });
-    return found == subscriptions_.end() ? nullptr : found->get();
+    return found == subscriptions_.end() ? nullptr : *found;
 }
 
 } // namespace vx_mom

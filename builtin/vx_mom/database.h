@@ -7,6 +7,7 @@
 #define VX_MOM_DATABASE_H
 
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <list>
 #include <memory>
@@ -87,6 +88,14 @@ private:
     void on_message(const std::string &channel, std::string &&payload) override;
     void on_pong() override;
 
+    // What came on the connection of the loop: a message, or without a channel the answer to a ping. One
+    // queue for all, so that changes of different record types are delivered in the order in which they were
+    // made.
+    struct Arrival {
+        std::string channel;
+        std::string payload;
+    };
+
     Exchange attempt(const std::vector<Command> &commands, Clock::time_point deadline,
                      std::vector<Reply> &replies);
     Exchange open(Clock::time_point deadline);
@@ -97,8 +106,9 @@ private:
     void report_loss();
     bool settle_arrival();
     bool identify_returned(bool &other);
+    bool hand_out_arrivals();
     bool advance_subscriptions();
-    Subscription *subscription_of(const std::string &channel);
+    std::shared_ptr<Subscription> subscription_of(const std::string &channel);
 
     Shared &shared_;
     int32_t number_;
@@ -117,7 +127,8 @@ private:
     bool write_given_up_ = false;
     std::string async_id_; // the data's identity as the connection on the loop sees it
 
-    uint64_t pings_ = 0; // sent on the present connection of the loop
+    std::deque<Arrival> arrivals_; // of the present connection of the loop
+    uint64_t pings_ = 0;           // sent on the present connection of the loop
     uint64_t pongs_ = 0;
 
     vx_mom_disconnect_f disconnect_ = nullptr;

@@ -11,7 +11,7 @@ namespace vx_mom
 namespace
 {
 
-constexpr std::chrono::milliseconds short_attempt{20};
+constexpr std::chrono::milliseconds short_attempt{50};
 
 }
 

@@ -109,6 +109,7 @@ int32_t read_slice(Database &database, const std::string &type, uint64_t &after,
         return ok;
     }
     std::vector<Command> commands;
+    commands.reserve(entries.size());
     for (const IndexEntry &entry : entries) {
         commands.push_back({"HGETALL", entry.key});
     }

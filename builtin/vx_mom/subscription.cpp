@@ -48,6 +48,9 @@ void Subscription::on_refused(const std::string &problem)
 void Subscription::on_message(std::string &&payload)
 {
     queue_.push_back(std::move(payload));
+    if (phase_ == Phase::live) {
+        (void)deliver_queued();
+    }
 }
 
 void Subscription::on_lost()

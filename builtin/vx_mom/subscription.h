@@ -42,6 +42,7 @@ public:
     void ask_again(Subscriber subscriber);
     void on_confirmed();
     void on_refused(const std::string &problem);
+    // A change arrived: delivered at once when the subscription is in place, kept otherwise.
     void on_message(std::string &&payload);
     // The connection is lost: what is queued is void.
     void on_lost();

@@ -54,6 +54,13 @@ int32_t note_confirmed(void *arg, vx_mom_pmsg_t *pmsg)
     return 0;
 }
 
+int32_t note_name(void *arg, vx_mom_pmsg_t * /*pmsg*/)
+{
+    auto *note = static_cast<std::pair<std::vector<std::string> *, std::string> *>(arg);
+    note->first->push_back(note->second);
+    return 0;
+}
+
 bool change_at_random(vx_global_t *global, std::mt19937 &random)
 {
     const Card card(0, static_cast<int32_t>(random() % 40), static_cast<int32_t>(random() % 3),
@@ -217,6 +224,44 @@ TEST_F(SubscribeTest, SubscriptionsAreServedInTheOrderAsked)
     ASSERT_EQ(vx_mom_subscribe(global.get(), 1, Ack(0, 0, 0, "").message(), 0, note_confirmed, &second), 0);
     ASSERT_TRUE(run_until([&] { return order.find("acks") != std::string::npos; }));
     EXPECT_EQ(order, "cards acks ");
+}
+
+TEST_F(SubscribeTest, ChangesOfDifferentTypesComeInTheOrderMade)
+{
+    subscribe_and_forget();
+    std::pair<std::vector<std::string> *, std::string> acks{&events, "ack"};
+    ASSERT_EQ(vx_mom_subscribe(global.get(), 1, Ack(0, 0, 0, "").message(), 0, note_name, &acks), 0);
+    ASSERT_TRUE(run_until_event("ack"));
+    events.clear();
+    std::vector<std::string> expected;
+    for (int32_t slot = 0; slot < 200; slot++) {
+        ASSERT_EQ(vx_mom_set_sync(global.get(), 1, Ack(0, slot, 0, "alarm").message()), 0);
+        ASSERT_EQ(write(slot, 1), 0);
+        expected.emplace_back("ack");
+        expected.push_back("4 0/" + std::to_string(slot) + "/0 type 1");
+    }
+    ASSERT_TRUE(run_until_event(expected.back()));
+    EXPECT_EQ(events, expected);
+}
+
+TEST_F(SubscribeTest, ASubscriberThatTheServerCutsOffForBeingSlowMissesNothing)
+{
+    ASSERT_EQ(server.run(0, {"CONFIG", "SET", "client-output-buffer-limit", "pubsub 1mb 1mb 1"}), "OK");
+    subscribe_and_forget();
+    const std::string long_name(4000, 'x');
+    Card card(0, 1, 0, 1);
+    std::string name = long_name;
+    card.record.name = name.data();
+    for (int32_t slot = 0; slot < 1000; slot++) {
+        card.index.slotid = slot;
+        ASSERT_EQ(vx_mom_set_sync(global.get(), 1, card.message()), 0);
+    }
+    ASSERT_TRUE(run_until([&] { return reports.back() == "back 1 type 2"; }));
+    ASSERT_TRUE(run_until_event("4 0/999/0 type 1"));
+    EXPECT_EQ(events.size(), 1000U);
+    for (int32_t slot = 0; slot < 1000; slot++) {
+        EXPECT_EQ(count("4 0/" + std::to_string(slot) + "/0 type 1"), 1) << slot;
+    }
 }
 
 TEST_F(SubscribeTest, ARepeatedSubscriptionStartsOver)
