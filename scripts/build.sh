@@ -9,7 +9,7 @@
 build_thin_out()
 {
     awk '!/^\[[0-9]+\/[0-9]+\]/ { print; next }
-         { split(substr($1, 2), part, /[\/\]]/); if (part[1] % 20 == 0 || part[1] == part[2]) print $1, "built" }
+         { split(substr($1, 2), part, /[\/\]]/); if (part[1] > 0 && part[1] % 20 == 0 || part[1] == part[2]) print $1, "built" }
          { fflush() }'
 }
 
