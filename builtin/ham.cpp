@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <string>
@@ -32,10 +33,11 @@ namespace
 
 bool is_registered = false;
 
-// Nobody at the other end of NOTIFY_SOCKET is as good as no socket at all.
+// Nobody at the other end of NOTIFY_SOCKET, or an empty name of it, is as good as no socket at all.
 bool nobody_listens(int result)
 {
-    return result == -ENOENT || result == -ECONNREFUSED;
+    const char *name = getenv("NOTIFY_SOCKET");
+    return result == -ENOENT || result == -ECONNREFUSED || name == nullptr || *name == '\0';
 }
 
 void tell_ready(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
@@ -120,6 +122,8 @@ int32_t reg_process_exit_action(int32_t first, int32_t /*action*/)
     }
     const int result = sd_notify(0, "STATUS=Starting");
     if (result < 0 && !nobody_listens(result)) {
+        fprintf(stderr, "platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
+                getenv("NOTIFY_SOCKET"), strerror(-result));
         return result;
     }
     is_registered = true;

@@ -122,6 +122,8 @@ TEST_F(ProcessManager, NobodyListeningIsNoFailure)
             const Mailbox gone(path);
         }
         EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "a dead socket";
+        const ScopedSetting empty("NOTIFY_SOCKET", "");
+        EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "an empty name";
         const ScopedSetting none("NOTIFY_SOCKET", nullptr);
         EXPECT_EQ(reg_process_exit_action(0, 2), 0) << "no manager at all";
         Signpost served;
@@ -129,6 +131,16 @@ TEST_F(ProcessManager, NobodyListeningIsNoFailure)
         return serve(served);
     }};
     EXPECT_EQ(daemon.wait(), 0);
+}
+
+TEST_F(ProcessManager, SocketThatIsNoneIsAFailureAndNamed)
+{
+    const ScopedSetting relative("NOTIFY_SOCKET", "not/absolute");
+    testing::internal::CaptureStderr();
+    EXPECT_LT(reg_process_exit_action(0, 2), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr().rfind(
+                  "platform: cannot reach the process manager at NOTIFY_SOCKET=not/absolute: ", 0),
+              0U);
 }
 
 TEST_F(ProcessManager, FirstArgumentMustBeNull)
