@@ -409,7 +409,7 @@ TEST_P(AdmissionRandom, WhateverHappensTheChassisStaysSound)
             ADD_FAILURE() << "seed " << GetParam() << ", step " << step << ": " << chassis.last();
         }
     }
-    if (own_seed() == nullptr) {
+    if (own_seed() == nullptr && !HasFailure()) {
         expect_reached(chassis.tally());
     }
 }

@@ -60,6 +60,12 @@ INSTANTIATE_TEST_SUITE_P(Verbosity, CheckAckLog, every_verbosity(), verbosity_na
 
 // ---- what is no acknowledgement ----
 
+TEST_P(CheckAckLog, ANotificationIsNeeded)
+{
+    EXPECT_EQ(app_cg_check_ack_pmsg_f(nullptr, nullptr), -4);
+    EXPECT_EQ(recording::take(), heard({{said(100, "pmsg NULL pointer, addr error!\n")}}));
+}
+
 TEST_P(CheckAckLog, TheSubscriptionIsNoted)
 {
     EXPECT_EQ(deliver(29, nullptr), 0);
