@@ -22,7 +22,6 @@ namespace
 {
 
 constexpr size_t max_connections = 16;
-constexpr timeval connection_deadline{30, 0};
 constexpr timeval pause_without_descriptors{1, 0};
 
 // Root and the user whom this process runs as. The file's mode says the same; it can be changed by hand,
@@ -95,8 +94,9 @@ struct Shell::Callbacks {
     }
 };
 
-Shell::Shell(event_base *base, std::string module)
-    : base_(base), module_(std::move(module)), original_output_(identity_of(STDOUT_FILENO))
+Shell::Shell(event_base *base, std::string module, timeval deadline)
+    : base_(base), module_(std::move(module)), deadline_(deadline),
+      original_output_(identity_of(STDOUT_FILENO))
 {
 }
 
@@ -136,7 +136,7 @@ bool Shell::serve(int fd)
     connection.shell = this;
     connection.place = fresh.begin();
     connection.deadline.reset(evtimer_new(base_, Callbacks::overdue, &connection));
-    if (!connection.deadline || evtimer_add(connection.deadline.get(), &connection_deadline) != 0) {
+    if (!connection.deadline || evtimer_add(connection.deadline.get(), &deadline_) != 0) {
         return false;
     }
     connection.buffer.reset(bufferevent_socket_new(base_, fd, BEV_OPT_CLOSE_ON_FREE));
@@ -182,7 +182,7 @@ void Shell::read_request(Connection &connection)
 void Shell::answer(Connection &connection, const Fields &reply)
 {
     connection.answered = true;
-    evtimer_add(connection.deadline.get(), &connection_deadline); // the handler's time is not the client's
+    evtimer_add(connection.deadline.get(), &deadline_); // the handler's time is not the client's
     const std::string frame = encode(reply);
     bufferevent_disable(connection.buffer.get(), EV_READ);
     bufferevent_write(connection.buffer.get(), frame.data(), frame.size());

@@ -5,6 +5,8 @@
 #include <list>
 #include <string>
 
+#include <sys/time.h>
+
 #include "libevent_handles.h"
 #include "ssat_commands.h"
 #include "ssat_output.h"
@@ -16,8 +18,9 @@ namespace ssat
 class Shell
 {
 public:
-    // base  the loop; must outlive the shell.
-    Shell(event_base *base, std::string module);
+    // base      the loop; must outlive the shell.
+    // deadline  how long a client may take to send its request, and again to take the reply.
+    Shell(event_base *base, std::string module, timeval deadline = {30, 0});
     ~Shell();
     Shell(const Shell &) = delete;
     Shell &operator=(const Shell &) = delete;
@@ -42,6 +45,7 @@ private:
 
     event_base *base_;
     std::string module_;
+    timeval deadline_;
     Identity original_output_;
     CommandTable commands_;
     SocketFile socket_;

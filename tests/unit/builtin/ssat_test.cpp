@@ -21,9 +21,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "platform_context.h"
 #include "platform_fixture.h"
 #include "ssat_client.h"
 #include "ssat_protocol.h"
+#include "ssat_shell.h"
 #include "ssat_socket.h"
 #include "vx_thread.h"
 
@@ -452,6 +454,27 @@ TEST_F(Ssat, ClientsBeyondTheLimitAreServedWhenOthersHaveGone)
     }
     silent.clear();
     EXPECT_EQ(run("nothing").result, 7);
+}
+
+TEST_F(Ssat, ClientsThatNeitherSendNorReadAreHungUpOnInTheEnd)
+{
+    Signpost ready;
+    daemon.emplace([&] {
+        vx_global_t *global = vx_global_init(module, nullptr);
+        ssat::Shell shell{platform::event_base_of(global), module, {0, 20'000}};
+        shell.commands().add(module, "much", "bytes=%d", handler(print_much));
+        vx_thread_add_timer_timeval(global, tell_that_the_loop_runs, &ready, {0, 0});
+        return shell.open(path) == 0 ? vx_global_run(global) : 2;
+    });
+    ASSERT_TRUE(ready.wait());
+    EXPECT_EQ(answer_to("SAT1"), "") << "half a header";
+
+    const platform::Descriptor slow = connect();
+    const std::string request =
+        ssat::encode({"run", module, "much", "bytes=" + std::to_string(large_output)});
+    ASSERT_EQ(send(slow.get(), request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+    pollfd hung_up{slow.get(), POLLRDHUP, 0};
+    EXPECT_EQ(poll(&hung_up, 1, 20'000), 1);
 }
 
 TEST_F(Ssat, RequestInPiecesIsARequest)
