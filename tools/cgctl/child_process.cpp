@@ -31,12 +31,16 @@ void check(int error, const char *what)
     }
 }
 
-// Reading end, writing end.
-std::pair<Descriptor, Descriptor> make_pipe()
+struct Pipe {
+    Descriptor reading;
+    Descriptor writing;
+};
+
+Pipe make_pipe()
 {
     std::array<int, 2> ends{};
     check(pipe2(ends.data(), O_CLOEXEC) == 0 ? 0 : errno, "pipe");
-    std::pair<Descriptor, Descriptor> result{Descriptor(ends[0]), Descriptor(ends[1])};
+    Pipe result{Descriptor(ends[0]), Descriptor(ends[1])};
     check(fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0 ? 0 : errno, "pipe");
     return result;
 }
@@ -138,11 +142,11 @@ void Descriptor::reset()
 ChildProcess::ChildProcess(const std::vector<std::string> &command,
                            const std::vector<std::string> &environment)
 {
-    auto [output_pipe, output_end] = make_pipe();
-    auto [error_pipe, error_end] = make_pipe();
-    output_pipe_ = std::move(output_pipe);
-    error_pipe_ = std::move(error_pipe);
-    start(command, environment, output_end, error_end);
+    Pipe output = make_pipe();
+    Pipe errors = make_pipe();
+    output_pipe_ = std::move(output.reading);
+    error_pipe_ = std::move(errors.reading);
+    start(command, environment, output.writing, errors.writing);
 }
 
 void ChildProcess::start(const std::vector<std::string> &command, const std::vector<std::string> &environment,

@@ -2,9 +2,9 @@
 #ifndef CGCTL_POSITION_H
 #define CGCTL_POSITION_H
 
-#include <compare>
 #include <cstdint>
 #include <string>
+#include <tuple>
 
 #include "record_text.h"
 
@@ -17,7 +17,14 @@ struct Position {
     int32_t slotid = 0;
     int32_t sslotid = 0;
 
-    auto operator<=>(const Position &) const = default;
+    friend bool operator==(const Position &a, const Position &b)
+    {
+        return a.devid == b.devid && a.slotid == b.slotid && a.sslotid == b.sslotid;
+    }
+    friend bool operator<(const Position &a, const Position &b)
+    {
+        return std::tie(a.devid, a.slotid, a.sslotid) < std::tie(b.devid, b.slotid, b.sslotid);
+    }
 
     // "1/3/0"
     [[nodiscard]] std::string text() const;

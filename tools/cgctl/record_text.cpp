@@ -73,7 +73,7 @@ template <typename T>
 T read(const void *place)
 {
     T value;
-    std::memcpy(&value, place, sizeof value);
+    std::memcpy(&value, place, sizeof(T));
     return value;
 }
 
