@@ -18,11 +18,12 @@ needs_scaled_time = pytest.mark.skipif(is_sanitized(), reason="the demonstration
 
 
 @pytest.fixture
-def demo(tmp_path):
-    """The running demonstration, with its temporary folders in one of the test's own."""
-    environment = {"PYTHONPATH": str(PROJECT / "tools"), "PYTHONDONTWRITEBYTECODE": "1", "TMPDIR": "/tmp"}
+def demo(request, tmp_path):
+    """The running demonstration; its parameter, if any, is an option."""
+    environment = {"PYTHONPATH": str(PROJECT / "tools"), "PYTHONDONTWRITEBYTECODE": "1"}
+    options = [request.param] if hasattr(request, "param") else []
     with open(tmp_path / "shown", "wb") as shown:
-        process = programs.start([sys.executable, "-m", "demo", "--bin", BUILD / "bin"], environment,
+        process = programs.start([sys.executable, "-m", "demo", "--bin", BUILD / "bin", *options], environment,
                                  stdout=shown, stderr=shown)
     process.shown = lambda: (tmp_path / "shown").read_text()
     yield process
@@ -68,6 +69,25 @@ def test_an_interrupt_leaves_nothing_behind(demo, signum):
     demo.send_signal(signum)
     assert demo.wait(20) == 1
     assert processes_of(folder) == [] and not pathlib.Path(folder).exists()
+
+
+@needs_scaled_time
+@pytest.mark.parametrize("demo", ["--keep"], indirect=True)
+def test_a_kept_chassis_can_be_played_with(demo):
+    programs.wait_until(lambda: "stops everything" in demo.shown(), 90, "the chassis stays")
+    shown = demo.shown()
+    environment = dict(re.findall(r"^  export (\w+)=(\S+)$", shown, re.MULTILINE))
+    assert set(environment) == {"VX_MOM_ENDPOINT", "SSAT_SOCKET"}
+    commands = re.findall(rf"^  ({re.escape(str(BUILD / 'bin' / 'cgctl'))} .*)$", shown, re.MULTILINE)
+    assert len(commands) >= 5
+    for command in commands:
+        if not command.endswith(" watch"):
+            subprocess.run(command, shell=True, env={**os.environ, **environment}, check=True, timeout=20,
+                           stdout=subprocess.DEVNULL)
+    programs.wait_until(lambda: "1/11/0   pulled" in demo.shown(), 10, "what was played is shown")
+    demo.terminate()
+    assert demo.wait(20) == 0
+    assert processes_of(folder_of(shown)) == [] and not pathlib.Path(folder_of(shown)).exists()
 
 
 class SeenChassis:

@@ -41,7 +41,8 @@ def test_modules_as_processes_pass_a_card(rig, runner):
 
 def test_a_command_sees_the_card_and_gives_the_reason(rig, runner):
     start_device(rig, "m1")
-    runner("m1", "sh", "-c", 'echo "$CG_MODULE: $CG_CARD $CG_DEV_TYPE $CG_NODE_TYPE $CG_NODEID $CG_CARD_NAME"; exit 3')
+    runner("m1", "sh", "-c",
+           'echo "$CG_MODULE: $CG_CARD $CG_DEV_TYPE $CG_NODE_TYPE $CG_NODEID $CG_CARD_NAME"; exit 3')
     rig.plug("1/3/0")
     rig.expect(lambda: len(rig.system_log.lines()) >= 2, "two system-log lines")
     assert rig.system_log.lines()[0][1].endswith(" reason: m1: 1/3/0 200 DM_TYPE_LC 103 card-3.")
@@ -79,7 +80,8 @@ def test_a_module_outlives_daemon_and_store(rig, runner):
 
 def test_watch_tells_a_card_s_life(rig):
     start_device(rig, "m1")
-    watch = rig.cgctl.start("watch", "card_info", "app_cg_card_check_ack", "--json", stdout=subprocess.PIPE, text=True)
+    watch = rig.cgctl.start("watch", "card_info", "app_cg_card_check_ack", "--json", stdout=subprocess.PIPE,
+                            text=True)
     try:
         for _ in range(2):
             assert json.loads(watch.stdout.readline())["cmd"] == "subscribed"
