@@ -14,8 +14,7 @@ extern "C" {
 #endif
 
 #if defined(__GNUC__)
-#define VX_PRINTF_FORMAT(format_index, first_value) \
-    __attribute__((format(printf, format_index, first_value)))
+#define VX_PRINTF_FORMAT(format_index, first_value) __attribute__((format(printf, format_index, first_value)))
 #else
 #define VX_PRINTF_FORMAT(format_index, first_value)
 #endif
