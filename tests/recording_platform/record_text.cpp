@@ -18,7 +18,7 @@ template <typename T>
 T load(const void *at)
 {
     T value;
-    std::memcpy(&value, at, sizeof(T));
+    std::memcpy(&value, at, sizeof(T)); // NOLINT(bugprone-sizeof-expression): of the pointer itself
     return value;
 }
 

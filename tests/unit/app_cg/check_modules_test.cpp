@@ -39,6 +39,7 @@ int32_t scan()
 std::vector<std::string> numbered_names(int count)
 {
     std::vector<std::string> names;
+    names.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; i++) {
         names.push_back("module" + std::to_string(i));
     }
@@ -48,6 +49,7 @@ std::vector<std::string> numbered_names(int count)
 std::vector<std::string> registered()
 {
     std::vector<std::string> names;
+    names.reserve(APP_CG_WAIT_OBJ_MAX);
     for (int32_t i = 0; i < registry().app_cg_wait_obj_num; i++) {
         names.emplace_back(registry().app_cg_wait_obj_name[i]);
     }
@@ -179,6 +181,13 @@ TEST_P(CheckModulesTest, SixteenModulesAreTheMost)
         EXPECT_EQ(app_cg_wait_obj_lookup("module16"), -1);
         EXPECT_EQ(fake_fs::calls().back(), "closedir()");
     }
+}
+
+TEST_P(CheckModulesTest, TheSeventeenthModuleEndsTheReading)
+{
+    modules(numbered_names(20)); // listed before "." and ".."
+    EXPECT_EQ(scan(), 0);
+    EXPECT_EQ(fake_fs::entries_asked_for(), 17U);
 }
 
 TEST_P(CheckModulesTest, ALongNameIsCutToFifteenCharacters)

@@ -237,12 +237,6 @@ TEST_F(CollectDeathTest, TheRestoreFlushesAndRestoresNothing)
     EXPECT_EXIT(restore_alone(), testing::ExitedWithCode(0), "^$");
 }
 
-TEST_F(CollectDeathTest, TheDescriptorsAreUnsetBeforeTheFirstCollect)
-{
-    EXPECT_EQ(collect_saved_stdout, -1);
-    EXPECT_EQ(collect_fd, -1);
-}
-
 TEST_F(CollectDeathTest, WithoutTheFileTheDumpsGoToStandardOutput)
 {
     fake_fs::write("/data/collect", "a file in the folder's place");

@@ -35,6 +35,7 @@ struct State {
     std::vector<std::string> order;
     std::vector<std::string> calls;
     std::map<DIR *, Listing> listings;
+    std::size_t entries_asked_for = 0;
 };
 
 State &state()
@@ -174,6 +175,11 @@ const std::vector<std::string> &calls()
     return state().calls;
 }
 
+std::size_t entries_asked_for()
+{
+    return state().entries_asked_for;
+}
+
 std::size_t open_folders()
 {
     return state().listings.size();
@@ -239,6 +245,7 @@ dirent *__wrap_readdir(DIR *folder)
     if (found == state().listings.end()) {
         return __real_readdir(folder);
     }
+    state().entries_asked_for++;
     Listing &listing = found->second;
     if (listing.next == listing.names.size()) {
         return nullptr;

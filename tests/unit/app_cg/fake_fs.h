@@ -39,6 +39,9 @@ std::string host_path(const std::string &path);
 // "opendir(/etc/app_cg/deny_check/)", "closedir()", "system(mkdir -p /data/collect)".
 const std::vector<std::string> &calls();
 
+// How often readdir() was asked for an entry of a fixed folder since set_up().
+std::size_t entries_asked_for();
+
 // Folders opened and not closed.
 std::size_t open_folders();
 

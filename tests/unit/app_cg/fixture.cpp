@@ -95,8 +95,28 @@ bool is_heard(uint32_t verbosity, int level)
 
 } // namespace
 
+static InitialGlobals globals_now()
+{
+    InitialGlobals globals{g_app_cg_global, app_cg_verbosity, {}, collect_saved_stdout, collect_fd};
+    for (const app_cg_db_state_t &row : app_cg_db_state) {
+        globals.db_state.push_back(row.db);
+        globals.db_state.push_back(row.state);
+    }
+    return globals;
+}
+
+const InitialGlobals &initial_globals()
+{
+    static const InitialGlobals globals = globals_now();
+    return globals;
+}
+
+// Taken before main() runs, so whichever test comes first.
+static const InitialGlobals &taken_in_time = initial_globals();
+
 void DaemonTest::SetUp()
 {
+    (void)taken_in_time;
     recording::reset();
     fake_fs::set_up();
     g_app_cg_global = {};

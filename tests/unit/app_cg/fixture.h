@@ -25,6 +25,16 @@ protected:
     void TearDown() override;
 };
 
+// The daemon's globals as the program started with them, before any test touched them.
+struct InitialGlobals {
+    app_cg_global_t global;
+    uint32_t verbosity;
+    std::vector<int32_t> db_state; // database and state of each row
+    int32_t collect_saved_stdout;
+    int32_t collect_fd;
+};
+const InitialGlobals &initial_globals();
+
 // Cancels all timers of all nodes and frees the nodes, as far as the table holds any.
 void free_nodes();
 

@@ -131,3 +131,29 @@ TEST_P(StartupTest, TheConnectionsAskedForCarryTheCallbacksOfTheirDatabases)
     EXPECT_TRUE(recording::reconnect(33, 2));
     EXPECT_EQ(states(), (std::vector<int32_t>{1, 1, 1}));
 }
+
+TEST(InitialGlobalsTest, TheDaemonStartsWithTheseValues)
+{
+    const InitialGlobals &globals = initial_globals();
+    EXPECT_EQ(globals.verbosity, 1U);
+    EXPECT_EQ(globals.collect_saved_stdout, -1);
+    EXPECT_EQ(globals.collect_fd, -1);
+    EXPECT_EQ(globals.db_state, (std::vector<int32_t>{1, 0, 28, 0, 33, 0}));
+}
+
+TEST(InitialGlobalsTest, ItsStateIsAllZero)
+{
+    const app_cg_global_t &global = initial_globals().global;
+    EXPECT_EQ(global.grole, 0);
+    EXPECT_EQ(global.grole_ready, 0);
+    for (const timeval &time :
+         {global.time_run, global.time_init_global, global.time_ham_init, global.time_init_st}) {
+        EXPECT_EQ(time.tv_sec, 0);
+        EXPECT_EQ(time.tv_usec, 0);
+    }
+    EXPECT_EQ(global.zlog_handle, nullptr);
+    EXPECT_EQ(global.wait_obj.app_cg_wait_obj_num, 0);
+    EXPECT_EQ(global.wait_obj.app_cg_wait_obj_bmp, 0U);
+    EXPECT_EQ(global.card_nodes.next, nullptr);
+    EXPECT_EQ(global.global, nullptr);
+}
