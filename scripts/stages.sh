@@ -77,8 +77,8 @@ stages_end()
 # The C and C++ files of the project, one a line; those not yet committed too.
 stages_sources()
 {
-    (cd "$project_root" && find src platform builtin tools kit tests proto -type f \
-        \( -name '*.c' -o -name '*.h' -o -name '*.cpp' \) 2>/dev/null | sort)
+    (cd "$project_root" && find . -path ./build -prune -o -type f \
+        \( -name '*.c' -o -name '*.h' -o -name '*.cpp' \) -printf '%P\n' | sort)
 }
 
 check_format()
