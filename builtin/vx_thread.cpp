@@ -1,9 +1,10 @@
 // Event loop and one-shot timers, on libevent.
 //
 // libevent rather than a loop of our own around timerfd and epoll: the store's client library brings an
-// adapter for it, and its buffered sockets carry the debug shell. Two of its defaults are turned off. It
-// reads the time once per turn and dates every new timer from there, so a callback that waited three seconds
-// for the store would arm a timer three seconds too short; and it measures with the coarse clock.
+// adapter for it, and its buffered sockets carry the debug shell. Two of its defaults are turned off: the
+// coarse clock, and its licence to date new timers from a time read earlier in the turn. A callback that
+// waited three seconds for the store must not arm a timer three seconds too short, whatever release of
+// libevent runs.
 //
 // Signals are taken over only while the loop runs: a tool that uses nothing but blocking calls still ends at
 // the user's first Ctrl-C.
@@ -136,7 +137,8 @@ try {
     }
     const platform::ServiceNotices notices{base};
     global->running = true;
-    // Without the flag a daemon that waits for nothing but a signal would fall out of its loop.
+    // The two signals keep the loop busy enough today; the flag says that it is meant to wait for nothing
+    // else.
     const int result = event_base_loop(base, EVLOOP_NO_EXIT_ON_EMPTY);
     global->running = false;
     return result < 0 ? -EIO : 0;
