@@ -7,9 +7,7 @@ namespace
 using store_test::Ack;
 using store_test::Card;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 constexpr int32_t db = 1;
 constexpr const char *card_key = "p_dev.card_info:0:1:3:0";

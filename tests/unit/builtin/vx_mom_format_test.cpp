@@ -14,7 +14,6 @@ namespace
 
 using store_test::Ack;
 using store_test::Card;
-using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 using vx_mom::Change;

@@ -379,6 +379,7 @@ TEST_F(SubscribeTest, WritersInOtherProcessesAreFollowedThroughCutConnections)
     const auto seed = static_cast<unsigned>(std::chrono::steady_clock::now().time_since_epoch().count());
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::vector<pid_t> children;
+    children.reserve(writers);
     for (int writer = 0; writer < writers; writer++) {
         children.push_back(start_writer(seed + static_cast<unsigned>(writer), changes));
     }
