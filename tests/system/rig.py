@@ -6,13 +6,12 @@ past our own store client, straight from the server.
 import os
 import pathlib
 import shutil
-import tempfile
 
 import redis
 
 from demo.cgctl import Cgctl
 from demo.daemon import Daemon, scaled_time
-from demo.private_view import PrivateView
+from demo.private_view import PrivateView, new_folder
 from demo.programs import wait_until
 from demo.store import StoreServer
 from demo.system_log import SystemLog
@@ -45,7 +44,7 @@ class Rig:
     """See above. Every test has one of its own; close() stops and removes all of it."""
 
     def __init__(self):
-        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="cg-"))  # short: socket paths have 107 bytes
+        self.folder = new_folder("cg-")
         self.view = PrivateView(self.folder)
         self.store = StoreServer(self.view.store)
         self.store.start()

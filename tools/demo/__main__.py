@@ -6,11 +6,11 @@ import shlex
 import shutil
 import signal
 import sys
-import tempfile
 
 from demo import story
 from demo.cgctl import CommandFailed
 from demo.chassis import MODULES, SPEED, Chassis
+from demo.private_view import new_folder
 from demo.programs import NotInTime
 from demo.screen import Screen
 
@@ -81,7 +81,7 @@ def main():
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
         signal.signal(number, _end)
     as_expected = False
-    folder = tempfile.mkdtemp(prefix="app_cg-")
+    folder = new_folder("app_cg-")
     try:
         screen.heading(f"Starting a chassis in {folder}: store server, daemon, check modules {', '.join(MODULES)}")
         screen.say(f"The daemon's clock runs {SPEED} times as fast: its 300 s for the modules' answers are over in "

@@ -4,10 +4,23 @@ The daemon's paths are fixed, so it is shown other folders under them. A change 
 system copied; bubblewrap needs one call, as root and as an ordinary user.
 """
 import pathlib
+import tempfile
 
 # What a program needs of the system to run at all, read-only.
 _SYSTEM = ("bin", "lib", "lib32", "lib64", "libx32", "sbin")
 _ETC = ("ld.so.cache", "localtime", "passwd", "group", "nsswitch.conf")
+
+
+# A unix socket's path has 107 bytes at most, and some 25 of them are needed below the folder.
+_LONGEST_FOLDER = 70
+
+
+def new_folder(prefix):
+    """Makes an empty temporary folder whose path is short enough for sockets below it; the caller removes it."""
+    parent = tempfile.gettempdir()
+    if len(parent) + len(prefix) > _LONGEST_FOLDER:
+        parent = "/tmp"
+    return pathlib.Path(tempfile.mkdtemp(prefix=prefix, dir=parent))
 
 
 class PrivateView:
