@@ -35,8 +35,6 @@ namespace admission
 namespace
 {
 
-using namespace std::chrono_literals;
-
 constexpr std::size_t CARDS = 6;
 constexpr int STEPS = 3000;
 const std::array<const char *, 5> MODULES = {"m1", "m2", "m3", "m4", "fifteen-letters"};

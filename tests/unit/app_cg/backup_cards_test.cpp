@@ -12,7 +12,6 @@ namespace
 {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const char *const PROBE = "vx_mom_exists_sync(1, p_dev.card_info{index={devid=1 slotid=3 sslotid=2}})";
 const char *const DELETION =

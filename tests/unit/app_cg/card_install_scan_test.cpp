@@ -14,7 +14,6 @@ namespace
 {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const char *const CARD_SCAN = "vx_mom_scan_sync(1, p_dev.card_info{index={}})";
 const char *const BACKUP_SCAN = "vx_mom_scan_sync(1, p_libpub.app_cg_card_bak_info{index={}})";

@@ -13,7 +13,6 @@ namespace
 
 using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 const char *const REQUEST = "vx_mom_hmset(1, p_libpub.app_cg_card_check_info{index={devid=1 slotid=3 "
                             "sslotid=2} type=17 node_type=DM_TYPE_LC card_nodeid=33}, [6 7 8])";

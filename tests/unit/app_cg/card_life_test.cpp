@@ -15,8 +15,6 @@ namespace
 {
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 const Journal NOTHING;
 
@@ -123,7 +121,7 @@ protected:
                                  dev_status_deleted(card, 2, 0)}));
     }
 
-    const Card card_;
+    const Card card_{};
 };
 
 TEST_F(CardLife, ACardThatAllModulesPassIsAdmitted)

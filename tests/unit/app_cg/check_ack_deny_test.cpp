@@ -1,6 +1,8 @@
 // Denials: one DENY is enough, the card is powered off, and two lines reach the system log.
 #include <gmock/gmock.h>
 
+#include <cstdio>
+
 #include "app_cg/check_ack.h"
 #include "app_cg_dbg/logging.h"
 #include "unit/app_cg/admission.h"
@@ -13,7 +15,6 @@ namespace
 using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 const char *const POWER_OFF = "vx_mom_set_sync(33, s_dev.im_card_power_onoff{index={devid=1 slotid=3 "
                               "sslotid=2 mod_name=\"cap\" cause=\"not compatible\"}})";

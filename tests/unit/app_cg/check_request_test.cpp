@@ -15,13 +15,15 @@ namespace admission
 namespace
 {
 
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 const char *const REQUEST = "p_libpub.app_cg_card_check_info{index={devid=1 slotid=3 sslotid=2} type=17 "
                             "node_type=DM_TYPE_LC card_nodeid=33}";
 const char *const REQUEST_KEY = "p_libpub.app_cg_card_check_info{index={devid=1 slotid=3 sslotid=2}}";
+
+const char *const REFUSAL = "log 120 app_cg.cpp app_cg_check_add_slot_timer: vx_thread_add_timer failed, "
+                            "devid[1] slotid[3] sslotid[2]";
 
 std::string said(int32_t level, const std::string &line)
 {
@@ -139,10 +141,7 @@ TEST_P(CheckRequestLog, ARefusedTimerIsFatalInTheLogAndNowhereElse)
               heard({dump,
                      {said(40, "enter devid[1] slotid[3] sslotid[2]start 1"),
                       std::string("vx_mom_hmset(1, ") + REQUEST + ", [6 7 8])",
-                      "vx_thread_add_timer(300.000000) = null",
-                      "log 120 app_cg.cpp app_cg_check_add_slot_timer: vx_thread_add_timer failed, devid[1] "
-                      "slotid[3] sslotid[2]",
-                      said(40, "leave")}}));
+                      "vx_thread_add_timer(300.000000) = null", REFUSAL, said(40, "leave")}}));
     EXPECT_EQ(node->timer, nullptr);
 }
 
@@ -258,10 +257,7 @@ TEST_P(CheckRequestLog, TheRefusalOfATimerIsWrittenAtAnyVerbosity)
     CardNode *node = plugged();
     recording::script("vx_thread_add_timer_timeval", {-1});
     EXPECT_EQ(app_cg_check_add_slot_timer(node), -11);
-    EXPECT_THAT(recording::take(),
-                ElementsAre("vx_thread_add_timer(300.000000) = null",
-                            "log 120 app_cg.cpp app_cg_check_add_slot_timer: vx_thread_add_timer failed, "
-                            "devid[1] slotid[3] sslotid[2]"));
+    EXPECT_THAT(recording::take(), ElementsAre("vx_thread_add_timer(300.000000) = null", REFUSAL));
     EXPECT_EQ(node->timer, nullptr);
 }
 

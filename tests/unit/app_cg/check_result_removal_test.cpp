@@ -4,8 +4,6 @@
 // act, and a table shows at a glance that none is missing.
 #include <gmock/gmock.h>
 
-#include <functional>
-
 #include "app_cg/card_nodes.h"
 #include "app_cg/check_result.h"
 #include "app_cg_dbg/logging.h"
@@ -17,7 +15,6 @@ namespace
 {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class CheckResultRemoval : public AdmissionTest
 {
