@@ -15,7 +15,7 @@ stages_begin()
     if ! mkdir -p "$stages_logs" 2>/dev/null || [ ! -w "$stages_logs" ]; then
         die 1 "$stages_logs cannot be written by $(id -un); remove build/ (another user built there)"
     fi
-    rm -f "$stages_logs"/*
+    rm -rf "${stages_logs:?}"/*
 }
 
 # Prints "passed failed skipped" of a JUnit file.
@@ -119,5 +119,5 @@ system_tests()
     # Most of their time they wait, so there may be more of them than processors.
     APP_CG_BUILD=$project_root/build/$1 PYTHONDONTWRITEBYTECODE=1 \
         /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --rootdir "$project_root/tests/system" \
-        --junitxml "$junit" "$project_root/tests/system" 2>&1 | tee "$stages_logs/system-$1.log"
+        --basetemp "$stages_logs/tmp-$1" --junitxml "$junit" "$project_root/tests/system" 2>&1 | tee "$stages_logs/system-$1.log"
 }
