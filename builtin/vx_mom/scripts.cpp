@@ -7,7 +7,7 @@
 #include "scripts.h"
 
 #include "payload.h"
-#include "sha1.h"
+#include "script_digest.h"
 
 namespace vx_mom
 {

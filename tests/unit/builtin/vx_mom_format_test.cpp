@@ -6,7 +6,7 @@
 #include "vx_mom/key.h"
 #include "vx_mom/payload.h"
 #include "vx_mom/scripts.h"
-#include "vx_mom/sha1.h"
+#include "vx_mom/script_digest.h"
 #include "vx_mom/value.h"
 
 namespace

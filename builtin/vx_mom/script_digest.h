@@ -1,6 +1,6 @@
-// SHA-1, by which the server names its scripts. Nothing is protected by it, so no library is drawn in.
-#ifndef VX_MOM_SHA1_H
-#define VX_MOM_SHA1_H
+// SHA-1, by which the server names its scripts. Nothing is protected by it.
+#ifndef VX_MOM_SCRIPT_DIGEST_H
+#define VX_MOM_SCRIPT_DIGEST_H
 
 #include <string>
 #include <string_view>
