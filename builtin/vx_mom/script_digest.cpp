@@ -1,5 +1,5 @@
-// libmd's SHA-1 behind a name of ours. Asking the server with SCRIPT LOAD was the alternative; it would cost a
-// round trip on every connection, and a right that check modules need not have.
+// libmd's SHA-1 behind a name of ours. Asking the server with SCRIPT LOAD was the alternative; it would cost
+// a round trip on every connection, and a right that check modules need not have.
 #include "script_digest.h"
 
 #include <sha1.h>
