@@ -95,7 +95,7 @@ Json value_json(const Message &message, const Field &field, const void *place)
     case PROTOBUF_C_TYPE_BOOL:
         return read<protobuf_c_boolean>(place) != 0;
     case PROTOBUF_C_TYPE_STRING: {
-        const char *text = read<const char *>(place);
+        const auto *text = static_cast<const char *>(read<void *>(place));
         return text == nullptr ? "" : text;
     }
     case PROTOBUF_C_TYPE_BYTES: {
@@ -103,7 +103,7 @@ Json value_json(const Message &message, const Field &field, const void *place)
         return to_hex(bytes.data, bytes.len);
     }
     case PROTOBUF_C_TYPE_MESSAGE: {
-        const auto *inner = read<const ProtobufCMessage *>(place);
+        const auto *inner = static_cast<const ProtobufCMessage *>(read<void *>(place));
         return inner == nullptr ? Json(nullptr) : to_json(*inner);
     }
     default:
@@ -119,7 +119,7 @@ Json repeated_json(const Message &message, const Field &field, const std::byte *
                                field.name);
     }
     const auto count = read<std::size_t>(base + field.quantifier_offset);
-    const auto *entries = read<ProtobufCMessage *const *>(base + field.offset);
+    const auto *entries = static_cast<ProtobufCMessage *const *>(read<void *>(base + field.offset));
     Json array = Json::array();
     for (std::size_t i = 0; i < count; ++i) {
         array.push_back(to_json(*entries[i]));

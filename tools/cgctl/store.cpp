@@ -95,10 +95,11 @@ void Store::connect(int32_t db)
     }
     const int32_t result = vx_mom_client_connect_sync(context(), db);
     if (result != 0) {
-        const bool endpoint_wrong = result == -EINVAL;
-        throw Failure(endpoint_wrong ? wrong_usage : failed,
-                      where_ + " cannot be used, database " + std::to_string(db) + " (" + reason(result) +
-                          ")" + (endpoint_wrong ? "; an endpoint is unix:/path or tcp:host:port" : ""));
+        const bool wrong = result == -EINVAL;
+        throw Failure(
+            wrong ? wrong_usage : failed,
+            where_ + " cannot be used, database " + std::to_string(db) + " (" + reason(result) + ")" +
+                (wrong ? "; give an endpoint unix:/path or tcp:host:port, and a database that it has" : ""));
     }
     connected_.insert(db);
 }
