@@ -322,6 +322,7 @@ TEST_F(CheckAck, TheFlagOfTheVerdictIsNotConsulted)
 TEST_F(CheckAck, SixteenModulesHaveToAgree)
 {
     std::vector<std::string> modules;
+    modules.reserve(16);
     for (int i = 0; i < 16; ++i) {
         modules.push_back("mod" + std::to_string(i));
     }
