@@ -42,7 +42,8 @@ END
 stage()
 {
     local name=$1 began=$SECONDS status=0 passed=0 failed=0 skipped=0 verdict
-    junit=$stages_logs/${name//[, ]/-}.xml
+    junit=${name//,/}
+    junit=$stages_logs/${junit// /-}.xml
     shift
     say "$name"
     "$@" || status=$?
@@ -106,7 +107,7 @@ unit_tests()
 {
     local log=$stages_logs/unit-$1.log
     if (cd "$project_root" && ctest --preset "$1" -j "$(nproc)" --no-tests=error --output-junit "$junit") >"$log" 2>&1; then
-        tail -n 4 "$log" | grep 'tests passed'
+        grep 'tests passed' "$log"
         return 0
     fi
     grep -vE '^ *[0-9]+/[0-9]+ Test +#.* Passed|^ *Start +[0-9]+:' "$log" | tail -n 80 >&2

@@ -16,16 +16,11 @@ def build_flags():
     return shlex.split(re.search(r"^CMAKE_C_FLAGS:STRING=(.*)$", cache, re.MULTILINE).group(1))
 
 
-def library(name):
-    [path] = BUILD.rglob(f"lib{name}.a")
-    return path
-
-
 def test_a_c_program_exchanges_records_with_cgctl(rig):
     program = rig.folder / "exchange"
     subprocess.run(["cc", "-std=c11", "-Wall", "-Wextra", "-Wpedantic", "-Werror", *build_flags(),
                     f"-I{PROJECT / 'platform'}", f"-I{BUILD / 'proto'}", SOURCE, "-o", program,
-                    library("app_cg_builtin"), library("app_cg_schemas"), *LIBRARIES], check=True)
+                    BUILD / "builtin" / "libapp_cg_builtin.a", BUILD / "libapp_cg_schemas.a", *LIBRARIES], check=True)
     rig.plug("1/3/0")
     done = subprocess.run([program], env={"VX_MOM_ENDPOINT": rig.store.endpoint}, capture_output=True, text=True,
                           timeout=20, check=False)
