@@ -5,8 +5,8 @@
 #include "store_client_fixture.h"
 #include "vx_mom/key.h"
 #include "vx_mom/payload.h"
-#include "vx_mom/scripts.h"
 #include "vx_mom/script_digest.h"
+#include "vx_mom/scripts.h"
 #include "vx_mom/value.h"
 
 namespace
