@@ -49,12 +49,12 @@ stage()
     "$@" || status=$?
     if [ -s "$junit" ]; then
         read -r passed failed skipped < <(stages_count "$junit")
-    fi
-    # A run that broke down without naming a test, and one that found no test at all, has failed.
-    if [ "$status" -ne 0 ] && [ "$failed" -eq 0 ]; then
-        failed=1
-    elif [ "$passed$failed" = 00 ]; then
+    elif [ "$status" -eq 0 ]; then
         passed=1
+    fi
+    # A run that broke down without naming a test, and one that tried no test at all, has failed.
+    if [ "$failed" -eq 0 ] && { [ "$status" -ne 0 ] || [ "$passed" -eq 0 ]; }; then
+        failed=1
     fi
     verdict="${ui_green}pass$ui_plain"
     [ "$failed" -eq 0 ] || verdict="${ui_red}FAIL$ui_plain"

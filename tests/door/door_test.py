@@ -205,7 +205,10 @@ def main():
     parser.add_argument("--cxxflags", default="")
     parser.add_argument("--launcher", default="")
     parser.parse_args(namespace=options)
-    unittest.main(argv=sys.argv[:1], verbosity=2)
+    result = unittest.main(argv=sys.argv[:1], verbosity=2, exit=False).result
+    if result.skipped and result.testsRun == 0:
+        sys.exit(77)  # nothing was tried, and ctest says so
+    sys.exit(0 if result.wasSuccessful() else 1)
 
 
 if __name__ == "__main__":
