@@ -129,6 +129,10 @@ struct LogCall {
 };
 const LogCall &last_log();
 
+// The formats of the system-log lines since the last reset(), which their journal lines leave out: a text
+// reads the same whether its values were the format's or pasted into it.
+const std::vector<std::string> &syslog_formats();
+
 // As deliver_written(), with a result that carries this error code and no record, or with no result at
 // all; false when nobody subscribed to the type.
 bool deliver_failed(const std::string &type_name, int32_t error_code, int32_t cmd = VX_MOM_CMD_SET);

@@ -82,6 +82,7 @@ struct State {
     int timers_armed = 0; // ever, for their names
     std::function<void()> run_action;
     LogCall last_log;
+    std::vector<std::string> syslog_formats;
 };
 
 State &state();

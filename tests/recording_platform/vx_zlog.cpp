@@ -66,6 +66,7 @@ int32_t printk_syslog_ext(int32_t severity, const char *program, const char *mod
     va_start(values, format);
     const std::string text = formatted(format, values);
     va_end(values);
+    state().syslog_formats.push_back(printable(format));
     record_line("syslog " + std::to_string(severity) + " " + printable(program) + " " + printable(module) +
                 " " + std::to_string(flag) + ": " + text);
     return finish_call("printk_syslog_ext");
@@ -77,6 +78,11 @@ namespace recording
 const LogCall &last_log()
 {
     return state().last_log;
+}
+
+const std::vector<std::string> &syslog_formats()
+{
+    return state().syslog_formats;
 }
 
 } // namespace recording

@@ -159,6 +159,16 @@ std::vector<std::string> table()
     return positions;
 }
 
+void look_inside(const std::string &function, const Card &card, std::vector<std::string> *seen)
+{
+    recording::script_action(function, [function, card, seen] {
+        const CardNode *node = node_of(card);
+        seen->push_back(function + (node == nullptr
+                                        ? ": no node"
+                                        : text(": stat %d reported %d", node->stat, node->reported)));
+    });
+}
+
 void AdmissionTest::SetUp()
 {
     DaemonTest::SetUp();

@@ -69,6 +69,11 @@ std::size_t node_count();
 // The positions in table order, e.g. "1/3/2"; leaves nothing in the journal.
 std::vector<std::string> table();
 
+// Looks at the card from inside the next call of a platform function, and appends what it finds to `seen`,
+// which must live until then: "vx_mom_set: stat 0 reported 0". Leaves nothing in the journal. Looking again
+// at the same function means the call after that.
+void look_inside(const std::string &function, const Card &card, std::vector<std::string> *seen);
+
 // ---- what the journal shall say ----
 
 std::string fatal(const std::string &function, const std::string &text);

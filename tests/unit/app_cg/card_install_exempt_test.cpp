@@ -179,6 +179,20 @@ TEST_P(CardInstallExemptLog, ADeniedCardThatReturnsLosesItsDenialFirst)
                                         all_passed({})}));
 }
 
+TEST_F(CardInstallExempt, TheCardIsMarkedOnlyAfterItsResults)
+{
+    register_modules({});
+    Journal seen;
+    look_inside("vx_mom_set", {}, &seen);
+    look_inside("vx_mom_hmset", {}, &seen);
+    look_inside("vx_mom_del", {}, &seen); // the custom status
+    card_written({});
+    EXPECT_THAT(seen, ElementsAre("vx_mom_set: stat 0 reported 0", "vx_mom_hmset: stat 0 reported 0",
+                                  "vx_mom_del: stat 0 reported 0"));
+    EXPECT_EQ(node_of({})->stat, 1);
+    EXPECT_EQ(node_of({})->reported, 1);
+}
+
 TEST_F(CardInstallExempt, BothMarksAreNeededForAlreadyPassed)
 {
     register_modules({});

@@ -34,6 +34,16 @@ CardNode *insert(const CardNode &templ)
     return app_cg_node_init(templ, &g_app_cg_global.card_nodes);
 }
 
+// Hands a list's nodes over to the empty table, which is the only list that search, walk and deletion know.
+void move_to_table(app_cg_list_t *list)
+{
+    app_cg_list_t &table = g_app_cg_global.card_nodes;
+    table = *list;
+    table.next->prev = &table;
+    table.prev->next = &table;
+    app_cg_node_list_init(list);
+}
+
 // A node with something in every field.
 CardNode full_node()
 {
@@ -204,6 +214,20 @@ TEST_F(CardNodes, TheTableIsNeverSortedAgain)
     insert(at_position(1, 2, 0))->node = 1;
     insert(at_position(1, 3, 0))->node = 5;
     EXPECT_THAT(table(), ElementsAre("1/3/0", "1/2/0", "1/1/0"));
+}
+
+TEST_F(CardNodes, ANodeGoesIntoTheListThatItWasMadeFor)
+{
+    app_cg_list_t list;
+    app_cg_node_list_init(&list);
+    CardNode *last = app_cg_node_init(at_position(1, 1, 0, 9), &list);
+    CardNode *first = app_cg_node_init(at_position(1, 2, 0, 5), &list);
+    ASSERT_THAT(table(), IsEmpty());
+    ASSERT_NE(list.next, &list);
+    move_to_table(&list); // where they are freed when the test ends
+    EXPECT_THAT(table(), ElementsAre("1/2/0", "1/1/0"));
+    EXPECT_EQ(app_cg_node_pos_search(1, 1, 0), last);
+    EXPECT_EQ(app_cg_node_pos_search(1, 2, 0), first);
 }
 
 TEST_P(CardNodesLog, CreationIsTraced)

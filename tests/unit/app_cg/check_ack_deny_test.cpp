@@ -21,6 +21,10 @@ const char *const POWER_OFF = "vx_mom_set_sync(33, s_dev.im_card_power_onoff{ind
 const char *const SHUTDOWN_LINE =
     "syslog 4 APP_CG MIX_MNG 1: Card in slot 1/3 will be controlled to shutdown for not compatible.";
 
+// Two formats, one line each: whoever collects system-log lines tells them apart by these.
+const char *const DISABLED_FORMAT = "Card in slot %d/%d will be disabled due to reason: %s.";
+const char *const SHUTDOWN_FORMAT = "Card in slot %d/%d will be controlled to shutdown for %s.";
+
 std::string said(int32_t level, const std::string &line)
 {
     return "log " + std::to_string(level) + " app_cg.cpp app_cg_check_ack_pmsg_f: " + line;
@@ -95,6 +99,7 @@ TEST_P(CheckAckDenyLog, OneDenyDeniesTheCardAtOnce)
     EXPECT_EQ(node->stat, 2);
     EXPECT_EQ(node->reported, 1);
     EXPECT_STREQ(node->reason, "too old");
+    EXPECT_THAT(recording::syslog_formats(), ElementsAre(DISABLED_FORMAT, SHUTDOWN_FORMAT));
     EXPECT_EQ(node->wait_obj.app_cg_wait_obj_bmp, 7U) << "a DENY clears no bit";
     EXPECT_EQ(node->timer, nullptr);
     EXPECT_THAT(recording::armed_timers(), IsEmpty());
@@ -111,6 +116,7 @@ TEST_P(CheckAckDenyLog, WithoutAReasonTheModuleIsNamed)
                                         POWERED_OFF,
                                         check_ended(decided, "t1")}));
     EXPECT_STREQ(node->reason, "") << "the fallback is for the system log alone";
+    EXPECT_THAT(recording::syslog_formats(), ElementsAre(DISABLED_FORMAT, SHUTDOWN_FORMAT));
 }
 
 TEST_P(CheckAckDenyLog, OffTheMasterThePowerGoesOffAllTheSame)
@@ -142,6 +148,20 @@ TEST_P(CheckAckDenyLog, APowerOffThatFailsIsCalledASuccessToo)
                       SHUTDOWN_LINE, said(80, "set power off success!!!")},
                      check_ended(decided, "t1")}));
     EXPECT_EQ(node->stat, 2);
+    EXPECT_EQ(node->reported, 1);
+}
+
+TEST_F(CheckAckDeny, TheCardIsReportedOnlyAfterItsResultsAndThePowerOff)
+{
+    CardNode *node = waiting_card();
+    Journal seen;
+    look_inside("vx_mom_set", {}, &seen); // the result by TIPC node id
+    look_inside("vx_mom_hmset", {}, &seen);
+    look_inside("vx_mom_set", {}, &seen); // the custom status
+    look_inside("vx_mom_set_sync", {}, &seen);
+    denied_by({}, "m1", "no");
+    EXPECT_THAT(seen, ElementsAre("vx_mom_set: stat 2 reported 0", "vx_mom_hmset: stat 2 reported 0",
+                                  "vx_mom_set: stat 2 reported 0", "vx_mom_set_sync: stat 2 reported 0"));
     EXPECT_EQ(node->reported, 1);
 }
 

@@ -246,6 +246,21 @@ TEST_P(CheckAckLog, TheLastPassPassesTheCard)
     EXPECT_THAT(recording::armed_timers(), IsEmpty());
 }
 
+TEST_F(CheckAck, TheCardIsReportedOnlyAfterItsResults)
+{
+    register_modules({"m1"});
+    CardNode *node = waiting_card();
+    Journal seen;
+    look_inside("vx_mom_del", {}, &seen); // the acknowledgement
+    look_inside("vx_mom_set", {}, &seen);
+    look_inside("vx_mom_hmset", {}, &seen);
+    look_inside("vx_mom_del", {}, &seen); // the custom status
+    passed_by({}, "m1");
+    EXPECT_THAT(seen, ElementsAre("vx_mom_del: stat 0 reported 0", "vx_mom_set: stat 1 reported 0",
+                                  "vx_mom_hmset: stat 1 reported 0", "vx_mom_del: stat 1 reported 0"));
+    EXPECT_EQ(node->reported, 1);
+}
+
 TEST_P(CheckAckLog, APassOfAPassedCardPublishesNothing)
 {
     CardNode *node = waiting_card();

@@ -261,6 +261,64 @@ TEST_P(CheckRequestLog, TheRefusalOfATimerIsWrittenAtAnyVerbosity)
     EXPECT_EQ(node->timer, nullptr);
 }
 
+// Arms timers until there is no room to note another one, and lets the next attempt to make room fail.
+// Returns how many are armed. The room that earlier tests made stays, so its end is found by trying; from a
+// thousand timers on, because nothing else that is allocated on the way is that large.
+std::size_t run_out_of_memory_for_timers(CardNode *node)
+{
+    constexpr std::size_t NOTE_SIZE = 2 * sizeof(void *); // a timer and its node
+    constexpr std::size_t MANY = 1000;
+    constexpr std::size_t TOO_MANY = 5000;
+    std::size_t armed = 0;
+    while (armed < TOO_MANY) {
+        recording::take();
+        if (armed >= MANY) {
+            fake_fs::fail_next_new((armed + 1) * NOTE_SIZE);
+        }
+        if (app_cg_check_add_slot_timer(node) != 0) {
+            break;
+        }
+        ++armed;
+    }
+    recording::take();
+    fake_fs::fail_next_new((armed + 1) * NOTE_SIZE);
+    return armed;
+}
+
+TEST_P(CheckRequestLog, WithoutMemoryNoTimerIsAskedFor)
+{
+    CardNode *node = plugged();
+    const std::size_t armed = run_out_of_memory_for_timers(node);
+    EXPECT_EQ(app_cg_check_add_slot_timer(node), -11);
+    EXPECT_FALSE(fake_fs::new_failure_pending());
+    EXPECT_THAT(recording::take(), ElementsAre(REFUSAL));
+    EXPECT_EQ(node->timer, nullptr);
+    EXPECT_EQ(recording::armed_timers().size(), armed);
+}
+
+TEST_P(CheckRequestLog, WithoutMemoryACheckStartsWithoutADeadline)
+{
+    for (const int32_t rv : {0, -7}) {
+        SCOPED_TRACE(rv);
+        CardNode *node = plugged();
+        const std::size_t armed = run_out_of_memory_for_timers(node);
+        const Journal dump = dumped(*node);
+        recording::script("vx_mom_hmset", {rv});
+        EXPECT_EQ(app_cg_noti_start_deny_info(node, 1), rv) << "the answer to the request's write";
+        EXPECT_FALSE(fake_fs::new_failure_pending());
+        Journal said_by_start{said(40, "enter devid[1] slotid[3] sslotid[2]start 1"),
+                              std::string("vx_mom_hmset(1, ") + REQUEST + ", [6 7 8])"};
+        if (rv != 0) {
+            said_by_start.push_back(said(100, "hmset failed, devid 1, slotid 3 sslotid 2"));
+        }
+        EXPECT_EQ(recording::take(), heard({dump, said_by_start, {REFUSAL, said(40, "leave")}}));
+        EXPECT_EQ(node->timer, nullptr);
+        EXPECT_EQ(recording::armed_timers().size(), armed);
+        app_cg_check_cancel_slot_timers(node);
+        app_cg_node_del(node->devid, node->slotid, node->sslotid);
+    }
+}
+
 TEST_F(CheckRequest, CancellingAllTimersLeavesNone)
 {
     CardNode *node = plugged();

@@ -102,6 +102,15 @@ TEST_P(CheckResultLog, MomDeletionFails)
                       mom_log(100, "del dev[1] slot[3] sslot[2] card_tipc_nodeid[4097|0x1001] failed")}}));
 }
 
+TEST_F(CheckResult, TheLongestSlotIsWrittenInFull)
+{
+    recording::script("vx_mom_del", {-7});
+    EXPECT_EQ(app_cg_update_mom_check_result(1, -2147483647 - 1, 2, 2, 0, 3, 4097), -7);
+    EXPECT_THAT(recording::take(), ElementsAre(std::string("vx_mom_del(1, ") + MOM_KEY + "})",
+                                               mom_log(100, "del dev[1] slot[-2147483648] sslot[2] "
+                                                            "card_tipc_nodeid[4097|0x1001] failed")));
+}
+
 TEST_F(CheckResult, MomTakesAbsentForAFailure)
 {
     recording::script("vx_mom_set", {-5});

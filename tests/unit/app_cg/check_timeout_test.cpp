@@ -4,6 +4,8 @@
 // and the suite does not wait.
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 #include "app_cg/card_nodes.h"
 #include "app_cg/check_request.h"
 #include "app_cg_dbg/logging.h"
@@ -68,6 +70,8 @@ TEST_P(CheckTimeoutLog, TheCardIsPassed)
 {
     CardNode *node = card_under_check();
     const CardNode after = timed_out(*node);
+    auto &names = node->wait_obj.app_cg_wait_obj_name;
+    std::memset(names, 'x', sizeof names);
     recording::advance(300s);
     EXPECT_EQ(recording::take(), heard({{"timer t1 fires", said(80, "enter"),
                                          said(120, "devid[1] slotid[3] sslotid[2] wait_obj_bmp[7]")},
@@ -129,6 +133,20 @@ TEST_P(CheckTimeoutLog, OffTheMasterOnlyTheResultByTipcNodeIsWritten)
                      check_ended(after, ""),
                      {said(80, "leave")}}));
     EXPECT_EQ(node->reported, 1);
+}
+
+TEST_F(CheckTimeout, TheCardIsMarkedOnlyAfterItsResults)
+{
+    CardNode *node = card_under_check();
+    Journal seen;
+    look_inside("vx_mom_set", {}, &seen);
+    look_inside("vx_mom_hmset", {}, &seen);
+    look_inside("vx_mom_del", {}, &seen); // the custom status
+    look_inside("vx_mom_del", {}, &seen); // the request
+    recording::advance(300s);
+    EXPECT_THAT(seen, ElementsAre("vx_mom_set: stat 0 reported 0", "vx_mom_hmset: stat 0 reported 0",
+                                  "vx_mom_del: stat 0 reported 0", "vx_mom_del: stat 1 reported 1"));
+    EXPECT_EQ(node->stat, 1);
 }
 
 TEST_F(CheckTimeout, FailedWritesDoNotStopIt)

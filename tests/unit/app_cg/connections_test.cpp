@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "app_cg/card_nodes.h"
 #include "app_cg/startup.h"
 #include "app_cg_dbg/logging.h"
 #include "unit/app_cg/fixture.h"
@@ -177,12 +178,23 @@ TEST_P(ConnectionsTest, AConnectionOfAnUnknownDatabaseChangesNothing)
 TEST_P(ConnectionsTest, ALossIsNotedAndNothingElse)
 {
     all_connected();
+    g_app_cg_global.grole = 1;
     EXPECT_EQ(app_cg_db_validate(), 0);
+    ASSERT_TRUE(recording::deliver_written(records::card(1, 3, 2).online()));
+    const CardNode *node = app_cg_node_pos_search(1, 3, 2);
+    ASSERT_NE(node, nullptr);
+    const CardNode before = *node;
     (void)recording::take();
     EXPECT_EQ(app_cg_disconnect_db(recording::context(), 28), 0);
     EXPECT_EQ(states(), (std::vector<int32_t>{1, 0, 1}));
     EXPECT_EQ(recording::journal(),
               heard(Lines{warn("app_cg_disconnect_db", "enter db 28")} + state_set(28, 0)));
+    EXPECT_EQ(g_app_cg_global.grole, 1);
+    EXPECT_EQ(app_cg_node_pos_search(1, 3, 2), node);
+    EXPECT_NE(before.timer, nullptr);
+    EXPECT_EQ(node->timer, before.timer);
+    EXPECT_EQ(node->wait_obj.app_cg_wait_obj_bmp, 1U) << "m1 may still answer";
+    EXPECT_EQ(recording::armed_timers(), (Lines{"t1"}));
     EXPECT_TRUE(recording::deliver_subscribed("p_dev.card_info")) << "subscriptions stay";
 }
 

@@ -16,6 +16,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <new>
 #include <sstream>
 
 namespace
@@ -47,6 +48,8 @@ State &state()
 // Plain variables: malloc() is called before any object is constructed.
 bool malloc_armed = false;
 std::size_t malloc_at_least = 0;
+bool new_armed = false;
+std::size_t new_size = 0;
 
 bool is_fixed(const std::string &path)
 {
@@ -121,6 +124,7 @@ void set_up()
 void tear_down()
 {
     malloc_armed = false;
+    new_armed = false;
     if (!state().root.empty()) {
         std::error_code ignored;
         fs::remove_all(state().root, ignored);
@@ -194,6 +198,17 @@ void fail_next_malloc(std::size_t at_least)
 bool malloc_failure_pending()
 {
     return malloc_armed;
+}
+
+void fail_next_new(std::size_t size)
+{
+    new_size = size;
+    new_armed = true;
+}
+
+bool new_failure_pending()
+{
+    return new_armed;
 }
 
 } // namespace fake_fs
@@ -287,4 +302,37 @@ void *__wrap_malloc(std::size_t size)
     }
     return __real_malloc(size);
 }
+}
+
+// Past the wrapper of malloc(): a failure that is meant for the daemon's own malloc() must not hit an object.
+// The other forms are replaced with it, so that whatever one of them hands out the others may take back.
+void *operator new(std::size_t size)
+{
+    const bool fails = new_armed && size == new_size;
+    new_armed = new_armed && !fails;
+    void *block = fails ? nullptr : __real_malloc(std::max<std::size_t>(size, 1));
+    if (block == nullptr) {
+        throw std::bad_alloc();
+    }
+    return block;
+}
+
+void *operator new(std::size_t size, const std::nothrow_t & /*tag*/) noexcept
+{
+    return __real_malloc(std::max<std::size_t>(size, 1));
+}
+
+void operator delete(void *block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void *block, std::size_t /*size*/) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void *block, const std::nothrow_t & /*tag*/) noexcept
+{
+    std::free(block);
 }

@@ -51,6 +51,13 @@ void fail_next_malloc(std::size_t at_least = 0);
 // True while a failure is still to come.
 bool malloc_failure_pending();
 
+// The next operator new of exactly this many bytes, made by anybody in this process, throws. Once. Exactly,
+// because test and recording platform allocate too, and a failure must not hit them instead.
+void fail_next_new(std::size_t size);
+
+// True while a failure is still to come.
+bool new_failure_pending();
+
 } // namespace fake_fs
 
 #endif

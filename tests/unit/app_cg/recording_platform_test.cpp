@@ -346,6 +346,7 @@ TEST_F(RecordingPlatformTest, LogRecordsShowExactlyTheLengthsGiven)
     vxcg_zlog(nullptr, "f", 1, "g", 1, 1, 81, "%d", 5);
     EXPECT_EQ(recording::last_log().line, 1);
     (void)printk_syslog_ext(4, "APP_CG", "CG_MNG", 1, "slot %d", 3);
+    EXPECT_EQ(recording::syslog_formats(), (Lines{"slot %d"}));
     recording::script("vx_zlog_init", {1});
     EXPECT_EQ(vx_zlog_init("x"), nullptr);
     EXPECT_EQ(recording::journal(), (Lines{"vx_zlog_init(app_cg)", "log 80 file fun: text",

@@ -294,21 +294,6 @@ TEST(SchemaTest, TheKeyAttributeOfWhatIsUnknownIsMinusOne)
     EXPECT_EQ(vx_mom_key_attribute(&p_dev__dp_lib_grole__descriptor, 4), -1);
 }
 
-TEST(SchemaTest, AnAnswersModuleIsPartOfItsKey)
-{
-    PLibpub__AppCgCardCheckAckIndex one = P_LIBPUB__APP_CG_CARD_CHECK_ACK_INDEX__INIT;
-    PLibpub__AppCgCardCheckAckIndex other = P_LIBPUB__APP_CG_CARD_CHECK_ACK_INDEX__INIT;
-    std::string first = "m1";
-    std::string second = "m2";
-    one.mod_name = first.data();
-    other.mod_name = second.data();
-    std::vector<uint8_t> packed_one(protobuf_c_message_get_packed_size(&one.base));
-    std::vector<uint8_t> packed_other(protobuf_c_message_get_packed_size(&other.base));
-    protobuf_c_message_pack(&one.base, packed_one.data());
-    protobuf_c_message_pack(&other.base, packed_other.data());
-    EXPECT_NE(packed_one, packed_other);
-}
-
 TEST(SchemaTest, AFieldAtItsDefaultIsNotToldApartFromAnUnsetOne)
 {
     PDev__CardInfo card = P_DEV__CARD_INFO__INIT;
