@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "text.h"
 
@@ -20,6 +21,12 @@ vx_zlog_category_t *&category()
     return opened;
 }
 
+std::function<void(int32_t, const std::string &)> &listener()
+{
+    static std::function<void(int32_t, const std::string &)> present;
+    return present;
+}
+
 const char *base_name(const char *path)
 {
     const char *slash = std::strrchr(path, '/');
@@ -33,6 +40,11 @@ void log_open(const std::string &module)
     category() = vx_zlog_init(module.c_str());
 }
 
+void log_listen(std::function<void(int32_t, const std::string &)> new_listener)
+{
+    listener() = std::move(new_listener);
+}
+
 void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
 {
     std::array<char, 1024> text{};
@@ -41,6 +53,10 @@ void log_write(const char *file, const char *func, long line, int32_t level, con
     (void)std::vsnprintf(text.data(), text.size(), format, values);
     va_end(values);
     const std::string shown = visible(text.data());
+    if (listener()) {
+        listener()(level, shown);
+        return;
+    }
     const char *name = base_name(file);
     if (category() == nullptr) {
         (void)std::fprintf(stderr, "%s:%ld %s: %s\n", name, line, func, shown.c_str());

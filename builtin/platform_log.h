@@ -6,6 +6,7 @@
 #define PLATFORM_LOG_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "vx_zlog.h"
@@ -22,6 +23,10 @@ void log_open(const std::string &module);
 // stored bytes cannot forge a line. Use PLATFORM_LOG, which fills in the place.
 void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
     VX_PRINTF_FORMAT(5, 6);
+
+// Who is given the records in place of the log: the level and the text, one line without control characters.
+// An empty function gives them back to the log. For a tool whose messages have a form of their own.
+void log_listen(std::function<void(int32_t level, const std::string &text)> listener);
 
 } // namespace platform
 

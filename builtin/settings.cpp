@@ -11,8 +11,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <optional>
 #include <set>
 #include <string_view>
+#include <utility>
 
 namespace
 {
@@ -35,11 +37,22 @@ std::string environment(const char *name)
     return value == nullptr ? "" : value;
 }
 
+std::function<void(const std::string &)> &listener()
+{
+    static std::function<void(const std::string &)> present;
+    return present;
+}
+
 // The file is read once per setting, but an operator wants to be told of a mistake only once.
 void report_once(const std::string &message)
 {
     static std::set<std::string> reported;
-    if (reported.insert(message).second) {
+    if (!reported.insert(message).second) {
+        return;
+    }
+    if (listener()) {
+        listener()(message);
+    } else {
         fprintf(stderr, "%s\n", message.c_str());
     }
 }
@@ -72,6 +85,21 @@ std::string value_in_file(const std::string &path, std::string_view name)
     return value;
 }
 
+std::optional<int64_t> parse_number(const std::string &text, platform::Bounds bounds)
+{
+    int64_t number = 0;
+    const char *end = text.data() + text.size();
+    const auto [stopped, error] = std::from_chars(text.data(), end, number);
+    const bool whole = error == std::errc{} && stopped == end;
+    return whole && number >= bounds.least && number <= bounds.most ? std::optional(number) : std::nullopt;
+}
+
+std::string no_number(const char *name, const std::string &text, platform::Bounds bounds)
+{
+    return std::string(name) + "=" + text + ": not a whole number from " + std::to_string(bounds.least) +
+           " to " + std::to_string(bounds.most);
+}
+
 } // namespace
 
 namespace platform
@@ -93,16 +121,23 @@ int64_t setting_number(const char *name, int64_t fallback, int64_t least, int64_
     if (text.empty()) {
         return fallback;
     }
-    int64_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc{} || stopped != end || number < least || number > most) {
-        report_once("platform: " + std::string(name) + "=" + text + ": not a whole number from " +
-                    std::to_string(least) + " to " + std::to_string(most) + ", " + std::to_string(fallback) +
+    const std::optional<int64_t> number = parse_number(text, {least, most});
+    if (!number) {
+        report_once("platform: " + no_number(name, text, {least, most}) + ", " + std::to_string(fallback) +
                     " is used");
-        return fallback;
     }
-    return number;
+    return number.value_or(fallback);
+}
+
+std::string number_problem(const char *name, Bounds bounds)
+{
+    const std::string text = setting(name, "");
+    return text.empty() || parse_number(text, bounds) ? "" : no_number(name, text, bounds);
+}
+
+void tell_setting_mistakes(std::function<void(const std::string &)> new_listener)
+{
+    listener() = std::move(new_listener);
 }
 
 } // namespace platform

@@ -7,6 +7,7 @@
 #define SETTINGS_H
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace platform
@@ -18,6 +19,20 @@ std::string setting(const char *name, const std::string &fallback);
 // Returns a whole number between `least` and `most`, or `fallback`; a value that is no such number is
 // reported on standard error and `fallback` is used.
 int64_t setting_number(const char *name, int64_t fallback, int64_t least, int64_t most);
+
+// The least and the most that a number may be.
+struct Bounds {
+    int64_t least;
+    int64_t most;
+};
+
+// Returns one line that says what is wrong with a setting that is to be a whole number, and what would be
+// right; empty when it is one, or is not set.
+std::string number_problem(const char *name, Bounds bounds);
+
+// Who is told of mistakes in the settings in place of standard error, each one once; an empty function gives
+// that back. For a tool whose messages have a form of their own.
+void tell_setting_mistakes(std::function<void(const std::string &)> listener);
 
 } // namespace platform
 

@@ -2,9 +2,8 @@
 //
 // The destination is the setting VX_ZLOG:
 //   stderr                           the default
-//   file:/path[:max_bytes[:files]]   a file that is rotated at max_bytes (default 1 MiB), with so many old
-//   ones
-//                                    kept beside it (default 4)
+//   file:/path[:max_bytes[:files]]   a file that is rotated at max_bytes (default 1 MiB), with so many
+//                                    old ones kept beside it (default 4)
 //   journal                          the system's journal, with the source location in fields of its own
 //   none                             nowhere; for a tool whose standard error is read by a program
 //

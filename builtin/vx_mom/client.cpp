@@ -5,24 +5,15 @@
 #include <cstdio>
 #include <exception>
 
+#include "configuration.h"
 #include "platform_context.h"
 #include "platform_log.h"
-#include "settings.h"
 
 namespace vx_mom
 {
 
 namespace
 {
-
-constexpr int64_t default_deadline_ms = 5000;
-constexpr int64_t longest_deadline_ms = 3600000;
-
-std::chrono::milliseconds configured_deadline()
-{
-    return std::chrono::milliseconds(
-        platform::setting_number("VX_MOM_DEADLINE_MS", default_deadline_ms, 1, longest_deadline_ms));
-}
 
 // Writing to a connection that the server has closed raises SIGPIPE, which would end a program that knows
 // nothing of it. Only the default disposition is changed: a program's own handler stays.
@@ -119,16 +110,12 @@ void Client::schedule_turn()
 
 bool Client::configure(std::string &why)
 {
-    const auto endpoint = parse_endpoint(platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379"), why);
-    if (!endpoint) {
+    const auto place = configured_place(why);
+    if (!place) {
         return false;
     }
-    const auto credentials = read_credentials(platform::setting("VX_MOM_AUTH_FILE", ""), why);
-    if (!credentials) {
-        return false;
-    }
-    shared_.endpoint = *endpoint;
-    shared_.credentials = *credentials;
+    shared_.endpoint = place->endpoint;
+    shared_.credentials = place->credentials;
     return true;
 }
 

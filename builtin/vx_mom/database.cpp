@@ -322,7 +322,7 @@ Answer Database::refuse()
         return {other_data_set, {}};
     }
     tell_once(sync_.problem());
-    return {denied, {}};
+    return {sync_.rejection(), {}};
 }
 
 void Database::tell_once(const std::string &problem)

@@ -17,6 +17,7 @@ namespace
 {
 
 constexpr const char *right_forms = "use unix:/path or tcp:host:port";
+constexpr const char *right_file = "use a file with the lines 'user NAME' and 'password SECRET', mode 0600";
 
 bool parse_port(std::string_view text, int &port)
 {
@@ -59,7 +60,7 @@ bool is_private(const std::string &path, std::string &why)
     struct stat status {
     };
     if (stat(path.c_str(), &status) != 0) {
-        why = path + ": " + std::strerror(errno);
+        why = path + ": " + std::strerror(errno) + ", " + right_file;
         return false;
     }
     if ((status.st_mode & (S_IROTH | S_IWOTH)) != 0) {
@@ -103,7 +104,7 @@ std::optional<Credentials> read_credentials(const std::string &path, std::string
     }
     std::ifstream file(path);
     if (!file) {
-        why = path + ": cannot be read";
+        why = path + ": cannot be read, " + right_file;
         return std::nullopt;
     }
     std::string line;

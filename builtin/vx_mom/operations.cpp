@@ -87,25 +87,30 @@ int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_cou
         {channel_of(database, record), encode_key_prefix(record, given), given == fields ? "1" : "0"}, type);
 }
 
-int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver)
+int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver,
+             std::vector<std::string> &left_out)
 {
     // A record that changes during the scan moves to the end of the order and is met again there.
     std::set<std::string> seen;
     const auto unseen = [&seen](const std::string &key, uint64_t) { return seen.insert(key).second; };
     uint64_t after = 0;
-    for (bool done = false; !done;) {
-        std::vector<StoredRecord> records;
-        const int32_t error = read_slice(database, type.name, after, no_fence, unseen, records, done);
+    for (Slice slice; !slice.done;) {
+        slice = {};
+        const int32_t error = read_slice(database, type.name, after, no_fence, unseen, slice);
         if (error != ok) {
             return error;
         }
-        for (const StoredRecord &record : records) {
-            if (const MessagePtr message = decode_or_log(type, record.key, record.fields)) {
-                vx_mom_pmsg_t notification{};
-                notification.cmd = VX_MOM_CMD_SCANNED;
-                notification.record = message.get();
-                (void)receiver.callback(receiver.arg, &notification);
+        left_out.insert(left_out.end(), slice.left_out.begin(), slice.left_out.end());
+        for (const StoredRecord &record : slice.records) {
+            const MessagePtr message = decode_or_log(type, record.key, record.fields);
+            if (message == nullptr) {
+                left_out.push_back(record.key);
+                continue;
             }
+            vx_mom_pmsg_t notification{};
+            notification.cmd = VX_MOM_CMD_SCANNED;
+            notification.record = message.get();
+            (void)receiver.callback(receiver.arg, &notification);
         }
     }
     return ok;

@@ -3,6 +3,8 @@
 #define VX_MOM_OPERATIONS_H
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "database.h"
 #include "value.h"
@@ -15,7 +17,9 @@ int32_t set(Database &database, const ProtobufCMessage &record);
 int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count);
 int32_t del(Database &database, const ProtobufCMessage &record);
 int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count);
-int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver);
+// `left_out` gets the keys of what is no readable record.
+int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver,
+             std::vector<std::string> &left_out);
 
 // Returns 1, 0 or an error.
 int32_t exists(Database &database, const ProtobufCMessage &record);

@@ -70,12 +70,13 @@ bool fields_of(const redisReply *reply, Fields &fields)
     return true;
 }
 
-void take_record(IndexEntry &entry, const redisReply *reply, std::vector<StoredRecord> &records)
+void take_record(IndexEntry &entry, const redisReply *reply, Slice &slice)
 {
     StoredRecord record{std::move(entry.key), 0, {}};
     if (!fields_of(reply, record.fields)) {
         PLATFORM_LOG(platform::log_error, "record %s left out: %s", record.key.c_str(),
                      text_of(reply).c_str());
+        slice.left_out.push_back(std::move(record.key));
         return;
     }
     if (record.fields.empty()) {
@@ -84,23 +85,23 @@ void take_record(IndexEntry &entry, const redisReply *reply, std::vector<StoredR
     if (!revision_of(record.fields, entry.revision, record.revision)) {
         PLATFORM_LOG(platform::log_error, "record %s left out: its revision is no number",
                      record.key.c_str());
+        slice.left_out.push_back(std::move(record.key));
         return;
     }
-    records.push_back(std::move(record));
+    slice.records.push_back(std::move(record));
 }
 
 } // namespace
 
 int32_t read_slice(Database &database, const std::string &type, uint64_t &after, uint64_t fence,
-                   const std::function<bool(const std::string &, uint64_t)> &wanted,
-                   std::vector<StoredRecord> &records, bool &done)
+                   const std::function<bool(const std::string &, uint64_t)> &wanted, Slice &slice)
 {
     std::vector<IndexEntry> entries;
     const int32_t error = read_index(database, type, after, fence, entries);
     if (error != ok) {
         return error;
     }
-    done = entries.size() < slice_size;
+    slice.done = entries.size() < slice_size;
     if (!entries.empty()) {
         after = entries.back().revision;
     }
@@ -115,7 +116,7 @@ int32_t read_slice(Database &database, const std::string &type, uint64_t &after,
     }
     const Answer answer = database.ask(commands, Purpose::read);
     for (size_t i = 0; i < answer.replies.size(); i++) {
-        take_record(entries[i], answer.replies[i].get(), records);
+        take_record(entries[i], answer.replies[i].get(), slice);
     }
     return answer.error;
 }

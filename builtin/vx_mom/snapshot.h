@@ -22,15 +22,19 @@ struct StoredRecord {
     Fields fields;
 };
 
+struct Slice {
+    std::vector<StoredRecord> records;
+    std::vector<std::string> left_out; // keys of what is no readable record
+    bool done = false;                 // there are no more slices
+};
+
 inline constexpr uint64_t no_fence = UINT64_MAX;
 
 // Reads the records of the next slice whose revision is above `after` and, unless `fence` is no_fence, at
 // most `fence`; moves `after` behind the slice. Records for which `wanted(key, revision)` is false are not
-// read. What cannot be read as a record is logged and left out. `done` becomes true with the last slice.
-// Returns ok or an error.
+// read. What cannot be read as a record is logged and left out. Returns ok or an error.
 int32_t read_slice(Database &database, const std::string &type, uint64_t &after, uint64_t fence,
-                   const std::function<bool(const std::string &, uint64_t)> &wanted,
-                   std::vector<StoredRecord> &records, bool &done);
+                   const std::function<bool(const std::string &, uint64_t)> &wanted, Slice &slice);
 
 // Reads the revision of the type's last change; 0 before the first. Returns ok or an error.
 int32_t read_revision(Database &database, const std::string &type, uint64_t &revision);

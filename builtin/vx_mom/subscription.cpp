@@ -161,20 +161,19 @@ bool Subscription::sweep()
 bool Subscription::read()
 {
     const uint64_t round = round_;
-    std::vector<StoredRecord> records;
-    bool done = false;
+    Slice slice;
     const auto wanted = [this](const std::string &key, uint64_t revision) {
         const auto known = known_.find(key);
         return deliver_all_ || known == known_.end() || known->second.revision != revision;
     };
-    const int32_t error = read_slice(database_, name_, read_up_to_, fence_, wanted, records, done);
+    const int32_t error = read_slice(database_, name_, read_up_to_, fence_, wanted, slice);
     if (round != round_) {
         return false;
     }
     if (error != ok) {
         return fail(error);
     }
-    for (StoredRecord &record : records) {
+    for (StoredRecord &record : slice.records) {
         if (record.revision > fence_) {
             continue; // comes from the queue
         }
@@ -188,7 +187,7 @@ bool Subscription::read()
             return true;
         }
     }
-    return done ? finish_reading() : true;
+    return slice.done ? finish_reading() : true;
 }
 
 // All records up to the fence are delivered. Changes up to now come before command 29; the answer to a ping
@@ -294,7 +293,11 @@ void Subscription::deliver_deleted(Change &&change)
     if (known != known_.end() && change.fields.empty()) {
         change.fields = known->second.fields;
     }
-    const MessagePtr message = decode_or_log(type_, change.key, change.fields);
+    MessagePtr message = decode_or_log(type_, change.key, change.fields);
+    // Somebody spoilt the record past the client. The user has it as it was and must be told that it is gone.
+    if (message == nullptr && known != known_.end()) {
+        message = decode_or_log(type_, change.key, known->second.fields);
+    }
     // Until command 29 a record that was not delivered yet is one that existed at the fence: nothing has
     // changed it since, so it is delivered as it then was, and its deletion after that.
     if (message != nullptr && phase_ == Phase::draining && known == known_.end()) {

@@ -12,6 +12,13 @@
 namespace vx_mom
 {
 
+namespace
+{
+
+constexpr int64_t databases_in_use = 64; // what the users of the store are told to configure
+
+} // namespace
+
 SyncConnection::SyncConnection(const Endpoint &endpoint, const Credentials &credentials, int32_t database)
     : endpoint_(endpoint), credentials_(credentials), database_(database)
 {
@@ -42,6 +49,7 @@ Exchange SyncConnection::open(Clock::time_point deadline)
     for (size_t i = 0; i < replies.size(); i++) {
         const redisReply *reply = replies[i].get();
         if (is_turned_away(reply, i, replies.size())) {
+            rejection_ = is_missing_database(reply) ? invalid : denied;
             return give_up(is_passing(reply) ? Exchange::lost : Exchange::rejected,
                            explain_refusal(reply, database_));
         }
@@ -149,14 +157,19 @@ bool is_turned_away(const redisReply *reply, size_t at, size_t count)
     return is_error(reply) && (at + 1 < count || is_passing(reply));
 }
 
+bool is_missing_database(const redisReply *reply)
+{
+    return is_error(reply) && text_of(reply).find("DB index is out of range") != std::string::npos;
+}
+
 std::string explain_refusal(const redisReply *reply, int32_t database)
 {
-    const std::string text = text_of(reply);
-    if (text.find("DB index is out of range") != std::string::npos) {
+    if (is_missing_database(reply)) {
+        const int64_t needed = std::max(databases_in_use, int64_t{database} + 1);
         return "the store server has no database " + std::to_string(database) +
-               ": it must be configured with 'databases 64'";
+               ": it must be configured with 'databases " + std::to_string(needed) + "'";
     }
-    return "the store server refuses: " + text;
+    return "the store server refuses: " + text_of(reply);
 }
 
 bool is_passing(const redisReply *reply)

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "endpoint.h"
+#include "errors.h"
 #include "link.h"
 #include "outage.h"
 
@@ -36,6 +37,9 @@ public:
     void close();
     // What went wrong in the last call that did not end in `answered`.
     const std::string &problem() const { return problem_; }
+    // The error that an open() that ended in `rejected` stands for: `invalid` when the server has no such
+    // database, else `denied`.
+    Error rejection() const { return rejection_; }
 
 private:
     enum class Wait { ready, timed_out, failed };
@@ -49,6 +53,7 @@ private:
     int32_t database_;
     std::optional<Link> link_;
     std::string problem_;
+    Error rejection_ = denied;
 };
 
 // The commands that a new connection begins with: signing in, if there are credentials; the database; and
@@ -58,6 +63,9 @@ std::vector<Command> greeting(const Credentials &credentials, int32_t database);
 // Whether the reply to the greeting's command number `at` of `count` means that the connection is of no use.
 // A user without the right to write an identity is let be.
 bool is_turned_away(const redisReply *reply, size_t at, size_t count);
+
+// Whether the reply says that the server has no database of the number asked for.
+bool is_missing_database(const redisReply *reply);
 
 // What a server's refusal of such a command means for an operator.
 std::string explain_refusal(const redisReply *reply, int32_t database);

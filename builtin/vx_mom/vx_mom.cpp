@@ -5,6 +5,7 @@
 #include <new>
 
 #include "client.h"
+#include "full_scan.h"
 #include "operations.h"
 #include "platform_log.h"
 
@@ -98,8 +99,15 @@ int32_t vx_mom_scan_sync(vx_global_t *global, int32_t db, const ProtobufCMessage
     if (pattern == nullptr || callback == nullptr || flags != 0) {
         return vx_mom::invalid;
     }
+    std::vector<std::string> left_out;
+    return vx_mom::full_scan(global, db, pattern, callback, arg, left_out);
+}
+
+int32_t vx_mom::full_scan(vx_global_t *global, int32_t db, const ProtobufCMessage *pattern,
+                          vx_mom_pmsg_f callback, void *arg, std::vector<std::string> &left_out) noexcept
+{
     return with_database(global, db, [&](Client &, Database &database) {
-        return vx_mom::scan(database, *pattern->descriptor, {callback, arg});
+        return scan(database, *pattern->descriptor, {callback, arg}, left_out);
     });
 }
 

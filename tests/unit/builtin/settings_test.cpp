@@ -70,6 +70,18 @@ TEST_F(Settings, LineWithoutEqualSignIsReportedOnceAndPassedOver)
               "platform: " + folder.file("platform.conf") + ":1: not of the form NAME=VALUE\n");
 }
 
+TEST_F(Settings, MistakesAreToldToWhoeverAsksForThem)
+{
+    configure("nonsense\n");
+    std::string told;
+    platform::tell_setting_mistakes([&told](const std::string &text) { told += text; });
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(setting("A_SETTING", "fallback"), "fallback");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    platform::tell_setting_mistakes({});
+    EXPECT_EQ(told, "platform: " + folder.file("platform.conf") + ":1: not of the form NAME=VALUE");
+}
+
 TEST_F(Settings, NumbersWithinTheirBoundsAreTaken)
 {
     for (const auto &[text, number] : {std::pair{"5", 5}, {"10", 10}, {"-3", -3}}) {

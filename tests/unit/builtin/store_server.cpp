@@ -79,9 +79,9 @@ ReplyPtr send(redisContext &context, const std::vector<std::string> &command)
     (void)dup2(null, STDOUT_FILENO);
     (void)dup2(null, STDERR_FILENO);
     const std::string socket = folder + "/s";
-    (void)execl(REDIS_SERVER_PATH, "redis-server", "--databases", databases.c_str(), "--port", "0",
-                "--unixsocket", socket.c_str(), "--save", "", "--appendonly", "no", "--dir", folder.c_str(),
-                static_cast<char *>(nullptr));
+    (void)execl(REDIS_SERVER_PATH, "redis-server", "--databases", databases.c_str(), "--port", "0", "--bind",
+                "127.0.0.1", "--unixsocket", socket.c_str(), "--save", "", "--appendonly", "no", "--dir",
+                folder.c_str(), static_cast<char *>(nullptr));
     _exit(127);
 }
 

@@ -1,4 +1,5 @@
-// A private store server for tests: on a unix socket in a folder of its own, stopped by its destructor.
+// A private store server for tests: on a unix socket in a folder of its own, stopped by its destructor. A
+// test may open a TCP port on it; only this machine reaches that.
 //
 // Tests talk to it past the client under test, with commands of their own, to see what is really stored and
 // to break what the client relies on. A stand-in for the server was rejected: what has to be right is the

@@ -7,6 +7,8 @@
 #include <fstream>
 
 #include "store_client_fixture.h"
+#include "vx_mom/configuration.h"
+#include "vx_mom/errors.h"
 
 namespace
 {
@@ -84,6 +86,7 @@ TEST_F(CredentialsTest, NoFileMeansNoCredentials)
 TEST_F(CredentialsTest, AWrongFileIsRefused)
 {
     EXPECT_THAT(refusal(), HasSubstr("No such file"));
+    EXPECT_THAT(refusal(), HasSubstr("use a file with the lines 'user NAME' and 'password SECRET'"));
     write_file("password secret\n", 0604);
     EXPECT_THAT(refusal(), HasSubstr("0600"));
     write_file("secret\n");
@@ -112,7 +115,7 @@ TEST_F(CredentialsTest, AWrongPasswordFailsAtOnce)
     const ScopedSetting file("VX_MOM_AUTH_FILE", path);
     restart_client();
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0);
+    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), vx_mom::denied);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
     EXPECT_THAT(log_text(), HasSubstr("WRONGPASS"));
     EXPECT_THAT(log_text(), testing::Not(HasSubstr("wrong\n")));
@@ -146,9 +149,34 @@ TEST_F(ConfigurationTest, AServerWithTooFewDatabasesIsNamed)
     const ScopedSetting other("VX_MOM_ENDPOINT", small.endpoint());
     restart_client();
     EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
-    EXPECT_LT(vx_mom_client_connect_sync(global.get(), 33), 0);
+    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 33), vx_mom::invalid);
     EXPECT_THAT(log_text(), HasSubstr("database 33"));
     EXPECT_THAT(log_text(), HasSubstr("databases 64"));
+}
+
+TEST_F(ConfigurationTest, ADatabaseBeyondTheUsualOnesNeedsMore)
+{
+    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 99), vx_mom::invalid);
+    EXPECT_THAT(log_text(), HasSubstr("'databases 100'"));
+}
+
+TEST_F(ConfigurationTest, WhatIsWrongIsFoundBeforeThereIsAClient)
+{
+    EXPECT_EQ(vx_mom::configuration_problem(), "");
+    {
+        const ScopedSetting wrong("VX_MOM_DEADLINE_MS", "abc");
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(vx_mom::configuration_problem(),
+                  "VX_MOM_DEADLINE_MS=abc: not a whole number from 1 to 3600000");
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "to say it is the caller's";
+    }
+    {
+        const ScopedSetting wrong("VX_MOM_AUTH_FILE", "/nonexistent/auth");
+        EXPECT_THAT(vx_mom::configuration_problem(),
+                    HasSubstr("VX_MOM_AUTH_FILE: /nonexistent/auth: No such file or directory"));
+    }
+    const ScopedSetting wrong("VX_MOM_ENDPOINT", "tcp:1");
+    EXPECT_EQ(vx_mom::configuration_problem(), "endpoint 'tcp:1' is none, use unix:/path or tcp:host:port");
 }
 
 TEST_F(ConfigurationTest, TheStoreIsReachedOverTcp)
@@ -161,6 +189,7 @@ TEST_F(ConfigurationTest, TheStoreIsReachedOverTcp)
             break;
         }
     }
+    EXPECT_EQ(server.run(0, {"CONFIG", "GET", "bind"}), "bind\n127.0.0.1\n") << "open to other machines";
     const ScopedSetting tcp("VX_MOM_ENDPOINT", "tcp:127.0.0.1:" + port);
     restart_client();
     EXPECT_EQ(vx_mom_set_sync(global.get(), 1, Card(0, 1, 0, 7).message()), 0);

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "store_client_fixture.h"
+#include "vx_mom/full_scan.h"
 
 namespace
 {
@@ -231,6 +232,31 @@ TEST_F(BadDataTest, AChangeOfItIsPassedOverAndCounted)
     EXPECT_THAT(events, ElementsAre("4 0/2/0 type 1"));
     ASSERT_EQ(write(1, 3), 0);
     ASSERT_TRUE(run_until_event("4 0/1/0 type 3"));
+}
+
+TEST_F(BadDataTest, TheDeletionOfASpoiltRecordCarriesWhatItLastWas)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    connect(db);
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    ASSERT_EQ(server.run(db, {"HSET", key, "6", "junk"}), "0");
+    ASSERT_EQ(vx_mom_del(global.get(), db, Card(0, 1, 0).message(), nullptr, nullptr), 0);
+    ASSERT_TRUE(run_until_event("3 0/1/0 type 1"));
+    EXPECT_THAT(log_text(), HasSubstr("does not decode"));
+}
+
+TEST_F(BadDataTest, AFullScanNamesWhatItLeavesOut)
+{
+    store_raw("p_dev.card_info:0:0:1:0", {"6", "not a number"});
+    store_raw("p_dev.card_info:0:0:2:0", {"6", "1", "rev", "many"});
+    ASSERT_EQ(write(3, 1), 0);
+    const Card pattern(0, 0, 0);
+    std::vector<std::string> left_out;
+    ASSERT_EQ(vx_mom::full_scan(global.get(), db, pattern.message(), note_card, this, left_out), 0);
+    EXPECT_THAT(events, ElementsAre("1 0/3/0 type 1"));
+    EXPECT_THAT(left_out,
+                testing::UnorderedElementsAre("p_dev.card_info:0:0:1:0", "p_dev.card_info:0:0:2:0"));
 }
 
 TEST_F(BadDataTest, ARecordDeletedPastTheClientIsStillToldOfWhenItIsDeletedAgain)
