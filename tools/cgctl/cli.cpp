@@ -11,6 +11,7 @@
 #include <exception>
 #include <ostream>
 
+#include "builtin/settings.h"
 #include "failure.h"
 #include "text.h"
 #include "verbs.h"
@@ -100,6 +101,20 @@ std::string usage_message(const CLI::App &app, const CLI::ParseError &error)
     return visible(error.what()) + where;
 }
 
+// Has mistakes in the platform's settings told as ours are, as long as it lives.
+class SettingMistakes
+{
+public:
+    explicit SettingMistakes(const Session &session)
+    {
+        platform::tell_setting_mistakes(
+            [&session](const std::string &text) { session.notice(visible(text)); });
+    }
+    ~SettingMistakes() { platform::tell_setting_mistakes({}); }
+    SettingMistakes(const SettingMistakes &) = delete;
+    SettingMistakes &operator=(const SettingMistakes &) = delete;
+};
+
 int parse_and_act(CLI::App &app, Session &session, std::vector<std::string> arguments)
 {
     try {
@@ -115,9 +130,7 @@ int parse_and_act(CLI::App &app, Session &session, std::vector<std::string> argu
         throw Failure(wrong_usage, "\"--\" with a command behind it is for `cgctl module run` only");
     }
     const int status = session.action();
-    if (!session.out.flush()) {
-        throw Failure(failed, "cannot write to the output");
-    }
+    session.check_output();
     return status;
 }
 
@@ -143,12 +156,15 @@ int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostre
     }
     // An error of the parser itself should come as asked, too.
     session.json = std::find(own.begin(), own.end(), "--json") != own.end();
+    const SettingMistakes told(session);
     try {
         CLI::App app(description);
         add_everything(app, session);
         return parse_and_act(app, session, own);
     } catch (const Failure &failure) {
-        session.error(failure.what());
+        if (*failure.what() != '\0') {
+            session.error(failure.what());
+        }
         return failure.status();
     } catch (const std::exception &error) {
         session.error(error.what());

@@ -67,7 +67,8 @@ int run_command(const Session &session, const std::string &command, const std::v
                                {"output_at", reply.output_at},
                                {"truncated", reply.truncated}}));
     } else {
-        session.out << reply.output << std::flush;
+        session.out << reply.output;
+        session.check_output();
     }
     tell_notes(session, reply);
     if (reply.result != 0) {
@@ -81,7 +82,10 @@ int debug(const Session &session, const std::string &command, const std::vector<
     try {
         return command.empty() ? list_commands(session) : run_command(session, command, arguments);
     } catch (const ssat::Error &error) {
-        throw Failure(status_of(error.failure()), error.what());
+        const bool unknown = error.failure() == ssat::Failure::unknown_command;
+        throw Failure(status_of(error.failure()),
+                      std::string(error.what()) +
+                          (unknown ? "; `cgctl debug` lists those that there are" : ""));
     }
 }
 

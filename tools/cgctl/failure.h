@@ -14,7 +14,8 @@ namespace cgctl
 // The exit statuses.
 enum Status : int { done = 0, failed = 1, wrong_usage = 2 };
 
-// Ends the command. what() is one line that says what is wrong and, for wrong usage, what would be right.
+// Ends the command. what() is one line that says what is wrong and, for wrong usage, what would be right;
+// empty when there is nothing to say.
 class Failure : public std::runtime_error
 {
 public:

@@ -30,9 +30,9 @@ int list_records(const Session &session, const NamedRecord &named)
         }
     }
     if (session.json) {
-        session.line(dump(Json{{"records", array}}));
+        session.line(dump(store.with_left_out({{"records", array}})));
     }
-    return 0;
+    return store.tell_left_out();
 }
 
 int get_record(const Session &session, const NamedRecord &named)

@@ -68,14 +68,14 @@ int list(const Session &session)
         for (const Card &card : cards) {
             array.push_back(card.json());
         }
-        session.line(dump(Json{{"cards", array}}));
-        return 0;
+        session.line(dump(store.with_left_out({{"cards", array}})));
+        return store.tell_left_out();
     }
     std::vector<Row> rows(1);
     std::copy(headings.begin(), headings.end(), rows.front().begin());
     std::transform(cards.begin(), cards.end(), std::back_inserter(rows), row_of);
     print_table(session, rows);
-    return 0;
+    return store.tell_left_out();
 }
 
 } // namespace

@@ -24,8 +24,9 @@ struct RunOptions {
 
 void check_name(const std::string &name)
 {
-    if (name.empty() || name.size() > longest_name || name.find('/') != std::string::npos || !is_utf8(name) ||
-        visible(name) != name) {
+    const bool is_folder = name == "." || name == ".."; // no entry, though every folder has them
+    if (is_folder || name.empty() || name.size() > longest_name || name.find('/') != std::string::npos ||
+        !is_utf8(name) || visible(name) != name) {
         throw Failure(wrong_usage, in_quotes(name) +
                                        " is no module name; 1 to 15 characters, the name of an entry of "
                                        "/etc/app_cg/deny_check");

@@ -1,6 +1,7 @@
 // What a verb says, and to whom.
 #include "session.h"
 
+#include <cerrno>
 #include <ostream>
 
 #include "failure.h"
@@ -20,8 +21,15 @@ void Session::error(const std::string &text) const
 
 void Session::line(const std::string &text) const
 {
-    if (!(out << text << std::endl)) {
-        throw Failure(failed, "cannot write to the output");
+    errno = 0;
+    out << text << '\n';
+    check_output();
+}
+
+void Session::check_output() const
+{
+    if (!out.flush()) {
+        throw Failure(failed, errno == EPIPE ? "" : "cannot write to the output");
     }
 }
 

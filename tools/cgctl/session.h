@@ -26,8 +26,11 @@ struct Session {
     void notice(const std::string &text) const;
     // Writes an error: a line, or with --json {"error": ...}.
     void error(const std::string &text) const;
-    // Writes one line of data and flushes it. Throws Failure when the output is gone.
+    // Writes one line of data and flushes it. Throws as check_output().
     void line(const std::string &text) const;
+    // Flushes the data. Throws Failure when the output is gone: without a message when its reader went away,
+    // as the one in `cgctl list | head -1` does.
+    void check_output() const;
 };
 
 } // namespace cgctl

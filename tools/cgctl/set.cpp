@@ -47,6 +47,11 @@ int set_fields(const Session &session, const RecordArguments &arguments)
 int set_record(const Session &session, const RecordArguments &arguments)
 {
     const NamedRecord named = named_record(arguments);
+    // The record whose key fields are all 0 or empty is hardly ever meant.
+    if (named.type->index != nullptr && arguments.assignments.empty()) {
+        throw Failure(wrong_usage, std::string("nothing given to write; name at least one field of ") +
+                                       named.type->name() + ", as in `cgctl set card_info slotid=3`");
+    }
     Store store(session);
     store.set(*named.type, named.db, named.record);
     return 0;

@@ -6,6 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "builtin/platform_log.h"
+#include "builtin/vx_mom/configuration.h"
+#include "builtin/vx_mom/full_scan.h"
 #include "failure.h"
 #include "session.h"
 #include "text.h"
@@ -44,48 +47,84 @@ int32_t gather(void *arg, vx_mom_pmsg_t *pmsg)
     return 0;
 }
 
-// The client's failures follow errno.
-std::string reason(int32_t result)
+std::string where()
 {
-    return std::to_string(result) + ": " + strerror(-result);
+    const char *endpoint = getenv(endpoint_setting);
+    return endpoint == nullptr || *endpoint == '\0'
+               ? std::string("the store (") + endpoint_setting + " is not set)"
+               : "the store at " + visible(endpoint);
 }
 
-// An endpoint is known by the word before its first colon; more is for the platform to judge.
-void check_form(const std::string &endpoint)
-{
-    const std::size_t colon = endpoint.find(':');
-    const bool path_missing = endpoint.starts_with("unix:") && !endpoint.starts_with("unix:/");
-    if (colon == std::string::npos || colon == 0 || path_missing) {
-        throw Failure(wrong_usage, in_quotes(endpoint) + " is no endpoint; unix:/path or tcp:host:port");
-    }
-}
-
-std::string where(const Session &session)
-{
-    const char *setting = getenv(endpoint_setting);
-    const std::string inherited = setting == nullptr ? "" : setting;
-    const std::string endpoint = session.endpoint.empty() ? inherited : session.endpoint;
-    if (!endpoint.empty()) {
-        check_form(endpoint);
-    }
-    return endpoint.empty() ? std::string("the store (") + endpoint_setting + " is not set)"
-                            : "the store at " + endpoint;
-}
-
-} // namespace
-
-Store::Store(const Session &session) : where_(where(session))
+// Before anything else is done with the settings, so that there is one message, and ours.
+std::string checked_place(const Session &session)
 {
     if (!session.endpoint.empty()) {
         setenv(endpoint_setting, session.endpoint.c_str(), 1);
     }
-    // What the platform has to say goes to the user. Never to the daemon's log file, which the same setting
-    // may name: two processes cannot rotate one file. A program that reads our errors wants JSON only.
-    setenv(log_setting, session.json ? "none" : "stderr", 1);
+    const std::string problem = vx_mom::configuration_problem();
+    if (!problem.empty()) {
+        throw Failure(wrong_usage, visible(problem));
+    }
+    return where();
+}
+
+} // namespace
+
+Store::Listening::Listening(Store &store)
+{
+    platform::log_listen([&store](int32_t level, const std::string &text) { store.take_log(level, text); });
+}
+
+Store::Listening::~Listening()
+{
+    platform::log_listen({});
+}
+
+Store::Store(const Session &session) : session_(session), where_(checked_place(session)), listening_(*this)
+{
+    // Nothing that slips past take_log() may go to the daemon's log file, which the same setting may name:
+    // two processes cannot rotate one file.
+    setenv(log_setting, "none", 1);
     context_.reset(vx_global_init("cgctl", nullptr));
     if (!context_) {
         throw Failure(failed, "the platform could not be started");
     }
+}
+
+void Store::take_log(int32_t level, const std::string &text)
+{
+    if (level < platform::log_warn) {
+        return;
+    }
+    if (in_call_) {
+        told_.push_back(visible(text));
+    } else {
+        session_.notice(visible(text));
+    }
+}
+
+// Returns the call's result. What is logged meanwhile becomes the reason if it fails, and notices if not.
+int32_t Store::call(const std::function<int32_t()> &platform_call)
+{
+    told_.clear();
+    in_call_ = true;
+    const int32_t result = platform_call();
+    in_call_ = false;
+    if (result >= 0) {
+        for (const std::string &text : told_) {
+            if (noticed_.insert(text).second) { // a verb may scan a type more than once
+                session_.notice(text);
+            }
+        }
+    }
+    return result;
+}
+
+// The client's failures follow errno; the last thing that it said tells most.
+std::string Store::reason(int32_t result) const
+{
+    return '(' + std::to_string(result) + ": " + strerror(-result) + ')' +
+           (told_.empty() ? "" : ": " + told_.back());
 }
 
 void Store::connect(int32_t db)
@@ -93,13 +132,11 @@ void Store::connect(int32_t db)
     if (connected_.contains(db)) {
         return;
     }
-    const int32_t result = vx_mom_client_connect_sync(context(), db);
+    const int32_t result = call([&] { return vx_mom_client_connect_sync(context(), db); });
     if (result != 0) {
-        const bool wrong = result == -EINVAL;
-        throw Failure(
-            wrong ? wrong_usage : failed,
-            where_ + " cannot be used, database " + std::to_string(db) + " (" + reason(result) + ")" +
-                (wrong ? "; give an endpoint unix:/path or tcp:host:port, and a database that it has" : ""));
+        // The settings were in order: so it is the server that has no such database.
+        throw Failure(result == -EINVAL ? wrong_usage : failed,
+                      where_ + " cannot be used, database " + std::to_string(db) + ' ' + reason(result));
     }
     connected_.insert(db);
 }
@@ -108,9 +145,12 @@ std::optional<Json> Store::read(const RecordType &type, int32_t db, const Json &
 {
     connect(db);
     const MessagePtr record = from_json(*type.descriptor, record_with_key(type, key));
-    const std::unique_ptr<vx_mom_result_t, FreeResult> result(
-        vx_mom_hgetall_sync(context(), db, record.get()));
-    check(result ? result->error_code : -1, "read", type, db);
+    std::unique_ptr<vx_mom_result_t, FreeResult> result;
+    const int32_t error = call([&] {
+        result.reset(vx_mom_hgetall_sync(context(), db, record.get()));
+        return result ? result->error_code : -ENOMEM;
+    });
+    check(error, "read", type, db);
     if (result->record == nullptr) {
         return std::nullopt;
     }
@@ -122,7 +162,11 @@ std::vector<Json> Store::scan(const RecordType &type, int32_t db)
     connect(db);
     const MessagePtr pattern = from_json(*type.descriptor, record_with_key(type, Json::object()));
     Found found;
-    check(vx_mom_scan_sync(context(), db, pattern.get(), 0, gather, &found), "list", type, db);
+    std::vector<std::string> left_out;
+    const int32_t error =
+        call([&] { return vx_mom::full_scan(context(), db, pattern.get(), gather, &found, left_out); });
+    check(error, "list", type, db);
+    left_out_.insert(left_out.begin(), left_out.end());
     if (found.out_of_memory) {
         throw Failure(failed, "memory ran out");
     }
@@ -137,7 +181,7 @@ bool Store::exists(const RecordType &type, int32_t db, const Json &key)
 {
     connect(db);
     const MessagePtr record = from_json(*type.descriptor, record_with_key(type, key));
-    const int32_t result = vx_mom_exists_sync(context(), db, record.get());
+    const int32_t result = call([&] { return vx_mom_exists_sync(context(), db, record.get()); });
     check(std::min(result, 0), "look for", type, db);
     return result == 1;
 }
@@ -146,7 +190,8 @@ void Store::set(const RecordType &type, int32_t db, const Json &record)
 {
     const MessagePtr message = from_json(*type.descriptor, record);
     connect(db);
-    check(vx_mom_set_sync(context(), db, message.get()), "write", type, db);
+    const int32_t result = call([&] { return vx_mom_set_sync(context(), db, message.get()); });
+    check(result, "write", type, db);
 }
 
 void Store::set_fields(const RecordType &type, int32_t db, const Json &record,
@@ -155,31 +200,60 @@ void Store::set_fields(const RecordType &type, int32_t db, const Json &record,
     const MessagePtr message = from_json(*type.descriptor, record);
     const std::vector<int32_t> numbers(fields.begin(), fields.end());
     connect(db);
-    check(vx_mom_hmset(context(), db, message.get(), numbers.data(), static_cast<int32_t>(numbers.size()),
-                       nullptr, nullptr),
-          "write fields of", type, db);
+    const int32_t result = call([&] {
+        return vx_mom_hmset(context(), db, message.get(), numbers.data(),
+                            static_cast<int32_t>(numbers.size()), nullptr, nullptr);
+    });
+    check(result, "write fields of", type, db);
 }
 
 void Store::erase(const RecordType &type, int32_t db, const Json &key)
 {
     const MessagePtr record = from_json(*type.descriptor, record_with_key(type, key));
     connect(db);
-    check(vx_mom_del(context(), db, record.get(), nullptr, nullptr), "delete", type, db);
+    const int32_t result = call([&] { return vx_mom_del(context(), db, record.get(), nullptr, nullptr); });
+    check(result, "delete", type, db);
 }
 
 void Store::erase_matching(const RecordType &type, int32_t db, const Json &key, int32_t key_count)
 {
     const MessagePtr record = from_json(*type.descriptor, record_with_key(type, key));
     connect(db);
-    check(vx_mom_pdel(context(), db, record.get(), key_count, nullptr, nullptr), "delete", type, db);
+    const int32_t result =
+        call([&] { return vx_mom_pdel(context(), db, record.get(), key_count, nullptr, nullptr); });
+    check(result, "delete", type, db);
 }
 
 void Store::check(int32_t result, const char *what, const RecordType &type, int32_t db) const
 {
+    if (result == -EBADMSG) {
+        throw Failure(failed, "the record does not decode: " +
+                                  (told_.empty() ? std::string(type.name()) : told_.back()));
+    }
     if (result != 0) {
         throw Failure(failed, std::string("could not ") + what + ' ' + type.name() + " in database " +
-                                  std::to_string(db) + " of " + where_ + " (" + reason(result) + ")");
+                                  std::to_string(db) + " of " + where_ + ' ' + reason(result));
     }
+}
+
+Json Store::with_left_out(Json shown) const
+{
+    if (!left_out_.empty()) {
+        shown["left_out"] = left_out_;
+    }
+    return shown;
+}
+
+int Store::tell_left_out() const
+{
+    if (left_out_.empty()) {
+        return done;
+    }
+    session_.error(
+        std::to_string(left_out_.size()) +
+        (left_out_.size() == 1 ? " record that does not decode is" : " records that do not decode are") +
+        " left out");
+    return failed;
 }
 
 Json record_with_key(const RecordType &type, const Json &key)

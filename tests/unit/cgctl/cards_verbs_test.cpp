@@ -1,8 +1,14 @@
 // card, list and show, on a real store.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <iostream>
 #include <set>
 
+#include "cgctl/cli.h"
 #include "store_fixture.h"
 
 namespace cgctl
@@ -156,6 +162,60 @@ TEST_F(CardVerbs, ACardWithoutStaticPartIsShownToo)
     EXPECT_EQ(list()[0]["node_type"], "DM_TYPE_UNKNOWN");
     cgctl({"set", "card_info", "devid=1", "slotid=3", "static_info.node_type=99"});
     EXPECT_EQ(list()[0]["node_type"], "99");
+}
+
+TEST_F(CardVerbs, ARecordThatDoesNotDecodeIsNotHidden)
+{
+    cgctl({"card", "plug", "1/3"});
+    cgctl({"card", "plug", "1/4"});
+    ASSERT_EQ(tell_server("SELECT 1\r\nHSET p_dev.card_info:0:1:3:0 6 junk\r\n"), "+OK\r\n:0\r\n+OK\r\n");
+    const Outcome shown = run_cgctl({"show", "1/3/0"});
+    EXPECT_EQ(shown.status, 1);
+    EXPECT_TRUE(shown.err.starts_with("cgctl: the record does not decode: record p_dev.card_info:0:1:3:0"))
+        << shown.err;
+    EXPECT_EQ(std::count(shown.err.begin(), shown.err.end(), '\n'), 1) << shown.err;
+    EXPECT_EQ(run_cgctl({"show", "1/4/0"}).status, 0) << "is another card";
+
+    const Outcome text = run_cgctl({"list"});
+    EXPECT_EQ(text.status, 1);
+    EXPECT_NE(text.out.find("\n1/4/0 "), std::string::npos) << text.out;
+    EXPECT_NE(text.err.find("cgctl: 1 record that does not decode is left out\n"), std::string::npos)
+        << text.err;
+    for (const auto &[verb, member] : {std::pair{std::vector<std::string>{"list", "--json"}, "cards"},
+                                       {{"get", "card_info", "--json"}, "records"}}) {
+        const Outcome outcome = run_cgctl(verb);
+        EXPECT_EQ(outcome.status, 1) << member;
+        EXPECT_EQ(outcome.json()[member].size(), 1U) << outcome.out;
+        EXPECT_EQ(outcome.json()["left_out"], (Json{"p_dev.card_info:0:1:3:0"}));
+    }
+}
+
+TEST_F(CardVerbs, AServerWithTooFewDatabasesIsNamedInOneLine)
+{
+    const Outcome outcome = run_cgctl({"get", "card_info", "--db", "70", "--json"});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_NE(Json::parse(outcome.err)["error"].get<std::string>().find("'databases 71'"), std::string::npos)
+        << outcome.err;
+    const Outcome text = run_cgctl({"get", "card_info", "--db", "70"});
+    EXPECT_EQ(text.status, 2);
+    EXPECT_EQ(std::count(text.err.begin(), text.err.end(), '\n'), 1) << text.err;
+}
+
+TEST_F(CardVerbs, AReaderThatGoesAwayIsNoError)
+{
+    cgctl({"card", "plug", "1/3"});
+    Child child([] {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) {
+            return 99;
+        }
+        close(ends[0]);
+        close(ends[1]);
+        (void)signal(SIGPIPE, SIG_IGN);
+        return run({"show", "1/3"}, std::cout, std::cerr);
+    });
+    EXPECT_EQ(child.wait(), 1);
+    EXPECT_EQ(child.err(), "");
 }
 
 TEST_F(CardVerbs, ShowGathersEveryRecordOfTheCardAndOfNoOther)

@@ -1,3 +1,4 @@
+// When the examination of a card starts, goes on or is given up, told without a store and without commands.
 #include "cgctl/check_job.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Real commands: what a check command may do to its runner is not to be found out with a stand-in.
 #include "cgctl/child_process.h"
 
 #include <gtest/gtest.h>

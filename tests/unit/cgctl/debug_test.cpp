@@ -95,6 +95,12 @@ TEST_F(DebugVerb, WrongUsageIsToldApart)
     }
 }
 
+TEST_F(DebugVerb, AnUnknownCommandIsToldWhereTheRightOnesAre)
+{
+    EXPECT_EQ(run_cgctl({"debug", "gret"}).err,
+              "cgctl: module 'app_cg' has no command 'gret'; `cgctl debug` lists those that there are\n");
+}
+
 TEST_F(DebugVerb, NobodyThereIsAFailure)
 {
     const std::string nowhere = folder_.path("nobody");

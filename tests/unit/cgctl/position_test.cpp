@@ -1,3 +1,4 @@
+// Positions are typed by hand: what is taken for one, and what is refused.
 #include "cgctl/position.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// Records as text and back: what `get` prints has to be what `set` takes.
 #include "cgctl/record_text.h"
 
 #include <gtest/gtest.h>

@@ -30,15 +30,21 @@ namespace
 constexpr std::chrono::seconds patience{20};
 constexpr int look_again_ms = 2;
 
-bool can_connect(const std::string &path)
+// A socket; whether it is connected is in `connected`.
+int connect_to(const std::string &path, bool &connected)
 {
     const int socket_number = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    const bool connected =
-        connect(socket_number, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    close(socket_number);
+    connected = connect(socket_number, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    return socket_number;
+}
+
+bool can_connect(const std::string &path)
+{
+    bool connected = false;
+    close(connect_to(path, connected));
     return connected;
 }
 
@@ -207,6 +213,19 @@ void StoreTest::stop_server()
         server_->wait();
         server_.reset();
     }
+}
+
+std::string StoreTest::tell_server(const std::string &lines) const
+{
+    bool connected = false;
+    const int server = connect_to(folder_.path("store"), connected);
+    const std::string request = lines + "QUIT\r\n"; // so that the answers end
+    std::string answers;
+    if (connected && write(server, request.data(), request.size()) == static_cast<ssize_t>(request.size())) {
+        read_available(server, answers);
+    }
+    close(server);
+    return answers;
 }
 
 std::string StoreTest::cgctl(const std::vector<std::string> &arguments)

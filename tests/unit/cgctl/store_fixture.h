@@ -92,6 +92,10 @@ protected:
     void start_server();
     void stop_server();
 
+    // Has the server carry out its own commands, one a line, past the command under test. Returns what it
+    // answered.
+    [[nodiscard]] std::string tell_server(const std::string &lines) const;
+
     // Runs the command and expects success.
     std::string cgctl(const std::vector<std::string> &arguments);
 

@@ -1,3 +1,4 @@
+// Texts from the store and from people, hostile ones included.
 #include "cgctl/text.h"
 
 #include <gtest/gtest.h>

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 
 #include "cgctl/cli.h"
 #include "store_fixture.h"
@@ -11,6 +13,19 @@ namespace cgctl
 
 namespace
 {
+
+// A setting of the environment for a while.
+class Setting
+{
+public:
+    Setting(const char *name, const std::string &value) : name_(name) { setenv(name, value.c_str(), 1); }
+    ~Setting() { unsetenv(name_); }
+    Setting(const Setting &) = delete;
+    Setting &operator=(const Setting &) = delete;
+
+private:
+    const char *name_;
+};
 
 // The one line of a wrong usage; a failure of the test when it was none.
 std::string refused(const std::vector<std::string> &arguments)
@@ -67,8 +82,21 @@ TEST(Usage, WrongOptionsAndArgumentsAreNamed)
     EXPECT_NE(refused({"show", "1/3/x"}).find("\"1/3/x\" is no card position"), std::string::npos);
     EXPECT_NE(refused({"role", "mastr"}).find("nearest: master"), std::string::npos);
     EXPECT_NE(refused({"list", "--", "sh"}).find("module run"), std::string::npos);
-    EXPECT_NE(refused({"--endpoint", "foo", "list"}).find("\"foo\" is no endpoint; unix:/path"),
-              std::string::npos);
+}
+
+TEST(Usage, WrongSettingsOfTheStoreAreOneLineThatSaysWhatIsRight)
+{
+    EXPECT_EQ(refused({"--endpoint", "foo", "list"}),
+              "endpoint 'foo' is none, use unix:/path or tcp:host:port\n");
+    EXPECT_EQ(refused({"--endpoint", "tcp:1", "list"}),
+              "endpoint 'tcp:1' is none, use unix:/path or tcp:host:port\n");
+    {
+        const Setting file("VX_MOM_AUTH_FILE", "/nonexistent");
+        EXPECT_EQ(refused({"list"}), "VX_MOM_AUTH_FILE: /nonexistent: No such file or directory, use a file "
+                                     "with the lines 'user NAME' and 'password SECRET', mode 0600\n");
+    }
+    const Setting deadline("VX_MOM_DEADLINE_MS", "abc");
+    EXPECT_EQ(refused({"watch"}), "VX_MOM_DEADLINE_MS=abc: not a whole number from 1 to 3600000\n");
 }
 
 TEST(Usage, WrongCardsAreRefused)
@@ -91,6 +119,7 @@ TEST(Usage, WrongRecordsAreRefused)
               std::string::npos);
     EXPECT_NE(refused({"set", "--fields", "card_info", "devid=1"}).find("--fields without a field"),
               std::string::npos);
+    EXPECT_NE(refused({"set", "card_info"}).find("nothing given to write"), std::string::npos);
     EXPECT_NE(refused({"set", "card_static_info", "type=1"}).find("--db"), std::string::npos);
     EXPECT_NE(refused({"get", "card_info", "--db", "-1"}).find("--db -1"), std::string::npos);
     EXPECT_NE(refused({"del", "card_info", "--keys", "5"}).find("0 to 4 for p_dev.card_info"),
@@ -104,6 +133,8 @@ TEST(Usage, WrongModulesAreRefused)
     EXPECT_NE(refused({"module", "run", "sixteen-letters-", "--", "true"}).find("1 to 15 characters"),
               std::string::npos);
     EXPECT_NE(refused({"module", "run", "a/b", "--", "true"}).find("no module name"), std::string::npos);
+    EXPECT_NE(refused({"module", "run", ".", "--", "true"}).find("no module name"), std::string::npos);
+    EXPECT_NE(refused({"module", "run", "..", "--", "true"}).find("no module name"), std::string::npos);
     EXPECT_NE(refused({"module", "run", "m1"}).find("cgctl module run m1 -- ./check"), std::string::npos);
     EXPECT_NE(refused({"module", "run", "m1", "--", "no-such-command-here"}).find("cannot be executed"),
               std::string::npos);
@@ -121,11 +152,34 @@ TEST(Usage, ErrorsAreJsonWhereJsonWasAskedFor)
     for (const std::vector<std::string> &arguments : {std::vector<std::string>{"lits", "--json"},
                                                       {"list", "--json", "--colour"},
                                                       {"get", "card_inf", "--json"},
-                                                      {"--json", "show", "x"}}) {
+                                                      {"--json", "show", "x"},
+                                                      {"--json", "--endpoint", "tcp:1", "list"}}) {
         const Outcome outcome = run_cgctl(arguments);
         EXPECT_EQ(outcome.status, 2);
         EXPECT_TRUE(Json::parse(outcome.err).contains("error")) << outcome.err;
     }
+}
+
+TEST(Usage, SettingsAreNamedInJsonToo)
+{
+    const Setting deadline("VX_MOM_DEADLINE_MS", "abc");
+    const Outcome outcome = run_cgctl({"list", "--json", "--endpoint", "unix:/nonexistent/store"});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.err, R"({"error":"VX_MOM_DEADLINE_MS=abc: not a whole number from 1 to 3600000"})"
+                           "\n");
+}
+
+TEST(Usage, AMistakeInTheSettingsFileIsANoticeInTheFormAskedFor)
+{
+    const Folder folder;
+    std::ofstream(folder.path("conf")) << "nonsense\n";
+    const Setting file("VX_PLATFORM_CONF", folder.path("conf"));
+    const Setting deadline("VX_MOM_DEADLINE_MS", "50");
+    const Outcome outcome = run_cgctl({"list", "--json", "--endpoint", "unix:/nonexistent/store"});
+    std::istringstream lines(outcome.err);
+    std::string first;
+    std::getline(lines, first);
+    EXPECT_NE(Json::parse(first)["notice"].get<std::string>().find("NAME=VALUE"), std::string::npos) << first;
 }
 
 TEST(NoStore, IsAFailureThatNamesTheStore)
@@ -133,6 +187,8 @@ TEST(NoStore, IsAFailureThatNamesTheStore)
     setenv("VX_MOM_DEADLINE_MS", "50", 1);
     const Outcome text = run_cgctl({"list", "--endpoint", "unix:/nonexistent/store"});
     EXPECT_EQ(text.status, 1);
+    EXPECT_EQ(std::count(text.err.begin(), text.err.end(), '\n'), 1) << text.err;
+    EXPECT_NE(text.err.find("No such file or directory"), std::string::npos) << text.err;
     EXPECT_NE(text.err.find("cgctl: the store at unix:/nonexistent/store cannot be used"), std::string::npos)
         << text.err;
     const Outcome json = run_cgctl({"list", "--json", "--endpoint", "unix:/nonexistent/store"});
