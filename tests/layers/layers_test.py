@@ -23,6 +23,14 @@ STANDARD = {
     "variant", "vector",
 }  # fmt: skip
 
+# What the built-in platform offers to tools beyond the porting surface: the debug shell's client, what is wrong
+# with the settings, its messages, and a scan that names what it leaves out.
+FOR_TOOLS = {
+    "builtin/platform_log.h", "builtin/settings.h", "builtin/ssat_client.h", "builtin/vx_mom/configuration.h",
+    "builtin/vx_mom/full_scan.h",
+}  # fmt: skip
+LIBRARIES_BEHIND_IT = ("hiredis", "event2/", "event.h", "spdlog", "systemd/")
+
 options = argparse.Namespace()
 
 
@@ -63,6 +71,18 @@ def intruders(source):
     ]
 
 
+def shortcuts(source):
+    """Includes of tools that reach behind the platform."""
+    return [
+        f"{path.relative_to(source)}: {name}"
+        for path in sources(source / "tools" / "cgctl")
+        for _, name in includes_of(path)
+        if name.startswith(LIBRARIES_BEHIND_IT)
+        or (name.startswith("builtin/") and name not in FOR_TOOLS)
+        or (source / "builtin" / "vx_mom" / name).is_file()
+    ]
+
+
 class LayersTest(unittest.TestCase):
     maxDiff = None
 
@@ -74,6 +94,10 @@ class LayersTest(unittest.TestCase):
         self.assertGreater(len(sources(options.source / "builtin")), 5)
         self.assertEqual(intruders(options.source), [])
 
+    def test_tools_do_not_reach_behind_the_platform(self):
+        self.assertGreater(len(sources(options.source / "tools" / "cgctl")), 20)
+        self.assertEqual(shortcuts(options.source), [])
+
     def test_the_check_sees_a_stranger_and_an_intruder(self):
         with tempfile.TemporaryDirectory() as folder:
             tree = pathlib.Path(folder)
@@ -83,6 +107,7 @@ class LayersTest(unittest.TestCase):
                 "src/app_cg/b.cpp": '#  include "platform_context.h"\n#include "schema_registry.h"\n',
                 "platform/vx_mom.h": "",
                 "builtin/c.cpp": '#include "app_cg/own.h"\n',
+                "tools/cgctl/d.cpp": '#include "builtin/ssat_client.h"\n#include "builtin/vx_mom/client.h"\n',
             }.items():
                 path = tree / name
                 path.parent.mkdir(parents=True, exist_ok=True)
@@ -96,6 +121,7 @@ class LayersTest(unittest.TestCase):
                 ],
             )
             self.assertEqual(intruders(tree), ["builtin/c.cpp: app_cg/own.h"])
+            self.assertEqual(shortcuts(tree), ["tools/cgctl/d.cpp: builtin/vx_mom/client.h"])
 
 
 def main():
