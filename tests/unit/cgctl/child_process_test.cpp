@@ -6,6 +6,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <fstream>
+#include <iterator>
+#include <string>
 #include <system_error>
 
 #include "store_fixture.h"
@@ -25,9 +28,17 @@ int status_of(ChildProcess &process)
     return status.value_or(-1);
 }
 
+// Whether a process has ended. An orphan that nobody has waited for yet has: in a container the first process
+// may never do so.
 bool is_gone(pid_t pid)
 {
-    return kill(pid, 0) != 0 && errno == ESRCH;
+    if (kill(pid, 0) != 0) {
+        return errno == ESRCH;
+    }
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    const size_t name_end = text.rfind(") ");
+    return name_end == std::string::npos || text[name_end + 2] == 'Z';
 }
 
 } // namespace
