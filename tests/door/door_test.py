@@ -62,8 +62,6 @@ def configure_and_build():
     build = options.scratch
     define = {
         "APP_CG_PLATFORM_LIBRARY": options.library,
-        "APP_CG_TESTS": "OFF",
-        "APP_CG_TOOLS": "OFF",
         "CMAKE_BUILD_TYPE": options.build_type,
         "CMAKE_C_COMPILER": options.cc,
         "CMAKE_CXX_COMPILER": options.cxx,
