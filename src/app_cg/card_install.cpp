@@ -12,6 +12,7 @@
 #include "app_cg/card_nodes.h"
 #include "app_cg/check_request.h"
 #include "app_cg/check_result.h"
+#include "app_cg/store_result.h"
 #include "app_cg_dbg/logging.h"
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
@@ -184,14 +185,7 @@ bool refresh_node(CardNode *node, const PDev__CardInfo &card)
 
 int32_t handle_written(const vx_mom_result_t *result)
 {
-    if (result == nullptr) {
-        APP_CG_ERROR("result NULL");
-        return APP_CG_ERR_STORE;
-    }
-    if (result->error_code != 0) {
-        APP_CG_ERROR("result error_code %d", result->error_code);
-        return APP_CG_ERR_STORE;
-    }
+    APP_CG_CHECK_STORE_RESULT(result);
     const auto *card = reinterpret_cast<const PDev__CardInfo *>(result->record);
     const int32_t rv = check_card_info(card);
     if (rv != 0) {

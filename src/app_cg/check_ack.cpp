@@ -14,6 +14,7 @@
 #include "app_cg/check_modules.h"
 #include "app_cg/check_request.h"
 #include "app_cg/check_result.h"
+#include "app_cg/store_result.h"
 #include "app_cg_dbg/logging.h"
 #include "p_libpub.pb-c.h"
 #include "s_dev.pb-c.h"
@@ -142,14 +143,7 @@ int32_t decide(const PLibpub__AppCgCardCheckAck &ack)
 
 int32_t handle_written(const vx_mom_result_t *result)
 {
-    if (result == nullptr) {
-        APP_CG_ERROR("result NULL");
-        return APP_CG_ERR_STORE;
-    }
-    if (result->error_code != 0) {
-        APP_CG_ERROR("result error_code %d", result->error_code);
-        return APP_CG_ERR_STORE;
-    }
+    APP_CG_CHECK_STORE_RESULT(result);
     const auto *ack = reinterpret_cast<const PLibpub__AppCgCardCheckAck *>(result->record);
     if (ack == nullptr) {
         APP_CG_ERROR("ack NULL pointer, addr error!\n");

@@ -5,19 +5,13 @@
 
 #include "app_cg/app_cg.h"
 #include "app_cg/record_enum.h"
+#include "app_cg/store_result.h"
 #include "app_cg_dbg/logging.h"
 #include "p_dev.pb-c.h"
 
 int32_t app_cg_dp_grole_pro(const vx_mom_result_t *result)
 {
-    if (result == nullptr) {
-        APP_CG_ERROR("result NULL");
-        return APP_CG_ERR_STORE;
-    }
-    if (result->error_code != 0) {
-        APP_CG_ERROR("result error_code %d", result->error_code);
-        return APP_CG_ERR_STORE;
-    }
+    APP_CG_CHECK_STORE_RESULT(result);
     const auto *dp = reinterpret_cast<const PDev__DpLibGrole *>(result->record);
     if (dp == nullptr) {
         APP_CG_ERROR("dp NULL pointer, addr error!\n");
