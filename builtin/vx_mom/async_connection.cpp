@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <exception>
 
-#include "payload.h"
+#include "names.h"
 #include "platform_log.h"
-#include "sync_connection.h"
+#include "server_info.h"
 
 namespace vx_mom
 {
@@ -33,11 +33,10 @@ bool is_kind(const redisReply &reply, const char *kind, size_t elements)
 
 } // namespace
 
-AsyncConnection::AsyncConnection(event_base *base, const Endpoint &endpoint, const Credentials &credentials,
-                                 int32_t database, milliseconds handshake_limit, AsyncObserver &observer)
-    : base_(base), endpoint_(endpoint), credentials_(credentials), database_(database),
-      handshake_limit_(handshake_limit), observer_(observer), pause_(first_pause),
-      timer_(event_new(base, -1, 0, timer_cb, this))
+AsyncConnection::AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
+                                 milliseconds handshake_limit, AsyncObserver &observer)
+    : base_(base), visitor_(visitor), database_(database), handshake_limit_(handshake_limit),
+      observer_(observer), pause_(first_pause), timer_(event_new(base, -1, 0, timer_cb, this))
 {
 }
 
@@ -60,6 +59,14 @@ void AsyncConnection::subscribe(const std::string &channel)
 {
     if (is_up()) {
         link_->append({"SUBSCRIBE", channel});
+        watch();
+    }
+}
+
+void AsyncConnection::subscribe_all(const std::string &pattern)
+{
+    if (is_up()) {
+        link_->append({"PSUBSCRIBE", pattern});
         watch();
     }
 }
@@ -126,7 +133,7 @@ void AsyncConnection::on_io(short what)
 
 void AsyncConnection::connect()
 {
-    link_.emplace(endpoint_);
+    link_.emplace(visitor_.endpoint);
     if (link_->failed()) {
         retry(link_->problem(), false);
         return;
@@ -144,10 +151,12 @@ void AsyncConnection::greet()
         return;
     }
     state_ = State::greeting;
-    std::vector<Command> commands = greeting(credentials_, database_);
+    std::vector<Command> commands = greeting(visitor_, database_);
     greetings_ = commands.size();
-    greeting_replies_ = 0;
+    greeting_replies_.clear();
+    commands.insert(commands.end(), info_questions.begin(), info_questions.end());
     commands.push_back({"GET", data_set_key});
+    questions_ = commands.size() - greetings_;
     for (const Command &command : commands) {
         link_->append(command);
     }
@@ -174,24 +183,41 @@ void AsyncConnection::take_replies()
 
 void AsyncConnection::take_greeting_reply(Reply reply)
 {
-    const size_t at = greeting_replies_++;
-    if (at < greetings_ && is_turned_away(reply.get(), at, greetings_)) {
+    const size_t at = greeting_replies_.size();
+    if (is_passing(reply.get()) || (at < greetings_ && is_turned_away(reply.get(), at, greetings_))) {
         retry(explain_refusal(reply.get(), database_), !is_passing(reply.get()));
         return;
     }
-    if (at == greetings_) {
-        state_ = State::up;
-        up_since_ = std::chrono::steady_clock::now();
-        (void)event_del(timer_.get());
-        observer_.on_up(is_error(reply.get()) ? std::string() : text_of(reply.get()));
+    greeting_replies_.push_back(std::move(reply));
+    if (greeting_replies_.size() == greetings_ + questions_) {
+        finish_greeting();
     }
+}
+
+void AsyncConnection::finish_greeting()
+{
+    ServerInfo server;
+    std::string problem;
+    const Reply *answers = &greeting_replies_[greetings_];
+    if (!read_server_info(answers[0].get(), answers[1].get(), server, problem)) {
+        retry(problem, true);
+        return;
+    }
+    const std::string id = text_of(answers[2].get());
+    greeting_replies_.clear();
+    state_ = State::up;
+    up_since_ = std::chrono::steady_clock::now();
+    (void)event_del(timer_.get());
+    observer_.on_up(server.run(), id);
 }
 
 void AsyncConnection::take_message(const redisReply &reply)
 {
-    if (is_kind(reply, "message", 3)) {
-        observer_.on_message(text_of(reply.element[1]), text_of(reply.element[2]));
-    } else if (is_kind(reply, "subscribe", 3)) {
+    if (is_kind(reply, "pmessage", 4)) {
+        observer_.on_message(text_of(reply.element[1]), text_of(reply.element[2]), text_of(reply.element[3]));
+    } else if (is_kind(reply, "message", 3)) {
+        observer_.on_message(text_of(reply.element[1]), text_of(reply.element[1]), text_of(reply.element[2]));
+    } else if (is_kind(reply, "subscribe", 3) || is_kind(reply, "psubscribe", 3)) {
         observer_.on_subscribed(text_of(reply.element[1]));
     } else if (is_kind(reply, "pong", 2)) {
         observer_.on_pong();

@@ -11,10 +11,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "endpoint.h"
 #include "libevent_handles.h"
 #include "link.h"
+#include "sync_connection.h"
 
 namespace vx_mom
 {
@@ -28,15 +30,17 @@ public:
     AsyncObserver &operator=(const AsyncObserver &) = delete;
     virtual ~AsyncObserver() = default;
 
-    // The connection stands, to a server whose data has this identity (empty when it has none yet).
-    virtual void on_up(const std::string &data_set_id) = 0;
+    // The connection stands, to this server run, whose data has this identity (empty when it has none yet).
+    virtual void on_up(const std::string &run, const std::string &data_set_id) = 0;
     // A connection that stood is lost.
     virtual void on_lost(const std::string &problem) = 0;
     // A connection could not be made; `lasting` when trying again will hardly help.
     virtual void on_failed(const std::string &problem, bool lasting) = 0;
-    virtual void on_subscribed(const std::string &channel) = 0;
+    // What was asked for is in place: a channel, or a pattern of channels.
+    virtual void on_subscribed(const std::string &watched) = 0;
     virtual void on_refused(const std::string &problem) = 0;
-    virtual void on_message(const std::string &channel, std::string &&payload) = 0;
+    // A message on a channel that belongs to what is watched.
+    virtual void on_message(const std::string &watched, std::string &&channel, std::string &&payload) = 0;
     // The answer to a ping(); they come in the order asked, after all messages published before.
     virtual void on_pong() = 0;
 };
@@ -44,15 +48,17 @@ public:
 class AsyncConnection
 {
 public:
-    AsyncConnection(event_base *base, const Endpoint &endpoint, const Credentials &credentials,
-                    int32_t database, std::chrono::milliseconds handshake_limit, AsyncObserver &observer);
+    AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
+                    std::chrono::milliseconds handshake_limit, AsyncObserver &observer);
 
     // Connects from the loop, and again whenever the connection is lost. Does nothing when already begun.
     void begin();
     bool is_up() const { return state_ == State::up; }
     // Cuts the connection, as if it had been lost.
     void drop(const std::string &problem);
+    // Watches one channel, or all that match a pattern.
     void subscribe(const std::string &channel);
+    void subscribe_all(const std::string &pattern);
     void ping();
 
 private:
@@ -68,22 +74,23 @@ private:
     void greet();
     void take_replies();
     void take_greeting_reply(Reply reply);
+    void finish_greeting();
     void take_message(const redisReply &reply);
     void retry(const std::string &problem, bool lasting);
     void watch();
     void arm_timer(std::chrono::milliseconds pause);
 
     event_base *base_;
-    const Endpoint &endpoint_;
-    const Credentials &credentials_;
+    const Visitor &visitor_;
     int32_t database_;
     std::chrono::milliseconds handshake_limit_;
     AsyncObserver &observer_;
     State state_ = State::idle;
     std::chrono::milliseconds pause_;
     std::chrono::steady_clock::time_point up_since_;
-    size_t greetings_ = 0;        // commands of the greeting
-    size_t greeting_replies_ = 0; // of which so many are answered
+    size_t greetings_ = 0;                // commands of the greeting
+    size_t questions_ = 0;                // commands that follow it
+    std::vector<Reply> greeting_replies_; // to both, as far as they have come
     platform::Event timer_;
     std::optional<Link> link_;
     platform::Event io_; // watches the link's descriptor: declared after it, gone before it

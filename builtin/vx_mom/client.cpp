@@ -29,8 +29,9 @@ void ignore_broken_pipes()
 } // namespace
 
 Client::Client(vx_global_t *global)
-    : shared_{global, platform::event_base_of(global), {},
-              {},     Outage(configured_deadline()),   [this] { schedule_turn(); }},
+    : shared_{global, platform::event_base_of(global), {}, Outage(configured_deadline()),
+              {},     [this] {
+          schedule_turn(); }},
       turn_event_(event_new(shared_.base, -1, 0, turn_cb, this))
 {
     platform::log_open(platform::module_of(global));
@@ -114,8 +115,10 @@ bool Client::configure(std::string &why)
     if (!place) {
         return false;
     }
-    shared_.endpoint = place->endpoint;
-    shared_.credentials = place->credentials;
+    shared_.visitor = {place->endpoint, place->credentials, platform::module_of(shared_.global)};
+    const ReplicaSetting replicas = configured_replicas();
+    shared_.replicas.count = replicas.count;
+    shared_.replicas.limit = replicas.limit;
     return true;
 }
 

@@ -1,6 +1,8 @@
 // Reading the store client's settings; see the header.
 #include "configuration.h"
 
+#include <utility>
+
 #include "settings.h"
 
 namespace vx_mom
@@ -12,6 +14,10 @@ namespace
 constexpr const char *deadline_setting = "VX_MOM_DEADLINE_MS";
 constexpr int64_t default_deadline_ms = 5000;
 constexpr platform::Bounds deadline_bounds_ms{1, 3600000};
+constexpr const char *replicas_setting = "VX_MOM_WAIT_REPLICAS";
+constexpr platform::Bounds replicas_bounds{0, 100};
+constexpr const char *replica_limit_setting = "VX_MOM_WAIT_MS";
+constexpr int64_t default_replica_limit_ms = 100;
 
 } // namespace
 
@@ -35,13 +41,30 @@ std::chrono::milliseconds configured_deadline()
         deadline_setting, default_deadline_ms, deadline_bounds_ms.least, deadline_bounds_ms.most));
 }
 
+ReplicaSetting configured_replicas()
+{
+    const int64_t count =
+        platform::setting_number(replicas_setting, 0, replicas_bounds.least, replicas_bounds.most);
+    const int64_t limit_ms = platform::setting_number(replica_limit_setting, default_replica_limit_ms,
+                                                      deadline_bounds_ms.least, deadline_bounds_ms.most);
+    return {static_cast<int>(count), std::chrono::milliseconds(limit_ms)};
+}
+
 std::string configuration_problem()
 {
     std::string why;
     if (!configured_place(why)) {
         return why;
     }
-    return platform::number_problem(deadline_setting, deadline_bounds_ms);
+    const std::pair<const char *, platform::Bounds> numbers[] = {{deadline_setting, deadline_bounds_ms},
+                                                                 {replicas_setting, replicas_bounds},
+                                                                 {replica_limit_setting, deadline_bounds_ms}};
+    for (const auto &[name, bounds] : numbers) {
+        if (why.empty()) {
+            why = platform::number_problem(name, bounds);
+        }
+    }
+    return why;
 }
 
 } // namespace vx_mom

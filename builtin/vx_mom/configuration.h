@@ -26,6 +26,15 @@ std::optional<StorePlace> configured_place(std::string &why);
 // Reads VX_MOM_DEADLINE_MS; a value that is none is reported and the default is used.
 std::chrono::milliseconds configured_deadline();
 
+// How many replicas a write waits for, and for how long.
+struct ReplicaSetting {
+    int count;
+    std::chrono::milliseconds limit;
+};
+
+// Reads VX_MOM_WAIT_REPLICAS and VX_MOM_WAIT_MS; as above.
+ReplicaSetting configured_replicas();
+
 // Returns one line that says what is wrong with these settings and what would be right; empty when nothing
 // is. Unlike the client, for whom a wrong deadline is no reason not to serve, it finds fault with that too.
 std::string configuration_problem();

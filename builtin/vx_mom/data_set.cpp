@@ -4,8 +4,10 @@
 #include <algorithm>
 #include <charconv>
 #include <random>
+#include <sstream>
 
-#include "payload.h"
+#include "names.h"
+#include "schema_registry.h"
 
 namespace vx_mom
 {
@@ -13,76 +15,198 @@ namespace vx_mom
 namespace
 {
 
+constexpr size_t questions_besides_counters = 4;
+
+bool parse_whole(std::string_view text, uint64_t &number)
+{
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
 bool read_revision(const redisReply *reply, uint64_t &revision)
 {
     revision = 0;
     if (reply == nullptr || reply->type == REDIS_REPLY_NIL) {
         return reply != nullptr;
     }
-    const std::string text = text_of(reply);
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, revision);
-    return !is_error(reply) && result.ec == std::errc() && result.ptr == end;
+    return !is_error(reply) && parse_whole(text_of(reply), revision);
 }
 
-} // namespace
-
-std::vector<Command> DataSet::questions() const
+// "<identity> <type>=<revision> ...". What does not read is passed over: a run that began with nothing is one
+// whose data cannot be believed.
+Run parse_run(const std::string &text)
 {
-    std::vector<Command> commands{{"GET", data_set_key}};
-    for (const auto &known : revisions_) {
-        commands.push_back({"GET", counter_key(known.first)});
-    }
-    return commands;
-}
-
-bool DataSet::read(const std::vector<Reply> &replies, Answers &answers) const
-{
-    if (replies.size() != revisions_.size() + 1 || is_error(replies[0].get())) {
-        return false;
-    }
-    answers.id = text_of(replies[0].get());
-    size_t at = 1;
-    for (const auto &known : revisions_) {
-        if (!read_revision(replies[at++].get(), answers.revisions[known.first])) {
-            return false;
+    Run run;
+    std::istringstream words(text);
+    words >> run.identity;
+    for (std::string word; words >> word;) {
+        const size_t equals = word.find('=');
+        uint64_t revision = 0;
+        if (equals != std::string::npos && parse_whole(std::string_view(word).substr(equals + 1), revision)) {
+            run.began_with[word.substr(0, equals)] = revision;
         }
     }
-    return true;
+    return run;
 }
 
-bool DataSet::is_same(const Answers &answers) const
+void read_runs(const redisReply *reply, DataSet::Answers &answers)
 {
-    if (answers.id != id_) {
-        return false;
+    if (reply->type != REDIS_REPLY_ARRAY) {
+        return; // wrong type, or no right to read it: then no run is known
     }
-    return std::all_of(revisions_.begin(), revisions_.end(), [&](const auto &known) {
-        const auto found = answers.revisions.find(known.first);
-        return found != answers.revisions.end() && found->second >= known.second;
+    for (size_t i = 0; i + 1 < reply->elements; i += 2) {
+        const std::string name = text_of(reply->element[i]);
+        const std::string value = text_of(reply->element[i + 1]);
+        uint64_t number = 0;
+        if (name == "library") {
+            answers.library = value;
+        } else if (name == "now") {
+            (void)parse_whole(value, answers.present_run);
+        } else if (parse_whole(name, number)) {
+            answers.runs[number] = parse_run(value);
+        }
+    }
+}
+
+bool holds(const Revisions &stored, const Revisions &known)
+{
+    return std::all_of(known.begin(), known.end(), [&](const auto &entry) {
+        const auto found = stored.find(entry.first);
+        return entry.second == 0 || (found != stored.end() && found->second >= entry.second);
     });
 }
 
-void DataSet::adopt(const Answers &answers)
-{
-    known_ = true;
-    id_ = answers.id;
-    revisions_ = answers.revisions;
-}
-
-void DataSet::learn(const std::string &type, uint64_t revision)
-{
-    uint64_t &highest = revisions_[type];
-    highest = std::max(highest, revision);
-}
-
-Command name_data_set()
+std::string random_text()
 {
     std::random_device random;
     std::string text;
     for (int i = 0; i < 32; i++) {
         text += "0123456789abcdef"[random() % 16];
     }
-    return {"SET", data_set_key, text, "NX"};
+    return text;
+}
+
+} // namespace
+
+std::vector<Command> DataSet::questions() const
+{
+    std::vector<Command> commands = info_questions;
+    commands.push_back({"GET", data_set_key});
+    commands.push_back({"HGETALL", runs_key});
+    for (const auto &known : learned_) {
+        commands.push_back({"GET", counter_key(known.first)});
+    }
+    return commands;
+}
+
+bool DataSet::read(const std::vector<Reply> &replies, Answers &answers, std::string &why) const
+{
+    answers = {};
+    if (replies.size() != questions_besides_counters + learned_.size()) {
+        why = "the store server answers something else than it was asked";
+        return false;
+    }
+    if (!read_server_info(replies[0].get(), replies[1].get(), answers.server, why)) {
+        return false;
+    }
+    if (is_error(replies[2].get())) {
+        why = std::string(data_set_key) + ": the store server answers: " + text_of(replies[2].get());
+        return false;
+    }
+    answers.id = text_of(replies[2].get());
+    read_runs(replies[3].get(), answers);
+    size_t at = questions_besides_counters;
+    for (const auto &known : learned_) {
+        const redisReply *reply = replies[at++].get();
+        if (!read_revision(reply, answers.revisions[known.first])) {
+            why = counter_key(known.first) + " holds no revision: " + text_of(reply);
+            return false;
+        }
+    }
+    return true;
+}
+
+bool DataSet::is_same(const Answers &answers, bool with_heard) const
+{
+    Revisions known = learned_;
+    if (with_heard) {
+        for (const auto &[type, revision] : heard_) {
+            known[type] = std::max(known[type], revision);
+        }
+    }
+    return (id_.empty() || answers.id == id_) && holds(answers.revisions, known) &&
+           is_same_run(answers, known);
+}
+
+bool DataSet::is_same_run(const Answers &answers, const Revisions &known) const
+{
+    const std::string &run = answers.server.run();
+    if (run == run_) {
+        return true;
+    }
+    const auto present = answers.runs.find(answers.present_run);
+    const bool is_noted = present != answers.runs.end() && present->second.identity == run;
+    if (run_number_ == 0 || !is_noted) {
+        return true; // nobody who may register it has met one of the runs: the revisions have to do
+    }
+    const auto ours = answers.runs.find(run_number_);
+    if (ours == answers.runs.end() || ours->second.identity != run_) {
+        return false;
+    }
+    for (uint64_t number = run_number_ + 1; number <= answers.present_run; number++) {
+        const auto later = answers.runs.find(number);
+        if (later == answers.runs.end() || !holds(later->second.began_with, known)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void DataSet::adopt(const Answers &answers)
+{
+    known_ = true;
+    id_ = answers.id;
+    run_ = answers.server.run();
+    const auto present = answers.runs.find(answers.present_run);
+    run_number_ = present != answers.runs.end() && present->second.identity == run_ ? answers.present_run : 0;
+    learned_ = answers.revisions;
+    heard_.clear();
+}
+
+void DataSet::learn(const std::string &type, uint64_t revision)
+{
+    uint64_t &highest = learned_[type];
+    highest = std::max(highest, revision);
+    heard_.erase(type);
+}
+
+void DataSet::hear(const std::string &type, uint64_t revision)
+{
+    uint64_t &highest = heard_[type];
+    highest = std::max(highest, revision);
+}
+
+bool is_registered(const DataSet::Answers &answers)
+{
+    const auto present = answers.runs.find(answers.present_run);
+    return !answers.id.empty() && present != answers.runs.end() &&
+           present->second.identity == answers.server.run() && answers.library == library_digest();
+}
+
+Command registration(const ServerInfo &server)
+{
+    std::vector<std::string> types;
+    for (size_t i = 0; i < schema_registry_count(); i++) {
+        types.emplace_back(schema_registry_at(i)->name);
+    }
+    Command command{"FCALL", register_function, std::to_string(2 + types.size()), data_set_key, runs_key};
+    for (const std::string &type : types) {
+        command.push_back(counter_key(type));
+    }
+    command.insert(command.end(), {server.run(), random_text(), library_digest()});
+    command.insert(command.end(), types.begin(), types.end());
+    return command;
 }
 
 } // namespace vx_mom

@@ -6,8 +6,10 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <random>
 
-#include "payload.h"
+#include "names.h"
 #include "platform_log.h"
 
 namespace vx_mom
@@ -33,20 +35,39 @@ const redisReply *first_passing(const std::vector<Reply> &replies)
     return found == replies.end() ? nullptr : found->get();
 }
 
-Command script_call(const char *verb, const std::string &script, const std::vector<std::string> &keys,
-                    const std::vector<std::string> &arguments)
+Command function_call(const char *function, const std::vector<std::string> &keys,
+                      const std::vector<std::string> &arguments)
 {
-    Command command{verb, script, std::to_string(keys.size())};
+    Command command{"FCALL", function, std::to_string(keys.size())};
     command.insert(command.end(), keys.begin(), keys.end());
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
 }
 
+Command load_functions()
+{
+    return {"FUNCTION", "LOAD", "REPLACE", library_code()};
+}
+
+bool is_missing_function(const redisReply *reply)
+{
+    return is_error(reply) && text_of(reply).find("unction not found") != std::string::npos;
+}
+
+std::string random_name()
+{
+    std::random_device random;
+    char text[16];
+    (void)std::snprintf(text, sizeof text, "%08x.", static_cast<unsigned>(random()));
+    return text;
+}
+
 } // namespace
 
 Database::Database(Shared &shared, int32_t number)
-    : shared_(shared), number_(number), sync_(shared.endpoint, shared.credentials, number),
-      async_(shared.base, shared.endpoint, shared.credentials, number, shared.outage.budget(), *this)
+    : shared_(shared), number_(number), sync_(shared.visitor, number),
+      async_(shared.base, shared.visitor, number, shared.outage.budget(), *this),
+      channel_prefix_(channel_prefix(number)), writer_(random_name())
 {
 }
 
@@ -89,7 +110,7 @@ Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
             return refuse();
         }
         shared_.outage.begin(result == Exchange::timed_out ? began : Clock::now(),
-                             shared_.endpoint.text + ": " + problem);
+                             shared_.visitor.endpoint.text + ": " + problem);
         if (result == Exchange::timed_out || only_once || Clock::now() + pause >= deadline) {
             return give_up(purpose, problem);
         }
@@ -98,12 +119,18 @@ Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
     }
 }
 
-int32_t Database::change(const Script &script, const std::vector<std::string> &keys,
+int32_t Database::change(const char *function, const std::vector<std::string> &keys,
                          const std::vector<std::string> &arguments, const std::string &type)
 {
-    Answer answer = ask({script_call("EVALSHA", script.sha1, keys, arguments)}, Purpose::write);
-    if (answer.error == ok && is_error(answer.replies[0].get(), "NOSCRIPT")) {
-        answer = ask({script_call("EVAL", script.body, keys, arguments)}, Purpose::write);
+    std::vector<Command> commands{function_call(function, keys, arguments)};
+    if (shared_.replicas.count > 0) {
+        // Once they did not confirm, no call waits for them again until they do.
+        const auto limit = shared_.replicas.is_missed ? milliseconds(1) : shared_.replicas.limit;
+        commands.push_back({"WAIT", std::to_string(shared_.replicas.count), std::to_string(limit.count())});
+    }
+    Answer answer = ask(commands, Purpose::write);
+    if (answer.error == ok && is_missing_function(answer.replies[0].get())) {
+        answer = load_and_call(commands);
     }
     if (answer.error != ok) {
         return answer.error;
@@ -119,7 +146,54 @@ int32_t Database::change(const Script &script, const std::vector<std::string> &k
         return internal_failure;
     }
     learn(type, revision);
+    if (commands.size() > 1) {
+        note_replicas(answer.replies[1].get());
+    }
     return ok;
+}
+
+std::string Database::new_mark()
+{
+    return writer_ + std::to_string(++writes_);
+}
+
+// The server has lost its functions. One who may loads them; who may not waits for one who may.
+Answer Database::load_and_call(const std::vector<Command> &call)
+{
+    const Clock::time_point deadline = shared_.outage.deadline();
+    bool told = false;
+    for (;;) {
+        const Answer loaded = ask({load_functions()}, Purpose::write);
+        if (loaded.error != ok) {
+            return {loaded.error, {}};
+        }
+        Answer answer = ask(call, Purpose::write);
+        if (answer.error != ok || !is_missing_function(answer.replies[0].get()) ||
+            Clock::now() + longest_retry_pause >= deadline) {
+            return answer;
+        }
+        if (!told) {
+            told = true;
+            PLATFORM_LOG(platform::log_warn,
+                         "database %d: the server has no functions %s, and loading them is refused: %s",
+                         number_, library_name, text_of(loaded.replies[0].get()).c_str());
+        }
+        pause_for(longest_retry_pause);
+    }
+}
+
+void Database::note_replicas(const redisReply *reply)
+{
+    const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < shared_.replicas.count;
+    if (missed && !shared_.replicas.is_missed) {
+        PLATFORM_LOG(platform::log_warn, "a write is confirmed by %lld replicas and not by %d %s",
+                     reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, shared_.replicas.count,
+                     text_of(reply).c_str());
+    } else if (!missed && shared_.replicas.is_missed) {
+        PLATFORM_LOG(platform::log_notice, "writes are confirmed by %d replicas again",
+                     shared_.replicas.count);
+    }
+    shared_.replicas.is_missed = missed;
 }
 
 void Database::begin()
@@ -167,11 +241,12 @@ bool Database::confirm_data_set()
 {
     const Answer answer = ask(data_set_.questions(), Purpose::read);
     DataSet::Answers answers;
-    if (answer.error != ok) {
-        drop("the store's data cannot be identified");
+    std::string problem = "no answer";
+    if (answer.error != ok || !data_set_.read(answer.replies, answers, problem)) {
+        drop("the store's data cannot be identified: " + problem);
         return false;
     }
-    if (!data_set_.read(answer.replies, answers) || !data_set_.is_same(answers)) {
+    if (!data_set_.is_same(answers, false)) {
         other_data_ = true;
         drop("the store holds other data");
         return false;
@@ -179,8 +254,9 @@ bool Database::confirm_data_set()
     return true;
 }
 
-void Database::on_up(const std::string &data_set_id)
+void Database::on_up(const std::string &run, const std::string &data_set_id)
 {
+    async_run_ = run;
     async_id_ = data_set_id;
     pings_ = 0;
     pongs_ = 0;
@@ -192,7 +268,7 @@ void Database::on_up(const std::string &data_set_id)
 
 void Database::on_lost(const std::string &problem)
 {
-    shared_.outage.begin(Clock::now(), shared_.endpoint.text + ": " + problem);
+    shared_.outage.begin(Clock::now(), shared_.visitor.endpoint.text + ": " + problem);
     arrival_due_ = false;
     arrivals_.clear();
     loss_due_ = reported_up_ || loss_due_;
@@ -209,12 +285,12 @@ void Database::on_failed(const std::string &problem, bool lasting)
         tell_once(problem);
         return;
     }
-    shared_.outage.begin(Clock::now(), shared_.endpoint.text + ": " + problem);
+    shared_.outage.begin(Clock::now(), shared_.visitor.endpoint.text + ": " + problem);
 }
 
-void Database::on_subscribed(const std::string &channel)
+void Database::on_subscribed(const std::string &watched)
 {
-    if (const auto subscription = subscription_of(channel)) {
+    if (const auto subscription = subscription_of(watched)) {
         subscription->on_confirmed();
         shared_.schedule_turn();
     }
@@ -230,9 +306,10 @@ void Database::on_refused(const std::string &problem)
     }
 }
 
-void Database::on_message(const std::string &channel, std::string &&payload)
+void Database::on_message(const std::string &watched, std::string &&channel, std::string &&payload)
 {
-    arrivals_.push_back({channel, std::move(payload)});
+    channel.erase(0, channel_prefix_.size());
+    arrivals_.push_back({watched, std::move(channel), std::move(payload)});
     shared_.schedule_turn();
 }
 
@@ -261,15 +338,15 @@ Exchange Database::open(Clock::time_point deadline)
         return opened;
     }
     DataSet::Answers answers;
-    const Exchange identified = identify(deadline, answers);
+    Exchange identified = identify(deadline, answers);
+    if (identified == Exchange::answered && !is_registered(answers)) {
+        identified = register_run(deadline, answers);
+    }
     if (identified != Exchange::answered) {
         return identified;
     }
-    if (!data_set_.is_known()) {
+    if (!data_set_.is_known() || data_set_.is_same(answers)) {
         data_set_.adopt(answers);
-        return Exchange::answered;
-    }
-    if (data_set_.is_same(answers)) {
         return Exchange::answered;
     }
     // The call that found out fails in any case: it was meant for the data that is gone.
@@ -293,20 +370,33 @@ Exchange Database::identify(Clock::time_point deadline, DataSet::Answers &answer
     if (result != Exchange::answered) {
         return result;
     }
-    if (first_passing(replies) != nullptr) {
-        sync_.close();
-        return Exchange::lost;
+    if (const redisReply *passing = first_passing(replies)) {
+        return sync_.put_off(text_of(passing));
     }
-    if (!data_set_.read(replies, answers)) {
-        answers = {}; // without an identity, which is another one than any known
+    std::string problem;
+    return data_set_.read(replies, answers, problem) ? Exchange::answered : sync_.reject(problem);
+}
+
+// The server process is new, or has none of the present functions: registers it, with them. A user without
+// the right to that leaves it to those who have.
+Exchange Database::register_run(Clock::time_point deadline, DataSet::Answers &answers)
+{
+    std::vector<Reply> replies;
+    const Exchange result =
+        sync_.exchange({load_functions(), registration(answers.server)}, deadline, replies);
+    if (result != Exchange::answered) {
+        return result;
     }
-    return Exchange::answered;
+    if (const redisReply *passing = first_passing(replies)) {
+        return sync_.put_off(text_of(passing));
+    }
+    return identify(deadline, answers);
 }
 
 Answer Database::give_up(Purpose purpose, const std::string &problem)
 {
     PLATFORM_LOG(platform::log_error, "database %d: %s given up: %s: %s", number_,
-                 purpose == Purpose::write ? "write" : "read", shared_.endpoint.text.c_str(),
+                 purpose == Purpose::write ? "write" : "read", shared_.visitor.endpoint.text.c_str(),
                  problem.c_str());
     if (purpose == Purpose::write) {
         write_given_up_ = true;
@@ -329,8 +419,8 @@ void Database::tell_once(const std::string &problem)
 {
     if (problem != told_problem_) {
         told_problem_ = problem;
-        PLATFORM_LOG(platform::log_error, "database %d at %s: %s", number_, shared_.endpoint.text.c_str(),
-                     problem.c_str());
+        PLATFORM_LOG(platform::log_error, "database %d at %s: %s", number_,
+                     shared_.visitor.endpoint.text.c_str(), problem.c_str());
     }
 }
 
@@ -387,11 +477,13 @@ bool Database::identify_returned(bool &other)
         answer = ask(data_set_.questions(), Purpose::read);
     }
     DataSet::Answers answers;
-    if (answer.error != ok || !async_.is_up() || !data_set_.read(answer.replies, answers)) {
-        drop("the store's data cannot be identified");
+    std::string problem = "no answer";
+    if (answer.error != ok || !async_.is_up() || !data_set_.read(answer.replies, answers, problem)) {
+        drop("the store's data cannot be identified: " + problem);
         return false;
     }
-    if (async_id_ != answers.id) {
+    // The identity may have been given after the connection on the loop asked for it.
+    if (async_run_ != answers.server.run() || (!async_id_.empty() && async_id_ != answers.id)) {
         sync_.close();
         drop("the connections reach different data");
         return false;
@@ -409,12 +501,12 @@ bool Database::hand_out_arrivals()
     for (size_t i = 0; i < arrivals_per_turn && !arrivals_.empty(); i++) {
         Arrival arrival = std::move(arrivals_.front());
         arrivals_.pop_front();
-        if (arrival.channel.empty()) {
+        if (arrival.watched.empty()) {
             pongs_++;
             continue;
         }
-        if (const auto subscription = subscription_of(arrival.channel)) {
-            subscription->on_message(std::move(arrival.payload));
+        if (const auto subscription = subscription_of(arrival.watched)) {
+            subscription->on_message(std::move(arrival.key), std::move(arrival.payload));
         }
     }
     return !arrivals_.empty();
@@ -438,10 +530,10 @@ bool Database::advance_subscriptions()
     return more;
 }
 
-std::shared_ptr<Subscription> Database::subscription_of(const std::string &channel)
+std::shared_ptr<Subscription> Database::subscription_of(const std::string &watched)
 {
     const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
-                                    [&](const auto &known) { return known->channel() == channel; });
+                                    [&](const auto &known) { return known->watched() == watched; });
     return found == subscriptions_.end() ? nullptr : *found;
 }
 

@@ -18,7 +18,6 @@
 #include "data_set.h"
 #include "errors.h"
 #include "outage.h"
-#include "scripts.h"
 #include "subscription.h"
 #include "sync_connection.h"
 #include "vx_mom.h"
@@ -26,13 +25,20 @@
 namespace vx_mom
 {
 
+// How many replicas must have a write before the call returns, and how long it waits for them.
+struct ReplicaWait {
+    int count = 0;
+    std::chrono::milliseconds limit{0};
+    bool is_missed = false; // they did not confirm the last write
+};
+
 // What the databases of a client share. All of it outlives them.
 struct Shared {
     vx_global_t *global;
     event_base *base;
-    Endpoint endpoint;
-    Credentials credentials;
+    Visitor visitor;
     Outage outage;
+    ReplicaWait replicas;
     std::function<void()> schedule_turn; // has turn() called soon, from the loop
 };
 
@@ -53,11 +59,14 @@ public:
     int32_t connect();
     // Sends commands in one go and waits for all replies, whatever happens to the connection meanwhile.
     Answer ask(const std::vector<Command> &commands, Purpose purpose);
-    // Runs a script that changes records of the named type. Returns ok or an error.
-    int32_t change(const Script &script, const std::vector<std::string> &keys,
+    // Calls a function that changes records of the named type. Returns ok or an error.
+    int32_t change(const char *function, const std::vector<std::string> &keys,
                    const std::vector<std::string> &arguments, const std::string &type);
-    // A revision of a type was seen in this database.
+    // A text that no other write bears: the server knows by it a write that is repeated.
+    std::string new_mark();
+    // A revision of a type was told by the server, or came with a change.
     void learn(const std::string &type, uint64_t revision) { data_set_.learn(type, revision); }
+    void hear(const std::string &type, uint64_t revision) { data_set_.hear(type, revision); }
 
     // Wants the connection on the loop.
     void begin();
@@ -71,6 +80,7 @@ public:
 
     // For subscriptions.
     void watch(const std::string &channel) { async_.subscribe(channel); }
+    void watch_all(const std::string &pattern) { async_.subscribe_all(pattern); }
     // Sends a ping, whose answer comes after all changes published before; returns its number.
     uint64_t ping();
     bool is_answered(uint64_t ping) const { return pongs_ >= ping; }
@@ -80,19 +90,20 @@ public:
     bool confirm_data_set();
 
 private:
-    void on_up(const std::string &data_set_id) override;
+    void on_up(const std::string &run, const std::string &data_set_id) override;
     void on_lost(const std::string &problem) override;
     void on_failed(const std::string &problem, bool lasting) override;
-    void on_subscribed(const std::string &channel) override;
+    void on_subscribed(const std::string &watched) override;
     void on_refused(const std::string &problem) override;
-    void on_message(const std::string &channel, std::string &&payload) override;
+    void on_message(const std::string &watched, std::string &&channel, std::string &&payload) override;
     void on_pong() override;
 
-    // What came on the connection of the loop: a message, or without a channel the answer to a ping. One
-    // queue for all, so that changes of different record types are delivered in the order in which they were
-    // made.
+    // What came on the connection of the loop: a message, or the answer to a ping, when nothing is watched.
+    // One queue for all, so that changes of different record types are delivered in the order in which they
+    // were made.
     struct Arrival {
-        std::string channel;
+        std::string watched;
+        std::string key; // of the record, from the channel's name
         std::string payload;
     };
 
@@ -100,6 +111,9 @@ private:
                      std::vector<Reply> &replies);
     Exchange open(Clock::time_point deadline);
     Exchange identify(Clock::time_point deadline, DataSet::Answers &answers);
+    Exchange register_run(Clock::time_point deadline, DataSet::Answers &answers);
+    Answer load_and_call(const std::vector<Command> &call);
+    void note_replicas(const redisReply *reply);
     Answer give_up(Purpose purpose, const std::string &problem);
     Answer refuse();
     void tell_once(const std::string &problem);
@@ -108,7 +122,7 @@ private:
     bool identify_returned(bool &other);
     bool hand_out_arrivals();
     bool advance_subscriptions();
-    std::shared_ptr<Subscription> subscription_of(const std::string &channel);
+    std::shared_ptr<Subscription> subscription_of(const std::string &watched);
 
     Shared &shared_;
     int32_t number_;
@@ -116,6 +130,9 @@ private:
     AsyncConnection async_;
     DataSet data_set_;
     std::string told_problem_; // the last one logged, so that each is logged once
+    std::string channel_prefix_;
+    std::string writer_; // what the marks of this client's writes begin with
+    uint64_t writes_ = 0;
 
     bool wanted_ = false;      // the connection on the loop was asked for
     bool arrived_ = false;     // it came up once
@@ -125,7 +142,9 @@ private:
     bool other_data_ = false;  // the store was found to hold other data
     bool settling_ = false;    // a return is being looked into
     bool write_given_up_ = false;
-    std::string async_id_; // the data's identity as the connection on the loop sees it
+    std::string
+        async_run_; // the server run, and the data's identity, as the connection on the loop sees them
+    std::string async_id_;
 
     std::deque<Arrival> arrivals_; // of the present connection of the loop
     uint64_t pings_ = 0;           // sent on the present connection of the loop

@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+#include "names.h"
 #include "scalar.h"
 #include "vx_mom_schema.h"
 
@@ -178,6 +179,13 @@ bool decode_key(const ProtobufCMessageDescriptor &type, std::string_view key, st
     }
     append_delimited(wire, field->id, index);
     return true;
+}
+
+std::string key_part(std::string_view text)
+{
+    std::string part;
+    append_escaped(part, text);
+    return part;
 }
 
 } // namespace vx_mom

@@ -2,6 +2,7 @@
 // layers.
 #include "link.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 
 #include <cstring>
@@ -40,6 +41,9 @@ Link::Link(const Endpoint &endpoint)
         // A peer that is gone without a word is noticed only by asking. Fails harmlessly while connecting.
         (void)redisEnableKeepAlive(context_.get());
         context_->err = 0;
+    }
+    if (context_ != nullptr && context_->fd >= 0) {
+        (void)fcntl(context_->fd, F_SETFD, FD_CLOEXEC); // what a command starts has no business here
     }
 }
 

@@ -2,10 +2,11 @@
 // calls themselves.
 #include "operations.h"
 
-#include <set>
+#include <algorithm>
+#include <iterator>
 
 #include "key.h"
-#include "payload.h"
+#include "names.h"
 #include "platform_log.h"
 #include "snapshot.h"
 
@@ -19,11 +20,6 @@ std::vector<std::string> keys_of(const ProtobufCMessage &record)
 {
     const std::string type = record.descriptor->name;
     return {encode_key(record), counter_key(type), index_key(type)};
-}
-
-std::string channel_of(const Database &database, const ProtobufCMessage &record)
-{
-    return channel_name(database.number(), record.descriptor->name);
 }
 
 void append_pairs(const Fields &fields, std::vector<std::string> &arguments)
@@ -49,9 +45,9 @@ int32_t set(Database &database, const ProtobufCMessage &record)
     if (!encode_record(record, content)) {
         return unstorable(record);
     }
-    std::vector<std::string> arguments{channel_of(database, record)};
+    std::vector<std::string> arguments{channel_prefix(database.number()), database.new_mark()};
     append_pairs(content.present, arguments);
-    return database.change(set_script(), keys_of(record), arguments, record.descriptor->name);
+    return database.change(set_function, keys_of(record), arguments, record.descriptor->name);
 }
 
 int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count)
@@ -60,16 +56,16 @@ int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t 
     if (!encode_fields(record, fields, count, content)) {
         return unstorable(record);
     }
-    std::vector<std::string> arguments{channel_of(database, record),
+    std::vector<std::string> arguments{channel_prefix(database.number()), database.new_mark(),
                                        std::to_string(2 * content.present.size())};
     append_pairs(content.present, arguments);
     arguments.insert(arguments.end(), content.absent.begin(), content.absent.end());
-    return database.change(hmset_script(), keys_of(record), arguments, record.descriptor->name);
+    return database.change(hmset_function, keys_of(record), arguments, record.descriptor->name);
 }
 
 int32_t del(Database &database, const ProtobufCMessage &record)
 {
-    return database.change(del_script(), keys_of(record), {channel_of(database, record)},
+    return database.change(del_function, keys_of(record), {channel_prefix(database.number())},
                            record.descriptor->name);
 }
 
@@ -82,36 +78,37 @@ int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_cou
         PLATFORM_LOG(platform::log_error, "%s has %zu key fields, not %d", type.c_str(), fields, key_count);
         return invalid;
     }
-    return database.change(
-        pdel_script(), {counter_key(type), index_key(type)},
-        {channel_of(database, record), encode_key_prefix(record, given), given == fields ? "1" : "0"}, type);
+    if (given == fields) {
+        return del(database, record); // one record: no need to look through the others
+    }
+    return database.change(pdel_function, {counter_key(type), index_key(type)},
+                           {channel_prefix(database.number()), encode_key_prefix(record, given)}, type);
 }
 
 int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver,
              std::vector<std::string> &left_out)
 {
-    // A record that changes during the scan moves to the end of the order and is met again there.
-    std::set<std::string> seen;
-    const auto unseen = [&seen](const std::string &key, uint64_t) { return seen.insert(key).second; };
-    uint64_t after = 0;
-    for (Slice slice; !slice.done;) {
-        slice = {};
-        const int32_t error = read_slice(database, type.name, after, no_fence, unseen, slice);
+    std::vector<StoredRecord> records;
+    Snapshot snapshot;
+    while (!snapshot.done) {
+        const int32_t error = read_slice(database, type.name, snapshot);
         if (error != ok) {
             return error;
         }
-        left_out.insert(left_out.end(), slice.left_out.begin(), slice.left_out.end());
-        for (const StoredRecord &record : slice.records) {
-            const MessagePtr message = decode_or_log(type, record.key, record.fields);
-            if (message == nullptr) {
-                left_out.push_back(record.key);
-                continue;
-            }
-            vx_mom_pmsg_t notification{};
-            notification.cmd = VX_MOM_CMD_SCANNED;
-            notification.record = message.get();
-            (void)receiver.callback(receiver.arg, &notification);
+        std::move(snapshot.records.begin(), snapshot.records.end(), std::back_inserter(records));
+    }
+    left_out.insert(left_out.end(), snapshot.left_out.begin(), snapshot.left_out.end());
+    sort_by_revision(records);
+    for (const StoredRecord &record : records) {
+        const MessagePtr message = decode_or_log(type, record.key, record.fields);
+        if (message == nullptr) {
+            left_out.push_back(record.key);
+            continue;
         }
+        vx_mom_pmsg_t notification{};
+        notification.cmd = VX_MOM_CMD_SCANNED;
+        notification.record = message.get();
+        (void)receiver.callback(receiver.arg, &notification);
     }
     return ok;
 }

@@ -1,4 +1,4 @@
-// The published form of a change; both writing (on the server) and reading stand here, next to each other.
+// Reading the published form of a change; the server's functions write it (see functions.cpp).
 #include "payload.h"
 
 #include <charconv>
@@ -57,33 +57,13 @@ bool take_field(std::string_view &rest, Fields &fields)
 
 } // namespace
 
-const char *const publish_function = R"lua(
-local function publish(channel, revision, command, key, fields)
-    local parts = {}
-    local function item(text)
-        parts[#parts + 1] = string.format('%d:', #text)
-        parts[#parts + 1] = text
-    end
-    item(revision)
-    item(command)
-    item(key)
-    item(string.format('%d', #fields / 2))
-    for _, text in ipairs(fields) do
-        item(text)
-    end
-    redis.call('PUBLISH', channel, table.concat(parts))
-end
-)lua";
-
 bool decode_change(std::string_view payload, Change &change)
 {
-    std::string_view key;
     uint64_t count = 0;
     if (!take_number_item(payload, change.revision) || !take_number_item(payload, change.command) ||
-        !take_item(payload, key) || !take_number_item(payload, count)) {
+        !take_number_item(payload, count)) {
         return false;
     }
-    change.key = key;
     change.fields.clear();
     for (uint64_t i = 0; i < count; i++) {
         if (!take_field(payload, change.fields)) {
@@ -91,21 +71,6 @@ bool decode_change(std::string_view payload, Change &change)
         }
     }
     return payload.empty();
-}
-
-std::string counter_key(const std::string &type)
-{
-    return "@rev:" + type;
-}
-
-std::string index_key(const std::string &type)
-{
-    return "@idx:" + type;
-}
-
-std::string channel_name(int32_t database, const std::string &type)
-{
-    return "@chg:" + std::to_string(database) + ":" + type;
 }
 
 } // namespace vx_mom

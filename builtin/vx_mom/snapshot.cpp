@@ -1,10 +1,11 @@
 // Reading a type's records in slices; see the header.
 #include "snapshot.h"
 
+#include <algorithm>
 #include <charconv>
 
 #include "database.h"
-#include "payload.h"
+#include "names.h"
 #include "platform_log.h"
 
 namespace vx_mom
@@ -14,11 +15,6 @@ namespace
 {
 
 constexpr size_t slice_size = 128;
-
-struct IndexEntry {
-    std::string key;
-    uint64_t revision = 0;
-};
 
 bool parse_whole(const std::string &text, uint64_t &number)
 {
@@ -34,27 +30,29 @@ int32_t unexpected(const char *what, const std::string &key, const redisReply *r
     return refused;
 }
 
-int32_t read_index(Database &database, const std::string &type, uint64_t after, uint64_t fence,
-                   std::vector<IndexEntry> &entries)
+// The members of the index that come next, without those met already.
+int32_t read_index(Database &database, const std::string &type, Snapshot &snapshot,
+                   std::vector<std::string> &keys)
 {
-    const std::string key = index_key(type);
-    const Answer answer = database.ask({{"ZRANGEBYSCORE", key, "(" + std::to_string(after),
-                                         fence == no_fence ? "+inf" : std::to_string(fence), "WITHSCORES",
-                                         "LIMIT", "0", std::to_string(slice_size)}},
-                                       Purpose::read);
+    const std::string index = index_key(type);
+    const Answer answer =
+        database.ask({{"SSCAN", index, snapshot.cursor, "COUNT", std::to_string(slice_size)}}, Purpose::read);
     if (answer.error != ok) {
         return answer.error;
     }
     const redisReply *reply = answer.replies[0].get();
-    if (reply->type != REDIS_REPLY_ARRAY) {
-        return unexpected("index", key, reply);
+    if (reply->type != REDIS_REPLY_ARRAY || reply->elements != 2 ||
+        reply->element[1]->type != REDIS_REPLY_ARRAY) {
+        return unexpected("index", index, reply);
     }
-    for (size_t i = 0; i + 1 < reply->elements; i += 2) {
-        IndexEntry entry{text_of(reply->element[i]), 0};
-        if (!parse_whole(text_of(reply->element[i + 1]), entry.revision)) {
-            return unexpected("score in index", key, reply->element[i + 1]);
+    snapshot.cursor = text_of(reply->element[0]);
+    snapshot.done = snapshot.cursor == "0";
+    const redisReply *members = reply->element[1];
+    for (size_t i = 0; i < members->elements; i++) {
+        std::string key = text_of(members->element[i]);
+        if (snapshot.present.count(key) == 0) {
+            keys.push_back(std::move(key));
         }
-        entries.push_back(std::move(entry));
     }
     return ok;
 }
@@ -70,55 +68,53 @@ bool fields_of(const redisReply *reply, Fields &fields)
     return true;
 }
 
-void take_record(IndexEntry &entry, const redisReply *reply, Slice &slice)
+void take_record(const std::string &key, const redisReply *reply, Snapshot &snapshot)
 {
-    StoredRecord record{std::move(entry.key), 0, {}};
+    StoredRecord record{key, 0, {}};
     if (!fields_of(reply, record.fields)) {
-        PLATFORM_LOG(platform::log_error, "record %s left out: %s", record.key.c_str(),
-                     text_of(reply).c_str());
-        slice.left_out.push_back(std::move(record.key));
+        PLATFORM_LOG(platform::log_error, "record %s left out: %s", key.c_str(), text_of(reply).c_str());
+        snapshot.present.insert(key);
+        snapshot.left_out.push_back(key);
         return;
     }
-    if (record.fields.empty()) {
-        return; // deleted since
+    if (record.fields.empty() || !snapshot.present.insert(key).second) {
+        return; // deleted since, or met already
     }
-    if (!revision_of(record.fields, entry.revision, record.revision)) {
-        PLATFORM_LOG(platform::log_error, "record %s left out: its revision is no number",
-                     record.key.c_str());
-        slice.left_out.push_back(std::move(record.key));
+    if (!revision_of(record.fields, 0, record.revision)) {
+        PLATFORM_LOG(platform::log_error, "record %s left out: its revision is no number", key.c_str());
+        snapshot.left_out.push_back(key);
         return;
     }
-    slice.records.push_back(std::move(record));
+    drop_marks(record.fields);
+    snapshot.records.push_back(std::move(record));
 }
 
 } // namespace
 
-int32_t read_slice(Database &database, const std::string &type, uint64_t &after, uint64_t fence,
-                   const std::function<bool(const std::string &, uint64_t)> &wanted, Slice &slice)
+int32_t read_slice(Database &database, const std::string &type, Snapshot &snapshot)
 {
-    std::vector<IndexEntry> entries;
-    const int32_t error = read_index(database, type, after, fence, entries);
-    if (error != ok) {
+    snapshot.records.clear();
+    std::vector<std::string> keys;
+    const int32_t error = read_index(database, type, snapshot, keys);
+    if (error != ok || keys.empty()) {
         return error;
     }
-    slice.done = entries.size() < slice_size;
-    if (!entries.empty()) {
-        after = entries.back().revision;
-    }
-    std::erase_if(entries, [&](const IndexEntry &entry) { return !wanted(entry.key, entry.revision); });
-    if (entries.empty()) {
-        return ok;
-    }
     std::vector<Command> commands;
-    commands.reserve(entries.size());
-    for (const IndexEntry &entry : entries) {
-        commands.push_back({"HGETALL", entry.key});
+    commands.reserve(keys.size());
+    for (const std::string &key : keys) {
+        commands.push_back({"HGETALL", key});
     }
     const Answer answer = database.ask(commands, Purpose::read);
     for (size_t i = 0; i < answer.replies.size(); i++) {
-        take_record(entries[i], answer.replies[i].get(), slice);
+        take_record(keys[i], answer.replies[i].get(), snapshot);
     }
     return answer.error;
+}
+
+void sort_by_revision(std::vector<StoredRecord> &records)
+{
+    std::sort(records.begin(), records.end(),
+              [](const auto &one, const auto &other) { return one.revision < other.revision; });
 }
 
 int32_t read_revision(Database &database, const std::string &type, uint64_t &revision)

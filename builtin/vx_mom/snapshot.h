@@ -1,11 +1,13 @@
-// Reading a type's records in slices, by the order of their last changes.
+// Reading a type's records in slices.
 //
-// Reading all at once was rejected: a server is blocked for tens of milliseconds by ten thousand records.
+// The index is a set that may name more than there is: those who may add to it could otherwise hide what
+// others have written. So what counts is each record's own hash. Reading all at once was rejected: a server
+// is blocked for tens of milliseconds by ten thousand records.
 #ifndef VX_MOM_SNAPSHOT_H
 #define VX_MOM_SNAPSHOT_H
 
 #include <cstdint>
-#include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,22 +21,23 @@ class Database;
 struct StoredRecord {
     std::string key;
     uint64_t revision = 0; // of its content
-    Fields fields;
+    Fields fields;         // without what belongs to the writing
 };
 
-struct Slice {
-    std::vector<StoredRecord> records;
+// What was read up to now, and where to go on.
+struct Snapshot {
+    std::vector<StoredRecord> records; // of the last slice
+    std::set<std::string> present;     // keys of all records met, readable or not
     std::vector<std::string> left_out; // keys of what is no readable record
-    bool done = false;                 // there are no more slices
+    std::string cursor = "0";
+    bool done = false;
 };
 
-inline constexpr uint64_t no_fence = UINT64_MAX;
+// Reads the next slice. What cannot be read as a record is logged and left out. Returns ok or an error.
+int32_t read_slice(Database &database, const std::string &type, Snapshot &snapshot);
 
-// Reads the records of the next slice whose revision is above `after` and, unless `fence` is no_fence, at
-// most `fence`; moves `after` behind the slice. Records for which `wanted(key, revision)` is false are not
-// read. What cannot be read as a record is logged and left out. Returns ok or an error.
-int32_t read_slice(Database &database, const std::string &type, uint64_t &after, uint64_t fence,
-                   const std::function<bool(const std::string &, uint64_t)> &wanted, Slice &slice);
+// Sorts records by the order of their last changes.
+void sort_by_revision(std::vector<StoredRecord> &records);
 
 // Reads the revision of the type's last change; 0 before the first. Returns ok or an error.
 int32_t read_revision(Database &database, const std::string &type, uint64_t &revision);

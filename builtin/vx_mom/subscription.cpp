@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "database.h"
+#include "key.h"
+#include "names.h"
 #include "platform_log.h"
 
 namespace vx_mom
@@ -14,13 +16,14 @@ namespace
 {
 
 constexpr size_t changes_per_turn = 64;
-constexpr size_t sweep_size = 128;
+constexpr size_t records_per_turn = 64;
+constexpr uint64_t changes_per_verification = 64;
 
 } // namespace
 
 Subscription::Subscription(Database &database, const ProtobufCMessageDescriptor &type, Subscriber subscriber)
-    : database_(database), type_(type), name_(type.name), channel_(channel_name(database.number(), name_)),
-      subscriber_(subscriber)
+    : database_(database), type_(type), name_(type.name), has_index_(key_field_count(type) != 0),
+      watched_(channel_prefix(database.number()) + name_ + (has_index_ ? ":*" : "")), subscriber_(subscriber)
 {
 }
 
@@ -41,13 +44,13 @@ void Subscription::on_confirmed()
 
 void Subscription::on_refused(const std::string &problem)
 {
-    PLATFORM_LOG(platform::log_error, "subscription to %s refused: %s", channel_.c_str(), problem.c_str());
+    PLATFORM_LOG(platform::log_error, "subscription to %s refused: %s", watched_.c_str(), problem.c_str());
     phase_ = Phase::refused;
 }
 
-void Subscription::on_message(std::string &&payload)
+void Subscription::on_message(std::string &&key, std::string &&payload)
 {
-    queue_.push_back(std::move(payload));
+    queue_.push_back({std::move(key), std::move(payload)});
     if (phase_ == Phase::live) {
         (void)deliver_queued();
     }
@@ -72,14 +75,16 @@ bool Subscription::advance()
         return begin();
     case Phase::confirmed:
         return take_fence();
-    case Phase::sweeping:
-        return sweep();
     case Phase::reading:
         return read();
+    case Phase::sweeping:
+        return sweep();
+    case Phase::delivering:
+        return deliver();
     case Phase::draining:
         return drain();
     case Phase::live:
-        return deliver_queued();
+        return stay_live();
     case Phase::confirming:
     case Phase::refused:
         break;
@@ -101,7 +106,11 @@ bool Subscription::begin()
         return true;
     }
     phase_ = Phase::confirming;
-    database_.watch(channel_);
+    if (has_index_) {
+        database_.watch_all(watched_);
+    } else {
+        database_.watch(watched_);
+    }
     return false;
 }
 
@@ -116,67 +125,83 @@ bool Subscription::take_fence()
         return fail(error);
     }
     last_ = fence_;
-    read_up_to_ = 0;
+    unverified_ = 0;
     gone_.clear();
     to_sweep_.clear();
-    for (const auto &known : known_) {
-        to_sweep_.push_back(known.first);
-    }
-    phase_ = Phase::sweeping;
-    return true;
-}
-
-// Reports records that are known and not in the index any more. One that vanished after the fence is reported
-// here, before everything else, and its deletion in the queue is passed over.
-bool Subscription::sweep()
-{
-    if (to_sweep_.empty()) {
-        phase_ = Phase::reading;
-        return true;
-    }
-    const size_t count = std::min(sweep_size, to_sweep_.size());
-    const std::vector<std::string> keys(to_sweep_.end() - static_cast<std::ptrdiff_t>(count),
-                                        to_sweep_.end());
-    to_sweep_.resize(to_sweep_.size() - count);
-    Command command{"ZMSCORE", index_key(name_)};
-    command.insert(command.end(), keys.begin(), keys.end());
-    const uint64_t round = round_;
-    const Answer answer = database_.ask({command}, Purpose::read);
-    if (round != round_) {
-        return false;
-    }
-    const bool usable = answer.error == ok && answer.replies[0]->type == REDIS_REPLY_ARRAY &&
-                        answer.replies[0]->elements == count;
-    if (!usable) {
-        return fail(answer.error != ok ? answer.error : int32_t{refused});
-    }
-    for (size_t i = 0; i < count && round == round_; i++) {
-        if (answer.replies[0]->element[i]->type == REDIS_REPLY_NIL) {
-            report_gone(keys[i]);
-        }
-    }
+    to_deliver_.clear();
+    snapshot_ = {};
+    phase_ = Phase::reading;
     return true;
 }
 
 bool Subscription::read()
 {
     const uint64_t round = round_;
-    Slice slice;
-    const auto wanted = [this](const std::string &key, uint64_t revision) {
-        const auto known = known_.find(key);
-        return deliver_all_ || known == known_.end() || known->second.revision != revision;
-    };
-    const int32_t error = read_slice(database_, name_, read_up_to_, fence_, wanted, slice);
+    const int32_t error = read_slice(database_, name_, snapshot_);
     if (round != round_) {
         return false;
     }
     if (error != ok) {
         return fail(error);
     }
-    for (StoredRecord &record : slice.records) {
-        if (record.revision > fence_) {
-            continue; // comes from the queue
+    for (StoredRecord &record : snapshot_.records) {
+        if (is_news(record)) {
+            to_deliver_.push_back(std::move(record));
         }
+    }
+    if (snapshot_.done) {
+        finish_reading();
+    }
+    return true;
+}
+
+// Whether the subscriber does not know it yet. What is newer than the fence comes from the queue.
+bool Subscription::is_news(const StoredRecord &record) const
+{
+    const auto known = known_.find(record.key);
+    const bool is_known = known != known_.end() && known->second.revision == record.revision &&
+                          known->second.fields == record.fields;
+    return record.revision <= fence_ && (deliver_all_ || !is_known);
+}
+
+void Subscription::finish_reading()
+{
+    std::sort(to_deliver_.begin(), to_deliver_.end(),
+              [](const auto &one, const auto &other) { return one.revision < other.revision; });
+    for (const auto &known : known_) {
+        if (snapshot_.present.count(known.first) == 0) {
+            to_sweep_.push_back(known.first);
+        }
+    }
+    snapshot_ = {};
+    phase_ = Phase::sweeping;
+}
+
+// Reports records that are known and not there any more. One that vanished after the fence is reported here,
+// before everything else, and its deletion in the queue is passed over.
+bool Subscription::sweep()
+{
+    const uint64_t round = round_;
+    for (size_t i = 0; i < records_per_turn && !to_sweep_.empty(); i++) {
+        const std::string key = std::move(to_sweep_.back());
+        to_sweep_.pop_back();
+        report_gone(key);
+        if (round != round_) {
+            return true;
+        }
+    }
+    if (to_sweep_.empty()) {
+        phase_ = Phase::delivering;
+    }
+    return true;
+}
+
+bool Subscription::deliver()
+{
+    const uint64_t round = round_;
+    for (size_t i = 0; i < records_per_turn && !to_deliver_.empty(); i++) {
+        StoredRecord record = std::move(to_deliver_.front());
+        to_deliver_.pop_front();
         const MessagePtr message = decode_or_log(type_, record.key, record.fields);
         if (message == nullptr) {
             continue;
@@ -187,12 +212,12 @@ bool Subscription::read()
             return true;
         }
     }
-    return slice.done ? finish_reading() : true;
+    return to_deliver_.empty() ? finish_delivering() : true;
 }
 
 // All records up to the fence are delivered. Changes up to now come before command 29; the answer to a ping
 // tells that none of them is still on its way.
-bool Subscription::finish_reading()
+bool Subscription::finish_delivering()
 {
     const uint64_t round = round_;
     const int32_t error = read_revision(database_, name_, target_);
@@ -234,6 +259,30 @@ bool Subscription::settle()
     return true;
 }
 
+// Delivers what has come, and asks the server now and then whether it has counted as far as the changes tell.
+bool Subscription::stay_live()
+{
+    const uint64_t round = round_;
+    const bool more = deliver_queued();
+    if (round != round_ || phase_ != Phase::live || unverified_ < changes_per_verification) {
+        return more;
+    }
+    unverified_ = 0;
+    const uint64_t delivered = last_;
+    uint64_t counted = 0;
+    const int32_t error = read_revision(database_, name_, counted);
+    if (round != round_) {
+        return false;
+    }
+    if (error != ok) {
+        return fail(error);
+    }
+    if (counted < delivered) {
+        return resynchronise("changes came that the server has not counted");
+    }
+    return more;
+}
+
 // Delivers some changes. Returns whether there are more.
 bool Subscription::deliver_queued()
 {
@@ -250,10 +299,13 @@ bool Subscription::deliver_queued()
 bool Subscription::deliver_next()
 {
     Change change;
-    const bool decoded = decode_change(queue_.front(), change);
+    const bool decoded = decode_change(queue_.front().payload, change);
+    change.key = std::move(queue_.front().key);
     queue_.pop_front();
     if (!decoded) {
-        return resynchronise("an unreadable change arrived"), false;
+        // No function of ours writes such a thing. If a change was meant, its number will be missing.
+        PLATFORM_LOG(platform::log_error, "what was published as a change of %s is none", change.key.c_str());
+        return true;
     }
     if (change.revision <= fence_ && phase_ == Phase::draining) {
         return true; // in the snapshot already
@@ -262,7 +314,8 @@ bool Subscription::deliver_next()
         return resynchronise("a change is missing"), false;
     }
     last_ = change.revision;
-    database_.learn(name_, last_);
+    unverified_++;
+    database_.hear(name_, last_);
     if (change.command == VX_MOM_CMD_DELETED) {
         deliver_deleted(std::move(change));
     } else {
@@ -342,7 +395,7 @@ bool Subscription::fail(int32_t error)
 
 bool Subscription::resynchronise(const char *why)
 {
-    PLATFORM_LOG(platform::log_warn, "subscription to %s: %s, starting over", channel_.c_str(), why);
+    PLATFORM_LOG(platform::log_warn, "subscription to %s: %s, starting over", watched_.c_str(), why);
     const uint64_t round = round_;
     if (database_.confirm_data_set() && round == round_) {
         start_over(deliver_all_);

@@ -1,10 +1,14 @@
 // One subscription: every record of a type, then every change, in order and each once.
 //
-// Asked, it subscribes to the channel and waits for the confirmation; reads the revision of the last change
-// (the fence); reports what vanished since it last knew; reads, slice by slice, the records that are not
-// newer than the fence, while changes newer than the fence gather in a queue; delivers those; says that it is
-// in place; and goes on with the queue. Revisions are contiguous, so a gap shows a loss; then it starts over,
-// delivering only differences. Listing first and subscribing afterwards would lose what happens in between.
+// Asked, it subscribes to the channels of the type's records and waits for the confirmation; reads the
+// revision of the last change (the fence); reads the records slice by slice, while changes newer than the
+// fence gather in a queue; reports what vanished since it last knew; delivers, in the order of their changes,
+// those that are not newer than the fence; goes on with the queue; and says in between that it is in place.
+// Revisions are contiguous, so a gap shows a loss; then it starts over, delivering only differences. Listing
+// first and subscribing afterwards would lose what happens in between.
+//
+// Whoever may write a record may publish whatever he likes as its changes. So a change is believed about its
+// record, but what it says of the type's revision is compared with the server's own count now and then.
 #ifndef VX_MOM_SUBSCRIPTION_H
 #define VX_MOM_SUBSCRIPTION_H
 
@@ -33,7 +37,8 @@ public:
     Subscription(Database &database, const ProtobufCMessageDescriptor &type, Subscriber subscriber);
 
     const ProtobufCMessageDescriptor &type() const { return type_; }
-    const std::string &channel() const { return channel_; }
+    // The channel, or the pattern of channels, on which its changes come.
+    const std::string &watched() const { return watched_; }
     // Whether it is in place or was refused, so that the next one in the queue may begin.
     bool is_settled() const { return phase_ == Phase::live || phase_ == Phase::refused; }
     bool awaits_confirmation() const { return phase_ == Phase::confirming; }
@@ -43,7 +48,7 @@ public:
     void on_confirmed();
     void on_refused(const std::string &problem);
     // A change arrived: delivered at once when the subscription is in place, kept otherwise.
-    void on_message(std::string &&payload);
+    void on_message(std::string &&key, std::string &&payload);
     // The connection is lost: what is queued is void.
     void on_lost();
     // The connection is back; `everything` when the data is another, so that revisions compare no more.
@@ -52,7 +57,12 @@ public:
     bool advance();
 
 private:
-    enum class Phase { asked, confirming, confirmed, sweeping, reading, draining, live, refused };
+    enum class Phase { asked, confirming, confirmed, reading, sweeping, delivering, draining, live, refused };
+
+    struct Arrived {
+        std::string key;
+        std::string payload;
+    };
 
     // What the subscriber was last told of a record.
     struct Known {
@@ -63,10 +73,14 @@ private:
     void start_over(bool everything);
     bool begin();
     bool take_fence();
-    bool sweep();
     bool read();
-    bool finish_reading();
+    bool is_news(const StoredRecord &record) const;
+    void finish_reading();
+    bool sweep();
+    bool deliver();
+    bool finish_delivering();
     bool drain();
+    bool stay_live();
     bool deliver_queued();
     bool deliver_next();
     void deliver_written(Change &&change);
@@ -80,7 +94,8 @@ private:
     Database &database_;
     const ProtobufCMessageDescriptor &type_;
     std::string name_;
-    std::string channel_;
+    bool has_index_;
+    std::string watched_;
     Subscriber subscriber_;
     Phase phase_ = Phase::asked;
     uint64_t round_ = 0;      // grows whenever it starts over: a callback may have made it do so
@@ -90,10 +105,12 @@ private:
     uint64_t ping_ = 0;       // the ping whose answer ends the waiting for changes on their way
     uint64_t last_ = 0;       // revision of the last change delivered or covered by the snapshot
     uint64_t fence_ = 0;
-    uint64_t read_up_to_ = 0;
-    uint64_t target_ = 0;           // changes up to here come before command 29
-    std::deque<std::string> queue_; // payloads
+    uint64_t target_ = 0;     // changes up to here come before command 29
+    uint64_t unverified_ = 0; // changes delivered since the server's own count was last asked for
+    std::deque<Arrived> queue_;
     std::map<std::string, Known> known_;
+    Snapshot snapshot_;
+    std::deque<StoredRecord> to_deliver_; // in the order of their changes
     std::vector<std::string> to_sweep_;
     std::set<std::string> gone_; // reported as vanished before the queue told of it
 };

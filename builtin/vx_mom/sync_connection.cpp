@@ -7,8 +7,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "data_set.h"
-
 namespace vx_mom
 {
 
@@ -19,14 +17,14 @@ constexpr int64_t databases_in_use = 64; // what the users of the store are told
 
 } // namespace
 
-SyncConnection::SyncConnection(const Endpoint &endpoint, const Credentials &credentials, int32_t database)
-    : endpoint_(endpoint), credentials_(credentials), database_(database)
+SyncConnection::SyncConnection(const Visitor &visitor, int32_t database)
+    : visitor_(visitor), database_(database)
 {
 }
 
 Exchange SyncConnection::open(Clock::time_point deadline)
 {
-    link_.emplace(endpoint_);
+    link_.emplace(visitor_.endpoint);
     if (link_->failed()) {
         return give_up(Exchange::lost, link_->problem());
     }
@@ -42,7 +40,7 @@ Exchange SyncConnection::open(Clock::time_point deadline)
         return give_up(Exchange::lost, link_->problem());
     }
     std::vector<Reply> replies;
-    const Exchange result = exchange(greeting(credentials_, database_), deadline, replies);
+    const Exchange result = exchange(greeting(visitor_, database_), deadline, replies);
     if (result != Exchange::answered) {
         return result;
     }
@@ -139,8 +137,19 @@ Exchange SyncConnection::receive(size_t count, Clock::time_point deadline, std::
     return Exchange::answered;
 }
 
-std::vector<Command> greeting(const Credentials &credentials, int32_t database)
+Exchange SyncConnection::next(Clock::time_point deadline, Reply &reply)
 {
+    std::vector<Reply> replies;
+    const Exchange result = receive(1, deadline, replies);
+    if (result == Exchange::answered) {
+        reply = std::move(replies[0]);
+    }
+    return result;
+}
+
+std::vector<Command> greeting(const Visitor &visitor, int32_t database)
+{
+    const Credentials &credentials = visitor.credentials;
     std::vector<Command> commands;
     if (!credentials.password.empty()) {
         commands.push_back(credentials.user.empty()
@@ -148,7 +157,7 @@ std::vector<Command> greeting(const Credentials &credentials, int32_t database)
                                : Command{"AUTH", credentials.user, credentials.password});
     }
     commands.push_back({"SELECT", std::to_string(database)});
-    commands.push_back(name_data_set());
+    commands.push_back({"CLIENT", "SETNAME", visitor.name});
     return commands;
 }
 

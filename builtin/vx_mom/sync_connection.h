@@ -23,10 +23,17 @@ enum class Exchange {
     rejected   // the server does not let us in: trying again is of no use
 };
 
+// Who comes, and where to.
+struct Visitor {
+    Endpoint endpoint;
+    Credentials credentials;
+    std::string name; // for the server's list of its clients; without blanks
+};
+
 class SyncConnection
 {
 public:
-    SyncConnection(const Endpoint &endpoint, const Credentials &credentials, int32_t database);
+    SyncConnection(const Visitor &visitor, int32_t database);
 
     bool is_open() const { return link_.has_value(); }
     // Connects, signs in and selects the database.
@@ -35,6 +42,12 @@ public:
     Exchange exchange(const std::vector<Command> &commands, Clock::time_point deadline,
                       std::vector<Reply> &replies);
     void close();
+    // Closes it for good, because of what the server answered. Returns `rejected`.
+    Exchange reject(const std::string &problem) { return give_up(Exchange::rejected, problem); }
+    // Closes it because the server cannot serve yet, or no longer. Returns `lost`.
+    Exchange put_off(const std::string &problem) { return give_up(Exchange::lost, problem); }
+    // After a subscription: waits for the next thing that the server sends.
+    Exchange next(Clock::time_point deadline, Reply &reply);
     // What went wrong in the last call that did not end in `answered`.
     const std::string &problem() const { return problem_; }
     // The error that an open() that ended in `rejected` stands for: `invalid` when the server has no such
@@ -48,8 +61,7 @@ private:
     Exchange send_all(Clock::time_point deadline);
     Exchange receive(size_t count, Clock::time_point deadline, std::vector<Reply> &replies);
 
-    const Endpoint &endpoint_;
-    const Credentials &credentials_;
+    const Visitor &visitor_;
     int32_t database_;
     std::optional<Link> link_;
     std::string problem_;
@@ -57,11 +69,11 @@ private:
 };
 
 // The commands that a new connection begins with: signing in, if there are credentials; the database; and
-// last, an identity for data that has none.
-std::vector<Command> greeting(const Credentials &credentials, int32_t database);
+// last, the name under which the server lists it.
+std::vector<Command> greeting(const Visitor &visitor, int32_t database);
 
 // Whether the reply to the greeting's command number `at` of `count` means that the connection is of no use.
-// A user without the right to write an identity is let be.
+// A user without the right to a name is let be.
 bool is_turned_away(const redisReply *reply, size_t at, size_t count);
 
 // Whether the reply says that the server has no database of the number asked for.

@@ -213,4 +213,11 @@ bool revision_of(const Fields &fields, uint64_t fallback, uint64_t &revision)
     return true;
 }
 
+void drop_marks(Fields &fields)
+{
+    std::erase_if(fields, [](const auto &field) {
+        return field.first == revision_field || field.first == writer_field;
+    });
+}
+
 } // namespace vx_mom

@@ -1,10 +1,10 @@
 // A record's content in the store: one hash field per protobuf field that is not at its default.
 //
 // The hash field is named by the field's number. Scalars and texts are stored readable; a sub-message packed;
-// a repeated field as its wire bytes, tags included. One more hash field, `rev`, carries the revision of the
-// record's last change: it makes a record with all fields at their defaults exist as a hash, and one read
-// tells how new its content is. The whole record packed into one value was rejected: writing single fields
-// would then mean read, change, write.
+// a repeated field as its wire bytes, tags included. Two more hash fields belong to the writing: `rev`, the
+// revision of the record's last change, makes a record with all fields at their defaults exist as a hash, and
+// one read tells how new its content is; `by` is the mark that the last write bore. The whole record packed
+// into one value was rejected: writing single fields would then mean read, change, write.
 #ifndef VX_MOM_VALUE_H
 #define VX_MOM_VALUE_H
 
@@ -23,8 +23,9 @@ namespace vx_mom
 // Hash fields with their values, in no particular order.
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
-// The hash field that carries the revision.
+// The hash fields that belong to the writing.
 inline constexpr const char *revision_field = "rev";
+inline constexpr const char *writer_field = "by";
 
 struct FreeMessage {
     void operator()(ProtobufCMessage *message) const { protobuf_c_message_free_unpacked(message, nullptr); }
@@ -52,6 +53,9 @@ MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_vie
 
 // The revision in a record's hash; `fallback` when it has none; false when it is no number.
 bool revision_of(const Fields &fields, uint64_t fallback, uint64_t &revision);
+
+// Takes away what belongs to the writing.
+void drop_marks(Fields &fields);
 
 } // namespace vx_mom
 

@@ -1,12 +1,12 @@
-// The stored form of records, module by module: keys, values, payloads, script names.
+// The stored form of records, module by module: keys, values, payloads, functions.
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "s_dev.pb-c.h"
 #include "store_client_fixture.h"
+#include "vx_mom/digest.h"
 #include "vx_mom/key.h"
+#include "vx_mom/names.h"
 #include "vx_mom/payload.h"
-#include "vx_mom/script_digest.h"
-#include "vx_mom/scripts.h"
 #include "vx_mom/value.h"
 
 namespace
@@ -240,56 +240,112 @@ TEST(Value, FieldListsAreChecked)
     EXPECT_FALSE(vx_mom::encode_fields(*card.message(), negative, 1, content));
 }
 
+TEST(Value, WhatBelongsToTheWritingCanBeTakenAway)
+{
+    Fields fields{{"6", "1"}, {"rev", "12"}, {"by", "x"}, {"7", "2"}};
+    vx_mom::drop_marks(fields);
+    EXPECT_THAT(fields, testing::ElementsAre(Pair("6", "1"), Pair("7", "2")));
+}
+
 TEST(Payload, IsReadItemByItem)
 {
     Change change;
-    ASSERT_TRUE(vx_mom::decode_change("2:171:43:a:b1:21:62:-73:rev2:17", change));
+    ASSERT_TRUE(vx_mom::decode_change("2:171:41:21:62:-71:70:", change));
     EXPECT_EQ(change.revision, 17U);
     EXPECT_EQ(change.command, 4);
-    EXPECT_EQ(change.key, "a:b");
-    EXPECT_THAT(change.fields, testing::ElementsAre(Pair("6", "-7"), Pair("rev", "17")));
+    EXPECT_THAT(change.fields, testing::ElementsAre(Pair("6", "-7"), Pair("7", "")));
 }
 
 TEST(Payload, AnythingElseIsRefused)
 {
-    const std::string good = "2:171:43:a:b1:11:62:-7";
+    const std::string good = "2:171:41:11:62:-7";
     Change change;
     ASSERT_TRUE(vx_mom::decode_change(good, change));
     for (size_t length = 0; length < good.size(); length++) {
         EXPECT_FALSE(vx_mom::decode_change(good.substr(0, length), change)) << length;
     }
-    for (const char *wrong :
-         {"2:171:43:a:b1:11:62:-7x", "2:1x1:43:a:b1:0", "2:-11:43:a:b1:0", "0:1:43:a:b1:0", "2:171:x3:a:b1:0",
-          "99999999999999999999999:1", "-1:1", "1:11:43:a:b20:99999999999999999999"}) {
+    for (const char *wrong : {"2:171:41:11:62:-7x", "2:1x1:41:0", "2:-11:41:0", "0:1:41:0", "2:171:x1:0",
+                              "99999999999999999999999:1", "-1:1", "1:11:420:99999999999999999999"}) {
         EXPECT_FALSE(vx_mom::decode_change(wrong, change)) << wrong;
     }
 }
 
-TEST(Script, NamesAreTheOnesOfTheStandard)
+TEST(Digest, IsTheOneOfTheStandard)
 {
     EXPECT_EQ(vx_mom::sha1_hex(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
     EXPECT_EQ(vx_mom::sha1_hex("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
 }
 
-class ScriptTest : public store_test::StoreClientTest
+class FunctionTest : public store_test::StoreClientTest
 {
+protected:
+    // Calls a function on a card as another writer would.
+    std::string call(std::vector<std::string> command)
+    {
+        const std::string type = "p_dev.card_info";
+        command.insert(command.begin(), "FCALL");
+        command.insert(command.begin() + 2, {"3", "p_dev.card_info:0:0:1:0", vx_mom::counter_key(type),
+                                             vx_mom::index_key(type), vx_mom::channel_prefix(1)});
+        return server.run(1, command);
+    }
+
+    const Card card{0, 1, 0, 1};
 };
 
-TEST_F(ScriptTest, NamesAreTheOnesOfTheServer)
+TEST_F(FunctionTest, AreThereOnceSomebodyHasConnected)
 {
-    for (const vx_mom::Script &script :
-         {vx_mom::set_script(), vx_mom::hmset_script(), vx_mom::del_script(), vx_mom::pdel_script()}) {
-        EXPECT_EQ(server.run(0, {"SCRIPT", "LOAD", script.body}), script.sha1);
-    }
-    std::string text;
-    for (int length = 0; length < 200; length++) {
-        EXPECT_EQ(vx_mom::sha1_hex(text),
-                  server.run(0, {"EVAL", "return redis.sha1hex(ARGV[1])", "0", text}));
-        text += static_cast<char>(length);
+    ASSERT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
+    const std::string list = server.run(1, {"FUNCTION", "LIST"});
+    for (const char *function : {vx_mom::set_function, vx_mom::hmset_function, vx_mom::del_function,
+                                 vx_mom::pdel_function, vx_mom::register_function}) {
+        EXPECT_THAT(list, testing::HasSubstr(std::string(function) + "\n")) << function;
     }
 }
 
-TEST_F(ScriptTest, LargeRevisionsKeepAllTheirDigits)
+TEST_F(FunctionTest, AreLoadedAgainWhenTheyAreGone)
+{
+    ASSERT_EQ(vx_mom_set_sync(global.get(), 1, card.message()), 0);
+    ASSERT_EQ(server.run(1, {"FUNCTION", "FLUSH"}), "OK");
+    EXPECT_EQ(vx_mom_set_sync(global.get(), 1, Card(0, 1, 0, 2).message()), 0);
+    EXPECT_EQ(server.run(1, {"HGET", "p_dev.card_info:0:0:1:0", "6"}), "2");
+}
+
+TEST_F(FunctionTest, OfAnotherVersionAreReplaced)
+{
+    ASSERT_EQ(vx_mom_set_sync(global.get(), 1, card.message()), 0);
+    std::string other = vx_mom::library_code();
+    other.replace(other.find("NOPERM"), 6, "NOWISH");
+    ASSERT_EQ(server.run(1, {"FUNCTION", "LOAD", "REPLACE", other}), vx_mom::library_name);
+    ASSERT_EQ(server.run(1, {"HSET", vx_mom::runs_key, "library", "of another version"}), "0");
+    restart_client();
+    ASSERT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
+    EXPECT_THAT(server.run(1, {"FUNCTION", "LIST", "WITHCODE"}), testing::HasSubstr("'NOPERM"));
+    EXPECT_EQ(server.run(1, {"HGET", vx_mom::runs_key, "library"}), vx_mom::library_digest());
+}
+
+TEST_F(FunctionTest, AWriteThatIsRepeatedIsOneChange)
+{
+    connect(1);
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    EXPECT_EQ(call({vx_mom::set_function, "mark-1", "6", "5"}), "1");
+    EXPECT_EQ(call({vx_mom::set_function, "mark-1", "6", "5"}), "1");
+    EXPECT_EQ(call({vx_mom::hmset_function, "mark-2", "2", "6", "6"}), "2");
+    EXPECT_EQ(call({vx_mom::hmset_function, "mark-2", "2", "6", "6"}), "2");
+    EXPECT_EQ(call({vx_mom::set_function, "mark-1", "6", "5"}), "3") << "by then it is another write";
+    ASSERT_TRUE(run_until_event("4 0/1/0 type 5"));
+    EXPECT_THAT(events, testing::ElementsAre("29", "4 0/1/0 type 5", "6 0/1/0 type 6", "4 0/1/0 type 5"));
+}
+
+TEST_F(FunctionTest, AWriteWithoutAMarkIsAlwaysAnotherOne)
+{
+    ASSERT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
+    EXPECT_EQ(call({vx_mom::set_function, "", "6", "5"}), "1");
+    EXPECT_EQ(call({vx_mom::set_function, "", "6", "5"}), "2");
+    EXPECT_EQ(server.run(1, {"HEXISTS", "p_dev.card_info:0:0:1:0", "by"}), "0");
+}
+
+TEST_F(FunctionTest, LargeRevisionsKeepAllTheirDigits)
 {
     ASSERT_EQ(server.run(1, {"SET", "@rev:p_dev.card_info", "900719925474098"}), "OK");
     ASSERT_EQ(vx_mom_set_sync(global.get(), 1, Card(0, 1, 0, 1).message()), 0);
@@ -301,14 +357,14 @@ TEST_F(ScriptTest, LargeRevisionsKeepAllTheirDigits)
     EXPECT_TRUE(run_until_event("4 0/1/0 type 2"));
 }
 
-TEST_F(ScriptTest, AnyBytesTravelWithAChange)
+TEST_F(FunctionTest, AnyBytesTravelWithAChange)
 {
     uint8_t bytes[256];
     for (size_t i = 0; i < sizeof bytes; i++) {
         bytes[i] = static_cast<uint8_t>(i);
     }
-    Card card(0, 1, 0, 1);
-    card.record.serial = {sizeof bytes, bytes};
+    Card sent(0, 1, 0, 1);
+    sent.record.serial = {sizeof bytes, bytes};
     connect(1);
     std::string heard;
     const auto note = [](void *arg, vx_mom_pmsg_t *pmsg) -> int32_t {
@@ -319,8 +375,8 @@ TEST_F(ScriptTest, AnyBytesTravelWithAChange)
         }
         return 0;
     };
-    ASSERT_EQ(vx_mom_subscribe(global.get(), 1, card.message(), 0, note, &heard), 0);
-    ASSERT_EQ(vx_mom_set_sync(global.get(), 1, card.message()), 0);
+    ASSERT_EQ(vx_mom_subscribe(global.get(), 1, sent.message(), 0, note, &heard), 0);
+    ASSERT_EQ(vx_mom_set_sync(global.get(), 1, sent.message()), 0);
     ASSERT_TRUE(run_until([&] { return !heard.empty(); }));
     EXPECT_EQ(heard, std::string(reinterpret_cast<char *>(bytes), sizeof bytes));
 }
