@@ -87,9 +87,10 @@ TEST(Usage, WrongOptionsAndArgumentsAreNamed)
 TEST(Usage, WrongSettingsOfTheStoreAreOneLineThatSaysWhatIsRight)
 {
     EXPECT_EQ(refused({"--endpoint", "foo", "list"}),
-              "endpoint 'foo' is none, use unix:/path or tcp:host:port\n");
-    EXPECT_EQ(refused({"--endpoint", "tcp:1", "list"}),
-              "endpoint 'tcp:1' is none, use unix:/path or tcp:host:port\n");
+              "endpoint 'foo' is none, use unix:/path, tcp:host:port or sentinel:NAME@host:port,host:port\n");
+    EXPECT_EQ(
+        refused({"--endpoint", "tcp:1", "list"}),
+        "endpoint 'tcp:1' is none, use unix:/path, tcp:host:port or sentinel:NAME@host:port,host:port\n");
     {
         const Setting file("VX_MOM_AUTH_FILE", "/nonexistent");
         EXPECT_EQ(refused({"list"}), "VX_MOM_AUTH_FILE: /nonexistent: No such file or directory, use a file "
