@@ -125,3 +125,13 @@ system_tests()
         /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --rootdir "$project_root/tests/system" \
         --basetemp "$stages_logs/tmp-$1" --junitxml "$junit" "$project_root/tests/system" 2>&1 | tee "$stages_logs/system-$1.log"
 }
+
+# fault_tests PRESET
+fault_tests()
+{
+    # The short form. Its seed is fixed: what fails here fails again.
+    APP_CG_BUILD=$project_root/build/$1 PYTHONDONTWRITEBYTECODE=1 \
+        /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --rootdir "$project_root/tests/faults" \
+        --basetemp "$stages_logs/tmp-faults" --junitxml "$junit" "$project_root/tests/faults" 2>&1 |
+        tee "$stages_logs/faults-$1.log"
+}

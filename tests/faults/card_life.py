@@ -1,0 +1,203 @@
+"""Everything that can happen to cards, as a drive: what the chassis does, and what must have come of it.
+
+The chassis and the modules write straight into the store; only the daemon has the faulty connection. Every step
+waits for what it leads to, so that the daemon's calls come in one order only, and the same call is the same
+call in every run.
+
+A daemon that was killed cannot know what it was about to remove; the next change of the card, or the next card
+in its slot, makes that good. So after a kill a removal counts as done when the daemon serves again, and the drive
+ends with another card in the slot that was emptied.
+"""
+import contextlib
+import dataclasses
+
+import redis
+
+from demo.daemon import scaled_time
+from device import Chassis, Modules
+from proxy import KillBefore, Proxy, is_call
+from rig import ACK, BACKUP, BY_TIPC, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, POWER, REQUEST
+from supervisor import Supervisor
+
+DENIED, PASSED = "1/3/0", "1/4/0"
+BOARD = "1/2/0"
+SILENT = "1/5/0"
+REASON = "wrong colour"
+_OPINIONS = {("m2", DENIED): REASON, ("m2", SILENT): None}
+_ANSWERS = 2  # of the modules m1 and m2, for each request
+
+# Written for what is wrong with the store or with what is believed of it.
+_LOSSES = (" type 1", " failed", ", rv ", "rv -", "given up", "gave up", "left out", "refuse", "missing", "did not arrive",
+           "unreadable", "error_code")
+
+
+@dataclasses.dataclass
+class Outcome:
+    """What is left at the end of a life."""
+
+    records: dict  # {database: {key: fields}}
+    commands: list  # the counted commands of the daemon
+    struck: str  # the command at which the fault happened
+    ends: list  # the statuses that the daemon ended with on the way
+    system_log: list
+    log: str
+
+    def calls(self):
+        """The commands as far as they are the same in every life: what is done, and to what."""
+        return [" ".join(command.split()[:4]) for command in self.commands]
+
+    def losses(self):
+        """The lines of the daemon's log that tell of something lost."""
+        return [line for line in self.log.splitlines() if any(text in line for text in _LOSSES)]
+
+
+def live(make_rig, fault=None, at=None, counted=is_call, kind=None):
+    """Lives a life (a CardLife by default) in a rig of its own, with a fault at one command. Returns the outcome."""
+    with contextlib.ExitStack() as stack:
+        rig = stack.enter_context(contextlib.closing(make_rig()))
+        proxy = stack.enter_context(Proxy(rig.store.socket_path, rig.view.run / "store.sock", counted))
+        if fault is not None:
+            proxy.arm(at, fault)
+        life = (kind or CardLife)(rig, proxy, stack, is_killing=isinstance(fault, KillBefore))
+        life.begin()
+        life.drive()
+        commands = proxy.commands()
+        life.settle()
+        return Outcome(records(rig), commands, proxy.struck, life.supervisor.ends,
+                       [text for _, text in rig.system_log.lines()], rig.logged())
+
+
+def records(rig):
+    """All records of the daemon's databases, without what belongs to their writing."""
+    found = {}
+    for number in (HOST, CAP, DEV_GLOBAL):
+        database = rig.database(number)
+        keys = sorted(key for key in database.scan_iter() if not key.startswith("@"))
+        found[number] = {key: {name: value for name, value in database.hgetall(key).items() if name not in ("rev", "by")}
+                         for key in keys}
+        listed = {key for index in database.scan_iter("@idx:*") for key in database.smembers(index)}
+        assert listed == set(keys), f"index and records of database {number} differ"
+    return found
+
+
+class CardLife:
+    """One life."""
+
+    @staticmethod
+    def environment():
+        """What is added to the daemon's environment."""
+        return {}
+
+    def __init__(self, rig, proxy, stack, is_killing):
+        self.rig = rig
+        self._proxy = proxy
+        self._stack = stack
+        self._is_killing = is_killing
+        self._has_recovered = False
+        self._served_before = 0  # as the present daemon was started
+        self.supervisor = None
+        self._modules = None
+        self._markers = 0
+        self._chassis = Chassis(rig.database(HOST))
+
+    def begin(self):
+        """A board card with a stale backup, and the role, were there before the daemon, which subscribes."""
+        rig = self.rig
+        rig.modules("m1", "m2")
+        rig.level("2\n")
+        rig.role("master")
+        self._chassis.plug(BOARD, node_type=2)
+        self._chassis.records.set(f"{BACKUP}:0:{BOARD.replace('/', ':')}", {6: 200})
+        daemon = rig.new_daemon(VX_MOM_ENDPOINT="unix:/run/store.sock", **self.environment())
+        self.supervisor = self._stack.enter_context(Supervisor(daemon, self._note_start))
+        rig.expect(self._serves, "the daemon subscribes")
+        self._modules = self._stack.enter_context(contextlib.closing(Modules(
+            self._connect, ("m1", "m2"), lambda name, position: _OPINIONS.get((name, position), ""))))
+        self._modules.wait_until_watching()
+
+    def _times_served(self):
+        return sum("app_cg_check_ack_pmsg_f" in line and "subscribe ok" in line
+                   for line in self.rig.logged().splitlines())
+
+    def _note_start(self):
+        self._served_before = self._times_served()
+
+    def _serves(self):
+        """Whether the present daemon has made the last of its subscriptions, and so has seen all cards."""
+        return self._times_served() > self._served_before
+
+    def _connect(self):
+        return redis.Redis(unix_socket_path=str(self.rig.store.socket_path), db=HOST, decode_responses=True)
+
+    def drive(self):
+        """From the role to the card that follows another in its slot."""
+        chassis = self._chassis
+        chassis.role()
+        self._checked(lambda: chassis.plug(DENIED), self._is_denied, "the first card is denied")
+        self._checked(lambda: chassis.plug(PASSED), self._is_passed, "the second card is passed")
+        self._removal(lambda: chassis.offline(PASSED), "the results of the card off line are gone")
+        self._checked(lambda: chassis.online(PASSED), self._is_passed, "the card is passed again")
+        self._removal(lambda: chassis.pull(PASSED), "the results of the card pulled are gone")
+        self._checked(lambda: chassis.plug(PASSED), self._is_passed, "the next card in the slot is passed")
+
+    def _checked(self, action, condition, what):
+        """A step that ends with a verdict, and with nothing left of the check."""
+        answers = self._modules.answers + _ANSWERS
+        action()
+        self.rig.expect(lambda: self._modules.answers >= answers and self._is_idle() and condition(), what)
+        self._recover()
+
+    def _removal(self, action, what):
+        """A step that ends with the results of a card gone, unless the daemon was killed over it."""
+        action()
+        self.rig.expect(lambda: self._is_unknown() or self._is_struck(), what)
+        self._recover()
+
+    def _is_struck(self):
+        return self._is_killing and self._proxy.struck is not None
+
+    def _recover(self):
+        """After the kill: waits until the next daemon serves and has checked again what it found."""
+        if self._is_struck() and not self._has_recovered:
+            self.rig.expect(lambda: self.supervisor.restarts > 0 and self._serves(), "the next daemon serves")
+            self.rig.expect(self._is_idle, "the cards that it found are checked again")
+            self._has_recovered = True
+
+    def _is_idle(self):
+        return not self.rig.keys(HOST, ACK) and not self.rig.keys(HOST, REQUEST)
+
+    def _is_denied(self):
+        rig = self.rig
+        return (rig.by_tipc(3).get("7") == "3" and rig.by_tipc(3).get("6", "0") == DENY and
+                rig.by_position(DENIED).get("7") == "200" and rig.by_position(DENIED).get("6", "0") == DENY and
+                rig.keys(DEV_GLOBAL, CUSTOM_STATUS) and rig.keys(DEV_GLOBAL, POWER))
+
+    def _is_passed(self):
+        return self.rig.by_tipc(4).get("6") == PASS and self.rig.by_position(PASSED).get("6") == PASS
+
+    def _is_unknown(self):
+        return not self.rig.by_tipc(4) and not self.rig.by_position(PASSED)
+
+    def settle(self):
+        """Returns when the daemon has handled every change of cards up to now: a board card leaves its trace."""
+        rig = self.rig
+        self._markers += 1
+        slot = 100 + self._markers
+        position, key = f"9/{slot}/0", f"{BY_TIPC}:{1000 + slot}"
+        self._chassis.plug(position, node_type=2)
+        rig.expect(lambda: rig.database(HOST).exists(key), "the daemon handles the marker card")
+        self._chassis.pull(position)
+        rig.expect(lambda: not rig.database(HOST).exists(key), "the daemon forgets the marker card")
+
+
+class SilentLife(CardLife):
+    """The life of a card to which one module says nothing: its time runs out, a hundred times as fast."""
+
+    environment = staticmethod(lambda: scaled_time(100))
+
+    def drive(self):
+        """One card, until it is admitted."""
+        self._chassis.plug(SILENT)
+        self.rig.expect(lambda: self.rig.by_tipc(5).get("6") == PASS and self.rig.by_position(SILENT) and self._is_idle(),
+                        "the card of the silent module is passed")
+        self._recover()

@@ -1,0 +1,45 @@
+"""Keeps the daemon running as its service unit does: after a kill and after status 77 it is started again.
+
+Only the pause between two starts is left out. Whatever other status the daemon ends with is kept as a problem.
+"""
+import threading
+
+START_AFRESH = 77
+_KILLED = 128 + 9  # as bubblewrap reports it
+
+
+class Supervisor:
+    """Runs `daemon` until closed; a context manager. Calls `before_start`, if given, before each further start."""
+
+    def __init__(self, daemon, before_start=lambda: None):
+        self.daemon = daemon
+        self._before_start = before_start
+        self.ends = []  # the statuses it ended with
+        self._closing = threading.Event()
+        self._thread = None
+
+    def __enter__(self):
+        self.daemon.start()
+        self._thread = threading.Thread(target=self._watch, daemon=True)
+        self._thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self._closing.set()
+        self._thread.join(20)
+        if self.daemon.is_running:
+            self.daemon.stop()
+
+    def _watch(self):
+        while not self._closing.wait(0.005):
+            if not self.daemon.is_running:
+                self.ends.append(self.daemon.wait())
+                if self.ends[-1] not in (START_AFRESH, _KILLED, -9):
+                    return
+                self._before_start()
+                self.daemon.start()
+
+    @property
+    def restarts(self):
+        """How often it was started again."""
+        return len(self.ends)
