@@ -20,6 +20,9 @@ constexpr milliseconds first_pause{20};
 constexpr milliseconds longest_pause{1000};
 // A connection that stood this long was a good one: the next loss begins with the shortest pause again.
 constexpr milliseconds proven_after{1000};
+constexpr milliseconds search_step{5};
+constexpr milliseconds health_period{1000};
+constexpr const char *health_mark = "health";
 
 timeval timeval_of(milliseconds span)
 {
@@ -50,7 +53,7 @@ void AsyncConnection::begin()
 
 void AsyncConnection::drop(const std::string &problem)
 {
-    if (state_ == State::connecting || state_ == State::greeting || state_ == State::up) {
+    if (state_ != State::idle && state_ != State::pausing) {
         retry(problem, false);
     }
 }
@@ -104,10 +107,19 @@ void AsyncConnection::io_cb(int /*fd*/, short what, void *self)
 
 void AsyncConnection::on_timer()
 {
-    if (state_ == State::pausing) {
+    switch (state_) {
+    case State::pausing:
         connect();
-    } else if (state_ != State::up) {
+        break;
+    case State::searching:
+        search();
+        break;
+    case State::up:
+        check_health();
+        break;
+    default:
         retry("no connection in time", false);
+        break;
     }
 }
 
@@ -133,7 +145,37 @@ void AsyncConnection::on_io(short what)
 
 void AsyncConnection::connect()
 {
-    link_.emplace(visitor_.endpoint);
+    if (visitor_.endpoint.group.empty()) {
+        connect_to(visitor_.endpoint);
+        return;
+    }
+    search_.emplace(visitor_.endpoint, visitor_.credentials);
+    search_limit_ = std::chrono::steady_clock::now() + handshake_limit_;
+    state_ = State::searching;
+    search();
+}
+
+// Looks for the master of a group, a little at a time.
+void AsyncConnection::search()
+{
+    const bool is_over = search_->advance() || std::chrono::steady_clock::now() >= search_limit_;
+    if (!is_over) {
+        arm_timer(search_step);
+        return;
+    }
+    const std::optional<Master> master = search_->found();
+    const std::string problem = search_->problem();
+    search_.reset();
+    if (master) {
+        connect_to(master->place);
+    } else {
+        retry("no master of '" + visitor_.endpoint.group + "' is known: " + problem, false);
+    }
+}
+
+void AsyncConnection::connect_to(const Endpoint &place)
+{
+    link_.emplace(place);
     if (link_->failed()) {
         retry(link_->problem(), false);
         return;
@@ -142,6 +184,20 @@ void AsyncConnection::connect()
     io_.reset(event_new(base_, link_->fd(), EV_WRITE, io_cb, this));
     (void)event_add(io_.get(), nullptr);
     arm_timer(handshake_limit_);
+}
+
+// A server that is gone without a word, or stands still, is noticed only by asking. Checks are counted and
+// not timed: a process that was itself stopped for a while has not asked in that time.
+void AsyncConnection::check_health()
+{
+    if (unanswered_ * health_period > handshake_limit_ + health_period) {
+        retry("no answer in time", false);
+        return;
+    }
+    unanswered_++;
+    link_->append({"PING", health_mark});
+    watch();
+    arm_timer(health_period);
 }
 
 void AsyncConnection::greet()
@@ -203,11 +259,16 @@ void AsyncConnection::finish_greeting()
         retry(problem, true);
         return;
     }
+    if (server.is_replica && !visitor_.endpoint.group.empty()) {
+        retry("the server that the sentinels name is no master", false);
+        return;
+    }
     const std::string id = text_of(answers[2].get());
     greeting_replies_.clear();
     state_ = State::up;
     up_since_ = std::chrono::steady_clock::now();
-    (void)event_del(timer_.get());
+    unanswered_ = 0;
+    arm_timer(health_period);
     observer_.on_up(server.run(), id);
 }
 
@@ -219,6 +280,9 @@ void AsyncConnection::take_message(const redisReply &reply)
         observer_.on_message(text_of(reply.element[1]), text_of(reply.element[1]), text_of(reply.element[2]));
     } else if (is_kind(reply, "subscribe", 3) || is_kind(reply, "psubscribe", 3)) {
         observer_.on_subscribed(text_of(reply.element[1]));
+    } else if (text_of(&reply) == health_mark ||
+               (is_kind(reply, "pong", 2) && text_of(reply.element[1]) == health_mark)) {
+        unanswered_ = 0;
     } else if (is_kind(reply, "pong", 2)) {
         observer_.on_pong();
     } else if (is_error(&reply)) {
@@ -235,6 +299,7 @@ void AsyncConnection::retry(const std::string &problem, bool lasting)
     }
     io_.reset();
     link_.reset();
+    search_.reset();
     state_ = State::pausing;
     arm_timer(pause_);
     pause_ = std::min(pause_ * 2, longest_pause);

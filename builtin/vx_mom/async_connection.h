@@ -16,6 +16,7 @@
 #include "endpoint.h"
 #include "libevent_handles.h"
 #include "link.h"
+#include "sentinel.h"
 #include "sync_connection.h"
 
 namespace vx_mom
@@ -62,7 +63,7 @@ public:
     void ping();
 
 private:
-    enum class State { idle, pausing, connecting, greeting, up };
+    enum class State { idle, pausing, searching, connecting, greeting, up };
 
     static void timer_cb(int fd, short what, void *self);
     static void io_cb(int fd, short what, void *self);
@@ -71,6 +72,9 @@ private:
     void on_timer();
     void on_io(short what);
     void connect();
+    void search();
+    void connect_to(const Endpoint &place);
+    void check_health();
     void greet();
     void take_replies();
     void take_greeting_reply(Reply reply);
@@ -91,6 +95,9 @@ private:
     size_t greetings_ = 0;                // commands of the greeting
     size_t questions_ = 0;                // commands that follow it
     std::vector<Reply> greeting_replies_; // to both, as far as they have come
+    std::optional<MasterSearch> search_;
+    std::chrono::steady_clock::time_point search_limit_;
+    int unanswered_ = 0; // checks of the connection's health since the last one that was answered
     platform::Event timer_;
     std::optional<Link> link_;
     platform::Event io_; // watches the link's descriptor: declared after it, gone before it

@@ -339,11 +339,18 @@ Exchange Database::open(Clock::time_point deadline)
     }
     DataSet::Answers answers;
     Exchange identified = identify(deadline, answers);
+    std::string problem;
+    if (identified == Exchange::answered && !is_believable(answers, problem)) {
+        return sync_.put_off(problem);
+    }
     if (identified == Exchange::answered && !is_registered(answers)) {
         identified = register_run(deadline, answers);
     }
     if (identified != Exchange::answered) {
         return identified;
+    }
+    if (async_.is_up() && async_run_ != answers.server.run()) {
+        drop("calls reach another server by now");
     }
     if (!data_set_.is_known() || data_set_.is_same(answers)) {
         data_set_.adopt(answers);
@@ -375,6 +382,27 @@ Exchange Database::identify(Clock::time_point deadline, DataSet::Answers &answer
     }
     std::string problem;
     return data_set_.read(replies, answers, problem) ? Exchange::answered : sync_.reject(problem);
+}
+
+// Whether the server may be taken for the master of its group. A master that died and was restarted answers
+// at once, possibly with nothing left, while the others agree on its successor: data that is not the known
+// one is believed only of the process that the sentinels see.
+bool Database::is_believable(const DataSet::Answers &answers, std::string &problem) const
+{
+    const std::optional<Master> &master = sync_.master();
+    if (!master) {
+        return true;
+    }
+    if (answers.server.is_replica) {
+        problem = master->place.text + ": is no master";
+    } else if (data_set_.is_known() && data_set_.is_same(answers)) {
+        return true;
+    } else if (!master->settled) {
+        problem = master->place.text + ": the sentinels do not agree on it yet";
+    } else if (data_set_.is_known() && master->run_id != answers.server.process) {
+        problem = master->place.text + ": has other data, and the sentinels have not seen its start yet";
+    }
+    return problem.empty();
 }
 
 // The server process is new, or has none of the present functions: registers it, with them. A user without

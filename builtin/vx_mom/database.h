@@ -111,6 +111,7 @@ private:
                      std::vector<Reply> &replies);
     Exchange open(Clock::time_point deadline);
     Exchange identify(Clock::time_point deadline, DataSet::Answers &answers);
+    bool is_believable(const DataSet::Answers &answers, std::string &problem) const;
     Exchange register_run(Clock::time_point deadline, DataSet::Answers &answers);
     Answer load_and_call(const std::vector<Command> &call);
     void note_replicas(const redisReply *reply);

@@ -275,7 +275,7 @@ std::optional<Master> find_master(const Endpoint &endpoint, const Credentials &c
             return std::nullopt;
         }
     }
-    const std::optional<Master> master = search.found();
+    std::optional<Master> master = search.found();
     if (!master) {
         problem = "no master of '" + endpoint.group + "' is known: " + search.problem();
     }

@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "sentinel.h"
+
 namespace vx_mom
 {
 
@@ -14,6 +16,8 @@ namespace
 {
 
 constexpr int64_t databases_in_use = 64; // what the users of the store are told to configure
+constexpr std::chrono::milliseconds search_pause{500};
+constexpr std::chrono::milliseconds longest_search{250};
 
 } // namespace
 
@@ -24,17 +28,18 @@ SyncConnection::SyncConnection(const Visitor &visitor, int32_t database)
 
 Exchange SyncConnection::open(Clock::time_point deadline)
 {
-    link_.emplace(visitor_.endpoint);
-    if (link_->failed()) {
-        return give_up(Exchange::lost, link_->problem());
+    Endpoint place = visitor_.endpoint;
+    const Exchange found = find_place(deadline, place);
+    if (found != Exchange::answered) {
+        return found;
     }
-    switch (wait(POLLOUT, deadline)) {
-    case Wait::timed_out:
-        return give_up(Exchange::timed_out, "no connection in time");
-    case Wait::failed:
-        return give_up(Exchange::lost, std::strerror(errno));
-    case Wait::ready:
-        break;
+    link_.emplace(place);
+    if (link_->failed()) {
+        return give_up(Exchange::lost, place.text + ": " + link_->problem());
+    }
+    const Wait waited = wait(POLLOUT, deadline);
+    if (waited != Wait::ready) {
+        return give_up_waiting(waited, "no connection in time");
     }
     if (!link_->finish_connecting()) {
         return give_up(Exchange::lost, link_->problem());
@@ -71,7 +76,51 @@ void SyncConnection::close()
     link_.reset();
 }
 
+Exchange SyncConnection::find_place(Clock::time_point deadline, Endpoint &place)
+{
+    master_.reset();
+    if (visitor_.endpoint.group.empty()) {
+        return Exchange::answered;
+    }
+    std::string problem;
+    master_ = find_master(visitor_.endpoint, visitor_.credentials, deadline, problem);
+    if (!master_) {
+        return give_up(Clock::now() >= deadline ? Exchange::timed_out : Exchange::lost, problem);
+    }
+    place = master_->place;
+    return Exchange::answered;
+}
+
+// Whether the sentinels name another server by now: then the one that is waited for will never answer, and
+// what it was sent dies with its data.
+bool SyncConnection::has_moved()
+{
+    std::string problem;
+    const auto now =
+        find_master(visitor_.endpoint, visitor_.credentials, Clock::now() + longest_search, problem);
+    return now && now->settled && now->place.text != master_->place.text;
+}
+
+// Waits for the server, and, of a group, asks from time to time whether it is still the one to wait for.
 SyncConnection::Wait SyncConnection::wait(short events, Clock::time_point deadline)
+{
+    while (master_) {
+        const Clock::time_point pause_end = Clock::now() + search_pause;
+        if (pause_end >= deadline) {
+            break;
+        }
+        const Wait waited = wait_here(events, pause_end);
+        if (waited != Wait::timed_out) {
+            return waited;
+        }
+        if (has_moved()) {
+            return Wait::moved;
+        }
+    }
+    return wait_here(events, deadline);
+}
+
+SyncConnection::Wait SyncConnection::wait_here(short events, Clock::time_point deadline)
 {
     for (;;) {
         const auto left =
@@ -88,6 +137,19 @@ SyncConnection::Wait SyncConnection::wait(short events, Clock::time_point deadli
         if (ready == 0 && Clock::now() >= deadline) {
             return Wait::timed_out;
         }
+    }
+}
+
+Exchange SyncConnection::give_up_waiting(Wait waited, const char *what)
+{
+    const std::string place = master_ ? master_->place.text + ": " : std::string();
+    switch (waited) {
+    case Wait::timed_out:
+        return give_up(Exchange::timed_out, place + what);
+    case Wait::moved:
+        return give_up(Exchange::lost, place + "another server is the master now");
+    default:
+        return give_up(Exchange::lost, place + std::strerror(errno));
     }
 }
 
@@ -109,7 +171,7 @@ Exchange SyncConnection::send_all(Clock::time_point deadline)
         }
         const Wait waited = wait(POLLOUT, deadline);
         if (waited != Wait::ready) {
-            return give_up(waited == Wait::failed ? Exchange::lost : Exchange::timed_out, "cannot send");
+            return give_up_waiting(waited, "cannot send in time");
         }
     }
 }
@@ -127,8 +189,7 @@ Exchange SyncConnection::receive(size_t count, Clock::time_point deadline, std::
         }
         const Wait waited = wait(POLLIN, deadline);
         if (waited != Wait::ready) {
-            return give_up(waited == Wait::failed ? Exchange::lost : Exchange::timed_out,
-                           "no answer in time");
+            return give_up_waiting(waited, "no answer in time");
         }
         if (!link_->read_some()) {
             return give_up(Exchange::lost, link_->problem());

@@ -12,6 +12,7 @@
 #include "errors.h"
 #include "link.h"
 #include "outage.h"
+#include "sentinel_view.h"
 
 namespace vx_mom
 {
@@ -36,7 +37,7 @@ public:
     SyncConnection(const Visitor &visitor, int32_t database);
 
     bool is_open() const { return link_.has_value(); }
-    // Connects, signs in and selects the database.
+    // Connects, signs in and selects the database. Of a group of servers it is the master that is asked for.
     Exchange open(Clock::time_point deadline);
     // Sends the commands and waits for all replies; an error of the server is a reply.
     Exchange exchange(const std::vector<Command> &commands, Clock::time_point deadline,
@@ -48,6 +49,8 @@ public:
     Exchange put_off(const std::string &problem) { return give_up(Exchange::lost, problem); }
     // After a subscription: waits for the next thing that the server sends.
     Exchange next(Clock::time_point deadline, Reply &reply);
+    // What the sentinels said of the server that it is, or was last, connected to; nothing without a group.
+    const std::optional<Master> &master() const { return master_; }
     // What went wrong in the last call that did not end in `answered`.
     const std::string &problem() const { return problem_; }
     // The error that an open() that ended in `rejected` stands for: `invalid` when the server has no such
@@ -55,14 +58,19 @@ public:
     Error rejection() const { return rejection_; }
 
 private:
-    enum class Wait { ready, timed_out, failed };
+    enum class Wait { ready, timed_out, failed, moved };
+    Exchange find_place(Clock::time_point deadline, Endpoint &place);
+    bool has_moved();
     Wait wait(short events, Clock::time_point deadline);
+    Wait wait_here(short events, Clock::time_point deadline);
+    Exchange give_up_waiting(Wait waited, const char *what);
     Exchange give_up(Exchange how, const std::string &problem);
     Exchange send_all(Clock::time_point deadline);
     Exchange receive(size_t count, Clock::time_point deadline, std::vector<Reply> &replies);
 
     const Visitor &visitor_;
     int32_t database_;
+    std::optional<Master> master_;
     std::optional<Link> link_;
     std::string problem_;
     Error rejection_ = denied;
