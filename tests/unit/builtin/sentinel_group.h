@@ -6,14 +6,13 @@
 #ifndef SENTINEL_GROUP_H
 #define SENTINEL_GROUP_H
 
-#include <sys/types.h>
-
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "server_process.h"
 
 namespace store_test
 {
@@ -31,9 +30,9 @@ public:
         std::chrono::milliseconds down_after{1500};
         // How long an attempt to replace it may take; after twice that there is another one.
         std::chrono::milliseconds failover_timeout{2000};
-        std::string sentinel_password = ""; // of the sentinels' default user
+        std::string sentinel_password; // of the sentinels' default user
         // More users of the sentinels, as "NAME RULES..."
-        std::vector<std::string> sentinel_users = {};
+        std::vector<std::string> sentinel_users;
     };
 
     // Starts the group and waits until each sentinel sees the master and, if there are replicas, all know
@@ -63,27 +62,19 @@ public:
     void freeze_sentinel(size_t sentinel);
     void thaw_sentinel(size_t sentinel);
 
-    // Run a command and return the reply as text: texts as they are, numbers in decimal, "(nil)", errors as
-    // "(error) ...", the elements of a list each followed by a line end; "(no reply)" when there is none.
+    // Run a command there; see ServerProcess::run().
     std::string run(size_t server, const std::vector<std::string> &command);
     std::string run_sentinel(size_t sentinel, const std::vector<std::string> &command);
 
 private:
-    class Process;
-
     void add_server();
     void add_sentinel(const Options &options);
     void wait_until_acquainted(const Options &options);
 
     std::string folder_;
-    std::string sentinel_password_;
-    std::vector<std::unique_ptr<Process>> servers_;
-    std::vector<std::unique_ptr<Process>> sentinels_;
+    std::vector<std::unique_ptr<ServerProcess>> servers_;
+    std::vector<std::unique_ptr<ServerProcess>> sentinels_;
 };
-
-// Waits until the condition holds. Returns false when it does not within the limit.
-bool eventually(const std::function<bool()> &condition,
-                std::chrono::milliseconds limit = std::chrono::seconds(60));
 
 } // namespace store_test
 

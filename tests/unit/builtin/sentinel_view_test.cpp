@@ -11,7 +11,6 @@ namespace
 
 using Sight = vx_mom::SentinelView::Sight;
 using Texts = std::vector<std::string>;
-using testing::HasSubstr;
 using vx_mom::SentinelView;
 
 struct FreeReader {
@@ -208,6 +207,7 @@ TEST(MasterChoice, ItIsSettledWhenNoneTellsOfTroubleAndHalfSeeNone)
 {
     const auto settled = [](const std::vector<Sight> &sights) {
         std::vector<SentinelView> views;
+        views.reserve(sights.size());
         for (const Sight sight : sights) {
             views.push_back(view("a", 1, sight));
         }
