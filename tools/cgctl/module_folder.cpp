@@ -1,0 +1,46 @@
+// The folder of the check modules.
+//
+// readdir() and not a walk of the standard library: the daemon takes entries in readdir()'s order and of
+// every kind, so that only the same call shows which ones it takes.
+#include "module_folder.h"
+
+#include <dirent.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+namespace cgctl
+{
+
+namespace
+{
+
+struct CloseFolder {
+    void operator()(DIR *folder) const noexcept { (void)closedir(folder); }
+};
+
+} // namespace
+
+ModuleFolder read_module_folder(const std::string &path)
+{
+    ModuleFolder result;
+    const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
+    if (folder == nullptr) {
+        result.problem = std::strerror(errno);
+        return result;
+    }
+    errno = 0;
+    // The folder is this function's own, so no other thread reads it.
+    for (const dirent *entry = readdir(folder.get()); entry != nullptr; entry = readdir(folder.get())) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..") {
+            result.entries.push_back({name, name.substr(0, longest_module_name)});
+        }
+    }
+    result.readable = errno == 0;
+    result.problem = result.readable ? "" : std::strerror(errno);
+    return result;
+}
+
+} // namespace cgctl

@@ -1,0 +1,32 @@
+// The folder whose entries name the check modules, read as the daemon reads it.
+#ifndef CGCTL_MODULE_FOLDER_H
+#define CGCTL_MODULE_FOLDER_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace cgctl
+{
+
+inline constexpr const char *default_module_folder = "/etc/app_cg/deny_check";
+inline constexpr std::size_t most_modules = 16;        // the daemon takes no more and says nothing
+inline constexpr std::size_t longest_module_name = 15; // bytes; the daemon cuts there and says nothing
+
+struct ModuleEntry {
+    std::string file_name;
+    std::string name; // what the daemon calls the module: the file's name, cut
+};
+
+struct ModuleFolder {
+    bool readable = false;
+    std::string problem; // why not
+    // In the order in which the daemon sees them, all of them; it takes the first `most_modules`.
+    std::vector<ModuleEntry> entries;
+};
+
+ModuleFolder read_module_folder(const std::string &path);
+
+} // namespace cgctl
+
+#endif
