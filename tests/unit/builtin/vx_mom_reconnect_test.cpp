@@ -192,6 +192,70 @@ TEST_F(ReconnectTest, AStoreEmptiedUnderTheConnectionIsAnother)
     EXPECT_THAT(reports, ElementsAre("lost 1", "back 1 type 1"));
 }
 
+// Somebody else's writes: another client, which has no memory of before.
+void write_as_another(int32_t slots)
+{
+    const std::unique_ptr<vx_global_t, store_test::FinishContext> other(vx_global_init("another", nullptr));
+    for (int32_t slot = 0; slot < slots; slot++) {
+        ASSERT_EQ(vx_mom_set_sync(other.get(), 1, Card(0, 100 + slot, 0, 1).message()), 0);
+    }
+}
+
+TEST_F(ReconnectTest, AnOlderCopyIsNoticedHoweverMuchOthersHaveWrittenSince)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    subscribe_and_forget();
+    ASSERT_EQ(write(2, 1), 0);
+    ASSERT_TRUE(run_until_event("4 0/2/0 type 1"));
+    server.kill();
+    server.start();
+    write_as_another(20);
+    EXPECT_TRUE(run_until_report("back 1 type 1"));
+}
+
+TEST_F(ReconnectTest, ARestartWithAllDataIsBelievedHoweverMuchOthersHaveWrittenSince)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    for (int round = 0; round < 3; round++) {
+        ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+        server.kill();
+        server.start();
+        write_as_another(20);
+    }
+    EXPECT_TRUE(run_until_report("back 1 type 2"));
+    EXPECT_TRUE(run_until([&] { return count("4 0/119/0 type 1") != 0; }));
+}
+
+TEST_F(ReconnectTest, AnOlderCopyInBetweenIsNoticed)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    subscribe_and_forget();
+    ASSERT_EQ(write(2, 1), 0);
+    ASSERT_TRUE(run_until_event("4 0/2/0 type 1"));
+    server.kill();
+    server.start();
+    write_as_another(20);
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    server.kill();
+    server.start();
+    EXPECT_TRUE(run_until_report("back 1 type 1"));
+}
+
+TEST_F(ReconnectTest, RunsThatAreNotNotedAnyMoreAreNotBelieved)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    server.kill();
+    server.start();
+    write_as_another(1);
+    ASSERT_EQ(server.run(1, {"HDEL", "@runs", "1"}), "1");
+    EXPECT_TRUE(run_until_report("back 1 type 1"));
+}
+
 class ShortDeadlineTest : public ReconnectTest
 {
 protected:
