@@ -45,6 +45,13 @@ void log_listen(std::function<void(int32_t, const std::string &)> new_listener)
     listener() = std::move(new_listener);
 }
 
+void tell_starter(const std::string &text)
+{
+    if (!listener()) {
+        (void)std::fprintf(stderr, "%s\n", visible(text).c_str());
+    }
+}
+
 void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
 {
     std::array<char, 1024> text{};

@@ -2,7 +2,6 @@
 #include "client.h"
 
 #include <csignal>
-#include <cstdio>
 #include <exception>
 
 #include "configuration.h"
@@ -40,7 +39,7 @@ Client::Client(vx_global_t *global)
     usable_ = configure(why);
     if (!usable_) {
         PLATFORM_LOG(platform::log_error, "store client: %s", why.c_str());
-        (void)std::fprintf(stderr, "store client: %s\n", why.c_str());
+        platform::tell_starter("store client: " + why);
     }
 }
 

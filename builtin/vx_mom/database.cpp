@@ -79,6 +79,13 @@ int32_t Database::connect()
                      text_of(answer.replies[0].get()).c_str());
         return refused;
     }
+    if (answer.error != ok) {
+        const std::string problem = "store client: " + shared_.visitor.endpoint.text + ": " + sync_.problem();
+        if (problem != shared_.told_starter) {
+            shared_.told_starter = problem;
+            platform::tell_starter(problem);
+        }
+    }
     return answer.error;
 }
 

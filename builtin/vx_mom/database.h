@@ -40,6 +40,7 @@ struct Shared {
     Outage outage;
     ReplicaWait replicas;
     std::function<void()> schedule_turn; // has turn() called soon, from the loop
+    std::string told_starter{};          // the problem that whoever started the program was told of last
 };
 
 struct Answer {

@@ -279,6 +279,36 @@ TEST_F(ConfigurationTest, ADatabaseBeyondTheUsualOnesNeedsMore)
     EXPECT_THAT(log_text(), HasSubstr("'databases 100'"));
 }
 
+// Text that a process said on standard error while `work` was done.
+std::string said_meanwhile(const std::function<void()> &work)
+{
+    testing::internal::CaptureStderr();
+    work();
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST_F(ConfigurationTest, AServerThatRefusesIsNamedOnStandardError)
+{
+    ASSERT_EQ(server.run(0, {"CONFIG", "SET", "requirepass", "secret"}), "OK");
+    const std::string said = said_meanwhile([this] {
+        EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0);
+        EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0);
+        EXPECT_LT(vx_mom_client_connect_sync(global.get(), 28), 0);
+    });
+    EXPECT_EQ(said, "store client: " + server.endpoint() +
+                        ": the store server refuses: NOAUTH Authentication required.\n");
+}
+
+TEST_F(ConfigurationTest, AServerThatIsNotThereIsNamedOnStandardError)
+{
+    const ScopedSetting shorter("VX_MOM_DEADLINE_MS", "50");
+    restart_client();
+    server.kill();
+    const std::string said =
+        said_meanwhile([this] { EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0); });
+    EXPECT_THAT(said, testing::MatchesRegex("store client: unix:.*: .+\n"));
+}
+
 TEST_F(ConfigurationTest, WhatIsWrongIsFoundBeforeThereIsAClient)
 {
     EXPECT_EQ(vx_mom::configuration_problem(), "");
