@@ -183,7 +183,7 @@ class CardLife:
         rig = self.rig
         self._markers += 1
         slot = 100 + self._markers
-        position, key = f"9/{slot}/0", f"{BY_TIPC}:{1000 + slot}"
+        position, key = f"9/{slot}/0", f"{BY_TIPC}:{9000 + slot}"
         self._chassis.plug(position, node_type=2)
         rig.expect(lambda: rig.database(HOST).exists(key), "the daemon handles the marker card")
         self._chassis.pull(position)

@@ -82,6 +82,12 @@ def colons(position):
     return position.replace("/", ":")
 
 
+def tipc_node(position):
+    """The TIPC node of a card: 1003 for 1/3/0."""
+    device, slot, _ = position.split("/")
+    return 1000 * int(device) + int(slot)
+
+
 def has_functions(connection):
     """Whether somebody who may has loaded the functions and registered the server's run."""
     return connection.hexists("@runs", "now")
@@ -98,11 +104,11 @@ class Chassis:
         self.records.set(ROLE, {5: 1, 6: role})
 
     def plug(self, position, node_type=LINE_CARD):
-        """Plugs a card, on line; its TIPC node is 1000 and its node id 100 more than its slot."""
+        """Plugs a card, on line; its TIPC node and its node id follow from its position."""
         slot = int(position.split("/")[1])
         self.records.set(f"{CARD_INFO}:0:{colons(position)}",
                          {6: CARD_TYPE, 7: 1, 12: f"card-{slot}", 14: static_info(node_type), 17: 100 + slot,
-                          22: 1000 + slot})
+                          22: tipc_node(position)})
 
     def offline(self, position):
         """Takes a card off line."""

@@ -14,6 +14,20 @@ from demo import programs
 DATABASES = 64
 
 
+def server_program(folder):
+    """The server's program: the one that is installed, or a link in `folder` to where its code is."""
+    installed = shutil.which("redis-server")
+    if installed:
+        return installed
+    checker = shutil.which("redis-check-rdb")
+    if not checker:
+        raise FileNotFoundError("neither redis-server nor redis-check-rdb is installed (package redis-tools)")
+    link = pathlib.Path(folder) / "redis-server"
+    if not link.is_symlink():
+        link.symlink_to(checker)
+    return link
+
+
 class StoreServer:
     """A server with 64 empty databases that keeps nothing on disk unless asked to."""
 
@@ -28,23 +42,11 @@ class StoreServer:
         """Where it is, as VX_MOM_ENDPOINT says it."""
         return f"unix:{self.socket_path}"
 
-    def _program(self):
-        installed = shutil.which("redis-server")
-        if installed:
-            return installed
-        checker = shutil.which("redis-check-rdb")
-        if not checker:
-            raise FileNotFoundError("neither redis-server nor redis-check-rdb is installed (package redis-tools)")
-        link = self.folder / "redis-server"
-        if not link.is_symlink():
-            link.symlink_to(checker)
-        return link
-
     def start(self):
         """Starts the server and waits until it answers."""
         with open(self.folder / "store.log", "ab") as log:
             self._process = programs.start(
-                [self._program(), "--databases", DATABASES, "--port", "0", "--unixsocket", self.socket_path,
+                [server_program(self.folder), "--databases", DATABASES, "--port", "0", "--unixsocket", self.socket_path,
                  "--unixsocketperm", "700", "--save", "", "--appendonly", "no", "--dir", self.folder],
                 stdout=log, stderr=log)
         programs.wait_until(self._answers, 10, "the store server answers")

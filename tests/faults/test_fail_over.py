@@ -1,0 +1,197 @@
+"""The master of a sentinel group is killed while cards are being admitted."""
+import collections
+import contextlib
+import re
+import threading
+import time
+
+import pytest
+import redis
+
+from demo import programs
+from device import Chassis, Modules, tipc_node
+from rig import (ACK, BY_POSITION, BY_TIPC, CAP, CARD_INFO, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, REQUEST)
+from sentinel_group import Group, Patient
+from supervisor import START_AFRESH, Supervisor
+
+_MODULES = ("m1", "m2", "m3")
+_IN_HAND = 20  # cards that the chassis plugs ahead of their verdicts
+_DISABLED = re.compile(r"Card in slot (\d+/\d+) will be disabled")
+
+
+def cards(count):
+    """So many positions, of as many TIPC nodes."""
+    return [f"{1 + i // 100}/{1 + i % 100}/0" for i in range(count)]
+
+
+def is_denied(position):
+    """What the second module thinks of a card."""
+    return tipc_node(position) % 7 == 0
+
+
+class Scene:
+    """A device on a group: its daemon, as its service unit keeps it, its modules, its chassis manager."""
+
+    def __init__(self, rig, stack):
+        self.rig = rig
+        self.group = stack.enter_context(Group(rig.folder / "group"))
+        rig.modules(*_MODULES)
+        self._runs = [0]  # how many system-log lines there were when each daemon was started
+        self.supervisor = stack.enter_context(Supervisor(
+            rig.new_daemon(VX_MOM_ENDPOINT=self.group.endpoint), lambda: self._runs.append(len(self._denials()))))
+        self._stores = {number: self.group.follow(number) for number in (HOST, CAP, DEV_GLOBAL)}
+        self.patient = Patient(self._stores[HOST])
+        self.chassis = Chassis(self.patient)
+        stack.enter_context(contextlib.closing(Modules(
+            lambda: self.group.follow(HOST), _MODULES,
+            lambda name, position: "too hot" if name == "m2" and is_denied(position) else "")))
+        self.plugged = []
+        self._verdict_times = []
+        self._watching = threading.Thread(target=self._watch, daemon=True)
+        self._is_over = threading.Event()
+        stack.callback(self._is_over.set)
+        self.chassis.role()
+        self._watching.start()
+
+    def _watch(self):
+        """Notes when verdicts come: how long none came is the time without service."""
+        known = 0
+        while not self._is_over.wait(0.01):
+            with contextlib.suppress(redis.RedisError):
+                count = self._stores[CAP].scard(f"@idx:{BY_POSITION}")
+                if count != known:
+                    known = count
+                    self._verdict_times.append(time.monotonic())
+
+    def silence_after(self, moment):
+        """How long no verdict came, around a moment."""
+        before = max((when for when in self._verdict_times if when <= moment), default=moment)
+        after = min((when for when in self._verdict_times if when > moment), default=None)
+        return (after or time.monotonic()) - before
+
+    def plug(self, position):
+        """Plugs a card, not too far ahead of the verdicts."""
+        self.chassis.plug(position)
+        self.plugged.append(position)
+        with contextlib.suppress(redis.RedisError):
+            wanted = len(self.plugged) - _IN_HAND
+            while self._stores[CAP].scard(f"@idx:{BY_POSITION}") < wanted and not self._is_over.wait(0.002):
+                pass
+
+    def write_missing_again(self):
+        """As a chassis manager does that keeps its part of the store true: what should be there and is not, is
+        written again. Returns whether anything was missing."""
+        missing = []
+        with contextlib.suppress(redis.RedisError):
+            there = self._stores[HOST].smembers(f"@idx:{CARD_INFO}")
+            missing = [position for position in self.plugged
+                       if f"{CARD_INFO}:0:{position.replace('/', ':')}" not in there]
+            if not self._stores[HOST].exists("p_dev.dp_lib_grole"):
+                self.chassis.role()
+        for position in missing:
+            self.chassis.plug(position)
+        return bool(missing)
+
+    def expect_verdicts(self, progress, seconds):
+        """Every card ends with its verdict and its results; the chassis keeps its part true meanwhile."""
+        def ready():
+            self.write_missing_again()
+            with contextlib.suppress(redis.RedisError):
+                progress(f"{self._stores[CAP].scard(f'@idx:{BY_POSITION}')} of {len(self.plugged)} verdicts")
+                return self._verdicts() == {position: DENY if is_denied(position) else PASS for position in self.plugged}
+            return False
+        programs.wait_until(ready, seconds, "every card has its verdict")
+
+    def _verdicts(self):
+        """The verdicts on which both results agree, and no check open; nothing before that."""
+        by_position = self._all(CAP, BY_POSITION)
+        by_tipc = self._all(HOST, BY_TIPC)
+        if self._stores[HOST].scard(f"@idx:{REQUEST}") or self._stores[HOST].scard(f"@idx:{ACK}"):
+            return None
+        found = {}
+        for key, fields in by_position.items():
+            position = "/".join(key.split(":")[2:])
+            verdict = fields.get("6", DENY)
+            if by_tipc.get(f"{BY_TIPC}:{tipc_node(position)}", {}).get("6", DENY) == verdict:
+                found[position] = verdict
+        return found if len(by_tipc) == len(found) else None
+
+    def _all(self, database, kind):
+        store = self._stores[database]
+        keys = sorted(store.smembers(f"@idx:{kind}"))
+        with store.pipeline(transaction=False) as batch:
+            for key in keys:
+                batch.hgetall(key)
+            return dict(zip(keys, batch.execute()))
+
+    def check_marks(self):
+        """Those denied, and they alone, are marked."""
+        marked = {"/".join(key.split(":")[1:4]) for key in self._all(DEV_GLOBAL, CUSTOM_STATUS)}
+        assert marked == {position for position in self.plugged if is_denied(position)}
+
+    def _denials(self):
+        return [match.group(1) for _, text in self.rig.system_log.lines() if (match := _DISABLED.search(text))]
+
+    def check_denials(self):
+        """Each daemon denies a card once at most; all together deny those that are to be denied."""
+        denials = self._denials()
+        runs = [*self._runs, len(denials)]
+        for first, last in zip(runs, runs[1:]):
+            twice = [slot for slot, times in collections.Counter(denials[first:last]).items() if times > 1]
+            assert not twice, f"denied twice by one daemon: {twice}"
+        assert set(denials) == {position.rsplit("/", 1)[0] for position in self.plugged if is_denied(position)}
+
+
+@pytest.fixture
+def scene(rig):
+    with contextlib.ExitStack() as stack:
+        scene = Scene(rig, stack)
+        yield scene
+        assert all(end == START_AFRESH for end in scene.supervisor.ends), scene.supervisor.ends
+
+
+def report(capfd, text):
+    """Shown in the short form, too."""
+    with capfd.disabled():
+        print(f"\n  {text}", flush=True)
+
+
+def test_the_master_is_killed_under_load(scene, is_long, progress, capfd):
+    positions = cards(1000 if is_long else 60)
+    struck = None
+    for position in positions:
+        if len(scene.plugged) == len(positions) // 3:
+            struck = time.monotonic()
+            scene.group.master.kill()
+        scene.plug(position)
+    scene.expect_verdicts(progress, 120)
+    scene.check_marks()
+    scene.check_denials()
+    assert scene.patient.failures > 0, "nobody noticed the fail-over"
+    report(capfd, f"{len(positions)} cards x {len(_MODULES)} modules: no write accepted for {scene.patient.longest:.2f} s, "
+                  f"no verdict for {scene.silence_after(struck):.2f} s; the daemon was started afresh "
+                  f"{scene.supervisor.restarts} times")
+
+
+def test_acknowledged_writes_are_lost(scene, is_long, progress, capfd):
+    positions = cards(1000 if is_long else 60)
+    half = len(positions) // 2
+    for position in positions[:half]:
+        scene.plug(position)
+    scene.expect_verdicts(progress, 120)
+    scene.group.freeze_replicas()
+    for position in positions[half:-_IN_HAND]:
+        scene.plug(position)
+    scene.expect_verdicts(progress, 120)
+    struck = time.monotonic()
+    scene.group.master.kill()
+    scene.group.thaw_replicas()
+    programs.wait_until(lambda: scene.supervisor.restarts > 0, 60, "the daemon does not believe the new master")
+    assert scene.supervisor.ends[0] == START_AFRESH
+    for position in positions[-_IN_HAND:]:
+        scene.plug(position)
+    scene.expect_verdicts(progress, 120)
+    scene.check_marks()
+    scene.check_denials()
+    report(capfd, f"{len(positions)} cards, of which {half - _IN_HAND} were lost with the master: no verdict for "
+                  f"{scene.silence_after(struck):.2f} s; the daemon was started afresh {scene.supervisor.restarts} times")
