@@ -245,7 +245,7 @@ std::string explain_refusal(const redisReply *reply, int32_t database)
 bool is_passing(const redisReply *reply)
 {
     return is_error(reply, "LOADING") || is_error(reply, "BUSY") || is_error(reply, "MASTERDOWN") ||
-           is_error(reply, "READONLY") || is_error(reply, "TRYAGAIN");
+           is_error(reply, "READONLY") || is_error(reply, "TRYAGAIN") || is_error(reply, "NOREPLICAS");
 }
 
 } // namespace vx_mom

@@ -136,6 +136,19 @@ TEST_F(GroupTest, AWriteWaitsForReplicas)
     EXPECT_THAT(log_text(), HasSubstr("a write is confirmed by 1 replicas and not by 2"));
 }
 
+// A server may be told to refuse writes without its replicas; that passes.
+TEST_F(GroupTest, AWriteWaitsUntilThereAreReplicasAgain)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(group.run(0, {"CONFIG", "SET", "min-replicas-to-write", "3"}), "OK");
+    const ScopedSetting shorter("VX_MOM_DEADLINE_MS", "300");
+    restart_client();
+    EXPECT_LT(write(2, 1), 0);
+    EXPECT_THAT(log_text(), HasSubstr("NOREPLICAS"));
+    ASSERT_EQ(group.run(0, {"CONFIG", "SET", "min-replicas-to-write", "2"}), "OK");
+    EXPECT_TRUE(run_until([&] { return write(2, 1) == 0; }));
+}
+
 TEST_F(GroupTest, AGroupThatNobodyKnowsIsNamed)
 {
     const ScopedSetting elsewhere("VX_MOM_ENDPOINT", "sentinel:unknown@" + group.sentinel_address(0));
