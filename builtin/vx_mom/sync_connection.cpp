@@ -98,7 +98,7 @@ bool SyncConnection::has_moved()
     std::string problem;
     const auto now =
         find_master(visitor_.endpoint, visitor_.credentials, Clock::now() + longest_search, problem);
-    return now && now->settled && now->place.text != master_->place.text;
+    return now && now->place.text != master_->place.text;
 }
 
 // Waits for the server, and, of a group, asks from time to time whether it is still the one to wait for.
