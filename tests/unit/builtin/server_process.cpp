@@ -2,7 +2,6 @@
 #include "server_process.h"
 
 #include <fcntl.h>
-#include <hiredis/hiredis.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -13,21 +12,15 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <stdexcept>
+
+#include "raw_command.h"
 
 namespace store_test
 {
 
 namespace
 {
-
-struct FreeContext {
-    void operator()(redisContext *context) const { redisFree(context); }
-};
-struct FreeReply {
-    void operator()(redisReply *reply) const { freeReplyObject(reply); }
-};
 
 constexpr timeval patience{2, 0}; // with a server that may be frozen
 
@@ -59,40 +52,6 @@ int next_free_port()
         }
     }
     throw std::runtime_error("no port is free");
-}
-
-std::string text_of(const redisReply &reply)
-{
-    switch (reply.type) {
-    case REDIS_REPLY_NIL:
-        return "(nil)";
-    case REDIS_REPLY_INTEGER:
-        return std::to_string(reply.integer);
-    case REDIS_REPLY_ERROR:
-        return "(error) " + std::string(reply.str, reply.len);
-    case REDIS_REPLY_ARRAY: {
-        std::string text;
-        for (size_t i = 0; i < reply.elements; i++) {
-            text += text_of(*reply.element[i]) + "\n";
-        }
-        return text;
-    }
-    default:
-        return {reply.str, reply.len};
-    }
-}
-
-std::string ask(redisContext &context, const std::vector<std::string> &command)
-{
-    std::vector<const char *> texts;
-    std::vector<size_t> lengths;
-    for (const std::string &argument : command) {
-        texts.push_back(argument.data());
-        lengths.push_back(argument.size());
-    }
-    const std::unique_ptr<redisReply, FreeReply> reply(static_cast<redisReply *>(
-        redisCommandArgv(&context, static_cast<int>(command.size()), texts.data(), lengths.data())));
-    return reply == nullptr ? "(no reply)" : text_of(*reply);
 }
 
 } // namespace
@@ -188,16 +147,15 @@ void ServerProcess::thaw()
 
 std::string ServerProcess::run(const std::vector<std::string> &command)
 {
-    const std::unique_ptr<redisContext, FreeContext> context(
-        redisConnectWithTimeout(loopback, port_, patience));
+    const RawContext context(redisConnectWithTimeout(loopback, port_, patience));
     if (context == nullptr || context->err != 0) {
         return "(no reply)";
     }
     (void)redisSetTimeout(context.get(), patience);
     if (!settings_.password.empty()) {
-        (void)ask(*context, {"AUTH", settings_.password});
+        (void)run_raw(*context, {"AUTH", settings_.password});
     }
-    return ask(*context, command);
+    return run_raw(*context, command);
 }
 
 } // namespace store_test

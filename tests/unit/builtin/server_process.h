@@ -48,8 +48,7 @@ public:
     void freeze();
     void thaw();
 
-    // Runs a command and returns the reply as text: texts as they are, numbers in decimal, "(nil)", errors as
-    // "(error) ...", the elements of a list each followed by a line end; "(no reply)" when there is none.
+    // Runs a command and returns the reply as text; see raw_command.h.
     std::string run(const std::vector<std::string> &command);
 
 private:

@@ -2,7 +2,6 @@
 #include "store_server.h"
 
 #include <fcntl.h>
-#include <hiredis/hiredis.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,20 +13,13 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "raw_command.h"
+
 namespace store_test
 {
 
 namespace
 {
-
-struct FreeContext {
-    void operator()(redisContext *context) const { redisFree(context); }
-};
-struct FreeReply {
-    void operator()(redisReply *reply) const { freeReplyObject(reply); }
-};
-using ContextPtr = std::unique_ptr<redisContext, FreeContext>;
-using ReplyPtr = std::unique_ptr<redisReply, FreeReply>;
 
 std::string make_folder()
 {
@@ -37,39 +29,6 @@ std::string make_folder()
         throw std::runtime_error("no folder can be made: " + pattern);
     }
     return pattern;
-}
-
-std::string text_of(const redisReply &reply)
-{
-    switch (reply.type) {
-    case REDIS_REPLY_NIL:
-        return "(nil)";
-    case REDIS_REPLY_INTEGER:
-        return std::to_string(reply.integer);
-    case REDIS_REPLY_ERROR:
-        return "(error) " + std::string(reply.str, reply.len);
-    case REDIS_REPLY_ARRAY: {
-        std::string text;
-        for (size_t i = 0; i < reply.elements; i++) {
-            text += text_of(*reply.element[i]) + "\n";
-        }
-        return text;
-    }
-    default:
-        return {reply.str, reply.len};
-    }
-}
-
-ReplyPtr send(redisContext &context, const std::vector<std::string> &command)
-{
-    std::vector<const char *> texts;
-    std::vector<size_t> lengths;
-    for (const std::string &argument : command) {
-        texts.push_back(argument.data());
-        lengths.push_back(argument.size());
-    }
-    return ReplyPtr(static_cast<redisReply *>(
-        redisCommandArgv(&context, static_cast<int>(command.size()), texts.data(), lengths.data())));
 }
 
 [[noreturn]] void become_server(const std::string &folder, const std::string &databases)
@@ -133,13 +92,12 @@ void StoreServer::thaw()
 
 std::string StoreServer::run(int database, const std::vector<std::string> &command)
 {
-    const ContextPtr context(redisConnectUnix(socket_path().c_str()));
+    const RawContext context(redisConnectUnix(socket_path().c_str()));
     if (context == nullptr || context->err != 0) {
         return "(no connection)";
     }
-    (void)send(*context, {"SELECT", std::to_string(database)});
-    const ReplyPtr reply = send(*context, command);
-    return reply == nullptr ? "(no reply)" : text_of(*reply);
+    (void)run_raw(*context, {"SELECT", std::to_string(database)});
+    return run_raw(*context, command);
 }
 
 void StoreServer::wait_until_it_answers()

@@ -37,8 +37,7 @@ public:
     void freeze();
     void thaw();
 
-    // Runs a command in a database and returns its reply as text: texts as they are, numbers in decimal,
-    // "(nil)", errors as "(error) ...", and the elements of a list each followed by a line end.
+    // Runs a command in a database and returns its reply as text; see raw_command.h.
     std::string run(int database, const std::vector<std::string> &command);
 
 private:
