@@ -24,10 +24,11 @@ STANDARD = {
 }  # fmt: skip
 
 # What the built-in platform offers to tools beyond the porting surface: the debug shell's client, what is wrong
-# with the settings, its messages, and a scan that names what it leaves out.
+# with the settings, its messages, a scan that names what it leaves out, the store's names, and a look at the server.
 FOR_TOOLS = {
     "builtin/platform_log.h", "builtin/settings.h", "builtin/ssat_client.h", "builtin/vx_mom/configuration.h",
-    "builtin/vx_mom/full_scan.h",
+    "builtin/vx_mom/endpoint.h", "builtin/vx_mom/full_scan.h", "builtin/vx_mom/inspection.h",
+    "builtin/vx_mom/names.h",
 }  # fmt: skip
 LIBRARIES_BEHIND_IT = ("hiredis", "event2/", "event.h", "spdlog", "systemd/")
 

@@ -21,10 +21,12 @@ void add_set(CLI::App &app, Session &session);
 void add_del(CLI::App &app, Session &session);
 void add_watch(CLI::App &app, Session &session);
 void add_module(CLI::App &app, Session &session);
+void add_acl(CLI::App &app, Session &session);
+void add_doctor(CLI::App &app, Session &session);
 
 // In the order of the help.
-inline constexpr std::array verbs{add_list, add_show, add_card, add_role,  add_debug,
-                                  add_get,  add_set,  add_del,  add_watch, add_module};
+inline constexpr std::array verbs{add_list, add_show, add_card,  add_role,   add_debug, add_get,
+                                  add_set,  add_del,  add_watch, add_module, add_acl,   add_doctor};
 
 // Adds a verb. Every verb takes --json, so that a script can always ask for errors that it can parse.
 CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char *description,
