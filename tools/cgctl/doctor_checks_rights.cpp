@@ -1,0 +1,143 @@
+// The doctor's look at who may do what.
+#include <algorithm>
+#include <set>
+
+#include "acl_check.h"
+#include "acl_users.h"
+#include "builtin/settings.h"
+#include "doctor_checks.h"
+
+namespace cgctl
+{
+
+namespace
+{
+
+// A line of the server's list of users: "user NAME on nopass ~* &* +@all".
+struct UserLine {
+    std::string name;
+    bool is_all_powerful = false;
+    bool is_open = false; // nobody needs a password to be this user
+};
+
+UserLine user_line(const std::string &line)
+{
+    const std::string padded = line + ' ';
+    const auto has = [&](const char *word) { return padded.find(word) != std::string::npos; };
+    const std::size_t begin = line.find(' ') + 1;
+    return {line.substr(begin, line.find(' ', begin) - begin), has(" on ") && has(" ~* ") && has(" +@all "),
+            has(" nopass ")};
+}
+
+// Where the files of credentials are: beside the one in use, or where the manual puts them.
+std::string secrets_folder()
+{
+    const std::string own = platform::setting("VX_MOM_AUTH_FILE", "");
+    const std::size_t slash = own.rfind('/');
+    return slash == std::string::npos || slash == 0 ? "/etc/app_cg/secrets" : own.substr(0, slash);
+}
+
+// The file that the server keeps its users in; empty when it has none, or does not tell.
+std::string users_file(Examination &examination)
+{
+    const vx_mom::Inspected reply = examination.ask({"CONFIG", "GET", "aclfile"});
+    return reply.items.size() == 2 ? reply.items[1].text : std::string();
+}
+
+// How the server gets the users that it should have.
+std::string list_of_users(Examination &examination)
+{
+    const std::string known = users_file(examination);
+    const std::string file = known.empty() ? "/etc/redis/users.acl" : known;
+    const std::string folder = examination.module_folder == default_module_folder
+                                   ? ""
+                                   : "--modules " + shell_word(examination.module_folder) + ' ';
+    const std::string print = "`cgctl acl " + folder + "--secrets " + shell_word(secrets_folder()) +
+                              " --create > " + shell_word(file) + "`, then ";
+    return known.empty()
+               ? print + "`aclfile " + file + "` in the server's configuration file, and restart the server"
+               : print + '`' + examination.redis_cli("ACL LOAD") + '`';
+}
+
+Finding without_users(const Examination &examination)
+{
+    return {State::skipped, examination.has_users ? "there are no users but one who may do everything"
+                                                  : "the server does not tell about its users"};
+}
+
+} // namespace
+
+Finding look_at_users(Examination &examination)
+{
+    const vx_mom::Inspected reply = examination.ask({"ACL", "LIST"});
+    if (reply.is_error()) {
+        return refused(reply, "look into the server's log");
+    }
+    UserLine everybody;
+    bool has_module_users = false;
+    for (const vx_mom::Inspected &text : reply.items) {
+        const UserLine user = user_line(text.text);
+        has_module_users |= user.name.starts_with(module_user_prefix);
+        if (user.name == default_user) {
+            everybody = user;
+        }
+    }
+    examination.has_users = has_module_users || !everybody.is_all_powerful;
+    if (everybody.is_all_powerful) {
+        return {
+            State::warn,
+            (everybody.is_open ? std::string("anyone who reaches the store")
+                               : std::string("anyone who knows the store's one password")) +
+                " may do everything",
+            list_of_users(examination) +
+                "; VX_MOM_AUTH_FILE of the daemon, of each module and of this command names its file there"};
+    }
+    return {State::ok, "access lists are in use"};
+}
+
+Finding look_at_rights(Examination &examination)
+{
+    if (!examination.has_users.value_or(false)) {
+        return without_users(examination);
+    }
+    const std::vector<std::string> names = examination.registered_modules();
+    const std::set<std::string> modules(names.begin(), names.end()); // twins have one user
+    AclInspector server(examination.patience);
+    const std::vector<AclFinding> problems = server.check(acl_users({modules.begin(), modules.end()}), {});
+    if (problems.empty()) {
+        return {State::ok, "each user may do what it must, and none of what was tried besides"};
+    }
+    std::vector<std::string> texts;
+    for (const AclFinding &problem : problems) {
+        texts.push_back(problem.user + ' ' + problem.problem);
+    }
+    return {State::fail, listed(texts), list_of_users(examination)};
+}
+
+Finding look_for_modules(Examination &examination)
+{
+    if (!examination.has_users.value_or(false)) {
+        return without_users(examination);
+    }
+    std::set<std::string> users;
+    for (const ClientLine &client : examination.clients()) {
+        users.insert(client.user);
+    }
+    std::vector<std::string> missing;
+    for (const std::string &name : examination.registered_modules()) {
+        if (!users.contains(module_user_prefix + name)) {
+            missing.push_back(name);
+        }
+    }
+    if (!missing.empty()) {
+        return {State::warn,
+                "no client of the store is the module " + listed(missing) +
+                    ": every card waits 300 seconds for it and is then admitted",
+                "start the module as the user " + (module_user_prefix + missing.front()) +
+                    ", or remove its entry: `rm -r " +
+                    shell_word(examination.module_folder + '/' + missing.front()) + '`'};
+    }
+    return {State::ok, "all are connected"};
+}
+
+} // namespace cgctl
