@@ -27,8 +27,8 @@ _OPINIONS = {("m2", DENIED): REASON, ("m2", SILENT): None}
 _ANSWERS = 2  # of the modules m1 and m2, for each request
 
 # Written for what is wrong with the store or with what is believed of it.
-_LOSSES = (" type 1", " failed", ", rv ", "rv -", "given up", "gave up", "left out", "refuse", "missing", "did not arrive",
-           "unreadable", "error_code")
+_LOSSES = (" type 1", " failed", ", rv ", "rv -", "given up", "left out", "refuse", "missing", "did not arrive",
+           "cannot", "does not decode", "is none", "error_code")
 
 
 @dataclasses.dataclass
@@ -67,14 +67,18 @@ def live(make_rig, fault=None, at=None, counted=is_call, kind=None):
                        [text for _, text in rig.system_log.lines()], rig.logged())
 
 
+def without_marks(fields):
+    """A record's fields without those that belong to its writing."""
+    return {name: value for name, value in fields.items() if name not in ("rev", "by")}
+
+
 def records(rig):
-    """All records of the daemon's databases, without what belongs to their writing."""
+    """All records of the daemon's databases."""
     found = {}
     for number in (HOST, CAP, DEV_GLOBAL):
         database = rig.database(number)
         keys = sorted(key for key in database.scan_iter() if not key.startswith("@"))
-        found[number] = {key: {name: value for name, value in database.hgetall(key).items() if name not in ("rev", "by")}
-                         for key in keys}
+        found[number] = {key: without_marks(database.hgetall(key)) for key in keys}
         listed = {key for index in database.scan_iter("@idx:*") for key in database.smembers(index)}
         assert listed == set(keys), f"index and records of database {number} differ"
     return found
@@ -198,6 +202,7 @@ class SilentLife(CardLife):
     def drive(self):
         """One card, until it is admitted."""
         self._chassis.plug(SILENT)
-        self.rig.expect(lambda: self.rig.by_tipc(5).get("6") == PASS and self.rig.by_position(SILENT) and self._is_idle(),
-                        "the card of the silent module is passed")
+        rig = self.rig
+        rig.expect(lambda: rig.by_tipc(5).get("6") == PASS and rig.by_position(SILENT) and self._is_idle(),
+                   "the card of the silent module is passed")
         self._recover()

@@ -95,7 +95,8 @@ def expect_as_if_it_were_not_there(rig, chassis, spoilt):
         expect_service(rig, chassis, _SPOILT)
 
 
-@pytest.mark.parametrize("spoilt", [record for record in _RECORDS if record.key != ROLE], ids=lambda spoilt: spoilt.name)
+@pytest.mark.parametrize("spoilt", [record for record in _RECORDS if record.key != ROLE],
+                         ids=lambda spoilt: spoilt.name)
 def test_a_record_found_at_the_start(rig, spoilt):
     chassis = prepared(rig)
     spoilt.write(rig)

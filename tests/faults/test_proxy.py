@@ -72,6 +72,7 @@ def test_a_cut_in_a_batch_lets_earlier_answers_through(rig, proxy):
 def test_a_kill(rig, proxy, fault, stored):
     proxy.arm(1, fault())
     path = rig.folder / "proxy.sock"
-    victim = subprocess.Popen([sys.executable, "-c", f"import redis; redis.Redis(unix_socket_path='{path}').set('a', 1)"])
+    program = f"import redis; redis.Redis(unix_socket_path='{path}').set('a', 1)"
+    victim = subprocess.Popen([sys.executable, "-c", program])
     assert victim.wait(20) == -signal.SIGKILL and victim.pid != os.getpid()
     wait_until(lambda: rig.database(0).get("a") == stored, 5, "the store is as the fault left it")

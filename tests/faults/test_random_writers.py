@@ -138,7 +138,8 @@ class Storm:
 
     def turn(self, size):
         """One random thing."""
-        what = self._random.choice([self._kill, self._kill, self._pause, self._pause_and_kill, self._overrun, self._calm])
+        what = self._random.choice([self._kill, self._kill, self._pause, self._pause_and_kill, self._overrun,
+                                    self._calm])
         victim = self._random.choice(self.subscribers)
         size = self._random.randrange(size // 2, size + 1)
         self.decisions.append((what.__name__.lstrip("_"), victim.name, size))
