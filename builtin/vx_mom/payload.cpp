@@ -9,22 +9,24 @@ namespace vx_mom
 namespace
 {
 
+// Only the form that is written is read: "07" and "-0" are none, so that no two payloads mean one change.
 template <typename Number>
-bool take_number(std::string_view &rest, char stop, Number &number)
+bool parse_number(std::string_view text, Number &number)
 {
-    const char *end = rest.data() + rest.size();
-    const auto result = std::from_chars(rest.data(), end, number);
-    if (result.ec != std::errc() || result.ptr == end || *result.ptr != stop) {
-        return false;
-    }
-    rest.remove_prefix(static_cast<size_t>(result.ptr - rest.data()) + 1);
-    return true;
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end && std::to_string(number) == text;
 }
 
 bool take_item(std::string_view &rest, std::string_view &item)
 {
+    const size_t colon = rest.find(':');
     size_t length = 0;
-    if (!take_number(rest, ':', length) || length > rest.size()) {
+    if (colon == std::string_view::npos || !parse_number(rest.substr(0, colon), length)) {
+        return false;
+    }
+    rest.remove_prefix(colon + 1);
+    if (length > rest.size()) {
         return false;
     }
     item = rest.substr(0, length);
@@ -36,12 +38,7 @@ template <typename Number>
 bool take_number_item(std::string_view &rest, Number &number)
 {
     std::string_view item;
-    if (!take_item(rest, item)) {
-        return false;
-    }
-    const char *end = item.data() + item.size();
-    const auto result = std::from_chars(item.data(), end, number);
-    return result.ec == std::errc() && result.ptr == end;
+    return take_item(rest, item) && parse_number(item, number);
 }
 
 bool take_field(std::string_view &rest, Fields &fields)

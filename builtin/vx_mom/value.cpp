@@ -130,13 +130,14 @@ bool append_stored(const ProtobufCFieldDescriptor &field, const std::string &val
     return true;
 }
 
-// The field of the type that a hash field's name stands for; null for names that are no known number.
+// The field of the type that a hash field's name stands for; null for names that are no known number in the
+// form that is written. With "06" beside "6" the order within the hash would decide what the record holds.
 const ProtobufCFieldDescriptor *field_named(const ProtobufCMessageDescriptor &type, const std::string &name)
 {
     unsigned number = 0;
     const char *end = name.data() + name.size();
     const auto result = std::from_chars(name.data(), end, number);
-    if (result.ec != std::errc() || result.ptr != end) {
+    if (result.ec != std::errc() || result.ptr != end || std::to_string(number) != name) {
         return nullptr;
     }
     return protobuf_c_message_descriptor_get_field(&type, number);

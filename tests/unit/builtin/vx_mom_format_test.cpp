@@ -186,6 +186,17 @@ TEST(Value, UnknownHashFieldsArePassedOver)
     EXPECT_EQ(reinterpret_cast<PDev__DpLibGrole *>(found.get())->dev_num, 3);
 }
 
+TEST(Value, AFieldHasOneNameOnly)
+{
+    std::string why;
+    for (const char *name : {"06", "006", "+6", " 6", "6 "}) {
+        const auto found = vx_mom::decode_record(p_dev__dp_lib_grole__descriptor, "p_dev.dp_lib_grole",
+                                                 {{"6", "1"}, {name, "2"}}, why);
+        ASSERT_NE(found, nullptr) << why;
+        EXPECT_EQ(reinterpret_cast<PDev__DpLibGrole *>(found.get())->my_grole, 1) << name;
+    }
+}
+
 TEST(Value, ASmuggledIndexIsNotBelieved)
 {
     std::string why;
@@ -266,6 +277,16 @@ TEST(Payload, AnythingElseIsRefused)
     }
     for (const char *wrong : {"2:171:41:11:62:-7x", "2:1x1:41:0", "2:-11:41:0", "0:1:41:0", "2:171:x1:0",
                               "99999999999999999999999:1", "-1:1", "1:11:420:99999999999999999999"}) {
+        EXPECT_FALSE(vx_mom::decode_change(wrong, change)) << wrong;
+    }
+}
+
+TEST(Payload, HasOneSpellingOnly)
+{
+    Change change;
+    ASSERT_TRUE(vx_mom::decode_change("2:171:41:0", change));
+    for (const char *wrong : {"02:171:41:0", "3:0171:41:0", "2:172:041:0", "2:171:42:00", "2:172:-01:0",
+                              "+2:171:41:0", "2:171:42:+0"}) {
         EXPECT_FALSE(vx_mom::decode_change(wrong, change)) << wrong;
     }
 }
