@@ -117,6 +117,12 @@ unit_tests()
     return 1
 }
 
+# The fuzz targets, all at the same time, half a minute each.
+fuzz_targets()
+{
+    "$project_root/tests/fuzz/run" --seconds 30 --junit "$junit" 2>&1 | tee "$stages_logs/fuzz.log"
+}
+
 # system_tests PRESET
 system_tests()
 {

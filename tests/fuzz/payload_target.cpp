@@ -1,0 +1,41 @@
+// The published form of a change. Whoever may publish on a channel sends what he likes; what is accepted must
+// be just what the server's functions write, so that nothing can mean two things.
+#include "builtin/vx_mom/payload.h"
+
+#include "fuzz.h"
+
+namespace
+{
+
+void append_item(std::string &payload, const std::string &item)
+{
+    payload += std::to_string(item.size()) + ':' + item;
+}
+
+std::string encoded(const vx_mom::Change &change)
+{
+    std::string payload;
+    append_item(payload, std::to_string(change.revision));
+    append_item(payload, std::to_string(change.command));
+    append_item(payload, std::to_string(change.fields.size()));
+    for (const auto &[name, value] : change.fields) {
+        append_item(payload, name);
+        append_item(payload, value);
+    }
+    return payload;
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const std::string payload(fuzz::view_of(data, size));
+    vx_mom::Change change;
+    change.key = "the caller's";
+    change.fields.emplace_back("of an", "earlier change");
+    if (vx_mom::decode_change(payload, change)) {
+        fuzz::require(encoded(change) == payload, "a payload that decodes is the one that is written");
+    }
+    fuzz::require(change.key == "the caller's", "the key is left alone");
+    return 0;
+}
