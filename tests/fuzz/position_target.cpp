@@ -11,8 +11,22 @@ namespace
 
 using fuzz::require;
 
-void check(const cgctl::Position &position)
+// The numbers between the slashes, read another way.
+std::vector<long long> numbers_in(const std::string &text)
 {
+    std::vector<long long> numbers;
+    for (const std::string &part : fuzz::parts_of(text, '/')) {
+        const bool hexadecimal = part.compare(0, 2, "0x") == 0 || part.compare(0, 2, "0X") == 0;
+        numbers.push_back(std::strtoll(part.c_str(), nullptr, hexadecimal ? 16 : 10));
+    }
+    numbers.resize(numbers.size() == 2 ? 3 : numbers.size());
+    return numbers;
+}
+
+void check(const std::string &text, const cgctl::Position &position)
+{
+    require(numbers_in(text) == std::vector<long long>{position.devid, position.slotid, position.sslotid},
+            "a position is the numbers that were typed", text);
     require(cgctl::parse_position(position.text()) == position, "a position printed is the same one",
             position.text());
     require(cgctl::position_in(position.key()) == position, "a position is the one in its key",
@@ -25,7 +39,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string text = fuzz::c_text(fuzz::view_of(data, size));
     try {
-        check(cgctl::parse_position(text));
+        check(text, cgctl::parse_position(text));
     } catch (const cgctl::Failure &failure) {
         const std::string message = failure.what();
         require(failure.status() == cgctl::wrong_usage, "a refusal is for wrong usage");
