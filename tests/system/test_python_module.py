@@ -1,0 +1,458 @@
+"""A check module in another language, the one of kit/examples, beside others and through all that can happen."""
+import os
+import signal
+import subprocess
+import sys
+
+import pytest
+
+from demo import programs
+from rig import ACK, DENY, HOST, PASS, PROJECT, REQUEST
+
+sys.path.insert(0, str(PROJECT / "tests" / "faults"))
+from sentinel_group import Group  # noqa: E402  (needs the path above)
+
+EXAMPLE = PROJECT / "kit" / "examples" / "python" / "card_table.py"
+NAME = "types"
+
+
+class Module:
+    """The example as a process of its own."""
+
+    def __init__(self, rig, table, name=NAME, **env):
+        self._log = rig.folder / f"{name}.err"
+        self._command = ["/usr/bin/python3", EXAMPLE, name, table]
+        self._env = {"VX_MOM_ENDPOINT": rig.store.endpoint, "PYTHONDONTWRITEBYTECODE": "1",
+                     "VX_PLATFORM_CONF": str(rig.folder / "none"), **env}
+        self._process = None
+
+    def start(self):
+        """Starts it and returns when it watches."""
+        before = self.count("watching")
+        self.begin()
+        programs.wait_until(lambda: self.count("watching") > before, 20, f"the module watches: {self.logged()}")
+        return self
+
+    def begin(self):
+        """Starts it."""
+        with open(self._log, "ab") as log:
+            self._process = programs.start(self._command, self._env, stderr=log)
+        return self
+
+    def logged(self):
+        """What it wrote to standard error."""
+        return self._log.read_text() if self._log.exists() else ""
+
+    def count(self, text):
+        """How often its log says this."""
+        return self.logged().count(text)
+
+    def stop(self):
+        """Ends it as a service manager does; returns the exit status."""
+        self._process.send_signal(signal.SIGTERM)
+        return self._process.wait(20)
+
+    def end(self, signum=signal.SIGKILL):
+        """Ends it by force."""
+        if self._process is not None and self._process.poll() is None:
+            os.kill(self._process.pid, signum)
+            self._process.wait()
+
+    def freeze(self):
+        """Lets it stand still; thaw() ends that."""
+        os.kill(self._process.pid, signal.SIGSTOP)
+
+    def thaw(self):
+        """See freeze()."""
+        os.kill(self._process.pid, signal.SIGCONT)
+
+
+@pytest.fixture
+def table(rig):
+    """The table of card types; a test writes it."""
+    path = rig.folder / "table.json"
+    path.write_text("{}")
+    return path
+
+
+@pytest.fixture
+def module(rig, table):
+    """Makes modules; all are ended after the test."""
+    made = []
+
+    def make(name=NAME, **env):
+        made.append(Module(rig, table, name, **env))
+        return made[-1]
+
+    yield make
+    for one in made:
+        one.end()
+
+
+@pytest.fixture
+def other(rig):
+    """Starts a module that is a command, in C++'s runner; stopped after the test."""
+    started = []
+
+    def start(name, *command):
+        started.append(rig.cgctl.start("module", "run", name, "--", *command))
+
+    yield start
+    for process in started:
+        programs.stop(process)
+
+
+def start_device(rig, *modules):
+    rig.modules(*modules)
+    rig.role("master")
+    rig.start()
+
+
+def expect_verdict(rig, position, verdict):
+    rig.expect_no_request(position)
+    rig.expect(lambda: rig.by_position(position), f"a verdict for {position}")
+    assert rig.by_position(position).get("6", "0") == verdict
+
+
+def write_request(rig, slot):
+    """Asks for a card to be examined as the daemon does."""
+    rig.cgctl("set", REQUEST, "t_mod=0", "devid=1", f"slotid={slot}", "sslotid=0", "type=200", "node_type=3",
+              f"card_nodeid={100 + slot}")
+
+
+def answers_of(rig, name=NAME):
+    """How many answers of the module the daemon has taken for passes and denials."""
+    return rig.logged().count(f"is passed by[{name}]"), rig.logged().count(f"is denied by[{name}]")
+
+
+def kill_clients(rig):
+    for kind in (b"normal", b"pubsub"):
+        rig.store.ask(b"CLIENT KILL TYPE " + kind + b" SKIPME yes\r\n")
+
+
+def test_two_cards_at_once_pass_beside_modules_in_another_language(rig, module, other):
+    start_device(rig, NAME, "cpp")
+    module().start()
+    other("cpp", "true")
+    rig.plug("1/3/0")
+    rig.plug("1/4/0")
+    for position in ("1/3/0", "1/4/0"):
+        expect_verdict(rig, position, PASS)
+    rig.settle()
+    assert answers_of(rig) == (2, 0)
+    assert answers_of(rig, "cpp") == (2, 0)
+    assert rig.keys(HOST, ACK) == []
+
+
+def test_one_of_two_cards_is_denied_with_a_reason(rig, module, other, table):
+    table.write_text('{"200": {"verdict": "deny", "reason": "zu heiß 熱\\nslot 1/9 is fine: {card} {type}"}}')
+    start_device(rig, NAME, "cpp")
+    module().start()
+    other("cpp", "true")
+    rig.plug("1/3/0")
+    rig.cgctl("card", "plug", "1/4/0", "--type", 201, "--node-type", "lc", "--nodeid", 104, "--tipc", 1004)
+    expect_verdict(rig, "1/3/0", DENY)
+    expect_verdict(rig, "1/4/0", PASS)
+    rig.expect(lambda: len(rig.system_log.lines()) >= 2, "two system-log lines")
+    first = rig.system_log.lines()[0][1]
+    assert "zu heiß 熱" in first and first.endswith("slot 1/9 is fine: card-3 lc."), first
+    assert len(rig.system_log.lines()) == 2 and first.isprintable()
+
+
+def test_a_verdict_may_take_its_time(rig, module, table):
+    table.write_text('{"200": {"verdict": "pass", "after_s": 3600}}')
+    start_device(rig, NAME)
+    one = module().start()
+    rig.plug("1/3/0")
+    rig.cgctl("card", "plug", "1/4/0", "--type", 201, "--node-type", "lc", "--nodeid", 104, "--tipc", 1004)
+    expect_verdict(rig, "1/4/0", PASS)
+    assert rig.request("1/3/0") and not rig.by_tipc(3), "the others are not held up by one that waits"
+    table.write_text('{"200": {"verdict": "pass", "after_s": 0.1}}')
+    write_request(rig, 3)  # written again: asked again
+    expect_verdict(rig, "1/3/0", PASS)
+    assert one.stop() == 0
+
+
+def test_a_check_that_cannot_be_made_is_made_later(rig, module, table):
+    table.write_text('{"200": {"verdict": "perhaps"}}')
+    start_device(rig, NAME)
+    one = module().start()
+    rig.plug("1/3/0")
+    rig.expect(lambda: one.count("is not examined yet"), "the module says so")
+    assert rig.request("1/3/0")
+    table.write_text("{}")
+    expect_verdict(rig, "1/3/0", PASS)
+
+
+def test_killed_connections_between_request_and_answer(rig, module, other, table):
+    table.write_text('{"200": {"verdict": "deny", "reason": "wait", "after_s": 3600}}')
+    start_device(rig, NAME, "cpp")
+    one = module().start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    for _ in range(3):
+        before = one.count("watching")
+        kill_clients(rig)
+        rig.expect(lambda before=before: one.count("watching") > before, "the module watches again")
+    rig.settle()
+    assert answers_of(rig) == (0, 0), "the answer is still kept back"
+    table.write_text('{"200": {"verdict": "deny", "reason": "now"}}')
+    write_request(rig, 3)
+    expect_verdict(rig, "1/3/0", DENY)
+    rig.settle()
+    assert answers_of(rig) == (0, 1), "one answer for each request, connections or not"
+
+
+def test_what_happened_while_it_was_deaf_is_found(rig, module, other):
+    """Plugged, pulled and plugged while its connections are gone and it stands still."""
+    start_device(rig, NAME)
+    one = module().start()
+    one.freeze()
+    kill_clients(rig)
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.plug("1/4/0")
+    rig.expect_request("1/4/0")
+    rig.cgctl("card", "pull", "1/4/0")
+    rig.expect_no_request("1/4/0")
+    one.thaw()
+    expect_verdict(rig, "1/3/0", PASS)
+    rig.settle()
+    assert answers_of(rig) == (1, 0)
+    assert rig.keys(HOST, ACK) == []
+
+
+def test_an_answer_that_was_given_is_not_given_again(rig, module, other):
+    """A second module keeps the request open, so a repeated answer would be seen."""
+    start_device(rig, NAME, "cpp")
+    one = module().start()
+    rig.plug("1/3/0")
+    rig.expect_logged(f"is passed by[{NAME}]")
+    rig.store.ask(b"SAVE\r\n")
+    before = one.count("watching")
+    rig.store.stop()
+    rig.store.start()
+    rig.expect(lambda: one.count("watching") > before, "the module watches again")
+    rig.expect(lambda: "module: num[" in rig.logged(), "the daemon is back")
+    before = one.count("watching")
+    kill_clients(rig)
+    rig.expect(lambda: one.count("watching") > before, "the module watches again")
+    other("cpp", "true")
+    expect_verdict(rig, "1/3/0", PASS)
+    rig.settle()
+    assert answers_of(rig) == (1, 0)
+
+
+def test_a_store_that_came_back_with_its_data_while_an_answer_was_due(rig, module, table):
+    table.write_text('{"200": {"verdict": "perhaps"}}')
+    start_device(rig, NAME)
+    one = module().start()
+    rig.plug("1/3/0")
+    rig.expect(lambda: one.count("is not examined yet"), "the module has the request")
+    rig.store.ask(b"SAVE\r\n")
+    rig.store.kill()
+    rig.expect(lambda: one.count("Error") + one.count("onnection"), "the module notices")
+    table.write_text('{"200": {"verdict": "deny", "reason": "after all"}}')
+    rig.store.start()
+    expect_verdict(rig, "1/3/0", DENY)
+    rig.settle()
+    assert answers_of(rig) == (0, 1)
+
+
+@pytest.mark.parametrize("made_up_for", [False, True])
+def test_a_store_that_lost_the_answer_gets_it_again(rig, module, made_up_for):
+    """The copy from which it comes back holds the request and not the answer; without a daemon both stand still.
+
+    Where others have written as much meanwhile, the revisions alone would not tell.
+    """
+    write_request(rig, 3)
+    one = module().start()
+    rig.expect(lambda: rig.keys(HOST, ACK), "the answer")
+    answers = rig.keys(HOST, ACK)
+    one.freeze()
+    rig.database(HOST).delete(*answers, f"@idx:{ACK}", f"@rev:{ACK}")
+    rig.store.ask(b"SAVE\r\n")
+    rig.store.kill()
+    rig.store.start()
+    if made_up_for:
+        for slot in (7, 8, 9):
+            rig.answer(f"1/{slot}/0", "another")
+    one.thaw()
+    rig.expect(lambda: set(answers) <= set(rig.keys(HOST, ACK)), "the answer again")
+    assert one.count("1/3/0 PASS") == 2
+    assert one.stop() == 0
+
+
+def test_a_request_that_is_gone_without_a_word_is_not_answered(rig, module, table):
+    table.write_text('{"200": {"verdict": "perhaps"}}')
+    write_request(rig, 3)
+    one = module().start()
+    rig.expect(lambda: one.count("is not examined yet"), "the module has the request")
+    rig.database(HOST).delete(f"{REQUEST}:0:1:3:0")  # past the functions: nothing is published
+    table.write_text("{}")
+    rig.expect(lambda: one.count("the request is gone"), "the module finds out")
+    assert rig.keys(HOST, ACK) == []
+
+
+def test_a_store_that_comes_back_empty_is_no_end(rig, module):
+    start_device(rig, NAME)
+    one = module().start()
+    rig.plug("1/3/0")
+    expect_verdict(rig, "1/3/0", PASS)
+    rig.store.kill()
+    rig.store.start()
+    assert rig.daemon.wait() == 77
+    rig.role("master")
+    rig.start()
+    rig.plug("1/3/0")
+    expect_verdict(rig, "1/3/0", PASS)
+    assert one.stop() == 0
+
+
+def test_a_request_that_is_written_again_is_answered_again(rig, module, other):
+    start_device(rig, NAME, "cpp")
+    one = module().start()
+    rig.plug("1/3/0")
+    rig.expect_logged(f"is passed by[{NAME}]")
+    write_request(rig, 3)
+    rig.expect_logged(f"is passed by[{NAME}]", times=2)
+    rig.settle()
+    assert answers_of(rig) == (2, 0)
+    other("cpp", "true")
+    expect_verdict(rig, "1/3/0", PASS)
+    assert one.stop() == 0
+
+
+def test_a_module_that_was_away_answers_what_is_open(rig, module, table):
+    table.write_text('{"200": {"verdict": "deny", "reason": "x", "after_s": 3600}}')
+    start_device(rig, NAME)
+    one = module().start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    assert one.stop() == 0, one.logged()
+    table.write_text("{}")
+    module().start()
+    expect_verdict(rig, "1/3/0", PASS)
+
+
+def test_a_malformed_request_harms_nobody(rig, module):
+    start_device(rig, NAME)
+    module().start()
+    store = rig.database(HOST)
+    for key, fields in ((f"{REQUEST}:x:1:9:0", {"6": "1"}), (f"{REQUEST}:0:1:8:0", {"6": "many", "rev": "1"}),
+                        (f"{REQUEST}:0:1:7:0", {"rev": "none"})):
+        store.hset(key, mapping=fields)
+        store.sadd(f"@idx:{REQUEST}", key)
+    store.set(f"{REQUEST}:0:1:6:0", "a text")
+    store.sadd(f"@idx:{REQUEST}", f"{REQUEST}:0:1:6:0")
+    store.publish(f"@chg:1:{REQUEST}:0:1:5:0", "nonsense")
+    kill_clients(rig)
+    rig.plug("1/3/0")
+    expect_verdict(rig, "1/3/0", PASS)
+
+
+def test_it_follows_a_group_to_its_new_master(rig, module):
+    with Group(rig.folder / "group") as group:
+        rig.cgctl.env["VX_MOM_ENDPOINT"] = group.endpoint
+        store = group.follow(HOST)
+        write_request(rig, 3)
+        one = module(VX_MOM_ENDPOINT=group.endpoint).start()
+        rig.expect(lambda: one.count("1/3/0 PASS"), "the answer")
+        rig.expect(lambda: all(replica.client(db=HOST).exists(f"{ACK}:1:3:0:{NAME}") for replica in group.replicas),
+                   "the replicas have the answer")
+        group.master.kill()
+        rig.expect(lambda: one.count("watching") >= 2, "the module watches the new master", seconds=60)
+        write_request(rig, 4)
+        rig.expect(lambda: one.count("1/4/0 PASS"), "the answer to the new master")
+        assert store.exists(f"{ACK}:1:4:0:{NAME}")
+        assert one.count("1/3/0 PASS") == 1, "nothing was lost, so nothing is answered again"
+        assert one.stop() == 0
+
+
+@pytest.mark.parametrize("name", [NAME, "a b:é*"])
+def test_it_needs_no_more_rights_than_a_module_has(rig, module, table, name):
+    table.write_text('{"200": {"verdict": "deny", "reason": "{card}"}}')
+    start_device(rig, name)
+    secrets = rig.folder / "secrets"
+    secrets.mkdir(mode=0o700)
+    lines = rig.cgctl("acl", "--modules", rig.view.modules, "--secrets", secrets, "--create").splitlines()
+    [line] = [line for line in lines if line.startswith("user module-")]
+    user = line.split()[1]
+    rig.database(0).execute_command("ACL", "SETUSER", *line.split()[1:])
+    one = module(name, VX_MOM_AUTH_FILE=str(secrets / user)).start()
+    rig.plug("1/3/0")
+    expect_verdict(rig, "1/3/0", DENY)
+    assert {client["user"] for client in rig.database(0).client_list() if client["db"] == "1"} == {"default", user}
+    kill_clients(rig)
+    rig.expect(lambda: one.count("watching") >= 2, "the module watches again")
+    rig.cgctl("card", "plug", "1/4/0", "--type", 201, "--node-type", "lc", "--nodeid", 104, "--tipc", 1004)
+    expect_verdict(rig, "1/4/0", PASS)
+    assert one.stop() == 0
+    assert rig.database(0).execute_command("ACL", "LOG") == [], "it tried nothing that it may not do"
+
+
+def test_a_module_without_rights_says_so_and_waits_for_them(rig, module):
+    start_device(rig, NAME)
+    store = rig.database(0)
+    store.execute_command("ACL", "SETUSER", "poor", "on", ">secret", "+select", "+client|setname")
+    auth = rig.folder / "auth"
+    auth.write_text("user poor\npassword secret\n")
+    auth.chmod(0o600)
+    one = module(VX_MOM_AUTH_FILE=str(auth)).begin()
+    rig.plug("1/3/0")
+    rig.expect(lambda: one.count("WARNING"), "it says so")
+    assert "secret" not in one.logged()
+    store.execute_command("ACL", "SETUSER", "poor", "+@all", "~*", "&*")
+    expect_verdict(rig, "1/3/0", PASS)
+
+
+def complete(*args, **env):
+    """Runs the example to its end."""
+    return subprocess.run(["/usr/bin/python3", EXAMPLE, *args], capture_output=True, text=True, timeout=60, check=False,
+                          stdin=subprocess.DEVNULL,
+                          env={**os.environ, "VX_PLATFORM_CONF": "/nonexistent", "PYTHONDONTWRITEBYTECODE": "1", **env})
+
+
+def test_help(table):
+    done = complete("--help")
+    assert done.returncode == 0 and "VX_MOM_ENDPOINT" in done.stdout and "15 bytes" in done.stdout
+
+
+@pytest.mark.parametrize("name, endpoint, text", [
+    ("sixteen-letters-", "unix:/x", "15 bytes"),
+    ("füffzehn-zeiche", "unix:/x", "15 bytes"),  # 15 characters, 16 bytes
+    ("", "unix:/x", "15 bytes"),
+    (NAME, "udp:host:1", "tcp:host:port"),
+    (NAME, "tcp:host", "tcp:host:port"),
+    (NAME, "unix:relative", "unix:/path"),
+    (NAME, "sentinel:@host:1", "sentinel:NAME"),
+    (NAME, "sentinel:g@host:1,other", "'other' is no host:port"),
+])
+def test_wrong_usage_is_one_line(table, name, endpoint, text):
+    done = complete(name, str(table), VX_MOM_ENDPOINT=endpoint)
+    assert done.returncode == 2
+    [line] = done.stderr.splitlines()
+    assert text in line
+
+
+@pytest.mark.parametrize("content, mode, text", [
+    ("password s3cret\n", 0o604, "0600"),
+    ("secret s3cret\n", 0o600, "line 1"),
+    ("user somebody\n", 0o600, "no password"),
+])
+def test_a_file_of_credentials_that_is_no_good_is_refused(table, content, mode, text):
+    path = table.parent / "auth"
+    path.write_text(content)
+    path.chmod(mode)
+    done = complete(NAME, str(table), VX_MOM_ENDPOINT="unix:/x", VX_MOM_AUTH_FILE=str(path))
+    assert done.returncode == 2
+    [line] = done.stderr.splitlines()
+    assert text in line and "s3cret" not in line
+
+
+def test_without_a_store_it_waits_and_says_why(rig, module):
+    rig.store.kill()
+    one = module().begin()
+    rig.expect(lambda: one.count("WARNING"), "it says so")
+    assert one.stop() == 0
+    assert one.count("\n") == 1, one.logged()
