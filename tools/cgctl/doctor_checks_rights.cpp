@@ -52,8 +52,9 @@ std::string list_of_users(Examination &examination)
     const std::string folder = examination.module_folder == default_module_folder
                                    ? ""
                                    : "--modules " + shell_word(examination.module_folder) + ' ';
-    const std::string print = "`cgctl acl " + folder + "--secrets " + shell_word(secrets_folder()) +
-                              " --create > " + shell_word(file) + "`, then ";
+    const std::string secrets = shell_word(secrets_folder());
+    const std::string print = "`mkdir -p -m 0700 " + secrets + "`, `cgctl acl " + folder + "--secrets " +
+                              secrets + " --create > " + shell_word(file) + "`, then ";
     return known.empty()
                ? print + "`aclfile " + file + "` in the server's configuration file, and restart the server"
                : print + '`' + examination.redis_cli("ACL LOAD") + '`';
