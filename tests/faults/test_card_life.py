@@ -5,6 +5,7 @@ from card_life import DENIED, PASSED, REASON, SilentLife, live
 from demo.daemon import faketime_library
 from proxy import CutAfter, CutBefore, KillAfter, KillBefore, is_call, is_opening
 from rig import BY_POSITION, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, PASS, POWER, REQUEST, Rig
+from supervisor import KILLED
 
 _FEWEST_CALLS = 20
 _SHORT = {"calls": 16, "openings": 4}  # how many of them are tried in the short form
@@ -62,7 +63,7 @@ def test_the_daemon_is_killed(reference, fault, seed, is_long, progress):
         progress(f"{fault.__name__} at {at} of {len(expected.commands)}: {expected.commands[at - 1][:60]}")
         outcome = live(Rig, fault(), at)
         where = f"{fault.__name__} at {at}, {outcome.struck!r}"
-        assert outcome.struck and len(outcome.ends) == 1, where
+        assert outcome.struck and outcome.ends == [KILLED], where
         assert outcome.records == expected.records, where
         assert outcome.losses() == [], where
 
@@ -80,6 +81,6 @@ def test_the_time_runs_out(fault, seed, is_long, progress):
         progress(f"{fault.__name__} at {at} of {calls}: {expected.commands[at - 1][:60]}")
         outcome = live(Rig, fault(), at, kind=SilentLife)
         where = f"{fault.__name__} at {at}, {outcome.struck!r}"
-        assert outcome.struck and len(outcome.ends) == (1 if issubclass(fault, KillBefore) else 0), where
+        assert outcome.struck and outcome.ends == ([KILLED] if issubclass(fault, KillBefore) else []), where
         assert outcome.records == expected.records, where
         assert outcome.losses() == [], where

@@ -68,10 +68,9 @@ class Scene:
                     self._verdict_times.append(time.monotonic())
 
     def silence_after(self, moment):
-        """How long no verdict came, around a moment."""
-        before = max((when for when in self._verdict_times if when <= moment), default=moment)
-        after = min((when for when in self._verdict_times if when > moment), default=None)
-        return (after or time.monotonic()) - before
+        """The longest time from that moment on that no verdict came, though one was due."""
+        times = [moment, *(when for when in self._verdict_times if when > moment)]
+        return max((later - earlier for earlier, later in zip(times, times[1:])), default=float("inf"))
 
     def plug(self, position):
         """Plugs a card, not too far ahead of the verdicts."""
