@@ -1,5 +1,6 @@
 """A check module in another language, the one of kit/examples, beside others and through all that can happen."""
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -21,7 +22,7 @@ class Module:
 
     def __init__(self, rig, table, name=NAME, **env):
         self._log = rig.folder / f"{name}.err"
-        self._command = ["/usr/bin/python3", EXAMPLE, name, table]
+        self.command = ["/usr/bin/python3", EXAMPLE, name, table]
         self._env = {"VX_MOM_ENDPOINT": rig.store.endpoint, "PYTHONDONTWRITEBYTECODE": "1",
                      "VX_PLATFORM_CONF": str(rig.folder / "none"), **env}
         self._process = None
@@ -36,7 +37,7 @@ class Module:
     def begin(self):
         """Starts it."""
         with open(self._log, "ab") as log:
-            self._process = programs.start(self._command, self._env, stderr=log)
+            self._process = programs.start(self.command, self._env, stderr=log)
         return self
 
     def logged(self):
@@ -404,6 +405,25 @@ def test_a_module_without_rights_says_so_and_waits_for_them(rig, module):
     assert "secret" not in one.logged()
     store.execute_command("ACL", "SETUSER", "poor", "+@all", "~*", "&*")
     expect_verdict(rig, "1/3/0", PASS)
+
+
+def test_the_module_that_the_page_shows(rig, module, tmp_path):
+    """kit/examples/README.md: the code as it stands there."""
+    page = (EXAMPLE.parents[1] / "README.md").read_text()
+    [code] = re.findall(r"^```python\n(.*?)^```", page, re.DOTALL | re.MULTILINE)
+    program = tmp_path / "own.py"
+    program.write_text(code)
+    start_device(rig, "own")
+    one = module("own", PYTHONPATH=str(EXAMPLE.parent))
+    one.command = ["/usr/bin/python3", program, "own"]
+    one.start()
+    for slot, card_type in ((3, 299), (4, 300)):
+        rig.cgctl("card", "plug", f"1/{slot}/0", "--type", card_type, "--node-type", "lc", "--nodeid", 100 + slot,
+                  "--tipc", 1000 + slot)
+    expect_verdict(rig, "1/3/0", PASS)
+    expect_verdict(rig, "1/4/0", DENY)
+    rig.expect(lambda: rig.system_log.lines(), "a system-log line")
+    assert rig.system_log.lines()[0][1].endswith("types from 300 on are not supported here.")
 
 
 def complete(*args, **env):

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """A check module that knows card types from a table: some are denied with a reason, all others pass.
 
     card_table.py NAME TABLE
