@@ -307,7 +307,7 @@ std::string encode(const Message &message, const Json &fields, const std::string
 
 struct Assignment {
     std::vector<std::string> path;
-    std::string path_text;
+    std::string path_text; // for messages
     std::string value;
 };
 
@@ -318,7 +318,8 @@ Assignment parse_assignment(const RecordType &type, const std::string &text)
     if (equals == std::string::npos || equals == 0) {
         refuse(in_quotes(text) + " is no assignment; FIELD=VALUE with a field of " + type.name());
     }
-    Assignment result{split(text.substr(0, equals), '.'), text.substr(0, equals), text.substr(equals + 1)};
+    Assignment result{split(text.substr(0, equals), '.'), visible(text.substr(0, equals)),
+                      text.substr(equals + 1)};
     const std::string &first = result.path.front();
     const bool own =
         protobuf_c_message_descriptor_get_field_by_name(type.descriptor, first.c_str()) != nullptr;

@@ -137,6 +137,8 @@ TEST(RecordText, RefusalsNameWhatIsWrongAndWhatIsRight)
 TEST(RecordText, RefusesPathsThatLeadNowhere)
 {
     EXPECT_EQ(refused("card_info", "name.x=1"), "name.x: name is a single value and has no fields");
+    EXPECT_EQ(refused("card_info", "name.\x1b[31m=1"),
+              "name.\\x1B[31m: name is a single value and has no fields");
     EXPECT_EQ(refused("card_info", "static_info=3"),
               "static_info=3: a p_dev.card_static_info has fields of its own; static_info.index=..., or "
               "static_info={} for an empty one");
