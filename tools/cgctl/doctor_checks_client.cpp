@@ -89,12 +89,12 @@ private:
 
 Finding Canary::fly()
 {
-    const Finding listening = listen();
+    Finding listening = listen();
     if (listening.state != State::ok) {
         return listening;
     }
-    const Finding arrival = write_and_wait();
-    const Finding removal = remove();
+    Finding arrival = write_and_wait();
+    Finding removal = remove();
     return arrival.state == State::ok ? removal : arrival;
 }
 

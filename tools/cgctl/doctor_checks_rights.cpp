@@ -1,10 +1,12 @@
 // The doctor's look at who may do what.
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 #include "acl_check.h"
 #include "acl_users.h"
 #include "builtin/settings.h"
+#include "builtin/vx_mom/names.h"
 #include "doctor_checks.h"
 
 namespace cgctl
@@ -109,9 +111,8 @@ Finding look_at_rights(Examination &examination)
         return {State::ok, "each user may do what it must, and none of what was tried besides"};
     }
     std::vector<std::string> texts;
-    for (const AclFinding &problem : problems) {
-        texts.push_back(problem.user + ' ' + problem.problem);
-    }
+    std::transform(problems.begin(), problems.end(), std::back_inserter(texts),
+                   [](const AclFinding &problem) { return problem.user + ' ' + problem.problem; });
     return {State::fail, listed(texts), list_of_users(examination)};
 }
 
@@ -126,7 +127,7 @@ Finding look_for_modules(Examination &examination)
     }
     std::vector<std::string> missing;
     for (const std::string &name : examination.registered_modules()) {
-        if (!users.contains(module_user_prefix + name)) {
+        if (!users.contains(module_user_prefix + vx_mom::key_part(name))) {
             missing.push_back(name);
         }
     }
@@ -134,7 +135,7 @@ Finding look_for_modules(Examination &examination)
         return {State::warn,
                 "no client of the store is the module " + listed(missing) +
                     ": every card waits 300 seconds for it and is then admitted",
-                "start the module as the user " + (module_user_prefix + missing.front()) +
+                "start the module as the user " + (module_user_prefix + vx_mom::key_part(missing.front())) +
                     ", or remove its entry: `rm -r " +
                     shell_word(examination.module_folder + '/' + missing.front()) + '`'};
     }

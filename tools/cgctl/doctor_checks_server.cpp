@@ -18,8 +18,8 @@ constexpr std::chrono::seconds longest_patience{10};
 
 // What Redis has unless told otherwise. The daemon takes every change of every card from this buffer, while
 // it may be kept waiting by a call for some seconds.
-constexpr int64_t least_hard_limit = 32 * 1024 * 1024;
-constexpr int64_t least_soft_limit = 8 * 1024 * 1024;
+constexpr int64_t least_hard_limit = 33554432;
+constexpr int64_t least_soft_limit = 8388608;
 
 int major_version(const std::string &version)
 {

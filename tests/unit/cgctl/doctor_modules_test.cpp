@@ -126,6 +126,17 @@ TEST_F(DoctorOfTheModules, FindsAModuleWithoutAUser)
     EXPECT_EQ(examine("module-clients").state, "ok");
 }
 
+TEST_F(DoctorOfTheModules, KnowsTheUserOfAModuleWithAnUnusualName)
+{
+    add_module("a b:*");
+    carry_out(examine("rights").mend, 3);
+    connect_module("m1");
+    EXPECT_EQ(examine("rights").state, "ok");
+    EXPECT_THAT(examine("module-clients").found, HasSubstr("the module a b:*"));
+    connect_module("a%20b%3A%2A");
+    EXPECT_EQ(examine("module-clients").state, "ok");
+}
+
 TEST_F(DoctorOfTheModules, SaysThatItMayNotAskAboutUsers)
 {
     setenv("VX_MOM_AUTH_FILE", folder_.path("secrets/app_cg").c_str(), 1);
