@@ -21,7 +21,7 @@ SET, HMSET, DELETED = 4, 6, 3
 NUMBER = {CARD_INFO: "6", ACK: "8"}  # the field that carries the running number
 WRITERS = 10  # at most; each has numbers of its own
 
-_DEVICES, _SLOTS, _PARTS = (1, 2), range(1, 26), range(4)
+_DEVICES, _SLOTS, _PARTS = (1, 2), range(1, 61), range(4)
 _LONGEST = 3000  # of what makes a record long
 
 
@@ -70,12 +70,12 @@ class Writer:
         part = rng.choice(_PARTS)
         key = f"{place}{part}" if kind == CARD_INFO else f"{place}m{part}"
         what = rng.random()
-        if what < 0.45:
+        if what < 0.5:
             self.set(kind, key, content_of(rng, kind, self._next_number()))
-        elif what < 0.7:
+        elif what < 0.8:
             fields, absent = some_of(rng, kind, self._next_number())
             self.changes.append([self._records.hmset(key, fields, absent), HMSET, key, fields, absent])
-        elif what < 0.9:
+        elif what < 0.95:
             revision = self._records.delete(key)
             if revision:
                 self.changes.append([revision, DELETED, key, {}, []])
