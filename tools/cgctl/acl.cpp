@@ -74,6 +74,11 @@ Digests read_digests(const Session &session, const AclOptions &options, const st
 
 Json user_to_json(const AclUser &user, bool is_on, const std::string &line)
 {
+    if (!is_utf8(line)) { // a name that was cut within a character
+        throw Failure(failed, "the user " + in_quotes(user.name) +
+                                  " has bytes in its name that JSON cannot " +
+                                  "hold; the list without --json has them");
+    }
     Json module = nullptr;
     if (user.role == AclRole::module) {
         module = visible(user.module);

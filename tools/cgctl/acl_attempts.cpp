@@ -272,18 +272,23 @@ AclAttempts refused_to_module(const std::string &part)
     append(attempts, forging_record(type, answer_key("x" + part)));
     append(attempts, forging_books(type));
     append(attempts, forging_everything_but({answer_type}));
+    for (const std::string &hidden : daemon_writes) {
+        if (hidden != "p_libpub.app_cg_card_check_info") {
+            append(attempts, reading(record_type(hidden)));
+        }
+    }
     append(attempts, forging_data_set());
     append(attempts, server_commands());
     append(attempts, {{"FUNCTION", "LOAD", "REPLACE", "x"},
-                      {"FCALL", vx_mom::pdel_function, "2", vx_mom::counter_key(answer_type),
-                       vx_mom::index_key(answer_type), vx_mom::channel_prefix(type.db), answer_type},
                       {"COPY", own, answer_key(part + "x")},
                       {"RENAME", own, answer_key(part + "x")},
                       {"SCAN", "0"},
+                      {"HGETALL", answer_key(part + "x")},
                       {"PSUBSCRIBE", "*"},
                       watching(type)});
-    // A deletion through the function is permitted by its keys, and fails inside at this.
-    append(attempts, {{"SREM", vx_mom::index_key(answer_type), own}});
+    // Deletions through the functions are permitted by the keys that they declare, and fail inside at these.
+    append(attempts,
+           {{"SREM", vx_mom::index_key(answer_type), own}, {"SMEMBERS", vx_mom::index_key(answer_type)}});
     return attempts;
 }
 
