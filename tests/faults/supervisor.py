@@ -5,6 +5,7 @@ Only the pause between two starts is left out. The statuses are kept: which of t
 import threading
 
 START_AFRESH = 77
+NO_STORE = 256 - 110  # nobody was master for the whole deadline, just when it was started
 KILLED = 128 + 9  # as bubblewrap reports it
 
 
