@@ -146,8 +146,7 @@ std::string Examination::redis_cli(const std::string &arguments, int32_t databas
 Finding refused(const vx_mom::Inspected &error, const std::string &mend)
 {
     if (error.text.starts_with("NOPERM")) {
-        return {State::skipped, "the server refuses to say: " + error.text,
-                "examine it as an administrator: VX_MOM_AUTH_FILE names the file with user and password"};
+        return {State::skipped, "the server refuses to say: " + error.text, as_administrator};
     }
     if (error.text.starts_with("ERR unknown command")) {
         return {State::skipped, "the server does not say: " + error.text};

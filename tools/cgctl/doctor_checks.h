@@ -84,6 +84,10 @@ private:
     std::optional<Store> store_;
 };
 
+// What mends that something may not be looked at.
+inline constexpr const char *as_administrator =
+    "examine it as an administrator: VX_MOM_AUTH_FILE names the file with user and password";
+
 // The finding that stands for an error of the server: not looked at when there is no right to, else a
 // failure.
 Finding refused(const vx_mom::Inspected &error, const std::string &mend);

@@ -163,13 +163,19 @@ TEST_F(DoctorOfTheServer, FindsAUserWhomTheServerDoesNotKnow)
 
 TEST_F(DoctorOfTheServer, SaysWhatItMayNotLookAt)
 {
-    setenv("VX_MOM_AUTH_FILE", folder_.path("secrets/app_cg").c_str(), 1);
-    const Diagnosis diagnosis = examine();
-    EXPECT_EQ(diagnosis.status, 1) << "what was not looked at is not known to be well";
-    for (const char *name : {"eviction", "persistence", "buffers", "users"}) {
-        EXPECT_EQ(diagnosis.checks.at(name).state, "skipped") << name;
-        EXPECT_THAT(diagnosis.checks.at(name).found, HasSubstr("NOPERM")) << name;
-        EXPECT_THAT(diagnosis.checks.at(name).mend, HasSubstr("administrator")) << name;
+    for (const char *user : {"app_cg", "app_cg-watch", "module-m1"}) {
+        setenv("VX_MOM_AUTH_FILE", folder_.path(std::string("secrets/") + user).c_str(), 1);
+        const Diagnosis diagnosis = examine();
+        EXPECT_EQ(diagnosis.status, 1) << "what was not looked at is not known to be well";
+        for (const char *name : {"eviction", "persistence", "buffers", "users", "functions", "notifications",
+                                 "daemon-connections"}) {
+            EXPECT_EQ(diagnosis.checks.at(name).state, "skipped") << user << ' ' << name;
+            EXPECT_THAT(diagnosis.checks.at(name).found, HasSubstr("NOPERM")) << user << ' ' << name;
+            EXPECT_THAT(diagnosis.checks.at(name).mend, HasSubstr("administrator")) << user << ' ' << name;
+        }
+        for (const auto &[name, told] : diagnosis.checks) {
+            EXPECT_NE(told.state, "fail") << user << ' ' << name << ": " << told.found;
+        }
     }
 }
 
