@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -68,10 +69,7 @@ void AclTest::start(const std::vector<std::string> &names)
 
 AclTest::~AclTest()
 {
-    if (server_) {
-        server_->send(SIGKILL);
-        server_->wait();
-    }
+    stop_server();
     unsetenv("VX_MOM_AUTH_FILE");
 }
 
@@ -88,14 +86,30 @@ void AclTest::print_list() const
     std::ofstream(users_file()) << outcome.out;
 }
 
-void AclTest::start_server()
+void AclTest::stop_server()
+{
+    if (server_) {
+        server_->send(SIGKILL);
+        server_->wait();
+        server_.reset();
+    }
+}
+
+void AclTest::start_server(const std::vector<std::string> &settings)
 {
     const std::string socket = folder_.path("store");
-    const std::string users = users_file();
+    std::vector<std::string> arguments{
+        "redis-server", "--databases", "64",         "--port", "0",
+        "--unixsocket", socket,        "--save",     "",       "--appendonly",
+        "no",           "--aclfile",   users_file(), "--dir",  folder_.path("")};
+    arguments.insert(arguments.end(), settings.begin(), settings.end());
     server_ = std::make_unique<Child>([&] {
-        execl(REDIS_SERVER_PATH, "redis-server", "--databases", "64", "--port", "0", "--unixsocket",
-              socket.c_str(), "--save", "", "--appendonly", "no", "--aclfile", users.c_str(), "--dir",
-              folder_.path("").c_str(), static_cast<char *>(nullptr));
+        std::vector<char *> pointers;
+        for (std::string &argument : arguments) {
+            pointers.push_back(argument.data());
+        }
+        pointers.push_back(nullptr);
+        execv(REDIS_SERVER_PATH, pointers.data());
         return 127;
     });
     setenv("VX_MOM_ENDPOINT", ("unix:" + socket).c_str(), 1);

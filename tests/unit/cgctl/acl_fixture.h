@@ -30,7 +30,9 @@ protected:
     void add_module(const std::string &name) const;
     // Prints the list into the file that the server keeps its users in.
     void print_list() const;
-    void start_server();
+    // With further settings, if any.
+    void start_server(const std::vector<std::string> &settings = {});
+    void stop_server();
 
     [[nodiscard]] std::string modules() const { return folder_.path("modules"); }
     [[nodiscard]] std::string secrets() const { return folder_.path("secrets"); }

@@ -121,6 +121,22 @@ TEST_F(Module, CanMakeNoChannelThatIsAnothers)
     EXPECT_EQ(run_as_admin(1, {"HGET", other, "6"}), "(nil)") << "as m2 wrote it";
 }
 
+// Field 5 of an answer is its index, of which the key alone tells.
+TEST_F(Module, CannotNameAnotherInItsAnswer)
+{
+    start_used();
+    become("app_cg");
+    const auto watch = start_cgctl({"watch", "app_cg_card_check_ack"});
+    ASSERT_TRUE(watch->says("subscribed")) << watch->err();
+    const std::string index_of_m2("\x10\x01\x18\x03\x22\x02m2");
+    EXPECT_EQ(tell(call("set", own_books, {prefix, "", "7", "forged", "5", index_of_m2, "index", "m2"})),
+              "3");
+    EXPECT_TRUE(watch->prints("forged")) << watch->err();
+    EXPECT_THAT(watch->out(), AllOf(HasSubstr("mod_name=\"m1\""), Not(HasSubstr("m2"))));
+    EXPECT_THAT(run_cgctl({"get", "app_cg_card_check_ack", "slotid=1", "t_sslotid=3", "mod_name=m2"}).out,
+                Not(HasSubstr("forged")));
+}
+
 // Everything that a hostile module is permitted besides its work; and then another module answers.
 TEST_F(Module, CanDisturbButNotForgeWhatTheDaemonHears)
 {

@@ -253,6 +253,15 @@ TEST_F(AclCheck, FindsNothingWrongWithTheListThatIsPrinted)
     EXPECT_EQ(check({"--json"}).json(), (Json{{"ok", true}, {"findings", Json::array()}}));
 }
 
+// Older servers, and settings kept from them, give every new user and selector all channels.
+TEST_F(AclCheck, FindsNothingWhereNewUsersGetAllChannels)
+{
+    start({"m1"});
+    stop_server();
+    start_server({"--acl-pubsub-default", "allchannels"});
+    EXPECT_EQ(check({"--secrets", secrets()}).out, "");
+}
+
 TEST_F(AclCheck, HoldsForEveryNameThatAFileCanHave)
 {
     start({"a b", "x*y", "(p", "p)", "#h", "%R~x", "~k", "&c", "a:b", "-m", ">w", "\xc3\xbc", "q'\"q", "n\nl",
