@@ -1,9 +1,11 @@
 """A check module in another language, the one of kit/examples, beside others and through all that can happen."""
 import os
+import random
 import re
 import signal
 import subprocess
 import sys
+import threading
 
 import pytest
 
@@ -11,7 +13,11 @@ from demo import programs
 from rig import ACK, DENY, HOST, PASS, PROJECT, REQUEST
 
 sys.path.insert(0, str(PROJECT / "tests" / "faults"))
-from sentinel_group import Group  # noqa: E402  (needs the path above)
+sys.path.insert(0, str(PROJECT / "kit" / "examples" / "python"))
+from connection import Lost  # noqa: E402  (needs the paths above)
+from sentinel_group import Group  # noqa: E402
+from settings import Credentials, parse_endpoint  # noqa: E402
+from store import Store, Watch  # noqa: E402
 
 EXAMPLE = PROJECT / "kit" / "examples" / "python" / "card_table.py"
 NAME = "types"
@@ -405,6 +411,88 @@ def test_a_module_without_rights_says_so_and_waits_for_them(rig, module):
     assert "secret" not in one.logged()
     store.execute_command("ACL", "SETUSER", "poor", "+@all", "~*", "&*")
     expect_verdict(rig, "1/3/0", PASS)
+
+
+class Writer(threading.Thread):
+    """Changes requests at random, beside the watcher, whom it cuts off now and then."""
+
+    def __init__(self, store, seed, changes):
+        super().__init__(daemon=True)
+        self._store, self._random, self._changes = store, random.Random(seed), changes
+        self.is_done = False
+
+    def run(self):
+        """All the changes; a thread that failed is never done."""
+        for number in range(self._changes):
+            self._change(number)
+            if self._random.random() < 0.01:
+                self._cut()
+        self.is_done = True
+
+    def _cut(self):
+        for client in self._store.client_list():
+            if client["name"] == "watcher" and self._random.random() < 0.7:
+                self._store.client_kill_filter(_id=client["id"])
+
+    def _change(self, number):
+        key = f"{REQUEST}:0:1:{self._random.randrange(300)}:0"
+        names = [f"@rev:{REQUEST}", f"@idx:{REQUEST}"]
+        kind = self._random.choices(["set", "hmset", "del", "pdel"], [60, 30, 20, 1])[0]
+        more = {"set": ["", "6", number], "hmset": ["", "2", "7", number, "6"], "del": [],
+                "pdel": [f"{REQUEST}:0:"]}[kind]
+        keys = names if kind == "pdel" else [key, *names]
+        self._store.execute_command("FCALL", f"vx_mom1_{kind}", len(keys), *keys, "@chg:1:", *more)
+
+
+@pytest.mark.parametrize("seed", range(3))
+def test_what_it_believes_is_what_there_is(rig, seed):
+    """Under random changes and cut connections."""
+    write_request(rig, 3)  # brings the functions
+    writer = Writer(rig.database(HOST), seed, 10000)
+    store = Store(parse_endpoint(rig.store.endpoint), Credentials(), HOST, "watcher")
+    watch, belief, returns, highest = Watch(store, REQUEST), {}, 0, {}
+    connected = False
+    writer.start()
+    while writer.is_alive() or not connected:
+        try:
+            if not connected:
+                assert store.connect(), "it is the same data all the time"
+                watch.synchronise(False)
+                connected, returns = True, returns + 1
+            watch.listen(0.01)
+        except Lost:
+            store.close()
+            connected = False
+        take_over(watch, belief, highest)
+    assert writer.is_done
+    assert watch_settled(rig, watch, belief, highest), f"seed {seed}"
+    store.close()
+    assert returns > 5, f"seed {seed}"
+
+
+def take_over(watch, belief, highest):
+    """Believes what the watch tells; it must never go back."""
+    while watch.changes:
+        change = watch.changes.popleft()
+        if change.is_deleted:
+            assert belief.pop(change.key, None) is not None, "only what was known is deleted"
+        else:
+            assert change.revision > highest.get(change.key, 0)
+            highest[change.key] = change.revision
+            belief[change.key] = change.fields
+
+
+def watch_settled(rig, watch, belief, highest):
+    """Whether belief and store are the same in the end."""
+    def same():
+        watch.listen(0)
+        take_over(watch, belief, highest)
+        return {key.decode(): {name.decode(): value.decode() for name, value in fields.items()}
+                for key, fields in belief.items()} == \
+            {key: {name: value for name, value in rig.database(HOST).hgetall(key).items() if name not in ("rev", "by")}
+             for key in rig.keys(HOST, REQUEST)}
+    rig.expect(same, "belief and store are the same")
+    return same()
 
 
 def test_the_module_that_the_page_shows(rig, module, tmp_path):
