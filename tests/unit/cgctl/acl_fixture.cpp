@@ -105,6 +105,7 @@ void AclTest::start_server(const std::vector<std::string> &settings)
     arguments.insert(arguments.end(), settings.begin(), settings.end());
     server_ = std::make_unique<Child>([&] {
         std::vector<char *> pointers;
+        pointers.reserve(arguments.size() + 1);
         for (std::string &argument : arguments) {
             pointers.push_back(argument.data());
         }
