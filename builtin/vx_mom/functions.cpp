@@ -74,6 +74,14 @@ local function is_repeated(record, token)
     return redis.call('HGET', record, 'by') == token and token ~= ''
 end
 
+-- More than `most` would fail in the middle: so many values have no room on the script's stack.
+local function check_pairs(count, available)
+    local most = 4000
+    if not count or count % 2 ~= 0 or count < 0 or count > available or available > most then
+        error({err = 'ERR a field without a value, or too many'})
+    end
+end
+
 -- The arguments from `first` to `last`, then what belongs to the writing itself.
 local function with_mark(args, first, last, revision, token)
     local stored = {unpack(args, first, last)}
@@ -88,6 +96,7 @@ end
 local function set(keys, args)
     local record, counter, index = keys[1], keys[2], keys[3]
     local channel, token = args[1] .. record, args[2]
+    check_pairs(#args - 2, #args - 2)
     if is_repeated(record, token) then
         return redis.call('HGET', record, 'rev')
     end
@@ -104,13 +113,15 @@ end
 local function hmset(keys, args)
     local record, counter, index = keys[1], keys[2], keys[3]
     local channel, token = args[1] .. record, args[2]
+    local count_of_texts = tonumber(args[3])
+    check_pairs(count_of_texts, #args - 3)
     if is_repeated(record, token) then
         return redis.call('HGET', record, 'rev')
     end
     check_write(record, counter, index, channel)
     permit('HDEL', record, 'rev')
     permit('HGETALL', record)
-    local last = 3 + tonumber(args[3])
+    local last = 3 + count_of_texts
     local revision = count(counter)
     redis.call('HSET', record, unpack(with_mark(args, 4, last, revision, token)))
     if last < #args then

@@ -358,6 +358,30 @@ TEST_F(FunctionTest, AWriteThatIsRepeatedIsOneChange)
     EXPECT_THAT(events, testing::ElementsAre("29", "4 0/1/0 type 5", "6 0/1/0 type 6", "4 0/1/0 type 5"));
 }
 
+TEST_F(FunctionTest, AFieldWithoutAValueChangesNothing)
+{
+    ASSERT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
+    ASSERT_EQ(call({vx_mom::set_function, "", "6", "5"}), "1");
+    for (const std::vector<std::string> &wrong :
+         std::vector<std::vector<std::string>>{{vx_mom::set_function, "", "6"},
+                                               {vx_mom::set_function, "", "6", "1", "7"},
+                                               {vx_mom::hmset_function, "", "1", "6", "1"},
+                                               {vx_mom::hmset_function, "", "4", "6", "1", "7"},
+                                               {vx_mom::hmset_function, "", "-2", "6", "1"},
+                                               {vx_mom::hmset_function, "", "0.5", "6", "1"},
+                                               {vx_mom::hmset_function, "", "two", "6", "1"},
+                                               {vx_mom::hmset_function, ""}}) {
+        EXPECT_THAT(call(wrong), testing::StartsWith("(error)")) << wrong.size();
+    }
+    std::vector<std::string> long_one{vx_mom::set_function, ""};
+    long_one.resize(20000, "7");
+    EXPECT_THAT(call(long_one), testing::StartsWith("(error)"));
+    long_one.resize(4002);
+    EXPECT_EQ(call(long_one), "2");
+    EXPECT_EQ(server.run(1, {"HGET", "p_dev.card_info:0:0:1:0", "7"}), "7");
+    EXPECT_EQ(server.run(1, {"GET", "@rev:p_dev.card_info"}), "2");
+}
+
 TEST_F(FunctionTest, AWriteWithoutAMarkIsAlwaysAnotherOne)
 {
     ASSERT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
