@@ -198,7 +198,8 @@ void StoreTest::start_server()
     const std::string socket_path = folder_.path("store");
     server_ = std::make_unique<Child>([&] {
         execl(REDIS_SERVER_PATH, "redis-server", "--databases", "64", "--port", "0", "--unixsocket",
-              socket_path.c_str(), "--save", "", "--appendonly", "no", static_cast<char *>(nullptr));
+              socket_path.c_str(), "--save", "", "--appendonly", "no", "--dir", folder_.path("").c_str(),
+              static_cast<char *>(nullptr));
         return 127;
     });
     if (!eventually([&] { return can_connect(socket_path); })) {
