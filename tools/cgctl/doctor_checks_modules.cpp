@@ -19,7 +19,7 @@ std::string path_of(const Examination &examination, const std::string &file_name
 // A name that an acknowledgement can carry and a person can read.
 bool is_usable(const std::string &name)
 {
-    return is_utf8(name) && visible(name) == name;
+    return visible(name) == name;
 }
 
 } // namespace

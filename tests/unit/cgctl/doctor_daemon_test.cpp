@@ -14,6 +14,7 @@ namespace
 using testing::HasSubstr;
 using testing::Not;
 
+constexpr std::chrono::seconds patience{20};
 constexpr const char *request_key = "p_libpub.app_cg_card_check_info:0:1:3:0";
 
 class DoctorOfTheDaemon : public DoctorTest
@@ -101,18 +102,21 @@ TEST_F(DoctorOfTheDaemon, FindsADaemonWithoutOneOfItsConnections)
 
 TEST_F(DoctorOfTheDaemon, FindsADaemonThatDoesNotListen)
 {
-    for (const char *heard : {"p_dev.dp_lib_grole", "p_dev.card_info"}) {
+    const std::string role = "p_dev.dp_lib_grole";
+    const std::string cards = "p_dev.card_info";
+    const std::string answers = "p_libpub.app_cg_card_check_ack";
+    for (const std::vector<std::string> &heard : {std::vector{role}, {cards}, {cards, answers}}) {
         daemon_.reset();
-        start_daemon({.subscriptions = {heard}});
-        EXPECT_EQ(examine("daemon-connections").state, "fail") << heard;
-        EXPECT_THAT(examine("daemon-connections").found, HasSubstr("has not subscribed")) << heard;
+        start_daemon({.subscriptions = heard});
+        EXPECT_EQ(examine("daemon-connections").state, "fail") << heard.front();
+        EXPECT_THAT(examine("daemon-connections").found, HasSubstr("has not subscribed")) << heard.front();
     }
     daemon_.reset();
-    start_daemon({.subscriptions = {"p_dev.dp_lib_grole", "p_dev.card_info"}});
+    start_daemon({.subscriptions = {role, cards}});
     EXPECT_EQ(examine("daemon-connections").state, "fail") << "the answers of m1 are not heard";
     std::filesystem::remove(modules() + "/m1");
     daemon_.reset();
-    start_daemon({.subscriptions = {"p_dev.dp_lib_grole", "p_dev.card_info"}});
+    start_daemon({.subscriptions = {role, cards}});
     EXPECT_EQ(examine("daemon-connections").state, "ok") << "there are no answers to hear";
 }
 
@@ -144,6 +148,23 @@ TEST_F(DoctorOfTheDaemon, FindsCardsThatAreLeftAlone)
     EXPECT_THAT(told.mend, HasSubstr("`systemctl restart app_cg`"));
     cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=3"}); // as the daemon does it
     EXPECT_EQ(examine("cards").state, "ok");
+}
+
+TEST_F(DoctorOfTheDaemon, GivesTheDaemonAMomentForACard)
+{
+    cgctl({"card", "plug", "1/3/0"});
+    vx_mom::Inspection monitor(0, patience);
+    ASSERT_TRUE(monitor.ask({"MONITOR"}, patience));
+    const auto doctor = start_cgctl({"doctor", "--json", "--modules", modules()});
+    // The records are all read once before; the first look at the cards reads the requests before these.
+    for (int looks = 0; looks < 2;) {
+        const auto command = monitor.next(patience);
+        ASSERT_TRUE(command) << monitor.problem();
+        looks +=
+            command->text.find("\"SSCAN\" \"@idx:s_dev.im_card_power_onoff\"") != std::string::npos ? 1 : 0;
+    }
+    cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=3"}); // as the daemon does it
+    EXPECT_EQ(doctor->wait(), 0) << doctor->out();
 }
 
 TEST_F(DoctorOfTheDaemon, FindsChecksThatDoNotEnd)

@@ -59,6 +59,8 @@ TEST_F(DoctorOfTheModules, FindsTheEntriesThatTheDaemonIgnores)
     expect_mended("module-count", "fail", "18 entries");
     EXPECT_FALSE(std::filesystem::exists(modules() + '/' + entries[16].file_name));
     EXPECT_EQ(examine("module-count").found, "16 of at most 16");
+    add_module("one-too-many");
+    EXPECT_EQ(examine("module-count").state, "fail");
 }
 
 TEST_F(DoctorOfTheModules, FindsANameThatTheDaemonCuts)
@@ -124,6 +126,20 @@ TEST_F(DoctorOfTheModules, FindsAModuleWithoutAUser)
     connect_module("m1"); // the server has ended the connections of those whose rights it read anew
     connect_module("m2");
     EXPECT_EQ(examine("module-clients").state, "ok");
+}
+
+TEST_F(DoctorOfTheModules, FindsThatNoModuleHasAUser)
+{
+    ask(0, {"ACL", "DELUSER", "module-m1"});
+    expect_mended("rights", "fail", "module-m1 does not exist", 3);
+}
+
+TEST_F(DoctorOfTheModules, DoesNotMindAnAllPowerfulUserWhoIsSwitchedOff)
+{
+    ask(0, {"ACL", "SETUSER", "default", "off", "nopass", "~*", "&*", "+@all"});
+    EXPECT_EQ(examine("users").state, "ok");
+    ask(0, {"ACL", "SETUSER", "default", "on"});
+    EXPECT_EQ(examine("users").state, "warn");
 }
 
 TEST_F(DoctorOfTheModules, KnowsTheUserOfAModuleWithAnUnusualName)
