@@ -27,9 +27,14 @@ def is_opening(parts):
     return words[0].upper() in _OPENING or (words[0].upper(), *words[1:]) in _OPENING_KEYS
 
 
+def is_health_check(parts):
+    """Whether a command only asks whether the connection is alive; these come by the clock."""
+    return len(parts) > 1 and parts[0].upper() == b"PING"
+
+
 def is_call(parts):
     """Whether a command is a call of the daemon's."""
-    return not is_opening(parts)
+    return not is_opening(parts) and not is_health_check(parts)
 
 
 class CutBefore:

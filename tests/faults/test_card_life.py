@@ -45,7 +45,7 @@ def test_the_connection_is_cut(reference, fault, counted, seed, is_long, progres
     expected = reference[counted]
     assert counted != "calls" or len(expected.commands) > _FEWEST_CALLS
     for at in chosen(len(expected.commands), _SHORT[counted], seed, is_long):
-        progress(f"{fault.__name__} at {at} of {len(expected.commands)}: {expected.commands[at - 1][:60]}")
+        progress(f"{fault.__name__} at {at} of {len(expected.commands)}: {expected.calls()[at - 1]}")
         outcome = live(Rig, fault(), at, _COUNTED[counted])
         where = f"{fault.__name__} at {at}, {outcome.struck!r}"
         assert outcome.struck, where
@@ -60,7 +60,7 @@ def test_the_daemon_is_killed(reference, fault, seed, is_long, progress):
     expected = reference["calls"]
     assert len(expected.commands) > _FEWEST_CALLS
     for at in chosen(len(expected.commands), _SHORT["calls"], seed, is_long):
-        progress(f"{fault.__name__} at {at} of {len(expected.commands)}: {expected.commands[at - 1][:60]}")
+        progress(f"{fault.__name__} at {at} of {len(expected.commands)}: {expected.calls()[at - 1]}")
         outcome = live(Rig, fault(), at)
         where = f"{fault.__name__} at {at}, {outcome.struck!r}"
         assert outcome.struck and outcome.ends == [KILLED], where
@@ -78,7 +78,7 @@ def test_the_time_runs_out(fault, seed, is_long, progress):
     assert calls - first >= 5, "the request, the answer, three results and the request's end"
     chosen_calls = range(first, calls + 1) if is_long else [first + seed % (calls - first + 1)]
     for at in chosen_calls:
-        progress(f"{fault.__name__} at {at} of {calls}: {expected.commands[at - 1][:60]}")
+        progress(f"{fault.__name__} at {at} of {calls}: {expected.calls()[at - 1]}")
         outcome = live(Rig, fault(), at, kind=SilentLife)
         where = f"{fault.__name__} at {at}, {outcome.struck!r}"
         assert outcome.struck and outcome.ends == ([KILLED] if issubclass(fault, KillBefore) else []), where

@@ -122,12 +122,10 @@ class Hearing:
     def _take_change(self, line, word, key, text):
         if self._live:
             self._follow(line, word, key, text)
-        if word == "deleted":
-            assert self._belief.get(key) == text, f"believed: {self._belief.get(key)}"
-            del self._belief[key]
-            self._digest ^= hash((key, text))
-            return
         write = self._truth.write_of(key, text)
+        if word == "deleted":
+            self._forget(key, text, write)
+            return
         assert write is not None, "nobody wrote that"
         assert write >= self._newest.get(key, 0), f"goes back from change {self._newest.get(key)} to {write}"
         self._newest[key] = write
@@ -135,6 +133,15 @@ class Hearing:
             self._digest ^= hash((key, self._belief[key]))
         self._belief[key] = text
         self._digest ^= hash((key, text))
+
+    def _forget(self, key, text, write):
+        """A deletion tells of what was believed; at a return it may be of what the record became meanwhile."""
+        believed = self._belief.get(key)
+        assert believed is not None, "there was no such record"
+        is_newer = write is not None and write > self._newest[key]
+        assert believed == text or not self._live and is_newer, f"believed: {believed}"
+        del self._belief[key]
+        self._digest ^= hash((key, believed))
 
     def _follow(self, line, word, key, text):
         """A change told while connected is the one after the last."""
