@@ -16,6 +16,8 @@ namespace
 {
 
 constexpr size_t questions_besides_counters = 4;
+constexpr size_t identity_length = 32;
+constexpr std::string_view identity_digits = "0123456789abcdef";
 
 bool parse_whole(std::string_view text, uint64_t &number)
 {
@@ -34,10 +36,10 @@ bool read_revision(const redisReply *reply, uint64_t &revision)
 }
 
 // "<identity> <type>=<revision> ...". What does not read is passed over: a run that began with nothing is one
-// whose data cannot be believed.
-Run parse_run(const std::string &text)
+// whose data cannot be believed. Returns whether all of it reads.
+bool parse_run(const std::string &text, Run &run)
 {
-    Run run;
+    bool is_sound = true;
     std::istringstream words(text);
     words >> run.identity;
     for (std::string word; words >> word;) {
@@ -45,28 +47,46 @@ Run parse_run(const std::string &text)
         uint64_t revision = 0;
         if (equals != std::string::npos && parse_whole(std::string_view(word).substr(equals + 1), revision)) {
             run.began_with[word.substr(0, equals)] = revision;
+        } else {
+            is_sound = false;
         }
     }
-    return run;
+    return is_sound && run.identity.find(':') != std::string::npos;
+}
+
+// Takes in one field of the list of runs. Returns whether it is one.
+bool take_run(const std::string &name, const std::string &value, DataSet::Answers &answers)
+{
+    uint64_t number = 0;
+    if (name == "library") {
+        answers.library = value;
+        return true;
+    }
+    if (name == "now") {
+        return parse_whole(value, answers.present_run);
+    }
+    return parse_whole(name, number) && parse_run(value, answers.runs[number]);
 }
 
 void read_runs(const redisReply *reply, DataSet::Answers &answers)
 {
     if (reply->type != REDIS_REPLY_ARRAY) {
-        return; // wrong type, or no right to read it: then no run is known
+        // Who may not read it does without: then no run is known.
+        answers.oddity = is_error(reply, "NOPERM") ? "" : std::string(runs_key) + ": " + text_of(reply);
+        return;
     }
     for (size_t i = 0; i + 1 < reply->elements; i += 2) {
         const std::string name = text_of(reply->element[i]);
         const std::string value = text_of(reply->element[i + 1]);
-        uint64_t number = 0;
-        if (name == "library") {
-            answers.library = value;
-        } else if (name == "now") {
-            (void)parse_whole(value, answers.present_run);
-        } else if (parse_whole(name, number)) {
-            answers.runs[number] = parse_run(value);
+        if (!take_run(name, value, answers)) {
+            answers.oddity = std::string(runs_key) + ": the field " + name + " holds " + value;
         }
     }
+}
+
+bool is_identity(const std::string &text)
+{
+    return text.size() == identity_length && text.find_first_not_of(identity_digits) == std::string::npos;
 }
 
 bool holds(const Revisions &stored, const Revisions &known)
@@ -81,8 +101,8 @@ std::string random_text()
 {
     std::random_device random;
     std::string text;
-    for (int i = 0; i < 32; i++) {
-        text += "0123456789abcdef"[random() % 16];
+    for (size_t i = 0; i < identity_length; i++) {
+        text += identity_digits[random() % identity_digits.size()];
     }
     return text;
 }
@@ -116,6 +136,9 @@ bool DataSet::read(const std::vector<Reply> &replies, Answers &answers, std::str
     }
     answers.id = text_of(replies[2].get());
     read_runs(replies[3].get(), answers);
+    if (replies[2]->type != REDIS_REPLY_NIL && !is_identity(answers.id)) {
+        answers.oddity = std::string(data_set_key) + " holds " + answers.id;
+    }
     size_t at = questions_besides_counters;
     for (const auto &known : learned_) {
         const redisReply *reply = replies[at++].get();

@@ -39,6 +39,7 @@ public:
         uint64_t present_run = 0;
         std::map<uint64_t, Run> runs; // by number
         std::string library;          // the digest of the functions loaded last
+        std::string oddity;           // what is there and should not be; empty when there is no such thing
         Revisions revisions;
     };
 

@@ -132,6 +132,7 @@ private:
     AsyncConnection async_;
     DataSet data_set_;
     std::string told_problem_; // the last one logged, so that each is logged once
+    std::string told_oddity_;
     std::string channel_prefix_;
     std::string writer_; // what the marks of this client's writes begin with
     uint64_t writes_ = 0;

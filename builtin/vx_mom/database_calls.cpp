@@ -246,12 +246,22 @@ Exchange Database::identify(Clock::time_point deadline, DataSet::Answers &answer
         return sync_.put_off(text_of(passing));
     }
     std::string problem;
-    return data_set_.read(replies, answers, problem) ? Exchange::answered : sync_.reject(problem);
+    if (!data_set_.read(replies, answers, problem)) {
+        return sync_.reject(problem);
+    }
+    if (answers.oddity != told_oddity_) {
+        told_oddity_ = answers.oddity;
+        if (!told_oddity_.empty()) {
+            PLATFORM_LOG(platform::log_error, "database %d: somebody spoilt what tells whose data it is: %s",
+                         number_, told_oddity_.c_str());
+        }
+    }
+    return Exchange::answered;
 }
 
 // Whether the server may be taken for the master of its group. A master that died and was restarted answers
-// at once, possibly with nothing left, while the others agree on its successor: data that is not the known
-// one is believed only of the process that the sentinels see.
+// at once, with nothing left, while the others agree on its successor: a server without the group's data is
+// believed only if it is the process that the sentinels see.
 bool Database::is_believable(const DataSet::Answers &answers, std::string &problem) const
 {
     const std::optional<Master> &master = sync_.master();
@@ -260,7 +270,7 @@ bool Database::is_believable(const DataSet::Answers &answers, std::string &probl
     }
     if (answers.server.is_replica) {
         problem = master->place.text + ": is no master";
-    } else if (data_set_.is_known() && data_set_.is_same(answers)) {
+    } else if (!answers.id.empty() && (!data_set_.is_known() || data_set_.id() == answers.id)) {
         return true;
     } else if (!master->settled) {
         problem = master->place.text + ": the sentinels do not agree on it yet";

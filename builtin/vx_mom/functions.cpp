@@ -189,8 +189,11 @@ end
 local function register(keys, args)
     local set_key, runs_key = keys[1], keys[2]
     local run, random, digest = args[1], args[2], args[3]
-    redis.call('SET', set_key, random, 'NX')
-    local now = tonumber(redis.call('HGET', runs_key, 'now') or '0') or 0
+    if (redis.call('GET', set_key) or '') == '' then
+        redis.call('SET', set_key, random)
+    end
+    local now = redis.call('HGET', runs_key, 'now') or '0'
+    now = string.match(now, '^%d+$') and #now < 16 and tonumber(now) or 0
     local present = redis.call('HGET', runs_key, string.format('%d', now))
     if not present or string.match(present, '^%S*') ~= run then
         now = now + 1

@@ -309,7 +309,6 @@ def test_the_identity_of_the_data_found_at_the_start(rig, name):
 
 
 @pytest.mark.parametrize("name", [name for name in _IDENTITY if name != "runs-is-empty"])
-@pytest.mark.xfail(strict=True, reason="what is wrong with the list of server runs is mended without a word")
 def test_the_identity_of_the_data_is_told_of(rig, name):
     prepared(rig)
     _IDENTITY[name](rig.database(HOST))
@@ -318,9 +317,7 @@ def test_the_identity_of_the_data_is_told_of(rig, name):
     assert "@runs" in rig.logged() or "@set" in rig.logged()
 
 
-@pytest.mark.parametrize("key", [
-    "@set",
-    pytest.param("@runs", marks=pytest.mark.xfail(strict=True, reason="nothing is said of it"))])
+@pytest.mark.parametrize("key", ["@set", "@runs"])
 def test_the_identity_of_the_data_is_something_else(rig, key):
     """The daemon says what is wrong, and serves at the latest when it is mended."""
     chassis = prepared(rig)
