@@ -283,6 +283,7 @@ void AsyncConnection::take_message(const redisReply &reply)
     } else if (text_of(&reply) == health_mark ||
                (is_kind(reply, "pong", 2) && text_of(reply.element[1]) == health_mark)) {
         unanswered_ = 0;
+        observer_.on_checked();
     } else if (is_kind(reply, "pong", 2)) {
         observer_.on_pong();
     } else if (is_error(&reply)) {

@@ -44,6 +44,8 @@ public:
     virtual void on_message(const std::string &watched, std::string &&channel, std::string &&payload) = 0;
     // The answer to a ping(); they come in the order asked, after all messages published before.
     virtual void on_pong() = 0;
+    // The connection was found alive; comes every second or so.
+    virtual void on_checked() = 0;
 };
 
 class AsyncConnection

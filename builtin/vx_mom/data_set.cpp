@@ -17,6 +17,7 @@ namespace
 
 constexpr size_t questions_besides_counters = 4;
 constexpr size_t identity_length = 32;
+constexpr size_t longest_identity = 128;
 constexpr std::string_view identity_digits = "0123456789abcdef";
 
 bool parse_whole(std::string_view text, uint64_t &number)
@@ -51,7 +52,7 @@ bool parse_run(const std::string &text, Run &run)
             is_sound = false;
         }
     }
-    return is_sound && run.identity.find(':') != std::string::npos;
+    return is_sound;
 }
 
 // Takes in one field of the list of runs. Returns whether it is one.
@@ -84,9 +85,11 @@ void read_runs(const redisReply *reply, DataSet::Answers &answers)
     }
 }
 
+// Another client may make it in another way, but it is always a short word.
 bool is_identity(const std::string &text)
 {
-    return text.size() == identity_length && text.find_first_not_of(identity_digits) == std::string::npos;
+    return !text.empty() && text.size() <= longest_identity &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < '\x7f'; });
 }
 
 bool holds(const Revisions &stored, const Revisions &known)
@@ -95,6 +98,30 @@ bool holds(const Revisions &stored, const Revisions &known)
         const auto found = stored.find(entry.first);
         return entry.second == 0 || (found != stored.end() && found->second >= entry.second);
     });
+}
+
+// Whether a run began with all that is known. Of a type that is not in its entry, whoever registered it knew
+// nothing.
+bool began_with(const Run &run, const Revisions &known)
+{
+    return std::all_of(known.begin(), known.end(), [&](const auto &entry) {
+        const auto found = run.began_with.find(entry.first);
+        return found == run.began_with.end() || found->second >= entry.second;
+    });
+}
+
+// Whether a message stands only inside of others.
+bool is_part(const ProtobufCMessageDescriptor *type)
+{
+    for (size_t i = 0; i < schema_registry_count(); i++) {
+        const ProtobufCMessageDescriptor *whole = schema_registry_at(i);
+        for (unsigned at = 0; at < whole->n_fields; at++) {
+            if (whole->fields[at].descriptor == type) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 std::string random_text()
@@ -173,13 +200,13 @@ bool DataSet::is_same_run(const Answers &answers, const Revisions &known) const
     if (run_number_ == 0 || !is_noted) {
         return true; // nobody who may register it has met one of the runs: the revisions have to do
     }
+    // Our own run may have ended before its entry was saved; then another one has its number.
     const auto ours = answers.runs.find(run_number_);
-    if (ours == answers.runs.end() || ours->second.identity != run_) {
-        return false;
-    }
-    for (uint64_t number = run_number_ + 1; number <= answers.present_run; number++) {
+    const bool is_noted_still = ours != answers.runs.end() && ours->second.identity == run_;
+    const uint64_t first = std::min(is_noted_still ? run_number_ + 1 : run_number_, answers.present_run);
+    for (uint64_t number = first; number <= answers.present_run; number++) {
         const auto later = answers.runs.find(number);
-        if (later == answers.runs.end() || !holds(later->second.began_with, known)) {
+        if (later == answers.runs.end() || !began_with(later->second, known)) {
             return false;
         }
     }
@@ -195,6 +222,12 @@ void DataSet::adopt(const Answers &answers)
     run_number_ = present != answers.runs.end() && present->second.identity == run_ ? answers.present_run : 0;
     learned_ = answers.revisions;
     heard_.clear();
+}
+
+uint64_t DataSet::learned(const std::string &type) const
+{
+    const auto found = learned_.find(type);
+    return found == learned_.end() ? 0 : found->second;
 }
 
 void DataSet::learn(const std::string &type, uint64_t revision)
@@ -221,7 +254,9 @@ Command registration(const ServerInfo &server)
 {
     std::vector<std::string> types;
     for (size_t i = 0; i < schema_registry_count(); i++) {
-        types.emplace_back(schema_registry_at(i)->name);
+        if (!is_part(schema_registry_at(i))) {
+            types.emplace_back(schema_registry_at(i)->name);
+        }
     }
     Command command{"FCALL", register_function, std::to_string(2 + types.size()), data_set_key, runs_key};
     for (const std::string &type : types) {

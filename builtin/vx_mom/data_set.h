@@ -55,6 +55,8 @@ public:
     bool is_same(const Answers &answers, bool with_heard = true) const;
     // From now on the data is known by these answers.
     void adopt(const Answers &answers);
+    // The highest that was told; 0 when none was.
+    uint64_t learned(const std::string &type) const;
     // A revision of a record type was told by the server. It is the truth about what was heard, too.
     void learn(const std::string &type, uint64_t revision);
     // A revision of a record type came with a change, which any user may publish of his own records.

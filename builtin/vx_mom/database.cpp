@@ -97,9 +97,7 @@ void Database::on_up(const std::string &run, const std::string &data_set_id)
     async_id_ = data_set_id;
     pings_ = 0;
     pongs_ = 0;
-    arrival_due_ = true;
-    shared_.outage.end();
-    told_problem_.clear();
+    arrival_due_ = true; // an outage ends when a call is answered: the server may be none to be believed
     shared_.schedule_turn();
 }
 
@@ -153,6 +151,15 @@ void Database::on_message(const std::string &watched, std::string &&channel, std
 void Database::on_pong()
 {
     arrivals_.push_back({});
+    shared_.schedule_turn();
+}
+
+// Something was refused for good, it seemed; but whoever refused it may have changed his mind.
+void Database::on_checked()
+{
+    for (const auto &subscription : subscriptions_) {
+        subscription->on_checked();
+    }
     shared_.schedule_turn();
 }
 

@@ -11,6 +11,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,9 @@ struct Shared {
     Outage outage;
     ReplicaWait replicas;
     std::function<void()> schedule_turn; // has turn() called soon, from the loop
-    std::string told_starter{};          // the problem that whoever started the program was told of last
+    // Since when the server has no functions and refuses to be given them.
+    std::optional<Clock::time_point> lacks_functions_since{};
+    std::string told_starter{}; // the problem that whoever started the program was told of last
 };
 
 struct Answer {
@@ -98,6 +101,7 @@ private:
     void on_refused(const std::string &problem) override;
     void on_message(const std::string &watched, std::string &&channel, std::string &&payload) override;
     void on_pong() override;
+    void on_checked() override;
 
     // What came on the connection of the loop: a message, or the answer to a ping, when nothing is watched.
     // One queue for all, so that changes of different record types are delivered in the order in which they
@@ -118,7 +122,9 @@ private:
     void note_replicas(const redisReply *reply);
     Answer give_up(Purpose purpose, const std::string &problem);
     Answer refuse();
+    void end_outage(Purpose purpose);
     void tell_once(const std::string &problem);
+    void tell_starter(const std::string &problem);
     void report_loss();
     bool settle_arrival();
     bool identify_returned(bool &other);
@@ -145,6 +151,7 @@ private:
     bool other_data_ = false;  // the store was found to hold other data
     bool settling_ = false;    // a return is being looked into
     bool write_given_up_ = false;
+    bool writes_refused_ = false; // by a server that answers, for a reason that may pass
     std::string
         async_run_; // the server run, and the data's identity, as the connection on the loop sees them
     std::string async_id_;

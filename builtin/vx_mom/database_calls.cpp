@@ -56,18 +56,23 @@ int32_t Database::connect()
 {
     const Answer answer = ask({{"PING"}}, Purpose::read);
     if (answer.error == ok && is_error(answer.replies[0].get())) {
-        PLATFORM_LOG(platform::log_error, "database %d: the store answers PING with: %s", number_,
-                     text_of(answer.replies[0].get()).c_str());
+        const std::string problem = "the store answers PING with: " + text_of(answer.replies[0].get());
+        PLATFORM_LOG(platform::log_error, "database %d: %s", number_, problem.c_str());
+        tell_starter(problem);
         return refused;
     }
     if (answer.error != ok) {
-        const std::string problem = "store client: " + shared_.visitor.endpoint.text + ": " + sync_.problem();
-        if (problem != shared_.told_starter) {
-            shared_.told_starter = problem;
-            platform::tell_starter(problem);
-        }
+        tell_starter(sync_.problem());
     }
     return answer.error;
+}
+
+void Database::tell_starter(const std::string &problem)
+{
+    if (problem != shared_.told_starter) {
+        shared_.told_starter = problem;
+        platform::tell_starter("store client: " + shared_.visitor.endpoint.text + ": " + problem);
+    }
 }
 
 Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
@@ -86,15 +91,16 @@ Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
         if (result == Exchange::answered) {
             const redisReply *passing = first_passing(answer.replies);
             if (passing == nullptr) {
-                shared_.outage.end();
-                told_problem_.clear();
+                end_outage(purpose);
                 return answer;
             }
+            writes_refused_ = writes_refused_ || purpose == Purpose::write;
             result = Exchange::lost;
             problem = text_of(passing);
             sync_.close();
         }
         if (result == Exchange::rejected) {
+            write_given_up_ = write_given_up_ || purpose == Purpose::write;
             return refuse();
         }
         shared_.outage.begin(result == Exchange::timed_out ? began : Clock::now(),
@@ -113,8 +119,12 @@ int32_t Database::change(const char *function, const std::vector<std::string> &k
     std::vector<Command> commands{function_call(function, keys, arguments)};
     if (shared_.replicas.count > 0) {
         // Once they did not confirm, no call waits for them again until they do.
-        const auto limit = shared_.replicas.is_missed ? milliseconds(1) : shared_.replicas.limit;
-        commands.push_back({"WAIT", std::to_string(shared_.replicas.count), std::to_string(limit.count())});
+        const auto left =
+            std::chrono::duration_cast<milliseconds>(shared_.outage.deadline() - Clock::now()) / 2;
+        const auto limit =
+            shared_.replicas.is_missed ? milliseconds(1) : std::min(shared_.replicas.limit, left);
+        commands.push_back({"WAIT", std::to_string(shared_.replicas.count),
+                            std::to_string(std::max(limit, milliseconds(1)).count())});
     }
     Answer answer = ask(commands, Purpose::write);
     if (answer.error == ok && is_missing_function(answer.replies[0].get())) {
@@ -133,9 +143,17 @@ int32_t Database::change(const char *function, const std::vector<std::string> &k
     if (!revision_of({{revision_field, text}}, 0, revision)) {
         return internal_failure;
     }
-    learn(type, revision);
     if (commands.size() > 1) {
         note_replicas(answer.replies[1].get());
+    }
+    const bool is_behind = revision != 0 && revision < data_set_.learned(type);
+    if (revision != 0) {
+        learn(type, revision);
+    }
+    // A server that was emptied while it ran is noticed by its counting anew; one that recognised a
+    // repetition may tell an old number, too.
+    if (is_behind && wanted_) {
+        (void)confirm_data_set();
     }
     return ok;
 }
@@ -148,26 +166,39 @@ std::string Database::new_mark()
 // The server has lost its functions. One who may loads them; who may not waits for one who may.
 Answer Database::load_and_call(const std::vector<Command> &call)
 {
-    const Clock::time_point deadline = shared_.outage.deadline();
-    bool told = false;
     for (;;) {
         const Answer loaded = ask({load_functions()}, Purpose::write);
         if (loaded.error != ok) {
             return {loaded.error, {}};
         }
         Answer answer = ask(call, Purpose::write);
-        if (answer.error != ok || !is_missing_function(answer.replies[0].get()) ||
-            Clock::now() + longest_retry_pause >= deadline) {
+        if (answer.error != ok || !is_missing_function(answer.replies[0].get())) {
+            shared_.lacks_functions_since.reset();
             return answer;
         }
-        if (!told) {
-            told = true;
+        // As in an outage, the time counts from its beginning, for all calls together.
+        if (!shared_.lacks_functions_since) {
+            shared_.lacks_functions_since = Clock::now();
             PLATFORM_LOG(platform::log_warn,
                          "database %d: the server has no functions %s, and loading them is refused: %s",
                          number_, library_name, text_of(loaded.replies[0].get()).c_str());
         }
+        if (Clock::now() + longest_retry_pause >= *shared_.lacks_functions_since + shared_.outage.budget()) {
+            return answer;
+        }
         pause_for(longest_retry_pause);
     }
+}
+
+void Database::end_outage(Purpose purpose)
+{
+    // A server that answers reads may refuse writes still.
+    if (purpose == Purpose::read && writes_refused_) {
+        return;
+    }
+    writes_refused_ = false;
+    shared_.outage.end();
+    told_problem_.clear();
 }
 
 void Database::note_replicas(const redisReply *reply)
@@ -270,7 +301,10 @@ bool Database::is_believable(const DataSet::Answers &answers, std::string &probl
     }
     if (answers.server.is_replica) {
         problem = master->place.text + ": is no master";
-    } else if (!answers.id.empty() && (!data_set_.is_known() || data_set_.id() == answers.id)) {
+    } else if (data_set_.is_known() && data_set_.is_same(answers)) {
+        return true;
+    } else if (master->settled && !answers.id.empty() &&
+               (!data_set_.is_known() || data_set_.id() == answers.id)) {
         return true;
     } else if (!master->settled) {
         problem = master->place.text + ": the sentinels do not agree on it yet";

@@ -189,6 +189,9 @@ end
 local function register(keys, args)
     local set_key, runs_key = keys[1], keys[2]
     local run, random, digest = args[1], args[2], args[3]
+    permit('SET', set_key, random)
+    permit('HSET', runs_key, 'now', '0')
+    permit('HDEL', runs_key, '0')
     if (redis.call('GET', set_key) or '') == '' then
         redis.call('SET', set_key, random)
     end
@@ -199,10 +202,7 @@ local function register(keys, args)
         now = now + 1
         local entry = {run}
         for i = 3, #keys do
-            local revision = redis.call('GET', keys[i])
-            if revision then
-                entry[#entry + 1] = args[i + 1] .. '=' .. revision
-            end
+            entry[#entry + 1] = args[i + 1] .. '=' .. (redis.call('GET', keys[i]) or '0')
         end
         redis.call('HSET', runs_key, 'now', string.format('%d', now))
         redis.call('HSET', runs_key, string.format('%d', now), table.concat(entry, ' '))

@@ -17,7 +17,8 @@ namespace
 
 constexpr size_t changes_per_turn = 64;
 constexpr size_t records_per_turn = 64;
-constexpr uint64_t changes_per_verification = 64;
+constexpr uint64_t changes_per_verification = 64; // while more of them are waiting
+constexpr int checks_until_retry = 5;
 
 } // namespace
 
@@ -44,12 +45,28 @@ void Subscription::on_confirmed()
 
 void Subscription::on_refused(const std::string &problem)
 {
-    PLATFORM_LOG(platform::log_error, "subscription to %s refused: %s", watched_.c_str(), problem.c_str());
+    if (problem != told_refusal_) {
+        told_refusal_ = problem;
+        PLATFORM_LOG(platform::log_error, "subscription to %s refused: %s", watched_.c_str(),
+                     problem.c_str());
+    }
     phase_ = Phase::refused;
+    checks_ = 0;
+    queue_.clear();
+}
+
+void Subscription::on_checked()
+{
+    if (phase_ == Phase::refused && ++checks_ >= checks_until_retry) {
+        start_over(deliver_all_);
+    }
 }
 
 void Subscription::on_message(std::string &&key, std::string &&payload)
 {
+    if (phase_ == Phase::refused) {
+        return; // trying again reads everything
+    }
     queue_.push_back({std::move(key), std::move(payload)});
     if (phase_ == Phase::live) {
         (void)deliver_queued();
@@ -250,6 +267,7 @@ bool Subscription::drain()
 bool Subscription::settle()
 {
     phase_ = Phase::live;
+    told_refusal_.clear();
     deliver_all_ = false;
     gone_.clear();
     if (announce_) {
@@ -259,12 +277,14 @@ bool Subscription::settle()
     return true;
 }
 
-// Delivers what has come, and asks the server now and then whether it has counted as far as the changes tell.
+// Delivers what has come, and asks the server whether it has counted as far as the changes tell: whoever may
+// publish could otherwise have this client believe that a store that comes back has lost something.
 bool Subscription::stay_live()
 {
     const uint64_t round = round_;
     const bool more = deliver_queued();
-    if (round != round_ || phase_ != Phase::live || unverified_ < changes_per_verification) {
+    if (round != round_ || phase_ != Phase::live || unverified_ == 0 ||
+        (more && unverified_ < changes_per_verification)) {
         return more;
     }
     unverified_ = 0;

@@ -8,7 +8,7 @@
 // first and subscribing afterwards would lose what happens in between.
 //
 // Whoever may write a record may publish whatever he likes as its changes. So a change is believed about its
-// record, but what it says of the type's revision is compared with the server's own count now and then.
+// record, but what it says of the type's revision is compared with the server's own count afterwards.
 #ifndef VX_MOM_SUBSCRIPTION_H
 #define VX_MOM_SUBSCRIPTION_H
 
@@ -47,6 +47,8 @@ public:
     void ask_again(Subscriber subscriber);
     void on_confirmed();
     void on_refused(const std::string &problem);
+    // Some time has passed: what was refused is tried again now and then.
+    void on_checked();
     // A change arrived: delivered at once when the subscription is in place, kept otherwise.
     void on_message(std::string &&key, std::string &&payload);
     // The connection is lost: what is queued is void.
@@ -112,6 +114,8 @@ private:
     Snapshot snapshot_;
     std::deque<StoredRecord> to_deliver_; // in the order of their changes
     std::vector<std::string> to_sweep_;
+    int checks_ = 0;             // since it was refused
+    std::string told_refusal_;   // so that each is logged once
     std::set<std::string> gone_; // reported as vanished before the queue told of it
 };
 

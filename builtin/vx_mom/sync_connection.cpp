@@ -93,11 +93,11 @@ Exchange SyncConnection::find_place(Clock::time_point deadline, Endpoint &place)
 
 // Whether the sentinels name another server by now: then the one that is waited for will never answer, and
 // what it was sent dies with its data.
-bool SyncConnection::has_moved()
+bool SyncConnection::has_moved(Clock::time_point deadline)
 {
     std::string problem;
-    const auto now =
-        find_master(visitor_.endpoint, visitor_.credentials, Clock::now() + longest_search, problem);
+    const auto now = find_master(visitor_.endpoint, visitor_.credentials,
+                                 std::min(deadline, Clock::now() + longest_search), problem);
     return now && now->place.text != master_->place.text;
 }
 
@@ -113,7 +113,7 @@ SyncConnection::Wait SyncConnection::wait(short events, Clock::time_point deadli
         if (waited != Wait::timed_out) {
             return waited;
         }
-        if (has_moved()) {
+        if (has_moved(deadline)) {
             return Wait::moved;
         }
     }

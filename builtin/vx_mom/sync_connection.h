@@ -60,7 +60,7 @@ public:
 private:
     enum class Wait { ready, timed_out, failed, moved };
     Exchange find_place(Clock::time_point deadline, Endpoint &place);
-    bool has_moved();
+    bool has_moved(Clock::time_point deadline);
     Wait wait(short events, Clock::time_point deadline);
     Wait wait_here(short events, Clock::time_point deadline);
     Exchange give_up_waiting(Wait waited, const char *what);
