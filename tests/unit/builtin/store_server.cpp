@@ -100,6 +100,17 @@ std::string StoreServer::run(int database, const std::vector<std::string> &comma
     return run_raw(*context, command);
 }
 
+std::string StoreServer::run_as(const std::string &user, const std::string &password,
+                                const std::vector<std::string> &command)
+{
+    const RawContext context(redisConnectUnix(socket_path().c_str()));
+    if (context == nullptr || context->err != 0) {
+        return "(no connection)";
+    }
+    (void)run_raw(*context, {"AUTH", user, password});
+    return run_raw(*context, command);
+}
+
 void StoreServer::wait_until_it_answers()
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);

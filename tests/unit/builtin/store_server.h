@@ -40,6 +40,10 @@ public:
     // Runs a command in a database and returns its reply as text; see raw_command.h.
     std::string run(int database, const std::vector<std::string> &command);
 
+    // The same in database 0, as a user with a password.
+    std::string run_as(const std::string &user, const std::string &password,
+                       const std::vector<std::string> &command);
+
 private:
     void wait_until_it_answers();
 

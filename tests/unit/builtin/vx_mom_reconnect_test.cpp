@@ -2,6 +2,7 @@
 #include <chrono>
 
 #include "store_client_fixture.h"
+#include "vx_mom/names.h"
 
 namespace
 {
@@ -192,6 +193,13 @@ TEST_F(ReconnectTest, AStoreEmptiedUnderTheConnectionIsAnother)
     EXPECT_THAT(reports, ElementsAre("lost 1", "back 1 type 1"));
 }
 
+// What follows a word at the beginning of a line.
+std::string line_of(const std::string &text, const std::string &word)
+{
+    const size_t begin = text.find(word) + word.size();
+    return text.substr(begin, text.find('\r', begin) - begin);
+}
+
 // Somebody else's writes: another client, which has no memory of before.
 void write_as_another(int32_t slots)
 {
@@ -254,6 +262,82 @@ TEST_F(ReconnectTest, RunsThatAreNotNotedAnyMoreAreNotBelieved)
     write_as_another(1);
     ASSERT_EQ(server.run(1, {"HDEL", "@runs", "1"}), "1");
     EXPECT_TRUE(run_until_report("back 1 type 1"));
+}
+
+TEST_F(ReconnectTest, ADeletionOfNothingDoesNotVouchForWhatWasOnlyHeard)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    write_as_another(1);
+    ASSERT_TRUE(run_until_event("4 0/100/0 type 1"));
+    ASSERT_EQ(vx_mom_del(global.get(), 1, Card(0, 7, 0).message(), nullptr, nullptr), 0);
+    server.kill();
+    server.start();
+    EXPECT_TRUE(run_until_report("back 1 type 1"));
+}
+
+TEST_F(ReconnectTest, AWriteThatWasTurnedAwayMakesTheReturnUnbelievable)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(0, {"CONFIG", "SET", "requirepass", "secret"}), "OK");
+    (void)server.run_as("default", "secret", {"CLIENT", "KILL", "SKIPME", "yes"});
+    EXPECT_LT(write(2, 1), 0);
+    ASSERT_EQ(server.run_as("default", "secret", {"CONFIG", "SET", "requirepass", ""}), "OK");
+    EXPECT_TRUE(run_until_report("back 1 type 1"));
+}
+
+TEST_F(ReconnectTest, ASecondCrashThatLosesNothingIsBelieved)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    for (int crash = 0; crash < 2; crash++) {
+        reports.clear();
+        server.kill(); // what was noted of its run goes with it
+        server.start();
+        ASSERT_TRUE(run_until_report("back 1 type 2")) << crash;
+    }
+}
+
+// Whoever registers a run may know fewer types of records.
+TEST_F(ReconnectTest, ARunThatAnOlderClientRegisteredIsBelieved)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+    server.kill();
+    server.start();
+    const std::string run = line_of(server.run(0, {"INFO", "server"}), "run_id:") + ":" +
+                            line_of(server.run(0, {"INFO", "replication"}), "master_replid:");
+    ASSERT_EQ(server.run(1, {"FUNCTION", "LOAD", "REPLACE", vx_mom::library_code()}), vx_mom::library_name);
+    ASSERT_EQ(server.run(1, {"FCALL", vx_mom::register_function, "3", "@set", "@runs", "@rev:other", run,
+                             "id", vx_mom::library_digest(), "other"}),
+              "2");
+    EXPECT_TRUE(run_until_report("back 1 type 2"));
+}
+
+TEST_F(ReconnectTest, AServerThatIsEmptiedWhileItRunsIsNoticedByTheNextWrite)
+{
+    for (int32_t slot = 0; slot < 3; slot++) {
+        ASSERT_EQ(write(slot, 1), 0);
+    }
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(1, {"FLUSHDB"}), "OK");
+    (void)write(1, 2);
+    EXPECT_TRUE(run_until_report("back 1 type 1"));
+}
+
+// A user may make up changes of his own records, and have the server cut the connection with a long one.
+TEST_F(ReconnectTest, ARevisionThatWasMadeUpIsNoReasonToDisbelieveTheStore)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    subscribe_and_forget();
+    ASSERT_EQ(server.run(1, {"PUBLISH", "@chg:1:p_dev.card_info:0:0:7:0", "1:21:41:11:61:5"}), "1");
+    ASSERT_TRUE(run_until([&] { return count("3 0/7/0 type 5") == 1; }));
+    cut_loop_connections();
+    EXPECT_TRUE(run_until_report("back 1 type 2"));
 }
 
 class ShortDeadlineTest : public ReconnectTest
@@ -322,6 +406,49 @@ TEST_F(ShortDeadlineTest, AServerThatComesBackInTimeIsRiddenOut)
     server.kill();
     server.start();
     EXPECT_EQ(write(1, 2), 0);
+}
+
+// A server that answers, but has no functions and is not to be given any: no outage, and as slow as one.
+TEST_F(ShortDeadlineTest, AHundredCallsWithoutFunctionsBlockAsOne)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "default", "-function"}), "OK");
+    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "admin", "on", "nopass", "+@all"}), "OK");
+    ASSERT_EQ(server.run_as("admin", "x", {"FUNCTION", "FLUSH"}), "OK");
+    const milliseconds taken = time([&] {
+        for (int32_t i = 0; i < 100; i++) {
+            EXPECT_LT(write(2, i), 0);
+        }
+    });
+    EXPECT_LT(taken, milliseconds(4000));
+    ASSERT_EQ(server.run_as("admin", "x", {"FUNCTION", "LOAD", vx_mom::library_code()}),
+              vx_mom::library_name);
+    EXPECT_EQ(write(2, 1), 0);
+}
+
+TEST_F(ShortDeadlineTest, WaitingForReplicasEndsBeforeTheDeadline)
+{
+    const ScopedSetting replicas("VX_MOM_WAIT_REPLICAS", "1");
+    const ScopedSetting limit("VX_MOM_WAIT_MS", "60000");
+    restart_client();
+    subscribe_and_forget();
+    EXPECT_EQ(write(1, 1), 0);
+    EXPECT_THAT(log_text(), testing::HasSubstr("confirmed by 0 replicas"));
+    ASSERT_TRUE(run_until_event("4 0/1/0 type 1"));
+    EXPECT_THAT(reports, IsEmpty());
+}
+
+TEST_F(ShortDeadlineTest, ReadsBetweenWritesThatAreRefusedForNowRenewNoBudget)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(server.run(0, {"CONFIG", "SET", "min-replicas-to-write", "1"}), "OK");
+    const milliseconds taken = time([&] {
+        for (int32_t i = 0; i < 30; i++) {
+            EXPECT_LT(write(2, i), 0);
+            EXPECT_EQ(vx_mom_exists_sync(global.get(), 1, Card(0, 1, 0).message()), 1);
+        }
+    });
+    EXPECT_LT(taken, milliseconds(6000)) << "thirty deadlines are twelve seconds";
 }
 
 } // namespace

@@ -160,6 +160,18 @@ TEST_F(RefusalTest, AUserWithoutTheRightToListenIsToldInTheLogAndNotRetriedForev
     EXPECT_TRUE(run_until_event("29"));
 }
 
+TEST_F(RefusalTest, ARefusedSubscriptionIsTriedAgainByItself)
+{
+    connect(db);
+    ASSERT_EQ(server.run(db, {"SET", index_set, "a text"}), "OK");
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until([&] { return log_text().find("refused") != std::string::npos; }));
+    ASSERT_EQ(server.run(db, {"DEL", index_set}), "1");
+    EXPECT_TRUE(run_until_event("29"));
+    ASSERT_EQ(write(1, 1), 0);
+    EXPECT_TRUE(run_until_event("4 0/1/0 type 1"));
+}
+
 class BadDataTest : public RefusalTest
 {
 protected:
