@@ -1,0 +1,127 @@
+"""The packages on a real device: the service comes up, judges cards, comes back, raises an alarm, and goes."""
+
+ALARM = ("--identifier=app_cg-alarm", "--output=cat")
+
+
+def test_the_service_comes_up_and_is_guarded(device):
+    assert device.run("systemctl", "is-enabled", "app_cg").strip() == "enabled"
+    assert device.run("ps", "-o", "user=", "-p", device.pid()).strip() == "app_cg"
+    assert device.unit("app_cg", "StatusText") == "Serving"
+    assert device.run("stat", "-c", "%U %a", "/data/collect").strip() == "app_cg 755"
+    assert device.run("systemctl", "--failed", "--no-legend") == ""
+    # An assessment of 0 (locked up) to 10 (may do everything).
+    device.run("systemd-analyze", "security", "--threshold=20", "app_cg.service")
+    device.run("systemd-analyze", "verify", "app_cg.service", "app_cg-alarm.service", "app_cg-retry.timer")
+
+
+def test_cards_are_judged(device):
+    device.module("firmware", "sh", "-c", '[ "$CG_CARD" != 1/4/0 ] || { echo too old; exit 1; }')
+    device.wait_active()
+    device.cgctl("role", "master")
+    device.cgctl("card", "plug", "1/3/0")
+    device.cgctl("card", "plug", "1/4/0")
+    device.wait(lambda: "passed" in device.verdict("1/3/0"), "1/3/0 is passed")
+    device.wait(lambda: "denied" in device.verdict("1/4/0"), "1/4/0 is denied")
+    told = device.journal("--identifier=APP_CG", "--output=cat")
+    assert "Card in slot 1/4 will be disabled due to reason: too old." in told
+
+
+def test_the_debug_shell_and_what_it_collects(device):
+    assert "app_cg_wait_obj_num" in device.cgctl("debug", "dump_check_module")
+    device.cgctl("debug", "collect")
+    assert "app_cg_wait_obj_num" in device.run("cat", "/data/collect/app_cg.log")
+
+
+def test_it_comes_back_after_a_kill(device):
+    before = device.pid()
+    device.sh(f"kill -9 {before}")
+    device.wait_active(other_than=before)
+    assert device.unit("app_cg", "NRestarts") == "1"
+    assert device.journal(*ALARM) == "", "one failure is no alarm"
+
+
+def test_it_comes_back_when_it_asks_for_it(device):
+    before = device.pid()
+    device.cgctl("role", "master")
+    device.run("systemctl", "kill", "-s", "KILL", "redis-server")  # it returns empty
+    device.wait(lambda: "status=77" in device.journal("--unit=app_cg"), "the daemon wants to be started afresh")
+    device.wait_active(other_than=before)
+
+
+def test_it_comes_back_when_its_loop_stands_still(device):
+    device.sh("mkdir -p /etc/systemd/system/app_cg.service.d\n"
+              "printf '[Service]\\nWatchdogSec=2\\n' > /etc/systemd/system/app_cg.service.d/quick.conf\n"
+              "systemctl daemon-reload; systemctl restart app_cg")
+    before = device.wait_active()
+    first = device.unit("app_cg", "WatchdogTimestampMonotonic")
+    device.wait(lambda: device.unit("app_cg", "WatchdogTimestampMonotonic") != first, "the loop pings")
+    device.sh(f"kill -STOP {before}")
+    device.wait_active(other_than=before)
+    assert "Watchdog timeout" in device.journal("--unit=app_cg")
+
+
+def test_a_gate_that_stays_dead_is_told_and_tried_again(device):
+    device.sh("echo VX_MOM_DEADLINE_MS=200 >> /etc/app_cg/platform.conf")
+    device.run("systemctl", "stop", "redis-server")
+    device.run("systemctl", "restart", "app_cg", check=False)
+    device.wait(lambda: device.journal(*ALARM), "the alarm is raised", 60)
+    assert device.state() == "failed"
+    told = device.journal(*ALARM, "--priority=alert..alert")
+    assert "is down (result exit-code, status " in told and "line cards are not checked" in told
+    device.run("systemctl", "start", "redis-server")
+    device.wait_active()
+
+    # A daemon that runs waits for its store; one that starts does not.
+    device.run("systemctl", "stop", "redis-server")
+    device.run("systemctl", "restart", "app_cg", check=False)
+    device.wait(lambda: len(device.journal(*ALARM).splitlines()) == 2, "the alarm is raised again", 90)
+    device.wait(lambda: device.state("app_cg-retry.timer") == "active", "the next round is planned")
+    device.run("systemctl", "stop", "app_cg")
+    assert device.state("app_cg-retry.timer") == "inactive", "who stops the service stops the rounds"
+
+
+def test_the_store_is_guarded_as_the_manual_tells(device):
+    text = device.run("cat", "/usr/share/doc/app-cg/README.Debian")
+    begin = text.index("    install -d -m 0710")
+    device.sh("cd /root\n" + text[begin:text.index("\n\n", begin)])
+    device.wait_active()
+    assert "NOPERM" in device.run("redis-cli", "ping") or "NOAUTH" in device.run("redis-cli", "ping")
+
+
+def everything(device):
+    """Every path of the device's file system, and the contents of /etc."""
+    # Left out: what runs by itself, what records that something was done, and copies of the account files.
+    paths = device.sh("find / -xdev \\( -path /var/log -o -path /var/cache -o -path /var/lib/dpkg -o -path /root "
+                      "-o -path /var/lib/redis -o -path /tmp -o -path /var/tmp \\) -prune -o -print | sort; "
+                      "find /run -name 'app_cg*'; find /etc -type f ! -name '*-' | sort | xargs sha256sum")
+    return set(paths.splitlines())
+
+
+def test_a_purge_leaves_nothing(bare):
+    before = everything(bare)
+    bare.install()
+    bare.wait_active()
+    bare.module("m1", "true")
+    bare.cgctl("debug", "collect")
+    bare.run("systemctl", "stop", "module-m1")
+    daemon = bare.pid()
+    bare.purge()
+    assert not bare.run("sh", "-c", f"ls -d /proc/{daemon} 2>/dev/null || true"), "the daemon is gone"
+    assert everything(bare) ^ before == set()
+    assert "app_cg" not in bare.run("systemctl", "list-units", "--all", "--no-legend", "--plain", "app_cg*")
+
+
+def test_a_removal_keeps_what_the_administrator_set(device):
+    device.run("touch", "/etc/app_cg/deny_check/m1")
+    device.sh("echo VX_MOM_DEADLINE_MS=200 >> /etc/app_cg/platform.conf")
+    device.run("dpkg", "--remove", "app-cg")
+    assert device.state() == "inactive"
+    device.install()
+    device.wait_active()
+    device.sh("test -e /etc/app_cg/deny_check/m1 && grep -q DEADLINE_MS=200 /etc/app_cg/platform.conf")
+
+
+def test_what_was_switched_off_stays_so(device):
+    device.run("systemctl", "disable", "--now", "app_cg")
+    device.install()
+    assert device.run("systemctl", "is-enabled", "app_cg", check=False).strip() == "disabled"
