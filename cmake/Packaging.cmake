@@ -40,13 +40,12 @@ install(FILES ${packaging_out}/cgctl.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/ma
 install(FILES ${packaging}/platform.conf DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/app_cg COMPONENT daemon
         EXCLUDE_FROM_ALL)
 
-install(FILES README.md docs/architecture.md docs/porting.md docs/security.md docs/store-format.md
-        DESTINATION ${documents}/app-cg-doc COMPONENT doc)
-install(FILES kit/examples/README.md DESTINATION ${documents}/app-cg-doc/examples COMPONENT doc)
-install(DIRECTORY kit/examples/python DESTINATION ${documents}/app-cg-doc/examples COMPONENT doc
-        PATTERN __pycache__ EXCLUDE
-        PATTERN card_table.py
-        PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+# Laid out as in the sources, so that the links in them lead somewhere.
+install(FILES README.md DESTINATION ${documents}/app-cg-doc COMPONENT doc)
+install(FILES docs/architecture.md docs/porting.md docs/security.md docs/store-format.md
+        DESTINATION ${documents}/app-cg-doc/docs COMPONENT doc)
+install(DIRECTORY kit/examples DESTINATION ${documents}/app-cg-doc/kit COMPONENT doc USE_SOURCE_PERMISSIONS
+        PATTERN __pycache__ EXCLUDE)
 
 # The Debian changelog carries the version of the packages; two truths about it would not stay the same.
 file(STRINGS ${packaging}/debian/changelog newest LIMIT_COUNT 1)

@@ -5,13 +5,13 @@ ALARM = ("--identifier=app_cg-alarm", "--output=cat")
 
 def test_the_service_comes_up_and_is_guarded(device):
     assert device.run("systemctl", "is-enabled", "app_cg").strip() == "enabled"
-    assert device.run("ps", "-o", "user=", "-p", device.pid()).strip() == "app_cg"
+    assert device.run("stat", "-c", "%U", f"/proc/{device.pid()}").strip() == "app_cg"
     assert device.unit("app_cg", "StatusText") == "Serving"
     assert device.run("stat", "-c", "%U %a", "/data/collect").strip() == "app_cg 755"
     assert device.run("systemctl", "--failed", "--no-legend") == ""
-    # An assessment of 0 (locked up) to 10 (may do everything).
+    # An assessment between 0.0 (locked up) and 10.0 (may do everything): at most 2.0.
     device.run("systemd-analyze", "security", "--threshold=20", "app_cg.service")
-    device.run("systemd-analyze", "verify", "app_cg.service", "app_cg-alarm.service", "app_cg-retry.timer")
+    device.run("systemd-analyze", "--man=no", "verify", "app_cg.service", "app_cg-alarm.service", "app_cg-retry.timer")
 
 
 def test_cards_are_judged(device):
@@ -125,3 +125,11 @@ def test_what_was_switched_off_stays_so(device):
     device.run("systemctl", "disable", "--now", "app_cg")
     device.install()
     assert device.run("systemctl", "is-enabled", "app_cg", check=False).strip() == "disabled"
+    assert device.state() == "inactive"
+
+
+def test_an_upgrade_puts_the_new_daemon_in_place(device):
+    before = device.pid()
+    device.install()
+    device.wait_active(other_than=before)
+    assert device.unit("app_cg", "NRestarts") == "0", "it was asked to, and did not fail"
