@@ -26,10 +26,16 @@ def chosen(count, wanted, seed, is_long):
     return range(1 + seed % stride, count + 1, stride)
 
 
+def without_counting(calls):
+    """Calls but the questions for the counters, whose number depends on how many changes arrive together."""
+    return [call for call in calls if not call.startswith("GET @rev:")]
+
+
 def test_the_life_itself():
     outcome = live(Rig)
     again = live(Rig)
-    assert outcome.records == again.records and outcome.calls() == again.calls()
+    assert outcome.records == again.records
+    assert without_counting(outcome.calls()) == without_counting(again.calls())
     assert outcome.ends == [] and outcome.losses() == []
     results = outcome.records[CAP]
     assert results[f"{BY_POSITION}:0:{DENIED.replace('/', ':')}"].get("6", "0") == DENY
