@@ -27,7 +27,7 @@ class Device:
         with open(self.root / "etc/redis/redis.conf", "a", encoding="utf-8") as conf:
             conf.write('databases 64\nsave ""\n')
         for package in PACKAGES.glob("*.deb"):
-            shutil.copy(package, self.root / "root")
+            shutil.copy(package, self.root / "srv")
         self._nspawn = None
         self._leader = None
 
@@ -66,7 +66,7 @@ class Device:
 
     def install(self):
         """Installs the packages, without a network."""
-        return self.sh("DEBIAN_FRONTEND=noninteractive dpkg -i /root/*.deb")
+        return self.sh("DEBIAN_FRONTEND=noninteractive dpkg -i /srv/*.deb")
 
     def purge(self):
         """Removes the packages and what belongs to them."""

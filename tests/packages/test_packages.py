@@ -83,7 +83,7 @@ def test_a_gate_that_stays_dead_is_told_and_tried_again(device):
 def test_the_store_is_guarded_as_the_manual_tells(device):
     text = device.run("cat", "/usr/share/doc/app-cg/README.Debian")
     begin = text.index("    install -d -m 0710")
-    device.sh("cd /root\n" + text[begin:text.index("\n\n", begin)])
+    device.sh("cd /srv\n" + text[begin:text.index("\n\n", begin)])
     device.wait_active()
     assert "NOPERM" in device.run("redis-cli", "ping") or "NOAUTH" in device.run("redis-cli", "ping")
 
@@ -91,7 +91,7 @@ def test_the_store_is_guarded_as_the_manual_tells(device):
 def everything(device):
     """Every path of the device's file system, and the contents of /etc."""
     # Left out: what runs by itself, what records that something was done, and copies of the account files.
-    paths = device.sh("find / -xdev \\( -path /var/log -o -path /var/cache -o -path /var/lib/dpkg -o -path /root "
+    paths = device.sh("find / -xdev \\( -path /var/log -o -path /var/cache -o -path /var/lib/dpkg -o -path /srv -o -path /root "
                       "-o -path /var/lib/redis -o -path /tmp -o -path /var/tmp \\) -prune -o -print | sort; "
                       "find /run -name 'app_cg*'; find /etc -type f ! -name '*-' | sort | xargs sha256sum")
     return set(paths.splitlines())
