@@ -35,7 +35,7 @@ Exchange SyncConnection::open(Clock::time_point deadline)
     }
     link_.emplace(place);
     if (link_->failed()) {
-        return give_up(Exchange::lost, place.text + ": " + link_->problem());
+        return give_up(Exchange::lost, about_master(link_->problem()));
     }
     const Wait waited = wait(POLLOUT, deadline);
     if (waited != Wait::ready) {
@@ -140,16 +140,21 @@ SyncConnection::Wait SyncConnection::wait_here(short events, Clock::time_point d
     }
 }
 
+// Callers name the endpoint; of a group it is the server that matters.
+std::string SyncConnection::about_master(const std::string &problem) const
+{
+    return master_ ? master_->place.text + ": " + problem : problem;
+}
+
 Exchange SyncConnection::give_up_waiting(Wait waited, const char *what)
 {
-    const std::string place = master_ ? master_->place.text + ": " : std::string();
     switch (waited) {
     case Wait::timed_out:
-        return give_up(Exchange::timed_out, place + what);
+        return give_up(Exchange::timed_out, about_master(what));
     case Wait::moved:
-        return give_up(Exchange::lost, place + "another server is the master now");
+        return give_up(Exchange::lost, about_master("another server is the master now"));
     default:
-        return give_up(Exchange::lost, place + std::strerror(errno));
+        return give_up(Exchange::lost, about_master(std::strerror(errno)));
     }
 }
 

@@ -63,6 +63,7 @@ private:
     bool has_moved(Clock::time_point deadline);
     Wait wait(short events, Clock::time_point deadline);
     Wait wait_here(short events, Clock::time_point deadline);
+    std::string about_master(const std::string &problem) const;
     Exchange give_up_waiting(Wait waited, const char *what);
     Exchange give_up(Exchange how, const std::string &problem);
     Exchange send_all(Clock::time_point deadline);
