@@ -12,8 +12,6 @@
 #include "p_dev.pb-c.h"
 #include "text.h"
 
-template class nlohmann::basic_json<nlohmann::ordered_map>;
-
 namespace cgctl
 {
 

@@ -17,7 +17,7 @@
 
 #include "record_types.h"
 
-// Instantiated once, in record_text.cpp: it is most of what the compiler would do for every file here.
+// Instantiated once, in json_instance.cpp: it is most of what the compiler would do for every file here.
 extern template class nlohmann::basic_json<nlohmann::ordered_map>;
 
 namespace cgctl
