@@ -124,7 +124,8 @@ std::string as_argument(const std::string &text)
     return argument + "'";
 }
 
-// What to do, whatever was found: the list as it should be, in the server's place for it.
+// What to do, whatever was found: the list as it should be, in the server's place for it. By way of another
+// file: a command that fails must not leave an empty list, which is one user who may do everything.
 std::string mend(const AclOptions &options, const std::string &users_file)
 {
     const std::string modules = options.modules == default_module_folder
@@ -132,12 +133,14 @@ std::string mend(const AclOptions &options, const std::string &users_file)
                                     : " --modules " + as_argument(options.modules);
     const std::string secrets =
         options.secrets.empty() ? std::string("FOLDER") : as_argument(options.secrets);
-    const std::string print = "cgctl acl" + modules + " --secrets " + secrets + " --create > ";
+    const std::string print =
+        "cgctl acl" + modules + " --secrets " + secrets + " --create > users.acl && cp users.acl ";
+    const std::string others = " (with users of your own added again)";
     if (users_file.empty()) {
-        return "`" + print + "/etc/redis/users.acl`, `aclfile /etc/redis/users.acl` in the server's " +
-               "configuration, and a restart of the server";
+        return "`" + print + "/etc/redis/users.acl`" + others + ", `aclfile /etc/redis/users.acl` in the " +
+               "server's configuration, and a restart of the server";
     }
-    return "`" + print + as_argument(users_file) + "`, and `ACL LOAD` on the server";
+    return "`" + print + as_argument(users_file) + "`" + others + ", and `ACL LOAD` on the server";
 }
 
 void apply_endpoint(const Session &session)
@@ -187,9 +190,10 @@ int run_acl(const Session &session, const AclOptions &options)
 
 void add_acl(CLI::App &app, Session &session)
 {
-    CLI::App *verb = add_verb(app, session, "acl", "Print the store server's users, or check those it has",
-                              "  cgctl acl --secrets /etc/app_cg/secrets --create > /etc/redis/users.acl\n"
-                              "  cgctl acl --check");
+    CLI::App *verb = add_verb(
+        app, session, "acl", "Print the store server's users, or check those it has",
+        "  cgctl acl --secrets /etc/app_cg/secrets --create > users.acl && cp users.acl /etc/redis/\n"
+        "  cgctl acl --check");
     auto options = std::make_shared<AclOptions>();
     verb->add_option("--modules", options->modules,
                      "The folder that names the check modules (default /etc/app_cg/deny_check)");

@@ -26,12 +26,14 @@ namespace cgctl
 namespace
 {
 
-constexpr const char *description =
-    "cgctl - look at and steer the admission of cards\n"
-    "\n"
-    "The store is where VX_MOM_ENDPOINT says (unix:/path or tcp:host:port), as for the daemon; the daemon's\n"
-    "debug shell is at SSAT_SOCKET. Data goes to standard output, messages to standard error.\n"
-    "Exit status: 0 done, 1 failed or not found, 2 wrong usage.";
+constexpr const char *description = "cgctl - look at and steer the admission of cards\n"
+                                    "\n"
+                                    "The store is where VX_MOM_ENDPOINT says (unix:/path, tcp:host:port or "
+                                    "sentinel:NAME@host:port,...), as for\n"
+                                    "the daemon; the daemon's debug shell is at SSAT_SOCKET. Data goes to "
+                                    "standard output, messages to standard\n"
+                                    "error.\n"
+                                    "Exit status: 0 done, 1 failed or not found, 2 wrong usage.";
 
 constexpr const char *examples = "Examples:\n"
                                  "  cgctl card plug 1/3/0 && cgctl list\n"

@@ -46,7 +46,8 @@ std::string users_file(Examination &examination)
     return reply.items.size() == 2 ? reply.items[1].text : std::string();
 }
 
-// How the server gets the users that it should have.
+// How the server gets the users that it should have; by way of another file, since an empty list, which is
+// what a command that fails leaves, is one user who may do everything.
 std::string list_of_users(Examination &examination)
 {
     const std::string known = users_file(examination);
@@ -56,7 +57,9 @@ std::string list_of_users(Examination &examination)
                                    : "--modules " + shell_word(examination.module_folder) + ' ';
     const std::string secrets = shell_word(secrets_folder());
     const std::string print = "`mkdir -p -m 0700 " + secrets + "`, `cgctl acl " + folder + "--secrets " +
-                              secrets + " --create > " + shell_word(file) + "`, then ";
+                              secrets + " --create > " + shell_word(file + ".new") + "`, `test -s " +
+                              shell_word(file + ".new") + " && cp " + shell_word(file + ".new") + ' ' +
+                              shell_word(file) + "`, then ";
     return known.empty()
                ? print + "`aclfile " + file + "` in the server's configuration file, and restart the server"
                : print + '`' + examination.redis_cli("ACL LOAD") + '`';

@@ -110,19 +110,19 @@ TEST_F(DoctorOfTheModules, FindsAModuleThatIsNotConnected)
 TEST_F(DoctorOfTheModules, FindsAModuleWithTooManyRights)
 {
     ask(0, {"ACL", "SETUSER", "module-m1", "~*", "+@all"});
-    expect_mended("rights", "fail", "module-m1 must be refused", 3);
+    expect_mended("rights", "fail", "module-m1 must be refused", 4);
 }
 
 TEST_F(DoctorOfTheModules, FindsAModuleWithTooFewRights)
 {
     ask(0, {"ACL", "SETUSER", "module-m1", "clearselectors", "resetkeys", "nocommands"});
-    expect_mended("rights", "fail", "module-m1 must be permitted", 3);
+    expect_mended("rights", "fail", "module-m1 must be permitted", 4);
 }
 
 TEST_F(DoctorOfTheModules, FindsAModuleWithoutAUser)
 {
     add_module("m2");
-    expect_mended("rights", "fail", "module-m2 does not exist", 3);
+    expect_mended("rights", "fail", "module-m2 does not exist", 4);
     connect_module("m1"); // the server has ended the connections of those whose rights it read anew
     connect_module("m2");
     EXPECT_EQ(examine("module-clients").state, "ok");
@@ -131,7 +131,7 @@ TEST_F(DoctorOfTheModules, FindsAModuleWithoutAUser)
 TEST_F(DoctorOfTheModules, FindsThatNoModuleHasAUser)
 {
     ask(0, {"ACL", "DELUSER", "module-m1"});
-    expect_mended("rights", "fail", "module-m1 does not exist", 3);
+    expect_mended("rights", "fail", "module-m1 does not exist", 4);
 }
 
 TEST_F(DoctorOfTheModules, DoesNotMindAnAllPowerfulUserWhoIsSwitchedOff)
@@ -145,7 +145,7 @@ TEST_F(DoctorOfTheModules, DoesNotMindAnAllPowerfulUserWhoIsSwitchedOff)
 TEST_F(DoctorOfTheModules, KnowsTheUserOfAModuleWithAnUnusualName)
 {
     add_module("a b:*");
-    carry_out(examine("rights").mend, 3);
+    carry_out(examine("rights").mend, 4);
     connect_module("m1");
     EXPECT_EQ(examine("rights").state, "ok");
     EXPECT_THAT(examine("module-clients").found, HasSubstr("the module a b:*"));
@@ -191,7 +191,7 @@ TEST_F(DoctorTest, FindsAServerWithOnePasswordForAll)
     const Told told = examine("users");
     EXPECT_EQ(told.state, "warn");
     EXPECT_THAT(told.found, HasSubstr("anyone who knows the store's one password"));
-    carry_out(told.mend, 3);
+    carry_out(told.mend, 4);
     setenv("VX_MOM_AUTH_FILE", folder_.path("secrets/app_cg-admin").c_str(), 1);
     EXPECT_EQ(examine("users").state, "ok");
     EXPECT_EQ(examine("rights").state, "ok");
