@@ -146,21 +146,36 @@ AclAttempts forging_record(const RecordType &type, const std::string &key)
             {"PUBLISH", channel(type, key), ""}};
 }
 
+// The same by commands that nobody needs.
+AclAttempts forging_record_otherwise(const std::string &key)
+{
+    return {{"HINCRBY", key, "6", "1"},
+            {"HSETNX", key, "6", "1"},
+            {"HMSET", key, "6", "1"},
+            {"APPEND", key, "x"},
+            {"GETDEL", key}};
+}
+
 AclAttempts forging_books(const RecordType &type)
 {
     const std::string counter = vx_mom::counter_key(type.name());
     const std::string index = vx_mom::index_key(type.name());
-    return {{"SET", counter, "1"},     {"DEL", counter},         {"INCRBY", counter, "7"},
-            {"DECR", counter},         {"APPEND", counter, "0"}, {"RENAME", counter, counter + "1"},
-            {"EXPIRE", counter, "1"},  {"DEL", index},           {"SREM", index, "x"},
-            {"SPOP", index},           {"EXPIRE", index, "1"},   {"RENAME", index, index + "1"},
-            {"SMOVE", index, "x", "y"}};
+    return {{"SET", counter, "1"},      {"DEL", counter},
+            {"INCRBY", counter, "7"},   {"DECR", counter},
+            {"APPEND", counter, "0"},   {"RENAME", counter, counter + "1"},
+            {"EXPIRE", counter, "1"},   {"DEL", index},
+            {"SREM", index, "x"},       {"SPOP", index},
+            {"EXPIRE", index, "1"},     {"RENAME", index, index + "1"},
+            {"SMOVE", index, "x", "y"}, {"SETRANGE", counter, "0", "9"},
+            {"GETSET", counter, "9"},   {"MSET", counter, "9"},
+            {"GETDEL", counter}};
 }
 
 AclAttempts forging_data_set()
 {
     return {{"SET", vx_mom::data_set_key, "x"},
             {"DEL", vx_mom::data_set_key},
+            {"GETDEL", vx_mom::data_set_key},
             {"HSET", vx_mom::runs_key, "now", "1"},
             {"DEL", vx_mom::runs_key},
             {"FCALL", vx_mom::register_function, "2", vx_mom::data_set_key, vx_mom::runs_key, "x", "y", "z"}};
@@ -171,6 +186,15 @@ AclAttempts server_commands()
 {
     return {{"ACL", "SETUSER", "somebody", "on"},
             {"ACL", "LIST"},
+            {"ACL", "GETUSER", "default"},
+            {"FAILOVER"},
+            {"REPLICAOF", "NO", "ONE"},
+            {"SLAVEOF", "NO", "ONE"},
+            {"SYNC"},
+            {"PSYNC", "?", "-1"},
+            {"MODULE", "LOAD", "x.so"},
+            {"EVAL_RO", "return 1", "0"},
+            {"CLIENT", "LIST"},
             {"CONFIG", "SET", "maxmemory", "1"},
             {"CONFIG", "GET", "*"},
             {"CLIENT", "KILL", "TYPE", "normal"},
@@ -204,6 +228,7 @@ AclAttempts forging_everything_but(const std::vector<std::string> &exempt)
             std::find(exempt.begin(), exempt.end(), std::string(type.name())) != exempt.end();
         if (type.db >= 0 && !is_exempt) {
             append(attempts, forging_record(type, sample_key(type)));
+            append(attempts, forging_record_otherwise(sample_key(type)));
             append(attempts, forging_books(type));
         }
     }
@@ -270,6 +295,7 @@ AclAttempts refused_to_module(const std::string &part)
     // Names that differ at the end and at the beginning, since a pattern may be open there.
     AclAttempts attempts = forging_record(type, answer_key(part + "x"));
     append(attempts, forging_record(type, answer_key("x" + part)));
+    append(attempts, forging_record_otherwise(answer_key(part + "x")));
     append(attempts, forging_books(type));
     append(attempts, forging_everything_but({answer_type}));
     for (const std::string &hidden : daemon_writes) {

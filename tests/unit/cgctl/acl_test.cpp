@@ -300,11 +300,17 @@ TEST_F(AclCheck, ComparesPasswordsWhereItKnowsThem)
 TEST_F(AclCheck, FindsEachRightTooMany)
 {
     start({"m1"});
-    for (const char *rule : {"+@all", "allkeys", "+eval", "+config|set", "+flushall"}) {
+    for (const char *rule : {"+@all", "allkeys", "+eval", "+eval_ro", "+config|set", "+flushall", "+failover",
+                             "+slaveof", "+psync", "+module|load", "+client|list", "+acl|getuser"}) {
         expect_found({rule}, "module-m1", "module-m1: must be refused ");
     }
     expect_found({"(+srem ~@idx:p_libpub.app_cg_card_check_ack)"}, "module-m1", "must be refused SREM @idx:");
     expect_found({"(+incrby ~@rev:*)"}, "module-m1", "must be refused INCRBY @rev:");
+    for (const char *forging : {"hincrby", "hsetnx", "append", "getdel"}) {
+        expect_found({std::string("(+") + forging + " ~p_dev.card_info:*)"}, "module-m1", "p_dev.card_info:");
+    }
+    expect_found({"(+setrange ~@rev:*)"}, "module-m1", "must be refused SETRANGE @rev:");
+    expect_found({"(+getdel ~@set)"}, "module-m1", "must be refused GETDEL @set");
     expect_found({"(+publish &@chg:1:*)"}, "module-m1",
                  "must be refused PUBLISH @chg:1:p_libpub.app_cg_card_check_ack:0:1:3:m1x");
     expect_found({"+publish"}, "app_cg-watch", "must be refused PUBLISH");
