@@ -172,7 +172,9 @@ Finding look_at_functions(Examination &examination)
         return {State::fail,
                 std::string("the function library ") + vx_mom::library_name + " is of another version", mend};
     }
-    return {State::ok, std::string(vx_mom::library_name) + ", of this version"};
+    std::string found = vx_mom::library_name;
+    found += ", of this version";
+    return {State::ok, found};
 }
 
 Finding look_at_data_set(Examination &examination)
