@@ -92,7 +92,7 @@ Json plugged_card(const PlugOptions &options)
     const int32_t nodeid = derive ? derived_nodeid(position) : 0;
     const std::string node_type = node_type_value(options.node_type);
     const std::string is_board = node_type == "DM_TYPE_MB" ? "true" : "false";
-    Json card = record_with_key(card_info(), position.key());
+    Json card = record_with_key(card_info(), key_of(position));
     for (const std::string &assignment : {
              "config_dev_type=" + options.type,
              "is_online=" + std::string(options.offline ? "false" : "true"),
@@ -122,7 +122,7 @@ int plug(const Session &session, const PlugOptions &options)
 
 void require_card(Store &store, const Position &position)
 {
-    if (!store.exists(card_info(), card_info().db, position.key())) {
+    if (!store.exists(card_info(), card_info().db, key_of(position))) {
         throw Failure(failed, "no card at " + position.text() + "; `cgctl list` shows those that there are");
     }
 }
@@ -131,7 +131,7 @@ int set_online(const Session &session, const Position &position, bool online)
 {
     Store store(session);
     require_card(store, position);
-    Json card = record_with_key(card_info(), position.key());
+    Json card = record_with_key(card_info(), key_of(position));
     card["is_online"] = online;
     store.set_fields(card_info(), card_info().db, card,
                      {static_cast<int32_t>(field_number(card_info(), "is_online="))});
@@ -142,7 +142,7 @@ int pull(const Session &session, const Position &position)
 {
     Store store(session);
     require_card(store, position);
-    store.erase(card_info(), card_info().db, position.key());
+    store.erase(card_info(), card_info().db, key_of(position));
     return 0;
 }
 

@@ -130,7 +130,7 @@ bool CheckRunner::advance(const Position &position, CheckJob &job)
 void CheckRunner::start(const Position &position, CheckJob &job)
 {
     try {
-        const std::optional<Json> info = store_.read(card_type_, card_type_.db, position.key());
+        const std::optional<Json> info = store_.read(card_type_, card_type_.db, key_of(position));
         job.process = std::make_unique<ChildProcess>(options_.command,
                                                      check_environment(options_.module, job.request, info));
         job.started = Clock::now();

@@ -21,14 +21,9 @@ int32_t part(const Json &key, const std::string &name)
 
 } // namespace
 
-std::string Position::text() const
+Json key_of(const Position &position)
 {
-    return std::to_string(devid) + '/' + std::to_string(slotid) + '/' + std::to_string(sslotid);
-}
-
-Json Position::key() const
-{
-    return {{"devid", devid}, {"slotid", slotid}, {"sslotid", sslotid}};
+    return {{"devid", position.devid}, {"slotid", position.slotid}, {"sslotid", position.sslotid}};
 }
 
 Position parse_position(const std::string &text)

@@ -54,7 +54,7 @@ int show(const Session &session, const Position &position)
     // A card whose record does not decode is not among the cards, but it is not absent either: reading it
     // fails with the reason.
     const RecordType &type = record_type("card_info");
-    (void)store.read(type, type.db, position.key());
+    (void)store.read(type, type.db, key_of(position));
     const std::vector<Card> cards = load_cards(store);
     const auto card =
         std::find_if(cards.begin(), cards.end(), [&](const Card &c) { return c.position == position; });

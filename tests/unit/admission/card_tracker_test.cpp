@@ -1,0 +1,407 @@
+// Cards followed from outside: stories in the order in which the daemon writes.
+#include "admission/card_tracker.h"
+
+#include <gmock/gmock.h>
+
+namespace
+{
+
+using namespace admission;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr int32_t line_card = 3;
+constexpr int32_t main_board = 2;
+constexpr Position slot3{1, 3, 0};
+
+class CardTrackerTest : public testing::Test
+{
+protected:
+    CardTrackerTest() { tracker.set_modules({"m1", "m2", "m3"}); }
+
+    static CardFacts card(bool online, int32_t type = line_card)
+    {
+        return {slot3, "lc", "0a", type, 17, 259, 1259, online};
+    }
+    void plug(bool existing = false) { tracker.card_written(card(true), now, existing); }
+    void ask(bool existing = false) { tracker.request_written(slot3, now, existing); }
+    void answer(const std::string &module, int32_t ret = 0, const std::string &reason = "")
+    {
+        tracker.answered(slot3, {module, ret, reason, now}, false);
+    }
+    // The result, then the request's end: as the daemon ends each check.
+    void end(bool pass)
+    {
+        tracker.result_written(1259, pass, now, false);
+        tracker.request_deleted(slot3, now, false);
+    }
+    void go_offline()
+    {
+        tracker.card_written(card(false), now, false);
+        tracker.result_deleted(1259, now);
+        tracker.request_deleted(slot3, now, false);
+    }
+    const TrackedCard &shown() { return *tracker.find(slot3); }
+
+    std::vector<Decision> decisions;
+    CardTracker tracker{[this](const Decision &decision) { decisions.push_back(decision); }};
+    Time now = Time{} + 1000000s;
+};
+
+TEST_F(CardTrackerTest, ACardWaitsForThoseWhoHaveNotAnswered)
+{
+    plug();
+    ask();
+    EXPECT_EQ(shown().state, State::waiting);
+    now += 2s;
+    answer("m2");
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m3"));
+    EXPECT_EQ(tracker.time_left(shown(), now), 298s);
+    EXPECT_EQ(shown().since, now - 2s);
+    EXPECT_THAT(decisions, IsEmpty());
+}
+
+TEST_F(CardTrackerTest, TheLastPassDecides)
+{
+    plug();
+    ask();
+    for (const char *module : {"m2", "m1", "m3"}) {
+        now += 1s;
+        answer(module);
+    }
+    end(true);
+    ASSERT_EQ(decisions.size(), 1U);
+    const Decision &decision = decisions.front();
+    EXPECT_EQ(decision.outcome, Outcome::passed);
+    EXPECT_EQ(decision.decider, "m3");
+    EXPECT_EQ(decision.admitted, true);
+    EXPECT_EQ(decision.requested_at, now - 3s);
+    EXPECT_EQ(decision.answers.at(1).took, 2s);
+    EXPECT_TRUE(decision.complete);
+    EXPECT_THAT(decision.silent, IsEmpty());
+    EXPECT_EQ(shown().state, State::passed);
+    EXPECT_EQ(shown().since, now);
+}
+
+TEST_F(CardTrackerTest, OneDenyDecides)
+{
+    tracker.set_role(1);
+    plug();
+    ask();
+    answer("m1");
+    answer("m2", -1, "too hot");
+    end(false);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::denied);
+    EXPECT_EQ(decisions[0].decider, "m2");
+    EXPECT_EQ(decisions[0].reason, "too hot");
+    EXPECT_EQ(decisions[0].admitted, false);
+    EXPECT_EQ(decisions[0].role, 1);
+    EXPECT_EQ(shown().state, State::denied);
+}
+
+TEST_F(CardTrackerTest, ADenyWithoutReasonHasTheSystemLogsOne)
+{
+    plug();
+    ask();
+    answer("m2", 1);
+    end(false);
+    EXPECT_EQ(decisions.at(0).reason, "m2 not compatible");
+}
+
+TEST_F(CardTrackerTest, WhenTheTimeIsUpTheSilentAreNamed)
+{
+    plug();
+    ask();
+    answer("m1");
+    now += 300s;
+    end(true);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::silence);
+    EXPECT_EQ(decisions[0].decider, "");
+    EXPECT_THAT(decisions[0].silent, ElementsAre("m2", "m3"));
+    EXPECT_EQ(shown().state, State::silence);
+}
+
+TEST_F(CardTrackerTest, SilenceOfAllIsSilence)
+{
+    plug();
+    ask();
+    now += 300s;
+    end(true);
+    EXPECT_EQ(decisions.at(0).outcome, Outcome::silence);
+    EXPECT_THAT(decisions[0].silent, ElementsAre("m1", "m2", "m3"));
+}
+
+TEST_F(CardTrackerTest, ALastPassAfterALongTimeIsNoSilence)
+{
+    plug();
+    ask();
+    answer("m1");
+    answer("m2");
+    now += 299s;
+    answer("m3");
+    end(true);
+    EXPECT_EQ(decisions.at(0).outcome, Outcome::passed);
+    EXPECT_EQ(decisions[0].decider, "m3");
+}
+
+TEST_F(CardTrackerTest, ADaemonThatKnowsFewerModulesIsBelieved)
+{
+    plug();
+    ask();
+    answer("m1");
+    end(true);
+    EXPECT_EQ(decisions.at(0).outcome, Outcome::passed);
+    EXPECT_EQ(decisions[0].decider, "m1");
+}
+
+TEST_F(CardTrackerTest, ALaterPassLiftsADenial)
+{
+    plug();
+    ask();
+    answer("m1", 1, "no");
+    end(false);
+    answer("m2");
+    answer("m3");
+    answer("m1");
+    tracker.result_written(1259, true, now, false);
+    ASSERT_EQ(decisions.size(), 2U);
+    EXPECT_EQ(decisions[1].outcome, Outcome::passed);
+    EXPECT_EQ(decisions[1].decider, "m1");
+    EXPECT_EQ(shown().state, State::passed);
+}
+
+TEST_F(CardTrackerTest, AReturnedCardIsPassedByTheFirstWhoSpeaks)
+{
+    plug();
+    ask();
+    answer("m1");
+    answer("m2");
+    answer("m3");
+    end(true);
+    go_offline();
+    EXPECT_EQ(shown().state, State::offline);
+    plug();
+    ask();
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3")); // any of them will do
+    now += 1s;
+    answer("m2");
+    end(true);
+    ASSERT_EQ(decisions.size(), 2U);
+    EXPECT_EQ(decisions[1].outcome, Outcome::passed);
+    EXPECT_EQ(decisions[1].decider, "m2");
+}
+
+TEST_F(CardTrackerTest, AReturnedCardWithoutAnyAnswerIsPassedBySilence)
+{
+    plug();
+    ask();
+    now += 300s;
+    end(true);
+    go_offline();
+    plug();
+    ask();
+    now += 300s;
+    end(true);
+    ASSERT_EQ(decisions.size(), 2U);
+    EXPECT_EQ(decisions[1].outcome, Outcome::silence);
+    EXPECT_THAT(decisions[1].silent, ElementsAre("m1", "m2", "m3"));
+}
+
+TEST_F(CardTrackerTest, ACardThatLeavesUndecidedIsWithdrawn)
+{
+    plug();
+    ask();
+    answer("m1");
+    go_offline();
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::withdrawn);
+    EXPECT_EQ(decisions[0].admitted, std::nullopt);
+    EXPECT_EQ(shown().state, State::offline);
+}
+
+TEST_F(CardTrackerTest, ARestartedDaemonAsksAll)
+{
+    plug();
+    ask();
+    answer("m1");
+    now += 100s;
+    ask(); // by its successor
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
+    EXPECT_EQ(tracker.time_left(shown(), now), 300s);
+    EXPECT_THAT(shown().answers, IsEmpty());
+}
+
+TEST_F(CardTrackerTest, ARestartedDaemonAsksAgainForAPassedCard)
+{
+    plug();
+    ask();
+    answer("m1");
+    answer("m2");
+    answer("m3");
+    end(true);
+    ask();
+    EXPECT_EQ(shown().state, State::waiting);
+    answer("m1");
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m2", "m3"));
+}
+
+TEST_F(CardTrackerTest, MainBoardsAreExempt)
+{
+    tracker.card_written(card(true, main_board), now, false);
+    EXPECT_EQ(shown().state, State::undecided);
+    tracker.result_written(1259, true, now, false);
+    EXPECT_EQ(decisions.at(0).outcome, Outcome::exempt);
+    EXPECT_EQ(shown().state, State::exempt);
+    tracker.card_written(card(false, main_board), now, false);
+    EXPECT_EQ(shown().state, State::exempt);
+}
+
+TEST_F(CardTrackerTest, WithoutModulesNobodyIsAsked)
+{
+    tracker.set_modules({});
+    plug();
+    tracker.result_written(1259, true, now, false);
+    EXPECT_EQ(decisions.at(0).outcome, Outcome::unasked);
+    EXPECT_EQ(shown().state, State::unasked);
+}
+
+TEST_F(CardTrackerTest, AStrangersAnswerDecidesNothing)
+{
+    plug();
+    ask();
+    answer("m9", 1, "stranger");
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
+    EXPECT_FALSE(shown().answers.at(0).registered);
+    answer("m1", 1, "known");
+    end(false);
+    EXPECT_EQ(decisions.at(0).decider, "m1");
+}
+
+TEST_F(CardTrackerTest, WhatWasThereBeforeHasNoTimes)
+{
+    plug(true);
+    ask(true);
+    EXPECT_EQ(shown().state, State::waiting);
+    EXPECT_EQ(shown().since, std::nullopt);
+    EXPECT_EQ(tracker.time_left(shown(), now), std::nullopt);
+    answer("m1");
+    end(true);
+    EXPECT_EQ(decisions.at(0).outcome, Outcome::passed);
+    EXPECT_FALSE(decisions[0].complete);
+    EXPECT_EQ(decisions[0].answers.at(0).took, std::nullopt);
+}
+
+TEST_F(CardTrackerTest, ARememberedCheckGoesOn)
+{
+    tracker.remember_open(slot3, now - 100s, {"m2", "m3"}, {{"m1", 0, "", now - 50s}});
+    plug(true);
+    ask(true);
+    tracker.snapshot_done(now);
+    EXPECT_THAT(decisions, IsEmpty());
+    EXPECT_EQ(tracker.time_left(shown(), now), 200s);
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m2", "m3"));
+    now += 200s;
+    end(true);
+    EXPECT_EQ(decisions.at(0).outcome, Outcome::silence);
+    EXPECT_FALSE(decisions[0].complete);
+    EXPECT_THAT(decisions[0].silent, ElementsAre("m2", "m3"));
+}
+
+TEST_F(CardTrackerTest, ARememberedCheckThatIsGoneEndedUnseen)
+{
+    tracker.remember_open(slot3, now - 100s, {"m2"}, {});
+    tracker.result_written(1259, true, now, true);
+    plug(true);
+    tracker.snapshot_done(now);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
+    EXPECT_EQ(decisions[0].admitted, true);
+    EXPECT_FALSE(decisions[0].complete);
+    EXPECT_EQ(shown().state, State::passed);
+}
+
+TEST_F(CardTrackerTest, AfterALossAnEndedCheckEndedUnseen)
+{
+    plug();
+    ask();
+    tracker.result_written(1259, false, now, true);
+    tracker.request_deleted(slot3, now, true);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
+    EXPECT_EQ(decisions[0].admitted, false);
+    EXPECT_EQ(shown().state, State::denied);
+}
+
+TEST_F(CardTrackerTest, ARememberedDecisionTellsHowAndSinceWhen)
+{
+    Decision before;
+    before.card = card(true);
+    before.outcome = Outcome::silence;
+    before.admitted = true;
+    before.decided_at = now - 500s;
+    tracker.remember_decision(before);
+    plug(true);
+    tracker.result_written(1259, true, now, true);
+    EXPECT_EQ(shown().state, State::silence);
+    EXPECT_EQ(shown().since, now - 500s);
+}
+
+TEST_F(CardTrackerTest, ARememberedDecisionGivesWayToTheStore)
+{
+    Decision before;
+    before.card = card(true);
+    before.outcome = Outcome::silence;
+    before.admitted = true;
+    tracker.remember_decision(before);
+    plug(true);
+    tracker.result_written(1259, false, now, true);
+    EXPECT_EQ(shown().state, State::denied);
+    EXPECT_EQ(shown().since, std::nullopt);
+}
+
+TEST_F(CardTrackerTest, APulledCardIsAbsentAndForgottenWhenNothingNamesIt)
+{
+    plug();
+    tracker.power_off_written(slot3, true);
+    tracker.card_deleted(slot3, now);
+    EXPECT_EQ(shown().state, State::absent);
+    tracker.power_off_written(slot3, false);
+    EXPECT_EQ(tracker.find(slot3), nullptr);
+}
+
+TEST_F(CardTrackerTest, APulledCardsNextOneIsAskedByAll)
+{
+    plug();
+    ask();
+    answer("m1");
+    tracker.card_deleted(slot3, now);
+    tracker.request_deleted(slot3, now, false);
+    plug();
+    ask();
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
+}
+
+TEST_F(CardTrackerTest, AClockThatRunsFasterHasItsOwnTimeout)
+{
+    CardTracker quick([this](const Decision &decision) { decisions.push_back(decision); }, 15s);
+    quick.set_modules({"m1"});
+    quick.card_written(card(true), now, false);
+    quick.request_written(slot3, now, false);
+    quick.result_written(1259, true, now + 15s, false);
+    EXPECT_EQ(decisions.at(0).outcome, Outcome::silence);
+}
+
+TEST(OutcomeNames, GoThereAndBack)
+{
+    for (const auto outcome : {Outcome::passed, Outcome::silence, Outcome::denied, Outcome::exempt,
+                               Outcome::unasked, Outcome::withdrawn, Outcome::unseen}) {
+        EXPECT_EQ(outcome_of(word_of(outcome)), outcome);
+    }
+    EXPECT_EQ(outcome_of("perhaps"), std::nullopt);
+    EXPECT_STREQ(text_of(State::offline), "off line");
+}
+
+} // namespace

@@ -1,0 +1,132 @@
+// What the daemon does with each card, concluded from what it and the modules write into the store.
+//
+// The daemon tells nobody who decided: it deletes each answer as it reads it, and the result says PASS
+// whether every module passed the card or none of them spoke. Whoever hears all changes can tell the
+// difference, by keeping the list of modules waited for as the daemon keeps it. That is done here, for all
+// who need it: the recorder, the live view, the list and the player. No clock and no store: times and changes
+// are handed in.
+//
+// "existing" says of a change that it is no news: a record was found in the store when listening began, or
+// began again.
+#ifndef ADMISSION_CARD_TRACKER_H
+#define ADMISSION_CARD_TRACKER_H
+
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "decision.h"
+
+namespace admission
+{
+
+// The time after which the daemon admits a card unasked.
+inline constexpr std::chrono::seconds check_timeout{300};
+
+// What an operator wants to know of a position first.
+enum class State {
+    absent,    // no card information: only other records name the position, or it was remembered
+    offline,   // a card that is not on line
+    undecided, // on line, with neither a request nor a result
+    waiting,
+    passed,
+    silence, // passed by silence
+    denied,
+    exempt,
+    unasked, // passed, there was no module to ask
+};
+
+// "absent", "off line", "undecided", "waiting", "passed", "passed by silence", "denied", "exempt", "unasked".
+const char *text_of(State state);
+// The same in one word: "offline", "silence", ...
+const char *word_of(State state);
+
+struct TrackedCard {
+    CardFacts card{}; // only its position counts in State::absent
+    State state = State::absent;
+    std::optional<Time> since{}; // when it came to be so; nothing when that was before we listened
+    bool request = false;        // a check request stands
+    std::optional<Time> requested_at{};
+    std::vector<std::string> waiting_for{}; // in the order of the modules' folder
+    std::vector<Answer> answers{};          // to the last request
+    std::optional<Decision> last{};         // the last check that ended
+    bool power_off = false;                 // a request to power it off stands
+    bool cannot_start = false;              // the daemon marked it as unable to start
+};
+
+class CardTracker
+{
+public:
+    using Listener = std::function<void(const Decision &)>;
+
+    // `on_decision` is called for each check that ends, when it is known how; it may be empty. `timeout` is
+    // for those whose clock runs differently.
+    explicit CardTracker(Listener on_decision = {}, std::chrono::milliseconds timeout = check_timeout);
+    ~CardTracker();
+    CardTracker(const CardTracker &) = delete;
+    CardTracker &operator=(const CardTracker &) = delete;
+
+    // The modules that the daemon asks from now on, in the folder's order.
+    void set_modules(std::vector<std::string> modules);
+    // This device's global role; nothing when it is not known.
+    void set_role(std::optional<int32_t> role) { role_ = role; }
+
+    void card_written(const CardFacts &card, Time at, bool existing);
+    void card_deleted(const Position &position, Time at);
+    void request_written(const Position &position, Time at, bool existing);
+    void request_deleted(const Position &position, Time at, bool existing);
+    void answered(const Position &position, Answer answer, bool existing);
+    void result_written(int32_t tipc_nodeid, bool pass, Time at, bool existing);
+    void result_deleted(int32_t tipc_nodeid, Time at);
+    void power_off_written(const Position &position, bool off);
+    void cannot_start_written(const Position &position, bool cannot_start);
+
+    // A check that is remembered from before: its request was seen at `requested_at`, and these modules had
+    // not answered. For before the existing records are told.
+    void remember_open(const Position &position, Time requested_at, std::vector<std::string> waiting_for,
+                       std::vector<Answer> answers);
+    // The last decision on a card, remembered from before. It counts as long as the store does not say
+    // otherwise.
+    void remember_decision(const Decision &decision);
+    // All existing records were told: checks that were remembered as open and are not have ended unseen.
+    void snapshot_done(Time at);
+
+    // Every position, in order. Valid until the next change.
+    [[nodiscard]] std::vector<const TrackedCard *> cards() const;
+    // Null when nothing is known of the position.
+    [[nodiscard]] const TrackedCard *find(const Position &position) const;
+    [[nodiscard]] const std::vector<std::string> &modules() const { return modules_; }
+    [[nodiscard]] std::chrono::milliseconds timeout() const { return timeout_; }
+
+    // What is left of the time to answer; nothing when no request stands or its beginning was not seen.
+    [[nodiscard]] std::optional<std::chrono::milliseconds> time_left(const TrackedCard &card, Time now) const;
+
+private:
+    struct Entry;
+
+    Entry &entry(const Position &position);
+    Entry *entry_by_tipc(int32_t tipc_nodeid);
+    void begin_check(Entry &entry, Time at, bool existing);
+    void decide(Entry &entry, bool pass, Time at);
+    [[nodiscard]] Decision passed(const Entry &entry, Time at) const;
+    [[nodiscard]] Decision passed_unrequested(const Entry &entry, Time at) const;
+    [[nodiscard]] bool is_time_up(const Entry &entry, Time at) const;
+    [[nodiscard]] std::vector<std::string> silent_ones(const Entry &entry) const;
+    void finish(Entry &entry, Decision decision);
+    void end_undecided(Entry &entry, Time at, bool existing);
+    void settle(Entry &entry, Time at, bool existing);
+    [[nodiscard]] static State state_of(const Entry &entry);
+    [[nodiscard]] static bool agrees(const Entry &entry, const Decision &last);
+    void forget_if_empty(const Position &position);
+
+    Listener on_decision_;
+    std::chrono::milliseconds timeout_;
+    std::vector<std::string> modules_;
+    std::optional<int32_t> role_;
+    std::map<Position, std::unique_ptr<Entry>> entries_;
+    std::map<int32_t, bool> results_; // by TIPC node id: whether it says PASS
+};
+
+} // namespace admission
+
+#endif
