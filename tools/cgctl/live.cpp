@@ -169,6 +169,7 @@ void Live::deliver(Subscription &subscription, const vx_mom_pmsg_t &pmsg)
     }
     if (record != nullptr) {
         change.record = to_json(*record);
+        change.message = record;
     } else if (pmsg.cmd != VX_MOM_CMD_SUBSCRIBED && change.error_code == 0) {
         return; // nothing to tell of
     }

@@ -27,6 +27,7 @@ struct Change {
     std::optional<Json> record; // as it now is, or as it last was; nothing for "subscribed" and for an error
     int32_t error_code;         // not 0: the store could not deliver the record
     bool existing;              // it was there when the subscription began, or began anew
+    const ProtobufCMessage *message = nullptr; // the same record, for admission::feed; dies with the handler
 };
 
 // There is one at a time: the platform tells of a loss without saying to whom.
