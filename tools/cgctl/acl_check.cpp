@@ -174,11 +174,25 @@ std::vector<AclFinding> AclInspector::check(const std::vector<AclUser> &users,
     for (const std::string &name : known) {
         const bool is_expected =
             std::any_of(users.begin(), users.end(), [&](const AclUser &user) { return user.name == name; });
-        if (name.starts_with(module_user_prefix) && !is_expected) {
-            findings.push_back({name, "exists, but no module of the folder has this name"});
+        if (!is_expected) {
+            check_stranger(name, findings);
         }
     }
     return findings;
+}
+
+// A device has users of its own, and what they may do is its affair. But nobody may come in without a
+// password.
+void AclInspector::check_stranger(const std::string &name, std::vector<AclFinding> &findings)
+{
+    if (name.starts_with(module_user_prefix)) {
+        findings.push_back({name, "exists, but no module of the folder has this name"});
+        return;
+    }
+    const Inspected user = ask({"ACL", "GETUSER", name});
+    if (has(user, "flags", "on") && has(user, "flags", "nopass")) {
+        findings.push_back({name, "is none of this list, is switched on, and needs no password"});
+    }
 }
 
 std::string AclInspector::users_file()

@@ -43,6 +43,7 @@ private:
     std::vector<std::string> known_users();
     void check_user(const AclUser &user, const std::map<std::string, std::string> &digests,
                     std::vector<AclFinding> &findings);
+    void check_stranger(const std::string &name, std::vector<AclFinding> &findings);
     void check_default(std::vector<AclFinding> &findings);
     bool is_permitted(const std::string &user, const Command &command, std::string &answer);
 

@@ -347,6 +347,19 @@ TEST_F(AclCheck, FindsModulesOfYesterday)
     EXPECT_EQ(check().status, 0) << "the mend mends";
 }
 
+TEST_F(AclCheck, FindsAStrangerWhoNeedsNoPasswordAndLeavesOthersAlone)
+{
+    start({"m1"});
+    ASSERT_EQ("OK", run_as_admin(0, {"ACL", "SETUSER", "chassis", "on", ">secret", "+@all", "~*"}));
+    ASSERT_EQ("OK", run_as_admin(0, {"ACL", "SETUSER", "gone", "off", "nopass", "+@all", "~*"}));
+    EXPECT_EQ(check({}).status, 0);
+    ASSERT_EQ("OK", run_as_admin(0, {"ACL", "SETUSER", "open", "on", "nopass", "+ping"}));
+    const Outcome outcome = check({});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.out,
+                StartsWith("open: is none of this list, is switched on, and needs no password; `cgctl acl"));
+}
+
 TEST_F(AclCheck, FindsADefaultUserWhoMayDoWhatMatters)
 {
     start({"m1"});
