@@ -1,0 +1,289 @@
+// The file itself: versions, damage, other users, kills, limits.
+#include <sqlite3.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "history/database.h"
+#include "history/schema.h"
+#include "history_fixture.h"
+
+namespace history
+{
+
+namespace
+{
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr uid_t nobody = 65534;
+
+std::string message_of(const std::function<void()> &action)
+{
+    try {
+        action();
+    } catch (const Error &error) {
+        return error.what();
+    }
+    return "nothing was thrown";
+}
+
+// Runs `body` in a child process, as a user without rights when we are root. Returns its exit status, or 128
+// and the signal.
+int in_child(const std::function<int()> &body)
+{
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const bool stripped = geteuid() != 0 || (setgid(nobody) == 0 && setuid(nobody) == 0);
+        _exit(stripped ? body() : 100);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+class HistoryFile : public HistoryTest
+{
+protected:
+    void run_sql(const std::string &sql) const { Database(path(), Database::Access::write).run(sql.c_str()); }
+    [[nodiscard]] std::vector<std::string> names() const
+    {
+        std::vector<std::string> found;
+        for (const auto &entry : std::filesystem::directory_iterator(folder_)) {
+            found.push_back(entry.path().filename());
+        }
+        return found;
+    }
+    // For others to read, without the right to write anything.
+    void open_to_others() const
+    {
+        namespace fs = std::filesystem;
+        fs::permissions(folder_, fs::perms::owner_all | fs::perms::others_read | fs::perms::others_exec);
+        for (const auto &entry : fs::directory_iterator(folder_)) {
+            fs::permissions(entry.path(),
+                            fs::perms::owner_read | fs::perms::owner_write | fs::perms::others_read);
+        }
+    }
+    [[nodiscard]] int decisions_seen_by_others() const
+    {
+        return in_child([this] {
+            try {
+                return static_cast<int>(Reader(path()).decisions().size());
+            } catch (const Error &error) {
+                fprintf(stderr, "%s\n", error.what());
+                return 101;
+            }
+        });
+    }
+};
+
+} // namespace
+
+TEST_F(HistoryFile, AMissingOneSaysWhoWritesIt)
+{
+    EXPECT_EQ(message_of([this] { Reader reader(path()); }),
+              "no history at " + path() + "; cg_recorderd writes it");
+    EXPECT_THAT(names(), IsEmpty());
+}
+
+TEST_F(HistoryFile, AnUnreadableOneIsNoEmptyOne)
+{
+    writer();
+    namespace fs = std::filesystem;
+    fs::permissions(folder_, fs::perms::owner_all | fs::perms::others_exec);
+    fs::permissions(path(), geteuid() == 0 ? fs::perms::owner_all : fs::perms::none);
+    EXPECT_EQ(decisions_seen_by_others(), 101);
+}
+
+TEST_F(HistoryFile, ANewerVersionIsRefusedAndLeftAlone)
+{
+    writer()->add(decision_at(noon));
+    run_sql("PRAGMA user_version = 999");
+    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("has version 999, this program knows up to 1"));
+    EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("has version 999"));
+    run_sql("PRAGMA user_version = 1");
+    EXPECT_THAT(Reader(path()).decisions(), SizeIs(1));
+    EXPECT_THAT(told_, IsEmpty());
+}
+
+TEST_F(HistoryFile, AnotherProgramsDatabaseIsRefusedAndLeftAlone)
+{
+    run_sql("CREATE TABLE recipes (name)");
+    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("no history of cg_recorderd"));
+    EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("no history of cg_recorderd"));
+    EXPECT_EQ(Database(path(), Database::Access::read).number("SELECT count(*) FROM recipes"), 0);
+}
+
+TEST_F(HistoryFile, AnOlderVersionIsBroughtUpToDateStepByStepAndKeepsItsRows)
+{
+    const std::array<Migration, 2> steps{"CREATE TABLE a (x); INSERT INTO a VALUES (5)",
+                                         "ALTER TABLE a ADD COLUMN y DEFAULT 6"};
+    const Database database(path(), Database::Access::write);
+    bring_up_to_date(database, std::span(steps).first(1));
+    EXPECT_EQ(database.number("PRAGMA user_version"), 1);
+    bring_up_to_date(database, steps);
+    EXPECT_EQ(database.number("PRAGMA user_version"), 2);
+    EXPECT_EQ(database.number("SELECT x + y FROM a"), 11);
+    bring_up_to_date(database, steps); // nothing to do
+    EXPECT_EQ(database.number("SELECT count(*) FROM a"), 1);
+}
+
+TEST_F(HistoryFile, AStepThatFailsLeavesTheOlderVersion)
+{
+    const std::array<Migration, 2> steps{"CREATE TABLE a (x)", "CREATE TABLE b (x); CREATE TABLE a (x)"};
+    const Database database(path(), Database::Access::write);
+    EXPECT_THAT(message_of([&] { bring_up_to_date(database, steps); }), HasSubstr("already exists"));
+    EXPECT_EQ(database.number("PRAGMA user_version"), 1);
+    EXPECT_EQ(database.number("SELECT count(*) FROM sqlite_master"), 1);
+}
+
+TEST_F(HistoryFile, WhatIsNoDatabaseIsMovedAsideAndToldOf)
+{
+    std::ofstream(path()) << std::string(5000, 'x');
+    EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("file is not a database"));
+    writer()->add(decision_at(noon));
+    EXPECT_THAT(Reader(path()).decisions(), SizeIs(1));
+    const std::string aside = path() + ".damaged-1700000000000";
+    EXPECT_EQ(std::filesystem::file_size(aside), 5000U);
+    EXPECT_THAT(told_, ElementsAre(HasSubstr("file is not a database; it was moved to " + aside)));
+}
+
+TEST_F(HistoryFile, DamageInsideIsNoticed)
+{
+    {
+        const auto recorder = writer();
+        for (int i = 0; i < 500; ++i) {
+            recorder->add(decision_at(noon + i * 1s));
+        }
+    }
+    const auto size = static_cast<std::streamoff>(std::filesystem::file_size(path()));
+    std::fstream file(path(), std::ios::in | std::ios::out);
+    file.seekp(size / 2).write(std::string(20'000, 'x').data(), 20'000);
+    file.close();
+    EXPECT_THAT(Reader(writer() ? path() : "").decisions(), IsEmpty());
+    EXPECT_THAT(told_, ElementsAre(HasSubstr("a new history begins")));
+}
+
+TEST_F(HistoryFile, OneWriterAtATime)
+{
+    const auto first = writer();
+    EXPECT_EQ(message_of([this] { writer(); }),
+              "cannot write the history " + path() + ": another process does so");
+}
+
+TEST_F(HistoryFile, AFolderThatIsNotThereIsNamed)
+{
+    folder_ /= "missing";
+    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("history.sqlite.lock: No such file"));
+    folder_ = folder_.parent_path();
+}
+
+TEST_F(HistoryFile, OthersReadItWhileItIsWrittenAndAfterwards)
+{
+    auto recorder = writer();
+    recorder->add(decision_at(noon));
+    open_to_others();
+    EXPECT_EQ(decisions_seen_by_others(), 1);
+    recorder->add(decision_at(noon + 1s));
+    recorder.reset();
+    EXPECT_EQ(decisions_seen_by_others(), 2);
+    std::filesystem::remove(path() + "-wal");
+    std::filesystem::remove(path() + "-shm");
+    EXPECT_EQ(decisions_seen_by_others(), 2); // a copy, say
+}
+
+TEST_F(HistoryFile, AKillInMidWriteCostsNothingThatWasWritten)
+{
+    std::array<int, 2> pipe_ends{};
+    ASSERT_EQ(pipe(pipe_ends.data()), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const auto recorder = writer();
+        for (int i = 0;; ++i) {
+            recorder->add(decision_at(noon + i * 1s));
+            if (write(pipe_ends[1], "x", 1) != 1) {
+                _exit(1);
+            }
+        }
+    }
+    close(pipe_ends[1]);
+    constexpr std::size_t written = 50;
+    for (char c = 0; auto i : std::array<int, written>{}) {
+        ASSERT_EQ(read(pipe_ends[0], &c, 1), 1) << i;
+    }
+    kill(pid, SIGKILL);
+    waitpid(pid, nullptr, 0);
+    close(pipe_ends[0]);
+    open_to_others();
+    EXPECT_GE(decisions_seen_by_others(), 50);
+    EXPECT_GE(Reader(path()).decisions().size(), written);
+    for (const Decision &decision : Reader(path()).decisions()) {
+        EXPECT_THAT(decision.answers, SizeIs(2)); // whole, or not at all
+    }
+    const auto recorder = writer();
+    EXPECT_THAT(told_, IsEmpty());
+    recorder->add(decision_at(noon));
+}
+
+TEST_F(HistoryFile, AFullDiskIsAnErrorAndChangesNothing)
+{
+    const auto recorder = writer();
+    recorder->add(decision_at(noon));
+    Database other(path(), Database::Access::write);
+    const Transaction locked(other);
+    EXPECT_THAT(message_of([&] { recorder->add(decision_at(noon)); }), HasSubstr("database is locked"));
+    EXPECT_THAT(Reader(path()).decisions(), SizeIs(1));
+}
+
+TEST_F(HistoryFile, AgeIsLimitedButForTheLastOfEachPosition)
+{
+    const auto recorder = writer();
+    for (int i = 0; i < 500; ++i) {
+        recorder->add(decision_at(noon + i * 1s));
+    }
+    recorder->add(decision_at(noon, slot4));
+    recorder->add(decision_at(noon + 48h));
+    recorder->add_gap({noon, noon + 1s, "the store was away"});
+    recorder->add_life({noon, true, 42, "", ""});
+    const Limits limits{24h, INT64_MAX};
+    int steps = 1;
+    for (; recorder->trim(limits, noon + 49h); ++steps) {
+        ASSERT_LT(steps, 100);
+    }
+    EXPECT_GT(steps, 2);
+    const Reader reader(path());
+    const std::vector<Decision> left = reader.decisions();
+    ASSERT_THAT(left, SizeIs(2));
+    EXPECT_EQ(left[0].card.position, slot4);
+    EXPECT_EQ(left[1].decided_at, noon + 48h);
+    EXPECT_THAT(reader.gaps({}, {}), IsEmpty());
+    EXPECT_THAT(reader.life({}, {}), IsEmpty());
+    const Database raw(path(), Database::Access::read);
+    EXPECT_EQ(raw.number("SELECT count(*) FROM answers"), 4);
+}
+
+TEST_F(HistoryFile, SizeIsLimitedAndTheFileShrinks)
+{
+    constexpr int64_t limit = 256 << 10;
+    const auto recorder = writer();
+    Decision fat = decision_at(noon);
+    fat.reason = std::string(4000, 'x');
+    for (int i = 0; i < 300; ++i) {
+        fat.decided_at = noon + i * 1s;
+        fat.card.position.slotid = i;
+        recorder->add(fat);
+    }
+    const Limits limits{24h, limit};
+    for (int steps = 0; recorder->trim(limits, noon); ++steps) {
+        ASSERT_LT(steps, 200);
+    }
+    const Database raw(path(), Database::Access::read);
+    EXPECT_LE(raw.number("PRAGMA page_count") * raw.number("PRAGMA page_size"), limit);
+    const std::vector<Decision> left = Reader(path()).decisions();
+    ASSERT_FALSE(left.empty());
+    EXPECT_EQ(left.back().decided_at, noon + 299s); // the oldest went first
+}
+
+} // namespace history

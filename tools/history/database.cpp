@@ -1,0 +1,210 @@
+// SQLite with lifetimes and exceptions.
+#include "database.h"
+
+#include <sqlite3.h>
+
+#include <cstdlib>
+
+namespace history
+{
+
+namespace
+{
+
+using std::chrono::duration_cast;
+using std::chrono::milliseconds;
+
+// Writers hold the file for moments only; whoever holds it longer is not waited for, since there are
+// notifications to take.
+constexpr int patience_ms = 500;
+
+bool is_damage(int code)
+{
+    const int primary = code & 0xFF;
+    return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
+}
+
+// As a file: address, in which all but plain characters are written %XX.
+std::string address_of(const std::string &path, const char *options)
+{
+    constexpr const char *plain = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-";
+    constexpr const char *digits = "0123456789ABCDEF";
+    std::string address = "file:";
+    for (const char c : path) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (std::string_view(plain).find(c) != std::string_view::npos) {
+            address += c;
+        } else {
+            address += {'%', digits[byte >> 4U], digits[byte & 0xFU]};
+        }
+    }
+    return address + options;
+}
+
+} // namespace
+
+std::string path_or_default(const std::string &given)
+{
+    if (!given.empty()) {
+        return given;
+    }
+    const char *set = std::getenv(path_setting);
+    return set == nullptr || *set == '\0' ? default_path : set;
+}
+
+void Statement::Finalize::operator()(sqlite3_stmt *statement) const noexcept
+{
+    (void)sqlite3_finalize(statement); // repeats the failure of the last step, which was told
+}
+
+Statement::Statement(const Database &database, const char *sql) : database_(database)
+{
+    sqlite3_stmt *statement = nullptr;
+    const int result = sqlite3_prepare_v2(database.handle(), sql, -1, &statement, nullptr);
+    statement_.reset(statement);
+    if (result != SQLITE_OK) {
+        database.fail(result, "read");
+    }
+}
+
+bool Statement::step()
+{
+    const int result = sqlite3_step(statement_.get());
+    if (result != SQLITE_ROW && result != SQLITE_DONE) {
+        database_.fail(result, sqlite3_stmt_readonly(statement_.get()) != 0 ? "read" : "write");
+    }
+    return result == SQLITE_ROW;
+}
+
+void Statement::run()
+{
+    while (step()) {
+    }
+    reset();
+}
+
+void Statement::reset()
+{
+    (void)sqlite3_reset(statement_.get()); // as above
+}
+
+bool Statement::is_null(int column) const
+{
+    return sqlite3_column_type(statement_.get(), column) == SQLITE_NULL;
+}
+
+int64_t Statement::number(int column) const
+{
+    return sqlite3_column_int64(statement_.get(), column);
+}
+
+std::string Statement::text(int column) const
+{
+    const unsigned char *text = sqlite3_column_text(statement_.get(), column);
+    const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column));
+    return text == nullptr ? std::string() : std::string(reinterpret_cast<const char *>(text), size);
+}
+
+Time Statement::time(int column) const
+{
+    return Time(milliseconds(number(column)));
+}
+
+void Statement::bind(int place, int64_t value)
+{
+    if (const int result = sqlite3_bind_int64(statement_.get(), place + 1, value); result != SQLITE_OK) {
+        database_.fail(result, "use");
+    }
+}
+
+void Statement::bind(int place, const std::string &value)
+{
+    const int result = sqlite3_bind_text64(statement_.get(), place + 1, value.data(), value.size(),
+                                           SQLITE_TRANSIENT, SQLITE_UTF8);
+    if (result != SQLITE_OK) {
+        database_.fail(result, "use");
+    }
+}
+
+void Statement::bind(int place, Time value)
+{
+    bind(place, int64_t{duration_cast<milliseconds>(value.time_since_epoch()).count()});
+}
+
+void Statement::bind_null(int place)
+{
+    if (const int result = sqlite3_bind_null(statement_.get(), place + 1); result != SQLITE_OK) {
+        database_.fail(result, "use");
+    }
+}
+
+void Database::Close::operator()(sqlite3 *handle) const noexcept
+{
+    (void)sqlite3_close_v2(handle);
+}
+
+Database::Database(const std::string &path, Access access) : path_(path)
+{
+    const bool writes = access == Access::write;
+    const int flags = (writes ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY) |
+                      SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX;
+    const std::string address = address_of(path, access == Access::immutable ? "?immutable=1" : "");
+    sqlite3 *handle = nullptr;
+    const int result = sqlite3_open_v2(address.c_str(), &handle, flags, nullptr);
+    handle_.reset(handle);
+    if (result != SQLITE_OK) {
+        fail(result, "open");
+    }
+    (void)sqlite3_extended_result_codes(handle, 1); // of a good handle: cannot fail
+    (void)sqlite3_busy_timeout(handle, patience_ms);
+}
+
+void Database::fail(int code, const char *doing) const
+{
+    const std::string reason = handle_ ? sqlite3_errmsg(handle_.get()) : sqlite3_errstr(code);
+    throw Error("cannot " + std::string(doing) + " the history " + path_ + ": " + reason, is_damage(code));
+}
+
+void Database::run(const char *sql) const
+{
+    if (const int result = sqlite3_exec(handle_.get(), sql, nullptr, nullptr, nullptr); result != SQLITE_OK) {
+        fail(result, "write");
+    }
+}
+
+int64_t Database::number(const char *sql) const
+{
+    Statement statement(*this, sql);
+    return statement.step() ? statement.number(0) : 0;
+}
+
+int64_t Database::last_id() const
+{
+    return sqlite3_last_insert_rowid(handle_.get());
+}
+
+void Database::keep_log() const
+{
+    int keep = 1;
+    (void)sqlite3_file_control(handle_.get(), "main", SQLITE_FCNTL_PERSIST_WAL, &keep);
+}
+
+Transaction::Transaction(const Database &database) : database_(&database)
+{
+    database.run("BEGIN IMMEDIATE");
+}
+
+Transaction::~Transaction()
+{
+    if (database_ != nullptr) {
+        (void)sqlite3_exec(database_->handle(), "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+}
+
+void Transaction::commit()
+{
+    database_->run("COMMIT");
+    database_ = nullptr;
+}
+
+} // namespace history

@@ -1,0 +1,96 @@
+// What the recorder's file holds, as its writer and its readers hand it around.
+//
+// Times are kept in whole milliseconds, so what is read back may differ from what was written by less than
+// one.
+#ifndef HISTORY_HISTORY_H
+#define HISTORY_HISTORY_H
+
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "admission/decision.h"
+
+namespace history
+{
+
+using admission::Answer;
+using admission::CardFacts;
+using admission::Decision;
+using admission::Outcome;
+using admission::Position;
+using admission::Time;
+
+inline constexpr const char *default_path = "/var/lib/cg_recorder/history.sqlite";
+inline constexpr const char *path_setting = "CG_HISTORY"; // environment: where it is instead
+
+// `given` when it is not empty, else what the environment says, else the default.
+std::string path_or_default(const std::string &given);
+
+// The file cannot be used. what() is one line that names the file, what is wrong, and what would be right.
+class Error : public std::runtime_error
+{
+public:
+    explicit Error(const std::string &message, bool damaged = false)
+        : std::runtime_error(message), damaged_(damaged)
+    {
+    }
+    // The file is no database, or no longer one: opening it for writing anew would move it aside.
+    [[nodiscard]] bool is_damaged() const noexcept { return damaged_; }
+
+private:
+    bool damaged_;
+};
+
+// Which decisions are wanted: those for which all that is given here holds.
+struct Filter {
+    std::optional<Position> position{};
+    std::optional<Time> from{};  // decided then or later
+    std::optional<Time> until{}; // decided before
+    std::optional<Outcome> outcome{};
+    std::string module{};                // it answered, or was silent; empty: any
+    std::optional<std::size_t> newest{}; // so many, the newest ones
+};
+
+// A check that stands: the recorder goes on with it after a restart.
+struct OpenCheck {
+    CardFacts card{};
+    std::optional<Time> requested_at{}; // nothing: it began before the recorder listened
+    std::vector<std::string> waiting_for{};
+    std::vector<Answer> answers{};
+};
+
+// A time in which nothing was heard of, so decisions may be missing.
+struct Gap {
+    Time from{};
+    std::optional<Time> until{}; // nothing: it lasts
+    std::string why{};           // "the recorder was not running", ...
+};
+
+// How a module answers.
+struct ModuleStatistics {
+    std::string module{};
+    int64_t answers = 0; // in the time asked for, as all that follows but the last two
+    int64_t passes = 0;
+    int64_t denials = 0;
+    int64_t unregistered = 0; // answers that the daemon passed over, since it does not know the module
+    int64_t silences = 0;     // checks that ended by the time, waiting for it
+    std::optional<std::chrono::milliseconds> median{}; // of the time to answer; nothing without a known one
+    std::optional<std::chrono::milliseconds> percentile_95{};
+    int64_t waited_for = 0;       // checks that stand and wait for it
+    std::optional<Answer> last{}; // of all times
+};
+
+// The daemon's service came up, or ended.
+struct LifeEvent {
+    Time at{};
+    bool is_start = true;
+    int64_t pid = 0;      // of a start
+    std::string code{};   // of an end: "exited", "killed", "dumped"
+    std::string status{}; // of an end: "0", "77", "TERM", ...
+};
+
+} // namespace history
+
+#endif

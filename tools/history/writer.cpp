@@ -1,0 +1,185 @@
+// The recorder's end of the history.
+#include "writer.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "rows.h"
+#include "schema.h"
+
+namespace history
+{
+
+namespace
+{
+
+constexpr const char *alive_note = "alive_at";
+constexpr const char *begun_note = "begun_at";
+
+constexpr mode_t for_owner_and_group = 0640;
+
+std::string milliseconds_text(Time time)
+{
+    using std::chrono::duration_cast;
+    using std::chrono::milliseconds;
+    return std::to_string(duration_cast<milliseconds>(time.time_since_epoch()).count());
+}
+
+std::optional<Time> noted_time(const Database &database, const char *name)
+{
+    const std::string text = read_note(database, name);
+    return text.empty() ? std::nullopt : std::optional(Time(std::chrono::milliseconds(std::stoll(text))));
+}
+
+} // namespace
+
+// A file of its own: to close another descriptor of the database would take SQLite's locks away.
+class Writer::Lock
+{
+public:
+    explicit Lock(const std::string &path)
+        : number_(::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, for_owner_and_group))
+    {
+        if (number_ < 0) {
+            throw Error("cannot open " + path + ".lock: " + std::strerror(errno) +
+                        "; its folder must be there and be writable");
+        }
+        if (flock(number_, LOCK_EX | LOCK_NB) != 0) {
+            const std::string why = errno == EWOULDBLOCK ? "another process does so" : std::strerror(errno);
+            close(number_);
+            throw Error("cannot write the history " + path + ": " + why);
+        }
+    }
+    ~Lock() { close(number_); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+private:
+    int number_;
+};
+
+Writer::Writer(std::string path, Time now, const Teller &tell)
+    : path_(std::move(path)), lock_(std::make_unique<Lock>(path_))
+{
+    try {
+        open(now);
+    } catch (const Error &error) {
+        if (!error.is_damaged()) {
+            throw;
+        }
+        database_.reset();
+        move_aside(now, error.what(), tell);
+        open(now);
+    }
+}
+
+Writer::~Writer() = default;
+
+void Writer::open(Time now)
+{
+    database_ = std::make_unique<Database>(path_, Database::Access::write);
+    database_->run("PRAGMA auto_vacuum = INCREMENTAL; PRAGMA journal_mode = WAL; PRAGMA synchronous = NORMAL;"
+                   "PRAGMA foreign_keys = ON; PRAGMA journal_size_limit = 4194304");
+    database_->keep_log();
+    bring_up_to_date(*database_);
+    Statement check(*database_, "PRAGMA quick_check(1)");
+    if (check.step() && check.text(0) != "ok") {
+        throw Error(path_ + " is damaged: " + check.text(0), true);
+    }
+    last_alive_ = noted_time(*database_, alive_note);
+    if (!noted_time(*database_, begun_note)) {
+        write_note(*database_, begun_note, milliseconds_text(now));
+    }
+    Statement(*database_, "UPDATE gaps SET until_at = max(from_at, ?) WHERE until_at IS NULL")
+        .with(last_alive_.value_or(now))
+        .run();
+}
+
+void Writer::move_aside(Time now, const std::string &why, const Teller &tell)
+{
+    const std::string aside = path_ + ".damaged-" + milliseconds_text(now);
+    if (std::rename(path_.c_str(), aside.c_str()) != 0) {
+        throw Error(why + "; it cannot be moved aside: " + std::strerror(errno));
+    }
+    for (const char *companion : {"-wal", "-shm"}) {
+        (void)std::rename((path_ + companion).c_str(), (aside + companion).c_str()); // there may be none
+    }
+    tell(why + "; it was moved to " + aside + " and a new history begins");
+}
+
+void Writer::add(const Decision &decision)
+{
+    Transaction transaction(*database_);
+    write_decision(*database_, decision);
+    erase_open_check(*database_, decision.card.position);
+    transaction.commit();
+}
+
+void Writer::set_open(const OpenCheck &check)
+{
+    Transaction transaction(*database_);
+    write_open_check(*database_, check);
+    transaction.commit();
+}
+
+void Writer::close_open(const Position &position)
+{
+    erase_open_check(*database_, position);
+}
+
+void Writer::add_gap(const Gap &gap)
+{
+    Statement(*database_, "INSERT INTO gaps (from_at, until_at, why) VALUES (?, ?, ?)")
+        .with(gap.from, gap.until, gap.why)
+        .run();
+}
+
+int64_t Writer::begin_gap(Time from, const std::string &why)
+{
+    add_gap({from, std::nullopt, why});
+    return database_->last_id();
+}
+
+void Writer::end_gap(int64_t gap, Time until)
+{
+    Statement(*database_, "UPDATE gaps SET until_at = ? WHERE id = ?").with(until, gap).run();
+}
+
+void Writer::add_life(const LifeEvent &event)
+{
+    Statement(*database_, "INSERT INTO daemon_life (at, is_start, pid, code, status) VALUES (?, ?, ?, ?, ?)")
+        .with(event.at, event.is_start, event.pid, event.code, event.status)
+        .run();
+}
+
+void Writer::alive(Time now)
+{
+    write_note(*database_, alive_note, milliseconds_text(now));
+}
+
+std::string Writer::note(const std::string &name) const
+{
+    return read_note(*database_, name);
+}
+
+void Writer::set_note(const std::string &name, const std::string &value)
+{
+    write_note(*database_, name, value);
+}
+
+std::vector<OpenCheck> Writer::open_checks() const
+{
+    return read_open_checks(*database_);
+}
+
+std::vector<Decision> Writer::last_decisions() const
+{
+    return read_last_decisions(*database_);
+}
+
+} // namespace history

@@ -1,0 +1,82 @@
+// The recorder's end of the history.
+//
+// Each call is one transaction: it is in the file or it is not, also after a kill. With synchronous=NORMAL a
+// power cut may cost the last few of them, and never the file.
+#ifndef HISTORY_WRITER_H
+#define HISTORY_WRITER_H
+
+#include <functional>
+#include <memory>
+
+#include "history.h"
+
+namespace history
+{
+
+class Database;
+
+// How much is kept. The last decision of each position stays beyond the age, since cards stand for years.
+struct Limits {
+    std::chrono::hours age{24 * 365};
+    int64_t bytes = int64_t{256} << 20U;
+};
+
+class Writer
+{
+public:
+    using Teller = std::function<void(const std::string &)>;
+
+    // Opens the file, makes it when it is not there, and brings an older one to the present version. One that
+    // is damaged or no database is moved aside, as FILE.damaged-MILLISECONDS, and told of. Throws Error, also
+    // when another process writes it.
+    Writer(std::string path, Time now, const Teller &tell);
+    ~Writer();
+    Writer(const Writer &) = delete;
+    Writer &operator=(const Writer &) = delete;
+
+    // Everything below throws Error; then the file is as it was before the call.
+
+    // A check that ended: it is no open one from now on.
+    void add(const Decision &decision);
+    // A check that stands, in place of what was known of it.
+    void set_open(const OpenCheck &check);
+    void close_open(const Position &position);
+
+    void add_gap(const Gap &gap);
+    // One that lasts; returns what end_gap() wants. Those that nobody ended end with the writer's next start,
+    // at the time of the last alive().
+    int64_t begin_gap(Time from, const std::string &why);
+    void end_gap(int64_t gap, Time until);
+    void add_life(const LifeEvent &event);
+
+    // That the recorder runs; readers tell the history's age by it.
+    void alive(Time now);
+    // The last time of that before this writer was made; nothing for a new file.
+    [[nodiscard]] std::optional<Time> last_alive() const { return last_alive_; }
+
+    // Small things to be remembered; empty when there is nothing.
+    [[nodiscard]] std::string note(const std::string &name) const;
+    void set_note(const std::string &name, const std::string &value);
+
+    // What was written before.
+    [[nodiscard]] std::vector<OpenCheck> open_checks() const;
+    [[nodiscard]] std::vector<Decision> last_decisions() const;
+
+    // Does a small part of what is needed to keep within the limits. True: there is more to do.
+    bool trim(const Limits &limits, Time now);
+
+private:
+    class Lock;
+
+    void open(Time now);
+    void move_aside(Time now, const std::string &why, const Teller &tell);
+
+    std::string path_;
+    std::unique_ptr<Lock> lock_;
+    std::unique_ptr<Database> database_;
+    std::optional<Time> last_alive_;
+};
+
+} // namespace history
+
+#endif
