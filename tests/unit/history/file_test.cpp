@@ -1,7 +1,9 @@
 // The file itself: versions, damage, other users, kills, limits.
-#include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "history/database.h"
 #include "history/schema.h"
@@ -227,7 +229,7 @@ TEST_F(HistoryFile, AKillInMidWriteCostsNothingThatWasWritten)
     recorder->add(decision_at(noon));
 }
 
-TEST_F(HistoryFile, AFullDiskIsAnErrorAndChangesNothing)
+TEST_F(HistoryFile, ALockedFileIsAnErrorAndChangesNothing)
 {
     const auto recorder = writer();
     recorder->add(decision_at(noon));
@@ -235,6 +237,26 @@ TEST_F(HistoryFile, AFullDiskIsAnErrorAndChangesNothing)
     const Transaction locked(other);
     EXPECT_THAT(message_of([&] { recorder->add(decision_at(noon)); }), HasSubstr("database is locked"));
     EXPECT_THAT(Reader(path()).decisions(), SizeIs(1));
+}
+
+TEST_F(HistoryFile, AFullDiskIsAnErrorAndWhatFollowsIsWrittenAgain)
+{
+    const auto recorder = writer();
+    recorder->add(decision_at(noon));
+    const auto log_size = std::filesystem::file_size(path() + "-wal");
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    const rlimit full{log_size, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    const std::string message = message_of([&] { recorder->add(decision_at(noon + 1s)); });
+    setrlimit(RLIMIT_FSIZE, &before);
+    signal(SIGXFSZ, handler);
+    EXPECT_THAT(message, HasSubstr("cannot write the history " + path() + ": "));
+    recorder->add(decision_at(noon + 2s));
+    const std::vector<Decision> kept = Reader(path()).decisions();
+    ASSERT_THAT(kept, SizeIs(2));
+    EXPECT_EQ(kept[1].decided_at, noon + 2s);
 }
 
 TEST_F(HistoryFile, AgeIsLimitedButForTheLastOfEachPosition)
@@ -266,7 +288,7 @@ TEST_F(HistoryFile, AgeIsLimitedButForTheLastOfEachPosition)
 
 TEST_F(HistoryFile, SizeIsLimitedAndTheFileShrinks)
 {
-    constexpr int64_t limit = 256 << 10;
+    constexpr int64_t limit = 1 << 20;
     const auto recorder = writer();
     Decision fat = decision_at(noon);
     fat.reason = std::string(4000, 'x');
