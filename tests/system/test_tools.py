@@ -114,15 +114,27 @@ def test_list_and_show_tell_the_verdict(master):
     assert {position: cards[position]["verdict"] for position in ("1/1/0", "1/3/0", "1/4/0")} == {
         "1/1/0": "passed", "1/3/0": "denied", "1/4/0": "waiting"}
     assert cards["1/3/0"]["results"]["custom_status"] == "CANNOT_STARTUP"
+    assert cards["1/3/0"]["state"] == "denied" and cards["1/3/0"]["reason"] == "no"
+    assert cards["1/4/0"]["state"] == "waiting" and set(cards["1/4/0"]["waiting_for"]) == {"m1", "m2"}
     assert "1/3/0" in master.cgctl("show", "1/3/0")
     assert master.cgctl.attempt("show", "1/5/0").returncode == 1
+
+
+def test_the_list_knows_from_the_daemon_whom_a_card_waits_for(master):
+    master.plug("1/4/0")
+    master.expect_request("1/4/0")
+    master.answer("1/4/0", "m1")
+    master.settle()
+    assert "waiting for m2" in master.cgctl("list", "1/4")
+    assert "m2 has not answered" in master.cgctl("show", "1/4/0")
+    assert master.cgctl.json("list", "--state", "waiting")["cards"][0]["waiting_for"] == ["m2"]
 
 
 @pytest.mark.parametrize("command", [
     ["card", "plug", "1"], ["card", "plug", "one/3/0"], ["card", "plug", "1/3/0", "--node-type", "toaster"],
     ["card", "plug", "1/3/0", "--type", "many"], ["card", "sell", "1/3/0"], ["role", "king"],
     ["set", CARD_INFO, "devid=1", "colour=red"], ["set", "p_dev.nothing", "devid=1"], ["get", CARD_INFO, "devid=x"],
-    ["set", CARD_INFO, "devid=99999999999"], ["frobnicate"], []])
+    ["set", CARD_INFO, "devid=99999999999"], ["frobnicate"], ["list", "--state", "tired"]])
 def test_bad_input_is_one_line_and_writes_nothing(rig, command):
     refused = rig.cgctl.attempt(*command)
     assert refused.returncode == 2, refused

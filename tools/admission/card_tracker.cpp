@@ -235,7 +235,7 @@ void CardTracker::cannot_start_written(const Position &position, bool cannot_sta
     forget_if_empty(position);
 }
 
-void CardTracker::remember_open(const Position &position, Time requested_at,
+void CardTracker::remember_open(const Position &position, std::optional<Time> requested_at,
                                 std::vector<std::string> waiting_for, std::vector<Answer> answers)
 {
     Entry &known = entry(position);

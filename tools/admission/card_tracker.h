@@ -81,10 +81,10 @@ public:
     void power_off_written(const Position &position, bool off);
     void cannot_start_written(const Position &position, bool cannot_start);
 
-    // A check that is remembered from before: its request was seen at `requested_at`, and these modules had
-    // not answered. For before the existing records are told.
-    void remember_open(const Position &position, Time requested_at, std::vector<std::string> waiting_for,
-                       std::vector<Answer> answers);
+    // A check that is remembered from before: its request was seen at `requested_at`, when that is known, and
+    // these modules had not answered. For before the existing records are told.
+    void remember_open(const Position &position, std::optional<Time> requested_at,
+                       std::vector<std::string> waiting_for, std::vector<Answer> answers);
     // The last decision on a card, remembered from before. It counts as long as the store does not say
     // otherwise.
     void remember_decision(const Decision &decision);

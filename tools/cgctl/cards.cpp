@@ -5,6 +5,7 @@
 #include "cards.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <set>
 
@@ -22,10 +23,9 @@ std::string verdict_word(const Json &result)
     return result["stat"] == "APP_CG_CHECK_PASS" ? "PASS" : "DENY";
 }
 
-std::vector<Json> scan(Store &store, const char *type_name)
+const std::vector<Json> &of_type(const StoredRecords &records, const char *type_name)
 {
-    const RecordType &type = record_type(type_name);
-    return store.scan(type, type.db);
+    return records.at(&record_type(type_name));
 }
 
 Position position_of(const Json &record)
@@ -33,38 +33,38 @@ Position position_of(const Json &record)
     return position_in(record["index"]);
 }
 
-std::set<Position> requests(Store &store)
+std::set<Position> requests(const StoredRecords &records)
 {
     std::set<Position> found;
-    for (const Json &record : scan(store, "app_cg_card_check_info")) {
+    for (const Json &record : of_type(records, "app_cg_card_check_info")) {
         found.insert(position_of(record));
     }
     return found;
 }
 
-std::map<int32_t, std::string> results_by_tipc(Store &store)
+std::map<int32_t, std::string> results_by_tipc(const StoredRecords &records)
 {
     std::map<int32_t, std::string> found;
-    for (const Json &record : scan(store, "app_cg_mom_deny_check_result")) {
+    for (const Json &record : of_type(records, "app_cg_mom_deny_check_result")) {
         found[record["index"]["card_tipc_nodeid"].get<int32_t>()] = verdict_word(record);
     }
     return found;
 }
 
-std::map<Position, std::string> results_by_position(Store &store)
+std::map<Position, std::string> results_by_position(const StoredRecords &records)
 {
     std::map<Position, std::string> found;
-    for (const Json &record : scan(store, "app_cg_card_deny_check_result")) {
+    for (const Json &record : of_type(records, "app_cg_card_deny_check_result")) {
         found[position_of(record)] = verdict_word(record);
     }
     return found;
 }
 
 // Where several modules set a status, the admission daemon's counts.
-std::map<Position, std::string> custom_statuses(Store &store)
+std::map<Position, std::string> custom_statuses(const StoredRecords &records)
 {
     std::map<Position, std::string> found;
-    for (const Json &record : scan(store, "dm_set_card_custom_st")) {
+    for (const Json &record : of_type(records, "dm_set_card_custom_st")) {
         const Json &status = record["status"];
         const std::string text = status.is_string() ? status.get<std::string>() : dump(status);
         if (record["index"]["t_mod_name"] == daemon_name) {
@@ -76,10 +76,10 @@ std::map<Position, std::string> custom_statuses(Store &store)
     return found;
 }
 
-std::set<Position> powered_off(Store &store)
+std::set<Position> powered_off(const StoredRecords &records)
 {
     std::set<Position> found;
-    for (const Json &record : scan(store, "im_card_power_onoff")) {
+    for (const Json &record : of_type(records, "im_card_power_onoff")) {
         if (record["updown"] == false) {
             found.insert(position_of(record));
         }
@@ -142,15 +142,34 @@ Json Card::json() const
             {"power_off", power_off}};
 }
 
-std::vector<Card> load_cards(Store &store)
+StoredRecords read_records(Store &store)
 {
-    const std::set<Position> asked = requests(store);
-    const std::map<int32_t, std::string> by_tipc = results_by_tipc(store);
-    const std::map<Position, std::string> by_position = results_by_position(store);
-    const std::map<Position, std::string> statuses = custom_statuses(store);
-    const std::set<Position> off = powered_off(store);
+    // A card before what is about it: so what ends meanwhile is seen as ended.
+    constexpr std::array types{"dp_lib_grole",
+                               "card_info",
+                               "app_cg_card_check_info",
+                               "app_cg_card_check_ack",
+                               "app_cg_mom_deny_check_result",
+                               "app_cg_card_deny_check_result",
+                               "dm_set_card_custom_st",
+                               "im_card_power_onoff"};
+    StoredRecords records;
+    for (const char *name : types) {
+        const RecordType &type = record_type(name);
+        records.emplace(&type, store.scan(type, type.db));
+    }
+    return records;
+}
+
+std::vector<Card> cards_in(const StoredRecords &records)
+{
+    const std::set<Position> asked = requests(records);
+    const std::map<int32_t, std::string> by_tipc = results_by_tipc(records);
+    const std::map<Position, std::string> by_position = results_by_position(records);
+    const std::map<Position, std::string> statuses = custom_statuses(records);
+    const std::set<Position> off = powered_off(records);
     std::vector<Card> cards;
-    for (const Json &info : scan(store, "card_info")) {
+    for (const Json &info : of_type(records, "card_info")) {
         const Position position = position_of(info);
         cards.push_back({position, info, asked.contains(position),
                          look_up(by_tipc, info["card_tipc_nodeid"].get<int32_t>()),

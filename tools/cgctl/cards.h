@@ -2,6 +2,7 @@
 #ifndef CGCTL_CARDS_H
 #define CGCTL_CARDS_H
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,7 +30,7 @@ struct Card {
     // The node type's name; DM_TYPE_UNKNOWN for a card without a static part.
     [[nodiscard]] std::string node_type() const;
     [[nodiscard]] bool is_online() const;
-    // The object that `list --json` shows.
+    // What the records say, as the JSON forms show it.
     [[nodiscard]] Json json() const;
 };
 
@@ -39,8 +40,13 @@ struct FoundRecord {
     Json record;
 };
 
-// Every card that has a card_info, sorted by position. Throws Failure.
-std::vector<Card> load_cards(Store &store);
+// The records of the types that are about cards, read once, by their types.
+using StoredRecords = std::map<const RecordType *, std::vector<Json>>;
+// Throws Failure.
+StoredRecords read_records(Store &store);
+
+// Every card that has a card_info among them, sorted by position.
+std::vector<Card> cards_in(const StoredRecords &records);
 
 // Every record of every type that is about the card at a position, the result by TIPC node included when the
 // card's TIPC node id is known. Throws Failure.

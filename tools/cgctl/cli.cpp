@@ -56,7 +56,7 @@ void add_everything(CLI::App &app, Session &session)
     app.add_option("--socket", session.socket, "Where the debug shell is, in place of SSAT_SOCKET");
     app.add_flag("--json", session.json, "Print JSON, errors included");
     app.fallthrough();
-    app.require_subcommand(1);
+    app.require_subcommand(0, 1); // without one the cards are listed
     for (const auto add : verbs) {
         add(app, session);
     }
@@ -145,6 +145,12 @@ CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char
     verb->footer(std::string("Examples:\n") + verb_examples);
     verb->add_flag("--json", session.json, "Print JSON, errors included");
     return verb;
+}
+
+void add_view_options(CLI::App &verb, std::string &color, std::string &history)
+{
+    verb.add_option("--color", color, "auto (on a terminal), always or never");
+    verb.add_option("--history", history, "The recorder's file, in place of CG_HISTORY");
 }
 
 int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostream &err)

@@ -34,7 +34,7 @@ std::vector<Json> scan(Examination &examination, const char *name)
 std::set<std::string> cards_left_alone(Examination &examination)
 {
     std::set<std::string> found;
-    for (const Card &card : load_cards(examination.store())) {
+    for (const Card &card : cards_in(read_records(examination.store()))) {
         if (card.is_online() && card.node_type() != "DM_TYPE_MB" && card.verdict() == "none") {
             found.insert(card.position.text());
         }

@@ -1,9 +1,9 @@
 // The doctor's look at the daemon: there, listening, and of the same opinion as the folder and the store.
 #include <algorithm>
 #include <set>
-#include <sstream>
 
 #include "builtin/ssat_client.h"
+#include "daemon_view.h"
 #include "doctor_checks.h"
 #include "failure.h"
 #include "text.h"
@@ -17,21 +17,6 @@ namespace
 constexpr const char *restart = "`systemctl restart app_cg`";
 // A command runs on the daemon's loop: it waits until a store call that blocks the loop has given up.
 constexpr std::chrono::seconds beyond_a_store_call{1};
-
-// The names in lines "wait mod[0], name[m1]".
-std::vector<std::string> names_in(const std::string &dump)
-{
-    std::vector<std::string> names;
-    std::istringstream lines(dump);
-    for (std::string line; std::getline(lines, line);) {
-        const std::string before = "], name[";
-        const std::size_t at = line.find(before);
-        if (line.starts_with("wait mod[") && at != std::string::npos && line.ends_with("]")) {
-            names.push_back(line.substr(at + before.size(), line.size() - at - before.size() - 1));
-        }
-    }
-    return names;
-}
 
 Finding no_answer(const ssat::Error &error)
 {
@@ -87,7 +72,7 @@ Finding look_for_daemon(Examination &examination)
     try {
         const ssat::Reply reply = ssat::run(socket, daemon_name, "dump_check_module", {}, patience);
         if (reply.output_at.empty() && !reply.truncated) {
-            examination.daemon_modules = names_in(reply.output);
+            examination.daemon_modules = modules_in(reply.output);
         }
     } catch (const ssat::Error &error) {
         return no_answer(error);

@@ -1,8 +1,12 @@
-// cgctl list: one line per card.
+// cgctl list, and cgctl alone: one line for each card.
+//
+// What is for eyes only, a table that is cut to the terminal and a sum at its end, never gets into a pipe.
 #include <algorithm>
-#include <array>
 
-#include "cards.h"
+#include "card_text.h"
+#include "failure.h"
+#include "overview.h"
+#include "table.h"
 #include "text.h"
 #include "verbs.h"
 
@@ -12,69 +16,153 @@ namespace cgctl
 namespace
 {
 
-constexpr std::size_t column_count = 10;
-using Row = std::array<std::string, column_count>;
+using admission::State;
 
-constexpr std::array<const char *, column_count> headings{
-    "CARD", "NAME", "NODE TYPE", "STATE", "VERDICT", "REQUEST", "BY TIPC", "BY POSITION", "STATUS", "POWER"};
+struct ListOptions {
+    std::vector<std::string> positions{};
+    std::vector<std::string> states{};
+    std::string color = "auto";
+    std::string history{};
+};
 
-Row row_of(const Card &card)
+constexpr std::array all_states{State::waiting,   State::denied,  State::silence,
+                                State::passed,    State::exempt,  State::unasked,
+                                State::undecided, State::offline, State::absent};
+
+// By one word, or as the table says it.
+State state_named(const std::string &word)
 {
-    return {card.position.text(),
-            visible(card.info["name"].get<std::string>()),
-            card.node_type(),
-            card.is_online() ? "online" : "offline",
-            card.verdict(),
-            card.request ? "yes" : "-",
-            card.by_tipc.value_or("-"),
-            card.by_position.value_or("-"),
-            card.custom_status.value_or("-"),
-            card.power_off ? "off" : "-"};
-}
-
-// Characters, not bytes: a name may be in any language.
-std::size_t width_of(const std::string &text)
-{
-    return static_cast<std::size_t>(std::count_if(
-        text.begin(), text.end(), [](char c) { return (static_cast<uint8_t>(c) & 0xC0U) != 0x80U; }));
-}
-
-void print_table(const Session &session, const std::vector<Row> &rows)
-{
-    std::array<std::size_t, column_count> widths{};
-    for (const Row &row : rows) {
-        for (std::size_t i = 0; i < column_count; ++i) {
-            widths.at(i) = std::max(widths.at(i), width_of(row.at(i)));
+    std::vector<std::string> names;
+    for (const State state : all_states) {
+        if (word == admission::word_of(state) || word == admission::text_of(state)) {
+            return state;
         }
+        names.emplace_back(admission::word_of(state));
     }
-    for (const Row &row : rows) {
-        std::string line;
-        for (std::size_t i = 0; i < column_count; ++i) {
-            line += row.at(i);
-            if (i + 1 < column_count) {
-                line.append(widths.at(i) - width_of(row.at(i)) + 2, ' ');
+    throw Failure(wrong_usage, "unknown state " + in_quotes(word) + "; " + suggestion(word, names));
+}
+
+class Filter
+{
+public:
+    explicit Filter(const ListOptions &options)
+    {
+        for (const std::string &text : options.positions) {
+            prefixes_.push_back(parse_prefix(text));
+        }
+        for (const std::string &words : options.states) {
+            for (const std::string &word : split(words, ',')) {
+                states_.push_back(state_named(word));
             }
         }
-        session.line(line);
+        wanted_ = options;
     }
+
+    [[nodiscard]] bool is_empty() const { return prefixes_.empty() && states_.empty(); }
+
+    [[nodiscard]] bool passes(const CardRow &row) const
+    {
+        // A position that is only remembered is shown to who asks for those that are empty.
+        const bool shown = row.is_present() || holds_state(State::absent);
+        return shown && (states_.empty() || holds_state(row.tracked.state)) && holds_position(row.position());
+    }
+
+    // "no card at 1/9 is waiting, denied"
+    [[nodiscard]] std::string nothing_found() const
+    {
+        std::string text = "no card";
+        for (std::size_t i = 0; i < wanted_.positions.size(); ++i) {
+            text += (i == 0 ? " at " : " or ") + visible(wanted_.positions[i]);
+        }
+        for (std::size_t i = 0; i < states_.size(); ++i) {
+            text += (i == 0 ? " is " : " or ") + std::string(admission::text_of(states_[i]));
+        }
+        return text + "; `cgctl list` shows those that there are";
+    }
+
+private:
+    [[nodiscard]] bool holds_state(State state) const
+    {
+        return std::find(states_.begin(), states_.end(), state) != states_.end();
+    }
+    [[nodiscard]] bool holds_position(const Position &position) const
+    {
+        return prefixes_.empty() ||
+               std::any_of(prefixes_.begin(), prefixes_.end(),
+                           [&](const PositionPrefix &prefix) { return prefix.holds(position); });
+    }
+
+    std::vector<PositionPrefix> prefixes_;
+    std::vector<State> states_;
+    ListOptions wanted_;
+};
+
+std::vector<Cell> cells_of(const CardRow &row, admission::Time now)
+{
+    const admission::TrackedCard &tracked = row.tracked;
+    const Tone tone = tone_of(tracked.state);
+    return {{row.position().text()},
+            {row.stored ? visible(tracked.card.name) : "-"},
+            {row.stored ? short_type(tracked.card.node_type) : "-"},
+            {state_text(tracked, row.left), tone},
+            {since_text(tracked, now)},
+            {tracked.power_off ? "off" : "-", tracked.power_off ? Tone::bad : Tone::plain},
+            {visible(row.reason)}};
 }
 
-int list(const Session &session)
+void print_table(const Session &session, const std::vector<const CardRow *> &rows, admission::Time now,
+                 const Terminal &terminal)
 {
-    Store store(session);
-    const std::vector<Card> cards = load_cards(store);
-    if (session.json) {
-        Json array = Json::array();
-        for (const Card &card : cards) {
-            array.push_back(card.json());
-        }
-        session.line(dump(store.with_left_out({{"cards", array}})));
-        return store.tell_left_out();
+    // The least widths keep what tells the cards apart, and the beginning of each state, on 80 columns.
+    const std::vector<Column> columns{{"CARD", 0},  {"NAME", 6},  {"TYPE", 0},   {"STATE", 16},
+                                      {"SINCE", 8}, {"POWER", 0}, {"REASON", 12}};
+    std::vector<std::vector<Cell>> cells;
+    std::map<State, std::size_t> counts;
+    for (const CardRow *row : rows) {
+        cells.push_back(cells_of(*row, now));
+        ++counts[row->tracked.state];
     }
-    std::vector<Row> rows(1);
-    std::copy(headings.begin(), headings.end(), rows.front().begin());
-    std::transform(cards.begin(), cards.end(), std::back_inserter(rows), row_of);
-    print_table(session, rows);
+    for (const std::string &line : table_lines(columns, cells, terminal)) {
+        session.line(line);
+    }
+    session.notice(summary_text(counts));
+}
+
+Json json_of(const Overview &overview, const std::vector<const CardRow *> &rows)
+{
+    Json cards = Json::array();
+    for (const CardRow *row : rows) {
+        cards.push_back(card_json(*row));
+    }
+    return {{"version", 1}, {"sources", overview.sources()}, {"cards", cards}};
+}
+
+int list(const Session &session, const ListOptions &options)
+{
+    const Filter filter(options);
+    const Terminal terminal = terminal_of(session, options.color);
+    Store store(session);
+    const Overview overview(session, store, options.history);
+    std::vector<const CardRow *> rows;
+    for (const CardRow &row : overview.rows()) {
+        if (filter.passes(row)) {
+            rows.push_back(&row);
+        }
+    }
+    if (session.json) {
+        session.line(dump(store.with_left_out(json_of(overview, rows))));
+    } else {
+        if (!rows.empty()) {
+            print_table(session, rows, overview.now(), terminal);
+        }
+        overview.tell_what_is_missing(session);
+    }
+    if (rows.empty() && !filter.is_empty()) {
+        throw Failure(failed, filter.nothing_found());
+    }
+    if (rows.empty() && !session.json) {
+        session.notice("no cards");
+    }
     return store.tell_left_out();
 }
 
@@ -82,10 +170,23 @@ int list(const Session &session)
 
 void add_list(CLI::App &app, Session &session)
 {
-    CLI::App *verb = add_verb(app, session, "list", "List the cards with their verdicts",
+    CLI::App *verb = add_verb(app, session, "list",
+                              "List the cards: who waits for whom, who was denied by whom and why (the verb "
+                              "that is meant when none is given)",
                               "  cgctl list\n"
-                              "  cgctl list --json | jq '.cards[] | select(.verdict == \"denied\")'");
-    verb->callback([&session] { session.action = [&session] { return list(session); }; });
+                              "  cgctl list 1/3 --state waiting,denied,silence\n"
+                              "  cgctl list --json | jq '.cards[] | select(.state == \"denied\")'");
+    auto options = std::make_shared<ListOptions>();
+    verb->add_option("POS", options->positions,
+                     "Only a card, a slot with its sub-slots (1/3) or a device (1)");
+    verb->add_option("--state", options->states,
+                     "Only cards that are waiting, denied, silence, passed, exempt, unasked, undecided, "
+                     "offline or absent; several with commas")
+        ->allow_extra_args(false);
+    add_view_options(*verb, options->color, options->history);
+    session.action = [options, &session] { return list(session, *options); };
+    verb->callback(
+        [options, &session] { session.action = [options, &session] { return list(session, *options); }; });
 }
 
 } // namespace cgctl

@@ -32,6 +32,9 @@ inline constexpr std::array verbs{add_list, add_show, add_card,  add_role,   add
 CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char *description,
                    const char *examples);
 
+// Adds --color and --history, for the verbs that show cards to people.
+void add_view_options(CLI::App &verb, std::string &color, std::string &history);
+
 } // namespace cgctl
 
 #endif

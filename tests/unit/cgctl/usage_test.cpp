@@ -71,13 +71,17 @@ TEST(Usage, UnknownVerbsGetTheNearestOnes)
 {
     EXPECT_EQ(refused({"lits"}), "unknown verb \"lits\" of cgctl; nearest: list\n");
     EXPECT_EQ(refused({"card", "plugg", "1/3"}), "unknown verb \"plugg\" of cgctl card; nearest: plug\n");
-    EXPECT_NE(refused({}).find("wants a verb; one of: list"), std::string::npos);
     EXPECT_NE(refused({"module"}).find("wants a verb; one of: run"), std::string::npos);
 }
 
 TEST(Usage, WrongOptionsAndArgumentsAreNamed)
 {
     EXPECT_NE(refused({"list", "--colour"}).find("--colour"), std::string::npos);
+    EXPECT_NE(refused({"list", "--color", "red"}).find("use auto, always or never"), std::string::npos);
+    EXPECT_EQ(refused({"list", "--state", "denide"}), "unknown state \"denide\"; nearest: denied\n");
+    EXPECT_NE(refused({"list", "--state", "xyzzy"}).find("one of: waiting, denied"), std::string::npos);
+    EXPECT_NE(refused({"list", "1/x"}).find("\"1/x\" is no position"), std::string::npos);
+    EXPECT_NE(refused({"show", "1"}).find("\"1\" is no card position"), std::string::npos);
     EXPECT_NE(refused({"show"}).find("POS"), std::string::npos);
     EXPECT_NE(refused({"show", "1/3/x"}).find("\"1/3/x\" is no card position"), std::string::npos);
     EXPECT_NE(refused({"role", "mastr"}).find("nearest: master"), std::string::npos);

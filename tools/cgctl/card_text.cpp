@@ -1,0 +1,276 @@
+// A card's admission in words.
+#include "card_text.h"
+
+#include <algorithm>
+#include <ctime>
+#include <iomanip>
+#include <numeric>
+#include <sstream>
+
+#include "p_dev.pb-c.h"
+#include "text.h"
+
+namespace cgctl
+{
+
+namespace
+{
+
+using admission::Decision;
+using admission::Outcome;
+using admission::State;
+using admission::TrackedCard;
+using std::chrono::milliseconds;
+
+std::string enum_word(const ProtobufCEnumDescriptor &type, int32_t value, std::size_t prefix)
+{
+    const ProtobufCEnumValue *found = protobuf_c_enum_descriptor_get_value(&type, value);
+    if (found == nullptr) {
+        return std::to_string(value);
+    }
+    std::string word = std::string(found->name).substr(prefix);
+    std::transform(word.begin(), word.end(), word.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return word;
+}
+
+std::string list_of(const std::vector<std::string> &names)
+{
+    std::string text;
+    for (const std::string &name : names) {
+        text += (text.empty() ? "" : ", ") + visible(name);
+    }
+    return text;
+}
+
+// As strftime() has it, in local time or in UTC.
+std::string formatted(Time time, const char *format, bool local)
+{
+    const time_t seconds =
+        std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(time));
+    tm parts{};
+    if (local) {
+        localtime_r(&seconds, &parts);
+    } else {
+        gmtime_r(&seconds, &parts);
+    }
+    std::ostringstream text;
+    text << std::put_time(&parts, format);
+    return text.str();
+}
+
+const Decision *decision_behind(const TrackedCard &card)
+{
+    if (!card.last) {
+        return nullptr;
+    }
+    const Outcome outcome = card.last->outcome;
+    const bool fits = (card.state == State::denied && outcome == Outcome::denied) ||
+                      (card.state == State::silence && outcome == Outcome::silence) ||
+                      (card.state == State::passed && outcome == Outcome::passed);
+    return fits ? &*card.last : nullptr;
+}
+
+std::string waiting_text(const TrackedCard &card, std::optional<milliseconds> left)
+{
+    std::string text = "waiting";
+    if (!card.waiting_for.empty()) {
+        text += " for " + list_of(card.waiting_for);
+    }
+    if (left) {
+        const auto seconds = std::chrono::ceil<std::chrono::seconds>(*left).count();
+        text += " (" + std::to_string(seconds) + " s left)";
+    }
+    return text;
+}
+
+Json or_null(const std::optional<Time> &time)
+{
+    return time ? Json(utc_text(*time)) : Json(nullptr);
+}
+
+Json seconds_or_null(const std::optional<milliseconds> &span)
+{
+    return span ? Json(static_cast<double>(span->count()) / 1000) : Json(nullptr);
+}
+
+Json text_or_null(const std::string &text)
+{
+    return text.empty() ? Json(nullptr) : Json(text);
+}
+
+} // namespace
+
+std::string short_type(int32_t node_type)
+{
+    return enum_word(p_dev__dm_node_type_e__descriptor, node_type, std::string_view("DM_TYPE_").size());
+}
+
+std::string role_word(int32_t role)
+{
+    return enum_word(p_dev__dm_role_e__descriptor, role, std::string_view("DM_ROLE_").size());
+}
+
+std::string span_text(milliseconds span)
+{
+    const int64_t seconds = std::max<int64_t>(0, std::chrono::floor<std::chrono::seconds>(span).count());
+    constexpr int64_t minute = 60;
+    constexpr int64_t hour = 60 * minute;
+    constexpr int64_t day = 24 * hour;
+    if (seconds < 10 * minute) {
+        return std::to_string(seconds) + " s";
+    }
+    if (seconds < 2 * hour) {
+        return std::to_string(seconds / minute) + " min";
+    }
+    return seconds < 2 * day ? std::to_string(seconds / hour) + " h" : std::to_string(seconds / day) + " d";
+}
+
+std::string seconds_text(milliseconds span)
+{
+    std::string text = std::to_string(span.count() / 1000);
+    if (const int64_t rest = span.count() % 1000; rest > 0 && span.count() < 100000) {
+        std::string digits = std::to_string(1000 + rest).substr(1);
+        digits.erase(digits.find_last_not_of('0') + 1);
+        text += '.' + digits;
+    }
+    return text + " s";
+}
+
+std::string clock_text(Time time, Time now)
+{
+    const bool today = formatted(time, "%F", true) == formatted(now, "%F", true);
+    return formatted(time, today ? "%T" : "%F %T", true);
+}
+
+std::string utc_text(Time time)
+{
+    const auto rest =
+        std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<std::chrono::seconds>(time));
+    return formatted(time, "%FT%T", false) + '.' + std::to_string(1000 + rest.count()).substr(1) + 'Z';
+}
+
+std::string state_text(const TrackedCard &card, std::optional<milliseconds> left)
+{
+    const Decision *decision = decision_behind(card);
+    switch (card.state) {
+    case State::waiting:
+        return waiting_text(card, left);
+    case State::silence:
+        return decision == nullptr || decision->silent.empty()
+                   ? text_of(card.state)
+                   : std::string(text_of(card.state)) + " of " + list_of(decision->silent);
+    case State::denied:
+        return decision == nullptr || decision->decider.empty() ? text_of(card.state)
+                                                                : "denied by " + visible(decision->decider);
+    default:
+        return text_of(card.state);
+    }
+}
+
+std::string since_text(const TrackedCard &card, Time now)
+{
+    if (!card.since) {
+        return {};
+    }
+    const auto ago = std::chrono::duration_cast<milliseconds>(now - *card.since);
+    return clock_text(*card.since, now) + " (" + span_text(ago) + " ago)";
+}
+
+Tone tone_of(State state)
+{
+    switch (state) {
+    case State::absent:
+    case State::offline:
+        return Tone::quiet;
+    case State::waiting:
+        return Tone::waiting;
+    case State::silence:
+    case State::undecided:
+        return Tone::warning;
+    case State::denied:
+        return Tone::bad;
+    case State::passed:
+    case State::exempt:
+    case State::unasked:
+        return Tone::good;
+    }
+    return Tone::plain;
+}
+
+std::string decision_text(const Decision &decision)
+{
+    std::string text = text_of(decision.outcome);
+    if (!decision.decider.empty()) {
+        text += " by " + visible(decision.decider);
+    }
+    if (!decision.silent.empty()) {
+        text += " of " + list_of(decision.silent);
+    }
+    if (!decision.reason.empty()) {
+        text += ": " + visible(decision.reason);
+    }
+    return text;
+}
+
+std::string summary_text(const std::map<State, std::size_t> &counts)
+{
+    const auto total = std::accumulate(counts.begin(), counts.end(), std::size_t{0},
+                                       [](std::size_t sum, const auto &count) { return sum + count.second; });
+    std::string text = std::to_string(total) + (total == 1 ? " card" : " cards");
+    const char *separator = ": ";
+    for (const State state : {State::passed, State::silence, State::waiting, State::denied, State::exempt,
+                              State::unasked, State::undecided, State::offline, State::absent}) {
+        if (const auto found = counts.find(state); found != counts.end() && found->second != 0) {
+            text += separator + std::to_string(found->second) + ' ' + text_of(state);
+            separator = ", ";
+        }
+    }
+    return text;
+}
+
+Json answer_json(const admission::Answer &answer)
+{
+    return {{"module", answer.module},
+            {"verdict", answer.ret == 0 ? "PASS" : "DENY"},
+            {"ret", answer.ret},
+            {"reason", text_or_null(answer.reason)},
+            {"at", utc_text(answer.at)},
+            {"took_s", seconds_or_null(answer.took)},
+            {"registered", answer.registered}};
+}
+
+Json decision_json(const Decision &decision)
+{
+    Json answers = Json::array();
+    for (const admission::Answer &answer : decision.answers) {
+        answers.push_back(answer_json(answer));
+    }
+    return {{"outcome", word_of(decision.outcome)},
+            {"admitted", decision.admitted ? Json(*decision.admitted) : Json(nullptr)},
+            {"decider", text_or_null(decision.decider)},
+            {"silent", decision.silent},
+            {"reason", text_or_null(decision.reason)},
+            {"requested_at", or_null(decision.requested_at)},
+            {"decided_at", utc_text(decision.decided_at)},
+            {"role", decision.role ? Json(role_word(*decision.role)) : Json(nullptr)},
+            {"complete", decision.complete},
+            {"answers", answers}};
+}
+
+Json admission_json(const TrackedCard &card, std::optional<milliseconds> left)
+{
+    Json answers = Json::array();
+    for (const admission::Answer &answer : card.answers) {
+        answers.push_back(answer_json(answer));
+    }
+    return {{"state", word_of(card.state)},
+            {"since", or_null(card.since)},
+            {"waiting_for", card.waiting_for},
+            {"requested_at", card.request ? or_null(card.requested_at) : Json(nullptr)},
+            {"time_left_s", seconds_or_null(left)},
+            {"answers", answers},
+            {"decision", card.last ? decision_json(*card.last) : Json(nullptr)}};
+}
+
+} // namespace cgctl

@@ -1,0 +1,56 @@
+// A card's admission in words, the same in every view of it.
+#ifndef CGCTL_CARD_TEXT_H
+#define CGCTL_CARD_TEXT_H
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "admission/card_tracker.h"
+#include "record_text.h"
+#include "terminal.h"
+
+namespace cgctl
+{
+
+using admission::Time;
+
+// "lc" for DM_TYPE_LC, the number for a type without a name.
+std::string short_type(int32_t node_type);
+// "master", "slave", "candidate", "none", or the number.
+std::string role_word(int32_t role);
+
+// "3 s", "12 min", "5 h", "2 d": what an eye wants to know of a span; never negative.
+std::string span_text(std::chrono::milliseconds span);
+// Seconds with what digits they need: "0.25 s", "12 s".
+std::string seconds_text(std::chrono::milliseconds span);
+// In local time: "14:02:11" on the same day as `now`, else "2026-11-20 14:02:11".
+std::string clock_text(Time time, Time now);
+// UTC with milliseconds, as in 2026-05-01T12:00:00.123Z: how every JSON form says a time.
+std::string utc_text(Time time);
+
+// "waiting for m1, m3 (212 s left)", "passed by silence of m2", "denied by m1", "off line", ...
+// `left` is the tracker's time_left().
+std::string state_text(const admission::TrackedCard &card,
+                       std::optional<std::chrono::milliseconds> left = std::nullopt);
+// "14:02:11 (88 s ago)"; empty when it is not known.
+std::string since_text(const admission::TrackedCard &card, Time now);
+Tone tone_of(admission::State state);
+
+// What a check ended with: "passed by m2", "denied by m1: not enough power", "passed by silence of m2".
+std::string decision_text(const admission::Decision &decision);
+
+// "12 cards: 9 passed, 1 waiting, ..."; states without a card are not named.
+std::string summary_text(const std::map<admission::State, std::size_t> &counts);
+
+// The members of the JSON forms.
+Json answer_json(const admission::Answer &answer);
+Json decision_json(const admission::Decision &decision);
+// "state", "since", "waiting_for", "requested_at", "time_left_s", "answers", "decision".
+Json admission_json(const admission::TrackedCard &card, std::optional<std::chrono::milliseconds> left);
+
+} // namespace cgctl
+
+#endif

@@ -1,0 +1,190 @@
+// Every card as an operator wants to know it.
+#include "overview.h"
+
+#include <algorithm>
+
+#include "admission/feed.h"
+#include "card_text.h"
+#include "module_folder.h"
+#include "session.h"
+#include "text.h"
+#include "vx_mom.h"
+
+namespace cgctl
+{
+
+namespace
+{
+
+using admission::CardTracker;
+using admission::State;
+using admission::Time;
+using admission::TrackedCard;
+
+// The daemon's time-out, and what may pass until its end is seen. An open check that is older is one whose
+// end the recorder missed.
+constexpr std::chrono::seconds longest_check = admission::check_timeout + std::chrono::seconds{30};
+// A recorder at work writes more often than that while something happens; a history this old deserves a word.
+constexpr std::chrono::hours old_history{1};
+
+// The daemon asks those whom it found when it connected; without it, the folder is the next best.
+std::vector<std::string> modules_asked(const DaemonView &daemon)
+{
+    if (daemon.problem.empty()) {
+        return daemon.modules;
+    }
+    std::vector<std::string> names;
+    for (const ModuleEntry &entry : read_module_folder(default_module_folder).entries) {
+        if (names.size() < most_modules) {
+            names.push_back(entry.name);
+        }
+    }
+    return names;
+}
+
+const OpenCheck *open_check(const Past &past, const Position &position, Time now)
+{
+    const auto found = std::find_if(past.open.begin(), past.open.end(), [&](const OpenCheck &check) {
+        return check.position == position && now - check.requested_at < longest_check;
+    });
+    return found == past.open.end() ? nullptr : &*found;
+}
+
+void prime_request(CardTracker &tracker, const DaemonCard *daemon, const OpenCheck *open,
+                   const Position &position)
+{
+    if (daemon == nullptr && open == nullptr) {
+        return;
+    }
+    const auto began = open == nullptr ? std::nullopt : std::optional(open->requested_at);
+    tracker.remember_open(position, began, daemon == nullptr ? open->waiting_for : daemon->waiting_for,
+                          open == nullptr ? std::vector<admission::Answer>{} : open->answers);
+}
+
+std::vector<Position> requests_in(const StoredRecords &records)
+{
+    std::vector<Position> positions;
+    for (const Json &record : records.at(&record_type("app_cg_card_check_info"))) {
+        positions.push_back(position_in(record["index"]));
+    }
+    return positions;
+}
+
+void feed_records(CardTracker &tracker, const StoredRecords &records, Time now)
+{
+    for (const admission::TrackedType &tracked : admission::tracked_types()) {
+        const RecordType &type = record_type(tracked.descriptor->name);
+        for (const Json &record : records.at(&type)) {
+            const MessagePtr message = from_json(*type.descriptor, record);
+            admission::feed(tracker, VX_MOM_CMD_SCANNED, *message, true, now);
+        }
+    }
+    tracker.snapshot_done(now);
+}
+
+} // namespace
+
+void prime(CardTracker &tracker, const DaemonView &daemon, const Past &past,
+           const std::vector<Position> &requests, Time now)
+{
+    tracker.set_modules(modules_asked(daemon));
+    for (const admission::Decision &decision : past.decisions) {
+        tracker.remember_decision(decision);
+    }
+    for (const Position &position : requests) {
+        const auto found = daemon.cards.find(position);
+        const bool is_known = found != daemon.cards.end() && found->second.names_known;
+        prime_request(tracker, is_known ? &found->second : nullptr, open_check(past, position, now),
+                      position);
+    }
+}
+
+bool CardRow::is_present() const
+{
+    return stored || tracked.request || tracked.power_off || tracked.cannot_start;
+}
+
+Overview::Overview(const Session &session, Store &store, const std::string &history_file)
+    : now_(std::chrono::system_clock::now()), past_(read_past(history_file))
+{
+    const StoredRecords records = read_records(store);
+    daemon_ = ask_daemon(session);
+    CardTracker tracker;
+    prime(tracker, daemon_, past_, requests_in(records), now_);
+    feed_records(tracker, records, now_);
+    std::map<Position, Card> stored;
+    for (Card &card : cards_in(records)) {
+        const Position position = card.position;
+        stored.emplace(position, std::move(card));
+    }
+    for (const TrackedCard *card : tracker.cards()) {
+        add_row(tracker, *card, stored);
+    }
+}
+
+void Overview::add_row(const CardTracker &tracker, const TrackedCard &card, std::map<Position, Card> &stored)
+{
+    CardRow row;
+    row.tracked = card;
+    row.left = tracker.time_left(card, now_);
+    if (const auto found = stored.find(card.card.position); found != stored.end()) {
+        row.stored = std::move(found->second);
+    }
+    if (card.state == State::denied) {
+        const bool known = card.last && card.last->outcome == admission::Outcome::denied;
+        const auto told = daemon_.cards.find(card.card.position);
+        row.reason = known ? card.last->reason : told != daemon_.cards.end() ? told->second.reason : "";
+    }
+    rows_.push_back(std::move(row));
+}
+
+const CardRow *Overview::find(const Position &position) const
+{
+    const auto found = std::find_if(rows_.begin(), rows_.end(),
+                                    [&](const CardRow &row) { return row.position() == position; });
+    return found == rows_.end() ? nullptr : &*found;
+}
+
+void Overview::tell_what_is_missing(const Session &session) const
+{
+    if (!past_.problem.empty()) {
+        session.notice(visible(past_.problem) + ": times, deciders and admissions by silence are not known");
+    } else if (past_.newest && now_ - *past_.newest > old_history) {
+        const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now_ - *past_.newest);
+        session.notice("the newest entry of the history at " + visible(past_.file) + " is " + span_text(age) +
+                       " old: if cg_recorderd does not run, what happened since is missing");
+    }
+    const bool somebody_waits = std::any_of(
+        rows_.begin(), rows_.end(), [](const CardRow &row) { return row.tracked.state == State::waiting; });
+    if (!daemon_.problem.empty() && somebody_waits) {
+        session.notice("the daemon says nothing of whom it waits for: " + visible(daemon_.problem));
+    }
+}
+
+Json Overview::sources() const
+{
+    const auto problem = [](const std::string &text) { return text.empty() ? Json(nullptr) : Json(text); };
+    return {{"history",
+             {{"file", past_.file},
+              {"problem", problem(past_.problem)},
+              {"newest", past_.newest ? Json(utc_text(*past_.newest)) : Json(nullptr)}}},
+            {"daemon", {{"problem", problem(daemon_.problem)}}}};
+}
+
+Json card_json(const CardRow &row)
+{
+    Json json;
+    if (row.stored) {
+        json = row.stored->json();
+    } else {
+        const Position &position = row.position();
+        json = {{"card", position.text()},        {"devid", position.devid},
+                {"slotid", position.slotid},      {"sslotid", position.sslotid},
+                {"request", row.tracked.request}, {"power_off", row.tracked.power_off}};
+    }
+    json.update(admission_json(row.tracked, row.left));
+    json["reason"] = row.reason.empty() ? Json(nullptr) : Json(row.reason);
+    return json;
+}
+
+} // namespace cgctl
