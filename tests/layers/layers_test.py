@@ -30,6 +30,11 @@ FOR_TOOLS = {
     "builtin/vx_mom/endpoint.h", "builtin/vx_mom/full_scan.h", "builtin/vx_mom/inspection.h",
     "builtin/vx_mom/names.h",
 }  # fmt: skip
+# And to the kit: what it takes to live in somebody else's process.
+FOR_KIT = {
+    "builtin/descriptor.h", "builtin/loop.h", "builtin/platform_log.h", "builtin/settings.h",
+    "builtin/vx_mom/configuration.h",
+}  # fmt: skip
 LIBRARIES_BEHIND_IT = ("hiredis", "event2/", "event.h", "spdlog", "systemd/")
 
 options = argparse.Namespace()
@@ -84,6 +89,20 @@ def shortcuts(source):
     ]
 
 
+def trespasses(source):
+    """Includes of the kit that reach behind the platform, and of its public headers that reach anywhere."""
+    public = {"app_cg_kit.h", "app_cg_kit.hpp"}
+    return [
+        f"{path.relative_to(source)}: {name}"
+        for path in sources(source / "kit") + sorted((source / "kit").glob("*.hpp"))
+        for quote, name in includes_of(path)
+        if name.startswith((*LIBRARIES_BEHIND_IT, "tools/", "cgctl/"))
+        or (name.startswith("builtin/") and name not in FOR_KIT)
+        or (source / "builtin" / "vx_mom" / name).is_file()
+        or (path.name in public and quote == '"' and name not in public)
+    ]
+
+
 class LayersTest(unittest.TestCase):
     maxDiff = None
 
@@ -99,6 +118,10 @@ class LayersTest(unittest.TestCase):
         self.assertGreater(len(sources(options.source / "tools" / "cgctl")), 20)
         self.assertEqual(shortcuts(options.source), [])
 
+    def test_the_kit_does_not_reach_behind_the_platform(self):
+        self.assertGreater(len(sources(options.source / "kit")), 5)
+        self.assertEqual(trespasses(options.source), [])
+
     def test_the_check_sees_a_stranger_and_an_intruder(self):
         with tempfile.TemporaryDirectory() as folder:
             tree = pathlib.Path(folder)
@@ -109,6 +132,8 @@ class LayersTest(unittest.TestCase):
                 "platform/vx_mom.h": "",
                 "builtin/c.cpp": '#include "app_cg/own.h"\n',
                 "tools/cgctl/d.cpp": '#include "builtin/ssat_client.h"\n#include "builtin/vx_mom/client.h"\n',
+                "kit/core/e.cpp": '#include "builtin/loop.h"\n#include "builtin/platform_context.h"\n',
+                "kit/app_cg_kit.h": '#include <stdint.h>\n#include "vx_mom.h"\n',
             }.items():
                 path = tree / name
                 path.parent.mkdir(parents=True, exist_ok=True)
@@ -123,6 +148,10 @@ class LayersTest(unittest.TestCase):
             )
             self.assertEqual(intruders(tree), ["builtin/c.cpp: app_cg/own.h"])
             self.assertEqual(shortcuts(tree), ["tools/cgctl/d.cpp: builtin/vx_mom/client.h"])
+            self.assertEqual(
+                trespasses(tree),
+                ["kit/app_cg_kit.h: vx_mom.h", "kit/core/e.cpp: builtin/platform_context.h"],
+            )
 
 
 def main():

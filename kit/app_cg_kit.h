@@ -1,0 +1,204 @@
+/*
+ * app_cg_kit: what a check module needs besides its own opinion.
+ *
+ * A check module is a process that is asked about every line card and answers PASS or DENY. The kit
+ * subscribes to the requests, asks a function of yours about each card, writes the answer once, and goes on
+ * through restarts of the store and of the daemon. Yours is the function.
+ *
+ *     static int examine(void *arg, const app_cg_kit_card_t *card, app_cg_kit_check_t *check)
+ *     {
+ *         if (card->type < 300) {
+ *             return APP_CG_KIT_PASS;
+ *         }
+ *         return app_cg_kit_deny(check, "types from 300 on are not supported here");
+ *     }
+ *
+ * C11 and C++20, and nothing else of ours: no record, no library shows in this file. Texts are UTF-8.
+ *
+ * Threads: every callback is made on the thread that is in app_cg_kit_run(), one at a time; while one runs,
+ * no other card is asked about, so an examination that takes long should return APP_CG_KIT_LATER. The
+ * functions that may be called from other threads say so. A C++ exception that leaves a callback is caught,
+ * logged, and taken as APP_CG_KIT_AGAIN.
+ *
+ * Functions return 0 or a negative enum app_cg_kit_error unless they say otherwise.
+ */
+#ifndef APP_CG_KIT_H
+#define APP_CG_KIT_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* What a name may be long, and a reason; the daemon cuts what is longer. In bytes, without a terminator. */
+#define APP_CG_KIT_LONGEST_NAME 15
+#define APP_CG_KIT_LONGEST_REASON 255
+
+/* A module. */
+typedef struct app_cg_kit_module app_cg_kit_t;
+
+/* The examination of one card: from the daemon's request to the answer, or to the request's withdrawal. */
+typedef struct app_cg_kit_check app_cg_kit_check_t;
+
+/* What an examination comes to. */
+enum app_cg_kit_verdict {
+    APP_CG_KIT_PASS = 0, /* the card may start, as far as this module is concerned */
+    APP_CG_KIT_DENY = 1, /* the card is powered off; say why, with app_cg_kit_deny() or app_cg_kit_answer() */
+    APP_CG_KIT_LATER = 2, /* app_cg_kit_answer() will tell; mind that 300 seconds of silence admit the card */
+    APP_CG_KIT_AGAIN = 3  /* it cannot be told now: ask me again in a second */
+};
+
+/* What can go wrong. app_cg_kit_error_text() has a sentence for each; the log tells the particulars. */
+enum app_cg_kit_error {
+    APP_CG_KIT_E_ARGUMENT = -1,  /* an argument is null or out of its range */
+    APP_CG_KIT_E_NAME = -2,      /* the name is empty, longer than 15 bytes, or none that a file could have */
+    APP_CG_KIT_E_TAKEN = -3,     /* another running module on this host has the name, on the same store */
+    APP_CG_KIT_E_SETTINGS = -4,  /* the settings say nothing usable of the store */
+    APP_CG_KIT_E_MEMORY = -5,    /* memory ran out */
+    APP_CG_KIT_E_SYSTEM = -6,    /* the operating system refused something */
+    APP_CG_KIT_E_ANSWERED = -7,  /* the check has its verdict already; this one is dropped */
+    APP_CG_KIT_E_WITHDRAWN = -8, /* the daemon waits for this check no more; the verdict is dropped */
+    APP_CG_KIT_E_STOPPED = -9    /* the module has ended */
+};
+
+/* How much a line of the log matters. */
+enum app_cg_kit_level {
+    APP_CG_KIT_ERROR = 3, /* the numbers are those of the system log */
+    APP_CG_KIT_WARNING = 4,
+    APP_CG_KIT_INFO = 6,
+    APP_CG_KIT_DEBUG = 7
+};
+
+/* A card. Texts and bytes belong to the kit and die with the callback's return. More members may join at the
+ * end. */
+typedef struct app_cg_kit_card {
+    int32_t devid; /* its position */
+    int32_t slotid;
+    int32_t sslotid;
+    int32_t type;      /* device type, as configured */
+    int32_t node_type; /* 1 box, 2 main board, 3 line card, 4 sub card, 5 fabric, 6 and 7 service cards; 0
+                          unknown */
+    int32_t node_id;
+    /* From the device manager's information about the card; 0 and null when there is none. */
+    int has_info;
+    int online;
+    const char *name;
+    const char *type_name;
+    const uint8_t *serial; /* serial_size bytes */
+    size_t serial_size;
+} app_cg_kit_card_t;
+
+/*
+ * Examines a card.
+ *
+ * check  the examination; valid until the return, or longer when it is held, see app_cg_kit_hold().
+ * Returns an enum app_cg_kit_verdict; anything else is taken as APP_CG_KIT_AGAIN.
+ */
+typedef int (*app_cg_kit_check_f)(void *arg, const app_cg_kit_card_t *card, app_cg_kit_check_t *check);
+
+/* Nobody waits for the verdict any more: the card left, another module denied it, or the 300 seconds are
+ * over. Only for examinations that are open. `check` is the handle that the examination was given. */
+typedef void (*app_cg_kit_withdrawn_f)(void *arg, const app_cg_kit_card_t *card, app_cg_kit_check_t *check);
+
+/* The device manager's information about a card came, changed, or went (present 0; then as it last was).
+ * Every card of the device, exempt ones too, and those that are there when the module starts. `type`,
+ * `node_type` and `node_id` are the information's own. */
+typedef void (*app_cg_kit_card_f)(void *arg, const app_cg_kit_card_t *card, int present);
+
+/* One line of the log, without line break. level: enum app_cg_kit_level. May come from any thread that calls
+ * the kit. */
+typedef void (*app_cg_kit_log_f)(void *arg, int level, const char *text);
+
+/* app_cg_kit_options.flags */
+enum app_cg_kit_flag {
+    /* Leave SIGTERM, SIGINT and the service manager to the program; app_cg_kit_stop() ends the module. */
+    APP_CG_KIT_NO_SIGNALS = 1
+};
+
+/* Fill it with app_cg_kit_options_init() first: then what is not set has its default. Copied by
+ * app_cg_kit_open(). */
+typedef struct app_cg_kit_options {
+    size_t size;                      /* of this structure, for later versions of it */
+    const char *name;                 /* the module's entry in /etc/app_cg/deny_check; must be set */
+    app_cg_kit_check_f check;         /* must be set */
+    app_cg_kit_withdrawn_f withdrawn; /* or null */
+    app_cg_kit_card_f card;           /* or null */
+    app_cg_kit_log_f log;             /* or null: lines on standard error, "NAME: warning: ..." */
+    void *arg;                        /* first argument of the callbacks */
+    int log_level;                    /* nothing beyond this is logged; default APP_CG_KIT_INFO */
+    unsigned flags;                   /* enum app_cg_kit_flag */
+    const char *endpoint;             /* the store, as VX_MOM_ENDPOINT has it; default: that setting */
+    const char *module_folder; /* default /etc/app_cg/deny_check; a warning when it lacks the name; "": not
+                                  looked at */
+    const char
+        *lock_folder; /* default /run/lock; where a lock keeps the name from being used twice; "": no lock */
+} app_cg_kit_options_t;
+
+/* Writes the defaults. Accepts null. */
+void app_cg_kit_options_init(app_cg_kit_options_t *options);
+
+/*
+ * Makes a module. One at a time in a process: the platform's settings and messages are the process'.
+ *
+ * kit  receives the module, the caller's until app_cg_kit_close(); untouched on failure.
+ * Returns 0; APP_CG_KIT_E_ARGUMENT, _NAME, _TAKEN, _SETTINGS, _MEMORY, _SYSTEM; APP_CG_KIT_E_TAKEN too when
+ * this process has another module open. The store need not be there yet.
+ */
+int app_cg_kit_open(const app_cg_kit_options_t *options, app_cg_kit_t **kit);
+
+/*
+ * Serves until SIGTERM, SIGINT or app_cg_kit_stop(). Under a service manager it says when it is ready and
+ * gives signs of life (Type=notify, WatchdogSec).
+ *
+ * Returns 0 when asked to end; APP_CG_KIT_E_STOPPED when it served before; APP_CG_KIT_E_SYSTEM when it could
+ * not run.
+ */
+int app_cg_kit_run(app_cg_kit_t *kit);
+
+/* Ends app_cg_kit_run() soon, or, when that has not begun, at once when it does. From any thread, and in a
+ * signal handler. Examinations that are open stay unanswered; another start of the module is asked about them
+ * again. */
+int app_cg_kit_stop(app_cg_kit_t *kit);
+
+/* Frees a module that does not run. Handles that are held stay valid. Accepts null. */
+void app_cg_kit_close(app_cg_kit_t *kit);
+
+/*
+ * Gives the verdict of an examination; from any thread, the callback's own too. It is written from the
+ * module's loop and tried again until the store takes it.
+ *
+ * verdict  APP_CG_KIT_PASS or APP_CG_KIT_DENY.
+ * reason   what a DENY is for, told to the operator: at most 255 bytes, cut at a character. Null or empty is
+ * a warning, and the daemon says "NAME not compatible". Not used for PASS. Returns 0 when it was taken;
+ * APP_CG_KIT_E_ANSWERED, APP_CG_KIT_E_WITHDRAWN or APP_CG_KIT_E_STOPPED when it was dropped;
+ * APP_CG_KIT_E_ARGUMENT, _MEMORY.
+ */
+int app_cg_kit_answer(app_cg_kit_check_t *check, int verdict, const char *reason);
+
+/* For a callback's last line: notes the reason and returns APP_CG_KIT_DENY. */
+int app_cg_kit_deny(app_cg_kit_check_t *check, const char *reason);
+
+/* Keeps a handle beyond the callback's return; any number of times. Returns the handle. From any thread.
+ * Accepts null. */
+app_cg_kit_check_t *app_cg_kit_hold(app_cg_kit_check_t *check);
+
+/* Gives a held handle back, once for each app_cg_kit_hold(). When the last one of an examination without a
+ * verdict is given back, a warning says so: nobody can answer any more. From any thread. Accepts null. */
+void app_cg_kit_release(app_cg_kit_check_t *check);
+
+/* Whether anybody still waits for the verdict: 1, or 0. From any thread. */
+int app_cg_kit_is_open(app_cg_kit_check_t *check);
+
+/* A sentence for a result of these functions, 0 included. Static. */
+const char *app_cg_kit_error_text(int error);
+
+/* The library's version, "0.1.0". Static. */
+const char *app_cg_kit_version(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

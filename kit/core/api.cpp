@@ -1,0 +1,311 @@
+// The C functions: what is checked before the module sees it, and the border that no exception crosses.
+#include "app_cg_kit.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "builtin/settings.h"
+#include "builtin/vx_mom/configuration.h"
+#include "check.h"
+#include "module.h"
+#include "name.h"
+
+struct app_cg_kit_module {
+    kit::NameLock lock;
+    std::unique_ptr<kit::Module> module;
+    bool take_signals = true;
+};
+
+namespace
+{
+
+constexpr const char *endpoint_setting = "VX_MOM_ENDPOINT";
+constexpr const char *usual_endpoint = "tcp:127.0.0.1:6379";
+
+std::atomic<bool> is_one_open{false};
+
+const char *level_name(int level)
+{
+    switch (level) {
+    case APP_CG_KIT_ERROR:
+        return "error: ";
+    case APP_CG_KIT_WARNING:
+        return "warning: ";
+    default:
+        return "";
+    }
+}
+
+kit::Log log_of(const app_cg_kit_options_t &options)
+{
+    if (options.log != nullptr) {
+        return {[log = options.log, arg = options.arg](int level, const std::string &text) {
+                    log(arg, level, text.c_str());
+                },
+                options.log_level};
+    }
+    return {[name = std::string(options.name)](int level, const std::string &text) {
+                // One write for a line, so that lines of several threads stay whole.
+                const std::string line = name + ": " + level_name(level) + text + '\n';
+                (void)std::fwrite(line.data(), 1, line.size(), stderr);
+            },
+            options.log_level};
+}
+
+// The user's function, with nothing of C++ leaving it.
+template <typename Action>
+void call_user(const kit::Log &log, const char *what, const Action &action) noexcept
+{
+    const auto complain = [&](const char *problem) {
+        try {
+            log(APP_CG_KIT_ERROR, std::string("an exception left the function ") + what + ": " + problem);
+        } catch (...) { // the log is the user's, too
+        }
+    };
+    try {
+        action();
+    } catch (const std::exception &problem) {
+        complain(problem.what());
+    } catch (...) {
+        complain("it is no std::exception");
+    }
+}
+
+kit::Module::Hooks hooks_of(const app_cg_kit_options_t &options, const kit::Log &log)
+{
+    kit::Module::Hooks hooks;
+    void *arg = options.arg;
+    hooks.check = [log, arg, check = options.check](const app_cg_kit_card_t &card, app_cg_kit_check &handle) {
+        int verdict = APP_CG_KIT_AGAIN;
+        call_user(log, "check", [&] { verdict = check(arg, &card, &handle); });
+        return verdict;
+    };
+    if (options.withdrawn != nullptr) {
+        hooks.withdrawn = [log, arg, told = options.withdrawn](const app_cg_kit_card_t &card,
+                                                               app_cg_kit_check &handle) {
+            call_user(log, "withdrawn", [&] { told(arg, &card, &handle); });
+        };
+    }
+    if (options.card != nullptr) {
+        hooks.card = [log, arg, told = options.card](const app_cg_kit_card_t &card, bool present) {
+            call_user(log, "card", [&] { told(arg, &card, present ? 1 : 0); });
+        };
+    }
+    return hooks;
+}
+
+// The caller's structure may be of an earlier version and shorter than ours.
+app_cg_kit_options_t completed(const app_cg_kit_options_t &given)
+{
+    app_cg_kit_options_t options;
+    app_cg_kit_options_init(&options);
+    std::memcpy(&options, &given, std::min(given.size, sizeof options));
+    return options;
+}
+
+int check_settings(const app_cg_kit_options_t &options, const kit::Log &log)
+{
+    if (options.endpoint != nullptr && setenv(endpoint_setting, options.endpoint, 1) != 0) {
+        return APP_CG_KIT_E_SYSTEM;
+    }
+    const std::string problem = vx_mom::configuration_problem();
+    if (!problem.empty()) {
+        log(APP_CG_KIT_ERROR, problem);
+        return APP_CG_KIT_E_SETTINGS;
+    }
+    return 0;
+}
+
+int take_name(const app_cg_kit_options_t &options, const kit::Log &log, kit::NameLock &lock)
+{
+    const std::string warning = kit::folder_problem(options.module_folder, options.name);
+    if (!warning.empty()) {
+        log(APP_CG_KIT_WARNING, warning);
+    }
+    std::string why;
+    const auto outcome = lock.take(options.lock_folder, options.name,
+                                   platform::setting(endpoint_setting, usual_endpoint), why);
+    if (outcome == kit::NameLock::Outcome::taken) {
+        log(APP_CG_KIT_ERROR, why);
+        return APP_CG_KIT_E_TAKEN;
+    }
+    if (outcome == kit::NameLock::Outcome::cannot_tell) {
+        log(APP_CG_KIT_WARNING, why);
+    }
+    return 0;
+}
+
+int open_module(const app_cg_kit_options_t &options, app_cg_kit_t **kit)
+{
+    const kit::Log log = log_of(options);
+    const std::string problem = kit::name_problem(options.name);
+    if (!problem.empty()) {
+        log(APP_CG_KIT_ERROR, problem);
+        return APP_CG_KIT_E_NAME;
+    }
+    auto opened = std::make_unique<app_cg_kit_module>();
+    if (const int error = check_settings(options, log); error != 0) {
+        return error;
+    }
+    if (const int error = take_name(options, log, opened->lock); error != 0) {
+        return error;
+    }
+    try {
+        opened->module = std::make_unique<kit::Module>(options.name, hooks_of(options, log), log);
+    } catch (const std::runtime_error &refused) {
+        log(APP_CG_KIT_ERROR, refused.what());
+        return APP_CG_KIT_E_SYSTEM;
+    }
+    opened->take_signals = (options.flags & APP_CG_KIT_NO_SIGNALS) == 0;
+    *kit = opened.release(); // the caller's, until app_cg_kit_close()
+    return 0;
+}
+
+// Runs what may throw; what is thrown becomes a result.
+template <typename Action>
+int guarded(const Action &action) noexcept
+{
+    try {
+        return action();
+    } catch (const std::bad_alloc &) {
+        return APP_CG_KIT_E_MEMORY;
+    } catch (...) {
+        return APP_CG_KIT_E_SYSTEM;
+    }
+}
+
+} // namespace
+
+void app_cg_kit_options_init(app_cg_kit_options_t *options)
+{
+    if (options != nullptr) {
+        *options = {};
+        options->size = sizeof *options;
+        options->log_level = APP_CG_KIT_INFO;
+        options->module_folder = "/etc/app_cg/deny_check";
+        options->lock_folder = "/run/lock";
+    }
+}
+
+int app_cg_kit_open(const app_cg_kit_options_t *given, app_cg_kit_t **kit)
+{
+    if (given == nullptr || kit == nullptr || given->size == 0) {
+        return APP_CG_KIT_E_ARGUMENT;
+    }
+    const app_cg_kit_options_t options = completed(*given);
+    if (options.name == nullptr || options.check == nullptr || options.module_folder == nullptr ||
+        options.lock_folder == nullptr) {
+        return APP_CG_KIT_E_ARGUMENT;
+    }
+    if (is_one_open.exchange(true)) {
+        return APP_CG_KIT_E_TAKEN;
+    }
+    const int result = guarded([&] { return open_module(options, kit); });
+    if (result != 0) {
+        is_one_open = false;
+    }
+    return result;
+}
+
+int app_cg_kit_run(app_cg_kit_t *kit)
+{
+    if (kit == nullptr) {
+        return APP_CG_KIT_E_ARGUMENT;
+    }
+    return guarded([&] { return kit->module->run(kit->take_signals); });
+}
+
+int app_cg_kit_stop(app_cg_kit_t *kit)
+{
+    if (kit == nullptr) {
+        return APP_CG_KIT_E_ARGUMENT;
+    }
+    kit->module->stop();
+    return 0;
+}
+
+void app_cg_kit_close(app_cg_kit_t *kit)
+{
+    if (kit != nullptr) {
+        const std::unique_ptr<app_cg_kit_module> owned{kit};
+        owned->module.reset();
+        is_one_open = false;
+    }
+}
+
+int app_cg_kit_answer(app_cg_kit_check_t *check, int verdict, const char *reason)
+{
+    if (check == nullptr || (verdict != APP_CG_KIT_PASS && verdict != APP_CG_KIT_DENY)) {
+        return APP_CG_KIT_E_ARGUMENT;
+    }
+    return guarded(
+        [&] { return check->answer(verdict == APP_CG_KIT_PASS, reason == nullptr ? "" : reason); });
+}
+
+int app_cg_kit_deny(app_cg_kit_check_t *check, const char *reason)
+{
+    if (check != nullptr && reason != nullptr) {
+        (void)guarded([&] { return check->note(reason), 0; });
+    }
+    return APP_CG_KIT_DENY;
+}
+
+app_cg_kit_check_t *app_cg_kit_hold(app_cg_kit_check_t *check)
+{
+    if (check != nullptr) {
+        (void)guarded([&] { return check->hold(), 0; });
+    }
+    return check;
+}
+
+void app_cg_kit_release(app_cg_kit_check_t *check)
+{
+    if (check != nullptr) {
+        (void)guarded([&] { return check->release(), 0; });
+    }
+}
+
+int app_cg_kit_is_open(app_cg_kit_check_t *check)
+{
+    return check != nullptr && guarded([&] { return check->is_open() ? 1 : 0; }) == 1 ? 1 : 0;
+}
+
+const char *app_cg_kit_error_text(int error)
+{
+    switch (error) {
+    case 0:
+        return "done";
+    case APP_CG_KIT_E_ARGUMENT:
+        return "an argument is missing or out of its range";
+    case APP_CG_KIT_E_NAME:
+        return "not a module's name; 1 to 15 bytes that a file can be called";
+    case APP_CG_KIT_E_TAKEN:
+        return "another running module has this name, or this process has another module";
+    case APP_CG_KIT_E_SETTINGS:
+        return "the settings of the store cannot be used";
+    case APP_CG_KIT_E_MEMORY:
+        return "memory ran out";
+    case APP_CG_KIT_E_SYSTEM:
+        return "the operating system refused";
+    case APP_CG_KIT_E_ANSWERED:
+        return "the card has its verdict already; this one is dropped";
+    case APP_CG_KIT_E_WITHDRAWN:
+        return "nobody waits for the verdict any more; it is dropped";
+    case APP_CG_KIT_E_STOPPED:
+        return "the module has ended";
+    default:
+        return "unknown error";
+    }
+}
+
+const char *app_cg_kit_version(void)
+{
+    return APP_CG_KIT_VERSION;
+}

@@ -1,0 +1,93 @@
+// The examination of one card, and how its verdict comes to the loop from whichever thread.
+#ifndef KIT_CHECK_H
+#define KIT_CHECK_H
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "facts.h"
+#include "log.h"
+
+namespace kit
+{
+
+// Verdicts on their way to the loop. Shared by the module and its examinations, since those may outlive it.
+class Mailbox
+{
+public:
+    // wake  called, from any thread, when there is something to take; log as Log says.
+    Mailbox(std::function<void()> wake, Log log) : wake_(std::move(wake)), log_(std::move(log)) {}
+
+    void post(std::shared_ptr<app_cg_kit_check> check);
+    std::deque<std::shared_ptr<app_cg_kit_check>> take();
+    // Nobody takes anything any more.
+    void close();
+    void tell(int level, const std::string &text) const;
+
+private:
+    mutable std::mutex mutex_;
+    std::function<void()> wake_; // empty once closed
+    Log log_;
+    std::deque<std::shared_ptr<app_cg_kit_check>> posted_;
+};
+
+// A verdict as it is written.
+struct Answer {
+    bool pass = false;
+    std::string reason;
+};
+
+// At most as many bytes as the daemon keeps, cut at a character.
+std::string fitting_reason(std::string reason);
+
+} // namespace kit
+
+// All functions are safe on any thread.
+struct app_cg_kit_check : std::enable_shared_from_this<app_cg_kit_check> {
+public:
+    app_cg_kit_check(kit::Facts facts, std::shared_ptr<kit::Mailbox> mailbox)
+        : facts_(std::move(facts)), mailbox_(std::move(mailbox))
+    {
+    }
+
+    [[nodiscard]] const kit::Facts &facts() const { return facts_; }
+
+    // Takes a verdict and tells the loop. Returns 0, or why it was dropped.
+    int answer(bool pass, const std::string &reason);
+    // Notes what a DENY that is to be returned is for.
+    void note(const std::string &reason);
+    // The verdict that a callback returned.
+    int settle(bool pass);
+
+    // The verdict is for later. Returns whether anybody can give it: holds a handle, or has given it.
+    bool promise();
+
+    // The C handle's own references.
+    void hold();
+    void release();
+
+    [[nodiscard]] bool is_open() const;
+    [[nodiscard]] bool is_answered() const;
+    [[nodiscard]] kit::Answer given() const;
+
+    // Ends it without a verdict, for one of the reasons in enum app_cg_kit_error; an answered one too, which
+    // was not written then.
+    void end(int why);
+
+private:
+    const kit::Facts facts_;
+    const std::shared_ptr<kit::Mailbox> mailbox_;
+    mutable std::mutex mutex_;
+    bool answered_ = false;
+    int ended_ = 0;
+    kit::Answer answer_;
+    std::string noted_;
+    int holds_ = 0;
+    bool promised_ = false;
+    std::shared_ptr<app_cg_kit_check> self_; // while it is held
+};
+
+#endif

@@ -1,0 +1,70 @@
+// What is known of a card.
+#ifndef KIT_FACTS_H
+#define KIT_FACTS_H
+
+#include <compare>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "app_cg_kit.h"
+
+namespace kit
+{
+
+struct Position {
+    int32_t devid = 0;
+    int32_t slotid = 0;
+    int32_t sslotid = 0;
+
+    friend auto operator<=>(const Position &, const Position &) = default;
+    [[nodiscard]] std::string text() const
+    {
+        return std::to_string(devid) + '/' + std::to_string(slotid) + '/' + std::to_string(sslotid);
+    }
+};
+
+// A check request.
+struct Request {
+    Position position;
+    int32_t type = 0;
+    int32_t node_type = 0;
+    int32_t node_id = 0;
+
+    friend bool operator==(const Request &, const Request &) = default;
+};
+
+// A card with the device manager's information about it.
+struct Facts {
+    Request request;
+    bool has_info = false;
+    bool online = false;
+    std::string name;
+    std::string type_name;
+    std::vector<uint8_t> serial;
+
+    // The same for C; lives as long as this object and while it is not moved.
+    [[nodiscard]] app_cg_kit_card_t view() const
+    {
+        app_cg_kit_card_t card{};
+        card.devid = request.position.devid;
+        card.slotid = request.position.slotid;
+        card.sslotid = request.position.sslotid;
+        card.type = request.type;
+        card.node_type = request.node_type;
+        card.node_id = request.node_id;
+        if (has_info) {
+            card.has_info = 1;
+            card.online = online ? 1 : 0;
+            card.name = name.c_str();
+            card.type_name = type_name.c_str();
+            card.serial = serial.data();
+            card.serial_size = serial.size();
+        }
+        return card;
+    }
+};
+
+} // namespace kit
+
+#endif

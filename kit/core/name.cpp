@@ -1,0 +1,130 @@
+// A module's name.
+//
+// A lock on a file and not an entry in the store: a module's user there may write its answers and nothing
+// else, and what a killed process leaves behind would have to be told from what a living one holds. Two
+// modules of one name on different hosts of a stack are not found by it; they are asked by different daemons
+// anyway.
+#include "name.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "app_cg_kit.h"
+
+namespace kit
+{
+
+namespace
+{
+
+// Short, the same in every process, and no more has to be told than one store from another.
+std::string digest(const std::string &text)
+{
+    uint64_t hash = 0xcbf29ce484222325ULL;
+    for (const char byte : text) {
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3ULL;
+    }
+    std::array<char, 17> digits{};
+    (void)std::snprintf(digits.data(), digits.size(), "%016llx", static_cast<unsigned long long>(hash));
+    return digits.data();
+}
+
+// The folder is everybody's: a file of another user's is opened, never made anew.
+platform::Descriptor open_lock(const std::string &path)
+{
+    platform::Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
+    if (!file && errno == ENOENT) {
+        file.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+    }
+    return file;
+}
+
+std::string holder_in(int file)
+{
+    std::array<char, 16> content{};
+    const ssize_t length = pread(file, content.data(), content.size(), 0);
+    std::string pid(content.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    pid.erase(std::find_if_not(pid.begin(), pid.end(), [](char c) { return c >= '0' && c <= '9'; }),
+              pid.end());
+    return pid.empty() ? "" : " (process " + pid + ')';
+}
+
+// For people; nothing depends on it.
+void note_holder(const std::string &path)
+{
+    const platform::Descriptor file{open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW)};
+    const std::string pid = std::to_string(getpid()) + '\n';
+    if (file && write(file.get(), pid.data(), pid.size()) < 0) {
+        return;
+    }
+}
+
+} // namespace
+
+std::string name_problem(const std::string &name)
+{
+    const std::string right =
+        "; a module has the name of an entry of the folder of check modules, 1 to 15 bytes";
+    if (name.empty()) {
+        return "the module has no name" + right;
+    }
+    if (name.size() > APP_CG_KIT_LONGEST_NAME) {
+        return "the name " + name + " has " + std::to_string(name.size()) +
+               " bytes; the daemon would cut it to " + name.substr(0, APP_CG_KIT_LONGEST_NAME) +
+               " and wait for somebody of that name" + right;
+    }
+    const auto is_control = [](char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f; };
+    if (name == "." || name == ".." || name.find('/') != std::string::npos ||
+        std::any_of(name.begin(), name.end(), is_control)) {
+        return "no file can have the module's name, or it has control characters" + right;
+    }
+    return {};
+}
+
+std::string folder_problem(const std::string &folder, const std::string &name)
+{
+    struct stat entry {
+    };
+    if (folder.empty() || lstat((folder + '/' + name).c_str(), &entry) == 0) {
+        return {};
+    }
+    return folder + " has no entry " + name + " (" + strerror(errno) +
+           "): the daemon does not ask this module. Make one, as with `touch " + folder + '/' + name +
+           "`, and restart the daemon";
+}
+
+NameLock::Outcome NameLock::take(const std::string &folder, const std::string &name,
+                                 const std::string &endpoint, std::string &why)
+{
+    if (folder.empty()) {
+        return Outcome::held;
+    }
+    const std::string path = folder + "/app_cg_kit." + name + '.' + digest(endpoint) + ".lock";
+    platform::Descriptor file = open_lock(path);
+    if (!file) {
+        why = "cannot open the lock file " + path + ": " + strerror(errno) +
+              "; whether another module has the name is not known";
+        return Outcome::cannot_tell;
+    }
+    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        const bool is_taken = errno == EWOULDBLOCK;
+        why = is_taken ? "another module of the name " + name + " runs" + holder_in(file.get()) +
+                             " and holds " + path + "; stop it, or use another name"
+                       : "cannot lock " + path + ": " + strerror(errno);
+        return is_taken ? Outcome::taken : Outcome::cannot_tell;
+    }
+    note_holder(path);
+    file_ = std::move(file);
+    return Outcome::held;
+}
+
+} // namespace kit
