@@ -12,6 +12,7 @@
         nlohmann-json3-dev libsqlite3-dev prometheus-cpp-dev)
     deps_run=(python3 redis-tools bubblewrap libfaketime)
     deps_test=(libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-redis clang-format-14)
+    deps_bench=(libbenchmark-dev)
     deps_fuzz=(clang-14 libclang-rt-14-dev)
     deps_lint=(clang-tidy-14)
 }

@@ -1,0 +1,130 @@
+"""What ./bench makes of rounds: the table, the JSON and the drawings, from rounds that are given here."""
+import json
+import pathlib
+import subprocess
+import sys
+import tempfile
+import unittest
+import xml.etree.ElementTree as tree
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path[:0] = [str(HERE), str(HERE.parents[1] / "tools")]
+
+from runner import plot, report  # noqa: E402  (needs the path above)
+from runner.figures import Figure, Series  # noqa: E402
+
+
+def ratio(bare, ours, goal):
+    """A figure that is a ratio."""
+    return Figure("written", "a record", {"baseline": bare, "ours": ours}, goal, given="1.5")
+
+
+class Figures(unittest.TestCase):
+    def test_a_ratio_is_the_median_of_the_rounds_ratios(self):
+        # The medians of both are 2 and 3; one round on a slow machine changes nothing.
+        self.assertEqual(ratio([1, 2, 100], [2, 3, 110], None).value, 1.5)
+
+    def test_a_goal_is_met_when_it_is_reached_exactly(self):
+        self.assertIs(ratio([10.0], [12.0], 1.2).met, True)
+        self.assertIs(ratio([10.0], [12.1], 1.2).met, False)
+        self.assertIsNone(ratio([10.0], [12.1], None).met)
+
+    def test_a_value_is_the_median_of_ours(self):
+        self.assertEqual(Figure("memory", "", {"baseline": [1], "ours": [5, 9, 7]}, 6, "MB").value, 7)
+
+    def test_rounds_that_have_no_partner_are_no_figure(self):
+        with self.assertRaises(ValueError):
+            _ = ratio([1, 2], [1], None).value
+
+
+class Table(unittest.TestCase):
+    def test_tells_ratio_goal_verdict_and_peers(self):
+        lines = report.table([ratio([10.0], [11.0], 1.2), ratio([10.0], [25.0], 1.2),
+                              Figure("memory", "empty", {"ours": [5250.0]}, None, "KB")])
+        self.assertEqual(len(lines), 5)
+        self.assertRegex(lines[2], r"^written +a record +1\.1 +<= 1\.2 +met +1\.5$")
+        self.assertRegex(lines[3], r"^written +a record +2\.5 +<= 1\.2 +MISSED +1\.5$")
+        self.assertRegex(lines[4], r"^memory +empty +5250 KB +- +- +-$")
+
+    def test_a_series_has_a_column_for_each_line_and_a_row_for_each_size(self):
+        series = Series("cards", "an event", "cards", "µs")
+        series.add(10, {"road": [3, 1, 2], "walk": [7]})
+        series.add(100, {"road": [4]})
+        lines = report.series_lines(series)
+        self.assertEqual([line.split() for line in lines[1:]],
+                         [["cards", "road,", "µs", "walk,", "µs"], ["10", "2", "7"], ["100", "4", "-"]])
+
+    def test_nothing_measured_prints_nothing(self):
+        self.assertEqual(report.text([]), "")
+
+
+class Json(unittest.TestCase):
+    def written(self, results):
+        with tempfile.TemporaryDirectory() as folder:
+            path = pathlib.Path(folder, "results.json")
+            report.write_json(results, path)
+            return json.loads(path.read_text(encoding="utf-8"))
+
+    def test_a_ratio_and_a_value_have_their_goal_and_raw_rounds(self):
+        first, second = self.written([ratio([10.0], [25.0], 1.2), Figure("start", "", {"ours": [9]}, 15, "ms")])
+        self.assertEqual((first["name"], first["ratio"], first["goal"], first["met"]), ("written", 2.5, 1.2, False))
+        self.assertEqual(first["rounds"], {"baseline": [10.0], "ours": [25.0]})
+        self.assertNotIn("value", first)
+        self.assertEqual((second["value"], second["unit"], second["met"]), (9, "ms", True))
+        self.assertNotIn("ratio", second)
+
+    def test_a_series_has_its_points(self):
+        series = Series("cards", "an event", "cards", "µs")
+        series.add(10, {"road": [3, 1, 2]})
+        (only,) = self.written([series])
+        self.assertEqual(only["points"], [{"size": 10, "value": {"road": 2}, "rounds": {"road": [3, 1, 2]}}])
+        self.assertIsNone(only["met"])
+
+
+class Plot(unittest.TestCase):
+    def drawn(self, points):
+        series = Series("cards", "a < b & c", "cards", "µs")
+        for size, value in points:
+            series.add(size, {"road": [value], "walk": [value * 2]})
+        return tree.fromstring(plot.svg(series))
+
+    def places(self, points):
+        line = self.drawn(points).findall(".//{*}polyline")[0]
+        return [tuple(map(float, place.split(","))) for place in line.get("points").split()]
+
+    def test_is_well_formed_and_has_a_line_for_each_name(self):
+        self.assertEqual(len(self.drawn([(1, 1), (2, 5)]).findall(".//{*}polyline")), 2)
+
+    def test_small_spans_are_in_proportion(self):
+        (x1, y1), (x2, y2), (x3, y3) = self.places([(1, 10), (2, 20), (3, 30)])
+        self.assertAlmostEqual(x2 - x1, x3 - x2, delta=0.2)
+        self.assertAlmostEqual(y1 - y2, y2 - y3, delta=0.2)
+        self.assertLess(y3, y1)
+
+    def test_wide_spans_are_logarithmic(self):
+        (x1, _), (x2, _), (x3, _) = self.places([(10, 1), (100, 10), (10000, 1000)])
+        self.assertAlmostEqual(2 * (x2 - x1), x3 - x2, delta=0.3)
+
+    def test_a_size_of_nothing_has_a_place(self):
+        (x0, _), (x1, _), _ = self.places([(0, 5), (100000, 5), (1000000, 5)])
+        self.assertLess(x0, x1)
+
+    def test_one_point_is_drawn(self):
+        self.assertEqual(len(self.places([(5, 7)])), 1)
+
+
+class CommandLine(unittest.TestCase):
+    def status(self, *arguments):
+        return subprocess.run([sys.executable, "-B", "-m", "runner", "--check-usage", *arguments], cwd=HERE,
+                              env={"PYTHONPATH": str(HERE.parents[1] / "tools")}, capture_output=True,
+                              check=False).returncode
+
+    def test_wrong_usage_ends_with_2(self):
+        self.assertEqual(self.status("--only", "nothing"), 2)
+        self.assertEqual(self.status("--rounds", "0"), 2)
+        self.assertEqual(self.status("more"), 2)
+        self.assertEqual(self.status("--only", "written", "--quick"), 0)
+
+
+if __name__ == "__main__":
+    unittest.main()

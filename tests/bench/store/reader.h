@@ -1,0 +1,44 @@
+// The other process: holds the decoded records of what this one writes, in one of two ways, and says when.
+//
+// It notes the time at which it held a record in memory that both processes see, and wakes this one with a
+// byte after every so many records; so the way back is in no figure.
+#ifndef BENCH_READER_H
+#define BENCH_READER_H
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace bench
+{
+
+// How the reader learns of a record.
+enum class Way {
+    notified, // keyspace notification, then HGETALL, then decoded: what one would do with the bare store
+    ours,     // vx_mom_subscribe()
+};
+
+class Reader
+{
+public:
+    // Starts the process. It tells its time after every `group` records. Throws when it does not come up.
+    Reader(const std::string &socket, Way way, int group);
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+    // Ends it.
+    ~Reader();
+
+    // Waits until the next group is held; returns when that was, in microseconds.
+    double wait();
+
+private:
+    [[noreturn]] void become(const std::string &socket, Way way, int group, int report) const;
+
+    double *held_;
+    int reports_ = -1;
+    pid_t pid_ = -1;
+};
+
+} // namespace bench
+
+#endif

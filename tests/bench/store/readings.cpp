@@ -1,0 +1,110 @@
+// From one process into another; see the header. The server and both processes are on one processor, so a
+// figure is the work of all three and no waiting for a processor to wake.
+#include "readings.h"
+
+#include "reader.h"
+
+namespace bench
+{
+
+namespace
+{
+
+constexpr int32_t slots = 100;
+constexpr int records_per_round = 500;
+constexpr int32_t burst = 10000;
+constexpr size_t pipeline_depth = 100;
+
+Words bare_write(int32_t slot)
+{
+    Words words{"HSET", card_key(slot)};
+    words.insert(words.end(), card_fields().begin(), card_fields().end());
+    return words;
+}
+
+std::vector<Prepared> bare_writes(int32_t count)
+{
+    std::vector<Prepared> commands;
+    for (int32_t slot = 0; slot < count; slot++) {
+        commands.emplace_back(bare_write(slot));
+    }
+    return commands;
+}
+
+// An empty database, in which the server tells of changes the bare way or not at all. No client of ours may
+// be connected: it would take the empty database for another one.
+void begin_afresh(Raw &raw, Way way)
+{
+    (void)raw.run({"FLUSHDB"});
+    (void)raw.run({"CONFIG", "SET", "notify-keyspace-events", way == Way::notified ? "Kh" : ""});
+}
+
+// Lets whoever has something left to do, do it, so that the next figure begins with everybody idle: on one
+// processor they run while this process waits. A sleep would have the processor asleep too.
+void let_others_finish(Raw &raw)
+{
+    static const Prepared ping({"PING"});
+    for (int i = 0; i < 3; i++) {
+        (void)raw.run(ping);
+    }
+}
+
+double deliver_singly(Raw &raw, Reader &reader, const std::function<void(int32_t)> &write)
+{
+    double spent = 0;
+    for (int i = 0; i < records_per_round; i++) {
+        let_others_finish(raw);
+        const double began = now_us();
+        write(i % slots);
+        spent += reader.wait() - began;
+    }
+    return spent / records_per_round;
+}
+
+} // namespace
+
+Rounds measure_delivery(const std::string &socket, int rounds)
+{
+    Raw raw(socket, host);
+    const std::vector<Prepared> commands = bare_writes(slots);
+    return alternate(
+        rounds,
+        [&] {
+            begin_afresh(raw, Way::notified);
+            Reader reader(socket, Way::notified, 1);
+            return deliver_singly(raw, reader,
+                                  [&](int32_t slot) { (void)raw.run(commands[static_cast<size_t>(slot)]); });
+        },
+        [&] {
+            begin_afresh(raw, Way::ours);
+            Reader reader(socket, Way::ours, 1);
+            const Context writer = client(socket, "bench_delivery");
+            Card card(0);
+            return deliver_singly(raw, reader, [&](int32_t slot) {
+                card.index.slotid = slot;
+                check(vx_mom_set_sync(writer.get(), host, &card.record.base), "write");
+            });
+        });
+}
+
+Rounds measure_burst(const std::string &socket, int rounds)
+{
+    Raw raw(socket, host);
+    const std::vector<Prepared> bare = bare_writes(burst);
+    std::vector<Prepared> calls;
+    for (int32_t slot = 0; slot < burst; slot++) {
+        calls.emplace_back(card_call(slot, "m." + std::to_string(slot)));
+    }
+    const auto take = [&](Way way, const std::vector<Prepared> &commands) {
+        begin_afresh(raw, way);
+        Reader reader(socket, way, burst);
+        let_others_finish(raw);
+        const double began = now_us();
+        raw.pipeline(commands, pipeline_depth);
+        return reader.wait() - began;
+    };
+    return alternate(
+        rounds, [&] { return take(Way::notified, bare); }, [&] { return take(Way::ours, calls); });
+}
+
+} // namespace bench

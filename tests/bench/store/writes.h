@@ -1,0 +1,21 @@
+// One change after the other, each with its answer: what a write of ours costs beside the bare command.
+#ifndef BENCH_WRITES_H
+#define BENCH_WRITES_H
+
+#include <string>
+
+#include "measure.h"
+
+namespace bench
+{
+
+// A record of 5 fields: HSET = 1. Microseconds a write.
+Rounds measure_written(const std::string &socket, int rounds);
+// A record of 5 fields that exists: DEL = 1.
+Rounds measure_deleted(const std::string &socket, int rounds);
+// 3 fields of a record that exists: HSET of the three = 1.
+Rounds measure_fields(const std::string &socket, int rounds);
+
+} // namespace bench
+
+#endif
