@@ -3,6 +3,7 @@
 
 #include "check_runner.h"
 #include "failure.h"
+#include "module_folder.h"
 #include "text.h"
 #include "verbs.h"
 
@@ -12,7 +13,6 @@ namespace cgctl
 namespace
 {
 
-constexpr std::size_t longest_name = 15; // the daemon cuts names there, and would not know the module
 constexpr int64_t most_parallel = 256;
 constexpr double longest_limit_s = 86400;
 
@@ -24,12 +24,8 @@ struct RunOptions {
 
 void check_name(const std::string &name)
 {
-    const bool is_folder = name == "." || name == ".."; // no entry, though every folder has them
-    if (is_folder || name.empty() || name.size() > longest_name || name.find('/') != std::string::npos ||
-        !is_utf8(name) || visible(name) != name) {
-        throw Failure(wrong_usage, in_quotes(name) +
-                                       " is no module name; 1 to 15 characters, the name of an entry of "
-                                       "/etc/app_cg/deny_check");
+    if (const std::string mistake = module_name_mistake(name); !mistake.empty()) {
+        throw Failure(wrong_usage, mistake);
     }
 }
 

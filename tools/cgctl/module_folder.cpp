@@ -10,6 +10,8 @@
 #include <cstring>
 #include <memory>
 
+#include "text.h"
+
 namespace cgctl
 {
 
@@ -41,6 +43,17 @@ ModuleFolder read_module_folder(const std::string &path)
     result.readable = errno == 0;
     result.problem = result.readable ? "" : std::strerror(errno);
     return result;
+}
+
+std::string module_name_mistake(const std::string &name)
+{
+    const bool is_folder = name == "." || name == ".."; // no entry, though every folder has them
+    if (is_folder || name.empty() || name.size() > longest_module_name ||
+        name.find('/') != std::string::npos || !is_utf8(name) || visible(name) != name) {
+        return in_quotes(name) + " is no module name; 1 to 15 characters, the name of an entry of " +
+               default_module_folder;
+    }
+    return "";
 }
 
 } // namespace cgctl

@@ -27,6 +27,9 @@ struct ModuleFolder {
 
 ModuleFolder read_module_folder(const std::string &path);
 
+// What is wrong with a module's name, and what would be right; empty when it is one that the daemon can know.
+std::string module_name_mistake(const std::string &name);
+
 } // namespace cgctl
 
 #endif

@@ -1,0 +1,50 @@
+// Scenario files: refused with a place in the text, or made of statements that read the same again.
+#include "cgctl/scenario.h"
+
+#include "cgctl/text.h"
+
+#include "fuzz.h"
+
+namespace
+{
+
+using fuzz::require;
+
+void check_problem(const cgctl::scenario::Scenario &scenario, const std::string &text,
+                   const cgctl::scenario::Problem &problem)
+{
+    const auto lines = fuzz::parts_of(text, '\n');
+    require(cgctl::visible(problem.message) == problem.message, "a message is one line", problem.message);
+    require(problem.place.line >= 1 && problem.place.line <= lines.size(), "a mistake is on a line");
+    require(problem.place.column >= 1 && problem.place.column <= lines[problem.place.line - 1].size() + 2,
+            "a mistake is on its line or just behind", lines[problem.place.line - 1]);
+    require(fuzz::parts_of(shown(scenario, text, problem), '\n').size() == 3,
+            "a mistake is shown in three lines");
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    const std::string text(fuzz::view_of(data, size));
+    const cgctl::scenario::Scenario scenario = cgctl::scenario::read_scenario("file", text);
+    std::string again;
+    for (const auto &statement : scenario.statements) {
+        again += statement.text + '\n';
+        require(cgctl::visible(statement.text) == statement.text ||
+                    statement.text.find('\t') != std::string::npos,
+                "a statement drives no terminal", statement.text);
+    }
+    for (const auto &problem : scenario.problems) {
+        check_problem(scenario, text, problem);
+    }
+    const auto second = cgctl::scenario::read_scenario("file", again);
+    require(second.statements.size() == scenario.statements.size(), "statements read again are as many",
+            again);
+    for (size_t i = 0; i < second.statements.size(); ++i) {
+        require(second.statements[i].text == scenario.statements[i].text &&
+                    second.statements[i].what.index() == scenario.statements[i].what.index(),
+                "a statement read again is the same", scenario.statements[i].text);
+    }
+    return 0;
+}
