@@ -20,7 +20,6 @@ function(compressed file name)
                     COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
 compressed(docs/app_cg.8 app_cg.8.gz)
-compressed(docs/cgctl.1 cgctl.1.gz)
 compressed(packaging/debian/changelog changelog.Debian.gz)
 compressed(CHANGELOG.md changelog.gz)
 
@@ -34,7 +33,6 @@ if(NOT APP_CG_TOOLS)
     return() # somebody's own platform has packages of its own
 endif()
 
-install(FILES ${packaging_out}/cgctl.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
 # In the package this is a file of the administrator's, and dpkg asks before it touches it; a plain installation would
 # overwrite it.
 install(FILES ${packaging}/platform.conf DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/app_cg COMPONENT daemon

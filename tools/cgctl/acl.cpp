@@ -196,9 +196,11 @@ void add_acl(CLI::App &app, Session &session)
         "  cgctl acl --check");
     auto options = std::make_shared<AclOptions>();
     verb->add_option("--modules", options->modules,
-                     "The folder that names the check modules (default /etc/app_cg/deny_check)");
+                     "The folder that names the check modules (default /etc/app_cg/deny_check)")
+        ->type_name("FOLDER");
     verb->add_option("--secrets", options->secrets,
-                     "The folder with a file of credentials for each user, named like the user");
+                     "The folder with a file of credentials for each user, named like the user")
+        ->type_name("FOLDER");
     verb->add_flag("--create", options->create, "Make the missing files, with passwords drawn at random");
     verb->add_flag("--check", options->check,
                    "Try on the running server what each user must and must not be able to do");

@@ -61,14 +61,16 @@ void add_plug(CLI::App &card, Session &session)
     auto options = std::make_shared<NewCard>();
     verb->add_option("POS", *position, "devid/slotid/sslotid, or devid/slotid")->required();
     verb->add_flag("--offline", options->offline, "The card is there, but not online");
-    verb->add_option("--type", options->type, "Configured device type (default 1)");
+    verb->add_option("--type", options->type, "Configured device type (default 1)")->type_name("N");
     verb->add_option("--node-type", options->node_type,
-                     "box, mb, lc (default), sub_lc, sfc, msc, hpsc, unknown, a DM_TYPE_ name or a number");
-    verb->add_option("--nodeid", options->nodeid,
-                     "Node id (default: devid * 65536 + slotid * 256 + sslotid)");
-    verb->add_option("--tipc", options->tipc, "TIPC node id (default: that node id + 16777216)");
+                     "Node type (default lc), also by its DM_TYPE_ name or number")
+        ->type_name("box|mb|lc|sub_lc|sfc|msc|hpsc|unknown");
+    verb->add_option("--nodeid", options->nodeid, "Node id (default: devid * 65536 + slotid * 256 + sslotid)")
+        ->type_name("N");
+    verb->add_option("--tipc", options->tipc, "TIPC node id (default: that node id + 16777216)")
+        ->type_name("N");
     verb->add_option("--name", options->name, "Name (default \"card POS\")");
-    verb->add_option("--serial", options->serial, "Hardware identification, hexadecimal");
+    verb->add_option("--serial", options->serial, "Hardware identification, hexadecimal")->type_name("HEX");
     verb->callback([position, options, &session] {
         session.action = [position, options, &session] { return plug(session, *position, *options); };
     });

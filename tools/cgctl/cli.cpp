@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <exception>
 #include <ostream>
+#include <sstream>
 
 #include "builtin/settings.h"
 #include "failure.h"
@@ -45,15 +46,30 @@ constexpr const char *examples = "Examples:\n"
 // A verb's help stands in one column, its name in another; 28 leaves room for the longest option.
 constexpr std::size_t column_width = 28;
 
+// Shows of a value what completion and the manual page show.
+class HelpForm : public CLI::Formatter
+{
+public:
+    HelpForm() { column_width(cgctl::column_width); }
+    std::string make_option_opts(const CLI::Option *option) const override
+    {
+        const std::string value = option->get_positional() ? "" : shown_value(*option);
+        const bool needs = option->get_required() && !option->get_positional();
+        return (value.empty() ? "" : ' ' + value) + (needs ? " (required)" : "");
+    }
+};
+
 void add_everything(CLI::App &app, Session &session)
 {
     app.name("cgctl");
     app.footer(examples);
-    app.get_formatter()->column_width(column_width);
+    app.formatter(std::make_shared<HelpForm>());
     app.set_version_flag("--version", "cgctl " CGCTL_VERSION, "Print the version and end");
     app.set_help_flag("-h,--help", "Print this help and end");
-    app.add_option("--endpoint", session.endpoint, "Where the store is, in place of VX_MOM_ENDPOINT");
-    app.add_option("--socket", session.socket, "Where the debug shell is, in place of SSAT_SOCKET");
+    app.add_option("--endpoint", session.endpoint, "Where the store is, in place of VX_MOM_ENDPOINT")
+        ->type_name("ENDPOINT");
+    app.add_option("--socket", session.socket, "Where the debug shell is, in place of SSAT_SOCKET")
+        ->type_name("FILE");
     app.add_flag("--json", session.json, "Print JSON, errors included");
     app.fallthrough();
     app.require_subcommand(0, 1); // without one the cards are listed
@@ -65,7 +81,8 @@ void add_everything(CLI::App &app, Session &session)
 std::vector<std::string> verb_names(const CLI::App &app)
 {
     std::vector<std::string> names;
-    for (const CLI::App *verb : app.get_subcommands([](const CLI::App *) { return true; })) {
+    for (const CLI::App *verb :
+         app.get_subcommands([](const CLI::App *verb) { return !verb->get_group().empty(); })) {
         names.push_back(verb->get_name());
     }
     return names;
@@ -117,20 +134,40 @@ public:
     SettingMistakes &operator=(const SettingMistakes &) = delete;
 };
 
-int parse_and_act(CLI::App &app, Session &session, std::vector<std::string> arguments)
+// Returns the arguments before "--" and leaves the command behind it in the session.
+std::vector<std::string> take_command(const std::vector<std::string> &arguments, Session &session)
+{
+    const auto marker = std::find(arguments.begin(), arguments.end(), "--");
+    if (marker != arguments.end()) {
+        session.has_command = true;
+        session.command.assign(marker + 1, arguments.end());
+    }
+    return {arguments.begin(), marker};
+}
+
+// Leaves in the session what to do, the help included.
+void parse(CLI::App &app, Session &session, std::vector<std::string> arguments)
 {
     try {
         std::reverse(arguments.begin(), arguments.end()); // the parser takes them from the back
         app.parse(arguments);
     } catch (const CLI::Success &help) {
-        app.exit(help, session.out, session.err);
-        return done;
+        session.action = [&app, &session, help] {
+            app.exit(help, session.out, session.err);
+            return done;
+        };
+        return;
     } catch (const CLI::ParseError &error) {
         throw Failure(wrong_usage, usage_message(app, error));
     }
     if (session.has_command && !app.got_subcommand("module")) {
         throw Failure(wrong_usage, "\"--\" with a command behind it is for `cgctl module run` only");
     }
+}
+
+int parse_and_act(CLI::App &app, Session &session, const std::vector<std::string> &arguments)
+{
+    parse(app, session, arguments);
     const int status = session.action();
     session.check_output();
     return status;
@@ -149,19 +186,39 @@ CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char
 
 void add_view_options(CLI::App &verb, std::string &color, std::string &history)
 {
-    verb.add_option("--color", color, "auto (on a terminal), always or never");
-    verb.add_option("--history", history, "The recorder's file, in place of CG_HISTORY");
+    verb.add_option("--color", color, "Colours: on a terminal (auto), always or never")
+        ->type_name("auto|always|never");
+    verb.add_option("--history", history, "The recorder's file, in place of CG_HISTORY")->type_name("FILE");
+}
+
+Verb all_verbs()
+{
+    std::ostringstream unused;
+    Session session{unused, unused};
+    CLI::App app(description);
+    add_everything(app, session);
+    return describe(app);
+}
+
+std::string usage_problem(const std::vector<std::string> &arguments)
+{
+    std::ostringstream unused;
+    Session session{unused, unused};
+    const std::vector<std::string> own = take_command(arguments, session);
+    try {
+        CLI::App app(description);
+        add_everything(app, session);
+        parse(app, session, own);
+    } catch (const Failure &failure) {
+        return failure.what();
+    }
+    return "";
 }
 
 int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostream &err)
 {
     Session session{out, err};
-    const auto marker = std::find(arguments.begin(), arguments.end(), "--");
-    const std::vector<std::string> own(arguments.begin(), marker);
-    if (marker != arguments.end()) {
-        session.has_command = true;
-        session.command.assign(marker + 1, arguments.end());
-    }
+    const std::vector<std::string> own = take_command(arguments, session);
     // An error of the parser itself should come as asked, too.
     session.json = std::find(own.begin(), own.end(), "--json") != own.end();
     const SettingMistakes told(session);

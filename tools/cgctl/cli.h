@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "verb_tree.h"
+
 namespace cgctl
 {
 
@@ -15,6 +17,13 @@ namespace cgctl
 // out, err   for data and for live messages.
 // Returns the exit status: 0 done, 1 failed, 2 wrong usage.
 int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostream &err);
+
+// Parses an invocation and carries out nothing. Returns what is wrong with it, or nothing at all ("") when
+// the parser takes it. What a verb checks itself is not looked at.
+std::string usage_problem(const std::vector<std::string> &arguments);
+
+// All verbs that the help shows.
+Verb all_verbs();
 
 } // namespace cgctl
 

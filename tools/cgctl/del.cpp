@@ -54,7 +54,8 @@ void add_del(CLI::App &app, Session &session)
     auto key_count = std::make_shared<std::optional<std::string>>();
     add_record_arguments(*verb, *arguments, "Key fields; those not given are 0 or empty");
     verb->add_option("--keys", *key_count,
-                     "Delete every record whose first N key fields are these; 0 for all of the type");
+                     "Delete every record whose first N key fields are these; 0 for all of the type")
+        ->type_name("N");
     verb->callback([arguments, key_count, &session] {
         session.action = [arguments, key_count, &session] { return del(session, *arguments, *key_count); };
     });

@@ -161,7 +161,7 @@ void add_doctor(CLI::App &app, Session &session)
                               "  cgctl doctor --functions | redis-cli -x FUNCTION LOAD REPLACE");
     auto folder = std::make_shared<std::string>(default_module_folder);
     auto functions = std::make_shared<bool>(false);
-    verb->add_option("--modules", *folder, "The folder that names the check modules");
+    verb->add_option("--modules", *folder, "The folder that names the check modules")->type_name("FOLDER");
     verb->add_flag("--functions", *functions,
                    "Only print the functions that the store client has the server run");
     verb->callback([folder, functions, &session] {

@@ -179,9 +179,10 @@ void add_list(CLI::App &app, Session &session)
     auto options = std::make_shared<ListOptions>();
     verb->add_option("POS", options->positions,
                      "Only a card, a slot with its sub-slots (1/3) or a device (1)");
-    verb->add_option("--state", options->states,
-                     "Only cards that are waiting, denied, silence, passed, exempt, unasked, undecided, "
-                     "offline or absent; several with commas")
+    verb->add_option(
+            "--state", options->states,
+            "Only cards in these states, several with commas; silence: passed by silence of a module")
+        ->type_name("waiting|denied|silence|passed|exempt|unasked|undecided|offline|absent")
         ->allow_extra_args(false);
     add_view_options(*verb, options->color, options->history);
     session.action = [options, &session] { return list(session, *options); };

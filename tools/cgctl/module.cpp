@@ -87,10 +87,14 @@ void add_module(CLI::App &app, Session &session)
         "the reason.",
         examples);
     auto options = std::make_shared<RunOptions>();
-    verb->add_option("NAME", options->name, "The module's name, at most 15 characters")->required();
-    verb->add_option("--parallel", options->parallel, "Commands at the same time (default 4)");
+    verb->add_option("NAME", options->name, "The module's name, at most 15 characters")
+        ->required()
+        ->type_name("MODULE");
+    verb->add_option("--parallel", options->parallel, "Commands at the same time (default 4)")
+        ->type_name("N");
     verb->add_option("--timeout", options->timeout_s,
-                     "Seconds after which a command is ended and denies (default 240)");
+                     "Seconds after which a command is ended and denies (default 240)")
+        ->type_name("S");
     verb->callback([options, &session] {
         session.action = [options, &session] { return run_module(session, *options); };
     });

@@ -36,7 +36,7 @@ void add_record_arguments(CLI::App &verb, RecordArguments &arguments, const char
 {
     verb.add_option("TYPE", arguments.type, "Record type: p_dev.card_info, or card_info")->required();
     verb.add_option("FIELD=VALUE", arguments.assignments, assignments_help);
-    verb.add_option("--db", arguments.db, "Database (default: the type's usual one)");
+    verb.add_option("--db", arguments.db, "Database (default: the type's usual one)")->type_name("N");
 }
 
 NamedRecord named_record(const RecordArguments &arguments, Assigned assigned)

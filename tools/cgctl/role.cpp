@@ -61,7 +61,8 @@ void add_role(CLI::App &app, Session &session)
                               "  cgctl role\n"
                               "  cgctl role master");
     auto role = std::make_shared<std::string>();
-    verb->add_option("ROLE", *role, "master, slave, candidate or none; without it the role is printed");
+    verb->add_option("ROLE", *role, "The role to write; without it the role is printed")
+        ->type_name("master|slave|candidate|none");
     verb->callback([role, &session] {
         session.action = [role, &session] {
             return role->empty() ? print_role(session) : write_role(session, *role);

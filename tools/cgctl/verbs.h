@@ -23,12 +23,25 @@ void add_watch(CLI::App &app, Session &session);
 void add_module(CLI::App &app, Session &session);
 void add_acl(CLI::App &app, Session &session);
 void add_doctor(CLI::App &app, Session &session);
+void add_completion(CLI::App &app, Session &session);
+void add_complete(CLI::App &app, Session &session);
+void add_manual(CLI::App &app, Session &session);
 
 // In the order of the help.
-inline constexpr std::array verbs{add_list, add_show, add_card,  add_role,   add_debug, add_get,
-                                  add_set,  add_del,  add_watch, add_module, add_acl,   add_doctor};
+inline constexpr std::array verbs{add_list, add_show,   add_card,       add_role,     add_debug,
+                                  add_get,  add_set,    add_del,        add_watch,    add_module,
+                                  add_acl,  add_doctor, add_completion, add_complete, add_manual};
 
 // Adds a verb. Every verb takes --json, so that a script can always ask for errors that it can parse.
+//
+// description  one or more sentences, without a full stop at the end.
+// examples     lines that begin with two blanks, each a command line that the parser takes; one at least.
+//
+// Help, completion and the manual page are made from what is declared here. What an option takes is said by
+// its type name: a kind that completion knows (verb_tree.h), as in ->type_name("FOLDER"), the words
+// themselves, as in
+// ->type_name("master|slave"), or a short name like N. Prose goes into docs/man/cgctl, in a file called like
+// the verb. A verb in the group "" is shown nowhere.
 CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char *description,
                    const char *examples);
 

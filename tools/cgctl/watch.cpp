@@ -203,7 +203,7 @@ void add_watch(CLI::App &app, Session &session)
                               "  cgctl watch app_cg_mom_deny_check_result --json --count 1");
     auto options = std::make_shared<WatchOptions>();
     verb->add_option("TYPE", options->types, "Record types (default: all), each in its usual database");
-    verb->add_option("--count", options->count, "End after so many changes");
+    verb->add_option("--count", options->count, "End after so many changes")->type_name("N");
     verb->add_flag("--existing", options->existing, "Print the records that there are, too");
     verb->callback(
         [options, &session] { session.action = [options, &session] { return watch(session, *options); }; });
