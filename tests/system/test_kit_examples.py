@@ -1,0 +1,147 @@
+"""The examples of the kit beside the real daemon, and what the kit does when time runs out."""
+import re
+import subprocess
+
+import pytest
+
+from demo import daemon, programs
+from rig import BUILD, DENY, PASS, PROJECT, sanitizer_runtime
+
+EXAMPLES = PROJECT / "kit" / "examples"
+BUILT = BUILD / "bin" / "examples"
+
+
+@pytest.fixture
+def module(rig):
+    """Starts modules: module(name, command...); returns (process, function that reads its log)."""
+    started = []
+
+    def start(name, *command, waits_for="waits for cards", **env):
+        log = rig.folder / f"{name}{len(started)}.err"
+        with open(log, "wb") as errors:
+            process = programs.start(command, {"VX_MOM_ENDPOINT": rig.store.endpoint, **env}, stderr=errors)
+        started.append(process)
+        programs.wait_until(lambda: waits_for in log.read_text() or process.poll() is not None, 20, f"{name} starts")
+        assert process.poll() is None, log.read_text()
+        return process, log.read_text
+
+    yield start
+    for process in started:
+        programs.stop(process)
+
+
+def begin(rig, *names):
+    rig.modules(*names)
+    rig.role("master")
+    rig.start()
+
+
+def plug(rig, position, card_type, *more):
+    slot = int(position.split("/")[1])
+    rig.cgctl("card", "plug", position, "--type", card_type, "--nodeid", 100 + slot, "--tipc", 1000 + slot, *more)
+
+
+def expect_verdict(rig, position, verdict):
+    """Waits for the end of the card's check."""
+    rig.expect(lambda: rig.by_position(position), f"a verdict for {position}")
+    assert rig.by_position(position).get("6", "0") == verdict
+    rig.expect_no_request(position)
+
+
+def expect_denied(rig, position, reason):
+    expect_verdict(rig, position, DENY)
+    text = f"Card in slot {position.rsplit('/', 1)[0]} will be disabled due to reason: {reason}."
+    rig.expect(lambda: any(text in line for _, line in rig.system_log.lines()), text)
+
+
+def test_power_budget_denies_what_exceeds_it_and_forgets_what_leaves(rig, module):
+    plug(rig, "1/1/0", 999, "--node-type", "mb", "--name", "uplink")  # is asked of nobody, and draws 95 W
+    begin(rig, "power")
+    command = (BUILT / "power_budget", "power", EXAMPLES / "power_budget" / "power.table")
+    process, _ = module("power", *command)
+    plug(rig, "1/3/0", 230)
+    expect_verdict(rig, "1/3/0", PASS)
+    plug(rig, "1/4/0", 200)
+    expect_verdict(rig, "1/4/0", PASS)
+    plug(rig, "1/5/0", 777)
+    expect_denied(rig, "1/5/0", "draws 60 W, but 465 W of 500 W are in use by 3 cards")
+    # Another start of the module knows as much.
+    process.terminate()
+    assert process.wait(20) == 0
+    rig.cgctl("card", "pull", "1/5/0")
+    rig.cgctl("card", "pull", "1/4/0")
+    module("power", *command)
+    plug(rig, "1/6/0", 230)
+    expect_denied(rig, "1/6/0", "draws 250 W, but 345 W of 500 W are in use by 2 cards")
+    plug(rig, "1/5/0", 777)
+    expect_verdict(rig, "1/5/0", PASS)
+
+
+def test_compatibility_is_a_matter_of_type_and_slot(rig, module):
+    begin(rig, "compat")
+    module("compat", BUILT / "compatibility", "compat", EXAMPLES / "compatibility" / "slots.table")
+    plug(rig, "1/12/0", 230)
+    expect_verdict(rig, "1/12/0", PASS)
+    plug(rig, "1/9/0", 230)
+    expect_denied(rig, "1/9/0", "card type 230 does not go into slot 9; its slots: 1-8,12")
+    plug(rig, "1/3/0", 300)
+    expect_denied(rig, "1/3/0", "card type 300 does not go into slot 3; its slots: none")
+    plug(rig, "1/16/0", 7)
+    expect_verdict(rig, "1/16/0", PASS)
+
+
+def test_a_shell_script_knows_serial_numbers(rig, module):
+    known = rig.folder / "known"
+    known.write_text("# ours\n00E0FF\n")
+    begin(rig, "serials")
+    module("serials", BUILD / "bin" / "cgctl", "module", "run", "serials", "--",
+           EXAMPLES / "shell" / "known_serials.sh", known)
+    plug(rig, "1/3/0", 230, "--serial", "00e0ff")
+    expect_verdict(rig, "1/3/0", PASS)
+    plug(rig, "1/4/0", 230, "--serial", "00e0")
+    expect_denied(rig, "1/4/0", f"serial number 00e0 is not in {known}")
+
+
+@pytest.mark.parametrize("program, lines, complaint", [
+    ("power_budget", "budget = 5\ntype x = 3\n", ":2: 'x' is no card type"),
+    ("power_budget", "budget = 5\n\ntype 3\n", ":3: no '='"),
+    ("power_budget", "budget = 5\ntype 3 = 4\ntype 3 = 5\n", ":3: said before"),
+    ("power_budget", "budget = 5\nbudget = 6\n", ":2: budget is said before"),
+    ("power_budget", "budget = -5\n", ":1: '-5' is no number of watts"),
+    ("power_budget", "watts = 5\n", ":1: 'watts' is unknown"),
+    ("power_budget", "budget = 5\n", ": no card in it"),
+    ("power_budget", "type 3 = 4\n", ": no line 'budget = W'"),
+    ("power_budget", "", ": no line 'budget = W'"),
+    ("compatibility", "# nothing\n", ": no line in it"),
+    ("compatibility", "230 1-8\n", ":1: '230 1-8': no ':'"),
+    ("compatibility", "\nx: 1-8\n", ":2: 'x': no card type"),
+    ("compatibility", "1: 1-8\n1: 9\n", ":2: '1': there is a line for this type already"),
+    ("compatibility", "1: 8-1\n", ":1: '8-1': neither a slot"),
+    ("compatibility", "1: 256\n", ":1: '256': neither a slot"),
+    ("compatibility", "1: 1,,2\n", ":1: '': neither a slot"),
+    ("compatibility", "1:\n", ":1: '': neither a slot"),
+    ("compatibility", "1: " + "1," * 1000 + "1\n", ":1: '1: 1,1,1,1,1,1,1,1,1': the line is too long"),
+])
+def test_a_bad_table_is_an_error_that_names_the_line(tmp_path, program, lines, complaint):
+    table = tmp_path / "table"
+    table.write_text(lines)
+    done = subprocess.run([BUILT / program, "m1", table], capture_output=True, text=True, timeout=20, check=False)
+    assert done.returncode == 2
+    assert f"{program}: {table}{complaint}" in done.stderr
+
+
+@pytest.mark.parametrize("program", ["power_budget", "compatibility"])
+def test_a_table_that_cannot_be_read_is_an_error(tmp_path, program):
+    done = subprocess.run([BUILT / program, "m1", tmp_path / "none"], capture_output=True, text=True, timeout=20,
+                          check=False)
+    assert done.returncode == 2
+    assert "none: cannot be read: No such file or directory" in done.stderr
+
+
+def test_the_kit_warns_before_and_when_the_daemon_waits_no_more(rig, module):
+    fast = daemon.scaled_time(500, preloaded_first=sanitizer_runtime())
+    _, log = module("silent", BUILD / "bin" / "kit_silent", "silent", **fast)
+    rig.cgctl("set", "--fields", "app_cg_card_check_info", "devid=1", "slotid=3", "type=1")
+    rig.expect(lambda: "1/3/0: no verdict for 300 s; the time is over" in log(), "the second warning")
+    assert re.search(r"1/3/0: no verdict for 240 s; the daemon admits the card unexamined when 300 s are over\n.*"
+                     r"1/3/0: no verdict for 300 s", log(), re.DOTALL), log()
