@@ -8,7 +8,6 @@ was written from the page.
 """
 import ast
 import collections
-import pathlib
 import re
 import shlex
 import subprocess
@@ -17,24 +16,19 @@ import unittest
 
 import redis
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
-PAGE = ROOT / "docs" / "store-format.md"
-for folder in ("tools", "tests/system", "kit/examples/python"):
-    sys.path.insert(0, str(ROOT / folder))
+from pages import ROOT, blocks  # noqa: I001  (brings the paths to the others)
+from rig import REQUEST, Rig
 
-import records  # noqa: E402  (needs the paths above)
-from rig import REQUEST, Rig  # noqa: E402
+sys.path.insert(0, str(ROOT / "kit" / "examples" / "python"))
+
+import records  # noqa: E402  (needs the path above)
+
+PAGE = ROOT / "docs" / "store-format.md"
 
 # What differs from run to run, as the page calls it.
 PLACEHOLDERS = {"mark": r"[0-9a-f]{8}\.\d+", "identity": "[0-9a-f]{32}", "run": "[0-9a-f]{40}:[0-9a-f]{40}",
                 "sha1": "[0-9a-f]{40}", "line": r"\d+"}
 PAYLOAD_S = 20
-
-
-def blocks(page):
-    """The fenced blocks that are run: (kind, argument, lines)."""
-    for kind, argument, body in re.findall(r"^```(redis|shell|payload) ?(.*)\n((?:.*\n)*?)```$", page, re.MULTILINE):
-        yield kind, argument, body.replace("\\\n", "").splitlines()
 
 
 def commands(lines, prompt):
@@ -99,7 +93,10 @@ class Device:
 
 def run_page(device, page):
     """Runs all examples; yields for each one: what, as the page has it, as it is, and whether that is the same."""
-    for kind, argument, lines in blocks(page):
+    for block in blocks(page):
+        kind, argument, lines = block.kind, block.argument, block.lines
+        if kind not in ("redis", "shell", "payload"):
+            continue
         if kind == "payload":
             seen = device.payload(argument)
             yield argument, lines, [quoted(seen)], [unquoted(line) for line in lines] == [seen]
@@ -142,7 +139,7 @@ class ExamplesTest(unittest.TestCase):
         self.assertGreater(len(ran), 25)
 
     def test_a_published_change_reads_as_the_page_says(self):
-        payloads = [lines[0] for kind, _, lines in blocks(PAGE.read_text(encoding="utf-8")) if kind == "payload"]
+        payloads = [block.lines[0] for block in blocks(PAGE.read_text(encoding="utf-8")) if block.kind == "payload"]
         changes = [records.parse_change(b"", unquoted(line)) for line in payloads]
         self.assertEqual((changes[0].revision, changes[0].fields), (1, {b"6": b"200", b"7": b"3", b"8": b"103"}))
         self.assertEqual([change.is_deleted for change in changes], [False, False, False, True, False, True, True])
