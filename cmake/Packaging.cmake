@@ -40,8 +40,10 @@ install(FILES ${packaging}/platform.conf DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}
 
 # Laid out as in the sources, so that the links in them lead somewhere.
 install(FILES README.md DESTINATION ${documents}/app-cg-doc COMPONENT doc)
-install(FILES docs/architecture.md docs/porting.md docs/security.md docs/store-format.md
-        DESTINATION ${documents}/app-cg-doc/docs COMPONENT doc)
+file(GLOB pages_to_read CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
+install(FILES ${pages_to_read} DESTINATION ${documents}/app-cg-doc/docs COMPONENT doc)
+# What the lines in the log mean is wanted where they are written.
+install(FILES docs/operating.md DESTINATION ${documents}/app-cg COMPONENT daemon)
 install(DIRECTORY kit/examples DESTINATION ${documents}/app-cg-doc/kit COMPONENT doc USE_SOURCE_PERMISSIONS
         PATTERN __pycache__ EXCLUDE)
 
@@ -119,7 +121,8 @@ set(CPACK_DEBIAN_DOC_PACKAGE_NAME app-cg-doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_SECTION doc)
 set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_DOC_DESCRIPTION "documentation of the admission gate for line cards
-Architecture, the store's format, the security model, the porting guide, and an
-example of a check module in Python.")
+Integration on a device, operating, writing check modules, the JSON forms, the
+store's format, the security model, the architecture, the porting guide, and
+examples of check modules.")
 set(CPACK_DEBIAN_DOC_PACKAGE_SUGGESTS "python3, python3-redis")
 include(CPack)
