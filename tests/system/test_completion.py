@@ -68,6 +68,8 @@ def test_bash_completes_verbs_options_and_fixed_words(device):
     assert bash(device, "cgctl card plug 1/3 --node-type s") == ["sfc", "sub_lc"]
     assert bash(device, "cgctl role m") == ["master"]
     assert bash(device, "cgctl completion z") == ["zsh"]
+    assert bash(device, "cgctl list --state wai") == ["waiting"]
+    assert bash(device, "cgctl list --state waiting,den") == ["waiting,denied"]
     assert bash(device, "cgctl --json role sl") == ["slave"]
 
 
@@ -174,6 +176,8 @@ def test_zsh_completes_verbs_options_and_fixed_words(zsh):
     assert zsh.completed("cgctl role ma") == "cgctl role master "
     assert zsh.completed("cgctl --json role sl") == "cgctl --json role slave "
     assert zsh.completed("cgctl get card_in") == "cgctl get card_info "
+    # The comma goes again when a blank is typed.
+    assert zsh.completed("cgctl list --state waiting,den") == "cgctl list --state waiting,denied,"
 
 
 def test_zsh_asks_the_device(zsh):

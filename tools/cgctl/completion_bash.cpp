@@ -18,6 +18,11 @@ _cgctl_fill()
 {
     local kind=$1 word=$2
     case $kind in
+        list:*)
+            local before=
+            [[ $word == *,* ]] && before=${word%,*},
+            mapfile -t COMPREPLY < <(compgen -P "$before" -W "${kind#list:}" -- "${word##*,}")
+            compopt -o nospace 2>/dev/null ;;
         words:*) mapfile -t COMPREPLY < <(compgen -W "${kind#words:}" -- "$word") ;;
         FILE) mapfile -t COMPREPLY < <(compgen -f -- "$word"); compopt -o filenames 2>/dev/null ;;
         FOLDER) mapfile -t COMPREPLY < <(compgen -d -- "$word"); compopt -o filenames 2>/dev/null ;;
@@ -111,7 +116,10 @@ std::string joined(const std::vector<std::string> &words, const char *between)
 
 std::string kind_of(const Argument &argument)
 {
-    return argument.words.empty() ? argument.kind : "words:" + joined(argument.words, " ");
+    // Several values of an option stand in one word, with commas.
+    const bool is_list = argument.repeated && !argument.names.empty();
+    return argument.words.empty() ? argument.kind
+                                  : (is_list ? "list:" : "words:") + joined(argument.words, " ");
 }
 
 // One line of a table: what it is about, and the answer.

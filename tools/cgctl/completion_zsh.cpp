@@ -65,7 +65,9 @@ std::string action_of(const Argument &argument)
         for (const std::string &word : argument.words) {
             words += (words.empty() ? "" : " ") + word;
         }
-        return '(' + words + ')';
+        // Several values of an option stand in one word, with commas.
+        const bool is_list = argument.repeated && !argument.names.empty();
+        return is_list ? " _values -s , value " + words : '(' + words + ')';
     }
     if (argument.kind == "FILE") {
         return "_files";

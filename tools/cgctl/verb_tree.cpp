@@ -55,7 +55,7 @@ Argument argument_of(const CLI::Option &option)
     const std::string type = option.get_type_name();
     argument.words = fixed_words(type);
     argument.label = shown_value(option);
-    argument.kind = is_kind(type) || argument.names.size() > 0 ? type : option.get_name();
+    argument.kind = is_kind(type) || !argument.names.empty() ? type : option.get_name();
     argument.description = on_one_line(option.get_description());
     argument.required = option.get_required();
     argument.repeated = option.get_expected_max() > 1;
