@@ -29,10 +29,12 @@ install(FILES ${packaging}/systemd/app_cg.service ${packaging}/systemd/app_cg-al
         DESTINATION ${unit_folder} COMPONENT daemon)
 install(FILES ${packaging}/sysusers.conf DESTINATION lib/sysusers.d RENAME app_cg.conf COMPONENT daemon)
 install(FILES ${packaging}/tmpfiles.conf DESTINATION lib/tmpfiles.d RENAME app_cg.conf COMPONENT daemon)
+install(PROGRAMS ${packaging}/app_cg-life DESTINATION lib/app_cg COMPONENT daemon)
 if(NOT APP_CG_TOOLS)
     return() # somebody's own platform has packages of its own
 endif()
 
+install(FILES ${packaging}/systemd/cg_recorderd.service DESTINATION ${unit_folder} COMPONENT recorder)
 # In the package this is a file of the administrator's, and dpkg asks before it touches it; a plain installation would
 # overwrite it.
 install(FILES ${packaging}/platform.conf DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/app_cg COMPONENT daemon

@@ -12,7 +12,7 @@ from rig import BUILD, Rig  # noqa: E402  (needs the path above)
 
 def pytest_sessionstart(session):
     """Without the binaries no test can say anything."""
-    for name in ("app_cg", "cgctl"):
+    for name in ("app_cg", "cgctl", "cg_recorderd"):
         if not (BUILD / "bin" / name).exists():
             pytest.exit(f"{BUILD / 'bin' / name} is not built; set APP_CG_BUILD or run ./test", returncode=2)
 

@@ -28,6 +28,20 @@ bool holds(const std::vector<std::string> &names, const std::string &name)
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 
+// A module may answer as often as it likes, and strangers under as many names; so many are kept of each, and
+// of all strangers together.
+constexpr std::ptrdiff_t most_answers = 16;
+
+void make_room(std::vector<Answer> &answers, const Answer &next)
+{
+    const auto alike = [&next](const Answer &answer) {
+        return answer.registered == next.registered && (!next.registered || answer.module == next.module);
+    };
+    if (std::count_if(answers.begin(), answers.end(), alike) >= most_answers) {
+        answers.erase(std::find_if(answers.begin(), answers.end(), alike));
+    }
+}
+
 std::string fallback_reason(const std::string &module)
 {
     return module + " not compatible";
@@ -64,6 +78,7 @@ struct CardTracker::Entry {
     bool came_online = false;        // since the last request
     bool open = false;               // a request stands that was not decided
     bool seen_whole = false;         // the present check, from its beginning
+    std::vector<Time> earlier{};     // requests whose timers the daemon still runs, the present one not
     std::optional<bool> result{};    // that the store holds: whether it says PASS
     std::optional<State> settled{};  // what the last decision left behind, while the result stands
 };
@@ -122,6 +137,7 @@ void CardTracker::card_deleted(const Position &position, Time at)
     known.result.reset();
     known.settled.reset();
     known.list.clear();
+    known.earlier.clear(); // the daemon cancels them with the card's information
     settle(known, at, false);
     forget_if_empty(position);
 }
@@ -129,12 +145,23 @@ void CardTracker::card_deleted(const Position &position, Time at)
 void CardTracker::request_written(const Position &position, Time at, bool existing)
 {
     Entry &known = entry(position);
-    if (existing && known.open) { // remembered, or heard of before a loss: it goes on
+    if (existing && known.open && goes_on(known, at)) {
         known.shown.request = true;
     } else {
+        if (existing && known.open) {
+            end_undecided(known, at, true);
+        }
         begin_check(known, at, existing);
     }
     settle(known, at, existing);
+}
+
+// A request that was heard of before a loss is the same one; a remembered one only while its time runs: the
+// daemon would have ended it.
+bool CardTracker::goes_on(const Entry &known, Time at) const
+{
+    return known.shown.request || !known.shown.requested_at ||
+           at - *known.shown.requested_at <= timeout_ + slack;
 }
 
 // A card that came on line keeps what is left of its list. A request without that comes from a daemon that
@@ -142,8 +169,15 @@ void CardTracker::request_written(const Position &position, Time at, bool existi
 void CardTracker::begin_check(Entry &known, Time at, bool existing)
 {
     if (!known.came_online || existing) {
+        if (!existing && known.has_card && fresh_daemon_) {
+            fresh_daemon_();
+        }
+        known.earlier.clear();
         known.list = modules_;
         known.list_known = !existing;
+    } else if (known.shown.requested_at) {
+        std::erase_if(known.earlier, [&](Time asked) { return at - asked > timeout_ + slack; });
+        known.earlier.push_back(*known.shown.requested_at);
     }
     known.came_online = false;
     known.open = true;
@@ -192,6 +226,7 @@ void CardTracker::answered(const Position &position, Answer answer, bool existin
     if (answer.ret == 0 && answer.registered) {
         std::erase(known.list, answer.module);
     }
+    make_room(known.shown.answers, answer);
     known.shown.answers.push_back(std::move(answer));
     settle(known, found->second->shown.answers.back().at, existing);
 }
@@ -233,6 +268,13 @@ void CardTracker::cannot_start_written(const Position &position, bool cannot_sta
 {
     entry(position).shown.cannot_start = cannot_start;
     forget_if_empty(position);
+}
+
+void CardTracker::remember_card(const CardFacts &card)
+{
+    CardFacts &shown = entry(card.position).shown.card;
+    shown = card;
+    shown.online = false; // whether it still is, its record tells
 }
 
 void CardTracker::remember_open(const Position &position, std::optional<Time> requested_at,
@@ -293,10 +335,16 @@ void CardTracker::decide(Entry &known, bool pass, Time at)
     finish(known, std::move(decision));
 }
 
+// An earlier request's timer ends the present check at its own time.
 bool CardTracker::is_time_up(const Entry &known, Time at) const
 {
     const milliseconds tolerance = std::min<milliseconds>(slack, timeout_ / 10);
-    return known.shown.requested_at && at - *known.shown.requested_at >= timeout_ - tolerance;
+    if (known.shown.requested_at && at - *known.shown.requested_at >= timeout_ - tolerance) {
+        return true;
+    }
+    return std::any_of(known.earlier.begin(), known.earlier.end(), [&](Time asked) {
+        return at - asked >= timeout_ - tolerance && at - asked <= timeout_ + tolerance;
+    });
 }
 
 std::vector<std::string> CardTracker::silent_ones(const Entry &known) const

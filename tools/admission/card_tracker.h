@@ -68,6 +68,9 @@ public:
 
     // The modules that the daemon asks from now on, in the folder's order.
     void set_modules(std::vector<std::string> modules);
+    // Has `told` called when a request shows that the daemon was started afresh, before its list is taken:
+    // the daemon has read the modules' folder anew, so it may call set_modules().
+    void on_fresh_daemon(std::function<void()> told) { fresh_daemon_ = std::move(told); }
     // This device's global role; nothing when it is not known.
     void set_role(std::optional<int32_t> role) { role_ = role; }
 
@@ -81,8 +84,11 @@ public:
     void power_off_written(const Position &position, bool off);
     void cannot_start_written(const Position &position, bool cannot_start);
 
+    // What is remembered of a card, for the case that it is gone by now. Before remember_open().
+    void remember_card(const CardFacts &card);
     // A check that is remembered from before: its request was seen at `requested_at`, when that is known, and
-    // these modules had not answered. For before the existing records are told.
+    // these modules had not answered. For before the existing records are told. When a request is found that
+    // is younger, as the time tells, it ends unseen.
     void remember_open(const Position &position, std::optional<Time> requested_at,
                        std::vector<std::string> waiting_for, std::vector<Answer> answers);
     // The last decision on a card, remembered from before. It counts as long as the store does not say
@@ -111,6 +117,7 @@ private:
     [[nodiscard]] Decision passed(const Entry &entry, Time at) const;
     [[nodiscard]] Decision passed_unrequested(const Entry &entry, Time at) const;
     [[nodiscard]] bool is_time_up(const Entry &entry, Time at) const;
+    [[nodiscard]] bool goes_on(const Entry &entry, Time at) const;
     [[nodiscard]] std::vector<std::string> silent_ones(const Entry &entry) const;
     void finish(Entry &entry, Decision decision);
     void end_undecided(Entry &entry, Time at, bool existing);
@@ -120,6 +127,7 @@ private:
     void forget_if_empty(const Position &position);
 
     Listener on_decision_;
+    std::function<void()> fresh_daemon_;
     std::chrono::milliseconds timeout_;
     std::vector<std::string> modules_;
     std::optional<int32_t> role_;

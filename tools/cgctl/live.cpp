@@ -32,18 +32,21 @@ Live::~Live()
     current = nullptr;
 }
 
-void Live::subscribe(const RecordType &type, int32_t db, Handler handler)
+void Live::subscribe(const RecordType &type, int32_t db, Handler handler, Absent absent)
 {
     subscriptions_.push_back({this, &type, db, std::move(handler)});
     if (databases_.insert(db).second) {
-        connect(db);
+        connect(db, absent);
     }
 }
 
-// The first answer is waited for, so that a wrong endpoint is told at once instead of being tried for ever.
-void Live::connect(int32_t db)
+// The first answer is waited for, so that a wrong endpoint is told at once instead of being tried for ever;
+// unless that is wanted.
+void Live::connect(int32_t db, Absent absent)
 {
-    store_.connect(db);
+    if (absent == Absent::failure) {
+        store_.connect(db);
+    }
     vx_global_t *context = store_.context();
     if (vx_mom_client_connect(context, db, on_connected,
                               reinterpret_cast<void *>(static_cast<intptr_t>(db))) != 0 ||
@@ -98,6 +101,7 @@ int32_t Live::on_lost(void * /*first*/, int32_t db)
     if (current != nullptr) {
         current->guard([db] {
             current->session_.notice("lost the store, database " + std::to_string(db) + "; connecting again");
+            current->tell_outage(db, true);
         });
     }
     return 0;
@@ -109,6 +113,7 @@ int32_t Live::on_return(void * /*first*/, int32_t db, int32_t change)
         current->guard([db, change] {
             current->session_.notice("the store is back, database " + std::to_string(db) +
                                      (change == same_data ? "" : ", with other data than before"));
+            current->tell_outage(db, false);
             current->subscribe_all(db);
         });
     }
@@ -130,6 +135,13 @@ int32_t Live::on_timer(vx_thread_t *timer)
     due.splice(due.begin(), owner.delays_, delay->place);
     owner.guard(due.front().tick);
     return 0;
+}
+
+void Live::tell_outage(int32_t db, bool lost)
+{
+    if (outage_) {
+        outage_(db, lost);
+    }
 }
 
 void Live::subscribe_all(int32_t db)

@@ -41,9 +41,16 @@ public:
     Live(const Live &) = delete;
     Live &operator=(const Live &) = delete;
 
+    // What a store that does not answer when subscribe() is called is: a failure, or waited for in the loop.
+    enum class Absent { failure, awaited };
+
     // Subscribes once the loop runs, and again whenever the store has returned. The handler may throw: that
-    // ends the loop. Throws Failure when the store does not answer.
-    void subscribe(const RecordType &type, int32_t db, Handler handler);
+    // ends the loop. Throws Failure when the store does not answer, unless it is awaited.
+    void subscribe(const RecordType &type, int32_t db, Handler handler, Absent absent = Absent::failure);
+
+    // Has `told` called when a database's connection is lost (true) and before what is in it is told anew
+    // (false). It may throw, as handlers may.
+    void on_outage(std::function<void(int32_t db, bool lost)> told) { outage_ = std::move(told); }
 
     // Calls `tick` from the loop after so many milliseconds, once. May be called by `tick`.
     void after(int64_t milliseconds, std::function<void()> tick);
@@ -76,7 +83,8 @@ private:
     static int32_t on_message(void *arg, vx_mom_pmsg_t *pmsg);
     static int32_t on_timer(vx_thread_t *timer);
 
-    void connect(int32_t db);
+    void connect(int32_t db, Absent absent);
+    void tell_outage(int32_t db, bool lost);
     void subscribe_all(int32_t db);
     void deliver(Subscription &subscription, const vx_mom_pmsg_t &pmsg);
     void guard(const std::function<void()> &action) noexcept;
@@ -86,6 +94,7 @@ private:
     std::list<Subscription> subscriptions_; // addresses are held by the platform
     std::list<Delay> delays_;
     std::set<int32_t> databases_;
+    std::function<void(int32_t, bool)> outage_;
     std::exception_ptr failure_;
     bool stopping_ = false;
 };

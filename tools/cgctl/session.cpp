@@ -11,12 +11,12 @@ namespace cgctl
 
 void Session::notice(const std::string &text) const
 {
-    err << (json ? dump(Json{{"notice", text}}) : "cgctl: " + text) << std::endl;
+    err << (json ? dump(Json{{"notice", text}}) : program + ": " + text) << std::endl;
 }
 
 void Session::error(const std::string &text) const
 {
-    err << (json ? dump(Json{{"error", text}}) : "cgctl: " + text) << std::endl;
+    err << (json ? dump(Json{{"error", text}}) : program + ": " + text) << std::endl;
 }
 
 void Session::line(const std::string &text) const

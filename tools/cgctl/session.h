@@ -21,6 +21,7 @@ struct Session {
     bool has_command = false;           // a "--" was among the arguments
     std::vector<std::string> command{}; // what stood behind it
     std::function<int()> action{};      // what the chosen verb does; returns an exit status
+    std::string program = "cgctl";      // who says so, before each message
 
     // Writes a live message: a line, or with --json {"notice": ...}. Flushed at once.
     void notice(const std::string &text) const;

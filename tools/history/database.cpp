@@ -18,10 +18,20 @@ using std::chrono::milliseconds;
 // notifications to take.
 constexpr int patience_ms = 500;
 
-bool is_damage(int code)
+Error::Kind kind_of(int code)
 {
-    const int primary = code & 0xFF;
-    return primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB;
+    switch (code & 0xFF) { // the rest of the bits say more
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+        return Error::Kind::damaged;
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+    case SQLITE_FULL:
+    case SQLITE_IOERR:
+        return Error::Kind::passing;
+    default:
+        return Error::Kind::refused;
+    }
 }
 
 // As a file: address, in which all but plain characters are written %XX.
@@ -162,7 +172,7 @@ Database::Database(const std::string &path, Access access) : path_(path)
 void Database::fail(int code, const char *doing) const
 {
     const std::string reason = handle_ ? sqlite3_errmsg(handle_.get()) : sqlite3_errstr(code);
-    throw Error("cannot " + std::string(doing) + " the history " + path_ + ": " + reason, is_damage(code));
+    throw Error("cannot " + std::string(doing) + " the history " + path_ + ": " + reason, kind_of(code));
 }
 
 void Database::run(const char *sql) const

@@ -32,15 +32,23 @@ std::string path_or_default(const std::string &given);
 class Error : public std::runtime_error
 {
 public:
-    explicit Error(const std::string &message, bool damaged = false)
-        : std::runtime_error(message), damaged_(damaged)
+    enum class Kind {
+        refused, // it will not do before somebody does something
+        damaged,
+        passing, // a full disk, or somebody who holds the file
+    };
+
+    explicit Error(const std::string &message, Kind kind = Kind::refused)
+        : std::runtime_error(message), kind_(kind)
     {
     }
     // The file is no database, or no longer one: opening it for writing anew would move it aside.
-    [[nodiscard]] bool is_damaged() const noexcept { return damaged_; }
+    [[nodiscard]] bool is_damaged() const noexcept { return kind_ == Kind::damaged; }
+    // To try it again later may help.
+    [[nodiscard]] bool will_pass() const noexcept { return kind_ == Kind::passing; }
 
 private:
-    bool damaged_;
+    Kind kind_;
 };
 
 // Which decisions are wanted: those for which all that is given here holds.

@@ -89,7 +89,7 @@ void Writer::open(Time now)
     bring_up_to_date(*database_);
     Statement check(*database_, "PRAGMA quick_check(1)");
     if (check.step() && check.text(0) != "ok") {
-        throw Error(path_ + " is damaged: " + check.text(0), true);
+        throw Error(path_ + " is damaged: " + check.text(0), Error::Kind::damaged);
     }
     last_alive_ = noted_time(*database_, alive_note);
     if (!noted_time(*database_, begun_note)) {
@@ -147,7 +147,7 @@ int64_t Writer::begin_gap(Time from, const std::string &why)
 
 void Writer::end_gap(int64_t gap, Time until)
 {
-    Statement(*database_, "UPDATE gaps SET until_at = ? WHERE id = ?").with(until, gap).run();
+    Statement(*database_, "UPDATE gaps SET until_at = max(from_at, ?) WHERE id = ?").with(until, gap).run();
 }
 
 void Writer::add_life(const LifeEvent &event)

@@ -36,6 +36,8 @@ public:
 
     // Everything below throws Error; then the file is as it was before the call.
 
+    // Times may run backwards where a clock was set: a gap is never shorter than nothing.
+
     // A check that ended: it is no open one from now on.
     void add(const Decision &decision);
     // A check that stands, in place of what was known of it.

@@ -362,6 +362,76 @@ TEST_F(CardTrackerTest, ARememberedDecisionGivesWayToTheStore)
     EXPECT_EQ(shown().since, std::nullopt);
 }
 
+TEST_F(CardTrackerTest, AnEarlierRequestsTimerEndsALaterCheckAtItsOwnTime)
+{
+    plug();
+    ask();
+    now += 100s;
+    go_offline();
+    now += 100s;
+    plug();
+    ask();
+    now += 10s;
+    answer("m1");
+    now += 90s; // 300 after the first request
+    end(true);
+    ASSERT_EQ(decisions.size(), 2U);
+    EXPECT_EQ(decisions[1].outcome, Outcome::silence);
+    EXPECT_THAT(decisions[1].silent, ElementsAre("m2", "m3"));
+}
+
+TEST_F(CardTrackerTest, ARememberedCheckThatIsTooOldToStandEndsUnseen)
+{
+    tracker.remember_card(card(true));
+    tracker.remember_open(slot3, now - 400s, {"m2"}, {});
+    plug(true);
+    ask(true);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
+    EXPECT_EQ(shown().state, State::waiting);
+    EXPECT_EQ(shown().requested_at, std::nullopt);
+}
+
+TEST_F(CardTrackerTest, ARememberedCardThatIsGoneStillHasItsName)
+{
+    tracker.remember_card(card(true));
+    tracker.remember_open(slot3, now - 10s, {"m2"}, {});
+    tracker.snapshot_done(now);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
+    EXPECT_EQ(decisions[0].card.name, "lc");
+    EXPECT_EQ(shown().state, State::absent);
+}
+
+TEST_F(CardTrackerTest, AFreshDaemonHasReadItsModulesAnew)
+{
+    int told = 0;
+    tracker.on_fresh_daemon([&] {
+        ++told;
+        tracker.set_modules({"m1", "m4"});
+    });
+    plug();
+    ask();
+    EXPECT_EQ(told, 0);
+    ask();
+    EXPECT_EQ(told, 1);
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m4"));
+}
+
+TEST_F(CardTrackerTest, AnswersWithoutEndAreNotKeptWithoutEnd)
+{
+    plug();
+    ask();
+    answer("m1", 0, "first");
+    for (int i = 0; i < 1000; ++i) {
+        answer("m2");
+        answer("stranger" + std::to_string(i));
+    }
+    EXPECT_EQ(shown().answers.size(), 33U);
+    EXPECT_EQ(shown().answers.front().reason, "first");
+    EXPECT_EQ(shown().answers.back().module, "stranger999");
+}
+
 TEST_F(CardTrackerTest, APulledCardIsAbsentAndForgottenWhenNothingNamesIt)
 {
     plug();

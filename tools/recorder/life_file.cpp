@@ -1,0 +1,104 @@
+// The file in which the daemon's service unit notes each start and end.
+#include "life_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+#include "child_process.h"
+#include "text.h"
+
+namespace recorder
+{
+
+namespace
+{
+
+// The unit's script keeps it far below that. The daemon's account could write what it likes.
+constexpr std::size_t most_at_once = std::size_t{256} << 10U;
+constexpr std::size_t longest_word = 16;
+
+bool is_word(const std::string &text)
+{
+    return !text.empty() && text.size() <= longest_word &&
+           text.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-") ==
+               std::string::npos;
+}
+
+std::string read_from(int file, long offset)
+{
+    std::string text(most_at_once, '\0');
+    const ssize_t count = pread(file, text.data(), text.size(), offset);
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    return text;
+}
+
+} // namespace
+
+std::optional<history::LifeEvent> parse_life(const std::string &line)
+{
+    const std::vector<std::string> words = cgctl::split(line, ' ');
+    if (words.size() < 3) {
+        return std::nullopt;
+    }
+    const auto at = cgctl::to_number(words[0], 0, INT64_MAX / 1'000'000);
+    history::LifeEvent event;
+    event.at = history::Time(std::chrono::milliseconds(at.value_or(0)));
+    event.is_start = words[1] == "start";
+    if (event.is_start && at && words.size() == 3) {
+        event.pid = cgctl::to_number(words[2], 0, INT32_MAX).value_or(0);
+        return event;
+    }
+    if (words[1] == "exit" && at && words.size() == 4 && is_word(words[2]) && is_word(words[3])) {
+        event.code = words[2];
+        event.status = words[3];
+        return event;
+    }
+    return std::nullopt;
+}
+
+LifeFile::LifeFile(std::string path, std::string last_line)
+    : path_(std::move(path)), last_line_(std::move(last_line))
+{
+}
+
+// Whole lines only: the last one may be about to be written.
+std::string LifeFile::read_news()
+{
+    // A pipe in its place would hold us up.
+    const cgctl::Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    struct stat status {
+    };
+    readable_ = file.get() >= 0 && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+    if (!readable_) {
+        inode_ = 0;
+        return "";
+    }
+    const bool is_same = status.st_ino == inode_ && status.st_size >= offset_;
+    std::string news = read_from(file.get(), is_same ? offset_ : 0);
+    news.resize(news.rfind('\n') == std::string::npos ? 0 : news.rfind('\n') + 1);
+    offset_ = (is_same ? offset_ : 0) + static_cast<long>(news.size());
+    inode_ = status.st_ino;
+    if (!is_same && !last_line_.empty()) {
+        const std::size_t known = ('\n' + news).rfind('\n' + last_line_ + '\n');
+        news.erase(0, known == std::string::npos ? 0 : known + last_line_.size() + 1);
+    }
+    return news;
+}
+
+std::vector<history::LifeEvent> LifeFile::poll()
+{
+    std::vector<history::LifeEvent> events;
+    for (const std::string &line : cgctl::split(read_news(), '\n')) {
+        if (const auto event = parse_life(line)) {
+            events.push_back(*event);
+            last_line_ = line;
+        }
+    }
+    return events;
+}
+
+} // namespace recorder

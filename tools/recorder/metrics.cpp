@@ -1,0 +1,197 @@
+// What the recorder tells Prometheus.
+#include "metrics.h"
+
+#include <prometheus/counter.h>
+#include <prometheus/gauge.h>
+#include <prometheus/histogram.h>
+
+#include <array>
+#include <csignal>
+#include <cstring>
+
+#include "text.h"
+
+namespace recorder
+{
+
+namespace
+{
+
+using prometheus::Counter;
+using prometheus::Family;
+using prometheus::Gauge;
+using prometheus::Histogram;
+using prometheus::Registry;
+
+constexpr const char *others = "other";
+constexpr std::size_t longest_label = 60; // a module's name of 15 bytes, each of them as \xHH
+
+const Histogram::BucketBoundaries &answer_buckets()
+{
+    static const Histogram::BucketBoundaries buckets{0.1, 0.3, 1, 3, 10, 30, 60, 120, 180, 240, 300};
+    return buckets;
+}
+
+Family<Counter> &counter(Registry &registry, const char *name, const char *what)
+{
+    const std::string help = std::string(what) + " since cg_recorderd started.";
+    return prometheus::BuildCounter().Name(name).Help(help).Register(registry);
+}
+
+Family<Gauge> &gauge(Registry &registry, const char *name, const char *help)
+{
+    return prometheus::BuildGauge().Name(name).Help(help).Register(registry);
+}
+
+constexpr std::array all_states{
+    admission::State::absent,  admission::State::offline, admission::State::undecided,
+    admission::State::waiting, admission::State::passed,  admission::State::silence,
+    admission::State::denied,  admission::State::exempt,  admission::State::unasked,
+};
+
+} // namespace
+
+struct Metrics::Families {
+    explicit Families(Registry &registry);
+
+    Family<Counter> &decisions;
+    Family<Counter> &silences;
+    Counter &cards_by_silence;
+    Gauge &waiting;
+    Family<Gauge> &cards;
+    Family<Histogram> &answers;
+    Counter &outages;
+    Counter &starts;
+    Family<Counter> &exits;
+    Counter &gaps;
+    Counter &write_failures;
+};
+
+Metrics::Families::Families(Registry &registry)
+    : decisions(counter(registry, "cg_decisions_total",
+                        "Checks that ended, by outcome and by the module whose answer decided,")),
+      silences(counter(registry, "cg_admissions_by_silence_total",
+                       "Cards admitted because the time was up, by each module that was silent,")),
+      cards_by_silence(counter(registry, "cg_cards_admitted_by_silence_total",
+                               "Cards admitted because the time was up, each counted once,")
+                           .Add({})),
+      waiting(gauge(registry, "cg_cards_waiting", "Cards that wait for an answer now.").Add({})),
+      cards(gauge(registry, "cg_cards", "Cards by state now.")),
+      answers(prometheus::BuildHistogram()
+                  .Name("cg_module_answer_seconds")
+                  .Help("Time from a request to a module's answer, of checks that ended since cg_recorderd "
+                        "started.")
+                  .Register(registry)),
+      outages(counter(registry, "cg_store_outages_total", "Losses of the connection to the store").Add({})),
+      starts(counter(registry, "cg_daemon_starts_total", "Starts of the daemon's service").Add({})),
+      exits(counter(
+          registry, "cg_daemon_exits_total",
+          "Ends of the daemon's service, by exit status or signal; 77 is its wish to be started afresh,")),
+      gaps(counter(registry, "cg_recorder_gaps_total", "Times in which decisions may have been missed")
+               .Add({})),
+      write_failures(
+          counter(registry, "cg_history_write_failures_total", "Attempts to write the history that failed")
+              .Add({}))
+{
+    gauge(registry, "cg_build_info", "1, with the recorder's version.")
+        .Add({{"version", RECORDER_VERSION}})
+        .Set(1);
+    exits.Add({{"status", "77"}}); // alarms are made of its first increase
+}
+
+Metrics::Metrics()
+    : registry_(std::make_shared<Registry>()), families_(std::make_unique<Families>(*registry_))
+{
+}
+
+Metrics::~Metrics() = default;
+
+void Metrics::set_modules(const std::vector<std::string> &modules)
+{
+    modules_ = {modules.begin(), modules.end()};
+    for (const std::string &module : modules) {
+        families_->silences.Add({{"module", label_of(module)}});
+        families_->answers.Add({{"module", label_of(module)}}, answer_buckets());
+    }
+}
+
+std::string Metrics::label_of(const std::string &module) const
+{
+    return modules_.contains(module) ? cgctl::visible(module, longest_label) : others;
+}
+
+void Metrics::count(const admission::Decision &decision)
+{
+    const std::string decider = decision.decider.empty() ? "" : label_of(decision.decider);
+    families_->decisions.Add({{"outcome", admission::word_of(decision.outcome)}, {"decider", decider}})
+        .Increment();
+    if (decision.outcome == admission::Outcome::silence) {
+        families_->cards_by_silence.Increment();
+    }
+    for (const std::string &module : decision.silent) {
+        families_->silences.Add({{"module", label_of(module)}}).Increment();
+    }
+    for (const admission::Answer &answer : decision.answers) {
+        if (answer.took) {
+            families_->answers.Add({{"module", label_of(answer.module)}}, answer_buckets())
+                .Observe(std::chrono::duration<double>(*answer.took).count());
+        }
+    }
+}
+
+void Metrics::show(const std::vector<const admission::TrackedCard *> &cards)
+{
+    std::array<int, all_states.size()> numbers{};
+    for (const admission::TrackedCard *card : cards) {
+        ++numbers.at(static_cast<std::size_t>(card->state));
+    }
+    for (const admission::State state : all_states) {
+        if (state != admission::State::absent) {
+            families_->cards.Add({{"state", admission::word_of(state)}})
+                .Set(numbers.at(static_cast<std::size_t>(state)));
+        }
+    }
+    families_->waiting.Set(numbers.at(static_cast<std::size_t>(admission::State::waiting)));
+}
+
+void Metrics::count(const history::LifeEvent &event)
+{
+    if (event.is_start) {
+        families_->starts.Increment();
+    } else {
+        families_->exits.Add({{"status", exit_label(event)}}).Increment();
+    }
+}
+
+void Metrics::count_outage()
+{
+    families_->outages.Increment();
+}
+
+void Metrics::count_gap()
+{
+    families_->gaps.Increment();
+}
+
+void Metrics::count_write_failure()
+{
+    families_->write_failures.Increment();
+}
+
+std::string exit_label(const history::LifeEvent &event)
+{
+    constexpr int64_t most = 255;
+    if (event.code == "exited") {
+        const auto status = cgctl::to_number(event.status, 0, most);
+        return status ? std::to_string(*status) : others;
+    }
+    for (int number = 1; number < NSIG; ++number) {
+        const char *name = sigabbrev_np(number);
+        if (name != nullptr && event.status == name) {
+            return event.status;
+        }
+    }
+    return others;
+}
+
+} // namespace recorder

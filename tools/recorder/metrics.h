@@ -1,0 +1,55 @@
+// What the recorder tells Prometheus.
+//
+// Modules and stores are not trusted with labels: a name makes a series of its own only when the modules'
+// folder has it, so nobody but its owner can make more of them.
+#ifndef RECORDER_METRICS_H
+#define RECORDER_METRICS_H
+
+#include <prometheus/registry.h>
+
+#include <memory>
+#include <set>
+#include <string>
+
+#include "admission/card_tracker.h"
+#include "history/history.h"
+
+namespace recorder
+{
+
+class Metrics
+{
+public:
+    Metrics();
+    ~Metrics();
+    Metrics(const Metrics &) = delete;
+    Metrics &operator=(const Metrics &) = delete;
+
+    // For whoever serves it. Other threads may read it while what follows is called.
+    [[nodiscard]] std::shared_ptr<prometheus::Registry> registry() const { return registry_; }
+
+    // The modules that have a name in labels; their series begin at 0.
+    void set_modules(const std::vector<std::string> &modules);
+    void count(const admission::Decision &decision);
+    void show(const std::vector<const admission::TrackedCard *> &cards);
+    void count(const history::LifeEvent &event);
+    void count_outage();
+    void count_gap();
+    void count_write_failure();
+
+private:
+    struct Families;
+
+    [[nodiscard]] std::string label_of(const std::string &module) const;
+
+    std::shared_ptr<prometheus::Registry> registry_;
+    std::unique_ptr<Families> families_;
+    std::set<std::string> modules_;
+};
+
+// How a daemon ended, as a label: a number of 0 to 255, a signal's name, or "other".
+std::string exit_label(const history::LifeEvent &event);
+
+} // namespace recorder
+
+#endif

@@ -1,0 +1,59 @@
+// What is to be written into the history, kept until it is.
+//
+// A full disk or a file that somebody holds passes; what was decided meanwhile is not to be lost by it, nor
+// is the recorder to stand still. So each write is tried at once, waits in memory when it fails, and is tried
+// again, in order, until memory too has its limit.
+#ifndef RECORDER_OUTBOX_H
+#define RECORDER_OUTBOX_H
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "history/writer.h"
+
+namespace recorder
+{
+
+inline constexpr std::size_t most_waiting = 10000;
+
+class Outbox
+{
+public:
+    using Write = std::function<void(history::Writer &)>;
+    using Teller = std::function<void(const std::string &)>;
+
+    // Opens the history. Throws history::Error when it cannot, unless that will pass.
+    // `failed` is called for each attempt that failed.
+    Outbox(std::string path, history::Time now, Teller tell, std::function<void()> failed);
+
+    // Null while the file cannot be opened.
+    [[nodiscard]] history::Writer *writer() const { return writer_.get(); }
+
+    // Writes, or keeps it for flush().
+    void put(Write write, history::Time now);
+    // Tries what waits again.
+    void flush(history::Time now);
+    [[nodiscard]] std::size_t waiting() const { return waiting_.size(); }
+
+    // Like put(), for what is not worth keeping. Returns whether it was done.
+    bool attempt(const Write &write, history::Time now);
+
+private:
+    bool open(history::Time now);
+    void take_failure(const history::Error &error);
+    void drop_oldest(history::Time now);
+
+    std::string path_;
+    Teller tell_;
+    std::function<void()> failed_;
+    std::unique_ptr<history::Writer> writer_;
+    std::deque<Write> waiting_;
+    bool failing_ = false;
+    bool dropping_ = false;
+};
+
+} // namespace recorder
+
+#endif

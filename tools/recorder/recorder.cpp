@@ -1,0 +1,243 @@
+// The recorder: what the store tells goes through the tracker into the history and the metrics.
+#include "recorder.h"
+
+#include <utility>
+
+#include "admission/feed.h"
+#include "module_folder.h"
+#include "text.h"
+
+namespace recorder
+{
+
+namespace
+{
+
+constexpr std::chrono::seconds alive_interval{30};
+constexpr const char *life_note = "life";
+
+history::OpenCheck open_check(const admission::TrackedCard &card)
+{
+    return {card.card, card.requested_at, card.waiting_for, card.answers};
+}
+
+std::string last_life(const Outbox &outbox)
+{
+    return outbox.writer() == nullptr ? "" : outbox.writer()->note(life_note);
+}
+
+} // namespace
+
+Recorder::Recorder(Settings settings, Metrics &metrics, Teller tell, Time now)
+    : settings_(std::move(settings)), metrics_(metrics), tell_(std::move(tell)),
+      outbox_(settings_.history, now, tell_, [this] { metrics_.count_write_failure(); }),
+      tracker_([this](const admission::Decision &decision) { record(decision); }, settings_.silence_after),
+      life_(settings_.life, last_life(outbox_)), now_(now)
+{
+    tracker_.on_fresh_daemon([this] { read_modules(); });
+    read_life(now, false);
+    read_modules();
+    if (history::Writer *writer = outbox_.writer()) {
+        remember(*writer);
+        if (writer->last_alive()) {
+            begin_gap(*writer->last_alive(), "the recorder was not running", now);
+        }
+    }
+    tick(now);
+}
+
+void Recorder::remember(history::Writer &writer)
+{
+    for (const history::Decision &decision : writer.last_decisions()) {
+        tracker_.remember_decision(decision);
+    }
+    for (const history::OpenCheck &check : writer.open_checks()) {
+        const history::Position &position = check.card.position;
+        written_[position].answers = SIZE_MAX; // so that it is written anew, or erased
+        tracker_.remember_card(check.card);
+        tracker_.remember_open(position, check.requested_at, check.waiting_for, check.answers);
+    }
+}
+
+// The daemon reads its folder when it starts and when its store returns. Where nobody tells of its starts,
+// the folder as it is now is the best guess.
+void Recorder::take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time now)
+{
+    now_ = now;
+    read_life(now, true);
+    if (!life_.is_readable() && !existing) {
+        read_modules();
+    }
+    admission::feed(tracker_, cmd, record, existing, now);
+}
+
+void Recorder::could_not_read(const std::string &type, Time now)
+{
+    now_ = now;
+    tell_("a record of " + type + " could not be read; a decision may be missing");
+    metrics_.count_gap();
+    outbox_.put(
+        [now](history::Writer &writer) {
+            writer.add_gap({now, now, "a record could not be read"});
+        },
+        now);
+}
+
+void Recorder::store_lost(Time now)
+{
+    now_ = now;
+    if (!gap_) {
+        metrics_.count_outage();
+    }
+    begin_gap(now, "the store was away", now);
+}
+
+void Recorder::store_returns(Time now)
+{
+    now_ = now;
+    read_modules();
+}
+
+void Recorder::snapshot_done(Time now)
+{
+    now_ = now;
+    tracker_.snapshot_done(now);
+    has_snapshot_ = true;
+    end_gap(now);
+    settle(now);
+}
+
+bool Recorder::tick(Time now)
+{
+    now_ = now;
+    read_life(now, true);
+    if (!life_.is_readable()) {
+        read_modules();
+    }
+    outbox_.flush(now);
+    settle(now);
+    bool more = false;
+    if (!last_alive_ || now - *last_alive_ >= alive_interval || now < *last_alive_) {
+        last_alive_ = now;
+        outbox_.attempt([now](history::Writer &writer) { writer.alive(now); }, now);
+    }
+    outbox_.attempt([&](history::Writer &writer) { more = writer.trim(settings_.limits, now); }, now);
+    return more;
+}
+
+void Recorder::settle(Time now)
+{
+    now_ = now;
+    if (!has_snapshot_) {
+        return; // which of the remembered checks still stand is not known
+    }
+    std::map<history::Position, Written> standing;
+    for (const admission::TrackedCard *card : tracker_.cards()) {
+        if (!card->request) {
+            continue;
+        }
+        const auto last = card->answers.empty() ? std::nullopt : std::optional(card->answers.back().at);
+        const history::Position &position = card->card.position;
+        standing[position] = {card->requested_at, card->answers.size(), last, card->waiting_for};
+        const auto found = written_.find(position);
+        if (found == written_.end() || found->second != standing[position]) {
+            outbox_.put([check = open_check(*card)](history::Writer &writer) { writer.set_open(check); },
+                        now);
+        }
+    }
+    for (const auto &[position, ignored] : written_) {
+        if (!standing.contains(position)) {
+            outbox_.put([at = position](history::Writer &writer) { writer.close_open(at); }, now);
+        }
+    }
+    written_ = std::move(standing);
+    metrics_.show(tracker_.cards());
+}
+
+// A gap that still lasts is left open: the next start ends it.
+void Recorder::end(Time now)
+{
+    settle(now);
+    outbox_.put([now](history::Writer &writer) { writer.alive(now); }, now);
+    outbox_.flush(now);
+    if (outbox_.waiting() > 0) {
+        tell_(std::to_string(outbox_.waiting()) + " changes could not be written and are lost");
+    }
+}
+
+void Recorder::record(const admission::Decision &decision)
+{
+    metrics_.count(decision);
+    outbox_.put([decision](history::Writer &writer) { writer.add(decision); }, now_);
+}
+
+// What the daemon would take: a folder that cannot be read has no modules.
+void Recorder::read_modules()
+{
+    const cgctl::ModuleFolder folder = cgctl::read_module_folder(settings_.modules);
+    std::vector<std::string> names;
+    for (const cgctl::ModuleEntry &module : folder.entries) {
+        if (names.size() < cgctl::most_modules) {
+            names.push_back(module.name);
+        }
+    }
+    if (folder.problem != folder_problem_) {
+        folder_problem_ = folder.problem;
+        if (!folder.readable) {
+            tell_("the modules' folder " + settings_.modules + " cannot be read: " + folder.problem);
+        }
+    }
+    if (names != modules_) {
+        modules_ = names;
+        metrics_.set_modules(names);
+        tracker_.set_modules(std::move(names));
+    }
+}
+
+void Recorder::read_life(Time now, bool count)
+{
+    bool started = false;
+    for (const history::LifeEvent &event : life_.poll()) {
+        started = started || event.is_start;
+        if (count) {
+            metrics_.count(event);
+        }
+        outbox_.put(
+            [event, line = life_.last_line()](history::Writer &writer) {
+                writer.add_life(event);
+                writer.set_note(life_note, line);
+            },
+            now);
+    }
+    if (started) {
+        read_modules();
+    }
+}
+
+void Recorder::begin_gap(Time from, const std::string &why, Time now)
+{
+    if (gap_) {
+        return;
+    }
+    metrics_.count_gap();
+    gap_ = Silence{from, std::make_shared<std::optional<int64_t>>()};
+    outbox_.put([row = gap_->row, from, why](history::Writer &writer) { *row = writer.begin_gap(from, why); },
+                now);
+}
+
+void Recorder::end_gap(Time now)
+{
+    if (!gap_) {
+        return;
+    }
+    outbox_.put(
+        [row = gap_->row, now](history::Writer &writer) {
+            if (*row) {
+                writer.end_gap(**row, now);
+            }
+        },
+        now);
+    gap_.reset();
+}
+
+} // namespace recorder

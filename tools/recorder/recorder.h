@@ -1,0 +1,96 @@
+// The recorder: what the store tells goes through the tracker into the history and the metrics.
+//
+// It has no store, loop or clock of its own: main hands them in, so that tests can.
+#ifndef RECORDER_RECORDER_H
+#define RECORDER_RECORDER_H
+
+#include <protobuf-c/protobuf-c.h>
+
+#include <map>
+#include <optional>
+
+#include "admission/card_tracker.h"
+#include "life_file.h"
+#include "metrics.h"
+#include "outbox.h"
+
+namespace recorder
+{
+
+struct Settings {
+    std::string history{};
+    std::string modules{};
+    std::string life{};
+    history::Limits limits{};
+    std::chrono::milliseconds silence_after = admission::check_timeout;
+};
+
+class Recorder
+{
+public:
+    using Time = history::Time;
+    using Teller = std::function<void(const std::string &)>;
+
+    // Opens the history and takes from it what was open. Throws history::Error.
+    Recorder(Settings settings, Metrics &metrics, Teller tell, Time now);
+
+    // A change, as admission::feed() takes it.
+    void take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time now);
+    // A record changed, and the store could not say how.
+    void could_not_read(const std::string &type, Time now);
+    // A database's connection is lost, or it is back and everything in it is about to be told anew.
+    void store_lost(Time now);
+    void store_returns(Time now);
+    // All existing records were told.
+    void snapshot_done(Time now);
+
+    // For every few seconds. Returns whether there is more to do soon.
+    bool tick(Time now);
+    // For shortly after changes: writes what became of the open checks.
+    void settle(Time now);
+    // The end: what is not written by now is lost.
+    void end(Time now);
+
+    [[nodiscard]] const admission::CardTracker &tracker() const { return tracker_; }
+    [[nodiscard]] const std::string &path() const { return settings_.history; }
+
+private:
+    // What is in the file of an open check.
+    struct Written {
+        std::optional<Time> requested_at{};
+        std::size_t answers = 0;
+        std::optional<Time> last_answer{};
+        std::vector<std::string> waiting_for{};
+        friend bool operator==(const Written &, const Written &) = default;
+    };
+    // A time in which nothing is heard.
+    struct Silence {
+        Time from{};
+        std::shared_ptr<std::optional<int64_t>> row{}; // once it is in the file
+    };
+
+    void remember(history::Writer &writer);
+    void record(const admission::Decision &decision);
+    void read_modules();
+    void read_life(Time now, bool count);
+    void begin_gap(Time from, const std::string &why, Time now);
+    void end_gap(Time now);
+
+    Settings settings_;
+    Metrics &metrics_;
+    Teller tell_;
+    Outbox outbox_;
+    admission::CardTracker tracker_;
+    LifeFile life_;
+    std::vector<std::string> modules_;
+    std::string folder_problem_;
+    std::map<history::Position, Written> written_;
+    std::optional<Silence> gap_;
+    bool has_snapshot_ = false;
+    std::optional<Time> last_alive_;
+    Time now_{};
+};
+
+} // namespace recorder
+
+#endif

@@ -1,0 +1,159 @@
+// The recorder on the event loop: subscriptions, timers, metrics over HTTP.
+//
+// "Ready" is said when the loop turns, with the store or without: a recorder that waits for its store is no
+// failed one. The watchdog hangs on the same loop.
+#include "service.h"
+
+#include <prometheus/exposer.h>
+
+#include <set>
+
+#include "admission/feed.h"
+#include "failure.h"
+#include "ham.h"
+#include "live.h"
+
+namespace recorder
+{
+
+namespace
+{
+
+constexpr int64_t tick_ms = 2000;
+constexpr int64_t busy_tick_ms = 100; // while there is something to clean up
+constexpr int64_t settle_ms = 200;
+
+history::Time now()
+{
+    return std::chrono::system_clock::now();
+}
+
+class Service
+{
+public:
+    Service(const cgctl::Session &session, const Options &options);
+    void run();
+
+private:
+    void take(const cgctl::Change &change);
+    void take_subscribed(const cgctl::RecordType &type);
+    void take_outage(int32_t db, bool lost);
+    void settle_soon();
+    void tick();
+
+    const cgctl::Session &session_;
+    Metrics metrics_;
+    Recorder recorder_;
+    std::unique_ptr<prometheus::Exposer> exposer_;
+    cgctl::Store store_;
+    cgctl::Live live_;
+    std::set<const cgctl::RecordType *> in_place_; // types whose existing records were told
+    bool settling_ = false;
+    bool waited_ = false;
+};
+
+// Whoever wants the port has it: then nobody would hear of silences, so it is no small thing.
+std::unique_ptr<prometheus::Exposer> expose(const cgctl::Session &session, const Options &options,
+                                            Metrics &metrics)
+{
+    if (options.listen.empty()) {
+        return nullptr;
+    }
+    std::unique_ptr<prometheus::Exposer> exposer;
+    try {
+        exposer = std::make_unique<prometheus::Exposer>(options.listen);
+    } catch (const std::exception &) {
+        throw cgctl::Failure(cgctl::failed, "metrics cannot be served at " + options.listen +
+                                                "; choose a free port by --listen, or off");
+    }
+    exposer->RegisterCollectable(metrics.registry());
+    session.notice("metrics are at http://" + options.listen.substr(0, options.listen.rfind(':')) + ':' +
+                   std::to_string(exposer->GetListeningPorts().front()) + "/metrics");
+    return exposer;
+}
+
+Service::Service(const cgctl::Session &session, const Options &options)
+    : session_(session),
+      recorder_(
+          options.settings, metrics_, [&session](const std::string &text) { session.notice(text); }, now()),
+      exposer_(expose(session, options, metrics_)), store_(session), live_(session, store_)
+{
+    live_.on_outage([this](int32_t db, bool lost) { take_outage(db, lost); });
+    for (const admission::TrackedType &type : admission::tracked_types()) {
+        live_.subscribe(
+            cgctl::record_type(type.descriptor->name), type.db,
+            [this](const cgctl::Change &change) { take(change); }, cgctl::Live::Absent::awaited);
+    }
+    live_.after(tick_ms, [this] { tick(); });
+}
+
+void Service::run()
+{
+    session_.notice("recording into " + recorder_.path());
+    if (reg_process_exit_action(0, 0) != 0) {
+        throw cgctl::Failure(cgctl::failed, "the process manager at NOTIFY_SOCKET cannot be reached");
+    }
+    live_.run();
+    recorder_.end(now());
+    session_.notice("stopped");
+}
+
+void Service::take(const cgctl::Change &change)
+{
+    if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
+        take_subscribed(change.type);
+    } else if (change.error_code != 0) {
+        recorder_.could_not_read(change.type.name(), now());
+    } else if (change.message != nullptr) {
+        recorder_.take(change.cmd, *change.message, change.existing, now());
+        settle_soon();
+    }
+}
+
+void Service::take_subscribed(const cgctl::RecordType &type)
+{
+    in_place_.insert(&type);
+    if (in_place_.size() == admission::tracked_types().size()) {
+        session_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
+                        " positions");
+        recorder_.snapshot_done(now());
+    }
+}
+
+void Service::take_outage(int32_t db, bool lost)
+{
+    std::erase_if(in_place_, [db](const cgctl::RecordType *type) { return type->db == db; });
+    lost ? recorder_.store_lost(now()) : recorder_.store_returns(now());
+}
+
+// Changes come in bursts, and the open checks are in the file a moment later all the same.
+void Service::settle_soon()
+{
+    if (!settling_) {
+        settling_ = true;
+        live_.after(settle_ms, [this] {
+            settling_ = false;
+            recorder_.settle(now());
+        });
+    }
+}
+
+void Service::tick()
+{
+    const bool is_absent = in_place_.empty();
+    if (is_absent && !waited_) {
+        session_.notice("the store does not answer yet; it is tried until it does");
+        waited_ = true;
+    }
+    const bool more = recorder_.tick(now());
+    live_.after(more ? busy_tick_ms : tick_ms, [this] { tick(); });
+}
+
+} // namespace
+
+void serve(const cgctl::Session &session, const Options &options)
+{
+    Service(session, options).run();
+}
+
+} // namespace recorder
