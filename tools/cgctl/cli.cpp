@@ -37,9 +37,10 @@ constexpr const char *description = "cgctl - look at and steer the admission of 
                                     "Exit status: 0 done, 1 failed or not found, 2 wrong usage.";
 
 constexpr const char *examples = "Examples:\n"
-                                 "  cgctl card plug 1/3/0 && cgctl list\n"
+                                 "  cgctl\n"
+                                 "  cgctl list --state waiting,denied\n"
                                  "  cgctl show 1/3/0 --json\n"
-                                 "  cgctl watch card_info app_cg_card_check_info\n"
+                                 "  cgctl doctor\n"
                                  "  cgctl module run voltage -- ./check-voltage\n"
                                  "`cgctl VERB --help` tells more about a verb.";
 
@@ -50,10 +51,21 @@ constexpr std::size_t column_width = 28;
 class HelpForm : public CLI::Formatter
 {
 public:
-    HelpForm() { column_width(cgctl::column_width); }
+    HelpForm()
+    {
+        column_width(cgctl::column_width);
+        label("SUBCOMMAND", "VERB");
+        label("Positionals", "Arguments");
+    }
+    std::string make_usage(const CLI::App *app, std::string name) const override
+    {
+        const std::string usage = CLI::Formatter::make_usage(app, std::move(name));
+        return describe(*app).takes_command ? usage.substr(0, usage.find('\n')) + " -- COMMAND [ARG...]\n"
+                                            : usage;
+    }
     std::string make_option_opts(const CLI::Option *option) const override
     {
-        const std::string value = option->get_positional() ? "" : shown_value(*option);
+        const std::string value = option->get_positional() ? shown_words(*option) : shown_value(*option);
         const bool needs = option->get_required() && !option->get_positional();
         return (value.empty() ? "" : ' ' + value) + (needs ? " (required)" : "");
     }
@@ -180,6 +192,7 @@ CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char
 {
     CLI::App *verb = app.add_subcommand(name, verb_description);
     verb->footer(std::string("Examples:\n") + verb_examples);
+    verb->group("Verbs");
     verb->add_flag("--json", session.json, "Print JSON, errors included");
     return verb;
 }

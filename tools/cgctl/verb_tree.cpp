@@ -99,11 +99,16 @@ std::string shown_value(const CLI::Option &option)
     if (option.get_type_size() == 0 || option.get_expected_max() == 0) {
         return "";
     }
-    const std::vector<std::string> words = fixed_words(option.get_type_name());
     if (option.get_positional()) {
         return option.get_name();
     }
-    return words.empty() ? option.get_type_name() : joined(words);
+    const std::string words = shown_words(option);
+    return words.empty() ? option.get_type_name() : words;
+}
+
+std::string shown_words(const CLI::Option &option)
+{
+    return joined(fixed_words(option.get_type_name()));
 }
 
 Verb describe(const CLI::App &app)

@@ -51,6 +51,9 @@ const std::vector<std::string> &known_kinds();
 // What stands for an option's value in the help.
 std::string shown_value(const CLI::Option &option);
 
+// The words of an option's fixed set, with bars between; empty without one.
+std::string shown_words(const CLI::Option &option);
+
 } // namespace cgctl
 
 #endif

@@ -98,6 +98,19 @@ TEST(Help, OfEveryVerbShowsItsExamplesOptionsAndTheirValues)
     });
 }
 
+TEST(Help, SaysWhereACommandMayFollow)
+{
+    EXPECT_NE(run_cgctl({"module", "run", "--help"}).out.find("[OPTIONS] NAME -- COMMAND [ARG...]\n"),
+              std::string::npos);
+    EXPECT_EQ(run_cgctl({"show", "--help"}).out.find("COMMAND"), std::string::npos);
+}
+
+TEST(Help, ShowsTheWordsThatAnArgumentMayBe)
+{
+    EXPECT_NE(run_cgctl({"role", "--help"}).out.find("ROLE master|slave|candidate|none"), std::string::npos);
+    EXPECT_NE(run_cgctl({"completion", "--help"}).out.find("SHELL bash|zsh"), std::string::npos);
+}
+
 TEST(Help, LeavesOutWhatIsNotForPeople)
 {
     for (const Verb &verb : all_verbs().verbs) {
