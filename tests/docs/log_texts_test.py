@@ -18,6 +18,20 @@ DAEMON = (re.compile(r"APP_CG_(?:FATAL|ERROR|WARN)\(\s*" + LITERALS),
 PLATFORM = (re.compile(r"PLATFORM_LOG\(\s*(?:platform::)?log_(?:warn|error),\s*" + LITERALS),
             re.compile(r"tell_starter\(\s*" + LITERALS), re.compile(r"perror\(\s*" + LITERALS),
             re.compile(r"fprintf\(stderr,\s*(?=\"platform: )" + LITERALS))
+# The recorder's messages are put together; what is looked for is the first long literal of each.
+RECORDER = re.compile(r'(?:\btell_|\bnotice|cgctl::Failure)\(((?:[^";]|"(?:[^"\\]|\\.)*")*);')
+LONG = 12
+
+
+def recorder_texts() -> set[str]:
+    """What the recorder tells, as the page shortens it."""
+    found = set()
+    for name in ("outbox.cpp", "recorder.cpp", "service.cpp"):
+        source = (ROOT / "tools" / "recorder" / name).read_text(encoding="utf-8")
+        for call in RECORDER.findall(source):
+            literals = [text for text in re.findall(r'"((?:[^"\\]|\\.)*)"', call) if len(text) >= LONG]
+            found |= {text.strip() for text in literals[:1]}
+    return found
 
 
 def texts(folder: str, calls: tuple) -> set[str]:
@@ -52,7 +66,8 @@ class LogTextsTest(unittest.TestCase):
         daemon, platform = texts("src", DAEMON), texts("builtin", PLATFORM)
         self.assertGreaterEqual(len(daemon), 60)
         self.assertGreaterEqual(len(platform), 25)
-        return daemon | platform
+        self.assertGreaterEqual(len(recorder_texts()), 8)
+        return daemon | platform | recorder_texts()
 
     def test_every_text_is_there_and_none_besides(self) -> None:
         alarm = "The admission gate app_cg is down"
@@ -65,6 +80,12 @@ class LogTextsTest(unittest.TestCase):
                 meaning = re.sub(r"^- `.*`$", "", text.split("**Do:**")[0], flags=re.MULTILINE)
                 self.assertTrue(meaning.strip(), "no meaning")
                 self.assertRegex(text, r"\*\*Do:\*\* \S")
+
+    def test_the_metrics_in_conditions_are_those_of_the_recorder(self) -> None:
+        source = (ROOT / "tools" / "recorder" / "metrics.cpp").read_text(encoding="utf-8")
+        named = set(re.findall(r"\bcg_\w+_(?:total|waiting|seconds)\b", PAGE))
+        self.assertGreater(len(named), 4)
+        self.assertEqual(named - set(re.findall(r'"(cg_\w+)"', source)), set())
 
     def test_the_exit_statuses_are_those_of_the_manual_page(self) -> None:
         section = PAGE.split("## Exit statuses of the daemon")[1].split("\n## ")[0]
