@@ -63,9 +63,10 @@ public:
     int32_t connect();
     // Sends commands in one go and waits for all replies, whatever happens to the connection meanwhile.
     Answer ask(const std::vector<Command> &commands, Purpose purpose);
-    // Calls a function that changes records of the named type. Returns ok or an error.
-    int32_t change(const char *function, const std::vector<std::string> &keys,
-                   const std::vector<std::string> &arguments, const std::string &type);
+    // Makes a call of a function that changes records of the named type. Returns ok or an error.
+    int32_t change(Command &&call, const std::string &type);
+    // What the channels of this database begin with.
+    const std::string &channels() const { return channel_prefix_; }
     // A text that no other write bears: the server knows by it a write that is repeated.
     std::string new_mark();
     // A revision of a type was told by the server, or came with a change.

@@ -18,6 +18,7 @@ namespace
 using std::chrono::milliseconds;
 
 constexpr milliseconds longest_retry_pause{50};
+constexpr size_t first_key = 3; // of a function's call
 
 void pause_for(milliseconds span)
 {
@@ -29,15 +30,6 @@ const redisReply *first_passing(const std::vector<Reply> &replies)
     const auto found = std::find_if(replies.begin(), replies.end(),
                                     [](const Reply &reply) { return is_passing(reply.get()); });
     return found == replies.end() ? nullptr : found->get();
-}
-
-Command function_call(const char *function, const std::vector<std::string> &keys,
-                      const std::vector<std::string> &arguments)
-{
-    Command command{"FCALL", function, std::to_string(keys.size())};
-    command.insert(command.end(), keys.begin(), keys.end());
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return command;
 }
 
 Command load_functions()
@@ -113,10 +105,10 @@ Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
     }
 }
 
-int32_t Database::change(const char *function, const std::vector<std::string> &keys,
-                         const std::vector<std::string> &arguments, const std::string &type)
+int32_t Database::change(Command &&call, const std::string &type)
 {
-    std::vector<Command> commands{function_call(function, keys, arguments)};
+    std::vector<Command> commands;
+    commands.push_back(std::move(call));
     if (shared_.replicas.count > 0) {
         // Once they did not confirm, no call waits for them again until they do.
         const auto left =
@@ -135,12 +127,12 @@ int32_t Database::change(const char *function, const std::vector<std::string> &k
     }
     const std::string text = text_of(answer.replies[0].get());
     if (is_error(answer.replies[0].get())) {
-        PLATFORM_LOG(platform::log_error, "database %d: write of %s refused: %s", number_, keys[0].c_str(),
-                     text.c_str());
+        PLATFORM_LOG(platform::log_error, "database %d: write of %s refused: %s", number_,
+                     commands[0][first_key].c_str(), text.c_str());
         return refused;
     }
     uint64_t revision = 0;
-    if (!revision_of({{revision_field, text}}, 0, revision)) {
+    if (!parse_revision(text, revision)) {
         return internal_failure;
     }
     if (commands.size() > 1) {

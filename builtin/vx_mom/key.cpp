@@ -74,11 +74,17 @@ const ProtobufCMessage *index_of(const ProtobufCMessage &record, const ProtobufC
     return *static_cast<const ProtobufCMessage *const *>(member_of(record, field.offset));
 }
 
+bool is_text(const ProtobufCFieldDescriptor &field)
+{
+    return field.label != PROTOBUF_C_LABEL_REPEATED &&
+           (field.type == PROTOBUF_C_TYPE_STRING || field.type == PROTOBUF_C_TYPE_BYTES);
+}
+
 // One field of the index as it stands in the key; `index` may be null.
 void append_part(std::string &key, const ProtobufCFieldDescriptor &field, const ProtobufCMessage *index)
 {
     key += ':';
-    if (field.type == PROTOBUF_C_TYPE_STRING || field.type == PROTOBUF_C_TYPE_BYTES) {
+    if (is_text(field)) {
         append_escaped(key, index == nullptr ? std::string() : scalar_text(field, *index));
     } else {
         key += index == nullptr ? "0" : scalar_text(field, *index);
@@ -87,8 +93,11 @@ void append_part(std::string &key, const ProtobufCFieldDescriptor &field, const 
 
 bool append_index_field(const ProtobufCFieldDescriptor &field, std::string_view part, std::string &wire)
 {
+    if (!is_text(field)) {
+        return is_scalar(field) && append_scalar(field, part, wire); // nothing in a number is escaped
+    }
     std::string text;
-    return is_scalar(field) && unescape(part, text) && append_scalar(field, text, wire);
+    return unescape(part, text) && append_scalar(field, text, wire);
 }
 
 // The parts between the colons that follow the type's name; false when the key is not of the type.
@@ -163,14 +172,15 @@ bool decode_key(const ProtobufCMessageDescriptor &type, std::string_view key, st
 {
     bool known = false;
     const ProtobufCFieldDescriptor *field = index_field(type, known);
-    std::vector<std::string_view> parts;
-    if (!split(type, key, parts) || parts.size() != key_field_count(type)) {
-        return false;
-    }
     if (field == nullptr) {
-        return true;
+        return key == type.name;
     }
     const auto *index_type = static_cast<const ProtobufCMessageDescriptor *>(field->descriptor);
+    std::vector<std::string_view> parts;
+    parts.reserve(index_type->n_fields);
+    if (!split(type, key, parts) || parts.size() != index_type->n_fields) {
+        return false;
+    }
     std::string index;
     for (unsigned i = 0; i < index_type->n_fields; i++) {
         if (!append_index_field(index_type->fields[i], parts[i], index)) {

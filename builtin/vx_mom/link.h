@@ -9,6 +9,7 @@
 
 #include <hiredis/hiredis.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -46,9 +47,12 @@ public:
 
     // To be called when the descriptor is writable for the first time: whether the connection stands.
     bool finish_connecting();
+    // From now on sending and reading wait for the server, up to so long at a time. Returns whether they do.
+    bool wait_inside(std::chrono::milliseconds limit);
     void append(const Command &command);
     bool has_output() const;
-    // Sends and reads what is possible without waiting. Return false when the connection is lost.
+    // Sends and reads what is possible without waiting (but see wait_inside()). Return false when the
+    // connection is lost.
     bool send_some();
     bool read_some();
     // The next reply that has come completely; null when there is none, or the stream is broken (failed()).
@@ -60,6 +64,7 @@ private:
     };
     std::unique_ptr<redisContext, FreeContext> context_;
     std::string connect_problem_;
+    std::string request_; // the command that is being sent; kept for its memory
     bool output_left_ = false;
 };
 

@@ -16,17 +16,27 @@ namespace vx_mom
 namespace
 {
 
-std::vector<std::string> keys_of(const ProtobufCMessage &record)
+// The beginning of a call about one record, with room for its fields.
+Command begin_call(const Database &database, const char *function, const ProtobufCMessage &record,
+                   const std::string &type, size_t fields)
 {
-    const std::string type = record.descriptor->name;
-    return {encode_key(record), counter_key(type), index_key(type)};
+    Command call;
+    call.reserve(8 + 2 * fields);
+    for (const char *word : {"FCALL", function, "3"}) {
+        call.emplace_back(word);
+    }
+    call.push_back(encode_key(record));
+    call.push_back(counter_key(type));
+    call.push_back(index_key(type));
+    call.push_back(database.channels());
+    return call;
 }
 
-void append_pairs(const Fields &fields, std::vector<std::string> &arguments)
+void append_pairs(Fields &&fields, Command &call)
 {
-    for (const auto &[name, value] : fields) {
-        arguments.push_back(name);
-        arguments.push_back(value);
+    for (auto &[name, value] : fields) {
+        call.push_back(std::move(name));
+        call.push_back(std::move(value));
     }
 }
 
@@ -45,9 +55,11 @@ int32_t set(Database &database, const ProtobufCMessage &record)
     if (!encode_record(record, content)) {
         return unstorable(record);
     }
-    std::vector<std::string> arguments{channel_prefix(database.number()), database.new_mark()};
-    append_pairs(content.present, arguments);
-    return database.change(set_function, keys_of(record), arguments, record.descriptor->name);
+    const std::string type = record.descriptor->name;
+    Command call = begin_call(database, set_function, record, type, content.present.size());
+    call.push_back(database.new_mark());
+    append_pairs(std::move(content.present), call);
+    return database.change(std::move(call), type);
 }
 
 int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count)
@@ -56,17 +68,19 @@ int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t 
     if (!encode_fields(record, fields, count, content)) {
         return unstorable(record);
     }
-    std::vector<std::string> arguments{channel_prefix(database.number()), database.new_mark(),
-                                       std::to_string(2 * content.present.size())};
-    append_pairs(content.present, arguments);
-    arguments.insert(arguments.end(), content.absent.begin(), content.absent.end());
-    return database.change(hmset_function, keys_of(record), arguments, record.descriptor->name);
+    const std::string type = record.descriptor->name;
+    Command call = begin_call(database, hmset_function, record, type, static_cast<size_t>(count));
+    call.push_back(database.new_mark());
+    call.push_back(std::to_string(2 * content.present.size()));
+    append_pairs(std::move(content.present), call);
+    std::move(content.absent.begin(), content.absent.end(), std::back_inserter(call));
+    return database.change(std::move(call), type);
 }
 
 int32_t del(Database &database, const ProtobufCMessage &record)
 {
-    return database.change(del_function, keys_of(record), {channel_prefix(database.number())},
-                           record.descriptor->name);
+    const std::string type = record.descriptor->name;
+    return database.change(begin_call(database, del_function, record, type, 0), type);
 }
 
 int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count)
@@ -81,8 +95,9 @@ int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_cou
     if (given == fields) {
         return del(database, record); // one record: no need to look through the others
     }
-    return database.change(pdel_function, {counter_key(type), index_key(type)},
-                           {channel_prefix(database.number()), encode_key_prefix(record, given)}, type);
+    return database.change({"FCALL", pdel_function, "2", counter_key(type), index_key(type),
+                            database.channels(), encode_key_prefix(record, given)},
+                           type);
 }
 
 int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver,

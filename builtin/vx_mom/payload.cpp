@@ -1,7 +1,9 @@
 // Reading the published form of a change; the server's functions write it (see functions.cpp).
 #include "payload.h"
 
-#include <charconv>
+#include <algorithm>
+
+#include "shortest.h"
 
 namespace vx_mom
 {
@@ -9,20 +11,11 @@ namespace vx_mom
 namespace
 {
 
-// Only the form that is written is read: "07" and "-0" are none, so that no two payloads mean one change.
-template <typename Number>
-bool parse_number(std::string_view text, Number &number)
-{
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    return result.ec == std::errc() && result.ptr == end && std::to_string(number) == text;
-}
-
 bool take_item(std::string_view &rest, std::string_view &item)
 {
     const size_t colon = rest.find(':');
     size_t length = 0;
-    if (colon == std::string_view::npos || !parse_number(rest.substr(0, colon), length)) {
+    if (colon == std::string_view::npos || !parse_shortest(rest.substr(0, colon), length)) {
         return false;
     }
     rest.remove_prefix(colon + 1);
@@ -38,7 +31,7 @@ template <typename Number>
 bool take_number_item(std::string_view &rest, Number &number)
 {
     std::string_view item;
-    return take_item(rest, item) && parse_number(item, number);
+    return take_item(rest, item) && parse_shortest(item, number);
 }
 
 bool take_field(std::string_view &rest, Fields &fields)
@@ -62,6 +55,8 @@ bool decode_change(std::string_view payload, Change &change)
         return false;
     }
     change.fields.clear();
+    change.fields.reserve(
+        std::min<uint64_t>(count, payload.size() / 4)); // an empty name and value are "0:0:"
     for (uint64_t i = 0; i < count; i++) {
         if (!take_field(payload, change.fields)) {
             return false;

@@ -2,8 +2,9 @@
 // with one field set because the way back would then need a second, hand-filled record.
 #include "scalar.h"
 
-#include <charconv>
 #include <cstring>
+
+#include "shortest.h"
 
 namespace vx_mom
 {
@@ -27,19 +28,10 @@ Number number_at(const void *place)
 }
 
 template <typename Number>
-bool parse(std::string_view text, Number &number)
-{
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    // Only the form that would be written is read: no two texts, and so no two keys, mean one value.
-    return result.ec == std::errc() && result.ptr == end && std::to_string(number) == text;
-}
-
-template <typename Number>
 bool append_number_varint(std::string_view text, std::string &wire)
 {
     Number number{};
-    if (!parse(text, number)) {
+    if (!parse_shortest(text, number)) {
         return false;
     }
     // Negative numbers go sign-extended to 64 bits.
@@ -51,7 +43,7 @@ template <typename Number>
 bool append_zigzag(std::string_view text, std::string &wire)
 {
     Number number{};
-    if (!parse(text, number)) {
+    if (!parse_shortest(text, number)) {
         return false;
     }
     const auto wide = static_cast<int64_t>(number);
@@ -63,7 +55,7 @@ template <typename Number>
 bool append_fixed(std::string_view text, std::string &wire)
 {
     Number number{};
-    if (!parse(text, number)) {
+    if (!parse_shortest(text, number)) {
         return false;
     }
     auto rest = static_cast<uint64_t>(number);
@@ -213,6 +205,31 @@ std::string scalar_text(const ProtobufCFieldDescriptor &field, const ProtobufCMe
         return bytes_text(place);
     default:
         return {};
+    }
+}
+
+bool is_default_scalar(const ProtobufCFieldDescriptor &field, const ProtobufCMessage &record)
+{
+    const void *place = member_of(record, field.offset);
+    switch (field.type) {
+    case PROTOBUF_C_TYPE_STRING: {
+        const char *text = number_at<const char *>(place);
+        return text == nullptr || *text == '\0';
+    }
+    case PROTOBUF_C_TYPE_BYTES: {
+        const auto bytes = number_at<ProtobufCBinaryData>(place);
+        return bytes.data == nullptr || bytes.len == 0;
+    }
+    case PROTOBUF_C_TYPE_INT64:
+    case PROTOBUF_C_TYPE_SINT64:
+    case PROTOBUF_C_TYPE_SFIXED64:
+    case PROTOBUF_C_TYPE_UINT64:
+    case PROTOBUF_C_TYPE_FIXED64:
+        return number_at<uint64_t>(place) == 0;
+    case PROTOBUF_C_TYPE_BOOL:
+        return number_at<protobuf_c_boolean>(place) == 0;
+    default:
+        return number_at<uint32_t>(place) == 0;
     }
 }
 

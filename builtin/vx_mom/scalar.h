@@ -32,6 +32,9 @@ bool is_scalar(const ProtobufCFieldDescriptor &field);
 // they are.
 std::string scalar_text(const ProtobufCFieldDescriptor &field, const ProtobufCMessage &record);
 
+// Whether a scalar field of a record is at its default: 0, false, or no bytes.
+bool is_default_scalar(const ProtobufCFieldDescriptor &field, const ProtobufCMessage &record);
+
 // Appends the wire bytes of a scalar field whose value is given as text. Returns false when the text is no
 // value of the field's type: a number in any but the shortest decimal form or out of range, a boolean other
 // than 0 and 1, a text with a zero byte.

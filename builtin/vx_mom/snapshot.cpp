@@ -62,6 +62,7 @@ bool fields_of(const redisReply *reply, Fields &fields)
     if (reply->type != REDIS_REPLY_ARRAY) {
         return false;
     }
+    fields.reserve(reply->elements / 2);
     for (size_t i = 0; i + 1 < reply->elements; i += 2) {
         fields.emplace_back(text_of(reply->element[i]), text_of(reply->element[i + 1]));
     }
@@ -102,7 +103,7 @@ int32_t read_slice(Database &database, const std::string &type, Snapshot &snapsh
     std::vector<Command> commands;
     commands.reserve(keys.size());
     for (const std::string &key : keys) {
-        commands.push_back({"HGETALL", key});
+        commands.emplace_back(2, "HGETALL").back() = key;
     }
     const Answer answer = database.ask(commands, Purpose::read);
     for (size_t i = 0; i < answer.replies.size(); i++) {
@@ -111,10 +112,21 @@ int32_t read_slice(Database &database, const std::string &type, Snapshot &snapsh
     return answer.error;
 }
 
+// Numbers are sorted and each record is moved once: moving records about is dearer than comparing them.
 void sort_by_revision(std::vector<StoredRecord> &records)
 {
-    std::sort(records.begin(), records.end(),
-              [](const auto &one, const auto &other) { return one.revision < other.revision; });
+    std::vector<std::pair<uint64_t, size_t>> order;
+    order.reserve(records.size());
+    for (const StoredRecord &record : records) {
+        order.emplace_back(record.revision, order.size());
+    }
+    std::sort(order.begin(), order.end());
+    std::vector<StoredRecord> sorted;
+    sorted.reserve(records.size());
+    for (const auto &[revision, at] : order) {
+        sorted.push_back(std::move(records[at]));
+    }
+    records = std::move(sorted);
 }
 
 int32_t read_revision(Database &database, const std::string &type, uint64_t &revision)

@@ -7,8 +7,8 @@
 #define VX_MOM_SNAPSHOT_H
 
 #include <cstdint>
-#include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "value.h"
@@ -26,9 +26,9 @@ struct StoredRecord {
 
 // What was read up to now, and where to go on.
 struct Snapshot {
-    std::vector<StoredRecord> records; // of the last slice
-    std::set<std::string> present;     // keys of all records met, readable or not
-    std::vector<std::string> left_out; // keys of what is no readable record
+    std::vector<StoredRecord> records;       // of the last slice
+    std::unordered_set<std::string> present; // keys of all records met, readable or not
+    std::vector<std::string> left_out;       // keys of what is no readable record
     std::string cursor = "0";
     bool done = false;
 };

@@ -183,8 +183,8 @@ bool Subscription::is_news(const StoredRecord &record) const
 
 void Subscription::finish_reading()
 {
-    std::sort(to_deliver_.begin(), to_deliver_.end(),
-              [](const auto &one, const auto &other) { return one.revision < other.revision; });
+    sort_by_revision(to_deliver_);
+    next_to_deliver_ = 0;
     for (const auto &known : known_) {
         if (snapshot_.present.count(known.first) == 0) {
             to_sweep_.push_back(known.first);
@@ -216,20 +216,23 @@ bool Subscription::sweep()
 bool Subscription::deliver()
 {
     const uint64_t round = round_;
-    for (size_t i = 0; i < records_per_turn && !to_deliver_.empty(); i++) {
-        StoredRecord record = std::move(to_deliver_.front());
-        to_deliver_.pop_front();
+    for (size_t i = 0; i < records_per_turn && next_to_deliver_ < to_deliver_.size(); i++) {
+        StoredRecord record = std::move(to_deliver_[next_to_deliver_++]);
         const MessagePtr message = decode_or_log(type_, record.key, record.fields);
         if (message == nullptr) {
             continue;
         }
-        known_[record.key] = {record.revision, std::move(record.fields)};
+        known_[std::move(record.key)] = {record.revision, std::move(record.fields)};
         call_back(VX_MOM_CMD_SET, message.get());
         if (round != round_) {
             return true;
         }
     }
-    return to_deliver_.empty() ? finish_delivering() : true;
+    if (next_to_deliver_ < to_deliver_.size()) {
+        return true;
+    }
+    to_deliver_ = std::vector<StoredRecord>(); // gives the memory back
+    return finish_delivering();
 }
 
 // All records up to the fence are delivered. Changes up to now come before command 29; the answer to a ping

@@ -112,7 +112,8 @@ private:
     std::deque<Arrived> queue_;
     std::map<std::string, Known> known_;
     Snapshot snapshot_;
-    std::deque<StoredRecord> to_deliver_; // in the order of their changes
+    std::vector<StoredRecord> to_deliver_; // in the order of their changes
+    size_t next_to_deliver_ = 0;
     std::vector<std::string> to_sweep_;
     int checks_ = 0;             // since it was refused
     std::string told_refusal_;   // so that each is logged once

@@ -18,6 +18,9 @@ namespace
 constexpr int64_t databases_in_use = 64; // what the users of the store are told to configure
 constexpr std::chrono::milliseconds search_pause{500};
 constexpr std::chrono::milliseconds longest_search{250};
+// How long one read waits by itself. Longer waits are made of several; what is left of a shorter one is
+// polled for.
+constexpr std::chrono::milliseconds patience{100};
 
 } // namespace
 
@@ -44,6 +47,8 @@ Exchange SyncConnection::open(Clock::time_point deadline)
     if (!link_->finish_connecting()) {
         return give_up(Exchange::lost, link_->problem());
     }
+    // A group's server has to be looked after while it is waited for.
+    waits_inside_ = !master_ && link_->wait_inside(patience);
     std::vector<Reply> replies;
     const Exchange result = exchange(greeting(visitor_, database_), deadline, replies);
     if (result != Exchange::answered) {
@@ -192,9 +197,12 @@ Exchange SyncConnection::receive(size_t count, Clock::time_point deadline, std::
         if (link_->failed()) {
             return give_up(Exchange::lost, link_->problem());
         }
-        const Wait waited = wait(POLLIN, deadline);
-        if (waited != Wait::ready) {
-            return give_up_waiting(waited, "no answer in time");
+        // Waiting in the read and not before it spares a call of the system for each answer.
+        if (!waits_inside_ || deadline - Clock::now() <= patience) {
+            const Wait waited = wait(POLLIN, deadline);
+            if (waited != Wait::ready) {
+                return give_up_waiting(waited, "no answer in time");
+            }
         }
         if (!link_->read_some()) {
             return give_up(Exchange::lost, link_->problem());

@@ -73,6 +73,7 @@ private:
     int32_t database_;
     std::optional<Master> master_;
     std::optional<Link> link_;
+    bool waits_inside_ = false; // reading waits for the server
     std::string problem_;
     Error rejection_ = denied;
 };

@@ -3,11 +3,13 @@
 // by one and leaves all memory with protobuf-c.
 #include "value.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 
 #include "key.h"
 #include "scalar.h"
+#include "shortest.h"
 
 namespace vx_mom
 {
@@ -40,20 +42,14 @@ std::string packed_alone(const ProtobufCMessage &record, const ProtobufCFieldDes
     return packed(*lone);
 }
 
-bool is_default(const ProtobufCFieldDescriptor &field, const std::string &text)
-{
-    const bool bytes = field.type == PROTOBUF_C_TYPE_STRING || field.type == PROTOBUF_C_TYPE_BYTES;
-    return bytes ? text.empty() : text == "0";
-}
-
 bool encode_field(const ProtobufCMessage &record, const ProtobufCFieldDescriptor &field, Content &content)
 {
     std::string name = std::to_string(field.id);
     std::string value;
     bool present = false;
     if (is_scalar(field)) {
-        value = scalar_text(field, record);
-        present = !is_default(field, value);
+        present = !is_default_scalar(field, record);
+        value = present ? scalar_text(field, record) : std::string();
     } else if (field.label == PROTOBUF_C_LABEL_REPEATED) {
         value = packed_alone(record, field);
         present = !value.empty();
@@ -135,9 +131,7 @@ bool append_stored(const ProtobufCFieldDescriptor &field, const std::string &val
 const ProtobufCFieldDescriptor *field_named(const ProtobufCMessageDescriptor &type, const std::string &name)
 {
     unsigned number = 0;
-    const char *end = name.data() + name.size();
-    const auto result = std::from_chars(name.data(), end, number);
-    if (result.ec != std::errc() || result.ptr != end || std::to_string(number) != name) {
+    if (!parse_shortest(name, number)) {
         return nullptr;
     }
     return protobuf_c_message_descriptor_get_field(&type, number);
@@ -149,6 +143,8 @@ bool encode_record(const ProtobufCMessage &record, Content &content)
 {
     bool known = false;
     const ProtobufCFieldDescriptor *index = index_field(*record.descriptor, known);
+    content.present.reserve(record.descriptor->n_fields);
+    content.absent.reserve(record.descriptor->n_fields);
     for (unsigned i = 0; i < record.descriptor->n_fields; i++) {
         const ProtobufCFieldDescriptor *field = &record.descriptor->fields[i];
         if (field != index && !encode_field(record, *field, content)) {
@@ -162,6 +158,7 @@ bool encode_fields(const ProtobufCMessage &record, const int32_t *numbers, int32
 {
     bool known = false;
     const ProtobufCFieldDescriptor *index = index_field(*record.descriptor, known);
+    content.present.reserve(static_cast<size_t>(std::max(count, 0)));
     for (int32_t i = 0; i < count; i++) {
         const auto number = static_cast<unsigned>(numbers[i]);
         const ProtobufCFieldDescriptor *field =
@@ -206,12 +203,17 @@ bool revision_of(const Fields &fields, uint64_t fallback, uint64_t &revision)
     revision = fallback;
     for (const auto &[name, value] : fields) {
         if (name == revision_field) {
-            const char *end = value.data() + value.size();
-            const auto result = std::from_chars(value.data(), end, revision);
-            return result.ec == std::errc() && result.ptr == end;
+            return parse_revision(value, revision);
         }
     }
     return true;
+}
+
+bool parse_revision(std::string_view text, uint64_t &revision)
+{
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, revision);
+    return result.ec == std::errc() && result.ptr == end;
 }
 
 void drop_marks(Fields &fields)

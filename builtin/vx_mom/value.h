@@ -54,6 +54,9 @@ MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_vie
 // The revision in a record's hash; `fallback` when it has none; false when it is no number.
 bool revision_of(const Fields &fields, uint64_t fallback, uint64_t &revision);
 
+// A revision as text; false when it is none.
+bool parse_revision(std::string_view text, uint64_t &revision);
+
 // Takes away what belongs to the writing.
 void drop_marks(Fields &fields);
 

@@ -28,9 +28,10 @@ def scaled_time(factor, preloaded_first=()):
 class Daemon:
     """One start of the daemon; may be started again after it ended."""
 
-    def __init__(self, program, view, env=None):
+    def __init__(self, program, view, env=None, arguments=()):
         """`env` is added to the daemon's environment; the store is the one of the view by default."""
         self._program = program
+        self._arguments = [str(argument) for argument in arguments]
         self.view = view
         self._env = {"VX_MOM_ENDPOINT": "unix:/store/store.sock", "VX_ZLOG": "file:/log/app_cg.log",
                      **(env or {})}
@@ -44,7 +45,7 @@ class Daemon:
         reader, writer = os.pipe()
         with open(self._output, "ab") as output, open(self._errors, "ab") as errors:
             self._process = programs.start(
-                self.view.command(self._program, self._env, writer), stdout=output, stderr=errors,
+                [*self.view.command(self._program, self._env, writer), *self._arguments], stdout=output, stderr=errors,
                 pass_fds=[writer])
         os.close(writer)
         with os.fdopen(reader) as info:

@@ -5,11 +5,14 @@ import sys
 import time
 
 from . import plot, report
+from .daemon_figures import MEASUREMENTS as DAEMON
 from .figures import Series
+from .growth import MEASUREMENTS as GROWTH
+from .inside_figures import MEASUREMENTS as INSIDE
 from .place import Failed, processors, stay_on
 from .store_figures import MEASUREMENTS as STORE
 
-MEASUREMENTS = {**STORE}
+MEASUREMENTS = {**STORE, **DAEMON, **INSIDE, **GROWTH}
 
 
 def parse(argv):

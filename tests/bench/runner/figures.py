@@ -54,7 +54,7 @@ class Series:
 
     def add(self, size, rounds):
         """Adds what was measured at a size, {line: [one number a round]}."""
-        self.points.append((size, rounds))
+        self.points = sorted([*self.points, (size, rounds)], key=lambda point: point[0])
 
     def lines(self):
         """{line: [(size, median), ...]}."""

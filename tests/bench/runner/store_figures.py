@@ -6,6 +6,7 @@ from .place import processors, run, server
 _RATIOS = {
     "written": ("a record of 5 fields written, its content published (HSET of 5 fields = 1)", 1.20,
                 "1.5 and 1.8; 0.94 to 1.0 without content"),
+    "call": ("the same call made by bare hiredis: the server's share of it (HSET of 5 fields = 1)", None, ""),
     "deleted": ("a record of 5 fields deleted, what it was published (DEL = 1)", 1.25,
                 "1.5 to 2.2; none carries the content"),
     "fields": ("3 fields written, the whole record published (HSET of 3 fields = 1)", 1.20, ""),

@@ -1,11 +1,12 @@
 // What our store client costs beside the bare store, one measurement a start:
 //
-//     bench_store MEASUREMENT SOCKET ROUNDS
+//     bench_store MEASUREMENT SOCKET ROUNDS [SUBSCRIBERS]
 //
 // prints the rounds as one JSON object. The server at SOCKET belongs to the measurement alone.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -16,15 +17,28 @@
 namespace
 {
 
-using Measurement = bench::Rounds (*)(const std::string &socket, int rounds);
+using Measurement = std::function<bench::Rounds(const std::string &socket, int rounds, int subscribers)>;
+
+Measurement without_subscribers(bench::Rounds (*measure)(const std::string &socket, int rounds))
+{
+    return [measure](const std::string &socket, int rounds, int /*subscribers*/) {
+        return measure(socket, rounds);
+    };
+}
 
 const std::map<std::string, Measurement> &measurements()
 {
     static const std::map<std::string, Measurement> all{
-        {"written", bench::measure_written}, {"deleted", bench::measure_deleted},
-        {"fields", bench::measure_fields},   {"delivery", bench::measure_delivery},
-        {"burst", bench::measure_burst},     {"snapshot", bench::measure_snapshot},
-        {"stall", bench::measure_stall},
+        {"written", without_subscribers(bench::measure_written)},
+        {"call", without_subscribers(bench::measure_call)},
+        {"deleted", without_subscribers(bench::measure_deleted)},
+        {"fields", without_subscribers(bench::measure_fields)},
+        {"delivery", without_subscribers(bench::measure_delivery)},
+        {"burst", without_subscribers(bench::measure_burst)},
+        {"snapshot", without_subscribers(bench::measure_snapshot)},
+        {"stall", without_subscribers(bench::measure_stall)},
+        {"fan-out", bench::measure_fan_out},
+        {"fan-out-burst", bench::measure_fan_out_burst},
     };
     return all;
 }
@@ -42,13 +56,14 @@ void print(const char *name, const std::vector<double> &values)
 
 int main(int argc, char **argv)
 try {
-    const auto found = argc == 4 ? measurements().find(argv[1]) : measurements().end();
+    const int subscribers = argc == 5 ? std::atoi(argv[4]) : 1;
+    const auto found = argc == 4 || argc == 5 ? measurements().find(argv[1]) : measurements().end();
     if (found == measurements().end()) {
-        std::fprintf(stderr, "usage: bench_store MEASUREMENT SOCKET ROUNDS\n");
+        std::fprintf(stderr, "usage: bench_store MEASUREMENT SOCKET ROUNDS [SUBSCRIBERS]\n");
         return 2;
     }
     (void)setenv("VX_ZLOG", "stderr", 0);
-    const bench::Rounds taken = found->second(argv[2], std::atoi(argv[3]));
+    const bench::Rounds taken = found->second(argv[2], std::atoi(argv[3]), subscribers);
     std::printf("{");
     print("baseline", taken.baseline);
     std::printf(", ");

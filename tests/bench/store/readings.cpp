@@ -2,6 +2,9 @@
 // figure is the work of all three and no waiting for a processor to wake.
 #include "readings.h"
 
+#include <algorithm>
+#include <memory>
+
 #include "reader.h"
 
 namespace bench
@@ -61,6 +64,30 @@ double deliver_singly(Raw &raw, Reader &reader, const std::function<void(int32_t
     return spent / records_per_round;
 }
 
+// Several readers, that are waited for together.
+class Readers
+{
+public:
+    Readers(const std::string &socket, int count, int group)
+    {
+        for (int i = 0; i < count; i++) {
+            readers_.push_back(std::make_unique<Reader>(socket, Way::ours, group));
+        }
+    }
+    // Returns when the last of them held its records.
+    double wait()
+    {
+        double last = 0;
+        for (const auto &reader : readers_) {
+            last = std::max(last, reader->wait());
+        }
+        return last;
+    }
+
+private:
+    std::vector<std::unique_ptr<Reader>> readers_;
+};
+
 } // namespace
 
 Rounds measure_delivery(const std::string &socket, int rounds)
@@ -105,6 +132,50 @@ Rounds measure_burst(const std::string &socket, int rounds)
     };
     return alternate(
         rounds, [&] { return take(Way::notified, bare); }, [&] { return take(Way::ours, calls); });
+}
+
+Rounds measure_fan_out(const std::string &socket, int rounds, int subscribers)
+{
+    Raw raw(socket, host);
+    Readers readers(socket, subscribers, 1);
+    const Context writer = client(socket, "bench_fan_out");
+    Card card(0);
+    const auto take = [&] {
+        double spent = 0;
+        for (int i = 0; i < records_per_round; i++) {
+            let_others_finish(raw);
+            card.index.slotid = i % slots;
+            const double began = now_us();
+            check(vx_mom_set_sync(writer.get(), host, &card.record.base), "write");
+            spent += readers.wait() - began;
+        }
+        return spent / records_per_round;
+    };
+    return {{},
+            alternate(
+                rounds, [] { return 0.0; }, take)
+                .ours};
+}
+
+Rounds measure_fan_out_burst(const std::string &socket, int rounds, int subscribers)
+{
+    Raw raw(socket, host);
+    Readers readers(socket, subscribers, burst);
+    std::vector<Prepared> calls;
+    int written = 0;
+    const auto take = [&] {
+        calls.clear();
+        for (int32_t slot = 0; slot < burst; slot++) {
+            calls.emplace_back(card_call(slot, "m." + std::to_string(written++)));
+        }
+        const double began = now_us();
+        raw.pipeline(calls, pipeline_depth);
+        return readers.wait() - began;
+    };
+    return {{},
+            alternate(
+                rounds, [] { return 0.0; }, take)
+                .ours};
 }
 
 } // namespace bench

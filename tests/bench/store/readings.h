@@ -16,6 +16,12 @@ Rounds measure_delivery(const std::string &socket, int rounds);
 // keyspace notifications and HGETALL one by one = 1. Microseconds for all.
 Rounds measure_burst(const std::string &socket, int rounds);
 
+// With so many subscribers of ours, and nothing to compare with: a write until all of them hold the record,
+// and a burst until all hold all. What else is in the database stays there. Microseconds a record, and for
+// all.
+Rounds measure_fan_out(const std::string &socket, int rounds, int subscribers);
+Rounds measure_fan_out_burst(const std::string &socket, int rounds, int subscribers);
+
 } // namespace bench
 
 #endif

@@ -62,6 +62,19 @@ Rounds measure_written(const std::string &socket, int rounds)
         });
 }
 
+Rounds measure_call(const std::string &socket, int rounds)
+{
+    Raw raw(socket, host);
+    (void)client(socket, "bench_call"); // loads the functions
+    const auto commands =
+        for_slots(slots, [](int32_t slot) { return bare_write("bare:0:1:", slot, card_fields()); });
+    // Each with a mark of its own: a repeated one would not be carried out.
+    const auto calls =
+        for_slots(writes_per_round, [](int32_t i) { return card_call(i % slots, "m." + std::to_string(i)); });
+    return alternate(
+        rounds, [&] { return write_bare(raw, commands); }, [&] { return write_bare(raw, calls); });
+}
+
 Rounds measure_deleted(const std::string &socket, int rounds)
 {
     Raw raw(socket, host);

@@ -11,6 +11,8 @@ namespace bench
 
 // A record of 5 fields: HSET = 1. Microseconds a write.
 Rounds measure_written(const std::string &socket, int rounds);
+// The same call of the server's function, but made by bare hiredis: what of the above is the server's.
+Rounds measure_call(const std::string &socket, int rounds);
 // A record of 5 fields that exists: DEL = 1.
 Rounds measure_deleted(const std::string &socket, int rounds);
 // 3 fields of a record that exists: HSET of the three = 1.

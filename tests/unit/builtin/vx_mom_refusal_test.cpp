@@ -145,8 +145,8 @@ TEST_P(RightsTest, AUserWithoutTheRightChangesNothing)
 
 INSTANTIATE_TEST_SUITE_P(Each, RightsTest,
                          testing::Values("-hset", "-hget", "-hdel", "-del", "-incr", "-sadd", "-srem",
-                                         "-scard", "-sismember", "-smembers", "-publish", "-get", "-hgetall",
-                                         "-fcall", "-info", "resetchannels"));
+                                         "-sismember", "-smembers", "-publish", "-get", "-hgetall", "-fcall",
+                                         "-info", "resetchannels"));
 
 TEST_F(RefusalTest, AUserWithoutTheRightToListenIsToldInTheLogAndNotRetriedForever)
 {

@@ -1,0 +1,213 @@
+// The device around one daemon or several, and what can be measured from there:
+//
+//     bench_device road ROUNDS CARDS MODULES FIRST SOCKET [BARE_SOCKET]
+//         the road of so many cards, one after the other, from slot FIRST on; with BARE_SOCKET in turn with
+//         the bare loop there. Microseconds a card. The cards are gone afterwards.
+//     bench_device fill COUNT MODULES SOCKET      plugs so many cards, admits them and leaves them there
+//     bench_device bare MODULES SOCKET SCRIPT     is the bare loop
+//     bench_device room ROUNDS CHASSIS CARDS MODULES VERDICTS SOCKET
+//         all cards of all chassis at once; until there were so many verdicts on each card. Milliseconds.
+//     bench_device start SECONDS PROGRAM SEEN     starts a program; until its standard error has said SEEN.
+//         Milliseconds.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <string>
+
+#include "bare_daemon.h"
+#include "device.h"
+#include "measure.h"
+
+namespace
+{
+
+using bench::Position;
+
+using Arguments = std::vector<std::string>;
+
+int number(const std::string &text)
+{
+    return std::atoi(text.c_str());
+}
+
+void print(const char *name, const std::vector<double> &values, const char *before = "{")
+{
+    std::printf("%s\"%s\": [", before, name);
+    for (size_t i = 0; i < values.size(); i++) {
+        std::printf("%s%.4f", i == 0 ? "" : ", ", values[i]);
+    }
+    std::printf("]");
+}
+
+// Whoever has something left to do, does it while this process sleeps.
+void let_others_finish()
+{
+    const timespec pause{0, 3000000};
+    (void)nanosleep(&pause, nullptr);
+}
+
+double roads(bench::Device &device, int first, int cards)
+{
+    double spent = 0;
+    for (int slot = first; slot < first + cards; slot++) {
+        spent += device.road({1, slot});
+        let_others_finish();
+        device.unplug({{1, slot}});
+        let_others_finish();
+    }
+    return spent / cards;
+}
+
+void road(const Arguments &arguments)
+{
+    const int rounds = number(arguments.at(0));
+    const int cards = number(arguments.at(1));
+    const int first = number(arguments.at(3));
+    bench::Device device(arguments.at(4), number(arguments.at(2)));
+    const auto ours = [&] { return roads(device, first, cards); };
+    if (arguments.size() == 5) {
+        const bench::Rounds taken = bench::alternate(
+            rounds, [] { return 1.0; }, ours);
+        print("ours", taken.ours);
+        std::printf("}\n");
+        return;
+    }
+    bench::Device bare(arguments.at(5), number(arguments.at(2)));
+    const bench::Rounds taken = bench::alternate(
+        rounds, [&] { return roads(bare, first, cards); }, ours);
+    print("baseline", taken.baseline);
+    print("ours", taken.ours, ", ");
+    std::printf("}\n");
+}
+
+// Plugs them and answers; returns when there were so many verdicts on each.
+double admit(bench::Device &device, const std::vector<Position> &cards, size_t verdicts)
+{
+    const double began = bench::now_us();
+    device.plug(cards);
+    std::set<std::pair<int32_t, int32_t>> answered;
+    for (size_t left = cards.size() * verdicts; left > 0;) {
+        const bench::Heard heard = device.hear();
+        if (heard.type == bench::verdict_type) {
+            left -= heard.command == '4' ? 1 : 0;
+        } else if (heard.command == '6' && answered.insert({heard.at.devid, heard.at.slot}).second) {
+            device.pass(heard.at);
+        }
+    }
+    return bench::now_us() - began;
+}
+
+void fill(const Arguments &arguments)
+{
+    bench::Device device(arguments.at(2), number(arguments.at(1)));
+    // In groups: a server drops subscribers that are too far behind.
+    constexpr int group = 250;
+    const int count = number(arguments.at(0));
+    for (int from = 1; from <= count; from += group) {
+        std::vector<Position> cards;
+        for (int slot = from; slot < from + group && slot <= count; slot++) {
+            cards.push_back({1, slot});
+        }
+        (void)admit(device, cards, 1);
+    }
+    std::printf("{}\n");
+}
+
+void room(const Arguments &arguments)
+{
+    std::vector<Position> cards;
+    for (int chassis = 1; chassis <= number(arguments.at(1)); chassis++) {
+        for (int slot = 1; slot <= number(arguments.at(2)); slot++) {
+            cards.push_back({chassis, slot});
+        }
+    }
+    bench::Device device(arguments.at(5), number(arguments.at(3)));
+    std::vector<double> spent;
+    for (int round = 0; round < number(arguments.at(0)); round++) {
+        spent.push_back(admit(device, cards, static_cast<size_t>(number(arguments.at(4)))) / 1000);
+        device.unplug(cards);
+        let_others_finish();
+    }
+    print("ours", spent);
+    std::printf("}\n");
+}
+
+[[noreturn]] void become(const std::string &program, const int (&ends)[2])
+{
+    (void)dup2(ends[1], STDERR_FILENO);
+    (void)close(ends[0]);
+    (void)execl(program.c_str(), program.c_str(), nullptr);
+    _exit(127);
+}
+
+void start(const Arguments &arguments)
+{
+    int ends[2];
+    if (pipe(ends) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    (void)alarm(static_cast<unsigned>(number(arguments.at(0))));
+    const double began = bench::now_us();
+    const pid_t child = fork();
+    if (child == 0) {
+        become(arguments.at(1), ends);
+    }
+    (void)close(ends[1]);
+    std::string said;
+    char bytes[4096];
+    while (said.find(arguments.at(2)) == std::string::npos) {
+        const ssize_t got = read(ends[0], bytes, sizeof bytes);
+        if (got <= 0) {
+            throw std::runtime_error("the program ended; it said: " + said);
+        }
+        said.append(bytes, static_cast<size_t>(got));
+    }
+    const double spent = bench::now_us() - began;
+    (void)kill(child, SIGKILL);
+    (void)waitpid(child, nullptr, 0);
+    print("ours", {spent / 1000});
+    std::printf("}\n");
+}
+
+int run(const std::string &what, const Arguments &arguments)
+{
+    if (what == "road") {
+        road(arguments);
+    } else if (what == "fill") {
+        fill(arguments);
+    } else if (what == "room") {
+        room(arguments);
+    } else if (what == "start") {
+        start(arguments);
+    } else if (what == "bare") {
+        (void)bench::client(arguments.at(1), "bench_bare"); // loads the functions
+        bench::run_bare_daemon(arguments.at(1), bench::read_script(arguments.at(2)), number(arguments.at(0)));
+    } else {
+        return 2;
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+try {
+    (void)setenv("VX_ZLOG", "stderr", 0);
+    const int status = argc < 3 ? 2 : run(argv[1], {argv + 2, argv + argc});
+    if (status == 2) {
+        std::fprintf(stderr, "usage: bench_device road|fill|bare|room|start ...\n");
+    }
+    return status;
+} catch (const std::exception &failure) {
+    std::fprintf(stderr, "bench_device: %s\n", failure.what());
+    return 1;
+}

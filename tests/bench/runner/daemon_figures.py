@@ -1,0 +1,72 @@
+"""The daemon: a card's road, memory, start."""
+import shutil
+import time
+
+from demo.daemon import Daemon
+
+from .chassis import LEVEL_FILE, bare_daemon, chassis
+from .figures import Figure
+from .place import DAEMON, PROGRAMS, run, server
+from .recording import record
+
+ROAD_CARDS, ROAD_MODULES = 20, 3
+MEMORY_CARDS = 2000
+_SUBSCRIBED = "app_cg_check_ack_pmsg_f: subscribe ok"  # of the last of its subscriptions
+
+
+def _road(rounds):
+    with chassis(ROAD_MODULES) as one, server() as other:
+        script = one.view.root / "script"
+        commands = record(one, ROAD_CARDS, ROAD_MODULES, script)
+        with bare_daemon(ROAD_MODULES, other.socket_path, script):
+            time.sleep(0.2)  # until it has subscribed; its first round counts for nothing
+            taken = run("bench_device", "road", rounds, ROAD_CARDS, ROAD_MODULES, 1, one.store.socket_path,
+                        other.socket_path)
+    return [Figure("road", "a card's road with 3 modules, from notified to decided (a bare loop that sends the same = 1)",
+                   taken, 1.15, note=f"microseconds a card; {commands:.1f} commands of the daemon's")]
+
+
+def _memory(rounds):
+    empty, per_card, own = [], [], []
+    for _ in range(min(rounds, 3)):  # it is the same every time
+        with chassis(ROAD_MODULES) as one:
+            before = one.memory()
+            run("bench_device", "fill", MEMORY_CARDS, ROAD_MODULES, one.store.socket_path)
+            after = one.memory()
+            empty.append(before["Rss"] / 1e6)
+            own.append((before["Rss"] - before["Shared_Clean"] - before["Shared_Dirty"]) / 1e6)
+            per_card.append((after["Rss"] - before["Rss"]) / MEMORY_CARDS / 1000)
+    return [Figure("memory", "the daemon's resident memory without a card, libraries included", {"ours": empty}, 6, "MB",
+                   given="7.1 MB"),
+            Figure("memory-own", "what of it is not shared with other programs", {"ours": own}, None, "MB"),
+            Figure("memory-card", "a card more: node, watch cache and all", {"ours": per_card}, 1.5, "KB",
+                   given="0.6 to 0.9 KB a record")]
+
+
+def _started(one):
+    """Starts a daemon in the view, as the process that measures sees it; milliseconds until all is subscribed."""
+    shutil.copy(DAEMON, one.view.data / "app_cg")
+    path = one.view.data / LEVEL_FILE
+    path.parent.mkdir(parents=True, exist_ok=True)
+    path.write_text("2")  # at which the daemon tells that it has subscribed
+    starter = Daemon(PROGRAMS / "bench_device", one.view, {"VX_ZLOG": "stderr"},
+                     arguments=["start", "30", "/data/app_cg", _SUBSCRIBED])
+    before = len(starter.printed()) if (one.view.root / "daemon.out").exists() else 0
+    starter.start()
+    if starter.wait(40) != 0:
+        raise RuntimeError(starter.complained())
+    return float(starter.printed()[before:].split("[")[1].split("]")[0])
+
+
+def _start(rounds):
+    with chassis(ROAD_MODULES, running=False) as one:
+        empty = [_started(one) for _ in range(rounds + 1)][1:]
+    with chassis(ROAD_MODULES) as one:
+        run("bench_device", "fill", 1000, ROAD_MODULES, one.store.socket_path)
+        one.daemon.stop()
+        full = [_started(one) for _ in range(rounds + 1)][1:]
+    return [Figure("start", "from start to all subscribed, store empty", {"ours": empty}, 15, "ms"),
+            Figure("start-1000", "the same with 1,000 cards that are on line", {"ours": full}, 60, "ms")]
+
+
+MEASUREMENTS = {"road": _road, "memory": _memory, "start": _start}

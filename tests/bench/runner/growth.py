@@ -1,0 +1,81 @@
+"""How costs grow: with cards, modules, records of other types, subscribers."""
+import contextlib
+
+import redis
+
+from .chassis import chassis
+from .figures import Figure, Series
+from .place import run, server
+
+ROAD_CARDS, ROAD_MODULES = 20, 3
+_FIRST_MORE = 20001  # the slot of the first card that is measured; those before it are there already
+
+
+def _road(one, rounds, modules, first=_FIRST_MORE):
+    return run("bench_device", "road", rounds, ROAD_CARDS, modules, first, one.store.socket_path)["ours"]
+
+
+def _cards(rounds):
+    series = Series("growth-cards", "one more card's road, when so many have been admitted", "cards", "µs",
+                    note="the table is a list that is walked: it shows from some thousand cards on")
+    for cards in (10, 100, 1000, 10000):
+        with chassis(ROAD_MODULES) as one:
+            run("bench_device", "fill", cards, ROAD_MODULES, one.store.socket_path)
+            series.add(cards, {"road": _road(one, rounds, ROAD_MODULES)})
+    return [series]
+
+
+def _modules(rounds):
+    series = Series("growth-modules", "a card's road", "check modules", "µs")
+    for modules in (1, 4, 16):
+        with chassis(modules) as one:
+            series.add(modules, {"road": _road(one, rounds, modules)})
+    return [series]
+
+
+def _fill_with_foreign_records(store, count):
+    """Puts records of a type that nobody asks for into the database of the cards."""
+    with contextlib.closing(redis.Redis(unix_socket_path=str(store.socket_path), db=1)) as database:
+        database.eval("for i = 1, tonumber(ARGV[1]) do local key = 'p_other.thing:' .. i "
+                      "redis.call('HSET', key, '6', i, 'rev', i) redis.call('SADD', '@idx:p_other.thing', key) end",
+                      0, count)
+
+
+def _foreign(rounds):
+    series = Series("growth-foreign", "with records of other types in the same database", "other records", "µs")
+    first = {}
+    for count in (0, 100000, 1000000):
+        taken = {}
+        for name in ("written", "fan-out", "snapshot"):
+            with server() as store:
+                _fill_with_foreign_records(store, count)
+                taken[name] = run("bench_store", name, store.socket_path, rounds)["ours"]
+        with chassis(ROAD_MODULES) as one:
+            _fill_with_foreign_records(one.store, count)
+            taken["road"] = _road(one, rounds, ROAD_MODULES, 1)
+        taken["delivery"] = taken.pop("fan-out")
+        # Of 10,000 records: a hundredth, so that all are of one size.
+        taken["snapshot / 100"] = [value / 100 for value in taken.pop("snapshot")]
+        series.add(count, taken)
+        first = first or taken
+    figures = [Figure(f"foreign-{name.split()[0]}", f"{name.split()[0]} beside 1,000,000 records of other types (beside none = 1)",
+                      {"baseline": sorted(first[name]), "ours": sorted(values)}, 1.1,
+                      note="rounds sorted: the two were not taken in turn")
+               for name, values in series.points[-1][1].items()]
+    return [*figures, series]
+
+
+def _subscribers(rounds):
+    series = Series("growth-subscribers", "with so many processes that subscribe to the type", "subscribers", "µs")
+    for count in (1, 4, 16):
+        taken = {}
+        for name in ("fan-out", "fan-out-burst"):
+            with server() as store:
+                taken[name] = run("bench_store", name, store.socket_path, rounds, count)["ours"]
+        series.add(count, {"a write, until all hold it": taken["fan-out"],
+                           "a write of a burst, until all hold all": [value / 10000 for value in taken["fan-out-burst"]]})
+    return [series]
+
+
+MEASUREMENTS = {"growth-cards": _cards, "growth-modules": _modules, "growth-foreign": _foreign,
+                "growth-subscribers": _subscribers}
