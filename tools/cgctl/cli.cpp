@@ -173,7 +173,8 @@ void parse(CLI::App &app, Session &session, std::vector<std::string> arguments)
         throw Failure(wrong_usage, usage_message(app, error));
     }
     if (session.has_command && !app.got_subcommand("module")) {
-        throw Failure(wrong_usage, "\"--\" with a command behind it is for `cgctl module run` only");
+        throw Failure(wrong_usage, "\"--\" with a command behind it is for `cgctl module run`, `module test` "
+                                   "and `module replay` only");
     }
 }
 

@@ -4,8 +4,8 @@
 #include "check_runner.h"
 #include "failure.h"
 #include "module_folder.h"
+#include "module_verbs.h"
 #include "text.h"
-#include "verbs.h"
 
 namespace cgctl
 {
@@ -29,17 +29,6 @@ void check_name(const std::string &name)
     }
 }
 
-std::chrono::duration<double> time_limit(const std::string &text)
-{
-    char *end = nullptr;
-    const double seconds = strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(seconds > 0) || seconds > longest_limit_s) {
-        throw Failure(wrong_usage,
-                      "--timeout " + visible(text) + ": not a time in seconds, above 0 and up to 86400");
-    }
-    return std::chrono::duration<double>(seconds);
-}
-
 std::size_t parallel(const std::string &text)
 {
     const auto count = to_number(text, 1, most_parallel);
@@ -53,16 +42,9 @@ std::size_t parallel(const std::string &text)
 int run_module(const Session &session, const RunOptions &options)
 {
     check_name(options.name);
-    if (session.command.empty()) {
-        throw Failure(wrong_usage, "no command; put it at the end, as in `cgctl module run " + options.name +
-                                       " -- ./check`");
-    }
+    require_command(session, "cgctl module run " + options.name + " -- ./check");
     CheckRunner::Options settings{options.name, session.command, parallel(options.parallel),
                                   time_limit(options.timeout_s)};
-    if (!is_executable(session.command.front())) {
-        throw Failure(wrong_usage, "command " + in_quotes(session.command.front()) +
-                                       " cannot be executed; a program in PATH, or a path to one");
-    }
     Store store(session);
     CheckRunner(session, store, std::move(settings)).run();
     return done;
@@ -70,12 +52,34 @@ int run_module(const Session &session, const RunOptions &options)
 
 } // namespace
 
+std::chrono::duration<double> time_limit(const std::string &text)
+{
+    char *end = nullptr;
+    const double seconds = strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(seconds > 0) || seconds > longest_limit_s) {
+        throw Failure(wrong_usage,
+                      "--timeout " + visible(text) + ": not a time in seconds, above 0 and up to 86400");
+    }
+    return std::chrono::duration<double>(seconds);
+}
+
+void require_command(const Session &session, const std::string &example)
+{
+    if (session.command.empty()) {
+        throw Failure(wrong_usage, "no command; put it at the end, as in `" + example + "`");
+    }
+    if (!is_executable(session.command.front())) {
+        throw Failure(wrong_usage, "command " + in_quotes(session.command.front()) +
+                                       " cannot be executed; a program in PATH, or a path to one");
+    }
+}
+
 void add_module(CLI::App &app, Session &session)
 {
     const char *examples =
         "  cgctl module run voltage -- ./check-voltage --strict\n"
         "  cgctl module run power --timeout 10 -- sh -c 'test \"$CG_NODE_TYPE\" != DM_TYPE_SFC'";
-    CLI::App *module = add_verb(app, session, "module", "Be a check module", examples);
+    CLI::App *module = add_verb(app, session, "module", "Be a check module, or try one", examples);
     module->require_subcommand(1);
     CLI::App *verb = add_verb(
         *module, session, "run",
@@ -98,6 +102,8 @@ void add_module(CLI::App &app, Session &session)
     verb->callback([options, &session] {
         session.action = [options, &session] { return run_module(session, *options); };
     });
+    add_module_test(*module, session);
+    add_module_replay(*module, session);
 }
 
 } // namespace cgctl
