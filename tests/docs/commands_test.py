@@ -7,7 +7,7 @@
 ```sh norun: why    is not
 <!-- run: COMMAND -->   is run unseen, for what a command on the page finds in place on a real device
 
-Blocks of other kinds may show no commands. Those of store-format.md, with their replies, are run by
+Blocks of other kinds, and those without one, may show no commands. Those of store-format.md, with their replies, are run by
 store_format_test.py.
 """
 import re
@@ -17,7 +17,7 @@ import unittest
 from pages import ROOT, Bench, all_pages, blocks
 
 # Kinds that are no commands, and those that another test runs.
-SHOWN = {"text", "c", "cpp", "cmake", "python", "json", "ini", "scenario", "sql", "yaml", "promql", "proto"}
+SHOWN = {"", "text", "c", "cpp", "cmake", "python", "json", "ini", "scenario", "sql", "yaml", "promql", "proto"}
 RUN_ELSEWHERE = {"redis", "shell", "payload"}
 COMMAND = re.compile(r"^(\$ )?(cgctl|cg_recorderd|systemctl|journalctl|apt|apt-get|cmake|redis-cli|\./run|\./test)( |$)")
 
