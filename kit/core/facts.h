@@ -2,9 +2,9 @@
 #ifndef KIT_FACTS_H
 #define KIT_FACTS_H
 
-#include <compare>
 #include <cstdint>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "app_cg_kit.h"
@@ -17,7 +17,12 @@ struct Position {
     int32_t slotid = 0;
     int32_t sslotid = 0;
 
-    friend auto operator<=>(const Position &, const Position &) = default;
+    friend bool operator==(const Position &, const Position &) = default;
+    friend bool operator<(const Position &one, const Position &other)
+    {
+        return std::tie(one.devid, one.slotid, one.sslotid) <
+               std::tie(other.devid, other.slotid, other.sslotid);
+    }
     [[nodiscard]] std::string text() const
     {
         return std::to_string(devid) + '/' + std::to_string(slotid) + '/' + std::to_string(sslotid);
