@@ -1,5 +1,4 @@
 """The demonstration itself: it tells the truth, and leaves nothing behind."""
-import io
 import os
 import pathlib
 import re
@@ -9,10 +8,10 @@ import sys
 
 import pytest
 
-from demo import programs, story
-from demo.__main__ import _show_table
-from demo.screen import Screen
+from demo import programs
 from rig import BUILD, PROJECT, is_sanitized
+
+SCENARIO = PROJECT / "tools" / "demo" / "chassis.scenario"
 
 needs_scaled_time = pytest.mark.skipif(is_sanitized(), reason="the demonstration runs the build without sanitizers")
 
@@ -51,10 +50,11 @@ def folder_of(text):
 def test_every_card_ends_as_told(demo):
     assert demo.wait(90) == 0, demo.shown()
     shown = demo.shown()
-    for card in story.CARDS:
-        assert re.search(rf"^{card.position} .* {card.expected} +{card.expected} +ok$", shown, re.MULTILINE)
+    expected = len(re.findall("^expect ", SCENARIO.read_text(), re.MULTILINE))
+    assert len(re.findall(r"^\d+ .* ok$", shown, re.MULTILINE)) == expected > 10
+    assert f"{expected} of {expected} expectations held." in shown
     for text in ("ADMITTED", "DENIED", "pulled", "went off line", "power-off requested", "system log: ",
-                 "answers PASS", "answers DENY", "still silent"):
+                 "answers PASS", "answers DENY", "passed by silence of thermal"):
         assert text in shown
     assert "\x1b" not in shown, "no colours where no terminal is"
     assert not pathlib.Path(folder_of(shown)).exists() and processes_of(folder_of(shown)) == []
@@ -88,25 +88,6 @@ def test_a_kept_chassis_can_be_played_with(demo):
     demo.terminate()
     assert demo.wait(20) == 0
     assert processes_of(folder_of(shown)) == [] and not pathlib.Path(folder_of(shown)).exists()
-
-
-class SeenChassis:
-    """A chassis of which only the verdicts are known."""
-
-    def __init__(self, **changes):
-        self._verdicts = {card.position: card.expected for card in story.CARDS if card.expected != "gone"}
-        self._verdicts.update({position.replace("_", "/"): verdict for position, verdict in changes.items()})
-
-    def verdicts(self):
-        return self._verdicts
-
-
-@pytest.mark.parametrize("changes, right", [({}, True), ({"1/2/0": "denied"}, False), ({"1/7/0": "passed"}, False),
-                                            ({"2/2/2": "passed"}, False)])
-def test_the_table_admits_what_is_wrong(changes, right):
-    shown = io.StringIO()
-    assert _show_table(SeenChassis(**changes), Screen(shown)) == right
-    assert ("WRONG" in shown.getvalue()) != right
 
 
 @pytest.mark.parametrize("script", ["run", "test"])

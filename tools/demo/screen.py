@@ -1,10 +1,10 @@
-"""What the demonstration shows: a line per event, and tables. Colours only on a terminal."""
+"""What the demonstration shows: a line per event. Colours only on a terminal."""
 import os
 import sys
 import threading
 import time
 
-_COLOURS = {"good": "32", "bad": "31", "notice": "33", "quiet": "2", "head": "1"}
+_COLOURS = {"bad": "31", "notice": "33", "head": "1"}
 
 
 class Screen:
@@ -31,27 +31,12 @@ class Screen:
         """A line of its own weight."""
         self._write(self._tinted(f"== {text}", "head"))
 
-    def caption(self, text):
-        """What the events that follow are about."""
-        self._write(self._tinted(f"-- {text}", "quiet"))
-
-    def say(self, text=""):
-        """A plain line."""
-        self._write(text)
+    def say(self, text="", tone=""):
+        """A line."""
+        self._write(self._tinted(text, tone))
 
     def event(self, card, text, tone=""):
         """What happened to a card, now. `card` is its position, or empty for the chassis."""
         now = time.time()
         clock = time.strftime("%H:%M:%S", time.localtime(now)) + f".{int(now * 10) % 10}"
         self._write(f"{clock}  {card or 'chassis':<8} {self._tinted(text, tone)}")
-
-    def table(self, head, rows):
-        """Rows of (cell, ..., tone) below a head; the last element of a row is the tone of the line."""
-        widths = [max(len(head[i]), *(len(row[i]) for row in rows)) for i in range(len(head))]
-
-        def line(cells):
-            return "  ".join(f"{cell:<{width}}" for cell, width in zip(cells, widths)).rstrip()
-
-        self._write(self._tinted(line(head), "head"))
-        for *cells, tone in rows:
-            self._write(self._tinted(line(cells), tone))
