@@ -35,6 +35,10 @@ if(NOT APP_CG_TOOLS)
 endif()
 
 install(FILES ${packaging}/systemd/cg_recorderd.service DESTINATION ${unit_folder} COMPONENT recorder)
+
+compressed(docs/cg_scenario.5 cg_scenario.5.gz)
+install(FILES ${packaging_out}/cg_scenario.5.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT tools)
+
 # In the package this is a file of the administrator's, and dpkg asks before it touches it; a plain installation would
 # overwrite it.
 install(FILES ${packaging}/platform.conf DESTINATION ${CMAKE_INSTALL_SYSCONFDIR}/app_cg COMPONENT daemon

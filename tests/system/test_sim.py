@@ -6,7 +6,7 @@ import subprocess
 import pytest
 
 from demo import programs
-from rig import CARD_INFO, DEV_GLOBAL, HOST, POWER, REQUEST
+from rig import CARD_INFO, DEV_GLOBAL, HOST, POWER, PROJECT, REQUEST
 
 
 @pytest.fixture
@@ -181,3 +181,11 @@ def test_without_a_daemon_nothing_is_decided(rig):
 def test_wrong_usage(rig, options, says):
     refused = rig.cgctl.attempt("sim", *options, rig.folder / "nothing-here")
     assert refused.returncode == (2 if options else 1) and says in refused.stderr
+
+
+def test_the_manual_page_shows_a_scenario_that_is_right(rig):
+    page = (PROJECT / "docs" / "cg_scenario.5").read_text()
+    example = page.split(".Bd -literal -offset indent\n")[1].split(".Ed")[0]
+    assert example.count("expect ") == 4
+    checked = sim(rig, example, "--check")
+    assert checked.returncode == 0, checked.stderr

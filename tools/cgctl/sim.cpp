@@ -350,15 +350,16 @@ void add_sim(CLI::App &app, Session &session)
     CLI::App *verb =
         add_verb(app, session, "sim",
                  "Play a chassis: cards come and go, check modules answer, expectations are judged",
-                 "  cgctl sim night-shift.scenario\n"
-                 "  cgctl sim --check *.scenario\n"
-                 "  printf 'plug 1/1 mb\\nexpect 1/1 exempt\\n' | cgctl sim -");
+                 "  cgctl sim night.scenario\n"
+                 "  cgctl sim --check night.scenario day.scenario\n"
+                 "  cgctl sim --speed 20 --json -");
     auto options = std::make_shared<SimOptions>();
-    verb->add_option("FILE", options->files,
-                     "Scenarios, see cg_scenario(5), played one after the other; - for standard input")
-        ->required();
+    verb->add_option("FILE", options->files, "Scenarios, played one after the other; - is standard input")
+        ->required()
+        ->type_name("FILE");
     verb->add_flag("--check", options->check, "Only look for mistakes; no store is needed");
-    verb->add_option("--speed", options->speed, "How many times faster the daemon's clock runs (default 1)");
+    verb->add_option("--speed", options->speed, "How many times faster the daemon's clock runs (default 1)")
+        ->type_name("N");
     verb->add_flag("--keep", options->keep, "Leave the cards plugged");
     verb->add_flag("--stay", options->stay, "At the end, go on playing the modules until stopped");
     verb->callback(
