@@ -12,18 +12,20 @@ _ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(_ROOT / "tools"))
 
 from demo import programs  # noqa: E402  (needs the path above)
+from layer import Layer  # noqa: E402
 
 TREE = _ROOT / "build" / "packages-test" / "tree"
 PACKAGES = _ROOT / "build" / "packages"
+NAMES = sorted(package.name.split("_")[0] for package in PACKAGES.glob("*.deb"))
 
 
 class Device:
     """A booted copy of the tree, with a store server, that forgets everything when it restarts."""
 
     def __init__(self, folder):
-        self.root = folder / "root"
+        self._layer = Layer(TREE, folder)
+        self.root = self._layer.root
         self._log = folder / "console.log"
-        subprocess.run(["cp", "-a", "--reflink=auto", TREE, self.root], check=True)
         with open(self.root / "etc/redis/redis.conf", "a", encoding="utf-8") as conf:
             conf.write('databases 64\nsave ""\n')
         for package in PACKAGES.glob("*.deb"):
@@ -50,7 +52,7 @@ class Device:
     def close(self):
         """Ends it, and removes the copy."""
         programs.stop(self._nspawn, 30)
-        shutil.rmtree(self.root)
+        self._layer.close()
 
     def run(self, *argv, check=True, status=None):
         """Runs a command on the device. Returns what it printed; with `status`, it has to end with that one."""
@@ -70,11 +72,16 @@ class Device:
 
     def purge(self):
         """Removes the packages and what belongs to them."""
-        return self.sh("dpkg --purge app-cg app-cg-tools app-cg-doc")
+        return self.run("dpkg", "--purge", *NAMES)
 
     def cgctl(self, *argv):
         """Runs cgctl."""
         return self.run("cgctl", *argv)
+
+    def metrics(self):
+        """What the recorder tells Prometheus. There is no client in the tree, so bash is one."""
+        return self.run("bash", "-c", "exec 3<>/dev/tcp/127.0.0.1/9717 && "
+                        "printf 'GET /metrics HTTP/1.0\\r\\n\\r\\n' >&3 && cat <&3", check=False)
 
     def unit(self, name, what):
         """A property of a unit."""
@@ -84,9 +91,9 @@ class Device:
         """A unit's ActiveState."""
         return self.unit(name, "ActiveState")
 
-    def pid(self):
-        """The daemon's process id on the device; "0" when there is none."""
-        return self.unit("app_cg.service", "MainPID")
+    def pid(self, name="app_cg.service"):
+        """A service's process id on the device; "0" when there is none. The daemon's, unless said."""
+        return self.unit(name, "MainPID")
 
     def journal(self, *argv):
         """The lines of the system log that journalctl picks out."""
@@ -101,10 +108,11 @@ class Device:
             print(self.run("journalctl", "--no-pager", "-n", "80", check=False))
             raise
 
-    def wait_active(self, other_than="0"):
-        """Waits for the daemon to serve, as another process than `other_than`. Returns its process id."""
-        return self.wait(lambda: self.state() == "active" and self.pid() not in ("0", other_than) and self.pid(),
-                         "the service is up")
+    def wait_active(self, other_than="0", name="app_cg.service"):
+        """Waits for the daemon, or another service, to serve, as another process than `other_than`. Returns its
+        process id."""
+        return self.wait(lambda: self.state(name) == "active" and self.pid(name) not in ("0", other_than)
+                         and self.pid(name), f"{name} is up")
 
     def module(self, name, *command):
         """Registers a check module that runs a command, and has the daemon know it."""

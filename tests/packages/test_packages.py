@@ -1,4 +1,5 @@
 """The packages on a real device: the service comes up, judges cards, comes back, raises an alarm, and goes."""
+import re
 
 ALARM = ("--identifier=app_cg-alarm", "--output=cat")
 
@@ -30,6 +31,37 @@ def test_the_debug_shell_and_what_it_collects(device):
     assert "app_cg_wait_obj_num" in device.cgctl("debug", "dump_check_module")
     device.cgctl("debug", "collect")
     assert "app_cg_wait_obj_num" in device.run("cat", "/data/collect/app_cg.log")
+
+
+def test_what_was_collected_is_rotated(device):
+    collected = "/data/collect/app_cg.log"
+    before = device.pid()
+
+    def grow():
+        device.sh(f"yes line | head -c 2000000 >> {collected}; logrotate /etc/logrotate.d/app_cg")
+        return int(device.run("stat", "-c", "%s", collected))
+
+    # Nobody has collected yet: the file is another one's.
+    device.sh(f"install -o app_cg -g app_cg /dev/null {collected}")
+    assert grow() == 0
+    device.sh(f"gzip -dc {collected}.1.gz | tail -n 1 | grep -qx line")
+    device.cgctl("debug", "show_time")
+    assert device.run("cat", collected) == "", "the daemon has nothing to do with it"
+
+    device.cgctl("debug", "collect")
+    assert 0 < grow() < 100000
+    assert "app_cg_wait_obj_num" in device.run("cat", collected), "the daemon began anew"
+    device.cgctl("debug", "dump_check_module")
+    assert int(device.run("stat", "-c", "%s", collected)) < 100000
+    device.sh(f"test -e {collected}.2.gz")
+    assert device.pid() == before
+
+
+def test_the_log_stays_in_the_journal(device):
+    device.cgctl("debug", "log-level", "level=4")
+    device.cgctl("debug", "collect")
+    device.cgctl("role", "master")
+    device.wait(lambda: device.journal("_SYSTEMD_UNIT=app_cg.service", "--grep=role"), "the daemon logs to the journal")
 
 
 def test_it_comes_back_after_a_kill(device):
@@ -82,9 +114,12 @@ def test_a_gate_that_stays_dead_is_told_and_tried_again(device):
 
 def test_the_store_is_guarded_as_the_manual_tells(device):
     text = device.run("cat", "/usr/share/doc/app-cg/README.Debian")
-    begin = text.index("    install -d -m 0710")
+    begin = text.index("    install -d -m 0711")
     device.sh("cd /srv\n" + text[begin:text.index("\n\n", begin)])
     device.wait_active()
+    device.wait(lambda: device.state("cg_recorderd") == "active", "the recorder is up")
+    device.sh("VX_MOM_AUTH_FILE=/etc/app_cg/secrets/app_cg-admin cgctl card plug 1/3/0")
+    device.wait(lambda: re.search(r'cg_cards{state="\w+"} 1', device.metrics()), "the recorder is let in")
     assert "NOPERM" in device.run("redis-cli", "ping") or "NOAUTH" in device.run("redis-cli", "ping")
 
 
@@ -93,7 +128,7 @@ def everything(device):
     # Left out: what runs by itself, what records that something was done, and copies of the account files.
     paths = device.sh("find / -xdev \\( -path /var/log -o -path /var/cache -o -path /var/lib/dpkg -o -path /srv -o -path /root "
                       "-o -path /var/lib/redis -o -path /tmp -o -path /var/tmp \\) -prune -o -print | sort; "
-                      "find /run -name 'app_cg*'; find /etc -type f ! -name '*-' | sort | xargs sha256sum")
+                      "find /run -name 'app_cg*' -o -name 'cg_rec*'; find /etc -type f ! -name '*-' | sort | xargs sha256sum")
     return set(paths.splitlines())
 
 
@@ -104,11 +139,12 @@ def test_a_purge_leaves_nothing(bare):
     bare.module("m1", "true")
     bare.cgctl("debug", "collect")
     bare.run("systemctl", "stop", "module-m1")
+    bare.sh("install -D -t /etc/systemd/system/cg_recorderd.service.d /dev/stdin </dev/null")
     daemon = bare.pid()
     bare.purge()
     assert not bare.run("sh", "-c", f"ls -d /proc/{daemon} 2>/dev/null || true"), "the daemon is gone"
     assert everything(bare) ^ before == set()
-    assert "app_cg" not in bare.run("systemctl", "list-units", "--all", "--no-legend", "--plain", "app_cg*")
+    assert "app_cg" not in bare.run("systemctl", "list-units", "--all", "--no-legend", "--plain", "app_cg*", "cg_*")
 
 
 def test_a_removal_keeps_what_the_administrator_set(device):
