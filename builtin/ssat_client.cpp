@@ -37,6 +37,8 @@ public:
     }
     // Returns the reply's fields behind "ok". Throws Error for anything else.
     Fields ask(const Fields &request);
+    // Who listens.
+    pid_t peer();
 
 private:
     [[noreturn]] void fail(Failure failure, const std::string &what) const;
@@ -170,6 +172,17 @@ Fields Exchange::ask(const Fields &request)
                 fields->empty() ? path_ + ": " + outcome : fields->front());
 }
 
+pid_t Exchange::peer()
+{
+    connect();
+    ucred credentials{};
+    socklen_t size = sizeof(credentials);
+    if (getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+        fail(Failure::broken, strerror(errno));
+    }
+    return credentials.pid;
+}
+
 int32_t number_in(const std::string &text)
 {
     int32_t number = 0;
@@ -195,6 +208,11 @@ Reply run(const std::string &socket_path, const std::string &module, const std::
         throw Error(Failure::broken, socket_path + ": the answer is not that to a command");
     }
     return {number_in(fields[0]), std::move(fields[1]), std::move(fields[2]), fields[3] != "whole"};
+}
+
+pid_t process_at(const std::string &socket_path, std::chrono::milliseconds timeout)
+{
+    return Exchange(socket_path, timeout).peer();
 }
 
 std::vector<Command> commands(const std::string &socket_path, std::chrono::milliseconds timeout)

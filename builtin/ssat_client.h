@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include <sys/types.h>
+
 #include "ssat_path.h"
 
 namespace ssat
@@ -61,6 +63,9 @@ struct Command {
 // Throws Error when no handler was called, or when its answer did not arrive.
 Reply run(const std::string &socket_path, const std::string &module, const std::string &command,
           const std::vector<std::string> &arguments, std::chrono::milliseconds timeout);
+
+// Returns the process that listens on the socket, as the kernel knows it. Throws Error.
+pid_t process_at(const std::string &socket_path, std::chrono::milliseconds timeout);
 
 // Returns the commands that the process offers, in the order of their registration. Throws Error.
 std::vector<Command> commands(const std::string &socket_path, std::chrono::milliseconds timeout);

@@ -225,7 +225,7 @@ Milliseconds Line::time(Milliseconds least)
 std::string Line::module()
 {
     const Word word = this->word("a module's name");
-    const std::string name = word.has_key ? word.key + '=' + word.text : word.text;
+    std::string name = word.has_key ? word.key + '=' + word.text : word.text;
     if (const std::string mistake = module_name_mistake(name); !mistake.empty()) {
         throw Mistake{word.column, mistake};
     }

@@ -1,6 +1,7 @@
 // A scenario in play.
 #include "sim_player.h"
 
+#include <cmath>
 #include <utility>
 
 #include "admission/feed.h"
@@ -31,7 +32,7 @@ const Milliseconds tracked_timeout = admission::check_timeout;
 
 Milliseconds scaled(Milliseconds daemons, double speed)
 {
-    return Milliseconds(static_cast<int64_t>(static_cast<double>(daemons.count()) / speed + 0.5));
+    return Milliseconds(std::llround(static_cast<double>(daemons.count()) / speed));
 }
 
 } // namespace

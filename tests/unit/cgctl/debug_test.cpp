@@ -2,8 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <sstream>
 
+#include "cgctl/debug_shell.h"
+#include "cgctl/failure.h"
+#include "cgctl/line_editor.h"
 #include "ssat.h"
+#include "ssat_client.h"
 #include "store_fixture.h"
 #include "vx_thread.h"
 
@@ -47,7 +52,7 @@ protected:
     {
         setenv("SSAT_SOCKET", folder_.path("shell").c_str(), 1);
         daemon_ = std::make_unique<Child>(serve);
-        EXPECT_TRUE(eventually([] { return run_cgctl({"debug"}).status == 0; })) << daemon_->err();
+        EXPECT_TRUE(eventually([] { return run_cgctl({"debug", "--list"}).status == 0; })) << daemon_->err();
     }
 
     Folder folder_;
@@ -58,8 +63,8 @@ protected:
 
 TEST_F(DebugVerb, ListsTheCommands)
 {
-    EXPECT_EQ(run_cgctl({"debug"}).out, "greet\nadd a=%d b=%d\n");
-    const Json commands = run_cgctl({"debug", "--json"}).json()["commands"];
+    EXPECT_EQ(run_cgctl({"debug", "--list"}).out, "greet\nadd a=%d b=%d\n");
+    const Json commands = run_cgctl({"debug", "--list", "--json"}).json()["commands"];
     ASSERT_EQ(commands.size(), 2U);
     EXPECT_EQ(commands[1], (Json{{"module", "app_cg"}, {"command", "add"}, {"arguments", "a=%d b=%d"}}));
 }
@@ -97,16 +102,89 @@ TEST_F(DebugVerb, WrongUsageIsToldApart)
 
 TEST_F(DebugVerb, AnUnknownCommandIsToldWhereTheRightOnesAre)
 {
-    EXPECT_EQ(run_cgctl({"debug", "gret"}).err,
-              "cgctl: module 'app_cg' has no command 'gret'; `cgctl debug` lists those that there are\n");
+    EXPECT_EQ(
+        run_cgctl({"debug", "gret"}).err,
+        "cgctl: module 'app_cg' has no command 'gret'; `cgctl debug --list` lists those that there are\n");
 }
 
 TEST_F(DebugVerb, NobodyThereIsAFailure)
 {
     const std::string nowhere = folder_.path("nobody");
     EXPECT_EQ(run_cgctl({"debug", "greet", "--socket", nowhere}).status, 1);
-    EXPECT_NE(run_cgctl({"debug", "--socket", nowhere}).err.find(nowhere), std::string::npos);
+    EXPECT_NE(run_cgctl({"debug", "--list", "--socket", nowhere}).err.find(nowhere), std::string::npos);
     EXPECT_EQ(run_cgctl({"--socket", folder_.path("shell"), "debug", "greet"}).status, 0);
+}
+
+TEST_F(DebugVerb, LinesAreAllRunAndAFailureIsRemembered)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const Session session{out, err};
+    DebugShell shell(session);
+    std::istringstream good("greet\n\n# a comment\n  add a=1 b=-1\nquit\nno-such-command\n");
+    EXPECT_EQ(shell.run_lines(good), 0);
+    EXPECT_EQ(out.str(), "hello\r\n0\n");
+    std::istringstream bad("gret\nadd a=2 b=2\nhelp\ngreet");
+    EXPECT_EQ(shell.run_lines(bad), 1);
+    EXPECT_EQ(out.str(), "hello\r\n0\n4\ngreet\nadd a=%d b=%d\nhello\r\n");
+    EXPECT_NE(err.str().find("has no command 'gret'"), std::string::npos) << err.str();
+    EXPECT_NE(err.str().find("add returned 4"), std::string::npos);
+}
+
+TEST_F(DebugVerb, SaysWhichDaemonAnswers)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const Session session{out, err};
+    std::istringstream nothing;
+    EXPECT_EQ(DebugShell(session).run_lines(nothing), 0);
+    EXPECT_EQ(err.str(), "cgctl: app_cg, process " + std::to_string(daemon_->pid()) + ", at " +
+                             folder_.path("shell") + "\n");
+}
+
+TEST_F(DebugVerb, AnotherDaemonIsToldOf)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const Session session{out, err};
+    DebugShell shell(session);
+    std::istringstream one("greet");
+    EXPECT_EQ(shell.run_lines(one), 0);
+    daemon_ = nullptr;
+    std::istringstream alone("greet");
+    EXPECT_THROW(shell.run_lines(alone), Failure);
+    daemon_ = std::make_unique<Child>(serve);
+    EXPECT_TRUE(eventually([] { return run_cgctl({"debug", "--list"}).status == 0; })) << daemon_->err();
+    std::istringstream again("greet");
+    EXPECT_EQ(shell.run_lines(again), 0);
+    EXPECT_NE(err.str().find("process " + std::to_string(daemon_->pid())), std::string::npos) << err.str();
+}
+
+TEST(DebugCompletion, CommandsAndThenTheNamesOfTheirArguments)
+{
+    using Words = std::vector<std::string>;
+    const std::vector<ssat::Command> commands{{"app_cg", "dump_node", "void"},
+                                              {"app_cg", "dump_all", "void"},
+                                              {"app_cg", "update_dev", "dev=%d slot=%d"}};
+    EXPECT_EQ(debug_completions("", commands),
+              (Words{"dump_all", "dump_node", "help", "quit", "update_dev"}));
+    EXPECT_EQ(debug_completions("  du", commands), (Words{"dump_all", "dump_node"}));
+    EXPECT_EQ(debug_completions("dump_n", commands), Words{"dump_node"});
+    EXPECT_EQ(debug_completions("dump_node ", commands), Words{});
+    EXPECT_EQ(debug_completions("update_dev ", commands), (Words{"dev=", "slot="}));
+    EXPECT_EQ(debug_completions("update_dev s", commands), Words{"slot="});
+    EXPECT_EQ(debug_completions("update_dev slot=3 ", commands), Words{"dev="});
+    EXPECT_EQ(debug_completions("update_dev slot=3", commands), Words{}) << "a number is the user's affair";
+    EXPECT_EQ(debug_completions("nothing ", commands), Words{});
+    EXPECT_EQ(common_beginning({"dump_all", "dump_node"}), "dump_");
+    EXPECT_EQ(common_beginning({}), "");
+}
+
+TEST(DebugStartTime, IsReadFromWhatIsPrinted)
+{
+    EXPECT_EQ(start_time_in("\r\n====\r\napp_cg run 1700000000:123\r\ninit global 1:2"), 1700000000);
+    EXPECT_EQ(start_time_in("app_cg run x"), 0);
+    EXPECT_EQ(start_time_in(""), 0);
 }
 
 } // namespace cgctl
