@@ -13,17 +13,21 @@ build_thin_out()
          { fflush() }'
 }
 
-# Builds a preset: build_preset NAME [target...]. Returns non-zero when it does not build.
+# Builds a preset: build_preset NAME [-DOPTION=VALUE...] [target...]. Returns non-zero when it does not build.
 build_preset()
 {
-    local preset=$1 folder=$project_root/build/$1 log
+    local preset=$1 folder=$project_root/build/$1 log options=()
     shift
+    while [[ ${1:-} == -D* ]]; do
+        options+=("$1")
+        shift
+    done
     if ! mkdir -p "$folder" 2>/dev/null || [ ! -w "$folder" ]; then
         complain "$folder cannot be written by $(id -un); remove it (another user built there) and start again"
         return 1
     fi
     log=$folder/configure.log
-    if ! (cd "$project_root" && cmake --preset "$preset") >"$log" 2>&1; then
+    if ! (cd "$project_root" && cmake --preset "$preset" "${options[@]}") >"$log" 2>&1; then
         tail -n 40 "$log" >&2
         complain "configuring $preset failed; see $log"
         return 1

@@ -29,7 +29,7 @@ void check(const std::string &text, const cgctl::Position &position)
             "a position is the numbers that were typed", text);
     require(cgctl::parse_position(position.text()) == position, "a position printed is the same one",
             position.text());
-    require(cgctl::position_in(position.key()) == position, "a position is the one in its key",
+    require(cgctl::position_in(cgctl::key_of(position)) == position, "a position is the one in its key",
             position.text());
 }
 

@@ -18,6 +18,8 @@ from demo.system_log import SystemLog
 
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("APP_CG_BUILD", PROJECT / "build" / "dev"))
+# The daemon may come from another build than the tools: from one under sanitizers.
+DAEMON = pathlib.Path(os.environ.get("APP_CG_DAEMON", BUILD / "bin" / "app_cg"))
 
 HOST, CAP, DEV_GLOBAL = 1, 28, 33
 PASS, DENY = "1", "0"  # the stored verdict
@@ -37,7 +39,7 @@ LEVEL_FILE = ".vxos/vsd/0/plibpub/app_cg/app_cg/app_cg_dbg.txt"  # below /data
 
 def is_sanitized():
     """Whether the build under test is one under AddressSanitizer."""
-    return "-fsanitize=address" in (BUILD / "CMakeCache.txt").read_text()
+    return "-fsanitize=address" in (DAEMON.parents[1] / "CMakeCache.txt").read_text()
 
 
 class Rig:
@@ -96,7 +98,7 @@ class Rig:
 
     def new_daemon(self, **env):
         """A daemon that is not started yet."""
-        daemon = Daemon(BUILD / "bin" / "app_cg", self.view, env)
+        daemon = Daemon(DAEMON, self.view, env)
         self._daemons.append(daemon)
         return daemon
 
