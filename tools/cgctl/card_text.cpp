@@ -143,6 +143,11 @@ std::string clock_text(Time time, Time now)
     return formatted(time, today ? "%T" : "%F %T", true);
 }
 
+std::string date_text(Time time)
+{
+    return formatted(time, "%F %T", true);
+}
+
 std::string utc_text(Time time)
 {
     const auto rest =
@@ -211,6 +216,14 @@ std::string decision_text(const Decision &decision)
         text += ": " + visible(decision.reason);
     }
     return text;
+}
+
+std::string answer_text(const admission::Answer &answer)
+{
+    return visible(answer.module) + (answer.ret == 0 ? " PASS" : " DENY") +
+           (answer.took ? " after " + seconds_text(*answer.took) : "") +
+           (answer.reason.empty() ? "" : ": " + visible(answer.reason)) +
+           (answer.registered ? "" : " (no module of the folder: passed over)");
 }
 
 std::string summary_text(const std::map<State, std::size_t> &counts)

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "admission/card_tracker.h"
@@ -28,6 +29,8 @@ std::string span_text(std::chrono::milliseconds span);
 std::string seconds_text(std::chrono::milliseconds span);
 // In local time: "14:02:11" on the same day as `now`, else "2026-11-20 14:02:11".
 std::string clock_text(Time time, Time now);
+// In local time: "2026-11-20 14:02:11".
+std::string date_text(Time time);
 // UTC with milliseconds, as in 2026-05-01T12:00:00.123Z: how every JSON form says a time.
 std::string utc_text(Time time);
 
@@ -41,6 +44,14 @@ Tone tone_of(admission::State state);
 
 // What a check ended with: "passed by m2", "denied by m1: not enough power", "passed by silence of m2".
 std::string decision_text(const admission::Decision &decision);
+
+// "m1 PASS after 2 s", "m2 DENY after 0.2 s: too hot"
+std::string answer_text(const admission::Answer &answer);
+
+// What became of a card and how, in full: names and texts, in the order in which to show them. An empty name
+// goes on with the one before.
+std::vector<std::pair<std::string, std::string>>
+facts_of_card(const admission::TrackedCard &card, std::optional<std::chrono::milliseconds> left, Time now);
 
 // "12 cards: 9 passed, 1 waiting, ..."; states without a card are not named.
 std::string summary_text(const std::map<admission::State, std::size_t> &counts);

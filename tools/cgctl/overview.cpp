@@ -24,8 +24,8 @@ using admission::TrackedCard;
 // The daemon's time-out, and what may pass until its end is seen. An open check that is older is one whose
 // end the recorder missed.
 constexpr std::chrono::seconds longest_check = admission::check_timeout + std::chrono::seconds{30};
-// A recorder at work writes more often than that while something happens; a history this old deserves a word.
-constexpr std::chrono::hours old_history{1};
+// A recorder at work says so twice a minute.
+constexpr std::chrono::minutes old_history{2};
 
 // The daemon asks those whom it found when it connected; without it, the folder is the next best.
 std::vector<std::string> modules_asked(const DaemonView &daemon)
@@ -42,21 +42,22 @@ std::vector<std::string> modules_asked(const DaemonView &daemon)
     return names;
 }
 
-const OpenCheck *open_check(const Past &past, const Position &position, Time now)
+const history::OpenCheck *open_check(const Past &past, const Position &position, Time now)
 {
-    const auto found = std::find_if(past.open.begin(), past.open.end(), [&](const OpenCheck &check) {
-        return check.position == position && now - check.requested_at < longest_check;
+    const auto found = std::find_if(past.open.begin(), past.open.end(), [&](const history::OpenCheck &check) {
+        return check.card.position == position &&
+               (!check.requested_at || now - *check.requested_at < longest_check);
     });
     return found == past.open.end() ? nullptr : &*found;
 }
 
-void prime_request(CardTracker &tracker, const DaemonCard *daemon, const OpenCheck *open,
+void prime_request(CardTracker &tracker, const DaemonCard *daemon, const history::OpenCheck *open,
                    const Position &position)
 {
     if (daemon == nullptr && open == nullptr) {
         return;
     }
-    const auto began = open == nullptr ? std::nullopt : std::optional(open->requested_at);
+    const auto began = open == nullptr ? std::nullopt : open->requested_at;
     tracker.remember_open(position, began, daemon == nullptr ? open->waiting_for : daemon->waiting_for,
                           open == nullptr ? std::vector<admission::Answer>{} : open->answers);
 }
@@ -149,10 +150,10 @@ void Overview::tell_what_is_missing(const Session &session) const
 {
     if (!past_.problem.empty()) {
         session.notice(visible(past_.problem) + ": times, deciders and admissions by silence are not known");
-    } else if (past_.newest && now_ - *past_.newest > old_history) {
-        const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now_ - *past_.newest);
-        session.notice("the newest entry of the history at " + visible(past_.file) + " is " + span_text(age) +
-                       " old: if cg_recorderd does not run, what happened since is missing");
+    } else if (past_.alive_at && now_ - *past_.alive_at > old_history) {
+        const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now_ - *past_.alive_at);
+        session.notice("cg_recorderd, which writes the history at " + visible(past_.file) +
+                       ", has been away for " + span_text(age) + ": what happened since then is not in it");
     }
     const bool somebody_waits = std::any_of(
         rows_.begin(), rows_.end(), [](const CardRow &row) { return row.tracked.state == State::waiting; });
@@ -167,7 +168,7 @@ Json Overview::sources() const
     return {{"history",
              {{"file", past_.file},
               {"problem", problem(past_.problem)},
-              {"newest", past_.newest ? Json(utc_text(*past_.newest)) : Json(nullptr)}}},
+              {"alive_at", past_.alive_at ? Json(utc_text(*past_.alive_at)) : Json(nullptr)}}},
             {"daemon", {{"problem", problem(daemon_.problem)}}}};
 }
 

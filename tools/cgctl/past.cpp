@@ -1,14 +1,23 @@
 // What the recorder's file remembers of the cards.
 #include "past.h"
 
+#include "history/reader.h"
+
 namespace cgctl
 {
 
 Past read_past(const std::string &file)
 {
     Past past;
-    past.file = file;
-    past.problem = "no history";
+    past.file = history::path_or_default(file);
+    try {
+        const history::Reader reader(past.file);
+        past.alive_at = reader.alive_at();
+        past.open = reader.open_checks();
+        past.decisions = reader.last_decisions();
+    } catch (const history::Error &error) {
+        past.problem = error.what();
+    }
     return past;
 }
 

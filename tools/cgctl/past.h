@@ -6,28 +6,21 @@
 #include <string>
 #include <vector>
 
-#include "admission/decision.h"
+#include "history/history.h"
 
 namespace cgctl
 {
 
-// A check of which the recorder has not seen the end.
-struct OpenCheck {
-    admission::Position position{};
-    admission::Time requested_at{};
-    std::vector<std::string> waiting_for{};
-    std::vector<admission::Answer> answers{};
-};
-
 struct Past {
     std::string file{};
-    std::string problem{};                   // why it could not be read; empty when it was
-    std::optional<admission::Time> newest{}; // when the recorder was last known to be at work
-    std::vector<OpenCheck> open{};
+    std::string problem{};                     // why it could not be read; empty when it was
+    std::optional<admission::Time> alive_at{}; // when the recorder last said that it runs
+    std::vector<history::OpenCheck> open{};
     std::vector<admission::Decision> decisions{}; // the last one on each position
 };
 
-// Reads the recorder's file: `file`, or when that is empty where CG_HISTORY says, or at its usual place.
+// Reads the recorder's file: `file`, or when that is empty where CG_HISTORY says, or at its usual place. What
+// is wrong with it is in `problem`; nothing is thrown for that.
 Past read_past(const std::string &file);
 
 } // namespace cgctl

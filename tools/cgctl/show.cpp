@@ -1,4 +1,6 @@
 // cgctl show: everything about one card. First what became of it and how, then every record.
+#include <algorithm>
+
 #include "card_text.h"
 #include "failure.h"
 #include "overview.h"
@@ -10,10 +12,6 @@ namespace cgctl
 
 namespace
 {
-
-using admission::Answer;
-using admission::Decision;
-using admission::TrackedCard;
 
 struct ShowOptions {
     std::string position{};
@@ -29,106 +27,22 @@ Json stored_json(const FoundRecord &found)
             {"record", payload_part(*found.type, found.record)}};
 }
 
-class Facts
+void print_facts(const Session &session, const Terminal &terminal, const CardRow &row, admission::Time now)
 {
-public:
-    Facts(const Session &session, const Terminal &terminal, const CardRow &row, admission::Time now)
-        : session_(session), terminal_(terminal), row_(row), card_(row.tracked), now_(now)
-    {
+    constexpr std::size_t column = 10;
+    const auto print = [&](const std::string &name, const std::string &text, Tone tone) {
+        session.line("  " + name + std::string(column - std::min(column, name.size()), ' ') +
+                     toned(terminal, tone, text));
+    };
+    session.line(toned(terminal, Tone::heading, "card " + row.position().text()));
+    for (const auto &[name, text] : facts_of_card(row.tracked, row.left, now)) {
+        print(name, text, name == "state" ? tone_of(row.tracked.state) : Tone::plain);
     }
-
-    void print() const
-    {
-        title();
-        fact("state", toned(terminal_, tone_of(card_.state), state_text(card_, row_.left)));
-        fact("since", since_text(card_, now_));
-        fact("reason", visible(row_.reason));
-        if (card_.request) {
-            fact("asked", card_.requested_at ? moment(*card_.requested_at) : "when is not known");
-            answers(card_.answers, card_.waiting_for);
-        }
-        if (card_.last) {
-            last_check(*card_.last);
-        }
-        if (card_.power_off) {
-            fact("power", toned(terminal_, Tone::bad, "a request to power it off stands"));
-        }
-        if (card_.cannot_start) {
-            fact("status", "marked as unable to start");
-        }
+    // The daemon's word where there is no history; else the decision has it already.
+    if (!row.reason.empty() && !row.tracked.last) {
+        print("reason", visible(row.reason), Tone::plain);
     }
-
-private:
-    void title() const
-    {
-        std::string text = "card " + row_.position().text();
-        if (row_.stored) {
-            const auto &facts = card_.card;
-            text += ": " + visible(facts.name) + ", " + short_type(facts.node_type) + ", type " +
-                    std::to_string(facts.config_dev_type) +
-                    (facts.serial.empty() ? "" : ", serial " + facts.serial) +
-                    (facts.online ? ", on line" : ", off line");
-        }
-        session_.line(toned(terminal_, Tone::heading, text));
-    }
-
-    void fact(const std::string &name, const std::string &text) const
-    {
-        if (!text.empty()) {
-            session_.line("  " + name + std::string(column - std::min(column, name.size()), ' ') + text);
-        }
-    }
-
-    [[nodiscard]] std::string moment(admission::Time time) const
-    {
-        const auto ago = std::chrono::duration_cast<std::chrono::milliseconds>(now_ - time);
-        return clock_text(time, now_) + " (" + span_text(ago) + " ago)";
-    }
-
-    static std::string answer_text(const Answer &answer)
-    {
-        return visible(answer.module) + (answer.ret == 0 ? " PASS" : " DENY") +
-               (answer.took ? " after " + seconds_text(*answer.took) : "") +
-               (answer.reason.empty() ? "" : ": " + visible(answer.reason)) +
-               (answer.registered ? "" : " (no module of the folder: passed over)");
-    }
-
-    void answers(const std::vector<Answer> &given, const std::vector<std::string> &missing) const
-    {
-        std::string name = "answers";
-        for (const Answer &answer : given) {
-            fact(name, answer_text(answer));
-            name = "";
-        }
-        for (const std::string &module : missing) {
-            fact(name, visible(module) + " has not answered");
-            name = "";
-        }
-    }
-
-    void last_check(const Decision &decision) const
-    {
-        fact(card_.request ? "before" : "decided",
-             decision_text(decision) + ", " + moment(decision.decided_at));
-        if (card_.request) {
-            return;
-        }
-        fact("asked", decision.requested_at ? moment(*decision.requested_at) : "");
-        answers(decision.answers, decision.silent);
-        fact("role", decision.role ? role_word(*decision.role) : "");
-        if (!decision.complete) {
-            fact("", "(the recorder did not see this check from its beginning)");
-        }
-    }
-
-    static constexpr std::size_t column = 10;
-
-    const Session &session_;
-    const Terminal &terminal_;
-    const CardRow &row_;
-    const TrackedCard &card_;
-    admission::Time now_;
-};
+}
 
 void print_record(const Session &session, const FoundRecord &found)
 {
@@ -151,11 +65,13 @@ Json json_of(const Overview &overview, const CardRow &row, const std::vector<Fou
     return json;
 }
 
-const CardRow &found_row(const Overview &overview, const Position &position)
+const CardRow &found_row(const Overview &overview, const Position &position, bool has_records)
 {
     const CardRow *row = overview.find(position);
     if (row == nullptr) {
-        throw Failure(failed, "no card at " + position.text() + "; `cgctl list` shows those that there are");
+        throw Failure(failed,
+                      "no card at " + position.text() + "; `cgctl list` shows those that there are" +
+                          (has_records ? " (other records name this position, see `cgctl get`)" : ""));
     }
     return *row;
 }
@@ -170,13 +86,13 @@ int show(const Session &session, const ShowOptions &options)
     const RecordType &type = record_type("card_info");
     (void)store.read(type, type.db, key_of(position));
     const Overview overview(session, store, options.history);
-    const CardRow &row = found_row(overview, position);
     const std::vector<FoundRecord> records = records_of_card(store, position);
+    const CardRow &row = found_row(overview, position, !records.empty());
     if (session.json) {
         session.line(dump(json_of(overview, row, records)));
         return done;
     }
-    Facts(session, terminal, row, overview.now()).print();
+    print_facts(session, terminal, row, overview.now());
     for (const FoundRecord &found : records) {
         print_record(session, found);
     }

@@ -1,0 +1,174 @@
+// The list with a history beside the store: who decided, who was silent, since when.
+#include "cgctl/overview.h"
+
+#include <gmock/gmock.h>
+
+#include "history/writer.h"
+#include "store_fixture.h"
+
+namespace cgctl
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using admission::CardTracker;
+using admission::Decision;
+using Ended = admission::Outcome;
+using admission::Time;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+class OverviewTest : public StoreTest
+{
+protected:
+    OverviewTest() : writer_(folder_.path("h"), now, [](const std::string &) {}) { writer_.alive(now); }
+
+    void plug(int slot, const std::string &stat = "")
+    {
+        const std::string tipc = std::to_string(1000 + slot);
+        cgctl({"card", "plug", "1/" + std::to_string(slot), "--tipc", tipc, "--name", "lc"});
+        if (!stat.empty()) {
+            cgctl({"set", "app_cg_mom_deny_check_result", "card_tipc_nodeid=" + tipc, "stat=" + stat});
+        }
+    }
+    void record(int slot, Ended outcome, bool admitted, const std::string &decider,
+                const std::vector<std::string> &silent)
+    {
+        Decision decision;
+        decision.card.position = {1, slot, 0};
+        decision.outcome = outcome;
+        decision.admitted = admitted;
+        decision.decider = decider;
+        decision.silent = silent;
+        decision.reason = outcome == Ended::denied ? "too hot" : "";
+        decision.requested_at = now - 90s;
+        decision.decided_at = now - 88s;
+        decision.role = 1;
+        decision.answers.push_back(
+            {"m1", outcome == Ended::denied ? 1 : 0, decision.reason, now - 88s, true, 2s});
+        writer_.add(decision);
+    }
+    cgctl::Outcome list(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.end(), {"--history", folder_.path("h"), "--socket", folder_.path("none")});
+        return run_cgctl(arguments);
+    }
+
+    Time now = std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now());
+    history::Writer writer_;
+};
+
+} // namespace
+
+TEST_F(OverviewTest, TheHistoryTellsWhoDecidedAndWhoWasSilent)
+{
+    plug(2, "APP_CG_CHECK_PASS");
+    plug(3, "APP_CG_CHECK_DENY");
+    record(2, Ended::silence, true, "", {"m2"});
+    record(3, Ended::denied, false, "m1", {});
+    const auto table = list({"list"});
+    EXPECT_EQ(table.status, 0);
+    EXPECT_THAT(table.out, HasSubstr("passed by silence of m2"));
+    EXPECT_THAT(table.out, HasSubstr("denied by m1"));
+    EXPECT_THAT(table.out, HasSubstr("too hot"));
+    EXPECT_THAT(table.out, HasSubstr(" s ago)"));
+    EXPECT_EQ(table.err, "cgctl: 2 cards: 1 passed by silence, 1 denied\n");
+    const Json cards = list({"list", "--json"}).json()["cards"];
+    EXPECT_EQ(cards[0]["state"], "silence");
+    EXPECT_EQ(cards[0]["verdict"], "passed");
+    EXPECT_EQ(cards[0]["decision"]["silent"], (Json{"m2"}));
+    EXPECT_EQ(cards[1]["decision"]["decider"], "m1");
+    EXPECT_EQ(cards[1]["reason"], "too hot");
+    EXPECT_EQ(cards[1]["since"], cards[1]["decision"]["decided_at"]);
+}
+
+TEST_F(OverviewTest, ADecisionThatTheStoreContradictsDoesNotCount)
+{
+    plug(2, "APP_CG_CHECK_PASS");
+    record(2, Ended::denied, false, "m1", {});
+    const Json card = list({"list", "--json"}).json()["cards"][0];
+    EXPECT_EQ(card["state"], "passed");
+    EXPECT_EQ(card["since"], nullptr);
+    EXPECT_EQ(card["reason"], nullptr);
+}
+
+TEST_F(OverviewTest, AnOpenCheckTellsWhomAndHowLong)
+{
+    plug(2);
+    cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=2"});
+    history::OpenCheck open;
+    open.card.position = {1, 2, 0};
+    open.requested_at = now - 88s;
+    open.waiting_for = {"m1", "m3"};
+    open.answers.push_back({"m2", 0, "", now - 80s, true, 8s});
+    writer_.set_open(open);
+    const auto table = list({"list"});
+    EXPECT_THAT(table.out, HasSubstr("waiting for m1, m3 (2"));
+    EXPECT_THAT(table.out, HasSubstr(" s left)"));
+    const auto shown = list({"show", "1/2"});
+    EXPECT_THAT(shown.out, HasSubstr("answers   m2 PASS after 8 s\n            m1 has not answered\n"));
+    const Json card = list({"show", "1/2", "--json"}).json();
+    EXPECT_LE(card["time_left_s"], 212);
+    EXPECT_GE(card["time_left_s"], 150);
+    EXPECT_EQ(card["answers"][0]["took_s"], 8);
+}
+
+TEST_F(OverviewTest, ShowTellsTheLastCheckInFull)
+{
+    plug(3, "APP_CG_CHECK_DENY");
+    record(3, Ended::denied, false, "m1", {});
+    const auto shown = list({"show", "1/3"});
+    EXPECT_THAT(shown.out, HasSubstr("  state     denied by m1\n"));
+    EXPECT_THAT(shown.out, HasSubstr("  decided   denied by m1: too hot, "));
+    EXPECT_THAT(shown.out, HasSubstr("  answers   m1 DENY after 2 s: too hot\n"));
+    EXPECT_THAT(shown.out, HasSubstr("  role      master\n"));
+}
+
+TEST_F(OverviewTest, APositionThatIsOnlyRememberedIsShownToWhoAsks)
+{
+    record(5, Ended::withdrawn, false, "", {});
+    EXPECT_THAT(list({"list"}).err, HasSubstr("no cards"));
+    EXPECT_THAT(list({"list", "--state", "absent"}).out, HasSubstr("1/5/0  -     -     absent"));
+    EXPECT_EQ(list({"show", "1/5"}).status, 0);
+    EXPECT_EQ(list({"show", "1/6"}).status, 1);
+}
+
+TEST_F(OverviewTest, ARecorderThatIsAwayIsNamed)
+{
+    plug(2);
+    writer_.alive(now - 10min);
+    EXPECT_THAT(list({"list"}).err,
+                HasSubstr("has been away for 10 min: what happened since then is not in it"));
+}
+
+TEST(Prime, TheDaemonKnowsBetterWhomACardWaitsFor)
+{
+    const Time now = Time{} + 1000000s;
+    DaemonView daemon;
+    daemon.modules = {"m1", "m2", "m3"};
+    daemon.cards[{1, 3, 0}] = {{"m3"}, true, ""};
+    daemon.cards[{1, 4, 0}] = {{}, false, ""};
+    Past past;
+    for (const int slot : {3, 4, 5}) {
+        history::OpenCheck open;
+        open.card.position = {1, slot, 0};
+        open.requested_at = now - (slot == 5 ? 3600s : 10s); // whose end the recorder missed
+        open.waiting_for = {"m1", "m2"};
+        past.open.push_back(open);
+    }
+    CardTracker tracker;
+    prime(tracker, daemon, past, {{1, 3, 0}, {1, 4, 0}, {1, 5, 0}}, now);
+    for (const int slot : {3, 4, 5}) {
+        tracker.card_written({{1, slot, 0}, "", "", 3, 0, 0, slot, true}, now, true);
+        tracker.request_written({1, slot, 0}, now, true);
+    }
+    EXPECT_THAT(tracker.find({1, 3, 0})->waiting_for, ElementsAre("m3"));
+    EXPECT_EQ(tracker.find({1, 3, 0})->since, now - 10s);
+    EXPECT_THAT(tracker.find({1, 4, 0})->waiting_for, ElementsAre("m1", "m2"));
+    EXPECT_EQ(tracker.find({1, 5, 0})->since, std::nullopt);
+}
+
+} // namespace cgctl
