@@ -99,10 +99,7 @@ int32_t Live::on_connected(void * /*first*/, void *second)
 int32_t Live::on_lost(void * /*first*/, int32_t db)
 {
     if (current != nullptr) {
-        current->guard([db] {
-            current->session_.notice("lost the store, database " + std::to_string(db) + "; connecting again");
-            current->tell_outage(db, true);
-        });
+        current->guard([db] { current->tell_outage({db, true, false}); });
     }
     return 0;
 }
@@ -111,9 +108,7 @@ int32_t Live::on_return(void * /*first*/, int32_t db, int32_t change)
 {
     if (current != nullptr) {
         current->guard([db, change] {
-            current->session_.notice("the store is back, database " + std::to_string(db) +
-                                     (change == same_data ? "" : ", with other data than before"));
-            current->tell_outage(db, false);
+            current->tell_outage({db, false, change == same_data});
             current->subscribe_all(db);
         });
     }
@@ -137,10 +132,19 @@ int32_t Live::on_timer(vx_thread_t *timer)
     return 0;
 }
 
-void Live::tell_outage(int32_t db, bool lost)
+void Live::tell_outage(const Outage &outage)
 {
+    const std::string db = std::to_string(outage.db);
+    if (outages_ == Told::alone) {
+        // who is told says it
+    } else if (outage.lost) {
+        session_.notice("lost the store, database " + db + "; connecting again");
+    } else {
+        session_.notice("the store is back, database " + db +
+                        (outage.same_data ? "" : ", with other data than before"));
+    }
     if (outage_) {
-        outage_(db, lost);
+        outage_(outage);
     }
 }
 

@@ -10,6 +10,7 @@
 #include <functional>
 #include <list>
 #include <optional>
+#include <utility>
 
 #include "record_types.h"
 #include "session.h"
@@ -48,9 +49,21 @@ public:
     // ends the loop. Throws Failure when the store does not answer, unless it is awaited.
     void subscribe(const RecordType &type, int32_t db, Handler handler, Absent absent = Absent::failure);
 
-    // Has `told` called when a database's connection is lost (true) and before what is in it is told anew
-    // (false). It may throw, as handlers may.
-    void on_outage(std::function<void(int32_t db, bool lost)> told) { outage_ = std::move(told); }
+    // A database's connection was lost, or is back.
+    struct Outage {
+        int32_t db;
+        bool lost;
+        bool same_data; // of one that is back: with what it had
+    };
+    enum class Told { with_message, alone };
+
+    // Has `told` called when a connection is lost, and when it is back before what is in it is told anew. It
+    // may throw, as handlers may. Told::alone: there is no message about it besides.
+    void on_outage(std::function<void(const Outage &)> told, Told how = Told::with_message)
+    {
+        outage_ = std::move(told);
+        outages_ = how;
+    }
 
     // Calls `tick` from the loop after so many milliseconds, once. May be called by `tick`.
     void after(int64_t milliseconds, std::function<void()> tick);
@@ -84,7 +97,7 @@ private:
     static int32_t on_timer(vx_thread_t *timer);
 
     void connect(int32_t db, Absent absent);
-    void tell_outage(int32_t db, bool lost);
+    void tell_outage(const Outage &outage);
     void subscribe_all(int32_t db);
     void deliver(Subscription &subscription, const vx_mom_pmsg_t &pmsg);
     void guard(const std::function<void()> &action) noexcept;
@@ -94,7 +107,8 @@ private:
     std::list<Subscription> subscriptions_; // addresses are held by the platform
     std::list<Delay> delays_;
     std::set<int32_t> databases_;
-    std::function<void(int32_t, bool)> outage_;
+    std::function<void(const Outage &)> outage_;
+    Told outages_ = Told::with_message;
     std::exception_ptr failure_;
     bool stopping_ = false;
 };

@@ -1,18 +1,14 @@
-// cgctl watch: what changes in the store, as it happens.
+// cgctl watch: which of its forms is meant.
 //
-// After the store was away the platform delivers every record again. The last known content is kept, so that
-// only what really changed meanwhile is printed then.
-#include <algorithm>
-#include <array>
-#include <chrono>
-#include <ctime>
-#include <map>
+// Whoever names record types wants records. Otherwise a terminal gets the live view, and everything else an
+// event a line, so that the same words do the right thing by hand and in a pipe.
+#include <unistd.h>
 
 #include "failure.h"
-#include "live.h"
-#include "records.h"
+#include "terminal.h"
 #include "text.h"
 #include "verbs.h"
+#include "watch.h"
 
 namespace cgctl
 {
@@ -20,193 +16,55 @@ namespace cgctl
 namespace
 {
 
-struct WatchOptions {
-    std::vector<std::string> types{};
+struct Arguments {
+    WatchOptions options{};
     std::optional<std::string> count{};
-    bool existing = false;
+    bool records = false;
+    bool lines = false;
 };
 
-// UTC with milliseconds, as in 2024-05-01T12:00:00.123Z.
-std::string now_text()
+int watch(const Session &session, const Arguments &arguments)
 {
-    const auto since = std::chrono::system_clock::now().time_since_epoch();
-    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(since).count();
-    const auto seconds = static_cast<time_t>(milliseconds / 1000);
-    tm parts{};
-    gmtime_r(&seconds, &parts);
-    std::array<char, 40> text{};
-    const std::size_t length = strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    snprintf(text.data() + length, text.size() - length, ".%03dZ", static_cast<int>(milliseconds % 1000));
-    return text.data();
-}
-
-const char *command_word(int32_t cmd)
-{
-    switch (cmd) {
-    case VX_MOM_CMD_DELETED:
-        return "deleted";
-    case VX_MOM_CMD_HMSET:
-        return "fields";
-    default:
-        return "set";
-    }
-}
-
-class Watch
-{
-public:
-    Watch(const Session &session, Store &store, const WatchOptions &options, int64_t count)
-        : session_(session), live_(session, store), show_existing_(options.existing), left_(count)
-    {
-        for (const RecordType *type : chosen_types(options)) {
-            live_.subscribe(*type, type->db, [this](const Change &change) { take(change); });
-        }
-    }
-
-    void run() { live_.run(); }
-
-private:
-    // What is known of a type.
-    struct Known {
-        bool complete = false; // the first list of existing records has come
-        std::map<std::string, Json> records{};
-    };
-
-    static std::vector<const RecordType *> chosen_types(const WatchOptions &options)
-    {
-        std::vector<const RecordType *> types;
-        for (const std::string &name : options.types) {
-            const RecordType &type = record_type(name);
-            if (type.db < 0) {
-                throw Failure(wrong_usage,
-                              std::string(type.name()) + " has no usual database to watch it in");
-            }
-            if (std::find(types.begin(), types.end(), &type) == types.end()) {
-                types.push_back(&type);
-            }
-        }
-        for (const RecordType &type : record_types()) {
-            if (options.types.empty() && type.db >= 0) {
-                types.push_back(&type);
-            }
-        }
-        return types;
-    }
-
-    void take(const Change &change)
-    {
-        Known &known = known_[&change.type];
-        if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
-            known.complete = true;
-            tell_subscribed(change);
-        } else if (change.error_code != 0) {
-            session_.error(std::string("a record of ") + change.type.name() + " could not be read (result " +
-                           std::to_string(change.error_code) + ")");
-        } else {
-            take_record(known, change);
-        }
-    }
-
-    // Remembers the record, and prints it when it is news.
-    void take_record(Known &known, const Change &change)
-    {
-        const std::string key = dump(key_part(change.type, *change.record));
-        const auto found = known.records.find(key);
-        const Json before = found == known.records.end() ? Json() : found->second;
-        if (change.cmd == VX_MOM_CMD_DELETED) {
-            known.records.erase(key);
-        } else {
-            known.records.insert_or_assign(key, *change.record);
-        }
-        const bool live = !change.existing || change.cmd == VX_MOM_CMD_DELETED;
-        if (live || (known.complete ? before != *change.record : show_existing_)) {
-            print(change, before);
-        }
-    }
-
-    void tell_subscribed(const Change &change) const
-    {
-        if (session_.json) {
-            session_.line(dump(Json{{"time", now_text()},
-                                    {"cmd", "subscribed"},
-                                    {"db", change.db},
-                                    {"type", change.type.name()}}));
-        } else {
-            session_.notice(std::string("subscribed to ") + change.type.name() + " in database " +
-                            std::to_string(change.db));
-        }
-    }
-
-    void print(const Change &change, const Json &before)
-    {
-        if (session_.json) {
-            Json object{{"time", now_text()}, {"cmd", command_word(change.cmd)}};
-            object.update(record_json(change.type, change.db, *change.record));
-            session_.line(dump(object));
-        } else {
-            session_.line(now_text() + ' ' + command_word(change.cmd) + ' ' +
-                          title(change.type, *change.record) + ':' + content(change, before));
-        }
-        if (left_ > 0 && --left_ == 0) {
-            live_.stop();
-        }
-    }
-
-    // The fields that are not at their defaults, and those that have just become so.
-    static std::string content(const Change &change, const Json &before)
-    {
-        const ProtobufCMessageDescriptor &type = *change.type.descriptor;
-        const Json payload = payload_part(change.type, *change.record);
-        const std::vector<std::string> set = to_lines(type, payload, Shown::set);
-        const std::vector<std::string> known =
-            before.is_object() ? to_lines(type, before, Shown::all) : std::vector<std::string>{};
-        std::string text;
-        for (const std::string &field : to_lines(type, payload, Shown::all)) {
-            const bool changed =
-                !known.empty() && std::find(known.begin(), known.end(), field) == known.end();
-            if (changed || std::find(set.begin(), set.end(), field) != set.end()) {
-                text += ' ' + field;
-            }
-        }
-        return text;
-    }
-
-    const Session &session_;
-    Live live_;
-    bool show_existing_;
-    int64_t left_; // changes still to print; 0 for no end
-    std::map<const RecordType *, Known> known_;
-};
-
-int watch(const Session &session, const WatchOptions &options)
-{
-    const auto count = options.count ? to_number(*options.count, 1, INT64_MAX) : 0;
+    const auto count = arguments.count ? to_number(*arguments.count, 1, INT64_MAX) : 0;
     if (!count) {
         throw Failure(wrong_usage,
-                      "--count " + visible(*options.count) + ": not a number of changes, 1 or more");
+                      "--count " + visible(*arguments.count) + ": not a number of changes, 1 or more");
     }
-    for (const std::string &name : options.types) {
-        record_type(name); // refuses an unknown one before the store is asked
+    WatchOptions options = arguments.options;
+    options.count = *count;
+    const Terminal terminal = terminal_of(session, options.color);
+    if (arguments.records || options.existing || !options.types.empty()) {
+        return watch_records(session, options);
     }
-    Store store(session);
-    Watch(session, store, options, *count).run();
-    return done;
+    const bool on_screen = terminal.is_one && isatty(STDIN_FILENO) == 1;
+    if (on_screen && !session.json && !arguments.lines && !arguments.count) {
+        return watch_screen(session, options);
+    }
+    return watch_events(session, options);
 }
 
 } // namespace
 
 void add_watch(CLI::App &app, Session &session)
 {
-    CLI::App *verb = add_verb(app, session, "watch", "Print every change of records until stopped",
+    CLI::App *verb = add_verb(app, session, "watch",
+                              "Watch the cards: a live view on a terminal, else a line for each event; with "
+                              "record types, every change of those records",
                               "  cgctl watch\n"
+                              "  cgctl watch --lines\n"
+                              "  cgctl watch --json | jq 'select(.event == \"decision\")'\n"
                               "  cgctl watch card_info app_cg_card_check_info --existing\n"
                               "  cgctl watch app_cg_mom_deny_check_result --json --count 1");
-    auto options = std::make_shared<WatchOptions>();
-    verb->add_option("TYPE", options->types, "Record types (default: all), each in its usual database");
-    verb->add_option("--count", options->count, "End after so many changes")->type_name("N");
-    verb->add_flag("--existing", options->existing, "Print the records that there are, too");
-    verb->callback(
-        [options, &session] { session.action = [options, &session] { return watch(session, *options); }; });
+    auto arguments = std::make_shared<Arguments>();
+    verb->add_option("TYPE", arguments->options.types, "Record types, each in its usual database");
+    verb->add_flag("--records", arguments->records, "Every change of records of all types");
+    verb->add_flag("--lines", arguments->lines, "A line for each event, also on a terminal");
+    verb->add_option("--count", arguments->count, "End after so many lines")->type_name("N");
+    verb->add_flag("--existing", arguments->options.existing, "Print the records that there are, too");
+    add_view_options(*verb, arguments->options.color, arguments->options.history);
+    verb->callback([arguments, &session] {
+        session.action = [arguments, &session] { return watch(session, *arguments); };
+    });
 }
 
 } // namespace cgctl

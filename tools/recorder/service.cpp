@@ -78,7 +78,7 @@ Service::Service(const cgctl::Session &session, const Options &options)
           options.settings, metrics_, [&session](const std::string &text) { session.notice(text); }, now()),
       exposer_(expose(session, options, metrics_)), store_(session), live_(session, store_)
 {
-    live_.on_outage([this](int32_t db, bool lost) { take_outage(db, lost); });
+    live_.on_outage([this](const cgctl::Live::Outage &outage) { take_outage(outage.db, outage.lost); });
     for (const admission::TrackedType &type : admission::tracked_types()) {
         live_.subscribe(
             cgctl::record_type(type.descriptor->name), type.db,

@@ -239,7 +239,7 @@ TEST_F(Watcher, SeesEverythingThroughTheCommand)
         EXPECT_EQ(outcome.status, 0) << type << outcome.err;
     }
     EXPECT_EQ(run_cgctl({"list"}).status, 0);
-    const auto watch = start_cgctl({"watch"});
+    const auto watch = start_cgctl({"watch", "--records"});
     ASSERT_TRUE(watch->says("app_cg_card_check_ack")) << watch->err();
     ASSERT_EQ(run_as("module-m1", 1, call("set", own_books, {prefix, "", "7", "seen"})), "3");
     EXPECT_TRUE(watch->prints("seen")) << watch->err();

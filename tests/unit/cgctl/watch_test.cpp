@@ -71,7 +71,7 @@ TEST_F(WatchVerb, TellsOfExistingRecordsOnlyWhenAsked)
 
 TEST_F(WatchVerb, WatchesEveryTypeInItsOwnDatabase)
 {
-    const auto watch = start_cgctl({"watch", "--json", "--count", "3"});
+    const auto watch = start_cgctl({"watch", "--records", "--json", "--count", "3"});
     ASSERT_TRUE(eventually([&] { return objects(watch->out()).size() == 9; })) << watch->out();
     cgctl({"set", "im_card_power_onoff", "devid=1", "mod_name=cap"});
     ASSERT_TRUE(watch->prints("s_dev.im_card_power_onoff\",\"key"));
@@ -97,6 +97,52 @@ TEST_F(WatchVerb, TextShowsWhatIsSetAndWhatFellBackToItsDefault)
         << watch->out();
     EXPECT_NE(watch->out().find("Z fields" + key + "is_online=false name=\"a\\nb\"\n"), std::string::npos)
         << watch->out();
+}
+
+TEST_F(WatchVerb, WithoutTypesItTellsWhatHappensToCards)
+{
+    cgctl({"card", "plug", "1/9"}); // was there before
+    const auto watch = start_cgctl({"--socket", folder_.path("none"), "watch", "--json", "--count", "8"});
+    ASSERT_TRUE(watch->prints("\"listening\"")) << watch->err();
+    cgctl({"role", "slave"});
+    ASSERT_TRUE(watch->prints("\"slave\""));
+    cgctl({"card", "plug", "1/3", "--tipc", "1003", "--name", "fan"});
+    cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=3"});
+    cgctl({"set", "app_cg_card_check_ack", "devid=1", "slotid=3", "mod_name=m1", "ret=7", "reason=hot"});
+    cgctl({"set", "app_cg_mom_deny_check_result", "card_tipc_nodeid=1003", "stat=APP_CG_CHECK_DENY"});
+    ASSERT_TRUE(watch->prints("\"decision\""));
+    cgctl({"set", "im_card_power_onoff", "devid=1", "slotid=3", "mod_name=cap"});
+    ASSERT_TRUE(watch->prints("\"power\""));
+    cgctl({"card", "offline", "1/3"});
+    cgctl({"card", "pull", "1/3"});
+    EXPECT_EQ(watch->wait(), 0) << watch->err();
+    std::string kinds;
+    for (const Json &event : objects(watch->out())) {
+        EXPECT_EQ(event["version"], 1);
+        kinds += event["event"].get<std::string>() + ' ';
+    }
+    EXPECT_EQ(kinds, "listening role plugged asked answer decision power offline pulled ");
+    const std::vector<Json> events = objects(watch->out());
+    EXPECT_EQ(events[2]["card"], "1/3/0");
+    EXPECT_EQ(events[2]["name"], "fan");
+    EXPECT_EQ(events[4]["answer"]["ret"], 7);
+    EXPECT_EQ(events[5]["decision"]["outcome"], "denied");
+}
+
+TEST_F(WatchVerb, EventsAreLinesForPeopleToo)
+{
+    const auto watch = start_cgctl({"--socket", folder_.path("none"), "watch"});
+    ASSERT_TRUE(watch->says("cgctl: listening\n")) << watch->err();
+    cgctl({"card", "plug", "1/3", "--name", "a\nb", "--node-type", "mb"});
+    ASSERT_TRUE(watch->prints(" 1/3/0 a\\nb: plugged, mb, on line\n")) << watch->out();
+    stop_server();
+    ASSERT_TRUE(watch->prints("lost the store, database 1; connecting again\n")) << watch->out();
+    start_server(); // empty, so the card is gone
+    ASSERT_TRUE(watch->prints("the store is back, database 1, with other data than before\n"))
+        << watch->out();
+    ASSERT_TRUE(watch->prints(": pulled")) << watch->out();
+    watch->send(SIGTERM);
+    EXPECT_EQ(watch->wait(), 0);
 }
 
 TEST_F(WatchVerb, EndsWellWhenToldTo)

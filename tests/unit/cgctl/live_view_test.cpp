@@ -1,0 +1,165 @@
+// The live view's keys, and what it shows of the cards.
+#include "cgctl/live_view.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+
+namespace
+{
+
+using namespace cgctl;
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+using testing::Not;
+
+class LiveViewTest : public testing::Test
+{
+protected:
+    LiveViewTest()
+    {
+        events.tracker().set_modules({"m1", "m2"});
+        plug(1);
+        plug(2);
+        plug(3);
+        events.tracker().request_written({1, 2, 0}, now, false);
+        events.tracker().result_written(1003, true, now, false);
+        events.all_told(now);
+    }
+
+    void plug(int slot)
+    {
+        events.tracker().card_written(
+            {{1, slot, 0}, "lc-" + std::to_string(slot), "0a", 3, 17, 0, 1000 + slot, slot != 1}, now, false);
+    }
+    std::string shown()
+    {
+        const Canvas canvas = view.draw({80, 24}, now);
+        std::string text;
+        for (std::size_t y = 0; y < canvas.size().height; ++y) {
+            text += canvas.line(y) + '\n';
+        }
+        return text;
+    }
+    void press(std::initializer_list<int32_t> keys)
+    {
+        for (const int32_t key : keys) {
+            EXPECT_TRUE(view.press(key));
+            (void)shown();
+        }
+    }
+    void happen(const std::string &text)
+    {
+        Event event;
+        event.at = now;
+        event.text = text;
+        view.add(event);
+    }
+
+    CardEvents events{[](const Event &) {}};
+    LiveView view{events};
+    Time now = Time{} + 1000000s;
+};
+
+TEST_F(LiveViewTest, TheTitleCountsAndTheBoxesTell)
+{
+    now += 100s;
+    EXPECT_THAT(shown(), HasSubstr(" 3 cards: 1 waiting, 1 unasked, 1 off line\n"));
+    EXPECT_THAT(shown(), HasSubstr("waiting for m1, m2"));
+    EXPECT_THAT(shown(), HasSubstr("░ 200 s"));
+}
+
+TEST_F(LiveViewTest, OnlyQEnds)
+{
+    for (const int key : {int{'x'}, int{'f'}, int{'v'}, int{key_escape}, 0x1FFFFF}) {
+        EXPECT_TRUE(view.press(key)) << key;
+    }
+    EXPECT_FALSE(view.press('q'));
+}
+
+TEST_F(LiveViewTest, FilterShowsOneStateAndSaysSo)
+{
+    press({'f'});
+    EXPECT_THAT(shown(), HasSubstr("only waiting |"));
+    EXPECT_THAT(shown(), HasSubstr("slot 2"));
+    EXPECT_THAT(shown(), Not(HasSubstr("slot 1")));
+    press({'f'});
+    EXPECT_THAT(shown(), HasSubstr("only denied |"));
+    EXPECT_THAT(shown(), HasSubstr("no cards"));
+    press({'f', 'f', 'f', 'f', 'f'});
+    EXPECT_THAT(shown(), HasSubstr("slot 1"));
+}
+
+TEST_F(LiveViewTest, EnterTellsAllAboutTheCardSelected)
+{
+    (void)shown();
+    press({key_enter});
+    EXPECT_THAT(shown(), Not(HasSubstr("configured as"))) << "nothing is selected";
+    press({key_down, key_right, key_enter});
+    EXPECT_THAT(shown(), HasSubstr("card 1/2/0"));
+    EXPECT_THAT(shown(), HasSubstr("answers   m1 has not answered"));
+    press({key_enter});
+    EXPECT_THAT(shown(), Not(HasSubstr("card 1/2/0")));
+}
+
+TEST_F(LiveViewTest, ADetailGoesWithItsCard)
+{
+    (void)shown();
+    press({key_down, key_enter});
+    EXPECT_THAT(shown(), HasSubstr("card 1/1/0"));
+    events.tracker().card_deleted({1, 1, 0}, now);
+    EXPECT_THAT(shown(), Not(HasSubstr("card 1/1/0")));
+}
+
+TEST_F(LiveViewTest, SearchGoesByPositionAndByName)
+{
+    (void)shown();
+    press({'/', '1', '/', '3'});
+    EXPECT_THAT(shown(), HasSubstr("search: 1/3_"));
+    press({key_backspace, '2', key_enter, key_enter});
+    EXPECT_THAT(shown(), HasSubstr("card 1/2/0"));
+    press({key_escape, '/', 'c', '-', '3', key_enter, key_enter});
+    EXPECT_THAT(shown(), HasSubstr("card 1/3/0"));
+    press({'/', 'q', key_backspace, key_backspace, key_escape});
+    EXPECT_THAT(shown(), Not(HasSubstr("search:")));
+}
+
+TEST_F(LiveViewTest, PauseHoldsTheStreamAndLosesNothing)
+{
+    happen("first");
+    press({'p'});
+    happen("second");
+    EXPECT_THAT(shown(), HasSubstr("paused |"));
+    EXPECT_THAT(shown(), Not(HasSubstr("second")));
+    press({'p'});
+    EXPECT_THAT(shown(), HasSubstr("second"));
+}
+
+TEST_F(LiveViewTest, HelpNamesTheKeys)
+{
+    press({'?'});
+    EXPECT_THAT(shown(), HasSubstr("search: type a position"));
+    press({key_escape});
+    EXPECT_THAT(shown(), Not(HasSubstr("search: type a position")));
+}
+
+TEST_F(LiveViewTest, ManyEventsDoNotPileUp)
+{
+    for (int i = 0; i < 2000; ++i) {
+        happen("event " + std::to_string(i));
+    }
+    EXPECT_THAT(shown(), HasSubstr("event 1999"));
+}
+
+TEST_F(LiveViewTest, HomeAndEndLeadToTheFirstAndTheLast)
+{
+    (void)shown();
+    press({key_end, key_enter});
+    EXPECT_THAT(shown(), HasSubstr("card 1/3/0"));
+    press({key_home});
+    EXPECT_THAT(shown(), HasSubstr("card 1/1/0"));
+    press({key_page_down, key_page_up, key_left, key_up});
+    EXPECT_THAT(shown(), HasSubstr("card 1/1/0"));
+}
+
+} // namespace

@@ -1,0 +1,78 @@
+// What happens to cards, as events that people and programs can follow.
+//
+// The store tells of records; this says what each change means: a card came, was asked about, answered,
+// decided. What was there when listening began is no event, and neither is what a subscription repeats after
+// the store was away, unless it differs from what was known.
+#ifndef CGCTL_CARD_EVENTS_H
+#define CGCTL_CARD_EVENTS_H
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "admission/card_tracker.h"
+#include "card_text.h"
+#include "position.h"
+
+namespace cgctl
+{
+
+struct Event {
+    Time at{};
+    const char *kind =
+        ""; // plugged, changed, online, offline, pulled, asked, answer, decision, power, role, store
+    std::optional<Position> position{}; // nothing for role and store
+    std::string name{};                 // the card's, as it wrote it
+    std::string text{};                 // for people, made visible
+    Tone tone = Tone::plain;
+    bool meanwhile = false;     // it happened while the store was away, or before
+    Json more = Json::object(); // what the JSON form has beyond that
+};
+
+class CardEvents
+{
+public:
+    using Listener = std::function<void(const Event &)>;
+
+    explicit CardEvents(Listener listener);
+    CardEvents(const CardEvents &) = delete;
+    CardEvents &operator=(const CardEvents &) = delete;
+
+    // The tracker that the events come from; for whoever shows the cards, too.
+    [[nodiscard]] admission::CardTracker &tracker() { return tracker_; }
+    [[nodiscard]] const admission::CardTracker &tracker() const { return tracker_; }
+    [[nodiscard]] const std::optional<int32_t> &role() const { return role_; }
+
+    // A change, as admission::feed() wants it.
+    void take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time at);
+    // Every existing record was told: from now on there are events.
+    void all_told(Time at);
+    // The store went away, or came back; whether with the same data.
+    void store_lost(int32_t db, Time at);
+    void store_returned(int32_t db, bool same_data, Time at);
+
+private:
+    struct Before;
+
+    void tell(Event event) const;
+    void compare(const Position &position, const Before &before, Event event) const;
+    void tell_card(const admission::TrackedCard &now, const Before &before, const Event &event) const;
+    void tell_answer(const ProtobufCMessage &record, Event event) const;
+    void tell_role(const std::optional<int32_t> &role, Event event);
+    void decided(const admission::Decision &decision) const;
+
+    Listener listener_;
+    admission::CardTracker tracker_;
+    std::optional<int32_t> role_;
+    bool listening_ = false;
+    bool meanwhile_ = false; // of the change that is being taken
+};
+
+// {"version": 1, "time": ..., "event": ..., "card": ..., ...}
+Json event_json(const Event &event);
+// "1/3/0 lc-48: asked m1, m2"
+std::string event_text(const Event &event);
+
+} // namespace cgctl
+
+#endif

@@ -1,0 +1,93 @@
+// The cards and what happens to them, live from the store.
+#include "live_cards.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "admission/feed.h"
+#include "overview.h"
+#include "p_libpub.pb-c.h"
+#include "text.h"
+
+namespace cgctl
+{
+
+namespace
+{
+
+// The daemon reads its modules anew only when it connects to the store; requests in a burst need not all ask.
+constexpr std::chrono::seconds modules_are_good_for{10};
+
+Time now()
+{
+    return std::chrono::system_clock::now();
+}
+
+} // namespace
+
+LiveCards::LiveCards(const Session &session, Store &store, const std::string &history_file,
+                     CardEvents::Listener listener, std::function<void()> complete)
+    : session_(session), events_(std::move(listener)), live_(session, store), complete_(std::move(complete))
+{
+    std::vector<Position> requests;
+    const RecordType &request = record_type("app_cg_card_check_info");
+    for (const Json &record : store.scan(request, request.db)) {
+        requests.push_back(position_in(record["index"]));
+    }
+    modules_asked_at_ = now();
+    const Past past = read_past(history_file);
+    if (!past.problem.empty()) {
+        session.notice(visible(past.problem) + ": what was before now is not known");
+    }
+    prime(events_.tracker(), ask_daemon(session), past, requests, modules_asked_at_);
+    for (const admission::TrackedType &tracked : admission::tracked_types()) {
+        ++wanted_;
+        live_.subscribe(record_type(tracked.descriptor->name), tracked.db,
+                        [this](const Change &change) { take(change); });
+    }
+    live_.on_outage([this](const Live::Outage &outage) { take_outage(outage); }, Live::Told::alone);
+}
+
+void LiveCards::take_outage(const Live::Outage &outage)
+{
+    if (outage.lost) {
+        events_.store_lost(outage.db, now());
+    } else {
+        events_.store_returned(outage.db, outage.same_data, now());
+    }
+}
+
+void LiveCards::take(const Change &change)
+{
+    const Time at = now();
+    if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
+        if (++subscribed_ == wanted_) { // later ones are those after an outage
+            events_.all_told(at);
+            complete_();
+        }
+    } else if (change.error_code != 0) {
+        session_.notice(std::string("a record of ") + change.type.name() + " could not be read (result " +
+                        std::to_string(change.error_code) + ")");
+    } else {
+        const bool asks = change.message->descriptor == &p_libpub__app_cg_card_check_info__descriptor;
+        if (asks && !change.existing && change.cmd != VX_MOM_CMD_DELETED) {
+            refresh_modules(at);
+        }
+        events_.take(change.cmd, *change.message, change.existing, at);
+    }
+}
+
+// A request after a long time may come from a daemon that was started afresh, with other modules.
+void LiveCards::refresh_modules(Time at)
+{
+    if (at - modules_asked_at_ < modules_are_good_for) {
+        return;
+    }
+    modules_asked_at_ = at;
+    const DaemonView daemon = ask_daemon(session_);
+    if (daemon.problem.empty()) {
+        events_.tracker().set_modules(daemon.modules);
+    }
+}
+
+} // namespace cgctl

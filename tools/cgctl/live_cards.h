@@ -1,0 +1,40 @@
+// The cards and what happens to them, live from the store: for the lines and for the screen.
+#ifndef CGCTL_LIVE_CARDS_H
+#define CGCTL_LIVE_CARDS_H
+
+#include <string>
+
+#include "card_events.h"
+#include "live.h"
+
+namespace cgctl
+{
+
+class LiveCards
+{
+public:
+    // Subscribes to all that is about cards, once live().run() runs. Throws Failure when the store does not
+    // answer. Session and store outlive this. `complete` is called when every existing record was told.
+    LiveCards(const Session &session, Store &store, const std::string &history_file,
+              CardEvents::Listener listener, std::function<void()> complete);
+
+    [[nodiscard]] Live &live() { return live_; }
+    [[nodiscard]] const CardEvents &events() const { return events_; }
+
+private:
+    void take(const Change &change);
+    void take_outage(const Live::Outage &outage);
+    void refresh_modules(Time now);
+
+    const Session &session_;
+    CardEvents events_;
+    Live live_;
+    std::function<void()> complete_;
+    std::size_t wanted_ = 0;
+    std::size_t subscribed_ = 0;
+    Time modules_asked_at_{};
+};
+
+} // namespace cgctl
+
+#endif
