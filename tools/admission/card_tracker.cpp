@@ -147,6 +147,7 @@ void CardTracker::request_written(const Position &position, Time at, bool existi
     Entry &known = entry(position);
     if (existing && known.open && goes_on(known, at)) {
         known.shown.request = true;
+        known.seen_whole = false; // there may have been answers that nobody heard
     } else {
         if (existing && known.open) {
             end_undecided(known, at, true);

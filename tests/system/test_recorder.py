@@ -1,0 +1,219 @@
+"""The recorder beside the real daemon: what it keeps, through restarts, outages and kills."""
+import json
+import pathlib
+import signal
+import subprocess
+import urllib.request
+
+import pytest
+
+from demo import programs
+from demo.daemon import faketime_library, scaled_time
+from rig import BUILD, sanitizer_runtime
+
+
+class Recorder:
+    """One recorder on a rig's store; may be started again after it ended."""
+
+    def __init__(self, rig):
+        self._rig = rig
+        self.history = rig.folder / "history.sqlite"
+        self.life = rig.view.run / "life"
+        self._errors = rig.folder / "recorder.err"
+        self._process = None
+
+    def start(self, **env):
+        """Starts it and waits until it follows the store."""
+        before = self.said().count("subscribed; following")
+        self.launch(**env)
+        self._rig.expect(lambda: self.said().count("subscribed; following") > before, "the recorder subscribes")
+        return self
+
+    def launch(self, **env):
+        """Starts it and does not wait."""
+        with open(self._errors, "ab") as errors:
+            self._process = programs.start(
+                [BUILD / "bin" / "cg_recorderd", "--history", self.history, "--modules", self._rig.view.modules,
+                 "--life", self.life, "--listen", "127.0.0.1:0"],
+                {"VX_MOM_ENDPOINT": self._rig.store.endpoint, **env}, stderr=errors)
+
+    def said(self):
+        """All that it wrote to standard error."""
+        return self._errors.read_text() if self._errors.exists() else ""
+
+    def end(self, signum=signal.SIGTERM):
+        """Ends it and returns the exit status."""
+        if self._process is None:
+            return 0
+        self._process.send_signal(signum)
+        status = self._process.wait(20)
+        self._process = None
+        return status
+
+    def metrics(self):
+        """What Prometheus would get, {series: value}."""
+        url = [line.split()[-1] for line in self.said().splitlines() if "metrics are at" in line][-1]
+        with urllib.request.urlopen(url, timeout=10) as answer:
+            lines = answer.read().decode().splitlines()
+        return {series: float(value)
+                for series, value in (line.rsplit(" ", 1) for line in lines if not line.startswith("#"))}
+
+    def decisions(self, *arguments):
+        """What cgctl history tells."""
+        return self.json("history", *arguments)["decisions"]
+
+    def gaps(self):
+        """The times in which nothing was heard."""
+        done = self._rig.cgctl.attempt("history", "--history", self.history, "--json")
+        return json.loads(done.stdout)["gaps"]
+
+    def json(self, verb, *arguments):
+        """What a verb tells of the history."""
+        return self._rig.cgctl.json(verb, *arguments, "--history", self.history)
+
+    def expect_decision(self, position, outcome):
+        """Waits until the last decision on a card is this one, and returns it."""
+        def last():
+            found = self._rig.cgctl.attempt("history", position, "--history", self.history, "--json")
+            decisions = json.loads(found.stdout)["decisions"] if found.returncode == 0 else []
+            return decisions[-1] if decisions and decisions[-1]["outcome"] == outcome else None
+        return self._rig.expect(last, f"{position} is recorded as {outcome}")
+
+
+@pytest.fixture
+def recorder(rig):
+    recorder = Recorder(rig)
+    yield recorder
+    recorder.end(signal.SIGKILL)
+
+
+def note_life(recorder, line):
+    with open(recorder.life, "a") as life:
+        life.write(line + "\n")
+
+
+def test_every_outcome_with_its_decider(rig, recorder):
+    if faketime_library() is None:
+        pytest.skip("libfaketime is not installed")
+    factor = 50  # 300 seconds in six, for both of them
+    rig.modules("m1", "m2")
+    rig.role("master")
+    recorder.start(**scaled_time(factor, preloaded_first=sanitizer_runtime()))
+    rig.start_scaled(factor)
+    rig.plug("1/6/0", node_type="mb")
+    for slot in (3, 4, 5):
+        rig.plug(f"1/{slot}/0")
+        rig.expect_request(f"1/{slot}/0")
+    rig.answer("1/3/0", "m1")
+    rig.answer("1/3/0", "m2")
+    rig.answer("1/4/0", "m2", ret=-1, reason="too hot")
+    rig.cgctl("card", "pull", "1/5/0")
+    rig.plug("1/2/0")
+
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert passed["decider"] == "m2" and passed["name"] == "card-3"
+    assert [answer["module"] for answer in passed["answers"]] == ["m1", "m2"] and passed["complete"]
+    denied = recorder.expect_decision("1/4/0", "denied")
+    assert (denied["decider"], denied["reason"], denied["role"]) == ("m2", "too hot", "master")
+    recorder.expect_decision("1/5/0", "withdrawn")
+    recorder.expect_decision("1/6/0", "exempt")
+    silence = recorder.expect_decision("1/2/0", "silence")
+    assert sorted(silence["silent"]) == ["m1", "m2"] and 290 < silence["took_s"] < 320
+
+    metrics = recorder.metrics()
+    assert metrics['cg_decisions_total{decider="m2",outcome="denied"}'] == 1
+    assert metrics['cg_admissions_by_silence_total{module="m1"}'] == 1
+    assert metrics["cg_cards_admitted_by_silence_total"] == 1
+    assert metrics['cg_module_answer_seconds_count{module="m2"}'] == 2
+    assert metrics['cg_module_answer_seconds_bucket{module="m2",le="300"}'] == 2
+    rig.expect(lambda: recorder.metrics()['cg_cards{state="denied"}'] == 1, "the states are shown")
+    modules = {module["name"]: module for module in recorder.json("modules", "--modules", rig.view.modules)["modules"]}
+    assert modules["m1"]["silences"] == 1 and modules["m2"]["denials"] == 1
+
+
+@pytest.mark.parametrize("signum, status", [(signal.SIGTERM, 0), (signal.SIGKILL, -signal.SIGKILL)])
+def test_a_restart_in_mid_check_goes_on_and_tells_of_the_gap(rig, recorder, signum, status):
+    rig.modules("m1", "m2")
+    rig.role("master")
+    rig.start()
+    recorder.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.answer("1/3/0", "m1")
+    rig.plug("1/4/0")
+    rig.expect_request("1/4/0")
+    open_answers = "SELECT (SELECT count(*) FROM open_answers) || ' ' || (SELECT count(*) FROM open_checks)"
+    rig.expect(lambda: sql(recorder, open_answers) == "1 2", "the open checks are in the file")
+    assert recorder.end(signum) == status
+    rig.cgctl("card", "pull", "1/4/0")
+    rig.expect_no_request("1/4/0")
+    recorder.start()
+    rig.answer("1/3/0", "m2")
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert [answer["module"] for answer in passed["answers"]] == ["m1", "m2"]
+    assert passed["requested_at"] and not passed["complete"]
+    unseen = recorder.expect_decision("1/4/0", "unseen")
+    assert unseen["name"] == "card-4"
+    assert [gap["why"] for gap in recorder.gaps()] == ["the recorder was not running"]
+    assert recorder.gaps()[0]["until"]
+    text = rig.cgctl("history", "--history", recorder.history)
+    assert "the recorder was not running: decisions may be missing" in text
+    assert "moved to" not in recorder.said()
+
+
+def sql(recorder, query):
+    """Reads the file past our own reader."""
+    done = subprocess.run(["/usr/bin/python3", "-c",
+                           "import sqlite3, sys; print(sqlite3.connect(sys.argv[1]).execute(sys.argv[2]).fetchone()[0])",
+                           recorder.history, query], capture_output=True, text=True, check=False)
+    return done.stdout.strip()
+
+
+def test_the_store_comes_late_and_goes_and_returns(rig, recorder):
+    rig.modules("m1")
+    rig.store.stop()
+    recorder.launch()
+    rig.expect(lambda: "the store does not answer yet" in recorder.said(), "the recorder waits for the store")
+    rig.store.start()
+    rig.expect(lambda: "subscribed; following" in recorder.said(), "the recorder finds the store")
+    rig.role("master")
+    rig.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.store.ask(b"SAVE\r\n")
+    rig.store.stop()
+    rig.expect(lambda: recorder.said().count("lost the store") == 2, "the recorder notices")
+    rig.store.start()
+    rig.expect(lambda: recorder.said().count("subscribed; following") == 2, "the recorder is back")
+    rig.expect_logged("module: num[", times=2)
+    rig.answer("1/3/0", "m1")
+    recorder.expect_decision("1/3/0", "passed")
+    gaps = recorder.gaps()
+    assert [gap["why"] for gap in gaps] == ["the store was away"] and gaps[0]["until"] > gaps[0]["from"]
+    metrics = recorder.metrics()
+    assert metrics["cg_store_outages_total"] == 1 and metrics["cg_recorder_gaps_total"] == 1
+
+
+def test_the_daemons_life_is_told_by_its_service(rig, recorder):
+    """The unit's script writes the lines; here it is run as the unit runs it."""
+    script = pathlib.Path(__file__).resolve().parents[2] / "packaging" / "app_cg-life"
+    recorder.start()
+    life = {"LIFE_FILE": str(recorder.life)}
+    subprocess.run([script, "start", "4711"], env=life, check=True)
+    subprocess.run([script, "exit"], env={**life, "EXIT_CODE": "exited", "EXIT_STATUS": "77"}, check=True)
+    subprocess.run([script, "exit"], env={**life, "EXIT_CODE": "killed", "EXIT_STATUS": "KILL"}, check=True)
+    rig.expect(lambda: recorder.metrics().get('cg_daemon_exits_total{status="KILL"}') == 1, "the ends are counted")
+    metrics = recorder.metrics()
+    assert metrics["cg_daemon_starts_total"] == 1 and metrics['cg_daemon_exits_total{status="77"}'] == 1
+    events = recorder.json("history")["daemon"]
+    assert [event["event"] for event in events] == ["start", "exit", "exit"] and events[1]["status"] == "77"
+
+
+def test_wrong_use_and_a_second_recorder(rig, recorder):
+    recorder.start()
+    second = programs.start([BUILD / "bin" / "cg_recorderd", "--history", recorder.history, "--listen", "off"],
+                            {"VX_MOM_ENDPOINT": rig.store.endpoint}, stderr=subprocess.PIPE, text=True)
+    assert "another process does so" in second.communicate(timeout=20)[1] and second.returncode == 1
+    for arguments in (["--listen", "0.0.0.0:1"], ["--keep-days", "0"], ["--what"]):
+        wrong = programs.start([BUILD / "bin" / "cg_recorderd", *arguments], stderr=subprocess.PIPE, text=True)
+        assert wrong.communicate(timeout=20)[1].startswith("cg_recorderd: ") and wrong.returncode == 2

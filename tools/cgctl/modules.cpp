@@ -1,0 +1,181 @@
+// cgctl modules: how each check module answers, and which one never does.
+//
+// A module that is registered and does not run costs every card 300 seconds, and then all its checks are for
+// nothing; this tells before the first card comes.
+#include <algorithm>
+#include <map>
+
+#include "card_text.h"
+#include "failure.h"
+#include "history/reader.h"
+#include "module_folder.h"
+#include "moment.h"
+#include "table.h"
+#include "text.h"
+#include "verbs.h"
+
+namespace cgctl
+{
+
+namespace
+{
+
+struct ModulesOptions {
+    std::string since{};
+    std::string modules = default_module_folder;
+    std::string color = "auto";
+    std::string history{};
+};
+
+struct Row {
+    history::ModuleStatistics numbers{};
+    bool registered = false;
+
+    [[nodiscard]] bool never_answered() const { return registered && !numbers.last; }
+    [[nodiscard]] bool is_stranger() const { return !registered && numbers.last; }
+};
+
+std::vector<Row> rows_of(const ModuleFolder &folder, std::vector<history::ModuleStatistics> statistics)
+{
+    std::map<std::string, Row> rows;
+    for (history::ModuleStatistics &numbers : statistics) {
+        rows[numbers.module].numbers = std::move(numbers);
+    }
+    for (std::size_t i = 0; i < std::min(folder.entries.size(), most_modules); ++i) {
+        Row &row = rows[folder.entries[i].name];
+        row.numbers.module = folder.entries[i].name;
+        row.registered = true;
+    }
+    std::vector<Row> all;
+    for (auto &[name, row] : rows) {
+        all.push_back(std::move(row));
+    }
+    return all;
+}
+
+std::string note_on(const Row &row)
+{
+    if (row.never_answered()) {
+        return "NEVER ANSWERED: every card waits 300 s for it";
+    }
+    if (row.is_stranger()) {
+        return "not registered: its answers are passed over";
+    }
+    return row.numbers.waited_for > 0 ? "waited for by " + std::to_string(row.numbers.waited_for) +
+                                            (row.numbers.waited_for == 1 ? " card" : " cards")
+                                      : "";
+}
+
+std::string span_or_dash(const std::optional<std::chrono::milliseconds> &span)
+{
+    return span ? seconds_text(*span) : "-";
+}
+
+std::vector<Cell> cells_of(const Row &row, Time now)
+{
+    const history::ModuleStatistics &numbers = row.numbers;
+    const std::string last =
+        numbers.last ? clock_text(numbers.last->at, now) + (numbers.last->ret == 0 ? " PASS" : " DENY") : "-";
+    const Tone alarm = row.never_answered() ? Tone::bad : Tone::plain;
+    return {{visible(numbers.module), alarm},
+            {row.registered ? "yes" : "no"},
+            {std::to_string(numbers.answers)},
+            {std::to_string(numbers.passes)},
+            {std::to_string(numbers.denials)},
+            {std::to_string(numbers.silences), numbers.silences > 0 ? Tone::warning : Tone::plain},
+            {span_or_dash(numbers.median)},
+            {span_or_dash(numbers.percentile_95)},
+            {last},
+            {note_on(row), row.is_stranger() ? Tone::warning : alarm}};
+}
+
+Json seconds_json(const std::optional<std::chrono::milliseconds> &span)
+{
+    return span ? Json(static_cast<double>(span->count()) / 1000) : Json(nullptr);
+}
+
+Json json_of(const Row &row)
+{
+    const history::ModuleStatistics &numbers = row.numbers;
+    return {{"name", numbers.module},
+            {"registered", row.registered},
+            {"never_answered", row.never_answered()},
+            {"answers", numbers.answers},
+            {"passes", numbers.passes},
+            {"denials", numbers.denials},
+            {"unregistered_answers", numbers.unregistered},
+            {"silences", numbers.silences},
+            {"median_s", seconds_json(numbers.median)},
+            {"percentile_95_s", seconds_json(numbers.percentile_95)},
+            {"waited_for", numbers.waited_for},
+            {"last_answer", numbers.last ? answer_json(*numbers.last) : Json(nullptr)}};
+}
+
+void print(const Session &session, const std::vector<Row> &rows, Time now, const Terminal &terminal)
+{
+    const std::vector<Column> columns{{"MODULE", 0}, {"REGISTERED", 0}, {"ANSWERS", 0}, {"PASS", 0},
+                                      {"DENY", 0},   {"SILENT", 0},     {"MEDIAN", 0},  {"95 %", 0},
+                                      {"LAST", 8},   {"NOTE", 14}};
+    std::vector<std::vector<Cell>> cells;
+    for (const Row &row : rows) {
+        cells.push_back(cells_of(row, now));
+    }
+    for (const std::string &line : table_lines(columns, cells, terminal)) {
+        session.line(line);
+    }
+}
+
+int run_modules(const Session &session, const ModulesOptions &options)
+{
+    const Time now = std::chrono::system_clock::now();
+    const Terminal terminal = terminal_of(session, options.color);
+    std::optional<Time> since;
+    if (!options.since.empty()) {
+        since = parse_moment(options.since, "--since", now);
+    }
+    const ModuleFolder folder = read_module_folder(options.modules);
+    if (!folder.readable) {
+        throw Failure(failed, "the modules' folder " + visible(options.modules) +
+                                  " cannot be read: " + folder.problem);
+    }
+    const history::Reader reader(history::path_or_default(options.history));
+    const std::vector<Row> rows = rows_of(folder, reader.module_statistics(since));
+    if (session.json) {
+        Json json{{"version", 1},
+                  {"file", reader.path()},
+                  {"folder", options.modules},
+                  {"since", since ? Json(utc_text(*since)) : Json(nullptr)},
+                  {"modules", Json::array()}};
+        for (const Row &row : rows) {
+            json["modules"].push_back(json_of(row));
+        }
+        session.line(dump(json));
+    } else if (!rows.empty()) {
+        print(session, rows, now, terminal);
+    } else {
+        session.notice("no module is registered and none has answered: every card is admitted unasked");
+    }
+    return done;
+}
+
+} // namespace
+
+void add_modules(CLI::App &app, Session &session)
+{
+    CLI::App *verb =
+        add_verb(app, session, "modules",
+                 "Tell how each check module answers, and which one never did, from what the recorder kept",
+                 "  cgctl modules\n"
+                 "  cgctl modules --since 7d --json");
+    auto options = std::make_shared<ModulesOptions>();
+    verb->add_option("--since", options->since,
+                     "Count from then on: 90s, 30m, 2h or 7d ago, or 2026-11-20[T14:02][Z]")
+        ->type_name("TIME");
+    verb->add_option("--modules", options->modules, "The folder of the modules")->type_name("FOLDER");
+    add_view_options(*verb, options->color, options->history);
+    verb->callback([options, &session] {
+        session.action = [options, &session] { return run_modules(session, *options); };
+    });
+}
+
+} // namespace cgctl
