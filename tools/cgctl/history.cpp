@@ -23,8 +23,8 @@ namespace
 
 struct HistoryOptions {
     std::string position{};
-    std::string since{};
-    std::string until{};
+    std::optional<std::string> since{};
+    std::optional<std::string> until{};
     std::string outcome{};
     std::string module{};
     std::string newest{};
@@ -72,11 +72,11 @@ history::Filter filter_of(const HistoryOptions &options, Time now)
     if (!options.position.empty()) {
         filter.position = parse_position(options.position);
     }
-    if (!options.since.empty()) {
-        filter.from = parse_moment(options.since, "--since", now);
+    if (options.since) {
+        filter.from = parse_moment(*options.since, "--since", now);
     }
-    if (!options.until.empty()) {
-        filter.until = parse_moment(options.until, "--until", now);
+    if (options.until) {
+        filter.until = parse_moment(*options.until, "--until", now);
     }
     if (filter.from && filter.until && *filter.from >= *filter.until) {
         throw Failure(wrong_usage, "--since is not before --until");

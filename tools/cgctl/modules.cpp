@@ -21,7 +21,7 @@ namespace
 {
 
 struct ModulesOptions {
-    std::string since{};
+    std::optional<std::string> since{};
     std::string modules = default_module_folder;
     std::string color = "auto";
     std::string history{};
@@ -130,8 +130,8 @@ int run_modules(const Session &session, const ModulesOptions &options)
     const Time now = std::chrono::system_clock::now();
     const Terminal terminal = terminal_of(session, options.color);
     std::optional<Time> since;
-    if (!options.since.empty()) {
-        since = parse_moment(options.since, "--since", now);
+    if (options.since) {
+        since = parse_moment(*options.since, "--since", now);
     }
     const ModuleFolder folder = read_module_folder(options.modules);
     if (!folder.readable) {
