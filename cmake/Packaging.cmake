@@ -25,9 +25,6 @@ compressed(CHANGELOG.md changelog.gz)
 
 # manual(PAGE COMPONENT): docs/PAGE, where its section belongs. cgctl prints its own page, see there.
 function(manual page component)
-    if(NOT EXISTS ${PROJECT_SOURCE_DIR}/docs/${page})
-        return()
-    endif()
     compressed(docs/${page} ${page}.gz)
     string(REGEX REPLACE ".*\\." "" section ${page})
     install(FILES ${packaging_out}/${page}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
