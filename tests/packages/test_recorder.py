@@ -1,4 +1,5 @@
 """The recorder beside the gate: it records, comes back, and the gate does not care whether it is there."""
+import json
 import re
 
 RECORDER = "cg_recorderd.service"
@@ -9,6 +10,20 @@ def metric(device, name):
     """The value of a metric, by its name with its labels; None without it."""
     found = re.search(rf"^{re.escape(name)} (\S+)$", device.metrics(), re.MULTILINE)
     return float(found[1]) if found else None
+
+
+def told(device, verb):
+    """What a verb of cgctl tells of the history."""
+    return json.loads(device.sh(f"cgctl {verb} --json 2>/dev/null"))
+
+
+def expect_two_recorded(device):
+    """The two cards of judge_two() are in the history, with what was decided and by whom."""
+    recorded = {decision["card"]: decision for decision in told(device, "history")["decisions"]}
+    passed, denied = recorded["1/3/0"], recorded["1/4/0"]
+    assert (passed["outcome"], passed["decider"], passed["name"]) == ("passed", "firmware", "lc-48")
+    assert (denied["outcome"], denied["decider"], denied["name"]) == ("denied", "firmware", "lc-12")
+    assert denied["reason"] == "too old"
 
 
 def judge_two(device):
@@ -36,6 +51,9 @@ def test_it_is_guarded(device):
 
 def test_it_records_what_was_decided(device):
     judge_two(device)
+    expect_two_recorded(device)
+    modules = {module["name"]: module for module in told(device, "modules")["modules"]}
+    assert modules["firmware"]["denials"] == 1
     assert metric(device, 'cg_module_answer_seconds_count{module="firmware"}') == 2
     assert metric(device, 'cg_cards{state="passed"}') == metric(device, 'cg_cards{state="denied"}') == 1
 
@@ -48,6 +66,7 @@ def test_it_comes_back_and_has_kept_everything(device):
     device.wait_active(other_than=before, name=RECORDER)
     device.wait(lambda: metric(device, 'cg_cards{state="passed"}') == metric(device, 'cg_cards{state="denied"}') == 1,
                 "what it has kept is there again")
+    expect_two_recorded(device)
     assert device.pid() == gate
 
 
@@ -72,6 +91,7 @@ def test_the_gate_does_without_it(device):
     device.cgctl("card", "plug", "1/3/0")
     device.wait(lambda: "passed" in device.verdict("1/3/0"), "1/3/0 is passed")
     assert device.pid() == gate
+    assert "cg_recorderd" in device.run("cgctl", "history", status=1), "who asks is told what is missing"
 
 
 def test_what_was_switched_off_stays_so(device):
