@@ -76,15 +76,18 @@ Client *Client::of(vx_global_t *global)
 
 void Client::turn_cb(int /*fd*/, short /*what*/, void *self)
 {
+    auto *client = static_cast<Client *>(self);
     try {
-        static_cast<Client *>(self)->turn();
+        client->turn();
     } catch (const std::exception &failure) {
+        client->in_turn_ = false;
         PLATFORM_LOG(platform::log_error, "store client: %s", failure.what());
     }
 }
 
 void Client::turn()
 {
+    in_turn_ = true;
     bool more = false;
     for (const auto &entry : databases_) {
         more = entry.second->turn() || more;
@@ -100,12 +103,19 @@ void Client::turn()
     if (more) {
         schedule_turn();
     }
+    in_turn_ = false;
 }
 
+// What has just been read is worked on before the loop asks the system for more, which spares a turn of the
+// loop for each message. Work that is left over waits for one: others on the loop must have theirs.
 void Client::schedule_turn()
 {
     const timeval at_once{0, 0};
-    (void)event_add(turn_event_.get(), &at_once);
+    if (in_turn_) {
+        (void)event_add(turn_event_.get(), &at_once);
+    } else {
+        event_active(turn_event_.get(), EV_TIMEOUT, 0);
+    }
 }
 
 bool Client::configure(std::string &why)

@@ -43,6 +43,7 @@ private:
 
     Shared shared_;
     bool usable_ = false;
+    bool in_turn_ = false;
     platform::Event turn_event_;
     std::map<int32_t, std::unique_ptr<Database>> databases_;
     std::deque<ConnectRequest> requests_;
