@@ -73,6 +73,7 @@ install(FILES ${access_list} DESTINATION ${CMAKE_INSTALL_DATADIR}/app_cg COMPONE
 file(GLOB pages_to_read CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md ${PROJECT_SOURCE_DIR}/docs/*.svg)
 install(FILES README.md DESTINATION ${documents}/app-cg-doc COMPONENT doc)
 install(FILES ${pages_to_read} DESTINATION ${documents}/app-cg-doc/docs COMPONENT doc)
+install(DIRECTORY docs/plots DESTINATION ${documents}/app-cg-doc/docs COMPONENT doc)
 # What the lines in the log mean is wanted where they are written.
 install(FILES docs/operating.md DESTINATION ${documents}/app-cg COMPONENT daemon)
 install(DIRECTORY kit/examples DESTINATION ${documents}/app-cg-doc/kit COMPONENT doc USE_SOURCE_PERMISSIONS

@@ -5,10 +5,13 @@
 //         the bare loop there. Microseconds a card. The cards are gone afterwards.
 //     bench_device fill COUNT MODULES SOCKET      plugs so many cards, admits them and leaves them there
 //     bench_device bare MODULES SOCKET SCRIPT     is the bare loop
-//     bench_device room ROUNDS CHASSIS CARDS MODULES VERDICTS SOCKET
+//     bench_device room ROUNDS CHASSIS CARDS MODULES VERDICTS SOCKET [together]
 //         all cards of all chassis at once; until there were so many verdicts on each card. Milliseconds.
+//         With "together" it prints an empty line and waits for one before it plugs the cards, and before it
+//         pulls them.
 //     bench_device start SECONDS PROGRAM SEEN     starts a program; until its standard error has said SEEN.
 //         Milliseconds.
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -122,8 +125,40 @@ void fill(const Arguments &arguments)
     std::printf("{}\n");
 }
 
+// What the server has carried out up to now.
+double commands_of(bench::Raw &raw)
+{
+    const std::string text = bench::text_of(*raw.run({"INFO", "stats"}));
+    const std::string name = "total_commands_processed:";
+    return std::atof(text.c_str() + text.find(name) + name.size());
+}
+
+// Waits until nobody but the daemons' pings troubles the server any more: a daemon that finds nothing to
+// remove tells nobody when it has finished.
+void wait_until_idle(bench::Raw &raw)
+{
+    constexpr double pings = 8;
+    const timespec pause{0, 30000000};
+    for (double before = 0, now = commands_of(raw); now - before > pings; now = commands_of(raw)) {
+        before = now;
+        (void)nanosleep(&pause, nullptr);
+    }
+}
+
+// Several of these are to do the same at the same time: tells that it is ready, and waits to be told to go
+// on.
+void wait_for_the_others(bool together)
+{
+    if (together) {
+        std::printf("\n");
+        (void)std::fflush(stdout);
+        (void)std::getchar();
+    }
+}
+
 void room(const Arguments &arguments)
 {
+    const bool together = arguments.size() > 6;
     std::vector<Position> cards;
     for (int chassis = 1; chassis <= number(arguments.at(1)); chassis++) {
         for (int slot = 1; slot <= number(arguments.at(2)); slot++) {
@@ -131,12 +166,16 @@ void room(const Arguments &arguments)
         }
     }
     bench::Device device(arguments.at(5), number(arguments.at(3)));
+    bench::Raw raw(arguments.at(5), bench::host);
     std::vector<double> spent;
     for (int round = 0; round < number(arguments.at(0)); round++) {
+        wait_until_idle(raw);
+        wait_for_the_others(together);
         spent.push_back(admit(device, cards, static_cast<size_t>(number(arguments.at(4)))) / 1000);
+        wait_for_the_others(together);
         device.unplug(cards);
-        let_others_finish();
     }
+    wait_until_idle(raw);
     print("ours", spent);
     std::printf("}\n");
 }
@@ -162,9 +201,13 @@ void start(const Arguments &arguments)
         become(arguments.at(1), ends);
     }
     (void)close(ends[1]);
+    // To be woken by each of the program's lines would take from the processor that it runs on.
+    (void)fcntl(ends[0], F_SETPIPE_SZ, 1 << 20);
+    const timespec pause{0, 500000};
     std::string said;
-    char bytes[4096];
+    char bytes[1 << 16];
     while (said.find(arguments.at(2)) == std::string::npos) {
+        (void)nanosleep(&pause, nullptr);
         const ssize_t got = read(ends[0], bytes, sizeof bytes);
         if (got <= 0) {
             throw std::runtime_error("the program ended; it said: " + said);

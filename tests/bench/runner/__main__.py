@@ -4,15 +4,18 @@ import pathlib
 import sys
 import time
 
+from demo.programs import NotInTime
+
 from . import plot, report
 from .daemon_figures import MEASUREMENTS as DAEMON
 from .figures import Series
 from .growth import MEASUREMENTS as GROWTH
 from .inside_figures import MEASUREMENTS as INSIDE
 from .place import Failed, processors, stay_on
+from .room import MEASUREMENTS as ROOM
 from .store_figures import MEASUREMENTS as STORE
 
-MEASUREMENTS = {**STORE, **DAEMON, **INSIDE, **GROWTH}
+MEASUREMENTS = {**STORE, **DAEMON, **INSIDE, **GROWTH, **ROOM}
 
 
 def parse(argv):
@@ -43,7 +46,7 @@ def measure(names, rounds):
         print(f"{name} ...", end=" ", file=sys.stderr, flush=True)
         try:
             results += MEASUREMENTS[name](rounds)
-        except (Failed, OSError, ValueError, RuntimeError) as failure:
+        except (Failed, NotInTime, OSError, ValueError, RuntimeError) as failure:
             failures.append(f"{name}: {failure}")
             print(f"failed: {failure}", file=sys.stderr)
             continue

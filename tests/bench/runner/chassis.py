@@ -3,6 +3,8 @@ import contextlib
 import pathlib
 import shutil
 
+import redis
+
 from demo.daemon import Daemon
 from demo.private_view import PrivateView, new_folder
 from demo.programs import start, stop, wait_until
@@ -11,29 +13,30 @@ from demo.store import StoreServer
 from .place import DAEMON, PROGRAMS
 
 LEVEL_FILE = ".vxos/vsd/0/plibpub/app_cg/app_cg/app_cg_dbg.txt"  # below /data
-CARDS_AND_ACKNOWLEDGEMENTS = 2  # patterns that a daemon subscribes to
+CARDS_AND_ACKNOWLEDGEMENTS = "2"  # patterns that a daemon subscribes to
 
 
 class Chassis:
     """A view, a store and a daemon that is not started yet."""
 
-    def __init__(self, folder, modules, store=None):
-        """`store` is another chassis' store server that this one uses too."""
+    def __init__(self, folder, modules, store=None, **env):
+        """`store` is another chassis' store server that this one uses too; `env` is the daemon's."""
         self.view = PrivateView(folder)
         for i in range(1, modules + 1):
             (self.view.modules / f"m{i}").touch()
         self.store = store or StoreServer(self.view.store)
         self.view.store = self.store.folder
-        self.daemon = Daemon(DAEMON, self.view)
+        self.daemon = Daemon(DAEMON, self.view, env)
 
     def start(self, daemons=1):
         """Starts the daemon and waits until it, and so many in all, have subscribed."""
         self.daemon.start()
-        wait_until(lambda: self.subscribed() >= CARDS_AND_ACKNOWLEDGEMENTS * daemons, 20, "the daemon subscribes")
+        wait_until(lambda: self.subscribed() >= daemons, 20, "the daemon subscribes")
 
     def subscribed(self):
-        """How many patterns are subscribed to on the server, by all clients."""
-        return int(self.store.ask(b"PUBSUB NUMPAT\r\n").strip(b":\r\n"))
+        """How many daemons have subscribed to all that they want on this store."""
+        with contextlib.closing(redis.Redis(unix_socket_path=str(self.store.socket_path))) as connection:
+            return sum(client["psub"] == CARDS_AND_ACKNOWLEDGEMENTS for client in connection.client_list())
 
     def memory(self):
         """What /proc tells of the daemon's memory, in bytes: {"Rss": ..., "Pss": ..., ...}."""
@@ -62,10 +65,10 @@ def folder():
 
 
 @contextlib.contextmanager
-def chassis(modules, running=True):
+def chassis(modules, running=True, **env):
     """A chassis with a store and, unless told otherwise, a daemon that has subscribed."""
     with folder() as made:
-        one = Chassis(made, modules)
+        one = Chassis(made, modules, **env)
         try:
             one.store.start()
             if running:

@@ -24,10 +24,12 @@ class Failed(Exception):
     """A measurement could not be made."""
 
 
+_MINE = sorted(os.sched_getaffinity(0))  # before stay_on()
+
+
 def processors():
     """The processors that there are for us: the one for measurements, and another one, or the same."""
-    mine = sorted(os.sched_getaffinity(0))
-    return mine[-1], mine[0]
+    return _MINE[-1], _MINE[0]
 
 
 def stay_on(processor):

@@ -38,7 +38,8 @@ def series_lines(series):
     for size, rounds in series.points:
         known = {name: dict(points) for name, points in lines.items()}
         rows.append([str(size), *(number(known[name][size]) if name in rounds else "-" for name in lines)])
-    return [f"{series.name}: {series.what}", *("  " + line for line in _columns(rows))]
+    return [f"{series.name}: {series.what}", *("  " + line for line in _columns(rows)),
+            *([f"  {series.note}"] if series.note else [])]
 
 
 def text(results):

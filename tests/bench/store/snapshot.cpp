@@ -94,7 +94,7 @@ double subscribe(const std::string &socket)
     return taken.finished - taken.began;
 }
 
-// Pings all the time and notes the longest wait.
+// Pings every tenth of a millisecond and notes the longest wait.
 class Prober
 {
 public:
@@ -122,10 +122,12 @@ private:
         (void)sched_setscheduler(0, SCHED_FIFO,
                                  &first); // where that is allowed: what waits is to be the server
         const Prepared ping({"PING"});
+        const timespec pause{0, 100000}; // or nobody else would be served on a machine with one processor
         while (!stop_) {
             const double began = now_us();
             (void)raw_.run(ping);
             longest_ = std::max(longest_, now_us() - began);
+            (void)nanosleep(&pause, nullptr);
         }
     }
 
