@@ -20,6 +20,12 @@ constexpr size_t records_per_turn = 64;
 constexpr uint64_t changes_per_verification = 64; // while more of them are waiting
 constexpr int checks_until_retry = 5;
 
+// The server keeps a hash with a long value in another order than it was published in.
+bool is_same_content(const Fields &one, const Fields &other)
+{
+    return std::is_permutation(one.begin(), one.end(), other.begin(), other.end());
+}
+
 } // namespace
 
 Subscription::Subscription(Database &database, const ProtobufCMessageDescriptor &type, Subscriber subscriber)
@@ -177,7 +183,7 @@ bool Subscription::is_news(const StoredRecord &record) const
 {
     const auto known = known_.find(record.key);
     const bool is_known = known != known_.end() && known->second.revision == record.revision &&
-                          known->second.fields == record.fields;
+                          is_same_content(known->second.fields, record.fields);
     return record.revision <= fence_ && (deliver_all_ || !is_known);
 }
 
