@@ -4,7 +4,7 @@
 // of, not when it is asked again, and emptied when the time is up. Where that list alone cannot tell a last
 // PASS from a time-out (a card that returned after its list was empty), what was heard of the request
 // decides.
-#include "card_tracker.h"
+#include "card_entry.h"
 
 #include <algorithm>
 #include <utility>
@@ -16,12 +16,6 @@ namespace
 {
 
 using std::chrono::milliseconds;
-
-constexpr int32_t main_board = 2; // p_dev.DM_TYPE_MB
-
-// A timer may fire, and its writes arrive, a little beside the time; nobody answers this near to the end by
-// chance often enough to matter.
-constexpr std::chrono::seconds slack{5};
 
 bool holds(const std::vector<std::string> &names, const std::string &name)
 {
@@ -42,46 +36,7 @@ void make_room(std::vector<Answer> &answers, const Answer &next)
     }
 }
 
-std::string fallback_reason(const std::string &module)
-{
-    return module + " not compatible";
-}
-
-// How a card stands after a check ended so; nothing when the end says nothing of that.
-std::optional<State> state_after(Outcome outcome)
-{
-    switch (outcome) {
-    case Outcome::passed:
-        return State::passed;
-    case Outcome::silence:
-        return State::silence;
-    case Outcome::denied:
-        return State::denied;
-    case Outcome::exempt:
-        return State::exempt;
-    case Outcome::unasked:
-        return State::unasked;
-    case Outcome::withdrawn:
-    case Outcome::unseen:
-        break;
-    }
-    return std::nullopt;
-}
-
 } // namespace
-
-struct CardTracker::Entry {
-    TrackedCard shown{};
-    bool has_card = false;
-    std::vector<std::string> list{}; // whom the daemon still waits for
-    bool list_known = false;         // false: some of it may have answered before we listened
-    bool came_online = false;        // since the last request
-    bool open = false;               // a request stands that was not decided
-    bool seen_whole = false;         // the present check, from its beginning
-    std::vector<Time> earlier{};     // requests whose timers the daemon still runs, the present one not
-    std::optional<bool> result{};    // that the store holds: whether it says PASS
-    std::optional<State> settled{};  // what the last decision left behind, while the result stands
-};
 
 CardTracker::CardTracker(Listener on_decision, milliseconds timeout)
     : on_decision_(std::move(on_decision)), timeout_(timeout)
@@ -105,12 +60,17 @@ CardTracker::Entry &CardTracker::entry(const Position &position)
     return *place;
 }
 
+// Where two cards have the same id, the result is more likely of the one that waits for it.
 CardTracker::Entry *CardTracker::entry_by_tipc(int32_t tipc_nodeid)
 {
-    const auto found = std::find_if(entries_.begin(), entries_.end(), [&](const auto &known) {
-        return known.second->has_card && known.second->shown.card.tipc_nodeid == tipc_nodeid;
-    });
-    return found == entries_.end() ? nullptr : found->second.get();
+    Entry *found = nullptr;
+    for (const auto &[position, known] : entries_) {
+        const bool fits = known->has_card && known->shown.card.tipc_nodeid == tipc_nodeid;
+        if (fits && (found == nullptr || (known->open && !found->open))) {
+            found = known.get();
+        }
+    }
+    return found;
 }
 
 void CardTracker::card_written(const CardFacts &card, Time at, bool existing)
@@ -124,7 +84,10 @@ void CardTracker::card_written(const CardFacts &card, Time at, bool existing)
         }
     }
     const bool was_online = std::exchange(known.shown.card, card).online;
-    known.came_online = known.came_online || (card.online && !was_online);
+    known.came_online = known.came_online || (card.online && !was_online && !existing);
+    if (!card.online) {
+        known.verdicts.reopen();
+    }
     const auto result = results_.find(card.tipc_nodeid);
     known.result = result == results_.end() ? std::nullopt : std::optional(result->second);
     settle(known, at, existing);
@@ -138,6 +101,7 @@ void CardTracker::card_deleted(const Position &position, Time at)
     known.settled.reset();
     known.list.clear();
     known.earlier.clear(); // the daemon cancels them with the card's information
+    known.verdicts.forget();
     settle(known, at, false);
     forget_if_empty(position);
 }
@@ -184,6 +148,7 @@ void CardTracker::begin_check(Entry &known, Time at, bool existing)
     known.open = true;
     known.seen_whole = !existing && known.list_known;
     known.settled.reset();
+    known.verdicts.forget();
     known.shown.request = true;
     known.shown.requested_at = existing ? std::nullopt : std::optional(at);
     known.shown.answers.clear();
@@ -201,18 +166,6 @@ void CardTracker::request_deleted(const Position &position, Time at, bool existi
     forget_if_empty(position);
 }
 
-void CardTracker::end_undecided(Entry &known, Time at, bool existing)
-{
-    Decision end;
-    end.outcome = existing ? Outcome::unseen : Outcome::withdrawn;
-    end.decided_at = at;
-    if (existing) {
-        known.seen_whole = false;
-        end.admitted = known.result;
-    }
-    finish(known, std::move(end));
-}
-
 void CardTracker::answered(const Position &position, Answer answer, bool existing)
 {
     const auto found = entries_.find(position);
@@ -222,14 +175,40 @@ void CardTracker::answered(const Position &position, Answer answer, bool existin
     Entry &known = *found->second;
     answer.registered = holds(modules_, answer.module);
     if (known.shown.requested_at && !existing) {
-        answer.took = std::chrono::duration_cast<milliseconds>(answer.at - *known.shown.requested_at);
+        const auto took = std::chrono::duration_cast<milliseconds>(answer.at - *known.shown.requested_at);
+        if (took >= milliseconds{0} &&
+            took <= 2 * timeout_) { // else a clock was set, or it is an afterthought
+            answer.took = took;
+        }
     }
-    if (answer.ret == 0 && answer.registered) {
-        std::erase(known.list, answer.module);
+    if (answer.registered && answer.ret == 0) {
+        take_off_list(known, answer.module);
     }
+    if (answer.registered && !existing && known.has_card) {
+        known.verdicts.expect(answer, known.list.empty());
+    }
+    const Time at = answer.at;
+    add_answer(known, std::move(answer));
+    settle(known, at, existing);
+}
+
+// Of two modules with the same name the daemon clears only the first one, however often it answers.
+void CardTracker::take_off_list(Entry &known, const std::string &module) const
+{
+    auto &list = known.list;
+    const auto asked = std::count(modules_.begin(), modules_.end(), module);
+    if (std::count(list.begin(), list.end(), module) >= asked) {
+        const auto first = std::find(list.begin(), list.end(), module);
+        if (first != list.end()) {
+            list.erase(first);
+        }
+    }
+}
+
+void CardTracker::add_answer(Entry &known, Answer answer)
+{
     make_room(known.shown.answers, answer);
     known.shown.answers.push_back(std::move(answer));
-    settle(known, found->second->shown.answers.back().at, existing);
 }
 
 void CardTracker::result_written(int32_t tipc_nodeid, bool pass, Time at, bool existing)
@@ -307,164 +286,6 @@ void CardTracker::snapshot_done(Time at)
     }
     std::for_each(positions.begin(), positions.end(),
                   [this](const Position &position) { forget_if_empty(position); });
-}
-
-void CardTracker::decide(Entry &known, bool pass, Time at)
-{
-    Decision decision;
-    if (!pass) {
-        decision.outcome = Outcome::denied;
-        decision.decided_at = at;
-        const auto &answers = known.shown.answers;
-        const auto denial = std::find_if(answers.rbegin(), answers.rend(), [](const Answer &answer) {
-            return answer.ret != 0 && answer.registered;
-        });
-        if (denial != answers.rend()) {
-            decision.decider = denial->module;
-            decision.reason = denial->reason.empty() ? fallback_reason(denial->module) : denial->reason;
-        } else {
-            known.seen_whole = false;
-        }
-    } else {
-        decision = known.open ? passed(known, at) : passed_unrequested(known, at);
-    }
-    decision.admitted = pass;
-    if (decision.outcome == Outcome::silence) {
-        known.list.clear();
-        known.list_known = true;
-    }
-    finish(known, std::move(decision));
-}
-
-// An earlier request's timer ends the present check at its own time.
-bool CardTracker::is_time_up(const Entry &known, Time at) const
-{
-    const milliseconds tolerance = std::min<milliseconds>(slack, timeout_ / 10);
-    if (known.shown.requested_at && at - *known.shown.requested_at >= timeout_ - tolerance) {
-        return true;
-    }
-    return std::any_of(known.earlier.begin(), known.earlier.end(), [&](Time asked) {
-        return at - asked >= timeout_ - tolerance && at - asked <= timeout_ + tolerance;
-    });
-}
-
-std::vector<std::string> CardTracker::silent_ones(const Entry &known) const
-{
-    // With an empty list any one would have done, and all were asked.
-    std::vector<std::string> silent = known.list.empty() ? modules_ : known.list;
-    std::erase_if(silent, [&](const std::string &module) {
-        return std::any_of(known.shown.answers.begin(), known.shown.answers.end(),
-                           [&](const Answer &answer) { return answer.module == module; });
-    });
-    return silent;
-}
-
-// The end of a request by PASS: by the last one waited for, or by the time.
-Decision CardTracker::passed(const Entry &known, Time at) const
-{
-    Decision decision;
-    decision.decided_at = at;
-    const auto &answers = known.shown.answers;
-    const bool last_passes = !answers.empty() && answers.back().ret == 0 && answers.back().registered;
-    // Where the list is not known to be right, the time tells.
-    const bool none_left = known.list.empty() || (!known.list_known && !is_time_up(known, at));
-    if (last_passes && (none_left || !is_time_up(known, at))) {
-        decision.outcome = Outcome::passed;
-        decision.decider = answers.back().module;
-    } else {
-        decision.outcome = Outcome::silence;
-        decision.silent = silent_ones(known);
-    }
-    return decision;
-}
-
-// A PASS where no request stood: nobody had to be asked, a denial was lifted, or an earlier timer fired.
-Decision CardTracker::passed_unrequested(const Entry &known, Time at) const
-{
-    Decision decision;
-    decision.decided_at = at;
-    const auto &answers = known.shown.answers;
-    const bool after_denial = known.shown.last && known.shown.last->outcome == Outcome::denied;
-    if (known.shown.card.node_type == main_board) {
-        decision.outcome = Outcome::exempt;
-    } else if (after_denial && !answers.empty() && answers.back().ret == 0 && known.list.empty()) {
-        decision.outcome = Outcome::passed;
-        decision.decider = answers.back().module;
-    } else if (after_denial && is_time_up(known, at)) {
-        decision.outcome = Outcome::silence;
-        decision.silent = silent_ones(known);
-    } else {
-        decision.outcome = Outcome::unasked;
-    }
-    return decision;
-}
-
-void CardTracker::finish(Entry &known, Decision decision)
-{
-    const bool checked = decision.outcome != Outcome::exempt && decision.outcome != Outcome::unasked;
-    decision.card = known.shown.card;
-    decision.role = role_;
-    if (checked) {
-        decision.requested_at = known.shown.requested_at;
-        decision.answers = known.shown.answers;
-        decision.complete = known.seen_whole;
-    }
-    known.open = false;
-    known.settled = state_after(decision.outcome);
-    known.shown.last = std::move(decision);
-    if (on_decision_) {
-        on_decision_(*known.shown.last);
-    }
-}
-
-// The card's state as it now is, and since when.
-void CardTracker::settle(Entry &known, Time at, bool existing)
-{
-    TrackedCard &shown = known.shown;
-    const State before = shown.state;
-    shown.state = state_of(known);
-    shown.waiting_for = shown.state == State::waiting ? silent_ones(known) : std::vector<std::string>{};
-    if (shown.state == State::waiting) {
-        shown.since = shown.requested_at;
-    } else if (shown.state != before) {
-        const bool remembered = !known.settled && shown.last && agrees(known, *shown.last);
-        const std::optional<Time> long_ago =
-            remembered ? std::optional(shown.last->decided_at) : std::nullopt;
-        shown.since = existing ? long_ago : std::optional(at);
-    }
-}
-
-State CardTracker::state_of(const Entry &known)
-{
-    const CardFacts &card = known.shown.card;
-    if (!known.has_card) {
-        return State::absent;
-    }
-    if (card.node_type == main_board && known.result == std::optional(true)) {
-        return State::exempt;
-    }
-    if (!card.online) {
-        return State::offline;
-    }
-    if (known.shown.request) {
-        return State::waiting;
-    }
-    if (known.settled) {
-        return *known.settled;
-    }
-    if (known.shown.last && agrees(known, *known.shown.last)) {
-        return *state_after(known.shown.last->outcome);
-    }
-    if (!known.result) {
-        return State::undecided;
-    }
-    return *known.result ? State::passed : State::denied;
-}
-
-// Whether what the store says is what a remembered decision left behind.
-bool CardTracker::agrees(const Entry &known, const Decision &last)
-{
-    return state_after(last.outcome).has_value() && known.result.has_value() && last.admitted == known.result;
 }
 
 // A position that no record names any more is kept only for what is remembered of it.

@@ -119,6 +119,8 @@ private:
     [[nodiscard]] bool is_time_up(const Entry &entry, Time at) const;
     [[nodiscard]] bool goes_on(const Entry &entry, Time at) const;
     [[nodiscard]] std::vector<std::string> silent_ones(const Entry &entry) const;
+    void take_off_list(Entry &entry, const std::string &module) const;
+    static void add_answer(Entry &entry, Answer answer);
     void finish(Entry &entry, Decision decision);
     void end_undecided(Entry &entry, Time at, bool existing);
     void settle(Entry &entry, Time at, bool existing);

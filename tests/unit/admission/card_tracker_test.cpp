@@ -1,53 +1,11 @@
 // Cards followed from outside: stories in the order in which the daemon writes.
-#include "admission/card_tracker.h"
-
-#include <gmock/gmock.h>
+#include "tracker_fixture.h"
 
 namespace
 {
 
-using namespace admission;
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr int32_t line_card = 3;
-constexpr int32_t main_board = 2;
-constexpr Position slot3{1, 3, 0};
-
-class CardTrackerTest : public testing::Test
-{
-protected:
-    CardTrackerTest() { tracker.set_modules({"m1", "m2", "m3"}); }
-
-    static CardFacts card(bool online, int32_t type = line_card)
-    {
-        return {slot3, "lc", "0a", type, 17, 259, 1259, online};
-    }
-    void plug(bool existing = false) { tracker.card_written(card(true), now, existing); }
-    void ask(bool existing = false) { tracker.request_written(slot3, now, existing); }
-    void answer(const std::string &module, int32_t ret = 0, const std::string &reason = "")
-    {
-        tracker.answered(slot3, {module, ret, reason, now}, false);
-    }
-    // The result, then the request's end: as the daemon ends each check.
-    void end(bool pass)
-    {
-        tracker.result_written(1259, pass, now, false);
-        tracker.request_deleted(slot3, now, false);
-    }
-    void go_offline()
-    {
-        tracker.card_written(card(false), now, false);
-        tracker.result_deleted(1259, now);
-        tracker.request_deleted(slot3, now, false);
-    }
-    const TrackedCard &shown() { return *tracker.find(slot3); }
-
-    std::vector<Decision> decisions;
-    CardTracker tracker{[this](const Decision &decision) { decisions.push_back(decision); }};
-    Time now = Time{} + 1000000s;
-};
 
 TEST_F(CardTrackerTest, ACardWaitsForThoseWhoHaveNotAnswered)
 {

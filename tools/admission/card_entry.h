@@ -1,0 +1,37 @@
+// What the tracker knows of a position, for its own files only.
+#ifndef ADMISSION_CARD_ENTRY_H
+#define ADMISSION_CARD_ENTRY_H
+
+#include "card_tracker.h"
+#include "verdicts.h"
+
+namespace admission
+{
+
+inline constexpr int32_t main_board = 2; // p_dev.DM_TYPE_MB
+
+// A timer may fire, and its writes arrive, a little beside the time; nobody answers this near to the end by
+// chance often enough to matter.
+inline constexpr std::chrono::seconds slack{5};
+
+struct CardTracker::Entry {
+    TrackedCard shown{};
+    bool has_card = false;
+    std::vector<std::string> list{}; // whom the daemon still waits for
+    bool list_known = false;         // false: some of it may have answered before we listened
+    bool came_online = false;        // since the last request
+    bool open = false;               // a request stands that was not decided
+    bool seen_whole = false;         // the present check, from its beginning
+    std::vector<Time> earlier{};     // requests whose timers the daemon still runs, the present one not
+    std::optional<bool> result{};    // that the store holds: whether it says PASS
+    std::optional<State> settled{};  // what the last decision left behind, while the result stands
+    Verdicts verdicts{};             // that the daemon will come to
+    std::size_t told = 0;            // of the answers, so many were told with an earlier decision
+};
+
+// How a card stands after a check ended so; nothing when the end says nothing of that.
+std::optional<State> state_after(Outcome outcome);
+
+} // namespace admission
+
+#endif
