@@ -18,7 +18,8 @@
  * Threads: every callback is made on the thread that is in app_cg_kit_run(), one at a time; while one runs,
  * no other card is asked about, so an examination that takes long should return APP_CG_KIT_LATER. The
  * functions that may be called from other threads say so. A C++ exception that leaves a callback is caught,
- * logged, and taken as APP_CG_KIT_AGAIN.
+ * logged, and taken as APP_CG_KIT_AGAIN; one that leaves the log function is caught, and the line printed on
+ * standard error.
  *
  * Functions return 0 or a negative enum app_cg_kit_error unless they say otherwise.
  */
@@ -99,7 +100,9 @@ typedef struct app_cg_kit_card {
 typedef int (*app_cg_kit_check_f)(void *arg, const app_cg_kit_card_t *card, app_cg_kit_check_t *check);
 
 /* Nobody waits for the verdict any more: the card left, another module denied it, or the 300 seconds are
- * over. Only for examinations that are open. `check` is the handle that the examination was given. */
+ * over; or the slot has another card by now, which is examined anew. Only for examinations that are open, and
+ * in the case of another card for one whose verdict was given and is dropped. `check` is the handle that the
+ * examination was given. */
 typedef void (*app_cg_kit_withdrawn_f)(void *arg, const app_cg_kit_card_t *card, app_cg_kit_check_t *check);
 
 /* The device manager's information about a card came, changed, or went (present 0; then as it last was).
@@ -136,8 +139,15 @@ typedef struct app_cg_kit_options {
         *lock_folder; /* default /run/lock; where a lock keeps the name from being used twice; "": no lock */
 } app_cg_kit_options_t;
 
+/* Writes the defaults into a structure of `size` bytes, and no further: a program may be older than the
+ * library, and its structure shorter. Accepts null. */
+void app_cg_kit_options_init_size(app_cg_kit_options_t *options, size_t size);
+
 /* Writes the defaults. Accepts null. */
-void app_cg_kit_options_init(app_cg_kit_options_t *options);
+static inline void app_cg_kit_options_init(app_cg_kit_options_t *options)
+{
+    app_cg_kit_options_init_size(options, sizeof *options);
+}
 
 /*
  * Makes a module. One at a time in a process: the platform's settings and messages are the process'.

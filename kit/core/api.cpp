@@ -43,18 +43,26 @@ const char *level_name(int level)
     }
 }
 
+// One write for a line, so that lines of several threads stay whole.
+void print(const std::string &name, int level, const std::string &text)
+{
+    const std::string line = name + ": " + level_name(level) + text + '\n';
+    (void)std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+// What a log function of the user's throws must end nothing: it is called where nobody may throw.
 kit::Log log_of(const app_cg_kit_options_t &options)
 {
-    if (options.log != nullptr) {
-        return {[log = options.log, arg = options.arg](int level, const std::string &text) {
-                    log(arg, level, text.c_str());
-                },
-                options.log_level};
+    const std::string name = options.name;
+    if (options.log == nullptr) {
+        return {[name](int level, const std::string &text) { print(name, level, text); }, options.log_level};
     }
-    return {[name = std::string(options.name)](int level, const std::string &text) {
-                // One write for a line, so that lines of several threads stay whole.
-                const std::string line = name + ": " + level_name(level) + text + '\n';
-                (void)std::fwrite(line.data(), 1, line.size(), stderr);
+    return {[name, log = options.log, arg = options.arg](int level, const std::string &text) {
+                try {
+                    log(arg, level, text.c_str());
+                } catch (...) {
+                    print(name, level, text + " (an exception left the function log)");
+                }
             },
             options.log_level};
 }
@@ -66,7 +74,7 @@ void call_user(const kit::Log &log, const char *what, const Action &action) noex
     const auto complain = [&](const char *problem) {
         try {
             log(APP_CG_KIT_ERROR, std::string("an exception left the function ") + what + ": " + problem);
-        } catch (...) { // the log is the user's, too
+        } catch (...) { // memory ran out
         }
     };
     try {
@@ -183,15 +191,18 @@ int guarded(const Action &action) noexcept
 
 } // namespace
 
-void app_cg_kit_options_init(app_cg_kit_options_t *options)
+void app_cg_kit_options_init_size(app_cg_kit_options_t *options, size_t size)
 {
-    if (options != nullptr) {
-        *options = {};
-        options->size = sizeof *options;
-        options->log_level = APP_CG_KIT_INFO;
-        options->module_folder = "/etc/app_cg/deny_check";
-        options->lock_folder = "/run/lock";
+    if (options == nullptr || size < sizeof options->size) {
+        return;
     }
+    app_cg_kit_options_t defaults{};
+    defaults.size = size;
+    defaults.log_level = APP_CG_KIT_INFO;
+    defaults.module_folder = "/etc/app_cg/deny_check";
+    defaults.lock_folder = "/run/lock";
+    std::memset(static_cast<void *>(options), 0, size);
+    std::memcpy(static_cast<void *>(options), &defaults, std::min(size, sizeof defaults));
 }
 
 int app_cg_kit_open(const app_cg_kit_options_t *given, app_cg_kit_t **kit)

@@ -148,6 +148,15 @@ kit::Answer app_cg_kit_check::given() const
     return answer_;
 }
 
+bool app_cg_kit_check::end_unless_answered(int why)
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    if (!answered_) {
+        ended_ = why;
+    }
+    return !answered_;
+}
+
 void app_cg_kit_check::end(int why)
 {
     const std::lock_guard<std::mutex> guard(mutex_);

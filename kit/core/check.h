@@ -76,6 +76,9 @@ public:
     // Ends it without a verdict, for one of the reasons in enum app_cg_kit_error; an answered one too, which
     // was not written then.
     void end(int why);
+    // Ends it unless it is answered, whichever thread does that: a verdict that was taken is not dropped
+    // unseen. Returns whether it has ended.
+    bool end_unless_answered(int why);
 
 private:
     const kit::Facts facts_;

@@ -48,6 +48,13 @@ struct Facts {
     std::string type_name;
     std::vector<uint8_t> serial;
 
+    // Whether they are about one card, as far as the store can tell: an exchange within one slot leaves the
+    // request as it was.
+    [[nodiscard]] bool is_same_card(const Facts &other) const
+    {
+        return has_info == other.has_info && name == other.name && serial == other.serial;
+    }
+
     // The same for C; lives as long as this object and while it is not moved.
     [[nodiscard]] app_cg_kit_card_t view() const
     {

@@ -79,7 +79,12 @@ int Module::run(bool take_signals)
         // A manager that cannot be reached has been told of on standard error, and is no reason not to serve.
         (void)reg_process_exit_action(0, 0);
     }
-    connect();
+    try {
+        connect();
+    } catch (const std::runtime_error &problem) {
+        log_(APP_CG_KIT_ERROR, problem.what());
+        return APP_CG_KIT_E_SYSTEM;
+    }
     const int32_t result = take_signals ? vx_global_run(context()) : platform::loop_run(context());
     mailbox_->close();
     end_jobs();
@@ -206,12 +211,21 @@ void Module::take_card(const vx_mom_pmsg_t &message)
     }
 }
 
-// The same request while it is open is answered by the verdict that is on its way.
+// The same request while it is open is answered by the verdict that is on its way, unless that is another
+// card's: after an outage, a deletion and the next request come as one. A store that cannot tell is asked
+// once more before the delivery.
 void Module::ask(const Request &request)
 {
     const auto found = jobs_.find(request.position);
     if (found != jobs_.end() && found->second.request == request) {
+        Job &job = found->second;
         log_(APP_CG_KIT_DEBUG, request.position.text() + " is asked about again and still open");
+        watch_time(job, std::chrono::seconds(0)); // who asks waits its 300 s from now
+        int32_t error = 0;
+        if (job.check && is_exchanged(*job.check, error)) {
+            end_for_another(job);
+            examine(request.position);
+        }
         return;
     }
     withdraw(request.position);
@@ -232,9 +246,8 @@ void Module::withdraw(const Position &position)
     if (!check) {
         return;
     }
-    const bool was_answered = check->is_answered();
-    check->end(APP_CG_KIT_E_WITHDRAWN);
-    if (was_answered) {
+    if (!check->end_unless_answered(APP_CG_KIT_E_WITHDRAWN)) {
+        check->end(APP_CG_KIT_E_WITHDRAWN);
         log_(APP_CG_KIT_INFO, position.text() + ": the request was withdrawn before the verdict was written");
         return;
     }
@@ -267,12 +280,15 @@ void Module::take_verdict(const Position &position, app_cg_kit_check &check, int
         deliver(position);
         return;
     }
-    if (check.is_answered()) {
+    if (verdict != APP_CG_KIT_LATER) {
+        if (check.end_unless_answered(APP_CG_KIT_E_WITHDRAWN)) {
+            jobs_.at(position).check.reset();
+            try_later({});
+        } else {
+            deliver(position);
+        }
+    } else if (check.is_answered()) {
         deliver(position);
-    } else if (verdict != APP_CG_KIT_LATER) {
-        check.end(APP_CG_KIT_E_WITHDRAWN);
-        jobs_.at(position).check.reset();
-        try_later({});
     } else if (!check.promise()) {
         log_(APP_CG_KIT_ERROR, position.text() +
                                    ": a verdict was promised for later, but nobody holds the handle "
@@ -282,14 +298,14 @@ void Module::take_verdict(const Position &position, app_cg_kit_check &check, int
 
 void Module::take_mail()
 {
+    if (stopping_) {
+        platform::loop_end(context()); // whatever becomes of the verdicts that came before
+    }
     for (const auto &check : mailbox_->take()) {
         const auto found = jobs_.find(check->facts().request.position);
         if (found != jobs_.end() && found->second.check == check) {
-            deliver(found->first);
+            guard("a verdict", [&] { deliver(found->first); });
         }
-    }
-    if (stopping_) {
-        platform::loop_end(context());
     }
 }
 
@@ -301,21 +317,49 @@ void Module::deliver(const Position &position_of_job)
     if (found == jobs_.end() || !found->second.check || !found->second.check->is_answered()) {
         return;
     }
-    if (may_deliver(position, found->second.request)) {
-        write(position, found->second.check->given());
+    const std::shared_ptr<app_cg_kit_check> check = found->second.check;
+    if (may_deliver(position, *check)) {
+        write(position, check->given());
     }
 }
 
-// An answer to nobody would meet the card's next request.
-bool Module::may_deliver(const Position &position, const Request &request)
+// An answer to nobody would meet the card's next request, and one about another card admit or deny the wrong
+// one. The request is looked at before the card: the other way round, both could change in between.
+bool Module::may_deliver(const Position &position, const app_cg_kit_check &check)
 {
-    const int32_t result = connected_ ? stands(context(), request) : -ENOTCONN;
-    if (result < 0) {
-        try_later(position.text() + " is not answered yet: the store does not answer " + result_text(result));
+    int32_t error = 0;
+    const int32_t result = connected_ ? stands(context(), check.facts().request) : -ENOTCONN;
+    const bool is_another = result == 1 && is_exchanged(check, error);
+    if (result < 0 || error != 0) {
+        try_later(position.text() + " is not answered yet: the store does not answer " +
+                  result_text(result < 0 ? result : error));
     } else if (result == 0) {
         log_(APP_CG_KIT_DEBUG, position.text() + ": the request is gone; its withdrawal is on the way");
+    } else if (is_another) {
+        end_for_another(jobs_.at(position));
+        try_later({}); // the old request's deletion may be on the way, and is read first
     }
-    return result == 1;
+    return result == 1 && error == 0 && !is_another;
+}
+
+// Whether the slot's card is another one than the one that is examined. False, and the error, when the store
+// does not tell.
+bool Module::is_exchanged(const app_cg_kit_check &check, int32_t &error)
+{
+    Facts present;
+    present.request = check.facts().request;
+    error = connected_ ? read_info(context(), present) : -ENOTCONN;
+    return error == 0 && !present.is_same_card(check.facts());
+}
+
+void Module::end_for_another(Job &job)
+{
+    const std::shared_ptr<app_cg_kit_check> check = std::move(job.check);
+    check->end(APP_CG_KIT_E_WITHDRAWN);
+    log_(APP_CG_KIT_INFO, job.request.position.text() + ": another card came meanwhile; it is examined anew");
+    if (hooks_.withdrawn) {
+        hooks_.withdrawn(check->facts().view(), *check);
+    }
 }
 
 void Module::write(const Position &position, const Answer &answer)

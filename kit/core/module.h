@@ -81,7 +81,9 @@ private:
     void take_verdict(const Position &position, app_cg_kit_check &check, int verdict);
     void take_mail();
     void deliver(const Position &position);
-    bool may_deliver(const Position &position, const Request &request);
+    bool may_deliver(const Position &position, const app_cg_kit_check &check);
+    bool is_exchanged(const app_cg_kit_check &check, int32_t &error);
+    void end_for_another(Job &job);
     void write(const Position &position, const Answer &answer);
     void try_later(const std::string &problem);
     void try_again();

@@ -38,14 +38,34 @@ std::string digest(const std::string &text)
     return digits.data();
 }
 
-// The folder is everybody's: a file of another user's is opened, never made anew.
+// The folder is everybody's: what is there is opened, never made anew. Only the owner may open the file, or
+// anybody could hold its lock.
 platform::Descriptor open_lock(const std::string &path)
 {
     platform::Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
     if (!file && errno == ENOENT) {
-        file.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644));
+        file.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     }
     return file;
+}
+
+// Empty when the lock can be relied upon: the file is ours, and nobody else may open it.
+std::string owner_problem(int file)
+{
+    struct stat status {
+    };
+    if (fstat(file, &status) != 0) {
+        return strerror(errno);
+    }
+    if (status.st_uid != geteuid()) {
+        return "it belongs to user " + std::to_string(status.st_uid) + ", and this is user " +
+               std::to_string(geteuid()) + "; if no module of that user runs, remove it";
+    }
+    constexpr mode_t others = 077;
+    if ((status.st_mode & others) != 0 && fchmod(file, S_IRUSR | S_IWUSR) != 0) {
+        return strerror(errno);
+    }
+    return {};
 }
 
 std::string holder_in(int file)
@@ -112,6 +132,11 @@ NameLock::Outcome NameLock::take(const std::string &folder, const std::string &n
     platform::Descriptor file = open_lock(path);
     if (!file) {
         why = "cannot open the lock file " + path + ": " + strerror(errno) +
+              "; whether another module has the name is not known";
+        return Outcome::cannot_tell;
+    }
+    if (const std::string problem = owner_problem(file.get()); !problem.empty()) {
+        why = "cannot rely on the lock file " + path + ": " + problem +
               "; whether another module has the name is not known";
         return Outcome::cannot_tell;
     }

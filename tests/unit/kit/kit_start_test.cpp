@@ -1,7 +1,12 @@
 // Whether a module may start, how it ends, and what is no way to use the kit.
 #include <poll.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 
 #include "kit_fixture.h"
@@ -33,6 +38,17 @@ protected:
             EXPECT_STREQ(error.what(), app_cg_kit_error_text(error.code()));
             return error.code();
         }
+    }
+
+    std::filesystem::path lock_file()
+    {
+        for (const auto &entry : std::filesystem::directory_iterator(folder_.path(""))) {
+            if (entry.path().filename().string().starts_with("app_cg_kit.volt.")) {
+                return entry.path();
+            }
+        }
+        ADD_FAILURE() << "no lock file";
+        return {};
     }
 };
 
@@ -94,6 +110,32 @@ TEST_F(KitStart, WithoutAPlaceForTheLockItWarnsAndGoesOn)
     EXPECT_TRUE(logged_.has("4 cannot open the lock file")) << logged_.all();
 }
 
+// Who could open the file could hold its lock, and keep the module from starting.
+TEST_F(KitStart, TheLockFileIsItsOwnersAlone)
+{
+    EXPECT_EQ(open("volt"), 0);
+    const std::filesystem::path lock = lock_file();
+    EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
+    std::filesystem::permissions(lock, std::filesystem::perms(0644));
+    EXPECT_EQ(open("volt"), 0);
+    EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
+    EXPECT_EQ(logged_.count("lock file"), 0U) << logged_.all();
+}
+
+TEST_F(KitStart, ALockFileOfAnotherUserTellsNothing)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a file to another user";
+    }
+    EXPECT_EQ(open("volt"), 0);
+    ASSERT_EQ(chown(lock_file().c_str(), 4711, 4711), 0);
+    EXPECT_EQ(open("volt"), 0);
+    EXPECT_TRUE(logged_.has("4 cannot rely on the lock file")) << logged_.all();
+    EXPECT_TRUE(logged_.has("it belongs to user 4711, and this is user 0; if no module of that user runs, "
+                            "remove it; whether another module has the name is not known"))
+        << logged_.all();
+}
+
 TEST_F(KitStart, AProcessHasOneModule)
 {
     const app_cg_kit::Module first(options_);
@@ -105,6 +147,14 @@ TEST_F(KitStart, SettingsThatAreOfNoUseAreRefused)
     options_.endpoint = "nowhere";
     EXPECT_EQ(open("volt"), APP_CG_KIT_E_SETTINGS);
     EXPECT_TRUE(logged_.has("nowhere")) << logged_.all();
+}
+
+TEST_F(KitStart, WhyItCannotConnectIsSaid)
+{
+    app_cg_kit::Module module(options_);
+    setenv("VX_MOM_ENDPOINT", "nowhere", 1);
+    EXPECT_EQ(module.run(), APP_CG_KIT_E_SYSTEM);
+    EXPECT_TRUE(logged_.has("3 no connection to the store can be made (")) << logged_.all();
 }
 
 TEST_F(KitStart, ItMayBeStoppedBeforeItRunsAndRunsOnce)
@@ -187,6 +237,31 @@ TEST(KitArguments, WhatIsMissingIsRefused)
     EXPECT_EQ(app_cg_kit_is_open(nullptr), 0);
     app_cg_kit_release(nullptr);
     app_cg_kit_close(nullptr);
+}
+
+// A program that was compiled with an earlier header has a shorter structure.
+TEST(KitArguments, TheDefaultsAreWrittenAsFarAsTheStructureReaches)
+{
+    struct {
+        app_cg_kit_options_t options;
+        char after[16];
+    } memory;
+    std::memset(static_cast<void *>(&memory), 0x5a, sizeof memory);
+    const std::size_t shorter = offsetof(app_cg_kit_options_t, lock_folder);
+    app_cg_kit_options_init_size(&memory.options, shorter);
+    EXPECT_EQ(memory.options.size, shorter);
+    EXPECT_EQ(memory.options.log_level, APP_CG_KIT_INFO);
+    EXPECT_STREQ(memory.options.module_folder, "/etc/app_cg/deny_check");
+    const auto *bytes = reinterpret_cast<const unsigned char *>(&memory);
+    EXPECT_TRUE(std::all_of(bytes + shorter, bytes + sizeof memory, [](auto byte) { return byte == 0x5a; }));
+    // A later header's is longer; what this library does not know is 0.
+    app_cg_kit_options_init_size(&memory.options, sizeof memory.options + 8);
+    EXPECT_EQ(memory.options.size, sizeof memory.options + 8);
+    EXPECT_STREQ(memory.options.lock_folder, "/run/lock");
+    EXPECT_TRUE(std::all_of(memory.after, memory.after + 8, [](char byte) { return byte == 0; }));
+    EXPECT_EQ(memory.after[8], 0x5a);
+    app_cg_kit_options_init(&memory.options);
+    EXPECT_EQ(memory.options.size, sizeof memory.options);
 }
 
 TEST(KitArguments, EveryErrorHasASentenceOfItsOwn)

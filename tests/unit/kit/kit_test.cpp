@@ -125,6 +125,47 @@ TEST_F(Kit, AVerdictFromWithinTheFunctionCountsAndWhatItReturnsThenDoesNot)
     end();
 }
 
+TEST_F(Kit, AVerdictThatWasTakenIsWrittenThoughTheFunctionWantsToBeAskedAgain)
+{
+    std::atomic<int> asked{0};
+    serve([&](const Card &, const Check &check) {
+        asked++;
+        EXPECT_EQ(check.deny("told"), 0);
+        return app_cg_kit::ask_again();
+    });
+    ask("3");
+    EXPECT_EQ(take_answer("3")["reason"], "told");
+    EXPECT_EQ(asked, 1);
+    end();
+}
+
+TEST_F(Kit, ALogFunctionThatThrowsEndsNothing)
+{
+    std::atomic<bool> throws{false};
+    options_.log = [&](int level, const std::string &text) {
+        logged_.add(level, text);
+        if (throws) {
+            throw std::runtime_error("the disk is full");
+        }
+    };
+    serve([](const Card &, const Check &) { return app_cg_kit::deny(""); });
+    throws = true;
+    ask("3");
+    EXPECT_EQ(take_answer("3")["ret"], 1);
+    ask("4");
+    EXPECT_EQ(take_answer("4")["ret"], 1);
+    end();
+}
+
+TEST_F(Kit, AVerdictGivenBeforeTheStopIsWritten)
+{
+    serve_later();
+    ask("3");
+    EXPECT_EQ(kept(0).deny("just in time"), 0);
+    end();
+    EXPECT_EQ(take_answer("3")["reason"], "just in time");
+}
+
 TEST_F(Kit, AVerdictForAWithdrawnRequestIsDropped)
 {
     std::atomic<int> withdrawn{0};
@@ -158,6 +199,72 @@ TEST_F(Kit, AnotherCardInTheSlotIsAnotherExamination)
     ask("3", "2");
     const Check second = kept(1);
     EXPECT_EQ(withdrawn, 1);
+    EXPECT_EQ(first.pass(), APP_CG_KIT_E_WITHDRAWN);
+    EXPECT_EQ(second.deny("the second"), 0);
+    EXPECT_EQ(take_answer("3")["reason"], "the second");
+    end();
+}
+
+// The request says the same of both cards.
+TEST_F(Kit, AVerdictOnOneCardIsNotWrittenForTheNextInItsSlot)
+{
+    std::atomic<int> withdrawn{0};
+    options_.withdrawn = [&](const Card &card, const Check &check) {
+        EXPECT_EQ(card.info.value().name, "old");
+        EXPECT_FALSE(check.is_open());
+        withdrawn++;
+    };
+    cgctl({"card", "plug", "1/3", "--name", "old", "--serial", "01"});
+    serve_later();
+    ask("3");
+    const Check first = kept(0);
+    cgctl({"card", "plug", "1/3", "--name", "new", "--serial", "01"});
+    EXPECT_EQ(first.pass(), 0);
+    const Check second = kept(1);
+    EXPECT_EQ(withdrawn, 1);
+    EXPECT_EQ(answers(), 0U);
+    EXPECT_TRUE(logged_.has("6 1/3/0: another card came meanwhile; it is examined anew")) << logged_.all();
+    EXPECT_EQ(second.deny("the new one"), 0);
+    EXPECT_EQ(take_answer("3")["reason"], "the new one");
+    end();
+}
+
+TEST_F(Kit, ACardThatChangesOnlyItsStateIsTheSameCard)
+{
+    cgctl({"card", "plug", "1/3", "--serial", "01"});
+    serve_later();
+    ask("3");
+    const Check check = kept(0);
+    cgctl({"card", "offline", "1/3"});
+    EXPECT_EQ(check.deny("as it was"), 0);
+    EXPECT_EQ(take_answer("3")["reason"], "as it was");
+    end();
+    EXPECT_EQ(kept(), 1U);
+}
+
+TEST_F(Kit, ACardThatLostItsInformationIsExaminedAnew)
+{
+    cgctl({"card", "plug", "1/3", "--serial", "01"});
+    serve_later();
+    ask("3");
+    const Check first = kept(0);
+    cgctl({"card", "pull", "1/3"});
+    EXPECT_EQ(first.pass(), 0);
+    EXPECT_EQ(kept(1).pass(), 0);
+    EXPECT_EQ(take_answer("3")["ret"], 0);
+    end();
+}
+
+// As after an outage, which makes one of a deletion and the next request.
+TEST_F(Kit, ARepeatedRequestForAnotherCardIsAnotherExamination)
+{
+    cgctl({"card", "plug", "1/3", "--serial", "01"});
+    serve_later();
+    ask("3");
+    const Check first = kept(0);
+    cgctl({"card", "plug", "1/3", "--serial", "02"});
+    ask("3");
+    const Check second = kept(1);
     EXPECT_EQ(first.pass(), APP_CG_KIT_E_WITHDRAWN);
     EXPECT_EQ(second.deny("the second"), 0);
     EXPECT_EQ(take_answer("3")["reason"], "the second");
