@@ -69,6 +69,14 @@ std::string value_text(const Json &value)
 
 } // namespace
 
+bool is_same_card(const std::optional<Json> &one, const std::optional<Json> &other)
+{
+    if (!one || !other) {
+        return one.has_value() == other.has_value();
+    }
+    return one->at("name") == other->at("name") && one->at("serial") == other->at("serial");
+}
+
 std::string first_line(const std::string &text)
 {
     for (const std::string &line : split(text, '\n')) {

@@ -33,6 +33,9 @@ Verdict verdict_of(int wait_status, const std::string &output, const std::string
 std::vector<std::string> check_environment(const std::string &module, const Json &request,
                                            const std::optional<Json> &info);
 
+// Whether two card_infos of a position are of one card, as far as they tell.
+bool is_same_card(const std::optional<Json> &one, const std::optional<Json> &other);
+
 // The first line that is not blank; empty when there is none.
 std::string first_line(const std::string &text);
 
@@ -41,6 +44,7 @@ struct CheckJob {
     enum class State { waiting, running, answering };
 
     Json request{};
+    std::optional<Json> info{}; // of the card that is examined
     State state = State::waiting;
     Clock::time_point not_before{}; // when to try again what failed
     Clock::time_point started{};

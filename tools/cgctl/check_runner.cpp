@@ -130,9 +130,9 @@ bool CheckRunner::advance(const Position &position, CheckJob &job)
 void CheckRunner::start(const Position &position, CheckJob &job)
 {
     try {
-        const std::optional<Json> info = store_.read(card_type_, card_type_.db, key_of(position));
-        job.process = std::make_unique<ChildProcess>(options_.command,
-                                                     check_environment(options_.module, job.request, info));
+        job.info = store_.read(card_type_, card_type_.db, key_of(position));
+        job.process = std::make_unique<ChildProcess>(
+            options_.command, check_environment(options_.module, job.request, job.info));
         job.started = Clock::now();
         job.state = CheckJob::State::running;
     } catch (const Failure &problem) {
@@ -175,6 +175,9 @@ bool CheckRunner::answer(const Position &position, CheckJob &job)
         if (!store_.exists(request_type_, request_type_.db, key_part(request_type_, job.request))) {
             return true;
         }
+        if (is_exchanged(position, job)) {
+            return false;
+        }
         store_.set(answer_type_, answer_type_.db,
                    {{"index",
                      {{"devid", position.devid},
@@ -190,6 +193,21 @@ bool CheckRunner::answer(const Position &position, CheckJob &job)
     }
     session_.notice(options_.module + ' ' + position.text() +
                     (job.verdict.pass ? " PASS" : " DENY " + job.verdict.reason));
+    return true;
+}
+
+// A request says the same of the slot's next card. Then the verdict is dropped, and the command is started
+// anew when the old request's deletion, if it is still on the way, was read.
+bool CheckRunner::is_exchanged(const Position &position, CheckJob &job)
+{
+    if (is_same_card(job.info, store_.read(card_type_, card_type_.db, key_of(position)))) {
+        return false;
+    }
+    session_.notice(position.text() + ": another card came meanwhile; it is examined anew");
+    CheckJob anew;
+    anew.request = std::move(job.request);
+    anew.not_before = Clock::now() + retry_pause;
+    job = std::move(anew);
     return true;
 }
 

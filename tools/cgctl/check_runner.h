@@ -47,6 +47,7 @@ private:
     void look_after(CheckJob &job);
     void enforce_time_limit(CheckJob &job) const;
     bool answer(const Position &position, CheckJob &job);
+    bool is_exchanged(const Position &position, CheckJob &job);
     void end(CheckJob &job);
     void reap_ending();
     [[nodiscard]] std::size_t processes() const;

@@ -129,6 +129,25 @@ TEST_F(ModuleRun, RequestsThatStandAreAnsweredToo)
     stop(*runner);
 }
 
+// The request says the same of both cards. The first command waits for the exchange.
+TEST_F(ModuleRun, AVerdictOnOneCardIsNotWrittenForTheNextInItsSlot)
+{
+    cgctl({"card", "plug", "1/3", "--name", "old"});
+    const auto runner =
+        start({}, "echo $CG_CARD_NAME >>$1/seen; [ $CG_CARD_NAME = new ] && { echo no; exit 1; }; "
+                  "until [ -e $1/go ]; do sleep 0.02; done");
+    ask("3");
+    EXPECT_TRUE(eventually([&] { return !lines_of("seen").empty(); }));
+    cgctl({"card", "plug", "1/3", "--name", "new"});
+    std::ofstream(folder_.path("go")) << "";
+    EXPECT_EQ(take_answer("3")["reason"], "no");
+    EXPECT_EQ(lines_of("seen"), (std::vector<std::string>{"old", "new"}));
+    stop(*runner);
+    EXPECT_NE(runner->err().find("1/3/0: another card came meanwhile; it is examined anew\n"),
+              std::string::npos)
+        << runner->err();
+}
+
 TEST_F(ModuleRun, ACommandThatTakesTooLongDenies)
 {
     const auto runner = start({"--timeout", "0.2"}, "echo $$ >$1/pid; exec sleep 1000");
