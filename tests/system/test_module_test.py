@@ -58,9 +58,11 @@ def test_the_examples_pass(try_module, command):
     ("asked-again", "asked-again", "no answer for 1/1/0"),
     ("dies-of-loss", "store-restarts", "the module has ended: exit status 1; it said: "),
     ("was-away", "was-away", "no answer for 1/2/0"),
+    ("serial", "card-leaves", "1/1/0 was answered long after its request was gone"),
+    ("forget", "asked-again", "no answer for 1/1/0"),
 ])
 def test_a_fault_is_found_and_said(try_module, fault, case, found):
-    more = ("--timeout", "1") if fault in ("asked-again", "was-away") else ()
+    more = ("--timeout", "1") if fault in ("asked-again", "was-away", "forget") else ()
     status, cases, said = try_module(FAULTY, fault, "types", options=more)
     assert status == 1
     assert case in failed(cases), said

@@ -265,6 +265,8 @@ void Rehearsal::pull(const TrialCard &card)
 
 void Rehearsal::ask(const TrialCard &card)
 {
+    take();
+    wanted_from_[card.position] = answers_.size(); // what came before is no answer to this
     asked_[card.position] = Clock::now();
     store_->set_fields(request_type(), request_type().db,
                        {{"index", key_of(card.position)},
@@ -291,7 +293,7 @@ std::optional<GivenAnswer> Rehearsal::answer(const TrialCard &card, Span limit)
     for (;;) {
         const bool is_alive = runs(); // before the look: what it wrote before its end counts
         take();
-        for (std::size_t i = 0; i < answers_.size(); i++) {
+        for (std::size_t i = wanted_from_[card.position]; i < answers_.size(); i++) {
             if (!given_out_[i] && answers_[i].position == card.position) {
                 given_out_[i] = true;
                 return answers_[i];

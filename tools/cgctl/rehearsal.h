@@ -76,8 +76,8 @@ public:
     void withdraw(const TrialCard &card);
     void restart_store();
 
-    // Waits for an answer about a card that has not been given out yet, under whatever name. Nothing after
-    // the limit, or when the module has ended.
+    // Waits for an answer to the last request for the card that has not been given out yet, under whatever
+    // name. Nothing after the limit, or when the module has ended.
     std::optional<GivenAnswer> answer(const TrialCard &card, Span limit);
     // Takes answers for so long; or less, when the module ends.
     void listen(Span span);
@@ -109,6 +109,7 @@ private:
     std::unique_ptr<ChildProcess> module_;
     std::string ending_;
     std::map<Position, Clock::time_point> asked_;
+    std::map<Position, std::size_t> wanted_from_; // the first of answers_ that may be to the last request
     std::vector<GivenAnswer> answers_;
     std::vector<bool> given_out_;
 };
