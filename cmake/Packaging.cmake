@@ -71,7 +71,11 @@ install(FILES ${access_list} DESTINATION ${CMAKE_INSTALL_DATADIR}/app_cg COMPONE
 
 # Laid out as in the sources, so that the links in them lead somewhere.
 file(GLOB pages_to_read CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md ${PROJECT_SOURCE_DIR}/docs/*.svg)
-install(FILES README.md DESTINATION ${documents}/app-cg-doc COMPONENT doc)
+file(GLOB pages_of_manual CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.[1358])
+install(FILES README.md HACKING.md CHANGELOG.md LICENSE DESTINATION ${documents}/app-cg-doc COMPONENT doc)
+install(FILES ${pages_of_manual} DESTINATION ${documents}/app-cg-doc/docs COMPONENT doc)
+install(FILES ${packaging}/debian/README.Debian DESTINATION ${documents}/app-cg-doc/packaging/debian COMPONENT doc)
+install(FILES tools/demo/chassis.scenario DESTINATION ${documents}/app-cg-doc/tools/demo COMPONENT doc)
 install(FILES ${pages_to_read} DESTINATION ${documents}/app-cg-doc/docs COMPONENT doc)
 install(DIRECTORY docs/plots DESTINATION ${documents}/app-cg-doc/docs COMPONENT doc)
 # What the lines in the log mean is wanted where they are written.
@@ -153,6 +157,8 @@ holds about one of them, watches changes as they happen, asks the running
 daemon, runs any command as a check module, prints the access list of the
 store server, and finds out what is wrong with an installation.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+# The server's program, for the stores of `cgctl module test`, `module replay` and `sim`.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS redis-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "app-cg, app-cg-recorder, app-cg-doc, bash-completion")
 
 package(kit libapp-cg-kit0 "library for check modules of the admission gate for line cards

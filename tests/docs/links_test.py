@@ -1,6 +1,9 @@
 """Links between the pages lead somewhere, and every page can be reached from the README."""
+import os
 import pathlib
 import re
+import subprocess
+import tempfile
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -46,6 +49,17 @@ class LinksTest(unittest.TestCase):
                 reached.add(page)
                 queue += [target for target, _ in links(page) if target.exists()]
         self.assertEqual([str(page) for page in pages() if page not in reached], [])
+
+    @unittest.skipUnless("APP_CG_BUILD" in os.environ, "wants APP_CG_BUILD, a build with the packages' rules")
+    def test_lead_somewhere_in_the_package_of_the_documentation(self):
+        with tempfile.TemporaryDirectory() as folder:
+            subprocess.run(["cmake", "--install", os.environ["APP_CG_BUILD"], "--component", "doc", "--prefix", folder],
+                           check=True, stdout=subprocess.DEVNULL)
+            root = (pathlib.Path(folder) / "share/doc/app-cg-doc").resolve()
+            found = [(page.relative_to(root), target) for page in sorted(root.rglob("*.md")) for target, _ in links(page)]
+            self.assertGreater(len(found), 20)
+            astray = [f"{page}: {target}" for page, target in found if not target.exists() or root not in target.parents]
+            self.assertEqual(astray, [])
 
 
 if __name__ == "__main__":

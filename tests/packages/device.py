@@ -44,7 +44,7 @@ class Device:
     def _answers(self):
         if self._nspawn.poll() is not None:
             raise RuntimeError(f"systemd-nspawn ended: {self._log.read_text(errors='replace')}")
-        # Helpers of systemd-nspawn come and go before it settles on the process that is the tree's first.
+        # Processes of systemd-nspawn come and go before it settles on the process that is the tree's first.
         children = pathlib.Path(f"/proc/{self._nspawn.pid}/task/{self._nspawn.pid}/children").read_text().split()
         self._leader = children[0] if children else None
         return self._leader and "PONG" in self.run("redis-cli", "ping", check=False)

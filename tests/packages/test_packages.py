@@ -139,7 +139,8 @@ def test_a_purge_leaves_nothing(bare):
     bare.module("m1", "true")
     bare.cgctl("debug", "collect")
     bare.run("systemctl", "stop", "module-m1")
-    bare.sh("install -D -t /etc/systemd/system/cg_recorderd.service.d /dev/stdin </dev/null")
+    bare.sh("for unit in app_cg.service app_cg-alarm.service app_cg-retry.service app_cg-retry.timer cg_recorderd.service;"
+            " do install -D -t /etc/systemd/system/$unit.d /dev/stdin </dev/null; done")
     daemon = bare.pid()
     bare.purge()
     assert not bare.run("sh", "-c", f"ls -d /proc/{daemon} 2>/dev/null || true"), "the daemon is gone"
