@@ -1,7 +1,7 @@
 // The completion script for bash.
 //
 // Tables as functions of `case`, written from the verbs, and one fixed part that walks the words of the line.
-// It leans on no helper of the package bash-completion, which a device need not have: so it joins the words
+// It uses nothing of the package bash-completion, which a device need not have: so it joins the words
 // that bash splits at "=" and ":" by itself.
 #include "completion.h"
 

@@ -49,7 +49,7 @@ std::string function_name(const Verb &verb)
            (verb.path.empty() ? "_all" : '_' + filled_in(filled_in(verb.path, " ", "_"), "-", "_"));
 }
 
-// A text inside the brackets or between the colons of a specification.
+// A text inside the brackets or between the colons of a description.
 std::string specified(std::string text)
 {
     for (const char *special : {"\\", "[", "]", ":"}) {
@@ -90,9 +90,9 @@ std::string value_of(const Argument &argument)
                                         ':' + action_of(argument);
 }
 
-std::string line(const std::string &specification)
+std::string line(const std::string &description)
 {
-    return " \\\n        " + shell_quoted(specification);
+    return " \\\n        " + shell_quoted(description);
 }
 
 std::string arguments_of(const Verb &verb)
