@@ -183,15 +183,21 @@ class CardLife:
         return not self.rig.by_tipc(4) and not self.rig.by_position(PASSED)
 
     def settle(self):
-        """Returns when the daemon has handled every change of cards up to now: a board card leaves its trace."""
+        """Returns when the daemon has handled every change of cards up to now: a board card leaves its traces.
+
+        In several databases, one after the other: who waits for one reads the others too early.
+        """
         rig = self.rig
         self._markers += 1
         slot = 100 + self._markers
-        position, key = f"9/{slot}/0", f"{BY_TIPC}:{9000 + slot}"
+        position, tipc_node = f"9/{slot}/0", 9000 + slot
         self._chassis.plug(position, node_type=2)
-        rig.expect(lambda: rig.database(HOST).exists(key), "the daemon handles the marker card")
+        rig.expect(lambda: rig.record(HOST, BY_TIPC, tipc_node) and rig.by_position(position),
+                   "the daemon handles the marker card")
         self._chassis.pull(position)
-        rig.expect(lambda: not rig.database(HOST).exists(key), "the daemon forgets the marker card")
+        ends = (f":{tipc_node}", f":9:{slot}:0")
+        rig.expect(lambda: not any(key.endswith(ends) for number in (HOST, CAP, DEV_GLOBAL)
+                                   for key in rig.database(number).scan_iter()), "the daemon forgets the marker card")
 
 
 class SilentLife(CardLife):
