@@ -3,7 +3,8 @@
 
 People bind alarms to these texts and look them up at night, so the list may not fall behind the code: the daemon's
 records of level warn and above, the system log's lines, the platform's warnings, errors and messages on standard
-error, the alarm unit's line, and the daemon's exit statuses.
+error, the recorder's messages, the warnings and errors of modules made with the kit, the alarm unit's line, and the
+daemon's exit statuses.
 """
 
 import pathlib
@@ -20,6 +21,10 @@ PLATFORM = (re.compile(r"PLATFORM_LOG\(\s*(?:platform::)?log_(?:warn|error),\s*"
             re.compile(r"fprintf\(stderr,\s*(?=\"platform: )" + LITERALS))
 # The recorder's messages are put together; what is looked for is the first long literal of each.
 RECORDER = re.compile(r'(?:\btell_|\bnotice|cgctl::Failure)\(((?:[^";]|"(?:[^"\\]|\\.)*")*);')
+# Likewise the kit's, of which the part up to a semicolon is looked for.
+KIT = re.compile(r'(?:\b(?:log_?|tell)\(\s*APP_CG_KIT_(?:ERROR|WARNING),|\btry_later\(|\bwhy = |\bruntime_error\()'
+                 r'((?:[^";]|"(?:[^"\\]|\\.)*")*);')
+KIT_NAME = re.compile(r'\breturn ((?:[^";]|"(?:[^"\\]|\\.)*")*);')
 LONG = 12
 
 
@@ -31,6 +36,17 @@ def recorder_texts() -> set[str]:
         for call in RECORDER.findall(source):
             literals = [text for text in re.findall(r'"((?:[^"\\]|\\.)*)"', call) if len(text) >= LONG]
             found |= {text.strip() for text in literals[:1]}
+    return found
+
+
+def kit_texts() -> set[str]:
+    """What a module made with the kit warns of, as the page shortens it."""
+    found = set()
+    for path in sorted((ROOT / "kit" / "core").glob("*.cpp")):
+        source = path.read_text(encoding="utf-8")
+        for call in KIT.findall(source) + (KIT_NAME.findall(source) if path.name == "name.cpp" else []):
+            literals = [text.split(";")[0].strip(" :(") for text in re.findall(r'"((?:[^"\\]|\\.)*)"', call)]
+            found |= set([text for text in literals if len(text) >= len("the name")][:1])
     return found
 
 
@@ -67,7 +83,8 @@ class LogTextsTest(unittest.TestCase):
         self.assertGreaterEqual(len(daemon), 60)
         self.assertGreaterEqual(len(platform), 25)
         self.assertGreaterEqual(len(recorder_texts()), 8)
-        return daemon | platform | recorder_texts()
+        self.assertGreaterEqual(len(kit_texts()), 20)
+        return daemon | platform | recorder_texts() | kit_texts()
 
     def test_every_text_is_there_and_none_besides(self) -> None:
         alarm = "The admission gate app_cg is down"
