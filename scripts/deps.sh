@@ -11,10 +11,10 @@
         libprotoc-dev libhiredis-dev libevent-dev libspdlog-dev libsystemd-dev libmd-dev libedit-dev libcli11-dev
         libncurses-dev nlohmann-json3-dev libsqlite3-dev prometheus-cpp-dev)
     deps_run=(python3 redis-tools bubblewrap libfaketime)
-    deps_test=(libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-redis clang-format-14
+    deps_test=(clang-14 libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-redis clang-format-14
         mandoc zsh tmux)
     deps_bench=(libbenchmark-dev)
-    deps_fuzz=(clang-14 libclang-rt-14-dev)
+    deps_fuzz=(libclang-rt-14-dev)
     deps_lint=(clang-tidy-14)
 }
 

@@ -136,10 +136,10 @@ system_tests()
         --basetemp "$stages_logs/tmp-$name" --junitxml "$junit" "${files[@]}" 2>&1 | tee "$stages_logs/system-$name.log"
 }
 
-# daemon_tests PRESET: the daemon of that build, with the tools of the build dev
+# daemon_tests PRESET TOOLS: the daemon of one build, with the tools of another
 daemon_tests()
 {
-    APP_CG_BUILD=$project_root/build/dev APP_CG_DAEMON=$project_root/build/$1/bin/app_cg \
+    APP_CG_BUILD=$project_root/build/$2 APP_CG_DAEMON=$project_root/build/$1/bin/app_cg \
         system_tests "$1" test_admission.py test_debug_shell.py test_process.py test_role.py test_store_loss.py
 }
 

@@ -11,7 +11,7 @@ namespace
 {
 
 // Formatted into a buffer that fits, so that a text that was not cut shows up as such.
-std::string formatted(const char *format, va_list values)
+__attribute__((format(printf, 1, 0))) std::string formatted(const char *format, va_list values)
 {
     va_list again;
     va_copy(again, values);
