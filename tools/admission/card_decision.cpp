@@ -150,7 +150,9 @@ void CardTracker::finish(Entry &known, Decision decision)
     if (checked) {
         decision.requested_at = known.shown.requested_at;
         decision.answers = known.shown.answers;
+        decision.told_before = known.told;
         decision.complete = known.seen_whole;
+        known.told = known.shown.answers.size();
     }
     known.open = false;
     known.settled = state_after(decision.outcome);

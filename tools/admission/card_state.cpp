@@ -32,6 +32,8 @@ void CardTracker::settle(Entry &known, Time at, bool existing)
     TrackedCard &shown = known.shown;
     const State before = shown.state;
     shown.state = state_of(known);
+    shown.denied = shown.state == State::denied ||
+                   (shown.state == State::offline && known.result == std::optional(false));
     shown.waiting_for = shown.state == State::waiting ? silent_ones(known) : std::vector<std::string>{};
     if (shown.state == State::waiting) {
         shown.since = shown.requested_at;

@@ -26,14 +26,19 @@ bool holds(const std::vector<std::string> &names, const std::string &name)
 // of all strangers together.
 constexpr std::ptrdiff_t most_answers = 16;
 
-void make_room(std::vector<Answer> &answers, const Answer &next)
+// Returns where the answer stood that had to go; nothing when none had to.
+std::optional<std::size_t> make_room(std::vector<Answer> &answers, const Answer &next)
 {
     const auto alike = [&next](const Answer &answer) {
         return answer.registered == next.registered && (!next.registered || answer.module == next.module);
     };
-    if (std::count_if(answers.begin(), answers.end(), alike) >= most_answers) {
-        answers.erase(std::find_if(answers.begin(), answers.end(), alike));
+    if (std::count_if(answers.begin(), answers.end(), alike) < most_answers) {
+        return std::nullopt;
     }
+    const auto oldest = std::find_if(answers.begin(), answers.end(), alike);
+    const auto place = static_cast<std::size_t>(oldest - answers.begin());
+    answers.erase(oldest);
+    return place;
 }
 
 } // namespace
@@ -152,6 +157,7 @@ void CardTracker::begin_check(Entry &known, Time at, bool existing)
     known.shown.request = true;
     known.shown.requested_at = existing ? std::nullopt : std::optional(at);
     known.shown.answers.clear();
+    known.told = 0;
     known.shown.since = known.shown.requested_at;
 }
 
@@ -189,6 +195,10 @@ void CardTracker::answered(const Position &position, Answer answer, bool existin
     }
     const Time at = answer.at;
     add_answer(known, std::move(answer));
+    if (!existing && !known.open && known.shown.last && late_answer_) {
+        late_answer_(position, known.shown.answers.back());
+        known.told = known.shown.answers.size();
+    }
     settle(known, at, existing);
 }
 
@@ -207,7 +217,10 @@ void CardTracker::take_off_list(Entry &known, const std::string &module) const
 
 void CardTracker::add_answer(Entry &known, Answer answer)
 {
-    make_room(known.shown.answers, answer);
+    const std::optional<std::size_t> gone = make_room(known.shown.answers, answer);
+    if (gone && *gone < known.told) {
+        --known.told;
+    }
     known.shown.answers.push_back(std::move(answer));
 }
 

@@ -50,6 +50,7 @@ struct TrackedCard {
     std::vector<std::string> waiting_for{}; // in the order of the modules' folder
     std::vector<Answer> answers{};          // to the last request
     std::optional<Decision> last{};         // the last check that ended
+    bool denied = false;                    // now, or when it went off line; the denial stands
     bool power_off = false;                 // a request to power it off stands
     bool cannot_start = false;              // the daemon marked it as unable to start
 };
@@ -58,6 +59,7 @@ class CardTracker
 {
 public:
     using Listener = std::function<void(const Decision &)>;
+    using LateListener = std::function<void(const Position &, const Answer &)>;
 
     // `on_decision` is called for each check that ends, when it is known how; it may be empty. `timeout` is
     // for those whose clock runs differently.
@@ -71,6 +73,9 @@ public:
     // Has `told` called when a request shows that the daemon was started afresh, before its list is taken:
     // the daemon has read the modules' folder anew, so it may call set_modules().
     void on_fresh_daemon(std::function<void()> told) { fresh_daemon_ = std::move(told); }
+    // Has `told` called for each answer that comes when its check has ended. It is not told again with a
+    // later decision: see Decision::told_before.
+    void on_late_answer(LateListener told) { late_answer_ = std::move(told); }
     // This device's global role; nothing when it is not known.
     void set_role(std::optional<int32_t> role) { role_ = role; }
 
@@ -130,6 +135,7 @@ private:
 
     Listener on_decision_;
     std::function<void()> fresh_daemon_;
+    LateListener late_answer_;
     std::chrono::milliseconds timeout_;
     std::vector<std::string> modules_;
     std::optional<int32_t> role_;

@@ -66,6 +66,7 @@ struct Decision {
     std::string decider{};              // the module whose answer it was; empty when it was none's
     std::string reason{};               // of a denial, as the system log has it
     std::vector<Answer> answers{};      // in the order in which they came
+    std::size_t told_before = 0;        // the first so many answers were told before, on the same request
     std::vector<std::string> silent{};  // with Outcome::silence: who was waited for in vain
     std::optional<int32_t> role{};      // this device's global role then (enum dm_role_e)
     bool complete = true; // false: it began before somebody was listening, so answers may be missing

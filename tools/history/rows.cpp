@@ -13,16 +13,29 @@ namespace
 using std::chrono::milliseconds;
 
 // What modules and cards call themselves is as long as they like in the store.
-constexpr std::size_t longest_text = 4096;
+// The daemon takes 256 bytes of a reason.
+constexpr std::size_t longest_text = 256;
 
 constexpr const char *decision_columns =
     "SELECT d.id, d.devid, d.slotid, d.sslotid, d.card_name, d.serial, d.node_type, d.config_dev_type,"
     " d.nodeid, d.tipc_nodeid, d.online, d.outcome, d.admitted, d.requested_at, d.decided_at, d.decider,"
     " d.reason, d.role, d.complete FROM decisions d ";
 
+// Never within a character.
 std::string cut(const std::string &text)
 {
-    return text.substr(0, longest_text);
+    constexpr unsigned char continued = 0x80;
+    constexpr unsigned char marks = 0xc0;
+    if (text.size() <= longest_text) {
+        return text;
+    }
+    std::size_t end = longest_text;
+    const std::size_t longest_character = 3; // of the bytes before its last one
+    while (end > longest_text - longest_character &&
+           (static_cast<unsigned char>(text[end]) & marks) == continued) {
+        --end;
+    }
+    return text.substr(0, end);
 }
 
 // The columns devid to online, which begin at 1.
@@ -73,10 +86,9 @@ std::vector<std::string> names_of(Statement &statement)
 }
 
 void write_answers(const Database &database, const char *sql, int64_t owner,
-                   const std::vector<Answer> &answers)
+                   const std::vector<Answer> &answers, int64_t number = 0)
 {
     Statement statement(database, sql);
-    int64_t number = 0;
     for (const Answer &answer : answers) {
         const auto took = answer.took ? std::optional<int64_t>(answer.took->count()) : std::nullopt;
         statement.with(owner, number++, cut(answer.module), answer.ret, cut(answer.reason), answer.at,
@@ -206,6 +218,21 @@ int64_t write_decision(const Database &database, const Decision &decision)
         .with(card.position.devid, card.position.slotid, card.position.sslotid, id)
         .run();
     return id;
+}
+
+void write_late_answer(const Database &database, const Position &position, const Answer &answer)
+{
+    constexpr int64_t most = 16;
+    Statement decision(database, "SELECT l.decision_id, (SELECT coalesce(max(number), -1) + 1 FROM answers a"
+                                 " WHERE a.decision_id = l.decision_id), (SELECT count(*) FROM answers a"
+                                 " WHERE a.decision_id = l.decision_id AND a.registered = ?4"
+                                 " AND (NOT ?4 OR a.module = ?5))"
+                                 " FROM last_decisions l WHERE devid = ?1 AND slotid = ?2 AND sslotid = ?3");
+    decision.with(position.devid, position.slotid, position.sslotid, answer.registered, cut(answer.module));
+    if (decision.step() && decision.number(2) < most) {
+        write_answers(database, "INSERT INTO answers VALUES (?, ?, ?, ?, ?, ?, ?, ?)", decision.number(0),
+                      {answer}, decision.number(1));
+    }
 }
 
 void write_open_check(const Database &database, const OpenCheck &check)

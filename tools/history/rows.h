@@ -17,6 +17,8 @@ std::vector<OpenCheck> read_open_checks(const Database &database);
 
 // The id of the row.
 int64_t write_decision(const Database &database, const Decision &decision);
+// With the position's last decision; there may be none, or so many answers already that it is passed over.
+void write_late_answer(const Database &database, const Position &position, const Answer &answer);
 void write_open_check(const Database &database, const OpenCheck &check);
 void erase_open_check(const Database &database, const Position &position);
 

@@ -12,10 +12,13 @@ namespace
 using std::chrono::milliseconds;
 using ByName = std::map<std::string, ModuleStatistics>;
 
-// Answers to checks that still stand are answers.
+// Answers to checks that still stand are answers. A card that is decided on again has the answers of before
+// with the later decision, too; each counts once, which UNION sees to.
 constexpr const char *all_answers =
-    "(SELECT module, ret, reason, at, registered, took_ms FROM answers"
-    " UNION ALL SELECT module, ret, reason, at, registered, took_ms FROM open_answers)";
+    "(SELECT d.devid, d.slotid, d.sslotid, a.module, a.ret, a.reason, a.at, a.registered, a.took_ms"
+    " FROM answers a JOIN decisions d ON d.id = a.decision_id"
+    " UNION SELECT c.devid, c.slotid, c.sslotid, o.module, o.ret, o.reason, o.at, o.registered, o.took_ms"
+    " FROM open_answers o JOIN open_checks c ON c.id = o.check_id)";
 
 ModuleStatistics &entry(ByName &modules, const std::string &name)
 {

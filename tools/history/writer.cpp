@@ -120,6 +120,13 @@ void Writer::add(const Decision &decision)
     transaction.commit();
 }
 
+void Writer::add_late_answer(const Position &position, const Answer &answer)
+{
+    Transaction transaction(*database_);
+    write_late_answer(*database_, position, answer);
+    transaction.commit();
+}
+
 void Writer::set_open(const OpenCheck &check)
 {
     Transaction transaction(*database_);

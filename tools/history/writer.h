@@ -40,6 +40,9 @@ public:
 
     // A check that ended: it is no open one from now on.
     void add(const Decision &decision);
+    // An answer that came when its check had ended: it is kept with the position's last decision, where there
+    // is one. Of each module, and of all strangers together, so many are kept as of a check.
+    void add_late_answer(const Position &position, const Answer &answer);
     // A check that stands, in place of what was known of it.
     void set_open(const OpenCheck &check);
     void close_open(const Position &position);

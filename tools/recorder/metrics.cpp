@@ -60,6 +60,7 @@ struct Metrics::Families {
     Gauge &waiting;
     Family<Gauge> &cards;
     Family<Histogram> &answers;
+    Gauge &connected;
     Counter &outages;
     Counter &starts;
     Family<Counter> &exits;
@@ -82,6 +83,9 @@ Metrics::Families::Families(Registry &registry)
                   .Help("Time from a request to a module's answer, of checks that ended since cg_recorderd "
                         "started.")
                   .Register(registry)),
+      connected(
+          gauge(registry, "cg_store_connected", "1 while all changes in the store are heard of, else 0.")
+              .Add({})),
       outages(counter(registry, "cg_store_outages_total", "Losses of the connection to the store").Add({})),
       starts(counter(registry, "cg_daemon_starts_total", "Starts of the daemon's service").Add({})),
       exits(counter(
@@ -131,12 +135,22 @@ void Metrics::count(const admission::Decision &decision)
     for (const std::string &module : decision.silent) {
         families_->silences.Add({{"module", label_of(module)}}).Increment();
     }
-    for (const admission::Answer &answer : decision.answers) {
-        if (answer.took) {
-            families_->answers.Add({{"module", label_of(answer.module)}}, answer_buckets())
-                .Observe(std::chrono::duration<double>(*answer.took).count());
-        }
+    for (std::size_t i = decision.told_before; i < decision.answers.size(); ++i) {
+        count(decision.answers[i]);
     }
+}
+
+void Metrics::count(const admission::Answer &answer)
+{
+    if (answer.took) {
+        families_->answers.Add({{"module", label_of(answer.module)}}, answer_buckets())
+            .Observe(std::chrono::duration<double>(*answer.took).count());
+    }
+}
+
+void Metrics::show_store(bool connected)
+{
+    families_->connected.Set(connected ? 1 : 0);
 }
 
 void Metrics::show(const std::vector<const admission::TrackedCard *> &cards)

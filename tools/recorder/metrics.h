@@ -31,8 +31,12 @@ public:
     // The modules that have a name in labels; their series begin at 0.
     void set_modules(const std::vector<std::string> &modules);
     void count(const admission::Decision &decision);
+    // One that came when its check had ended.
+    void count(const admission::Answer &answer);
     void show(const std::vector<const admission::TrackedCard *> &cards);
     void count(const history::LifeEvent &event);
+    // Whether all changes are heard of; not so at first.
+    void show_store(bool connected);
     void count_outage();
     void count_gap();
     void count_write_failure();

@@ -35,6 +35,10 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Teller tell, Time now)
       life_(settings_.life, last_life(outbox_)), now_(now)
 {
     tracker_.on_fresh_daemon([this] { read_modules(); });
+    tracker_.on_late_answer([this](const history::Position &position, const history::Answer &answer) {
+        metrics_.count(answer);
+        outbox_.put([=](history::Writer &writer) { writer.add_late_answer(position, answer); }, now_);
+    });
     read_life(now, false);
     read_modules();
     if (history::Writer *writer = outbox_.writer()) {
@@ -86,6 +90,7 @@ void Recorder::could_not_read(const std::string &type, Time now)
 void Recorder::store_lost(Time now)
 {
     now_ = now;
+    metrics_.show_store(false);
     if (!gap_) {
         metrics_.count_outage();
     }
@@ -103,6 +108,7 @@ void Recorder::snapshot_done(Time now)
     now_ = now;
     tracker_.snapshot_done(now);
     has_snapshot_ = true;
+    metrics_.show_store(true);
     end_gap(now);
     settle(now);
 }

@@ -189,4 +189,44 @@ TEST_F(TrackerOrderTest, ATimeToAnswerThatCannotBeIsNone)
     EXPECT_EQ(shown().answers.at(2).took, 10s);
 }
 
+TEST_F(TrackerOrderTest, AnAnswerAfterTheDecisionIsToldOnceAndAtOnce)
+{
+    std::vector<std::string> late;
+    tracker.on_late_answer([&](const Position &position, const Answer &told) {
+        EXPECT_EQ(position, slot3);
+        late.push_back(told.module);
+    });
+    plug();
+    ask();
+    answer("m1", 1, "no");
+    end(false);
+    EXPECT_THAT(late, testing::IsEmpty());
+    EXPECT_EQ(decisions.at(0).told_before, 0U);
+    for (const char *module : {"m2", "m3", "m1"}) {
+        answer(module);
+    }
+    tracker.result_written(1259, true, now, false);
+    EXPECT_THAT(late, ElementsAre("m2", "m3", "m1"));
+    ASSERT_EQ(decisions.size(), 2U);
+    EXPECT_EQ(decisions[1].answers.size(), 4U);
+    EXPECT_EQ(decisions[1].told_before, 4U);
+    ask();
+    answer("m2");
+    EXPECT_THAT(late, testing::SizeIs(3));
+}
+
+TEST_F(TrackerOrderTest, ADenialStandsOffLineToo)
+{
+    plug();
+    ask();
+    answer("m1", 1, "no");
+    end(false);
+    EXPECT_TRUE(shown().denied);
+    tracker.card_written(card(false), now, false);
+    EXPECT_EQ(shown().state, State::offline);
+    EXPECT_TRUE(shown().denied);
+    tracker.result_deleted(1259, now);
+    EXPECT_FALSE(shown().denied);
+}
+
 } // namespace

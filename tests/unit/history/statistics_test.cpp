@@ -96,4 +96,58 @@ TEST_F(Statistics, ATimeSpanLimitsAllButTheLastAnswer)
     EXPECT_EQ(all[1].answers, 1);
 }
 
+TEST_F(Statistics, AnAnswerThatStandsWithTwoDecisionsOnACardCountsOnce)
+{
+    const Answer denial{"m1", 1, "no", noon, true, 7ms};
+    for (const Position &position : {slot3, slot4}) {
+        Decision decision = decision_at(noon, position);
+        decision.answers = {denial};
+        recorder_->add(decision);
+        decision.answers.push_back({"m1", 0, "", noon + 1s, true, 1007ms});
+        recorder_->add(decision);
+    }
+    const std::vector<ModuleStatistics> all = Reader(path()).module_statistics({});
+    ASSERT_THAT(all, SizeIs(1));
+    EXPECT_EQ(all[0].answers, 4);
+    EXPECT_EQ(all[0].denials, 2);
+}
+
+TEST_F(Statistics, ALateAnswerIsAnAnswer)
+{
+    Decision silence = decision_at(noon);
+    silence.answers.clear();
+    silence.silent = {"m2"};
+    recorder_->add(silence);
+    recorder_->add_late_answer(slot3, {"m2", 0, "at last", noon + 9s, true, 309000ms});
+    recorder_->add_late_answer(slot4, {"m3", 0, "no decision", noon + 9s, true, {}});
+    const std::vector<ModuleStatistics> all = Reader(path()).module_statistics({});
+    ASSERT_THAT(all, SizeIs(1));
+    EXPECT_EQ(all[0].silences, 1);
+    ASSERT_TRUE(all[0].last);
+    EXPECT_EQ(all[0].last->reason, "at last");
+}
+
+TEST_F(Statistics, LateAnswersWithoutEndAreNotKeptWithoutEnd)
+{
+    recorder_->add(decision_at(noon));
+    for (int i = 0; i < 40; ++i) {
+        recorder_->add_late_answer(slot3, {"m1", 0, "", noon + i * 1s, true, {}});
+        recorder_->add_late_answer(slot3, {"x" + std::to_string(i), 0, "", noon + i * 1s, false, {}});
+    }
+    EXPECT_THAT(recorder_->last_decisions().at(0).answers, SizeIs(33)); // 16 of m1, 1 of m2, 16 strangers
+}
+
+TEST_F(Statistics, WhatIsTooLongIsCutAtACharacter)
+{
+    Decision decision = decision_at(noon);
+    decision.reason = std::string(255, 'a') + "\u00e4b";
+    decision.answers[0].reason = std::string(254, 'a') + "\u00e4b";
+    decision.card.name = std::string(1000, '\xbf'); // no characters at all
+    recorder_->add(decision);
+    const Decision kept = recorder_->last_decisions().at(0);
+    EXPECT_EQ(kept.reason, std::string(255, 'a'));
+    EXPECT_EQ(kept.answers[0].reason, std::string(254, 'a') + "\u00e4");
+    EXPECT_EQ(kept.card.name.size(), 253U);
+}
+
 } // namespace history

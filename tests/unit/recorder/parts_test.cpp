@@ -216,6 +216,31 @@ TEST(MetricsTest, AStrangersNameMakesNoSeries)
     EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_bucket{module=\"m1\",le=\"300\"} 1\n"));
 }
 
+TEST(MetricsTest, AnAnswerThatWasToldBeforeIsNotCountedAgain)
+{
+    Metrics metrics;
+    metrics.set_modules({"m1"});
+    history::Decision decision = silence_of("m2");
+    decision.answers = {{"m1", 1, "no", noon, true, 1s}};
+    metrics.count(decision);
+    const history::Answer late{"m1", 0, "", noon + 2s, true, 3s};
+    decision.answers.push_back(late);
+    metrics.count(late);
+    decision.told_before = 2;
+    metrics.count(decision);
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 2\n"));
+}
+
+TEST(MetricsTest, WhetherTheStoreIsThere)
+{
+    Metrics metrics;
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 0\n"));
+    metrics.show_store(true);
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 1\n"));
+    metrics.show_store(false);
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 0\n"));
+}
+
 TEST(MetricsTest, TheDaemonsEndsByStatus)
 {
     EXPECT_EQ(exit_label({{}, false, 0, "exited", "77"}), "77");
