@@ -59,14 +59,20 @@ std::string formatted(Time time, const char *format, bool local)
     return text.str();
 }
 
+std::string denied_text(const TrackedCard &card)
+{
+    const Decision *denial = denial_of(card);
+    return denial == nullptr || denial->decider.empty() ? admission::text_of(State::denied)
+                                                        : "denied by " + visible(denial->decider);
+}
+
 const Decision *decision_behind(const TrackedCard &card)
 {
     if (!card.last) {
         return nullptr;
     }
     const Outcome outcome = card.last->outcome;
-    const bool fits = (card.state == State::denied && outcome == Outcome::denied) ||
-                      (card.state == State::silence && outcome == Outcome::silence) ||
+    const bool fits = (card.state == State::silence && outcome == Outcome::silence) ||
                       (card.state == State::passed && outcome == Outcome::passed);
     return fits ? &*card.last : nullptr;
 }
@@ -155,6 +161,15 @@ std::string utc_text(Time time)
     return formatted(time, "%FT%T", false) + '.' + std::to_string(1000 + rest.count()).substr(1) + 'Z';
 }
 
+const Decision *denial_of(const TrackedCard &card)
+{
+    const bool fits =
+        card.last && card.last->outcome == Outcome::denied &&
+        (card.state == State::denied || (card.denied && card.last->card.name == card.card.name &&
+                                         card.last->card.serial == card.card.serial));
+    return fits ? &*card.last : nullptr;
+}
+
 std::string state_text(const TrackedCard &card, std::optional<milliseconds> left)
 {
     const Decision *decision = decision_behind(card);
@@ -166,8 +181,9 @@ std::string state_text(const TrackedCard &card, std::optional<milliseconds> left
                    ? text_of(card.state)
                    : std::string(text_of(card.state)) + " of " + list_of(decision->silent);
     case State::denied:
-        return decision == nullptr || decision->decider.empty() ? text_of(card.state)
-                                                                : "denied by " + visible(decision->decider);
+        return denied_text(card);
+    case State::offline:
+        return card.denied ? text_of(card.state) + (", " + denied_text(card)) : text_of(card.state);
     default:
         return text_of(card.state);
     }
@@ -278,6 +294,7 @@ Json admission_json(const TrackedCard &card, std::optional<milliseconds> left)
         answers.push_back(answer_json(answer));
     }
     return {{"state", word_of(card.state)},
+            {"denied", card.denied},
             {"since", or_null(card.since)},
             {"waiting_for", card.waiting_for},
             {"requested_at", card.request ? or_null(card.requested_at) : Json(nullptr)},

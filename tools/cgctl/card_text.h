@@ -34,6 +34,8 @@ std::string date_text(Time time);
 // UTC with milliseconds, as in 2026-05-01T12:00:00.123Z: how every JSON form says a time.
 std::string utc_text(Time time);
 
+// The denial that still stands, of this very card; null when there is none, or nobody saw it.
+const admission::Decision *denial_of(const admission::TrackedCard &card);
 // "waiting for m1, m3 (212 s left)", "passed by silence of m2", "denied by m1", "off line", ...
 // `left` is the tracker's time_left().
 std::string state_text(const admission::TrackedCard &card,

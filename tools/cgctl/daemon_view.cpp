@@ -118,6 +118,8 @@ DaemonView ask_daemon(const Session &session)
         view.cards = daemon_cards_in(cards.output, view.modules);
     } catch (const ssat::Error &error) {
         view.problem = error.what();
+        view.is_silent =
+            error.failure() == ssat::Failure::nobody_there || error.failure() == ssat::Failure::timed_out;
     }
     return view;
 }

@@ -25,7 +25,8 @@ struct DaemonCard {
 };
 
 struct DaemonView {
-    std::string problem{}; // why it said nothing; empty when it did
+    std::string problem{};  // why it said nothing; empty when it did
+    bool is_silent = false; // nobody answers at its socket; false also when we have no right to that
     std::vector<std::string> modules{};
     std::map<Position, DaemonCard> cards{};
 };

@@ -10,6 +10,7 @@
 #include "card_text.h"
 #include "failure.h"
 #include "line_editor.h"
+#include "terminal.h"
 #include "text.h"
 
 namespace cgctl
@@ -89,6 +90,19 @@ std::vector<std::string> debug_completions(std::string_view line, const std::vec
     return choice;
 }
 
+std::vector<std::string> lines_for_terminal(const std::string &output)
+{
+    std::vector<std::string> shown;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.ends_with('\r')) {
+            line.pop_back();
+        }
+        shown.push_back(visible(line));
+    }
+    return shown;
+}
+
 int64_t start_time_in(std::string_view printed)
 {
     constexpr std::string_view label = "app_cg run ";
@@ -145,14 +159,26 @@ int DebugShell::run(const std::string &command, const std::vector<std::string> &
                                 {"output_at", reply.output_at},
                                 {"truncated", reply.truncated}}));
     } else {
-        session_.out << reply.output;
-        session_.check_output();
+        print(reply.output);
     }
     tell_notes(session_, reply);
     if (reply.result != 0) {
         throw Failure(failed, command + " returned " + std::to_string(reply.result));
     }
     return done;
+}
+
+// A module's reason is in it, and what a terminal obeys may be in that. A program gets it as it is.
+void DebugShell::print(const std::string &output)
+{
+    if (!terminal_of(session_, "never").is_one) {
+        session_.out << output;
+        session_.check_output();
+        return;
+    }
+    for (const std::string &line : lines_for_terminal(output)) {
+        session_.line(line);
+    }
 }
 
 bool DebugShell::run_line(const std::string &line)

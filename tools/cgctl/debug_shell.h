@@ -26,6 +26,9 @@ std::vector<std::string> debug_completions(std::string_view line, const std::vec
 // "as\tthey stand" -> {"as", "they", "stand"}.
 std::vector<std::string> words_of(std::string_view line);
 
+// The lines of what a command printed, as they can do no harm on a terminal.
+std::vector<std::string> lines_for_terminal(const std::string &output);
+
 // The time in what show_time prints at "app_cg run", in seconds since 1970; 0 when it is not there.
 int64_t start_time_in(std::string_view printed);
 
@@ -53,6 +56,7 @@ private:
     void tell_who();
     void notice_another();
     void help();
+    void print(const std::string &output);
 
     const Session &session_;
     std::string socket_;

@@ -64,7 +64,8 @@ public:
     {
         // A position that is only remembered is shown to who asks for those that are empty.
         const bool shown = row.is_present() || holds_state(State::absent);
-        return shown && (states_.empty() || holds_state(row.tracked.state)) && holds_position(row.position());
+        return shown && (states_.empty() || holds_state(row.tracked.state) || holds_denied(row)) &&
+               holds_position(row.position());
     }
 
     // "no card at 1/9 is waiting, denied"
@@ -85,6 +86,11 @@ private:
     {
         return std::find(states_.begin(), states_.end(), state) != states_.end();
     }
+    // Also one that its denial took off line.
+    [[nodiscard]] bool holds_denied(const CardRow &row) const
+    {
+        return row.tracked.denied && holds_state(State::denied);
+    }
     [[nodiscard]] bool holds_position(const Position &position) const
     {
         return prefixes_.empty() ||
@@ -100,7 +106,7 @@ private:
 std::vector<Cell> cells_of(const CardRow &row, admission::Time now)
 {
     const admission::TrackedCard &tracked = row.tracked;
-    const Tone tone = tone_of(tracked.state);
+    const Tone tone = tracked.denied ? Tone::bad : tone_of(tracked.state);
     return {{row.position().text()},
             {row.stored ? visible(tracked.card.name) : "-"},
             {row.stored ? short_type(tracked.card.node_type) : "-"},

@@ -4,6 +4,7 @@
 // nothing; this tells before the first card comes.
 #include <algorithm>
 #include <map>
+#include <set>
 
 #include "card_text.h"
 #include "failure.h"
@@ -30,12 +31,14 @@ struct ModulesOptions {
 struct Row {
     history::ModuleStatistics numbers{};
     bool registered = false;
+    bool asked = false; // some check waited for it, at any time
 
     [[nodiscard]] bool never_answered() const { return registered && !numbers.last; }
     [[nodiscard]] bool is_stranger() const { return !registered && numbers.last; }
 };
 
-std::vector<Row> rows_of(const ModuleFolder &folder, std::vector<history::ModuleStatistics> statistics)
+std::vector<Row> rows_of(const ModuleFolder &folder, std::vector<history::ModuleStatistics> statistics,
+                         const std::set<std::string> &asked)
 {
     std::map<std::string, Row> rows;
     for (history::ModuleStatistics &numbers : statistics) {
@@ -48,13 +51,28 @@ std::vector<Row> rows_of(const ModuleFolder &folder, std::vector<history::Module
     }
     std::vector<Row> all;
     for (auto &[name, row] : rows) {
+        row.asked = asked.contains(name);
         all.push_back(std::move(row));
     }
     return all;
 }
 
+std::set<std::string> modules_asked(const history::Reader &reader)
+{
+    std::set<std::string> asked;
+    for (const history::ModuleStatistics &numbers : reader.module_statistics({})) {
+        if (numbers.silences > 0 || numbers.waited_for > 0 || numbers.last) {
+            asked.insert(numbers.module);
+        }
+    }
+    return asked;
+}
+
 std::string note_on(const Row &row)
 {
+    if (row.never_answered() && !row.asked) {
+        return "has not been waited for yet";
+    }
     if (row.never_answered()) {
         return "NEVER ANSWERED: every card waits 300 s for it";
     }
@@ -76,7 +94,7 @@ std::vector<Cell> cells_of(const Row &row, Time now)
     const history::ModuleStatistics &numbers = row.numbers;
     const std::string last =
         numbers.last ? clock_text(numbers.last->at, now) + (numbers.last->ret == 0 ? " PASS" : " DENY") : "-";
-    const Tone alarm = row.never_answered() ? Tone::bad : Tone::plain;
+    const Tone alarm = row.never_answered() && row.asked ? Tone::bad : Tone::plain;
     return {{visible(numbers.module), alarm},
             {row.registered ? "yes" : "no"},
             {std::to_string(numbers.answers)},
@@ -139,7 +157,7 @@ int run_modules(const Session &session, const ModulesOptions &options)
                                   " cannot be read: " + folder.problem);
     }
     const history::Reader reader(history::path_or_default(options.history));
-    const std::vector<Row> rows = rows_of(folder, reader.module_statistics(since));
+    const std::vector<Row> rows = rows_of(folder, reader.module_statistics(since), modules_asked(reader));
     if (session.json) {
         Json json{{"version", 1},
                   {"file", reader.path()},

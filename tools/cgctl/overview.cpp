@@ -131,8 +131,8 @@ void Overview::add_row(const CardTracker &tracker, const TrackedCard &card, std:
     if (const auto found = stored.find(card.card.position); found != stored.end()) {
         row.stored = std::move(found->second);
     }
-    if (card.state == State::denied) {
-        const bool known = card.last && card.last->outcome == admission::Outcome::denied;
+    if (card.denied) {
+        const bool known = denial_of(card) != nullptr;
         const auto told = daemon_.cards.find(card.card.position);
         row.reason = known ? card.last->reason : told != daemon_.cards.end() ? told->second.reason : "";
     }
@@ -157,7 +157,10 @@ void Overview::tell_what_is_missing(const Session &session) const
     }
     const bool somebody_waits = std::any_of(
         rows_.begin(), rows_.end(), [](const CardRow &row) { return row.tracked.state == State::waiting; });
-    if (!daemon_.problem.empty() && somebody_waits) {
+    if (daemon_.is_silent) {
+        session.notice("the daemon does not answer, so cards that come now may start unchecked: " +
+                       visible(daemon_.problem));
+    } else if (!daemon_.problem.empty() && somebody_waits) {
         session.notice("the daemon says nothing of whom it waits for: " + visible(daemon_.problem));
     }
 }

@@ -77,6 +77,16 @@ TEST_F(CardText, ADenialNamesTheDeciderWhereItIsKnown)
     EXPECT_EQ(state_text(ended(State::denied, Outcome::withdrawn, "m1")), "denied");
 }
 
+TEST_F(CardText, ADeniedCardThatWentOffLineIsStillDenied)
+{
+    TrackedCard card = ended(State::offline, Outcome::denied, "m1");
+    EXPECT_EQ(state_text(card), "off line");
+    card.denied = true;
+    EXPECT_EQ(state_text(card), "off line, denied by m1");
+    card.last->card.serial = "another";
+    EXPECT_EQ(state_text(card), "off line, denied");
+}
+
 TEST_F(CardText, TheOthersAreOneWordOrTwo)
 {
     EXPECT_EQ(state_text(ended(State::passed, Outcome::passed, "m2")), "passed");

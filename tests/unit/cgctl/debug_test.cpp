@@ -7,6 +7,7 @@
 #include "cgctl/debug_shell.h"
 #include "cgctl/failure.h"
 #include "cgctl/line_editor.h"
+#include "cgctl/text.h"
 #include "ssat.h"
 #include "ssat_client.h"
 #include "store_fixture.h"
@@ -60,6 +61,15 @@ protected:
 };
 
 } // namespace
+
+TEST(DebugOutput, CannotCommandATerminal)
+{
+    EXPECT_EQ(
+        lines_for_terminal("node[0x1] reason[\033[2J\007]\r\n\tplain\n"),
+        (std::vector<std::string>{"node[0x1] reason[" + visible("\033[2J\007") + "]", visible("\tplain")}));
+    EXPECT_EQ(lines_for_terminal("a\033]0;x")[0].find('\033'), std::string::npos);
+    EXPECT_TRUE(lines_for_terminal("").empty());
+}
 
 TEST_F(DebugVerb, ListsTheCommands)
 {

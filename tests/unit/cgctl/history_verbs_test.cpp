@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "cgctl/failure.h"
 #include "cgctl/moment.h"
 #include "history/writer.h"
 #include "store_fixture.h"
@@ -171,11 +172,13 @@ TEST_F(HistoryVerbs, ModulesThatNeverAnswerAndStrangersAreMarked)
     const std::vector<std::string> arguments{"modules", "--modules", modules_, "--history", file_};
     const Outcome outcome = run_cgctl(arguments);
     EXPECT_EQ(outcome.status, 0) << outcome.err;
-    for (const char *module : {"m2 ", "m3 "}) {
-        const std::size_t line = outcome.out.find(std::string("\n") + module);
+    const std::map<std::string, std::string> notes{{"m2 ", "NEVER ANSWERED: every card waits 300 s for it"},
+                                                   {"m3 ", "has not been waited for yet"}};
+    for (const auto &[module, note] : notes) {
+        const std::size_t line = outcome.out.find("\n" + module);
         ASSERT_NE(line, std::string::npos) << outcome.out;
         const std::string text = outcome.out.substr(line + 1, outcome.out.find('\n', line + 1) - line - 1);
-        EXPECT_THAT(text, HasSubstr("NEVER ANSWERED: every card waits 300 s for it"));
+        EXPECT_THAT(text, HasSubstr(note));
     }
     EXPECT_THAT(outcome.out, HasSubstr("not registered: its answers are passed over"));
     std::vector<std::string> as_json = arguments;
@@ -202,6 +205,14 @@ TEST(Moment, ReadsAgesAndDates)
     EXPECT_EQ(parse_moment("2023-11-15T12:00:00Z", "--since", {}), noon);
     EXPECT_EQ(parse_moment("2023-11-15T13:00", "--since", {}), noon);
     EXPECT_EQ(parse_moment("2023-11-15Z", "--since", {}), noon - 12h);
+    EXPECT_EQ(parse_moment("36500d", "--since", noon), noon - 24h * 36500);
+    EXPECT_EQ(parse_moment("3600000s", "--since", noon), noon - 1000h);
+    EXPECT_NO_THROW(parse_moment("1970-01-02Z", "--since", noon));
+    EXPECT_NO_THROW(parse_moment("2200-12-31Z", "--since", noon));
+    for (const char *beyond : {"36501d", "876001h", "99999999999999999999s", "1969-12-31Z", "2201-01-01Z",
+                               "9999-01-01", "0001-01-01"}) {
+        EXPECT_THROW(parse_moment(beyond, "--since", noon), Failure) << beyond;
+    }
     setenv("TZ", "UTC", 1);
     tzset();
 }

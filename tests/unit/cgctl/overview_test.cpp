@@ -39,6 +39,7 @@ protected:
     {
         Decision decision;
         decision.card.position = {1, slot, 0};
+        decision.card.name = "lc";
         decision.outcome = outcome;
         decision.admitted = admitted;
         decision.decider = decider;
@@ -75,7 +76,10 @@ TEST_F(OverviewTest, TheHistoryTellsWhoDecidedAndWhoWasSilent)
     EXPECT_THAT(table.out, HasSubstr("denied by m1"));
     EXPECT_THAT(table.out, HasSubstr("too hot"));
     EXPECT_THAT(table.out, HasSubstr(" s ago)"));
-    EXPECT_EQ(table.err, "cgctl: 2 cards: 1 passed by silence, 1 denied\n");
+    EXPECT_THAT(table.err,
+                testing::StartsWith("cgctl: 2 cards: 1 passed by silence, 1 denied\n"
+                                    "cgctl: the daemon does not answer, so cards that come now may "
+                                    "start unchecked: "));
     const Json cards = list({"list", "--json"}).json()["cards"];
     EXPECT_EQ(cards[0]["state"], "silence");
     EXPECT_EQ(cards[0]["verdict"], "passed");
@@ -83,6 +87,25 @@ TEST_F(OverviewTest, TheHistoryTellsWhoDecidedAndWhoWasSilent)
     EXPECT_EQ(cards[1]["decision"]["decider"], "m1");
     EXPECT_EQ(cards[1]["reason"], "too hot");
     EXPECT_EQ(cards[1]["since"], cards[1]["decision"]["decided_at"]);
+}
+
+TEST_F(OverviewTest, ADeniedCardIsStillToldOfWhenItsPowerIsOff)
+{
+    plug(3, "APP_CG_CHECK_DENY");
+    plug(4);
+    record(3, Ended::denied, false, "m1", {});
+    cgctl({"card", "offline", "1/3"});
+    cgctl({"card", "offline", "1/4"});
+    const auto table = list({"list", "--state", "denied"});
+    EXPECT_EQ(table.status, 0);
+    EXPECT_THAT(table.out, HasSubstr("off line, denied by m1"));
+    EXPECT_THAT(table.out, HasSubstr("too hot"));
+    const Json cards = list({"list", "--json"}).json()["cards"];
+    EXPECT_EQ(cards[0]["state"], "offline");
+    EXPECT_EQ(cards[0]["denied"], true);
+    EXPECT_EQ(cards[0]["reason"], "too hot");
+    EXPECT_EQ(cards[1]["denied"], false);
+    EXPECT_EQ(cards[1]["reason"], nullptr);
 }
 
 TEST_F(OverviewTest, ADecisionThatTheStoreContradictsDoesNotCount)
