@@ -147,6 +147,7 @@ TEST_F(CardText, WhatIsNotKnownIsNullInJson)
 {
     const Json json = admission_json(in(State::passed), std::nullopt);
     EXPECT_EQ(json, (Json{{"state", "passed"},
+                          {"denied", false},
                           {"since", nullptr},
                           {"waiting_for", Json::array()},
                           {"requested_at", nullptr},
