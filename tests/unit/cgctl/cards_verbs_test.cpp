@@ -141,6 +141,7 @@ TEST_F(CardVerbs, VerdictsFollowWhatTheDaemonPublished)
                     {"request", true},
                     {"power_off", true},
                     {"state", "waiting"},
+                    {"denied", false},
                     {"since", nullptr},
                     {"waiting_for", Json::array()},
                     {"requested_at", nullptr},
