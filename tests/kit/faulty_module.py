@@ -12,8 +12,8 @@ FAULTS = {
     "none": lambda request, card: Verdict(True),
     "no-reason": lambda request, card: Verdict(False),
     "long-reason": lambda request, card: Verdict(False, "x" * 256),
-    "serial": lambda request, card: time.sleep(0.6) or Verdict(True),
-    "forget": lambda request, card: Verdict(True, after_s=0.3),
+    "serial": lambda request, card: time.sleep(1.2) or Verdict(True),
+    "forget": lambda request, card: Verdict(True, after_s=0.9),
     "denies-300": lambda request, card: Verdict(request.type != 300, "300 is too many"),
 }
 

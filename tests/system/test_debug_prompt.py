@@ -4,6 +4,7 @@ import pty
 import re
 import select
 import subprocess
+import termios
 import time
 
 import pytest
@@ -21,7 +22,12 @@ class Terminal:
         os.close(slave)
         self._shown = ""
 
-    def type(self, text):
+    def type(self, text, seconds=20):
+        """Types when the program reads keys: the prompt is shown a moment before the terminal leaves lines to it."""
+        deadline = time.monotonic() + seconds
+        while termios.tcgetattr(self._master)[3] & termios.ICANON:
+            assert time.monotonic() < deadline, f"the terminal still edits lines itself after {self._shown!r}"
+            select.select([], [], [], 0.01)
         os.write(self._master, text.encode())
 
     def expect(self, pattern, seconds=20):

@@ -246,6 +246,7 @@ CaseResult Trial::leaves()
     const TrialCard &gone = card(0);
     module_.plug(gone);
     module_.ask(gone);
+    module_.listen(options_.quiet / 2); // a request that is gone at once need not even be seen
     module_.withdraw(gone);
     module_.pull(gone);
     module_.listen(options_.quiet / 2);
