@@ -1,7 +1,7 @@
 """The daemon: a card's road, memory, start."""
 import shutil
-import time
 
+from demo import programs
 from demo.daemon import Daemon
 
 from .chassis import LEVEL_FILE, bare_daemon, chassis
@@ -20,7 +20,8 @@ def _road_rounds(rounds, **env):
         script = one.view.root / "script"
         commands = record(one, ROAD_CARDS, ROAD_MODULES, script)
         with bare_daemon(ROAD_MODULES, other.socket_path, script):
-            time.sleep(0.2)  # until it has subscribed; its first round counts for nothing
+            # Its two patterns come last of what it subscribes to.
+            programs.wait_until(lambda: other.ask(b"PUBSUB NUMPAT\r\n") == b":2\r\n", 10, "the bare loop listens")
             return run("bench_device", "road", rounds, ROAD_CARDS, ROAD_MODULES, 1, one.store.socket_path,
                        other.socket_path), commands
 
