@@ -2,7 +2,9 @@
 import json
 import os
 import signal
+import pathlib
 import subprocess
+import tempfile
 
 import pytest
 
@@ -16,14 +18,21 @@ CASES = ["answers-in-time", "answers-once", "right-name", "deny-has-reason", "re
 
 
 @pytest.fixture
-def try_module(tmp_path):
+def folder():
+    """A folder whose path is short: the store's socket goes there, and pytest's own folders may be too deep for it."""
+    with tempfile.TemporaryDirectory(prefix="app_cg-") as path:
+        yield pathlib.Path(path)
+
+
+@pytest.fixture
+def try_module(folder):
     """Runs the verb: try_module(command..., options) returns (exit status, {case: result}, everything)."""
     def run(*command, options=(), **env):
         limit = () if "--timeout" in options else ("--timeout", "4")
         done = subprocess.run([CGCTL, "module", "test", "--json", *limit, *options, "--", *command],
-                              env={**os.environ, "TMPDIR": str(tmp_path), "PYTHONDONTWRITEBYTECODE": "1", **env},
+                              env={**os.environ, "TMPDIR": str(folder), "PYTHONDONTWRITEBYTECODE": "1", **env},
                               capture_output=True, text=True, timeout=60, check=False)
-        assert list(tmp_path.glob("cgctl-store-*")) == [], "something is left"
+        assert list(folder.glob("cgctl-store-*")) == [], "something is left"
         told = json.loads(done.stdout) if done.stdout else {}
         return done.returncode, {case["name"]: case for case in told.get("cases", ())}, done.stdout + done.stderr
 
@@ -114,9 +123,9 @@ def test_the_cards_are_those_that_were_named(try_module):
     assert cases["two-at-once"]["found"] == "1/3/0 and 1/4/0"
 
 
-def test_lines_for_people(tmp_path):
+def test_lines_for_people(folder):
     done = subprocess.run([CGCTL, "module", "test", "--timeout", "4", "--", FAULTY, "no-reason", "types"],
-                          env={**os.environ, "TMPDIR": str(tmp_path)}, capture_output=True, text=True, timeout=60,
+                          env={**os.environ, "TMPDIR": str(folder)}, capture_output=True, text=True, timeout=60,
                           check=False)
     assert done.returncode == 1
     lines = done.stdout.splitlines()
@@ -148,9 +157,18 @@ def test_without_a_server_program_it_says_where_one_is(try_module):
     assert "apt-get install redis-tools" in said
 
 
-def test_an_interrupted_try_leaves_nothing(tmp_path):
-    process = programs.start([CGCTL, "module", "test", "--", "sleep", "1000"], {"TMPDIR": str(tmp_path)})
-    programs.wait_until(lambda: list(tmp_path.glob("cgctl-store-*/store.sock")), 20, "the store is there")
+def test_a_folder_too_deep_for_a_socket_is_not_used(try_module, folder):
+    deep = folder / ("d" * 90)
+    deep.mkdir()
+    status, cases, said = try_module(FAULTY, "denies-300", "types", TMPDIR=str(deep))
+    assert status == 0, said
+    assert list(cases) == CASES
+    assert list(deep.iterdir()) == []
+
+
+def test_an_interrupted_try_leaves_nothing(folder):
+    process = programs.start([CGCTL, "module", "test", "--", "sleep", "1000"], {"TMPDIR": str(folder)})
+    programs.wait_until(lambda: list(folder.glob("cgctl-store-*/store.sock")), 20, "the store is there")
     process.send_signal(signal.SIGINT)
     assert process.wait(20) != 0
-    assert list(tmp_path.iterdir()) == []
+    assert list(folder.iterdir()) == []

@@ -89,9 +89,15 @@ bool answers(const fs::path &socket_path)
            recv(connection.get(), answer.data(), answer.size(), MSG_WAITALL) > 0 && answer == "+PONG";
 }
 
+// Below $TMPDIR, unless that lies so deep that the path of a socket there would be longer than the system
+// allows.
 fs::path new_folder()
 {
-    std::string path = (fs::temp_directory_path() / "cgctl-store-XXXXXX").string();
+    const fs::path name = "cgctl-store-XXXXXX";
+    const fs::path asked_for = fs::temp_directory_path() / name;
+    const bool has_room =
+        (asked_for / PrivateStore::socket_name).native().size() < sizeof(sockaddr_un::sun_path);
+    std::string path = has_room ? asked_for : "/tmp" / name;
     if (mkdtemp(path.data()) == nullptr) {
         throw Failure(failed, "cannot make a folder like " + path + ": " + strerror(errno));
     }

@@ -17,6 +17,8 @@ namespace cgctl
 class PrivateStore
 {
 public:
+    static constexpr const char *socket_name = "store.sock";
+
     // Starts it. Throws Failure when there is no server program, saying which package has one, or when it
     // does not come up.
     PrivateStore();
@@ -34,7 +36,7 @@ public:
     [[nodiscard]] const std::filesystem::path &folder() const { return folder_; }
 
 private:
-    [[nodiscard]] std::filesystem::path socket() const { return folder_ / "store.sock"; }
+    [[nodiscard]] std::filesystem::path socket() const { return folder_ / socket_name; }
 
     std::filesystem::path folder_;
     std::string program_;
