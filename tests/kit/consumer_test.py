@@ -5,15 +5,15 @@ moved, and nothing of the sources is on any path.
 """
 
 import argparse
-import os
 import pathlib
 import re
 import shlex
 import shutil
 import subprocess
-import sys
 import tempfile
 import unittest
+
+from installed_kit import InstalledKit, main, run
 
 STRICT = ["-pedantic-errors", "-Wall", "-Wextra", "-Wconversion", "-Wshadow", "-Wundef", "-Werror"]
 HERE = pathlib.Path(__file__).resolve().parent
@@ -21,28 +21,16 @@ HERE = pathlib.Path(__file__).resolve().parent
 options = argparse.Namespace()
 
 
-def run(*command, **more):
-    done = subprocess.run([str(part) for part in command], capture_output=True, text=True, check=False, **more)
-    if done.returncode != 0:
-        raise AssertionError(f"{shlex.join(map(str, command))}: {done.returncode}\n{done.stdout}{done.stderr}")
-    return done.stdout
-
-
 class ConsumerTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls._folder = tempfile.TemporaryDirectory()
         folder = pathlib.Path(cls._folder.name)
-        for component in ("kit", "kit_dev"):
-            run("cmake", "--install", options.build, "--component", component, "--prefix", folder / "first")
-        cls.tree = folder / "installed"
-        (folder / "first").rename(cls.tree)
+        kit = InstalledKit(options.build, folder)
+        cls.tree, cls.libraries = kit.tree, kit.libraries
+        cls.environment = {**kit.environment, "VX_MOM_ENDPOINT": "unix:/nowhere"}
         cls.work = folder / "work"
         shutil.copytree(HERE / "consumer", cls.work)
-        cls.libraries = next(cls.tree.rglob("libapp_cg_kit.so.0")).parent
-        cls.environment = {**os.environ, "LD_LIBRARY_PATH": str(cls.libraries),
-                           "PKG_CONFIG_PATH": str(cls.libraries / "pkgconfig"),
-                           "VX_MOM_ENDPOINT": "unix:/nowhere"}
 
     @classmethod
     def tearDownClass(cls):
@@ -95,15 +83,5 @@ class ConsumerTest(unittest.TestCase):
         self.assertEqual(names, declared)
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    for name in ("build", "generator", "cc", "cxx"):
-        parser.add_argument(f"--{name}", required=True)
-    for name in ("cflags", "cxxflags"):
-        parser.add_argument(f"--{name}", default="")
-    parser.parse_args(namespace=options)
-    unittest.main(argv=sys.argv[:1], verbosity=2)
-
-
 if __name__ == "__main__":
-    main()
+    main(options, "build", "generator")

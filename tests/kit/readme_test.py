@@ -5,9 +5,10 @@ import os
 import pathlib
 import re
 import subprocess
-import sys
 import tempfile
 import unittest
+
+from installed_kit import InstalledKit, main
 
 options = argparse.Namespace()
 
@@ -24,17 +25,13 @@ class ReadmeTest(unittest.TestCase):
         self.assertEqual(len(commands), 2)
         with tempfile.TemporaryDirectory() as name:
             folder = pathlib.Path(name)
-            for component in ("kit", "kit_dev"):
-                subprocess.run(["cmake", "--install", options.build, "--component", component, "--prefix",
-                                folder / "installed"], check=True, stdout=subprocess.DEVNULL)
-            libraries = next((folder / "installed").rglob("libapp_cg_kit.so.0")).parent
+            kit = InstalledKit(options.build, folder)
             work = folder / "work"
             work.mkdir()
             (work / "types.cpp").write_text(program)
             (work / "kit").symlink_to(options.source / "kit")
-            environment = {**os.environ, "PATH": f"{options.build}/bin:{os.environ['PATH']}",
-                           "PKG_CONFIG_PATH": str(libraries / "pkgconfig"), "LD_LIBRARY_PATH": str(libraries),
-                           "CMAKE_PREFIX_PATH": str(folder / "installed"), "CC": options.cc, "CXX": options.cxx,
+            environment = {**kit.environment, "PATH": f"{options.build}/bin:{os.environ['PATH']}",
+                           "CMAKE_PREFIX_PATH": str(kit.tree), "CC": options.cc, "CXX": options.cxx,
                            "CFLAGS": options.cflags, "CXXFLAGS": options.cxxflags}
             # Under sanitizers the program has to be linked like the library.
             script = "set -e\n" + "".join(commands).replace("c++ -std", f"{options.cxx} {options.cxxflags} -std")
@@ -45,17 +42,5 @@ class ReadmeTest(unittest.TestCase):
             self.assertNotIn("FAIL", done.stdout)
 
 
-def main():
-    parser = argparse.ArgumentParser()
-    for name in ("source", "build"):
-        parser.add_argument(f"--{name}", type=pathlib.Path, required=True)
-    for name in ("cc", "cxx"):
-        parser.add_argument(f"--{name}", required=True)
-    for name in ("cflags", "cxxflags"):
-        parser.add_argument(f"--{name}", default="")
-    parser.parse_args(namespace=options)
-    unittest.main(argv=sys.argv[:1], verbosity=2)
-
-
 if __name__ == "__main__":
-    main()
+    main(options, "source", "build")

@@ -7,7 +7,8 @@ import pytest
 # The pieces that start real programs privately are shared with the demonstration.
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools"))
 
-from rig import BUILD, Rig  # noqa: E402  (needs the path above)
+from demo import programs  # noqa: E402  (needs the path above)
+from rig import BUILD, Rig  # noqa: E402
 
 
 def pytest_sessionstart(session):
@@ -28,7 +29,19 @@ def rig():
 @pytest.fixture
 def master(rig):
     """A device that holds the global master role, with the modules m1 and m2 and a running daemon."""
-    rig.modules("m1", "m2")
-    rig.role("master")
-    rig.start()
+    rig.start_master("m1", "m2")
     return rig
+
+
+@pytest.fixture
+def runner(rig):
+    """Starts `cgctl module run NAME` with a command; all are stopped at the end."""
+    started = []
+
+    def start(name, *command, options=()):
+        started.append(rig.cgctl.start("module", "run", name, *options, "--", *command))
+        return started[-1]
+
+    yield start
+    for process in started:
+        programs.stop(process)

@@ -110,6 +110,12 @@ class Rig:
         self.expect(lambda: self._subscribed(scans_before), "the daemon subscribes")
         return self.daemon
 
+    def start_master(self, *modules, **env):
+        """Starts the daemon on a device that holds the global master role and has these modules."""
+        self.modules(*modules)
+        self.role("master")
+        return self.start(**env)
+
     def start_scaled(self, factor):
         """Starts the daemon with clocks that run `factor` times as fast."""
         return self.start(**scaled_time(factor, preloaded_first=sanitizer_runtime()))

@@ -121,9 +121,7 @@ def test_answers_of_unknown_modules_and_for_unknown_cards_are_consumed(master):
 
 
 def test_a_name_of_more_than_15_characters_answers_under_its_first_15(rig):
-    rig.modules("temperature-sensors")
-    rig.role("master")
-    rig.start()
+    rig.start_master("temperature-sensors")
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
     rig.answer("1/3/0", "temperature-sensors")
@@ -200,9 +198,7 @@ def test_a_board_card_is_exempt_even_off_line(master):
 
 
 def test_without_modules_every_card_passes(rig):
-    rig.modules()
-    rig.role("master")
-    rig.start()
+    rig.start_master()
     rig.plug("1/3/0")
     rig.expect(lambda: rig.by_position("1/3/0"), "the card is passed")
     assert rig.by_tipc(3)["6"] == PASS and rig.by_position("1/3/0")["6"] == PASS

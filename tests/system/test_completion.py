@@ -24,9 +24,7 @@ def device():
     """A chassis with two cards, and the daemon."""
     rig = Rig()
     try:
-        rig.modules("m1", "m2")
-        rig.role("master")
-        rig.start()
+        rig.start_master("m1", "m2")
         for position in ("1/3/0", "1/4/0"):
             rig.plug(position)
         yield rig

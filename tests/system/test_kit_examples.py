@@ -30,12 +30,6 @@ def module(rig):
         programs.stop(process)
 
 
-def begin(rig, *names):
-    rig.modules(*names)
-    rig.role("master")
-    rig.start()
-
-
 def plug(rig, position, card_type, *more):
     slot = int(position.split("/")[1])
     rig.cgctl("card", "plug", position, "--type", card_type, "--nodeid", 100 + slot, "--tipc", 1000 + slot, *more)
@@ -56,7 +50,7 @@ def expect_denied(rig, position, reason):
 
 def test_power_budget_denies_what_exceeds_it_and_forgets_what_leaves(rig, module):
     plug(rig, "1/1/0", 999, "--node-type", "mb", "--name", "uplink")  # is asked of nobody, and draws 95 W
-    begin(rig, "power")
+    rig.start_master("power")
     command = (BUILT / "power_budget", "power", EXAMPLES / "power_budget" / "power.table")
     process, _ = module("power", *command)
     plug(rig, "1/3/0", 230)
@@ -78,7 +72,7 @@ def test_power_budget_denies_what_exceeds_it_and_forgets_what_leaves(rig, module
 
 
 def test_compatibility_is_a_matter_of_type_and_slot(rig, module):
-    begin(rig, "compat")
+    rig.start_master("compat")
     module("compat", BUILT / "compatibility", "compat", EXAMPLES / "compatibility" / "slots.table")
     plug(rig, "1/12/0", 230)
     expect_verdict(rig, "1/12/0", PASS)
@@ -93,7 +87,7 @@ def test_compatibility_is_a_matter_of_type_and_slot(rig, module):
 def test_a_shell_script_knows_serial_numbers(rig, module):
     known = rig.folder / "known"
     known.write_text("# ours\n00E0FF\n")
-    begin(rig, "serials")
+    rig.start_master("serials")
     module("serials", BUILD / "bin" / "cgctl", "module", "run", "serials", "--",
            EXAMPLES / "shell" / "known_serials.sh", known)
     plug(rig, "1/3/0", 230, "--serial", "00e0ff")

@@ -96,25 +96,6 @@ def module(rig, table):
         one.end()
 
 
-@pytest.fixture
-def other(rig):
-    """Starts a module that is a command, in C++'s runner; stopped after the test."""
-    started = []
-
-    def start(name, *command):
-        started.append(rig.cgctl.start("module", "run", name, "--", *command))
-
-    yield start
-    for process in started:
-        programs.stop(process)
-
-
-def start_device(rig, *modules):
-    rig.modules(*modules)
-    rig.role("master")
-    rig.start()
-
-
 def expect_verdict(rig, position, verdict):
     rig.expect_no_request(position)
     rig.expect(lambda: rig.by_position(position), f"a verdict for {position}")
@@ -137,10 +118,10 @@ def kill_clients(rig):
         rig.store.ask(b"CLIENT KILL TYPE " + kind + b" SKIPME yes\r\n")
 
 
-def test_two_cards_at_once_pass_beside_modules_in_another_language(rig, module, other):
-    start_device(rig, NAME, "cpp")
+def test_two_cards_at_once_pass_beside_modules_in_another_language(rig, module, runner):
+    rig.start_master(NAME, "cpp")
     module().start()
-    other("cpp", "true")
+    runner("cpp", "true")
     rig.plug("1/3/0")
     rig.plug("1/4/0")
     for position in ("1/3/0", "1/4/0"):
@@ -151,11 +132,11 @@ def test_two_cards_at_once_pass_beside_modules_in_another_language(rig, module, 
     assert rig.keys(HOST, ACK) == []
 
 
-def test_one_of_two_cards_is_denied_with_a_reason(rig, module, other, table):
+def test_one_of_two_cards_is_denied_with_a_reason(rig, module, runner, table):
     table.write_text('{"200": {"verdict": "deny", "reason": "zu heiß 熱\\nslot 1/9 is fine: {card} {type}"}}')
-    start_device(rig, NAME, "cpp")
+    rig.start_master(NAME, "cpp")
     module().start()
-    other("cpp", "true")
+    runner("cpp", "true")
     rig.plug("1/3/0")
     rig.cgctl("card", "plug", "1/4/0", "--type", 201, "--node-type", "lc", "--nodeid", 104, "--tipc", 1004)
     expect_verdict(rig, "1/3/0", DENY)
@@ -168,7 +149,7 @@ def test_one_of_two_cards_is_denied_with_a_reason(rig, module, other, table):
 
 def test_a_verdict_may_take_its_time(rig, module, table):
     table.write_text('{"200": {"verdict": "pass", "after_s": 3600}}')
-    start_device(rig, NAME)
+    rig.start_master(NAME)
     one = module().start()
     rig.plug("1/3/0")
     rig.cgctl("card", "plug", "1/4/0", "--type", 201, "--node-type", "lc", "--nodeid", 104, "--tipc", 1004)
@@ -182,7 +163,7 @@ def test_a_verdict_may_take_its_time(rig, module, table):
 
 def test_a_check_that_cannot_be_made_is_made_later(rig, module, table):
     table.write_text('{"200": {"verdict": "perhaps"}}')
-    start_device(rig, NAME)
+    rig.start_master(NAME)
     one = module().start()
     rig.plug("1/3/0")
     rig.expect(lambda: one.count("is not examined yet"), "the module says so")
@@ -191,9 +172,9 @@ def test_a_check_that_cannot_be_made_is_made_later(rig, module, table):
     expect_verdict(rig, "1/3/0", PASS)
 
 
-def test_killed_connections_between_request_and_answer(rig, module, other, table):
+def test_killed_connections_between_request_and_answer(rig, module, runner, table):
     table.write_text('{"200": {"verdict": "deny", "reason": "wait", "after_s": 3600}}')
-    start_device(rig, NAME, "cpp")
+    rig.start_master(NAME, "cpp")
     one = module().start()
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
@@ -210,9 +191,9 @@ def test_killed_connections_between_request_and_answer(rig, module, other, table
     assert answers_of(rig) == (0, 1), "one answer for each request, connections or not"
 
 
-def test_what_happened_while_it_was_deaf_is_found(rig, module, other):
+def test_what_happened_while_it_was_deaf_is_found(rig, module, runner):
     """Plugged, pulled and plugged while its connections are gone and it stands still."""
-    start_device(rig, NAME)
+    rig.start_master(NAME)
     one = module().start()
     one.freeze()
     kill_clients(rig)
@@ -229,9 +210,9 @@ def test_what_happened_while_it_was_deaf_is_found(rig, module, other):
     assert rig.keys(HOST, ACK) == []
 
 
-def test_an_answer_that_was_given_is_not_given_again(rig, module, other):
+def test_an_answer_that_was_given_is_not_given_again(rig, module, runner):
     """A second module keeps the request open, so a repeated answer would be seen."""
-    start_device(rig, NAME, "cpp")
+    rig.start_master(NAME, "cpp")
     one = module().start()
     rig.plug("1/3/0")
     rig.expect_logged(f"is passed by[{NAME}]")
@@ -244,7 +225,7 @@ def test_an_answer_that_was_given_is_not_given_again(rig, module, other):
     before = one.count("watching")
     kill_clients(rig)
     rig.expect(lambda: one.count("watching") > before, "the module watches again")
-    other("cpp", "true")
+    runner("cpp", "true")
     expect_verdict(rig, "1/3/0", PASS)
     rig.settle()
     assert answers_of(rig) == (1, 0)
@@ -252,7 +233,7 @@ def test_an_answer_that_was_given_is_not_given_again(rig, module, other):
 
 def test_a_store_that_came_back_with_its_data_while_an_answer_was_due(rig, module, table):
     table.write_text('{"200": {"verdict": "perhaps"}}')
-    start_device(rig, NAME)
+    rig.start_master(NAME)
     one = module().start()
     rig.plug("1/3/0")
     rig.expect(lambda: one.count("is not examined yet"), "the module has the request")
@@ -302,7 +283,7 @@ def test_a_request_that_is_gone_without_a_word_is_not_answered(rig, module, tabl
 
 
 def test_a_store_that_comes_back_empty_is_no_end(rig, module):
-    start_device(rig, NAME)
+    rig.start_master(NAME)
     one = module().start()
     rig.plug("1/3/0")
     expect_verdict(rig, "1/3/0", PASS)
@@ -316,8 +297,8 @@ def test_a_store_that_comes_back_empty_is_no_end(rig, module):
     assert one.stop() == 0
 
 
-def test_a_request_that_is_written_again_is_answered_again(rig, module, other):
-    start_device(rig, NAME, "cpp")
+def test_a_request_that_is_written_again_is_answered_again(rig, module, runner):
+    rig.start_master(NAME, "cpp")
     one = module().start()
     rig.plug("1/3/0")
     rig.expect_logged(f"is passed by[{NAME}]")
@@ -325,14 +306,14 @@ def test_a_request_that_is_written_again_is_answered_again(rig, module, other):
     rig.expect_logged(f"is passed by[{NAME}]", times=2)
     rig.settle()
     assert answers_of(rig) == (2, 0)
-    other("cpp", "true")
+    runner("cpp", "true")
     expect_verdict(rig, "1/3/0", PASS)
     assert one.stop() == 0
 
 
 def test_a_module_that_was_away_answers_what_is_open(rig, module, table):
     table.write_text('{"200": {"verdict": "deny", "reason": "x", "after_s": 3600}}')
-    start_device(rig, NAME)
+    rig.start_master(NAME)
     one = module().start()
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
@@ -343,7 +324,7 @@ def test_a_module_that_was_away_answers_what_is_open(rig, module, table):
 
 
 def test_a_malformed_request_harms_nobody(rig, module):
-    start_device(rig, NAME)
+    rig.start_master(NAME)
     module().start()
     store = rig.database(HOST)
     for key, fields in ((f"{REQUEST}:x:1:9:0", {"6": "1"}), (f"{REQUEST}:0:1:8:0", {"6": "many", "rev": "1"}),
@@ -379,7 +360,7 @@ def test_it_follows_a_group_to_its_new_master(rig, module):
 @pytest.mark.parametrize("name", [NAME, "a b:é*"])
 def test_it_needs_no_more_rights_than_a_module_has(rig, module, table, name):
     table.write_text('{"200": {"verdict": "deny", "reason": "{card}"}}')
-    start_device(rig, name)
+    rig.start_master(name)
     secrets = rig.folder / "secrets"
     secrets.mkdir(mode=0o700)
     lines = rig.cgctl("acl", "--modules", rig.view.modules, "--secrets", secrets, "--create").splitlines()
@@ -399,7 +380,7 @@ def test_it_needs_no_more_rights_than_a_module_has(rig, module, table, name):
 
 
 def test_a_module_without_rights_says_so_and_waits_for_them(rig, module):
-    start_device(rig, NAME)
+    rig.start_master(NAME)
     store = rig.database(0)
     store.execute_command("ACL", "SETUSER", "poor", "on", ">secret", "+select", "+client|setname")
     auth = rig.folder / "auth"
@@ -513,7 +494,7 @@ def test_the_module_that_the_page_shows(rig, module, tmp_path):
     [code] = re.findall(r"^```python\n(.*?)^```", page, re.DOTALL | re.MULTILINE)
     program = tmp_path / "own.py"
     program.write_text(code)
-    start_device(rig, "own")
+    rig.start_master("own")
     one = module("own", PYTHONPATH=str(EXAMPLE.parent))
     one.command = ["/usr/bin/python3", program, "own"]
     one.start()

@@ -133,9 +133,7 @@ def test_every_outcome_with_its_decider(rig, recorder):
 
 @pytest.mark.parametrize("signum, status", [(signal.SIGTERM, 0), (signal.SIGKILL, -signal.SIGKILL)])
 def test_a_restart_in_mid_check_goes_on_and_tells_of_the_gap(rig, recorder, signum, status):
-    rig.modules("m1", "m2")
-    rig.role("master")
-    rig.start()
+    rig.start_master("m1", "m2")
     recorder.start()
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")

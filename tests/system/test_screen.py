@@ -69,9 +69,7 @@ class Terminal:
 def device():
     """A master device with two modules that say nothing by themselves."""
     rig = Rig()
-    rig.modules("m1", "m2")
-    rig.role("master")
-    rig.start()
+    rig.start_master("m1", "m2")
     yield rig
     rig.close()
 

@@ -8,29 +8,8 @@ from demo import programs
 from rig import CARD_INFO, HOST, PASS
 
 
-@pytest.fixture
-def runner(rig):
-    """Starts `cgctl module run`; all are stopped at the end."""
-    started = []
-
-    def start(name, *command, options=()):
-        process = rig.cgctl.start("module", "run", name, *options, "--", *command)
-        started.append(process)
-        return process
-
-    yield start
-    for process in started:
-        programs.stop(process)
-
-
-def start_device(rig, *modules):
-    rig.modules(*modules)
-    rig.role("master")
-    rig.start()
-
-
 def test_modules_as_processes_pass_a_card(rig, runner):
-    start_device(rig, "m1", "m2", "m3")
+    rig.start_master("m1", "m2", "m3")
     for name in ("m1", "m2", "m3"):
         runner(name, "true")
     rig.plug("1/3/0")
@@ -40,7 +19,7 @@ def test_modules_as_processes_pass_a_card(rig, runner):
 
 
 def test_a_command_sees_the_card_and_gives_the_reason(rig, runner):
-    start_device(rig, "m1")
+    rig.start_master("m1")
     runner("m1", "sh", "-c",
            'echo "$CG_MODULE: $CG_CARD $CG_DEV_TYPE $CG_NODE_TYPE $CG_NODEID $CG_CARD_NAME"; exit 3')
     rig.plug("1/3/0")
@@ -49,14 +28,14 @@ def test_a_command_sees_the_card_and_gives_the_reason(rig, runner):
 
 
 def test_a_command_that_takes_too_long_denies(rig, runner):
-    start_device(rig, "m1")
+    rig.start_master("m1")
     runner("m1", "sleep", "600", options=["--timeout", "0.2"])
     rig.plug("1/3/0")
     rig.expect_logged("is denied by[m1]")
 
 
 def test_a_module_that_starts_late_answers_what_waits(rig, runner):
-    start_device(rig, "m1")
+    rig.start_master("m1")
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
     runner("m1", "true")
@@ -65,7 +44,7 @@ def test_a_module_that_starts_late_answers_what_waits(rig, runner):
 
 
 def test_a_module_outlives_daemon_and_store(rig, runner):
-    start_device(rig, "m1")
+    rig.start_master("m1")
     module = runner("m1", "true")
     rig.daemon.stop()
     rig.store.ask(b"SAVE\r\n")
@@ -79,7 +58,7 @@ def test_a_module_outlives_daemon_and_store(rig, runner):
 
 
 def test_watch_tells_a_card_s_life(rig):
-    start_device(rig, "m1")
+    rig.start_master("m1")
     watch = rig.cgctl.start("watch", "card_info", "app_cg_card_check_ack", "--json", stdout=subprocess.PIPE,
                             text=True)
     try:
