@@ -14,7 +14,19 @@ from pages import ROOT, Bench, blocks
 PAGE = (ROOT / "docs" / "json.md").read_text(encoding="utf-8")
 # Members below these are fields of records, which the schemas name.
 RECORDS = {"key", "record"}
-MORE = ["cgctl list --json", "cgctl show 1/3/0 --json", "cgctl list 1/3/0 --json"]
+MORE = ["cgctl list --json", "cgctl show 1/3/0 --json", "cgctl list 1/3/0 --json", "cgctl list --history h --json",
+        "cgctl history --history h --json", "cgctl history --history h --chart --json", "cgctl modules --history h --json",
+        "cgctl module test --timeout 2 --json -- sleep 1000 || true"]
+# A card that was denied and one that passed, in the recorder's file h. It speaks when it has subscribed.
+RECORD = r"""
+coproc RECORDER { exec cg_recorderd --history h --listen off --life '' 2>&1; }
+until [[ $line == *following* ]]; do read -r line <&"${RECORDER[0]}"; done
+printf '%s\n' 'module thermal answers pass' 'module power answers deny "too hot"' 'plug 5/1/0 lc name=one serial=00e0' \
+    'expect 5/1/0 denied within 20s' 'module power answers pass' 'plug 5/2/0 lc' 'expect 5/2/0 passed within 20s' |
+    cgctl sim -
+kill "$RECORDER_PID"
+wait "$RECORDER_PID"
+"""
 
 
 def examples():
@@ -48,6 +60,8 @@ class JsonFormsTest(unittest.TestCase):
     def setUpClass(cls):
         cls.bench = Bench()
         cls.addClassCleanup(cls.bench.close)
+        status, said = cls.bench.run(RECORD)
+        assert status == 0, said
 
     def printed(self, command):
         """The JSON values that a command prints, on either output."""
@@ -63,11 +77,15 @@ class JsonFormsTest(unittest.TestCase):
                 self.assertTrue(any(fits(shown, value) for value in seen), seen)
 
     def test_every_member_is_named(self):
-        named = set(re.findall(r'[`"]([a-z_.]+)[`"]', PAGE))
+        named = set(re.findall(r'[`"]([a-z0-9_.]+)[`"]', PAGE))
         named |= {part for name in named for part in name.split(".")}
+        seen = set()
         for command in {*MORE, *(command for command, _, _ in examples())}:
             with self.subTest(command):
-                self.assertEqual(members(self.printed(command)) - named, set())
+                printed = members(self.printed(command))
+                self.assertEqual(printed - named, set())
+                seen |= printed
+        self.assertLessEqual({"sources", "outcome", "took_s", "percentile_95_s", "mend"}, seen)
 
     def test_a_form_that_differs_is_seen(self):
         self.assertTrue(fits({"a": [{"b": 1}], "c": {}, "d": None}, {"a": [{"b": 2}, {"b": 3}], "c": {"x": 1}, "d": 4}))
