@@ -204,8 +204,7 @@ void add_acl(CLI::App &app, Session &session)
     verb->add_flag("--create", options->create, "Make the missing files, with passwords drawn at random");
     verb->add_flag("--check", options->check,
                    "Try on the running server what each user must and must not be able to do");
-    verb->callback(
-        [options, &session] { session.action = [options, &session] { return run_acl(session, *options); }; });
+    set_action(*verb, session, options, run_acl);
 }
 
 } // namespace cgctl

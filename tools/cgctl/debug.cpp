@@ -47,8 +47,7 @@ void add_debug(CLI::App &app, Session &session)
     verb->add_option("COMMAND", options->command, "The command; without it they are read, a line each");
     verb->add_option("NAME=VALUE", options->arguments, "Its arguments, in any order");
     verb->add_flag("--list", options->list, "List all commands");
-    verb->callback(
-        [options, &session] { session.action = [options, &session] { return debug(session, *options); }; });
+    set_action(*verb, session, options, debug);
 }
 
 } // namespace cgctl

@@ -71,9 +71,7 @@ void add_get(CLI::App &app, Session &session)
     auto arguments = std::make_shared<RecordArguments>();
     add_record_arguments(*verb, *arguments,
                          "Key fields; those not given are 0 or empty; without any, all records are printed");
-    verb->callback([arguments, &session] {
-        session.action = [arguments, &session] { return get(session, *arguments); };
-    });
+    set_action(*verb, session, arguments, get);
 }
 
 } // namespace cgctl

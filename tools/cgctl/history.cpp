@@ -339,9 +339,7 @@ void add_history(CLI::App &app, Session &session)
     verb->add_flag("--chart", options->chart, "Draw bars over time instead, a letter for each decision");
     verb->add_option("--svg", options->svg, "Draw them into a file for a browser")->type_name("FILE");
     add_view_options(*verb, options->color, options->history);
-    verb->callback([options, &session] {
-        session.action = [options, &session] { return run_history(session, *options); };
-    });
+    set_action(*verb, session, options, run_history);
 }
 
 } // namespace cgctl

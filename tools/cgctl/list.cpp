@@ -192,8 +192,7 @@ void add_list(CLI::App &app, Session &session)
         ->allow_extra_args(false);
     add_view_options(*verb, options->color, options->history);
     session.action = [options, &session] { return list(session, *options); };
-    verb->callback(
-        [options, &session] { session.action = [options, &session] { return list(session, *options); }; });
+    set_action(*verb, session, options, list);
 }
 
 } // namespace cgctl

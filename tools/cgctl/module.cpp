@@ -99,9 +99,7 @@ void add_module(CLI::App &app, Session &session)
     verb->add_option("--timeout", options->timeout_s,
                      "Seconds after which a command is ended and denies (default 240)")
         ->type_name("S");
-    verb->callback([options, &session] {
-        session.action = [options, &session] { return run_module(session, *options); };
-    });
+    set_action(*verb, session, options, run_module);
     add_module_test(*module, session);
     add_module_replay(*module, session);
 }

@@ -286,9 +286,7 @@ void add_module_replay(CLI::App &module, Session &session)
         ->type_name("MODULE");
     verb->add_option("--timeout", options->timeout_s, "Seconds within which an answer must come (default 10)")
         ->type_name("S");
-    verb->callback([options, &session] {
-        session.action = [options, &session] { return replay_module(session, *options); };
-    });
+    set_action(*verb, session, options, replay_module);
 }
 
 } // namespace cgctl

@@ -127,9 +127,7 @@ void add_module_test(CLI::App &module, Session &session)
         ->allow_extra_args(false);
     verb->add_option("--timeout", options->timeout_s, "Seconds within which an answer must come (default 10)")
         ->type_name("S");
-    verb->callback([options, &session] {
-        session.action = [options, &session] { return test_module(session, *options); };
-    });
+    set_action(*verb, session, options, test_module);
 }
 
 } // namespace cgctl

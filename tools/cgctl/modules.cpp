@@ -191,9 +191,7 @@ void add_modules(CLI::App &app, Session &session)
         ->type_name("TIME");
     verb->add_option("--modules", options->modules, "The folder of the modules")->type_name("FOLDER");
     add_view_options(*verb, options->color, options->history);
-    verb->callback([options, &session] {
-        session.action = [options, &session] { return run_modules(session, *options); };
-    });
+    set_action(*verb, session, options, run_modules);
 }
 
 } // namespace cgctl

@@ -110,8 +110,7 @@ void add_show(CLI::App &app, Session &session)
     auto options = std::make_shared<ShowOptions>();
     verb->add_option("POS", options->position, "devid/slotid/sslotid, or devid/slotid")->required();
     add_view_options(*verb, options->color, options->history);
-    verb->callback(
-        [options, &session] { session.action = [options, &session] { return show(session, *options); }; });
+    set_action(*verb, session, options, show);
 }
 
 } // namespace cgctl

@@ -362,8 +362,7 @@ void add_sim(CLI::App &app, Session &session)
         ->type_name("N");
     verb->add_flag("--keep", options->keep, "Leave the cards plugged");
     verb->add_flag("--stay", options->stay, "At the end, go on playing the modules until stopped");
-    verb->callback(
-        [options, &session] { session.action = [options, &session] { return sim(session, *options); }; });
+    set_action(*verb, session, options, sim);
 }
 
 } // namespace cgctl

@@ -5,6 +5,7 @@
 
 #include <CLI/App.hpp>
 #include <array>
+#include <memory>
 
 #include "session.h"
 
@@ -50,6 +51,16 @@ CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char
 
 // Adds --color and --history, for the verbs that show cards to people.
 void add_view_options(CLI::App &verb, std::string &color, std::string &history);
+
+// Has the verb run this with its options when it is chosen. The options are filled by the parser until then.
+template <typename Options>
+void set_action(CLI::App &verb, Session &session, const std::shared_ptr<Options> &options,
+                int (*run)(const Session &, const Options &))
+{
+    verb.callback([options, &session, run] {
+        session.action = [options, &session, run] { return run(session, *options); };
+    });
+}
 
 } // namespace cgctl
 

@@ -62,9 +62,7 @@ void add_watch(CLI::App &app, Session &session)
     verb->add_option("--count", arguments->count, "End after so many lines")->type_name("N");
     verb->add_flag("--existing", arguments->options.existing, "Print the records that there are, too");
     add_view_options(*verb, arguments->options.color, arguments->options.history);
-    verb->callback([arguments, &session] {
-        session.action = [arguments, &session] { return watch(session, *arguments); };
-    });
+    set_action(*verb, session, arguments, watch);
 }
 
 } // namespace cgctl
