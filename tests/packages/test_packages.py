@@ -1,5 +1,6 @@
 """The packages on a real device: the service comes up, judges cards, comes back, raises an alarm, and goes."""
 import re
+import textwrap
 
 ALARM = ("--identifier=app_cg-alarm", "--output=cat")
 
@@ -112,10 +113,53 @@ def test_a_gate_that_stays_dead_is_told_and_tried_again(device):
     assert device.state("app_cg-retry.timer") == "inactive", "who stops the service stops the rounds"
 
 
-def test_the_store_is_guarded_as_the_manual_tells(device):
+def manual(device, first, lines=None):
+    """What the manual shows, from the line that begins so: to the next empty line, or so many lines."""
     text = device.run("cat", "/usr/share/doc/app-cg/README.Debian")
-    begin = text.index("    install -d -m 0711")
-    device.sh("cd /srv\n" + text[begin:text.index("\n\n", begin)])
+    shown = text[text.index(f"    {first}"):]
+    return textwrap.dedent(shown.split("\n\n")[0] if lines is None else "\n".join(shown.splitlines()[:lines]))
+
+
+def edit_unit(device, unit, text):
+    """What `systemctl edit` does with a text."""
+    (device.root / f"etc/systemd/system/{unit}.d").mkdir(parents=True, exist_ok=True)
+    (device.root / f"etc/systemd/system/{unit}.d/override.conf").write_text(text + "\n")
+    device.run("systemctl", "daemon-reload")
+
+
+def test_the_store_is_set_up_as_the_manual_tells(device):
+    device.sh("sed -i '/^databases 64/d' /etc/redis/redis.conf; systemctl restart redis-server")
+    assert device.run("redis-cli", "config", "get", "databases").split() == ["databases", "16"]
+    device.sh(manual(device, "apt install redis-server"))
+    assert device.run("redis-cli", "config", "get", "databases").split() == ["databases", "64"]
+    device.run("systemctl", "restart", "app_cg")
+    device.wait_active()
+
+
+def test_somebody_is_called_as_the_manual_tells(device):
+    script = device.root / "usr/local/bin/call-somebody"
+    script.write_text('#!/bin/sh\necho "$1" > /srv/called\n')
+    script.chmod(0o755)
+    assert manual(device, "    systemctl edit", 1) == "systemctl edit app_cg-alarm.service"
+    edit_unit(device, "app_cg-alarm.service", manual(device, "    [Service]\n        ExecStart=/usr/local", 2))
+    device.sh("echo VX_MOM_DEADLINE_MS=200 >> /etc/app_cg/platform.conf; systemctl stop redis-server")
+    device.run("systemctl", "restart", "app_cg", check=False)
+    device.wait((device.root / "srv/called").exists, "somebody is called", 60)
+    assert (device.root / "srv/called").read_text() == "app_cg: exit-code\n"
+    assert "is down" in device.journal(*ALARM)
+
+
+def test_the_recorder_forgets_as_the_manual_tells(device):
+    device.wait_active(name="cg_recorderd.service")
+    edit_unit(device, "cg_recorderd.service", manual(device, "[Service]\n    ExecStart=\n"))
+    before = device.pid("cg_recorderd.service")
+    device.run("systemctl", "restart", "cg_recorderd")
+    pid = device.wait_active(before, "cg_recorderd.service")
+    assert device.run("cat", f"/proc/{pid}/cmdline").split("\0")[1:5] == ["--keep-days", "90", "--keep-mib", "64"]
+
+
+def test_the_store_is_guarded_as_the_manual_tells(device):
+    device.sh("cd /srv\n" + manual(device, "install -d -m 0711"))
     device.wait_active()
     device.wait(lambda: device.state("cg_recorderd") == "active", "the recorder is up")
     device.sh("VX_MOM_AUTH_FILE=/etc/app_cg/secrets/app_cg-admin cgctl card plug 1/3/0")
