@@ -2,7 +2,7 @@
 """docs/operating.md lists every message that an operator may see, with what it means and what to do.
 
 People bind alarms to these texts and look them up at night, so the list may not fall behind the code: the daemon's
-records of level warn and above, the system log's lines, the platform's warnings, errors and messages on standard
+records, the system log's lines, the platform's warnings, errors and messages on standard
 error, the recorder's messages, the warnings and errors of modules made with the kit, the alarm unit's line, and the
 daemon's exit statuses.
 """
@@ -14,7 +14,7 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PAGE = (ROOT / "docs" / "operating.md").read_text(encoding="utf-8")
 LITERALS = r'((?:"(?:[^"\\]|\\.)*"\s*)+)'
-DAEMON = (re.compile(r"APP_CG_(?:FATAL|ERROR|WARN)\(\s*" + LITERALS),
+DAEMON = (re.compile(r"APP_CG_(?:FATAL|ERROR|WARN|NOTICE|INFO)\(\s*" + LITERALS),
           re.compile(r"printk_syslog_ext\((?:[^;\"]*\"[A-Z_]+\",)?[^;\"]*" + LITERALS))
 PLATFORM = (re.compile(r"PLATFORM_LOG\(\s*(?:platform::)?log_(?:warn|error),\s*" + LITERALS),
             re.compile(r"tell_starter\(\s*" + LITERALS), re.compile(r"perror\(\s*" + LITERALS),
