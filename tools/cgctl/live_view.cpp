@@ -19,9 +19,9 @@ using admission::TrackedCard;
 constexpr std::size_t most_events = 500;
 
 // What f steps through; nothing: all of them.
-constexpr std::array<std::optional<State>, 7> filters{std::nullopt,    State::waiting, State::denied,
-                                                      State::silence,  State::offline, State::passed,
-                                                      State::undecided};
+constexpr std::array<std::optional<State>, 9> filters{std::nullopt,   State::waiting, State::denied,
+                                                      State::silence, State::offline, State::passed,
+                                                      State::exempt,  State::unasked, State::undecided};
 
 std::vector<std::string> help()
 {

@@ -86,8 +86,12 @@ TEST_F(LiveViewTest, FilterShowsOneStateAndSaysSo)
     press({'f'});
     EXPECT_THAT(shown(), HasSubstr("only denied |"));
     EXPECT_THAT(shown(), HasSubstr("no cards"));
-    press({'f', 'f', 'f', 'f', 'f'});
-    EXPECT_THAT(shown(), HasSubstr("slot 1"));
+    for (const char *state : {"passed by silence", "off line", "passed", "exempt", "unasked", "undecided"}) {
+        press({'f'});
+        EXPECT_THAT(shown(), HasSubstr(std::string("only ") + state + " |"));
+    }
+    press({'f'});
+    EXPECT_THAT(shown(), AllOf(HasSubstr("slot 1"), Not(HasSubstr(" only "))));
 }
 
 TEST_F(LiveViewTest, EnterTellsAllAboutTheCardSelected)
