@@ -26,27 +26,6 @@ void append_count(std::string &request, char kind, size_t count)
 
 } // namespace
 
-std::string text_of(const redisReply *reply)
-{
-    const bool has_text =
-        reply != nullptr && (reply->type == REDIS_REPLY_STRING || reply->type == REDIS_REPLY_STATUS ||
-                             reply->type == REDIS_REPLY_ERROR);
-    return has_text ? std::string(reply->str, reply->len) : std::string();
-}
-
-bool is_error(const redisReply *reply)
-{
-    return reply == nullptr || reply->type == REDIS_REPLY_ERROR;
-}
-
-bool is_error(const redisReply *reply, const char *code)
-{
-    const size_t length = std::strlen(code);
-    return reply != nullptr && reply->type == REDIS_REPLY_ERROR &&
-           std::strncmp(reply->str, code, length) == 0 &&
-           (reply->str[length] == ' ' || reply->str[length] == '\0');
-}
-
 Link::Link(const Endpoint &endpoint)
     : context_(endpoint.path.empty() ? redisConnectNonBlock(endpoint.host.c_str(), endpoint.port)
                                      : redisConnectUnixNonBlock(endpoint.path.c_str()))
@@ -57,6 +36,9 @@ Link::Link(const Endpoint &endpoint)
         // A peer that is gone without a word is noticed only by asking. Fails harmlessly while connecting.
         (void)redisEnableKeepAlive(context_.get());
         context_->err = 0;
+    }
+    if (context_ != nullptr) {
+        replies_.serve(*context_->reader);
     }
     if (context_ != nullptr && context_->fd >= 0) {
         (void)fcntl(context_->fd, F_SETFD, FD_CLOEXEC); // what a command starts has no business here
@@ -142,7 +124,7 @@ Reply Link::next_reply()
     if (redisGetReplyFromReader(context_.get(), &reply) != REDIS_OK) {
         return nullptr;
     }
-    return Reply(static_cast<redisReply *>(reply));
+    return replies_.take(reply);
 }
 
 } // namespace vx_mom

@@ -15,24 +15,13 @@
 #include <vector>
 
 #include "endpoint.h"
+#include "reply.h"
 
 namespace vx_mom
 {
 
-struct FreeReply {
-    void operator()(redisReply *reply) const { freeReplyObject(reply); }
-};
-using Reply = std::unique_ptr<redisReply, FreeReply>;
-
 // A command: its name and arguments, any bytes.
 using Command = std::vector<std::string>;
-
-// The bytes of a text reply; empty for any other.
-std::string text_of(const redisReply *reply);
-
-// Whether the reply is an error whose first word is `code`.
-bool is_error(const redisReply *reply, const char *code);
-bool is_error(const redisReply *reply);
 
 class Link
 {
@@ -62,7 +51,8 @@ private:
     struct FreeContext {
         void operator()(redisContext *context) const { redisFree(context); }
     };
-    std::unique_ptr<redisContext, FreeContext> context_;
+    ReplyMaker replies_;
+    std::unique_ptr<redisContext, FreeContext> context_; // its reader is served: gone before
     std::string connect_problem_;
     std::string request_; // the command that is being sent; kept for its memory
     bool output_left_ = false;

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "vx_mom/link.h"
+#include "wire_reader.h"
 
 namespace
 {
@@ -13,18 +13,14 @@ using Sight = vx_mom::SentinelView::Sight;
 using Texts = std::vector<std::string>;
 using vx_mom::SentinelView;
 
-struct FreeReader {
-    void operator()(redisReader *reader) const { redisReaderFree(reader); }
-};
-
 // The reply that the client makes of these bytes.
 vx_mom::Reply decoded(const std::string &bytes)
 {
-    const std::unique_ptr<redisReader, FreeReader> reader(redisReaderCreate());
-    (void)redisReaderFeed(reader.get(), bytes.data(), bytes.size());
-    void *reply = nullptr;
-    EXPECT_EQ(redisReaderGetReply(reader.get(), &reply), REDIS_OK) << bytes;
-    return vx_mom::Reply(static_cast<redisReply *>(reply));
+    wire_test::OurReader reader;
+    reader.feed(bytes);
+    vx_mom::Reply reply = reader.next();
+    EXPECT_NE(reply, nullptr) << bytes;
+    return reply;
 }
 
 std::string list(const Texts &texts)
