@@ -31,7 +31,7 @@ timeval timeval_of(milliseconds span)
 
 bool is_kind(const redisReply &reply, const char *kind, size_t elements)
 {
-    return reply.type == REDIS_REPLY_ARRAY && reply.elements == elements && text_of(reply.element[0]) == kind;
+    return reply.type == REDIS_REPLY_ARRAY && reply.elements == elements && view_of(reply.element[0]) == kind;
 }
 
 } // namespace
@@ -275,13 +275,13 @@ void AsyncConnection::finish_greeting()
 void AsyncConnection::take_message(const redisReply &reply)
 {
     if (is_kind(reply, "pmessage", 4)) {
-        observer_.on_message(text_of(reply.element[1]), text_of(reply.element[2]), text_of(reply.element[3]));
+        observer_.on_message(view_of(reply.element[1]), view_of(reply.element[2]), view_of(reply.element[3]));
     } else if (is_kind(reply, "message", 3)) {
-        observer_.on_message(text_of(reply.element[1]), text_of(reply.element[1]), text_of(reply.element[2]));
+        observer_.on_message(view_of(reply.element[1]), view_of(reply.element[1]), view_of(reply.element[2]));
     } else if (is_kind(reply, "subscribe", 3) || is_kind(reply, "psubscribe", 3)) {
-        observer_.on_subscribed(text_of(reply.element[1]));
-    } else if (text_of(&reply) == health_mark ||
-               (is_kind(reply, "pong", 2) && text_of(reply.element[1]) == health_mark)) {
+        observer_.on_subscribed(view_of(reply.element[1]));
+    } else if (view_of(&reply) == health_mark ||
+               (is_kind(reply, "pong", 2) && view_of(reply.element[1]) == health_mark)) {
         unanswered_ = 0;
         observer_.on_checked();
     } else if (is_kind(reply, "pong", 2)) {

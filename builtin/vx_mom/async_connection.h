@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "endpoint.h"
@@ -38,10 +39,10 @@ public:
     // A connection could not be made; `lasting` when trying again will hardly help.
     virtual void on_failed(const std::string &problem, bool lasting) = 0;
     // What was asked for is in place: a channel, or a pattern of channels.
-    virtual void on_subscribed(const std::string &watched) = 0;
+    virtual void on_subscribed(std::string_view watched) = 0;
     virtual void on_refused(const std::string &problem) = 0;
     // A message on a channel that belongs to what is watched.
-    virtual void on_message(const std::string &watched, std::string &&channel, std::string &&payload) = 0;
+    virtual void on_message(std::string_view watched, std::string_view channel, std::string_view payload) = 0;
     // The answer to a ping(); they come in the order asked, after all messages published before.
     virtual void on_pong() = 0;
     // The connection was found alive; comes every second or so.

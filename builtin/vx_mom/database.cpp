@@ -123,7 +123,7 @@ void Database::on_failed(const std::string &problem, bool lasting)
     shared_.outage.begin(Clock::now(), shared_.visitor.endpoint.text + ": " + problem);
 }
 
-void Database::on_subscribed(const std::string &watched)
+void Database::on_subscribed(std::string_view watched)
 {
     if (const auto subscription = subscription_of(watched)) {
         subscription->on_confirmed();
@@ -141,11 +141,13 @@ void Database::on_refused(const std::string &problem)
     }
 }
 
-void Database::on_message(const std::string &watched, std::string &&channel, std::string &&payload)
+void Database::on_message(std::string_view watched, std::string_view channel, std::string_view payload)
 {
-    channel.erase(0, channel_prefix_.size());
-    arrivals_.push_back({watched, std::move(channel), std::move(payload)});
-    shared_.schedule_turn();
+    if (auto receiver = subscription_of(watched)) {
+        channel.remove_prefix(std::min(channel.size(), channel_prefix_.size()));
+        arrivals_.push_back({std::move(receiver), std::string(channel), std::string(payload)});
+        shared_.schedule_turn();
+    }
 }
 
 void Database::on_pong()
@@ -240,12 +242,10 @@ bool Database::hand_out_arrivals()
     for (size_t i = 0; i < arrivals_per_turn && !arrivals_.empty(); i++) {
         Arrival arrival = std::move(arrivals_.front());
         arrivals_.pop_front();
-        if (arrival.watched.empty()) {
+        if (arrival.receiver == nullptr) {
             pongs_++;
-            continue;
-        }
-        if (const auto subscription = subscription_of(arrival.watched)) {
-            subscription->on_message(std::move(arrival.key), std::move(arrival.payload));
+        } else {
+            arrival.receiver->on_message(std::move(arrival.key), std::move(arrival.payload));
         }
     }
     return !arrivals_.empty();
@@ -269,7 +269,7 @@ bool Database::advance_subscriptions()
     return more;
 }
 
-std::shared_ptr<Subscription> Database::subscription_of(const std::string &watched)
+std::shared_ptr<Subscription> Database::subscription_of(std::string_view watched)
 {
     const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
                                     [&](const auto &known) { return known->watched() == watched; });

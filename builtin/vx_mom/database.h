@@ -98,17 +98,17 @@ private:
     void on_up(const std::string &run, const std::string &data_set_id) override;
     void on_lost(const std::string &problem) override;
     void on_failed(const std::string &problem, bool lasting) override;
-    void on_subscribed(const std::string &watched) override;
+    void on_subscribed(std::string_view watched) override;
     void on_refused(const std::string &problem) override;
-    void on_message(const std::string &watched, std::string &&channel, std::string &&payload) override;
+    void on_message(std::string_view watched, std::string_view channel, std::string_view payload) override;
     void on_pong() override;
     void on_checked() override;
 
-    // What came on the connection of the loop: a message, or the answer to a ping, when nothing is watched.
+    // What came on the connection of the loop: a message for somebody, or, for nobody, the answer to a ping.
     // One queue for all, so that changes of different record types are delivered in the order in which they
     // were made.
     struct Arrival {
-        std::string watched;
+        std::shared_ptr<Subscription> receiver;
         std::string key; // of the record, from the channel's name
         std::string payload;
     };
@@ -131,7 +131,7 @@ private:
     bool identify_returned(bool &other);
     bool hand_out_arrivals();
     bool advance_subscriptions();
-    std::shared_ptr<Subscription> subscription_of(const std::string &watched);
+    std::shared_ptr<Subscription> subscription_of(std::string_view watched);
 
     Shared &shared_;
     int32_t number_;

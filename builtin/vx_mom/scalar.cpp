@@ -2,6 +2,7 @@
 // with one field set because the way back would then need a second, hand-filled record.
 #include "scalar.h"
 
+#include <array>
 #include <cstring>
 
 #include "shortest.h"
@@ -142,11 +143,14 @@ std::string bytes_text(const void *place)
 
 void append_varint(std::string &wire, uint64_t value)
 {
+    std::array<char, 10> bytes;
+    size_t count = 0;
     while (value >= 0x80U) {
-        wire += static_cast<char>((value & 0x7fU) | 0x80U);
+        bytes[count++] = static_cast<char>((value & 0x7fU) | 0x80U);
         value >>= 7U;
     }
-    wire += static_cast<char>(value);
+    bytes[count++] = static_cast<char>(value);
+    wire.append(bytes.data(), count);
 }
 
 void append_delimited(std::string &wire, uint32_t field_number, std::string_view bytes)

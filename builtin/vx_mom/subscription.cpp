@@ -196,6 +196,7 @@ void Subscription::finish_reading()
             to_sweep_.push_back(known.first);
         }
     }
+    std::sort(to_sweep_.begin(), to_sweep_.end());
     snapshot_ = {};
     phase_ = Phase::sweeping;
 }
@@ -361,8 +362,9 @@ void Subscription::deliver_written(Change &&change)
         return;
     }
     // Until command 29 a record that was not delivered yet is one that existed: delivered as a whole.
-    const bool is_first = phase_ == Phase::draining && known_.count(change.key) == 0;
-    known_[change.key] = {change.revision, std::move(change.fields)};
+    const auto [known, is_new] = known_.try_emplace(std::move(change.key));
+    known->second = {change.revision, std::move(change.fields)};
+    const bool is_first = is_new && phase_ == Phase::draining;
     call_back(is_first ? int32_t{VX_MOM_CMD_SET} : change.command, message.get());
 }
 

@@ -14,9 +14,9 @@
 
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "payload.h"
@@ -110,7 +110,7 @@ private:
     uint64_t target_ = 0;     // changes up to here come before command 29
     uint64_t unverified_ = 0; // changes delivered since the server's own count was last asked for
     std::deque<Arrived> queue_;
-    std::map<std::string, Known> known_;
+    std::unordered_map<std::string, Known> known_;
     Snapshot snapshot_;
     std::vector<StoredRecord> to_deliver_; // in the order of their changes
     size_t next_to_deliver_ = 0;

@@ -137,6 +137,17 @@ const ProtobufCFieldDescriptor *field_named(const ProtobufCMessageDescriptor &ty
     return protobuf_c_message_descriptor_get_field(&type, number);
 }
 
+// What a record's wire bytes hardly ever exceed.
+size_t room_for(std::string_view key, const Fields &fields)
+{
+    constexpr size_t number_and_length = 12;
+    size_t room = key.size() + number_and_length;
+    for (const auto &field : fields) {
+        room += field.second.size() + number_and_length;
+    }
+    return room;
+}
+
 } // namespace
 
 bool encode_record(const ProtobufCMessage &record, Content &content)
@@ -176,6 +187,7 @@ MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_vie
     bool known = false;
     const ProtobufCFieldDescriptor *index = index_field(type, known);
     std::string wire;
+    wire.reserve(room_for(key, fields));
     if (!decode_key(type, key, wire)) {
         why = "the key is not one of this type";
         return nullptr;
