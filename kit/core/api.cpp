@@ -9,25 +9,19 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 
-#include "builtin/settings.h"
-#include "builtin/vx_mom/configuration.h"
 #include "check.h"
-#include "module.h"
-#include "name.h"
+#include "opening.h"
 
 struct app_cg_kit_module {
-    kit::NameLock lock;
-    std::unique_ptr<kit::Module> module;
+    kit::Opened parts;
     bool take_signals = true;
 };
 
 namespace
 {
-
-constexpr const char *endpoint_setting = "VX_MOM_ENDPOINT";
-constexpr const char *usual_endpoint = "tcp:127.0.0.1:6379";
 
 std::atomic<bool> is_one_open{false};
 
@@ -118,58 +112,16 @@ app_cg_kit_options_t completed(const app_cg_kit_options_t &given)
     return options;
 }
 
-int check_settings(const app_cg_kit_options_t &options, const kit::Log &log)
-{
-    if (options.endpoint != nullptr && setenv(endpoint_setting, options.endpoint, 1) != 0) {
-        return APP_CG_KIT_E_SYSTEM;
-    }
-    const std::string problem = vx_mom::configuration_problem();
-    if (!problem.empty()) {
-        log(APP_CG_KIT_ERROR, problem);
-        return APP_CG_KIT_E_SETTINGS;
-    }
-    return 0;
-}
-
-int take_name(const app_cg_kit_options_t &options, const kit::Log &log, kit::NameLock &lock)
-{
-    const std::string warning = kit::folder_problem(options.module_folder, options.name);
-    if (!warning.empty()) {
-        log(APP_CG_KIT_WARNING, warning);
-    }
-    std::string why;
-    const auto outcome = lock.take(options.lock_folder, options.name,
-                                   platform::setting(endpoint_setting, usual_endpoint), why);
-    if (outcome == kit::NameLock::Outcome::taken) {
-        log(APP_CG_KIT_ERROR, why);
-        return APP_CG_KIT_E_TAKEN;
-    }
-    if (outcome == kit::NameLock::Outcome::cannot_tell) {
-        log(APP_CG_KIT_WARNING, why);
-    }
-    return 0;
-}
-
 int open_module(const app_cg_kit_options_t &options, app_cg_kit_t **kit)
 {
     const kit::Log log = log_of(options);
-    const std::string problem = kit::name_problem(options.name);
-    if (!problem.empty()) {
-        log(APP_CG_KIT_ERROR, problem);
-        return APP_CG_KIT_E_NAME;
+    kit::Wanted wanted{options.name, std::nullopt, options.module_folder, options.lock_folder};
+    if (options.endpoint != nullptr) {
+        wanted.endpoint = options.endpoint;
     }
     auto opened = std::make_unique<app_cg_kit_module>();
-    if (const int error = check_settings(options, log); error != 0) {
+    if (const int error = kit::open(wanted, hooks_of(options, log), log, opened->parts); error != 0) {
         return error;
-    }
-    if (const int error = take_name(options, log, opened->lock); error != 0) {
-        return error;
-    }
-    try {
-        opened->module = std::make_unique<kit::Module>(options.name, hooks_of(options, log), log);
-    } catch (const std::runtime_error &refused) {
-        log(APP_CG_KIT_ERROR, refused.what());
-        return APP_CG_KIT_E_SYSTEM;
     }
     opened->take_signals = (options.flags & APP_CG_KIT_NO_SIGNALS) == 0;
     *kit = opened.release(); // the caller's, until app_cg_kit_close()
@@ -230,7 +182,7 @@ int app_cg_kit_run(app_cg_kit_t *kit)
     if (kit == nullptr) {
         return APP_CG_KIT_E_ARGUMENT;
     }
-    return guarded([&] { return kit->module->run(kit->take_signals); });
+    return guarded([&] { return kit->parts.module->run(kit->take_signals); });
 }
 
 int app_cg_kit_stop(app_cg_kit_t *kit)
@@ -238,7 +190,7 @@ int app_cg_kit_stop(app_cg_kit_t *kit)
     if (kit == nullptr) {
         return APP_CG_KIT_E_ARGUMENT;
     }
-    kit->module->stop();
+    kit->parts.module->stop();
     return 0;
 }
 
@@ -246,7 +198,7 @@ void app_cg_kit_close(app_cg_kit_t *kit)
 {
     if (kit != nullptr) {
         const std::unique_ptr<app_cg_kit_module> owned{kit};
-        owned->module.reset();
+        owned->parts.module.reset();
         is_one_open = false;
     }
 }

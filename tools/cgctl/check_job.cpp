@@ -7,6 +7,7 @@
 #include <cstring>
 #include <sstream>
 
+#include "p_dev.pb-c.h"
 #include "text.h"
 
 namespace cgctl
@@ -62,20 +63,15 @@ std::vector<std::string> inherited_environment()
     return variables;
 }
 
-std::string value_text(const Json &value)
+// By name, as in the store's records; a type that has none by its number.
+std::string node_type_text(int32_t node_type)
 {
-    return value.is_string() ? value.get<std::string>() : dump(value);
+    const ProtobufCEnumValue *value =
+        protobuf_c_enum_descriptor_get_value(&p_dev__dm_node_type_e__descriptor, node_type);
+    return value == nullptr ? std::to_string(node_type) : value->name;
 }
 
 } // namespace
-
-bool is_same_card(const std::optional<Json> &one, const std::optional<Json> &other)
-{
-    if (!one || !other) {
-        return one.has_value() == other.has_value();
-    }
-    return one->at("name") == other->at("name") && one->at("serial") == other->at("serial");
-}
 
 std::string first_line(const std::string &text)
 {
@@ -106,23 +102,22 @@ Verdict verdict_of(int wait_status, const std::string &output, const std::string
     return {false, visible(reason, longest_reason)};
 }
 
-std::vector<std::string> check_environment(const std::string &module, const Json &request,
-                                           const std::optional<Json> &info)
+std::vector<std::string> check_environment(const std::string &module, const kit::Facts &card)
 {
-    const Position position = position_in(request["index"]);
+    const kit::Request &request = card.request;
     std::vector<std::string> variables = inherited_environment();
     variables.push_back("CG_MODULE=" + module);
-    variables.push_back("CG_CARD=" + position.text());
-    variables.push_back("CG_DEVID=" + std::to_string(position.devid));
-    variables.push_back("CG_SLOTID=" + std::to_string(position.slotid));
-    variables.push_back("CG_SSLOTID=" + std::to_string(position.sslotid));
-    variables.push_back("CG_DEV_TYPE=" + value_text(request["type"]));
-    variables.push_back("CG_NODE_TYPE=" + value_text(request["node_type"]));
-    variables.push_back("CG_NODEID=" + value_text(request["card_nodeid"]));
-    if (info) {
-        variables.push_back("CG_CARD_NAME=" + value_text((*info)["name"]));
-        variables.push_back("CG_SERIAL=" + value_text((*info)["serial"]));
-        variables.push_back(std::string("CG_ONLINE=") + ((*info)["is_online"] == true ? "1" : "0"));
+    variables.push_back("CG_CARD=" + request.position.text());
+    variables.push_back("CG_DEVID=" + std::to_string(request.position.devid));
+    variables.push_back("CG_SLOTID=" + std::to_string(request.position.slotid));
+    variables.push_back("CG_SSLOTID=" + std::to_string(request.position.sslotid));
+    variables.push_back("CG_DEV_TYPE=" + std::to_string(request.type));
+    variables.push_back("CG_NODE_TYPE=" + node_type_text(request.node_type));
+    variables.push_back("CG_NODEID=" + std::to_string(request.node_id));
+    if (card.has_info) {
+        variables.push_back("CG_CARD_NAME=" + card.name);
+        variables.push_back("CG_SERIAL=" + to_hex(card.serial.data(), card.serial.size()));
+        variables.push_back(std::string("CG_ONLINE=") + (card.online ? "1" : "0"));
     }
     return variables;
 }

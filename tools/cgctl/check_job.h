@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "child_process.h"
-#include "position.h"
-#include "record_text.h"
+#include "kit/core/check.h"
 
 namespace cgctl
 {
@@ -28,29 +27,25 @@ struct Verdict {
 Verdict verdict_of(int wait_status, const std::string &output, const std::string &errors,
                    std::optional<double> time_limit_s);
 
-// The environment of a check command: ours, with the card. `request` is a check request, `info` the card_info
-// of the position when there is one.
-std::vector<std::string> check_environment(const std::string &module, const Json &request,
-                                           const std::optional<Json> &info);
-
-// Whether two card_infos of a position are of one card, as far as they tell.
-bool is_same_card(const std::optional<Json> &one, const std::optional<Json> &other);
+// The environment of a check command: ours, with the card.
+std::vector<std::string> check_environment(const std::string &module, const kit::Facts &card);
 
 // The first line that is not blank; empty when there is none.
 std::string first_line(const std::string &text);
 
-// A card's request as the runner works on it.
-struct CheckJob {
-    enum class State { waiting, running, answering };
+// Gives an examination's handle back.
+struct ReleaseCheck {
+    void operator()(app_cg_kit_check *check) const { check->release(); }
+};
 
-    Json request{};
-    std::optional<Json> info{}; // of the card that is examined
-    State state = State::waiting;
-    Clock::time_point not_before{}; // when to try again what failed
+// An examination as the runner works on it: it waits for its turn, or its command runs.
+struct CheckJob {
+    std::unique_ptr<app_cg_kit_check, ReleaseCheck>
+        check;                      // held until the verdict, or until nobody wants one
+    Clock::time_point not_before{}; // when to try again to start the command
     Clock::time_point started{};
-    std::unique_ptr<ChildProcess> process{}; // while running
+    std::unique_ptr<ChildProcess> process{}; // while it runs
     bool timed_out = false;
-    Verdict verdict{}; // while answering
 };
 
 // A process that was told to end and whose result is wanted no more.

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "failure.h"
+#include "module_folder.h"
 #include "text.h"
 
 namespace cgctl
@@ -16,73 +17,90 @@ namespace cgctl
 namespace
 {
 
-constexpr int64_t tick_ms = 20;
-constexpr std::chrono::seconds retry_pause{1};   // after a start or an answer that failed
+constexpr std::chrono::milliseconds tick_pause{20};
+constexpr std::chrono::seconds retry_pause{1};   // after a start that failed
 constexpr std::chrono::milliseconds grace{1000}; // between SIGTERM and SIGKILL
-constexpr int32_t ret_pass = 0;
-constexpr int32_t ret_deny = 1;
+constexpr const char *lock_folder = "/run/lock"; // where the kit has it too
+
+// What the module has to say.
+kit::Log log_to(const Session &session)
+{
+    return {[&session](int level, const std::string &text) {
+                if (level <= APP_CG_KIT_ERROR) {
+                    session.error(visible(text));
+                } else {
+                    session.notice(visible(text));
+                }
+            },
+            APP_CG_KIT_INFO};
+}
 
 } // namespace
 
-CheckRunner::CheckRunner(const Session &session, Store &store, Options options)
-    : session_(session), store_(store), options_(std::move(options)),
-      request_type_(record_type("p_libpub.app_cg_card_check_info")),
-      answer_type_(record_type("p_libpub.app_cg_card_check_ack")), card_type_(record_type("p_dev.card_info")),
-      live_(session, store)
+CheckRunner::CheckRunner(const Session &session, Options options)
+    : session_(session), options_(std::move(options))
 {
-    live_.subscribe(request_type_, request_type_.db, [this](const Change &change) { take(change); });
+    // The store is known to be usable, so what is refused is the name.
+    const kit::Wanted wanted{options_.module, std::nullopt, default_module_folder, lock_folder};
+    if (kit::open(wanted, hooks(), log_to(session_), opened_) != 0) {
+        throw Failure(failed, ""); // the log has it
+    }
+}
+
+kit::Module::Hooks CheckRunner::hooks()
+{
+    kit::Module::Hooks hooks;
+    hooks.check = [this](const app_cg_kit_card_t & /*card*/, app_cg_kit_check &check) {
+        return examine(check);
+    };
+    hooks.withdrawn = [this](const app_cg_kit_card_t & /*card*/, app_cg_kit_check &check) {
+        withdraw(check);
+    };
+    return hooks;
 }
 
 void CheckRunner::run()
 {
-    live_.run();
-    for (auto &[position, job] : jobs_) {
+    const int result = opened_.module->run(true);
+    timer_.cancel();
+    for (CheckJob &job : jobs_) {
         end(job);
     }
+    jobs_.clear();
     // The loop is over; what is left is to see the processes off.
     while (reap_ending(), !ending_.empty()) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(tick_ms));
+        std::this_thread::sleep_for(tick_pause);
+    }
+    if (result != 0 || has_failed_) {
+        throw Failure(failed, ""); // the log has it
     }
 }
 
-void CheckRunner::take(const Change &change)
+// The command is started from the loop, when it is its turn.
+int CheckRunner::examine(app_cg_kit_check &check) noexcept
 {
-    if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
-        session_.notice("subscribed; module " + options_.module + " waits for cards");
-        return;
-    }
-    if (change.error_code != 0) {
-        session_.error("a check request could not be read (result " + std::to_string(change.error_code) +
-                       ")");
-        return;
-    }
-    const Position position = position_in(key_part(change.type, *change.record));
-    if (change.cmd == VX_MOM_CMD_DELETED) {
-        withdraw(position);
-    } else {
-        request(position, *change.record);
+    try {
+        check.hold();
+        std::unique_ptr<app_cg_kit_check, ReleaseCheck> held{&check};
+        jobs_.emplace_back().check = std::move(held);
+        if (!timer_.is_armed()) {
+            tick_after(std::chrono::milliseconds(0));
+        }
+        return APP_CG_KIT_LATER;
+    } catch (const std::exception &problem) {
+        session_.error(check.facts().request.position.text() + " is not examined yet: " + problem.what());
+        withdraw(check);
+        return APP_CG_KIT_AGAIN;
     }
 }
 
-// The same request once more is none: the store delivers what stands again after it was away. Once a card was
-// answered its job is gone, and whatever comes then asks again.
-void CheckRunner::request(const Position &position, const Json &record)
+void CheckRunner::withdraw(const app_cg_kit_check &check)
 {
-    const auto found = jobs_.find(position);
-    if (found != jobs_.end() && found->second.request == record) {
-        return;
-    }
-    withdraw(position);
-    jobs_[position].request = record;
-    wake();
-}
-
-void CheckRunner::withdraw(const Position &position)
-{
-    const auto found = jobs_.find(position);
-    if (found != jobs_.end()) {
-        end(found->second);
-        jobs_.erase(found);
+    const auto is_it = [&](const CheckJob &job) { return job.check.get() == &check; };
+    const auto job = std::find_if(jobs_.begin(), jobs_.end(), is_it);
+    if (job != jobs_.end()) {
+        end(*job);
+        jobs_.erase(job);
     }
 }
 
@@ -95,66 +113,65 @@ void CheckRunner::end(CheckJob &job)
     }
 }
 
-void CheckRunner::wake()
+void CheckRunner::tick_after(std::chrono::milliseconds delay)
 {
-    if (!std::exchange(ticking_, true)) {
-        live_.after(0, [this] { tick(); });
+    if (!timer_.arm(opened_.module->context(), delay, [this] { tick(); })) {
+        session_.error("no timer can be armed, so commands cannot be looked after");
+        has_failed_ = true;
+        opened_.module->stop();
     }
 }
 
-void CheckRunner::tick()
+void CheckRunner::tick() noexcept
 {
-    reap_ending();
-    for (auto place = jobs_.begin(); place != jobs_.end();) {
-        place = advance(place->first, place->second) ? jobs_.erase(place) : std::next(place);
-    }
-    ticking_ = !jobs_.empty() || !ending_.empty();
-    if (ticking_) {
-        live_.after(tick_ms, [this] { tick(); });
+    try {
+        reap_ending();
+        jobs_.remove_if([this](CheckJob &job) { return advance(job); });
+        if (!jobs_.empty() || !ending_.empty()) {
+            tick_after(tick_pause);
+        }
+    } catch (const std::exception &problem) {
+        session_.error(std::string("the commands cannot be looked after: ") + problem.what());
+        has_failed_ = true;
+        opened_.module->stop();
     }
 }
 
 // Returns true when nothing is left to do for the card.
-bool CheckRunner::advance(const Position &position, CheckJob &job)
+bool CheckRunner::advance(CheckJob &job)
 {
-    if (job.state == CheckJob::State::waiting && Clock::now() >= job.not_before &&
-        processes() < options_.parallel) {
-        start(position, job);
+    if (!job.process && Clock::now() >= job.not_before && processes() < options_.parallel) {
+        start(job);
     }
-    if (job.state == CheckJob::State::running) {
-        look_after(job);
-    }
-    return job.state == CheckJob::State::answering && Clock::now() >= job.not_before && answer(position, job);
+    return job.process && look_after(job);
 }
 
-void CheckRunner::start(const Position &position, CheckJob &job)
+void CheckRunner::start(CheckJob &job)
 {
+    const kit::Facts &card = job.check->facts();
     try {
-        job.info = store_.read(card_type_, card_type_.db, key_of(position));
-        job.process = std::make_unique<ChildProcess>(
-            options_.command, check_environment(options_.module, job.request, job.info));
+        job.process =
+            std::make_unique<ChildProcess>(options_.command, check_environment(options_.module, card));
         job.started = Clock::now();
-        job.state = CheckJob::State::running;
-    } catch (const Failure &problem) {
-        session_.error(position.text() + " is not examined yet: " + problem.what());
-        job.not_before = Clock::now() + retry_pause;
     } catch (const std::system_error &problem) {
-        session_.error(position.text() + " is not examined yet: " + problem.what());
+        session_.error(card.request.position.text() + " is not examined yet: " + problem.what());
         job.not_before = Clock::now() + retry_pause;
     }
 }
 
-void CheckRunner::look_after(CheckJob &job)
+// Returns true when the command has ended, and its verdict is on the way.
+bool CheckRunner::look_after(CheckJob &job)
 {
     const std::optional<int> status = job.process->poll();
     if (!status) {
         enforce_time_limit(job);
-        return;
+        return false;
     }
-    job.verdict = verdict_of(*status, job.process->output(), job.process->errors(),
-                             job.timed_out ? std::optional(options_.time_limit.count()) : std::nullopt);
-    job.process.reset();
-    job.state = CheckJob::State::answering;
+    const Verdict verdict =
+        verdict_of(*status, job.process->output(), job.process->errors(),
+                   job.timed_out ? std::optional(options_.time_limit.count()) : std::nullopt);
+    (void)job.check->answer(verdict.pass, verdict.reason); // dropped when nobody waits any more
+    return true;
 }
 
 // Ended for good only after the grace, so that the command can say something and clean up.
@@ -166,49 +183,6 @@ void CheckRunner::enforce_time_limit(CheckJob &job) const
     } else if (age > options_.time_limit + grace) {
         job.process->signal_group(SIGKILL);
     }
-}
-
-// Writes the verdict, unless the request is gone: an answer to nobody would meet the card's next request.
-bool CheckRunner::answer(const Position &position, CheckJob &job)
-{
-    try {
-        if (!store_.exists(request_type_, request_type_.db, key_part(request_type_, job.request))) {
-            return true;
-        }
-        if (is_exchanged(position, job)) {
-            return false;
-        }
-        store_.set(answer_type_, answer_type_.db,
-                   {{"index",
-                     {{"devid", position.devid},
-                      {"slotid", position.slotid},
-                      {"t_sslotid", position.sslotid},
-                      {"mod_name", options_.module}}},
-                    {"ret", job.verdict.pass ? ret_pass : ret_deny},
-                    {"reason", job.verdict.reason}});
-    } catch (const Failure &problem) {
-        session_.error(position.text() + " is not answered yet: " + problem.what());
-        job.not_before = Clock::now() + retry_pause;
-        return false;
-    }
-    session_.notice(options_.module + ' ' + position.text() +
-                    (job.verdict.pass ? " PASS" : " DENY " + job.verdict.reason));
-    return true;
-}
-
-// A request says the same of the slot's next card. Then the verdict is dropped, and the command is started
-// anew when the old request's deletion, if it is still on the way, was read.
-bool CheckRunner::is_exchanged(const Position &position, CheckJob &job)
-{
-    if (is_same_card(job.info, store_.read(card_type_, card_type_.db, key_of(position)))) {
-        return false;
-    }
-    session_.notice(position.text() + ": another card came meanwhile; it is examined anew");
-    CheckJob anew;
-    anew.request = std::move(job.request);
-    anew.not_before = Clock::now() + retry_pause;
-    job = std::move(anew);
-    return true;
 }
 
 void CheckRunner::reap_ending()
@@ -223,8 +197,8 @@ void CheckRunner::reap_ending()
 
 std::size_t CheckRunner::processes() const
 {
-    const auto running = std::count_if(jobs_.begin(), jobs_.end(),
-                                       [](const auto &entry) { return entry.second.process != nullptr; });
+    const auto running =
+        std::count_if(jobs_.begin(), jobs_.end(), [](const CheckJob &job) { return job.process != nullptr; });
     return static_cast<std::size_t>(running) + ending_.size();
 }
 

@@ -1,5 +1,10 @@
 // The check-module runner: answers the admission daemon's requests with what a command says about each card.
 //
+// It is a module made with the kit, as everybody's is: that requests are found, answered once and withdrawn,
+// that the store may go and return, and that a name is used once, is the kit's affair; processes are this
+// file's. The kit's inside and not its C functions: the loop's timers look after the processes, so that
+// nothing here runs on a second thread.
+//
 // The loop is never blocked by a command: processes are looked after from a timer every 20 ms, which runs
 // only while there is something to look after. SIGCHLD was the alternative; the platform's loop takes no
 // signals of ours.
@@ -8,15 +13,13 @@
 
 #include <chrono>
 #include <list>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "check_job.h"
-#include "live.h"
-#include "position.h"
+#include "kit/core/opening.h"
+#include "kit/core/timer.h"
 #include "session.h"
-#include "store.h"
 
 namespace cgctl
 {
@@ -31,37 +34,33 @@ public:
         std::chrono::duration<double> time_limit;
     };
 
-    CheckRunner(const Session &session, Store &store, Options options);
+    // The settings of the store are in order. Throws Failure when the module may not start.
+    CheckRunner(const Session &session, Options options);
 
     // Serves until SIGTERM or SIGINT, then ends what still runs. Throws Failure.
     void run();
 
 private:
-    void take(const Change &change);
-    void request(const Position &position, const Json &record);
-    void withdraw(const Position &position);
-    void wake();
-    void tick();
-    bool advance(const Position &position, CheckJob &job);
-    void start(const Position &position, CheckJob &job);
-    void look_after(CheckJob &job);
+    [[nodiscard]] kit::Module::Hooks hooks();
+    int examine(app_cg_kit_check &check) noexcept;
+    void withdraw(const app_cg_kit_check &check);
+    void tick_after(std::chrono::milliseconds delay);
+    void tick() noexcept;
+    bool advance(CheckJob &job);
+    void start(CheckJob &job);
+    bool look_after(CheckJob &job);
     void enforce_time_limit(CheckJob &job) const;
-    bool answer(const Position &position, CheckJob &job);
-    bool is_exchanged(const Position &position, CheckJob &job);
     void end(CheckJob &job);
     void reap_ending();
     [[nodiscard]] std::size_t processes() const;
 
     const Session &session_;
-    Store &store_;
-    Options options_;
-    const RecordType &request_type_;
-    const RecordType &answer_type_;
-    const RecordType &card_type_;
-    Live live_;
-    std::map<Position, CheckJob> jobs_;
+    const Options options_;
+    std::list<CheckJob> jobs_; // in the order of the requests
     std::list<EndingProcess> ending_;
-    bool ticking_ = false;
+    bool has_failed_ = false;
+    kit::Opened opened_;
+    kit::Timer timer_; // on the module's loop
 };
 
 } // namespace cgctl

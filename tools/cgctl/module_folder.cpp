@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "kit/core/name.h"
 #include "text.h"
 
 namespace cgctl
@@ -47,9 +48,7 @@ ModuleFolder read_module_folder(const std::string &path)
 
 std::string module_name_mistake(const std::string &name)
 {
-    const bool is_folder = name == "." || name == ".."; // no entry, though every folder has them
-    if (is_folder || name.empty() || name.size() > longest_module_name ||
-        name.find('/') != std::string::npos || !is_utf8(name) || visible(name) != name) {
+    if (!kit::name_problem(name).empty() || !is_utf8(name) || visible(name) != name) {
         return in_quotes(name) + " is no module name; 1 to 15 characters, the name of an entry of " +
                default_module_folder;
     }

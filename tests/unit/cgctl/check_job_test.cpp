@@ -68,11 +68,9 @@ TEST(CheckEnvironment, CarriesTheCardAndNothingOfAnEarlierOne)
     setenv("CG_CARD_NAME", "stale", 1);
     setenv("CG_CARD", "stale", 1);
     setenv("CG_OTHER", "kept", 1);
-    const Json request{{"index", {{"t_mod", 0}, {"devid", 1}, {"slotid", 3}, {"sslotid", 2}}},
-                       {"type", 200},
-                       {"node_type", "DM_TYPE_LC"},
-                       {"card_nodeid", 77}};
-    const std::vector<std::string> without = check_environment("volt", request, std::nullopt);
+    kit::Facts card;
+    card.request = {{1, 3, 2}, 200, 3, 77};
+    const std::vector<std::string> without = check_environment("volt", card);
     for (const char *variable :
          {"CG_MODULE=volt", "CG_CARD=1/3/2", "CG_DEVID=1", "CG_SLOTID=3", "CG_SSLOTID=2", "CG_DEV_TYPE=200",
           "CG_NODE_TYPE=DM_TYPE_LC", "CG_NODEID=77", "CG_OTHER=kept"}) {
@@ -82,11 +80,16 @@ TEST(CheckEnvironment, CarriesTheCardAndNothingOfAnEarlierOne)
         return variable.starts_with("CG_CARD_NAME=") || variable.starts_with("CG_ONLINE=") ||
                variable == "CG_CARD=stale";
     }));
-    const Json info{{"name", "fan"}, {"serial", "00ff"}, {"is_online", true}};
-    const std::vector<std::string> with = check_environment("volt", request, info);
+    card.has_info = true;
+    card.online = true;
+    card.name = "fan";
+    card.serial = {0x00, 0xff};
+    const std::vector<std::string> with = check_environment("volt", card);
     for (const char *variable : {"CG_CARD_NAME=fan", "CG_SERIAL=00ff", "CG_ONLINE=1"}) {
         EXPECT_TRUE(holds(with, variable)) << variable;
     }
+    card.request.node_type = 4711;
+    EXPECT_TRUE(holds(check_environment("volt", card), "CG_NODE_TYPE=4711")) << "a type without a name";
     unsetenv("CG_CARD_NAME");
     unsetenv("CG_CARD");
     unsetenv("CG_OTHER");

@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -186,7 +187,8 @@ TEST_F(ModuleRun, AWithdrawnRequestEndsItsCommandAndIsNotAnswered)
     take_answer("4");
     EXPECT_EQ(Json::parse(cgctl({"get", "app_cg_card_check_ack", "--json"}))["records"].size(), 0U);
     stop(*runner);
-    EXPECT_EQ(runner->err().find("1/3/0"), std::string::npos) << runner->err();
+    EXPECT_NE(runner->err().find("cgctl: 1/3/0: the request was withdrawn\n"), std::string::npos);
+    EXPECT_EQ(runner->err().find("volt 1/3/0"), std::string::npos) << runner->err();
 }
 
 TEST_F(ModuleRun, TheSameRequestAgainDoesNotRunTwiceAndAnotherOneRunsAnew)
@@ -204,6 +206,37 @@ TEST_F(ModuleRun, TheSameRequestAgainDoesNotRunTwiceAndAnotherOneRunsAnew)
     ask("3", "2"); // asked again after the answer: answered again
     take_answer("3");
     EXPECT_EQ(lines_of("runs2").size(), 2U);
+    stop(*runner);
+}
+
+// As after an outage, which makes one of a deletion and the next request.
+TEST_F(ModuleRun, ARepeatedRequestForAnotherCardEndsTheCommandAndStartsItAnew)
+{
+    cgctl({"card", "plug", "1/3", "--name", "old"});
+    const auto runner =
+        start({}, "[ $CG_CARD_NAME = new ] && { echo no; exit 1; }; echo $$ >$1/pid; exec sleep 1000");
+    ask("3");
+    const pid_t pid = pid_in("pid");
+    cgctl({"card", "plug", "1/3", "--name", "new"});
+    ask("3");
+    EXPECT_EQ(take_answer("3")["reason"], "no");
+    EXPECT_TRUE(ends(pid));
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, ACardThatWaitsForItsTurnMayLeave)
+{
+    const auto runner =
+        start({"--parallel", "1"}, "echo $CG_CARD >>$1/seen; until [ -e $1/go ]; do sleep 0.01; done");
+    ask("3");
+    ASSERT_TRUE(eventually([&] { return lines_of("seen").size() == 1; }));
+    ask("4");
+    withdraw("4");
+    ask("5");
+    std::ofstream(folder_.path("go")) << "go";
+    take_answer("3");
+    take_answer("5");
+    EXPECT_EQ(lines_of("seen"), (std::vector<std::string>{"1/3/0", "1/5/0"}));
     stop(*runner);
 }
 
@@ -234,6 +267,44 @@ TEST_F(ModuleRun, ItsEndIsTheEndOfItsCommands)
     stop(*runner);
     EXPECT_TRUE(ends(pid));
     EXPECT_EQ(Json::parse(cgctl({"get", "app_cg_card_check_ack", "--json"}))["records"].size(), 0U);
+}
+
+TEST_F(ModuleRun, AVerdictThatTheStoreRefusesIsWrittenWhenItCan)
+{
+    const auto runner = start({}, "until [ -e $1/go ]; do sleep 0.01; done; echo hot; exit 1");
+    ask("3");
+    (void)tell_server("CONFIG SET maxmemory 1\r\n");
+    std::ofstream(folder_.path("go")) << "go";
+    ASSERT_TRUE(runner->says("1/3/0 is not answered yet: the store did not take it")) << runner->err();
+    (void)tell_server("CONFIG SET maxmemory 0\r\n");
+    EXPECT_EQ(take_answer("3")["reason"], "hot");
+    stop(*runner);
+}
+
+TEST_F(ModuleRun, ANameIsServedOnce)
+{
+    const auto first = start({}, "exit 0");
+    const auto second = start_cgctl({"--json", "module", "run", "volt", "--", "true"});
+    EXPECT_EQ(second->wait(), 1);
+    EXPECT_NE(second->err().find("{\"error\":\"another module of the name volt runs (process " +
+                                 std::to_string(first->pid()) + ")"),
+              std::string::npos)
+        << second->err();
+    const auto other = start_cgctl({"module", "run", "amp", "--", "true"});
+    EXPECT_TRUE(other->says("module amp waits for cards")) << other->err();
+    stop(*other);
+    stop(*first);
+    stop(*start({}, "exit 0"));
+}
+
+TEST_F(ModuleRun, AStoreThatIsNotThereIsToldAtOnce)
+{
+    stop_server();
+    setenv("VX_MOM_DEADLINE_MS", "200", 1);
+    const auto runner = start_cgctl({"module", "run", "volt", "--", "true"});
+    unsetenv("VX_MOM_DEADLINE_MS");
+    EXPECT_EQ(runner->wait(), 1);
+    EXPECT_NE(runner->err().find("cannot be used, database 1"), std::string::npos) << runner->err();
 }
 
 TEST_F(ModuleRun, TheStoreMayGoAndReturn)
