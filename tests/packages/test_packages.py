@@ -93,6 +93,14 @@ def test_it_comes_back_when_its_loop_stands_still(device):
     assert "Watchdog timeout" in device.journal("--unit=app_cg")
 
 
+def test_restarts_by_hand_are_no_failures(device):
+    for _ in range(7):
+        before = device.pid()
+        device.run("systemctl", "restart", "app_cg")
+        device.wait_active(other_than=before)
+    assert device.journal(*ALARM) == ""
+
+
 def test_a_gate_that_stays_dead_is_told_and_tried_again(device):
     device.sh("echo VX_MOM_DEADLINE_MS=200 >> /etc/app_cg/platform.conf")
     device.run("systemctl", "stop", "redis-server")
@@ -162,7 +170,12 @@ def test_the_store_is_guarded_as_the_manual_tells(device):
     device.sh("cd /srv\n" + manual(device, "install -d -m 0711"))
     device.wait_active()
     device.wait(lambda: device.state("cg_recorderd") == "active", "the recorder is up")
+    # Nobody but the daemon has the daemon's credentials; root reads with the watcher's, and changes nothing with them.
+    assert "VX_MOM_AUTH_FILE=/etc/app_cg/secrets/app_cg\0" in device.run("cat", f"/proc/{device.pid()}/environ")
+    device.cgctl("list")
+    assert "app_cg-admin" in device.run("cgctl", "card", "plug", "1/3/0", status=1)
     device.sh("VX_MOM_AUTH_FILE=/etc/app_cg/secrets/app_cg-admin cgctl card plug 1/3/0")
+    device.wait(lambda: device.verdict("1/3/0"), "the card is in the list")
     device.wait(lambda: re.search(r'cg_cards{state="\w+"} 1', device.metrics()), "the recorder is let in")
     assert "NOPERM" in device.run("redis-cli", "ping") or "NOAUTH" in device.run("redis-cli", "ping")
 

@@ -154,22 +154,6 @@ Finding refused(const vx_mom::Inspected &error, const std::string &mend)
     return {State::fail, "the server answers: " + error.text, mend};
 }
 
-std::string shell_word(const std::string &text)
-{
-    const bool plain = !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               std::string("/._-:@%+,=").find(c) != std::string::npos;
-    });
-    if (plain) {
-        return text;
-    }
-    std::string quoted = "'";
-    for (const char c : text) {
-        quoted += c == '\'' ? "'\\''" : std::string(1, c);
-    }
-    return quoted + '\'';
-}
-
 std::string listed(const std::vector<std::string> &texts)
 {
     std::string result;

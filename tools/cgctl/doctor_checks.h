@@ -92,9 +92,6 @@ inline constexpr const char *as_administrator =
 // failure.
 Finding refused(const vx_mom::Inspected &error, const std::string &mend);
 
-// A text as one word of a shell's command line.
-std::string shell_word(const std::string &text);
-
 // "a, b, c", or "a, b, c and 4 more" when there are more than a reader wants to see.
 std::string listed(const std::vector<std::string> &texts);
 

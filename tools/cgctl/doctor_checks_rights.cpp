@@ -8,6 +8,7 @@
 #include "builtin/settings.h"
 #include "builtin/vx_mom/names.h"
 #include "doctor_checks.h"
+#include "text.h"
 
 namespace cgctl
 {
@@ -56,7 +57,7 @@ std::string list_of_users(Examination &examination)
                                    ? ""
                                    : "--modules " + shell_word(examination.module_folder) + ' ';
     const std::string secrets = shell_word(secrets_folder());
-    const std::string print = "`mkdir -p -m 0700 " + secrets + "`, `cgctl acl " + folder + "--secrets " +
+    const std::string print = "`install -d -m 0711 " + secrets + "`, `cgctl acl " + folder + "--secrets " +
                               secrets + " --create > " + shell_word(file + ".new") + "`, `test -s " +
                               shell_word(file + ".new") + " && cp " + shell_word(file + ".new") + ' ' +
                               shell_word(file) + "`, then ";
@@ -90,13 +91,14 @@ Finding look_at_users(Examination &examination)
     }
     examination.has_users = has_module_users || !everybody.is_all_powerful;
     if (everybody.is_all_powerful) {
-        return {
-            State::warn,
-            (everybody.is_open ? std::string("anyone who reaches the store")
-                               : std::string("anyone who knows the store's one password")) +
-                " may do everything",
-            list_of_users(examination) +
-                "; VX_MOM_AUTH_FILE of the daemon, of each module and of this command names its file there"};
+        return {State::warn,
+                (everybody.is_open ? std::string("anyone who reaches the store")
+                                   : std::string("anyone who knows the store's one password")) +
+                    " may do everything",
+                list_of_users(examination) +
+                    "; VX_MOM_AUTH_FILE of the daemon, of each module and of this command names its file "
+                    "there, which the "
+                    "account that runs it has to be able to read (`chown`), before the server is restarted"};
     }
     return {State::ok, "access lists are in use"};
 }

@@ -6,6 +6,7 @@
 
 #include "builtin/vx_mom/configuration.h"
 #include "doctor_checks.h"
+#include "text.h"
 
 namespace cgctl
 {

@@ -123,7 +123,8 @@ bool create_secret(const std::string &folder, const std::string &user)
         return false;
     }
     if (stat(folder.c_str(), &status) != 0) {
-        fail(folder, std::string(std::strerror(errno)) + "; `mkdir -m 0700` makes the folder");
+        fail(folder, std::string(std::strerror(errno)) + "; `install -d -m 0711 " + shell_word(folder) +
+                         "` makes the folder");
     }
     const NewFile file(folder + "/.new-XXXXXX");
     file.write_all("user " + user + "\npassword " + random_secret() + "\n");

@@ -2,6 +2,7 @@
 #include "store.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,12 @@ namespace
 
 constexpr const char *endpoint_setting = "VX_MOM_ENDPOINT";
 constexpr const char *log_setting = "VX_ZLOG";
+
+// What the server answers to somebody who may not.
+constexpr std::array refusals{"NOPERM", "NOAUTH", "WRONGPASS"};
+constexpr const char *whose_credentials = "; VX_MOM_AUTH_FILE names the file of credentials: app_cg-watch "
+                                          "may see everything, app_cg-admin change it "
+                                          "as well, a module has its own";
 
 struct FreeResult {
     void operator()(vx_mom_result_t *result) const noexcept { vx_mom_hash_res_free(result); }
@@ -123,8 +130,12 @@ int32_t Store::call(const std::function<int32_t()> &platform_call)
 // The client's failures follow errno; the last thing that it said tells most.
 std::string Store::reason(int32_t result) const
 {
-    return '(' + std::to_string(result) + ": " + strerror(-result) + ')' +
-           (told_.empty() ? "" : ": " + told_.back());
+    const std::string told = told_.empty() ? "" : told_.back();
+    const bool is_refused = std::any_of(refusals.begin(), refusals.end(), [&](const char *word) {
+        return told.find(word) != std::string::npos;
+    });
+    return '(' + std::to_string(result) + ": " + strerror(-result) + ')' + (told.empty() ? "" : ": " + told) +
+           (is_refused ? whose_credentials : "");
 }
 
 void Store::connect(int32_t db)

@@ -236,4 +236,20 @@ std::string suggestion(std::string_view name, const std::vector<std::string> &na
     return "nearest: " + joined(nearest);
 }
 
+std::string shell_word(const std::string &text)
+{
+    const bool plain = !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               std::string("/._-:@%+,=").find(c) != std::string::npos;
+    });
+    if (plain) {
+        return text;
+    }
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return quoted + '\'';
+}
+
 } // namespace cgctl

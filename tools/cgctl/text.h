@@ -40,6 +40,9 @@ std::vector<std::string> split(std::string_view text, char separator);
 // when none is near.
 std::string suggestion(std::string_view name, const std::vector<std::string> &names);
 
+// A text as one word of a shell's command line.
+std::string shell_word(const std::string &text);
+
 } // namespace cgctl
 
 #endif

@@ -76,7 +76,9 @@ TEST_F(Module, CannotAnswerUnderAnotherNameThroughTheCommand)
     const std::string before = state();
     const Outcome outcome = run_cgctl({"set", "app_cg_card_check_ack", "devid=1", "mod_name=m2", "ret=1"});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("NOPERM"));
+    EXPECT_THAT(outcome.err,
+                AllOf(HasSubstr("NOPERM"),
+                      HasSubstr("VX_MOM_AUTH_FILE names the file of credentials: app_cg-watch")));
     for (const std::vector<std::string> &verb :
          std::vector<std::vector<std::string>>{{"card", "plug", "1/3"},
                                                {"card", "pull", "0/1/3"},

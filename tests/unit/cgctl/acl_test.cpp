@@ -177,7 +177,8 @@ TEST_F(AclList, AMissingSecretIsAFailureThatNamesTheWayOut)
     EXPECT_THAT(outcome.err, AllOf(HasSubstr(secrets + "/app_cg: "), HasSubstr("--create")));
     const Outcome no_folder = acl({"--secrets", folder.path("none"), "--create"});
     EXPECT_EQ(no_folder.status, 1);
-    EXPECT_THAT(no_folder.err, AllOf(HasSubstr("No such file"), HasSubstr("mkdir")));
+    EXPECT_THAT(no_folder.err, AllOf(HasSubstr("No such file"),
+                                     HasSubstr("`install -d -m 0711 " + folder.path("none") + '`')));
 }
 
 TEST_F(AclList, ASecretThatOthersMayReadOrThatIsAnothersIsRefused)
