@@ -22,9 +22,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <systemd/sd-daemon.h>
-
 #include "process_manager.h"
+#include "service_notice.h"
 #include "settings.h"
 #include "standard_descriptors.h"
 
@@ -33,21 +32,20 @@ namespace
 
 bool is_registered = false;
 
-// Nobody at the other end of NOTIFY_SOCKET, or an empty name of it, is as good as no socket at all.
+// Nobody at the other end of NOTIFY_SOCKET is as good as no socket at all.
 bool nobody_listens(int result)
 {
-    const char *name = getenv("NOTIFY_SOCKET");
-    return result == -ENOENT || result == -ECONNREFUSED || name == nullptr || *name == '\0';
+    return result == -ENOENT || result == -ECONNREFUSED;
 }
 
 void tell_ready(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
 {
-    sd_notify(0, "READY=1\nSTATUS=Serving");
+    (void)platform::notify_manager("READY=1\nSTATUS=Serving");
 }
 
 void tell_alive(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
 {
-    sd_notify(0, "WATCHDOG=1");
+    (void)platform::notify_manager("WATCHDOG=1");
 }
 
 std::string lock_path()
@@ -95,10 +93,10 @@ ServiceNotices::ServiceNotices(event_base *base) : registered_(is_registered)
     if (ready_) {
         evtimer_add(ready_.get(), &at_once);
     }
-    uint64_t interval_us = 0;
-    if (sd_watchdog_enabled(0, &interval_us) > 0) {
-        const timeval half{static_cast<time_t>(interval_us / 2 / 1'000'000),
-                           static_cast<suseconds_t>(interval_us / 2 % 1'000'000)};
+    if (const auto interval = watchdog_interval()) {
+        const auto half_us = interval->count() / 2;
+        const timeval half{static_cast<time_t>(half_us / 1'000'000),
+                           static_cast<suseconds_t>(half_us % 1'000'000)};
         watchdog_.reset(event_new(base, -1, EV_PERSIST, tell_alive, nullptr));
         if (watchdog_) {
             event_add(watchdog_.get(), &half);
@@ -109,7 +107,7 @@ ServiceNotices::ServiceNotices(event_base *base) : registered_(is_registered)
 ServiceNotices::~ServiceNotices()
 {
     if (registered_) {
-        sd_notify(0, "STOPPING=1\nSTATUS=Stopping");
+        (void)notify_manager("STOPPING=1\nSTATUS=Stopping");
     }
 }
 
@@ -120,7 +118,7 @@ int32_t reg_process_exit_action(int32_t first, int32_t /*action*/)
     if (first != 0) {
         return -EINVAL;
     }
-    const int result = sd_notify(0, "STATUS=Starting");
+    const int result = platform::notify_manager("STATUS=Starting");
     if (result < 0 && !nobody_listens(result)) {
         fprintf(stderr, "platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
                 getenv("NOTIFY_SOCKET"), strerror(-result));

@@ -4,7 +4,6 @@
 // the text that spdlog is given, rather than squeezed into its enumeration.
 #include "log_destination.h"
 
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <limits>
@@ -14,8 +13,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <sys/uio.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include <spdlog/logger.h>
@@ -23,17 +20,13 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 
 #include "descriptor.h"
+#include "journal_destination.h"
 #include "standard_descriptors.h"
-
-#define SD_JOURNAL_SUPPRESS_LOCATION // the location is the caller's, not ours
-#include <systemd/sd-journal.h>
 
 namespace platform
 {
 namespace
 {
-
-constexpr const char *journal_socket = "/run/systemd/journal/socket";
 
 // Standard error as it is when the log is opened. A duplicate, because the process may point descriptor 2
 // elsewhere later, and its log must not follow.
@@ -88,54 +81,6 @@ public:
 
 private:
     spdlog::logger logger_;
-};
-
-int journal_priority(int32_t level)
-{
-    if (level >= 120) {
-        return LOG_CRIT;
-    }
-    if (level >= 100) {
-        return LOG_ERR;
-    }
-    if (level >= 80) {
-        return LOG_WARNING;
-    }
-    if (level >= 60) {
-        return LOG_NOTICE;
-    }
-    return level >= 40 ? LOG_INFO : LOG_DEBUG;
-}
-
-class JournalDestination final : public LogDestination
-{
-public:
-    explicit JournalDestination(std::string module) : module_(std::move(module))
-    {
-        // libsystemd takes the absence of a journal for success.
-        if (access(journal_socket, W_OK) != 0) {
-            throw std::system_error(errno, std::generic_category(), journal_socket);
-        }
-    }
-    void write(const LogRecord &record) override
-    {
-        std::array<std::string, 6> fields = {
-            std::string("MESSAGE=").append(record.text),
-            "PRIORITY=" + std::to_string(journal_priority(record.level)),
-            "SYSLOG_IDENTIFIER=" + module_,
-            std::string("CODE_FILE=").append(record.file),
-            "CODE_LINE=" + std::to_string(record.line),
-            std::string("CODE_FUNC=").append(record.function),
-        };
-        std::array<iovec, fields.size()> vectors{};
-        for (size_t i = 0; i < fields.size(); ++i) {
-            vectors[i] = {fields[i].data(), fields[i].size()};
-        }
-        sd_journal_sendv(vectors.data(), static_cast<int>(vectors.size()));
-    }
-
-private:
-    std::string module_;
 };
 
 class NoDestination final : public LogDestination

@@ -7,7 +7,7 @@ import subprocess
 from rig import BUILD, PROJECT
 
 SOURCE = pathlib.Path(__file__).resolve().parent / "c_client" / "exchange.c"
-LIBRARIES = ("-lhiredis", "-levent", "-lsystemd", "-lmd", "-lspdlog", "-lfmt", "-lprotobuf-c", "-lstdc++", "-lpthread")
+LIBRARIES = ("-lhiredis", "-levent", "-lmd", "-lspdlog", "-lfmt", "-lprotobuf-c", "-lstdc++", "-lpthread")
 
 
 def build_flags():

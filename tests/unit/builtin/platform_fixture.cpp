@@ -218,7 +218,12 @@ Mailbox::Mailbox(const std::string &path) : socket_(socket(AF_UNIX, SOCK_DGRAM |
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    if (bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
+    auto length = static_cast<socklen_t>(sizeof address);
+    if (path.starts_with('@')) {
+        address.sun_path[0] = '\0';
+        length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
+    }
+    if (bind(socket_.get(), reinterpret_cast<const sockaddr *>(&address), length) != 0) {
         fail("bind");
     }
 }

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "journal_destination.h"
 #include "platform_fixture.h"
 
 namespace
@@ -223,12 +224,25 @@ TEST_F(VxZlog, JournalGetsFields)
         log(open_log("journal"), 80, "careful\r\n");
         EXPECT_EQ(journal.next(), "MESSAGE=careful\nPRIORITY=4\nSYSLOG_IDENTIFIER=" + module +
                                       "\nCODE_FILE=app_cg.cpp\nCODE_LINE=42\nCODE_FUNC=main\n");
+        log(open_log("journal"), 80, std::string(1000000, 'x').c_str());
+        EXPECT_EQ(journal.next().find("\nPRIORITY"), strlen("MESSAGE=") + 32768) << "far too long, so cut";
         return 0;
     });
     if (result == testing_platform::cannot_be_tried_here) {
         GTEST_SKIP() << "no private view of the file system here";
     }
     EXPECT_EQ(result, 0);
+}
+
+TEST(JournalField, SeveralLinesGoWithTheirLength)
+{
+    std::string entry;
+    platform::append_journal_field(entry, "MESSAGE", "one\ntwo");
+    platform::append_journal_field(entry, "CODE_LINE", "7");
+    EXPECT_EQ(entry, std::string("MESSAGE\n\7\0\0\0\0\0\0\0one\ntwo\nCODE_LINE=7\n", 36));
+    entry.clear();
+    platform::append_journal_field(entry, "A", std::string(0x0102, '\n'));
+    EXPECT_EQ(entry.substr(0, 10), std::string("A\n\2\1\0\0\0\0\0\0", 10));
 }
 
 TEST(AtSnprintf, CutsAsSnprintfDoes)
