@@ -60,6 +60,8 @@ private:
     Descriptor fd_;
 };
 
+constexpr size_t room_for_the_rest = 48; // level, line number, separators
+
 // One line per record, on a sink of spdlog.
 class LineDestination final : public LogDestination
 {
@@ -72,7 +74,10 @@ public:
     }
     void write(const LogRecord &record) override
     {
-        std::string text = log_level_name(record.level);
+        std::string text;
+        text.reserve(logger_.name().size() + record.file.size() + record.function.size() +
+                     record.text.size() + room_for_the_rest);
+        text.append(log_level_name(record.level));
         text.append(" ").append(logger_.name()).append(" ").append(record.file).append(":");
         text.append(std::to_string(record.line)).append(" ").append(record.function).append(": ");
         text.append(record.text);

@@ -4,12 +4,24 @@
 // the place of the call.
 #include "text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <utility>
 
 namespace platform
 {
+
+namespace
+{
+
+bool is_control(char c)
+{
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7f;
+}
+
+} // namespace
 
 std::optional<std::string> formatted(const char *format, va_list values)
 {
@@ -31,12 +43,15 @@ std::optional<std::string> formatted(const char *format, va_list values)
 
 std::string visible(std::string_view text)
 {
+    if (std::none_of(text.begin(), text.end(), is_control)) {
+        return std::string(text); // as nearly all are
+    }
     constexpr std::string_view digits = "0123456789abcdef";
     std::string line;
     line.reserve(text.size());
     for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7f) {
+        if (is_control(c)) {
+            const auto byte = static_cast<unsigned char>(c);
             line += "\\x";
             line += digits[byte >> 4U];
             line += digits[byte & 0xfU];
