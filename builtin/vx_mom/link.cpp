@@ -17,11 +17,12 @@ namespace
 
 void append_count(std::string &request, char kind, size_t count)
 {
-    std::array<char, 24> digits;
-    const auto written = std::to_chars(digits.begin(), digits.end(), count);
-    request += kind;
-    request.append(digits.begin(), written.ptr);
-    request += "\r\n";
+    std::array<char, 24> line;
+    line[0] = kind;
+    char *end = std::to_chars(line.begin() + 1, line.end() - 2, count).ptr;
+    *end++ = '\r';
+    *end++ = '\n';
+    request.append(line.data(), static_cast<size_t>(end - line.data()));
 }
 
 } // namespace
