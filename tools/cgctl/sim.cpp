@@ -160,7 +160,8 @@ public:
     Play(const Session &session, const SimOptions &options, const std::vector<scenario::Scenario> &scenarios,
          std::vector<std::string> modules)
         : session_(session), options_(options), store_(session), live_(session, store_),
-          player_(scenarios, {speed_of(options.speed), options.keep || options.stay, std::move(modules)},
+          player_(scenarios,
+                  {speed_of(options.speed), options.keep || options.stay, options.stay, std::move(modules)},
                   stage())
     {
         refuse_occupied(scenarios);

@@ -262,6 +262,7 @@ void SimPlayer::heard(int32_t cmd, const ProtobufCMessage &record, bool existing
     judge();
 }
 
+// Cards that no file plugged are real ones: a verdict that is played would admit them, or power them off.
 void SimPlayer::play_modules(int32_t cmd, const ProtobufCMessage &record, bool existing)
 {
     if (record.descriptor != &p_libpub__app_cg_card_check_info__descriptor) {
@@ -274,7 +275,7 @@ void SimPlayer::play_modules(int32_t cmd, const ProtobufCMessage &record, bool e
     const Position position{request.index->devid, request.index->slotid, request.index->sslotid};
     if (cmd == VX_MOM_CMD_DELETED) {
         modules_.withdrawn(position);
-    } else {
+    } else if (has_played(position) || (options_.stay && finished_)) {
         owe(modules_.requested(position, request.type, existing));
     }
 }

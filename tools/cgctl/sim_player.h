@@ -65,6 +65,7 @@ public:
     struct Options {
         double speed = 1;                      // seconds of the daemon in one of ours
         bool keep = false;                     // leave the cards plugged
+        bool stay = false;                     // once all is played, answer for every card
         std::vector<std::string> registered{}; // the modules that the daemon asks, in its order
     };
 

@@ -15,7 +15,9 @@ namespace
 
 using namespace std::chrono_literals;
 using scenario::Milliseconds;
+using testing::Contains;
 using testing::HasSubstr;
+using testing::Not;
 
 constexpr int32_t node_id_offset = 0x1000000;
 
@@ -35,11 +37,24 @@ public:
     {
         player_->start();
         while (!timers_.empty() && !player_->is_finished()) {
-            const auto next = timers_.begin();
-            now_ = next->first;
-            const auto action = next->second;
-            timers_.erase(next);
-            action();
+            happen();
+        }
+    }
+
+    // Somebody else plugs a card.
+    void plug_real_card(const Position &position)
+    {
+        NewCard card;
+        card.position = position;
+        cards_[position] = card_info_of(card);
+        write_card(position);
+    }
+
+    // Lets time pass until nothing is left to happen, played or not.
+    void go_on()
+    {
+        while (!timers_.empty()) {
+            happen();
         }
     }
 
@@ -81,6 +96,15 @@ private:
                 [this](const DueAnswer &answer) { take(answer); },
                 [this](const SimEvent &event) { told.push_back(event.kind + ' ' + event.text); },
                 [] {}};
+    }
+
+    void happen()
+    {
+        const auto next = timers_.begin();
+        now_ = next->first;
+        const auto action = next->second;
+        timers_.erase(next);
+        action();
     }
 
     void later(Milliseconds time, std::function<void()> action)
@@ -198,7 +222,7 @@ private:
 // Plays a scenario with the modules m1 and m2; returns what was missed.
 std::vector<std::string> missed(const std::string &text)
 {
-    World world(text, {1, false, {"m1", "m2"}});
+    World world(text, {1, false, false, {"m1", "m2"}});
     world.modules = {"m1", "m2"};
     world.play();
     EXPECT_TRUE(world.player().is_finished());
@@ -216,6 +240,31 @@ TEST(SimPlayer, ModulesPassACard)
                      "plug 1/3\nexpect 1/3 waiting for m1, m2\nexpect 1/3 waiting for m2 within 2s\n"
                      "expect 1/3 passed by m2 within 3s"),
               nothing);
+}
+
+TEST(SimPlayer, CardsThatNoFilePluggedAreNotAnswered)
+{
+    World world(pass_both + "plug 1/3\nexpect 1/3 passed within 3s\nwait 5s",
+                {1, false, false, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.plug_real_card({1, 7, 0});
+    world.play();
+    world.go_on();
+    EXPECT_EQ(world.misses(), nothing);
+    EXPECT_THAT(world.written, Contains("m1 passes 1/3/0"));
+    EXPECT_THAT(world.written, Not(Contains(HasSubstr("1/7/0"))));
+}
+
+TEST(SimPlayer, WhoStaysAnswersForEveryCardOnceAllIsPlayed)
+{
+    World world(pass_both + "wait 1s", {1, true, true, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.plug_real_card({1, 7, 0});
+    world.play();
+    ASSERT_TRUE(world.player().is_finished());
+    world.plug_real_card({1, 8, 0});
+    world.go_on();
+    EXPECT_EQ(world.written, (std::vector<std::string>{"m1 passes 1/8/0", "m2 passes 1/8/0"}));
 }
 
 TEST(SimPlayer, WhatIsNotSoInTimeIsMissedAndThePlayGoesOn)
@@ -238,7 +287,7 @@ TEST(SimPlayer, ADenialHasADeciderAndAReason)
 TEST(SimPlayer, SilenceIsWaitedForAsLongAsItTakes)
 {
     World world("module m1 answers pass\nmodule m2 silent\nplug 1/3\nexpect 1/3 passed by silence of m2",
-                {20, false, {"m1", "m2"}});
+                {20, false, false, {"m1", "m2"}});
     world.modules = {"m1", "m2"};
     world.timeout = 15s;
     world.play();
@@ -250,7 +299,7 @@ TEST(SimPlayer, SilenceIsWaitedForAsLongAsItTakes)
 
 TEST(SimPlayer, TimesAreTheDaemonsAndPassFasterOnOurClock)
 {
-    World world("wait 40s\nwait 1m", {20, false, {}});
+    World world("wait 40s\nwait 1m", {20, false, false, {}});
     world.play();
     EXPECT_EQ(world.elapsed(), 5s);
 }
@@ -259,7 +308,7 @@ TEST(SimPlayer, ACardThatReturnsIsNotJudgedByItsEarlierCheck)
 {
     // The daemon is slow: when the card is plugged again, the result of before still stands.
     World world(pass_both + "plug 1/3\nexpect 1/3 passed\npull 1/3\nplug 1/3\nexpect 1/3 passed within 500ms",
-                {1, false, {"m1", "m2"}});
+                {1, false, false, {"m1", "m2"}});
     world.modules = {"m1", "m2"};
     world.slowness = 50ms;
     world.play();
@@ -304,7 +353,7 @@ TEST(SimPlayer, ThePlayEndsWithAnEmptyChassis)
     EXPECT_TRUE(world.player().plugged().empty());
     EXPECT_EQ(world.told.back(), "pulled pulled")
         << "the one that the scenario pulls; cleaning up is not told";
-    World kept("plug 1/4 offline", {1, true, {}});
+    World kept("plug 1/4 offline", {1, true, false, {}});
     kept.play();
     EXPECT_EQ(kept.player().plugged(), (std::set<Position>{{1, 4, 0}}));
 }
@@ -320,7 +369,7 @@ TEST(SimPlayer, AStoreThatTellsNothingBackEndsThePlay)
 
 TEST(SimPlayer, NobodyAnswersTwiceWhenTheStoreTellsAgain)
 {
-    World world(pass_both + "plug 1/3\nexpect 1/3 waiting\nwait 5s", {1, false, {"m1", "m2"}});
+    World world(pass_both + "plug 1/3\nexpect 1/3 waiting\nwait 5s", {1, false, false, {"m1", "m2"}});
     world.modules = {"m1", "m2"};
     world.play();
     Json request{{"index", key_of({1, 9, 0})}};
