@@ -72,6 +72,46 @@ Finding without_users(const Examination &examination)
                                                   : "the server does not tell about its users"};
 }
 
+// Two entries that the daemon cuts to one name are one module, and two to remove.
+class Absent
+{
+public:
+    void add(const Examination &examination, const ModuleEntry &entry)
+    {
+        if (names_.insert(entry.name).second) {
+            said_ += (said_.empty() ? "" : ", ") + entry.name;
+            users_ +=
+                std::string(users_.empty() ? "" : ", ") + module_user_prefix + vx_mom::key_part(entry.name);
+        }
+        entries_ += ' ' + shell_word(examination.module_folder + '/' + entry.file_name);
+        number_++;
+    }
+
+    // All of them: whoever starts one and asks again should not learn of the next only then.
+    [[nodiscard]] Finding finding() const
+    {
+        if (names_.empty()) {
+            return {State::ok, "all are connected"};
+        }
+        const bool is_one = names_.size() == 1;
+        return {State::warn,
+                std::string("no client of the store is ") + (is_one ? "the module " : "one of the modules ") +
+                    said_ + ": every card waits 300 seconds for " + (is_one ? "it" : "them") +
+                    " and is then admitted",
+                std::string("start ") + (is_one ? "the module as the user " : "each module as its user, ") +
+                    users_ + ", or remove " +
+                    (number_ == 1 ? "its entry" : "the entries of those that are not wanted") + ": `rm -r" +
+                    entries_ + '`'};
+    }
+
+private:
+    std::set<std::string> names_;
+    std::string said_;
+    std::string users_;
+    std::string entries_;
+    std::size_t number_ = 0;
+};
+
 } // namespace
 
 Finding look_at_users(Examination &examination)
@@ -130,21 +170,14 @@ Finding look_for_modules(Examination &examination)
     for (const ClientLine &client : examination.clients()) {
         users.insert(client.user);
     }
-    std::vector<std::string> missing;
-    for (const std::string &name : examination.registered_modules()) {
-        if (!users.contains(module_user_prefix + vx_mom::key_part(name))) {
-            missing.push_back(name);
+    Absent absent;
+    const std::vector<ModuleEntry> &entries = examination.modules.entries;
+    for (std::size_t i = 0; i < std::min(entries.size(), most_modules); ++i) {
+        if (!users.contains(module_user_prefix + vx_mom::key_part(entries[i].name))) {
+            absent.add(examination, entries[i]);
         }
     }
-    if (!missing.empty()) {
-        return {State::warn,
-                "no client of the store is the module " + listed(missing) +
-                    ": every card waits 300 seconds for it and is then admitted",
-                "start the module as the user " + (module_user_prefix + vx_mom::key_part(missing.front())) +
-                    ", or remove its entry: `rm -r " +
-                    shell_word(examination.module_folder + '/' + missing.front()) + '`'};
-    }
-    return {State::ok, "all are connected"};
+    return absent.finding();
 }
 
 } // namespace cgctl

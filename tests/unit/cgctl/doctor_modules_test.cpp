@@ -107,6 +107,30 @@ TEST_F(DoctorOfTheModules, FindsAModuleThatIsNotConnected)
     EXPECT_EQ(examine("module-clients").state, "ok");
 }
 
+TEST_F(DoctorOfTheModules, NamesEveryModuleThatIsNotConnected)
+{
+    add_module("m2");
+    add_module("power-supply-left"); // cut to power-supply-le
+    add_module("power-supply-lean"); // and this
+    carry_out(examine("rights").mend, 4);
+    connect_module("m2"); // the server has ended the connections of those whose rights it read anew
+    ASSERT_TRUE(eventually([&] { return examine("module-clients").found.find("m1") != std::string::npos; }));
+    const Told told = examine("module-clients");
+    EXPECT_THAT(told.found, HasSubstr("modules "));
+    EXPECT_THAT(told.found, HasSubstr("power-supply-le"));
+    EXPECT_THAT(told.found, Not(HasSubstr("m2")));
+    for (const char *user : {"module-m1", "module-power-supply-le"}) {
+        const std::size_t place = told.mend.find(user);
+        EXPECT_NE(place, std::string::npos) << told.mend;
+        EXPECT_EQ(told.mend.find(user, place + 1), std::string::npos) << "named once: " << told.mend;
+    }
+    EXPECT_THAT(told.mend, Not(HasSubstr("m2")));
+    carry_out(told.mend, 1);
+    EXPECT_FALSE(std::filesystem::exists(modules() + "/power-supply-left"));
+    EXPECT_FALSE(std::filesystem::exists(modules() + "/power-supply-lean"));
+    EXPECT_EQ(examine("module-clients").state, "ok");
+}
+
 TEST_F(DoctorOfTheModules, FindsAModuleWithTooManyRights)
 {
     ask(0, {"ACL", "SETUSER", "module-m1", "~*", "+@all"});
