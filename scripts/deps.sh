@@ -12,7 +12,7 @@
         libncurses-dev nlohmann-json3-dev libsqlite3-dev prometheus-cpp-dev)
     deps_run=(python3 redis-tools bubblewrap libfaketime)
     deps_test=(clang-14 libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-redis clang-format-14
-        mandoc zsh tmux)
+        mandoc zsh tmux jq)
     deps_bench=(libbenchmark-dev)
     deps_fuzz=(libclang-rt-14-dev)
     deps_lint=(clang-tidy-14)

@@ -7,6 +7,8 @@
 ```sh norun: why    is not
 <!-- run: COMMAND -->   is run unseen, for what a command on the page finds in place on a real device
 
+The examples of cgctl(1) are run likewise; a comment of mdoc above one says the same as the words behind `sh`.
+
 Blocks of other kinds, and those without one, may show no commands. Those of store-format.md, with their replies, are run by
 store_format_test.py.
 """
@@ -14,7 +16,7 @@ import re
 import sys
 import unittest
 
-from pages import ROOT, Bench, all_pages, blocks
+from pages import ROOT, Bench, all_pages, blocks, manual_examples
 
 # Kinds that are no commands, and those that another test runs.
 SHOWN = {"", "text", "c", "cpp", "cmake", "python", "json", "ini", "scenario", "sql", "yaml", "promql", "proto"}
@@ -67,6 +69,14 @@ class CommandsTest(unittest.TestCase):
                 ran += self.run_page(path.relative_to(ROOT), page)
         self.assertEqual(ran, wanted)
         self.assertGreater(ran, 10)
+
+    def test_of_the_manual_work(self):
+        examples = list(manual_examples())
+        self.assertGreaterEqual(len(examples), 5)
+        for block in examples:
+            self.assertRegex(block.argument, r"^(|endless|exits \d+: \S.*|norun: \S.*)$")
+        page = [block for block in examples if is_run(block)]
+        self.assertEqual(self.run_page("cgctl(1)", page), len(page))
 
     def run_page(self, name, page):
         """Runs a page's blocks; returns how many that were."""

@@ -47,6 +47,14 @@ def blocks(page):
         yield Block("run", "", hidden, line) if hidden else Block(kind, argument, text, line)
 
 
+def manual_examples():
+    """The literal blocks of cgctl(1)'s examples, of kind "sh"; a comment above one is its argument."""
+    page = (ROOT / "docs" / "man" / "cgctl" / "examples.mdoc").read_text(encoding="utf-8")
+    for match in re.finditer(r'(?:^\.\\" (.*)\n)?^\.Bd -literal.*\n((?:.*\n)*?)^\.Ed$', page, re.MULTILINE):
+        text = match[2].replace(r"\(aq", "'").replace(r"\(dq", '"').replace(r"\e", "\\")
+        yield Block("sh", match[1] or "", text, page.count("\n", 0, match.start()) + 1)
+
+
 class Bench:
     """A chassis with the modules thermal and power, one card that waits in 1/3/0, and a shell in its view.
 
