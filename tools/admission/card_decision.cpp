@@ -97,8 +97,8 @@ Decision CardTracker::passed(const Entry &known, Time at) const
     const auto &answers = known.shown.answers;
     const bool last_passes = !answers.empty() && answers.back().ret == 0 && answers.back().registered;
     // Where the list is not right, the time tells: a last PASS has its result at once.
-    const bool at_once =
-        last_passes && at - answers.back().at <= std::min<milliseconds>(slack, timeout_ / 10);
+    const bool at_once = last_passes && at >= answers.back().at && // else a clock was set
+                         at - answers.back().at <= std::min<milliseconds>(slack, timeout_ / 10);
     if (last_passes && (known.list.empty() || (at_once && !is_time_up(known, at)))) {
         decision.outcome = Outcome::passed;
         decision.decider = answers.back().module;
@@ -130,22 +130,34 @@ Decision CardTracker::passed_unrequested(const Entry &known, Time at) const
     return decision;
 }
 
-void CardTracker::end_undecided(Entry &known, Time at, bool existing)
+void CardTracker::end_withdrawn(Entry &known, Time at, bool cut_off)
 {
     Decision end;
-    end.outcome = existing ? Outcome::unseen : Outcome::withdrawn;
+    end.outcome = Outcome::withdrawn;
     end.decided_at = at;
-    if (existing) {
-        known.seen_whole = false;
-        end.admitted = known.result;
+    if (cut_off) {
+        end.reason = started_afresh;
+        end.silent = silent_ones(known);
     }
+    finish(known, std::move(end));
+}
+
+void CardTracker::end_unseen(Entry &known, Time at, std::optional<bool> admitted)
+{
+    Decision end;
+    end.outcome = Outcome::unseen;
+    end.decided_at = at;
+    end.admitted = admitted;
+    known.seen_whole = false;
     finish(known, std::move(end));
 }
 
 void CardTracker::finish(Entry &known, Decision decision)
 {
     const bool checked = decision.outcome != Outcome::exempt && decision.outcome != Outcome::unasked;
-    decision.card = known.shown.card;
+    // Another card may have come before the check of this one's forerunner is seen to have ended.
+    const bool other = !decision.admitted && !is_same_card(known.asked, known.shown.card);
+    decision.card = other ? known.asked : known.shown.card;
     decision.role = role_;
     if (checked) {
         decision.requested_at = known.shown.requested_at;
@@ -155,6 +167,8 @@ void CardTracker::finish(Entry &known, Decision decision)
         known.told = known.shown.answers.size();
     }
     known.open = false;
+    known.gone = false;
+    known.decided_here = true;
     known.settled = state_after(decision.outcome);
     known.shown.last = std::move(decision);
     if (on_decision_) {

@@ -14,6 +14,13 @@ inline constexpr int32_t main_board = 2; // p_dev.DM_TYPE_MB
 // chance often enough to matter.
 inline constexpr std::chrono::seconds slack{5};
 
+// The first check of a position that was heard of.
+struct CardTracker::FirstCheck {
+    Time at{};
+    bool found = false; // it stood when listening began
+    CardFacts card{};
+};
+
 struct CardTracker::Entry {
     TrackedCard shown{};
     bool has_card = false;
@@ -27,7 +34,20 @@ struct CardTracker::Entry {
     std::optional<State> settled{};  // what the last decision left behind, while the result stands
     Verdicts verdicts{};             // that the daemon will come to
     std::size_t told = 0;            // of the answers, so many were told with an earlier decision
+    CardFacts asked{};               // the card that the last request was written for
+    bool gone = false;               // the request was found to be gone; the result is still to be told
+    bool daemon_ended = false;       // since the last request
+    bool leftover = false;     // the request may be one that a daemon before the present one left behind
+    bool decided_here = false; // the last decision was heard of, not remembered
+    std::optional<FirstCheck> first{};
+    std::size_t checks = 0; // that were heard of
 };
+
+// Whether both are facts of one card; a card without facts may be any.
+bool is_same_card(const CardFacts &one, const CardFacts &other);
+
+// Whether this is what the module said last: an answer that still stands is told anew with the other records.
+bool was_heard(const std::vector<Answer> &answers, const Answer &again);
 
 // How a card stands after a check ended so; nothing when the end says nothing of that.
 std::optional<State> state_after(Outcome outcome);

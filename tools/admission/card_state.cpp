@@ -26,6 +26,12 @@ std::optional<State> state_after(Outcome outcome)
     return std::nullopt;
 }
 
+bool is_same_card(const CardFacts &one, const CardFacts &other)
+{
+    const auto is_blank = [](const CardFacts &card) { return card.name.empty() && card.serial.empty(); };
+    return is_blank(one) || is_blank(other) || (one.name == other.name && one.serial == other.serial);
+}
+
 // The card's state as it now is, and since when.
 void CardTracker::settle(Entry &known, Time at, bool existing)
 {

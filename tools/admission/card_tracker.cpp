@@ -43,6 +43,13 @@ std::optional<std::size_t> make_room(std::vector<Answer> &answers, const Answer 
 
 } // namespace
 
+bool was_heard(const std::vector<Answer> &answers, const Answer &again)
+{
+    const auto last = std::find_if(answers.rbegin(), answers.rend(),
+                                   [&](const Answer &answer) { return answer.module == again.module; });
+    return last != answers.rend() && last->ret == again.ret && last->reason == again.reason;
+}
+
 CardTracker::CardTracker(Listener on_decision, milliseconds timeout)
     : on_decision_(std::move(on_decision)), timeout_(timeout)
 {
@@ -81,15 +88,15 @@ CardTracker::Entry *CardTracker::entry_by_tipc(int32_t tipc_nodeid)
 void CardTracker::card_written(const CardFacts &card, Time at, bool existing)
 {
     Entry &known = entry(card.position);
-    if (!known.has_card) {
-        known.has_card = true;
+    const bool was_there = std::exchange(known.has_card, true);
+    if (!was_there) {
         if (!(existing && known.open)) { // a remembered check has its list
             known.list = modules_;
             known.list_known = !existing;
         }
     }
     const bool was_online = std::exchange(known.shown.card, card).online;
-    known.came_online = known.came_online || (card.online && !was_online && !existing);
+    known.came_online = known.came_online || (card.online && !(was_there && was_online) && !existing);
     if (!card.online) {
         known.verdicts.reopen();
     }
@@ -111,67 +118,6 @@ void CardTracker::card_deleted(const Position &position, Time at)
     forget_if_empty(position);
 }
 
-void CardTracker::request_written(const Position &position, Time at, bool existing)
-{
-    Entry &known = entry(position);
-    if (existing && known.open && goes_on(known, at)) {
-        known.shown.request = true;
-        known.seen_whole = false; // there may have been answers that nobody heard
-    } else {
-        if (existing && known.open) {
-            end_undecided(known, at, true);
-        }
-        begin_check(known, at, existing);
-    }
-    settle(known, at, existing);
-}
-
-// A request that was heard of before a loss is the same one; a remembered one only while its time runs: the
-// daemon would have ended it.
-bool CardTracker::goes_on(const Entry &known, Time at) const
-{
-    return known.shown.request || !known.shown.requested_at ||
-           at - *known.shown.requested_at <= timeout_ + slack;
-}
-
-// A card that came on line keeps what is left of its list. A request without that comes from a daemon that
-// was started afresh, whose table is new.
-void CardTracker::begin_check(Entry &known, Time at, bool existing)
-{
-    if (!known.came_online || existing) {
-        if (!existing && known.has_card && fresh_daemon_) {
-            fresh_daemon_();
-        }
-        known.earlier.clear();
-        known.list = modules_;
-        known.list_known = !existing;
-    } else if (known.shown.requested_at) {
-        std::erase_if(known.earlier, [&](Time asked) { return at - asked > timeout_ + slack; });
-        known.earlier.push_back(*known.shown.requested_at);
-    }
-    known.came_online = false;
-    known.open = true;
-    known.seen_whole = !existing && known.list_known;
-    known.settled.reset();
-    known.verdicts.forget();
-    known.shown.request = true;
-    known.shown.requested_at = existing ? std::nullopt : std::optional(at);
-    known.shown.answers.clear();
-    known.told = 0;
-    known.shown.since = known.shown.requested_at;
-}
-
-void CardTracker::request_deleted(const Position &position, Time at, bool existing)
-{
-    Entry &known = entry(position);
-    known.shown.request = false;
-    if (known.open) {
-        end_undecided(known, at, existing);
-    }
-    settle(known, at, existing);
-    forget_if_empty(position);
-}
-
 void CardTracker::answered(const Position &position, Answer answer, bool existing)
 {
     const auto found = entries_.find(position);
@@ -180,13 +126,10 @@ void CardTracker::answered(const Position &position, Answer answer, bool existin
     }
     Entry &known = *found->second;
     answer.registered = holds(modules_, answer.module);
-    if (known.shown.requested_at && !existing) {
-        const auto took = std::chrono::duration_cast<milliseconds>(answer.at - *known.shown.requested_at);
-        if (took >= milliseconds{0} &&
-            took <= 2 * timeout_) { // else a clock was set, or it is an afterthought
-            answer.took = took;
-        }
+    if (existing && was_heard(known.shown.answers, answer)) {
+        return; // it still stands, since the daemon has not read it
     }
+    answer.took = existing ? std::nullopt : time_to_answer(known.shown, answer.at);
     if (answer.registered && answer.ret == 0) {
         take_off_list(known, answer.module);
     }
@@ -263,44 +206,6 @@ void CardTracker::cannot_start_written(const Position &position, bool cannot_sta
     forget_if_empty(position);
 }
 
-void CardTracker::remember_card(const CardFacts &card)
-{
-    CardFacts &shown = entry(card.position).shown.card;
-    shown = card;
-    shown.online = false; // whether it still is, its record tells
-}
-
-void CardTracker::remember_open(const Position &position, std::optional<Time> requested_at,
-                                std::vector<std::string> waiting_for, std::vector<Answer> answers)
-{
-    Entry &known = entry(position);
-    known.open = true;
-    known.list = std::move(waiting_for);
-    known.shown.requested_at = requested_at;
-    known.shown.since = requested_at;
-    known.shown.answers = std::move(answers);
-}
-
-void CardTracker::remember_decision(const Decision &decision)
-{
-    Entry &known = entry(decision.card.position);
-    known.shown.last = decision;
-}
-
-void CardTracker::snapshot_done(Time at)
-{
-    std::vector<Position> positions;
-    for (const auto &[position, known] : entries_) {
-        positions.push_back(position);
-        if (known->open && !known->shown.request) {
-            end_undecided(*known, at, true);
-        }
-        settle(*known, at, true);
-    }
-    std::for_each(positions.begin(), positions.end(),
-                  [this](const Position &position) { forget_if_empty(position); });
-}
-
 // A position that no record names any more is kept only for what is remembered of it.
 void CardTracker::forget_if_empty(const Position &position)
 {
@@ -333,8 +238,17 @@ std::optional<milliseconds> CardTracker::time_left(const TrackedCard &card, Time
     if (!card.request || !card.requested_at) {
         return std::nullopt;
     }
-    return std::max(milliseconds{0},
-                    std::chrono::duration_cast<milliseconds>(*card.requested_at + timeout_ - now));
+    const auto left = std::chrono::duration_cast<milliseconds>(*card.requested_at + timeout_ - now);
+    return std::clamp(left, milliseconds{0}, timeout_);
+}
+
+std::optional<milliseconds> CardTracker::time_to_answer(const TrackedCard &card, Time at) const
+{
+    if (!card.requested_at) {
+        return std::nullopt;
+    }
+    const auto took = std::chrono::duration_cast<milliseconds>(at - *card.requested_at);
+    return took >= milliseconds{0} && took <= 2 * timeout_ ? std::optional(took) : std::nullopt;
 }
 
 } // namespace admission

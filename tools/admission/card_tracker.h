@@ -76,6 +76,13 @@ public:
     // Has `told` called for each answer that comes when its check has ended. It is not told again with a
     // later decision: see Decision::told_before.
     void on_late_answer(LateListener told) { late_answer_ = std::move(told); }
+    // Whether somebody tells of each end of the daemon, by daemon_ended(). A daemon writes a request again
+    // only when it knows nothing of the first one; but others may write it, so what is known of the daemon's
+    // life goes before what the records look like.
+    void set_daemon_watched(bool watched) { daemon_watched_ = watched; }
+    // The daemon ended: a check that stands will be begun anew by the next one. It counts as cut off when
+    // that is heard of.
+    void daemon_ended();
     // This device's global role; nothing when it is not known.
     void set_role(std::optional<int32_t> role) { role_ = role; }
 
@@ -97,9 +104,15 @@ public:
     void remember_open(const Position &position, std::optional<Time> requested_at,
                        std::vector<std::string> waiting_for, std::vector<Answer> answers);
     // The last decision on a card, remembered from before. It counts as long as the store does not say
-    // otherwise.
+    // otherwise, and not at all when one was heard of.
     void remember_decision(const Decision &decision);
-    // All existing records were told: checks that were remembered as open and are not have ended unseen.
+    // A check that is remembered from before, also for after the records were told. What was heard of is
+    // never changed by it: it is joined with a request that was found standing when listening began, when
+    // that can be the same one; when that was decided meanwhile, nothing is to be told; else it has ended
+    // unseen. `daemon_ended`: between the time that is remembered and the time when listening began.
+    void take_up(const OpenCheck &check, bool daemon_ended, Time at);
+    // All existing records were told, at first or anew: checks that were remembered or known as open and are
+    // not have ended unseen.
     void snapshot_done(Time at);
 
     // Every position, in order. Valid until the next change.
@@ -109,25 +122,38 @@ public:
     [[nodiscard]] const std::vector<std::string> &modules() const { return modules_; }
     [[nodiscard]] std::chrono::milliseconds timeout() const { return timeout_; }
 
-    // What is left of the time to answer; nothing when no request stands or its beginning was not seen.
+    // From the last request to an answer at this time; nothing when the request was not seen, or the time
+    // cannot be: a clock was set, or it is an afterthought.
+    [[nodiscard]] std::optional<std::chrono::milliseconds> time_to_answer(const TrackedCard &card,
+                                                                          Time at) const;
+    // What is left of the time to answer, never more than all of it; nothing when no request stands or its
+    // beginning was not seen.
     [[nodiscard]] std::optional<std::chrono::milliseconds> time_left(const TrackedCard &card, Time now) const;
 
 private:
+    struct FirstCheck;
     struct Entry;
+    // How a standing check ends by a request that takes its place.
+    enum class Replaced { unseen, returned, cut_off, unknown };
 
     Entry &entry(const Position &position);
     Entry *entry_by_tipc(int32_t tipc_nodeid);
-    void begin_check(Entry &entry, Time at, bool existing);
+    void begin_check(Entry &entry, Time at, bool existing, bool fresh_daemon);
+    [[nodiscard]] Replaced replaced_how(const Entry &entry, bool existing) const;
+    void end_replaced(Entry &entry, Replaced how, Time at);
     void decide(Entry &entry, bool pass, Time at);
     [[nodiscard]] Decision passed(const Entry &entry, Time at) const;
     [[nodiscard]] Decision passed_unrequested(const Entry &entry, Time at) const;
     [[nodiscard]] bool is_time_up(const Entry &entry, Time at) const;
-    [[nodiscard]] bool goes_on(const Entry &entry, Time at) const;
+    [[nodiscard]] bool goes_on(const Entry &entry, Time at, bool existing) const;
     [[nodiscard]] std::vector<std::string> silent_ones(const Entry &entry) const;
     void take_off_list(Entry &entry, const std::string &module) const;
     static void add_answer(Entry &entry, Answer answer);
+    void join(Entry &entry, const OpenCheck &check, Time at);
+    void tell_unseen(Entry &entry, const OpenCheck &check, Time at);
     void finish(Entry &entry, Decision decision);
-    void end_undecided(Entry &entry, Time at, bool existing);
+    void end_withdrawn(Entry &entry, Time at, bool cut_off);
+    void end_unseen(Entry &entry, Time at, std::optional<bool> admitted);
     void settle(Entry &entry, Time at, bool existing);
     [[nodiscard]] static State state_of(const Entry &entry);
     [[nodiscard]] static bool agrees(const Entry &entry, const Decision &last);
@@ -139,6 +165,8 @@ private:
     std::chrono::milliseconds timeout_;
     std::vector<std::string> modules_;
     std::optional<int32_t> role_;
+    bool daemon_watched_ = false;
+    std::optional<Time> complete_since_; // all existing records were told, for the first time
     std::map<Position, std::unique_ptr<Entry>> entries_;
     std::map<int32_t, bool> results_; // by TIPC node id: whether it says PASS
 };

@@ -23,7 +23,7 @@ enum class Outcome {
     denied,    // a module answered DENY
     exempt,    // a main board is never checked
     unasked,   // there was no module to ask
-    withdrawn, // the card went off line or away before it was decided
+    withdrawn, // the card went off line or away, or the daemon was started afresh, before it was decided
     unseen,    // the check ended while nobody was listening
 };
 
@@ -33,6 +33,9 @@ const char *text_of(Outcome outcome);
 const char *word_of(Outcome outcome);
 // What word_of() gave, back; nothing for another word.
 std::optional<Outcome> outcome_of(std::string_view word);
+
+// The reason of Outcome::withdrawn where a restart of the daemon cut the check off; else there is none.
+inline constexpr const char *started_afresh = "the daemon was started afresh";
 
 // What a module said to one request.
 struct Answer {
@@ -64,12 +67,28 @@ struct Decision {
     std::optional<Time> requested_at{}; // nothing: there was no request, or nobody saw it
     Time decided_at{};                  // when it was heard of
     std::string decider{};              // the module whose answer it was; empty when it was none's
-    std::string reason{};               // of a denial, as the system log has it
+    std::string reason{};               // of a denial, as the system log has it; or started_afresh
     std::vector<Answer> answers{};      // in the order in which they came
     std::size_t told_before = 0;        // the first so many answers were told before, on the same request
-    std::vector<std::string> silent{};  // with Outcome::silence: who was waited for in vain
+    std::vector<std::string> silent{};  // with Outcome::silence, and of a check that was cut off: who was
+                                        // waited for in vain
     std::optional<int32_t> role{};      // this device's global role then (enum dm_role_e)
     bool complete = true; // false: it began before somebody was listening, so answers may be missing
+};
+
+// From the request to the decision. Nothing when either is not known, or when the clock was set back between
+// them.
+std::optional<std::chrono::milliseconds> duration_of(const Decision &decision);
+
+// Whether a restart of the daemon cut the check off: the card is still there, and its check begins anew.
+bool was_cut_off(const Decision &decision);
+
+// A check that stands, for who goes on with it after a restart.
+struct OpenCheck {
+    CardFacts card{};
+    std::optional<Time> requested_at{}; // nothing: it began before somebody was listening
+    std::vector<std::string> waiting_for{};
+    std::vector<Answer> answers{};
 };
 
 } // namespace admission

@@ -1,6 +1,8 @@
 // From records to the tracker's events.
 #include "feed.h"
 
+#include <algorithm>
+
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "s_dev.pb-c.h"
@@ -136,6 +138,29 @@ const std::array<TrackedType, 7> &tracked_types()
                                                    {&p_dev__dm_set_card_custom_st__descriptor, 33},
                                                    {&s_dev__im_card_power_onoff__descriptor, 33}}};
     return types;
+}
+
+bool InPlace::told(const ProtobufCMessageDescriptor *type)
+{
+    types_.insert(type);
+    return types_.size() == tracked_types().size();
+}
+
+void InPlace::lost(int32_t db)
+{
+    for (const TrackedType &type : tracked_types()) {
+        if (type.db == db) {
+            types_.erase(type.descriptor);
+        }
+    }
+}
+
+bool InPlace::is_complete(int32_t db) const
+{
+    const auto &all = tracked_types();
+    return std::all_of(all.begin(), all.end(), [&](const TrackedType &type) {
+        return type.db != db || types_.contains(type.descriptor);
+    });
 }
 
 CardFacts facts_of(const ProtobufCMessage &card_info)

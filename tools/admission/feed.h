@@ -5,6 +5,7 @@
 #include <protobuf-c/protobuf-c.h>
 
 #include <array>
+#include <set>
 
 #include "card_tracker.h"
 
@@ -20,12 +21,31 @@ struct TrackedType {
 // All of them, in the order in which they should be subscribed to: a card before what is about it.
 const std::array<TrackedType, 7> &tracked_types();
 
+// Which types' existing records were told.
+//
+// A check's end is spread over several types, which are told one after the other; what happens in between
+// reaches the later ones as existing. So a change is news only when all types of its database are in place:
+// else a check that was decided just then would seem to have been withdrawn.
+class InPlace
+{
+public:
+    // All existing records of the type were told. Returns whether that goes for all types now.
+    bool told(const ProtobufCMessageDescriptor *type);
+    // Everything in the database will be told anew.
+    void lost(int32_t db);
+    [[nodiscard]] bool is_complete(int32_t db) const;
+    [[nodiscard]] bool is_empty() const { return types_.empty(); }
+
+private:
+    std::set<const ProtobufCMessageDescriptor *> types_;
+};
+
 // Tells the tracker of a change.
 //
 // cmd       VX_MOM_CMD_SET, VX_MOM_CMD_HMSET, VX_MOM_CMD_SCANNED (the record is as given) or
 //           VX_MOM_CMD_DELETED (it was so); others are passed over.
 // record    of one of the types above; others, and records without a key, are passed over.
-// existing  whether it is no news: told before the subscription's confirmation.
+// existing  whether it is no news: told before all types of its database were in place.
 void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, bool existing, Time at);
 
 // The facts in a card_info, which must have its index. Without a static part the node type is 0.

@@ -68,16 +68,16 @@ std::string list_of(const std::vector<std::string> &names)
     return text;
 }
 
-Tone tone_of_end(Outcome outcome)
+Tone tone_of_end(const Decision &decision)
 {
-    switch (outcome) {
+    switch (decision.outcome) {
     case Outcome::denied:
         return Tone::bad;
     case Outcome::silence:
     case Outcome::unseen:
         return Tone::warning;
     case Outcome::withdrawn:
-        return Tone::quiet;
+        return admission::was_cut_off(decision) ? Tone::warning : Tone::quiet;
     default:
         return Tone::good;
     }
@@ -195,8 +195,8 @@ void CardEvents::tell_answer(const ProtobufCMessage &record, Event event) const
     event.position = Position{ack.index->devid, ack.index->slotid, ack.index->t_sslotid};
     Answer answer{ack.index->mod_name, ack.ret, ack.reason, event.at};
     const TrackedCard *card = tracker_.find(*event.position);
-    if (card != nullptr && card->request && card->requested_at) {
-        answer.took = std::chrono::duration_cast<std::chrono::milliseconds>(event.at - *card->requested_at);
+    if (card != nullptr && card->request) {
+        answer.took = tracker_.time_to_answer(*card, event.at);
     }
     const auto &modules = tracker_.modules();
     answer.registered = std::find(modules.begin(), modules.end(), answer.module) != modules.end();
@@ -225,7 +225,7 @@ void CardEvents::decided(const Decision &decision) const
     event.position = decision.card.position;
     event.name = decision.card.name;
     event.text = decision_text(decision);
-    event.tone = tone_of_end(decision.outcome);
+    event.tone = tone_of_end(decision);
     event.meanwhile = meanwhile_;
     event.more = {{"decision", decision_json(decision)}};
     tell(event);

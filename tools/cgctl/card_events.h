@@ -45,7 +45,7 @@ public:
 
     // A change, as admission::feed() wants it.
     void take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time at);
-    // Every existing record was told: from now on there are events.
+    // Every existing record was told, at first or anew after an outage: from now on there are events.
     void all_told(Time at);
     // The store went away, or came back; whether with the same data.
     void store_lost(int32_t db, Time at);

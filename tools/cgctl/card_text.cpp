@@ -226,7 +226,8 @@ std::string decision_text(const Decision &decision)
         text += " by " + visible(decision.decider);
     }
     if (!decision.silent.empty()) {
-        text += " of " + list_of(decision.silent);
+        text += (decision.outcome == Outcome::silence ? " of " : " while waiting for ") +
+                list_of(decision.silent);
     }
     if (!decision.reason.empty()) {
         text += ": " + visible(decision.reason);

@@ -44,7 +44,8 @@ std::string state_text(const admission::TrackedCard &card,
 std::string since_text(const admission::TrackedCard &card, Time now);
 Tone tone_of(admission::State state);
 
-// What a check ended with: "passed by m2", "denied by m1: not enough power", "passed by silence of m2".
+// What a check ended with: "passed by m2", "denied by m1: not enough power", "passed by silence of m2",
+// "withdrawn while waiting for m2: the daemon was started afresh".
 std::string decision_text(const admission::Decision &decision);
 
 // "m1 PASS after 2 s", "m2 DENY after 0.2 s: too hot"

@@ -125,13 +125,6 @@ std::string answer_line(const history::Answer &answer)
     return line + (answer.registered ? "" : " (no registered module, so it was passed over)");
 }
 
-std::optional<std::chrono::milliseconds> took(const history::Decision &decision)
-{
-    return decision.requested_at ? std::optional(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                       decision.decided_at - *decision.requested_at))
-                                 : std::nullopt;
-}
-
 Tone tone_of_outcome(history::Outcome outcome)
 {
     switch (outcome) {
@@ -154,7 +147,7 @@ std::string decision_line(const history::Decision &decision, Time now, const Ter
                        (card.name.empty() ? "-" : visible(card.name));
     line += (card.serial.empty() ? "" : " (serial " + visible(card.serial) + ')') + "  " +
             toned(terminal, tone_of_outcome(decision.outcome), decision_text(decision));
-    if (const auto span = took(decision)) {
+    if (const auto span = admission::duration_of(decision)) {
         line += "  after " + seconds_text(*span);
     }
     line += decision.role ? "  as " + role_word(*decision.role) : "";
@@ -216,7 +209,7 @@ Json recorded_json(const history::Decision &decision)
               {"tipc_nodeid", card.tipc_nodeid},
               {"is_online", card.online}};
     json.update(decision_json(decision));
-    const auto span = took(decision);
+    const auto span = admission::duration_of(decision);
     json["took_s"] = span ? Json(static_cast<double>(span->count()) / 1000) : Json(nullptr);
     return json;
 }

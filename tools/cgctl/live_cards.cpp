@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "admission/feed.h"
 #include "overview.h"
 #include "p_libpub.pb-c.h"
 #include "text.h"
@@ -41,7 +40,6 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     }
     prime(events_.tracker(), ask_daemon(session), past, requests, modules_asked_at_);
     for (const admission::TrackedType &tracked : admission::tracked_types()) {
-        ++wanted_;
         live_.subscribe(record_type(tracked.descriptor->name), tracked.db,
                         [this](const Change &change) { take(change); });
     }
@@ -50,6 +48,7 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
 
 void LiveCards::take_outage(const Live::Outage &outage)
 {
+    in_place_.lost(outage.db);
     if (outage.lost) {
         events_.store_lost(outage.db, now());
     } else {
@@ -61,9 +60,11 @@ void LiveCards::take(const Change &change)
 {
     const Time at = now();
     if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
-        if (++subscribed_ == wanted_) { // later ones are those after an outage
+        if (in_place_.told(change.type.descriptor)) {
             events_.all_told(at);
-            complete_();
+            if (!std::exchange(completed_, true)) { // later ones are those after an outage
+                complete_();
+            }
         }
     } else if (change.error_code != 0) {
         session_.notice(std::string("a record of ") + change.type.name() + " could not be read (result " +
@@ -73,7 +74,8 @@ void LiveCards::take(const Change &change)
         if (asks && !change.existing && change.cmd != VX_MOM_CMD_DELETED) {
             refresh_modules(at);
         }
-        events_.take(change.cmd, *change.message, change.existing, at);
+        const bool existing = change.existing || !in_place_.is_complete(change.db);
+        events_.take(change.cmd, *change.message, existing, at);
     }
 }
 

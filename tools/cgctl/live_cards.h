@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "admission/feed.h"
 #include "card_events.h"
 #include "live.h"
 
@@ -30,8 +31,8 @@ private:
     CardEvents events_;
     Live live_;
     std::function<void()> complete_;
-    std::size_t wanted_ = 0;
-    std::size_t subscribed_ = 0;
+    admission::InPlace in_place_;
+    bool completed_ = false;
     Time modules_asked_at_{};
 };
 

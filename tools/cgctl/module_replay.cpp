@@ -163,7 +163,7 @@ Compared Replay::examine(const Decision &decision)
 
 void Replay::note_departure(const Decision &decision)
 {
-    if (decision.outcome == Outcome::withdrawn) {
+    if (decision.outcome == Outcome::withdrawn && !admission::was_cut_off(decision)) {
         module_.pull(trial_card(decision));
     } else if (decision.card.online) {
         module_.plug(trial_card(decision)); // one of which nobody asked; it is there all the same

@@ -165,10 +165,10 @@ public:
                   stage())
     {
         refuse_occupied(scenarios);
+        live_.on_outage([this](const Live::Outage &outage) { in_place_.lost(outage.db); });
         for (const admission::TrackedType &tracked : admission::tracked_types()) {
             const RecordType &type = record_type(tracked.descriptor->name);
             live_.subscribe(type, tracked.db, [this](const Change &change) { take(change); });
-            ++unconfirmed_;
         }
     }
 
@@ -229,14 +229,15 @@ private:
     void take(const Change &change)
     {
         if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
-            if (unconfirmed_ > 0 && --unconfirmed_ == 0) {
-                player_.start();
+            if (in_place_.told(change.type.descriptor)) {
+                std::exchange(started_, true) ? player_.all_told() : player_.start();
             }
         } else if (change.error_code != 0) {
             session_.notice(std::string("a record of ") + change.type.name() + " could not be read (result " +
                             std::to_string(change.error_code) + ")");
         } else if (change.message != nullptr) {
-            player_.heard(change.cmd, *change.message, change.existing);
+            const bool existing = change.existing || !in_place_.is_complete(change.db);
+            player_.heard(change.cmd, *change.message, existing);
         }
     }
 
@@ -325,7 +326,8 @@ private:
     const RecordType &card_type_ = record_type("p_dev.card_info");
     Store store_;
     Live live_;
-    std::size_t unconfirmed_ = 0;
+    admission::InPlace in_place_;
+    bool started_ = false;
     bool reported_ = false;
     SimPlayer player_;
 };

@@ -58,6 +58,12 @@ void SimPlayer::start()
     go_on();
 }
 
+void SimPlayer::all_told()
+{
+    tracker_.snapshot_done(stage_.now());
+    judge();
+}
+
 // Goes through the statements until one has to be waited for.
 void SimPlayer::go_on()
 {
@@ -306,10 +312,12 @@ void SimPlayer::decided(const admission::Decision &decision)
     if (ended) {
         text = decision.admitted.value_or(false) ? "ADMITTED: " + decision_text(decision)
                                                  : "DENIED" + decision_text(decision).substr(6);
+    } else if (admission::was_cut_off(decision)) {
+        text = "check cut off: " + decision.reason;
     }
-    const Tone tone = decision.outcome == Outcome::denied    ? Tone::bad
-                      : decision.outcome == Outcome::silence ? Tone::warning
-                                                             : Tone::good;
+    const Tone tone = decision.outcome == Outcome::denied              ? Tone::bad
+                      : decision.outcome == Outcome::silence || !ended ? Tone::warning
+                                                                       : Tone::good;
     tell("decision", decision.card.position, text, tone, {{"decision", decision_json(decision)}});
 }
 

@@ -78,6 +78,9 @@ public:
     // The store tells of a change; see admission::feed().
     void heard(int32_t cmd, const ProtobufCMessage &record, bool existing);
 
+    // All records were told anew, after an outage.
+    void all_told();
+
     [[nodiscard]] bool is_finished() const { return finished_; }
     [[nodiscard]] const std::vector<ExpectationResult> &results() const { return results_; }
     // How many expectations there are in all.

@@ -18,6 +18,7 @@ namespace history
 using admission::Answer;
 using admission::CardFacts;
 using admission::Decision;
+using admission::OpenCheck;
 using admission::Outcome;
 using admission::Position;
 using admission::Time;
@@ -59,14 +60,6 @@ struct Filter {
     std::optional<Outcome> outcome{};
     std::string module{};                // it answered, or was silent; empty: any
     std::optional<std::size_t> newest{}; // so many, the newest ones
-};
-
-// A check that stands: the recorder goes on with it after a restart.
-struct OpenCheck {
-    CardFacts card{};
-    std::optional<Time> requested_at{}; // nothing: it began before the recorder listened
-    std::vector<std::string> waiting_for{};
-    std::vector<Answer> answers{};
 };
 
 // A time in which nothing was heard of, so decisions may be missing.

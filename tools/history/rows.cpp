@@ -61,7 +61,7 @@ Answer answer_of(const Statement &row)
     answer.reason = row.text(2);
     answer.at = row.time(3);
     answer.registered = row.number(4) != 0;
-    if (!row.is_null(5)) {
+    if (!row.is_null(5) && row.number(5) >= 0) {
         answer.took = milliseconds(row.number(5));
     }
     return answer;

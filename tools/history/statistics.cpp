@@ -43,12 +43,13 @@ void count_answers(const Database &database, std::optional<Time> from, ByName &m
     }
 }
 
+// Whoever was waited for when a restart of the daemon cut a check off had time left.
 void count_silences(const Database &database, std::optional<Time> from, ByName &modules)
 {
     Statement rows(database,
                    "SELECT s.module, count(*) FROM silent s JOIN decisions d ON d.id = s.decision_id"
-                   " WHERE ?1 IS NULL OR d.decided_at >= ?1 GROUP BY s.module");
-    rows.with(from);
+                   " WHERE d.outcome <> ?2 AND (?1 IS NULL OR d.decided_at >= ?1) GROUP BY s.module");
+    rows.with(from, admission::word_of(Outcome::withdrawn));
     while (rows.step()) {
         entry(modules, rows.text(0)).silences = rows.number(1);
     }

@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -20,6 +21,7 @@ namespace
 
 constexpr const char *alive_note = "alive_at";
 constexpr const char *begun_note = "begun_at";
+constexpr const char *life_note_name = "life";
 
 constexpr mode_t for_owner_and_group = 0640;
 
@@ -139,8 +141,11 @@ void Writer::close_open(const Position &position)
     erase_open_check(*database_, position);
 }
 
-void Writer::add_gap(const Gap &gap)
+void Writer::add_gap(Gap gap)
 {
+    if (gap.until) {
+        gap.until = std::max(gap.from, *gap.until);
+    }
     Statement(*database_, "INSERT INTO gaps (from_at, until_at, why) VALUES (?, ?, ?)")
         .with(gap.from, gap.until, gap.why)
         .run();
@@ -157,26 +162,29 @@ void Writer::end_gap(int64_t gap, Time until)
     Statement(*database_, "UPDATE gaps SET until_at = max(from_at, ?) WHERE id = ?").with(until, gap).run();
 }
 
-void Writer::add_life(const LifeEvent &event)
+void Writer::add_life(const LifeEvent &event, const std::string &note)
 {
+    Transaction transaction(*database_);
     Statement(*database_, "INSERT INTO daemon_life (at, is_start, pid, code, status) VALUES (?, ?, ?, ?, ?)")
         .with(event.at, event.is_start, event.pid, event.code, event.status)
         .run();
+    write_note(*database_, life_note_name, note);
+    transaction.commit();
+}
+
+std::string Writer::life_note() const
+{
+    return read_note(*database_, life_note_name);
+}
+
+void Writer::set_life_note(const std::string &note)
+{
+    write_note(*database_, life_note_name, note);
 }
 
 void Writer::alive(Time now)
 {
     write_note(*database_, alive_note, milliseconds_text(now));
-}
-
-std::string Writer::note(const std::string &name) const
-{
-    return read_note(*database_, name);
-}
-
-void Writer::set_note(const std::string &name, const std::string &value)
-{
-    write_note(*database_, name, value);
 }
 
 std::vector<OpenCheck> Writer::open_checks() const

@@ -47,21 +47,23 @@ public:
     void set_open(const OpenCheck &check);
     void close_open(const Position &position);
 
-    void add_gap(const Gap &gap);
+    void add_gap(Gap gap);
     // One that lasts; returns what end_gap() wants. Those that nobody ended end with the writer's next start,
     // at the time of the last alive().
     int64_t begin_gap(Time from, const std::string &why);
     void end_gap(int64_t gap, Time until);
-    void add_life(const LifeEvent &event);
+    // `note` tells the event apart from others: the last one is kept with it, in one transaction, so that
+    // nobody who goes on behind it adds an event twice or passes one over.
+    void add_life(const LifeEvent &event, const std::string &note);
+    // The last event's; empty when there is none.
+    [[nodiscard]] std::string life_note() const;
+    // For a file that begins behind events that another one has.
+    void set_life_note(const std::string &note);
 
     // That the recorder runs; readers tell the history's age by it.
     void alive(Time now);
     // The last time of that before this writer was made; nothing for a new file.
     [[nodiscard]] std::optional<Time> last_alive() const { return last_alive_; }
-
-    // Small things to be remembered; empty when there is nothing.
-    [[nodiscard]] std::string note(const std::string &name) const;
-    void set_note(const std::string &name, const std::string &value);
 
     // What was written before.
     [[nodiscard]] std::vector<OpenCheck> open_checks() const;

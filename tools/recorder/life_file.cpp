@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "child_process.h"
 #include "text.h"
@@ -60,10 +61,24 @@ std::optional<history::LifeEvent> parse_life(const std::string &line)
     return std::nullopt;
 }
 
-LifeFile::LifeFile(std::string path, std::string last_line)
-    : path_(std::move(path)), last_line_(std::move(last_line))
+std::vector<LifeLine> lines_behind(const std::string &noted, std::vector<LifeLine> lines)
 {
+    const auto known =
+        std::find_if(lines.rbegin(), lines.rend(), [&](const LifeLine &line) { return line.text == noted; });
+    lines.erase(lines.begin(), known.base());
+    return lines;
 }
+
+bool tell_of_an_end(const std::string &noted, const std::vector<LifeLine> &lines)
+{
+    const auto before = parse_life(noted);
+    bool runs = before && before->is_start;
+    return std::any_of(lines.begin(), lines.end(), [&](const LifeLine &line) {
+        return !line.event.is_start || std::exchange(runs, true);
+    });
+}
+
+LifeFile::LifeFile(std::string path) : path_(std::move(path)) {}
 
 // Whole lines only: the last one may be about to be written.
 std::string LifeFile::read_news()
@@ -89,16 +104,17 @@ std::string LifeFile::read_news()
     return news;
 }
 
-std::vector<history::LifeEvent> LifeFile::poll()
+std::vector<LifeLine> LifeFile::poll()
 {
-    std::vector<history::LifeEvent> events;
+    std::vector<LifeLine> lines;
     for (const std::string &line : cgctl::split(read_news(), '\n')) {
         if (const auto event = parse_life(line)) {
-            events.push_back(*event);
+            lines.push_back({*event, line});
             last_line_ = line;
+            runs_ = event->is_start;
         }
     }
-    return events;
+    return lines;
 }
 
 } // namespace recorder

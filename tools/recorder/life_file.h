@@ -13,18 +13,27 @@
 namespace recorder
 {
 
+// A line that tells of a start or an end.
+struct LifeLine {
+    history::LifeEvent event{};
+    std::string text{};
+};
+
 class LifeFile
 {
 public:
-    // `last_line` is the last one that was taken before, or empty.
-    LifeFile(std::string path, std::string last_line);
+    explicit LifeFile(std::string path);
 
-    // What was appended since the last call; the first call, and one that finds another or a shorter file,
-    // takes all that stands behind the last line known. Lines that are none of ours are passed over.
-    std::vector<history::LifeEvent> poll();
+    // What was appended since the last call; the first call takes all that there is, and one that finds
+    // another or a shorter file all that stands behind the last line known. Lines that are none of ours are
+    // passed over.
+    std::vector<LifeLine> poll();
 
     // Whether the last poll() could read it.
     [[nodiscard]] bool is_readable() const { return readable_; }
+    // Whether the daemon runs as far as the lines tell.
+    [[nodiscard]] bool tells_of_running() const { return readable_ && runs_; }
+    // The last one that was taken; empty before there is one.
     [[nodiscard]] const std::string &last_line() const { return last_line_; }
 
 private:
@@ -33,9 +42,17 @@ private:
     std::string path_;
     std::string last_line_;
     bool readable_ = false;
+    bool runs_ = false;
     unsigned long inode_ = 0;
     long offset_ = 0;
 };
+
+// The lines behind the one noted, all of them when it is not there; of none noted all of them, too.
+std::vector<LifeLine> lines_behind(const std::string &noted, std::vector<LifeLine> lines);
+
+// Whether a daemon ended among the lines, or by what follows the one noted: two starts in a row are a daemon
+// whose end nobody could note.
+bool tell_of_an_end(const std::string &noted, const std::vector<LifeLine> &lines);
 
 // "MILLISECONDS start PID" or "MILLISECONDS exit CODE STATUS"; nothing for another line.
 std::optional<history::LifeEvent> parse_life(const std::string &line);

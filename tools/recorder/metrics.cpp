@@ -131,9 +131,9 @@ void Metrics::count(const admission::Decision &decision)
         .Increment();
     if (decision.outcome == admission::Outcome::silence) {
         families_->cards_by_silence.Increment();
-    }
-    for (const std::string &module : decision.silent) {
-        families_->silences.Add({{"module", label_of(module)}}).Increment();
+        for (const std::string &module : decision.silent) {
+            families_->silences.Add({{"module", label_of(module)}}).Increment();
+        }
     }
     for (std::size_t i = decision.told_before; i < decision.answers.size(); ++i) {
         count(decision.answers[i]);

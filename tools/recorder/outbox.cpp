@@ -1,6 +1,7 @@
 // What is to be written into the history, kept until it is.
 #include "outbox.h"
 
+#include <iterator>
 #include <utility>
 
 namespace recorder
@@ -30,21 +31,35 @@ void Outbox::take_failure(const history::Error &error)
     }
 }
 
-bool Outbox::open(history::Time now)
+void Outbox::on_open(std::function<void(history::Writer &)> opened)
 {
-    if (!writer_) {
+    opened_ = std::move(opened);
+    if (writer_) {
         try {
-            writer_ = std::make_unique<history::Writer>(path_, now, tell_);
+            opened_(*writer_);
         } catch (const history::Error &error) {
             take_failure(error);
+            writer_.reset();
         }
     }
-    return writer_ != nullptr;
 }
 
-bool Outbox::attempt(const Write &write, history::Time now)
+void Outbox::open(history::Time now)
 {
-    if (!open(now)) {
+    try {
+        auto writer = std::make_unique<history::Writer>(path_, now, tell_);
+        if (opened_) {
+            opened_(*writer);
+        }
+        writer_ = std::move(writer);
+    } catch (const history::Error &error) {
+        take_failure(error);
+    }
+}
+
+bool Outbox::attempt(const Write &write)
+{
+    if (!writer_) {
         return false;
     }
     try {
@@ -56,15 +71,22 @@ bool Outbox::attempt(const Write &write, history::Time now)
     }
 }
 
+// A file that is not open is left to flush(): each try to open one that somebody holds takes its time.
 void Outbox::put(Write write, history::Time now)
 {
-    if (waiting_.empty() && attempt(write, now)) {
+    if (waiting_.empty() && attempt(write)) {
         return;
     }
-    if (waiting_.size() == most_waiting) {
+    if (waiting_.size() >= most_waiting) {
         drop_oldest(now);
     }
     waiting_.push_back(std::move(write));
+}
+
+void Outbox::put_first(std::vector<Write> writes)
+{
+    waiting_.insert(waiting_.begin(), std::make_move_iterator(writes.begin()),
+                    std::make_move_iterator(writes.end()));
 }
 
 // The hole is told of in the history itself, as soon as it can be.
@@ -80,17 +102,22 @@ void Outbox::drop_oldest(history::Time now)
     }
 }
 
-void Outbox::flush(history::Time now)
+bool Outbox::flush(history::Time now)
 {
-    while (!waiting_.empty() && attempt(waiting_.front(), now)) {
+    if (!writer_) {
+        open(now);
+    }
+    while (!waiting_.empty() && attempt(waiting_.front())) {
         waiting_.pop_front();
     }
-    if (waiting_.empty() && writer_) {
+    const bool done = waiting_.empty() && writer_;
+    if (done) {
         if (std::exchange(failing_, false)) {
             tell_("the history is written again");
         }
         dropping_ = false;
     }
+    return done;
 }
 
 } // namespace recorder

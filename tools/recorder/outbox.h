@@ -10,6 +10,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "history/writer.h"
 
@@ -28,26 +29,32 @@ public:
     // `failed` is called for each attempt that failed.
     Outbox(std::string path, history::Time now, Teller tell, std::function<void()> failed);
 
-    // Null while the file cannot be opened.
-    [[nodiscard]] history::Writer *writer() const { return writer_.get(); }
+    // Has `opened` called with the open file: at once when it is, and whenever it is opened, before anything
+    // that waits is written. It may throw history::Error: then the file is taken for one that cannot be
+    // opened. What it wants written it hands to put_first().
+    void on_open(std::function<void(history::Writer &)> opened);
 
     // Writes, or keeps it for flush().
     void put(Write write, history::Time now);
-    // Tries what waits again.
-    void flush(history::Time now);
+    // These go before all that waits, in their order.
+    void put_first(std::vector<Write> writes);
+    // Tries what waits again, and to open the file when it is not. Returns whether everything is written.
+    bool flush(history::Time now);
+    [[nodiscard]] bool is_open() const { return writer_ != nullptr; }
     [[nodiscard]] std::size_t waiting() const { return waiting_.size(); }
 
     // Like put(), for what is not worth keeping. Returns whether it was done.
-    bool attempt(const Write &write, history::Time now);
+    bool attempt(const Write &write);
 
 private:
-    bool open(history::Time now);
+    void open(history::Time now);
     void take_failure(const history::Error &error);
     void drop_oldest(history::Time now);
 
     std::string path_;
     Teller tell_;
     std::function<void()> failed_;
+    std::function<void(history::Writer &)> opened_;
     std::unique_ptr<history::Writer> writer_;
     std::deque<Write> waiting_;
     bool failing_ = false;

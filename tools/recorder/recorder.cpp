@@ -14,16 +14,10 @@ namespace
 {
 
 constexpr std::chrono::seconds alive_interval{30};
-constexpr const char *life_note = "life";
 
 history::OpenCheck open_check(const admission::TrackedCard &card)
 {
     return {card.card, card.requested_at, card.waiting_for, card.answers};
-}
-
-std::string last_life(const Outbox &outbox)
-{
-    return outbox.writer() == nullptr ? "" : outbox.writer()->note(life_note);
 }
 
 } // namespace
@@ -32,34 +26,18 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Teller tell, Time now)
     : settings_(std::move(settings)), metrics_(metrics), tell_(std::move(tell)),
       outbox_(settings_.history, now, tell_, [this] { metrics_.count_write_failure(); }),
       tracker_([this](const admission::Decision &decision) { record(decision); }, settings_.silence_after),
-      life_(settings_.life, last_life(outbox_)), now_(now)
+      life_(settings_.life), now_(now)
 {
     tracker_.on_fresh_daemon([this] { read_modules(); });
     tracker_.on_late_answer([this](const history::Position &position, const history::Answer &answer) {
         metrics_.count(answer);
-        outbox_.put([=](history::Writer &writer) { writer.add_late_answer(position, answer); }, now_);
+        write([=](history::Writer &writer) { writer.add_late_answer(position, answer); });
     });
-    read_life(now, false);
+    read_life(false);
     read_modules();
-    if (history::Writer *writer = outbox_.writer()) {
-        remember(*writer);
-        if (writer->last_alive()) {
-            begin_gap(*writer->last_alive(), "the recorder was not running", now);
-        }
-    }
-    tick(now);
-}
-
-void Recorder::remember(history::Writer &writer)
-{
-    for (const history::Decision &decision : writer.last_decisions()) {
-        tracker_.remember_decision(decision);
-    }
-    for (const history::OpenCheck &check : writer.open_checks()) {
-        const history::Position &position = check.card.position;
-        written_[position].answers = SIZE_MAX; // so that it is written anew, or erased
-        tracker_.remember_card(check.card);
-        tracker_.remember_open(position, check.requested_at, check.waiting_for, check.answers);
+    outbox_.on_open([this](history::Writer &writer) { opened(writer); });
+    if (outbox_.is_open()) {
+        tick(now);
     }
 }
 
@@ -68,7 +46,7 @@ void Recorder::remember(history::Writer &writer)
 void Recorder::take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time now)
 {
     now_ = now;
-    read_life(now, true);
+    read_life(true);
     if (!life_.is_readable() && !existing) {
         read_modules();
     }
@@ -80,11 +58,7 @@ void Recorder::could_not_read(const std::string &type, Time now)
     now_ = now;
     tell_("a record of " + type + " could not be read; a decision may be missing");
     metrics_.count_gap();
-    outbox_.put(
-        [now](history::Writer &writer) {
-            writer.add_gap({now, now, "a record could not be read"});
-        },
-        now);
+    write([now](history::Writer &writer) { writer.add_gap({now, now, "a record could not be read"}); });
 }
 
 void Recorder::store_lost(Time now)
@@ -94,7 +68,7 @@ void Recorder::store_lost(Time now)
     if (!gap_) {
         metrics_.count_outage();
     }
-    begin_gap(now, "the store was away", now);
+    begin_gap(now, "the store was away");
 }
 
 void Recorder::store_returns(Time now)
@@ -107,7 +81,10 @@ void Recorder::snapshot_done(Time now)
 {
     now_ = now;
     tracker_.snapshot_done(now);
-    has_snapshot_ = true;
+    if (!listening_since_) {
+        listening_since_ = now;
+        life_before_listening_ = early_life_.size();
+    }
     metrics_.show_store(true);
     end_gap(now);
     settle(now);
@@ -116,25 +93,29 @@ void Recorder::snapshot_done(Time now)
 bool Recorder::tick(Time now)
 {
     now_ = now;
-    read_life(now, true);
+    read_life(true);
     if (!life_.is_readable()) {
         read_modules();
     }
     outbox_.flush(now);
     settle(now);
-    bool more = false;
+    // A sign of life says that all before it is in the file.
+    if (!outbox_.is_open() || outbox_.waiting() > 0) {
+        return false;
+    }
     if (!last_alive_ || now - *last_alive_ >= alive_interval || now < *last_alive_) {
         last_alive_ = now;
-        outbox_.attempt([now](history::Writer &writer) { writer.alive(now); }, now);
+        outbox_.attempt([now](history::Writer &writer) { writer.alive(now); });
     }
-    outbox_.attempt([&](history::Writer &writer) { more = writer.trim(settings_.limits, now); }, now);
+    bool more = false;
+    outbox_.attempt([&](history::Writer &writer) { more = writer.trim(settings_.limits, now); });
     return more;
 }
 
 void Recorder::settle(Time now)
 {
     now_ = now;
-    if (!has_snapshot_) {
+    if (!listening_since_) {
         return; // which of the remembered checks still stand is not known
     }
     std::map<history::Position, Written> standing;
@@ -147,13 +128,12 @@ void Recorder::settle(Time now)
         standing[position] = {card->requested_at, card->answers.size(), last, card->waiting_for};
         const auto found = written_.find(position);
         if (found == written_.end() || found->second != standing[position]) {
-            outbox_.put([check = open_check(*card)](history::Writer &writer) { writer.set_open(check); },
-                        now);
+            write([check = open_check(*card)](history::Writer &writer) { writer.set_open(check); });
         }
     }
     for (const auto &[position, ignored] : written_) {
         if (!standing.contains(position)) {
-            outbox_.put([at = position](history::Writer &writer) { writer.close_open(at); }, now);
+            write([at = position](history::Writer &writer) { writer.close_open(at); });
         }
     }
     written_ = std::move(standing);
@@ -164,7 +144,7 @@ void Recorder::settle(Time now)
 void Recorder::end(Time now)
 {
     settle(now);
-    outbox_.put([now](history::Writer &writer) { writer.alive(now); }, now);
+    write([now](history::Writer &writer) { writer.alive(now); });
     outbox_.flush(now);
     if (outbox_.waiting() > 0) {
         tell_(std::to_string(outbox_.waiting()) + " changes could not be written and are lost");
@@ -174,7 +154,16 @@ void Recorder::end(Time now)
 void Recorder::record(const admission::Decision &decision)
 {
     metrics_.count(decision);
-    outbox_.put([decision](history::Writer &writer) { writer.add(decision); }, now_);
+    write([decision](history::Writer &writer) { writer.add(decision); });
+}
+
+void Recorder::write(Outbox::Write write)
+{
+    if (first_ != nullptr) {
+        first_->push_back(std::move(write));
+    } else {
+        outbox_.put(std::move(write), now_);
+    }
 }
 
 // What the daemon would take: a folder that cannot be read has no modules.
@@ -200,35 +189,49 @@ void Recorder::read_modules()
     }
 }
 
-void Recorder::read_life(Time now, bool count)
+void Recorder::read_life(bool count)
 {
     bool started = false;
-    for (const history::LifeEvent &event : life_.poll()) {
-        started = started || event.is_start;
+    const std::string before = life_.last_line();
+    const std::vector<LifeLine> lines = life_.poll();
+    if (tell_of_an_end(before, lines)) {
+        tracker_.daemon_ended();
+    }
+    tracker_.set_daemon_watched(life_.tells_of_running());
+    for (const LifeLine &line : lines) {
+        started = started || line.event.is_start;
         if (count) {
-            metrics_.count(event);
+            metrics_.count(line.event);
         }
-        outbox_.put(
-            [event, line = life_.last_line()](history::Writer &writer) {
-                writer.add_life(event);
-                writer.set_note(life_note, line);
-            },
-            now);
+        if (taken_up_) {
+            write(life_write(line));
+        } else {
+            early_life_.push_back(line);
+        }
     }
     if (started) {
         read_modules();
     }
 }
 
-void Recorder::begin_gap(Time from, const std::string &why, Time now)
+void Recorder::begin_gap(Time from, const std::string &why)
 {
     if (gap_) {
         return;
     }
     metrics_.count_gap();
-    gap_ = Silence{from, std::make_shared<std::optional<int64_t>>()};
-    outbox_.put([row = gap_->row, from, why](history::Writer &writer) { *row = writer.begin_gap(from, why); },
-                now);
+    gap_ = Silence{from, why, std::make_shared<std::optional<int64_t>>()};
+    write(gap_write(*gap_));
+}
+
+Outbox::Write Recorder::life_write(const LifeLine &line)
+{
+    return [line](history::Writer &writer) { writer.add_life(line.event, line.text); };
+}
+
+Outbox::Write Recorder::gap_write(const Silence &gap)
+{
+    return [gap](history::Writer &writer) { *gap.row = writer.begin_gap(gap.from, gap.why); };
 }
 
 void Recorder::end_gap(Time now)
@@ -236,13 +239,11 @@ void Recorder::end_gap(Time now)
     if (!gap_) {
         return;
     }
-    outbox_.put(
-        [row = gap_->row, now](history::Writer &writer) {
-            if (*row) {
-                writer.end_gap(**row, now);
-            }
-        },
-        now);
+    write([row = gap_->row, now](history::Writer &writer) {
+        if (*row) {
+            writer.end_gap(**row, now);
+        }
+    });
     gap_.reset();
 }
 

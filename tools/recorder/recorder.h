@@ -31,7 +31,8 @@ public:
     using Time = history::Time;
     using Teller = std::function<void(const std::string &)>;
 
-    // Opens the history and takes from it what was open. Throws history::Error.
+    // Opens the history and takes from it what was open. Throws history::Error when it cannot be opened,
+    // unless that will pass: then what it holds is taken up when it can.
     Recorder(Settings settings, Metrics &metrics, Teller tell, Time now);
 
     // A change, as admission::feed() takes it.
@@ -66,14 +67,31 @@ private:
     // A time in which nothing is heard.
     struct Silence {
         Time from{};
+        std::string why{};
         std::shared_ptr<std::optional<int64_t>> row{}; // once it is in the file
     };
 
-    void remember(history::Writer &writer);
+    // What the file knew of the time before, when it is opened for the first time.
+    struct Past {
+        std::vector<history::Decision> decisions{};
+        std::vector<history::OpenCheck> checks{};
+        std::string life_note{};
+        std::optional<Time> alive_at{};
+    };
+
+    void opened(history::Writer &writer);
+    void open_anew();
+    void take_up(const Past &past);
+    void take_up_life(const std::string &noted);
+    void take_up_gap(Time alive_at);
+    [[nodiscard]] bool ended_before_listening(const std::string &noted) const;
+    void write(Outbox::Write write);
     void record(const admission::Decision &decision);
     void read_modules();
-    void read_life(Time now, bool count);
-    void begin_gap(Time from, const std::string &why, Time now);
+    void read_life(bool count);
+    void begin_gap(Time from, const std::string &why);
+    static Outbox::Write life_write(const LifeLine &line);
+    static Outbox::Write gap_write(const Silence &gap);
     void end_gap(Time now);
 
     Settings settings_;
@@ -86,7 +104,11 @@ private:
     std::string folder_problem_;
     std::map<history::Position, Written> written_;
     std::optional<Silence> gap_;
-    bool has_snapshot_ = false;
+    std::optional<Time> listening_since_;
+    bool taken_up_ = false;                       // what the file holds of the time before
+    std::vector<LifeLine> early_life_;            // what was read before that
+    std::size_t life_before_listening_ = 0;       // so many of them
+    std::vector<Outbox::Write> *first_ = nullptr; // where writes go that come before all that waits
     std::optional<Time> last_alive_;
     Time now_{};
 };

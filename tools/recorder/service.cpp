@@ -6,8 +6,6 @@
 
 #include <prometheus/exposer.h>
 
-#include <set>
-
 #include "admission/feed.h"
 #include "failure.h"
 #include "ham.h"
@@ -47,7 +45,7 @@ private:
     std::unique_ptr<prometheus::Exposer> exposer_;
     cgctl::Store store_;
     cgctl::Live live_;
-    std::set<const cgctl::RecordType *> in_place_; // types whose existing records were told
+    admission::InPlace in_place_;
     bool settling_ = false;
     bool waited_ = false;
 };
@@ -105,15 +103,15 @@ void Service::take(const cgctl::Change &change)
     } else if (change.error_code != 0) {
         recorder_.could_not_read(change.type.name(), now());
     } else if (change.message != nullptr) {
-        recorder_.take(change.cmd, *change.message, change.existing, now());
+        const bool existing = change.existing || !in_place_.is_complete(change.db);
+        recorder_.take(change.cmd, *change.message, existing, now());
         settle_soon();
     }
 }
 
 void Service::take_subscribed(const cgctl::RecordType &type)
 {
-    in_place_.insert(&type);
-    if (in_place_.size() == admission::tracked_types().size()) {
+    if (in_place_.told(type.descriptor)) {
         session_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
                         " positions");
         recorder_.snapshot_done(now());
@@ -122,7 +120,7 @@ void Service::take_subscribed(const cgctl::RecordType &type)
 
 void Service::take_outage(int32_t db, bool lost)
 {
-    std::erase_if(in_place_, [db](const cgctl::RecordType *type) { return type->db == db; });
+    in_place_.lost(db);
     lost ? recorder_.store_lost(now()) : recorder_.store_returns(now());
 }
 
@@ -140,7 +138,7 @@ void Service::settle_soon()
 
 void Service::tick()
 {
-    const bool is_absent = in_place_.empty();
+    const bool is_absent = in_place_.is_empty();
     if (is_absent && !waited_) {
         session_.notice("the store does not answer yet; it is tried until it does");
         waited_ = true;

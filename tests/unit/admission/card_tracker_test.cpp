@@ -285,8 +285,10 @@ TEST_F(CardTrackerTest, AfterALossAnEndedCheckEndedUnseen)
 {
     plug();
     ask();
+    tracker.request_deleted(slot3, now, true); // the store tells of it before the result
+    EXPECT_THAT(decisions, IsEmpty());
     tracker.result_written(1259, false, now, true);
-    tracker.request_deleted(slot3, now, true);
+    tracker.snapshot_done(now);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
     EXPECT_EQ(decisions[0].admitted, false);

@@ -34,8 +34,8 @@ protected:
         add(writer, "1", admission::Outcome::denied, noon + 2s);
         add(writer, "2", admission::Outcome::silence, noon + 400s);
         writer.add_gap({noon + 10s, noon + 20s, "the store was away"});
-        writer.add_life({noon + 5s, false, 0, "exited", "77"});
-        writer.add_life({noon + 6s, true, 42, "", ""});
+        writer.add_life({noon + 5s, false, 0, "exited", "77"}, "first");
+        writer.add_life({noon + 6s, true, 42, "", ""}, "second");
         writer.alive(noon + 500s);
         std::filesystem::create_directory(modules_);
         for (const char *name : {"m1", "m2", "m3"}) {

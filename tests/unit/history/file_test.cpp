@@ -268,7 +268,7 @@ TEST_F(HistoryFile, AgeIsLimitedButForTheLastOfEachPosition)
     recorder->add(decision_at(noon, slot4));
     recorder->add(decision_at(noon + 48h));
     recorder->add_gap({noon, noon + 1s, "the store was away"});
-    recorder->add_life({noon, true, 42, "", ""});
+    recorder->add_life({noon, true, 42, "", ""}, "1 start 42");
     const Limits limits{24h, INT64_MAX};
     int steps = 1;
     for (; recorder->trim(limits, noon + 49h); ++steps) {

@@ -1,4 +1,5 @@
 // What is written is read, beside the writer and after it.
+#include "history/database.h"
 #include "history_fixture.h"
 
 namespace history
@@ -156,17 +157,17 @@ TEST_F(RoundTrip, GapsThatNobodyEndedEndWhenTheRecorderWasLastAlive)
     EXPECT_THAT(reader.gaps(noon + 12s, noon + 13s), SizeIs(1));
 }
 
-TEST_F(RoundTrip, TheDaemonsLifeAndNotes)
+TEST_F(RoundTrip, TheDaemonsLifeWithTheNoteOfItsLastEvent)
 {
     auto recorder = writer();
     EXPECT_EQ(recorder->last_alive(), std::nullopt);
-    recorder->add_life({noon, true, 42, "", ""});
-    recorder->add_life({noon + 1s, false, 0, "exited", "77"});
-    recorder->set_note("life", "17 400");
+    EXPECT_EQ(recorder->life_note(), "");
+    recorder->add_life({noon, true, 42, "", ""}, "first");
+    EXPECT_EQ(recorder->life_note(), "first");
+    recorder->add_life({noon + 1s, false, 0, "exited", "77"}, "second");
     recorder.reset();
     recorder = writer(noon + 1h);
-    EXPECT_EQ(recorder->note("life"), "17 400");
-    EXPECT_EQ(recorder->note("other"), "");
+    EXPECT_EQ(recorder->life_note(), "second");
     const Reader reader(path());
     const std::vector<LifeEvent> life = reader.life({}, {});
     ASSERT_THAT(life, SizeIs(2));
@@ -176,6 +177,37 @@ TEST_F(RoundTrip, TheDaemonsLifeAndNotes)
     EXPECT_THAT(reader.life(noon + 1s, {}), SizeIs(1));
     EXPECT_EQ(reader.begun_at(), noon);
     EXPECT_EQ(reader.alive_at(), std::nullopt);
+}
+
+TEST_F(RoundTrip, AnEventOfTheDaemonsLifeIsNotThereWithoutItsNote)
+{
+    const auto recorder = writer();
+    recorder->add_life({noon, true, 42, "", ""}, "first");
+    Database(path(), Database::Access::write)
+        .run("CREATE TRIGGER refusing BEFORE INSERT ON notes BEGIN SELECT RAISE(ABORT, 'no'); END");
+    EXPECT_THROW(recorder->add_life({noon + 1s, false, 0, "exited", "77"}, "second"), Error);
+    EXPECT_EQ(recorder->life_note(), "first");
+    EXPECT_THAT(Reader(path()).life({}, {}), SizeIs(1));
+}
+
+TEST_F(RoundTrip, AGapIsNeverShorterThanNothing)
+{
+    const auto recorder = writer();
+    recorder->add_gap({noon, noon - 1h, "a clock was set back"});
+    const std::vector<Gap> gaps = Reader(path()).gaps({}, {});
+    ASSERT_THAT(gaps, SizeIs(1));
+    EXPECT_EQ(gaps[0].until, noon);
+}
+
+TEST_F(RoundTrip, ATimeToAnswerBelowNothingIsNone)
+{
+    const auto recorder = writer();
+    Decision decision = decision_at(noon);
+    decision.answers[0].took = -5ms;
+    recorder->add(decision);
+    const std::vector<Answer> answers = Reader(path()).decisions().at(0).answers;
+    EXPECT_EQ(answers.at(0).took, std::nullopt);
+    EXPECT_EQ(answers.at(1).took, 2000ms);
 }
 
 TEST_F(RoundTrip, WhatIsWrittenWhileAReaderIsOpenIsSeenByIt)

@@ -50,6 +50,21 @@ TEST_F(Statistics, CountsAnswersByWhatTheySay)
     EXPECT_FALSE(all[0].last->registered);
 }
 
+TEST_F(Statistics, WhoWasWaitedForWhenACheckWasCutOffWasNotSilent)
+{
+    Decision decision = decision_at(noon);
+    decision.silent = {"m3"};
+    decision.outcome = Outcome::withdrawn;
+    decision.reason = admission::started_afresh;
+    recorder_->add(decision);
+    EXPECT_THAT(Reader(path()).module_statistics({}), SizeIs(2)); // those who answered
+    decision.outcome = Outcome::silence;
+    recorder_->add(decision);
+    const std::vector<ModuleStatistics> all = Reader(path()).module_statistics({});
+    ASSERT_THAT(all, SizeIs(3));
+    EXPECT_EQ(all[2].silences, 1);
+}
+
 TEST_F(Statistics, MedianAnd95thPercentileAreTheNearestRanks)
 {
     for (int i = 1; i <= 100; ++i) {

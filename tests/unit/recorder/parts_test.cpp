@@ -38,8 +38,8 @@ protected:
     static std::vector<std::string> statuses(LifeFile &file)
     {
         std::vector<std::string> found;
-        for (const history::LifeEvent &event : file.poll()) {
-            found.push_back(event.is_start ? "start" : event.status);
+        for (const LifeLine &line : file.poll()) {
+            found.push_back(line.event.is_start ? "start" : line.event.status);
         }
         return found;
     }
@@ -81,7 +81,7 @@ TEST(LifeLines, AreTakenOrPassedOver)
 
 TEST_F(LifeFileTest, TellsWhatIsAppendedInWholeLines)
 {
-    LifeFile file(path_, "");
+    LifeFile file(path_);
     EXPECT_THAT(file.poll(), IsEmpty());
     EXPECT_FALSE(file.is_readable());
     append("1 start 42\nrubbish\n2 exit exi");
@@ -92,20 +92,42 @@ TEST_F(LifeFileTest, TellsWhatIsAppendedInWholeLines)
     EXPECT_THAT(statuses(file), IsEmpty());
 }
 
-TEST_F(LifeFileTest, GoesOnBehindTheLastLineThatWasTaken)
+TEST_F(LifeFileTest, TellsWhatIsBehindALineAndWhetherTheDaemonRuns)
 {
     append("1 start 42\n2 exit exited 1\n3 start 43\n");
-    LifeFile known(path_, "2 exit exited 1");
-    EXPECT_THAT(statuses(known), ElementsAre("start"));
-    EXPECT_EQ(known.last_line(), "3 start 43");
-    LifeFile forgotten(path_, "0 start 7");
-    EXPECT_THAT(statuses(forgotten), ElementsAre("start", "1", "start"));
+    LifeFile file(path_);
+    const std::vector<LifeLine> lines = file.poll();
+    EXPECT_EQ(file.last_line(), "3 start 43");
+    EXPECT_TRUE(file.tells_of_running());
+    ASSERT_THAT(lines_behind("2 exit exited 1", lines), SizeIs(1));
+    EXPECT_EQ(lines_behind("2 exit exited 1", lines)[0].text, "3 start 43");
+    EXPECT_THAT(lines_behind("3 start 43", lines), IsEmpty());
+    EXPECT_THAT(lines_behind("0 start 7", lines), SizeIs(3));
+    EXPECT_THAT(lines_behind("", lines), SizeIs(3));
+    append("4 exit killed KILL\n");
+    EXPECT_THAT(statuses(file), ElementsAre("KILL"));
+    EXPECT_FALSE(file.tells_of_running());
+    ASSERT_EQ(unlink(path_.c_str()), 0);
+    EXPECT_THAT(file.poll(), IsEmpty());
+    EXPECT_FALSE(file.tells_of_running());
+}
+
+TEST(LifeLines, TwoStartsInARowAreAnEndThatNobodyNoted)
+{
+    const LifeLine start{{noon, true, 42, "", ""}, "1 start 42"};
+    const LifeLine exit{{noon, false, 0, "exited", "77"}, "2 exit exited 77"};
+    EXPECT_FALSE(tell_of_an_end("", {}));
+    EXPECT_FALSE(tell_of_an_end("", {start}));
+    EXPECT_FALSE(tell_of_an_end("0 exit exited 77", {start}));
+    EXPECT_TRUE(tell_of_an_end("0 start 41", {start}));
+    EXPECT_TRUE(tell_of_an_end("", {start, start}));
+    EXPECT_TRUE(tell_of_an_end("0 start 41", {exit}));
 }
 
 TEST_F(LifeFileTest, NoticesATruncatedAndAReplacedFile)
 {
     append("1 start 42\n2 exit exited 1\n");
-    LifeFile file(path_, "");
+    LifeFile file(path_);
     EXPECT_THAT(statuses(file), SizeIs(2));
     ASSERT_EQ(truncate(path_.c_str(), 0), 0);
     append("3 start 43\n");
@@ -118,7 +140,7 @@ TEST_F(LifeFileTest, NoticesATruncatedAndAReplacedFile)
 TEST_F(LifeFileTest, APipeInItsPlaceHoldsNobodyUp)
 {
     ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
-    LifeFile file(path_, "");
+    LifeFile file(path_);
     EXPECT_THAT(file.poll(), IsEmpty());
     EXPECT_FALSE(file.is_readable());
 }
@@ -173,6 +195,56 @@ TEST(OutboxTest, ADamagedFileIsMovedAsideWhileItRuns)
     EXPECT_THAT(history::Reader(folder.path("h")).decisions(), SizeIs(1));
 }
 
+TEST(OutboxTest, WhatComesFirstGoesBeforeWhatWaitsWithEachOpening)
+{
+    const cgctl::Folder folder;
+    std::vector<int> written;
+    int openings = 0;
+    Outbox outbox(
+        folder.path("h"), noon, [](const std::string &) {}, [] {});
+    const auto number = [&](int value) {
+        return [&written, value](history::Writer &) { written.push_back(value); };
+    };
+    outbox.on_open([&](history::Writer &) {
+        outbox.put_first({number(10 * ++openings), number(10 * openings + 1)});
+    });
+    EXPECT_EQ(openings, 1);
+    outbox.put(number(1), noon);
+    EXPECT_TRUE(outbox.flush(noon));
+    EXPECT_THAT(written, ElementsAre(10, 11, 1));
+    bool damaged = true;
+    outbox.put(
+        [&](history::Writer &) {
+            if (std::exchange(damaged, false)) {
+                throw history::Error("damaged", history::Error::Kind::damaged);
+            }
+            written.push_back(2);
+        },
+        noon);
+    EXPECT_FALSE(outbox.is_open());
+    EXPECT_TRUE(outbox.flush(noon));
+    EXPECT_THAT(written, ElementsAre(10, 11, 1, 20, 21, 2));
+}
+
+TEST(OutboxTest, AFileThatCannotBeTakenUpIsNotOpen)
+{
+    const cgctl::Folder folder;
+    Outbox outbox(
+        folder.path("h"), noon, [](const std::string &) {}, [] {});
+    bool broken = true;
+    outbox.on_open([&](history::Writer &) {
+        if (broken) {
+            throw history::Error("held", history::Error::Kind::passing);
+        }
+    });
+    EXPECT_FALSE(outbox.is_open());
+    outbox.put([](history::Writer &writer) { writer.add(silence_of("m1")); }, noon);
+    EXPECT_FALSE(outbox.flush(noon));
+    broken = false;
+    EXPECT_TRUE(outbox.flush(noon));
+    EXPECT_THAT(history::Reader(folder.path("h")).decisions(), SizeIs(1));
+}
+
 TEST(OutboxTest, WhatIsTooMuchForMemoryLeavesAGap)
 {
     const cgctl::Folder folder;
@@ -214,6 +286,22 @@ TEST(MetricsTest, AStrangersNameMakesNoSeries)
     EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"\",outcome=\"silence\"} 2\n"));
     EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_bucket{module=\"m1\",le=\"240\"} 0\n"));
     EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_bucket{module=\"m1\",le=\"300\"} 1\n"));
+}
+
+TEST(MetricsTest, ACheckThatWasCutOffIsNobodysDecisionAndNobodysSilence)
+{
+    Metrics metrics;
+    metrics.set_modules({"m1", "m2"});
+    history::Decision decision = silence_of("m2");
+    decision.outcome = history::Outcome::withdrawn;
+    decision.reason = admission::started_afresh;
+    decision.answers = {{"m1", 0, "", noon, true, 1s}};
+    metrics.count(decision);
+    const std::string text = text_of(metrics);
+    EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"\",outcome=\"withdrawn\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_admissions_by_silence_total{module=\"m2\"} 0\n"));
+    EXPECT_THAT(text, HasSubstr("cg_cards_admitted_by_silence_total 0\n"));
+    EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 1\n"));
 }
 
 TEST(MetricsTest, AnAnswerThatWasToldBeforeIsNotCountedAgain)

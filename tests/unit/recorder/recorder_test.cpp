@@ -1,0 +1,391 @@
+// The recorder from the store's changes to its file, also while that cannot be opened.
+#include "recorder/recorder.h"
+
+#include <gmock/gmock.h>
+#include <prometheus/text_serializer.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "cgctl/record_types.h"
+#include "history/database.h"
+#include "history/reader.h"
+#include "unit/cgctl/store_fixture.h"
+#include "vx_mom.h"
+
+namespace recorder
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using admission::Outcome;
+using cgctl::Json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+constexpr history::Time noon = history::Time{} + 1'700'049'600s;
+constexpr const char *away = "the recorder was not running";
+
+// No file can grow while it lives, as on a full disk.
+class FullDisk
+{
+public:
+    FullDisk()
+    {
+        EXPECT_NE(signal(SIGXFSZ, SIG_IGN), SIG_ERR);
+        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &before_), 0);
+        const rlimit none{0, before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+    }
+    ~FullDisk() { EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before_), 0); }
+    FullDisk(const FullDisk &) = delete;
+    FullDisk &operator=(const FullDisk &) = delete;
+
+private:
+    rlimit before_{};
+};
+
+class RecorderTest : public testing::Test
+{
+protected:
+    RecorderTest()
+    {
+        std::filesystem::create_directory(folder_.path("modules"));
+        for (const char *module : {"m1", "m2"}) {
+            std::ofstream(folder_.path("modules") + '/' + module) << "";
+        }
+    }
+
+    void start()
+    {
+        recorder_.reset();
+        const Settings settings{folder_.path("h"), folder_.path("modules"), folder_.path("life"), {}, 300s};
+        metrics_ = std::make_unique<Metrics>();
+        recorder_ = std::make_unique<Recorder>(
+            settings, *metrics_, [this](const std::string &text) { told_.push_back(text); }, now_);
+    }
+    // As SIGKILL leaves it: with what is in the file, and no more.
+    void kill() { recorder_.reset(); }
+    void listen()
+    {
+        recorder_->snapshot_done(now_);
+        recorder_->tick(now_);
+    }
+    void pass(std::chrono::seconds time)
+    {
+        now_ += time;
+        recorder_->tick(now_);
+    }
+
+    void tell(const char *type, const Json &fields, bool existing, int32_t cmd = VX_MOM_CMD_SET)
+    {
+        const cgctl::MessagePtr record = cgctl::from_json(*cgctl::record_type(type).descriptor, fields);
+        recorder_->take(cmd, *record, existing, now_);
+    }
+    void plug(int slot, bool existing = false)
+    {
+        tell("card_info",
+             {{"index", {{"devid", 1}, {"slotid", slot}}},
+              {"static_info", {{"node_type", 3}}},
+              {"name", "lc-" + std::to_string(slot)},
+              {"card_tipc_nodeid", 1000 + slot},
+              {"is_online", true}},
+             existing);
+    }
+    void ask(int slot, bool existing = false, int32_t cmd = VX_MOM_CMD_SET)
+    {
+        tell("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", slot}}}}, existing, cmd);
+    }
+    void answer(int slot, const std::string &module, int ret = 0)
+    {
+        tell("app_cg_card_check_ack",
+             {{"index", {{"devid", 1}, {"slotid", slot}, {"mod_name", module}}}, {"ret", ret}}, false);
+    }
+    void decide(int slot, bool pass)
+    {
+        tell("app_cg_mom_deny_check_result",
+             {{"index", {{"card_tipc_nodeid", 1000 + slot}}}, {"stat", pass ? 1 : 0}}, false);
+        ask(slot, false, VX_MOM_CMD_DELETED);
+    }
+    void deny(int slot)
+    {
+        answer(slot, "m2", -1);
+        decide(slot, false);
+    }
+    void note_life(const std::string &line) const
+    {
+        std::ofstream(folder_.path("life"), std::ios::app) << line << '\n';
+    }
+
+    [[nodiscard]] history::Reader file() const { return history::Reader(folder_.path("h")); }
+    [[nodiscard]] std::vector<Outcome> outcomes() const
+    {
+        std::vector<Outcome> all;
+        for (const history::Decision &decision : file().decisions()) {
+            all.push_back(decision.outcome);
+        }
+        return all;
+    }
+    [[nodiscard]] std::string metrics() const
+    {
+        std::ostringstream out;
+        prometheus::TextSerializer().Serialize(out, metrics_->registry()->Collect());
+        return out.str();
+    }
+    // A denied card in slot 3, one that waits in slot 4, and a daemon; then the recorder is away for a
+    // minute.
+    void live_before()
+    {
+        note_life("1700049600000 start 42");
+        start();
+        listen();
+        plug(3);
+        ask(3);
+        deny(3);
+        plug(4);
+        ask(4);
+        answer(4, "m1");
+        pass(1s);
+        recorder_->settle(now_);
+        killed_at_ = now_;
+        kill();
+        now_ += 60s;
+    }
+
+    cgctl::Folder folder_;
+    std::vector<std::string> told_;
+    std::unique_ptr<Metrics> metrics_;
+    std::unique_ptr<Recorder> recorder_;
+    history::Time now_ = noon;
+    history::Time killed_at_{};
+};
+
+} // namespace
+
+TEST_F(RecorderTest, GoesOnBehindItsPast)
+{
+    live_before();
+    start();
+    const history::Time started = now_;
+    plug(3, true);
+    plug(4, true);
+    ask(4, true);
+    now_ += 1s;
+    listen();
+    answer(4, "m2");
+    decide(4, true);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::passed));
+    const history::Decision passed = file().decisions().at(1);
+    EXPECT_EQ(passed.requested_at, noon);
+    EXPECT_THAT(passed.answers, SizeIs(2));
+    const std::vector<history::Gap> gaps = file().gaps({}, {});
+    ASSERT_THAT(gaps, SizeIs(1));
+    EXPECT_EQ(gaps[0].why, away);
+    EXPECT_EQ(gaps[0].until, started + 1s);
+    EXPECT_THAT(file().life({}, {}), SizeIs(1));
+}
+
+TEST_F(RecorderTest, WhatTheFileHoldsIsTakenUpWhenItCanBeOpened)
+{
+    live_before();
+    history::Time listening{};
+    {
+        const FullDisk full;
+        start();
+        EXPECT_THAT(told_, testing::Contains(HasSubstr("it is tried again, and kept in memory meanwhile")));
+        plug(4, true);
+        ask(4, true);
+        now_ += 1s;
+        listening = now_;
+        listen();
+        pass(10s);
+        answer(4, "m2");
+        decide(4, true); // its request time is not known yet
+        plug(5);
+        ask(5);
+        pass(10s);
+    }
+    now_ += 300s;
+    recorder_->tick(now_);
+    EXPECT_THAT(told_, testing::Contains("the history is written again"));
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::passed));
+    EXPECT_EQ(recorder_->tracker().find({1, 4, 0})->state, admission::State::passed); // as it was heard
+    EXPECT_EQ(recorder_->tracker().find({1, 3, 0})->last->outcome, Outcome::denied);  // as it is remembered
+    const std::vector<history::Gap> gaps = file().gaps({}, {});
+    ASSERT_THAT(gaps, SizeIs(1));
+    EXPECT_EQ(gaps[0].why, away);
+    EXPECT_EQ(gaps[0].until, listening);
+    EXPECT_LE(gaps[0].from, killed_at_);
+    const std::vector<history::OpenCheck> open = file().open_checks();
+    ASSERT_THAT(open, SizeIs(1));
+    EXPECT_EQ(open[0].card.position, (history::Position{1, 5, 0}));
+    EXPECT_THAT(metrics(), HasSubstr("cg_recorder_gaps_total 1\n"));
+}
+
+TEST_F(RecorderTest, ACheckThatStandsMeanwhileIsJoinedWithItsPast)
+{
+    live_before();
+    {
+        const FullDisk full;
+        start();
+        plug(4, true);
+        ask(4, true);
+        listen();
+        pass(5s);
+    }
+    pass(1s);
+    ASSERT_THAT(file().open_checks(), SizeIs(1));
+    EXPECT_EQ(file().open_checks()[0].requested_at, noon);
+    answer(4, "m2");
+    decide(4, true);
+    const std::vector<history::Decision> decisions = file().decisions();
+    ASSERT_THAT(decisions, SizeIs(2));
+    EXPECT_EQ(decisions[1].requested_at, noon);
+    EXPECT_THAT(decisions[1].answers, SizeIs(2));
+    EXPECT_FALSE(decisions[1].complete);
+}
+
+TEST_F(RecorderTest, ARememberedCheckThatIsGoneIsOlderThanWhatWasHeardMeanwhile)
+{
+    live_before();
+    {
+        const FullDisk full;
+        start();
+        plug(4, true);
+        listen();
+        now_ += 30s;
+        ask(4);
+        deny(4);
+        pass(1s);
+    }
+    pass(1s);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen, Outcome::denied));
+    EXPECT_EQ(recorder_->tracker().find({1, 4, 0})->last->outcome, Outcome::denied);
+    kill();
+    start();
+    EXPECT_EQ(recorder_->tracker().find({1, 4, 0})->last->outcome,
+              Outcome::denied); // the last one in the file
+    EXPECT_THAT(file().open_checks(), IsEmpty());
+}
+
+TEST_F(RecorderTest, TheDaemonsLifeIsNotedOnceWheneverTheFileOpens)
+{
+    live_before();
+    note_life("1700049630000 exit exited 77");
+    note_life("1700049631000 start 43");
+    {
+        const FullDisk full;
+        start();
+        listen();
+        pass(1s);
+    }
+    note_life("1700049690000 exit killed KILL");
+    pass(1s);
+    pass(1s);
+    kill();
+    start();
+    pass(1s);
+    std::vector<std::string> events;
+    for (const history::LifeEvent &event : file().life({}, {})) {
+        events.push_back(event.is_start ? std::to_string(event.pid) : event.status);
+    }
+    EXPECT_THAT(events, ElementsAre("42", "77", "43", "KILL"));
+}
+
+TEST_F(RecorderTest, ADaemonThatEndedWhileTheRecorderWasAwayIsNotTakenForTheSame)
+{
+    live_before();
+    note_life("1700049630000 exit exited 77");
+    note_life("1700049631000 start 43");
+    start();
+    plug(4, true);
+    ask(4, true); // the new one's, or still the old one's
+    listen();
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen));
+    pass(1s);
+    ask(4);
+    EXPECT_THAT(outcomes(), SizeIs(2));
+    EXPECT_EQ(recorder_->tracker().find({1, 4, 0})->requested_at, now_);
+}
+
+TEST_F(RecorderTest, ARestartOfTheDaemonCutsAChecksRowOff)
+{
+    note_life("1700049600000 start 42");
+    start();
+    listen();
+    plug(4);
+    ask(4);
+    now_ += 10s;
+    answer(4, "m1");
+    ask(4); // somebody writes it again
+    EXPECT_THAT(outcomes(), IsEmpty());
+    note_life("1700049615000 exit killed KILL");
+    pass(5s);
+    EXPECT_THAT(outcomes(), IsEmpty());
+    now_ += 1s;
+    ask(4);                              // the service notes the start when the daemon is up,
+    note_life("1700049616000 start 43"); // which may be after its first request
+    pass(1s);
+    recorder_->settle(now_);
+    const std::vector<history::Decision> decisions = file().decisions();
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_EQ(decisions[0].outcome, Outcome::withdrawn);
+    EXPECT_EQ(decisions[0].reason, admission::started_afresh);
+    EXPECT_EQ(decisions[0].requested_at, noon);
+    EXPECT_THAT(decisions[0].silent, ElementsAre("m2"));
+    EXPECT_THAT(decisions[0].answers, SizeIs(1));
+    ASSERT_THAT(file().open_checks(), SizeIs(1));
+    EXPECT_EQ(file().open_checks()[0].requested_at, noon + 16s);
+    EXPECT_THAT(metrics(), HasSubstr("cg_decisions_total{decider=\"\",outcome=\"withdrawn\"} 1\n"));
+    ask(4);
+    EXPECT_THAT(outcomes(), SizeIs(1)); // by the same daemon again
+}
+
+TEST_F(RecorderTest, AFileThatIsMovedAsideHasWhatStandsInTheNextOne)
+{
+    live_before();
+    start();
+    plug(4, true);
+    ask(4, true);
+    listen();
+    ASSERT_THAT(file().open_checks(), SizeIs(1));
+    // Else the log would heal it when the file is closed.
+    history::Database(folder_.path("h"), history::Database::Access::write)
+        .run("PRAGMA wal_checkpoint(TRUNCATE)");
+    std::ofstream(folder_.path("h")) << std::string(50'000, 'x');
+    pass(40s);
+    pass(1s);
+    pass(1s);
+    EXPECT_THAT(told_, testing::Contains(HasSubstr("it was moved to")));
+    ASSERT_THAT(file().open_checks(), SizeIs(1));
+    EXPECT_EQ(file().open_checks()[0].requested_at, noon);
+    kill();
+    start();
+    EXPECT_THAT(file().life({}, {}), IsEmpty()); // they are in the other one
+}
+
+TEST_F(RecorderTest, NoSignOfLifeIsGivenWhileSomethingWaitsToBeWritten)
+{
+    start();
+    listen();
+    const std::optional<history::Time> alive = file().alive_at();
+    history::Database blocked(folder_.path("h"), history::Database::Access::write);
+    blocked.run("CREATE TRIGGER refusing BEFORE INSERT ON gaps BEGIN SELECT RAISE(ABORT, 'no'); END");
+    recorder_->could_not_read("card_info", now_);
+    pass(60s);
+    EXPECT_EQ(file().alive_at(), alive);
+    blocked.run("DROP TRIGGER refusing");
+    pass(1s);
+    EXPECT_EQ(file().alive_at(), now_);
+    EXPECT_THAT(file().gaps({}, {}), SizeIs(1));
+}
+
+} // namespace recorder

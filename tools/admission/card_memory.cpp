@@ -1,0 +1,117 @@
+// What is remembered of cards from before somebody listened.
+//
+// What was heard goes before what is remembered: the memory is the older one, whenever it comes.
+#include <algorithm>
+#include <utility>
+
+#include "card_entry.h"
+
+namespace admission
+{
+
+void CardTracker::remember_card(const CardFacts &card)
+{
+    Entry &known = entry(card.position);
+    if (known.has_card) {
+        return;
+    }
+    known.shown.card = card;
+    known.shown.card.online = false; // whether it still is, its record tells
+    known.asked = known.shown.card;
+}
+
+void CardTracker::remember_open(const Position &position, std::optional<Time> requested_at,
+                                std::vector<std::string> waiting_for, std::vector<Answer> answers)
+{
+    Entry &known = entry(position);
+    known.open = true;
+    known.list = std::move(waiting_for);
+    known.shown.requested_at = requested_at;
+    known.shown.since = requested_at;
+    known.shown.answers = std::move(answers);
+}
+
+void CardTracker::remember_decision(const Decision &decision)
+{
+    Entry &known = entry(decision.card.position);
+    if (known.decided_here) {
+        return;
+    }
+    known.shown.last = decision;
+    if (known.has_card) {
+        settle(known, decision.decided_at, true);
+    }
+}
+
+void CardTracker::take_up(const OpenCheck &check, bool daemon_ended, Time at)
+{
+    Entry &known = entry(check.card.position);
+    if (!known.first && !complete_since_) {
+        remember_card(check.card);
+        remember_open(check.card.position, check.requested_at, check.waiting_for, check.answers);
+        known.asked = check.card;
+        known.daemon_ended = daemon_ended;
+        return;
+    }
+    const bool has_time =
+        known.first && (!check.requested_at || known.first->at - *check.requested_at <= timeout_ + slack);
+    if (!has_time || !known.first->found || daemon_ended || !is_same_card(known.first->card, check.card)) {
+        known.leftover = known.leftover || (daemon_ended && known.open && known.checks == 1 && known.first->found);
+        tell_unseen(known, check, known.first ? known.first->at : complete_since_.value_or(at));
+    } else if (known.open && known.checks == 1) {
+        join(known, check, at);
+    }
+}
+
+void CardTracker::join(Entry &known, const OpenCheck &check, Time at)
+{
+    const std::vector<Answer> heard = std::exchange(known.shown.answers, check.answers);
+    known.list = check.waiting_for;
+    for (const Answer &answer : heard) {
+        if (was_heard(known.shown.answers, answer)) {
+            continue; // it stood, and was told anew
+        }
+        add_answer(known, answer);
+        if (answer.registered && answer.ret == 0) {
+            take_off_list(known, answer.module);
+        }
+    }
+    known.shown.requested_at = check.requested_at;
+    settle(known, at, true);
+}
+
+// The card's state is not concluded from it.
+void CardTracker::tell_unseen(Entry &known, const OpenCheck &check, Time at)
+{
+    Decision end;
+    end.card = check.card;
+    end.outcome = Outcome::unseen;
+    end.requested_at = check.requested_at;
+    end.decided_at = at;
+    end.answers = check.answers;
+    end.complete = false;
+    if (!known.decided_here) {
+        known.shown.last = end;
+        settle(known, at, true);
+    }
+    if (on_decision_) {
+        on_decision_(end);
+    }
+}
+
+void CardTracker::snapshot_done(Time at)
+{
+    complete_since_ = complete_since_.value_or(at);
+    std::vector<Position> positions;
+    for (const auto &[position, known] : entries_) {
+        positions.push_back(position);
+        if (known->open && !known->shown.request) {
+            end_unseen(*known, at, known->result);
+        }
+        settle(*known, at, true);
+    }
+    std::for_each(positions.begin(), positions.end(),
+                  [this](const Position &position) { forget_if_empty(position); });
+}
+
+} // namespace admission

@@ -1,0 +1,21 @@
+// What is computed from a decision alone, so that every view of it says the same.
+#include "decision.h"
+
+namespace admission
+{
+
+std::optional<std::chrono::milliseconds> duration_of(const Decision &decision)
+{
+    if (!decision.requested_at || decision.decided_at < *decision.requested_at) {
+        return std::nullopt;
+    }
+    return std::chrono::duration_cast<std::chrono::milliseconds>(decision.decided_at -
+                                                                 *decision.requested_at);
+}
+
+bool was_cut_off(const Decision &decision)
+{
+    return decision.outcome == Outcome::withdrawn && !decision.reason.empty();
+}
+
+} // namespace admission
