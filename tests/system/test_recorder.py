@@ -1,7 +1,9 @@
 """The recorder beside the real daemon: what it keeps, through restarts, outages and kills."""
+import contextlib
 import json
 import pathlib
 import signal
+import sqlite3
 import subprocess
 import urllib.request
 
@@ -157,6 +159,63 @@ def test_a_restart_in_mid_check_goes_on_and_tells_of_the_gap(rig, recorder, sign
     text = rig.cgctl("history", "--history", recorder.history)
     assert "the recorder was not running: decisions may be missing" in text
     assert "moved to" not in recorder.said()
+
+
+@pytest.mark.parametrize("watched", [True, False], ids=["with the notes of its service", "without"])
+def test_a_restart_of_the_daemon_cuts_a_check_off(rig, recorder, watched):
+    rig.modules("m1", "m2")
+    rig.role("master")
+    daemon = rig.start()
+    if watched:
+        note_life(recorder, "1700000000000 start 42")
+    recorder.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.answer("1/3/0", "m1")
+    rig.plug("1/3/0")  # told again: the daemon does not ask again
+    rig.settle()
+    rig.expect(lambda: sql(recorder, "SELECT count(*) FROM open_answers") == "1", "the answer is in the file")
+    daemon.signal(signal.SIGKILL)
+    daemon.wait()
+    if watched:
+        note_life(recorder, "1700000001000 exit killed KILL")
+    rig.start()
+    cut = recorder.expect_decision("1/3/0", "withdrawn")
+    assert cut["reason"] == "the daemon was started afresh" and cut["silent"] == ["m2"] and cut["admitted"] is None
+    assert [answer["module"] for answer in cut["answers"]] == ["m1"] and cut["complete"] and cut["took_s"] >= 0
+    if watched:
+        note_life(recorder, "1700000002000 start 43")
+    rig.answer("1/3/0", "m1")
+    rig.answer("1/3/0", "m2")
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert passed["requested_at"] == cut["decided_at"] and len(passed["answers"]) == 2 and passed["complete"]
+    assert [decision["outcome"] for decision in recorder.decisions("1/3/0")] == ["withdrawn", "passed"]
+    assert "withdrawn while waiting for m2: the daemon was started afresh" in rig.cgctl(
+        "history", "--history", recorder.history)
+    metrics = recorder.metrics()
+    assert metrics['cg_decisions_total{decider="",outcome="withdrawn"}'] == 1
+    assert metrics['cg_admissions_by_silence_total{module="m2"}'] == 0
+
+
+def test_a_file_that_somebody_holds_at_the_start_is_taken_up_when_he_lets_go(rig, recorder):
+    rig.modules("m1")
+    rig.role("master")
+    rig.start()
+    recorder.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.expect(lambda: sql(recorder, "SELECT count(*) FROM open_checks") == "1", "the open check is in the file")
+    recorder.end(signal.SIGKILL)
+    with contextlib.closing(sqlite3.connect(recorder.history, isolation_level=None)) as held:
+        held.execute("BEGIN EXCLUSIVE")
+        recorder.start()
+        assert "it is tried again, and kept in memory meanwhile" in recorder.said()
+        held.execute("ROLLBACK")
+    rig.expect(lambda: "the history is written again" in recorder.said(), "it is written again")
+    rig.answer("1/3/0", "m1")
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert passed["requested_at"] and not passed["complete"]
+    assert [gap["why"] for gap in recorder.gaps()] == ["the recorder was not running"] and recorder.gaps()[0]["until"]
 
 
 def sql(recorder, query):

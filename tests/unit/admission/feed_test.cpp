@@ -168,3 +168,20 @@ TEST_F(FeedTest, ACardWithoutAStaticPartHasNoType)
     EXPECT_EQ(shown().card.node_type, 0);
     EXPECT_EQ(shown().card.serial, "");
 }
+
+TEST(InPlaceTest, AChangeIsNewsWhenAllTypesOfItsDatabaseWereTold)
+{
+    InPlace in_place;
+    EXPECT_TRUE(in_place.is_empty());
+    for (const TrackedType &type : tracked_types()) {
+        EXPECT_FALSE(in_place.is_complete(type.db));
+        EXPECT_EQ(in_place.told(type.descriptor), type.descriptor == tracked_types().back().descriptor);
+    }
+    EXPECT_TRUE(in_place.is_complete(1));
+    EXPECT_TRUE(in_place.is_complete(33));
+    in_place.lost(33);
+    EXPECT_TRUE(in_place.is_complete(1));
+    EXPECT_FALSE(in_place.is_complete(33));
+    EXPECT_FALSE(in_place.told(tracked_types()[5].descriptor));
+    EXPECT_TRUE(in_place.told(tracked_types()[6].descriptor));
+}

@@ -135,6 +135,47 @@ TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
                                      "offline 1/3/0 lc: off line (while the store was away)"));
 }
 
+TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    answer("m1", 0);
+    (void)texts();
+    request();
+    EXPECT_EQ(told.at(0).tone, Tone::warning);
+    EXPECT_THAT(texts(),
+                ElementsAre("decision 1/3/0 lc: withdrawn while waiting for m2: the daemon was started "
+                            "afresh",
+                            "asked 1/3/0 lc: asked m1, m2"));
+}
+
+TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWhenAllIsTold)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    (void)texts();
+    request(true, VX_MOM_CMD_DELETED);
+    EXPECT_THAT(texts(), IsEmpty()); // its result is still to come
+    take("app_cg_mom_deny_check_result", {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", 1}}, true);
+    events.all_told(now);
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0].more["decision"]["admitted"], true);
+    EXPECT_THAT(texts(), ElementsAre("decision 1/3/0 lc: ended unseen (while the store was away)"));
+}
+
+TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    (void)texts();
+    now -= 3600s;
+    answer("m1", 0);
+    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m1 PASS"));
+}
+
 TEST_F(CardEventsTest, TheRoleIsToldWhenItChanges)
 {
     take("dp_lib_grole", {{"my_grole", 1}}, true);

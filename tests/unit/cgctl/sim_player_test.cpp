@@ -70,11 +70,12 @@ public:
         return texts;
     }
 
-    std::vector<std::string> modules{}; // whom the daemon asks
-    Milliseconds timeout = 300s;        // on our clock
-    Milliseconds slowness = 10ms;       // of the daemon
-    bool deaf = false;                  // the store tells nothing back
-    std::vector<std::string> written{}; // what the player wrote
+    std::vector<std::string> modules{};   // whom the daemon asks
+    Milliseconds timeout = 300s;          // on our clock
+    Milliseconds slowness = 10ms;         // of the daemon
+    bool deaf = false;                    // the store tells nothing back
+    std::optional<Milliseconds> afresh{}; // so long after a request the daemon is started afresh, once
+    std::vector<std::string> written{};   // what the player wrote
     std::vector<std::string> told{};
     Milliseconds elapsed() const { return std::chrono::duration_cast<Milliseconds>(now_.time_since_epoch()); }
 
@@ -159,6 +160,9 @@ private:
         Json request = key(position);
         request["type"] = cards_[position]["config_dev_type"];
         hear(VX_MOM_CMD_HMSET, "p_libpub.app_cg_card_check_info", request);
+        if (const auto time = std::exchange(afresh, std::nullopt)) {
+            later(*time, [this, position] { ask(position); });
+        }
         later(timeout, [this, position, check] {
             if (checks_[position] == check && waiting_.contains(position)) {
                 decide(position, true);
@@ -295,6 +299,18 @@ TEST(SimPlayer, SilenceIsWaitedForAsLongAsItTakes)
     EXPECT_NEAR(static_cast<double>(world.elapsed().count()), 15010, 50);
     EXPECT_NEAR(static_cast<double>(world.player().results()[0].took.count()), 300200, 1000)
         << "the daemon's seconds";
+}
+
+TEST(SimPlayer, ADaemonThatIsStartedAfreshBeginsTheCheckAnew)
+{
+    World world(pass_both + "plug 1/3\nexpect 1/3 passed by m2 within 5s", {1, false, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.afresh = 1500ms; // m1 has passed
+    world.play();
+    EXPECT_EQ(world.misses(), nothing);
+    EXPECT_THAT(world.told, testing::Contains("decision check cut off: the daemon was started afresh"));
+    EXPECT_THAT(world.written, testing::ElementsAre("plug 1/3/0", "m1 passes 1/3/0", "m1 passes 1/3/0",
+                                                    "m2 passes 1/3/0", "pull 1/3/0"));
 }
 
 TEST(SimPlayer, TimesAreTheDaemonsAndPassFasterOnOurClock)
