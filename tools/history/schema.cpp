@@ -96,7 +96,7 @@ std::span<const Migration> migrations()
     return all;
 }
 
-void bring_up_to_date(const Database &database, std::span<const Migration> steps)
+void require_writable_version(const Database &database, std::span<const Migration> steps)
 {
     const int64_t version = database.number("PRAGMA user_version");
     const int64_t owner = database.number("PRAGMA application_id");
@@ -110,7 +110,13 @@ void bring_up_to_date(const Database &database, std::span<const Migration> steps
         refuse(database, "has version " + std::to_string(version) + ", this program knows up to " +
                              std::to_string(newest) + "; use the newer cg_recorderd, or another file");
     }
-    for (int64_t step = version; step < newest; ++step) {
+}
+
+void bring_up_to_date(const Database &database, std::span<const Migration> steps)
+{
+    require_writable_version(database, steps);
+    const auto newest = static_cast<int64_t>(steps.size());
+    for (int64_t step = database.number("PRAGMA user_version"); step < newest; ++step) {
         Transaction transaction(database);
         database.run(steps[static_cast<std::size_t>(step)]);
         database.run(("PRAGMA application_id = " + std::to_string(application_id)).c_str());

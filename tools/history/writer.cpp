@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -38,6 +39,36 @@ std::optional<Time> noted_time(const Database &database, const char *name)
     return text.empty() ? std::nullopt : std::optional(Time(std::chrono::milliseconds(std::stoll(text))));
 }
 
+bool is_there(const std::string &path)
+{
+    return access(path.c_str(), F_OK) == 0;
+}
+
+// Throws Error when the path leads to a file of somebody else, before anything is done to it or beside it: a
+// path that is mistyped must cost nobody his file. One that is no database, or no longer one, is ours when
+// our lock file lies beside it.
+void require_ours(const std::string &path, const std::string &lock)
+{
+    struct stat status {
+    };
+    if (stat(path.c_str(), &status) != 0 || (S_ISREG(status.st_mode) && status.st_size == 0)) {
+        return; // a new one; if something else is wrong, opening it tells
+    }
+    try {
+        const bool has_log = is_there(path + "-wal");
+        require_writable_version(
+            Database(path, has_log ? Database::Access::read : Database::Access::immutable));
+    } catch (const Error &error) {
+        if (error.is_damaged() && !is_there(lock)) {
+            throw Error(path +
+                        " is there, and is no history; it is left alone: name another file, or move it away");
+        }
+        if (!error.is_damaged()) {
+            throw;
+        }
+    }
+}
+
 } // namespace
 
 // A file of its own: to close another descriptor of the database would take SQLite's locks away.
@@ -45,10 +76,10 @@ class Writer::Lock
 {
 public:
     explicit Lock(const std::string &path)
-        : number_(::open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, for_owner_and_group))
+        : number_(::open(place(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, for_owner_and_group))
     {
         if (number_ < 0) {
-            throw Error("cannot open " + path + ".lock: " + std::strerror(errno) +
+            throw Error("cannot open " + place(path) + ": " + std::strerror(errno) +
                         "; its folder must be there and be writable");
         }
         if (flock(number_, LOCK_EX | LOCK_NB) != 0) {
@@ -61,13 +92,16 @@ public:
     Lock(const Lock &) = delete;
     Lock &operator=(const Lock &) = delete;
 
+    static std::string place(const std::string &path) { return path + ".lock"; }
+
 private:
     int number_;
 };
 
-Writer::Writer(std::string path, Time now, const Teller &tell)
-    : path_(std::move(path)), lock_(std::make_unique<Lock>(path_))
+Writer::Writer(std::string path, Time now, const Teller &tell) : path_(std::move(path))
 {
+    require_ours(path_, Lock::place(path_));
+    lock_ = std::make_unique<Lock>(path_);
     try {
         open(now);
     } catch (const Error &error) {

@@ -32,6 +32,12 @@ std::string message_of(const std::function<void()> &action)
     return "nothing was thrown";
 }
 
+std::string content_of(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 // Runs `body` in a child process, as a user without rights when we are root. Returns its exit status, or 128
 // and the signal.
 int in_child(const std::function<int()> &body)
@@ -118,6 +124,22 @@ TEST_F(HistoryFile, AnotherProgramsDatabaseIsRefusedAndLeftAlone)
     EXPECT_EQ(Database(path(), Database::Access::read).number("SELECT count(*) FROM recipes"), 0);
 }
 
+// A mistyped path must cost nobody his file.
+TEST_F(HistoryFile, FilesOfOthersStayAsTheyAreWithNothingBesideThem)
+{
+    run_sql("CREATE TABLE recipes (name)");
+    const std::string before = content_of(path());
+    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("it is left alone"));
+    EXPECT_EQ(content_of(path()), before);
+    EXPECT_THAT(names(), ElementsAre("history.sqlite"));
+
+    std::ofstream(path(), std::ios::trunc) << "root:x:0:0:root:/root:/bin/sh\n";
+    EXPECT_EQ(message_of([this] { writer(); }),
+              path() + " is there, and is no history; it is left alone: name another file, or move it away");
+    EXPECT_EQ(content_of(path()), "root:x:0:0:root:/root:/bin/sh\n");
+    EXPECT_THAT(names(), ElementsAre("history.sqlite"));
+}
+
 TEST_F(HistoryFile, AnOlderVersionIsBroughtUpToDateStepByStepAndKeepsItsRows)
 {
     const std::array<Migration, 2> steps{"CREATE TABLE a (x); INSERT INTO a VALUES (5)",
@@ -141,9 +163,10 @@ TEST_F(HistoryFile, AStepThatFailsLeavesTheOlderVersion)
     EXPECT_EQ(database.number("SELECT count(*) FROM sqlite_master"), 1);
 }
 
-TEST_F(HistoryFile, WhatIsNoDatabaseIsMovedAsideAndToldOf)
+TEST_F(HistoryFile, OneThatIsNoDatabaseAnyMoreIsMovedAsideAndToldOf)
 {
-    std::ofstream(path()) << std::string(5000, 'x');
+    writer()->add(decision_at(noon));
+    std::ofstream(path(), std::ios::trunc) << std::string(5000, 'x');
     EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("file is not a database"));
     writer()->add(decision_at(noon));
     EXPECT_THAT(Reader(path()).decisions(), SizeIs(1));
