@@ -154,7 +154,11 @@ void Recorder::end(Time now)
 void Recorder::record(const admission::Decision &decision)
 {
     metrics_.count(decision);
-    write([decision](history::Writer &writer) { writer.add(decision); });
+    const auto kept = std::make_shared<history::Decision>(decision);
+    if (!taken_up_ && early_.size() < most_waiting) {
+        early_.push_back(kept);
+    }
+    write([kept](history::Writer &writer) { writer.add(*kept); });
 }
 
 void Recorder::write(Outbox::Write write)

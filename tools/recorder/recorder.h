@@ -84,6 +84,7 @@ private:
     void take_up(const Past &past);
     void take_up_life(const std::string &noted);
     void take_up_gap(Time alive_at);
+    void complete_early(const history::OpenCheck &check);
     [[nodiscard]] bool ended_before_listening(const std::string &noted) const;
     void write(Outbox::Write write);
     void record(const admission::Decision &decision);
@@ -105,10 +106,11 @@ private:
     std::map<history::Position, Written> written_;
     std::optional<Silence> gap_;
     std::optional<Time> listening_since_;
-    bool taken_up_ = false;                       // what the file holds of the time before
-    std::vector<LifeLine> early_life_;            // what was read before that
-    std::size_t life_before_listening_ = 0;       // so many of them
-    std::vector<Outbox::Write> *first_ = nullptr; // where writes go that come before all that waits
+    bool taken_up_ = false;                                 // what the file holds of the time before
+    std::vector<std::shared_ptr<history::Decision>> early_; // decisions that were heard of before that
+    std::vector<LifeLine> early_life_;                      // what was read before that
+    std::size_t life_before_listening_ = 0;                 // so many of them
+    std::vector<Outbox::Write> *first_ = nullptr;           // where writes go that come before all that waits
     std::optional<Time> last_alive_;
     Time now_{};
 };

@@ -49,11 +49,32 @@ void Recorder::take_up(const Past &past)
     const bool ended = ended_before_listening(past.life_note);
     for (const history::OpenCheck &check : past.checks) {
         written_[check.card.position].answers = SIZE_MAX; // so that it is written anew, or erased
+        const std::size_t told = first_->size();
         tracker_.take_up(check, ended, now_);
+        if (first_->size() == told) {
+            complete_early(check); // else it has ended unseen, and what was decided was another one
+        }
     }
+    early_.clear();
     take_up_life(past.life_note);
     if (past.alive_at) {
         take_up_gap(*past.alive_at);
+    }
+}
+
+// The check was found standing and was decided while the file could not be opened: when it began, and what
+// was answered before, the file knows.
+void Recorder::complete_early(const history::OpenCheck &check)
+{
+    for (const std::shared_ptr<history::Decision> &decision : early_) {
+        const bool is_of_it = decision->card.position == check.card.position && !decision->requested_at &&
+                              decision->outcome != history::Outcome::exempt &&
+                              decision->outcome != history::Outcome::unasked;
+        if (is_of_it) {
+            decision->requested_at = check.requested_at;
+            decision->answers.insert(decision->answers.begin(), check.answers.begin(), check.answers.end());
+            decision->told_before += check.answers.size();
+        }
     }
 }
 

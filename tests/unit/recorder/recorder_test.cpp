@@ -208,7 +208,7 @@ TEST_F(RecorderTest, WhatTheFileHoldsIsTakenUpWhenItCanBeOpened)
         listen();
         pass(10s);
         answer(4, "m2");
-        decide(4, true); // its request time is not known yet
+        decide(4, true); // when it began is in the file
         plug(5);
         ask(5);
         pass(10s);
@@ -217,6 +217,11 @@ TEST_F(RecorderTest, WhatTheFileHoldsIsTakenUpWhenItCanBeOpened)
     recorder_->tick(now_);
     EXPECT_THAT(told_, testing::Contains("the history is written again"));
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::passed));
+    const history::Decision passed = file().decisions().at(1);
+    EXPECT_EQ(passed.requested_at, noon);
+    ASSERT_THAT(passed.answers, SizeIs(2));
+    EXPECT_EQ(passed.answers[0].module, "m1");
+    EXPECT_FALSE(passed.complete);
     EXPECT_EQ(recorder_->tracker().find({1, 4, 0})->state, admission::State::passed); // as it was heard
     EXPECT_EQ(recorder_->tracker().find({1, 3, 0})->last->outcome, Outcome::denied);  // as it is remembered
     const std::vector<history::Gap> gaps = file().gaps({}, {});
