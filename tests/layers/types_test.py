@@ -1,0 +1,157 @@
+"""No type has two definitions.
+
+Two files of one program that each define `cgctl::Entry` for themselves compile and link: the linker keeps one of
+the two constructors, and the other file works on a type that it does not know. What a file has for itself belongs
+into its unnamed namespace; then nothing can be confused. Compilers find it with optimisation over the whole
+program only, which takes minutes.
+
+Types within functions and within unnamed namespaces are nobody else's, and passed over.
+"""
+
+import argparse
+import collections
+import pathlib
+import re
+import sys
+import tempfile
+import unittest
+
+# What can hold a brace, or look like the beginning of a type, without being one.
+NOISE = re.compile(
+    r"""R"(?P<mark>[^()\\\s]{0,16})\(.*?\)(?P=mark)" | //(?:\\\n|[^\n])* | /\*.*?\*/
+        | "(?:\\.|[^"\\\n])*" | (?<![0-9a-fA-F])'(?:\\.|[^'\\\n])+' | ^[ \t]*\#(?:\\\n|[^\n])*""",
+    re.DOTALL | re.MULTILINE | re.VERBOSE,
+)
+TYPE = re.compile(
+    r"(?:^|\s)(?:struct|class|union|enum(?:\s+(?:class|struct))?)\s+(?:\[\[[^\]]*\]\]\s*)*"
+    r"(?P<name>[A-Za-z_][\w:]*(?:\s*<[^{}]*>)?)\s*(?:final\s*)?(?::(?!:).*)?$",
+    re.DOTALL,
+)
+NAMESPACE = re.compile(r"(?:^|\s)namespace\b\s*(?P<name>[\w:]*)\s*$")
+UNNAMED = None
+
+options = argparse.Namespace()
+
+
+def kind_of(head):
+    """What the brace behind these words opens: ("namespace" | "type" | "other", name)."""
+    found = NAMESPACE.search(head)
+    if found:
+        return "namespace", found["name"] or UNNAMED
+    if re.search(r'extern\s*""$', head):
+        return "namespace", ""
+    head = re.sub(r"template\s*<(?:[^<>]|<[^<>]*>)*>", " ", head)
+    found = TYPE.search(head)
+    if found and "(" not in head[: found.start("name")] and ")" not in found[0]:
+        return "type", found["name"]
+    return "other", ""
+
+
+def types_in(text):
+    """The qualified names of the types that a source defines where others could see them."""
+    text = NOISE.sub(lambda match: '""' if match[0][0] in "\"'R" else " ", text)
+    scopes = []
+    head = ""
+    for piece in re.split(r"([{};])", text):
+        if piece == "{":
+            kind, name = kind_of(head.strip())
+            if kind == "type" and all(outer == "namespace" and of is not UNNAMED for outer, of in scopes):
+                yield "::".join([*(of for _, of in scopes if of), re.sub(r"\s", "", name)])
+            scopes.append((kind, name))
+        elif piece == "}" and scopes:
+            scopes.pop()
+        head = piece if piece not in "{};" else ""
+    if scopes:
+        raise ValueError(f"{len(scopes)} braces are not closed")
+
+
+def definitions(source, folders):
+    places = collections.defaultdict(list)
+    for folder in folders:
+        for path in sorted((source / folder).rglob("*")):
+            if path.suffix in {".h", ".hpp", ".cpp"}:
+                for name in types_in(path.read_text()):
+                    places[name].append(str(path.relative_to(source)))
+    return places
+
+
+def doubles(source, folders):
+    return {name: where for name, where in definitions(source, folders).items() if len(where) > 1}
+
+
+# The programs, as folders whose objects come together.
+PROGRAMS = {
+    "cgctl": ["platform", "builtin", "kit", "tools/admission", "tools/history", "tools/cgctl"],
+    "cg_recorderd": ["platform", "builtin", "tools/admission", "tools/history", "tools/recorder"],
+    "app_cg": ["platform", "builtin", "src"],
+    "app_cg_tests": ["platform", "src", "tests/recording_platform", "tests/unit/app_cg"],
+    "builtin_tests": ["platform", "builtin", "tests/unit/builtin"],
+    "kit_core_tests": ["platform", "kit", "tests/recording_platform", "tests/unit/kit_core"],
+    "recorder_tests": ["platform", "builtin", "tools/admission", "tools/history", "tools/recorder", "tests/unit/recorder"],
+}
+for name in ("admission", "cgctl", "history", "kit"):
+    PROGRAMS[f"{name}_tests"] = [*PROGRAMS["cgctl"], f"tests/unit/{name}"]
+
+
+class TypesTest(unittest.TestCase):
+    maxDiff = None
+
+    def test_no_program_has_two_types_of_one_name(self):
+        for program, folders in PROGRAMS.items():
+            with self.subTest(program):
+                self.assertEqual(doubles(options.source, folders), {})
+
+    def test_the_types_that_are_there_are_seen(self):
+        seen = definitions(options.source, PROGRAMS["cgctl"])
+        for name in ("cgctl::CheckRunner", "kit::Module", "app_cg_kit_check", "vx_mom_result", "admission::Position"):
+            self.assertIn(name, seen)
+        self.assertGreater(len(seen), 150)
+
+    def test_every_form_of_a_definition_is_seen(self):
+        text = """
+        namespace a::b { template <typename T, typename = std::vector<int>> class One final : public Base<T> { int x{}; }; }
+        namespace c { enum class Two : int { x }; struct [[nodiscard]] Three { struct Inner {}; }; namespace { struct No {}; } }
+        extern "C" { typedef struct four { int x; } four_t; union five { int x; }; }
+        struct Outer::Parts : Base {};
+        template <> struct std::hash<a::Six> {};
+        """
+        self.assertEqual(
+            list(types_in(text)),
+            ["a::b::One", "c::Two", "c::Three", "four", "five", "Outer::Parts", "std::hash<a::Six>"],
+        )
+
+    def test_what_is_no_definition_for_others_is_passed_over(self):
+        text = r"""
+        // struct Comment {
+        #define MACRO struct Macro {
+        namespace { struct Own {}; namespace inner { class Own {}; } }
+        struct timeval now() { struct stat status {}; struct Local {}; return {}; }
+        const char *text = "struct Text {"; const char *raw = R"(struct Raw {)"; char brace = '{'; int n = 1'000;
+        class Declared; enum Forward : int; template <typename T, class U> void f(struct Argument *x) { }
+        std::vector<struct Member> variable{1, 2}; auto lambda = [](struct Argument x) { return x; };
+        """
+        self.assertEqual(list(types_in(text)), [])
+
+    def test_the_check_sees_two_of_a_name(self):
+        with tempfile.TemporaryDirectory() as folder:
+            tree = pathlib.Path(folder)
+            for name, text in {
+                "tools/a.cpp": "namespace cgctl {\nstruct Entry { int x; };\nnamespace {\nstruct Own {}; }\n}\n",
+                "tools/b.cpp": "namespace cgctl\n{\nstruct Entry {\n    char x;\n};\nnamespace {\nstruct Own {}; }\n}\n",
+                "tools/c.cpp": "namespace other { struct Entry {}; }\n",
+            }.items():
+                path = tree / name
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.write_text(text)
+            self.assertEqual(doubles(tree, ["tools"]), {"cgctl::Entry": ["tools/a.cpp", "tools/b.cpp"]})
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--source", type=pathlib.Path, required=True)
+    parser.parse_args(namespace=options)
+    unittest.main(argv=sys.argv[:1], verbosity=2)
+
+
+if __name__ == "__main__":
+    main()
