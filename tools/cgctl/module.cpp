@@ -14,7 +14,6 @@ namespace cgctl
 namespace
 {
 
-constexpr int32_t module_database = 1; // of requests and answers
 constexpr int64_t most_parallel = 256;
 constexpr double longest_limit_s = 86400;
 
@@ -48,7 +47,7 @@ int run_module(const Session &session, const RunOptions &options)
     CheckRunner::Options settings{options.name, session.command, parallel(options.parallel),
                                   time_limit(options.timeout_s)};
     // The module would wait for a store as long as it takes; a wrong endpoint is to be told at once.
-    Store(session).connect(module_database);
+    Store(session).connect(record_type("p_libpub.app_cg_card_check_info").db);
     CheckRunner(session, std::move(settings)).run();
     return done;
 }

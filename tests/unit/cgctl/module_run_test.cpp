@@ -1,12 +1,17 @@
 // cgctl module run, as a process of its own on a real store. The tests play the daemon.
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 
+#include "cgctl/child_process.h"
 #include "store_fixture.h"
 
 namespace cgctl
@@ -295,6 +300,27 @@ TEST_F(ModuleRun, ANameIsServedOnce)
     stop(*other);
     stop(*first);
     stop(*start({}, "exit 0"));
+}
+
+TEST_F(ModuleRun, AServiceManagerHearsWhenItServes)
+{
+    const Descriptor manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const std::string path = folder_.path("notify");
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    ASSERT_EQ(bind(manager.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    const auto runner = start({}, "exit 0");
+    unsetenv("NOTIFY_SOCKET");
+    std::string heard;
+    EXPECT_TRUE(eventually([&] {
+        std::array<char, 256> message{};
+        const ssize_t length = recv(manager.get(), message.data(), message.size(), 0);
+        heard.append(message.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+        return heard.find("READY=1") != std::string::npos;
+    })) << heard;
+    stop(*runner);
 }
 
 TEST_F(ModuleRun, AStoreThatIsNotThereIsToldAtOnce)

@@ -124,6 +124,7 @@ TEST_F(Threads, AnExaminationIsAnsweredOrEndedAndNeverBoth)
     constexpr int many = 20000;
     const auto mailbox = std::make_shared<kit::Mailbox>([] {}, kit::Log());
     std::vector<std::shared_ptr<app_cg_kit_check>> checks;
+    checks.reserve(many);
     for (int i = 0; i < many; i++) {
         checks.push_back(std::make_shared<app_cg_kit_check>(kit::Facts(), mailbox));
     }
@@ -215,8 +216,10 @@ TEST_F(Threads, OfManyVerdictsOneCounts)
     serve(examine, [&] {
         ask(3);
         std::atomic<int> taken{0};
+        constexpr int threads = 8;
         std::vector<std::thread> others;
-        for (int i = 0; i < 8; i++) {
+        others.reserve(threads);
+        for (int i = 0; i < threads; i++) {
             others.emplace_back([&] { taken += kept->answer(true, "") == 0 ? 1 : 0; });
         }
         for (std::thread &other : others) {
