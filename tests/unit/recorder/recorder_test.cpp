@@ -28,7 +28,6 @@ using cgctl::Json;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::SizeIs;
 
 constexpr history::Time noon = history::Time{} + 1'700'049'600s;
