@@ -23,6 +23,9 @@ namespace
 {
 
 constexpr const char *library = R"lua(#!lua name=vx_mom1
+-- redis.call, looked up once: a library that is being loaded has none yet.
+local call
+
 local function permit(...)
     if not redis.acl_check_cmd(...) then
         error({err = 'NOPERM no right to ' .. select(1, ...) .. ' ' .. select(2, ...)})
@@ -30,7 +33,7 @@ local function permit(...)
 end
 
 local function check_counter(counter)
-    local now = redis.call('GET', counter)
+    local now = call('GET', counter)
     if now and not (string.match(now, '^%d+$') and #now < 16) then
         error({err = 'WRONGTYPE ' .. counter .. ' holds no revision'})
     end
@@ -43,11 +46,11 @@ local function begin_write(record, counter, index, channel)
     check_counter(counter)
     permit('HSET', record, 'rev', '0')
     permit('PUBLISH', channel, '')
-    redis.call('SADD', index, record)
+    call('SADD', index, record)
 end
 
 local function count(counter)
-    return string.format('%d', redis.call('INCR', counter))
+    return string.format('%d', call('INCR', counter))
 end
 
 -- The beginnings of items, by the items' lengths.
@@ -83,10 +86,22 @@ local function items(texts, first, last)
     return joined
 end
 
+-- Numbers of fields as items, by themselves.
+local numbers = {}
+
+local function item_of_number(number)
+    local text = string.format('%d', number)
+    local item = beginning_of(text) .. text
+    if number < 512 then
+        numbers[number] = item
+    end
+    return item
+end
+
 local function publish(channel, revision, command, texts, first, last)
-    local number = string.format('%d', (last - first + 1) / 2)
-    redis.call('PUBLISH', channel, beginning_of(revision) .. revision .. '1:' .. command .. beginning_of(number) ..
-        number .. items(texts, first, last))
+    local fields = (last - first + 1) / 2
+    call('PUBLISH', channel, beginning_of(revision) .. revision .. '1:' .. command ..
+        (numbers[fields] or item_of_number(fields)) .. items(texts, first, last))
 end
 
 -- What a record holds besides the fields is for those who write.
@@ -122,28 +137,30 @@ end
 
 -- A write that is repeated because its answer was lost is recognised by what the first one left.
 local function set(keys, args)
+    call = call or redis.call
     local record, counter, index = keys[1], keys[2], keys[3]
     local channel, token, last = args[1] .. record, args[2], #args
     check_pairs(last - 2, last - 2)
-    if redis.call('HGET', record, 'by') == token and token ~= '' then
-        return redis.call('HGET', record, 'rev')
+    if call('HGET', record, 'by') == token and token ~= '' then
+        return call('HGET', record, 'rev')
     end
     permit('DEL', record)
     begin_write(record, counter, index, channel)
     local revision = count(counter)
-    redis.call('DEL', record)
-    redis.call('HSET', record, unpack(args, 3, mark(args, last, revision, token)))
+    call('DEL', record)
+    call('HSET', record, unpack(args, 3, mark(args, last, revision, token)))
     publish(channel, revision, '4', args, 3, last)
     return revision
 end
 
 local function hmset(keys, args)
+    call = call or redis.call
     local record, counter, index = keys[1], keys[2], keys[3]
     local channel, token, given = args[1] .. record, args[2], #args
     local count_of_texts = tonumber(args[3])
     check_pairs(count_of_texts, given - 3)
-    if redis.call('HGET', record, 'by') == token and token ~= '' then
-        return redis.call('HGET', record, 'rev')
+    if call('HGET', record, 'by') == token and token ~= '' then
+        return call('HGET', record, 'rev')
     end
     permit('HGETALL', record)
     permit('HDEL', record, 'rev')
@@ -151,14 +168,14 @@ local function hmset(keys, args)
     local last = 3 + count_of_texts
     local revision = count(counter)
     if last < given then
-        redis.call('HDEL', record, unpack(args, last + 1))
+        call('HDEL', record, unpack(args, last + 1))
     end
     local marked = mark(args, last, revision, token)
     -- All are new, `rev` too: there was no record, and no need to read back what was given.
-    if redis.call('HSET', record, unpack(args, 4, marked)) == (marked - 3) / 2 then
+    if call('HSET', record, unpack(args, 4, marked)) == (marked - 3) / 2 then
         publish(channel, revision, '6', args, 4, last)
     else
-        publish_content(channel, revision, '6', redis.call('HGETALL', record))
+        publish_content(channel, revision, '6', call('HGETALL', record))
     end
     return revision
 end
@@ -171,18 +188,19 @@ end
 
 local function remove(record, counter, index, channel, all)
     local revision = count(counter)
-    redis.call('DEL', record)
-    redis.call('SREM', index, record)
+    call('DEL', record)
+    call('SREM', index, record)
     publish_content(channel, revision, '3', all)
     return revision
 end
 
 local function del(keys, args)
+    call = call or redis.call
     local record, counter, index = keys[1], keys[2], keys[3]
     local channel = args[1] .. record
-    local is_listed = redis.call('SISMEMBER', index, record) == 1
+    local is_listed = call('SISMEMBER', index, record) == 1
     check_counter(counter)
-    local all = redis.call('HGETALL', record)
+    local all = call('HGETALL', record)
     check_removal(record, index, channel)
     if not all[1] and not is_listed then
         return '0'
@@ -192,9 +210,10 @@ end
 
 -- The records' keys are found through the index, so they cannot be declared.
 local function pdel(keys, args)
+    call = call or redis.call
     local counter, index, prefix, beginning = keys[1], keys[2], args[1], args[2]
     local found = {}
-    for _, record in ipairs(redis.call('SMEMBERS', index)) do
+    for _, record in ipairs(call('SMEMBERS', index)) do
         if string.sub(record, 1, #beginning) == beginning then
             found[#found + 1] = record
         end
@@ -203,14 +222,14 @@ local function pdel(keys, args)
     permit('SREM', index, beginning)
     permit('PUBLISH', prefix .. beginning, '')
     for _, record in ipairs(found) do
-        redis.call('HLEN', record)
+        call('HLEN', record)
         permit('HGETALL', record)
         check_removal(record, index, prefix .. record)
     end
     table.sort(found)
     local revision = '0'
     for _, record in ipairs(found) do
-        revision = remove(record, counter, index, prefix .. record, redis.call('HGETALL', record))
+        revision = remove(record, counter, index, prefix .. record, call('HGETALL', record))
     end
     return revision
 end
@@ -218,28 +237,29 @@ end
 -- Notes that another server process, or another line of descent of its data, serves this database now, and
 -- the counters that it begins with: whoever knew more knows that something is lost.
 local function register(keys, args)
+    call = call or redis.call
     local set_key, runs_key = keys[1], keys[2]
     local run, random, digest = args[1], args[2], args[3]
     permit('SET', set_key, random)
     permit('HSET', runs_key, 'now', '0')
     permit('HDEL', runs_key, '0')
-    if (redis.call('GET', set_key) or '') == '' then
-        redis.call('SET', set_key, random)
+    if (call('GET', set_key) or '') == '' then
+        call('SET', set_key, random)
     end
-    local now = redis.call('HGET', runs_key, 'now') or '0'
+    local now = call('HGET', runs_key, 'now') or '0'
     now = string.match(now, '^%d+$') and #now < 16 and tonumber(now) or 0
-    local present = redis.call('HGET', runs_key, string.format('%d', now))
+    local present = call('HGET', runs_key, string.format('%d', now))
     if not present or string.match(present, '^%S*') ~= run then
         now = now + 1
         local entry = {run}
         for i = 3, #keys do
-            entry[#entry + 1] = args[i + 1] .. '=' .. (redis.call('GET', keys[i]) or '0')
+            entry[#entry + 1] = args[i + 1] .. '=' .. (call('GET', keys[i]) or '0')
         end
-        redis.call('HSET', runs_key, 'now', string.format('%d', now))
-        redis.call('HSET', runs_key, string.format('%d', now), table.concat(entry, ' '))
-        redis.call('HDEL', runs_key, string.format('%d', now - 32))
+        call('HSET', runs_key, 'now', string.format('%d', now))
+        call('HSET', runs_key, string.format('%d', now), table.concat(entry, ' '))
+        call('HDEL', runs_key, string.format('%d', now - 32))
     end
-    redis.call('HSET', runs_key, 'library', digest)
+    call('HSET', runs_key, 'library', digest)
     return now
 end
 
