@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -25,6 +27,11 @@ namespace kit
 
 namespace
 {
+
+constexpr std::size_t most_modules = 16; // that the daemon asks
+
+constexpr const char *if_unused = "; if no module of its owner runs, remove it";
+constexpr const char *not_known = "; whether another module has the name is not known";
 
 // Short, the same in every process, and no more has to be told than one store from another.
 std::string digest(const std::string &text)
@@ -59,13 +66,20 @@ std::string owner_problem(int file)
     }
     if (status.st_uid != geteuid()) {
         return "it belongs to user " + std::to_string(status.st_uid) + ", and this is user " +
-               std::to_string(geteuid()) + "; if no module of that user runs, remove it";
+               std::to_string(geteuid()) + if_unused;
     }
     constexpr mode_t others = 077;
     if ((status.st_mode & others) != 0 && fchmod(file, S_IRUSR | S_IWUSR) != 0) {
         return strerror(errno);
     }
     return {};
+}
+
+bool is_removed(int file)
+{
+    struct stat status {
+    };
+    return fstat(file, &status) == 0 && status.st_nlink == 0;
 }
 
 std::string holder_in(int file)
@@ -110,16 +124,60 @@ std::string name_problem(const std::string &name)
     return {};
 }
 
+// What the daemon would take: the first entries in the folder's own order, cut.
 std::string folder_problem(const std::string &folder, const std::string &name)
 {
-    struct stat entry {
-    };
-    if (folder.empty() || lstat((folder + '/' + name).c_str(), &entry) == 0) {
+    if (folder.empty()) {
         return {};
     }
-    return folder + " has no entry " + name + " (" + strerror(errno) +
-           "): the daemon does not ask this module. Make one, as with `touch " + folder + '/' + name +
+    std::error_code error;
+    std::size_t place = 0;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+         entry.increment(error)) {
+        ++place;
+        const std::string known = entry->path().filename().string().substr(0, APP_CG_KIT_LONGEST_NAME);
+        if (known == name && place > most_modules) {
+            return folder + " has the entry " + name + " behind " + std::to_string(most_modules) +
+                   " others, which are all that the daemon asks; remove one of them, and restart the daemon";
+        }
+        if (known == name) {
+            return {};
+        }
+    }
+    return folder + " has no entry " + name + (error ? " (" + error.message() + ')' : "") +
+           ": the daemon does not ask this module. Make one, as with `touch " + folder + '/' + name +
            "`, and restart the daemon";
+}
+
+NameLock::~NameLock()
+{
+    // While it is locked, so that whoever has opened it meanwhile sees that it is gone. Not in a child
+    // process.
+    if (file_ && owner_ == getpid()) {
+        (void)unlink(path_.c_str());
+    }
+}
+
+NameLock::Outcome NameLock::lock_file(std::string &why)
+{
+    file_ = open_lock(path_);
+    if (!file_) {
+        why = "cannot open the lock file " + path_ + ": " + strerror(errno) +
+              (errno == EACCES ? if_unused : "") + not_known;
+        return Outcome::cannot_tell;
+    }
+    if (const std::string problem = owner_problem(file_.get()); !problem.empty()) {
+        why = "cannot rely on the lock file " + path_ + ": " + problem + not_known;
+        return Outcome::cannot_tell;
+    }
+    if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+        const bool is_taken = errno == EWOULDBLOCK;
+        why = is_taken ? "another module of the name " + name_ + " runs" + holder_in(file_.get()) +
+                             " and holds " + path_ + "; stop it, or use another name"
+                       : "cannot lock " + path_ + ": " + strerror(errno);
+        return is_taken ? Outcome::taken : Outcome::cannot_tell;
+    }
+    return Outcome::held;
 }
 
 NameLock::Outcome NameLock::take(const std::string &folder, const std::string &name,
@@ -128,27 +186,19 @@ NameLock::Outcome NameLock::take(const std::string &folder, const std::string &n
     if (folder.empty()) {
         return Outcome::held;
     }
-    const std::string path = folder + "/app_cg_kit." + name + '.' + digest(endpoint) + ".lock";
-    platform::Descriptor file = open_lock(path);
-    if (!file) {
-        why = "cannot open the lock file " + path + ": " + strerror(errno) +
-              "; whether another module has the name is not known";
-        return Outcome::cannot_tell;
+    name_ = name;
+    path_ = folder + "/app_cg_kit." + name + '.' + digest(endpoint) + ".lock";
+    Outcome outcome = lock_file(why);
+    // Its last holder removed it between our opening and our locking it.
+    while (outcome == Outcome::held && is_removed(file_.get())) {
+        outcome = lock_file(why);
     }
-    if (const std::string problem = owner_problem(file.get()); !problem.empty()) {
-        why = "cannot rely on the lock file " + path + ": " + problem +
-              "; whether another module has the name is not known";
-        return Outcome::cannot_tell;
+    if (outcome != Outcome::held) {
+        file_.reset();
+        return outcome;
     }
-    if (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        const bool is_taken = errno == EWOULDBLOCK;
-        why = is_taken ? "another module of the name " + name + " runs" + holder_in(file.get()) +
-                             " and holds " + path + "; stop it, or use another name"
-                       : "cannot lock " + path + ": " + strerror(errno);
-        return is_taken ? Outcome::taken : Outcome::cannot_tell;
-    }
-    note_holder(path);
-    file_ = std::move(file);
+    owner_ = getpid();
+    note_holder(path_);
     return Outcome::held;
 }
 

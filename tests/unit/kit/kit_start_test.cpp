@@ -82,6 +82,25 @@ TEST_F(KitStart, AnEntryThatIsMissingIsAWarning)
     EXPECT_EQ(logged_.count("has no entry"), before);
 }
 
+TEST_F(KitStart, EntriesCountAsTheDaemonTakesThem)
+{
+    std::filesystem::create_directory(folder_.path("long"));
+    options_.module_folder = folder_.path("long");
+    std::ofstream(folder_.path("long/power-budget-module")) << "";
+    EXPECT_EQ(open("power-budget-mo"), 0);
+    EXPECT_EQ(logged_.count("entry"), 0U) << logged_.all();
+
+    std::filesystem::create_directory(folder_.path("many"));
+    options_.module_folder = folder_.path("many");
+    for (int i = 0; i < 17; ++i) {
+        std::ofstream(folder_.path("many/m" + std::to_string(i))) << "";
+    }
+    auto last = std::filesystem::directory_iterator(folder_.path("many"));
+    std::advance(last, 16); // in the folder's own order
+    EXPECT_EQ(open(last->path().filename()), 0);
+    EXPECT_TRUE(logged_.has("behind 16 others")) << logged_.all();
+}
+
 TEST_F(KitStart, ANameIsUsedOnceOnAHostForOneStore)
 {
     cgctl::Child other([this] {
@@ -113,11 +132,16 @@ TEST_F(KitStart, WithoutAPlaceForTheLockItWarnsAndGoesOn)
 // Who could open the file could hold its lock, and keep the module from starting.
 TEST_F(KitStart, TheLockFileIsItsOwnersAlone)
 {
-    EXPECT_EQ(open("volt"), 0);
-    const std::filesystem::path lock = lock_file();
-    EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
+    std::filesystem::path lock;
+    {
+        const app_cg_kit::Module module(options_);
+        lock = lock_file();
+        EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
+    }
+    EXPECT_FALSE(exists(lock)) << "it is left behind";
+    std::ofstream(lock) << "";
     std::filesystem::permissions(lock, std::filesystem::perms(0644));
-    EXPECT_EQ(open("volt"), 0);
+    const app_cg_kit::Module module(options_);
     EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
     EXPECT_EQ(logged_.count("lock file"), 0U) << logged_.all();
 }
@@ -127,11 +151,17 @@ TEST_F(KitStart, ALockFileOfAnotherUserTellsNothing)
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root can give a file to another user";
     }
+    std::filesystem::path lock;
+    {
+        const app_cg_kit::Module module(options_);
+        lock = lock_file();
+    }
+    std::ofstream(lock) << "";
+    ASSERT_EQ(chown(lock.c_str(), 4711, 4711), 0);
     EXPECT_EQ(open("volt"), 0);
-    ASSERT_EQ(chown(lock_file().c_str(), 4711, 4711), 0);
-    EXPECT_EQ(open("volt"), 0);
+    EXPECT_TRUE(exists(lock)) << "it is another's";
     EXPECT_TRUE(logged_.has("4 cannot rely on the lock file")) << logged_.all();
-    EXPECT_TRUE(logged_.has("it belongs to user 4711, and this is user 0; if no module of that user runs, "
+    EXPECT_TRUE(logged_.has("it belongs to user 4711, and this is user 0; if no module of its owner runs, "
                             "remove it; whether another module has the name is not known"))
         << logged_.all();
 }
