@@ -88,6 +88,9 @@ facts_of_card(const TrackedCard &card, std::optional<std::chrono::milliseconds> 
         facts.add_card(card.card);
     }
     facts.add("state", state_text(card, left));
+    if (is_pass_unseen(card)) {
+        facts.add("", "nobody saw whether a module passed it or all were only silent");
+    }
     facts.add("since", since_text(card, now));
     if (card.request) {
         facts.add_request(card);

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <ctime>
 #include <iomanip>
-#include <numeric>
 #include <sstream>
 
 #include "p_dev.pb-c.h"
@@ -21,6 +20,8 @@ using admission::Outcome;
 using admission::State;
 using admission::TrackedCard;
 using std::chrono::milliseconds;
+
+constexpr const char *unseen_pass = "passed unseen";
 
 std::string enum_word(const ProtobufCEnumDescriptor &type, int32_t value, std::size_t prefix)
 {
@@ -180,6 +181,8 @@ std::string state_text(const TrackedCard &card, std::optional<milliseconds> left
         return decision == nullptr || decision->silent.empty()
                    ? text_of(card.state)
                    : std::string(text_of(card.state)) + " of " + list_of(decision->silent);
+    case State::passed:
+        return is_pass_unseen(card) ? unseen_pass : text_of(card.state);
     case State::denied:
         return denied_text(card);
     case State::offline:
@@ -198,9 +201,14 @@ std::string since_text(const TrackedCard &card, Time now)
     return clock_text(*card.since, now) + " (" + span_text(ago) + " ago)";
 }
 
-Tone tone_of(State state)
+bool is_pass_unseen(const TrackedCard &card)
 {
-    switch (state) {
+    return card.state == State::passed && decision_behind(card) == nullptr;
+}
+
+Tone tone_of(const TrackedCard &card)
+{
+    switch (card.state) {
     case State::absent:
     case State::offline:
         return Tone::quiet;
@@ -212,6 +220,7 @@ Tone tone_of(State state)
     case State::denied:
         return Tone::bad;
     case State::passed:
+        return is_pass_unseen(card) ? Tone::warning : Tone::good;
     case State::exempt:
     case State::unasked:
         return Tone::good;
@@ -222,6 +231,9 @@ Tone tone_of(State state)
 std::string decision_text(const Decision &decision)
 {
     std::string text = text_of(decision.outcome);
+    if (decision.outcome == Outcome::unseen && decision.admitted) {
+        text += *decision.admitted ? ", passed" : ", denied";
+    }
     if (!decision.decider.empty()) {
         text += " by " + visible(decision.decider);
     }
@@ -243,20 +255,37 @@ std::string answer_text(const admission::Answer &answer)
            (answer.registered ? "" : " (no module of the folder: passed over)");
 }
 
-std::string summary_text(const std::map<State, std::size_t> &counts)
+void Sum::add(const TrackedCard &card)
 {
-    const auto total = std::accumulate(counts.begin(), counts.end(), std::size_t{0},
-                                       [](std::size_t sum, const auto &count) { return sum + count.second; });
-    std::string text = std::to_string(total) + (total == 1 ? " card" : " cards");
-    const char *separator = ": ";
-    for (const State state : {State::passed, State::silence, State::waiting, State::denied, State::exempt,
-                              State::unasked, State::undecided, State::offline, State::absent}) {
-        if (const auto found = counts.find(state); found != counts.end() && found->second != 0) {
-            text += separator + std::to_string(found->second) + ' ' + text_of(state);
-            separator = ", ";
+    if (is_pass_unseen(card)) {
+        ++unseen_;
+    } else {
+        ++counts_[card.state];
+    }
+}
+
+std::string Sum::text() const
+{
+    std::vector<std::pair<std::size_t, std::string>> parts;
+    const auto add = [&](State state) {
+        const auto found = counts_.find(state);
+        parts.emplace_back(found == counts_.end() ? 0 : found->second, text_of(state));
+    };
+    add(State::passed);
+    parts.emplace_back(unseen_, unseen_pass);
+    for (const State state : {State::silence, State::waiting, State::denied, State::exempt, State::unasked,
+                              State::undecided, State::offline, State::absent}) {
+        add(state);
+    }
+    std::size_t total = 0;
+    std::string text;
+    for (const auto &[count, name] : parts) {
+        total += count;
+        if (count != 0) {
+            text += (text.empty() ? ": " : ", ") + std::to_string(count) + ' ' + name;
         }
     }
-    return text;
+    return std::to_string(total) + (total == 1 ? " card" : " cards") + text;
 }
 
 Json answer_json(const admission::Answer &answer)
@@ -295,6 +324,7 @@ Json admission_json(const TrackedCard &card, std::optional<milliseconds> left)
         answers.push_back(answer_json(answer));
     }
     return {{"state", word_of(card.state)},
+            {"unseen", is_pass_unseen(card)},
             {"denied", card.denied},
             {"since", or_null(card.since)},
             {"waiting_for", card.waiting_for},

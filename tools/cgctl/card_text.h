@@ -36,13 +36,15 @@ std::string utc_text(Time time);
 
 // The denial that still stands, of this very card; null when there is none, or nobody saw it.
 const admission::Decision *denial_of(const admission::TrackedCard &card);
-// "waiting for m1, m3 (212 s left)", "passed by silence of m2", "denied by m1", "off line", ...
+// "waiting for m1, m3 (212 s left)", "passed by silence of m2", "passed unseen", "denied by m1", ...
 // `left` is the tracker's time_left().
 std::string state_text(const admission::TrackedCard &card,
                        std::optional<std::chrono::milliseconds> left = std::nullopt);
+// Passed, and nobody saw how it came to that: a module's PASS, or the silence of all of them.
+bool is_pass_unseen(const admission::TrackedCard &card);
 // "14:02:11 (88 s ago)"; empty when it is not known.
 std::string since_text(const admission::TrackedCard &card, Time now);
-Tone tone_of(admission::State state);
+Tone tone_of(const admission::TrackedCard &card);
 
 // What a check ended with: "passed by m2", "denied by m1: not enough power", "passed by silence of m2",
 // "withdrawn while waiting for m2: the daemon was started afresh".
@@ -56,13 +58,23 @@ std::string answer_text(const admission::Answer &answer);
 std::vector<std::pair<std::string, std::string>>
 facts_of_card(const admission::TrackedCard &card, std::optional<std::chrono::milliseconds> left, Time now);
 
-// "12 cards: 9 passed, 1 waiting, ..."; states without a card are not named.
-std::string summary_text(const std::map<admission::State, std::size_t> &counts);
+// Counts cards by what an operator wants to know of them first.
+class Sum
+{
+public:
+    void add(const admission::TrackedCard &card);
+    // "12 cards: 9 passed, 1 waiting, ..."; what no card is, is not named.
+    [[nodiscard]] std::string text() const;
+
+private:
+    std::map<admission::State, std::size_t> counts_;
+    std::size_t unseen_ = 0; // passes that nobody saw; not among the others
+};
 
 // The members of the JSON forms.
 Json answer_json(const admission::Answer &answer);
 Json decision_json(const admission::Decision &decision);
-// "state", "since", "waiting_for", "requested_at", "time_left_s", "answers", "decision".
+// "state", "unseen", "since", "waiting_for", "requested_at", "time_left_s", "answers", "decision".
 Json admission_json(const admission::TrackedCard &card, std::optional<std::chrono::milliseconds> left);
 
 } // namespace cgctl

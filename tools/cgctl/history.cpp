@@ -131,9 +131,9 @@ Tone tone_of_outcome(history::Outcome outcome)
     case history::Outcome::denied:
         return Tone::bad;
     case history::Outcome::silence:
+    case history::Outcome::unseen:
         return Tone::warning;
     case history::Outcome::withdrawn:
-    case history::Outcome::unseen:
         return Tone::quiet;
     default:
         return Tone::good;

@@ -106,7 +106,7 @@ private:
 std::vector<Cell> cells_of(const CardRow &row, admission::Time now)
 {
     const admission::TrackedCard &tracked = row.tracked;
-    const Tone tone = tracked.denied ? Tone::bad : tone_of(tracked.state);
+    const Tone tone = tracked.denied ? Tone::bad : tone_of(tracked);
     return {{row.position().text()},
             {row.stored ? visible(tracked.card.name) : "-"},
             {row.stored ? short_type(tracked.card.node_type) : "-"},
@@ -123,15 +123,21 @@ void print_table(const Session &session, const std::vector<const CardRow *> &row
     const std::vector<Column> columns{{"CARD", 0},  {"NAME", 6},  {"TYPE", 0},   {"STATE", 16},
                                       {"SINCE", 8}, {"POWER", 0}, {"REASON", 12}};
     std::vector<std::vector<Cell>> cells;
-    std::map<State, std::size_t> counts;
+    Sum sum;
     for (const CardRow *row : rows) {
         cells.push_back(cells_of(*row, now));
-        ++counts[row->tracked.state];
+        sum.add(row->tracked);
     }
     for (const std::string &line : table_lines(columns, cells, terminal)) {
         session.line(line);
     }
-    session.notice(summary_text(counts));
+    session.notice(sum.text());
+}
+
+std::size_t unseen_in(const std::vector<const CardRow *> &rows)
+{
+    return static_cast<std::size_t>(std::count_if(
+        rows.begin(), rows.end(), [](const CardRow *row) { return is_pass_unseen(row->tracked); }));
 }
 
 Json json_of(const Overview &overview, const std::vector<const CardRow *> &rows)
@@ -162,6 +168,7 @@ int list(const Session &session, const ListOptions &options)
             print_table(session, rows, overview.now(), terminal);
         }
         overview.tell_what_is_missing(session);
+        overview.tell_unseen(session, unseen_in(rows));
     }
     if (rows.empty() && !filter.is_empty()) {
         throw Failure(failed, filter.nothing_found());

@@ -35,7 +35,8 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     }
     modules_asked_at_ = now();
     const Past past = read_past(history_file);
-    if (!past.problem.empty()) {
+    has_past_ = past.problem.empty();
+    if (!has_past_) {
         session.notice(visible(past.problem) + ": what was before now is not known");
     }
     prime(events_.tracker(), ask_daemon(session), past, requests, modules_asked_at_);
@@ -64,6 +65,7 @@ void LiveCards::take(const Change &change)
             events_.all_told(at);
             if (!std::exchange(completed_, true)) { // later ones are those after an outage
                 complete_();
+                tell_unseen();
             }
         }
     } else if (change.error_code != 0) {
@@ -76,6 +78,16 @@ void LiveCards::take(const Change &change)
         }
         const bool existing = change.existing || !in_place_.is_complete(change.db);
         events_.take(change.cmd, *change.message, existing, at);
+    }
+}
+
+void LiveCards::tell_unseen() const
+{
+    const auto cards = events_.tracker().cards();
+    const auto count = std::count_if(
+        cards.begin(), cards.end(), [](const admission::TrackedCard *card) { return is_pass_unseen(*card); });
+    if (has_past_ && count > 0) {
+        session_.notice(unseen_text(static_cast<std::size_t>(count)));
     }
 }
 

@@ -26,6 +26,7 @@ private:
     void take(const Change &change);
     void take_outage(const Live::Outage &outage);
     void refresh_modules(Time now);
+    void tell_unseen() const;
 
     const Session &session_;
     CardEvents events_;
@@ -33,6 +34,7 @@ private:
     std::function<void()> complete_;
     admission::InPlace in_place_;
     bool completed_ = false;
+    bool has_past_ = false; // a history could be read
     Time modules_asked_at_{};
 };
 

@@ -180,7 +180,7 @@ std::vector<ScreenCard> LiveView::cards(Time now) const
         entry.name = visible(card->card.name);
         entry.type = card->state == State::absent ? "" : short_type(card->card.node_type);
         entry.state = state_text(*card);
-        entry.tone = tone_of(card->state);
+        entry.tone = tone_of(*card);
         if (card->state == State::denied && card->last && !card->last->reason.empty()) {
             entry.state += ": " + visible(card->last->reason);
         }
@@ -196,13 +196,13 @@ std::vector<ScreenCard> LiveView::cards(Time now) const
 
 std::string LiveView::title() const
 {
-    std::map<State, std::size_t> counts;
+    Sum sum;
     for (const TrackedCard *card : source_.tracker().cards()) {
         if (is_shown(*card)) {
-            ++counts[card->state];
+            sum.add(*card);
         }
     }
-    std::string text = " " + summary_text(counts);
+    std::string text = " " + sum.text();
     if (filters.at(filter_)) {
         text = std::string(" only ") + admission::text_of(*filters.at(filter_)) + " |" + text;
     }

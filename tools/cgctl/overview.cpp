@@ -100,6 +100,13 @@ void prime(CardTracker &tracker, const DaemonView &daemon, const Past &past,
     }
 }
 
+std::string unseen_text(std::size_t count)
+{
+    return std::to_string(count) + (count == 1 ? " card was" : " cards were") +
+           " passed unseen: cg_recorderd did not hear whether a module passed " +
+           (count == 1 ? "it" : "them") + " or was only silent";
+}
+
 bool CardRow::is_present() const
 {
     return stored || tracked.request || tracked.power_off || tracked.cannot_start;
@@ -162,6 +169,13 @@ void Overview::tell_what_is_missing(const Session &session) const
                        visible(daemon_.problem));
     } else if (!daemon_.problem.empty() && somebody_waits) {
         session.notice("the daemon says nothing of whom it waits for: " + visible(daemon_.problem));
+    }
+}
+
+void Overview::tell_unseen(const Session &session, std::size_t count) const
+{
+    if (count > 0 && past_.problem.empty()) {
+        session.notice(unseen_text(count));
     }
 }
 

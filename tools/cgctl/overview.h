@@ -47,6 +47,9 @@ public:
 
     // Says on standard error, in one line each, which source was missing and what is not known for that.
     void tell_what_is_missing(const Session &session) const;
+    // Says that so many cards were passed and nobody saw how, unless there is no history, which is said
+    // anyway.
+    void tell_unseen(const Session &session, std::size_t count) const;
     // The member "sources" of the JSON forms.
     [[nodiscard]] Json sources() const;
 
@@ -64,6 +67,9 @@ private:
 // `requests` are the positions with a check request. For before the records themselves.
 void prime(admission::CardTracker &tracker, const DaemonView &daemon, const Past &past,
            const std::vector<Position> &requests, admission::Time now);
+
+// "2 cards were passed unseen: ..."; for a count that is not 0.
+std::string unseen_text(std::size_t count);
 
 // The object of one card in the JSON forms: what the records say, and what is known of its admission.
 Json card_json(const CardRow &row);

@@ -36,7 +36,7 @@ void print_facts(const Session &session, const Terminal &terminal, const CardRow
     };
     session.line(toned(terminal, Tone::heading, "card " + row.position().text()));
     for (const auto &[name, text] : facts_of_card(row.tracked, row.left, now)) {
-        print(name, text, name == "state" ? tone_of(row.tracked.state) : Tone::plain);
+        print(name, text, name == "state" ? tone_of(row.tracked) : Tone::plain);
     }
     // The daemon's word where there is no history; else the decision has it already.
     if (!row.reason.empty() && !row.tracked.last) {

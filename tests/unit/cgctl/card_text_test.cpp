@@ -90,11 +90,37 @@ TEST_F(CardText, ADeniedCardThatWentOffLineIsStillDenied)
 TEST_F(CardText, TheOthersAreOneWordOrTwo)
 {
     EXPECT_EQ(state_text(ended(State::passed, Outcome::passed, "m2")), "passed");
+    EXPECT_EQ(tone_of(ended(State::passed, Outcome::passed, "m2")), Tone::good);
     EXPECT_EQ(state_text(in(State::offline)), "off line");
     EXPECT_EQ(state_text(in(State::absent)), "absent");
     EXPECT_EQ(state_text(in(State::exempt)), "exempt");
     EXPECT_EQ(state_text(in(State::unasked)), "unasked");
     EXPECT_EQ(state_text(in(State::undecided)), "undecided");
+}
+
+TEST_F(CardText, APassThatNobodySawIsNoPlainPass)
+{
+    for (const TrackedCard &card : {in(State::passed), ended(State::passed, Outcome::unseen, ""),
+                                    ended(State::passed, Outcome::denied, "m1")}) {
+        EXPECT_TRUE(is_pass_unseen(card));
+        EXPECT_EQ(state_text(card), "passed unseen");
+        EXPECT_EQ(tone_of(card), Tone::warning);
+        EXPECT_EQ(admission_json(card, std::nullopt)["state"], "passed");
+        EXPECT_EQ(admission_json(card, std::nullopt)["unseen"], true);
+    }
+    for (const State state : {State::exempt, State::unasked, State::silence, State::denied}) {
+        EXPECT_FALSE(is_pass_unseen(in(state)));
+    }
+}
+
+TEST_F(CardText, ACheckThatEndedUnseenSaysWhatTheStoreHoldsOfIt)
+{
+    Decision decision;
+    EXPECT_EQ(decision_text(decision), "ended unseen");
+    decision.admitted = true;
+    EXPECT_EQ(decision_text(decision), "ended unseen, passed");
+    decision.admitted = false;
+    EXPECT_EQ(decision_text(decision), "ended unseen, denied");
 }
 
 TEST_F(CardText, SinceIsLocalTimeAndHowLongAgo)
@@ -127,11 +153,17 @@ TEST_F(CardText, MachinesGetUtcWithMilliseconds)
 
 TEST_F(CardText, TheSumNamesOnlyWhatThereIs)
 {
-    EXPECT_EQ(
-        summary_text({{State::passed, 9}, {State::waiting, 1}, {State::silence, 1}, {State::denied, 1}}),
-        "12 cards: 9 passed, 1 passed by silence, 1 waiting, 1 denied");
-    EXPECT_EQ(summary_text({{State::offline, 1}}), "1 card: 1 off line");
-    EXPECT_EQ(summary_text({}), "0 cards");
+    Sum sum;
+    EXPECT_EQ(sum.text(), "0 cards");
+    sum.add(in(State::offline));
+    EXPECT_EQ(sum.text(), "1 card: 1 off line");
+    for (const State state : {State::waiting, State::silence, State::denied, State::passed}) {
+        sum.add(in(state));
+    }
+    sum.add(ended(State::passed, Outcome::passed, "m1"));
+    sum.add(ended(State::passed, Outcome::passed, "m2"));
+    EXPECT_EQ(sum.text(), "7 cards: 2 passed, 1 passed unseen, 1 passed by silence, 1 waiting, 1 denied, "
+                          "1 off line");
 }
 
 TEST_F(CardText, TypesAndRolesWithoutANameAreNumbers)
@@ -145,8 +177,9 @@ TEST_F(CardText, TypesAndRolesWithoutANameAreNumbers)
 
 TEST_F(CardText, WhatIsNotKnownIsNullInJson)
 {
-    const Json json = admission_json(in(State::passed), std::nullopt);
-    EXPECT_EQ(json, (Json{{"state", "passed"},
+    const Json json = admission_json(in(State::undecided), std::nullopt);
+    EXPECT_EQ(json, (Json{{"state", "undecided"},
+                          {"unseen", false},
                           {"denied", false},
                           {"since", nullptr},
                           {"waiting_for", Json::array()},

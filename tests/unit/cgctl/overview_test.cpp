@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <csignal>
+
 #include "history/writer.h"
 #include "store_fixture.h"
 
@@ -87,6 +89,49 @@ TEST_F(OverviewTest, TheHistoryTellsWhoDecidedAndWhoWasSilent)
     EXPECT_EQ(cards[1]["decision"]["decider"], "m1");
     EXPECT_EQ(cards[1]["reason"], "too hot");
     EXPECT_EQ(cards[1]["since"], cards[1]["decision"]["decided_at"]);
+}
+
+TEST_F(OverviewTest, APassThatTheRecorderDidNotHearOfIsNamed)
+{
+    for (const int slot : {2, 3, 4}) {
+        plug(slot, "APP_CG_CHECK_PASS");
+    }
+    record(2, Ended::passed, true, "m1", {});
+    record(3, Ended::unseen, true, "", {}); // 4: it slept all the time
+    const auto table = list({"list", "--color", "always"});
+    EXPECT_THAT(table.out, HasSubstr("\033[1;33mpassed unseen\033[0m"));
+    EXPECT_THAT(table.err, HasSubstr("cgctl: 3 cards: 1 passed, 2 passed unseen\n"));
+    EXPECT_THAT(table.err, HasSubstr("cgctl: 2 cards were passed unseen: cg_recorderd did not hear"));
+    EXPECT_THAT(list({"list", "1/2"}).err, Not(HasSubstr("unseen")));
+    EXPECT_THAT(list({"show", "1/4"}).out,
+                HasSubstr("  state     passed unseen\n            nobody saw whether a module passed it"));
+    const Json cards = list({"list", "--json"}).json()["cards"];
+    EXPECT_EQ(cards[0]["unseen"], false);
+    EXPECT_EQ(cards[1]["unseen"], true);
+    EXPECT_EQ(cards[2]["unseen"], true);
+    EXPECT_EQ(cards[2]["state"], "passed");
+}
+
+TEST_F(OverviewTest, WithoutAHistoryOneMessageSaysWhy)
+{
+    plug(2, "APP_CG_CHECK_PASS");
+    const auto table =
+        run_cgctl({"list", "--history", folder_.path("gone"), "--socket", folder_.path("none")});
+    EXPECT_THAT(table.out, HasSubstr("passed unseen"));
+    EXPECT_THAT(table.err, HasSubstr("no history at "));
+    EXPECT_THAT(table.err, Not(HasSubstr("cg_recorderd did not hear")));
+}
+
+TEST_F(OverviewTest, WatchNamesThePassesThatNobodySaw)
+{
+    plug(2, "APP_CG_CHECK_PASS");
+    const auto watch =
+        start_cgctl({"--socket", folder_.path("none"), "watch", "--lines", "--history", folder_.path("h")});
+    EXPECT_TRUE(watch->says("cgctl: 1 card was passed unseen: cg_recorderd did not hear whether a module "
+                            "passed it or was only silent\n"))
+        << watch->err();
+    watch->send(SIGTERM);
+    EXPECT_EQ(watch->wait(), 0);
 }
 
 TEST_F(OverviewTest, ADeniedCardIsStillToldOfWhenItsPowerIsOff)
