@@ -231,6 +231,15 @@ void CardEvents::decided(const Decision &decision) const
     tell(event);
 }
 
+std::string CardEvents::reason_of(const TrackedCard &card) const
+{
+    if (const Decision *denial = denial_of(card)) {
+        return denial->reason;
+    }
+    const auto told = told_reasons_.find(card.card.position);
+    return card.denied && told != told_reasons_.end() ? told->second : "";
+}
+
 void CardEvents::all_told(Time at)
 {
     meanwhile_ = true;

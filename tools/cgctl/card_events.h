@@ -7,6 +7,7 @@
 #define CGCTL_CARD_EVENTS_H
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 
@@ -43,6 +44,11 @@ public:
     [[nodiscard]] const admission::CardTracker &tracker() const { return tracker_; }
     [[nodiscard]] const std::optional<int32_t> &role() const { return role_; }
 
+    // The reasons of denials as the daemon told them, for those whose decision nobody saw.
+    void set_told_reasons(std::map<Position, std::string> reasons) { told_reasons_ = std::move(reasons); }
+    // Why a card is denied; empty when it is not, or nobody knows.
+    [[nodiscard]] std::string reason_of(const admission::TrackedCard &card) const;
+
     // A change, as admission::feed() wants it.
     void take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time at);
     // Every existing record was told, at first or anew after an outage: from now on there are events.
@@ -64,6 +70,7 @@ private:
     Listener listener_;
     admission::CardTracker tracker_;
     std::optional<int32_t> role_;
+    std::map<Position, std::string> told_reasons_;
     bool listening_ = false;
     bool meanwhile_ = false; // of the change that is being taken
 };

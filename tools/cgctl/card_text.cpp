@@ -208,7 +208,7 @@ bool is_pass_unseen(const TrackedCard &card)
 
 Tone tone_of(const TrackedCard &card)
 {
-    switch (card.state) {
+    switch (card.denied ? State::denied : card.state) {
     case State::absent:
     case State::offline:
         return Tone::quiet;
@@ -260,7 +260,7 @@ void Sum::add(const TrackedCard &card)
     if (is_pass_unseen(card)) {
         ++unseen_;
     } else {
-        ++counts_[card.state];
+        ++counts_[card.denied ? State::denied : card.state]; // its denial is why it went off line
     }
 }
 

@@ -58,7 +58,8 @@ std::string answer_text(const admission::Answer &answer);
 std::vector<std::pair<std::string, std::string>>
 facts_of_card(const admission::TrackedCard &card, std::optional<std::chrono::milliseconds> left, Time now);
 
-// Counts cards by what an operator wants to know of them first.
+// Counts cards by what an operator wants to know of them first: one that was denied counts as that, also when
+// its denial has taken it off line.
 class Sum
 {
 public:

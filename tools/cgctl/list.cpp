@@ -106,11 +106,10 @@ private:
 std::vector<Cell> cells_of(const CardRow &row, admission::Time now)
 {
     const admission::TrackedCard &tracked = row.tracked;
-    const Tone tone = tracked.denied ? Tone::bad : tone_of(tracked);
     return {{row.position().text()},
             {row.stored ? visible(tracked.card.name) : "-"},
             {row.stored ? short_type(tracked.card.node_type) : "-"},
-            {state_text(tracked, row.left), tone},
+            {state_text(tracked, row.left), tone_of(tracked)},
             {since_text(tracked, now)},
             {tracked.power_off ? "off" : "-", tracked.power_off ? Tone::bad : Tone::plain},
             {visible(row.reason)}};

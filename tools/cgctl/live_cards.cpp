@@ -22,6 +22,15 @@ Time now()
     return std::chrono::system_clock::now();
 }
 
+std::map<Position, std::string> reasons_in(const DaemonView &daemon)
+{
+    std::map<Position, std::string> reasons;
+    for (const auto &[position, card] : daemon.cards) {
+        reasons.emplace(position, card.reason);
+    }
+    return reasons;
+}
+
 } // namespace
 
 LiveCards::LiveCards(const Session &session, Store &store, const std::string &history_file,
@@ -39,7 +48,9 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     if (!has_past_) {
         session.notice(visible(past.problem) + ": what was before now is not known");
     }
-    prime(events_.tracker(), ask_daemon(session), past, requests, modules_asked_at_);
+    const DaemonView daemon = ask_daemon(session);
+    events_.set_told_reasons(reasons_in(daemon));
+    prime(events_.tracker(), daemon, past, requests, modules_asked_at_);
     for (const admission::TrackedType &tracked : admission::tracked_types()) {
         live_.subscribe(record_type(tracked.descriptor->name), tracked.db,
                         [this](const Change &change) { take(change); });

@@ -164,7 +164,8 @@ void LiveView::move(int32_t key)
 
 bool LiveView::passes(const TrackedCard &card) const
 {
-    return is_shown(card) && (!filters.at(filter_) || filters.at(filter_) == card.state);
+    const std::optional<State> wanted = filters.at(filter_);
+    return is_shown(card) && (!wanted || wanted == card.state || (wanted == State::denied && card.denied));
 }
 
 std::vector<ScreenCard> LiveView::cards(Time now) const
@@ -181,8 +182,8 @@ std::vector<ScreenCard> LiveView::cards(Time now) const
         entry.type = card->state == State::absent ? "" : short_type(card->card.node_type);
         entry.state = state_text(*card);
         entry.tone = tone_of(*card);
-        if (card->state == State::denied && card->last && !card->last->reason.empty()) {
-            entry.state += ": " + visible(card->last->reason);
+        if (const std::string reason = source_.reason_of(*card); !reason.empty()) {
+            entry.state += ": " + visible(reason);
         }
         if (const auto left = tracker.time_left(*card, now); left && card->state == State::waiting) {
             entry.share_left =
@@ -221,6 +222,9 @@ std::vector<std::string> LiveView::detail(Time now) const
     std::vector<std::string> lines{"card " + card->card.position.text()};
     for (const auto &[name, text] : facts_of_card(*card, source_.tracker().time_left(*card, now), now)) {
         lines.push_back(name + std::string(name.size() < 10 ? 10 - name.size() : 1, ' ') + text);
+    }
+    if (const std::string reason = source_.reason_of(*card); !reason.empty() && denial_of(*card) == nullptr) {
+        lines.push_back("reason    " + visible(reason)); // else the decision has it already
     }
     return lines;
 }

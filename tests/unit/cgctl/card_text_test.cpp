@@ -83,6 +83,7 @@ TEST_F(CardText, ADeniedCardThatWentOffLineIsStillDenied)
     EXPECT_EQ(state_text(card), "off line");
     card.denied = true;
     EXPECT_EQ(state_text(card), "off line, denied by m1");
+    EXPECT_EQ(tone_of(card), Tone::bad);
     card.last->card.serial = "another";
     EXPECT_EQ(state_text(card), "off line, denied");
 }
@@ -164,6 +165,12 @@ TEST_F(CardText, TheSumNamesOnlyWhatThereIs)
     sum.add(ended(State::passed, Outcome::passed, "m2"));
     EXPECT_EQ(sum.text(), "7 cards: 2 passed, 1 passed unseen, 1 passed by silence, 1 waiting, 1 denied, "
                           "1 off line");
+    TrackedCard denied = in(State::offline);
+    denied.denied = true;
+    Sum of_denied;
+    of_denied.add(denied);
+    of_denied.add(in(State::denied));
+    EXPECT_EQ(of_denied.text(), "2 cards: 2 denied");
 }
 
 TEST_F(CardText, TypesAndRolesWithoutANameAreNumbers)

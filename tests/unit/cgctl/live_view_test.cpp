@@ -94,6 +94,32 @@ TEST_F(LiveViewTest, FilterShowsOneStateAndSaysSo)
     EXPECT_THAT(shown(), AllOf(HasSubstr("slot 1"), Not(HasSubstr(" only "))));
 }
 
+TEST_F(LiveViewTest, ADenialStaysOnTheScreenWhenItsCardGoesOffLine)
+{
+    events.tracker().answered({1, 2, 0}, {"m1", 7, "too hot", now}, false);
+    events.tracker().result_written(1002, false, now, false);
+    events.tracker().card_written({{1, 2, 0}, "lc-2", "0a", 3, 17, 0, 1002, false}, now, false);
+    EXPECT_THAT(shown(), HasSubstr(" 3 cards: 1 denied, 1 unasked, 1 off line\n"));
+    press({'f', 'f', 'v', 'v'});
+    EXPECT_THAT(shown(), HasSubstr("only denied |"));
+    EXPECT_THAT(shown(), HasSubstr("off line, denied by m1: too hot"));
+    EXPECT_THAT(shown(), Not(HasSubstr("lc-1")));
+    const Canvas canvas = view.draw({80, 24}, now);
+    EXPECT_EQ(canvas.at(40, 2).tone, Tone::bad);
+}
+
+TEST_F(LiveViewTest, ADenialThatNobodySawHasTheDaemonsReason)
+{
+    events.tracker().card_written({{1, 4, 0}, "lc-4", "0a", 3, 17, 0, 1004, true}, now, true);
+    events.tracker().result_written(1004, false, now, true);
+    events.set_told_reasons({{{1, 4, 0}, "too\nhot"}, {{1, 3, 0}, "of before"}});
+    press({'v', 'v'});
+    EXPECT_THAT(shown(), HasSubstr("denied: too\\nhot"));
+    EXPECT_THAT(shown(), Not(HasSubstr("of before"))) << "that card is passed by now";
+    press({key_end, key_enter});
+    EXPECT_THAT(shown(), HasSubstr("reason    too\\nhot"));
+}
+
 TEST_F(LiveViewTest, EnterTellsAllAboutTheCardSelected)
 {
     (void)shown();

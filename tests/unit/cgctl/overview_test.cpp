@@ -144,6 +144,7 @@ TEST_F(OverviewTest, ADeniedCardIsStillToldOfWhenItsPowerIsOff)
     const auto table = list({"list", "--state", "denied"});
     EXPECT_EQ(table.status, 0);
     EXPECT_THAT(table.out, HasSubstr("off line, denied by m1"));
+    EXPECT_THAT(table.err, HasSubstr("cgctl: 1 card: 1 denied\n"));
     EXPECT_THAT(table.out, HasSubstr("too hot"));
     const Json cards = list({"list", "--json"}).json()["cards"];
     EXPECT_EQ(cards[0]["state"], "offline");
