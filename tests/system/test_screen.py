@@ -5,6 +5,7 @@ One store and one daemon serve all cases: the cards are plugged and pulled as ea
 import itertools
 import os
 import shutil
+import signal
 import subprocess
 
 import pytest
@@ -160,6 +161,31 @@ def test_two_hundred_cards_at_80x24(device, watch):
     screen.expect("1/1/0 lc-0: pulled", gone=("paused",))
     screen.press("q")
     screen.expect_end()
+
+
+def test_a_dead_daemon_and_a_lost_store_stand_in_front(rig, tmp_path):
+    rig.start_master("m1", "m2")
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    said = tmp_path / "lines"
+    with open(said, "wb") as out:
+        lines = rig.cgctl.start("watch", "--json", stdout=out)
+    screen = Terminal(tmp_path, (80, 24), f"{BUILD / 'bin' / 'cgctl'} watch", rig.cgctl.env)
+    try:
+        screen.expect("1 card: 1 waiting", gone=("SILENT", "LOST"))
+        rig.expect(lambda: "listening" in said.read_text(), "the lines begin")
+        screen.press("p")
+        rig.daemon.signal(signal.SIGKILL)
+        screen.expect(" DAEMON SILENT since ", "the daemon no longer answers", "paused")
+        rig.expect(lambda: '"event":"daemon"' in said.read_text() and '"answers":false' in said.read_text(),
+                   "the lines tell of the daemon")
+        rig.store.kill()
+        screen.expect(" STORE LOST since ", "DAEMON SILENT", "lost the store")
+        screen.press("q")
+        screen.expect_end()
+    finally:
+        screen.close()
+        programs.stop(lines)
 
 
 def test_the_list_fits_the_terminal_and_is_whole_in_a_pipe(device, watch):

@@ -249,6 +249,7 @@ void CardEvents::all_told(Time at)
 
 void CardEvents::store_lost(int32_t db, Time at)
 {
+    health_.hear_store(db, false, at);
     Event event;
     event.at = at;
     event.kind = "store";
@@ -260,6 +261,7 @@ void CardEvents::store_lost(int32_t db, Time at)
 
 void CardEvents::store_returned(int32_t db, bool same_data, Time at)
 {
+    health_.hear_store(db, true, at);
     Event event;
     event.at = at;
     event.kind = "store";
@@ -267,6 +269,37 @@ void CardEvents::store_returned(int32_t db, bool same_data, Time at)
                  (same_data ? "" : ", with other data than before");
     event.tone = same_data ? Tone::plain : Tone::warning;
     event.more = {{"db", db}, {"connected", true}, {"same_data", same_data}};
+    tell(event);
+}
+
+void CardEvents::daemon_heard(bool answers, const std::string &problem, Time at)
+{
+    if (!health_.hear_daemon(answers, at)) {
+        return;
+    }
+    Event event;
+    event.at = at;
+    event.kind = "daemon";
+    event.tone = answers ? Tone::plain : Tone::bad;
+    event.text = answers ? "the daemon answers again"
+                         : "the daemon no longer answers, so cards that come now may start unchecked: " +
+                               visible(problem);
+    event.more = {{"answers", answers}, {"problem", answers ? Json(nullptr) : Json(problem)}};
+    tell(event);
+}
+
+void CardEvents::recorder_heard(bool at_work, Time last_sign, Time at)
+{
+    if (!health_.hear_recorder(at_work, last_sign)) {
+        return;
+    }
+    Event event;
+    event.at = at;
+    event.kind = "recorder";
+    event.tone = at_work ? Tone::plain : Tone::warning;
+    event.text = at_work ? "cg_recorderd is at work again"
+                         : "cg_recorderd has written nothing since " + clock_text(last_sign, at);
+    event.more = {{"at_work", at_work}, {"alive_at", utc_text(last_sign)}};
     tell(event);
 }
 

@@ -13,6 +13,7 @@
 
 #include "admission/card_tracker.h"
 #include "card_text.h"
+#include "health.h"
 #include "position.h"
 
 namespace cgctl
@@ -20,11 +21,11 @@ namespace cgctl
 
 struct Event {
     Time at{};
-    const char *kind =
-        ""; // plugged, changed, online, offline, pulled, asked, answer, decision, power, role, store
-    std::optional<Position> position{}; // nothing for role and store
-    std::string name{};                 // the card's, as it wrote it
-    std::string text{};                 // for people, made visible
+    const char *kind = ""; // plugged, changed, online, offline, pulled, asked, answer, decision, power;
+                           // without a position: role, store, daemon, recorder
+    std::optional<Position> position{};
+    std::string name{}; // the card's, as it wrote it
+    std::string text{}; // for people, made visible
     Tone tone = Tone::plain;
     bool meanwhile = false;     // it happened while the store was away, or before
     Json more = Json::object(); // what the JSON form has beyond that
@@ -43,6 +44,8 @@ public:
     [[nodiscard]] admission::CardTracker &tracker() { return tracker_; }
     [[nodiscard]] const admission::CardTracker &tracker() const { return tracker_; }
     [[nodiscard]] const std::optional<int32_t> &role() const { return role_; }
+    // What keeps all this from being believed.
+    [[nodiscard]] const Health &health() const { return health_; }
 
     // The reasons of denials as the daemon told them, for those whose decision nobody saw.
     void set_told_reasons(std::map<Position, std::string> reasons) { told_reasons_ = std::move(reasons); }
@@ -56,6 +59,10 @@ public:
     // The store went away, or came back; whether with the same data.
     void store_lost(int32_t db, Time at);
     void store_returned(int32_t db, bool same_data, Time at);
+    // The daemon answered, or nobody did for this reason.
+    void daemon_heard(bool answers, const std::string &problem, Time at);
+    // The recorder is at work, or has given no sign of life since `last_sign`.
+    void recorder_heard(bool at_work, Time last_sign, Time at);
 
 private:
     struct Before;
@@ -71,6 +78,7 @@ private:
     admission::CardTracker tracker_;
     std::optional<int32_t> role_;
     std::map<Position, std::string> told_reasons_;
+    Health health_;
     bool listening_ = false;
     bool meanwhile_ = false; // of the change that is being taken
 };

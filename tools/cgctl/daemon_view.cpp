@@ -72,6 +72,29 @@ void take_line(std::string_view line, const std::vector<std::string> &modules, s
 
 } // namespace
 
+namespace
+{
+
+// What a command of the daemon's prints. Why it does not is left in the view.
+std::string ask(DaemonView &view, const std::string &socket, const std::string &command)
+{
+    try {
+        const std::string path = socket.empty() ? ssat::socket_path(daemon_name) : socket;
+        const ssat::Reply reply = ssat::run(path, daemon_name, command, {}, patience);
+        if (reply.output_at.empty()) {
+            return reply.output;
+        }
+        view.problem = "the daemon's output no longer comes here since it wrote its collect file";
+    } catch (const ssat::Error &error) {
+        view.problem = error.what();
+        view.is_silent =
+            error.failure() == ssat::Failure::nobody_there || error.failure() == ssat::Failure::timed_out;
+    }
+    return {};
+}
+
+} // namespace
+
 std::vector<std::string> modules_in(const std::string &dump)
 {
     std::vector<std::string> names;
@@ -105,23 +128,25 @@ std::map<Position, DaemonCard> daemon_cards_in(std::string_view dump, const std:
 
 DaemonView ask_daemon(const Session &session)
 {
-    DaemonView view;
-    try {
-        const std::string socket = session.socket.empty() ? ssat::socket_path(daemon_name) : session.socket;
-        const ssat::Reply modules = ssat::run(socket, daemon_name, "dump_check_module", {}, patience);
-        const ssat::Reply cards = ssat::run(socket, daemon_name, "dump_node", {}, patience);
-        if (!modules.output_at.empty() || !cards.output_at.empty()) {
-            view.problem = "the daemon's output no longer comes here since it wrote its collect file";
-            return view;
-        }
-        view.modules = modules_in(modules.output);
-        view.cards = daemon_cards_in(cards.output, view.modules);
-    } catch (const ssat::Error &error) {
-        view.problem = error.what();
-        view.is_silent =
-            error.failure() == ssat::Failure::nobody_there || error.failure() == ssat::Failure::timed_out;
+    DaemonView view = ask_for_modules(session.socket);
+    if (view.problem.empty()) {
+        const std::string dump = ask(view, session.socket, "dump_node");
+        view.cards = daemon_cards_in(dump, view.modules);
     }
     return view;
+}
+
+DaemonView ask_for_modules(const std::string &socket)
+{
+    DaemonView view;
+    view.modules = modules_in(ask(view, socket, "dump_check_module"));
+    return view;
+}
+
+std::string silence_text(const DaemonView &daemon)
+{
+    return "the daemon does not answer, so cards that come now may start unchecked: " +
+           visible(daemon.problem);
 }
 
 } // namespace cgctl

@@ -42,6 +42,12 @@ std::map<Position, DaemonCard> daemon_cards_in(std::string_view dump,
 // Asks the daemon. What keeps it from answering is in `problem`; nothing is thrown for that.
 DaemonView ask_daemon(const Session &session);
 
+// Asks the daemon at a socket (empty: the usual one) for its modules alone. For another thread, too.
+DaemonView ask_for_modules(const std::string &socket);
+
+// What it means that the daemon is silent.
+std::string silence_text(const DaemonView &daemon);
+
 } // namespace cgctl
 
 #endif

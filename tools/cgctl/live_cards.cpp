@@ -17,6 +17,10 @@ namespace
 // The daemon reads its modules anew only when it connects to the store; requests in a burst need not all ask.
 constexpr std::chrono::seconds modules_are_good_for{10};
 
+// How often the daemon and the recorder are looked at, and whether they have answered.
+constexpr std::chrono::seconds look_every{1};
+constexpr int64_t look_for_answer_ms = 200;
+
 Time now()
 {
     return std::chrono::system_clock::now();
@@ -35,7 +39,8 @@ std::map<Position, std::string> reasons_in(const DaemonView &daemon)
 
 LiveCards::LiveCards(const Session &session, Store &store, const std::string &history_file,
                      CardEvents::Listener listener, std::function<void()> complete)
-    : session_(session), events_(std::move(listener)), live_(session, store), complete_(std::move(complete))
+    : session_(session), events_(std::move(listener)), live_(session, store), complete_(std::move(complete)),
+      past_(read_past(history_file)), surroundings_(session.socket, history_file)
 {
     std::vector<Position> requests;
     const RecordType &request = record_type("app_cg_card_check_info");
@@ -43,19 +48,19 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
         requests.push_back(position_in(record["index"]));
     }
     modules_asked_at_ = now();
-    const Past past = read_past(history_file);
-    has_past_ = past.problem.empty();
-    if (!has_past_) {
-        session.notice(visible(past.problem) + ": what was before now is not known");
+    if (!past_.problem.empty()) {
+        session.notice(visible(past_.problem) + ": what was before now is not known");
     }
-    const DaemonView daemon = ask_daemon(session);
-    events_.set_told_reasons(reasons_in(daemon));
-    prime(events_.tracker(), daemon, past, requests, modules_asked_at_);
+    daemon_ = ask_daemon(session);
+    events_.set_told_reasons(reasons_in(daemon_));
+    prime(events_.tracker(), daemon_, past_, requests, modules_asked_at_);
+    take_heard({daemon_, {past_.alive_at}});
     for (const admission::TrackedType &tracked : admission::tracked_types()) {
         live_.subscribe(record_type(tracked.descriptor->name), tracked.db,
                         [this](const Change &change) { take(change); });
     }
     live_.on_outage([this](const Live::Outage &outage) { take_outage(outage); }, Live::Told::alone);
+    live_.after(look_for_answer_ms, [this] { look_around(); });
 }
 
 void LiveCards::take_outage(const Live::Outage &outage)
@@ -77,6 +82,7 @@ void LiveCards::take(const Change &change)
             if (!std::exchange(completed_, true)) { // later ones are those after an outage
                 complete_();
                 tell_unseen();
+                tell_health();
             }
         }
     } else if (change.error_code != 0) {
@@ -97,8 +103,47 @@ void LiveCards::tell_unseen() const
     const auto cards = events_.tracker().cards();
     const auto count = std::count_if(
         cards.begin(), cards.end(), [](const admission::TrackedCard *card) { return is_pass_unseen(*card); });
-    if (has_past_ && count > 0) {
+    if (past_.problem.empty() && count > 0) {
         session_.notice(unseen_text(static_cast<std::size_t>(count)));
+    }
+}
+
+// As it was at the beginning; what changes from then on are events.
+void LiveCards::tell_health() const
+{
+    if (daemon_.is_silent) {
+        session_.notice(silence_text(daemon_));
+    }
+    if (LastSign{past_.alive_at}.is_old(now())) {
+        session_.notice(recorder_away_text(past_, now()));
+    }
+}
+
+void LiveCards::look_around()
+{
+    if (const std::optional<Heard> heard = surroundings_.take()) {
+        take_heard(*heard);
+        if (heard->daemon.problem.empty()) {
+            events_.tracker().set_modules(heard->daemon.modules);
+        }
+    }
+    const auto at = std::chrono::steady_clock::now();
+    if (at - looked_at_ >= look_every) {
+        looked_at_ = at;
+        surroundings_.ask();
+    }
+    live_.after(look_for_answer_ms, [this] { look_around(); });
+}
+
+// A daemon that we have no right to ask may be there or not.
+void LiveCards::take_heard(const Heard &heard)
+{
+    const Time at = now();
+    if (heard.daemon.is_silent || heard.daemon.problem.empty()) {
+        events_.daemon_heard(!heard.daemon.is_silent, heard.daemon.problem, at);
+    }
+    if (heard.recorder.at) {
+        events_.recorder_heard(!heard.recorder.is_old(at), *heard.recorder.at, at);
     }
 }
 

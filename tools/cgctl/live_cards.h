@@ -7,6 +7,7 @@
 #include "admission/feed.h"
 #include "card_events.h"
 #include "live.h"
+#include "surroundings.h"
 
 namespace cgctl
 {
@@ -27,6 +28,9 @@ private:
     void take_outage(const Live::Outage &outage);
     void refresh_modules(Time now);
     void tell_unseen() const;
+    void tell_health() const;
+    void look_around();
+    void take_heard(const Heard &heard);
 
     const Session &session_;
     CardEvents events_;
@@ -34,8 +38,11 @@ private:
     std::function<void()> complete_;
     admission::InPlace in_place_;
     bool completed_ = false;
-    bool has_past_ = false; // a history could be read
     Time modules_asked_at_{};
+    DaemonView daemon_; // as it was at the beginning, and the recorder's file
+    Past past_;
+    Surroundings surroundings_;
+    std::chrono::steady_clock::time_point looked_at_{};
 };
 
 } // namespace cgctl

@@ -30,7 +30,7 @@ std::vector<std::string> help()
             "Enter     everything about the card that is selected; again or Esc: back",
             "f         show only waiting, denied, passed by silence, off line, ... cards",
             "/         search: type a position (1/3) or a part of a name, then Enter",
-            "p         pause the stream of events; again: go on",
+            "p         pause the stream of events, but no message; again: go on",
             "v         boxes, lines, or what fits",
             "?         this page",
             "q         quit"};
@@ -43,9 +43,8 @@ bool is_shown(const TrackedCard &card)
 
 } // namespace
 
-void LiveView::add_line(const std::string &text, Tone tone)
+void LiveView::add_line(std::deque<ScreenEvent> &target, const std::string &text, Tone tone)
 {
-    std::deque<ScreenEvent> &target = paused_ ? waiting_ : events_;
     target.push_back({text, tone});
     if (target.size() > most_events) {
         target.pop_front();
@@ -54,12 +53,14 @@ void LiveView::add_line(const std::string &text, Tone tone)
 
 void LiveView::add(const Event &event)
 {
-    add_line(clock_text(event.at, event.at) + ' ' + event_text(event), event.tone);
+    const bool is_about_a_card = event.position.has_value(); // the rest is never held back
+    add_line(paused_ && is_about_a_card ? waiting_ : events_,
+             clock_text(event.at, event.at) + ' ' + event_text(event), event.tone);
 }
 
 void LiveView::add_message(const std::string &text, Time at)
 {
-    add_line(clock_text(at, at) + ' ' + text, Tone::warning);
+    add_line(events_, clock_text(at, at) + ' ' + text, Tone::warning);
 }
 
 bool LiveView::press(int32_t key)
@@ -86,7 +87,7 @@ void LiveView::press_in_view(int32_t key)
         while (!paused_ && !waiting_.empty()) {
             const ScreenEvent event = waiting_.front();
             waiting_.pop_front();
-            add_line(event.text, event.tone);
+            add_line(events_, event.text, event.tone);
         }
         break;
     case 'v':
@@ -168,9 +169,12 @@ bool LiveView::passes(const TrackedCard &card) const
     return is_shown(card) && (!wanted || wanted == card.state || (wanted == State::denied && card.denied));
 }
 
+// Without the store nothing here is new: it stands as it was then, and no colour says otherwise.
 std::vector<ScreenCard> LiveView::cards(Time now) const
 {
     std::vector<ScreenCard> shown;
+    const std::optional<Time> lost = source_.health().store_lost();
+    now = lost.value_or(now);
     const auto &tracker = source_.tracker();
     for (const TrackedCard *card : tracker.cards()) {
         if (!passes(*card)) {
@@ -181,7 +185,7 @@ std::vector<ScreenCard> LiveView::cards(Time now) const
         entry.name = visible(card->card.name);
         entry.type = card->state == State::absent ? "" : short_type(card->card.node_type);
         entry.state = state_text(*card);
-        entry.tone = tone_of(*card);
+        entry.tone = lost ? Tone::quiet : tone_of(*card);
         if (const std::string reason = source_.reason_of(*card); !reason.empty()) {
             entry.state += ": " + visible(reason);
         }
@@ -195,7 +199,7 @@ std::vector<ScreenCard> LiveView::cards(Time now) const
     return shown;
 }
 
-std::string LiveView::title() const
+std::string LiveView::title(Time now) const
 {
     Sum sum;
     for (const TrackedCard *card : source_.tracker().cards()) {
@@ -209,6 +213,9 @@ std::string LiveView::title() const
     }
     if (paused_) {
         text = " paused |" + text;
+    }
+    if (const std::string trouble = source_.health().text(now); !trouble.empty()) {
+        text = ' ' + trouble + " |" + text;
     }
     return text + (source_.role() ? " | " + role_word(*source_.role()) : "");
 }
@@ -245,7 +252,8 @@ Canvas LiveView::draw(Size size, Time now)
         shows_detail_ = false;
     }
     screen_.events.assign(events_.begin(), events_.end());
-    screen_.title = title();
+    screen_.title = title(now);
+    screen_.alarm = !source_.health().text(now).empty();
     screen_.prompt = search_ ? "search: " + *search_ + "_" : "";
     screen_.popup = popup(now);
     Drawn drawn = cgctl::draw(screen_, size);

@@ -49,8 +49,8 @@ private:
     void press_in_search(int32_t key);
     void move(int32_t key);
     void jump_to_found();
-    void add_line(const std::string &text, Tone tone);
-    [[nodiscard]] std::string title() const;
+    static void add_line(std::deque<ScreenEvent> &target, const std::string &text, Tone tone);
+    [[nodiscard]] std::string title(Time now) const;
     [[nodiscard]] std::vector<ScreenCard> cards(Time now) const;
     [[nodiscard]] bool passes(const admission::TrackedCard &card) const;
     [[nodiscard]] std::vector<std::string> popup(Time now) const;

@@ -24,8 +24,6 @@ using admission::TrackedCard;
 // The daemon's time-out, and what may pass until its end is seen. An open check that is older is one whose
 // end the recorder missed.
 constexpr std::chrono::seconds longest_check = admission::check_timeout + std::chrono::seconds{30};
-// A recorder at work says so twice a minute.
-constexpr std::chrono::minutes old_history{2};
 
 // The daemon asks those whom it found when it connected; without it, the folder is the next best.
 std::vector<std::string> modules_asked(const DaemonView &daemon)
@@ -100,6 +98,13 @@ void prime(CardTracker &tracker, const DaemonView &daemon, const Past &past,
     }
 }
 
+std::string recorder_away_text(const Past &past, Time now)
+{
+    const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now - past.alive_at.value_or(now));
+    return "cg_recorderd, which writes the history at " + visible(past.file) + ", has been away for " +
+           span_text(age) + ": what happened since then is not in it";
+}
+
 std::string unseen_text(std::size_t count)
 {
     return std::to_string(count) + (count == 1 ? " card was" : " cards were") +
@@ -157,16 +162,13 @@ void Overview::tell_what_is_missing(const Session &session) const
 {
     if (!past_.problem.empty()) {
         session.notice(visible(past_.problem) + ": times, deciders and admissions by silence are not known");
-    } else if (past_.alive_at && now_ - *past_.alive_at > old_history) {
-        const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now_ - *past_.alive_at);
-        session.notice("cg_recorderd, which writes the history at " + visible(past_.file) +
-                       ", has been away for " + span_text(age) + ": what happened since then is not in it");
+    } else if (LastSign{past_.alive_at}.is_old(now_)) {
+        session.notice(recorder_away_text(past_, now_));
     }
     const bool somebody_waits = std::any_of(
         rows_.begin(), rows_.end(), [](const CardRow &row) { return row.tracked.state == State::waiting; });
     if (daemon_.is_silent) {
-        session.notice("the daemon does not answer, so cards that come now may start unchecked: " +
-                       visible(daemon_.problem));
+        session.notice(silence_text(daemon_));
     } else if (!daemon_.problem.empty() && somebody_waits) {
         session.notice("the daemon says nothing of whom it waits for: " + visible(daemon_.problem));
     }

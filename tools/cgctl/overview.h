@@ -68,6 +68,9 @@ private:
 void prime(admission::CardTracker &tracker, const DaemonView &daemon, const Past &past,
            const std::vector<Position> &requests, admission::Time now);
 
+// What it means that the recorder is away since its last sign of life.
+std::string recorder_away_text(const Past &past, admission::Time now);
+
 // "2 cards were passed unseen: ..."; for a count that is not 0.
 std::string unseen_text(std::size_t count);
 

@@ -21,4 +21,19 @@ Past read_past(const std::string &file)
     return past;
 }
 
+bool LastSign::is_old(admission::Time now) const
+{
+    constexpr std::chrono::minutes old{2};
+    return at && now - *at > old;
+}
+
+LastSign read_last_sign(const std::string &file)
+{
+    try {
+        return {history::Reader(history::path_or_default(file)).alive_at()};
+    } catch (const history::Error &) {
+        return {};
+    }
+}
+
 } // namespace cgctl

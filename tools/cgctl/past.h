@@ -23,6 +23,16 @@ struct Past {
 // is wrong with it is in `problem`; nothing is thrown for that.
 Past read_past(const std::string &file);
 
+// The recorder's last sign of life in the file. Nothing: the file cannot be read, or holds none.
+struct LastSign {
+    std::optional<admission::Time> at{};
+
+    // Whether it is so old that the recorder is away. A recorder at work gives one twice a minute.
+    [[nodiscard]] bool is_old(admission::Time now) const;
+};
+
+LastSign read_last_sign(const std::string &file);
+
 } // namespace cgctl
 
 #endif

@@ -105,8 +105,9 @@ Drawn draw(Screen &screen, Size size)
     for (std::size_t i = 0; i < rows && screen.scroll + i < panel.canvas.size().height; ++i) {
         canvas.copy_line(panel.canvas, screen.scroll + i, 1 + i);
     }
-    canvas.put(0, 0, std::string(size.width, ' '), size.width, Tone::heading, true);
-    canvas.put(0, 0, screen.title, size.width, Tone::heading, true);
+    const Tone title = screen.alarm ? Tone::bad : Tone::heading;
+    canvas.put(0, 0, std::string(size.width, ' '), size.width, title, true);
+    canvas.put(0, 0, screen.title, size.width, title, true);
     if (screen.cards.empty()) {
         canvas.put(2, 2, "no cards", size.width - 2, Tone::quiet);
     }

@@ -37,6 +37,7 @@ enum class Panel { automatic, boxes, lines };
 
 struct Screen {
     std::string title{};               // the first line
+    bool alarm = false;                // the title says that the rest is not to be believed
     std::string prompt{};              // the last line, in place of the keys
     std::vector<ScreenCard> cards{};   // by position
     std::vector<ScreenEvent> events{}; // the newest last

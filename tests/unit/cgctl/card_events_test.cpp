@@ -162,7 +162,7 @@ TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWhenAllIsTold)
     events.all_told(now);
     ASSERT_EQ(told.size(), 1U);
     EXPECT_EQ(told[0].more["decision"]["admitted"], true);
-    EXPECT_THAT(texts(), ElementsAre("decision 1/3/0 lc: ended unseen (while the store was away)"));
+    EXPECT_THAT(texts(), ElementsAre("decision 1/3/0 lc: ended unseen, passed (while the store was away)"));
 }
 
 TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
@@ -174,6 +174,35 @@ TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
     now -= 3600s;
     answer("m1", 0);
     EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m1 PASS"));
+}
+
+TEST_F(CardEventsTest, ADaemonThatFallsSilentIsToldOnce)
+{
+    events.daemon_heard(true, "", now); // before it counts as news
+    events.all_told(now);
+    events.daemon_heard(false, "/run/x: no\nprocess", now);
+    events.daemon_heard(false, "/run/x: no\nprocess", now);
+    EXPECT_EQ(event_json(told.at(0))["answers"], false);
+    EXPECT_EQ(event_json(told.at(0))["problem"], "/run/x: no\nprocess");
+    events.daemon_heard(true, "", now);
+    EXPECT_EQ(event_json(told.at(1))["problem"], nullptr);
+    EXPECT_THAT(texts(), ElementsAre("daemon the daemon no longer answers, so cards that come now may start "
+                                     "unchecked: /run/x: no\\nprocess",
+                                     "daemon the daemon answers again"));
+}
+
+TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
+{
+    events.all_told(now);
+    events.recorder_heard(true, now, now);
+    events.recorder_heard(false, now - 3min, now);
+    events.recorder_heard(false, now - 3min, now);
+    EXPECT_EQ(events.health().text(now).substr(0, 20), "RECORDER AWAY since ");
+    EXPECT_EQ(event_json(told.at(0))["at_work"], false);
+    EXPECT_EQ(event_json(told.at(0))["alive_at"], utc_text(now - 3min));
+    events.recorder_heard(true, now, now);
+    EXPECT_EQ(texts().at(1), "recorder cg_recorderd is at work again");
+    EXPECT_EQ(events.health().text(now), "");
 }
 
 TEST_F(CardEventsTest, TheRoleIsToldWhenItChanges)

@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <cstdlib>
+#include <ctime>
 
 namespace
 {
@@ -52,6 +54,7 @@ protected:
     {
         Event event;
         event.at = now;
+        event.position = Position{1, 3, 0};
         event.text = text;
         view.add(event);
     }
@@ -163,6 +166,37 @@ TEST_F(LiveViewTest, PauseHoldsTheStreamAndLosesNothing)
     EXPECT_THAT(shown(), Not(HasSubstr("second")));
     press({'p'});
     EXPECT_THAT(shown(), HasSubstr("second"));
+}
+
+TEST_F(LiveViewTest, MessagesAreNeverHeldBack)
+{
+    press({'p'});
+    view.add_message("a record could not be read", now);
+    Event lost;
+    lost.at = now;
+    lost.text = "lost the store";
+    view.add(lost);
+    EXPECT_THAT(shown(), HasSubstr("a record could not be read"));
+    EXPECT_THAT(shown(), HasSubstr("lost the store"));
+}
+
+TEST_F(LiveViewTest, WhatCannotBeBelievedStandsInFront)
+{
+    setenv("TZ", "UTC", 1);
+    tzset();
+    now += 100s;
+    events.daemon_heard(false, "no process listens there", now);
+    EXPECT_THAT(shown(), testing::StartsWith(" DAEMON SILENT since 13:48:20 | 3 cards: "));
+    EXPECT_EQ(view.draw({80, 24}, now).at(1, 0).tone, Tone::bad);
+    events.store_lost(28, now);
+    now += 50s;
+    EXPECT_THAT(shown(), testing::StartsWith(" STORE LOST since 13:48:20, DAEMON SILENT since 13:48:20 | "));
+    EXPECT_THAT(shown(), HasSubstr("░ 200 s")) << "the bar stands still";
+    events.store_returned(28, true, now);
+    events.daemon_heard(true, "", now);
+    EXPECT_THAT(shown(), testing::StartsWith(" 3 cards: "));
+    EXPECT_THAT(shown(), HasSubstr("░ 150 s"));
+    EXPECT_EQ(view.draw({80, 24}, now).at(1, 0).tone, Tone::heading);
 }
 
 TEST_F(LiveViewTest, HelpNamesTheKeys)

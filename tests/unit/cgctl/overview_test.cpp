@@ -213,6 +213,21 @@ TEST_F(OverviewTest, ARecorderThatIsAwayIsNamed)
                 HasSubstr("has been away for 10 min: what happened since then is not in it"));
 }
 
+TEST_F(OverviewTest, WatchSaysAtOnceWhoIsAwayAndTellsOfAReturn)
+{
+    writer_.alive(now - 10min);
+    const auto watch =
+        start_cgctl({"--socket", folder_.path("none"), "watch", "--lines", "--history", folder_.path("h")});
+    EXPECT_TRUE(
+        watch->says("cgctl: the daemon does not answer, so cards that come now may start unchecked: "))
+        << watch->err();
+    EXPECT_TRUE(watch->says("has been away for 10 min")) << watch->err();
+    writer_.alive(std::chrono::system_clock::now());
+    EXPECT_TRUE(watch->prints(" cg_recorderd is at work again\n")) << watch->out();
+    watch->send(SIGTERM);
+    EXPECT_EQ(watch->wait(), 0);
+}
+
 TEST(Prime, TheDaemonKnowsBetterWhomACardWaitsFor)
 {
     const Time now = Time{} + 1000000s;
