@@ -303,7 +303,7 @@ TEST(SimPlayer, SilenceIsWaitedForAsLongAsItTakes)
 
 TEST(SimPlayer, ADaemonThatIsStartedAfreshBeginsTheCheckAnew)
 {
-    World world(pass_both + "plug 1/3\nexpect 1/3 passed by m2 within 5s", {1, false, {"m1", "m2"}});
+    World world(pass_both + "plug 1/3\nexpect 1/3 passed by m2 within 5s", {1, false, false, {"m1", "m2"}});
     world.modules = {"m1", "m2"};
     world.afresh = 1500ms; // m1 has passed
     world.play();
