@@ -195,10 +195,42 @@ def test_the_list_fits_the_terminal_and_is_whole_in_a_pipe(device, watch):
     device.answer("1/3/0", "m1", 1, reason)
     device.expect(lambda: "denied" in device.cgctl("list", "--state", "denied,waiting"), "the denial")
     screen = watch((80, 24), "list")
-    screen.expect("CARD", "denied", "far too", "…", "1 card: 1 denied", "ended with 0", gone=(reason,))
-    assert max(map(len, screen.text().splitlines()[1:3])) <= 80
+    screen.expect("CARD", "denied", "\n    far too hot for a long", "long while\n", "1 card: 1 denied",
+                  "ended with 0", gone=("…", reason))
+    assert max(map(len, screen.text().splitlines()[1:6])) <= 80
     screen = watch((80, 24), "list | cat")
     screen.expect(reason, "ended with 0", gone=("…",))
+
+
+def test_nothing_that_matters_is_lost_at_80_columns(rig, tmp_path):
+    rig.start_master("firmware", "power", "thermal")
+    history, said = tmp_path / "history.sqlite", tmp_path / "said"
+    with open(said, "wb") as errors:
+        recorder = programs.start(
+            [BUILD / "bin" / "cg_recorderd", "--history", history, "--modules", rig.view.modules, "--life", tmp_path / "life",
+             "--listen", "127.0.0.1:0"], {"VX_MOM_ENDPOINT": rig.store.endpoint}, stderr=errors)
+    screens = []
+
+    def start(command):
+        screens.append(Terminal(tmp_path, (80, 24), f"{BUILD / 'bin' / 'cgctl'} {command} --history {history}",
+                                rig.cgctl.env))
+        return screens[-1]
+
+    try:
+        rig.expect(lambda: "subscribed; following" in said.read_text(), "the recorder subscribes")
+        rig.cgctl("card", "plug", "1/3/0", "--name", "a line card with a long name")
+        rig.expect_request("1/3/0")
+        rig.expect(lambda: rig.cgctl.json("show", "1/3/0", "--history", history)["time_left_s"], "it is recorded")
+        screen = start("list")
+        screen.expect("1/3/0  a line card wit…  ", "  waiting ", " s  ", "\n    for firmware, power, thermal\n", "ended with 0")
+        assert max(map(len, screen.text().splitlines()[1:4])) <= 80
+        screen = start(f"modules --modules {rig.view.modules}")
+        screen.expect("MODULE    REG  ANSWERS", "\n    NEVER ANSWERED: every card waits 300 s for it\n", "ended with 0")
+        assert max(map(len, screen.text().splitlines()[1:8])) <= 80
+    finally:
+        for screen in screens:
+            screen.close()
+        programs.stop(recorder)
 
 
 @pytest.mark.parametrize("signal", ["TERM", "INT", "HUP"])

@@ -60,11 +60,10 @@ std::string formatted(Time time, const char *format, bool local)
     return text.str();
 }
 
-std::string denied_text(const TrackedCard &card)
+std::string decider_text(const TrackedCard &card)
 {
     const Decision *denial = denial_of(card);
-    return denial == nullptr || denial->decider.empty() ? admission::text_of(State::denied)
-                                                        : "denied by " + visible(denial->decider);
+    return denial == nullptr || denial->decider.empty() ? "" : "by " + visible(denial->decider);
 }
 
 const Decision *decision_behind(const TrackedCard &card)
@@ -78,17 +77,9 @@ const Decision *decision_behind(const TrackedCard &card)
     return fits ? &*card.last : nullptr;
 }
 
-std::string waiting_text(const TrackedCard &card, std::optional<milliseconds> left)
+std::string whole_seconds(milliseconds span)
 {
-    std::string text = "waiting";
-    if (!card.waiting_for.empty()) {
-        text += " for " + list_of(card.waiting_for);
-    }
-    if (left) {
-        const auto seconds = std::chrono::ceil<std::chrono::seconds>(*left).count();
-        text += " (" + std::to_string(seconds) + " s left)";
-    }
-    return text;
+    return std::to_string(std::chrono::ceil<std::chrono::seconds>(span).count()) + " s";
 }
 
 Json or_null(const std::optional<Time> &time)
@@ -150,6 +141,16 @@ std::string clock_text(Time time, Time now)
     return formatted(time, today ? "%T" : "%F %T", true);
 }
 
+std::string short_clock_text(Time time, Time now)
+{
+    constexpr std::chrono::hours months{24 * 300}; // a day of the year names one day only
+    if (formatted(time, "%F", true) == formatted(now, "%F", true)) {
+        return formatted(time, "%T", true);
+    }
+    const bool near = now - time < months && time - now < months;
+    return formatted(time, near ? "%d %b %H:%M" : "%d %b %Y", true);
+}
+
 std::string date_text(Time time)
 {
     return formatted(time, "%F %T", true);
@@ -173,23 +174,37 @@ const Decision *denial_of(const TrackedCard &card)
 
 std::string state_text(const TrackedCard &card, std::optional<milliseconds> left)
 {
+    const auto [first, second] = state_parts(card, std::nullopt);
+    return first + (second.empty() ? "" : " " + second) +
+           (left && card.state == State::waiting ? " (" + whole_seconds(*left) + " left)" : "");
+}
+
+std::pair<std::string, std::string> state_parts(const TrackedCard &card, std::optional<milliseconds> left)
+{
+    const std::string word = text_of(card.state);
     const Decision *decision = decision_behind(card);
     switch (card.state) {
     case State::waiting:
-        return waiting_text(card, left);
+        return {word + (left ? " " + whole_seconds(*left) : ""),
+                card.waiting_for.empty() ? "" : "for " + list_of(card.waiting_for)};
     case State::silence:
-        return decision == nullptr || decision->silent.empty()
-                   ? text_of(card.state)
-                   : std::string(text_of(card.state)) + " of " + list_of(decision->silent);
+        return {word,
+                decision == nullptr || decision->silent.empty() ? "" : "of " + list_of(decision->silent)};
     case State::passed:
-        return is_pass_unseen(card) ? unseen_pass : text_of(card.state);
+        return {is_pass_unseen(card) ? unseen_pass : word, ""};
     case State::denied:
-        return denied_text(card);
+        return {word, decider_text(card)};
     case State::offline:
-        return card.denied ? text_of(card.state) + (", " + denied_text(card)) : text_of(card.state);
+        return card.denied ? std::pair{word + ", " + text_of(State::denied), decider_text(card)}
+                           : std::pair{word, std::string{}};
     default:
-        return text_of(card.state);
+        return {word, ""};
     }
+}
+
+std::string ago_text(Time time, Time now)
+{
+    return "(" + span_text(std::chrono::duration_cast<milliseconds>(now - time)) + " ago)";
 }
 
 std::string since_text(const TrackedCard &card, Time now)
@@ -197,8 +212,7 @@ std::string since_text(const TrackedCard &card, Time now)
     if (!card.since) {
         return {};
     }
-    const auto ago = std::chrono::duration_cast<milliseconds>(now - *card.since);
-    return clock_text(*card.since, now) + " (" + span_text(ago) + " ago)";
+    return clock_text(*card.since, now) + ' ' + ago_text(*card.since, now);
 }
 
 bool is_pass_unseen(const TrackedCard &card)

@@ -29,6 +29,8 @@ std::string span_text(std::chrono::milliseconds span);
 std::string seconds_text(std::chrono::milliseconds span);
 // In local time: "14:02:11" on the same day as `now`, else "2026-11-20 14:02:11".
 std::string clock_text(Time time, Time now);
+// The same in at most twelve columns: "14:02:11", else "20 Nov 14:02", or "20 Nov 2025" after months.
+std::string short_clock_text(Time time, Time now);
 // In local time: "2026-11-20 14:02:11".
 std::string date_text(Time time);
 // UTC with milliseconds, as in 2026-05-01T12:00:00.123Z: how every JSON form says a time.
@@ -40,8 +42,14 @@ const admission::Decision *denial_of(const admission::TrackedCard &card);
 // `left` is the tracker's time_left().
 std::string state_text(const admission::TrackedCard &card,
                        std::optional<std::chrono::milliseconds> left = std::nullopt);
+// The same in two parts for where there is little room, what counts most first: "waiting 212 s", "for m1,
+// m3"; "denied", "by m1". The second one may be empty.
+std::pair<std::string, std::string> state_parts(const admission::TrackedCard &card,
+                                                std::optional<std::chrono::milliseconds> left);
 // Passed, and nobody saw how it came to that: a module's PASS, or the silence of all of them.
 bool is_pass_unseen(const admission::TrackedCard &card);
+// "(88 s ago)"
+std::string ago_text(Time time, Time now);
 // "14:02:11 (88 s ago)"; empty when it is not known.
 std::string since_text(const admission::TrackedCard &card, Time now);
 Tone tone_of(const admission::TrackedCard &card);

@@ -2,6 +2,8 @@
 //
 // What is for eyes only, a table that is cut to the terminal and a sum at its end, never gets into a pipe.
 #include <algorithm>
+#include <tuple>
+#include <utility>
 
 #include "card_text.h"
 #include "failure.h"
@@ -103,28 +105,39 @@ private:
     ListOptions wanted_;
 };
 
-std::vector<Cell> cells_of(const CardRow &row, admission::Time now)
+// In a pipe each text is as it is in the other views, whole.
+std::vector<Cell> cells_of(const CardRow &row, admission::Time now, const Terminal &terminal)
 {
     const admission::TrackedCard &tracked = row.tracked;
+    Cell state{state_text(tracked, row.left), tone_of(tracked)};
+    Cell since{since_text(tracked, now)};
+    Cell reason{visible(row.reason)};
+    if (terminal.is_one) {
+        std::tie(state.text, state.rest) = state_parts(tracked, row.left);
+        since.text = tracked.since ? short_clock_text(*tracked.since, now) : "";
+        since.rest = tracked.since ? ago_text(*tracked.since, now) : "";
+        reason.rest = std::exchange(reason.text, "");
+    }
     return {{row.position().text()},
             {row.stored ? visible(tracked.card.name) : "-"},
             {row.stored ? short_type(tracked.card.node_type) : "-"},
-            {state_text(tracked, row.left), tone_of(tracked)},
-            {since_text(tracked, now)},
+            std::move(state),
+            std::move(since),
             {tracked.power_off ? "off" : "-", tracked.power_off ? Tone::bad : Tone::plain},
-            {visible(row.reason)}};
+            std::move(reason)};
 }
 
 void print_table(const Session &session, const std::vector<const CardRow *> &rows, admission::Time now,
                  const Terminal &terminal)
 {
-    // The least widths keep what tells the cards apart, and the beginning of each state, on 80 columns.
-    const std::vector<Column> columns{{"CARD", 0},  {"NAME", 6},  {"TYPE", 0},   {"STATE", 16},
-                                      {"SINCE", 8}, {"POWER", 0}, {"REASON", 12}};
+    // The least widths keep what tells the cards apart, and the beginning of each state.
+    const std::vector<Column> columns{
+        {"CARD", 0},  {"NAME", 6, 16}, {"TYPE", 0}, {"STATE", 16}, {"SINCE", 8, 0, Rest::dropped},
+        {"POWER", 0}, {"REASON", 12}};
     std::vector<std::vector<Cell>> cells;
     Sum sum;
     for (const CardRow *row : rows) {
-        cells.push_back(cells_of(*row, now));
+        cells.push_back(cells_of(*row, now, terminal));
         sum.add(row->tracked);
     }
     for (const std::string &line : table_lines(columns, cells, terminal)) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 
 #include "card_text.h"
 #include "failure.h"
@@ -34,6 +35,7 @@ struct Row {
     bool asked = false; // some check waited for it, at any time
 
     [[nodiscard]] bool never_answered() const { return registered && !numbers.last; }
+    [[nodiscard]] Tone tone() const { return never_answered() && asked ? Tone::bad : Tone::plain; }
     [[nodiscard]] bool is_stranger() const { return !registered && numbers.last; }
 };
 
@@ -89,13 +91,24 @@ std::string span_or_dash(const std::optional<std::chrono::milliseconds> &span)
     return span ? seconds_text(*span) : "-";
 }
 
-std::vector<Cell> cells_of(const Row &row, Time now)
+std::string last_text(const history::ModuleStatistics &numbers, Time now, const Terminal &terminal)
+{
+    if (!numbers.last) {
+        return "-";
+    }
+    const std::string verdict = numbers.last->ret == 0 ? "PASS" : "DENY";
+    const Time at = numbers.last->at;
+    return terminal.is_one ? verdict + ' ' + short_clock_text(at, now) : clock_text(at, now) + ' ' + verdict;
+}
+
+std::vector<Cell> cells_of(const Row &row, Time now, const Terminal &terminal)
 {
     const history::ModuleStatistics &numbers = row.numbers;
-    const std::string last =
-        numbers.last ? clock_text(numbers.last->at, now) + (numbers.last->ret == 0 ? " PASS" : " DENY") : "-";
-    const Tone alarm = row.never_answered() && row.asked ? Tone::bad : Tone::plain;
-    return {{visible(numbers.module), alarm},
+    Cell note{note_on(row), row.is_stranger() ? Tone::warning : row.tone()};
+    if (terminal.is_one) {
+        note.rest = std::exchange(note.text, "");
+    }
+    return {{visible(numbers.module), row.tone()},
             {row.registered ? "yes" : "no"},
             {std::to_string(numbers.answers)},
             {std::to_string(numbers.passes)},
@@ -103,8 +116,8 @@ std::vector<Cell> cells_of(const Row &row, Time now)
             {std::to_string(numbers.silences), numbers.silences > 0 ? Tone::warning : Tone::plain},
             {span_or_dash(numbers.median)},
             {span_or_dash(numbers.percentile_95)},
-            {last},
-            {note_on(row), row.is_stranger() ? Tone::warning : alarm}};
+            {last_text(numbers, now, terminal)},
+            std::move(note)};
 }
 
 Json seconds_json(const std::optional<std::chrono::milliseconds> &span)
@@ -131,12 +144,13 @@ Json json_of(const Row &row)
 
 void print(const Session &session, const std::vector<Row> &rows, Time now, const Terminal &terminal)
 {
-    const std::vector<Column> columns{{"MODULE", 0}, {"REGISTERED", 0}, {"ANSWERS", 0}, {"PASS", 0},
-                                      {"DENY", 0},   {"SILENT", 0},     {"MEDIAN", 0},  {"95 %", 0},
+    const char *registered = terminal.is_one ? "REG" : "REGISTERED"; // 80 columns are few
+    const std::vector<Column> columns{{"MODULE", 0}, {registered, 0}, {"ANSWERS", 0}, {"PASS", 0},
+                                      {"DENY", 0},   {"SILENT", 0},   {"MEDIAN", 0},  {"95 %", 0},
                                       {"LAST", 8},   {"NOTE", 14}};
     std::vector<std::vector<Cell>> cells;
     for (const Row &row : rows) {
-        cells.push_back(cells_of(row, now));
+        cells.push_back(cells_of(row, now, terminal));
     }
     for (const std::string &line : table_lines(columns, cells, terminal)) {
         session.line(line);

@@ -107,6 +107,29 @@ std::size_t columns_of(std::string_view text)
     return columns;
 }
 
+std::vector<std::string> wrapped(std::string_view text, std::size_t columns)
+{
+    std::vector<std::string> lines;
+    while (columns_of(text) > columns) {
+        std::size_t used = 0;
+        std::size_t end = 0;   // of what fits
+        std::size_t blank = 0; // the last one within it, or just behind it
+        for (std::size_t at = 0; at < text.size(); end = at) {
+            blank = text[at] == ' ' ? at : blank;
+            used += width_of(next_character(text, at));
+            if (used > columns) {
+                end = end == 0 ? at : end; // one character at least
+                break;
+            }
+        }
+        const bool at_blank = blank != 0;
+        lines.emplace_back(text.substr(0, at_blank ? blank : end));
+        text.remove_prefix(at_blank ? blank + 1 : end);
+    }
+    lines.emplace_back(text);
+    return lines;
+}
+
 std::string cut_to(std::string_view text, std::size_t columns)
 {
     if (columns_of(text) <= columns) {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace cgctl
 {
@@ -33,6 +34,9 @@ std::string toned(const Terminal &terminal, Tone tone, const std::string &text);
 // How many columns a text takes: two for a wide character, none for one that combines with the one before.
 // Text that visible() made.
 std::size_t columns_of(std::string_view text);
+
+// The text in lines of at most so many columns, broken between words; a longer word is broken in itself.
+std::vector<std::string> wrapped(std::string_view text, std::size_t columns);
 
 // The text, or its beginning and "…" in at most so many columns.
 std::string cut_to(std::string_view text, std::size_t columns);

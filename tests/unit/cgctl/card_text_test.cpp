@@ -136,6 +136,27 @@ TEST_F(CardText, SinceIsLocalTimeAndHowLongAgo)
     EXPECT_EQ(since_text(card, now), "14:02:16 (0 s ago)");
 }
 
+TEST_F(CardText, WhereThereIsLittleRoomTheSecondsComeFirst)
+{
+    TrackedCard card = in(State::waiting);
+    card.waiting_for = {"m1", "m3"};
+    using Parts = std::pair<std::string, std::string>;
+    EXPECT_EQ(state_parts(card, 211001ms), (Parts{"waiting 212 s", "for m1, m3"}));
+    EXPECT_EQ(state_parts(card, std::nullopt), (Parts{"waiting", "for m1, m3"}));
+    EXPECT_EQ(state_parts(ended(State::denied, Outcome::denied, "m1"), {}), (Parts{"denied", "by m1"}));
+    EXPECT_EQ(state_parts(ended(State::silence, Outcome::silence, "", {"m2"}), {}),
+              (Parts{"passed by silence", "of m2"}));
+    EXPECT_EQ(state_parts(in(State::offline), {}), (Parts{"off line", ""}));
+}
+
+TEST_F(CardText, AShortTimeHasTwelveColumns)
+{
+    EXPECT_EQ(short_clock_text(now - 88s, now), "14:00:43");
+    EXPECT_EQ(short_clock_text(now - 26h, now), "03 Oct 12:02");
+    EXPECT_EQ(short_clock_text(now - 24h * 299, now), "10 Dec 14:02");
+    EXPECT_EQ(short_clock_text(now - 24h * 300, now), "09 Dec 2023");
+}
+
 TEST_F(CardText, SpansAreAsFineAsAnEyeWants)
 {
     EXPECT_EQ(span_text(599s), "599 s");

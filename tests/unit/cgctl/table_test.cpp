@@ -36,6 +36,48 @@ TEST(Table, ANarrowTerminalCutsFromTheLastColumnOn)
                 ElementsAre("CARD    NAME  REASON", "1/3/0   a l…  a lon…", "1/10/0  b"));
 }
 
+const std::vector<Column> flowing{
+    {"CARD", 0}, {"NAME", 4, 6}, {"STATE", 5}, {"SINCE", 5, 0, Rest::dropped}, {"WHY", 3}};
+const std::vector<std::vector<Cell>> cards{
+    {{"1/3/0"}, {"a long name"}, {"waiting 9 s", Tone::waiting, "for m1, m2"}, {"now", {}, "(3 s ago)"}, {}},
+    {{"1/4/0"}, {"b"}, {"denied", Tone::bad, "by m1"}, {"now", {}, "(4 s ago)"}, {"", {}, "too hot, much"}}};
+
+TEST(Table, WhereAllFitsEachRowIsOneLine)
+{
+    const auto expected =
+        ElementsAre("CARD   NAME         STATE                   SINCE          WHY",
+                    "1/3/0  a long name  waiting 9 s for m1, m2  now (3 s ago)",
+                    "1/4/0  b            denied by m1            now (4 s ago)  too hot, much");
+    EXPECT_THAT(table_lines(flowing, cards, {true, false, 74}), expected);
+    EXPECT_THAT(table_lines(flowing, cards, {}), expected);
+}
+
+TEST(Table, WhatDoesNotFitGoesOnBelow)
+{
+    EXPECT_THAT(table_lines(flowing, cards, {true, false, 60}),
+                ElementsAre("CARD   NAME    STATE                   SINCE  WHY",
+                            "1/3/0  a lon…  waiting 9 s for m1, m2  now",
+                            "1/4/0  b       denied by m1            now    too hot, much"));
+    EXPECT_THAT(table_lines(flowing, cards, {true, false, 40}),
+                ElementsAre("CARD   NAME    STATE         SINCE", //
+                            "1/3/0  a lon…  waiting 9 s   now", "    for m1, m2",
+                            "1/4/0  b       denied by m1  now", "    too hot, much"));
+    EXPECT_THAT(table_lines(flowing, cards, {true, false, 30}),
+                ElementsAre("CARD   NAME    STATE     SINCE", //
+                            "1/3/0  a lon…  waiting…  now", "    for m1, m2", "1/4/0  b       denied    now",
+                            "    by m1: too hot, much"));
+}
+
+TEST(Table, LinesBelowAreBrokenBetweenWords)
+{
+    EXPECT_THAT(wrapped("one two three", 7), ElementsAre("one two", "three"));
+    EXPECT_THAT(wrapped("one two three", 6), ElementsAre("one", "two", "three"));
+    EXPECT_THAT(wrapped("線卡線卡 x", 5), ElementsAre("線卡", "線卡", "x"));
+    EXPECT_THAT(wrapped("abcdefgh", 3), ElementsAre("abc", "def", "gh"));
+    EXPECT_THAT(wrapped("線", 1), ElementsAre("線", ""));
+    EXPECT_THAT(wrapped("", 3), ElementsAre(""));
+}
+
 TEST(Table, WideCharactersTakeTwoColumns)
 {
     EXPECT_EQ(columns_of("Lüfter"), 6U);
