@@ -80,7 +80,8 @@ void read_runs(const redisReply *reply, DataSet::Answers &answers)
         const std::string name = text_of(reply->element[i]);
         const std::string value = text_of(reply->element[i + 1]);
         if (!take_run(name, value, answers)) {
-            answers.oddity = std::string(runs_key) + ": the field " + name + " holds " + value;
+            answers.oddity = runs_key;
+            answers.oddity.append(": the field ").append(name).append(" holds ").append(value);
         }
     }
 }

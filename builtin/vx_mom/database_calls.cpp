@@ -291,12 +291,11 @@ bool Database::is_believable(const DataSet::Answers &answers, std::string &probl
     if (!master) {
         return true;
     }
+    const bool is_known_data = data_set_.is_known() && data_set_.is_same(answers);
+    const bool may_be_ours = !answers.id.empty() && (!data_set_.is_known() || data_set_.id() == answers.id);
     if (answers.server.is_replica) {
         problem = master->place.text + ": is no master";
-    } else if (data_set_.is_known() && data_set_.is_same(answers)) {
-        return true;
-    } else if (master->settled && !answers.id.empty() &&
-               (!data_set_.is_known() || data_set_.id() == answers.id)) {
+    } else if (is_known_data || (master->settled && may_be_ours)) {
         return true;
     } else if (!master->settled) {
         problem = master->place.text + ": the sentinels do not agree on it yet";
