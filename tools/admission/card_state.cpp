@@ -41,6 +41,7 @@ void CardTracker::settle(Entry &known, Time at, bool existing)
     shown.denied = shown.state == State::denied ||
                    (shown.state == State::offline && known.result == std::optional(false));
     shown.waiting_for = shown.state == State::waiting ? silent_ones(known) : std::vector<std::string>{};
+    shown.any_will_do = !shown.waiting_for.empty() && known.list.empty();
     if (shown.state == State::waiting) {
         shown.since = shown.requested_at;
     } else if (shown.state != before) {

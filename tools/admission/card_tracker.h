@@ -48,6 +48,7 @@ struct TrackedCard {
     bool request = false;        // a check request stands
     std::optional<Time> requested_at{};
     std::vector<std::string> waiting_for{}; // in the order of the modules' folder
+    bool any_will_do = false;               // the PASS of any module admits it: nobody is left on the list
     std::vector<Answer> answers{};          // to the last request
     std::optional<Decision> last{};         // the last check that ended
     bool denied = false;                    // now, or when it went off line; the denial stands

@@ -77,6 +77,12 @@ const Decision *decision_behind(const TrackedCard &card)
     return fits ? &*card.last : nullptr;
 }
 
+std::string whom_text(const TrackedCard &card)
+{
+    const bool any = card.any_will_do && card.waiting_for.size() > 1;
+    return card.waiting_for.empty() ? "" : (any ? "for any of " : "for ") + list_of(card.waiting_for);
+}
+
 std::string whole_seconds(milliseconds span)
 {
     return std::to_string(std::chrono::ceil<std::chrono::seconds>(span).count()) + " s";
@@ -185,8 +191,7 @@ std::pair<std::string, std::string> state_parts(const TrackedCard &card, std::op
     const Decision *decision = decision_behind(card);
     switch (card.state) {
     case State::waiting:
-        return {word + (left ? " " + whole_seconds(*left) : ""),
-                card.waiting_for.empty() ? "" : "for " + list_of(card.waiting_for)};
+        return {word + (left ? " " + whole_seconds(*left) : ""), whom_text(card)};
     case State::silence:
         return {word,
                 decision == nullptr || decision->silent.empty() ? "" : "of " + list_of(decision->silent)};
@@ -342,6 +347,7 @@ Json admission_json(const TrackedCard &card, std::optional<milliseconds> left)
             {"denied", card.denied},
             {"since", or_null(card.since)},
             {"waiting_for", card.waiting_for},
+            {"any_will_do", card.any_will_do},
             {"requested_at", card.request ? or_null(card.requested_at) : Json(nullptr)},
             {"time_left_s", seconds_or_null(left)},
             {"answers", answers},

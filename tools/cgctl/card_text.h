@@ -83,7 +83,8 @@ private:
 // The members of the JSON forms.
 Json answer_json(const admission::Answer &answer);
 Json decision_json(const admission::Decision &decision);
-// "state", "unseen", "since", "waiting_for", "requested_at", "time_left_s", "answers", "decision".
+// "state", "unseen", "since", "waiting_for", "any_will_do", "requested_at", "time_left_s", "answers",
+// "decision".
 Json admission_json(const admission::TrackedCard &card, std::optional<std::chrono::milliseconds> left);
 
 } // namespace cgctl

@@ -115,6 +115,42 @@ TEST_F(CardTrackerTest, ADaemonThatKnowsFewerModulesIsBelieved)
     EXPECT_EQ(decisions[0].decider, "m1");
 }
 
+TEST_F(CardTrackerTest, WithNobodyLeftOnTheListAnyModuleWillDo)
+{
+    plug();
+    ask();
+    EXPECT_FALSE(shown().any_will_do);
+    now += 300s;
+    end(true);
+    go_offline();
+    plug();
+    ask();
+    EXPECT_TRUE(shown().any_will_do);
+    EXPECT_EQ(shown().waiting_for, (std::vector<std::string>{"m1", "m2", "m3"}));
+    answer("m1", 7);
+    EXPECT_EQ(shown().waiting_for, (std::vector<std::string>{"m2", "m3"}));
+    now += 300s;
+    tracker.result_written(1259, false, now, false);
+    EXPECT_TRUE(shown().any_will_do) << "the request still stands";
+    tracker.request_deleted(slot3, now, false);
+    EXPECT_FALSE(shown().any_will_do);
+}
+
+TEST_F(CardTrackerTest, ASilenceWithNobodyOnTheListNamesAllWhoDidNotAnswer)
+{
+    plug();
+    ask();
+    now += 300s;
+    end(true);
+    go_offline();
+    plug();
+    ask();
+    now += 300s;
+    end(true);
+    EXPECT_EQ(decisions.back().outcome, Outcome::silence);
+    EXPECT_EQ(decisions.back().silent, (std::vector<std::string>{"m1", "m2", "m3"}));
+}
+
 TEST_F(CardTrackerTest, ALaterPassLiftsADenial)
 {
     plug();

@@ -57,6 +57,9 @@ TEST_F(CardText, WaitingNamesWhomAndHowLong)
     EXPECT_EQ(state_text(card), "waiting for m1, m3");
     EXPECT_EQ(state_text(card, 211001ms), "waiting for m1, m3 (212 s left)");
     EXPECT_EQ(state_text(card, 0ms), "waiting for m1, m3 (0 s left)");
+    card.any_will_do = true;
+    EXPECT_EQ(state_text(card), "waiting for any of m1, m3");
+    EXPECT_EQ(admission_json(card, std::nullopt)["any_will_do"], true);
     card.waiting_for = {"m\033[2J"};
     EXPECT_EQ(state_text(card), "waiting for m\\x1B[2J");
 }
@@ -211,6 +214,7 @@ TEST_F(CardText, WhatIsNotKnownIsNullInJson)
                           {"denied", false},
                           {"since", nullptr},
                           {"waiting_for", Json::array()},
+                          {"any_will_do", false},
                           {"requested_at", nullptr},
                           {"time_left_s", nullptr},
                           {"answers", Json::array()},

@@ -145,6 +145,7 @@ TEST_F(CardVerbs, VerdictsFollowWhatTheDaemonPublished)
                     {"denied", false},
                     {"since", nullptr},
                     {"waiting_for", Json::array()},
+                    {"any_will_do", false},
                     {"requested_at", nullptr},
                     {"time_left_s", nullptr},
                     {"answers", Json::array()},

@@ -332,7 +332,7 @@ TEST(SimPlayer, ACardThatReturnsIsNotJudgedByItsEarlierCheck)
     EXPECT_THAT(world.misses()[0], HasSubstr("7: waiting"));
     EXPECT_EQ(missed(pass_both +
                      "plug 1/3\nexpect 1/3 passed\noffline 1/3\nonline 1/3\nexpect 1/3 passed within 100ms"),
-              std::vector<std::string>{"7: waiting for m1, m2"});
+              std::vector<std::string>{"7: waiting for any of m1, m2"});
 }
 
 TEST(SimPlayer, WhatHoldsThroughoutHoldsAtEveryMoment)
