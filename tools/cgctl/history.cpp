@@ -11,6 +11,7 @@
 #include "failure.h"
 #include "history/reader.h"
 #include "moment.h"
+#include "past.h"
 #include "position.h"
 #include "text.h"
 #include "verbs.h"
@@ -44,8 +45,6 @@ struct Found {
     std::optional<Time> alive_at{};
     std::optional<Time> begun_at{};
 };
-
-constexpr std::chrono::seconds alive_for{120}; // four times as long as the recorder's signs of life are apart
 
 std::size_t bars_on_a_screen()
 {
@@ -274,15 +273,6 @@ void draw(const Session &session, const Found &found, const HistoryOptions &opti
     }
 }
 
-void tell_its_age(const Session &session, const Found &found, Time now)
-{
-    if (!found.alive_at || now - *found.alive_at > alive_for) {
-        session.notice(found.alive_at ? "nothing is recorded since " + clock_text(*found.alive_at, now) +
-                                            "; is cg_recorderd running?"
-                                      : "nothing was recorded yet; is cg_recorderd running?");
-    }
-}
-
 int run_history(const Session &session, const HistoryOptions &options)
 {
     const Time now = std::chrono::system_clock::now();
@@ -297,7 +287,9 @@ int run_history(const Session &session, const HistoryOptions &options)
     } else if (!options.chart && options.svg.empty()) {
         print_lines(session, found, options, now);
     }
-    tell_its_age(session, found, now);
+    if (const std::string text = not_recorded_text({found.alive_at}, now); !text.empty()) {
+        session.notice(text);
+    }
     if (found.decisions.empty() && filter.position) {
         throw Failure(failed, "no decision on " + filter.position->text() + " is recorded" +
                                   (filter.from || filter.until ? " for that time" : ""));

@@ -12,6 +12,7 @@
 #include "history/reader.h"
 #include "module_folder.h"
 #include "moment.h"
+#include "past.h"
 #include "table.h"
 #include "text.h"
 #include "verbs.h"
@@ -35,7 +36,15 @@ struct Row {
     bool asked = false; // some check waited for it, at any time
 
     [[nodiscard]] bool never_answered() const { return registered && !numbers.last; }
-    [[nodiscard]] Tone tone() const { return never_answered() && asked ? Tone::bad : Tone::plain; }
+    // It answered once, and all checks that waited for it since then ended by the time.
+    [[nodiscard]] bool fell_silent() const
+    {
+        return registered && numbers.last && numbers.silences_since > 0;
+    }
+    [[nodiscard]] Tone tone() const
+    {
+        return (never_answered() && asked) || fell_silent() ? Tone::bad : Tone::plain;
+    }
     [[nodiscard]] bool is_stranger() const { return !registered && numbers.last; }
 };
 
@@ -70,8 +79,13 @@ std::set<std::string> modules_asked(const history::Reader &reader)
     return asked;
 }
 
-std::string note_on(const Row &row)
+std::string note_on(const Row &row, Time now)
 {
+    if (row.fell_silent()) {
+        const int64_t checks = row.numbers.silences_since;
+        return "SILENT SINCE " + clock_text(row.numbers.last->at, now) + ": " + std::to_string(checks) +
+               (checks == 1 ? " check" : " checks") + " ended without it, every card waits 300 s for it";
+    }
     if (row.never_answered() && !row.asked) {
         return "has not been waited for yet";
     }
@@ -104,7 +118,7 @@ std::string last_text(const history::ModuleStatistics &numbers, Time now, const 
 std::vector<Cell> cells_of(const Row &row, Time now, const Terminal &terminal)
 {
     const history::ModuleStatistics &numbers = row.numbers;
-    Cell note{note_on(row), row.is_stranger() ? Tone::warning : row.tone()};
+    Cell note{note_on(row, now), row.is_stranger() ? Tone::warning : row.tone()};
     if (terminal.is_one) {
         note.rest = std::exchange(note.text, "");
     }
@@ -131,6 +145,7 @@ Json json_of(const Row &row)
     return {{"name", numbers.module},
             {"registered", row.registered},
             {"never_answered", row.never_answered()},
+            {"silences_since_answer", numbers.silences_since},
             {"answers", numbers.answers},
             {"passes", numbers.passes},
             {"denials", numbers.denials},
@@ -171,11 +186,13 @@ int run_modules(const Session &session, const ModulesOptions &options)
                                   " cannot be read: " + folder.problem);
     }
     const history::Reader reader(history::path_or_default(options.history));
+    const LastSign sign{reader.alive_at()};
     const std::vector<Row> rows = rows_of(folder, reader.module_statistics(since), modules_asked(reader));
     if (session.json) {
         Json json{{"version", 1},
                   {"file", reader.path()},
                   {"folder", options.modules},
+                  {"recorded_until", sign.at ? Json(utc_text(*sign.at)) : Json(nullptr)},
                   {"since", since ? Json(utc_text(*since)) : Json(nullptr)},
                   {"modules", Json::array()}};
         for (const Row &row : rows) {
@@ -186,6 +203,9 @@ int run_modules(const Session &session, const ModulesOptions &options)
         print(session, rows, now, terminal);
     } else {
         session.notice("no module is registered and none has answered: every card is admitted unasked");
+    }
+    if (const std::string text = not_recorded_text(sign, now); !text.empty()) {
+        session.notice(text);
     }
     return done;
 }

@@ -1,6 +1,7 @@
 // What the recorder's file remembers of the cards.
 #include "past.h"
 
+#include "card_text.h"
 #include "history/reader.h"
 
 namespace cgctl
@@ -25,6 +26,16 @@ bool LastSign::is_old(admission::Time now) const
 {
     constexpr std::chrono::minutes old{2};
     return at && now - *at > old;
+}
+
+std::string not_recorded_text(const LastSign &sign, admission::Time now)
+{
+    if (!sign.at) {
+        return "nothing was recorded yet; is cg_recorderd running?";
+    }
+    return sign.is_old(now)
+               ? "nothing is recorded since " + clock_text(*sign.at, now) + "; is cg_recorderd running?"
+               : "";
 }
 
 LastSign read_last_sign(const std::string &file)

@@ -31,6 +31,9 @@ struct LastSign {
     [[nodiscard]] bool is_old(admission::Time now) const;
 };
 
+// That nothing is recorded any more, and since when; empty while the recorder is at work.
+std::string not_recorded_text(const LastSign &sign, admission::Time now);
+
 LastSign read_last_sign(const std::string &file);
 
 } // namespace cgctl

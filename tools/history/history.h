@@ -72,7 +72,7 @@ struct Gap {
 // How a module answers.
 struct ModuleStatistics {
     std::string module{};
-    int64_t answers = 0; // in the time asked for, as all that follows but the last two
+    int64_t answers = 0; // in the time asked for, as all that follows but the last three
     int64_t passes = 0;
     int64_t denials = 0;
     int64_t unregistered = 0; // answers that the daemon passed over, since it does not know the module
@@ -81,6 +81,7 @@ struct ModuleStatistics {
     std::optional<std::chrono::milliseconds> percentile_95{};
     int64_t waited_for = 0;       // checks that stand and wait for it
     std::optional<Answer> last{}; // of all times
+    int64_t silences_since = 0;   // checks that ended by the time, waiting for it, since `last`, or ever
 };
 
 // The daemon's service came up, or ended.

@@ -109,6 +109,20 @@ void find_last(const Database &database, ByName &modules)
     }
 }
 
+// How often a module that once answered was waited for in vain since then.
+void count_silences_since(const Database &database, ByName &modules)
+{
+    Statement rows(database, "SELECT count(*) FROM silent s JOIN decisions d ON d.id = s.decision_id"
+                             " WHERE d.outcome = 'silence' AND s.module = ?1"
+                             " AND (?2 IS NULL OR d.decided_at > ?2)");
+    for (auto &[name, module] : modules) {
+        rows.with(name, module.last ? std::optional(module.last->at) : std::nullopt);
+        if (rows.step()) {
+            module.silences_since = rows.number(0);
+        }
+    }
+}
+
 } // namespace
 
 std::vector<ModuleStatistics> read_module_statistics(const Database &database, std::optional<Time> from)
@@ -119,6 +133,7 @@ std::vector<ModuleStatistics> read_module_statistics(const Database &database, s
     count_waiting(database, modules);
     measure(database, from, modules);
     find_last(database, modules);
+    count_silences_since(database, modules);
     std::vector<ModuleStatistics> all;
     all.reserve(modules.size());
     for (auto &known : modules) {

@@ -221,6 +221,36 @@ TEST_F(HistoryVerbs, ModulesThatNeverAnswerAndStrangersAreMarked)
     EXPECT_EQ(run_cgctl({"modules", "--modules", folder_.path("no"), "--history", file_}).status, 1);
 }
 
+TEST_F(HistoryVerbs, AModuleThatFellSilentIsMarked)
+{
+    {
+        history::Writer writer(file_, noon, [](const std::string &) {});
+        for (const auto at : {noon + 700s, noon + 1200s}) {
+            history::Decision decision;
+            decision.card.position = {1, 1, 0};
+            decision.outcome = admission::Outcome::silence;
+            decision.decided_at = at;
+            decision.silent = {"m1"};
+            writer.add(decision);
+        }
+    }
+    const Outcome outcome = run_cgctl({"modules", "--modules", modules_, "--history", file_});
+    EXPECT_THAT(outcome.out, HasSubstr("2023-11-15 12:00:02 DENY  SILENT SINCE 2023-11-15 12:00:02: 2 checks "
+                                       "ended without it, every card waits 300 s for it\n"));
+    EXPECT_THAT(outcome.err, HasSubstr("is cg_recorderd running?\n"));
+    const Json json = run_cgctl({"modules", "--modules", modules_, "--history", file_, "--json"}).json();
+    EXPECT_EQ(json["modules"][0]["silences_since_answer"], 2);
+    EXPECT_TRUE(json.contains("recorded_until"));
+}
+
+TEST_F(HistoryVerbs, ModulesOfARecorderAtWorkGetNoNotice)
+{
+    const auto now = std::chrono::system_clock::now();
+    history::Writer writer(file_, now, [](const std::string &) {});
+    writer.alive(now);
+    EXPECT_EQ(run_cgctl({"modules", "--modules", modules_, "--history", file_}).err, "");
+}
+
 TEST(Moment, ReadsAgesAndDates)
 {
     setenv("TZ", "CET-1", 1);

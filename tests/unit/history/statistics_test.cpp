@@ -32,6 +32,27 @@ TEST_F(Statistics, AnEmptyHistoryKnowsNoModule)
     EXPECT_THAT(Reader(path()).module_statistics({}), IsEmpty());
 }
 
+TEST_F(Statistics, CountsTheSilencesSinceTheLastAnswer)
+{
+    const auto waited_in_vain = [&](Time at, Outcome outcome) {
+        Decision decision = decision_at(at);
+        decision.outcome = outcome;
+        decision.answers.clear();
+        decision.silent = {"m1", "m2"};
+        recorder_->add(decision);
+    };
+    waited_in_vain(noon, Outcome::silence);
+    answered("m1", noon + 1s, 100ms);
+    EXPECT_EQ(Reader(path()).module_statistics({})[0].silences_since, 0);
+    waited_in_vain(noon + 2s, Outcome::silence);
+    waited_in_vain(noon + 3s, Outcome::withdrawn); // it had time left
+    waited_in_vain(noon + 4s, Outcome::silence);
+    const std::vector<ModuleStatistics> all = Reader(path()).module_statistics(noon + 4s);
+    ASSERT_THAT(all, SizeIs(2));
+    EXPECT_EQ(all[0].silences_since, 2) << "whatever time is asked for";
+    EXPECT_EQ(all[1].silences_since, 3) << "it never answered";
+}
+
 TEST_F(Statistics, CountsAnswersByWhatTheySay)
 {
     answered("m1", noon, 100ms);
