@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <ctime>
 #include <numeric>
+#include <utility>
 
 #include "text.h"
 
@@ -59,12 +60,61 @@ void mark_gap(Chart &chart, const history::Gap &gap, Time until)
     }
 }
 
+std::size_t letters_of(std::size_t count, std::size_t each)
+{
+    return (count + each - 1) / each;
+}
+
+std::size_t letters_of(const Bar &bar, std::size_t each)
+{
+    return std::accumulate(
+        bar.counts.begin(), bar.counts.end(), std::size_t{0},
+        [each](std::size_t sum, std::size_t count) { return sum + letters_of(count, each); });
+}
+
+// How many decisions a letter stands for, so that no bar is longer than this.
+std::size_t decisions_in_a_letter(const Chart &chart, std::size_t width)
+{
+    const std::size_t most = std::max(width, outcome_count); // each outcome has a letter at least
+    std::size_t each = 1;
+    for (const Bar &bar : chart.bars) {
+        while (letters_of(bar, each) > most) {
+            ++each;
+        }
+    }
+    return each;
+}
+
+// In as many lines as the terminal is narrow.
+void add_legend(std::vector<std::string> &lines, std::size_t each, const Terminal &terminal)
+{
+    std::string line;
+    std::size_t used = 0;
+    const auto add = [&](const std::string &text, std::size_t columns) {
+        if (terminal.is_one && used > 0 && used + 1 + columns > terminal.width) {
+            lines.push_back(std::exchange(line, ""));
+            used = 0;
+        }
+        line += (line.empty() ? "" : " ") + text;
+        used += columns + (used == 0 ? 0 : 1);
+    };
+    for (std::size_t i = 0; i < outcome_count; ++i) {
+        const std::string text =
+            std::string(" ") + text_of(static_cast<Outcome>(i)) + (i + 1 == outcome_count ? ";" : ",");
+        add(toned(terminal, looks.at(i).tone, std::string(1, looks.at(i).letter)) + text, 1 + text.size());
+    }
+    const std::string scale =
+        "a letter is " + (each == 1 ? "one decision" : "up to " + std::to_string(each) + " decisions");
+    add(scale, scale.size());
+    lines.push_back(line);
+}
+
 std::string bar_line(const Bar &bar, std::size_t each, std::size_t width, const Terminal &terminal)
 {
     std::string line = minute_text(bar.from) + " |";
     std::size_t used = 0;
     for (std::size_t i = 0; i < outcome_count; ++i) {
-        const std::size_t letters = (bar.counts.at(i) + each - 1) / each;
+        const std::size_t letters = letters_of(bar.counts.at(i), each);
         if (letters > 0) {
             line += toned(terminal, looks.at(i).tone, std::string(letters, looks.at(i).letter));
             used += letters;
@@ -73,10 +123,16 @@ std::string bar_line(const Bar &bar, std::size_t each, std::size_t width, const 
     if (const std::size_t total = bar.total(); total > 0 || !bar.gaps.empty()) {
         line += std::string(std::max(width, used) - used, ' ') + "| " + std::to_string(total);
     }
+    std::string gaps;
     for (const std::string &why : bar.gaps) {
-        line += "  (" + visible(why) + ')';
+        gaps += "  (" + visible(why) + ')';
     }
-    return line;
+    if (terminal.is_one) {
+        const std::size_t before = columns_of(minute_text(bar.from)) + 2 + std::max(width, used) + 2 +
+                                   std::to_string(bar.total()).size();
+        gaps = cut_to(gaps, terminal.width > before ? terminal.width - before : 0);
+    }
+    return line + gaps;
 }
 
 } // namespace
@@ -129,24 +185,12 @@ Chart make_chart(const std::vector<history::Decision> &decisions, const std::vec
 
 std::vector<std::string> chart_lines(const Chart &chart, std::size_t width, const Terminal &terminal)
 {
-    std::size_t most = 1;
-    for (const Bar &bar : chart.bars) {
-        most = std::max(most, bar.total());
-    }
-    const std::size_t each = (most + width - 1) / width;
+    const std::size_t each = decisions_in_a_letter(chart, width);
     std::vector<std::string> lines;
     for (const Bar &bar : chart.bars) {
         lines.push_back(bar_line(bar, each, width, terminal));
     }
-    std::string legend;
-    for (std::size_t i = 0; i < outcome_count; ++i) {
-        const auto outcome = static_cast<Outcome>(i);
-        legend += (legend.empty() ? "" : ", ") +
-                  toned(terminal, looks.at(i).tone, std::string(1, looks.at(i).letter)) + ' ' +
-                  text_of(outcome);
-    }
-    lines.push_back(legend + (each == 1 ? "; a letter is one decision"
-                                        : "; a letter is up to " + std::to_string(each) + " decisions"));
+    add_legend(lines, each, terminal);
     return lines;
 }
 

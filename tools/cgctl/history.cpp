@@ -5,11 +5,13 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <set>
 
 #include "card_text.h"
 #include "decision_chart.h"
 #include "failure.h"
 #include "history/reader.h"
+#include "module_folder.h"
 #include "moment.h"
 #include "past.h"
 #include "position.h"
@@ -254,7 +256,7 @@ void draw(const Session &session, const Found &found, const HistoryOptions &opti
           const history::Filter &filter, Time now)
 {
     constexpr std::size_t bars_in_a_picture = 120;
-    constexpr std::size_t margin = 30; // for times and numbers
+    constexpr std::size_t margin = 30; // for times and numbers; gaps have what is left
     const bool none = found.decisions.empty();
     const Time first = none ? found.begun_at.value_or(now) : found.decisions.front().decided_at;
     const Time from = filter.from.value_or(first);
@@ -271,6 +273,35 @@ void draw(const Session &session, const Found &found, const HistoryOptions &opti
             session.line(line);
         }
     }
+}
+
+// "no decision on 1/3/0 with outcome denied and module m1 is recorded for that time"
+std::string nothing_found(const history::Filter &filter)
+{
+    std::string text = "no decision";
+    text += filter.position ? " on " + filter.position->text() : "";
+    text += filter.outcome ? std::string(" with outcome ") + admission::word_of(*filter.outcome) : "";
+    if (!filter.module.empty()) {
+        text += (filter.outcome ? " and module " : " with module ") + visible(filter.module);
+    }
+    return text + " is recorded" + (filter.from || filter.until ? " for that time" : "");
+}
+
+// Nothing is found of a module that is not there, too.
+std::string doubt_about(const std::string &module, const std::string &file)
+{
+    std::set<std::string> known;
+    for (const history::ModuleStatistics &numbers : history::Reader(file).module_statistics({})) {
+        known.insert(numbers.module);
+    }
+    for (const ModuleEntry &entry : read_module_folder(default_module_folder).entries) {
+        known.insert(entry.name);
+    }
+    if (module.empty() || known.contains(module)) {
+        return "";
+    }
+    return "; no module of that name is known" +
+           (known.empty() ? "" : "; " + suggestion(module, {known.begin(), known.end()}));
 }
 
 int run_history(const Session &session, const HistoryOptions &options)
@@ -290,10 +321,14 @@ int run_history(const Session &session, const HistoryOptions &options)
     if (const std::string text = not_recorded_text({found.alive_at}, now); !text.empty()) {
         session.notice(text);
     }
-    if (found.decisions.empty() && filter.position) {
-        throw Failure(failed, "no decision on " + filter.position->text() + " is recorded" +
-                                  (filter.from || filter.until ? " for that time" : ""));
+    if (!found.decisions.empty()) {
+        return done;
     }
+    const std::string nothing = nothing_found(filter);
+    if (filter.position || filter.outcome || !filter.module.empty()) {
+        throw Failure(failed, nothing + doubt_about(filter.module, found.file));
+    }
+    session.notice(nothing); // a quiet time is none's fault
     return done;
 }
 

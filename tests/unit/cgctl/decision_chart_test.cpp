@@ -69,8 +69,28 @@ TEST_F(ChartTest, ManyDecisionsShareALetterAndNoneIsLost)
     const Chart chart = make_chart(decisions, {}, noon, noon + 1s, 24);
     const std::vector<std::string> lines = chart_lines(chart, 10, plain);
     ASSERT_THAT(lines, SizeIs(2));
-    EXPECT_EQ(lines[0], "2023-11-15 12:00 |PPPPPPPPPPD| 100");
-    EXPECT_THAT(lines[1], HasSubstr("a letter is up to 10 decisions"));
+    EXPECT_EQ(lines[0], "2023-11-15 12:00 |PPPPPPPPPD| 100");
+    EXPECT_THAT(lines[1], HasSubstr("a letter is up to 11 decisions"));
+}
+
+TEST_F(ChartTest, OnATerminalNoLineIsWiderThanThat)
+{
+    for (const Outcome outcome : {Outcome::passed, Outcome::silence, Outcome::denied, Outcome::exempt,
+                                  Outcome::unasked, Outcome::withdrawn, Outcome::unseen}) {
+        add(outcome, noon, 151);
+    }
+    const std::vector<history::Gap> gaps{{noon + 1s, std::nullopt, "the recorder was not running"},
+                                         {noon + 1s, std::nullopt, "the store was away, and for long"}};
+    for (const std::size_t width : {80U, 60U}) {
+        const Terminal terminal{true, false, width};
+        const auto lines =
+            chart_lines(make_chart(decisions, gaps, noon, noon + 2s, 24), width - 30, terminal);
+        ASSERT_GT(lines.size(), 3U);
+        for (const std::string &line : lines) {
+            EXPECT_LE(columns_of(line), width) << line;
+        }
+        EXPECT_THAT(lines[1], HasSubstr("…"));
+    }
 }
 
 TEST_F(ChartTest, ColourIsAnAddition)

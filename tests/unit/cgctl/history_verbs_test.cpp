@@ -109,7 +109,18 @@ TEST_F(HistoryVerbs, FiltersAndNotFound)
     const Outcome none = history({"1/9"});
     EXPECT_EQ(none.status, 1);
     EXPECT_THAT(none.err, HasSubstr("no decision on 1/9/0 is recorded\n"));
-    EXPECT_EQ(history({"--outcome", "exempt"}).status, 0);
+    const Outcome exempt = history({"--outcome", "exempt", "--module", "m1", "--since", "2023-11-15"});
+    EXPECT_EQ(exempt.status, 1);
+    EXPECT_THAT(exempt.err,
+                HasSubstr("no decision with outcome exempt and module m1 is recorded for that time\n"));
+    const Outcome typing_error = history({"--module", "m11"});
+    EXPECT_EQ(typing_error.status, 1);
+    EXPECT_THAT(typing_error.err,
+                HasSubstr("no decision with module m11 is recorded; no module of that name is "
+                          "known; nearest: m1"));
+    const Outcome quiet = history({"--since", "1h"});
+    EXPECT_EQ(quiet.status, 0);
+    EXPECT_THAT(quiet.err, HasSubstr("no decision is recorded for that time\n"));
 }
 
 TEST_F(HistoryVerbs, WrongUseSaysWhatIsRight)
