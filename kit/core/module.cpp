@@ -41,12 +41,21 @@ std::string result_text(int32_t result)
 
 } // namespace
 
-Module::Module(std::string name, Hooks hooks, Log log)
-    : name_(std::move(name)), hooks_(std::move(hooks)), log_(std::move(log))
+Module::Listening::Listening(const Log &log)
 {
-    platform::log_listen(
-        [log = log_](int32_t level, const std::string &text) { log(level_of(level), text); });
-    platform::tell_setting_mistakes([log = log_](const std::string &text) { log(APP_CG_KIT_WARNING, text); });
+    platform::log_listen([log](int32_t level, const std::string &text) { log(level_of(level), text); });
+    platform::tell_setting_mistakes([log](const std::string &text) { log(APP_CG_KIT_WARNING, text); });
+}
+
+Module::Listening::~Listening()
+{
+    platform::log_listen({});
+    platform::tell_setting_mistakes({});
+}
+
+Module::Module(std::string name, Hooks hooks, Log log)
+    : name_(std::move(name)), hooks_(std::move(hooks)), log_(std::move(log)), listening_(log_)
+{
     context_.reset(vx_global_init(name_.c_str(), nullptr));
     if (!context_) {
         throw std::runtime_error("the event loop could not be set up");
@@ -66,8 +75,6 @@ Module::~Module()
     wake_.reset();
     context_.reset();
     current = nullptr;
-    platform::log_listen({});
-    platform::tell_setting_mistakes({});
 }
 
 int Module::run(bool take_signals)

@@ -64,6 +64,14 @@ private:
         void operator()(vx_global_t *context) const noexcept { vx_global_finish(context); }
     };
 
+    // What the platform has to say goes to the module's log.
+    struct Listening {
+        explicit Listening(const Log &log);
+        ~Listening();
+        Listening(const Listening &) = delete;
+        Listening &operator=(const Listening &) = delete;
+    };
+
     static int32_t on_connected(void *first, void *second);
     static int32_t on_lost(void *first, int32_t db);
     static int32_t on_return(void *first, int32_t db, int32_t change);
@@ -93,6 +101,7 @@ private:
     const std::string name_;
     const Hooks hooks_;
     const Log log_;
+    const Listening listening_;
     std::unique_ptr<vx_global_t, Finish> context_;
     std::unique_ptr<platform::Wake> wake_;
     std::shared_ptr<Mailbox> mailbox_;

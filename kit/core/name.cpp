@@ -45,11 +45,11 @@ std::string digest(const std::string &text)
     return digits.data();
 }
 
-// The folder is everybody's: what is there is opened, never made anew. Only the owner may open the file, or
-// anybody could hold its lock.
+// The folder is everybody's: what is there is opened, never made anew, and never waited for, as for a pipe
+// that somebody put there. Only the owner may open the file, or anybody could hold its lock.
 platform::Descriptor open_lock(const std::string &path)
 {
-    platform::Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
+    platform::Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
     if (!file && errno == ENOENT) {
         file.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     }
@@ -64,6 +64,9 @@ std::string owner_problem(int file)
     if (fstat(file, &status) != 0) {
         return strerror(errno);
     }
+    if (!S_ISREG(status.st_mode)) {
+        return "it is no file; remove it";
+    }
     if (status.st_uid != geteuid()) {
         return "it belongs to user " + std::to_string(status.st_uid) + ", and this is user " +
                std::to_string(geteuid()) + if_unused;
@@ -75,11 +78,15 @@ std::string owner_problem(int file)
     return {};
 }
 
-bool is_removed(int file)
+// Whether the path leads to another file by now, or to none.
+bool is_replaced(int file, const std::string &path)
 {
-    struct stat status {
+    struct stat ours {
     };
-    return fstat(file, &status) == 0 && status.st_nlink == 0;
+    struct stat theirs {
+    };
+    return fstat(file, &ours) == 0 && (lstat(path.c_str(), &theirs) != 0 || ours.st_dev != theirs.st_dev ||
+                                       ours.st_ino != theirs.st_ino);
 }
 
 std::string holder_in(int file)
@@ -152,8 +159,8 @@ std::string folder_problem(const std::string &folder, const std::string &name)
 NameLock::~NameLock()
 {
     // While it is locked, so that whoever has opened it meanwhile sees that it is gone. Not in a child
-    // process.
-    if (file_ && owner_ == getpid()) {
+    // process, and not the file that another module made since somebody removed ours.
+    if (file_ && owner_ == getpid() && !is_replaced(file_.get(), path_)) {
         (void)unlink(path_.c_str());
     }
 }
@@ -189,8 +196,8 @@ NameLock::Outcome NameLock::take(const std::string &folder, const std::string &n
     name_ = name;
     path_ = folder + "/app_cg_kit." + name + '.' + digest(endpoint) + ".lock";
     Outcome outcome = lock_file(why);
-    // Its last holder removed it between our opening and our locking it.
-    while (outcome == Outcome::held && is_removed(file_.get())) {
+    // Its last holder, or somebody by hand, removed it between our opening and our locking it.
+    while (outcome == Outcome::held && is_replaced(file_.get(), path_)) {
         outcome = lock_file(why);
     }
     if (outcome != Outcome::held) {

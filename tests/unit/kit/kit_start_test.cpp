@@ -1,5 +1,6 @@
 // Whether a module may start, how it ends, and what is no way to use the kit.
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -144,6 +145,31 @@ TEST_F(KitStart, TheLockFileIsItsOwnersAlone)
     const app_cg_kit::Module module(options_);
     EXPECT_EQ(std::filesystem::status(lock).permissions(), std::filesystem::perms(0600));
     EXPECT_EQ(logged_.count("lock file"), 0U) << logged_.all();
+}
+
+TEST_F(KitStart, APipeInPlaceOfTheLockFileHoldsNobodyUp)
+{
+    std::filesystem::path lock;
+    {
+        const app_cg_kit::Module module(options_);
+        lock = lock_file();
+    }
+    ASSERT_EQ(mkfifo(lock.c_str(), 0600), 0);
+    EXPECT_EQ(open("volt"), 0);
+    EXPECT_TRUE(logged_.has("it is no file; remove it")) << logged_.all();
+    EXPECT_TRUE(exists(lock)) << "it is not ours";
+}
+
+TEST_F(KitStart, ALockFileThatIsAnothersByNowStays)
+{
+    std::filesystem::path lock;
+    {
+        const app_cg_kit::Module module(options_);
+        lock = lock_file();
+        std::filesystem::remove(lock);
+        std::ofstream(lock) << "";
+    }
+    EXPECT_TRUE(exists(lock));
 }
 
 TEST_F(KitStart, ALockFileOfAnotherUserTellsNothing)
