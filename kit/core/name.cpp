@@ -139,17 +139,18 @@ std::string folder_problem(const std::string &folder, const std::string &name)
     }
     std::error_code error;
     std::size_t place = 0;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+    bool is_there = false;
+    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end && !is_there;
          entry.increment(error)) {
         ++place;
-        const std::string known = entry->path().filename().string().substr(0, APP_CG_KIT_LONGEST_NAME);
-        if (known == name && place > most_modules) {
-            return folder + " has the entry " + name + " behind " + std::to_string(most_modules) +
-                   " others, which are all that the daemon asks; remove one of them, and restart the daemon";
-        }
-        if (known == name) {
-            return {};
-        }
+        is_there = entry->path().filename().string().substr(0, APP_CG_KIT_LONGEST_NAME) == name;
+    }
+    if (is_there && place <= most_modules) {
+        return {};
+    }
+    if (is_there) {
+        return folder + " has the entry " + name + " behind " + std::to_string(most_modules) +
+               " others, which are all that the daemon asks; remove one of them, and restart the daemon";
     }
     return folder + " has no entry " + name + (error ? " (" + error.message() + ')' : "") +
            ": the daemon does not ask this module. Make one, as with `touch " + folder + '/' + name +
