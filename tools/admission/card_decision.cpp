@@ -59,6 +59,7 @@ void CardTracker::decide(Entry &known, bool pass, Time at)
     if (decision.outcome == Outcome::silence) {
         known.list.clear();
         known.list_known = true;
+        known.list_blank = false;
     }
     finish(known, std::move(decision));
 }
@@ -79,6 +80,9 @@ bool CardTracker::is_time_up(const Entry &known, Time at) const
 // in vain whatever they answer.
 std::vector<std::string> CardTracker::silent_ones(const Entry &known) const
 {
+    if (known.list_blank) {
+        return {};
+    }
     const bool anyone = known.list.empty();
     std::vector<std::string> silent = anyone ? modules_ : known.list;
     std::erase_if(silent, [&](const std::string &module) {
@@ -99,7 +103,9 @@ Decision CardTracker::passed(const Entry &known, Time at) const
     // Where the list is not right, the time tells: a last PASS has its result at once.
     const bool at_once = last_passes && at >= answers.back().at && // else a clock was set
                          at - answers.back().at <= std::min<milliseconds>(slack, timeout_ / 10);
-    if (last_passes && (known.list.empty() || (at_once && !is_time_up(known, at)))) {
+    // Before its time a check ends by an answer, also where nobody knows who is asked.
+    const bool by_answer = at_once || (known.list_blank && known.shown.requested_at);
+    if (last_passes && (known.has_all_answers() || (by_answer && !is_time_up(known, at)))) {
         decision.outcome = Outcome::passed;
         decision.decider = answers.back().module;
     } else {
@@ -116,9 +122,10 @@ Decision CardTracker::passed_unrequested(const Entry &known, Time at) const
     decision.decided_at = at;
     const auto &answers = known.shown.answers;
     const bool after_denial = known.shown.last && known.shown.last->outcome == Outcome::denied;
+    const bool by_answer = known.has_all_answers() || (known.list_blank && !is_time_up(known, at));
     if (known.shown.card.node_type == main_board) {
         decision.outcome = Outcome::exempt;
-    } else if (after_denial && !answers.empty() && answers.back().ret == 0 && known.list.empty()) {
+    } else if (after_denial && !answers.empty() && answers.back().ret == 0 && by_answer) {
         decision.outcome = Outcome::passed;
         decision.decider = answers.back().module;
     } else if (after_denial && is_time_up(known, at)) {

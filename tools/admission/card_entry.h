@@ -26,6 +26,7 @@ struct CardTracker::Entry {
     bool has_card = false;
     std::vector<std::string> list{}; // whom the daemon still waits for
     bool list_known = false;         // false: some of it may have answered before we listened
+    bool list_blank = false;         // which modules there are was not known, so the list says nothing
     bool came_online = false;        // since the last request
     bool open = false;               // a request stands that was not decided
     bool seen_whole = false;         // the present check, from its beginning
@@ -41,6 +42,9 @@ struct CardTracker::Entry {
     bool decided_here = false; // the last decision was heard of, not remembered
     std::optional<FirstCheck> first{};
     std::size_t checks = 0; // that were heard of
+
+    // Whether everybody has answered.
+    [[nodiscard]] bool has_all_answers() const { return !list_blank && list.empty(); }
 };
 
 // Whether both are facts of one card; a card without facts may be any.

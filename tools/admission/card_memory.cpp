@@ -26,6 +26,7 @@ void CardTracker::remember_open(const Position &position, std::optional<Time> re
     Entry &known = entry(position);
     known.open = true;
     known.list = std::move(waiting_for);
+    known.list_blank = known.list.empty() && !modules_known_;
     known.shown.requested_at = requested_at;
     known.shown.since = requested_at;
     known.shown.answers = std::move(answers);
@@ -68,6 +69,7 @@ void CardTracker::join(Entry &known, const OpenCheck &check, Time at)
 {
     const std::vector<Answer> heard = std::exchange(known.shown.answers, check.answers);
     known.list = check.waiting_for;
+    known.list_blank = known.list.empty() && !modules_known_;
     for (const Answer &answer : heard) {
         if (was_heard(known.shown.answers, answer)) {
             continue; // it stood, and was told anew

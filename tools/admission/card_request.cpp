@@ -10,6 +10,7 @@ namespace admission
 void CardTracker::request_written(const Position &position, Time at, bool existing)
 {
     Entry &known = entry(position);
+    modules_known_ = modules_known_ && !modules_.empty(); // without modules the daemon asks for nothing
     if (known.open && goes_on(known, at, existing)) {
         known.shown.request = true;
         known.seen_whole = known.seen_whole && !existing; // there may have been answers that nobody heard
@@ -84,8 +85,7 @@ void CardTracker::begin_check(Entry &known, Time at, bool existing, bool fresh_d
             fresh_daemon_();
         }
         known.earlier.clear();
-        known.list = modules_;
-        known.list_known = !existing;
+        take_list(known, existing);
     } else if (known.shown.requested_at) {
         std::erase_if(known.earlier, [&](Time asked) { return at - asked > timeout_ + slack; });
         known.earlier.push_back(*known.shown.requested_at);
@@ -94,7 +94,8 @@ void CardTracker::begin_check(Entry &known, Time at, bool existing, bool fresh_d
     known.daemon_ended = false;
     known.gone = false;
     known.open = true;
-    known.seen_whole = !existing && known.list_known;
+    known.list_blank = known.list_blank || (!modules_known_ && known.list.empty());
+    known.seen_whole = !existing && known.list_known && !known.list_blank;
     known.settled.reset();
     known.verdicts.forget();
     known.shown.request = true;

@@ -57,9 +57,28 @@ CardTracker::CardTracker(Listener on_decision, milliseconds timeout)
 
 CardTracker::~CardTracker() = default;
 
+// Whoever was not asked for yet has the list that the daemon would take now.
 void CardTracker::set_modules(std::vector<std::string> modules)
 {
+    modules_known_ = true;
     modules_ = std::move(modules);
+    for (const auto &[position, known] : entries_) {
+        if (known->list_blank && !known->open && known->checks == 0) {
+            take_list(*known, !known->list_known);
+        }
+    }
+}
+
+bool CardTracker::is_module(const std::string &name) const
+{
+    return !modules_known_ || holds(modules_, name);
+}
+
+void CardTracker::take_list(Entry &known, bool existing) const
+{
+    known.list = modules_;
+    known.list_known = !existing;
+    known.list_blank = !modules_known_;
 }
 
 CardTracker::Entry &CardTracker::entry(const Position &position)
@@ -91,8 +110,7 @@ void CardTracker::card_written(const CardFacts &card, Time at, bool existing)
     const bool was_there = std::exchange(known.has_card, true);
     if (!was_there) {
         if (!(existing && known.open)) { // a remembered check has its list
-            known.list = modules_;
-            known.list_known = !existing;
+            take_list(known, existing);
         }
     }
     const bool was_online = std::exchange(known.shown.card, card).online;
@@ -125,7 +143,7 @@ void CardTracker::answered(const Position &position, Answer answer, bool existin
         return; // the daemon passes over answers for cards that it does not know
     }
     Entry &known = *found->second;
-    answer.registered = holds(modules_, answer.module);
+    answer.registered = is_module(answer.module);
     if (existing && was_heard(known.shown.answers, answer)) {
         return; // it still stands, since the daemon has not read it
     }
@@ -134,7 +152,7 @@ void CardTracker::answered(const Position &position, Answer answer, bool existin
         take_off_list(known, answer.module);
     }
     if (answer.registered && !existing && known.has_card) {
-        known.verdicts.expect(answer, known.list.empty());
+        known.verdicts.expect(answer, known.has_all_answers());
     }
     const Time at = answer.at;
     add_answer(known, std::move(answer));

@@ -69,7 +69,10 @@ public:
     CardTracker(const CardTracker &) = delete;
     CardTracker &operator=(const CardTracker &) = delete;
 
-    // The modules that the daemon asks from now on, in the folder's order.
+    // The modules that the daemon asks from now on, in the folder's order. Before the first call they are not
+    // known: then every answer counts as a module's, nobody is named as silent, and checks that begin count
+    // as not seen whole. A request that stands proves that somebody is asked: from then on an empty list is
+    // taken for one that is not known.
     void set_modules(std::vector<std::string> modules);
     // Has `told` called when a request shows that the daemon was started afresh, before its list is taken:
     // the daemon has read the modules' folder anew, so it may call set_modules().
@@ -120,7 +123,9 @@ public:
     [[nodiscard]] std::vector<const TrackedCard *> cards() const;
     // Null when nothing is known of the position.
     [[nodiscard]] const TrackedCard *find(const Position &position) const;
-    [[nodiscard]] const std::vector<std::string> &modules() const { return modules_; }
+    // Whether the daemon takes answers by this name, as far as is known: while the modules are not, any.
+    [[nodiscard]] bool is_module(const std::string &name) const;
+    [[nodiscard]] bool knows_modules() const { return modules_known_; }
     [[nodiscard]] std::chrono::milliseconds timeout() const { return timeout_; }
 
     // From the last request to an answer at this time; nothing when the request was not seen, or the time
@@ -148,6 +153,7 @@ private:
     [[nodiscard]] bool is_time_up(const Entry &entry, Time at) const;
     [[nodiscard]] bool goes_on(const Entry &entry, Time at, bool existing) const;
     [[nodiscard]] std::vector<std::string> silent_ones(const Entry &entry) const;
+    void take_list(Entry &entry, bool existing) const;
     void take_off_list(Entry &entry, const std::string &module) const;
     static void add_answer(Entry &entry, Answer answer);
     void join(Entry &entry, const OpenCheck &check, Time at);
@@ -165,6 +171,7 @@ private:
     LateListener late_answer_;
     std::chrono::milliseconds timeout_;
     std::vector<std::string> modules_;
+    bool modules_known_ = false;
     std::optional<int32_t> role_;
     bool daemon_watched_ = false;
     std::optional<Time> complete_since_; // all existing records were told, for the first time

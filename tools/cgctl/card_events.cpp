@@ -198,8 +198,7 @@ void CardEvents::tell_answer(const ProtobufCMessage &record, Event event) const
     if (card != nullptr && card->request) {
         answer.took = tracker_.time_to_answer(*card, event.at);
     }
-    const auto &modules = tracker_.modules();
-    answer.registered = std::find(modules.begin(), modules.end(), answer.module) != modules.end();
+    answer.registered = tracker_.is_module(answer.module);
     event.tone = answer.ret == 0 ? Tone::plain : Tone::bad;
     event.text = answer_text(answer);
     event.more = {{"answer", answer_json(answer)}};

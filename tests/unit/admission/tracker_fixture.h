@@ -19,7 +19,14 @@ constexpr Position slot3{1, 3, 0};
 class CardTrackerTest : public testing::Test
 {
 protected:
-    CardTrackerTest() { tracker.set_modules({"m1", "m2", "m3"}); }
+    CardTrackerTest() : CardTrackerTest(std::vector<std::string>{"m1", "m2", "m3"}) {}
+    // Nothing: they are not known.
+    explicit CardTrackerTest(std::optional<std::vector<std::string>> modules)
+    {
+        if (modules) {
+            tracker.set_modules(std::move(*modules));
+        }
+    }
 
     static CardFacts card(bool online, int32_t type = line_card)
     {
