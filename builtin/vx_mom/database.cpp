@@ -125,6 +125,7 @@ void Database::on_failed(const std::string &problem, bool lasting)
 
 void Database::on_subscribed(std::string_view watched)
 {
+    note_heard();
     if (const auto subscription = subscription_of(watched)) {
         subscription->on_confirmed();
         shared_.schedule_turn();
@@ -143,6 +144,7 @@ void Database::on_refused(const std::string &problem)
 
 void Database::on_message(std::string_view watched, std::string_view channel, std::string_view payload)
 {
+    note_heard();
     if (auto receiver = subscription_of(watched)) {
         channel.remove_prefix(std::min(channel.size(), channel_prefix_.size()));
         arrivals_.push_back({std::move(receiver), std::string(channel), std::string(payload)});
@@ -152,6 +154,7 @@ void Database::on_message(std::string_view watched, std::string_view channel, st
 
 void Database::on_pong()
 {
+    note_heard();
     arrivals_.push_back({});
     shared_.schedule_turn();
 }
@@ -159,10 +162,18 @@ void Database::on_pong()
 // Something was refused for good, it seemed; but whoever refused it may have changed his mind.
 void Database::on_checked()
 {
+    note_heard();
     for (const auto &subscription : subscriptions_) {
         subscription->on_checked();
     }
     shared_.schedule_turn();
+}
+
+void Database::note_heard()
+{
+    if (arrivals_.empty()) {
+        heard_at_ = Clock::now();
+    }
 }
 
 void Database::report_loss()

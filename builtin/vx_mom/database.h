@@ -86,6 +86,8 @@ public:
     // For subscriptions.
     void watch(const std::string &channel) { async_.subscribe(channel); }
     void watch_all(const std::string &pattern) { async_.subscribe_all(pattern); }
+    // When something last came on the connection of the loop, and nothing waited to be delivered.
+    std::optional<Clock::time_point> heard_at() const { return heard_at_; }
     // Sends a ping, whose answer comes after all changes published before; returns its number.
     uint64_t ping();
     bool is_answered(uint64_t ping) const { return pongs_ >= ping; }
@@ -126,6 +128,7 @@ private:
     void end_outage(Purpose purpose);
     void tell_once(const std::string &problem);
     void tell_starter(const std::string &problem);
+    void note_heard();
     void report_loss();
     bool settle_arrival();
     bool identify_returned(bool &other);
@@ -160,6 +163,7 @@ private:
     std::deque<Arrival> arrivals_; // of the present connection of the loop
     uint64_t pings_ = 0;           // sent on the present connection of the loop
     uint64_t pongs_ = 0;
+    std::optional<Clock::time_point> heard_at_{}; // what waits among the arrivals is not heard yet
 
     vx_mom_disconnect_f disconnect_ = nullptr;
     vx_mom_reconnect_f reconnect_ = nullptr;

@@ -8,6 +8,7 @@
 #include "full_scan.h"
 #include "operations.h"
 #include "platform_log.h"
+#include "silence.h"
 
 namespace
 {
@@ -109,6 +110,18 @@ int32_t vx_mom::full_scan(vx_global_t *global, int32_t db, const ProtobufCMessag
     return with_database(global, db, [&](Client &, Database &database) {
         return scan(database, *pattern->descriptor, {callback, arg}, left_out);
     });
+}
+
+std::optional<std::chrono::milliseconds> vx_mom::silent_for(vx_global_t *global, int32_t db) noexcept
+{
+    std::optional<Clock::time_point> heard;
+    (void)with_database(global, db, [&](Client &, const Database &database) {
+        heard = database.heard_at();
+        return int32_t{ok};
+    });
+    using std::chrono::milliseconds;
+    return heard ? std::optional(std::chrono::duration_cast<milliseconds>(Clock::now() - *heard))
+                 : std::nullopt;
 }
 
 int32_t vx_mom_set(vx_global_t *global, int32_t db, const ProtobufCMessage *record, vx_mom_done_f done,

@@ -24,11 +24,12 @@ STANDARD = {
 }  # fmt: skip
 
 # What the built-in platform offers to tools beyond the porting surface: the debug shell's client, what is wrong
-# with the settings, its messages, a scan that names what it leaves out, the store's names, and a look at the server.
+# with the settings, its messages, a scan that names what it leaves out, the store's names, a look at the server, and
+# how long it was silent.
 FOR_TOOLS = {
     "builtin/platform_log.h", "builtin/settings.h", "builtin/ssat_client.h", "builtin/vx_mom/configuration.h",
     "builtin/vx_mom/endpoint.h", "builtin/vx_mom/full_scan.h", "builtin/vx_mom/inspection.h",
-    "builtin/vx_mom/names.h",
+    "builtin/vx_mom/names.h", "builtin/vx_mom/silence.h",
 }  # fmt: skip
 # And to the kit: what it takes to live in somebody else's process.
 FOR_KIT = {
