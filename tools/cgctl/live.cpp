@@ -4,6 +4,7 @@
 #include <csignal>
 #include <utility>
 
+#include "builtin/vx_mom/silence.h"
 #include "failure.h"
 
 namespace cgctl
@@ -66,6 +67,11 @@ void Live::after(int64_t milliseconds, std::function<void()> tick)
         delays_.pop_back();
         throw Failure(failed, "no timer can be armed");
     }
+}
+
+std::optional<std::chrono::milliseconds> Live::silent_for(int32_t db) const
+{
+    return vx_mom::silent_for(store_.context(), db);
 }
 
 void Live::run()

@@ -5,6 +5,7 @@
 #ifndef CGCTL_LIVE_H
 #define CGCTL_LIVE_H
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <functional>
@@ -64,6 +65,10 @@ public:
         outage_ = std::move(told);
         outages_ = how;
     }
+
+    // How long nothing was heard of a database's changes, not even that there are none: a second at most
+    // while the store answers. Nothing: it never did.
+    [[nodiscard]] std::optional<std::chrono::milliseconds> silent_for(int32_t db) const;
 
     // Calls `tick` from the loop after so many milliseconds, once. May be called by `tick`.
     void after(int64_t milliseconds, std::function<void()> tick);

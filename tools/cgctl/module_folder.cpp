@@ -30,6 +30,7 @@ ModuleFolder read_module_folder(const std::string &path)
     ModuleFolder result;
     const std::unique_ptr<DIR, CloseFolder> folder(opendir(path.c_str()));
     if (folder == nullptr) {
+        result.missing = errno == ENOENT;
         result.problem = std::strerror(errno);
         return result;
     }
@@ -44,6 +45,17 @@ ModuleFolder read_module_folder(const std::string &path)
     result.readable = errno == 0;
     result.problem = result.readable ? "" : std::strerror(errno);
     return result;
+}
+
+std::vector<std::string> asked_of(const ModuleFolder &folder)
+{
+    std::vector<std::string> names;
+    for (const ModuleEntry &module : folder.entries) {
+        if (names.size() < most_modules) {
+            names.push_back(module.name);
+        }
+    }
+    return names;
 }
 
 std::string module_name_mistake(const std::string &name)

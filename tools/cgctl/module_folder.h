@@ -20,12 +20,16 @@ struct ModuleEntry {
 
 struct ModuleFolder {
     bool readable = false;
-    std::string problem; // why not
+    bool missing = false; // it is not readable because there is none
+    std::string problem;  // why not
     // In the order in which the daemon sees them, all of them; it takes the first `most_modules`.
     std::vector<ModuleEntry> entries;
 };
 
 ModuleFolder read_module_folder(const std::string &path);
+
+// The names of those that the daemon takes.
+std::vector<std::string> asked_of(const ModuleFolder &folder);
 
 // What is wrong with a module's name, and what would be right; empty when it is one that the daemon can know.
 std::string module_name_mistake(const std::string &name);

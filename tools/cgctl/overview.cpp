@@ -25,19 +25,15 @@ using admission::TrackedCard;
 // end the recorder missed.
 constexpr std::chrono::seconds longest_check = admission::check_timeout + std::chrono::seconds{30};
 
-// The daemon asks those whom it found when it connected; without it, the folder is the next best.
-std::vector<std::string> modules_asked(const DaemonView &daemon)
+// The daemon asks those whom it found when it connected; without it, the folder is the next best. Nothing: it
+// cannot be told.
+std::optional<std::vector<std::string>> modules_asked(const DaemonView &daemon)
 {
     if (daemon.problem.empty()) {
         return daemon.modules;
     }
-    std::vector<std::string> names;
-    for (const ModuleEntry &entry : read_module_folder(default_module_folder).entries) {
-        if (names.size() < most_modules) {
-            names.push_back(entry.name);
-        }
-    }
-    return names;
+    const ModuleFolder folder = read_module_folder(default_module_folder);
+    return folder.readable || folder.missing ? std::optional(asked_of(folder)) : std::nullopt;
 }
 
 const history::OpenCheck *open_check(const Past &past, const Position &position, Time now)
@@ -86,7 +82,9 @@ void feed_records(CardTracker &tracker, const StoredRecords &records, Time now)
 void prime(CardTracker &tracker, const DaemonView &daemon, const Past &past,
            const std::vector<Position> &requests, Time now)
 {
-    tracker.set_modules(modules_asked(daemon));
+    if (auto modules = modules_asked(daemon)) {
+        tracker.set_modules(std::move(*modules));
+    }
     for (const admission::Decision &decision : past.decisions) {
         tracker.remember_decision(decision);
     }

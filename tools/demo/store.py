@@ -72,6 +72,10 @@ class StoreServer:
         programs.stop(self._process)
         self._process = None
 
+    def send(self, signum):
+        """Sends the server a signal, such as SIGSTOP, after which it hangs until SIGCONT."""
+        self._process.send_signal(signum)
+
     def kill(self):
         """Ends the server as a power cut would; one that ended already is fine."""
         if self._process is None:

@@ -23,6 +23,7 @@ namespace
 constexpr const char *alive_note = "alive_at";
 constexpr const char *begun_note = "begun_at";
 constexpr const char *life_note_name = "life";
+constexpr const char *modules_note_name = "modules";
 
 constexpr mode_t for_owner_and_group = 0640;
 
@@ -216,9 +217,40 @@ void Writer::set_life_note(const std::string &note)
     write_note(*database_, life_note_name, note);
 }
 
+// "/m1/m2": the names are those of files, so no other character parts them for sure; "/" is none at all.
+std::optional<std::vector<std::string>> Writer::modules_note() const
+{
+    std::string text = read_note(*database_, modules_note_name);
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    std::vector<std::string> modules;
+    while (text.size() > 1) {
+        const std::size_t end = std::min(text.find('/', 1), text.size());
+        modules.push_back(text.substr(1, end - 1));
+        text.erase(0, end);
+    }
+    return modules;
+}
+
+void Writer::set_modules_note(const std::vector<std::string> &modules)
+{
+    std::string text = modules.empty() ? "/" : "";
+    for (const std::string &module : modules) {
+        text += '/' + module;
+    }
+    write_note(*database_, modules_note_name, text);
+}
+
 void Writer::alive(Time now)
 {
     write_note(*database_, alive_note, milliseconds_text(now));
+}
+
+std::optional<Time> Writer::last_gap_end() const
+{
+    Statement row(*database_, "SELECT max(until_at) FROM gaps");
+    return row.step() && !row.is_null(0) ? std::optional(row.time(0)) : std::nullopt;
 }
 
 std::vector<OpenCheck> Writer::open_checks() const

@@ -60,10 +60,17 @@ public:
     // For a file that begins behind events that another one has.
     void set_life_note(const std::string &note);
 
+    // The modules that were registered when their folder was last read; nothing before the first time.
+    [[nodiscard]] std::optional<std::vector<std::string>> modules_note() const;
+    void set_modules_note(const std::vector<std::string> &modules);
+
     // That the recorder runs; readers tell the history's age by it.
     void alive(Time now);
     // The last time of that before this writer was made; nothing for a new file.
     [[nodiscard]] std::optional<Time> last_alive() const { return last_alive_; }
+
+    // The end of the gap that ended last; nothing when none is kept.
+    [[nodiscard]] std::optional<Time> last_gap_end() const;
 
     // What was written before.
     [[nodiscard]] std::vector<OpenCheck> open_checks() const;

@@ -228,4 +228,26 @@ TEST_F(RoundTrip, LongTextsAreCut)
     EXPECT_EQ(Reader(path()).decisions().at(0).reason.size(), 256U);
 }
 
+TEST_F(HistoryTest, TheModulesAreRemembered)
+{
+    EXPECT_EQ(writer()->modules_note(), std::nullopt);
+    for (const std::vector<std::string> &modules :
+         std::vector<std::vector<std::string>>{{"m1", "b c", "\xff|,", "m1"}, {"one"}, {}}) {
+        writer()->set_modules_note(modules);
+        EXPECT_EQ(writer()->modules_note(), modules);
+    }
+}
+
+TEST_F(HistoryTest, TheEndOfTheLastGapIsKnown)
+{
+    const auto file = writer();
+    EXPECT_EQ(file->last_gap_end(), std::nullopt);
+    const int64_t lasting = file->begin_gap(noon, "the store was away");
+    EXPECT_EQ(file->last_gap_end(), std::nullopt);
+    file->end_gap(lasting, noon + 5s);
+    EXPECT_EQ(file->last_gap_end(), noon + 5s);
+    file->add_gap({noon - 10s, noon - 9s, "the recorder was not running"});
+    EXPECT_EQ(file->last_gap_end(), noon + 5s);
+}
+
 } // namespace history
