@@ -1,10 +1,12 @@
 """The recorder beside the real daemon: what it keeps, through restarts, outages and kills."""
 import contextlib
+import datetime
 import json
 import pathlib
 import signal
 import sqlite3
 import subprocess
+import time
 import urllib.request
 
 import pytest
@@ -31,12 +33,12 @@ class Recorder:
         self._rig.expect(lambda: self.said().count("subscribed; following") > before, "the recorder subscribes")
         return self
 
-    def launch(self, **env):
-        """Starts it and does not wait."""
+    def launch(self, modules=None, **env):
+        """Starts it and does not wait. `modules`: another folder than the daemon's."""
         with open(self._errors, "ab") as errors:
             self._process = programs.start(
-                [BUILD / "bin" / "cg_recorderd", "--history", self.history, "--modules", self._rig.view.modules,
-                 "--life", self.life, "--listen", "127.0.0.1:0"],
+                [BUILD / "bin" / "cg_recorderd", "--history", self.history, "--modules",
+                 modules or self._rig.view.modules, "--life", self.life, "--listen", "127.0.0.1:0"],
                 {"VX_MOM_ENDPOINT": self._rig.store.endpoint, **env}, stderr=errors)
 
     def said(self):
@@ -117,6 +119,7 @@ def test_every_outcome_with_its_decider(rig, recorder):
     assert [answer["module"] for answer in passed["answers"]] == ["m1", "m2"] and passed["complete"]
     denied = recorder.expect_decision("1/4/0", "denied")
     assert (denied["decider"], denied["reason"], denied["role"]) == ("m2", "too hot", "master")
+    rig.cgctl("card", "offline", "1/4/0")  # as its power-off makes it
     recorder.expect_decision("1/5/0", "withdrawn")
     recorder.expect_decision("1/6/0", "exempt")
     silence = recorder.expect_decision("1/2/0", "silence")
@@ -129,6 +132,7 @@ def test_every_outcome_with_its_decider(rig, recorder):
     assert metrics['cg_module_answer_seconds_count{module="m2"}'] == 2
     assert metrics['cg_module_answer_seconds_bucket{module="m2",le="300"}'] == 2
     rig.expect(lambda: recorder.metrics()['cg_cards{state="denied"}'] == 1, "the states are shown")
+    assert recorder.metrics()['cg_cards{state="offline"}'] == 0
     modules = {module["name"]: module for module in recorder.json("modules", "--modules", rig.view.modules)["modules"]}
     assert modules["m1"]["silences"] == 1 and modules["m2"]["denials"] == 1
 
@@ -274,3 +278,36 @@ def test_wrong_use_and_a_second_recorder(rig, recorder):
     for arguments in (["--listen", "0.0.0.0:1"], ["--keep-days", "0"], ["--what"]):
         wrong = programs.start([BUILD / "bin" / "cg_recorderd", *arguments], stderr=subprocess.PIPE, text=True)
         assert wrong.communicate(timeout=20)[1].startswith("cg_recorderd: ") and wrong.returncode == 2
+
+
+def test_a_recorder_that_sees_no_modules_makes_up_nothing(rig, recorder, tmp_path):
+    """The daemon has another view of its folder, or other rights on it."""
+    rig.start_master("m1", "m2")
+    recorder.start(modules=tmp_path / "missing")
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.answer("1/3/0", "m1")
+    rig.answer("1/3/0", "m2")
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert passed["decider"] == "m2" and passed["silent"] == [] and not passed["complete"]
+    assert [answer["registered"] for answer in passed["answers"]] == [True, True]
+    assert "(not known in full)" in rig.cgctl("history", "--history", recorder.history)
+    assert "but the daemon asks some" in recorder.said()
+    assert recorder.metrics()["cg_cards_admitted_by_silence_total"] == 0
+
+
+def test_a_gap_begins_when_the_store_begins_to_hang(rig, recorder):
+    begun = time.time()
+    recorder.start(VX_MOM_DEADLINE_MS="100")
+    rig.store.send(signal.SIGSTOP)
+    frozen = time.time()
+    rig.expect(lambda: "lost the store, database 1;" in recorder.said(), "the recorder notices")
+    noticed = time.time()
+    rig.expect(lambda: "the store has not answered since " in recorder.said(), "it says since when")
+    rig.store.send(signal.SIGCONT)
+    rig.expect(lambda: recorder.said().count("subscribed; following") == 2, "the recorder is back")
+    rig.expect(lambda: recorder.gaps() and recorder.gaps()[-1]["until"], "the gap ended")
+    start, end = (datetime.datetime.fromisoformat(recorder.gaps()[-1][key]).timestamp() for key in ("from", "until"))
+    assert begun < start <= frozen < noticed <= end
+    assert recorder.metrics()["cg_recorder_last_gap_end_seconds"] == pytest.approx(end, abs=0.01)
+    assert "does not answer yet" not in recorder.said()

@@ -61,7 +61,9 @@ public:
         add_answers(decision.answers, decision.silent);
         add("role", decision.role ? role_word(*decision.role) : "");
         if (!decision.complete) {
-            add("", "(nobody saw this check from its beginning, so answers may be missing)");
+            add("", decision.requested_at
+                        ? "(not known in full: answers may be missing, or it was not known who was asked)"
+                        : "(nobody saw this check from its beginning, so answers may be missing)");
         }
     }
 

@@ -152,7 +152,10 @@ std::string decision_line(const history::Decision &decision, Time now, const Ter
         line += "  after " + seconds_text(*span);
     }
     line += decision.role ? "  as " + role_word(*decision.role) : "";
-    return line + (decision.complete ? "" : "  (not seen from its beginning)");
+    if (decision.complete) {
+        return line;
+    }
+    return line + (decision.requested_at ? "  (not known in full)" : "  (not seen from its beginning)");
 }
 
 std::string gap_line(const history::Gap &gap, Time now)

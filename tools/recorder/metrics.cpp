@@ -65,6 +65,7 @@ struct Metrics::Families {
     Counter &starts;
     Family<Counter> &exits;
     Counter &gaps;
+    Gauge &gap_end;
     Counter &write_failures;
 };
 
@@ -93,6 +94,11 @@ Metrics::Families::Families(Registry &registry)
           "Ends of the daemon's service, by exit status or signal; 77 is its wish to be started afresh,")),
       gaps(counter(registry, "cg_recorder_gaps_total", "Times in which decisions may have been missed")
                .Add({})),
+      gap_end(
+          gauge(registry, "cg_recorder_last_gap_end_seconds",
+                "When the last time in which decisions may have been missed ended, in seconds since 1970; 0 "
+                "when there is none.")
+              .Add({})),
       write_failures(
           counter(registry, "cg_history_write_failures_total", "Attempts to write the history that failed")
               .Add({}))
@@ -157,7 +163,8 @@ void Metrics::show(const std::vector<const admission::TrackedCard *> &cards)
 {
     std::array<int, all_states.size()> numbers{};
     for (const admission::TrackedCard *card : cards) {
-        ++numbers.at(static_cast<std::size_t>(card->state));
+        const admission::State state = card->denied ? admission::State::denied : card->state;
+        ++numbers.at(static_cast<std::size_t>(state));
     }
     for (const admission::State state : all_states) {
         if (state != admission::State::absent) {
@@ -185,6 +192,11 @@ void Metrics::count_outage()
 void Metrics::count_gap()
 {
     families_->gaps.Increment();
+}
+
+void Metrics::show_gap_end(admission::Time at)
+{
+    families_->gap_end.Set(std::chrono::duration<double>(at.time_since_epoch()).count());
 }
 
 void Metrics::count_write_failure()

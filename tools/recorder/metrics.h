@@ -33,12 +33,15 @@ public:
     void count(const admission::Decision &decision);
     // One that came when its check had ended.
     void count(const admission::Answer &answer);
+    // A card whose denial stands counts as denied also when it went off line, as the power-off makes it.
     void show(const std::vector<const admission::TrackedCard *> &cards);
     void count(const history::LifeEvent &event);
     // Whether all changes are heard of; not so at first.
     void show_store(bool connected);
     void count_outage();
     void count_gap();
+    // When the last gap ended.
+    void show_gap_end(admission::Time at);
     void count_write_failure();
 
 private:

@@ -99,6 +99,9 @@ void Outbox::drop_oldest(history::Time now)
         waiting_.push_back([now](history::Writer &writer) {
             writer.add_gap({now, now, "the history could not be written, and decisions were lost"});
         });
+        if (lost_) {
+            lost_();
+        }
     }
 }
 

@@ -34,6 +34,9 @@ public:
     // opened. What it wants written it hands to put_first().
     void on_open(std::function<void(history::Writer &)> opened);
 
+    // Has `lost` called when decisions are given up, once until all that waits is written.
+    void on_loss(std::function<void()> lost) { lost_ = std::move(lost); }
+
     // Writes, or keeps it for flush().
     void put(Write write, history::Time now);
     // These go before all that waits, in their order.
@@ -55,6 +58,7 @@ private:
     Teller tell_;
     std::function<void()> failed_;
     std::function<void(history::Writer &)> opened_;
+    std::function<void()> lost_;
     std::unique_ptr<history::Writer> writer_;
     std::deque<Write> waiting_;
     bool failing_ = false;

@@ -1,11 +1,10 @@
 // The recorder: what the store tells goes through the tracker into the history and the metrics.
 #include "recorder.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "admission/feed.h"
-#include "module_folder.h"
-#include "text.h"
 
 namespace recorder
 {
@@ -33,6 +32,10 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Teller tell, Time now)
         metrics_.count(answer);
         write([=](history::Writer &writer) { writer.add_late_answer(position, answer); });
     });
+    outbox_.on_loss([this] {
+        metrics_.count_gap();
+        gap_ended(now_);
+    });
     read_life(false);
     read_modules();
     outbox_.on_open([this](history::Writer &writer) { opened(writer); });
@@ -51,6 +54,7 @@ void Recorder::take(int32_t cmd, const ProtobufCMessage &record, bool existing, 
         read_modules();
     }
     admission::feed(tracker_, cmd, record, existing, now);
+    tell_of_contradiction();
 }
 
 void Recorder::could_not_read(const std::string &type, Time now)
@@ -59,8 +63,11 @@ void Recorder::could_not_read(const std::string &type, Time now)
     tell_("a record of " + type + " could not be read; a decision may be missing");
     metrics_.count_gap();
     write([now](history::Writer &writer) { writer.add_gap({now, now, "a record could not be read"}); });
+    gap_ended(now);
 }
 
+// A loss is noticed late where the store hangs. What was missed until then belongs to the gap, and no time
+// belongs to two of them.
 void Recorder::store_lost(Time now)
 {
     now_ = now;
@@ -68,7 +75,8 @@ void Recorder::store_lost(Time now)
     if (!gap_) {
         metrics_.count_outage();
     }
-    begin_gap(now, "the store was away");
+    const Time heard = heard_until_.value_or(now);
+    begin_gap(std::min(now, std::max(heard, gap_ended_.value_or(heard))), "the store was away");
 }
 
 void Recorder::store_returns(Time now)
@@ -105,11 +113,17 @@ bool Recorder::tick(Time now)
     }
     if (!last_alive_ || now - *last_alive_ >= alive_interval || now < *last_alive_) {
         last_alive_ = now;
-        outbox_.attempt([now](history::Writer &writer) { writer.alive(now); });
+        outbox_.attempt([at = alive_until(now)](history::Writer &writer) { writer.alive(at); });
     }
     bool more = false;
     outbox_.attempt([&](history::Writer &writer) { more = writer.trim(settings_.limits, now); });
     return more;
+}
+
+// A gap that is known is in the file, and goes on with the next start.
+Recorder::Time Recorder::alive_until(Time now) const
+{
+    return gap_ ? now : std::min(now, heard_until_.value_or(now));
 }
 
 void Recorder::settle(Time now)
@@ -144,7 +158,7 @@ void Recorder::settle(Time now)
 void Recorder::end(Time now)
 {
     settle(now);
-    write([now](history::Writer &writer) { writer.alive(now); });
+    write([at = alive_until(now)](history::Writer &writer) { writer.alive(at); });
     outbox_.flush(now);
     if (outbox_.waiting() > 0) {
         tell_(std::to_string(outbox_.waiting()) + " changes could not be written and are lost");
@@ -167,29 +181,6 @@ void Recorder::write(Outbox::Write write)
         first_->push_back(std::move(write));
     } else {
         outbox_.put(std::move(write), now_);
-    }
-}
-
-// What the daemon would take: a folder that cannot be read has no modules.
-void Recorder::read_modules()
-{
-    const cgctl::ModuleFolder folder = cgctl::read_module_folder(settings_.modules);
-    std::vector<std::string> names;
-    for (const cgctl::ModuleEntry &module : folder.entries) {
-        if (names.size() < cgctl::most_modules) {
-            names.push_back(module.name);
-        }
-    }
-    if (folder.problem != folder_problem_) {
-        folder_problem_ = folder.problem;
-        if (!folder.readable) {
-            tell_("the modules' folder " + settings_.modules + " cannot be read: " + folder.problem);
-        }
-    }
-    if (names != modules_) {
-        modules_ = names;
-        metrics_.set_modules(names);
-        tracker_.set_modules(std::move(names));
     }
 }
 
@@ -249,6 +240,13 @@ void Recorder::end_gap(Time now)
         }
     });
     gap_.reset();
+    gap_ended(now);
+}
+
+void Recorder::gap_ended(Time at)
+{
+    gap_ended_ = std::max(at, gap_ended_.value_or(at));
+    metrics_.show_gap_end(*gap_ended_);
 }
 
 } // namespace recorder

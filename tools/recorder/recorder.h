@@ -39,6 +39,8 @@ public:
     void take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time now);
     // A record changed, and the store could not say how.
     void could_not_read(const std::string &type, Time now);
+    // Every change until then was told: so much is known of the store, and a gap begins there.
+    void heard(Time until) { heard_until_ = until; }
     // A database's connection is lost, or it is back and everything in it is about to be told anew.
     void store_lost(Time now);
     void store_returns(Time now);
@@ -77,6 +79,8 @@ private:
         std::vector<history::OpenCheck> checks{};
         std::string life_note{};
         std::optional<Time> alive_at{};
+        std::optional<Time> gap_end{};
+        std::optional<std::vector<std::string>> modules{};
     };
 
     void opened(history::Writer &writer);
@@ -84,16 +88,22 @@ private:
     void take_up(const Past &past);
     void take_up_life(const std::string &noted);
     void take_up_gap(Time alive_at);
+    void take_up_modules(const std::vector<std::string> &modules);
     void complete_early(const history::OpenCheck &check);
     [[nodiscard]] bool ended_before_listening(const std::string &noted) const;
     void write(Outbox::Write write);
     void record(const admission::Decision &decision);
     void read_modules();
+    void know_modules(std::vector<std::string> modules);
+    void tell_of_folder(const std::string &problem, bool missing);
+    void tell_of_contradiction();
     void read_life(bool count);
     void begin_gap(Time from, const std::string &why);
     static Outbox::Write life_write(const LifeLine &line);
     static Outbox::Write gap_write(const Silence &gap);
     void end_gap(Time now);
+    void gap_ended(Time at);
+    [[nodiscard]] Time alive_until(Time now) const;
 
     Settings settings_;
     Metrics &metrics_;
@@ -101,10 +111,14 @@ private:
     Outbox outbox_;
     admission::CardTracker tracker_;
     LifeFile life_;
-    std::vector<std::string> modules_;
+    std::optional<std::vector<std::string>> modules_;       // nothing: not known
+    std::optional<std::vector<std::string>> noted_modules_; // as the file has them
     std::string folder_problem_;
+    bool told_of_contradiction_ = false;
     std::map<history::Position, Written> written_;
     std::optional<Silence> gap_;
+    std::optional<Time> gap_ended_; // the last one
+    std::optional<Time> heard_until_;
     std::optional<Time> listening_since_;
     bool taken_up_ = false;                                 // what the file holds of the time before
     std::vector<std::shared_ptr<history::Decision>> early_; // decisions that were heard of before that

@@ -6,7 +6,12 @@
 
 #include <prometheus/exposer.h>
 
+#include <algorithm>
+#include <set>
+#include <utility>
+
 #include "admission/feed.h"
+#include "card_text.h"
 #include "failure.h"
 #include "ham.h"
 #include "live.h"
@@ -36,6 +41,8 @@ private:
     void take(const cgctl::Change &change);
     void take_subscribed(const cgctl::RecordType &type);
     void take_outage(int32_t db, bool lost);
+    void hear();
+    void tell_of_absence();
     void settle_soon();
     void tick();
 
@@ -47,7 +54,9 @@ private:
     cgctl::Live live_;
     admission::InPlace in_place_;
     bool settling_ = false;
-    bool waited_ = false;
+    bool waited_ = false;                  // that the store is away was told
+    std::set<int32_t> away_;               // databases that were lost
+    std::optional<history::Time> since_{}; // when it was last heard before that
 };
 
 // Whoever wants the port has it: then nobody would hear of silences, so it is no small thing.
@@ -112,6 +121,7 @@ void Service::take(const cgctl::Change &change)
 void Service::take_subscribed(const cgctl::RecordType &type)
 {
     if (in_place_.told(type.descriptor)) {
+        waited_ = false;
         session_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
                         " positions");
         recorder_.snapshot_done(now());
@@ -120,8 +130,30 @@ void Service::take_subscribed(const cgctl::RecordType &type)
 
 void Service::take_outage(int32_t db, bool lost)
 {
-    in_place_.lost(db);
-    lost ? recorder_.store_lost(now()) : recorder_.store_returns(now());
+    if (lost) {
+        hear();
+        in_place_.lost(db);
+        away_.insert(db);
+        recorder_.store_lost(now());
+    } else {
+        in_place_.lost(db);
+        away_.erase(db);
+        recorder_.store_returns(now());
+    }
+}
+
+// Of two connections the one counts that was silent for longer.
+void Service::hear()
+{
+    std::chrono::milliseconds silence{0};
+    for (const admission::TrackedType &type : admission::tracked_types()) {
+        if (!in_place_.is_complete(type.db)) {
+            return; // a gap lasts, or nothing was told yet
+        }
+        silence = std::max(silence, live_.silent_for(type.db).value_or(std::chrono::milliseconds{0}));
+    }
+    since_ = now() - silence;
+    recorder_.heard(*since_);
 }
 
 // Changes come in bursts, and the open checks are in the file a moment later all the same.
@@ -136,13 +168,20 @@ void Service::settle_soon()
     }
 }
 
+void Service::tell_of_absence()
+{
+    const bool is_absent = since_ ? !away_.empty() : in_place_.is_empty();
+    if (is_absent && !std::exchange(waited_, true)) {
+        const std::string since =
+            since_ ? "has not answered since " + cgctl::clock_text(*since_, now()) : "does not answer yet";
+        session_.notice("the store " + since + "; it is tried until it does");
+    }
+}
+
 void Service::tick()
 {
-    const bool is_absent = in_place_.is_empty();
-    if (is_absent && !waited_) {
-        session_.notice("the store does not answer yet; it is tried until it does");
-        waited_ = true;
-    }
+    hear();
+    tell_of_absence();
     const bool more = recorder_.tick(now());
     live_.after(more ? busy_tick_ms : tick_ms, [this] { tick(); });
 }

@@ -18,8 +18,8 @@ void Recorder::opened(history::Writer &writer)
         first_ = &first;
         open_anew();
     } else {
-        const Past past{writer.last_decisions(), writer.open_checks(), writer.life_note(),
-                        writer.last_alive()};
+        const Past past{writer.last_decisions(), writer.open_checks(),  writer.life_note(),
+                        writer.last_alive(),     writer.last_gap_end(), writer.modules_note()};
         taken_up_ = true;
         first_ = &first;
         take_up(past);
@@ -35,6 +35,9 @@ void Recorder::open_anew()
     if (!life_.last_line().empty()) {
         write([note = life_.last_line()](history::Writer &writer) { writer.set_life_note(note); });
     }
+    if (noted_modules_) {
+        write([modules = *noted_modules_](history::Writer &writer) { writer.set_modules_note(modules); });
+    }
     if (gap_ && *gap_->row) {
         write(gap_write(*gap_));
     }
@@ -43,6 +46,12 @@ void Recorder::open_anew()
 
 void Recorder::take_up(const Past &past)
 {
+    if (!modules_ && past.modules) {
+        take_up_modules(*past.modules);
+    }
+    if (past.gap_end) {
+        gap_ended(*past.gap_end);
+    }
     for (const history::Decision &decision : past.decisions) {
         tracker_.remember_decision(decision);
     }
@@ -105,6 +114,7 @@ void Recorder::take_up_gap(Time alive_at)
         return;
     }
     metrics_.count_gap();
+    gap_ended(*until);
     write([alive_at, until](history::Writer &writer) { writer.add_gap({alive_at, until, why}); });
 }
 

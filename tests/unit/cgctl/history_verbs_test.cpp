@@ -88,7 +88,7 @@ TEST_F(HistoryVerbs, ALineForEachDecisionWithWhatLiesBetween)
               "2023-11-15 12:00:06  the daemon started, process 42\n"
               "2023-11-15 12:00:10 to 2023-11-15 12:00:20  the store was away: decisions may be missing\n"
               "2023-11-15 12:06:40  1/2/0  fan\\n2 (serial 0a)  passed by silence of m2  after 2 s  as master"
-              "  (not seen from its beginning)\n");
+              "  (not known in full)\n");
     EXPECT_EQ(outcome.err,
               "cgctl: nothing is recorded since 2023-11-15 12:08:20; is cg_recorderd running?\n");
 }

@@ -1,0 +1,148 @@
+// The recorder where it cannot see which modules the daemon asks.
+#include "recorder_fixture.h"
+
+namespace recorder
+{
+
+using testing::Contains;
+using testing::Not;
+
+class RegistrationTest : public RecorderTest
+{
+protected:
+    [[nodiscard]] std::string modules() const { return folder_.path("modules"); }
+    void remove_folder() const { std::filesystem::remove_all(modules()); }
+    // A file in its place can be opened as a folder by nobody, whatever his rights.
+    void make_unreadable() const
+    {
+        remove_folder();
+        std::ofstream(modules()) << "";
+    }
+    void make_readable() const
+    {
+        std::filesystem::remove(modules());
+        std::filesystem::create_directory(modules());
+        std::ofstream(modules() + "/m3") << "";
+    }
+    void pass_quickly()
+    {
+        plug(3);
+        ask(3);
+        now_ += 1ms;
+        answer(3, "m1");
+        now_ += 1ms;
+        answer(3, "m2");
+        decide(3, true);
+    }
+    void expect_nothing_invented() const
+    {
+        const std::vector<history::Decision> decisions = file().decisions();
+        ASSERT_THAT(decisions, SizeIs(1));
+        EXPECT_EQ(decisions[0].outcome, Outcome::passed);
+        EXPECT_EQ(decisions[0].decider, "m2");
+        EXPECT_THAT(decisions[0].silent, IsEmpty());
+        EXPECT_FALSE(decisions[0].complete);
+        ASSERT_THAT(decisions[0].answers, SizeIs(2));
+        EXPECT_TRUE(decisions[0].answers[0].registered && decisions[0].answers[1].registered);
+        EXPECT_THAT(metrics(), HasSubstr("cg_cards_admitted_by_silence_total 0\n"));
+    }
+};
+
+TEST_F(RegistrationTest, AFolderThatCannotBeReadIsNoFolderWithoutModules)
+{
+    make_unreadable();
+    start();
+    listen();
+    EXPECT_THAT(told_, Contains(HasSubstr("modules cannot be read: Not a directory; which modules are "
+                                          "registered is not known")));
+    pass_quickly();
+    expect_nothing_invented();
+}
+
+TEST_F(RegistrationTest, AMissingFolderIsBelievedUntilTheDaemonAsksSomebody)
+{
+    remove_folder();
+    start();
+    listen();
+    EXPECT_THAT(told_, Contains(HasSubstr("modules is missing: no module is registered")));
+    EXPECT_THAT(told_, Not(Contains(HasSubstr("but the daemon asks some"))));
+    pass_quickly();
+    expect_nothing_invented();
+    EXPECT_THAT(told_, Contains(HasSubstr("has no modules, but the daemon asks some")));
+    const std::size_t messages = told_.size();
+    plug(4);
+    ask(4);
+    pass(10s);
+    EXPECT_THAT(told_, SizeIs(messages)); // once
+}
+
+TEST_F(RegistrationTest, AMissingFolderIsOneWithoutModulesForCardsThatNobodyIsAskedAbout)
+{
+    remove_folder();
+    start();
+    listen();
+    plug(3);
+    decide(3, true);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::unasked));
+}
+
+TEST_F(RegistrationTest, TheListThatWasReadLastStands)
+{
+    start();
+    listen();
+    make_unreadable();
+    pass(1s);
+    EXPECT_THAT(told_, Contains(HasSubstr("the list that was read last stands")));
+    plug(3);
+    ask(3);
+    answer(3, "m1");
+    EXPECT_THAT(recorder_->tracker().find({1, 3, 0})->waiting_for, ElementsAre("m2"));
+    now_ += 300s;
+    decide(3, true);
+    ASSERT_THAT(outcomes(), ElementsAre(Outcome::silence));
+    EXPECT_THAT(file().decisions()[0].silent, ElementsAre("m2"));
+    EXPECT_TRUE(file().decisions()[0].complete);
+}
+
+TEST_F(RegistrationTest, TheListIsRememberedInTheFile)
+{
+    start();
+    listen();
+    kill();
+    make_unreadable();
+    start();
+    listen();
+    EXPECT_THAT(told_, Contains(HasSubstr("the modules are taken from the history: m")));
+    plug(3);
+    ask(3);
+    answer(3, "stranger");
+    answer(3, "m1");
+    answer(3, "m2");
+    decide(3, true);
+    const std::vector<history::Decision> decisions = file().decisions();
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_EQ(decisions[0].decider, "m2");
+    EXPECT_TRUE(decisions[0].complete);
+    EXPECT_FALSE(decisions[0].answers.at(0).registered);
+    EXPECT_THAT(metrics(), HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 1\n"));
+}
+
+TEST_F(RegistrationTest, WhatBecomesOfTheFolderIsTold)
+{
+    make_unreadable();
+    start();
+    listen();
+    told_.clear();
+    pass(10s);
+    EXPECT_THAT(told_, IsEmpty()); // nothing new
+    make_readable();
+    pass(1s);
+    EXPECT_THAT(told_, ElementsAre(HasSubstr("modules is read again")));
+    EXPECT_TRUE(recorder_->tracker().is_module("m3"));
+    EXPECT_FALSE(recorder_->tracker().is_module("m1"));
+    make_unreadable();
+    pass(1s);
+    EXPECT_THAT(told_, SizeIs(2));
+}
+
+} // namespace recorder
