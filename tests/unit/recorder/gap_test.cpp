@@ -13,8 +13,6 @@ std::string gap_end_line(history::Time at)
     return "cg_recorder_last_gap_end_seconds " + std::to_string(seconds.count()) + "\n";
 }
 
-} // namespace
-
 class GapTest : public RecorderTest
 {
 protected:
@@ -30,6 +28,8 @@ protected:
         recorder_->snapshot_done(now_);
     }
 };
+
+} // namespace
 
 TEST_F(GapTest, BeginsWhenTheStoreWasLastHeard)
 {

@@ -7,6 +7,9 @@ namespace recorder
 using testing::Contains;
 using testing::Not;
 
+namespace
+{
+
 class RegistrationTest : public RecorderTest
 {
 protected:
@@ -47,6 +50,8 @@ protected:
         EXPECT_THAT(metrics(), HasSubstr("cg_cards_admitted_by_silence_total 0\n"));
     }
 };
+
+} // namespace
 
 TEST_F(RegistrationTest, AFolderThatCannotBeReadIsNoFolderWithoutModules)
 {
