@@ -31,7 +31,7 @@ LONG = 12
 def recorder_texts() -> set[str]:
     """What the recorder tells, as the page shortens it."""
     found = set()
-    for name in ("outbox.cpp", "recorder.cpp", "service.cpp"):
+    for name in ("outbox.cpp", "recorder.cpp", "registration.cpp", "service.cpp"):
         source = (ROOT / "tools" / "recorder" / name).read_text(encoding="utf-8")
         for call in RECORDER.findall(source):
             literals = [text for text in re.findall(r'"((?:[^"\\]|\\.)*)"', call) if len(text) >= LONG]

@@ -55,16 +55,12 @@ void Recorder::tell_of_folder(const std::string &problem, bool missing)
         return;
     }
     folder_problem_ = problem;
-    const std::string folder = "the modules' folder " + settings_.modules;
-    if (problem.empty()) {
-        tell_(folder + " is read again");
-    } else if (missing) {
-        tell_(folder + " is missing: no module is registered, unless the daemon sees another folder");
-    } else {
-        tell_(
-            folder + " cannot be read: " + problem + "; " +
-            (modules_ ? "the list that was read last stands" : "which modules are registered is not known"));
-    }
+    const char *consequence =
+        modules_ ? "the list that was read last stands" : "which modules are registered is not known";
+    tell_("the modules' folder " + settings_.modules +
+          (problem.empty() ? " is read again"
+           : missing       ? " is missing: no module is registered, unless the daemon sees another folder"
+                           : " cannot be read: " + problem + "; " + consequence));
 }
 
 void Recorder::tell_of_contradiction()

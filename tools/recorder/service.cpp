@@ -172,9 +172,12 @@ void Service::tell_of_absence()
 {
     const bool is_absent = since_ ? !away_.empty() : in_place_.is_empty();
     if (is_absent && !std::exchange(waited_, true)) {
-        const std::string since =
-            since_ ? "has not answered since " + cgctl::clock_text(*since_, now()) : "does not answer yet";
-        session_.notice("the store " + since + "; it is tried until it does");
+        if (since_) {
+            session_.notice("the store has not answered since " + cgctl::clock_text(*since_, now()) +
+                            "; it is tried until it does");
+        } else {
+            session_.notice("the store does not answer yet; it is tried until it does");
+        }
     }
 }
 
