@@ -228,7 +228,8 @@ std::vector<std::string> LiveView::detail(Time now) const
     }
     std::vector<std::string> lines{"card " + card->card.position.text()};
     for (const auto &[name, text] : facts_of_card(*card, source_.tracker().time_left(*card, now), now)) {
-        lines.push_back(name + std::string(name.size() < 10 ? 10 - name.size() : 1, ' ') + text);
+        lines.push_back(name);
+        lines.back().append(name.size() < 10 ? 10 - name.size() : 1, ' ').append(text);
     }
     if (const std::string reason = source_.reason_of(*card); !reason.empty() && denial_of(*card) == nullptr) {
         lines.push_back("reason    " + visible(reason)); // else the decision has it already

@@ -164,6 +164,7 @@ void print(const Session &session, const std::vector<Row> &rows, Time now, const
                                       {"DENY", 0},   {"SILENT", 0},   {"MEDIAN", 0},  {"95 %", 0},
                                       {"LAST", 8},   {"NOTE", 14}};
     std::vector<std::vector<Cell>> cells;
+    cells.reserve(rows.size());
     for (const Row &row : rows) {
         cells.push_back(cells_of(row, now, terminal));
     }
