@@ -22,9 +22,6 @@
 namespace recorder
 {
 
-namespace
-{
-
 using namespace std::chrono_literals;
 using admission::Outcome;
 using cgctl::Json;
@@ -33,8 +30,8 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr history::Time noon = history::Time{} + 1'700'049'600s;
-constexpr const char *away = "the recorder was not running";
+inline constexpr history::Time noon = history::Time{} + 1'700'049'600s;
+inline constexpr const char *away = "the recorder was not running";
 
 // No file can grow while it lives, as on a full disk.
 class FullDisk
@@ -169,8 +166,6 @@ protected:
     history::Time now_ = noon;
     history::Time killed_at_{};
 };
-
-} // namespace
 
 } // namespace recorder
 
