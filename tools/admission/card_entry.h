@@ -50,9 +50,6 @@ struct CardTracker::Entry {
 // Whether both are facts of one card; a card without facts may be any.
 bool is_same_card(const CardFacts &one, const CardFacts &other);
 
-// Whether this is what the module said last: an answer that still stands is told anew with the other records.
-bool was_heard(const std::vector<Answer> &answers, const Answer &again);
-
 // How a card stands after a check ended so; nothing when the end says nothing of that.
 std::optional<State> state_after(Outcome outcome);
 

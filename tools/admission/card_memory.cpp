@@ -57,8 +57,8 @@ void CardTracker::take_up(const OpenCheck &check, bool daemon_ended, Time at)
     const bool has_time =
         known.first && (!check.requested_at || known.first->at - *check.requested_at <= timeout_ + slack);
     if (!has_time || !known.first->found || daemon_ended || !is_same_card(known.first->card, check.card)) {
-        known.leftover =
-            known.leftover || (daemon_ended && known.open && known.checks == 1 && known.first->found);
+        const bool may_be_older = daemon_ended && known.open && known.checks == 1 && known.first->found;
+        known.leftover = known.leftover || (may_be_older && !known.daemon_ended);
         tell_unseen(known, check, known.first ? known.first->at : complete_since_.value_or(at));
     } else if (known.open && known.checks == 1) {
         join(known, check, at);

@@ -123,10 +123,13 @@ void CardTracker::request_deleted(const Position &position, Time at, bool existi
     forget_if_empty(position);
 }
 
+// The one that ended has left its request behind, whoever had asked before it. Where it had not asked yet,
+// its forerunner's check is told of twice: that is less than a check that nobody is told of.
 void CardTracker::daemon_ended()
 {
     for (const auto &[position, known] : entries_) {
         known->daemon_ended = true;
+        known->leftover = false;
     }
 }
 

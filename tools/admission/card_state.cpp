@@ -38,6 +38,7 @@ void CardTracker::settle(Entry &known, Time at, bool existing)
     TrackedCard &shown = known.shown;
     const State before = shown.state;
     shown.state = state_of(known);
+    shown.open = known.open;
     shown.denied = shown.state == State::denied ||
                    (shown.state == State::offline && known.result == std::optional(false));
     shown.waiting_for = shown.state == State::waiting ? silent_ones(known) : std::vector<std::string>{};

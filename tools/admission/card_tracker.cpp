@@ -43,13 +43,6 @@ std::optional<std::size_t> make_room(std::vector<Answer> &answers, const Answer 
 
 } // namespace
 
-bool was_heard(const std::vector<Answer> &answers, const Answer &again)
-{
-    const auto last = std::find_if(answers.rbegin(), answers.rend(),
-                                   [&](const Answer &answer) { return answer.module == again.module; });
-    return last != answers.rend() && last->ret == again.ret && last->reason == again.reason;
-}
-
 CardTracker::CardTracker(Listener on_decision, milliseconds timeout)
     : on_decision_(std::move(on_decision)), timeout_(timeout)
 {
@@ -229,7 +222,7 @@ void CardTracker::forget_if_empty(const Position &position)
 {
     const auto found = entries_.find(position);
     const TrackedCard &shown = found->second->shown;
-    if (!found->second->has_card && !shown.request && !found->second->open && !shown.power_off &&
+    if (!found->second->has_card && !shown.request && !found->second->shown.open && !shown.power_off &&
         !shown.cannot_start && !shown.last) {
         entries_.erase(found);
     }

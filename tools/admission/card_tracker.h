@@ -46,6 +46,7 @@ struct TrackedCard {
     State state = State::absent;
     std::optional<Time> since{}; // when it came to be so; nothing when that was before we listened
     bool request = false;        // a check request stands
+    bool open = false;           // a check was not decided; its request may outlast that by a moment
     std::optional<Time> requested_at{};
     std::vector<std::string> waiting_for{}; // in the order of the modules' folder
     bool any_will_do = false;               // the PASS of any module admits it: nobody is left on the list

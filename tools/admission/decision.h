@@ -47,6 +47,9 @@ struct Answer {
     std::optional<std::chrono::milliseconds> took{}; // since the request; nothing when that was not seen
 };
 
+// Whether this is what the module said last: an answer that still stands is told anew with the other records.
+bool was_heard(const std::vector<Answer> &answers, const Answer &again);
+
 // What a card's information said of it.
 struct CardFacts {
     Position position{};

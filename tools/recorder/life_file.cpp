@@ -78,6 +78,25 @@ bool tell_of_an_end(const std::string &noted, const std::vector<LifeLine> &lines
     });
 }
 
+std::optional<history::Time> last_end(const std::string &noted, const std::vector<LifeLine> &lines)
+{
+    std::optional<history::Time> end;
+    bool runs = false;
+    const auto take = [&](const history::LifeEvent &event) {
+        const bool was_running = std::exchange(runs, event.is_start);
+        if (!event.is_start || was_running) {
+            end = std::max(event.at, end.value_or(event.at));
+        }
+    };
+    if (const auto before = parse_life(noted)) {
+        take(*before);
+    }
+    for (const LifeLine &line : lines) {
+        take(line.event);
+    }
+    return end;
+}
+
 LifeFile::LifeFile(std::string path) : path_(std::move(path)) {}
 
 // Whole lines only: the last one may be about to be written.

@@ -54,6 +54,10 @@ std::vector<LifeLine> lines_behind(const std::string &noted, std::vector<LifeLin
 // whose end nobody could note.
 bool tell_of_an_end(const std::string &noted, const std::vector<LifeLine> &lines);
 
+// When a daemon ended last, as far as the line noted and those behind it tell; nothing when they do not. One
+// whose end nobody could note ended before the next start.
+std::optional<history::Time> last_end(const std::string &noted, const std::vector<LifeLine> &lines);
+
 // "MILLISECONDS start PID" or "MILLISECONDS exit CODE STATUS"; nothing for another line.
 std::optional<history::LifeEvent> parse_life(const std::string &line);
 

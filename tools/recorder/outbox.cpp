@@ -93,16 +93,28 @@ void Outbox::put_first(std::vector<Write> writes)
 void Outbox::drop_oldest(history::Time now)
 {
     waiting_.pop_front();
-    if (!std::exchange(dropping_, true)) {
+    if (!hole_) {
         tell_("the history could not be written for so long that decisions are lost");
-        waiting_.pop_front();
-        waiting_.push_back([now](history::Writer &writer) {
-            writer.add_gap({now, now, "the history could not be written, and decisions were lost"});
-        });
+        hole_ = Hole{now, now};
         if (lost_) {
             lost_();
         }
     }
+    hole_->last = now;
+}
+
+// It stood before all that still waits.
+bool Outbox::write_hole()
+{
+    const auto write = [this](history::Writer &writer) {
+        writer.add_gap(
+            {hole_->first, hole_->last, "the history could not be written, and decisions were lost"});
+    };
+    if (hole_ && !attempt(write)) {
+        return false;
+    }
+    hole_.reset();
+    return true;
 }
 
 bool Outbox::flush(history::Time now)
@@ -110,15 +122,12 @@ bool Outbox::flush(history::Time now)
     if (!writer_) {
         open(now);
     }
-    while (!waiting_.empty() && attempt(waiting_.front())) {
+    while (write_hole() && !waiting_.empty() && attempt(waiting_.front())) {
         waiting_.pop_front();
     }
     const bool done = waiting_.empty() && writer_;
-    if (done) {
-        if (std::exchange(failing_, false)) {
-            tell_("the history is written again");
-        }
-        dropping_ = false;
+    if (done && std::exchange(failing_, false)) {
+        tell_("the history is written again");
     }
     return done;
 }

@@ -9,6 +9,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,9 +51,16 @@ public:
     bool attempt(const Write &write);
 
 private:
+    // What had to go is not in memory any more: when that was, from the first to the last.
+    struct Hole {
+        history::Time first{};
+        history::Time last{};
+    };
+
     void open(history::Time now);
     void take_failure(const history::Error &error);
     void drop_oldest(history::Time now);
+    bool write_hole();
 
     std::string path_;
     Teller tell_;
@@ -62,7 +70,7 @@ private:
     std::unique_ptr<history::Writer> writer_;
     std::deque<Write> waiting_;
     bool failing_ = false;
-    bool dropping_ = false;
+    std::optional<Hole> hole_;
 };
 
 } // namespace recorder

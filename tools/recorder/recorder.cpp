@@ -134,8 +134,8 @@ void Recorder::settle(Time now)
     }
     std::map<history::Position, Written> standing;
     for (const admission::TrackedCard *card : tracker_.cards()) {
-        if (!card->request) {
-            continue;
+        if (!card->open) {
+            continue; // what was decided is in the file, whether its request still stands or not
         }
         const auto last = card->answers.empty() ? std::nullopt : std::optional(card->answers.back().at);
         const history::Position &position = card->card.position;
@@ -200,8 +200,8 @@ void Recorder::read_life(bool count)
         }
         if (taken_up_) {
             write(life_write(line));
-        } else {
-            early_life_.push_back(line);
+        } else if (early_life_.size() < most_waiting) {
+            early_life_.push_back(line); // the others the next start finds behind the one that is noted
         }
     }
     if (started) {

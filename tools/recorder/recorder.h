@@ -90,7 +90,7 @@ private:
     void take_up_gap(Time alive_at);
     void take_up_modules(const std::vector<std::string> &modules);
     void complete_early(const history::OpenCheck &check);
-    [[nodiscard]] bool ended_before_listening(const std::string &noted) const;
+    [[nodiscard]] std::optional<Time> end_before_listening(const std::string &noted) const;
     void write(Outbox::Write write);
     void record(const admission::Decision &decision);
     void read_modules();

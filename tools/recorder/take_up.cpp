@@ -3,6 +3,7 @@
 //
 // Meanwhile it has listened. So the tracker is told of the past as of something older than all that it knows,
 // and what is to be written of it goes before what waits.
+#include <algorithm>
 #include <utility>
 
 #include "recorder.h"
@@ -55,10 +56,12 @@ void Recorder::take_up(const Past &past)
     for (const history::Decision &decision : past.decisions) {
         tracker_.remember_decision(decision);
     }
-    const bool ended = ended_before_listening(past.life_note);
+    const std::optional<Time> end = end_before_listening(past.life_note);
     for (const history::OpenCheck &check : past.checks) {
         written_[check.card.position].answers = SIZE_MAX; // so that it is written anew, or erased
         const std::size_t told = first_->size();
+        // An end that was noted may be older than the check: its daemon's successor had asked by then.
+        const bool ended = end && (!check.requested_at || *end >= *check.requested_at);
         tracker_.take_up(check, ended, now_);
         if (first_->size() == told) {
             complete_early(check); // else it has ended unseen, and what was decided was another one
@@ -72,29 +75,42 @@ void Recorder::take_up(const Past &past)
 }
 
 // The check was found standing and was decided while the file could not be opened: when it began, and what
-// was answered before, the file knows.
+// was answered before, the file knows. Later checks of the position are others.
 void Recorder::complete_early(const history::OpenCheck &check)
 {
-    for (const std::shared_ptr<history::Decision> &decision : early_) {
-        const bool is_of_it = decision->card.position == check.card.position && !decision->requested_at &&
-                              decision->outcome != history::Outcome::exempt &&
-                              decision->outcome != history::Outcome::unasked;
-        if (is_of_it) {
-            decision->requested_at = check.requested_at;
-            decision->answers.insert(decision->answers.begin(), check.answers.begin(), check.answers.end());
-            decision->told_before += check.answers.size();
+    const auto first = std::find_if(early_.begin(), early_.end(), [&](const auto &decision) {
+        return decision->card.position == check.card.position &&
+               decision->outcome != history::Outcome::exempt &&
+               decision->outcome != history::Outcome::unasked;
+    });
+    if (first == early_.end() || (*first)->requested_at) {
+        return;
+    }
+    history::Decision &decision = **first;
+    decision.requested_at = check.requested_at;
+    const std::vector<history::Answer> heard = std::exchange(decision.answers, check.answers);
+    std::size_t told = check.answers.size();
+    for (std::size_t i = 0; i < heard.size(); ++i) {
+        if (!admission::was_heard(decision.answers, heard[i])) { // else it stood, and was told anew
+            decision.answers.push_back(heard[i]);
+            told += i < decision.told_before ? 1 : 0;
         }
     }
+    decision.told_before = told;
+    std::erase_if(decision.silent, [&](const std::string &module) {
+        return std::find(check.waiting_for.begin(), check.waiting_for.end(), module) ==
+               check.waiting_for.end();
+    });
 }
 
 // Without a note nobody knows which of the lines are older than the file.
-bool Recorder::ended_before_listening(const std::string &noted) const
+std::optional<Recorder::Time> Recorder::end_before_listening(const std::string &noted) const
 {
     std::vector<LifeLine> lines = early_life_;
     if (listening_since_) {
         lines.resize(life_before_listening_);
     }
-    return !noted.empty() && tell_of_an_end(noted, lines_behind(noted, std::move(lines)));
+    return noted.empty() ? std::nullopt : last_end(noted, lines_behind(noted, std::move(lines)));
 }
 
 void Recorder::take_up_life(const std::string &noted)

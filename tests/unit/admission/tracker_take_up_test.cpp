@@ -148,4 +148,50 @@ TEST_F(TrackerTakeUpTest, ARememberedDecisionExplainsTheStateAndChangesNoneThatW
     EXPECT_EQ(shown().last->decider, "m1");
 }
 
+TEST_F(TrackerTakeUpTest, AnEndThatIsHeardOfCutsOffWhateverRequestIsLeft)
+{
+    tracker.set_daemon_watched(true);
+    tracker.take_up(remembered(), true, now);
+    find_standing();
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
+    now += 50s;
+    answer("m1");
+    tracker.daemon_ended();
+    now += 2s;
+    ask();
+    ASSERT_THAT(decisions, SizeIs(2));
+    EXPECT_TRUE(was_cut_off(decisions[1]));
+    EXPECT_THAT(decisions[1].answers, SizeIs(1));
+}
+
+TEST_F(TrackerTakeUpTest, AnEndThatIsHeardOfBeforeTheMemoryComesDoesSo)
+{
+    tracker.set_daemon_watched(true);
+    const OpenCheck check = remembered();
+    find_standing();
+    now += 50s;
+    tracker.daemon_ended();
+    tracker.take_up(check, true, now);
+    now += 2s;
+    ask();
+    ASSERT_THAT(decisions, SizeIs(2));
+    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
+    EXPECT_TRUE(was_cut_off(decisions[1]));
+}
+
+TEST_F(TrackerTakeUpTest, WhatWasDecidedIsNotOpenWhileItsRequestStands)
+{
+    plug();
+    EXPECT_FALSE(shown().open);
+    ask();
+    EXPECT_TRUE(shown().open);
+    tracker.result_written(1259, false, now, false);
+    EXPECT_FALSE(shown().open);
+    EXPECT_TRUE(shown().request);
+    tracker.request_deleted(slot3, now, false);
+    ask();
+    EXPECT_TRUE(shown().open);
+}
+
 } // namespace

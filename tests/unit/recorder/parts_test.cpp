@@ -268,6 +268,63 @@ TEST(OutboxTest, WhatIsTooMuchForMemoryLeavesAGap)
     EXPECT_THAT(gaps[0].why, HasSubstr("decisions were lost"));
 }
 
+TEST(OutboxTest, TheGapIsNotLostItselfHoweverMuchIs)
+{
+    const cgctl::Folder folder;
+    std::vector<std::string> told;
+    Outbox outbox(
+        folder.path("h"), noon, [&](const std::string &text) { told.push_back(text); }, [] {});
+    bool broken = true;
+    std::size_t written = 0;
+    const auto put = [&](std::size_t count, history::Time at) {
+        for (std::size_t i = 0; i < count; ++i) {
+            outbox.put(
+                [&](history::Writer &) {
+                    if (broken) {
+                        throw history::Error("held", history::Error::Kind::passing);
+                    }
+                    ++written;
+                },
+                at);
+        }
+    };
+    put(most_waiting, noon);
+    put(most_waiting, noon + 1s);
+    put(1, noon + 5s);
+    broken = false;
+    EXPECT_TRUE(outbox.flush(noon + 6s));
+    EXPECT_EQ(written, most_waiting);
+    std::vector<history::Gap> gaps = history::Reader(folder.path("h")).gaps({}, {});
+    ASSERT_THAT(gaps, SizeIs(1));
+    EXPECT_EQ(gaps[0].from, noon + 1s);
+    EXPECT_EQ(gaps[0].until, noon + 5s);
+    EXPECT_THAT(told, SizeIs(3)); // it fails, it loses, it is written again
+    broken = true;
+    put(most_waiting + 1, noon + 7s);
+    broken = false;
+    EXPECT_TRUE(outbox.flush(noon + 8s));
+    EXPECT_THAT(history::Reader(folder.path("h")).gaps({}, {}), SizeIs(2)); // another hole
+}
+
+TEST_F(LifeFileTest, TheLastEnd)
+{
+    const auto lines = [](const std::vector<std::string> &texts) {
+        std::vector<LifeLine> all;
+        for (const std::string &text : texts) {
+            all.push_back({parse_life(text).value(), text});
+        }
+        return all;
+    };
+    const auto at = [](int64_t ms) { return history::Time(std::chrono::milliseconds(ms)); };
+    EXPECT_EQ(last_end("", {}), std::nullopt);
+    EXPECT_EQ(last_end("10 start 1", {}), std::nullopt);
+    EXPECT_EQ(last_end("10 exit exited 0", lines({"20 start 2"})), at(10));
+    EXPECT_EQ(last_end("10 start 1", lines({"20 start 2"})), at(20)); // nobody could note the first one's
+    EXPECT_EQ(last_end("10 start 1", lines({"20 exit exited 0", "15 start 2", "16 exit exited 0"})),
+              at(20)); // a clock was set
+    EXPECT_EQ(last_end("", lines({"10 start 1"})), std::nullopt);
+}
+
 TEST(MetricsTest, AStrangersNameMakesNoSeries)
 {
     Metrics metrics;

@@ -103,15 +103,19 @@ protected:
     {
         tell("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", slot}}}}, existing, cmd);
     }
-    void answer(int slot, const std::string &module, int ret = 0)
+    void answer(int slot, const std::string &module, int ret = 0, bool existing = false)
     {
         tell("app_cg_card_check_ack",
-             {{"index", {{"devid", 1}, {"slotid", slot}, {"mod_name", module}}}, {"ret", ret}}, false);
+             {{"index", {{"devid", 1}, {"slotid", slot}, {"mod_name", module}}}, {"ret", ret}}, existing);
+    }
+    void result(int slot, bool pass, bool existing = false)
+    {
+        tell("app_cg_mom_deny_check_result",
+             {{"index", {{"card_tipc_nodeid", 1000 + slot}}}, {"stat", pass ? 1 : 0}}, existing);
     }
     void decide(int slot, bool pass)
     {
-        tell("app_cg_mom_deny_check_result",
-             {{"index", {{"card_tipc_nodeid", 1000 + slot}}}, {"stat", pass ? 1 : 0}}, false);
+        result(slot, pass);
         ask(slot, false, VX_MOM_CMD_DELETED);
     }
     void deny(int slot)

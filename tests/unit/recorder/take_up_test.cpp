@@ -1,0 +1,197 @@
+// What the recorder concludes at its start from its file and the daemon's life, also where the file opens
+// late.
+#include "recorder_fixture.h"
+
+namespace recorder
+{
+
+namespace
+{
+
+class TakeUpTest : public RecorderTest
+{
+};
+
+} // namespace
+
+TEST_F(TakeUpTest, AnEndThatWasNotedBeforeTheRecorderStoppedIsRemembered)
+{
+    note_life("1700049600000 start 42");
+    start();
+    listen();
+    plug(4);
+    ask(4);
+    now_ += 10s;
+    answer(4, "m1");
+    note_life("1700049615000 exit exited 0");
+    pass(5s);
+    recorder_->end(now_);
+    kill();
+    now_ += 10s;
+    note_life("1700049625000 start 43");
+    now_ += 2s;
+    start();
+    plug(4, true);
+    ask(4, true); // by 43
+    listen();
+    now_ += 10s;
+    answer(4, "m2");
+    answer(4, "m1");
+    decide(4, true);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen, Outcome::passed));
+    const std::vector<history::Decision> decisions = file().decisions();
+    EXPECT_EQ(decisions.at(0).requested_at, noon);
+    EXPECT_THAT(decisions.at(0).answers, SizeIs(1));
+    EXPECT_EQ(decisions.at(1).requested_at, std::nullopt);
+    EXPECT_THAT(decisions.at(1).answers, SizeIs(2));
+}
+
+TEST_F(TakeUpTest, AnEndThatIsOlderThanTheCheckEndsItNot)
+{
+    note_life("1700049600000 start 42");
+    start();
+    listen();
+    note_life("1700049615000 exit exited 77");
+    pass(15s);
+    now_ += 2s;
+    plug(4);
+    ask(4); // by 43, whose start is not noted yet
+    pass(1s);
+    kill();
+    note_life("1700049618000 start 43");
+    now_ += 1s;
+    start();
+    plug(4, true);
+    ask(4, true);
+    listen();
+    answer(4, "m1");
+    answer(4, "m2");
+    decide(4, true);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::passed));
+    EXPECT_EQ(file().decisions().at(0).requested_at, noon + 17s);
+}
+
+TEST_F(TakeUpTest, ACheckOfUnknownAgeEndsWithTheNotedEnd)
+{
+    note_life("1700049600000 start 42");
+    start();
+    plug(4, true);
+    ask(4, true);
+    listen();
+    note_life("1700049615000 exit exited 0");
+    pass(15s);
+    kill();
+    note_life("1700049625000 start 43");
+    now_ += 15s;
+    start();
+    plug(4, true);
+    ask(4, true);
+    listen();
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen));
+}
+
+TEST_F(TakeUpTest, WhatWasDecidedIsNotOpenAnyMoreWhileItsRequestStands)
+{
+    start();
+    listen();
+    plug(4);
+    ask(4);
+    now_ += 1s;
+    answer(4, "m2", 1);
+    result(4, false);
+    recorder_->settle(now_);
+    EXPECT_THAT(file().open_checks(), IsEmpty());
+    kill();
+    now_ += 1s;
+    start();
+    plug(4, true);
+    result(4, false, true);
+    listen();
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied));
+}
+
+TEST_F(TakeUpTest, OnlyTheFirstCheckIsCompletedByTheFileThatOpensLate)
+{
+    live_before();
+    {
+        const FullDisk full;
+        start();
+        plug(4, true);
+        ask(4, true);
+        answer(4, "m1", 0, true); // it is remembered, and stands
+        listen();
+        pass(1s);
+        answer(4, "m2");
+        decide(4, true);
+        now_ += 100s;
+        recorder_->store_lost(now_);
+        now_ += 5s;
+        recorder_->store_returns(now_);
+        plug(4, true);
+        ask(4, true);
+        recorder_->snapshot_done(now_);
+        now_ += 10s;
+        deny(4);
+        pass(1s);
+    }
+    pass(1s);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::passed, Outcome::denied));
+    const history::Decision first = file().decisions().at(1);
+    EXPECT_EQ(first.requested_at, noon);
+    ASSERT_THAT(first.answers, SizeIs(2));
+    EXPECT_EQ(first.answers[0].module, "m1");
+    EXPECT_EQ(first.answers[1].module, "m2");
+    const history::Decision second = file().decisions().at(2);
+    EXPECT_EQ(second.requested_at, std::nullopt);
+    ASSERT_THAT(second.answers, SizeIs(1));
+    EXPECT_EQ(second.answers[0].module, "m2");
+}
+
+TEST_F(TakeUpTest, WhoHadAnsweredWasNotSilentWhenTheFileOpensLate)
+{
+    live_before();
+    note_life("1700049670000 exit killed KILL");
+    now_ = noon + 65s;
+    std::filesystem::rename(folder_.path("life"), folder_.path("later"));
+    note_life("1700049600000 start 42");
+    {
+        const FullDisk full;
+        start();
+        plug(4, true);
+        ask(4, true);
+        listen();
+        std::filesystem::rename(folder_.path("later"), folder_.path("life"));
+        pass(10s);
+        ask(4); // by the next daemon
+        pass(1s);
+        answer(4, "m1");
+        answer(4, "m2");
+        decide(4, true);
+    }
+    pass(1s);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::withdrawn, Outcome::passed));
+    EXPECT_EQ(file().decisions().at(1).requested_at, noon);
+    EXPECT_THAT(file().decisions().at(1).silent, ElementsAre("m2"));
+}
+
+TEST_F(TakeUpTest, TheEndOfADaemonThatFoundAnEarlierOnesRequestCutsItsCheckOff)
+{
+    live_before();
+    note_life("1700049605000 exit killed KILL");
+    note_life("1700049606000 start 43");
+    start();
+    plug(4, true);
+    ask(4, true);
+    listen();
+    now_ += 10s;
+    answer(4, "m1");
+    note_life("1700049675000 exit killed KILL");
+    pass(5s);
+    ask(4);
+    note_life("1700049676000 start 44");
+    pass(1s);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen, Outcome::withdrawn));
+    EXPECT_EQ(file().decisions().at(2).reason, admission::started_afresh);
+}
+
+} // namespace recorder
