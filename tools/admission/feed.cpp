@@ -2,6 +2,7 @@
 #include "feed.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
@@ -161,6 +162,28 @@ bool InPlace::is_complete(int32_t db) const
     return std::all_of(all.begin(), all.end(), [&](const TrackedType &type) {
         return type.db != db || types_.contains(type.descriptor);
     });
+}
+
+std::vector<const ProtobufCMessageDescriptor *> InPlace::overdue(Time now)
+{
+    constexpr std::chrono::seconds patience{10};
+    const auto &all = tracked_types();
+    if (types_.empty() || types_.size() == all.size()) {
+        partly_since_.reset();
+        overdue_told_ = false;
+        return {};
+    }
+    partly_since_ = std::min(now, partly_since_.value_or(now)); // the clock may be set back
+    if (now - *partly_since_ < patience || std::exchange(overdue_told_, true)) {
+        return {};
+    }
+    std::vector<const ProtobufCMessageDescriptor *> missing;
+    for (const TrackedType &type : all) {
+        if (!types_.contains(type.descriptor)) {
+            missing.push_back(type.descriptor);
+        }
+    }
+    return missing;
 }
 
 CardFacts facts_of(const ProtobufCMessage &card_info)

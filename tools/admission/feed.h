@@ -35,8 +35,13 @@ public:
     void lost(int32_t db);
     [[nodiscard]] bool is_complete(int32_t db) const;
     [[nodiscard]] bool is_empty() const { return types_.empty(); }
+    // For every few seconds: the types that are still not told ten seconds after others were first found to
+    // be. Nothing passes for news meanwhile, so somebody should know. Each such time is told of once.
+    std::vector<const ProtobufCMessageDescriptor *> overdue(Time now);
 
 private:
+    std::optional<Time> partly_since_;
+    bool overdue_told_ = false;
     std::set<const ProtobufCMessageDescriptor *> types_;
 };
 

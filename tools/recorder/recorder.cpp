@@ -25,7 +25,7 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Teller tell, Time now)
     : settings_(std::move(settings)), metrics_(metrics), tell_(std::move(tell)),
       outbox_(settings_.history, now, tell_, [this] { metrics_.count_write_failure(); }),
       tracker_([this](const admission::Decision &decision) { record(decision); }, settings_.silence_after),
-      life_(settings_.life), now_(now)
+      life_(settings_.life), started_(now), now_(now)
 {
     tracker_.on_fresh_daemon([this] { read_modules(); });
     tracker_.on_late_answer([this](const history::Position &position, const history::Answer &answer) {
@@ -104,6 +104,9 @@ bool Recorder::tick(Time now)
     read_life(true);
     if (!life_.is_readable()) {
         read_modules();
+    }
+    if (taken_up_ && !listening_since_ && now > started_) {
+        begin_gap(started_, "the store was away"); // unless one lasts: a new file tells of none
     }
     outbox_.flush(now);
     settle(now);

@@ -126,6 +126,7 @@ private:
     std::size_t life_before_listening_ = 0;                 // so many of them
     std::vector<Outbox::Write> *first_ = nullptr;           // where writes go that come before all that waits
     std::optional<Time> last_alive_;
+    Time started_{};
     Time now_{};
 };
 

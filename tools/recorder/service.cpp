@@ -43,6 +43,7 @@ private:
     void take_outage(int32_t db, bool lost);
     void hear();
     void tell_of_absence();
+    void tell_of_overdue();
     void settle_soon();
     void tick();
 
@@ -181,10 +182,26 @@ void Service::tell_of_absence()
     }
 }
 
+// A type that is never told keeps all decisions of its database from being heard.
+void Service::tell_of_overdue()
+{
+    std::string names;
+    for (const ProtobufCMessageDescriptor *type : in_place_.overdue(now())) {
+        names += std::string(" ") + cgctl::record_type(type->name).name();
+    }
+    if (!names.empty()) {
+        session_.notice(
+            "the store does not tell all its records, and no decision is recorded until it does:" + names);
+    }
+}
+
 void Service::tick()
 {
     hear();
     tell_of_absence();
+    if (away_.empty()) {
+        tell_of_overdue();
+    }
     const bool more = recorder_.tick(now());
     live_.after(more ? busy_tick_ms : tick_ms, [this] { tick(); });
 }

@@ -63,6 +63,29 @@ protected:
     Time now = Time{} + 1000000s;
 };
 
+TEST(InPlaceTest, TypesThatAreOverdueAreNamedOnce)
+{
+    InPlace in_place;
+    Time now = Time{} + 1000s;
+    EXPECT_THAT(in_place.overdue(now), IsEmpty()); // the store is not there at all
+    const auto &all = tracked_types();
+    for (const TrackedType &type : all) {
+        if (type.descriptor != all[2].descriptor) {
+            in_place.told(type.descriptor);
+        }
+    }
+    now += 100s;
+    EXPECT_THAT(in_place.overdue(now), IsEmpty()); // it may come at once
+    EXPECT_THAT(in_place.overdue(now + 9s), IsEmpty());
+    EXPECT_THAT(in_place.overdue(now + 10s), ElementsAre(all[2].descriptor));
+    EXPECT_THAT(in_place.overdue(now + 20s), IsEmpty());
+    in_place.told(all[2].descriptor);
+    EXPECT_THAT(in_place.overdue(now + 30s), IsEmpty());
+    in_place.lost(33);
+    EXPECT_THAT(in_place.overdue(now + 40s), IsEmpty());
+    EXPECT_THAT(in_place.overdue(now + 50s), SizeIs(2)); // another time
+}
+
 } // namespace
 
 TEST_F(FeedTest, ACardsFactsAreTaken)

@@ -194,4 +194,28 @@ TEST_F(TakeUpTest, TheEndOfADaemonThatFoundAnEarlierOnesRequestCutsItsCheckOff)
     EXPECT_EQ(file().decisions().at(2).reason, admission::started_afresh);
 }
 
+TEST_F(TakeUpTest, ANewFileTellsThatTheStoreWasAwayAtFirst)
+{
+    start();
+    pass(2s);
+    pass(3598s);
+    listen();
+    pass(1s);
+    const std::vector<history::Gap> gaps = file().gaps({}, {});
+    ASSERT_THAT(gaps, SizeIs(1));
+    EXPECT_EQ(gaps[0].from, noon);
+    EXPECT_EQ(gaps[0].until, noon + 3600s);
+    EXPECT_EQ(gaps[0].why, "the store was away");
+    EXPECT_THAT(metrics(), HasSubstr("cg_recorder_gaps_total 1\n"));
+}
+
+TEST_F(TakeUpTest, AStoreThatIsThereAtOnceLeavesNoGapInANewFile)
+{
+    start();
+    now_ += 1s;
+    listen();
+    pass(1s);
+    EXPECT_THAT(file().gaps({}, {}), IsEmpty());
+}
+
 } // namespace recorder
