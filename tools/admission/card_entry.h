@@ -21,6 +21,13 @@ struct CardTracker::FirstCheck {
     CardFacts card{};
 };
 
+// A check as it was when its request was written again: that may turn out to have been the next daemon.
+struct CardTracker::Rewrite {
+    Time at{};
+    std::vector<std::string> list{};
+    std::vector<Answer> answers{};
+};
+
 struct CardTracker::Entry {
     TrackedCard shown{};
     bool has_card = false;
@@ -40,6 +47,7 @@ struct CardTracker::Entry {
     bool daemon_ended = false;       // since the last request
     bool leftover = false;     // the request may be one that a daemon before the present one left behind
     bool decided_here = false; // the last decision was heard of, not remembered
+    std::optional<Rewrite> rewrite{}; // the last one of the present check
     std::optional<FirstCheck> first{};
     std::size_t checks = 0; // that were heard of
 

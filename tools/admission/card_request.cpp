@@ -12,6 +12,9 @@ void CardTracker::request_written(const Position &position, Time at, bool existi
     Entry &known = entry(position);
     modules_known_ = modules_known_ && !modules_.empty(); // without modules the daemon asks for nothing
     if (known.open && goes_on(known, at, existing)) {
+        if (!existing) {
+            known.rewrite = Rewrite{at, known.list, known.shown.answers};
+        }
         known.shown.request = true;
         known.seen_whole = known.seen_whole && !existing; // there may have been answers that nobody heard
     } else {
@@ -91,6 +94,7 @@ void CardTracker::begin_check(Entry &known, Time at, bool existing, bool fresh_d
         known.earlier.push_back(*known.shown.requested_at);
     }
     known.came_online = false;
+    known.rewrite.reset();
     known.daemon_ended = false;
     known.gone = false;
     known.open = true;
@@ -130,6 +134,33 @@ void CardTracker::daemon_ended()
     for (const auto &[position, known] : entries_) {
         known->daemon_ended = true;
         known->leftover = false;
+    }
+}
+
+void CardTracker::daemon_started_again(Time at)
+{
+    for (const auto &[position, known] : entries_) {
+        if (known->open && known->rewrite && known->rewrite->at >= at - slack) {
+            cut_off_at_rewrite(*known);
+        } else {
+            known->daemon_ended = true;
+            known->leftover = false;
+        }
+    }
+}
+
+void CardTracker::cut_off_at_rewrite(Entry &known)
+{
+    const Rewrite then = *known.rewrite;
+    std::vector<Answer> later = std::exchange(known.shown.answers, then.answers);
+    later.erase(later.begin(), later.begin() + std::min(std::ssize(later), std::ssize(then.answers)));
+    known.list = then.list;
+    known.told = std::min(known.told, then.answers.size());
+    end_withdrawn(known, then.at, true);
+    begin_check(known, then.at, false, true);
+    settle(known, then.at, false);
+    for (const Answer &answer : later) {
+        answered(known.shown.card.position, answer, false);
     }
 }
 

@@ -88,6 +88,9 @@ public:
     // The daemon ended: a check that stands will be begun anew by the next one. It counts as cut off when
     // that is heard of.
     void daemon_ended();
+    // A daemon was started at this time, and nobody told of the end of the one before. What it asked may have
+    // been heard of before its start: a request that was written again shortly before it begins a new check.
+    void daemon_started_again(Time at);
     // This device's global role; nothing when it is not known.
     void set_role(std::optional<int32_t> role) { role_ = role; }
 
@@ -139,6 +142,7 @@ public:
 
 private:
     struct FirstCheck;
+    struct Rewrite;
     struct Entry;
     // How a standing check ends by a request that takes its place.
     enum class Replaced { unseen, returned, cut_off, unknown };
@@ -148,6 +152,7 @@ private:
     void begin_check(Entry &entry, Time at, bool existing, bool fresh_daemon);
     [[nodiscard]] Replaced replaced_how(const Entry &entry, bool existing) const;
     void end_replaced(Entry &entry, Replaced how, Time at);
+    void cut_off_at_rewrite(Entry &entry);
     void decide(Entry &entry, bool pass, Time at);
     [[nodiscard]] Decision passed(const Entry &entry, Time at) const;
     [[nodiscard]] Decision passed_unrequested(const Entry &entry, Time at) const;

@@ -193,7 +193,9 @@ void Recorder::read_life(bool count)
     const std::string before = life_.last_line();
     const std::vector<LifeLine> lines = life_.poll();
     if (tell_of_an_end(before, lines)) {
-        tracker_.daemon_ended();
+        const bool noted = std::any_of(lines.begin(), lines.end(),
+                                       [](const LifeLine &line) { return !line.event.is_start; });
+        noted ? tracker_.daemon_ended() : tracker_.daemon_started_again(lines.back().event.at);
     }
     tracker_.set_daemon_watched(life_.tells_of_running());
     for (const LifeLine &line : lines) {

@@ -278,4 +278,54 @@ TEST_F(TrackerRestartTest, ALastPassBeforeAClockIsSetBackDoesNotPassForTheOthers
     EXPECT_EQ(duration_of(decisions[0]), 140s);
 }
 
+TEST_F(TrackerRestartTest, AStartWithoutAnEndCutsOffAtTheRequestThatCameBeforeIt)
+{
+    tracker.set_daemon_watched(true);
+    plug();
+    ask();
+    const Time first = now;
+    now += 10s;
+    answer("m1");
+    now += 40s;
+    ask(); // by the next daemon, whose start is noted a little later
+    const Time second = now;
+    answer("m2");
+    now += 1s;
+    tracker.daemon_started_again(now);
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_TRUE(was_cut_off(decisions[0]));
+    EXPECT_EQ(decisions[0].requested_at, first);
+    EXPECT_EQ(decisions[0].decided_at, second);
+    EXPECT_THAT(decisions[0].silent, ElementsAre("m2", "m3"));
+    EXPECT_THAT(decisions[0].answers, SizeIs(1));
+    EXPECT_EQ(shown().requested_at, second);
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m3"));
+    ASSERT_THAT(shown().answers, SizeIs(1));
+    EXPECT_EQ(shown().answers[0].took, 0ms);
+    now += 10s;
+    answer("m1");
+    answer("m3");
+    end(true);
+    ASSERT_THAT(decisions, SizeIs(2));
+    EXPECT_EQ(decisions[1].outcome, Outcome::passed);
+    EXPECT_EQ(duration_of(decisions[1]), 11s);
+}
+
+TEST_F(TrackerRestartTest, AStartWithoutAnEndEndsWhatWasAskedLongBefore)
+{
+    tracker.set_daemon_watched(true);
+    plug();
+    ask();
+    now += 10s;
+    ask(); // by the same daemon
+    now += 20s;
+    tracker.daemon_started_again(now);
+    EXPECT_THAT(decisions, IsEmpty());
+    now += 1s;
+    ask();
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_TRUE(was_cut_off(decisions[0]));
+    EXPECT_EQ(decisions[0].decided_at, now);
+}
+
 } // namespace

@@ -218,4 +218,21 @@ TEST_F(TakeUpTest, AStoreThatIsThereAtOnceLeavesNoGapInANewFile)
     EXPECT_THAT(file().gaps({}, {}), IsEmpty());
 }
 
+TEST_F(TakeUpTest, TwoStartsInARowCutACheckOffAtTheSecondOnesRequest)
+{
+    note_life("1700049600000 start 42");
+    start();
+    listen();
+    plug(4);
+    ask(4);
+    pass(50s);
+    ask(4);
+    note_life("1700049650500 start 43");
+    pass(1s);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::withdrawn));
+    EXPECT_EQ(file().decisions().at(0).decided_at, noon + 50s);
+    ASSERT_THAT(file().open_checks(), SizeIs(1));
+    EXPECT_EQ(file().open_checks()[0].requested_at, noon + 50s);
+}
+
 } // namespace recorder
