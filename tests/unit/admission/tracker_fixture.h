@@ -6,15 +6,12 @@
 
 #include <gmock/gmock.h>
 
-namespace
-{
-
 using namespace admission;
 using namespace std::chrono_literals;
 
-constexpr int32_t line_card = 3;
-constexpr int32_t main_board = 2;
-constexpr Position slot3{1, 3, 0};
+inline constexpr int32_t line_card = 3;
+inline constexpr int32_t main_board = 2;
+inline constexpr Position slot3{1, 3, 0};
 
 class CardTrackerTest : public testing::Test
 {
@@ -56,7 +53,5 @@ protected:
     CardTracker tracker{[this](const Decision &decision) { decisions.push_back(decision); }};
     Time now = Time{} + 1000000s;
 };
-
-} // namespace
 
 #endif
