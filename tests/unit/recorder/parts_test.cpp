@@ -310,6 +310,7 @@ TEST_F(LifeFileTest, TheLastEnd)
 {
     const auto lines = [](const std::vector<std::string> &texts) {
         std::vector<LifeLine> all;
+        all.reserve(texts.size());
         for (const std::string &text : texts) {
             all.push_back({parse_life(text).value(), text});
         }
