@@ -55,7 +55,7 @@ enum app_cg_kit_verdict {
 enum app_cg_kit_error {
     APP_CG_KIT_E_ARGUMENT = -1,  /* an argument is null or out of its range */
     APP_CG_KIT_E_NAME = -2,      /* the name is empty, longer than 15 bytes, or none that a file could have */
-    APP_CG_KIT_E_TAKEN = -3,     /* another module of this account on this host has the name, on the same store */
+    APP_CG_KIT_E_TAKEN = -3,     /* another module of this account here has the name, on the same store */
     APP_CG_KIT_E_SETTINGS = -4,  /* the settings say nothing usable of the store */
     APP_CG_KIT_E_MEMORY = -5,    /* memory ran out */
     APP_CG_KIT_E_SYSTEM = -6,    /* the operating system refused something */
