@@ -7,6 +7,7 @@ import pathlib
 import shutil
 import subprocess
 import sys
+import textwrap
 
 _ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(_ROOT / "tools"))
@@ -73,6 +74,12 @@ class Device:
     def purge(self):
         """Removes the packages and what belongs to them."""
         return self.run("dpkg", "--purge", *NAMES)
+
+    def manual(self, first, lines=None):
+        """What README.Debian shows, from the line that begins so: to the next empty line, or so many lines."""
+        text = self.run("cat", "/usr/share/doc/app-cg/README.Debian")
+        shown = text[text.index(f"    {first}"):]
+        return textwrap.dedent(shown.split("\n\n")[0] if lines is None else "\n".join(shown.splitlines()[:lines]))
 
     def cgctl(self, *argv):
         """Runs cgctl."""

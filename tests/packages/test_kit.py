@@ -1,4 +1,6 @@
 """The kit as it is packaged: somebody builds a check module with nothing else of ours, and it serves on a device."""
+import pathlib
+import re
 import shutil
 
 import pytest
@@ -6,6 +8,7 @@ import pytest
 from workshop import Workshop
 
 MODULE = "srv/consumer/build/in_c"
+PAGE = pathlib.Path(__file__).resolve().parents[2] / "docs" / "writing-a-module.md"
 
 
 @pytest.fixture(scope="module")
@@ -70,5 +73,25 @@ def test_the_module_serves_on_a_device(workshop, device):
     device.cgctl("role", "master")
     device.cgctl("card", "plug", "1/3/0", "--type", "230")
     device.cgctl("card", "plug", "1/4/0", "--type", "300")
+    device.wait(lambda: "passed" in device.verdict("1/3/0"), "1/3/0 is passed")
+    device.wait(lambda: "too new" in device.verdict("1/4/0"), "1/4/0 is denied with the module's reason")
+
+
+def test_the_module_is_installed_as_the_page_tells(workshop, device):
+    (commands,) = re.findall(r"^```sh norun: tests/packages [^\n]*\n(.*?)^```$", PAGE.read_text(), re.M | re.S)
+    (unit,) = re.findall(r"^```ini\n(.*?)^```$", PAGE.read_text(), re.M | re.S)
+    shutil.copy(workshop.root / MODULE, device.root / "usr/local/bin/types")
+    (device.root / "usr/local/bin/my-module").write_text('#!/bin/sh\nexec types "$1" run\n')
+    (device.root / "usr/local/bin/my-module").chmod(0o755)
+    (device.root / "etc/systemd/system/app_cg-types.service").write_text(unit)
+
+    device.sh("cd /srv\n" + device.manual("install -d -m 0711"))
+    device.sh("cd /srv\n" + commands)
+    device.sh("install -o redis -g redis -m 0640 /srv/users.acl /etc/redis/users.acl; systemctl restart redis-server;"
+              "systemctl daemon-reload; systemctl start app_cg-types; systemctl restart app_cg")
+    device.wait_active()
+    assert device.run("stat", "-c", "%U", f"/proc/{device.pid('app_cg-types.service')}").strip() == "cg-types"
+    device.sh("export VX_MOM_AUTH_FILE=/etc/app_cg/secrets/app_cg-admin; cgctl role master;"
+              "cgctl card plug 1/3/0 --type 230; cgctl card plug 1/4/0 --type 300")
     device.wait(lambda: "passed" in device.verdict("1/3/0"), "1/3/0 is passed")
     device.wait(lambda: "too new" in device.verdict("1/4/0"), "1/4/0 is denied with the module's reason")

@@ -1,6 +1,5 @@
 """The packages on a real device: the service comes up, judges cards, comes back, raises an alarm, and goes."""
 import re
-import textwrap
 
 ALARM = ("--identifier=app_cg-alarm", "--output=cat")
 
@@ -121,13 +120,6 @@ def test_a_gate_that_stays_dead_is_told_and_tried_again(device):
     assert device.state("app_cg-retry.timer") == "inactive", "who stops the service stops the rounds"
 
 
-def manual(device, first, lines=None):
-    """What the manual shows, from the line that begins so: to the next empty line, or so many lines."""
-    text = device.run("cat", "/usr/share/doc/app-cg/README.Debian")
-    shown = text[text.index(f"    {first}"):]
-    return textwrap.dedent(shown.split("\n\n")[0] if lines is None else "\n".join(shown.splitlines()[:lines]))
-
-
 def edit_unit(device, unit, text):
     """What `systemctl edit` does with a text."""
     (device.root / f"etc/systemd/system/{unit}.d").mkdir(parents=True, exist_ok=True)
@@ -138,7 +130,7 @@ def edit_unit(device, unit, text):
 def test_the_store_is_set_up_as_the_manual_tells(device):
     device.sh("sed -i '/^databases 64/d' /etc/redis/redis.conf; systemctl restart redis-server")
     assert device.run("redis-cli", "config", "get", "databases").split() == ["databases", "16"]
-    device.sh(manual(device, "apt install redis-server"))
+    device.sh(device.manual("apt install redis-server"))
     assert device.run("redis-cli", "config", "get", "databases").split() == ["databases", "64"]
     device.run("systemctl", "restart", "app_cg")
     device.wait_active()
@@ -148,8 +140,8 @@ def test_somebody_is_called_as_the_manual_tells(device):
     script = device.root / "usr/local/bin/call-somebody"
     script.write_text('#!/bin/sh\necho "$1" > /srv/called\n')
     script.chmod(0o755)
-    assert manual(device, "    systemctl edit", 1) == "systemctl edit app_cg-alarm.service"
-    edit_unit(device, "app_cg-alarm.service", manual(device, "    [Service]\n        ExecStart=/usr/local", 2))
+    assert device.manual("    systemctl edit", 1) == "systemctl edit app_cg-alarm.service"
+    edit_unit(device, "app_cg-alarm.service", device.manual("    [Service]\n        ExecStart=/usr/local", 2))
     device.sh("echo VX_MOM_DEADLINE_MS=200 >> /etc/app_cg/platform.conf; systemctl stop redis-server")
     device.run("systemctl", "restart", "app_cg", check=False)
     device.wait((device.root / "srv/called").exists, "somebody is called", 60)
@@ -159,7 +151,7 @@ def test_somebody_is_called_as_the_manual_tells(device):
 
 def test_the_recorder_forgets_as_the_manual_tells(device):
     device.wait_active(name="cg_recorderd.service")
-    edit_unit(device, "cg_recorderd.service", manual(device, "[Service]\n    ExecStart=\n"))
+    edit_unit(device, "cg_recorderd.service", device.manual("[Service]\n    ExecStart=\n"))
     before = device.pid("cg_recorderd.service")
     device.run("systemctl", "restart", "cg_recorderd")
     pid = device.wait_active(before, "cg_recorderd.service")
@@ -167,7 +159,7 @@ def test_the_recorder_forgets_as_the_manual_tells(device):
 
 
 def test_the_store_is_guarded_as_the_manual_tells(device):
-    device.sh("cd /srv\n" + manual(device, "install -d -m 0711"))
+    device.sh("cd /srv\n" + device.manual("install -d -m 0711"))
     device.wait_active()
     device.wait(lambda: device.state("cg_recorderd") == "active", "the recorder is up")
     # Nobody but the daemon has the daemon's credentials; root reads with the watcher's, and changes nothing with them.
