@@ -6,11 +6,12 @@ import sys
 import tempfile
 import unittest
 import xml.etree.ElementTree as tree
+from statistics import median
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(HERE), str(HERE.parents[1] / "tools")]
 
-from runner import plot, report  # noqa: E402  (needs the path above)
+from runner import growth, place, plot, report  # noqa: E402  (needs the path above)
 from runner.figures import Figure, Series  # noqa: E402
 
 
@@ -35,6 +36,39 @@ class Figures(unittest.TestCase):
     def test_rounds_that_have_no_partner_are_no_figure(self):
         with self.assertRaises(ValueError):
             _ = ratio([1, 2], [1], None).value
+
+
+class Growth(unittest.TestCase):
+    def test_a_machine_that_slows_down_meanwhile_is_no_growth(self):
+        calls = iter(range(100))
+
+        def take():
+            return {"delivery": 33.0 if next(calls) < 14 else 56.0}  # from the middle of the fifth round on
+
+        taken = growth.in_turn({0: take, 1000: take, 1000000: take}, 9)
+        grown = growth.growth(taken[0], taken[1000000], "delivery")
+        self.assertEqual(median(grown), 1)
+        self.assertEqual(sum(value != 1 for value in grown), 1)
+
+    def test_growth_is_seen(self):
+        takes = {0: lambda: {"road": 10.0}, 1000000: lambda: {"road": 15.0}}
+        taken = growth.in_turn(takes, 3)
+        self.assertEqual(growth.growth(taken[0], taken[1000000], "road"), [1.5] * 3)
+
+    def test_each_size_begins_a_round_in_its_turn(self):
+        seen = []
+        growth.in_turn({size: lambda size=size: seen.append(size) or {} for size in "abc"}, 4)
+        self.assertEqual("".join(seen), "abc" "bca" "cab" "abc")
+
+
+class Shared(unittest.TestCase):
+    def test_rounds_that_somebody_disturbed_are_counted_until_asked(self):
+        place.shared_rounds()
+        self.assertEqual(place.rounds_of('{"ours": [1, 2, 3], "shared": 2}'), {"ours": [1, 2, 3]})
+        self.assertEqual(place.rounds_of('{"baseline": [4], "ours": [5], "shared": 0}'), {"baseline": [4], "ours": [5]})
+        self.assertEqual(place.rounds_of("{}"), {})
+        self.assertEqual(place.shared_rounds(), (2, 4))
+        self.assertEqual(place.shared_rounds(), (0, 0))
 
 
 class Table(unittest.TestCase):

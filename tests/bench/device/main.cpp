@@ -29,6 +29,7 @@
 #include "bare_daemon.h"
 #include "device.h"
 #include "measure.h"
+#include "pace.h"
 
 namespace
 {
@@ -40,15 +41,6 @@ using Arguments = std::vector<std::string>;
 int number(const std::string &text)
 {
     return std::atoi(text.c_str());
-}
-
-void print(const char *name, const std::vector<double> &values, const char *before = "{")
-{
-    std::printf("%s\"%s\": [", before, name);
-    for (size_t i = 0; i < values.size(); i++) {
-        std::printf("%s%.4f", i == 0 ? "" : ", ", values[i]);
-    }
-    std::printf("]");
 }
 
 // Whoever has something left to do, does it while this process sleeps.
@@ -78,18 +70,12 @@ void road(const Arguments &arguments)
     bench::Device device(arguments.at(4), number(arguments.at(2)));
     const auto ours = [&] { return roads(device, first, cards); };
     if (arguments.size() == 5) {
-        const bench::Rounds taken = bench::alternate(
-            rounds, [] { return 1.0; }, ours);
-        print("ours", taken.ours);
-        std::printf("}\n");
+        bench::print(bench::alone(rounds, ours));
         return;
     }
     bench::Device bare(arguments.at(5), number(arguments.at(2)));
-    const bench::Rounds taken = bench::alternate(
-        rounds, [&] { return roads(bare, first, cards); }, ours);
-    print("baseline", taken.baseline);
-    print("ours", taken.ours, ", ");
-    std::printf("}\n");
+    bench::print(bench::alternate(
+        rounds, [&] { return roads(bare, first, cards); }, ours));
 }
 
 // Plugs them and answers; returns when there were so many verdicts on each.
@@ -176,8 +162,7 @@ void room(const Arguments &arguments)
         device.unplug(cards);
     }
     wait_until_idle(raw);
-    print("ours", spent);
-    std::printf("}\n");
+    bench::print({{}, spent, 0});
 }
 
 [[noreturn]] void become(const std::string &program, const int (&ends)[2])
@@ -188,17 +173,17 @@ void room(const Arguments &arguments)
     _exit(127);
 }
 
-void start(const Arguments &arguments)
+// Milliseconds until it has said so.
+double start_once(const std::string &program, const std::string &seen)
 {
     int ends[2];
     if (pipe(ends) != 0) {
         throw std::runtime_error("no pipe");
     }
-    (void)alarm(static_cast<unsigned>(number(arguments.at(0))));
     const double began = bench::now_us();
     const pid_t child = fork();
     if (child == 0) {
-        become(arguments.at(1), ends);
+        become(program, ends);
     }
     (void)close(ends[1]);
     // To be woken by each of the program's lines would take from the processor that it runs on.
@@ -206,7 +191,7 @@ void start(const Arguments &arguments)
     const timespec pause{0, 500000};
     std::string said;
     char bytes[1 << 16];
-    while (said.find(arguments.at(2)) == std::string::npos) {
+    while (said.find(seen) == std::string::npos) {
         (void)nanosleep(&pause, nullptr);
         const ssize_t got = read(ends[0], bytes, sizeof bytes);
         if (got <= 0) {
@@ -215,10 +200,22 @@ void start(const Arguments &arguments)
         said.append(bytes, static_cast<size_t>(got));
     }
     const double spent = bench::now_us() - began;
+    (void)close(ends[0]);
     (void)kill(child, SIGKILL);
     (void)waitpid(child, nullptr, 0);
-    print("ours", {spent / 1000});
-    std::printf("}\n");
+    return spent / 1000;
+}
+
+void start(const Arguments &arguments)
+{
+    (void)alarm(static_cast<unsigned>(number(arguments.at(0))));
+    std::vector<double> spent;
+    const bench::Calmest calmest = bench::take_calmly([&](const bench::Look &look) {
+        look();
+        spent.push_back(start_once(arguments.at(1), arguments.at(2)));
+        look();
+    });
+    bench::print({{}, {spent[calmest.attempt]}, calmest.share < bench::shared_from ? 0 : 1});
 }
 
 int run(const std::string &what, const Arguments &arguments)

@@ -11,7 +11,7 @@ from .daemon_figures import MEASUREMENTS as DAEMON
 from .figures import Series
 from .growth import MEASUREMENTS as GROWTH
 from .inside_figures import MEASUREMENTS as INSIDE
-from .place import Failed, processors, stay_on
+from .place import Failed, learn_pace, processors, shared_rounds, stay_on
 from .room import MEASUREMENTS as ROOM
 from .store_figures import MEASUREMENTS as STORE
 
@@ -50,7 +50,9 @@ def measure(names, rounds):
             failures.append(f"{name}: {failure}")
             print(f"failed: {failure}", file=sys.stderr)
             continue
-        print(f"{time.monotonic() - began:.1f} s", file=sys.stderr)
+        shared, taken = shared_rounds()
+        others = f"; somebody else used the core during {shared} of {taken} rounds" if shared else ""
+        print(f"{time.monotonic() - began:.1f} s{others}", file=sys.stderr)
     return results, failures
 
 
@@ -62,6 +64,7 @@ def main(argv):
     if options.plots:
         options.plots.mkdir(parents=True, exist_ok=True)
     stay_on(processors()[0])
+    learn_pace()
     results, failures = measure(options.only or list(MEASUREMENTS), options.rounds)
     print(report.text(results))
     if options.json:

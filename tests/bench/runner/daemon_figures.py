@@ -6,7 +6,7 @@ from demo.daemon import Daemon
 
 from .chassis import LEVEL_FILE, bare_daemon, chassis
 from .figures import Figure
-from .place import DAEMON, PROGRAMS, run, server
+from .place import DAEMON, PROGRAMS, rounds_of, run, server
 from .recording import record
 
 ROAD_CARDS, ROAD_MODULES = 20, 3
@@ -64,7 +64,7 @@ def _started(one):
     starter.start()
     if starter.wait(40) != 0:
         raise RuntimeError(starter.complained())
-    return float(starter.printed()[before:].split("[")[1].split("]")[0])
+    return rounds_of(starter.printed()[before:])["ours"][0]
 
 
 def _start(rounds):

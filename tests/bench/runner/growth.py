@@ -8,6 +8,8 @@ from .figures import Figure, Series
 from .place import run, server
 
 ROAD_CARDS, ROAD_MODULES = 20, 3
+FOREIGN = (0, 100000, 1000000)  # records of other types
+TURNS = 2  # of the sizes in a round: their rounds are of one take each, and a tenth is to be seen
 _FIRST_MORE = 20001  # the slot of the first card that is measured; those before it are there already
 
 
@@ -41,43 +43,61 @@ def _fill_with_foreign_records(store, count):
                       0, count)
 
 
-def _beside_foreign(rounds, count):
-    """{line: rounds} with so many foreign records in the database; bare hiredis where it was measured too."""
-    taken = {}
-    for name in ("written", "fan-out", "snapshot"):
-        with server() as store:
-            _fill_with_foreign_records(store, count)
-            measured = run("bench_store", name, store.socket_path, rounds)
-        # Of 10,000 records: a hundredth, so that all are of one size in a drawing.
-        part = 100 if name == "snapshot" else 1
-        shown = {"fan-out": "delivery", "snapshot": "snapshot / 100"}.get(name, name)
-        for line, values in ((shown, measured["ours"]), (f"{shown}, bare", measured["baseline"])):
-            if values:
-                taken[line] = [value / part for value in values]
-    with chassis(ROAD_MODULES) as one:
+@contextlib.contextmanager
+def _beside_foreign(count):
+    """A server and a chassis with so many foreign records; takes one round of everything when called."""
+    with server() as store, chassis(ROAD_MODULES) as one:
+        _fill_with_foreign_records(store, count)
         _fill_with_foreign_records(one.store, count)
-        taken["road"] = _road(one, rounds, ROAD_MODULES, 1)
+
+        def take():
+            taken = {"road": _road(one, 1, ROAD_MODULES, 1)[0]}
+            for name in ("written", "delivery", "snapshot"):
+                measured = run("bench_store", name, store.socket_path, 1)
+                # Of 10,000 records: a hundredth, so that all are of one size in a drawing.
+                part, shown = (100, "snapshot / 100") if name == "snapshot" else (1, name)
+                taken[shown] = measured["ours"][0] / part
+                taken[f"{shown}, bare"] = measured["baseline"][0] / part
+            return taken
+
+        yield take
+
+
+def in_turn(takes, rounds):
+    """Calls all of {size: take} in each round, beginning with another one each time: {size: {line: [one a round]}}.
+
+    What befalls the machine for seconds befalls all sizes alike; one size after the other it would look like growth.
+    """
+    sizes = list(takes)
+    taken = {size: {} for size in sizes}
+    for turn in range(rounds):
+        for i in range(len(sizes)):
+            size = sizes[(turn + i) % len(sizes)]
+            for line, value in takes[size]().items():
+                taken[size].setdefault(line, []).append(value)
     return taken
 
 
-def _growth(first, last, line):
-    """By how much a line has grown, one number a round; sorted, since the two were not taken in turn."""
-    return [after / before for before, after in zip(sorted(first[line]), sorted(last[line]), strict=True)]
+def growth(first, last, line):
+    """By how much a line has grown, one number a round: the two of a round were taken one right after the other."""
+    return [after / before for before, after in zip(first[line], last[line], strict=True)]
 
 
 def _foreign(rounds):
     series = Series("growth-foreign", "with records of other types in the same database", "other records", "µs",
                     note="a server with a million keys answers whatever it is asked a little later, bare commands too")
-    for count in (0, 100000, 1000000):
-        series.add(count, _beside_foreign(rounds, count))
+    with contextlib.ExitStack() as stack:
+        takes = {count: stack.enter_context(_beside_foreign(count)) for count in FOREIGN}
+        for count, taken in in_turn(takes, TURNS * rounds).items():
+            series.add(count, taken)
     first, last = series.points[0][1], series.points[-1][1]
     figures = []
     for line in ("written", "delivery", "snapshot / 100", "road"):
-        bare = _growth(first, last, f"{line}, bare") if f"{line}, bare" in first else [1.0] * rounds
+        bare = growth(first, last, f"{line}, bare") if f"{line}, bare" in first else [1.0] * len(first[line])
         name = line.split()[0]
         against = "as bare commands do = 1" if f"{line}, bare" in first else "as it was without them = 1"
         figures.append(Figure(f"foreign-{name}", f"{name} grows with 1,000,000 records of other types ({against})",
-                              {"baseline": bare, "ours": _growth(first, last, line)}, 1.1))
+                              {"baseline": bare, "ours": growth(first, last, line)}, 1.1))
     return [*figures, series]
 
 

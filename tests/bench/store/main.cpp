@@ -3,6 +3,8 @@
 //     bench_store MEASUREMENT SOCKET ROUNDS [SUBSCRIBERS]
 //
 // prints the rounds as one JSON object. The server at SOCKET belongs to the measurement alone.
+// The measurement "pace" needs no server (SOCKET is -) and takes so many milliseconds: it prints the number
+// that the others want in BENCH_PACE.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -10,6 +12,7 @@
 #include <map>
 #include <string>
 
+#include "pace.h"
 #include "readings.h"
 #include "snapshot.h"
 #include "writes.h"
@@ -26,6 +29,11 @@ Measurement without_subscribers(bench::Rounds (*measure)(const std::string &sock
     };
 }
 
+bench::Rounds learn_pace(const std::string & /*socket*/, int milliseconds)
+{
+    return {{}, {bench::best_pace(milliseconds)}, 0};
+}
+
 const std::map<std::string, Measurement> &measurements()
 {
     static const std::map<std::string, Measurement> all{
@@ -39,17 +47,9 @@ const std::map<std::string, Measurement> &measurements()
         {"stall", without_subscribers(bench::measure_stall)},
         {"fan-out", bench::measure_fan_out},
         {"fan-out-burst", bench::measure_fan_out_burst},
+        {"pace", without_subscribers(learn_pace)},
     };
     return all;
-}
-
-void print(const char *name, const std::vector<double> &values)
-{
-    std::printf("\"%s\": [", name);
-    for (size_t i = 0; i < values.size(); i++) {
-        std::printf("%s%.4f", i == 0 ? "" : ", ", values[i]);
-    }
-    std::printf("]");
 }
 
 } // namespace
@@ -63,12 +63,7 @@ try {
         return 2;
     }
     (void)setenv("VX_ZLOG", "stderr", 0);
-    const bench::Rounds taken = found->second(argv[2], std::atoi(argv[3]), subscribers);
-    std::printf("{");
-    print("baseline", taken.baseline);
-    std::printf(", ");
-    print("ours", taken.ours);
-    std::printf("}\n");
+    bench::print(found->second(argv[2], std::atoi(argv[3]), subscribers));
     return 0;
 } catch (const std::exception &failure) {
     std::fprintf(stderr, "bench_store: %s\n", failure.what());

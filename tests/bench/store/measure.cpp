@@ -2,8 +2,11 @@
 #include "measure.h"
 
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+
+#include "pace.h"
 
 namespace bench
 {
@@ -13,6 +16,15 @@ namespace
 
 char card_name[] = "line card 48x10";
 constexpr int32_t card_type = 200;
+
+void print_list(const char *name, const std::vector<double> &values)
+{
+    std::printf("\"%s\": [", name);
+    for (size_t i = 0; i < values.size(); i++) {
+        std::printf("%s%.4f", i == 0 ? "" : ", ", values[i]);
+    }
+    std::printf("]");
+}
 
 } // namespace
 
@@ -29,15 +41,39 @@ Rounds alternate(int rounds, const std::function<double()> &baseline, const std:
     (void)ours();
     Rounds taken;
     for (int round = 0; round < rounds; round++) {
-        if (round % 2 == 0) {
-            taken.baseline.push_back(baseline());
-            taken.ours.push_back(ours());
-        } else {
-            taken.ours.push_back(ours());
-            taken.baseline.push_back(baseline());
-        }
+        Rounds attempts;
+        const Calmest calmest = take_calmly([&](const Look &look) {
+            look();
+            const bool ours_first = round % 2 != 0;
+            (ours_first ? attempts.ours : attempts.baseline).push_back((ours_first ? ours : baseline)());
+            look();
+            (ours_first ? attempts.baseline : attempts.ours).push_back((ours_first ? baseline : ours)());
+            look();
+        });
+        taken.baseline.push_back(attempts.baseline[calmest.attempt]);
+        taken.ours.push_back(attempts.ours[calmest.attempt]);
+        taken.shared += calmest.share < shared_from ? 0 : 1;
     }
     return taken;
+}
+
+Rounds alone(int rounds, const std::function<double()> &ours)
+{
+    Rounds taken = alternate(
+        rounds, [] { return 0.0; }, ours);
+    taken.baseline.clear();
+    return taken;
+}
+
+void print(const Rounds &taken)
+{
+    std::printf("{");
+    if (!taken.baseline.empty()) {
+        print_list("baseline", taken.baseline);
+        std::printf(", ");
+    }
+    print_list("ours", taken.ours);
+    std::printf(", \"shared\": %d}\n", taken.shared);
 }
 
 Context client(const std::string &socket, const char *name)
@@ -79,6 +115,15 @@ Words card_call(int32_t slot, const std::string &mark)
                 "@chg:1:", mark};
     words.insert(words.end(), card_fields().begin(), card_fields().end());
     return words;
+}
+
+void remove_cards(Raw &raw, int32_t count)
+{
+    Words words{"DEL", "@rev:p_dev.card_info", "@idx:p_dev.card_info"};
+    for (int32_t slot = 0; slot < count; slot++) {
+        words.push_back(card_key(slot));
+    }
+    (void)raw.run(words);
 }
 
 void check(int32_t result, const char *what)

@@ -25,11 +25,19 @@ double now_us();
 struct Rounds {
     std::vector<double> baseline;
     std::vector<double> ours;
+    int shared = 0; // so many of them while somebody else used the core; see pace.h
 };
 
+// Prints them as one JSON object, as the programs of a measurement end.
+void print(const Rounds &taken);
+
 // Takes the two in turn, and who begins alternates too, so that neither always runs on the other's caches.
-// One round before the first is thrown away.
+// One round before the first is thrown away. A round during which somebody else used the core is taken again,
+// a few times; see pace.h.
 Rounds alternate(int rounds, const std::function<double()> &baseline, const std::function<double()> &ours);
+
+// The same of something that has no baseline.
+Rounds alone(int rounds, const std::function<double()> &ours);
 
 struct FinishContext {
     void operator()(vx_global_t *global) const { vx_global_finish(global); }
@@ -56,6 +64,10 @@ std::string card_key(int32_t slot);
 
 // A call of the function that writes such a card, as text: what a writer that pipelines sends.
 Words card_call(int32_t slot, const std::string &mark);
+
+// Takes the cards of so many slots away, their index and their counter with them: as if there had never been
+// any. Nobody may be subscribed to them.
+void remove_cards(Raw &raw, int32_t count);
 
 // Throws when a call of the client failed.
 void check(int32_t result, const char *what);

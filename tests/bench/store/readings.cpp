@@ -34,12 +34,24 @@ std::vector<Prepared> bare_writes(int32_t count)
     return commands;
 }
 
-// An empty database, in which the server tells of changes the bare way or not at all. No client of ours may
-// be connected: it would take the empty database for another one.
+// The server tells of changes the bare way or not at all.
+void set_notifications(Raw &raw, Way way)
+{
+    (void)raw.run({"CONFIG", "SET", "notify-keyspace-events", way == Way::notified ? "Kh" : ""});
+}
+
+// An empty database. No client of ours may be connected: it would take it for another one.
 void begin_afresh(Raw &raw, Way way)
 {
     (void)raw.run({"FLUSHDB"});
-    (void)raw.run({"CONFIG", "SET", "notify-keyspace-events", way == Way::notified ? "Kh" : ""});
+    set_notifications(raw, way);
+}
+
+// No cards; what else is in the database stays there.
+void begin_without_cards(Raw &raw, Way way)
+{
+    remove_cards(raw, slots);
+    set_notifications(raw, way);
 }
 
 // Lets whoever has something left to do, do it, so that the next figure begins with everybody idle: on one
@@ -97,13 +109,13 @@ Rounds measure_delivery(const std::string &socket, int rounds)
     return alternate(
         rounds,
         [&] {
-            begin_afresh(raw, Way::notified);
+            begin_without_cards(raw, Way::notified);
             Reader reader(socket, Way::notified, 1);
             return deliver_singly(raw, reader,
                                   [&](int32_t slot) { (void)raw.run(commands[static_cast<size_t>(slot)]); });
         },
         [&] {
-            begin_afresh(raw, Way::ours);
+            begin_without_cards(raw, Way::ours);
             Reader reader(socket, Way::ours, 1);
             const Context writer = client(socket, "bench_delivery");
             Card card(0);
@@ -151,10 +163,7 @@ Rounds measure_fan_out(const std::string &socket, int rounds, int subscribers)
         }
         return spent / records_per_round;
     };
-    return {{},
-            alternate(
-                rounds, [] { return 0.0; }, take)
-                .ours};
+    return alone(rounds, take);
 }
 
 Rounds measure_fan_out_burst(const std::string &socket, int rounds, int subscribers)
@@ -172,10 +181,7 @@ Rounds measure_fan_out_burst(const std::string &socket, int rounds, int subscrib
         raw.pipeline(calls, pipeline_depth);
         return readers.wait() - began;
     };
-    return {{},
-            alternate(
-                rounds, [] { return 0.0; }, take)
-                .ours};
+    return alone(rounds, take);
 }
 
 } // namespace bench
