@@ -32,25 +32,26 @@ local function permit(...)
     end
 end
 
-local function check_counter(counter)
-    local now = call('GET', counter)
-    if now and not (string.match(now, '^%d+$') and #now < 16) then
-        error({err = 'WRONGTYPE ' .. counter .. ' holds no revision'})
+-- The first write that matters, after all else that could refuse: it is refused by itself, for its type, its text, or
+-- for want of the right. (A number that is none of ours, below 1 or too long, has moved by then, and nothing else.)
+local function count(counter)
+    local now = redis.pcall('INCR', counter)
+    if type(now) == 'number' and now > 0 and now < 1e15 then
+        return string.format('%d', now)
     end
-    permit('INCR', counter)
+    if type(now) == 'table' and not string.find(now.err, '^WRONGTYPE') and not string.find(now.err, 'not an integer') then
+        error(now)
+    end
+    error({err = 'WRONGTYPE ' .. counter .. ' holds no revision'})
 end
 
--- All that could refuse a write, and the first write: listing the record is refused by itself, for its type or for
--- want of the right, and does no harm.
+-- All that could refuse a write, and the counting. Listing the record is refused by itself too, and does no harm if
+-- nothing comes of it.
 local function begin_write(record, counter, index, channel)
-    check_counter(counter)
     permit('HSET', record, 'rev', '0')
     permit('PUBLISH', channel, '')
     call('SADD', index, record)
-end
-
-local function count(counter)
-    return string.format('%d', call('INCR', counter))
+    return count(counter)
 end
 
 -- The beginnings of items, by the items' lengths.
@@ -135,44 +136,63 @@ local function mark(args, last, revision, token)
     return last + 4
 end
 
--- A write that is repeated because its answer was lost is recognised by what the first one left.
+-- How many fields the record holds, and the revision of this very write if it has been done: one that is repeated
+-- because its answer was lost is recognised by what the first one left.
+local function look(record, token)
+    local held = call('HLEN', record)
+    if held > 0 and token ~= '' and call('HGET', record, 'by') == token then
+        return held, call('HGET', record, 'rev')
+    end
+    return held
+end
+
+-- Written over what is there, and only where that leaves fields of before made anew.
 local function set(keys, args)
     call = call or redis.call
-    local record, counter, index = keys[1], keys[2], keys[3]
-    local channel, token, last = args[1] .. record, args[2], #args
+    local record, channel, token, last = keys[1], args[1] .. keys[1], args[2], #args
     check_pairs(last - 2, last - 2)
-    if call('HGET', record, 'by') == token and token ~= '' then
-        return call('HGET', record, 'rev')
+    local held, done = look(record, token)
+    if done then
+        return done
     end
-    permit('DEL', record)
-    begin_write(record, counter, index, channel)
-    local revision = count(counter)
-    call('DEL', record)
-    call('HSET', record, unpack(args, 3, mark(args, last, revision, token)))
+    if held > 0 then
+        permit('DEL', record)
+    end
+    local revision = begin_write(record, keys[2], keys[3], channel)
+    local marked = mark(args, last, revision, token)
+    local added = call('HSET', record, unpack(args, 3, marked))
+    if held + added ~= (marked - 2) / 2 then
+        call('DEL', record)
+        call('HSET', record, unpack(args, 3, marked))
+    end
     publish(channel, revision, '4', args, 3, last)
     return revision
 end
 
 local function hmset(keys, args)
     call = call or redis.call
-    local record, counter, index = keys[1], keys[2], keys[3]
-    local channel, token, given = args[1] .. record, args[2], #args
+    local record, channel, token, given = keys[1], args[1] .. keys[1], args[2], #args
     local count_of_texts = tonumber(args[3])
     check_pairs(count_of_texts, given - 3)
-    if call('HGET', record, 'by') == token and token ~= '' then
-        return call('HGET', record, 'rev')
+    local held, done = look(record, token)
+    if done then
+        return done
     end
-    permit('HGETALL', record)
-    permit('HDEL', record, 'rev')
-    begin_write(record, counter, index, channel)
     local last = 3 + count_of_texts
-    local revision = count(counter)
-    if last < given then
-        call('HDEL', record, unpack(args, last + 1))
+    local removes = held > 0 and last < given
+    if held > 0 then
+        permit('HGETALL', record)
+    end
+    if removes then
+        permit('HDEL', record, 'rev')
+    end
+    local revision = begin_write(record, keys[2], keys[3], channel)
+    if removes then
+        held = held - call('HDEL', record, unpack(args, last + 1))
     end
     local marked = mark(args, last, revision, token)
-    -- All are new, `rev` too: there was no record, and no need to read back what was given.
-    if call('HSET', record, unpack(args, 4, marked)) == (marked - 3) / 2 then
+    -- Where it holds no more than was given, there is no need to read that back.
+    if held + call('HSET', record, unpack(args, 4, marked)) == (marked - 3) / 2 then
         publish(channel, revision, '6', args, 4, last)
     else
         publish_content(channel, revision, '6', call('HGETALL', record))
@@ -199,7 +219,6 @@ local function del(keys, args)
     local record, counter, index = keys[1], keys[2], keys[3]
     local channel = args[1] .. record
     local is_listed = call('SISMEMBER', index, record) == 1
-    check_counter(counter)
     local all = call('HGETALL', record)
     check_removal(record, index, channel)
     if not all[1] and not is_listed then
@@ -218,7 +237,6 @@ local function pdel(keys, args)
             found[#found + 1] = record
         end
     end
-    check_counter(counter)
     permit('SREM', index, beginning)
     permit('PUBLISH', prefix .. beginning, '')
     for _, record in ipairs(found) do

@@ -61,6 +61,7 @@ AclAttempts writing(const RecordType &type, const std::string &key)
     const std::string index = vx_mom::index_key(type.name());
     return {call(vx_mom::set_function, type, key),
             call(vx_mom::hmset_function, type, key),
+            {"HLEN", key},
             {"HGET", key, "by"},
             {"HGETALL", key},
             {"HSET", key, "6", "1"},

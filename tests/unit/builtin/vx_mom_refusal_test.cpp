@@ -60,10 +60,30 @@ TEST_F(RefusalTest, AKeyOfTheWrongTypeIsLeftAlone)
 TEST_F(RefusalTest, ACounterThatIsNoneStopsWrites)
 {
     ASSERT_EQ(write(1, 1), 0);
-    for (const char *value : {"abc", "-5", "1.5", "99999999999999999999", ""}) {
+    for (const char *value : {"abc", "1.5", "007", "99999999999999999999", "9223372036854775807", ""}) {
         ASSERT_EQ(server.run(db, {"SET", counter, value}), "OK");
         const std::string before = dump();
         expect_all_writes_refused();
+        EXPECT_EQ(dump(), before) << value;
+    }
+    ASSERT_EQ(server.run(db, {"DEL", counter}), "1");
+    ASSERT_EQ(server.run(db, {"SADD", counter, "a member"}), "1");
+    const std::string before = dump();
+    expect_all_writes_refused();
+    EXPECT_EQ(dump(), before) << "a set";
+}
+
+// Counting is itself the check of the counter, so a number that none of our writes leaves there moves.
+TEST_F(RefusalTest, ANumberThatIsNoRevisionStopsWritesAndMovesAlone)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    const std::string kept = server.run(db, {"GET", counter});
+    for (const char *value : {"-5", "999999999999999"}) {
+        const std::string before = dump();
+        ASSERT_EQ(server.run(db, {"SET", counter, value}), "OK");
+        expect_all_writes_refused();
+        EXPECT_NE(server.run(db, {"GET", counter}), value);
+        ASSERT_EQ(server.run(db, {"SET", counter, kept}), "OK");
         EXPECT_EQ(dump(), before) << value;
     }
 }
@@ -137,6 +157,10 @@ TEST_P(RightsTest, AUserWithoutTheRightChangesNothing)
     refused += is_refused([&] { return vx_mom_set_sync(global.get(), db, card.message()); });
     refused += is_refused(
         [&] { return vx_mom_hmset(global.get(), db, card.message(), fields, 1, nullptr, nullptr); });
+    // A field at its default is one to remove.
+    refused += is_refused([&] {
+        return vx_mom_hmset(global.get(), db, Card(0, 1, 0, 0).message(), fields, 1, nullptr, nullptr);
+    });
     refused += is_refused([&] { return vx_mom_del(global.get(), db, card.message(), nullptr, nullptr); });
     (void)vx_mom_set_sync(global.get(), db, card.message());
     refused += is_refused([&] { return vx_mom_pdel(global.get(), db, card.message(), 2, nullptr, nullptr); });
@@ -144,9 +168,9 @@ TEST_P(RightsTest, AUserWithoutTheRightChangesNothing)
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, RightsTest,
-                         testing::Values("-hset", "-hget", "-hdel", "-del", "-incr", "-sadd", "-srem",
-                                         "-sismember", "-smembers", "-publish", "-get", "-hgetall", "-fcall",
-                                         "-info", "resetchannels"));
+                         testing::Values("-hset", "-hget", "-hlen", "-hdel", "-del", "-incr", "-sadd",
+                                         "-srem", "-sismember", "-smembers", "-publish", "-get", "-hgetall",
+                                         "-fcall", "-info", "resetchannels"));
 
 TEST_F(RefusalTest, AUserWithoutTheRightToListenIsToldInTheLogAndNotRetriedForever)
 {
