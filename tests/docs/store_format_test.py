@@ -169,7 +169,7 @@ class RightsTest(unittest.TestCase):
         self.store.execute_command("ACL", "SETUSER", "user", "reset", "on", ">x", "~*", "&*", "+select", "+fcall",
                                    *(f"+{right.lower()}" for right in rights))
         keys = self.names[1:] if function == "vx_mom1_pdel" else self.names
-        more = {"vx_mom1_set": ["", "6", "1"], "vx_mom1_hmset": ["", "2", "6", "1", "7"], "vx_mom1_del": [],
+        more = {"vx_mom1_set": ["m.1", "6", "1"], "vx_mom1_hmset": ["m.1", "2", "6", "1", "7"], "vx_mom1_del": [],
                 "vx_mom1_pdel": [f"{self.KIND}:1:"]}[function]
         with redis.Redis(unix_socket_path=str(self.rig.store.socket_path), db=33, username="user",
                          password="x") as client:
