@@ -68,23 +68,28 @@ local function beginning_of(text)
     return known
 end
 
--- Items of names and values from `first` to `last`. Joined by pairs, which costs half of a table and table.concat;
--- but long texts would be copied again and again.
+-- Items of the names and values from `first` to `last`, and how many fields they are; what a record holds besides its
+-- fields is for those who write. Joined by pairs, which costs half of a table and table.concat; but long texts would be
+-- copied again and again.
 local function items(texts, first, last)
-    local done, joined = {}, ''
+    local done, joined, fields = nil, '', 0
     for i = first, last, 2 do
         local name, value = texts[i], texts[i + 1]
-        joined = joined .. (lengths[#name] or beginning_of(name)) .. name ..
-            (lengths[#value] or beginning_of(value)) .. value
-        if #joined > 4096 then
-            done[#done + 1] = joined
-            joined = ''
+        if name ~= 'rev' and name ~= 'by' then
+            joined = joined .. (lengths[#name] or beginning_of(name)) .. name ..
+                (lengths[#value] or beginning_of(value)) .. value
+            fields = fields + 1
+            if #joined > 4096 then
+                done = done or {}
+                done[#done + 1] = joined
+                joined = ''
+            end
         end
     end
-    if done[1] then
-        return table.concat(done) .. joined
+    if done then
+        return table.concat(done) .. joined, fields
     end
-    return joined
+    return joined, fields
 end
 
 -- Numbers of fields as items, by themselves.
@@ -100,22 +105,9 @@ local function item_of_number(number)
 end
 
 local function publish(channel, revision, command, texts, first, last)
-    local fields = (last - first + 1) / 2
+    local content, fields = items(texts, first, last)
     call('PUBLISH', channel, beginning_of(revision) .. revision .. '1:' .. command ..
-        (numbers[fields] or item_of_number(fields)) .. items(texts, first, last))
-end
-
--- What a record holds besides the fields is for those who write.
-local function publish_content(channel, revision, command, all)
-    local fields, n = {}, 0
-    for i = 1, #all, 2 do
-        local name = all[i]
-        if name ~= 'rev' and name ~= 'by' then
-            fields[n + 1], fields[n + 2] = name, all[i + 1]
-            n = n + 2
-        end
-    end
-    publish(channel, revision, command, fields, 1, n)
+        (numbers[fields] or item_of_number(fields)) .. content)
 end
 
 -- More than `most` would fail in the middle: so many values have no room on the script's stack.
@@ -195,7 +187,8 @@ local function hmset(keys, args)
     if held + call('HSET', record, unpack(args, 4, marked)) == (marked - 3) / 2 then
         publish(channel, revision, '6', args, 4, last)
     else
-        publish_content(channel, revision, '6', call('HGETALL', record))
+        local all = call('HGETALL', record)
+        publish(channel, revision, '6', all, 1, #all)
     end
     return revision
 end
@@ -210,7 +203,7 @@ local function remove(record, counter, index, channel, all)
     local revision = count(counter)
     call('DEL', record)
     call('SREM', index, record)
-    publish_content(channel, revision, '3', all)
+    publish(channel, revision, '3', all, 1, #all)
     return revision
 end
 
