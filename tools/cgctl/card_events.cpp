@@ -122,8 +122,8 @@ void CardEvents::take(int32_t cmd, const ProtobufCMessage &record, bool existing
     event.meanwhile = existing;
     event.name = before.card.name;
     const bool deleted = cmd == VX_MOM_CMD_DELETED;
-    if (record.descriptor == &p_libpub__app_cg_card_check_ack__descriptor && !deleted && !existing) {
-        tell_answer(record, event); // before the decision that it may bring about
+    if (record.descriptor == &p_libpub__app_cg_card_check_ack__descriptor && !deleted) {
+        tell_answer(record, existing, event); // before the decision that it may bring about
     }
     meanwhile_ = existing;
     admission::feed(tracker_, cmd, record, existing, at);
@@ -185,7 +185,9 @@ void CardEvents::tell_card(const TrackedCard &now, const Before &before, const E
     tell(event);
 }
 
-void CardEvents::tell_answer(const ProtobufCMessage &record, Event event) const
+// One that is told anew with the other records of a store that was away stood already, unless nobody has
+// heard of it; where there is no card, nobody remembers.
+void CardEvents::tell_answer(const ProtobufCMessage &record, bool existing, Event event) const
 {
     const auto &ack = as<PLibpub__AppCgCardCheckAck>(record);
     if (ack.index == nullptr) {
@@ -195,7 +197,10 @@ void CardEvents::tell_answer(const ProtobufCMessage &record, Event event) const
     event.position = Position{ack.index->devid, ack.index->slotid, ack.index->t_sslotid};
     Answer answer{ack.index->mod_name, ack.ret, ack.reason, event.at};
     const TrackedCard *card = tracker_.find(*event.position);
-    if (card != nullptr && card->request) {
+    if (existing && (card == nullptr || admission::was_heard(card->answers, answer))) {
+        return;
+    }
+    if (!existing && card != nullptr && card->request) {
         answer.took = tracker_.time_to_answer(*card, event.at);
     }
     answer.registered = tracker_.is_module(answer.module);

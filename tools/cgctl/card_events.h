@@ -70,7 +70,7 @@ private:
     void tell(Event event) const;
     void compare(const Position &position, const Before &before, Event event) const;
     void tell_card(const admission::TrackedCard &now, const Before &before, const Event &event) const;
-    void tell_answer(const ProtobufCMessage &record, Event event) const;
+    void tell_answer(const ProtobufCMessage &record, bool existing, Event event) const;
     void tell_role(const std::optional<int32_t> &role, Event event);
     void decided(const admission::Decision &decision) const;
 

@@ -102,7 +102,7 @@ void SimPlayer::end_file()
 
 void SimPlayer::perform(const scenario::SetRole &role)
 {
-    await_echo(p_dev__dp_lib_grole__descriptor, {}, false);
+    await_echo({&p_dev__dp_lib_grole__descriptor, {}, false, std::nullopt, role.role});
     stage_.set_role(role.role);
 }
 
@@ -119,7 +119,7 @@ void SimPlayer::perform(const scenario::Plug &plug)
     if (!plug.card.offline) {
         touch(position, node_type_value(plug.card.node_type) == "DM_TYPE_MB");
     }
-    await_echo(p_dev__card_info__descriptor, position, false);
+    await_echo({&p_dev__card_info__descriptor, position, false, !plug.card.offline});
     stage_.plug(plug.card);
 }
 
@@ -129,7 +129,8 @@ void SimPlayer::perform(const scenario::Switch &change)
         const admission::TrackedCard *card = tracker_.find(change.position);
         touch(change.position, card != nullptr && card->card.node_type == P_DEV__DM_NODE_TYPE_E__DM_TYPE_MB);
     }
-    await_echo(p_dev__card_info__descriptor, change.position, change.move == Move::pull);
+    await_echo({&p_dev__card_info__descriptor, change.position, change.move == Move::pull,
+                change.move == Move::online});
     stage_.change(change.position, change.move);
     if (change.move == Move::pull) {
         plugged_.erase(change.position);
@@ -183,11 +184,9 @@ void SimPlayer::await(Pending what, Milliseconds time, std::function<void()> too
 }
 
 // What was written is told back by the store; only then is what the daemon makes of it to be looked at.
-void SimPlayer::await_echo(const ProtobufCMessageDescriptor &type, const Position &position, bool deleted)
+void SimPlayer::await_echo(Echo echo)
 {
-    echo_type_ = &type;
-    echo_position_ = position;
-    echo_deleted_ = deleted;
+    echo_ = std::move(echo);
     await(Pending::echo, patience, [this] {
         throw Failure(failed, "line " +
                                   std::to_string(now_.statement == nullptr ? 0 : now_.statement->place.line) +
@@ -257,13 +256,14 @@ void SimPlayer::owe(const std::vector<DueAnswer> &answers)
 
 void SimPlayer::heard(int32_t cmd, const ProtobufCMessage &record, bool existing)
 {
-    if (!existing) {
+    const bool awaited = is_echo(cmd, record, existing);
+    if (!existing || awaited) {
         tell_change(cmd, record);
     }
     admission::feed(tracker_, cmd, record, existing, stage_.now());
     play_modules(cmd, record, existing);
-    if (!existing) {
-        notice_echo(cmd, record);
+    if (awaited) {
+        done();
     }
     judge();
 }
@@ -286,19 +286,24 @@ void SimPlayer::play_modules(int32_t cmd, const ProtobufCMessage &record, bool e
     }
 }
 
-void SimPlayer::notice_echo(int32_t cmd, const ProtobufCMessage &record)
+// While a store that was away tells everything again, what was written may be among the records that it
+// finds; but so may the record as it was before, which must not pass for it.
+bool SimPlayer::is_echo(int32_t cmd, const ProtobufCMessage &record, bool existing) const
 {
-    if (pending_ != Pending::echo || record.descriptor != echo_type_ ||
-        echo_deleted_ != (cmd == VX_MOM_CMD_DELETED)) {
-        return;
+    if (pending_ != Pending::echo || record.descriptor != echo_.type ||
+        echo_.deleted != (cmd == VX_MOM_CMD_DELETED)) {
+        return false;
     }
-    if (record.descriptor == &p_dev__card_info__descriptor) {
-        const auto *index = reinterpret_cast<const PDev__CardInfo &>(record).index;
-        if (index == nullptr || Position{index->devid, index->slotid, index->sslotid} != echo_position_) {
-            return;
-        }
+    const bool may_be_older = existing && !echo_.deleted;
+    if (record.descriptor == &p_dev__dp_lib_grole__descriptor) {
+        const auto role = reinterpret_cast<const PDev__DpLibGrole &>(record).my_grole;
+        return !may_be_older || role_word(static_cast<int32_t>(role)) == echo_.role;
     }
-    done();
+    if (reinterpret_cast<const PDev__CardInfo &>(record).index == nullptr) {
+        return false;
+    }
+    const admission::CardFacts card = admission::facts_of(record);
+    return card.position == echo_.position && (!may_be_older || card.online == echo_.online);
 }
 
 void SimPlayer::decided(const admission::Decision &decision)

@@ -102,6 +102,14 @@ private:
         admission::Time at{};
         bool decided = true;
     };
+    // What the store has to tell back.
+    struct Echo {
+        const ProtobufCMessageDescriptor *type = nullptr;
+        Position position{};
+        bool deleted = false;
+        std::optional<bool> online{}; // of a card that is written
+        std::string role{};           // of a role that is
+    };
 
     void go_on();
     void end_file();
@@ -114,7 +122,7 @@ private:
     void perform(const scenario::Expect &expect);
 
     void await(Pending what, scenario::Milliseconds ours, std::function<void()> too_late);
-    void await_echo(const ProtobufCMessageDescriptor &type, const Position &position, bool deleted);
+    void await_echo(Echo echo);
     void done();
     void judge();
     void settle(bool held);
@@ -123,7 +131,7 @@ private:
     [[nodiscard]] scenario::Milliseconds ours(scenario::Milliseconds daemons) const;
     [[nodiscard]] bool holds_now() const;
 
-    void notice_echo(int32_t cmd, const ProtobufCMessage &record);
+    [[nodiscard]] bool is_echo(int32_t cmd, const ProtobufCMessage &record, bool existing) const;
     void play_modules(int32_t cmd, const ProtobufCMessage &record, bool existing);
     void decided(const admission::Decision &decision);
     void tell(const std::string &kind, std::optional<Position> card, const std::string &text,
@@ -141,9 +149,7 @@ private:
     bool going_ = false;
     bool finished_ = false;
     bool quiet_ = false; // while cleaning up
-    const ProtobufCMessageDescriptor *echo_type_ = nullptr;
-    Position echo_position_{};
-    bool echo_deleted_ = false;
+    Echo echo_;
     const scenario::Expect *expect_ = nullptr;
     admission::Time expect_since_{};
     std::map<Position, Touch> touches_;

@@ -39,10 +39,10 @@ protected:
     {
         take("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 3}}}}, existing, cmd);
     }
-    void answer(const std::string &module, int ret)
+    void answer(const std::string &module, int ret, bool existing = false)
     {
         take("app_cg_card_check_ack",
-             {{"index", {{"devid", 1}, {"slotid", 3}, {"mod_name", module}}}, {"ret", ret}});
+             {{"index", {{"devid", 1}, {"slotid", 3}, {"mod_name", module}}}, {"ret", ret}}, existing);
     }
     void result(bool pass)
     {
@@ -133,6 +133,41 @@ TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
     EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1; connecting again",
                                      "store the store is back, database 1",
                                      "offline 1/3/0 lc: off line (while the store was away)"));
+}
+
+TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
+{
+    answer("m1", 0, true);
+    events.all_told(now);
+    card(true);
+    request();
+    answer("m1", 0);
+    (void)texts();
+    events.store_lost(1, now);
+    events.store_returned(1, true, now);
+    (void)texts();
+    card(true, "lc", true);
+    request(true);
+    answer("m1", 0, true); // the daemon has not read it yet
+    answer("m2", 7, true);
+    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m2 DENY (while the store was away)"));
+    answer("m2", 7, true);
+    EXPECT_THAT(texts(), IsEmpty()) << "written before the answers were told, and told with them";
+    take("app_cg_card_check_ack", {{"index", {{"devid", 1}, {"slotid", 9}, {"mod_name", "m1"}}}}, true);
+    EXPECT_THAT(texts(), IsEmpty()) << "of no card";
+    events.all_told(now);
+    EXPECT_THAT(texts(), IsEmpty());
+}
+
+TEST_F(CardEventsTest, AnswersThatStoodBeforeListeningBeganAreNoEvents)
+{
+    card(true, "lc", true);
+    request(true);
+    answer("m1", 0, true);
+    EXPECT_THAT(texts(), IsEmpty());
+    events.all_told(now);
+    answer("m1", 0);
+    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m1 PASS")) << "a live one is told, heard of or not";
 }
 
 TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)

@@ -74,6 +74,7 @@ public:
     Milliseconds timeout = 300s;          // on our clock
     Milliseconds slowness = 10ms;         // of the daemon
     bool deaf = false;                    // the store tells nothing back
+    bool returning = false;               // the store tells everything anew
     std::optional<Milliseconds> afresh{}; // so long after a request the daemon is started afresh, once
     std::vector<std::string> written{};   // what the player wrote
     std::vector<std::string> told{};
@@ -116,7 +117,7 @@ private:
     void hear(int32_t cmd, const std::string &type, const Json &fields)
     {
         if (!deaf) {
-            player_->heard(cmd, *from_json(*record_type(type).descriptor, fields), false);
+            player_->heard(cmd, *from_json(*record_type(type).descriptor, fields), returning);
         }
     }
 
@@ -381,6 +382,37 @@ TEST(SimPlayer, AStoreThatTellsNothingBackEndsThePlay)
     EXPECT_THROW(world.play(), Failure);
     EXPECT_FALSE(world.player().is_finished());
     EXPECT_EQ(world.player().plugged().size(), 1U) << "it may be there";
+}
+
+TEST(SimPlayer, WhatWasWrittenMayBeAmongTheRecordsOfAStoreThatReturns)
+{
+    World world("role master\nplug 1/3\noffline 1/3\nonline 1/3\npull 1/3", {1, false, false, {}});
+    world.returning = true;
+    world.play();
+    EXPECT_TRUE(world.player().is_finished());
+    EXPECT_THAT(world.told, testing::IsSupersetOf({"role this device is master", "offline went off line",
+                                                   "online is on line", "pulled pulled"}));
+}
+
+TEST(SimPlayer, ARecordOfBeforeIsNotTakenForWhatWasWritten)
+{
+    World world("role slave\nplug 1/3 offline", {1, false, false, {}});
+    world.deaf = true;
+    world.player().start();
+    const auto hear = [&](const char *type, const Json &fields, bool existing = true) {
+        world.player().heard(VX_MOM_CMD_SET, *from_json(*record_type(type).descriptor, fields), existing);
+    };
+    hear("p_dev.dp_lib_grole", {{"my_grole", 1}});
+    EXPECT_THAT(world.written, testing::ElementsAre("role slave"));
+    hear("p_dev.dp_lib_grole", {{"my_grole", 2}});
+    EXPECT_THAT(world.written, testing::ElementsAre("role slave", "plug 1/3/0"));
+    hear("p_dev.card_info", {{"name", "nowhere"}});
+    hear("p_dev.card_info", {{"index", key_of({1, 4, 0})}});
+    hear("p_dev.card_info", {{"index", key_of({1, 3, 0})}, {"is_online", true}});
+    EXPECT_FALSE(world.player().is_finished());
+    EXPECT_TRUE(world.player().results().empty());
+    hear("p_dev.card_info", {{"index", key_of({1, 3, 0})}, {"is_online", false}});
+    EXPECT_THAT(world.written, testing::ElementsAre("role slave", "plug 1/3/0", "pull 1/3/0"));
 }
 
 TEST(SimPlayer, NobodyAnswersTwiceWhenTheStoreTellsAgain)
