@@ -24,7 +24,7 @@ Past read_past(const std::string &file)
 
 bool LastSign::is_old(admission::Time now) const
 {
-    constexpr std::chrono::minutes old{2};
+    constexpr std::chrono::seconds old{45};
     return at && now - *at > old;
 }
 

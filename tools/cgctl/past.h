@@ -27,7 +27,8 @@ Past read_past(const std::string &file);
 struct LastSign {
     std::optional<admission::Time> at{};
 
-    // Whether it is so old that the recorder is away. A recorder at work gives one twice a minute.
+    // Whether it is so old that the recorder is away. A recorder at work gives one every ten
+    // seconds, and a disk may hold it up for some of them.
     [[nodiscard]] bool is_old(admission::Time now) const;
 };
 

@@ -39,7 +39,7 @@ public:
     // Every module that answered, was silent or is waited for, by name.
     [[nodiscard]] std::vector<ModuleStatistics> module_statistics(std::optional<Time> from) const;
 
-    // When the recorder last said that it runs; it does so every half minute. Nothing: not yet.
+    // When the recorder last said that it runs; it does so every ten seconds. Nothing: not yet.
     [[nodiscard]] std::optional<Time> alive_at() const;
     // When the file was made.
     [[nodiscard]] std::optional<Time> begun_at() const;

@@ -12,7 +12,7 @@ namespace recorder
 namespace
 {
 
-constexpr std::chrono::seconds alive_interval{30};
+constexpr std::chrono::seconds alive_interval{10};
 
 history::OpenCheck open_check(const admission::TrackedCard &card)
 {
