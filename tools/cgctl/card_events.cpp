@@ -292,6 +292,17 @@ void CardEvents::daemon_heard(bool answers, const std::string &problem, Time at)
     tell(event);
 }
 
+void CardEvents::sign_heard(const LastSign &sign, Time at)
+{
+    if (sign.at) {
+        has_history_ = true;
+        history_read("", at);
+        recorder_heard(!sign.is_old(at), *sign.at, at);
+    } else if (has_history_ && !sign.problem.empty()) {
+        history_read(sign.problem, at);
+    }
+}
+
 void CardEvents::recorder_heard(bool at_work, Time last_sign, Time at)
 {
     if (!health_.hear_recorder(at_work, last_sign)) {
@@ -303,7 +314,24 @@ void CardEvents::recorder_heard(bool at_work, Time last_sign, Time at)
     event.tone = at_work ? Tone::plain : Tone::warning;
     event.text = at_work ? "cg_recorderd is at work again"
                          : "cg_recorderd has written nothing since " + clock_text(last_sign, at);
-    event.more = {{"at_work", at_work}, {"alive_at", utc_text(last_sign)}};
+    event.more = {{"at_work", at_work}, {"alive_at", utc_text(last_sign)}, {"problem", nullptr}};
+    tell(event);
+}
+
+void CardEvents::history_read(const std::string &problem, Time at)
+{
+    if (!health_.hear_history(problem.empty(), at)) {
+        return;
+    }
+    Event event;
+    event.at = at;
+    event.kind = "recorder";
+    event.tone = problem.empty() ? Tone::plain : Tone::warning;
+    event.text = problem.empty() ? "the history can be read again"
+                                 : "whether cg_recorderd is at work is not known: " + visible(problem);
+    event.more = {{"at_work", nullptr},
+                  {"alive_at", nullptr},
+                  {"problem", problem.empty() ? Json(nullptr) : Json(problem)}};
     tell(event);
 }
 

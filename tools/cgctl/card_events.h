@@ -14,6 +14,7 @@
 #include "admission/card_tracker.h"
 #include "card_text.h"
 #include "health.h"
+#include "past.h"
 #include "position.h"
 
 namespace cgctl
@@ -61,11 +62,15 @@ public:
     void store_returned(int32_t db, bool same_data, Time at);
     // The daemon answered, or nobody did for this reason.
     void daemon_heard(bool answers, const std::string &problem, Time at);
-    // The recorder is at work, or has given no sign of life since `last_sign`.
-    void recorder_heard(bool at_work, Time last_sign, Time at);
+    // What the recorder's file says of the recorder. A device need not have one, so only a file that was
+    // there is missed.
+    void sign_heard(const LastSign &sign, Time at);
 
 private:
     struct Before;
+
+    void recorder_heard(bool at_work, Time last_sign, Time at);
+    void history_read(const std::string &problem, Time at);
 
     void tell(Event event) const;
     void compare(const Position &position, const Before &before, Event event) const;
@@ -79,6 +84,7 @@ private:
     std::optional<int32_t> role_;
     std::map<Position, std::string> told_reasons_;
     Health health_;
+    bool has_history_ = false; // the recorder's file was read at least once
     bool listening_ = false;
     bool meanwhile_ = false; // of the change that is being taken
 };

@@ -38,6 +38,11 @@ bool Health::hear_recorder(bool at_work, Time last_sign)
     return note(recorder_away_, !at_work, last_sign);
 }
 
+bool Health::hear_history(bool readable, Time at)
+{
+    return note(history_unreadable_, !readable, at);
+}
+
 std::optional<Time> Health::store_lost() const
 {
     const auto first = std::min_element(lost_.begin(), lost_.end(),
@@ -56,6 +61,7 @@ std::string Health::text(Time now) const
     add("STORE LOST", store_lost());
     add("DAEMON SILENT", daemon_silent_);
     add("RECORDER AWAY", recorder_away_);
+    add("HISTORY UNREADABLE", history_unreadable_);
     return text;
 }
 

@@ -25,6 +25,8 @@ public:
     bool hear_daemon(bool answers, Time at);
     // The recorder is at work, or wrote nothing since `last_sign`.
     bool hear_recorder(bool at_work, Time last_sign);
+    // Whether the recorder's file can be read.
+    bool hear_history(bool readable, Time at);
 
     // Since when what the store holds is not known; nothing while it is there.
     [[nodiscard]] std::optional<Time> store_lost() const;
@@ -37,6 +39,7 @@ private:
     std::map<int32_t, Time> lost_{};
     std::optional<Time> daemon_silent_{};
     std::optional<Time> recorder_away_{};
+    std::optional<Time> history_unreadable_{};
 };
 
 } // namespace cgctl

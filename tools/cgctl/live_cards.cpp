@@ -54,7 +54,7 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     daemon_ = ask_daemon(session);
     events_.set_told_reasons(reasons_in(daemon_));
     prime(events_.tracker(), daemon_, past_, requests, modules_asked_at_);
-    take_heard({daemon_, {past_.alive_at}});
+    take_heard({daemon_, {past_.alive_at, past_.problem}});
     for (const admission::TrackedType &tracked : admission::tracked_types()) {
         live_.subscribe(record_type(tracked.descriptor->name), tracked.db,
                         [this](const Change &change) { take(change); });
@@ -142,9 +142,7 @@ void LiveCards::take_heard(const Heard &heard)
     if (heard.daemon.is_silent || heard.daemon.problem.empty()) {
         events_.daemon_heard(!heard.daemon.is_silent, heard.daemon.problem, at);
     }
-    if (heard.recorder.at) {
-        events_.recorder_heard(!heard.recorder.is_old(at), *heard.recorder.at, at);
-    }
+    events_.sign_heard(heard.recorder, at);
 }
 
 // A request after a long time may come from a daemon that was started afresh, with other modules.

@@ -42,8 +42,8 @@ LastSign read_last_sign(const std::string &file)
 {
     try {
         return {history::Reader(history::path_or_default(file)).alive_at()};
-    } catch (const history::Error &) {
-        return {};
+    } catch (const history::Error &error) {
+        return {std::nullopt, error.will_pass() ? "" : error.what()};
     }
 }
 

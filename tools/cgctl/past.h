@@ -26,6 +26,7 @@ Past read_past(const std::string &file);
 // The recorder's last sign of life in the file. Nothing: the file cannot be read, or holds none.
 struct LastSign {
     std::optional<admission::Time> at{};
+    std::string problem{}; // why the file cannot be read; empty where it can, or where that will pass
 
     // Whether it is so old that the recorder is away. A recorder at work gives one every ten
     // seconds, and a disk may hold it up for some of them.

@@ -229,14 +229,44 @@ TEST_F(CardEventsTest, ADaemonThatFallsSilentIsToldOnce)
 TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
 {
     events.all_told(now);
-    events.recorder_heard(true, now, now);
-    events.recorder_heard(false, now - 3min, now);
-    events.recorder_heard(false, now - 3min, now);
+    events.sign_heard({now}, now);
+    events.sign_heard({now - 1min}, now);
+    events.sign_heard({now - 1min}, now);
     EXPECT_EQ(events.health().text(now).substr(0, 20), "RECORDER AWAY since ");
     EXPECT_EQ(event_json(told.at(0))["at_work"], false);
-    EXPECT_EQ(event_json(told.at(0))["alive_at"], utc_text(now - 3min));
-    events.recorder_heard(true, now, now);
+    EXPECT_EQ(event_json(told.at(0))["alive_at"], utc_text(now - 1min));
+    events.sign_heard({now}, now);
     EXPECT_EQ(texts().at(1), "recorder cg_recorderd is at work again");
+    EXPECT_EQ(events.health().text(now), "");
+}
+
+TEST_F(CardEventsTest, ASignOfLifeMayBeSomewhatLate)
+{
+    events.all_told(now);
+    events.sign_heard({now - 44s}, now);
+    events.sign_heard({}, now); // somebody holds the file
+    EXPECT_THAT(texts(), IsEmpty());
+    events.sign_heard({now - 46s}, now);
+    EXPECT_THAT(texts(), testing::SizeIs(1));
+}
+
+TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
+{
+    const LastSign gone{std::nullopt, "no history at /x\n"};
+    events.all_told(now);
+    events.sign_heard(gone, now);
+    EXPECT_THAT(texts(), IsEmpty()) << "there may be no recorder at all";
+    events.sign_heard({now}, now);
+    events.sign_heard(gone, now);
+    events.sign_heard(gone, now);
+    EXPECT_EQ(events.health().text(now).substr(0, 25), "HISTORY UNREADABLE since ");
+    EXPECT_EQ(event_json(told.at(0))["at_work"], nullptr);
+    EXPECT_EQ(event_json(told.at(0))["problem"], "no history at /x\n");
+    events.sign_heard({now}, now);
+    EXPECT_EQ(event_json(told.at(1))["problem"], nullptr);
+    EXPECT_THAT(texts(),
+                ElementsAre("recorder whether cg_recorderd is at work is not known: no history at /x\\n",
+                            "recorder the history can be read again"));
     EXPECT_EQ(events.health().text(now), "");
 }
 

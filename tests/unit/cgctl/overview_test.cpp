@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include "history/writer.h"
 #include "store_fixture.h"
@@ -228,6 +229,21 @@ TEST_F(OverviewTest, WatchSaysAtOnceWhoIsAwayAndTellsOfAReturn)
     EXPECT_EQ(watch->wait(), 0);
 }
 
+TEST_F(OverviewTest, WatchMissesAHistoryThatGoesAndFindsItAgain)
+{
+    const auto watch =
+        start_cgctl({"--socket", folder_.path("none"), "watch", "--lines", "--history", folder_.path("h")});
+    EXPECT_TRUE(watch->says("listening")) << watch->err();
+    std::filesystem::rename(folder_.path("h"), folder_.path("aside"));
+    EXPECT_TRUE(watch->prints(" whether cg_recorderd is at work is not known: no history at " +
+                              folder_.path("h") + "; cg_recorderd writes it\n"))
+        << watch->out();
+    std::filesystem::rename(folder_.path("aside"), folder_.path("h"));
+    EXPECT_TRUE(watch->prints(" the history can be read again\n")) << watch->out();
+    watch->send(SIGTERM);
+    EXPECT_EQ(watch->wait(), 0);
+}
+
 TEST(Prime, TheDaemonKnowsBetterWhomACardWaitsFor)
 {
     const Time now = Time{} + 1000000s;
@@ -253,6 +269,25 @@ TEST(Prime, TheDaemonKnowsBetterWhomACardWaitsFor)
     EXPECT_EQ(tracker.find({1, 3, 0})->since, now - 10s);
     EXPECT_THAT(tracker.find({1, 4, 0})->waiting_for, ElementsAre("m1", "m2"));
     EXPECT_EQ(tracker.find({1, 5, 0})->since, std::nullopt);
+}
+
+TEST(Prime, TheHistoryAloneKnowsWhetherAnyWillDo)
+{
+    DaemonView daemon;
+    daemon.modules = {"m1", "m2"}; // of the cards it says nothing
+    Past past;
+    const Time now = std::chrono::system_clock::now();
+    history::OpenCheck open;
+    open.card.position = {1, 3, 0};
+    open.requested_at = now - 10s;
+    open.waiting_for = {"m1", "m2"};
+    open.any_will_do = true;
+    past.open.push_back(open);
+    CardTracker tracker;
+    prime(tracker, daemon, past, {{1, 3, 0}}, now);
+    tracker.card_written({{1, 3, 0}, "", "", 3, 0, 0, 3, true}, now, true);
+    tracker.request_written({1, 3, 0}, now, true);
+    EXPECT_EQ(state_text(*tracker.find({1, 3, 0})), "waiting for any of m1, m2");
 }
 
 } // namespace cgctl
