@@ -234,7 +234,7 @@ def test_the_store_comes_late_and_goes_and_returns(rig, recorder):
     rig.modules("m1")
     rig.store.stop()
     recorder.launch()
-    rig.expect(lambda: "the store does not answer yet" in recorder.said(), "the recorder waits for the store")
+    rig.expect(lambda: "the store does not answer yet, databases 1 and 33;" in recorder.said(), "the recorder waits for the store")
     rig.expect(recorder.gaps, "the recorder notes that it hears nothing")
     rig.store.start()
     rig.expect(lambda: "subscribed; following" in recorder.said(), "the recorder finds the store")
@@ -256,6 +256,16 @@ def test_the_store_comes_late_and_goes_and_returns(rig, recorder):
     metrics = recorder.metrics()
     # What was never there was not lost.
     assert metrics["cg_store_outages_total"] == 1 and metrics["cg_recorder_gaps_total"] == 2
+
+
+def test_it_says_which_database_does_not_answer(rig, recorder):
+    rig.store.stop()
+    rig.store.start(databases=16)
+    recorder.launch()
+    rig.expect(lambda: "the store does not answer yet, database 33; it is tried" in recorder.said(), "it says which")
+    rig.store.stop()
+    rig.store.start()
+    rig.expect(lambda: "subscribed; following" in recorder.said(), "it is connected with both")
 
 
 def test_the_daemons_life_is_told_by_its_service(rig, recorder):

@@ -42,11 +42,11 @@ class StoreServer:
         """Where it is, as VX_MOM_ENDPOINT says it."""
         return f"unix:{self.socket_path}"
 
-    def start(self):
+    def start(self, databases=DATABASES):
         """Starts the server and waits until it answers."""
         with open(self.folder / "store.log", "ab") as log:
             self._process = programs.start(
-                [server_program(self.folder), "--databases", DATABASES, "--port", "0", "--unixsocket", self.socket_path,
+                [server_program(self.folder), "--databases", databases, "--port", "0", "--unixsocket", self.socket_path,
                  "--unixsocketperm", "700", "--save", "", "--appendonly", "no", "--dir", self.folder],
                 stdout=log, stderr=log)
         programs.wait_until(self._answers, 10, "the store server answers")

@@ -42,6 +42,7 @@ private:
     void take_subscribed(const cgctl::RecordType &type);
     void take_outage(int32_t db, bool lost);
     void hear();
+    [[nodiscard]] std::set<int32_t> absent() const;
     void tell_of_absence();
     void tell_of_overdue();
     void settle_soon();
@@ -55,7 +56,7 @@ private:
     cgctl::Live live_;
     admission::InPlace in_place_;
     bool settling_ = false;
-    bool waited_ = false;                  // that the store is away was told
+    std::set<int32_t> told_absent_;        // databases that were told to be away
     std::set<int32_t> away_;               // databases that were lost
     std::optional<history::Time> since_{}; // when it was last heard before that
 };
@@ -122,7 +123,6 @@ void Service::take(const cgctl::Change &change)
 void Service::take_subscribed(const cgctl::RecordType &type)
 {
     if (in_place_.told(type.descriptor)) {
-        waited_ = false;
         session_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
                         " positions");
         recorder_.snapshot_done(now());
@@ -169,16 +169,33 @@ void Service::settle_soon()
     }
 }
 
+std::set<int32_t> Service::absent() const
+{
+    std::set<int32_t> databases = away_;
+    for (const admission::TrackedType &type : admission::tracked_types()) {
+        if (!since_ && !live_.silent_for(type.db)) {
+            databases.insert(type.db);
+        }
+    }
+    return databases;
+}
+
 void Service::tell_of_absence()
 {
-    const bool is_absent = since_ ? !away_.empty() : in_place_.is_empty();
-    if (is_absent && !std::exchange(waited_, true)) {
-        if (since_) {
-            session_.notice("the store has not answered since " + cgctl::clock_text(*since_, now()) +
-                            "; it is tried until it does");
-        } else {
-            session_.notice("the store does not answer yet; it is tried until it does");
-        }
+    const std::set<int32_t> databases = absent();
+    if (std::exchange(told_absent_, databases) == databases || databases.empty()) {
+        return;
+    }
+    std::string which = databases.size() > 1 ? "s " : " ";
+    for (const int32_t db : databases) {
+        which += (db == *databases.begin() ? "" : " and ") + std::to_string(db);
+    }
+    which += "; it is tried until it does";
+    if (since_) {
+        session_.notice("the store has not answered since " + cgctl::clock_text(*since_, now()) +
+                        ", database" + which);
+    } else {
+        session_.notice("the store does not answer yet, database" + which);
     }
 }
 
