@@ -99,7 +99,26 @@ std::optional<history::Time> last_end(const std::string &noted, const std::vecto
 
 LifeFile::LifeFile(std::string path) : path_(std::move(path)) {}
 
-// Whole lines only: the last one may be about to be written.
+// The last one may be about to be written, so it is read again; but one that fills all that is read at once
+// would be read again for ever.
+std::string LifeFile::whole_lines(std::string text)
+{
+    const bool is_full = text.size() == most_at_once;
+    const std::size_t last = text.rfind('\n');
+    if (last == std::string::npos) {
+        in_overlong_line_ = in_overlong_line_ || is_full;
+        met_overlong_line_ = met_overlong_line_ || in_overlong_line_;
+        offset_ += in_overlong_line_ ? static_cast<long>(text.size()) : 0;
+        return "";
+    }
+    offset_ += static_cast<long>(last) + 1;
+    text.resize(last + 1);
+    if (std::exchange(in_overlong_line_, false)) {
+        text.erase(0, text.find('\n') + 1);
+    }
+    return text;
+}
+
 std::string LifeFile::read_news()
 {
     // A pipe in its place would hold us up.
@@ -112,10 +131,12 @@ std::string LifeFile::read_news()
         return "";
     }
     const bool is_same = status.st_ino == inode_ && status.st_size >= offset_;
-    std::string news = read_from(file.get(), is_same ? offset_ : 0);
-    news.resize(news.rfind('\n') == std::string::npos ? 0 : news.rfind('\n') + 1);
-    offset_ = (is_same ? offset_ : 0) + static_cast<long>(news.size());
+    if (!is_same) {
+        offset_ = 0;
+        in_overlong_line_ = false;
+    }
     inode_ = status.st_ino;
+    std::string news = whole_lines(read_from(file.get(), offset_));
     if (!is_same && !last_line_.empty()) {
         const std::size_t known = ('\n' + news).rfind('\n' + last_line_ + '\n');
         news.erase(0, known == std::string::npos ? 0 : known + last_line_.size() + 1);

@@ -26,23 +26,28 @@ public:
 
     // What was appended since the last call; the first call takes all that there is, and one that finds
     // another or a shorter file all that stands behind the last line known. Lines that are none of ours are
-    // passed over.
+    // passed over, however long they are.
     std::vector<LifeLine> poll();
 
     // Whether the last poll() could read it.
     [[nodiscard]] bool is_readable() const { return readable_; }
     // Whether the daemon runs as far as the lines tell.
     [[nodiscard]] bool tells_of_running() const { return readable_ && runs_; }
+    // Whether there was a line that is longer than anything of ours may be.
+    [[nodiscard]] bool met_overlong_line() const { return met_overlong_line_; }
     // The last one that was taken; empty before there is one.
     [[nodiscard]] const std::string &last_line() const { return last_line_; }
 
 private:
     std::string read_news();
+    std::string whole_lines(std::string text);
 
     std::string path_;
     std::string last_line_;
     bool readable_ = false;
     bool runs_ = false;
+    bool met_overlong_line_ = false;
+    bool in_overlong_line_ = false; // the next byte belongs to it
     unsigned long inode_ = 0;
     long offset_ = 0;
 };

@@ -192,6 +192,11 @@ void Recorder::read_life(bool count)
     bool started = false;
     const std::string before = life_.last_line();
     const std::vector<LifeLine> lines = life_.poll();
+    if (life_.met_overlong_line() && !std::exchange(told_of_overlong_line_, true)) {
+        tell_("the daemon's notes at " + settings_.life +
+              " hold a line that is too long, which is passed over; nobody but the gate's service may write "
+              "there");
+    }
     if (tell_of_an_end(before, lines)) {
         const bool noted = std::any_of(lines.begin(), lines.end(),
                                        [](const LifeLine &line) { return !line.event.is_start; });
@@ -205,12 +210,23 @@ void Recorder::read_life(bool count)
         }
         if (taken_up_) {
             write(life_write(line));
-        } else if (early_life_.size() < most_waiting) {
-            early_life_.push_back(line); // the others the next start finds behind the one that is noted
+        } else {
+            early_life_.push_back(line);
         }
     }
+    drop_oldest_early_life();
     if (started) {
         read_modules();
+    }
+}
+
+// The newest ones stay, so that every start gets behind what the file has noted, however much there is.
+void Recorder::drop_oldest_early_life()
+{
+    if (early_life_.size() > most_waiting) {
+        const std::size_t count = early_life_.size() - most_waiting;
+        early_life_.erase(early_life_.begin(), early_life_.begin() + static_cast<std::ptrdiff_t>(count));
+        life_before_listening_ -= std::min(count, life_before_listening_);
     }
 }
 

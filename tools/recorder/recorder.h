@@ -98,6 +98,7 @@ private:
     void tell_of_folder(const std::string &problem, bool missing);
     void tell_of_contradiction();
     void read_life(bool count);
+    void drop_oldest_early_life();
     void begin_gap(Time from, const std::string &why);
     static Outbox::Write life_write(const LifeLine &line);
     static Outbox::Write gap_write(const Silence &gap);
@@ -115,6 +116,7 @@ private:
     std::optional<std::vector<std::string>> noted_modules_; // as the file has them
     std::string folder_problem_;
     bool told_of_contradiction_ = false;
+    bool told_of_overlong_line_ = false;
     std::map<history::Position, Written> written_;
     std::optional<Silence> gap_;
     std::optional<Time> gap_ended_; // the last one

@@ -137,6 +137,34 @@ TEST_F(LifeFileTest, NoticesATruncatedAndAReplacedFile)
     EXPECT_THAT(statuses(file), ElementsAre("2"));
 }
 
+TEST_F(LifeFileTest, ALineThatIsTooLongIsPassedOver)
+{
+    const std::size_t most = std::size_t{256} << 10U; // that is read at once
+    append("1 start 42\n" + std::string(2 * most, 'x'));
+    LifeFile file(path_);
+    EXPECT_THAT(statuses(file), ElementsAre("start"));
+    EXPECT_FALSE(file.met_overlong_line()) << "it may still be";
+    EXPECT_THAT(statuses(file), IsEmpty());
+    EXPECT_TRUE(file.met_overlong_line());
+    EXPECT_THAT(statuses(file), IsEmpty());
+    append("1 start 43");
+    EXPECT_THAT(statuses(file), IsEmpty());
+    append("\n2 exit exited 77\n3 start");
+    EXPECT_THAT(statuses(file), ElementsAre("77")) << "the end of the long one is none of ours";
+    append(" 44\n");
+    EXPECT_THAT(statuses(file), ElementsAre("start"));
+}
+
+TEST_F(LifeFileTest, ALongLineEndsWithItsFile)
+{
+    append(std::string(std::size_t{300} << 10U, 'x'));
+    LifeFile file(path_);
+    EXPECT_THAT(statuses(file), IsEmpty());
+    ASSERT_EQ(truncate(path_.c_str(), 0), 0);
+    append("1 start 42\n");
+    EXPECT_THAT(statuses(file), ElementsAre("start"));
+}
+
 TEST_F(LifeFileTest, APipeInItsPlaceHoldsNobodyUp)
 {
     ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);

@@ -139,6 +139,50 @@ TEST_F(RecorderTest, TheDaemonsLifeIsNotedOnceWheneverTheFileOpens)
     EXPECT_THAT(events, ElementsAre("42", "77", "43", "KILL"));
 }
 
+TEST_F(RecorderTest, OfMoreNotesThanMemoryTakesTheNewestAreRemembered)
+{
+    live_before();
+    const std::size_t many = most_waiting + 5;
+    for (std::size_t i = 1; i <= many; ++i) {
+        note_life("1700049700000 start " + std::to_string(i));
+    }
+    start();
+    pass(1s);
+    const auto pids = [this] {
+        std::vector<int64_t> all;
+        for (const history::LifeEvent &event : file().life({}, {})) {
+            all.push_back(event.pid);
+        }
+        return all;
+    };
+    std::vector<int64_t> noted = pids(); // which keeps as many
+    ASSERT_EQ(noted.size(), most_waiting);
+    EXPECT_EQ(noted.front(), 6);
+    EXPECT_EQ(noted.back(), many);
+    kill();
+    note_life("1700049800000 start 77");
+    start();
+    pass(1s);
+    noted.erase(noted.begin());
+    noted.push_back(77);
+    EXPECT_TRUE(pids() == noted) << "there are more lines than memory takes, and still it goes on";
+}
+
+TEST_F(RecorderTest, ALineOfTheDaemonsNotesThatIsTooLongIsToldOfOnce)
+{
+    live_before();
+    start();
+    note_life(std::string(std::size_t{600} << 10U, 'x'));
+    note_life("1700049690000 exit killed KILL");
+    for (int i = 0; i < 5; ++i) {
+        pass(1s);
+    }
+    EXPECT_EQ(std::count_if(told_.begin(), told_.end(),
+                            [](const std::string &text) { return text.find("too long") != text.npos; }),
+              1);
+    EXPECT_EQ(file().life({}, {}).back().status, "KILL");
+}
+
 TEST_F(RecorderTest, ADaemonThatEndedWhileTheRecorderWasAwayIsNotTakenForTheSame)
 {
     live_before();
