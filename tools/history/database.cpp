@@ -3,6 +3,8 @@
 
 #include <sqlite3.h>
 
+#include <sys/statvfs.h>
+
 #include <cstdlib>
 
 namespace history
@@ -32,6 +34,18 @@ Error::Kind kind_of(int code)
     default:
         return Error::Kind::refused;
     }
+}
+
+// Whether no file can be made beside this one for want of room: of blocks, or of file nodes where those are
+// counted.
+bool is_disk_full(const std::string &path)
+{
+    const std::size_t end = path.rfind('/');
+    const std::string folder = end == std::string::npos ? "." : path.substr(0, end + 1);
+    struct statvfs room {
+    };
+    return statvfs(folder.c_str(), &room) == 0 &&
+           (room.f_bavail == 0 || (room.f_files > 0 && room.f_favail == 0));
 }
 
 // As a file: address, in which all but plain characters are written %XX.
@@ -169,9 +183,14 @@ Database::Database(const std::string &path, Access access) : path_(path)
     (void)sqlite3_busy_timeout(handle, patience_ms);
 }
 
+// Where no file can be made since the disk is full, SQLite says only that it cannot open one.
 void Database::fail(int code, const char *doing) const
 {
-    const std::string reason = handle_ ? sqlite3_errmsg(handle_.get()) : sqlite3_errstr(code);
+    if ((code & 0xFF) == SQLITE_CANTOPEN && is_disk_full(path_)) {
+        code = SQLITE_FULL;
+    }
+    const bool has_words = handle_ && code == sqlite3_extended_errcode(handle_.get());
+    const std::string reason = has_words ? sqlite3_errmsg(handle_.get()) : sqlite3_errstr(code);
     throw Error("cannot " + std::string(doing) + " the history " + path_ + ": " + reason, kind_of(code));
 }
 

@@ -80,7 +80,10 @@ public:
         : number_(::open(place(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, for_owner_and_group))
     {
         if (number_ < 0) {
-            throw Error("cannot open " + place(path) + ": " + std::strerror(errno) +
+            const int error = errno;
+            throw error == ENOSPC || error == EDQUOT
+                ? Error("cannot make " + place(path) + ": " + std::strerror(error), Error::Kind::passing)
+                : Error("cannot open " + place(path) + ": " + std::strerror(error) +
                         "; its folder must be there and be writable");
         }
         if (flock(number_, LOCK_EX | LOCK_NB) != 0) {

@@ -1,4 +1,6 @@
 // The file itself: versions, damage, other users, kills, limits.
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,6 +23,8 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr uid_t nobody = 65534;
+
+using Room = std::function<bool(int)>;
 
 std::string message_of(const std::function<void()> &action)
 {
@@ -46,6 +50,41 @@ int in_child(const std::function<int()> &body)
     if (pid == 0) {
         const bool stripped = geteuid() != 0 || (setgid(nobody) == 0 && setuid(nobody) == 0);
         _exit(stripped ? body() : 100);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Whether the process has a view of the file system of its own now. An ordinary user may have one only as the
+// root of a user namespace.
+bool enter_private_view()
+{
+    const uid_t user = geteuid();
+    const gid_t group = getegid();
+    if (unshare(CLONE_NEWNS | (user == 0 ? 0 : CLONE_NEWUSER)) != 0) {
+        return false;
+    }
+    if (user != 0) {
+        std::ofstream("/proc/self/setgroups") << "deny";
+        std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
+        std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
+    }
+    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+// Runs `body` in a child process in which this folder is a disk of its own; `room` is called with how many
+// files it may hold, itself included. Returns the exit status, 100 when there can be no such disk.
+int in_child_with_disk(const std::string &folder, const std::function<int(const Room &)> &body)
+{
+    const auto mounted = [&](int files, unsigned long flags) {
+        const std::string options = "size=4m,nr_inodes=" + std::to_string(files);
+        return mount("tmpfs", folder.c_str(), "tmpfs", flags, options.c_str()) == 0;
+    };
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const bool has_disk = enter_private_view() && mounted(1, 0);
+        _exit(has_disk ? body([&](int files) { return mounted(files, MS_REMOUNT); }) : 100);
     }
     int status = 0;
     waitpid(pid, &status, 0);
@@ -280,6 +319,30 @@ TEST_F(HistoryFile, AFullDiskIsAnErrorAndWhatFollowsIsWrittenAgain)
     const std::vector<Decision> kept = Reader(path()).decisions();
     ASSERT_THAT(kept, SizeIs(2));
     EXPECT_EQ(kept[1].decided_at, noon + 2s);
+}
+
+// Its lock file, the file itself, and those that SQLite keeps beside it are made one after the other.
+TEST_F(HistoryFile, ADiskWithoutRoomForANewFileIsNoReasonToGiveUp)
+{
+    const auto opens_at_last = [this](const Room &room) {
+        constexpr int most = 10;
+        for (int files = 1; files <= most; ++files) {
+            if (!room(files)) {
+                return 100;
+            }
+            try {
+                writer()->add(decision_at(noon));
+                return files; // no sooner than all of them can be there
+            } catch (const Error &error) {
+                if (!error.will_pass()) {
+                    fprintf(stderr, "room for %d: %s\n", files, error.what());
+                    return most + files;
+                }
+            }
+        }
+        return most;
+    };
+    EXPECT_EQ(in_child_with_disk(folder_, opens_at_last), 5);
 }
 
 TEST_F(HistoryFile, AgeIsLimitedButForTheLastOfEachPosition)
