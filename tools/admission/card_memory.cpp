@@ -20,16 +20,21 @@ void CardTracker::remember_card(const CardFacts &card)
     known.asked = known.shown.card;
 }
 
-void CardTracker::remember_open(const Position &position, std::optional<Time> requested_at,
-                                std::vector<std::string> waiting_for, std::vector<Answer> answers)
+void CardTracker::remember_open(const OpenCheck &check)
 {
-    Entry &known = entry(position);
+    Entry &known = entry(check.card.position);
     known.open = true;
-    known.list = std::move(waiting_for);
+    remember_list(known, check);
+    known.shown.requested_at = check.requested_at;
+    known.shown.since = check.requested_at;
+    known.shown.answers = check.answers;
+}
+
+// Where any of them will do, the daemon's list is empty.
+void CardTracker::remember_list(Entry &known, const OpenCheck &check) const
+{
+    known.list = check.any_will_do ? std::vector<std::string>{} : check.waiting_for;
     known.list_blank = known.list.empty() && !modules_known_;
-    known.shown.requested_at = requested_at;
-    known.shown.since = requested_at;
-    known.shown.answers = std::move(answers);
 }
 
 void CardTracker::remember_decision(const Decision &decision)
@@ -49,7 +54,7 @@ void CardTracker::take_up(const OpenCheck &check, bool daemon_ended, Time at)
     Entry &known = entry(check.card.position);
     if (!known.first && !complete_since_) {
         remember_card(check.card);
-        remember_open(check.card.position, check.requested_at, check.waiting_for, check.answers);
+        remember_open(check);
         known.asked = check.card;
         known.daemon_ended = daemon_ended;
         return;
@@ -68,8 +73,7 @@ void CardTracker::take_up(const OpenCheck &check, bool daemon_ended, Time at)
 void CardTracker::join(Entry &known, const OpenCheck &check, Time at)
 {
     const std::vector<Answer> heard = std::exchange(known.shown.answers, check.answers);
-    known.list = check.waiting_for;
-    known.list_blank = known.list.empty() && !modules_known_;
+    remember_list(known, check);
     for (const Answer &answer : heard) {
         if (was_heard(known.shown.answers, answer)) {
             continue; // it stood, and was told anew

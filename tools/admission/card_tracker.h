@@ -107,10 +107,9 @@ public:
     // What is remembered of a card, for the case that it is gone by now. Before remember_open().
     void remember_card(const CardFacts &card);
     // A check that is remembered from before: its request was seen at `requested_at`, when that is known, and
-    // these modules had not answered. For before the existing records are told. When a request is found that
-    // is younger, as the time tells, it ends unseen.
-    void remember_open(const Position &position, std::optional<Time> requested_at,
-                       std::vector<std::string> waiting_for, std::vector<Answer> answers);
+    // the modules waited for had not answered; of its card only the position counts. For before the existing
+    // records are told. When a request is found that is younger, as the time tells, it ends unseen.
+    void remember_open(const OpenCheck &check);
     // The last decision on a card, remembered from before. It counts as long as the store does not say
     // otherwise, and not at all when one was heard of.
     void remember_decision(const Decision &decision);
@@ -162,6 +161,7 @@ private:
     void take_list(Entry &entry, bool existing) const;
     void take_off_list(Entry &entry, const std::string &module) const;
     static void add_answer(Entry &entry, Answer answer);
+    void remember_list(Entry &entry, const OpenCheck &check) const;
     void join(Entry &entry, const OpenCheck &check, Time at);
     void tell_unseen(Entry &entry, const OpenCheck &check, Time at);
     void finish(Entry &entry, Decision decision);

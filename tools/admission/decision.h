@@ -92,6 +92,7 @@ struct OpenCheck {
     std::optional<Time> requested_at{}; // nothing: it began before somebody was listening
     std::vector<std::string> waiting_for{};
     std::vector<Answer> answers{};
+    bool any_will_do = false; // of those waited for, the PASS of one is enough
 };
 
 } // namespace admission

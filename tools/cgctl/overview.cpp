@@ -51,9 +51,13 @@ void prime_request(CardTracker &tracker, const DaemonCard *daemon, const history
     if (daemon == nullptr && open == nullptr) {
         return;
     }
-    const auto began = open == nullptr ? std::nullopt : open->requested_at;
-    tracker.remember_open(position, began, daemon == nullptr ? open->waiting_for : daemon->waiting_for,
-                          open == nullptr ? std::vector<admission::Answer>{} : open->answers);
+    history::OpenCheck check = open == nullptr ? history::OpenCheck{} : *open;
+    check.card.position = position;
+    if (daemon != nullptr) {
+        check.waiting_for = daemon->waiting_for;
+        check.any_will_do = daemon->waiting_for.empty();
+    }
+    tracker.remember_open(check);
 }
 
 std::vector<Position> requests_in(const StoredRecords &records)

@@ -179,7 +179,7 @@ std::vector<Decision> read_last_decisions(const Database &database)
 std::vector<OpenCheck> read_open_checks(const Database &database)
 {
     Statement rows(database, "SELECT id, devid, slotid, sslotid, card_name, serial, node_type,"
-                             " config_dev_type, nodeid, tipc_nodeid, online, requested_at"
+                             " config_dev_type, nodeid, tipc_nodeid, online, requested_at, any_will_do"
                              " FROM open_checks ORDER BY devid, slotid, sslotid");
     Statement answers(database, "SELECT module, ret, reason, at, registered, took_ms FROM open_answers"
                                 " WHERE check_id = ? ORDER BY number");
@@ -193,6 +193,7 @@ std::vector<OpenCheck> read_open_checks(const Database &database)
         }
         check.answers = answers_of(answers.with(rows.number(0)));
         check.waiting_for = names_of(waiting.with(rows.number(0)));
+        check.any_will_do = rows.number(12) != 0;
         checks.push_back(std::move(check));
     }
     return checks;
@@ -240,11 +241,11 @@ void write_open_check(const Database &database, const OpenCheck &check)
     const CardFacts &card = check.card;
     erase_open_check(database, card.position);
     Statement(database, "INSERT INTO open_checks (devid, slotid, sslotid, card_name, serial, node_type,"
-                        " config_dev_type, nodeid, tipc_nodeid, online, requested_at)"
-                        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+                        " config_dev_type, nodeid, tipc_nodeid, online, requested_at, any_will_do)"
+                        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .with(card.position.devid, card.position.slotid, card.position.sslotid, cut(card.name),
               cut(card.serial), card.node_type, card.config_dev_type, card.nodeid, card.tipc_nodeid,
-              card.online, check.requested_at)
+              card.online, check.requested_at, check.any_will_do)
         .run();
     const int64_t id = database.last_id();
     write_answers(database, "INSERT INTO open_answers VALUES (?, ?, ?, ?, ?, ?, ?, ?)", id, check.answers);

@@ -16,7 +16,7 @@ constexpr std::chrono::seconds alive_interval{10};
 
 history::OpenCheck open_check(const admission::TrackedCard &card)
 {
-    return {card.card, card.requested_at, card.waiting_for, card.answers};
+    return {card.card, card.requested_at, card.waiting_for, card.answers, card.any_will_do};
 }
 
 } // namespace
@@ -142,7 +142,8 @@ void Recorder::settle(Time now)
         }
         const auto last = card->answers.empty() ? std::nullopt : std::optional(card->answers.back().at);
         const history::Position &position = card->card.position;
-        standing[position] = {card->requested_at, card->answers.size(), last, card->waiting_for};
+        standing[position] = {card->requested_at, card->answers.size(), last, card->waiting_for,
+                              card->any_will_do};
         const auto found = written_.find(position);
         if (found == written_.end() || found->second != standing[position]) {
             write([check = open_check(*card)](history::Writer &writer) { writer.set_open(check); });

@@ -64,6 +64,7 @@ private:
         std::size_t answers = 0;
         std::optional<Time> last_answer{};
         std::vector<std::string> waiting_for{};
+        bool any_will_do = false;
         friend bool operator==(const Written &, const Written &) = default;
     };
     // A time in which nothing is heard.

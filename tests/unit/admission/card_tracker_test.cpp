@@ -290,7 +290,7 @@ TEST_F(CardTrackerTest, WhatWasThereBeforeHasNoTimes)
 
 TEST_F(CardTrackerTest, ARememberedCheckGoesOn)
 {
-    tracker.remember_open(slot3, now - 100s, {"m2", "m3"}, {{"m1", 0, "", now - 50s}});
+    tracker.remember_open({{slot3}, now - 100s, {"m2", "m3"}, {{"m1", 0, "", now - 50s}}});
     plug(true);
     ask(true);
     tracker.snapshot_done(now);
@@ -304,9 +304,25 @@ TEST_F(CardTrackerTest, ARememberedCheckGoesOn)
     EXPECT_THAT(decisions[0].silent, ElementsAre("m2", "m3"));
 }
 
+TEST_F(CardTrackerTest, OfARememberedCheckAnyWillDoAsBefore)
+{
+    tracker.remember_open({{slot3}, now - 100s, {"m2", "m3"}, {{"m1", 7, "", now - 50s}}, true});
+    plug(true);
+    ask(true);
+    tracker.snapshot_done(now);
+    EXPECT_TRUE(shown().any_will_do);
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m2", "m3"));
+    answer("m2");
+    now += 10s; // later than a last PASS has its result where the list was wrong
+    end(true);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::passed);
+    EXPECT_EQ(decisions[0].decider, "m2");
+}
+
 TEST_F(CardTrackerTest, ARememberedCheckThatIsGoneEndedUnseen)
 {
-    tracker.remember_open(slot3, now - 100s, {"m2"}, {});
+    tracker.remember_open({{slot3}, now - 100s, {"m2"}, {}});
     tracker.result_written(1259, true, now, true);
     plug(true);
     tracker.snapshot_done(now);
@@ -379,7 +395,7 @@ TEST_F(CardTrackerTest, AnEarlierRequestsTimerEndsALaterCheckAtItsOwnTime)
 TEST_F(CardTrackerTest, ARememberedCheckThatIsTooOldToStandEndsUnseen)
 {
     tracker.remember_card(card(true));
-    tracker.remember_open(slot3, now - 400s, {"m2"}, {});
+    tracker.remember_open({{slot3}, now - 400s, {"m2"}, {}});
     plug(true);
     ask(true);
     ASSERT_EQ(decisions.size(), 1U);
@@ -391,7 +407,7 @@ TEST_F(CardTrackerTest, ARememberedCheckThatIsTooOldToStandEndsUnseen)
 TEST_F(CardTrackerTest, ARememberedCardThatIsGoneStillHasItsName)
 {
     tracker.remember_card(card(true));
-    tracker.remember_open(slot3, now - 10s, {"m2"}, {});
+    tracker.remember_open({{slot3}, now - 10s, {"m2"}, {}});
     tracker.snapshot_done(now);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);

@@ -102,7 +102,7 @@ TEST_F(TrackerOrderTest, ACheckWhoseBeginningWasNotSeenEndsBySilenceLongAfterThe
 
 TEST_F(TrackerOrderTest, TheSameHoldsOfOneThatTheDaemonToldOf)
 {
-    tracker.remember_open(slot3, std::nullopt, {"m1", "m2"}, {});
+    tracker.remember_open({{slot3}, std::nullopt, {"m1", "m2"}, {}});
     plug(true);
     ask(true);
     tracker.snapshot_done(now);

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <filesystem>
 
+#include "cgctl/card_text.h"
 #include "history/writer.h"
 #include "store_fixture.h"
 

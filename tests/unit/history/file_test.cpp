@@ -148,9 +148,9 @@ TEST_F(HistoryFile, ANewerVersionIsRefusedAndLeftAlone)
 {
     writer()->add(decision_at(noon));
     run_sql("PRAGMA user_version = 999");
-    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("has version 999, this program knows up to 1"));
+    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("has version 999, this program knows up to 2"));
     EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("has version 999"));
-    run_sql("PRAGMA user_version = 1");
+    run_sql("PRAGMA user_version = 2");
     EXPECT_THAT(Reader(path()).decisions(), SizeIs(1));
     EXPECT_THAT(told_, IsEmpty());
 }
@@ -191,6 +191,22 @@ TEST_F(HistoryFile, AnOlderVersionIsBroughtUpToDateStepByStepAndKeepsItsRows)
     EXPECT_EQ(database.number("SELECT x + y FROM a"), 11);
     bring_up_to_date(database, steps); // nothing to do
     EXPECT_EQ(database.number("SELECT count(*) FROM a"), 1);
+}
+
+TEST_F(HistoryFile, AChecksRowOfTheFirstVersionWaitsForThoseItNames)
+{
+    {
+        const Database database(path(), Database::Access::write);
+        bring_up_to_date(database, migrations().first(1));
+        database.run("INSERT INTO open_checks VALUES (7, 1, 3, 0, 'fan', '', 3, 17, 259, 1259, 1, NULL);"
+                     "INSERT INTO open_waiting VALUES (7, 0, 'm1')");
+    }
+    EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("start the present cg_recorderd"));
+    writer();
+    const std::vector<OpenCheck> checks = Reader(path()).open_checks();
+    ASSERT_THAT(checks, SizeIs(1));
+    EXPECT_THAT(checks[0].waiting_for, ElementsAre("m1"));
+    EXPECT_FALSE(checks[0].any_will_do);
 }
 
 TEST_F(HistoryFile, AStepThatFailsLeavesTheOlderVersion)
