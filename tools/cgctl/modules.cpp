@@ -36,6 +36,11 @@ struct Row {
     bool asked = false; // some check waited for it, at any time
 
     [[nodiscard]] bool never_answered() const { return registered && !numbers.last; }
+    // The first checks that wait for it still stand: it may be about to answer.
+    [[nodiscard]] bool may_yet_answer() const
+    {
+        return never_answered() && numbers.silences_since == 0 && numbers.waited_for > 0;
+    }
     // It answered once, and all checks that waited for it since then ended by the time.
     [[nodiscard]] bool fell_silent() const
     {
@@ -43,7 +48,9 @@ struct Row {
     }
     [[nodiscard]] Tone tone() const
     {
-        return (never_answered() && asked) || fell_silent() ? Tone::bad : Tone::plain;
+        return may_yet_answer()                               ? Tone::waiting
+               : (never_answered() && asked) || fell_silent() ? Tone::bad
+                                                              : Tone::plain;
     }
     [[nodiscard]] bool is_stranger() const { return !registered && numbers.last; }
 };
@@ -79,6 +86,12 @@ std::set<std::string> modules_asked(const history::Reader &reader)
     return asked;
 }
 
+std::string waited_for_text(const history::ModuleStatistics &numbers)
+{
+    return "waited for by " + std::to_string(numbers.waited_for) +
+           (numbers.waited_for == 1 ? " card" : " cards");
+}
+
 std::string note_on(const Row &row, Time now)
 {
     if (row.fell_silent()) {
@@ -89,15 +102,16 @@ std::string note_on(const Row &row, Time now)
     if (row.never_answered() && !row.asked) {
         return "has not been waited for yet";
     }
+    if (row.may_yet_answer()) {
+        return "first asked: " + waited_for_text(row.numbers);
+    }
     if (row.never_answered()) {
         return "NEVER ANSWERED: every card waits 300 s for it";
     }
     if (row.is_stranger()) {
         return "not registered: its answers are passed over";
     }
-    return row.numbers.waited_for > 0 ? "waited for by " + std::to_string(row.numbers.waited_for) +
-                                            (row.numbers.waited_for == 1 ? " card" : " cards")
-                                      : "";
+    return row.numbers.waited_for > 0 ? waited_for_text(row.numbers) : "";
 }
 
 std::string span_or_dash(const std::optional<std::chrono::milliseconds> &span)

@@ -232,6 +232,28 @@ TEST_F(HistoryVerbs, ModulesThatNeverAnswerAndStrangersAreMarked)
     EXPECT_EQ(run_cgctl({"modules", "--modules", folder_.path("no"), "--history", file_}).status, 1);
 }
 
+TEST_F(HistoryVerbs, AModuleWhoseFirstCheckStandsMayYetAnswer)
+{
+    const std::vector<std::string> arguments{"modules", "--modules", modules_, "--history", file_};
+    {
+        history::Writer writer(file_, noon, [](const std::string &) {});
+        history::OpenCheck check;
+        check.card.position = {1, 1, 0};
+        check.waiting_for = {"m2", "m3"};
+        writer.set_open(check);
+    }
+    const std::string out = run_cgctl(arguments).out;
+    EXPECT_THAT(out, testing::ContainsRegex("\nm3 .*first asked: waited for by 1 card\n"));
+    EXPECT_THAT(out, testing::ContainsRegex("\nm2 .*NEVER ANSWERED")) << "it was silent once";
+    std::vector<std::string> as_json = arguments;
+    as_json.emplace_back("--json");
+    EXPECT_EQ(run_cgctl(as_json).json()["modules"][2]["never_answered"], true);
+    history::Writer writer(file_, noon, [](const std::string &) {});
+    writer.close_open({1, 1, 0});
+    add(writer, "1", admission::Outcome::denied, noon + 500s);
+    EXPECT_THAT(run_cgctl(arguments).out, HasSubstr("has not been waited for yet"));
+}
+
 TEST_F(HistoryVerbs, AModuleThatFellSilentIsMarked)
 {
     {
