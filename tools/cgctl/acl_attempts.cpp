@@ -70,7 +70,6 @@ AclAttempts writing(const RecordType &type, const std::string &key)
             {"GET", counter},
             {"INCR", counter},
             {"SADD", index, key},
-            {"SCARD", index},
             {"PUBLISH", channel(type, key), ""}};
 }
 

@@ -38,8 +38,8 @@ const Texts removed_by_daemon{"p_libpub.app_cg_card_check_ack", "p_libpub.app_cg
 
 // What every client does, whoever it is.
 const Texts connection_commands{"+ping", "+select", "+info", "+client|setname"};
-const Texts read_commands{"+get",   "+hget", "+hmget",    "+hgetall",   "+hlen", "+exists",
-                          "+scard", "+type", "+smembers", "+sismember", "+sscan"};
+const Texts read_commands{"+get",    "+hget", "+hmget",    "+hgetall",   "+hlen",
+                          "+exists", "+type", "+smembers", "+sismember", "+sscan"};
 const Texts subscribe_commands{"+subscribe", "+psubscribe"};
 const Texts unsubscribe_commands{"+unsubscribe", "+punsubscribe"};
 
@@ -112,7 +112,7 @@ AclUser daemon()
     user.selectors.push_back({{"+del"}, each(removed_by_daemon, "~", records_of), {}});
     user.selectors.push_back({{"+get", "+incr"}, each(changed, "~", vx_mom::counter_key), {}});
     user.selectors.push_back(
-        {{"+sadd", "+srem", "+scard", "+sismember"}, each(written_by_daemon, "~", vx_mom::index_key), {}});
+        {{"+sadd", "+srem", "+sismember"}, each(written_by_daemon, "~", vx_mom::index_key), {}});
     user.selectors.push_back({{"+srem"}, each(removed_by_daemon, "~", vx_mom::index_key), {}});
     user.selectors.push_back({subscribe_commands, {}, channels_of(watched_by_daemon)});
     user.selectors.push_back({{"+publish"}, {}, channels_of(changed)});
@@ -133,7 +133,7 @@ AclUser module_user(const std::string &name)
     user.selectors.push_back(
         {{"+hget", "+hgetall", "+hlen", "+exists", "+hset", "+hdel", "+del"}, {"~" + own}, {}});
     user.selectors.push_back({{"+get", "+incr"}, {counter}, {}});
-    user.selectors.push_back({{"+sadd", "+scard"}, {index}, {}});
+    user.selectors.push_back({{"+sadd"}, {index}, {}});
     user.selectors.push_back({subscribe_commands, {}, channels_of(read_by_modules)});
     user.selectors.push_back({{"+publish"}, {}, {"&" + vx_mom::channel_prefix(record_type(type).db) + own}});
     return user;
