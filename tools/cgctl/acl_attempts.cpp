@@ -392,4 +392,16 @@ AclAttempts refused_attempts(const AclUser &user)
     }
 }
 
+AclAttempts deciding_attempts()
+{
+    AclAttempts attempts;
+    for (const char *type :
+         {"p_libpub.app_cg_card_check_info", answer_type, "p_libpub.app_cg_mom_deny_check_result",
+          "p_libpub.app_cg_card_deny_check_result"}) {
+        append(attempts, forging_record(record_type(type), sample_key(record_type(type))));
+        append(attempts, forging_record_otherwise(sample_key(record_type(type))));
+    }
+    return attempts;
+}
+
 } // namespace cgctl

@@ -14,6 +14,9 @@ using AclAttempts = std::vector<std::vector<std::string>>;
 
 AclAttempts permitted_attempts(const AclUser &user);
 AclAttempts refused_attempts(const AclUser &user);
+// What decides on cards: the requests, the answers and the results, which nobody writes but the daemon and
+// the modules. Everything else may be a device's own affair, also the removal of a power-off request.
+AclAttempts deciding_attempts();
 
 } // namespace cgctl
 

@@ -136,6 +136,20 @@ void AclInspector::check_user(const AclUser &user, const std::map<std::string, s
     }
 }
 
+// The first of these commands that the user may carry out, and how many more; empty when there is none.
+std::string AclInspector::permitted_of(const std::string &user, const std::vector<Command> &commands)
+{
+    std::string text;
+    std::size_t count = 0;
+    std::string answer;
+    for (const Command &command : commands) {
+        if (is_permitted(user, command, answer) && ++count == 1) {
+            text = quoted(command);
+        }
+    }
+    return count > 1 ? text + " and " + std::to_string(count - 1) + " more" : text;
+}
+
 // One finding for all: a server whose default user was left as it is permits everything.
 void AclInspector::check_default(std::vector<AclFinding> &findings)
 {
@@ -143,17 +157,9 @@ void AclInspector::check_default(std::vector<AclFinding> &findings)
         return;
     }
     const AclUser nobody{default_user, AclRole::nobody, "", {}};
-    std::vector<Command> permitted;
-    std::string answer;
-    for (const Command &command : refused_attempts(nobody)) {
-        if (is_permitted(default_user, command, answer)) {
-            permitted.push_back(command);
-        }
-    }
-    if (!permitted.empty()) {
-        findings.push_back({default_user, "is switched on, and permitted " + quoted(permitted.front()) +
-                                              " and " + std::to_string(permitted.size() - 1) +
-                                              " more of what must be refused"});
+    if (const std::string text = permitted_of(default_user, refused_attempts(nobody)); !text.empty()) {
+        findings.push_back(
+            {default_user, "is switched on, and permitted " + text + " of what must be refused"});
     }
 }
 
@@ -181,8 +187,8 @@ std::vector<AclFinding> AclInspector::check(const std::vector<AclUser> &users,
     return findings;
 }
 
-// A device has users of its own, and what they may do is its affair. But nobody may come in without a
-// password.
+// A device has users of its own, and what else they may do is its affair. But nobody may come in without a
+// password, and nobody else decides on cards.
 void AclInspector::check_stranger(const std::string &name, std::vector<AclFinding> &findings)
 {
     if (name.starts_with(module_user_prefix)) {
@@ -190,8 +196,15 @@ void AclInspector::check_stranger(const std::string &name, std::vector<AclFindin
         return;
     }
     const Inspected user = ask({"ACL", "GETUSER", name});
-    if (has(user, "flags", "on") && has(user, "flags", "nopass")) {
+    if (!has(user, "flags", "on")) {
+        return;
+    }
+    if (has(user, "flags", "nopass")) {
         findings.push_back({name, "is none of this list, is switched on, and needs no password"});
+    }
+    if (const std::string text = permitted_of(name, deciding_attempts()); !text.empty()) {
+        findings.push_back({name, "is none of this list, and may decide on cards: it is permitted " + text +
+                                      "; give it no right to the keys of p_libpub.app_cg_*"});
     }
 }
 

@@ -45,6 +45,7 @@ private:
                     std::vector<AclFinding> &findings);
     void check_stranger(const std::string &name, std::vector<AclFinding> &findings);
     void check_default(std::vector<AclFinding> &findings);
+    std::string permitted_of(const std::string &user, const std::vector<Command> &commands);
     bool is_permitted(const std::string &user, const Command &command, std::string &answer);
 
     std::chrono::milliseconds limit_;

@@ -351,7 +351,9 @@ TEST_F(AclCheck, FindsModulesOfYesterday)
 TEST_F(AclCheck, FindsAStrangerWhoNeedsNoPasswordAndLeavesOthersAlone)
 {
     start({"m1"});
-    ASSERT_EQ("OK", run_as_admin(0, {"ACL", "SETUSER", "chassis", "on", ">secret", "+@all", "~*"}));
+    ASSERT_EQ("OK", run_as_admin(0, {"ACL", "SETUSER", "chassis", "on", ">secret", "+@all", "~p_dev.*",
+                                     "~s_dev.*", "~@rev:p_dev.*", "~@idx:p_dev.*", "&@chg:*:p_dev.*",
+                                     "%R~p_libpub.*", "%R~@idx:*"}));
     ASSERT_EQ("OK", run_as_admin(0, {"ACL", "SETUSER", "gone", "off", "nopass", "+@all", "~*"}));
     EXPECT_EQ(check({}).status, 0);
     ASSERT_EQ("OK", run_as_admin(0, {"ACL", "SETUSER", "open", "on", "nopass", "+ping"}));
@@ -359,6 +361,30 @@ TEST_F(AclCheck, FindsAStrangerWhoNeedsNoPasswordAndLeavesOthersAlone)
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.out,
                 StartsWith("open: is none of this list, is switched on, and needs no password; `cgctl acl"));
+}
+
+TEST_F(AclCheck, FindsAStrangerWhoMayDecideOnCards)
+{
+    start({"m1"});
+    const auto expect_decider = [this](const std::vector<std::string> &rights, const std::string &what) {
+        std::vector<std::string> command{"ACL", "SETUSER", "chassis", "reset", "on", ">secret"};
+        command.insert(command.end(), rights.begin(), rights.end());
+        ASSERT_EQ(run_as_admin(0, command), "OK");
+        const Outcome outcome = check();
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_THAT(outcome.out, StartsWith("chassis: is none of this list, and may decide on cards: it is "
+                                            "permitted " +
+                                            what));
+        EXPECT_THAT(outcome.out,
+                    HasSubstr("; give it no right to the keys of p_libpub.app_cg_*; `cgctl acl "));
+        EXPECT_EQ(lines_of(outcome.out).size(), 1U);
+    };
+    expect_decider({"+@all", "~*", "&*"}, "FCALL vx_mom1_set 3 p_libpub.app_cg_card_check_info:");
+    expect_decider({"+hset", "~p_libpub.app_cg_card_check_ack:*"}, "HSET p_libpub.app_cg_card_check_ack:");
+    expect_decider({"+del", "~*result:*"}, "DEL p_libpub.app_cg_mom_deny_check_result:1 and 1 more; ");
+    expect_decider({"+publish", "&@chg:1:p_libpub.app_cg_card_check_ack:*"}, "PUBLISH @chg:1:");
+    ASSERT_EQ(run_as_admin(0, {"ACL", "SETUSER", "chassis", "off"}), "OK");
+    EXPECT_EQ(check().out, "");
 }
 
 TEST_F(AclCheck, FindsADefaultUserWhoMayDoWhatMatters)
