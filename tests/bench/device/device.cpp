@@ -37,6 +37,12 @@ std::string card_key_at(const Position &at)
     return std::string(card_type) + ":0:" + std::to_string(at.devid) + ":" + std::to_string(at.slot) + ":0";
 }
 
+std::string ack_key_at(const Position &at, int module)
+{
+    return std::string(ack_type) + ":" + std::to_string(at.devid) + ":" + std::to_string(at.slot) + ":0:m" +
+           std::to_string(module);
+}
+
 // The numbers between the colons behind a type's name.
 std::vector<int32_t> numbers_of(const std::string &key, size_t from)
 {
@@ -118,9 +124,7 @@ void Device::pass(const Position &card)
 {
     std::vector<Prepared> calls;
     for (int i = 1; i <= modules_; i++) {
-        Words words = call("vx_mom1_set", ack_type,
-                           std::string(ack_type) + ":" + std::to_string(card.devid) + ":" +
-                               std::to_string(card.slot) + ":0:m" + std::to_string(i));
+        Words words = call("vx_mom1_set", ack_type, ack_key_at(card, i));
         words.push_back(mark());
         calls.emplace_back(words);
     }
@@ -137,8 +141,8 @@ Heard Device::hear()
 
 double Device::road(const Position &card)
 {
-    plug({card});
     const double began = now_us();
+    plug({card});
     for (;;) {
         const Heard heard = hear();
         if (heard.type != request_type || heard.at != card) {
@@ -149,6 +153,20 @@ double Device::road(const Position &card)
         }
         pass(card);
     }
+}
+
+double Device::road_of_its_own(const Position &card)
+{
+    const double began = now_us();
+    plug({card});
+    pass(card);
+    const double spent = now_us() - began;
+    std::vector<Prepared> calls;
+    for (int i = 1; i <= modules_; i++) {
+        calls.emplace_back(call("vx_mom1_del", ack_type, ack_key_at(card, i)));
+    }
+    commands_.pipeline(calls, calls.size());
+    return spent;
 }
 
 std::string Device::mark()

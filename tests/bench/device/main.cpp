@@ -1,8 +1,9 @@
 // The device around one daemon or several, and what can be measured from there:
 //
-//     bench_device road ROUNDS CARDS MODULES FIRST SOCKET [BARE_SOCKET]
-//         the road of so many cards, one after the other, from slot FIRST on; with BARE_SOCKET in turn with
-//         the bare loop there. Microseconds a card. The cards are gone afterwards.
+//     bench_device road ROUNDS CARDS MODULES FIRST SOCKET [BARE_SOCKET IDLE_SOCKET]
+//         the road of so many cards, one after the other, from slot FIRST on. Microseconds a card. The cards
+//         are gone afterwards. With BARE_SOCKET in turn with the bare loop there, and both without what the
+//         device itself takes, which the server at IDLE_SOCKET shows, to which nobody listens.
 //     bench_device fill COUNT MODULES SOCKET      plugs so many cards, admits them and leaves them there
 //     bench_device bare MODULES SOCKET SCRIPT     is the bare loop
 //     bench_device room ROUNDS CHASSIS CARDS MODULES VERDICTS SOCKET [together]
@@ -12,11 +13,9 @@
 //     bench_device start SECONDS PROGRAM SEEN     starts a program; until its standard error has said SEEN.
 //         Milliseconds.
 #include <fcntl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -27,6 +26,7 @@
 #include <string>
 
 #include "bare_daemon.h"
+#include "child.h"
 #include "device.h"
 #include "measure.h"
 #include "pace.h"
@@ -50,11 +50,13 @@ void let_others_finish()
     (void)nanosleep(&pause, nullptr);
 }
 
-double roads(bench::Device &device, int first, int cards)
+using Road = double (bench::Device::*)(const Position &card);
+
+double roads(bench::Device &device, Road way, int first, int cards)
 {
     double spent = 0;
     for (int slot = first; slot < first + cards; slot++) {
-        spent += device.road({1, slot});
+        spent += (device.*way)({1, slot});
         let_others_finish();
         device.unplug({{1, slot}});
         let_others_finish();
@@ -68,14 +70,18 @@ void road(const Arguments &arguments)
     const int cards = number(arguments.at(1));
     const int first = number(arguments.at(3));
     bench::Device device(arguments.at(4), number(arguments.at(2)));
-    const auto ours = [&] { return roads(device, first, cards); };
+    const auto whole = [&](bench::Device &one) { return roads(one, &bench::Device::road, first, cards); };
     if (arguments.size() == 5) {
-        bench::print(bench::alone(rounds, ours));
+        bench::print(bench::alone(rounds, [&] { return whole(device); }));
         return;
     }
     bench::Device bare(arguments.at(5), number(arguments.at(2)));
+    bench::Device idle(arguments.at(6), number(arguments.at(2)));
+    const auto others = [&](bench::Device &one) {
+        return whole(one) - roads(idle, &bench::Device::road_of_its_own, first, cards);
+    };
     bench::print(bench::alternate(
-        rounds, [&] { return roads(bare, first, cards); }, ours));
+        rounds, [&] { return others(bare); }, [&] { return others(device); }));
 }
 
 // Plugs them and answers; returns when there were so many verdicts on each.
@@ -165,45 +171,28 @@ void room(const Arguments &arguments)
     bench::print({{}, spent, 0});
 }
 
-[[noreturn]] void become(const std::string &program, const int (&ends)[2])
-{
-    (void)dup2(ends[1], STDERR_FILENO);
-    (void)close(ends[0]);
-    (void)execl(program.c_str(), program.c_str(), nullptr);
-    _exit(127);
-}
-
 // Milliseconds until it has said so.
 double start_once(const std::string &program, const std::string &seen)
 {
-    int ends[2];
-    if (pipe(ends) != 0) {
-        throw std::runtime_error("no pipe");
-    }
     const double began = bench::now_us();
-    const pid_t child = fork();
-    if (child == 0) {
-        become(program, ends);
-    }
-    (void)close(ends[1]);
+    const bench::Child child([&](int report) {
+        (void)dup2(report, STDERR_FILENO);
+        (void)execl(program.c_str(), program.c_str(), nullptr);
+    });
     // To be woken by each of the program's lines would take from the processor that it runs on.
-    (void)fcntl(ends[0], F_SETPIPE_SZ, 1 << 20);
+    (void)fcntl(child.reports(), F_SETPIPE_SZ, 1 << 20);
     const timespec pause{0, 500000};
     std::string said;
     char bytes[1 << 16];
     while (said.find(seen) == std::string::npos) {
         (void)nanosleep(&pause, nullptr);
-        const ssize_t got = read(ends[0], bytes, sizeof bytes);
+        const ssize_t got = read(child.reports(), bytes, sizeof bytes);
         if (got <= 0) {
             throw std::runtime_error("the program ended; it said: " + said);
         }
         said.append(bytes, static_cast<size_t>(got));
     }
-    const double spent = bench::now_us() - began;
-    (void)close(ends[0]);
-    (void)kill(child, SIGKILL);
-    (void)waitpid(child, nullptr, 0);
-    return spent / 1000;
+    return (bench::now_us() - began) / 1000;
 }
 
 void start(const Arguments &arguments)

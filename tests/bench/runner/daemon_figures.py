@@ -16,14 +16,14 @@ _SUBSCRIBED = "app_cg_check_ack_pmsg_f: subscribe ok"  # of the last of its subs
 
 def _road_rounds(rounds, **env):
     """The rounds, and how many commands of the daemon's a card's road has."""
-    with chassis(ROAD_MODULES, **env) as one, server() as other:
+    with chassis(ROAD_MODULES, **env) as one, server() as other, server() as idle:
         script = one.view.root / "script"
         commands = record(one, ROAD_CARDS, ROAD_MODULES, script)
         with bare_daemon(ROAD_MODULES, other.socket_path, script):
             # Its two patterns come last of what it subscribes to.
             programs.wait_until(lambda: other.ask(b"PUBSUB NUMPAT\r\n") == b":2\r\n", 10, "the bare loop listens")
             return run("bench_device", "road", rounds, ROAD_CARDS, ROAD_MODULES, 1, one.store.socket_path,
-                       other.socket_path), commands
+                       other.socket_path, idle.socket_path), commands
 
 
 def _road(rounds):

@@ -18,12 +18,13 @@ class Figure:
     unit: str | None = None  # None: a ratio of "ours" to "baseline"
     given: str = ""  # what was given to us as peers' figures; not measured here
     note: str = ""
+    worst: bool = False  # what must not happen at all: the greatest counts and not the median
 
     @property
     def value(self):
         """The ratio, or the median of what was measured."""
         if self.unit is not None:
-            return median(self.rounds["ours"])
+            return (max if self.worst else median)(self.rounds["ours"])
         return median(ours / bare for bare, ours in zip(self.rounds["baseline"], self.rounds["ours"], strict=True))
 
     @property

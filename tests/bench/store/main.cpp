@@ -29,6 +29,13 @@ Measurement without_subscribers(bench::Rounds (*measure)(const std::string &sock
     };
 }
 
+Measurement trip(bench::Trip which)
+{
+    return [which](const std::string &socket, int rounds, int /*subscribers*/) {
+        return bench::measure_trip(socket, rounds, which);
+    };
+}
+
 bench::Rounds learn_pace(const std::string & /*socket*/, int milliseconds)
 {
     return {{}, {bench::best_pace(milliseconds)}, 0};
@@ -39,6 +46,12 @@ const std::map<std::string, Measurement> &measurements()
     static const std::map<std::string, Measurement> all{
         {"written", without_subscribers(bench::measure_written)},
         {"call", without_subscribers(bench::measure_call)},
+        {"call-nothing", trip(bench::Trip::nothing)},
+        {"call-hset", trip(bench::Trip::hset)},
+        {"call-publish", trip(bench::Trip::publish)},
+        {"call-unchecked", trip(bench::Trip::unchecked)},
+        {"transaction", trip(bench::Trip::transaction)},
+        {"pipeline", trip(bench::Trip::pipeline)},
         {"deleted", without_subscribers(bench::measure_deleted)},
         {"fields", without_subscribers(bench::measure_fields)},
         {"delivery", without_subscribers(bench::measure_delivery)},

@@ -53,23 +53,6 @@ RawReply Raw::next()
     return owned;
 }
 
-RawReply Raw::arrived()
-{
-    for (;;) {
-        void *reply = nullptr;
-        if (redisGetReplyFromReader(context_.get(), &reply) != REDIS_OK) {
-            throw std::runtime_error(context_->errstr);
-        }
-        pollfd watched{fd(), POLLIN, 0};
-        if (reply != nullptr || poll(&watched, 1, 0) <= 0) {
-            return RawReply(static_cast<redisReply *>(reply));
-        }
-        if (redisBufferRead(context_.get()) != REDIS_OK) {
-            throw std::runtime_error(context_->errstr);
-        }
-    }
-}
-
 void Raw::pipeline(const std::vector<Prepared> &commands, size_t depth)
 {
     for (size_t from = 0; from < commands.size(); from += depth) {

@@ -55,8 +55,6 @@ public:
     // Puts into the output buffer; next() sends what is there and takes one reply.
     void append(const Prepared &command);
     RawReply next();
-    // Takes a reply that has arrived already; null when none is there and nothing is to be waited for.
-    RawReply arrived();
     // Sends all in pipelines of so many and takes all replies.
     void pipeline(const std::vector<Prepared> &commands, size_t depth);
 

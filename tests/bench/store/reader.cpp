@@ -3,11 +3,8 @@
 #include "reader.h"
 
 #include <sys/mman.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <stdexcept>
@@ -84,47 +81,19 @@ void read_ours(const std::string &socket, Note &note)
     (void)vx_global_run(context.get());
 }
 
-} // namespace
-
-Reader::Reader(const std::string &socket, Way way, int group)
-    : held_(static_cast<double *>(
-          mmap(nullptr, sizeof(double), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
+// Memory that a process forked from now on shares.
+double *shared_number()
 {
-    int ends[2];
-    if (held_ == MAP_FAILED || pipe(ends) != 0) {
-        throw std::runtime_error("no memory or pipe for the reader");
+    void *memory = mmap(nullptr, sizeof(double), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) {
+        throw std::runtime_error("no memory to share with the reader");
     }
-    pid_ = fork();
-    if (pid_ == 0) {
-        become(socket, way, group, ends[1]);
-    }
-    close(ends[1]);
-    reports_ = ends[0];
-    (void)wait(); // until it has subscribed
+    return static_cast<double *>(memory);
 }
 
-Reader::~Reader()
+void become_reader(const std::string &socket, Way way, Note note)
 {
-    (void)kill(pid_, SIGKILL);
-    (void)waitpid(pid_, nullptr, 0);
-    close(reports_);
-    munmap(held_, sizeof(double));
-}
-
-double Reader::wait()
-{
-    char byte = 0;
-    if (read(reports_, &byte, 1) != 1) {
-        throw std::runtime_error("the reader has ended");
-    }
-    return *held_;
-}
-
-void Reader::become(const std::string &socket, Way way, int group, int report) const
-{
-    (void)prctl(PR_SET_PDEATHSIG, SIGKILL);
     try {
-        Note note{held_, group, report};
         if (way == Way::ours) {
             read_ours(socket, note);
         } else {
@@ -133,7 +102,30 @@ void Reader::become(const std::string &socket, Way way, int group, int report) c
     } catch (const std::exception &failure) {
         (void)std::fprintf(stderr, "reader: %s\n", failure.what());
     }
-    _exit(1);
+}
+
+} // namespace
+
+void Reader::Unmap::operator()(double *shared) const
+{
+    (void)munmap(shared, sizeof(double));
+}
+
+Reader::Reader(const std::string &socket, Way way, int group)
+    : held_(shared_number()), process_([&](int report) {
+          become_reader(socket, way, Note{held_.get(), group, report});
+      })
+{
+    (void)wait(); // until it has subscribed
+}
+
+double Reader::wait()
+{
+    char byte = 0;
+    if (read(process_.reports(), &byte, 1) != 1) {
+        throw std::runtime_error("the reader has ended");
+    }
+    return *held_;
 }
 
 } // namespace bench

@@ -5,9 +5,10 @@
 #ifndef BENCH_READER_H
 #define BENCH_READER_H
 
-#include <sys/types.h>
-
+#include <memory>
 #include <string>
+
+#include "child.h"
 
 namespace bench
 {
@@ -23,20 +24,16 @@ class Reader
 public:
     // Starts the process. It tells its time after every `group` records. Throws when it does not come up.
     Reader(const std::string &socket, Way way, int group);
-    Reader(const Reader &) = delete;
-    Reader &operator=(const Reader &) = delete;
-    // Ends it.
-    ~Reader();
-
     // Waits until the next group is held; returns when that was, in microseconds.
     double wait();
 
 private:
-    [[noreturn]] void become(const std::string &socket, Way way, int group, int report) const;
+    struct Unmap {
+        void operator()(double *shared) const;
+    };
 
-    double *held_;
-    int reports_ = -1;
-    pid_t pid_ = -1;
+    std::unique_ptr<double, Unmap> held_; // shared with the process
+    Child process_;
 };
 
 } // namespace bench

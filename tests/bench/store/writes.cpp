@@ -41,6 +41,102 @@ double write_bare(Raw &raw, const std::vector<Prepared> &commands)
     return per_write(began);
 }
 
+// What functions can leave out, to see what it costs.
+constexpr const char *other_functions = R"lua(#!lua name=bench
+local beginnings = {}
+for length = 0, 99 do
+    beginnings[length] = length .. ':'
+end
+local function content(args)
+    local joined = ''
+    for i = 3, #args, 2 do
+        joined = joined .. beginnings[#args[i]] .. args[i] .. beginnings[#args[i + 1]] .. args[i + 1]
+    end
+    return joined
+end
+redis.register_function('bench_nothing', function(keys, args)
+    return '1'
+end)
+redis.register_function('bench_hset', function(keys, args)
+    redis.call('HSET', keys[1], 'rev', '1', 'by', args[2], unpack(args, 3))
+    return '1'
+end)
+redis.register_function('bench_publish', function(keys, args)
+    redis.call('HSET', keys[1], 'rev', '1', 'by', args[2], unpack(args, 3))
+    redis.call('PUBLISH', args[1] .. keys[1], content(args))
+    return '1'
+end)
+redis.register_function('bench_unchecked', function(keys, args)
+    redis.call('SADD', keys[3], keys[1])
+    local revision = string.format('%d', redis.call('INCR', keys[2]))
+    redis.call('HSET', keys[1], 'rev', revision, 'by', args[2], unpack(args, 3))
+    redis.call('PUBLISH', args[1] .. keys[1], revision .. content(args))
+    return revision
+end)
+)lua";
+
+const char *function_of(Trip trip)
+{
+    switch (trip) {
+    case Trip::nothing:
+        return "bench_nothing";
+    case Trip::hset:
+        return "bench_hset";
+    case Trip::publish:
+        return "bench_publish";
+    default:
+        return "bench_unchecked";
+    }
+}
+
+// The commands of a trip that goes without a function.
+std::vector<Words> commands_of(Trip trip, int32_t slot)
+{
+    const std::string key = "other:0:1:" + std::to_string(slot);
+    Words write{"HSET", key, "rev", "1", "by", "m.1"};
+    Words told{"PUBLISH", "@chg:1:" + key, ""};
+    for (const std::string &text : card_fields()) {
+        write.push_back(text);
+        told.back() += std::to_string(text.size()) + ":" + text;
+    }
+    if (trip == Trip::pipeline) {
+        return {write, told};
+    }
+    return {{"MULTI"}, {"SADD", "@idx:other", key}, {"INCR", "@rev:other"}, write, told, {"EXEC"}};
+}
+
+// Of each slot all commands in one pipeline, and then the replies to all of them.
+double write_together(Raw &raw, const std::vector<std::vector<Prepared>> &slots_commands)
+{
+    const double began = now_us();
+    for (int i = 0; i < writes_per_round; i++) {
+        const auto &commands = slots_commands[static_cast<size_t>(i) % slots_commands.size()];
+        raw.pipeline(commands, commands.size());
+    }
+    return per_write(began);
+}
+
+std::vector<std::vector<Prepared>> prepared_trips(Trip trip)
+{
+    std::vector<std::vector<Prepared>> all;
+    for (int32_t slot = 0; slot < slots; slot++) {
+        std::vector<Prepared> commands;
+        for (Words &words : commands_of(trip, slot)) {
+            commands.emplace_back(std::move(words));
+        }
+        all.push_back(std::move(commands));
+    }
+    return all;
+}
+
+// The call of ours, of another function.
+Words other_call(const char *function, int32_t slot)
+{
+    Words words = card_call(slot, "m.1");
+    words[1] = function;
+    return words;
+}
+
 } // namespace
 
 Rounds measure_written(const std::string &socket, int rounds)
@@ -73,6 +169,21 @@ Rounds measure_call(const std::string &socket, int rounds)
         for_slots(writes_per_round, [](int32_t i) { return card_call(i % slots, "m." + std::to_string(i)); });
     return alternate(
         rounds, [&] { return write_bare(raw, commands); }, [&] { return write_bare(raw, calls); });
+}
+
+Rounds measure_trip(const std::string &socket, int rounds, Trip trip)
+{
+    Raw raw(socket, host);
+    const auto bare =
+        for_slots(slots, [](int32_t slot) { return bare_write("bare:0:1:", slot, card_fields()); });
+    const auto baseline = [&] { return write_bare(raw, bare); };
+    if (trip == Trip::transaction || trip == Trip::pipeline) {
+        const auto together = prepared_trips(trip);
+        return alternate(rounds, baseline, [&] { return write_together(raw, together); });
+    }
+    (void)raw.run({"FUNCTION", "LOAD", "REPLACE", other_functions});
+    const auto calls = for_slots(slots, [&](int32_t slot) { return other_call(function_of(trip), slot); });
+    return alternate(rounds, baseline, [&] { return write_bare(raw, calls); });
 }
 
 Rounds measure_deleted(const std::string &socket, int rounds)

@@ -18,6 +18,17 @@ Rounds measure_deleted(const std::string &socket, int rounds);
 // 3 fields of a record that exists: HSET of the three = 1.
 Rounds measure_fields(const std::string &socket, int rounds);
 
+// What a trip of other making costs: HSET of 5 fields = 1. It shows what the single steps of ours take.
+enum class Trip {
+    nothing,     // a function with the arguments of ours, which does nothing
+    hset,        // a function that does HSET
+    publish,     // ... and PUBLISH of the fields
+    unchecked,   // ... and INCR, SADD: all that changes something, with nothing checked
+    transaction, // these five as MULTI, ..., EXEC in one pipeline
+    pipeline,    // HSET and PUBLISH in one pipeline
+};
+Rounds measure_trip(const std::string &socket, int rounds, Trip trip);
+
 } // namespace bench
 
 #endif
