@@ -7,6 +7,8 @@ import contextlib
 import json
 import subprocess
 
+import redis
+
 from demo.store import StoreServer
 
 from .chassis import Chassis, folder, processor_time
@@ -15,6 +17,7 @@ from .place import PROGRAMS, Failed, run
 
 SIZES = (1, 2, 4, 8, 16)
 CARDS, MODULES = 64, 3
+ROUNDS_OF_MOST = 3  # each of the greatest size takes a quarter of a minute
 
 
 @contextlib.contextmanager
@@ -35,9 +38,11 @@ def _room(count, shared):
         yield all_chassis
 
 
-def _commands(store):
-    text = store.ask(b"INFO stats\r\n").decode()
-    return int(text.split("total_commands_processed:")[1].split("\r")[0])
+def _operations(store):
+    """What the server has carried out up to now: (function calls by clients, commands, those of functions included)."""
+    with contextlib.closing(redis.Redis(unix_socket_path=str(store.socket_path))) as connection:
+        calls = connection.info("commandstats").get("cmdstat_fcall", {"calls": 0})["calls"]
+        return calls, connection.info("stats")["total_commands_processed"]
 
 
 def _server_time(store):
@@ -45,18 +50,24 @@ def _server_time(store):
 
 
 def _shared(count, rounds):
-    """One store: milliseconds, and what it cost for each verdict (a card judged by a daemon)."""
+    """One store: milliseconds; processor time for each verdict (a card judged by a daemon); operations for each card.
+
+    The last two include that the cards are pulled again, and whatever that makes daemons do.
+    """
     with _room(count, shared=True) as chassis:
         store = chassis[0].store
+
+        def counted():
+            return [_server_time(store), sum(one.processor_time() for one in chassis), *_operations(store)]
+
         # Once for practice, so that all memory has been asked for.
         run("bench_device", "room", 1, count, CARDS, MODULES, count, store.socket_path)
-        commands, server = _commands(store), _server_time(store)
-        daemons = sum(one.processor_time() for one in chassis)
+        before = counted()
         spent = run("bench_device", "room", rounds, count, CARDS, MODULES, count, store.socket_path)["ours"]
-        verdicts = count * count * CARDS * rounds
-        return spent, {"store": [(_server_time(store) - server) * 1e6 / verdicts],
-                       "daemons": [(sum(one.processor_time() for one in chassis) - daemons) * 1e6 / verdicts]}, \
-            (_commands(store) - commands) / verdicts
+        server, daemons, calls, commands = (after - old for after, old in zip(counted(), before, strict=True))
+        cards = count * CARDS * rounds
+        return spent, {"store": [server * 1e6 / (cards * count)], "daemons": [daemons * 1e6 / (cards * count)]}, \
+            {"function calls": [calls / cards], "commands, those within functions too": [commands / cards]}
 
 
 def _apart(count, rounds):
@@ -82,20 +93,20 @@ def _apart(count, rounds):
 
 
 def _measure(rounds):
-    rounds = min(rounds, 3)
     time = Series("room", f"{CARDS} cards in each chassis plugged at once, until the last verdict", "chassis", "ms")
     cost = Series("room-cost", "processor time for each verdict, with one store for all", "chassis", "µs")
-    commands = []
+    operations = Series("room-operations", "operations of the store for each card, with one store for all", "chassis",
+                        "operations")
+    first = None
     for count in SIZES:
-        spent, costs, per_verdict = _shared(count, rounds)
-        first = spent if count == 1 else first
-        commands.append(f"{count}: {per_verdict:.1f}")
+        taken = min(rounds, ROUNDS_OF_MOST) if count == SIZES[-1] else rounds
+        spent, costs, done = _shared(count, taken)
+        first = first or spent
         time.add(count, {"one store": spent, "model: x chassis squared": [value * count ** 2 for value in first],
-                         "a store each": _apart(count, rounds), "model: x chassis": [value * count for value in first]})
+                         "a store each": _apart(count, taken), "model: x chassis": [value * count for value in first]})
         cost.add(count, costs)
-    cost.note = "commands that the server carried out for each verdict, those within functions included: " + \
-        ", ".join(commands)
-    return [time, cost]
+        operations.add(count, done)
+    return [time, cost, operations]
 
 
 MEASUREMENTS = {"room": _measure}
