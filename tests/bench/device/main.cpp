@@ -184,7 +184,9 @@ double start_once(const std::string &program, const std::string &seen)
     const timespec pause{0, 500000};
     std::string said;
     char bytes[1 << 16];
-    while (said.find(seen) == std::string::npos) {
+    // Nor may looking through them: what was looked through is not looked at again.
+    for (size_t looked = 0; said.find(seen, looked) == std::string::npos;) {
+        looked = said.size() - std::min(said.size(), seen.size());
         (void)nanosleep(&pause, nullptr);
         const ssize_t got = read(child.reports(), bytes, sizeof bytes);
         if (got <= 0) {
