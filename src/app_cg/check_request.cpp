@@ -32,11 +32,14 @@ struct ArmedTimer {
 
 std::vector<ArmedTimer> armed_timers;
 
-// Makes room for one more, so that an armed timer can always be listed. Returns false without memory.
+// Makes room for one more, so that an armed timer can always be listed. Returns false without memory. Room is
+// doubled: room for just one would have the list copied for each card of a start.
 bool reserve_armed_timer()
 {
     try {
-        armed_timers.reserve(armed_timers.size() + 1);
+        if (armed_timers.size() == armed_timers.capacity()) {
+            armed_timers.reserve(2 * armed_timers.size() + 1);
+        }
     } catch (const std::bad_alloc &) {
         return false;
     }

@@ -266,14 +266,14 @@ TEST_P(CheckRequestLog, TheRefusalOfATimerIsWrittenAtAnyVerbosity)
 // thousand timers on, because nothing else that is allocated on the way is that large.
 std::size_t run_out_of_memory_for_timers(CardNode *node)
 {
-    constexpr std::size_t NOTE_SIZE = 2 * sizeof(void *); // a timer and its node
+    constexpr std::size_t NOTE_SIZE = 2 * sizeof(void *); // a timer and its node; room for them doubles
     constexpr std::size_t MANY = 1000;
     constexpr std::size_t TOO_MANY = 5000;
     std::size_t armed = 0;
     while (armed < TOO_MANY) {
         recording::take();
         if (armed >= MANY) {
-            fake_fs::fail_next_new((armed + 1) * NOTE_SIZE);
+            fake_fs::fail_next_new((2 * armed + 1) * NOTE_SIZE);
         }
         if (app_cg_check_add_slot_timer(node) != 0) {
             break;
@@ -281,7 +281,7 @@ std::size_t run_out_of_memory_for_timers(CardNode *node)
         ++armed;
     }
     recording::take();
-    fake_fs::fail_next_new((armed + 1) * NOTE_SIZE);
+    fake_fs::fail_next_new((2 * armed + 1) * NOTE_SIZE);
     return armed;
 }
 
