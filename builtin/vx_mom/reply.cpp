@@ -164,14 +164,6 @@ Reply ReplyMaker::take(void *made)
     return Reply(&static_cast<Object *>(made)->reply, ReturnReply{memory_});
 }
 
-std::string_view view_of(const redisReply *reply)
-{
-    const bool has_text =
-        reply != nullptr && (reply->type == REDIS_REPLY_STRING || reply->type == REDIS_REPLY_STATUS ||
-                             reply->type == REDIS_REPLY_ERROR);
-    return has_text ? std::string_view(reply->str, reply->len) : std::string_view();
-}
-
 std::string text_of(const redisReply *reply)
 {
     return std::string(view_of(reply));

@@ -42,7 +42,13 @@ private:
 };
 
 // The bytes of a text reply, which live as long as it does; empty for any other.
-std::string_view view_of(const redisReply *reply);
+inline std::string_view view_of(const redisReply *reply)
+{
+    const bool has_text =
+        reply != nullptr && (reply->type == REDIS_REPLY_STRING || reply->type == REDIS_REPLY_STATUS ||
+                             reply->type == REDIS_REPLY_ERROR);
+    return has_text ? std::string_view(reply->str, reply->len) : std::string_view();
+}
 // The same, copied.
 std::string text_of(const redisReply *reply);
 

@@ -64,29 +64,42 @@ bool fields_of(const redisReply *reply, Fields &fields)
     }
     fields.reserve(reply->elements / 2);
     for (size_t i = 0; i + 1 < reply->elements; i += 2) {
-        fields.emplace_back(text_of(reply->element[i]), text_of(reply->element[i + 1]));
+        fields.emplace_back(view_of(reply->element[i]), view_of(reply->element[i + 1]));
     }
     return true;
 }
 
-void take_record(const std::string &key, const redisReply *reply, Snapshot &snapshot)
+// The content of a hash, without what belongs to the writing. False when the revision is no number.
+bool take_content(const redisReply *reply, StoredRecord &record)
 {
-    StoredRecord record{key, 0, {}};
-    if (!fields_of(reply, record.fields)) {
+    record.fields.reserve(std::max(reply->elements / 2, writing_fields) - writing_fields);
+    for (size_t i = 0; i + 1 < reply->elements; i += 2) {
+        if (!take_field(view_of(reply->element[i]), view_of(reply->element[i + 1]), record.fields,
+                        record.revision)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void take_record(std::string &&key, const redisReply *reply, Snapshot &snapshot)
+{
+    if (reply->type != REDIS_REPLY_ARRAY) {
         PLATFORM_LOG(platform::log_error, "record %s left out: %s", key.c_str(), text_of(reply).c_str());
         snapshot.present.insert(key);
-        snapshot.left_out.push_back(key);
+        snapshot.left_out.push_back(std::move(key));
         return;
     }
-    if (record.fields.empty() || !snapshot.present.insert(key).second) {
+    if (reply->elements == 0 || !snapshot.present.insert(key).second) {
         return; // deleted since, or met already
     }
-    if (!revision_of(record.fields, 0, record.revision)) {
-        PLATFORM_LOG(platform::log_error, "record %s left out: its revision is no number", key.c_str());
-        snapshot.left_out.push_back(key);
+    StoredRecord record{std::move(key), 0, {}};
+    if (!take_content(reply, record)) {
+        PLATFORM_LOG(platform::log_error, "record %s left out: its revision is no number",
+                     record.key.c_str());
+        snapshot.left_out.push_back(std::move(record.key));
         return;
     }
-    drop_marks(record.fields);
     snapshot.records.push_back(std::move(record));
 }
 
@@ -102,12 +115,12 @@ int32_t read_slice(Database &database, const std::string &type, Snapshot &snapsh
     }
     std::vector<Command> commands;
     commands.reserve(keys.size());
-    for (const std::string &key : keys) {
-        commands.emplace_back(2, "HGETALL").back() = key;
+    for (std::string &key : keys) {
+        commands.emplace_back(2, "HGETALL").back() = std::move(key);
     }
     const Answer answer = database.ask(commands, Purpose::read);
     for (size_t i = 0; i < answer.replies.size(); i++) {
-        take_record(keys[i], answer.replies[i].get(), snapshot);
+        take_record(std::move(commands[i].back()), answer.replies[i].get(), snapshot);
     }
     return answer.error;
 }

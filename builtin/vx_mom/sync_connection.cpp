@@ -257,6 +257,9 @@ std::string explain_refusal(const redisReply *reply, int32_t database)
 
 bool is_passing(const redisReply *reply)
 {
+    if (!is_error(reply)) {
+        return false; // which is asked of every answer
+    }
     return is_error(reply, "LOADING") || is_error(reply, "BUSY") || is_error(reply, "MASTERDOWN") ||
            is_error(reply, "READONLY") || is_error(reply, "TRYAGAIN") || is_error(reply, "NOREPLICAS");
 }

@@ -210,13 +210,13 @@ MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_vie
     return message;
 }
 
-bool revision_of(const Fields &fields, uint64_t fallback, uint64_t &revision)
+bool take_field(std::string_view name, std::string_view value, Fields &fields, uint64_t &revision)
 {
-    revision = fallback;
-    for (const auto &[name, value] : fields) {
-        if (name == revision_field) {
-            return parse_revision(value, revision);
-        }
+    if (name == revision_field) {
+        return parse_revision(value, revision);
+    }
+    if (name != writer_field) {
+        fields.emplace_back(name, value);
     }
     return true;
 }
@@ -226,13 +226,6 @@ bool parse_revision(std::string_view text, uint64_t &revision)
     const char *end = text.data() + text.size();
     const auto result = std::from_chars(text.data(), end, revision);
     return result.ec == std::errc() && result.ptr == end;
-}
-
-void drop_marks(Fields &fields)
-{
-    std::erase_if(fields, [](const auto &field) {
-        return field.first == revision_field || field.first == writer_field;
-    });
 }
 
 } // namespace vx_mom

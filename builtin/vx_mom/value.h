@@ -24,8 +24,9 @@ namespace vx_mom
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
 // The hash fields that belong to the writing.
-inline constexpr const char *revision_field = "rev";
-inline constexpr const char *writer_field = "by";
+inline constexpr std::string_view revision_field = "rev";
+inline constexpr std::string_view writer_field = "by";
+inline constexpr size_t writing_fields = 2;
 
 struct FreeMessage {
     void operator()(ProtobufCMessage *message) const { protobuf_c_message_free_unpacked(message, nullptr); }
@@ -51,14 +52,12 @@ bool encode_fields(const ProtobufCMessage &record, const int32_t *numbers, int32
 MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_view key, const Fields &fields,
                          std::string &why);
 
-// The revision in a record's hash; `fallback` when it has none; false when it is no number.
-bool revision_of(const Fields &fields, uint64_t fallback, uint64_t &revision);
+// Takes one field of a record's hash as it was read: keeps it in `fields`, or, when it belongs to the
+// writing, takes the revision from it. Returns false when that is no number.
+bool take_field(std::string_view name, std::string_view value, Fields &fields, uint64_t &revision);
 
 // A revision as text; false when it is none.
 bool parse_revision(std::string_view text, uint64_t &revision);
-
-// Takes away what belongs to the writing.
-void drop_marks(Fields &fields);
 
 } // namespace vx_mom
 

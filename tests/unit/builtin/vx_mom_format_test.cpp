@@ -251,11 +251,21 @@ TEST(Value, FieldListsAreChecked)
     EXPECT_FALSE(vx_mom::encode_fields(*card.message(), negative, 1, content));
 }
 
-TEST(Value, WhatBelongsToTheWritingCanBeTakenAway)
+TEST(Value, WhatBelongsToTheWritingIsNoContent)
 {
-    Fields fields{{"6", "1"}, {"rev", "12"}, {"by", "x"}, {"7", "2"}};
-    vx_mom::drop_marks(fields);
-    EXPECT_THAT(fields, testing::ElementsAre(Pair("6", "1"), Pair("7", "2")));
+    Fields fields;
+    uint64_t revision = 7;
+    EXPECT_TRUE(vx_mom::take_field("6", "1", fields, revision));
+    EXPECT_TRUE(vx_mom::take_field("by", "x", fields, revision));
+    EXPECT_EQ(revision, 7U) << "only the revision tells one";
+    EXPECT_TRUE(vx_mom::take_field("rev", "12", fields, revision));
+    EXPECT_TRUE(vx_mom::take_field("7", "", fields, revision));
+    EXPECT_EQ(revision, 12U);
+    EXPECT_THAT(fields, testing::ElementsAre(Pair("6", "1"), Pair("7", "")));
+    for (const char *wrong : {"", "x", "12x", "-1", "18446744073709551616"}) {
+        EXPECT_FALSE(vx_mom::take_field("rev", wrong, fields, revision)) << wrong;
+    }
+    EXPECT_EQ(fields.size(), 2U);
 }
 
 TEST(Payload, IsReadItemByItem)
