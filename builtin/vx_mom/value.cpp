@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <new>
 
 #include "key.h"
 #include "scalar.h"
@@ -150,6 +151,16 @@ size_t room_for(std::string_view key, const Fields &fields)
 
 } // namespace
 
+// No exception may reach protobuf-c, which is C; it takes null for a lack of memory.
+void *MessageMemory::give(void *self, size_t size) noexcept
+{
+    try {
+        return static_cast<MessageMemory *>(self)->pieces_.allocate(size);
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
 bool encode_record(const ProtobufCMessage &record, Content &content)
 {
     bool known = false;
@@ -202,8 +213,10 @@ MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_vie
             return nullptr;
         }
     }
-    MessagePtr message(protobuf_c_message_unpack(&type, nullptr, wire.size(),
-                                                 reinterpret_cast<const uint8_t *>(wire.data())));
+    auto memory = std::make_unique_for_overwrite<MessageMemory>();
+    ProtobufCMessage *made = protobuf_c_message_unpack(&type, &memory->allocator(), wire.size(),
+                                                       reinterpret_cast<const uint8_t *>(wire.data()));
+    MessagePtr message(made, FreeMessage{std::move(memory)});
     if (message == nullptr) {
         why = "a sub-message is cut short or malformed";
     }

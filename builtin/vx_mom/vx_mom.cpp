@@ -2,6 +2,7 @@
 #include "vx_mom.h"
 
 #include <exception>
+#include <memory>
 #include <new>
 
 #include "client.h"
@@ -15,6 +16,12 @@ namespace
 
 using vx_mom::Client;
 using vx_mom::Database;
+
+// What the result that we give out really is.
+struct Found : vx_mom_result_t {
+    Found() : vx_mom_result_t{vx_mom::invalid, nullptr} {}
+    vx_mom::MessagePtr owned;
+};
 
 // Runs `work(client, database)`; its result, or the error for what prevented it.
 template <typename Work>
@@ -180,21 +187,18 @@ int32_t vx_mom_exists_sync(vx_global_t *global, int32_t db, const ProtobufCMessa
 
 vx_mom_result_t *vx_mom_hgetall_sync(vx_global_t *global, int32_t db, const ProtobufCMessage *record)
 {
-    auto *result = new (std::nothrow) vx_mom_result_t{vx_mom::invalid, nullptr};
+    auto *result = new (std::nothrow) Found;
     if (result == nullptr || record == nullptr) {
         return result;
     }
-    vx_mom::MessagePtr found;
-    result->error_code = with_database(
-        global, db, [&](Client &, Database &database) { return vx_mom::hgetall(database, *record, found); });
-    result->record = found.release();
+    result->error_code = with_database(global, db, [&](Client &, Database &database) {
+        return vx_mom::hgetall(database, *record, result->owned);
+    });
+    result->record = result->owned.get();
     return result;
 }
 
 void vx_mom_hash_res_free(vx_mom_result_t *result)
 {
-    if (result != nullptr) {
-        const vx_mom::MessagePtr record(result->record);
-        delete result;
-    }
+    const std::unique_ptr<Found> ended(static_cast<Found *>(result));
 }

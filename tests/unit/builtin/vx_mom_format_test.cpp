@@ -237,6 +237,29 @@ TEST(Value, WhatIsNoValueIsRefused)
         << "a text would be cut at a zero byte";
 }
 
+TEST(Value, ARecordOfAnySizeHasItsMemoryForItself)
+{
+    std::string why;
+    const auto named = [&why](const std::string &name) {
+        return vx_mom::decode_record(p_dev__card_info__descriptor, "p_dev.card_info:0:1:2:0", {{"12", name}},
+                                     why);
+    };
+    const auto name_of = [](const vx_mom::MessagePtr &record) {
+        return std::string(reinterpret_cast<const PDev__CardInfo *>(record.get())->name);
+    };
+    for (const size_t size : {1U, 400U, 600U, 100000U}) {
+        vx_mom::MessagePtr first = named(std::string(size, 'a'));
+        const vx_mom::MessagePtr second = named(std::string(size, 'b'));
+        ASSERT_TRUE(first != nullptr && second != nullptr) << why;
+        EXPECT_EQ(name_of(first), std::string(size, 'a'));
+        const vx_mom::MessagePtr moved = std::move(first);
+        first = named("c");
+        EXPECT_EQ(name_of(moved), std::string(size, 'a'));
+        EXPECT_EQ(name_of(second), std::string(size, 'b'));
+        EXPECT_EQ(reinterpret_cast<const PDev__CardInfo *>(moved.get())->index->slotid, 2);
+    }
+}
+
 TEST(Value, FieldListsAreChecked)
 {
     const Card card(0, 1, 0, 7);
