@@ -35,7 +35,7 @@ double turn()
 double known_best()
 {
     const char *told = std::getenv("BENCH_PACE");
-    const double best = told == nullptr ? 0 : std::atof(told);
+    const double best = told == nullptr ? 0 : std::strtod(told, nullptr);
     return best > 0 ? best : best_pace(learning_ms);
 }
 
