@@ -16,6 +16,7 @@ namespace
 {
 
 constexpr double learning_ms = 20;
+constexpr double look_ms = 3; // longer than what a process has the processor for at a time
 constexpr size_t attempts = 3;
 
 // Eight sums that do not wait for one another fill the core: what another thread of it takes is missing here.
@@ -57,7 +58,7 @@ double share()
     const double began = now_us();
     int turns = 0;
     double spent = 0;
-    while (now_us() - began < 1000) {
+    while (now_us() - began < look_ms * 1000) {
         spent += turn();
         turns++;
     }

@@ -16,8 +16,9 @@ namespace bench
 // The least time that a turn of the loop took, of all within so many milliseconds; in microseconds.
 double best_pace(double milliseconds);
 
-// How many times its best the loop takes at the moment, over a millisecond: 1 alone, up to 2 shared. The best
-// is what BENCH_PACE says (microseconds), or what was found when this was first called.
+// How many times its best the loop takes at the moment, over some milliseconds: 1 alone, up to 2 shared with
+// another thread of the core, more with another process. The best is what BENCH_PACE says (microseconds), or
+// what was found when this was first called.
 double share();
 
 // From this share on a round is taken again.
