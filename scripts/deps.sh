@@ -13,7 +13,7 @@
     deps_run=(python3 redis-tools bubblewrap libfaketime)
     deps_test=(clang-14 libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-redis clang-format-14
         mandoc zsh tmux jq)
-    deps_bench=(libbenchmark-dev)
+    deps_bench=(libbenchmark-dev python3-redis)
     deps_fuzz=(libclang-rt-14-dev)
     deps_lint=(clang-tidy-14)
 }

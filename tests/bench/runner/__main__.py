@@ -1,82 +1,133 @@
 """Runs the measurements: python3 -m runner, started by ./bench, which has built the programs."""
-import argparse
-import pathlib
+import contextlib
+import math
+import os
 import sys
 import time
 
 from demo.programs import NotInTime
 
-from . import plot, report
+from . import ending, lines, place, plot, report, usage
 from .daemon_figures import MEASUREMENTS as DAEMON
-from .figures import Series
+from .figures import Series, Unmeasured
 from .growth import MEASUREMENTS as GROWTH
 from .inside_figures import MEASUREMENTS as INSIDE
-from .place import Failed, learn_pace, processors, shared_rounds, stay_on
 from .room import MEASUREMENTS as ROOM
 from .store_figures import MEASUREMENTS as STORE
 
 MEASUREMENTS = {**STORE, **DAEMON, **INSIDE, **GROWTH, **ROOM}
 
 
-def parse(argv):
-    """The command line; ends with status 2 when it is wrong."""
-    parser = argparse.ArgumentParser(prog="bench", usage="./bench [--only NAME]... [--rounds N] [--quick] "
-                                     "[--json FILE] [--plots DIR] [--help]",
-                                     description="Measures what the gate costs beside the bare store.")
-    parser.add_argument("--only", action="append", metavar="NAME", choices=list(MEASUREMENTS), default=None,
-                        help="this measurement only; may be given several times: " + ", ".join(MEASUREMENTS))
-    parser.add_argument("--rounds", type=int, default=9, help="rounds of each measurement (default 9)")
-    parser.add_argument("--quick", action="store_true", help="3 rounds, for trying")
-    parser.add_argument("--json", type=pathlib.Path, metavar="FILE", help="write all results with their raw rounds")
-    parser.add_argument("--plots", type=pathlib.Path, metavar="DIR", help="draw the series as SVG files into DIR")
-    parser.add_argument("--check-usage", action="store_true", help=argparse.SUPPRESS)
-    options = parser.parse_args(argv)
-    if options.rounds < 1:
-        parser.error("--rounds wants a number from 1")
-    if options.quick:
-        options.rounds = 3
-    return options
+def tell(text, end="\n"):
+    """Says something on the way; that nobody hears it any more is no reason to stop."""
+    with contextlib.suppress(OSError):
+        print(text, end=end, file=sys.stderr, flush=True)
+
+
+def unmeasured(names, why):
+    """A result for each line of these measurements, which tells why there is no figure."""
+    return [Unmeasured(line, why) for name in names for line in lines.MEASUREMENTS[name]]
+
+
+def limit(rounds):
+    """Seconds that a measurement may take: many times what the longest one needs."""
+    return 60 + 30 * rounds
+
+
+def why_of(failure):
+    """One line that says what went wrong; the kind of it where the text alone says nothing, as a key's name."""
+    text = " ".join(str(failure).split())
+    known = isinstance(failure, (place.Failed, NotInTime, OSError, RuntimeError)) and text
+    return text if known else f"{type(failure).__name__}: {text}"
+
+
+def check(results):
+    """Fails when something that was printed as a figure is none."""
+    for shown in (shown for result in results for shown in result.as_json()):
+        value = shown["ratio"] if "ratio" in shown else shown["value"]
+        if not 0 < value < math.inf:
+            raise place.Failed(f"{shown['name']} came to {value}, which is nothing that can be measured")
+
+
+def take(name, rounds):
+    """The results of one measurement. Whatever may go wrong in it, it's told, and nothing of it stays behind."""
+    began = time.monotonic()
+    tell(f"{name} ...", end=" ")
+    try:
+        with ending.within(limit(rounds)):
+            results = MEASUREMENTS[name](rounds)
+        check(results)
+    except Exception as failure:  # pylint: disable=broad-except
+        place.remarks()  # those of rounds that nobody will see
+        ending.end_children()
+        tell(f"failed: {why_of(failure)}")
+        return unmeasured([name], why_of(failure))
+    noticed = place.remarks()
+    for result in results:
+        result.remarks = noticed
+    tell("; ".join([f"{time.monotonic() - began:.1f} s", *noticed]))
+    return results
 
 
 def measure(names, rounds):
-    """Takes the measurements one after the other; returns the results and the failures."""
-    results, failures = [], []
-    for name in names:
-        began = time.monotonic()
-        print(f"{name} ...", end=" ", file=sys.stderr, flush=True)
+    """Takes the measurements one after the other; returns all results, and the status when somebody ended it."""
+    results, status, done = [], 0, 0
+    try:
+        with ending.clean():
+            place.stay_on(place.processors()[0])
+            _learn_pace()
+            for name in names:
+                results += take(name, rounds)
+                done += 1
+    except ending.Asked as asked:
+        tell(f"ended by {asked}")
+        results += unmeasured(names[done:], f"ended by {asked}")
+        status = asked.status
+    return results, status
+
+
+def _learn_pace():
+    try:
+        place.learn_pace()
+    except Exception as failure:  # pylint: disable=broad-except
+        tell(f"not known how quick the processor is: {why_of(failure)}")  # then each program looks for itself
+
+
+def show(results, options):
+    """Writes and prints all results; returns whether that worked. What can't be written is told, and the rest is."""
+    def table():
+        print(report.text(results), flush=True)
+
+    writers = [table]
+    if options.json:
+        writers.insert(0, lambda: report.write_json(results, options.json))
+    if options.plots:
+        writers += [lambda result=result: plot.write(result, options.plots)
+                    for result in results if isinstance(result, Series)]
+    well = True
+    for write in writers:
         try:
-            results += MEASUREMENTS[name](rounds)
-        except (Failed, NotInTime, OSError, ValueError, RuntimeError) as failure:
-            failures.append(f"{name}: {failure}")
-            print(f"failed: {failure}", file=sys.stderr)
-            continue
-        shared, taken = shared_rounds()
-        others = f"; somebody else used the core during {shared} of {taken} rounds" if shared else ""
-        print(f"{time.monotonic() - began:.1f} s{others}", file=sys.stderr)
-    return results, failures
+            write()
+        except Exception as failure:  # pylint: disable=broad-except
+            tell(f"bench: not written: {why_of(failure)}")
+            well = False
+    return well
 
 
 def main(argv):
     """Returns the exit status."""
-    options = parse(argv)
-    if options.check_usage:
-        return 0
-    if options.plots:
-        options.plots.mkdir(parents=True, exist_ok=True)
-    stay_on(processors()[0])
-    learn_pace()
-    results, failures = measure(options.only or list(MEASUREMENTS), options.rounds)
-    print(report.text(results))
-    if options.json:
-        report.write_json(results, options.json)
-    if options.plots:
-        for result in results:
-            if isinstance(result, Series):
-                plot.write(result, options.plots)
-    for failure in failures:
-        print(f"not measured: {failure}", file=sys.stderr)
-    return 1 if failures else 0
+    options = usage.parse(argv)
+    results, status = measure(options.only, options.rounds)
+    well = show(results, options)
+    for complaint in report.complaints(results):
+        tell(complaint)
+    failed = not well or any(isinstance(result, Unmeasured) for result in results)
+    return status or int(failed)
 
 
 if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+    STATUS = main(sys.argv[1:])
+    with contextlib.suppress(OSError):
+        sys.stderr.flush()
+    # Nothing is left to do, and what standard output could not take has been told.
+    os._exit(STATUS)

@@ -1,16 +1,15 @@
 """A daemon under measurement: the one that is delivered, in a private view, on a store server of its own."""
 import contextlib
 import pathlib
-import shutil
 
 import redis
 
 from demo.daemon import Daemon
-from demo.private_view import PrivateView, new_folder
+from demo.private_view import PrivateView
 from demo.programs import start, stop, wait_until
 from demo.store import StoreServer
 
-from .place import DAEMON, PROGRAMS
+from .place import DAEMON, PROGRAMS, folder
 
 LEVEL_FILE = ".vxos/vsd/0/plibpub/app_cg/app_cg/app_cg_dbg.txt"  # below /data
 CARDS_AND_ACKNOWLEDGEMENTS = "2"  # patterns that a daemon subscribes to
@@ -52,16 +51,6 @@ def processor_time(pid):
     """Seconds that a process has computed up to now, in user and kernel mode."""
     nanoseconds = pathlib.Path("/proc", str(pid), "schedstat").read_text().split()[0]
     return int(nanoseconds) / 1e9
-
-
-@contextlib.contextmanager
-def folder():
-    """A folder for one measurement."""
-    made = new_folder("cgb-")
-    try:
-        yield made
-    finally:
-        shutil.rmtree(made)
 
 
 @contextlib.contextmanager

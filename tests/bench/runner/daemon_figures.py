@@ -5,7 +5,7 @@ from demo import programs
 from demo.daemon import Daemon
 
 from .chassis import LEVEL_FILE, bare_daemon, chassis
-from .figures import Figure
+from .figures import figure
 from .place import DAEMON, PROGRAMS, rounds_of, run, server
 from .recording import record
 
@@ -30,9 +30,7 @@ def _road(rounds):
     logged, commands = _road_rounds(rounds)
     unlogged, _ = _road_rounds(rounds, VX_ZLOG="none")
     note = f"microseconds a card; {commands:.1f} commands of the daemon's"
-    return [Figure("road", "a card's road with 3 modules, from notified to decided (a bare loop that sends the same = 1)",
-                   logged, 1.15, note=note),
-            Figure("road-unlogged", "the same without the four lines that it logs for a card", unlogged, note=note)]
+    return [figure("road", logged, note), figure("road-unlogged", unlogged, note)]
 
 
 def _memory(rounds):
@@ -45,11 +43,8 @@ def _memory(rounds):
             empty.append(before["Rss"] / 1e6)
             own.append((before["Rss"] - before["Shared_Clean"] - before["Shared_Dirty"]) / 1e6)
             per_card.append((after["Rss"] - before["Rss"]) / MEMORY_CARDS / 1000)
-    return [Figure("memory", "the daemon's resident memory without a card, libraries included", {"ours": empty}, 6, "MB",
-                   given="7.1 MB"),
-            Figure("memory-own", "what of it is not shared with other programs", {"ours": own}, None, "MB"),
-            Figure("memory-card", "a card more: node, watch cache and all", {"ours": per_card}, 1.5, "KB",
-                   given="0.6 to 0.9 KB a record")]
+    return [figure("memory", {"ours": empty}), figure("memory-own", {"ours": own}),
+            figure("memory-card", {"ours": per_card})]
 
 
 def _started(one):
@@ -62,8 +57,11 @@ def _started(one):
                      arguments=["start", "30", "/data/app_cg", _SUBSCRIBED])
     before = len(starter.printed()) if (one.view.root / "daemon.out").exists() else 0
     starter.start()
-    if starter.wait(40) != 0:
-        raise RuntimeError(starter.complained())
+    try:
+        if starter.wait(40) != 0:
+            raise RuntimeError(starter.complained())
+    finally:
+        starter.stop()
     return rounds_of(starter.printed()[before:])["ours"][0]
 
 
@@ -74,8 +72,7 @@ def _start(rounds):
         run("bench_device", "fill", 1000, ROAD_MODULES, one.store.socket_path)
         one.daemon.stop()
         full = [_started(one) for _ in range(rounds + 1)][1:]
-    return [Figure("start", "from start to all subscribed, store empty", {"ours": empty}, 15, "ms"),
-            Figure("start-1000", "the same with 1,000 cards that are on line", {"ours": full}, 60, "ms")]
+    return [figure("start", {"ours": empty}), figure("start-1000", {"ours": full})]
 
 
 MEASUREMENTS = {"road": _road, "memory": _memory, "start": _start}

@@ -6,6 +6,8 @@ two of a round were taken one right after the other, so what befell the machine 
 from dataclasses import dataclass, field
 from statistics import median
 
+from .lines import LINES
+
 
 @dataclass
 class Figure:
@@ -19,6 +21,7 @@ class Figure:
     given: str = ""  # what was given to us as peers' figures; not measured here
     note: str = ""
     worst: bool = False  # what must not happen at all: the greatest counts and not the median
+    remarks: list = field(default_factory=list)  # what was noticed while it was measured
 
     @property
     def value(self):
@@ -33,13 +36,9 @@ class Figure:
         return None if self.goal is None else self.value <= self.goal
 
     def as_json(self):
-        """The object of the JSON list."""
-        shown = {"name": self.name, "what": self.what}
-        if self.unit is None:
-            shown["ratio"] = self.value
-        else:
-            shown["value"], shown["unit"] = self.value, self.unit
-        return {**shown, "goal": self.goal, "met": self.met, "rounds": self.rounds, "note": self.note}
+        """The objects of the JSON list: one."""
+        return [{"name": self.name, "what": self.what, **_value(self.value, self.unit), "goal": self.goal,
+                 "met": self.met, "rounds": self.rounds, "given": self.given, "note": _notes(self)}]
 
 
 @dataclass
@@ -52,6 +51,8 @@ class Series:
     unit: str
     points: list = field(default_factory=list)
     note: str = ""
+    measured: str = ""  # what it is that the unit counts
+    remarks: list = field(default_factory=list)
 
     def add(self, size, rounds):
         """Adds what was measured at a size, {line: [one number a round]}."""
@@ -64,8 +65,47 @@ class Series:
                 for name in names}
 
     def as_json(self):
-        """The object of the JSON list; it has no goal, so nothing is met or missed."""
-        return {"name": self.name, "what": self.what, "size": self.size, "unit": self.unit, "goal": None, "met": None,
-                "points": [{"size": size, "value": {name: median(values) for name, values in rounds.items()},
-                            "rounds": rounds} for size, rounds in self.points],
-                "note": self.note}
+        """The objects of the JSON list: one for each size and line. None has a goal, so nothing is met or missed."""
+        return [{"name": f"{self.name}/{size}/{line}", "what": self.what, **_value(median(values), self.unit),
+                 "goal": None, "met": None, "rounds": {"ours": values}, "series": self.name, "line": line,
+                 "size": size, "sizes": self.size, "note": _notes(self)}
+                for size, rounds in self.points for line, values in rounds.items()]
+
+
+@dataclass
+class Unmeasured:
+    """A line of which there is no figure."""
+
+    name: str
+    why: str
+
+    def as_json(self):
+        """The objects of the JSON list: one, without a value and without a verdict."""
+        line = LINES[self.name]
+        return [{"name": self.name, "what": line.what, **_value(None, line.unit), "goal": line.goal, "met": None,
+                 "rounds": {}, "given": line.given, "why": self.why}]
+
+
+def figure(name, rounds, note=""):
+    """The figure of a known line."""
+    line = LINES[name]
+    return Figure(name, line.what, rounds, line.goal, line.unit, line.given, note, line.worst)
+
+
+def series(name, note=""):
+    """A known series that has no points yet."""
+    line = LINES[name]
+    return Series(name, line.what, line.size, line.unit, note=note, measured=line.measured)
+
+
+def notes(result):
+    """What is to be known about a result besides its numbers."""
+    return [note for note in (result.note, *result.remarks) if note]
+
+
+def _notes(result):
+    return "; ".join(notes(result))
+
+
+def _value(value, unit):
+    return {"ratio": value} if unit is None else {"value": value, "unit": unit}

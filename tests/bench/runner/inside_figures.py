@@ -1,5 +1,5 @@
 """What is inside one process, by Google Benchmark: log messages, records, the walk of the card table."""
-from .figures import Figure, Series
+from .figures import figure, series
 from .place import run
 
 
@@ -20,23 +20,20 @@ def _times(rounds, only):
 def _log(rounds):
     times = _times(rounds, "message|compare")
     disabled = {"baseline": times["one_compare"], "ours": times["disabled_message"]}
-    return [Figure("log-disabled", "a disabled log message (a loop with one compare = 1)", disabled, 1.1,
-                   given="one comparison", note="its arguments are not evaluated, or this would have failed"),
-            Figure("log-enabled", "an enabled message up to the library's call", {"ours": times["enabled_message"]},
-                   150, "ns")]
+    return [figure("log-disabled", disabled, note="its arguments are not evaluated, or this would have failed"),
+            figure("log-enabled", {"ours": times["enabled_message"]})]
 
 
 def _records(rounds):
     times = _times(rounds, "encode|decode")
-    return [Figure("encode", "a record of 5 fields and its key to text", {"ours": times["encode"]}, None, "ns"),
-            Figure("decode", "and back", {"ours": times["decode"]}, None, "ns")]
+    return [figure(name, {"ours": times[name]}) for name in ("encode", "decode")]
 
 
 def _walk(rounds):
-    series = Series("growth-walk", "finding the last card of the table", "cards", "ns")
+    walk = series("growth-walk")
     for name, values in _times(rounds, "walk").items():
-        series.add(int(name.split("/")[1]), {"walk": values})
-    return [series]
+        walk.add(int(name.split("/")[1]), {"walk": values})
+    return [walk]
 
 
 MEASUREMENTS = {"log": _log, "records": _records, "growth-walk": _walk}

@@ -8,10 +8,13 @@ import json
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 import sys
+import time
 
 from demo.private_view import new_folder
+from demo.programs import start, stop_group
 from demo.store import StoreServer
 
 PROJECT = pathlib.Path(__file__).resolve().parents[3]
@@ -19,6 +22,7 @@ BUILD = pathlib.Path(os.environ.get("APP_CG_BUILD", PROJECT / "build" / "bench")
 PROGRAMS = BUILD / "tests" / "bench"
 DAEMON = BUILD / "bin" / "app_cg"
 PACE_MS = 3000  # for which the processor is watched
+AGAIN_MINUTES = 6  # for which a run takes disturbed rounds again; undisturbed it has done most by then
 
 
 class Failed(Exception):
@@ -26,7 +30,9 @@ class Failed(Exception):
 
 
 _SHARED = []  # (disturbed rounds, rounds) of each program
+_COMPLAINTS = []  # what programs that measured nevertheless have said on standard error
 _MINE = sorted(os.sched_getaffinity(0))  # before stay_on()
+_BEGAN = time.monotonic()
 
 
 def processors():
@@ -42,21 +48,35 @@ def stay_on(processor):
 def learn_pace():
     """Looks how quick the processor is when it is ours alone, and lets all programs know. See store/pace.h."""
     best = min(run("bench_store", "pace", "-", PACE_MS)["ours"])
-    shared_rounds()  # of which this was none
+    remarks()  # of a round that was none
     os.environ["BENCH_PACE"] = f"{best:.4f}"
+
+
+def _again_until():
+    """Until when, on the clock that all processes share, disturbed rounds are taken again, in seconds."""
+    return _BEGAN + AGAIN_MINUTES * 60
+
+
+@contextlib.contextmanager
+def folder():
+    """A folder for one measurement."""
+    made = new_folder("cgb-")
+    try:
+        yield made
+    finally:
+        shutil.rmtree(made)
 
 
 @contextlib.contextmanager
 def server():
     """A fresh store server in a folder of its own."""
-    folder = new_folder("cgb-")
-    store = StoreServer(folder)
-    try:
-        store.start()
-        yield store
-    finally:
-        store.kill()
-        shutil.rmtree(folder)
+    with folder() as made:
+        store = StoreServer(made)
+        try:
+            store.start()
+            yield store
+        finally:
+            store.kill()
 
 
 def run(program, *arguments, processor=None):
@@ -64,12 +84,20 @@ def run(program, *arguments, processor=None):
     command = [str(PROGRAMS / program), *map(str, arguments)]
     if processor is not None:
         command = ["taskset", "-c", str(processor), *command]
-    done = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, check=False)
-    if done.returncode != 0:
-        raise Failed(f"{' '.join(command)}: status {done.returncode}: {done.stderr.strip()}")
-    if done.stderr:
-        print(done.stderr, end="", file=sys.stderr)
-    return rounds_of(done.stdout)
+    running = start(command, {"BENCH_AGAIN_UNTIL": f"{_again_until() * 1e6:.0f}"}, subprocess.PIPE, subprocess.PIPE,
+                    text=True)
+    try:
+        printed, complained = running.communicate()
+    except BaseException:
+        stop_group(running, signal.SIGKILL)  # its readers too
+        running.communicate()
+        raise
+    if running.returncode != 0:
+        raise Failed(f"{' '.join(command)}: status {running.returncode}: {complained.strip()}")
+    if complained:
+        print(complained, end="", file=sys.stderr)
+        _COMPLAINTS.extend(complained.splitlines())
+    return rounds_of(printed)
 
 
 def rounds_of(printed):
@@ -80,8 +108,18 @@ def rounds_of(printed):
     return taken
 
 
-def shared_rounds():
-    """(rounds that somebody else has disturbed, rounds in all) since this was asked last."""
-    told = [sum(numbers) for numbers in zip(*_SHARED)] or [0, 0]
+def _shared_remark():
+    shared, rounds = (sum(numbers) for numbers in zip(*_SHARED)) if _SHARED else (0, 0)
+    if shared == 0:
+        return []
+    again = "" if time.monotonic() < _again_until() else \
+        f", which were not taken again once the run had lasted {AGAIN_MINUTES} minutes"
+    return [f"somebody else used the core during {shared} of {rounds} rounds{again}"]
+
+
+def remarks():
+    """What was noticed since this was asked last: disturbed rounds, and complaints of programs."""
+    noticed = [*_shared_remark(), *dict.fromkeys(_COMPLAINTS)]
     _SHARED.clear()
-    return tuple(told)
+    _COMPLAINTS.clear()
+    return noticed

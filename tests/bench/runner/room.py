@@ -12,7 +12,7 @@ import redis
 from demo.store import StoreServer
 
 from .chassis import Chassis, folder, processor_time
-from .figures import Series
+from .figures import series
 from .place import PROGRAMS, Failed, run
 
 SIZES = (1, 2, 4, 8, 16)
@@ -93,10 +93,7 @@ def _apart(count, rounds):
 
 
 def _measure(rounds):
-    time = Series("room", f"{CARDS} cards in each chassis plugged at once, until the last verdict", "chassis", "ms")
-    cost = Series("room-cost", "processor time for each verdict, with one store for all", "chassis", "µs")
-    operations = Series("room-operations", "operations of the store for each card, with one store for all", "chassis",
-                        "operations")
+    time, cost, operations = series("room"), series("room-cost"), series("room-operations")
     first = None
     for count in SIZES:
         taken = min(rounds, ROUNDS_OF_MOST) if count == SIZES[-1] else rounds

@@ -30,8 +30,9 @@ struct Calmest {
     double share = 0;
 };
 using Look = std::function<void()>;
-// Takes a round, and again while it was disturbed, up to three times in all. `round` calls its argument
-// before, between and after what it measures.
+// Takes a round, and again while it was disturbed, up to three times in all, but not any more after the time
+// that BENCH_AGAIN_UNTIL says (microseconds, as now_us()). `round` calls its argument before, between and
+// after what it measures.
 Calmest take_calmly(const std::function<void(const Look &look)> &round);
 
 } // namespace bench
