@@ -228,11 +228,14 @@ class Programs(InFolder):
         path.chmod(0o755)
 
     def test_one_that_is_missing_or_ends_badly_has_failed(self):
-        with self.assertRaisesRegex(place.Failed, "none: status 127"):
+        with self.assertRaisesRegex(place.Failed, r"failed to execute .* \(status 127 of .*/none\)"):
             place.run("none")
         self.program("echo '{\"ours\": [1]}'; echo why >&2; exit 3")
-        with self.assertRaisesRegex(place.Failed, "program 1 two: status 3: why"):
+        with self.assertRaisesRegex(place.Failed, r"^why \(status 3 of .*/program 1 two\)"):
             place.run("program", 1, "two")
+        self.program("exit 4")
+        with self.assertRaisesRegex(place.Failed, "^it has said nothing .status 4 of "):
+            place.run("program")
         self.assertEqual(place.remarks(), [])
 
     def test_what_it_says_besides_its_figures_is_kept_once(self):

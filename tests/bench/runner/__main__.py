@@ -31,7 +31,7 @@ def unmeasured(names, why):
 
 def limit(rounds):
     """Seconds that a measurement may take: many times what the longest one needs."""
-    return 60 + 30 * rounds
+    return 180 + 40 * rounds
 
 
 def why_of(failure):

@@ -93,7 +93,8 @@ def run(program, *arguments, processor=None):
         running.communicate()
         raise
     if running.returncode != 0:
-        raise Failed(f"{' '.join(command)}: status {running.returncode}: {complained.strip()}")
+        why = complained.strip() or "it has said nothing"  # first: the table shows the beginning
+        raise Failed(f"{why} (status {running.returncode} of {' '.join(command)})")
     if complained:
         print(complained, end="", file=sys.stderr)
         _COMPLAINTS.extend(complained.splitlines())
