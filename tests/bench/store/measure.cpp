@@ -1,6 +1,7 @@
 // What the measurements share; see the header.
 #include "measure.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -55,6 +56,31 @@ Rounds alternate(int rounds, const std::function<double()> &baseline, const std:
         taken.shared += calmest.share < shared_from ? 0 : 1;
     }
     return taken;
+}
+
+Rounds together(int rounds, const std::function<std::pair<double, double>()> &both)
+{
+    (void)both();
+    Rounds taken;
+    for (int round = 0; round < rounds; round++) {
+        std::vector<std::pair<double, double>> attempts;
+        const Calmest calmest = take_calmly([&](const Look &look) {
+            look();
+            attempts.push_back(both());
+            look();
+        });
+        taken.baseline.push_back(attempts[calmest.attempt].first);
+        taken.ours.push_back(attempts[calmest.attempt].second);
+        taken.shared += calmest.share < shared_from ? 0 : 1;
+    }
+    return taken;
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    const size_t half = values.size() / 2;
+    return values.size() % 2 != 0 ? values[half] : (values[half - 1] + values[half]) / 2;
 }
 
 Rounds alone(int rounds, const std::function<double()> &ours)

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "p_dev.pb-c.h"
@@ -36,8 +37,15 @@ void print(const Rounds &taken);
 // a few times; see pace.h.
 Rounds alternate(int rounds, const std::function<double()> &baseline, const std::function<double()> &ours);
 
+// The same of two that are taken in turn many times within a round: `both` returns the baseline's number and
+// ours.
+Rounds together(int rounds, const std::function<std::pair<double, double>()> &both);
+
 // The same of something that has no baseline.
 Rounds alone(int rounds, const std::function<double()> &ours);
+
+// The one in the middle. `values` is not empty.
+double median(std::vector<double> values);
 
 struct FinishContext {
     void operator()(vx_global_t *global) const { vx_global_finish(global); }
