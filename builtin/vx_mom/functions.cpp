@@ -32,22 +32,39 @@ local function permit(...)
     end
 end
 
--- The first write that matters, after all else that could refuse: it is refused by itself, for its type, its text, or
--- for want of the right. (A number that is none of ours, below 1 or too long, has moved by then, and nothing else.)
+local function refuse_counter(counter)
+    error({err = 'WRONGTYPE ' .. counter .. ' holds no revision'})
+end
+
+-- Whether so many more can be counted. Not asked for a record that is there: listing that changes nothing, so
+-- counting may be the check.
+local function check_counter(counter, more)
+    local now = call('GET', counter) or '0'
+    if now ~= '0' and not string.match(now, '^[1-9]%d*$') or #now > 15 or tonumber(now) + more >= 1e15 then
+        refuse_counter(counter)
+    end
+    permit('INCR', counter)
+end
+
+-- After all else that could refuse: it is refused by itself, for its type, its text, or for want of the right. (A
+-- number that is none of ours, below 1 or too long, has moved by then, and nothing else.)
 local function count(counter)
     local now = redis.pcall('INCR', counter)
     if type(now) == 'number' and now > 0 and now < 1e15 then
         return string.format('%d', now)
     end
-    if type(now) == 'table' and not string.find(now.err, '^WRONGTYPE') and not string.find(now.err, 'not an integer') then
+    if type(now) == 'table' and not (string.find(now.err, '^WRONGTYPE') or string.find(now.err, 'not an integer') or
+                                     string.find(now.err, 'overflow')) then
         error(now)
     end
-    error({err = 'WRONGTYPE ' .. counter .. ' holds no revision'})
+    refuse_counter(counter)
 end
 
--- All that could refuse a write, and the counting. Listing the record is refused by itself too, and does no harm if
--- nothing comes of it.
-local function begin_write(record, counter, index, channel)
+-- All that could refuse a write, and the counting. Listing the record is refused by itself too.
+local function begin_write(record, held, counter, index, channel)
+    if held == 0 then
+        check_counter(counter, 1)
+    end
     permit('HSET', record, 'rev', '0')
     permit('PUBLISH', channel, '')
     call('SADD', index, record)
@@ -138,7 +155,8 @@ local function look(record, token)
     return held
 end
 
--- Written over what is there, and only where that leaves fields of before made anew.
+-- Written over what is there, and only where that leaves fields of before made anew. The numbers tell that as long as
+-- no field is named twice, for which the writer is responsible.
 local function set(keys, args)
     call = call or redis.call
     local record, channel, token, last = keys[1], args[1] .. keys[1], args[2], #args
@@ -150,7 +168,7 @@ local function set(keys, args)
     if held > 0 then
         permit('DEL', record)
     end
-    local revision = begin_write(record, keys[2], keys[3], channel)
+    local revision = begin_write(record, held, keys[2], keys[3], channel)
     local marked = mark(args, last, revision, token)
     local added = call('HSET', record, unpack(args, 3, marked))
     if held + added ~= (marked - 2) / 2 then
@@ -170,15 +188,17 @@ local function hmset(keys, args)
     if done then
         return done
     end
+    if token == '' then
+        given = given + 1
+        args[given] = 'by' -- the mark of a write before would vouch for what this one changes
+    end
     local last = 3 + count_of_texts
     local removes = held > 0 and last < given
-    if held > 0 then
-        permit('HGETALL', record)
-    end
+    permit('HGETALL', record)
     if removes then
         permit('HDEL', record, 'rev')
     end
-    local revision = begin_write(record, keys[2], keys[3], channel)
+    local revision = begin_write(record, held, keys[2], keys[3], channel)
     if removes then
         held = held - call('HDEL', record, unpack(args, last + 1))
     end
@@ -230,6 +250,7 @@ local function pdel(keys, args)
             found[#found + 1] = record
         end
     end
+    check_counter(counter, #found)
     permit('SREM', index, beginning)
     permit('PUBLISH', prefix .. beginning, '')
     for _, record in ipairs(found) do

@@ -182,6 +182,9 @@ bool encode_fields(const ProtobufCMessage &record, const int32_t *numbers, int32
     const ProtobufCFieldDescriptor *index = index_field(*record.descriptor, known);
     content.present.reserve(static_cast<size_t>(std::max(count, 0)));
     for (int32_t i = 0; i < count; i++) {
+        if (std::find(numbers, numbers + i, numbers[i]) != numbers + i) {
+            continue; // named before; the store's functions count on names that differ
+        }
         const auto number = static_cast<unsigned>(numbers[i]);
         const ProtobufCFieldDescriptor *field =
             protobuf_c_message_descriptor_get_field(record.descriptor, number);

@@ -184,20 +184,40 @@ class RightsTest(unittest.TestCase):
         return [self.store.hgetall(self.KEY), self.store.get(self.names[1]), self.store.smembers(self.names[2])]
 
     def test_the_rights_by_function_are_those_it_takes(self):
-        table = PAGE.read_text(encoding="utf-8").split("By function:")[1].split("\n## ")[0]
+        table = PAGE.read_text(encoding="utf-8").split("By function, ")[1].split("\n## ")[0]
         rows = re.findall(r"^\| `(vx_mom1_\w+)` \| (.*) \|$", table, re.MULTILINE)
         self.assertEqual(len(rows), 4)
         for function, cells in rows:
             rights = set(re.findall(r"`([A-Z]+)`", cells))
             for missing in sorted(rights):
-                self.rig.cgctl("set", self.KIND, "t_devid=1", "t_slotid=6", "t_mod_name=me", "t_reason=x", "status=1")
-                before = self.state()
                 with self.subTest(function, missing=missing):
-                    self.assertRegex(repr(self.call(function, rights - {missing})),
-                                     "NoPermission|The user executing the script")
-                    self.assertEqual(self.state(), before)
+                    self.assertTrue(self.refused_without(function, rights - {missing}), "nobody missed it")
+            self.write_record()
+            before = self.state()
             self.assertIsNone(self.call(function, rights))
             self.assertNotEqual(self.state(), before)
+
+    def write_record(self):
+        """Has the record there."""
+        self.rig.cgctl("set", self.KIND, "t_devid=1", "t_slotid=6", "t_mod_name=me", "t_reason=x", "status=1")
+
+    def refused_without(self, function, rights):
+        """Whether the function is refused, with the record there or without it; then nothing may have changed."""
+        self.write_record()
+        refused = self.is_refused(function, rights)
+        self.store.delete(self.KEY)
+        self.store.srem(self.names[2], self.KEY)
+        return self.is_refused(function, rights) or refused
+
+    def is_refused(self, function, rights):
+        """Whether a call is refused; then nothing may have changed."""
+        before = self.state()
+        error = self.call(function, rights)
+        if error is None:
+            return False
+        self.assertRegex(repr(error), "NoPermission|The user executing the script")
+        self.assertEqual(self.state(), before)
+        return True
 
 
 def sections(page, marks):

@@ -204,7 +204,7 @@ void AclInspector::check_stranger(const std::string &name, std::vector<AclFindin
     }
     if (const std::string text = permitted_of(name, deciding_attempts()); !text.empty()) {
         findings.push_back({name, "is none of this list, and may decide on cards: it is permitted " + text +
-                                      "; give it no right to the keys of p_libpub.app_cg_*"});
+                                      "; give it no right to the keys and channels of p_libpub.app_cg_*"});
     }
 }
 

@@ -93,7 +93,7 @@ void draw_bar(std::ostream &out, const Bar &bar, double x, double bar_width, dou
 {
     const std::string when = minute_text(bar.from);
     for (const std::string &why : bar.gaps) {
-        draw(out, {x, top, bar_width, plot_height}, "gap", when + ": " + why);
+        draw(out, {x, top, bar_width, plot_height}, "gap", std::string(when).append(": ").append(why));
     }
     double y = top + plot_height;
     for (std::size_t i = 0; i < outcome_count; ++i) {

@@ -46,7 +46,7 @@ std::string found_in_path(const std::string &program)
 {
     const char *path = getenv("PATH");
     for (const std::string &folder : split(path == nullptr ? "/usr/bin:/bin" : path, ':')) {
-        const std::string place = (folder.empty() ? "." : folder) + '/' + program;
+        std::string place = (folder.empty() ? "." : folder) + '/' + program;
         if (access(place.c_str(), X_OK) == 0) {
             return place;
         }

@@ -72,7 +72,7 @@ std::vector<std::string> environment_with(const std::vector<std::pair<std::strin
         }
     }
     for (const auto &[name, value] : settings) {
-        variables.push_back(name + '=' + value);
+        variables.push_back(std::string(name).append("=").append(value));
     }
     return variables;
 }

@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -45,6 +46,7 @@ bool is_disk_full(const std::string &path)
     struct statvfs room {
     };
     return statvfs(folder.c_str(), &room) == 0 &&
+           (room.f_flag & ST_RDONLY) == 0 && access(folder.c_str(), W_OK) == 0 &&
            (room.f_bavail == 0 || (room.f_files > 0 && room.f_favail == 0));
 }
 

@@ -64,6 +64,7 @@ TEST_F(RefusalTest, ACounterThatIsNoneStopsWrites)
         ASSERT_EQ(server.run(db, {"SET", counter, value}), "OK");
         const std::string before = dump();
         expect_all_writes_refused();
+        EXPECT_LT(write(2, 9), 0) << "a new record";
         EXPECT_EQ(dump(), before) << value;
     }
     ASSERT_EQ(server.run(db, {"DEL", counter}), "1");
@@ -81,11 +82,40 @@ TEST_F(RefusalTest, ANumberThatIsNoRevisionStopsWritesAndMovesAlone)
     for (const char *value : {"-5", "999999999999999"}) {
         const std::string before = dump();
         ASSERT_EQ(server.run(db, {"SET", counter, value}), "OK");
+        EXPECT_LT(write(2, 9), 0) << "a new record";
+        EXPECT_LT(vx_mom_pdel(global.get(), db, Card(0, 1, 0).message(), 2, nullptr, nullptr), 0);
+        EXPECT_EQ(server.run(db, {"GET", counter}), value) << "is looked at before";
         expect_all_writes_refused();
         EXPECT_NE(server.run(db, {"GET", counter}), value);
         ASSERT_EQ(server.run(db, {"SET", counter, kept}), "OK");
         EXPECT_EQ(dump(), before) << value;
     }
+}
+
+// The mark of the write before would vouch for fields that are others now.
+TEST_F(RefusalTest, AWriteWithoutAMarkTakesTheMarkOfTheOneBefore)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    const auto call = [&](std::vector<std::string> function, std::vector<std::string> more) {
+        function.insert(function.begin(), "FCALL");
+        function.insert(function.end(), {"3", key, counter, index_set, "@chg:1:"});
+        function.insert(function.end(), more.begin(), more.end());
+        return server.run(db, function);
+    };
+    EXPECT_EQ(call({"vx_mom1_set"}, {"m.1", "6", "1"}), "2");
+    EXPECT_EQ(call({"vx_mom1_set"}, {"m.1", "6", "1"}), "2") << "a repetition";
+    EXPECT_EQ(call({"vx_mom1_hmset"}, {"", "2", "6", "5"}), "3");
+    EXPECT_EQ(call({"vx_mom1_set"}, {"m.1", "6", "1"}), "4") << "a write: somebody has written since";
+    EXPECT_EQ(server.run(db, {"HGET", key, "6"}), "1");
+}
+
+TEST_F(RefusalTest, AFieldThatIsNamedTwiceIsWrittenOnce)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    const int32_t fields[] = {6, 7, 6};
+    Card card(0, 1, 0, 9);
+    EXPECT_EQ(vx_mom_hmset(global.get(), db, card.message(), fields, 3, nullptr, nullptr), 0);
+    EXPECT_EQ(server.run(db, {"HGET", key, "6"}), "9");
 }
 
 TEST_F(RefusalTest, AnIndexThatIsNoneStopsWrites)
@@ -155,6 +185,7 @@ TEST_P(RightsTest, AUserWithoutTheRightChangesNothing)
     const int32_t fields[] = {6};
     int refused = 0;
     refused += is_refused([&] { return vx_mom_set_sync(global.get(), db, card.message()); });
+    refused += is_refused([&] { return write(2, 9); }); // a new one
     refused += is_refused(
         [&] { return vx_mom_hmset(global.get(), db, card.message(), fields, 1, nullptr, nullptr); });
     // A field at its default is one to remove.

@@ -375,8 +375,9 @@ TEST_F(AclCheck, FindsAStrangerWhoMayDecideOnCards)
         EXPECT_THAT(outcome.out, StartsWith("chassis: is none of this list, and may decide on cards: it is "
                                             "permitted " +
                                             what));
-        EXPECT_THAT(outcome.out,
-                    HasSubstr("; give it no right to the keys of p_libpub.app_cg_*; `cgctl acl "));
+        EXPECT_THAT(
+            outcome.out,
+            HasSubstr("; give it no right to the keys and channels of p_libpub.app_cg_*; `cgctl acl "));
         EXPECT_EQ(lines_of(outcome.out).size(), 1U);
     };
     expect_decider({"+@all", "~*", "&*"}, "FCALL vx_mom1_set 3 p_libpub.app_cg_card_check_info:");

@@ -12,7 +12,6 @@ namespace
 {
 
 using testing::HasSubstr;
-using testing::Not;
 
 constexpr std::chrono::seconds patience{20};
 constexpr const char *request_key = "p_libpub.app_cg_card_check_info:0:1:3:0";

@@ -158,6 +158,7 @@ void DoctorTest::start_server(const std::vector<std::string> &arguments)
                                        "--unixsocket", socket,        "--dir", folder};
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char *> argv;
+        argv.reserve(words.size() + 1);
         for (std::string &word : words) {
             argv.push_back(word.data());
         }
