@@ -45,8 +45,8 @@ bool is_disk_full(const std::string &path)
     const std::string folder = end == std::string::npos ? "." : path.substr(0, end + 1);
     struct statvfs room {
     };
-    return statvfs(folder.c_str(), &room) == 0 &&
-           (room.f_flag & ST_RDONLY) == 0 && access(folder.c_str(), W_OK) == 0 &&
+    return statvfs(folder.c_str(), &room) == 0 && (room.f_flag & ST_RDONLY) == 0 &&
+           access(folder.c_str(), W_OK) == 0 &&
            (room.f_bavail == 0 || (room.f_files > 0 && room.f_favail == 0));
 }
 
