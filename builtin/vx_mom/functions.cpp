@@ -1,10 +1,10 @@
 // The function library by which every change is one atomic step on the server.
 //
 // Each function checks everything that could refuse it first (type of the keys, rights of the user), since
-// functions do not roll back; then writes, counts, indexes and publishes. A transaction of plain commands
-// measures slightly faster, but cannot refuse as a whole and cannot publish content that it has to read
-// first. Functions, and not scripts sent along: the server keeps them over a restart and hands them to its
-// replicas, and a user needs no right to run code of his own.
+// functions do not roll back, or makes the change that refuses itself the first one; then counts, writes and
+// publishes. A transaction of plain commands measures faster, but cannot refuse as a whole and cannot publish
+// content that it has to read first. Functions, and not scripts sent along: the server keeps them over a
+// restart and hands them to its replicas, and a user needs no right to run code of his own.
 //
 // A function's time is the server's, which serves nobody else meanwhile, and most of it goes into calls and
 // texts: each call counts a third of a microsecond, a right that is asked for a seventh. Hence no call whose
