@@ -21,13 +21,14 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include "unit/private_view.h"
 
 namespace testing_platform
 {
@@ -54,21 +55,10 @@ bool readable(int fd, std::chrono::milliseconds within)
     return ready > 0;
 }
 
-// An ordinary user may have a view of its own only as the root of a user namespace.
-bool enter_private_view()
+// A view without anything of the system's in /run and /dev.
+bool enter_empty_view()
 {
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    if (unshare(CLONE_NEWNS | (user == 0 ? 0 : CLONE_NEWUSER)) != 0) {
-        return false;
-    }
-    if (user != 0) {
-        write_file("/proc/self/setgroups", "deny");
-        write_file("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-        write_file("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-    }
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-           mount("tmpfs", "/run", "tmpfs", 0, nullptr) == 0 &&
+    return enter_private_view() && mount("tmpfs", "/run", "tmpfs", 0, nullptr) == 0 &&
            mount("tmpfs", "/dev", "tmpfs", 0, nullptr) == 0;
 }
 
@@ -177,7 +167,7 @@ int Child::wait()
 
 int run_in_private_view(const std::function<int()> &body)
 {
-    Child child{[&] { return enter_private_view() ? body() : cannot_be_tried_here; }};
+    Child child{[&] { return enter_empty_view() ? body() : cannot_be_tried_here; }};
     return child.wait();
 }
 

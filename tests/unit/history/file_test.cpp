@@ -1,5 +1,4 @@
 // The file itself: versions, damage, other users, kills, limits.
-#include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -10,6 +9,7 @@
 #include "history/database.h"
 #include "history/schema.h"
 #include "history_fixture.h"
+#include "unit/private_view.h"
 
 namespace history
 {
@@ -56,23 +56,6 @@ int in_child(const std::function<int()> &body)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Whether the process has a view of the file system of its own now. An ordinary user may have one only as the
-// root of a user namespace.
-bool enter_private_view()
-{
-    const uid_t user = geteuid();
-    const gid_t group = getegid();
-    if (unshare(CLONE_NEWNS | (user == 0 ? 0 : CLONE_NEWUSER)) != 0) {
-        return false;
-    }
-    if (user != 0) {
-        std::ofstream("/proc/self/setgroups") << "deny";
-        std::ofstream("/proc/self/uid_map") << "0 " << user << " 1";
-        std::ofstream("/proc/self/gid_map") << "0 " << group << " 1";
-    }
-    return mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-}
-
 // Runs `body` in a child process in which this folder is a disk of its own; `room` is called with how many
 // files it may hold, itself included. Returns the exit status, 100 when there can be no such disk.
 int in_child_with_disk(const std::string &folder, const std::function<int(const Room &)> &body)
@@ -83,7 +66,7 @@ int in_child_with_disk(const std::string &folder, const std::function<int(const 
     };
     const pid_t pid = fork();
     if (pid == 0) {
-        const bool has_disk = enter_private_view() && mounted(1, 0);
+        const bool has_disk = testing_platform::enter_private_view() && mounted(1, 0);
         _exit(has_disk ? body([&](int files) { return mounted(files, MS_REMOUNT); }) : 100);
     }
     int status = 0;
