@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "vx_mom/reply.h"
+#include "store/connection/reply.h"
 
 namespace wire_test
 {

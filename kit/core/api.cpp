@@ -12,8 +12,8 @@
 #include <optional>
 #include <string>
 
-#include "check.h"
-#include "opening.h"
+#include "core/check.h"
+#include "core/opening.h"
 
 struct app_cg_kit_module {
     kit::Opened parts;

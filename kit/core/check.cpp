@@ -1,5 +1,5 @@
 // The examination of one card.
-#include "check.h"
+#include "core/check.h"
 
 #include <utility>
 

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
-#include "facts.h"
-#include "log.h"
+#include "core/facts.h"
+#include "core/log.h"
 
 namespace kit
 {

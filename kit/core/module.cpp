@@ -1,14 +1,14 @@
 // A check module; see the header for what it rests on.
-#include "module.h"
+#include "core/module.h"
 
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
-#include "builtin/platform_log.h"
-#include "builtin/settings.h"
+#include "core/records.h"
 #include "ham.h"
-#include "records.h"
+#include "log/platform_log.h"
+#include "loop/settings.h"
 
 namespace kit
 {

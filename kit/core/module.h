@@ -14,11 +14,11 @@
 #include <memory>
 #include <string>
 
-#include "builtin/loop.h"
-#include "check.h"
-#include "facts.h"
-#include "log.h"
-#include "timer.h"
+#include "core/check.h"
+#include "core/facts.h"
+#include "core/log.h"
+#include "core/timer.h"
+#include "loop/loop.h"
 #include "vx_mom.h"
 
 namespace kit

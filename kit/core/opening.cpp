@@ -1,12 +1,13 @@
 // How a module comes into being.
-#include "opening.h"
+#include "core/opening.h"
+#include "modules/module_name.h"
 
 #include <cstdlib>
 #include <stdexcept>
 #include <utility>
 
-#include "builtin/settings.h"
-#include "builtin/vx_mom/configuration.h"
+#include "loop/settings.h"
+#include "store/connection/configuration.h"
 
 namespace kit
 {
@@ -32,7 +33,7 @@ int check_settings(const Wanted &wanted, const Log &log)
 
 int take_name(const Wanted &wanted, const Log &log, NameLock &lock)
 {
-    const std::string warning = folder_problem(wanted.module_folder, wanted.name);
+    const std::string warning = cg::folder_problem(wanted.module_folder, wanted.name);
     if (!warning.empty()) {
         log(APP_CG_KIT_WARNING, warning);
     }
@@ -53,7 +54,7 @@ int take_name(const Wanted &wanted, const Log &log, NameLock &lock)
 
 int open(const Wanted &wanted, Module::Hooks hooks, const Log &log, Opened &opened)
 {
-    const std::string problem = name_problem(wanted.name);
+    const std::string problem = cg::name_problem(wanted.name);
     if (!problem.empty()) {
         log(APP_CG_KIT_ERROR, problem);
         return APP_CG_KIT_E_NAME;

@@ -9,9 +9,9 @@
 #include <optional>
 #include <string>
 
-#include "log.h"
-#include "module.h"
-#include "name.h"
+#include "core/log.h"
+#include "core/module.h"
+#include "core/name_lock.h"
 
 namespace kit
 {

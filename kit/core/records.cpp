@@ -1,5 +1,5 @@
 // The records that a module reads and writes.
-#include "records.h"
+#include "core/records.h"
 
 #include <cerrno>
 #include <memory>

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "facts.h"
+#include "core/facts.h"
 #include "vx_mom.h"
 
 namespace kit

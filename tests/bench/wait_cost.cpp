@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "builtin/sentinel_group.h"
 #include "p_dev.pb-c.h"
+#include "unit/builtin/store/sentinel_group.h"
 #include "vx_mom.h"
 
 namespace

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "builtin/vx_mom/endpoint.h"
+#include "store/connection/endpoint.h"
 
 #include "memory_file.h"
 

@@ -1,6 +1,6 @@
 // The configured endpoint: any text of an operator is refused with a line that names it, or is an endpoint
 // that comes out the same when its parts are written down again.
-#include "builtin/vx_mom/endpoint.h"
+#include "store/connection/endpoint.h"
 
 #include "fuzz.h"
 

@@ -1,10 +1,10 @@
 // Record keys. Whatever text is taken for a key of a type is the very text that the type's record is written
 // under: with two spellings the server would have two records where the reader sees one.
-#include "builtin/vx_mom/key.h"
+#include "store/codec/key.h"
 
 #include "fuzz.h"
 #include "schema_registry.h"
-#include "vx_mom/value.h"
+#include "store/codec/value.h"
 
 namespace
 {

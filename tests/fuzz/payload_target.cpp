@@ -1,6 +1,6 @@
 // The published form of a change. Whoever may publish on a channel sends what he likes; what is accepted must
 // be just what the server's functions write, so that nothing can mean two things.
-#include "builtin/vx_mom/payload.h"
+#include "store/codec/payload.h"
 
 #include "fuzz.h"
 

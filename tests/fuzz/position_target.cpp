@@ -1,8 +1,9 @@
 // Card positions: refused as wrong usage, or the same after they were printed.
-#include "cgctl/position.h"
+#include "records/position.h"
+#include "records/position_key.h"
 
-#include "cgctl/failure.h"
-#include "cgctl/text.h"
+#include "base/failure.h"
+#include "base/text.h"
 
 #include "fuzz.h"
 
@@ -23,13 +24,13 @@ std::vector<long long> numbers_in(const std::string &text)
     return numbers;
 }
 
-void check(const std::string &text, const cgctl::Position &position)
+void check(const std::string &text, const cg::Position &position)
 {
     require(numbers_in(text) == std::vector<long long>{position.devid, position.slotid, position.sslotid},
             "a position is the numbers that were typed", text);
-    require(cgctl::parse_position(position.text()) == position, "a position printed is the same one",
+    require(cg::parse_position(position.text()) == position, "a position printed is the same one",
             position.text());
-    require(cgctl::position_in(cgctl::key_of(position)) == position, "a position is the one in its key",
+    require(cg::position_in(cg::key_of(position)) == position, "a position is the one in its key",
             position.text());
 }
 
@@ -39,11 +40,11 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string text = fuzz::c_text(fuzz::view_of(data, size));
     try {
-        check(text, cgctl::parse_position(text));
-    } catch (const cgctl::Failure &failure) {
+        check(text, cg::parse_position(text));
+    } catch (const cg::Failure &failure) {
         const std::string message = failure.what();
-        require(failure.status() == cgctl::wrong_usage, "a refusal is for wrong usage");
-        require(cgctl::visible(message) == message, "a refusal is one line", message);
+        require(failure.status() == cg::wrong_usage, "a refusal is for wrong usage");
+        require(cg::visible(message) == message, "a refusal is one line", message);
     }
     return 0;
 }

@@ -2,18 +2,18 @@
 // same after it was printed and typed again.
 //
 // Input: a record type's name, then an assignment on each line.
-#include "cgctl/record_text.h"
+#include "records/record_text.h"
 
-#include "cgctl/failure.h"
-#include "cgctl/text.h"
+#include "base/failure.h"
+#include "base/text.h"
 
 #include "fuzz.h"
 
 namespace
 {
 
-using cgctl::Json;
-using cgctl::RecordType;
+using cg::Json;
+using cg::RecordType;
 using fuzz::require;
 
 // Runs the action; false when it is refused.
@@ -23,10 +23,10 @@ bool accepted(const Action &action)
     try {
         action();
         return true;
-    } catch (const cgctl::Failure &failure) {
+    } catch (const cg::Failure &failure) {
         const std::string text = failure.what();
-        require(failure.status() == cgctl::wrong_usage && !text.empty(), "a refusal is for wrong usage");
-        require(cgctl::visible(text) == text, "a refusal is one line", text);
+        require(failure.status() == cg::wrong_usage && !text.empty(), "a refusal is for wrong usage");
+        require(cg::visible(text) == text, "a refusal is one line", text);
         return false;
     }
 }
@@ -62,28 +62,28 @@ std::string typed(const std::string &line)
 
 Json record_of(const RecordType &type, const Json &fields)
 {
-    return cgctl::to_json(*cgctl::from_json(*type.descriptor, fields));
+    return cg::to_json(*cg::from_json(*type.descriptor, fields));
 }
 
 void check(const RecordType &type, const Json &fields)
 {
     const Json record = record_of(type, fields);
     require(record_of(type, record) == record, "a record is the same after a way through JSON",
-            cgctl::dump(record));
-    require(record_of(type, Json::parse(cgctl::dump(record))) == record, "and through its text",
-            cgctl::dump(record));
+            cg::dump(record));
+    require(record_of(type, Json::parse(cg::dump(record))) == record, "and through its text",
+            cg::dump(record));
     Json again = Json::object();
-    for (const std::string &line : cgctl::to_lines(*type.descriptor, record, cgctl::Shown::all)) {
-        require(cgctl::visible(line) == line, "a line is one line", line);
-        require(accepted([&] { cgctl::assign(type, again, typed(line)); }), "a line can be typed", line);
+    for (const std::string &line : cg::to_lines(*type.descriptor, record, cg::Shown::all)) {
+        require(cg::visible(line) == line, "a line is one line", line);
+        require(accepted([&] { cg::assign(type, again, typed(line)); }), "a line can be typed", line);
     }
     require(record_of(type, again) == record, "a record is the same after it was typed again",
-            cgctl::dump(record));
-    Json parts = cgctl::payload_part(type, record);
+            cg::dump(record));
+    Json parts = cg::payload_part(type, record);
     if (type.index != nullptr && !record[type.index->name].is_null()) {
-        parts[type.index->name] = cgctl::key_part(type, record);
+        parts[type.index->name] = cg::key_part(type, record);
     }
-    require(record_of(type, parts) == record, "key and payload are the record", cgctl::dump(record));
+    require(record_of(type, parts) == record, "key and payload are the record", cg::dump(record));
 }
 
 } // namespace
@@ -92,9 +92,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::vector<std::string> lines = fuzz::parts_of(fuzz::view_of(data, size), '\n');
     const RecordType *type = nullptr;
-    if (!accepted([&] { type = &cgctl::record_type(fuzz::c_text(lines.front())); })) {
+    if (!accepted([&] { type = &cg::record_type(fuzz::c_text(lines.front())); })) {
         // Most changes to the name spoil it; the assignments below it are tried all the same.
-        const std::vector<RecordType> &types = cgctl::record_types();
+        const std::vector<RecordType> &types = cg::record_types();
         type = &types[lines.front().size() % types.size()];
     }
     Json fields = Json::object();
@@ -102,10 +102,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         const std::string assignment = fuzz::c_text(lines[i]);
         Json changed = fields;
         // A refused one may leave a part of its path behind; the command ends there.
-        if (accepted([&] { cgctl::assign(*type, changed, assignment); })) {
+        if (accepted([&] { cg::assign(*type, changed, assignment); })) {
             fields = changed;
-            require(accepted([&] { (void)cgctl::field_number(*type, assignment); }),
-                    "an assignment has a field", assignment);
+            require(accepted([&] { (void)cg::field_number(*type, assignment); }), "an assignment has a field",
+                    assignment);
         }
     }
     check(*type, fields);

@@ -5,8 +5,8 @@
 // texts. (Bytes of the wire are another target's: it would take long to get through to here with them.)
 #include <algorithm>
 
-#include "builtin/vx_mom/data_set.h"
-#include "builtin/vx_mom/sentinel_view.h"
+#include "store/connection/sentinel_view.h"
+#include "store/data_set.h"
 #include "tests/wire_reader.h"
 
 #include "fuzz.h"

@@ -1,7 +1,7 @@
 // Scenario files: refused with a place in the text, or made of statements that read the same again.
-#include "cgctl/scenario.h"
+#include "scenario.h"
 
-#include "cgctl/text.h"
+#include "base/text.h"
 
 #include "fuzz.h"
 
@@ -10,11 +10,11 @@ namespace
 
 using fuzz::require;
 
-void check_problem(const cgctl::scenario::Scenario &scenario, const std::string &text,
-                   const cgctl::scenario::Problem &problem)
+void check_problem(const cg::scenario::Scenario &scenario, const std::string &text,
+                   const cg::scenario::Problem &problem)
 {
     const auto lines = fuzz::parts_of(text, '\n');
-    require(cgctl::visible(problem.message) == problem.message, "a message is one line", problem.message);
+    require(cg::visible(problem.message) == problem.message, "a message is one line", problem.message);
     require(problem.place.line >= 1 && problem.place.line <= lines.size(), "a mistake is on a line");
     require(problem.place.column >= 1 && problem.place.column <= lines[problem.place.line - 1].size() + 2,
             "a mistake is on its line or just behind", lines[problem.place.line - 1]);
@@ -27,18 +27,18 @@ void check_problem(const cgctl::scenario::Scenario &scenario, const std::string 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string text(fuzz::view_of(data, size));
-    const cgctl::scenario::Scenario scenario = cgctl::scenario::read_scenario("file", text);
+    const cg::scenario::Scenario scenario = cg::scenario::read_scenario("file", text);
     std::string again;
     for (const auto &statement : scenario.statements) {
         again += statement.text + '\n';
-        require(cgctl::visible(statement.text) == statement.text ||
+        require(cg::visible(statement.text) == statement.text ||
                     statement.text.find('\t') != std::string::npos,
                 "a statement drives no terminal", statement.text);
     }
     for (const auto &problem : scenario.problems) {
         check_problem(scenario, text, problem);
     }
-    const auto second = cgctl::scenario::read_scenario("file", again);
+    const auto second = cg::scenario::read_scenario("file", again);
     require(second.statements.size() == scenario.statements.size(), "statements read again are as many",
             again);
     for (size_t i = 0; i < second.statements.size(); ++i) {

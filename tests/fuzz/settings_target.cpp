@@ -1,5 +1,5 @@
 // The file of settings, read by its lines a second time in a simpler way.
-#include "builtin/settings.h"
+#include "loop/settings.h"
 
 #include <cerrno>
 #include <optional>

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "builtin/ssat_arguments.h"
+#include "shell/arguments.h"
 
 #include "fuzz.h"
 

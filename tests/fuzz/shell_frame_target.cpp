@@ -4,7 +4,7 @@
 // Input: the bytes of a frame, header first, with percent signs for those that are no text.
 #include <unistd.h>
 
-#include "builtin/ssat_commands.h"
+#include "shell/commands.h"
 
 #include "fuzz.h"
 

@@ -1,5 +1,5 @@
 // How texts of the store reach a terminal, and numbers and bytes come from one.
-#include "cgctl/text.h"
+#include "base/text.h"
 
 #include <optional>
 
@@ -29,24 +29,24 @@ bool has_control_bytes(const std::string &text)
 
 void check_visible(const std::string &text)
 {
-    const std::string whole = cgctl::visible(text);
-    require(cgctl::is_utf8(whole), "what is shown is UTF-8", whole);
+    const std::string whole = cg::visible(text);
+    require(cg::is_utf8(whole), "what is shown is UTF-8", whole);
     require(!has_control_bytes(whole), "what is shown drives no terminal", whole);
-    require(cgctl::visible(whole) == whole, "what is visible stays as it is", whole);
-    require(cgctl::is_utf8(cgctl::in_quotes(text)) && !has_control_bytes(cgctl::in_quotes(text)),
+    require(cg::visible(whole) == whole, "what is visible stays as it is", whole);
+    require(cg::is_utf8(cg::in_quotes(text)) && !has_control_bytes(cg::in_quotes(text)),
             "nor does what is in quotes", whole);
     for (size_t limit = 0; limit <= 8; ++limit) {
-        const std::string part = cgctl::visible(text, limit);
-        require(part.size() <= limit && whole.compare(0, part.size(), part) == 0 && cgctl::is_utf8(part),
+        const std::string part = cg::visible(text, limit);
+        require(part.size() <= limit && whole.compare(0, part.size(), part) == 0 && cg::is_utf8(part),
                 "what is cut is the beginning, in whole characters", part);
     }
 }
 
 void check_hex(const std::string &text)
 {
-    const std::string digits = cgctl::to_hex(reinterpret_cast<const uint8_t *>(text.data()), text.size());
-    require(cgctl::from_hex(digits) == text, "bytes come back from their digits", digits);
-    if (const auto bytes = cgctl::from_hex(text)) {
+    const std::string digits = cg::to_hex(reinterpret_cast<const uint8_t *>(text.data()), text.size());
+    require(cg::from_hex(digits) == text, "bytes come back from their digits", digits);
+    if (const auto bytes = cg::from_hex(text)) {
         require(bytes->size() * 2 <= text.size(), "two digits make a byte", text);
         require(text.find_first_not_of("0123456789abcdefABCDEF:") == std::string::npos,
                 "bytes are made of digits", text);
@@ -55,10 +55,10 @@ void check_hex(const std::string &text)
 
 void check_number(const std::string &text)
 {
-    const auto number = cgctl::to_number(text, INT32_MIN, INT32_MAX);
+    const auto number = cg::to_number(text, INT32_MIN, INT32_MAX);
     if (number) {
         require(*number >= INT32_MIN && *number <= INT32_MAX, "a number is within its bounds", text);
-        require(cgctl::to_number(std::to_string(*number), INT32_MIN, INT32_MAX) == number,
+        require(cg::to_number(std::to_string(*number), INT32_MIN, INT32_MAX) == number,
                 "a number printed is the same one", text);
         require(text.find_first_not_of("-0123456789abcdefABCDEFxX") == std::string::npos,
                 "a number is made of digits", text);
@@ -74,10 +74,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     check_hex(text);
     check_number(text);
     std::string joined;
-    for (const std::string &part : cgctl::split(text, '.')) {
+    for (const std::string &part : cg::split(text, '.')) {
         joined += '.' + part;
     }
     require(joined == '.' + text, "the parts of a text make it up");
-    require(!cgctl::suggestion(text, {"devid", "slotid", "is_online"}).empty(), "there is a suggestion");
+    require(!cg::suggestion(text, {"devid", "slotid", "is_online"}).empty(), "there is a suggestion");
     return 0;
 }

@@ -2,13 +2,13 @@
 // there; what decodes must come back the same after it was encoded, or a record would change by being copied.
 //
 // Input: the key, then a line NAME=VALUE for each hash field.
-#include "builtin/vx_mom/value.h"
+#include "store/codec/value.h"
 
 #include <algorithm>
 
 #include "fuzz.h"
 #include "schema_registry.h"
-#include "vx_mom/key.h"
+#include "store/codec/key.h"
 
 namespace
 {

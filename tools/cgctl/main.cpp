@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "cli.h"
+#include "command_line/cli.h"
 
 int main(int argc, char **argv)
 {
@@ -13,5 +13,5 @@ int main(int argc, char **argv)
         return 1;
     }
     const std::vector<std::string> arguments(argv + std::min(argc, 1), argv + argc);
-    return cgctl::run(arguments, std::cout, std::cerr);
+    return cg::run(arguments, std::cout, std::cerr);
 }

@@ -9,8 +9,8 @@
 #include <array>
 #include <utility>
 
-#include "child_process.h"
-#include "text.h"
+#include "base/text.h"
+#include "process/child_process.h"
 
 namespace recorder
 {
@@ -41,16 +41,16 @@ std::string read_from(int file, long offset)
 
 std::optional<history::LifeEvent> parse_life(const std::string &line)
 {
-    const std::vector<std::string> words = cgctl::split(line, ' ');
+    const std::vector<std::string> words = cg::split(line, ' ');
     if (words.size() < 3) {
         return std::nullopt;
     }
-    const auto at = cgctl::to_number(words[0], 0, INT64_MAX / 1'000'000);
+    const auto at = cg::to_number(words[0], 0, INT64_MAX / 1'000'000);
     history::LifeEvent event;
     event.at = history::Time(std::chrono::milliseconds(at.value_or(0)));
     event.is_start = words[1] == "start";
     if (event.is_start && at && words.size() == 3) {
-        event.pid = cgctl::to_number(words[2], 0, INT32_MAX).value_or(0);
+        event.pid = cg::to_number(words[2], 0, INT32_MAX).value_or(0);
         return event;
     }
     if (words[1] == "exit" && at && words.size() == 4 && is_word(words[2]) && is_word(words[3])) {
@@ -122,7 +122,7 @@ std::string LifeFile::whole_lines(std::string text)
 std::string LifeFile::read_news()
 {
     // A pipe in its place would hold us up.
-    const cgctl::Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const cg::Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {
     };
     readable_ = file.get() >= 0 && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
@@ -147,7 +147,7 @@ std::string LifeFile::read_news()
 std::vector<LifeLine> LifeFile::poll()
 {
     std::vector<LifeLine> lines;
-    for (const std::string &line : cgctl::split(read_news(), '\n')) {
+    for (const std::string &line : cg::split(read_news(), '\n')) {
         if (const auto event = parse_life(line)) {
             lines.push_back({*event, line});
             last_line_ = line;

@@ -2,26 +2,26 @@
 #include <csignal>
 #include <iostream>
 
-#include "failure.h"
+#include "base/failure.h"
 #include "service.h"
 
 namespace
 {
 
-int run(const cgctl::Session &session, const std::vector<std::string> &arguments)
+int run(const cg::Output &output, const std::vector<std::string> &arguments)
 {
     try {
         const auto options = recorder::parse_options(arguments, std::cout);
         if (options) {
-            recorder::serve(session, *options);
+            recorder::serve(output, *options);
         }
-        return cgctl::done;
-    } catch (const cgctl::Failure &failure) {
-        session.error(failure.what());
+        return cg::done;
+    } catch (const cg::Failure &failure) {
+        output.error(failure.what());
         return failure.status();
     } catch (const std::exception &error) {
-        session.error(error.what());
-        return cgctl::failed;
+        output.error(error.what());
+        return cg::failed;
     }
 }
 
@@ -31,9 +31,9 @@ int main(int argc, char **argv)
 {
     // Whoever reads metrics may go away while they are written.
     if (signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
-        return cgctl::failed;
+        return cg::failed;
     }
-    cgctl::Session session{std::cout, std::cerr};
-    session.program = "cg_recorderd";
-    return run(session, {argv + std::min(argc, 1), argv + argc});
+    cg::Output output{std::cout, std::cerr};
+    output.program = "cg_recorderd";
+    return run(output, {argv + std::min(argc, 1), argv + argc});
 }

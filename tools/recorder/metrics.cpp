@@ -9,7 +9,7 @@
 #include <csignal>
 #include <cstring>
 
-#include "text.h"
+#include "base/text.h"
 
 namespace recorder
 {
@@ -127,7 +127,7 @@ void Metrics::set_modules(const std::vector<std::string> &modules)
 
 std::string Metrics::label_of(const std::string &module) const
 {
-    return modules_.contains(module) ? cgctl::visible(module, longest_label) : others;
+    return modules_.contains(module) ? cg::visible(module, longest_label) : others;
 }
 
 void Metrics::count(const admission::Decision &decision)
@@ -208,7 +208,7 @@ std::string exit_label(const history::LifeEvent &event)
 {
     constexpr int64_t most = 255;
     if (event.code == "exited") {
-        const auto status = cgctl::to_number(event.status, 0, most);
+        const auto status = cg::to_number(event.status, 0, most);
         return status ? std::to_string(*status) : others;
     }
     for (int number = 1; number < NSIG; ++number) {

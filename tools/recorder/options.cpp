@@ -6,9 +6,9 @@
 #include <CLI/Formatter.hpp>
 #include <algorithm>
 
-#include "failure.h"
-#include "module_folder.h"
-#include "text.h"
+#include "base/failure.h"
+#include "base/text.h"
+#include "modules/module_folder.h"
 
 namespace recorder
 {
@@ -16,7 +16,7 @@ namespace recorder
 namespace
 {
 
-using cgctl::Failure;
+using cg::Failure;
 
 constexpr const char *description =
     "cg_recorderd - keep what became of each line card, by whom, and why\n"
@@ -32,7 +32,7 @@ constexpr const char *examples = "Examples:\n"
 struct Texts {
     std::string history{};
     std::string listen = "127.0.0.1:9717";
-    std::string modules = cgctl::default_module_folder;
+    std::string modules = cg::default_module_folder;
     std::string life = "/run/app_cg/life";
     std::string keep_days = "365";
     std::string keep_mib = "256";
@@ -61,10 +61,10 @@ void add_options(CLI::App &app, Texts &texts)
 
 int64_t number(const char *option, const std::string &text, int64_t most)
 {
-    const auto value = cgctl::to_number(text, 1, most);
+    const auto value = cg::to_number(text, 1, most);
     if (!value) {
-        throw Failure(cgctl::wrong_usage, std::string(option) + ' ' + cgctl::visible(text) +
-                                              ": not a number from 1 to " + std::to_string(most));
+        throw Failure(cg::wrong_usage, std::string(option) + ' ' + cg::visible(text) +
+                                           ": not a number from 1 to " + std::to_string(most));
     }
     return *value;
 }
@@ -79,11 +79,10 @@ std::string place_to_listen(const std::string &text)
     const std::size_t colon = text.rfind(':');
     const bool is_good = colon != std::string::npos && text.starts_with("127.") &&
                          text.find_first_not_of("0123456789.") == colon &&
-                         cgctl::to_number(text.substr(colon + 1), 0, most_port);
+                         cg::to_number(text.substr(colon + 1), 0, most_port);
     if (!is_good) {
-        throw Failure(cgctl::wrong_usage,
-                      "--listen " + cgctl::visible(text) +
-                          ": not an address of this machine itself; 127.0.0.1:PORT, or off");
+        throw Failure(cg::wrong_usage, "--listen " + cg::visible(text) +
+                                           ": not an address of this machine itself; 127.0.0.1:PORT, or off");
     }
     return text;
 }
@@ -119,8 +118,8 @@ std::optional<Options> parse_options(std::vector<std::string> arguments, std::os
         app.exit(help, out, out);
         return std::nullopt;
     } catch (const CLI::ParseError &error) {
-        throw Failure(cgctl::wrong_usage,
-                      cgctl::visible(error.what()) + "; `cg_recorderd --help` tells what is right");
+        throw Failure(cg::wrong_usage,
+                      cg::visible(error.what()) + "; `cg_recorderd --help` tells what is right");
     }
     return checked(texts);
 }

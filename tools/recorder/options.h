@@ -18,7 +18,7 @@ struct Options {
 };
 
 // Reads the arguments, without the program's name. Nothing when help or the version was wanted, which is
-// written to `out`. Throws cgctl::Failure (wrong usage).
+// written to `out`. Throws cg::Failure (wrong usage).
 std::optional<Options> parse_options(std::vector<std::string> arguments, std::ostream &out);
 
 } // namespace recorder

@@ -5,21 +5,21 @@
 // read last.
 #include <utility>
 
-#include "module_folder.h"
+#include "base/text.h"
+#include "modules/module_folder.h"
 #include "recorder.h"
-#include "text.h"
 
 namespace recorder
 {
 
 void Recorder::read_modules()
 {
-    const cgctl::ModuleFolder folder = cgctl::read_module_folder(settings_.modules);
+    const cg::ModuleFolder folder = cg::read_module_folder(settings_.modules);
     tell_of_folder(folder.problem, folder.missing);
     if (!folder.readable && !folder.missing) {
         return;
     }
-    const std::vector<std::string> modules = cgctl::asked_of(folder);
+    const std::vector<std::string> modules = cg::asked_of(folder);
     know_modules(modules);
     if (folder.readable && noted_modules_ != modules) {
         noted_modules_ = modules;
@@ -33,7 +33,7 @@ void Recorder::take_up_modules(const std::vector<std::string> &modules)
     know_modules(modules);
     std::string names;
     for (const std::string &module : modules) {
-        names += (names.empty() ? "" : ", ") + cgctl::visible(module);
+        names += (names.empty() ? "" : ", ") + cg::visible(module);
     }
     tell_("the modules are taken from the history: " + (names.empty() ? "none" : names));
 }

@@ -10,11 +10,11 @@
 #include <set>
 #include <utility>
 
+#include "access/live.h"
+#include "admission/card_text.h"
 #include "admission/feed.h"
-#include "card_text.h"
-#include "failure.h"
+#include "base/failure.h"
 #include "ham.h"
-#include "live.h"
 
 namespace recorder
 {
@@ -34,12 +34,12 @@ history::Time now()
 class Service
 {
 public:
-    Service(const cgctl::Session &session, const Options &options);
+    Service(const cg::Output &output, const Options &options);
     void run();
 
 private:
-    void take(const cgctl::Change &change);
-    void take_subscribed(const cgctl::RecordType &type);
+    void take(const cg::Change &change);
+    void take_subscribed(const cg::RecordType &type);
     void take_outage(int32_t db, bool lost);
     void hear();
     [[nodiscard]] std::set<int32_t> absent() const;
@@ -48,12 +48,12 @@ private:
     void settle_soon();
     void tick();
 
-    const cgctl::Session &session_;
+    const cg::Output &output_;
     Metrics metrics_;
     Recorder recorder_;
     std::unique_ptr<prometheus::Exposer> exposer_;
-    cgctl::Store store_;
-    cgctl::Live live_;
+    cg::Store store_;
+    cg::Live live_;
     admission::InPlace in_place_;
     bool settling_ = false;
     std::set<int32_t> told_absent_;        // databases that were told to be away
@@ -62,7 +62,7 @@ private:
 };
 
 // Whoever wants the port has it: then nobody would hear of silences, so it is no small thing.
-std::unique_ptr<prometheus::Exposer> expose(const cgctl::Session &session, const Options &options,
+std::unique_ptr<prometheus::Exposer> expose(const cg::Output &output, const Options &options,
                                             Metrics &metrics)
 {
     if (options.listen.empty()) {
@@ -72,42 +72,42 @@ std::unique_ptr<prometheus::Exposer> expose(const cgctl::Session &session, const
     try {
         exposer = std::make_unique<prometheus::Exposer>(options.listen);
     } catch (const std::exception &) {
-        throw cgctl::Failure(cgctl::failed, "metrics cannot be served at " + options.listen +
-                                                "; choose a free port by --listen, or off");
+        throw cg::Failure(cg::failed, "metrics cannot be served at " + options.listen +
+                                          "; choose a free port by --listen, or off");
     }
     exposer->RegisterCollectable(metrics.registry());
-    session.notice("metrics are at http://" + options.listen.substr(0, options.listen.rfind(':')) + ':' +
-                   std::to_string(exposer->GetListeningPorts().front()) + "/metrics");
+    output.notice("metrics are at http://" + options.listen.substr(0, options.listen.rfind(':')) + ':' +
+                  std::to_string(exposer->GetListeningPorts().front()) + "/metrics");
     return exposer;
 }
 
-Service::Service(const cgctl::Session &session, const Options &options)
-    : session_(session),
+Service::Service(const cg::Output &output, const Options &options)
+    : output_(output),
       recorder_(
-          options.settings, metrics_, [&session](const std::string &text) { session.notice(text); }, now()),
-      exposer_(expose(session, options, metrics_)), store_(session), live_(session, store_)
+          options.settings, metrics_, [&output](const std::string &text) { output.notice(text); }, now()),
+      exposer_(expose(output, options, metrics_)), store_(output), live_(output, store_)
 {
-    live_.on_outage([this](const cgctl::Live::Outage &outage) { take_outage(outage.db, outage.lost); });
+    live_.on_outage([this](const cg::Live::Outage &outage) { take_outage(outage.db, outage.lost); });
     for (const admission::TrackedType &type : admission::tracked_types()) {
         live_.subscribe(
-            cgctl::record_type(type.descriptor->name), type.db,
-            [this](const cgctl::Change &change) { take(change); }, cgctl::Live::Absent::awaited);
+            cg::record_type(type.descriptor->name), type.db,
+            [this](const cg::Change &change) { take(change); }, cg::Live::Absent::awaited);
     }
     live_.after(tick_ms, [this] { tick(); });
 }
 
 void Service::run()
 {
-    session_.notice("recording into " + recorder_.path());
+    output_.notice("recording into " + recorder_.path());
     if (reg_process_exit_action(0, 0) != 0) {
-        throw cgctl::Failure(cgctl::failed, "the process manager at NOTIFY_SOCKET cannot be reached");
+        throw cg::Failure(cg::failed, "the process manager at NOTIFY_SOCKET cannot be reached");
     }
     live_.run();
     recorder_.end(now());
-    session_.notice("stopped");
+    output_.notice("stopped");
 }
 
-void Service::take(const cgctl::Change &change)
+void Service::take(const cg::Change &change)
 {
     if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
         take_subscribed(change.type);
@@ -120,11 +120,11 @@ void Service::take(const cgctl::Change &change)
     }
 }
 
-void Service::take_subscribed(const cgctl::RecordType &type)
+void Service::take_subscribed(const cg::RecordType &type)
 {
     if (in_place_.told(type.descriptor)) {
-        session_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
-                        " positions");
+        output_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
+                       " positions");
         recorder_.snapshot_done(now());
     }
 }
@@ -192,10 +192,10 @@ void Service::tell_of_absence()
     }
     which += "; it is tried until it does";
     if (since_) {
-        session_.notice("the store has not answered since " + cgctl::clock_text(*since_, now()) +
-                        ", database" + which);
+        output_.notice("the store has not answered since " + cg::clock_text(*since_, now()) + ", database" +
+                       which);
     } else {
-        session_.notice("the store does not answer yet, database" + which);
+        output_.notice("the store does not answer yet, database" + which);
     }
 }
 
@@ -204,11 +204,11 @@ void Service::tell_of_overdue()
 {
     std::string names;
     for (const ProtobufCMessageDescriptor *type : in_place_.overdue(now())) {
-        names += std::string(" ") + cgctl::record_type(type->name).name();
+        names += std::string(" ") + cg::record_type(type->name).name();
     }
     if (!names.empty()) {
-        session_.notice(
-            "the store does not tell all its records, and no decision is recorded until it does:" + names);
+        output_.notice("the store does not tell all its records, and no decision is recorded until it does:" +
+                       names);
     }
 }
 
@@ -225,9 +225,9 @@ void Service::tick()
 
 } // namespace
 
-void serve(const cgctl::Session &session, const Options &options)
+void serve(const cg::Output &output, const Options &options)
 {
-    Service(session, options).run();
+    Service(output, options).run();
 }
 
 } // namespace recorder

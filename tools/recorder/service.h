@@ -2,15 +2,15 @@
 #ifndef RECORDER_SERVICE_H
 #define RECORDER_SERVICE_H
 
+#include "base/output.h"
 #include "options.h"
-#include "session.h"
 
 namespace recorder
 {
 
-// Serves until SIGTERM or SIGINT. Throws cgctl::Failure, history::Error and what the standard library
+// Serves until SIGTERM or SIGINT. Throws cg::Failure, history::Error and what the standard library
 // throws.
-void serve(const cgctl::Session &session, const Options &options);
+void serve(const cg::Output &output, const Options &options);
 
 } // namespace recorder
 

@@ -13,8 +13,8 @@
 #include "app_cg/card_nodes.h"
 #include "app_cg_dbg/logging.h"
 #include "p_dev.pb-c.h"
-#include "vx_mom/key.h"
-#include "vx_mom/value.h"
+#include "store/codec/key.h"
+#include "store/codec/value.h"
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the linker's name for it
 extern "C" void __wrap_vxcg_zlog(vx_zlog_category_t * /*category*/, const char *file, size_t /*file_len*/,

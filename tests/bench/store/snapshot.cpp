@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "vx_mom/value.h"
+#include "store/codec/value.h"
 
 namespace bench
 {

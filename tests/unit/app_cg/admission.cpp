@@ -1,6 +1,6 @@
 // What happens to cards in the tests of admission. The callbacks are called as the store client would call
 // them; going through subscriptions is left to the tests that are about whole lives.
-#include "unit/app_cg/admission.h"
+#include "admission.h"
 
 #include <cstdio>
 

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "app_cg/app_cg.h"
+#include "fixture.h"
 #include "recording_platform/recording_platform.h"
-#include "unit/app_cg/fixture.h"
 
 namespace admission
 {

@@ -3,7 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "unit/app_cg/admission.h"
+#include "admission.h"
 
 namespace admission
 {

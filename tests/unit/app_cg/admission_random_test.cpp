@@ -26,9 +26,9 @@
 #include <random>
 #include <set>
 
+#include "admission.h"
 #include "app_cg/card_nodes.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

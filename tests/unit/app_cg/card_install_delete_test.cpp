@@ -4,10 +4,10 @@
 // let time pass after each removal: under a memory checker a forgotten one ends the run.
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/card_install.h"
 #include "app_cg/check_request.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

@@ -1,9 +1,9 @@
 // Cards that nobody has to check: no module is registered, or the card is a main board.
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/card_install.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

@@ -1,9 +1,9 @@
 // Cards that go off line: results, request, timer and acknowledgements go with them, the node stays.
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/card_install.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

@@ -4,9 +4,9 @@
 // time; the tests count the scans in the journal.
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/card_install.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

@@ -2,9 +2,9 @@
 // Cards that need no check, go off line or are removed have files of their own.
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/card_install.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

@@ -5,9 +5,9 @@
 // the system log.
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/connections.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

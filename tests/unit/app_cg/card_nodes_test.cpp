@@ -8,8 +8,8 @@
 
 #include <cstdio>
 
+#include "admission.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

@@ -3,9 +3,9 @@
 
 #include <cstdio>
 
+#include "admission.h"
 #include "app_cg/check_ack.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

@@ -4,9 +4,9 @@
 
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/check_request.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/fixture.h"
+#include "fixture.h"
 
 using namespace lines;
 

@@ -6,9 +6,9 @@
 
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/card_nodes.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

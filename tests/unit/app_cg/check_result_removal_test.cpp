@@ -4,10 +4,10 @@
 // act, and a table shows at a glance that none is missing.
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/card_nodes.h"
 #include "app_cg/check_result.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

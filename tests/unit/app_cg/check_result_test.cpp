@@ -6,8 +6,8 @@
 
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

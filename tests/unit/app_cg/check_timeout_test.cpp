@@ -6,10 +6,10 @@
 
 #include <cstring>
 
+#include "admission.h"
 #include "app_cg/card_nodes.h"
 #include "app_cg/check_request.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

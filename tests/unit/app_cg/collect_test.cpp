@@ -16,7 +16,7 @@
 #include "app_cg/card_nodes.h"
 #include "app_cg/check_modules.h"
 #include "app_cg_dbg/debug_commands.h"
-#include "unit/app_cg/fixture.h"
+#include "fixture.h"
 
 using namespace lines;
 

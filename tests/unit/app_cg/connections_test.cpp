@@ -8,7 +8,7 @@
 #include "app_cg/card_nodes.h"
 #include "app_cg/startup.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/fixture.h"
+#include "fixture.h"
 
 using namespace lines;
 

@@ -1,5 +1,5 @@
 // The wrappers behind fake_fs.h, and the private folder that they lead to.
-#include "unit/app_cg/fake_fs.h"
+#include "fake_fs.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -2,7 +2,7 @@
 //
 // The daemon's state is global, so each test puts back what the program started with; a process for each test
 // was the alternative, and takes minutes under sanitizers where this takes seconds.
-#include "unit/app_cg/fixture.h"
+#include "fixture.h"
 
 #include <unistd.h>
 

@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "app_cg/app_cg.h"
+#include "fake_fs.h"
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "recording_platform/recording_platform.h"
-#include "unit/app_cg/fake_fs.h"
 
 // A daemon as it stands when the loop is about to run: empty tables, the recording platform as its context,
 // logging up so that log records reach the journal, verbosity 1, no database connected, no role. The fixed

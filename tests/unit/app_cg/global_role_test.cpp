@@ -5,10 +5,10 @@
 
 #include <gmock/gmock.h>
 
+#include "admission.h"
 #include "app_cg/check_result.h"
 #include "app_cg/record_enum.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/admission.h"
 
 namespace admission
 {

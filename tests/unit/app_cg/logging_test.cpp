@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <string>
 
-#include "unit/app_cg/fixture.h"
+#include "fixture.h"
 
 using namespace lines;
 

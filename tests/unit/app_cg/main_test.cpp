@@ -12,8 +12,8 @@
 #include "app_cg/card_nodes.h"
 #include "app_cg/startup.h"
 #include "app_cg_dbg/logging.h"
+#include "fixture.h"
 #include "ham.h"
-#include "unit/app_cg/fixture.h"
 #include "vx_thread.h"
 
 namespace daemon_program

@@ -7,8 +7,8 @@
 #include <fstream>
 #include <iterator>
 
+#include "fixture.h"
 #include "ham.h"
-#include "unit/app_cg/fixture.h"
 #include "vx_zlog.h"
 
 using namespace std::chrono_literals;

@@ -4,7 +4,7 @@
 
 #include "app_cg/connections.h"
 #include "app_cg_dbg/logging.h"
-#include "unit/app_cg/fixture.h"
+#include "fixture.h"
 
 using namespace lines;
 

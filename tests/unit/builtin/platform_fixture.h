@@ -13,7 +13,7 @@
 
 #include <sys/types.h>
 
-#include "descriptor.h"
+#include "loop/descriptor.h"
 #include "vx_thread.h"
 
 namespace testing_platform

@@ -1,0 +1,75 @@
+// The built-in platform's own log records; see the header for where they go and why.
+#include "log/platform_log.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "log/text.h"
+
+namespace platform
+{
+
+namespace
+{
+
+vx_zlog_category_t *&category()
+{
+    static vx_zlog_category_t *opened = nullptr;
+    return opened;
+}
+
+std::function<void(int32_t, const std::string &)> &listener()
+{
+    static std::function<void(int32_t, const std::string &)> present;
+    return present;
+}
+
+const char *base_name(const char *path)
+{
+    const char *slash = std::strrchr(path, '/');
+    return slash == nullptr ? path : slash + 1;
+}
+
+} // namespace
+
+void log_open(const std::string &module)
+{
+    category() = vx_zlog_init(module.c_str());
+}
+
+void log_listen(std::function<void(int32_t, const std::string &)> new_listener)
+{
+    listener() = std::move(new_listener);
+}
+
+void tell_starter(const std::string &text)
+{
+    if (!listener()) {
+        (void)std::fprintf(stderr, "%s\n", visible(text).c_str());
+    }
+}
+
+void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
+{
+    std::array<char, 1024> text{};
+    va_list values;
+    va_start(values, format);
+    (void)std::vsnprintf(text.data(), text.size(), format, values);
+    va_end(values);
+    const std::string shown = visible(text.data());
+    if (listener()) {
+        listener()(level, shown);
+        return;
+    }
+    const char *name = base_name(file);
+    if (category() == nullptr) {
+        (void)std::fprintf(stderr, "%s:%ld %s: %s\n", name, line, func, shown.c_str());
+        return;
+    }
+    vxcg_zlog(category(), name, std::strlen(name), func, std::strlen(func), line, level, "%s", shown.c_str());
+}
+
+} // namespace platform

@@ -1,0 +1,40 @@
+// How the built-in platform itself logs: records into the module's own log, through the platform's logging.
+//
+// A log of its own would be one more file that nobody looks at; standard error is used only as long as no
+// log could be opened.
+#ifndef LOG_PLATFORM_LOG_H
+#define LOG_PLATFORM_LOG_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "vx_zlog.h"
+
+namespace platform
+{
+
+enum LogLevel : int32_t { log_info = 40, log_notice = 60, log_warn = 80, log_error = 100 };
+
+// Makes log_write() write into the log of the named module from now on.
+void log_open(const std::string &module);
+
+// Writes one record: `format` as printf's. Control characters in the finished text are made visible, so that
+// stored bytes cannot forge a line. Use PLATFORM_LOG, which fills in the place.
+void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
+    VX_PRINTF_FORMAT(5, 6);
+
+// Says on standard error what whoever starts a program must see; nothing when somebody listens to the log,
+// who says it his own way.
+void tell_starter(const std::string &text);
+
+// Who is given the records in place of the log: the level and the text, one line without control characters.
+// An empty function gives them back to the log. For a tool whose messages have a form of their own.
+void log_listen(std::function<void(int32_t level, const std::string &text)> listener);
+
+} // namespace platform
+
+// A macro because the place of the call is wanted; std::source_location is unknown to the checker in use.
+#define PLATFORM_LOG(level, ...) platform::log_write(__FILE__, __func__, __LINE__, (level), __VA_ARGS__)
+
+#endif

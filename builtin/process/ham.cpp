@@ -1,0 +1,158 @@
+// Process manager, by systemd's notification protocol, and the check that a program runs once.
+//
+// The action that a manager takes at our exit stands in the service unit and not in a message: the protocol
+// knows none for it, and a manager that lost its mind about it would do so with our process. So registering
+// means only that this process reports itself from now on.
+//
+// The single instance hangs on a lock and not on a pid file: the kernel releases it however the process ends,
+// and no number can be taken for that of a stranger who got it later.
+#include "ham.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include "loop/settings.h"
+#include "loop/standard_descriptors.h"
+#include "process/process_manager.h"
+#include "process/service_notice.h"
+
+namespace
+{
+
+bool is_registered = false;
+
+// Nobody at the other end of NOTIFY_SOCKET is as good as no socket at all.
+bool nobody_listens(int result)
+{
+    return result == -ENOENT || result == -ECONNREFUSED;
+}
+
+void tell_ready(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
+{
+    (void)platform::notify_manager("READY=1\nSTATUS=Serving");
+}
+
+void tell_alive(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
+{
+    (void)platform::notify_manager("WATCHDOG=1");
+}
+
+std::string lock_path()
+{
+    return platform::setting("VX_LOCK_FILE", std::string("/run/") + program_invocation_short_name + ".lock");
+}
+
+int32_t cannot_tell(const std::string &path, int error)
+{
+    fprintf(stderr, "platform: cannot lock %s: %s\n", path.c_str(), strerror(error));
+    return -error;
+}
+
+// The file's content is for people; nothing depends on it. Returns ", pid 123", or "" when it names none.
+std::string holder_in(int fd)
+{
+    std::array<char, 16> content{};
+    const ssize_t length = pread(fd, content.data(), content.size(), 0);
+    std::string pid(content.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    pid.erase(std::find_if_not(pid.begin(), pid.end(), [](char c) { return c >= '0' && c <= '9'; }),
+              pid.end());
+    return pid.empty() ? "" : ", pid " + pid;
+}
+
+void write_holder(int fd)
+{
+    const std::string pid = std::to_string(getpid()) + "\n";
+    if (ftruncate(fd, 0) != 0 || pwrite(fd, pid.data(), pid.size(), 0) < 0) {
+        fprintf(stderr, "platform: cannot note our pid in the lock file: %s\n", strerror(errno));
+    }
+}
+
+} // namespace
+
+namespace platform
+{
+
+ServiceNotices::ServiceNotices(event_base *base) : registered_(is_registered)
+{
+    if (!registered_) {
+        return;
+    }
+    constexpr timeval at_once{0, 0};
+    ready_.reset(evtimer_new(base, tell_ready, nullptr));
+    if (ready_) {
+        evtimer_add(ready_.get(), &at_once);
+    }
+    if (const auto interval = watchdog_interval()) {
+        const auto half_us = interval->count() / 2;
+        const timeval half{static_cast<time_t>(half_us / 1'000'000),
+                           static_cast<suseconds_t>(half_us % 1'000'000)};
+        watchdog_.reset(event_new(base, -1, EV_PERSIST, tell_alive, nullptr));
+        if (watchdog_) {
+            event_add(watchdog_.get(), &half);
+        }
+    }
+}
+
+ServiceNotices::~ServiceNotices()
+{
+    if (registered_) {
+        (void)notify_manager("STOPPING=1\nSTATUS=Stopping");
+    }
+}
+
+} // namespace platform
+
+int32_t reg_process_exit_action(int32_t first, int32_t /*action*/)
+{
+    if (first != 0) {
+        return -EINVAL;
+    }
+    const int result = platform::notify_manager("STATUS=Starting");
+    if (result < 0 && !nobody_listens(result)) {
+        fprintf(stderr, "platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
+                getenv("NOTIFY_SOCKET"), strerror(-result));
+        return result;
+    }
+    is_registered = true;
+    return 0;
+}
+
+int32_t vx_initframe_duplicate_check(void)
+try {
+    static int held = -1; // for the rest of the process's life, so nobody closes it
+    if (held >= 0) {
+        return 0;
+    }
+    platform::occupy_standard_descriptors();
+    const std::string path = lock_path();
+    // For nobody else to open: whoever can, could hold the lock and keep us from starting.
+    const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        return cannot_tell(path, errno);
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        if (error == EWOULDBLOCK) {
+            fprintf(stderr, "platform: %s is held by another instance%s\n", path.c_str(),
+                    holder_in(fd).c_str());
+        }
+        close(fd);
+        return error == EWOULDBLOCK ? 1 : cannot_tell(path, error);
+    }
+    write_holder(fd);
+    held = fd;
+    return 0;
+} catch (const std::exception &) {
+    return -ENOMEM;
+}

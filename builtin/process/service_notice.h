@@ -1,0 +1,27 @@
+// The notification protocol of the process manager: what it wants to know of a service, and how often.
+//
+// The protocol is a line of text in a datagram and two settings, documented for good (sd_notify(3)), so it is
+// spoken here. The library for it would bring four compressors and a cipher along, for reading journals: a
+// sixth of the daemon's memory.
+#ifndef PROCESS_SERVICE_NOTICE_H
+#define PROCESS_SERVICE_NOTICE_H
+
+#include <chrono>
+#include <optional>
+#include <string_view>
+
+namespace platform
+{
+
+// Tells the manager that NOTIFY_SOCKET names of a state: assignments such as "READY=1", one on each line.
+// Returns 0, also when NOTIFY_SOCKET is not set or empty; otherwise a negative errno, -ENOENT or
+// -ECONNREFUSED when nobody listens there.
+int notify_manager(std::string_view state) noexcept;
+
+// The time within which the manager wants a sign of life; none when it wants none of this process, which
+// WATCHDOG_USEC and WATCHDOG_PID tell.
+std::optional<std::chrono::microseconds> watchdog_interval();
+
+} // namespace platform
+
+#endif

@@ -1,0 +1,207 @@
+// The debug shell's server.
+//
+// Everything runs on the daemon's own loop, because handlers read its tables without locks. So no client may
+// make it wait: requests are bounded, replies are written as the client takes them, and a connection has a
+// deadline for all of it together. A thread with a blocking socket would be less code here and a lock in
+// every table.
+#include "shell/server.h"
+
+#include <cerrno>
+#include <string_view>
+#include <utility>
+
+#include <event2/buffer.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "loop/descriptor.h"
+
+namespace ssat
+{
+namespace
+{
+
+constexpr size_t max_connections = 16;
+constexpr timeval pause_without_descriptors{1, 0};
+
+// Root and the user whom this process runs as. The file's mode says the same; it can be changed by hand,
+// though.
+bool is_permitted(int fd)
+{
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+        return false;
+    }
+    return peer.uid == 0 || peer.uid == geteuid();
+}
+
+void refuse(int fd)
+{
+    const std::string reply = encode(
+        {std::string(status::denied), "only root and the user whom the process runs as may use its shell"});
+    // A new connection takes so little at once; if it does not, the client sees the connection end.
+    send(fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+} // namespace
+
+struct Shell::Connection {
+    Shell *shell = nullptr;
+    platform::BufferEvent buffer;
+    platform::Event deadline;
+    std::list<Connection>::iterator place;
+    bool answered = false;
+};
+
+struct Shell::Callbacks {
+    static void accepted(evconnlistener * /*listener*/, evutil_socket_t fd, sockaddr * /*peer*/, int /*size*/,
+                         void *shell) noexcept
+    {
+        static_cast<Shell *>(shell)->accept(fd);
+    }
+    static void cannot_accept(evconnlistener * /*listener*/, void *arg) noexcept
+    {
+        auto *shell = static_cast<Shell *>(arg);
+        shell->pause();
+        evtimer_add(shell->resume_later_.get(), &pause_without_descriptors);
+    }
+    static void pause_is_over(evutil_socket_t /*fd*/, short /*what*/, void *shell) noexcept
+    {
+        static_cast<Shell *>(shell)->resume();
+    }
+    static void readable(bufferevent * /*buffer*/, void *arg) noexcept
+    {
+        auto *connection = static_cast<Connection *>(arg);
+        connection->shell->read_request(*connection);
+    }
+    static void written(bufferevent * /*buffer*/, void *arg) noexcept
+    {
+        auto *connection = static_cast<Connection *>(arg);
+        if (connection->answered) {
+            connection->shell->hang_up(*connection);
+        }
+    }
+    static void broken(bufferevent * /*buffer*/, short /*what*/, void *arg) noexcept
+    {
+        auto *connection = static_cast<Connection *>(arg);
+        connection->shell->hang_up(*connection);
+    }
+    static void overdue(evutil_socket_t /*fd*/, short /*what*/, void *arg) noexcept
+    {
+        auto *connection = static_cast<Connection *>(arg);
+        connection->shell->hang_up(*connection);
+    }
+};
+
+Shell::Shell(event_base *base, std::string module, timeval deadline)
+    : base_(base), module_(std::move(module)), deadline_(deadline),
+      original_output_(identity_of(STDOUT_FILENO))
+{
+}
+
+Shell::~Shell() = default;
+
+int32_t Shell::open(const std::string &path)
+{
+    int error = 0;
+    if (!socket_.open(path, error)) {
+        return -error;
+    }
+    resume_later_.reset(evtimer_new(base_, Callbacks::pause_is_over, this));
+    // The socket listens already (backlog 0) and stays the socket file's to close.
+    listener_.reset(
+        evconnlistener_new(base_, Callbacks::accepted, this, LEV_OPT_CLOSE_ON_EXEC, 0, socket_.fd()));
+    if (!resume_later_ || !listener_) {
+        return -ENOMEM;
+    }
+    evconnlistener_set_error_cb(listener_.get(), Callbacks::cannot_accept);
+    return 0;
+}
+
+void Shell::accept(int fd)
+{
+    platform::Descriptor owned{fd};
+    if (!is_permitted(fd)) {
+        refuse(fd);
+    } else if (serve(fd)) {
+        static_cast<void>(owned.release()); // the connection's buffer closes it
+    }
+}
+
+bool Shell::serve(int fd)
+{
+    std::list<Connection> fresh(1);
+    Connection &connection = fresh.front();
+    connection.shell = this;
+    connection.place = fresh.begin();
+    connection.deadline.reset(evtimer_new(base_, Callbacks::overdue, &connection));
+    if (!connection.deadline || evtimer_add(connection.deadline.get(), &deadline_) != 0) {
+        return false;
+    }
+    connection.buffer.reset(bufferevent_socket_new(base_, fd, BEV_OPT_CLOSE_ON_FREE));
+    if (!connection.buffer) {
+        return false;
+    }
+    bufferevent_setcb(connection.buffer.get(), Callbacks::readable, Callbacks::written, Callbacks::broken,
+                      &connection);
+    bufferevent_setwatermark(connection.buffer.get(), EV_READ, header_size, header_size + max_request_size);
+    bufferevent_enable(connection.buffer.get(), EV_READ | EV_WRITE);
+    connections_.splice(connections_.end(), fresh);
+    if (connections_.size() >= max_connections) {
+        pause(); // others wait in the backlog
+    }
+    return true;
+}
+
+void Shell::read_request(Connection &connection)
+{
+    evbuffer *input = bufferevent_get_input(connection.buffer.get());
+    const auto *header = reinterpret_cast<const char *>(evbuffer_pullup(input, header_size));
+    if (connection.answered || header == nullptr) {
+        return;
+    }
+    const auto length = decode_header({header, header_size});
+    if (!length || *length > max_request_size) {
+        answer(connection,
+               {std::string(status::bad_request),
+                length ? "the request is too long" : "the request is not of this shell's protocol"});
+        return;
+    }
+    if (evbuffer_get_length(input) < header_size + *length) {
+        return;
+    }
+    const auto *frame = reinterpret_cast<const char *>(
+        evbuffer_pullup(input, static_cast<ev_ssize_t>(header_size + *length)));
+    const auto request = decode_fields({frame + header_size, *length});
+    answer(connection, request
+                           ? commands_.answer(*request, original_output_)
+                           : Fields{std::string(status::bad_request), "the request's lengths do not add up"});
+}
+
+void Shell::answer(Connection &connection, const Fields &reply)
+{
+    connection.answered = true;
+    evtimer_add(connection.deadline.get(), &deadline_); // the handler's time is not the client's
+    const std::string frame = encode(reply);
+    bufferevent_disable(connection.buffer.get(), EV_READ);
+    bufferevent_write(connection.buffer.get(), frame.data(), frame.size());
+}
+
+void Shell::hang_up(Connection &connection)
+{
+    connections_.erase(connection.place);
+    resume();
+}
+
+void Shell::pause()
+{
+    evconnlistener_disable(listener_.get());
+}
+
+void Shell::resume()
+{
+    evconnlistener_enable(listener_.get());
+}
+
+} // namespace ssat

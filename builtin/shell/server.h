@@ -1,0 +1,59 @@
+// The debug shell's server: connections on the loop, one request each.
+#ifndef SHELL_SERVER_H
+#define SHELL_SERVER_H
+
+#include <list>
+#include <string>
+
+#include <sys/time.h>
+
+#include "loop/libevent_handles.h"
+#include "shell/commands.h"
+#include "shell/output.h"
+#include "shell/socket.h"
+
+namespace ssat
+{
+
+class Shell
+{
+public:
+    // base      the loop; must outlive the shell.
+    // deadline  how long a client may take to send its request, and again to take the reply.
+    Shell(event_base *base, std::string module, timeval deadline = {30, 0});
+    ~Shell();
+    Shell(const Shell &) = delete;
+    Shell &operator=(const Shell &) = delete;
+
+    // Starts to listen. Returns 0, or a negative errno.
+    int32_t open(const std::string &path);
+
+    const std::string &module() const noexcept { return module_; }
+    CommandTable &commands() noexcept { return commands_; }
+
+private:
+    struct Connection;
+    struct Callbacks; // libevent's way in
+
+    void accept(int fd);
+    bool serve(int fd);
+    void read_request(Connection &connection);
+    void answer(Connection &connection, const Fields &reply);
+    void hang_up(Connection &connection);
+    void pause();
+    void resume();
+
+    event_base *base_;
+    std::string module_;
+    timeval deadline_;
+    Identity original_output_;
+    CommandTable commands_;
+    SocketFile socket_;
+    platform::Listener listener_;
+    platform::Event resume_later_;
+    std::list<Connection> connections_;
+};
+
+} // namespace ssat
+
+#endif

@@ -1,0 +1,22 @@
+// The names in the store; see the header.
+#include "store/codec/names.h"
+
+namespace vx_mom
+{
+
+std::string counter_key(const std::string &type)
+{
+    return "@rev:" + type;
+}
+
+std::string index_key(const std::string &type)
+{
+    return "@idx:" + type;
+}
+
+std::string channel_prefix(int32_t database)
+{
+    return "@chg:" + std::to_string(database) + ":";
+}
+
+} // namespace vx_mom

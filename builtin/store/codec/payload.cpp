@@ -1,0 +1,68 @@
+// Reading the published form of a change; the server's functions write it (see functions.cpp).
+#include "store/codec/payload.h"
+
+#include <algorithm>
+
+#include "store/codec/shortest.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+bool take_item(std::string_view &rest, std::string_view &item)
+{
+    const size_t colon = rest.find(':');
+    size_t length = 0;
+    if (colon == std::string_view::npos || !parse_shortest(rest.substr(0, colon), length)) {
+        return false;
+    }
+    rest.remove_prefix(colon + 1);
+    if (length > rest.size()) {
+        return false;
+    }
+    item = rest.substr(0, length);
+    rest.remove_prefix(length);
+    return true;
+}
+
+template <typename Number>
+bool take_number_item(std::string_view &rest, Number &number)
+{
+    std::string_view item;
+    return take_item(rest, item) && parse_shortest(item, number);
+}
+
+bool take_field(std::string_view &rest, Fields &fields)
+{
+    std::string_view name;
+    std::string_view value;
+    if (!take_item(rest, name) || !take_item(rest, value)) {
+        return false;
+    }
+    fields.emplace_back(name, value);
+    return true;
+}
+
+} // namespace
+
+bool decode_change(std::string_view payload, Change &change)
+{
+    uint64_t count = 0;
+    if (!take_number_item(payload, change.revision) || !take_number_item(payload, change.command) ||
+        !take_number_item(payload, count)) {
+        return false;
+    }
+    change.fields.clear();
+    change.fields.reserve(
+        std::min<uint64_t>(count, payload.size() / 4)); // an empty name and value are "0:0:"
+    for (uint64_t i = 0; i < count; i++) {
+        if (!take_field(payload, change.fields)) {
+            return false;
+        }
+    }
+    return payload.empty();
+}
+
+} // namespace vx_mom

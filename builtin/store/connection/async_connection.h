@@ -1,0 +1,111 @@
+// The connection on the event loop: carries the subscriptions and notices loss and return.
+//
+// It is kept even without a subscription. While it is down it tries again, with growing pauses. Nothing here
+// calls the user of the store: events go to the database, which acts on them from the loop later, so that
+// dropping the connection is safe everywhere.
+#ifndef CONNECTION_ASYNC_CONNECTION_H
+#define CONNECTION_ASYNC_CONNECTION_H
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "loop/libevent_handles.h"
+#include "store/connection/endpoint.h"
+#include "store/connection/sentinel.h"
+#include "store/connection/stream.h"
+#include "store/connection/sync_connection.h"
+
+namespace vx_mom
+{
+
+// Whoever is told what happens on an asynchronous connection.
+class AsyncObserver
+{
+public:
+    AsyncObserver() = default;
+    AsyncObserver(const AsyncObserver &) = delete;
+    AsyncObserver &operator=(const AsyncObserver &) = delete;
+    virtual ~AsyncObserver() = default;
+
+    // The connection stands, to this server run, whose data has this identity (empty when it has none yet).
+    virtual void on_up(const std::string &run, const std::string &data_set_id) = 0;
+    // A connection that stood is lost.
+    virtual void on_lost(const std::string &problem) = 0;
+    // A connection could not be made; `lasting` when trying again will hardly help.
+    virtual void on_failed(const std::string &problem, bool lasting) = 0;
+    // What was asked for is in place: a channel, or a pattern of channels.
+    virtual void on_subscribed(std::string_view watched) = 0;
+    virtual void on_refused(const std::string &problem) = 0;
+    // A message on a channel that belongs to what is watched.
+    virtual void on_message(std::string_view watched, std::string_view channel, std::string_view payload) = 0;
+    // The answer to a ping(); they come in the order asked, after all messages published before.
+    virtual void on_pong() = 0;
+    // The connection was found alive; comes every second or so.
+    virtual void on_checked() = 0;
+};
+
+class AsyncConnection
+{
+public:
+    AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
+                    std::chrono::milliseconds handshake_limit, AsyncObserver &observer);
+
+    // Connects from the loop, and again whenever the connection is lost. Does nothing when already begun.
+    void begin();
+    bool is_up() const { return state_ == State::up; }
+    // Cuts the connection, as if it had been lost.
+    void drop(const std::string &problem);
+    // Watches one channel, or all that match a pattern.
+    void subscribe(const std::string &channel);
+    void subscribe_all(const std::string &pattern);
+    void ping();
+
+private:
+    enum class State { idle, pausing, searching, connecting, greeting, up };
+
+    static void timer_cb(int fd, short what, void *self);
+    static void io_cb(int fd, short what, void *self);
+    template <typename Work>
+    void guarded(const Work &work) noexcept;
+    void on_timer();
+    void on_io(short what);
+    void connect();
+    void search();
+    void connect_to(const Endpoint &place);
+    void check_health();
+    void greet();
+    void take_replies();
+    void take_greeting_reply(Reply reply);
+    void finish_greeting();
+    void take_message(const redisReply &reply);
+    void retry(const std::string &problem, bool lasting);
+    void watch();
+    void arm_timer(std::chrono::milliseconds pause);
+
+    event_base *base_;
+    const Visitor &visitor_;
+    int32_t database_;
+    std::chrono::milliseconds handshake_limit_;
+    AsyncObserver &observer_;
+    State state_ = State::idle;
+    std::chrono::milliseconds pause_;
+    std::chrono::steady_clock::time_point up_since_;
+    size_t greetings_ = 0;                // commands of the greeting
+    size_t questions_ = 0;                // commands that follow it
+    std::vector<Reply> greeting_replies_; // to both, as far as they have come
+    std::optional<MasterSearch> search_;
+    std::chrono::steady_clock::time_point search_limit_;
+    int unanswered_ = 0; // checks of the connection's health since the last one that was answered
+    platform::Event timer_;
+    std::optional<Link> link_;
+    platform::Event io_; // watches the link's descriptor: declared after it, gone before it
+};
+
+} // namespace vx_mom
+
+#endif

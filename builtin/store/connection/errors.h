@@ -1,0 +1,27 @@
+// The negative results of the store client, in one place.
+//
+// The numbers follow errno where one fits. -5 is left out on purpose: users of the store interface read it as
+// "tolerated", so no failure of this client may carry it.
+#ifndef CONNECTION_ERRORS_H
+#define CONNECTION_ERRORS_H
+
+#include <cstdint>
+
+namespace vx_mom
+{
+
+enum Error : int32_t {
+    ok = 0,
+    refused = -1,           // the server refused the command; nothing was changed
+    no_memory = -12,        // memory ran out
+    denied = -13,           // the server lets this user not in
+    invalid = -22,          // an argument, the configuration or the database number is wrong
+    internal_failure = -71, // the server answered with something that this client does not expect
+    bad_data = -74,         // what is stored does not decode
+    timed_out = -110,       // no answer before the deadline
+    other_data_set = -116   // the store that came back holds other data than the one that was known
+};
+
+} // namespace vx_mom
+
+#endif

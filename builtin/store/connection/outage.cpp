@@ -1,0 +1,41 @@
+// The budget of an outage; see the header.
+#include "store/connection/outage.h"
+
+#include <algorithm>
+
+#include "log/platform_log.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+constexpr std::chrono::milliseconds short_attempt{50};
+
+}
+
+Clock::time_point Outage::deadline() const
+{
+    const Clock::time_point now = Clock::now();
+    return lasting_ ? std::max(since_ + budget_, now + std::min(short_attempt, budget_)) : now + budget_;
+}
+
+void Outage::begin(Clock::time_point when, const std::string &problem)
+{
+    if (!lasting_) {
+        lasting_ = true;
+        since_ = when;
+        PLATFORM_LOG(platform::log_warn, "store lost: %s", problem.c_str());
+    }
+}
+
+void Outage::end()
+{
+    if (lasting_) {
+        lasting_ = false;
+        PLATFORM_LOG(platform::log_notice, "store answers again");
+    }
+}
+
+} // namespace vx_mom

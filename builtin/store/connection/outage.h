@@ -1,0 +1,39 @@
+// How long calls may still wait for a store that does not answer.
+//
+// The budget counts from the beginning of the outage and not from each call, and is shared by all databases:
+// a hundred calls in a row block the loop once, not a hundred times.
+#ifndef CONNECTION_OUTAGE_H
+#define CONNECTION_OUTAGE_H
+
+#include <chrono>
+#include <string>
+
+namespace vx_mom
+{
+
+using Clock = std::chrono::steady_clock;
+
+class Outage
+{
+public:
+    explicit Outage(std::chrono::milliseconds budget) : budget_(budget) {}
+
+    std::chrono::milliseconds budget() const { return budget_; }
+    // Whether the budget is used up: a call gets one short attempt then, and is not repeated.
+    bool is_exhausted() const { return lasting_ && Clock::now() >= since_ + budget_; }
+    // The moment until which a call that begins now may wait.
+    Clock::time_point deadline() const;
+    // The store did not answer, since `when`; `problem` is logged when this begins an outage.
+    void begin(Clock::time_point when, const std::string &problem);
+    // The store answered.
+    void end();
+
+private:
+    std::chrono::milliseconds budget_;
+    bool lasting_ = false;
+    Clock::time_point since_;
+};
+
+} // namespace vx_mom
+
+#endif

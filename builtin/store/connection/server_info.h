@@ -1,0 +1,32 @@
+// What a server says of itself: which version, which process, which line of descent of its data, which role.
+#ifndef CONNECTION_SERVER_INFO_H
+#define CONNECTION_SERVER_INFO_H
+
+#include <string>
+#include <vector>
+
+#include "store/connection/stream.h"
+
+namespace vx_mom
+{
+
+struct ServerInfo {
+    std::string version;
+    std::string process; // drawn anew with every start of a server
+    std::string descent; // changes when a replica takes over, and when a server becomes another's replica
+    bool is_replica = false;
+
+    // Both: a server that became a replica and was promoted again is the same process with other data.
+    [[nodiscard]] std::string run() const { return process + ':' + descent; }
+};
+
+// The commands that ask for it.
+inline const std::vector<Command> info_questions{{"INFO", "server"}, {"INFO", "replication"}};
+
+// Reads the replies to these two. Returns false, and says why, when they are none or the server is too old.
+bool read_server_info(const redisReply *server, const redisReply *replication, ServerInfo &info,
+                      std::string &why);
+
+} // namespace vx_mom
+
+#endif

@@ -1,0 +1,355 @@
+// The calls' side of a database; see the header. A call is repeated only after its connection broke or
+// another server took over, never after a mere silence: a command that is still on its way to a paused server
+// would otherwise be carried out a second time, later, over somebody's newer write.
+#include <poll.h>
+
+#include <algorithm>
+
+#include "log/platform_log.h"
+#include "store/codec/names.h"
+#include "store/database.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds longest_retry_pause{50};
+constexpr size_t first_key = 3; // of a function's call
+
+void pause_for(milliseconds span)
+{
+    (void)poll(nullptr, 0, static_cast<int>(span.count()));
+}
+
+const redisReply *first_passing(const std::vector<Reply> &replies)
+{
+    const auto found = std::find_if(replies.begin(), replies.end(),
+                                    [](const Reply &reply) { return is_passing(reply.get()); });
+    return found == replies.end() ? nullptr : found->get();
+}
+
+Command load_functions()
+{
+    return {"FUNCTION", "LOAD", "REPLACE", library_code()};
+}
+
+bool is_missing_function(const redisReply *reply)
+{
+    return is_error(reply) && text_of(reply).find("unction not found") != std::string::npos;
+}
+
+} // namespace
+
+int32_t Database::connect()
+{
+    const Answer answer = ask({{"PING"}}, Purpose::read);
+    if (answer.error == ok && is_error(answer.replies[0].get())) {
+        const std::string problem = "the store answers PING with: " + text_of(answer.replies[0].get());
+        PLATFORM_LOG(platform::log_error, "database %d: %s", number_, problem.c_str());
+        tell_starter(problem);
+        return refused;
+    }
+    if (answer.error != ok) {
+        tell_starter(sync_.problem());
+    }
+    return answer.error;
+}
+
+void Database::tell_starter(const std::string &problem)
+{
+    if (problem != shared_.told_starter) {
+        shared_.told_starter = problem;
+        platform::tell_starter("store client: " + shared_.visitor.endpoint.text + ": " + problem);
+    }
+}
+
+Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
+{
+    if (other_data_) {
+        return {other_data_set, {}};
+    }
+    const Clock::time_point began = Clock::now();
+    const Clock::time_point deadline = shared_.outage.deadline();
+    const bool only_once = shared_.outage.is_exhausted();
+    milliseconds pause{1};
+    for (;;) {
+        Answer answer;
+        Exchange result = attempt(commands, deadline, answer.replies);
+        std::string problem = sync_.problem();
+        if (result == Exchange::answered) {
+            const redisReply *passing = first_passing(answer.replies);
+            if (passing == nullptr) {
+                end_outage(purpose);
+                return answer;
+            }
+            writes_refused_ = writes_refused_ || purpose == Purpose::write;
+            result = Exchange::lost;
+            problem = text_of(passing);
+            sync_.close();
+        }
+        if (result == Exchange::rejected) {
+            write_given_up_ = write_given_up_ || purpose == Purpose::write;
+            return refuse();
+        }
+        shared_.outage.begin(result == Exchange::timed_out ? began : Clock::now(),
+                             shared_.visitor.endpoint.text + ": " + problem);
+        if (result == Exchange::timed_out || only_once || Clock::now() + pause >= deadline) {
+            return give_up(purpose, problem);
+        }
+        pause_for(pause);
+        pause = std::min(pause * 2, longest_retry_pause);
+    }
+}
+
+int32_t Database::change(Command &&call, const std::string &type)
+{
+    std::vector<Command> commands;
+    commands.push_back(std::move(call));
+    if (shared_.replicas.count > 0) {
+        // Once they did not confirm, no call waits for them again until they do.
+        const auto left =
+            std::chrono::duration_cast<milliseconds>(shared_.outage.deadline() - Clock::now()) / 2;
+        const auto limit =
+            shared_.replicas.is_missed ? milliseconds(1) : std::min(shared_.replicas.limit, left);
+        commands.push_back({"WAIT", std::to_string(shared_.replicas.count),
+                            std::to_string(std::max(limit, milliseconds(1)).count())});
+    }
+    Answer answer = ask(commands, Purpose::write);
+    if (answer.error == ok && is_missing_function(answer.replies[0].get())) {
+        answer = load_and_call(commands);
+    }
+    if (answer.error != ok) {
+        return answer.error;
+    }
+    const std::string text = text_of(answer.replies[0].get());
+    if (is_error(answer.replies[0].get())) {
+        PLATFORM_LOG(platform::log_error, "database %d: write of %s refused: %s", number_,
+                     commands[0][first_key].c_str(), text.c_str());
+        return refused;
+    }
+    uint64_t revision = 0;
+    if (!parse_revision(text, revision)) {
+        return internal_failure;
+    }
+    if (commands.size() > 1) {
+        note_replicas(answer.replies[1].get());
+    }
+    const bool is_behind = revision != 0 && revision < data_set_.learned(type);
+    if (revision != 0) {
+        learn(type, revision);
+    }
+    // A server that was emptied while it ran is noticed by its counting anew; one that recognised a
+    // repetition may tell an old number, too.
+    if (is_behind && wanted_) {
+        (void)confirm_data_set();
+    }
+    return ok;
+}
+
+std::string Database::new_mark()
+{
+    return writer_ + std::to_string(++writes_);
+}
+
+// The server has lost its functions. One who may loads them; who may not waits for one who may.
+Answer Database::load_and_call(const std::vector<Command> &call)
+{
+    for (;;) {
+        const Answer loaded = ask({load_functions()}, Purpose::write);
+        if (loaded.error != ok) {
+            return {loaded.error, {}};
+        }
+        Answer answer = ask(call, Purpose::write);
+        if (answer.error != ok || !is_missing_function(answer.replies[0].get())) {
+            shared_.lacks_functions_since.reset();
+            return answer;
+        }
+        // As in an outage, the time counts from its beginning, for all calls together.
+        if (!shared_.lacks_functions_since) {
+            shared_.lacks_functions_since = Clock::now();
+            PLATFORM_LOG(platform::log_warn,
+                         "database %d: the server has no functions %s, and loading them is refused: %s",
+                         number_, library_name, text_of(loaded.replies[0].get()).c_str());
+        }
+        if (Clock::now() + longest_retry_pause >= *shared_.lacks_functions_since + shared_.outage.budget()) {
+            return answer;
+        }
+        pause_for(longest_retry_pause);
+    }
+}
+
+void Database::end_outage(Purpose purpose)
+{
+    // A server that answers reads may refuse writes still.
+    if (purpose == Purpose::read && writes_refused_) {
+        return;
+    }
+    writes_refused_ = false;
+    shared_.outage.end();
+    told_problem_.clear();
+}
+
+void Database::note_replicas(const redisReply *reply)
+{
+    const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < shared_.replicas.count;
+    if (missed && !shared_.replicas.is_missed) {
+        PLATFORM_LOG(platform::log_warn, "a write is confirmed by %lld replicas and not by %d %s",
+                     reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, shared_.replicas.count,
+                     text_of(reply).c_str());
+    } else if (!missed && shared_.replicas.is_missed) {
+        PLATFORM_LOG(platform::log_notice, "writes are confirmed by %d replicas again",
+                     shared_.replicas.count);
+    }
+    shared_.replicas.is_missed = missed;
+}
+
+Exchange Database::attempt(const std::vector<Command> &commands, Clock::time_point deadline,
+                           std::vector<Reply> &replies)
+{
+    if (!sync_.is_open()) {
+        const Exchange opened = open(deadline);
+        if (opened != Exchange::answered) {
+            return opened;
+        }
+    }
+    return sync_.exchange(commands, deadline, replies);
+}
+
+Exchange Database::open(Clock::time_point deadline)
+{
+    const Exchange opened = sync_.open(deadline);
+    if (opened != Exchange::answered) {
+        return opened;
+    }
+    DataSet::Answers answers;
+    Exchange identified = identify(deadline, answers);
+    std::string problem;
+    if (identified == Exchange::answered && !is_believable(answers, problem)) {
+        return sync_.put_off(problem);
+    }
+    if (identified == Exchange::answered && !is_registered(answers)) {
+        identified = register_run(deadline, answers);
+    }
+    if (identified != Exchange::answered) {
+        return identified;
+    }
+    if (async_.is_up() && async_run_ != answers.server.run()) {
+        drop("calls reach another server by now");
+    }
+    if (!data_set_.is_known() || data_set_.is_same(answers)) {
+        data_set_.adopt(answers);
+        return Exchange::answered;
+    }
+    // The call that found out fails in any case: it was meant for the data that is gone.
+    if (wanted_) {
+        other_data_ = true;
+        if (!settling_) {
+            drop("the store holds other data");
+        }
+    } else {
+        data_set_.adopt(answers);
+    }
+    tell_once("the store came back with other data");
+    return Exchange::rejected;
+}
+
+// Asks the open connection for the data's identity.
+Exchange Database::identify(Clock::time_point deadline, DataSet::Answers &answers)
+{
+    std::vector<Reply> replies;
+    const Exchange result = sync_.exchange(data_set_.questions(), deadline, replies);
+    if (result != Exchange::answered) {
+        return result;
+    }
+    if (const redisReply *passing = first_passing(replies)) {
+        return sync_.put_off(text_of(passing));
+    }
+    std::string problem;
+    if (!data_set_.read(replies, answers, problem)) {
+        return sync_.reject(problem);
+    }
+    if (answers.oddity != told_oddity_) {
+        told_oddity_ = answers.oddity;
+        if (!told_oddity_.empty()) {
+            PLATFORM_LOG(platform::log_error, "database %d: somebody spoilt what tells whose data it is: %s",
+                         number_, told_oddity_.c_str());
+        }
+    }
+    return Exchange::answered;
+}
+
+// Whether the server may be taken for the master of its group. A master that died and was restarted answers
+// at once, with nothing left, while the others agree on its successor: a server without the group's data is
+// believed only if it is the process that the sentinels see.
+bool Database::is_believable(const DataSet::Answers &answers, std::string &problem) const
+{
+    const std::optional<Master> &master = sync_.master();
+    if (!master) {
+        return true;
+    }
+    const bool is_known_data = data_set_.is_known() && data_set_.is_same(answers);
+    const bool may_be_ours = !answers.id.empty() && (!data_set_.is_known() || data_set_.id() == answers.id);
+    if (answers.server.is_replica) {
+        problem = master->place.text + ": is no master";
+    } else if (is_known_data || (master->settled && may_be_ours)) {
+        return true;
+    } else if (!master->settled) {
+        problem = master->place.text + ": the sentinels do not agree on it yet";
+    } else if (data_set_.is_known() && master->run_id != answers.server.process) {
+        problem = master->place.text + ": has other data, and the sentinels have not seen its start yet";
+    }
+    return problem.empty();
+}
+
+// The server process is new, or has none of the present functions: registers it, with them. A user without
+// the right to that leaves it to those who have.
+Exchange Database::register_run(Clock::time_point deadline, DataSet::Answers &answers)
+{
+    std::vector<Reply> replies;
+    const Exchange result =
+        sync_.exchange({load_functions(), registration(answers.server)}, deadline, replies);
+    if (result != Exchange::answered) {
+        return result;
+    }
+    if (const redisReply *passing = first_passing(replies)) {
+        return sync_.put_off(text_of(passing));
+    }
+    return identify(deadline, answers);
+}
+
+Answer Database::give_up(Purpose purpose, const std::string &problem)
+{
+    PLATFORM_LOG(platform::log_error, "database %d: %s given up: %s: %s", number_,
+                 purpose == Purpose::write ? "write" : "read", shared_.visitor.endpoint.text.c_str(),
+                 problem.c_str());
+    if (purpose == Purpose::write) {
+        write_given_up_ = true;
+        drop("a write was given up");
+    }
+    return {timed_out, {}};
+}
+
+Answer Database::refuse()
+{
+    if (other_data_ || sync_.is_open()) {
+        sync_.close();
+        return {other_data_set, {}};
+    }
+    tell_once(sync_.problem());
+    return {sync_.rejection(), {}};
+}
+
+void Database::tell_once(const std::string &problem)
+{
+    if (problem != told_problem_) {
+        told_problem_ = problem;
+        PLATFORM_LOG(platform::log_error, "database %d at %s: %s", number_,
+                     shared_.visitor.endpoint.text.c_str(), problem.c_str());
+    }
+}
+
+} // namespace vx_mom

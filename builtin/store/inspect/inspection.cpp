@@ -1,0 +1,123 @@
+// A plain connection; see the header.
+#include "store/inspect/inspection.h"
+
+#include <utility>
+
+#include "store/connection/configuration.h"
+#include "store/connection/sync_connection.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+Inspected inspected(const redisReply *reply)
+{
+    Inspected result;
+    switch (reply->type) {
+    case REDIS_REPLY_ERROR:
+        result.kind = Inspected::Kind::error;
+        result.text = text_of(reply);
+        break;
+    case REDIS_REPLY_INTEGER:
+        result.kind = Inspected::Kind::number;
+        result.text = std::to_string(reply->integer);
+        break;
+    case REDIS_REPLY_STRING:
+    case REDIS_REPLY_STATUS:
+        result.kind = Inspected::Kind::text;
+        result.text = text_of(reply);
+        break;
+    case REDIS_REPLY_ARRAY:
+        result.kind = Inspected::Kind::list;
+        for (size_t i = 0; i < reply->elements; i++) {
+            result.items.push_back(inspected(reply->element[i]));
+        }
+        break;
+    default:
+        break;
+    }
+    return result;
+}
+
+} // namespace
+
+struct Inspection::Parts {
+    Visitor visitor;
+    std::string problem;
+    std::optional<SyncConnection> connection; // refers to the visitor
+
+    void open(int32_t database, std::chrono::milliseconds limit)
+    {
+        visitor.name = "inspection";
+        connection.emplace(visitor, database);
+        (void)note(connection->open(Clock::now() + limit));
+    }
+
+    // Whether it went well; if not, why is kept.
+    bool note(Exchange result)
+    {
+        if (result != Exchange::answered) {
+            problem = visitor.endpoint.text + ": " + connection->problem();
+        }
+        return result == Exchange::answered;
+    }
+};
+
+Inspection::Inspection(int32_t database, std::chrono::milliseconds limit) : parts_(std::make_unique<Parts>())
+{
+    if (const auto place = configured_place(parts_->problem)) {
+        parts_->visitor.endpoint = place->endpoint;
+        parts_->visitor.credentials = place->credentials;
+        parts_->open(database, limit);
+    }
+}
+
+Inspection::Inspection(int32_t database, std::chrono::milliseconds limit, const Credentials &credentials)
+    : parts_(std::make_unique<Parts>())
+{
+    if (const auto place = configured_place(parts_->problem)) {
+        parts_->visitor.endpoint = place->endpoint;
+        parts_->visitor.credentials = credentials;
+        parts_->open(database, limit);
+    }
+}
+
+Inspection::Inspection(Inspection &&) noexcept = default;
+Inspection &Inspection::operator=(Inspection &&) noexcept = default;
+Inspection::~Inspection() = default;
+
+bool Inspection::is_open() const
+{
+    return parts_->connection.has_value() && parts_->connection->is_open();
+}
+
+const std::string &Inspection::problem() const
+{
+    return parts_->problem;
+}
+
+std::optional<Inspected> Inspection::ask(const std::vector<std::string> &command,
+                                         std::chrono::milliseconds limit)
+{
+    if (!is_open()) {
+        return std::nullopt;
+    }
+    std::vector<Reply> replies;
+    if (!parts_->note(parts_->connection->exchange({command}, Clock::now() + limit, replies))) {
+        return std::nullopt;
+    }
+    return inspected(replies[0].get());
+}
+
+std::optional<Inspected> Inspection::next(std::chrono::milliseconds limit)
+{
+    Reply reply;
+    if (!is_open() || !parts_->note(parts_->connection->next(Clock::now() + limit, reply))) {
+        return std::nullopt;
+    }
+    return inspected(reply.get());
+}
+
+} // namespace vx_mom

@@ -1,0 +1,159 @@
+// The calls on records; see the header. Nothing of a reply is held while a callback runs: callbacks make
+// calls themselves.
+#include "store/operations.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "log/platform_log.h"
+#include "store/codec/key.h"
+#include "store/codec/names.h"
+#include "store/snapshot.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+// The beginning of a call about one record, with room for its fields.
+Command begin_call(const Database &database, const char *function, const ProtobufCMessage &record,
+                   const std::string &type, size_t fields)
+{
+    Command call;
+    call.reserve(8 + 2 * fields);
+    for (const char *word : {"FCALL", function, "3"}) {
+        call.emplace_back(word);
+    }
+    call.push_back(encode_key(record));
+    call.push_back(counter_key(type));
+    call.push_back(index_key(type));
+    call.push_back(database.channels());
+    return call;
+}
+
+void append_pairs(Fields &&fields, Command &call)
+{
+    for (auto &[name, value] : fields) {
+        call.push_back(std::move(name));
+        call.push_back(std::move(value));
+    }
+}
+
+int32_t unstorable(const ProtobufCMessage &record)
+{
+    PLATFORM_LOG(platform::log_error, "record type %s, or a field of it, cannot be stored",
+                 record.descriptor->name);
+    return invalid;
+}
+
+} // namespace
+
+int32_t set(Database &database, const ProtobufCMessage &record)
+{
+    Content content;
+    if (!encode_record(record, content)) {
+        return unstorable(record);
+    }
+    const std::string type = record.descriptor->name;
+    Command call = begin_call(database, set_function, record, type, content.present.size());
+    call.push_back(database.new_mark());
+    append_pairs(std::move(content.present), call);
+    return database.change(std::move(call), type);
+}
+
+int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count)
+{
+    Content content;
+    if (!encode_fields(record, fields, count, content)) {
+        return unstorable(record);
+    }
+    const std::string type = record.descriptor->name;
+    Command call = begin_call(database, hmset_function, record, type, static_cast<size_t>(count));
+    call.push_back(database.new_mark());
+    call.push_back(std::to_string(2 * content.present.size()));
+    append_pairs(std::move(content.present), call);
+    std::move(content.absent.begin(), content.absent.end(), std::back_inserter(call));
+    return database.change(std::move(call), type);
+}
+
+int32_t del(Database &database, const ProtobufCMessage &record)
+{
+    const std::string type = record.descriptor->name;
+    return database.change(begin_call(database, del_function, record, type, 0), type);
+}
+
+int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count)
+{
+    const std::string type = record.descriptor->name;
+    const size_t fields = key_field_count(*record.descriptor);
+    const auto given = static_cast<size_t>(key_count);
+    if (given > fields) {
+        PLATFORM_LOG(platform::log_error, "%s has %zu key fields, not %d", type.c_str(), fields, key_count);
+        return invalid;
+    }
+    if (given == fields) {
+        return del(database, record); // one record: no need to look through the others
+    }
+    return database.change({"FCALL", pdel_function, "2", counter_key(type), index_key(type),
+                            database.channels(), encode_key_prefix(record, given)},
+                           type);
+}
+
+int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver,
+             std::vector<std::string> &left_out)
+{
+    std::vector<StoredRecord> records;
+    Snapshot snapshot;
+    while (!snapshot.done) {
+        const int32_t error = read_slice(database, type.name, snapshot);
+        if (error != ok) {
+            return error;
+        }
+        std::move(snapshot.records.begin(), snapshot.records.end(), std::back_inserter(records));
+    }
+    left_out.insert(left_out.end(), snapshot.left_out.begin(), snapshot.left_out.end());
+    sort_by_revision(records);
+    for (const StoredRecord &record : records) {
+        const MessagePtr message = decode_or_log(type, record.key, record.fields);
+        if (message == nullptr) {
+            left_out.push_back(record.key);
+            continue;
+        }
+        vx_mom_pmsg_t notification{};
+        notification.cmd = VX_MOM_CMD_SCANNED;
+        notification.record = message.get();
+        (void)receiver.callback(receiver.arg, &notification);
+    }
+    return ok;
+}
+
+int32_t exists(Database &database, const ProtobufCMessage &record)
+{
+    const std::string key = encode_key(record);
+    const Answer answer = database.ask({{"HLEN", key}}, Purpose::read);
+    if (answer.error != ok) {
+        return answer.error;
+    }
+    const redisReply *reply = answer.replies[0].get();
+    if (reply->type != REDIS_REPLY_INTEGER) {
+        PLATFORM_LOG(platform::log_error, "record %s: the store answers: %s", key.c_str(),
+                     text_of(reply).c_str());
+        return is_error(reply, "WRONGTYPE") ? bad_data : refused;
+    }
+    return reply->integer > 0 ? 1 : 0;
+}
+
+int32_t hgetall(Database &database, const ProtobufCMessage &record, MessagePtr &found)
+{
+    const std::string key = encode_key(record);
+    Fields fields;
+    const int32_t error = read_record(database, key, fields);
+    if (error != ok || fields.empty()) {
+        return error;
+    }
+    found = decode_or_log(*record.descriptor, key, fields);
+    return found == nullptr ? int32_t{bad_data} : int32_t{ok};
+}
+
+} // namespace vx_mom

@@ -1,0 +1,32 @@
+// The calls on records, in terms of a database; vx_mom.cpp puts the C surface over them.
+#ifndef STORE_OPERATIONS_H
+#define STORE_OPERATIONS_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "store/codec/value.h"
+#include "store/database.h"
+
+namespace vx_mom
+{
+
+// Each returns ok or an error. Arguments as in vx_mom.h; none is null.
+int32_t set(Database &database, const ProtobufCMessage &record);
+int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count);
+int32_t del(Database &database, const ProtobufCMessage &record);
+int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count);
+// `left_out` gets the keys of what is no readable record.
+int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver,
+             std::vector<std::string> &left_out);
+
+// Returns 1, 0 or an error.
+int32_t exists(Database &database, const ProtobufCMessage &record);
+
+// Returns ok with the record, or with null when there is none, or an error.
+int32_t hgetall(Database &database, const ProtobufCMessage &record, MessagePtr &found);
+
+} // namespace vx_mom
+
+#endif

@@ -1,0 +1,184 @@
+// Reading a type's records in slices; see the header.
+#include "store/snapshot.h"
+
+#include <algorithm>
+#include <charconv>
+
+#include "log/platform_log.h"
+#include "store/codec/names.h"
+#include "store/database.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+constexpr size_t slice_size = 128;
+
+bool parse_whole(const std::string &text, uint64_t &number)
+{
+    const char *end = text.data() + text.size();
+    const auto result = std::from_chars(text.data(), end, number);
+    return result.ec == std::errc() && result.ptr == end;
+}
+
+int32_t unexpected(const char *what, const std::string &key, const redisReply *reply)
+{
+    PLATFORM_LOG(platform::log_error, "%s %s: the store answers: %s", what, key.c_str(),
+                 text_of(reply).c_str());
+    return refused;
+}
+
+// The members of the index that come next, without those met already.
+int32_t read_index(Database &database, const std::string &type, Snapshot &snapshot,
+                   std::vector<std::string> &keys)
+{
+    const std::string index = index_key(type);
+    const Answer answer =
+        database.ask({{"SSCAN", index, snapshot.cursor, "COUNT", std::to_string(slice_size)}}, Purpose::read);
+    if (answer.error != ok) {
+        return answer.error;
+    }
+    const redisReply *reply = answer.replies[0].get();
+    if (reply->type != REDIS_REPLY_ARRAY || reply->elements != 2 ||
+        reply->element[1]->type != REDIS_REPLY_ARRAY) {
+        return unexpected("index", index, reply);
+    }
+    snapshot.cursor = text_of(reply->element[0]);
+    snapshot.done = snapshot.cursor == "0";
+    const redisReply *members = reply->element[1];
+    for (size_t i = 0; i < members->elements; i++) {
+        std::string key = text_of(members->element[i]);
+        if (snapshot.present.count(key) == 0) {
+            keys.push_back(std::move(key));
+        }
+    }
+    return ok;
+}
+
+bool fields_of(const redisReply *reply, Fields &fields)
+{
+    if (reply->type != REDIS_REPLY_ARRAY) {
+        return false;
+    }
+    fields.reserve(reply->elements / 2);
+    for (size_t i = 0; i + 1 < reply->elements; i += 2) {
+        fields.emplace_back(view_of(reply->element[i]), view_of(reply->element[i + 1]));
+    }
+    return true;
+}
+
+// The content of a hash, without what belongs to the writing. False when the revision is no number.
+bool take_content(const redisReply *reply, StoredRecord &record)
+{
+    record.fields.reserve(std::max(reply->elements / 2, writing_fields) - writing_fields);
+    for (size_t i = 0; i + 1 < reply->elements; i += 2) {
+        if (!take_field(view_of(reply->element[i]), view_of(reply->element[i + 1]), record.fields,
+                        record.revision)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void take_record(std::string &&key, const redisReply *reply, Snapshot &snapshot)
+{
+    if (reply->type != REDIS_REPLY_ARRAY) {
+        PLATFORM_LOG(platform::log_error, "record %s left out: %s", key.c_str(), text_of(reply).c_str());
+        snapshot.present.insert(key);
+        snapshot.left_out.push_back(std::move(key));
+        return;
+    }
+    if (reply->elements == 0 || !snapshot.present.insert(key).second) {
+        return; // deleted since, or met already
+    }
+    StoredRecord record{std::move(key), 0, {}};
+    if (!take_content(reply, record)) {
+        PLATFORM_LOG(platform::log_error, "record %s left out: its revision is no number",
+                     record.key.c_str());
+        snapshot.left_out.push_back(std::move(record.key));
+        return;
+    }
+    snapshot.records.push_back(std::move(record));
+}
+
+} // namespace
+
+int32_t read_slice(Database &database, const std::string &type, Snapshot &snapshot)
+{
+    snapshot.records.clear();
+    std::vector<std::string> keys;
+    const int32_t error = read_index(database, type, snapshot, keys);
+    if (error != ok || keys.empty()) {
+        return error;
+    }
+    std::vector<Command> commands;
+    commands.reserve(keys.size());
+    for (std::string &key : keys) {
+        commands.emplace_back(2, "HGETALL").back() = std::move(key);
+    }
+    const Answer answer = database.ask(commands, Purpose::read);
+    for (size_t i = 0; i < answer.replies.size(); i++) {
+        take_record(std::move(commands[i].back()), answer.replies[i].get(), snapshot);
+    }
+    return answer.error;
+}
+
+// Numbers are sorted and each record is moved once: moving records about is dearer than comparing them.
+void sort_by_revision(std::vector<StoredRecord> &records)
+{
+    std::vector<std::pair<uint64_t, size_t>> order;
+    order.reserve(records.size());
+    for (const StoredRecord &record : records) {
+        order.emplace_back(record.revision, order.size());
+    }
+    std::sort(order.begin(), order.end());
+    std::vector<StoredRecord> sorted;
+    sorted.reserve(records.size());
+    for (const auto &[revision, at] : order) {
+        sorted.push_back(std::move(records[at]));
+    }
+    records = std::move(sorted);
+}
+
+int32_t read_revision(Database &database, const std::string &type, uint64_t &revision)
+{
+    const std::string key = counter_key(type);
+    const Answer answer = database.ask({{"GET", key}}, Purpose::read);
+    if (answer.error != ok) {
+        return answer.error;
+    }
+    const redisReply *reply = answer.replies[0].get();
+    revision = 0;
+    if (reply->type != REDIS_REPLY_NIL && !parse_whole(text_of(reply), revision)) {
+        return unexpected("revision", key, reply);
+    }
+    database.learn(type, revision);
+    return ok;
+}
+
+int32_t read_record(Database &database, const std::string &key, Fields &fields)
+{
+    const Answer answer = database.ask({{"HGETALL", key}}, Purpose::read);
+    if (answer.error != ok) {
+        return answer.error;
+    }
+    if (!fields_of(answer.replies[0].get(), fields)) {
+        (void)unexpected("record", key, answer.replies[0].get());
+        return is_error(answer.replies[0].get(), "WRONGTYPE") ? bad_data : refused;
+    }
+    return ok;
+}
+
+MessagePtr decode_or_log(const ProtobufCMessageDescriptor &type, const std::string &key, const Fields &fields)
+{
+    std::string why;
+    MessagePtr message = decode_record(type, key, fields, why);
+    if (message == nullptr) {
+        PLATFORM_LOG(platform::log_error, "record %s does not decode: %s", key.c_str(), why.c_str());
+    }
+    return message;
+}
+
+} // namespace vx_mom

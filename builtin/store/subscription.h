@@ -1,0 +1,125 @@
+// One subscription: every record of a type, then every change, in order and each once.
+//
+// Asked, it subscribes to the channels of the type's records and waits for the confirmation; reads the
+// revision of the last change (the fence); reads the records slice by slice, while changes newer than the
+// fence gather in a queue; reports what vanished since it last knew; delivers, in the order of their changes,
+// those that are not newer than the fence; goes on with the queue; and says in between that it is in place.
+// Revisions are contiguous, so a gap shows a loss; then it starts over, delivering only differences. Listing
+// first and subscribing afterwards would lose what happens in between.
+//
+// Whoever may write a record may publish whatever he likes as its changes. So a change is believed about its
+// record, but what it says of the type's revision is compared with the server's own count afterwards.
+#ifndef STORE_SUBSCRIPTION_H
+#define STORE_SUBSCRIPTION_H
+
+#include <cstdint>
+#include <deque>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "store/codec/payload.h"
+#include "store/snapshot.h"
+#include "vx_mom.h"
+
+namespace vx_mom
+{
+
+struct Subscriber {
+    vx_mom_pmsg_f callback = nullptr;
+    void *arg = nullptr;
+};
+
+class Subscription
+{
+public:
+    Subscription(Database &database, const ProtobufCMessageDescriptor &type, Subscriber subscriber);
+
+    const ProtobufCMessageDescriptor &type() const { return type_; }
+    // The channel, or the pattern of channels, on which its changes come.
+    const std::string &watched() const { return watched_; }
+    // Whether it is in place or was refused, so that the next one in the queue may begin.
+    bool is_settled() const { return phase_ == Phase::live || phase_ == Phase::refused; }
+    bool awaits_confirmation() const { return phase_ == Phase::confirming; }
+
+    // Starts over for another subscriber: all records as written, then command 29.
+    void ask_again(Subscriber subscriber);
+    void on_confirmed();
+    void on_refused(const std::string &problem);
+    // Some time has passed: what was refused is tried again now and then.
+    void on_checked();
+    // A change arrived: delivered at once when the subscription is in place, kept otherwise.
+    void on_message(std::string &&key, std::string &&payload);
+    // The connection is lost: what is queued is void.
+    void on_lost();
+    // The connection is back; `everything` when the data is another, so that revisions compare no more.
+    void on_returned(bool everything);
+    // One piece of work. Returns whether there is more to do at once. Calls the subscriber back.
+    bool advance();
+
+private:
+    enum class Phase { asked, confirming, confirmed, reading, sweeping, delivering, draining, live, refused };
+
+    struct Arrived {
+        std::string key;
+        std::string payload;
+    };
+
+    // What the subscriber was last told of a record.
+    struct Known {
+        uint64_t revision = 0;
+        Fields fields;
+    };
+
+    void start_over(bool everything);
+    bool begin();
+    bool take_fence();
+    bool read();
+    bool is_news(const StoredRecord &record) const;
+    void finish_reading();
+    bool sweep();
+    bool deliver();
+    bool finish_delivering();
+    bool drain();
+    bool stay_live();
+    bool deliver_queued();
+    bool deliver_next();
+    void deliver_written(Change &&change);
+    void deliver_deleted(Change &&change);
+    bool settle();
+    bool fail(int32_t error);
+    bool resynchronise(const char *why);
+    void call_back(int32_t command, ProtobufCMessage *record);
+    void report_gone(const std::string &key);
+
+    Database &database_;
+    const ProtobufCMessageDescriptor &type_;
+    std::string name_;
+    bool has_index_;
+    std::string watched_;
+    Subscriber subscriber_;
+    Phase phase_ = Phase::asked;
+    uint64_t round_ = 0;      // grows whenever it starts over: a callback may have made it do so
+    bool subscribed_ = false; // the channel is confirmed on the present connection
+    bool deliver_all_ = true; // or only what differs from what is known
+    bool announce_ = true;    // command 29 is owed
+    uint64_t ping_ = 0;       // the ping whose answer ends the waiting for changes on their way
+    uint64_t last_ = 0;       // revision of the last change delivered or covered by the snapshot
+    uint64_t fence_ = 0;
+    uint64_t target_ = 0;     // changes up to here come before command 29
+    uint64_t unverified_ = 0; // changes delivered since the server's own count was last asked for
+    std::deque<Arrived> queue_;
+    std::unordered_map<std::string, Known> known_;
+    Snapshot snapshot_;
+    std::vector<StoredRecord> to_deliver_; // in the order of their changes
+    size_t next_to_deliver_ = 0;
+    std::vector<std::string> to_sweep_;
+    int checks_ = 0;             // since it was refused
+    std::string told_refusal_;   // so that each is logged once
+    std::set<std::string> gone_; // reported as vanished before the queue told of it
+};
+
+} // namespace vx_mom
+
+#endif

@@ -1,0 +1,123 @@
+// Subscriptions on the event loop, for the verbs that stay until they are stopped.
+//
+// Connecting, subscribing again after the store was away, telling the user of it, and carrying an exception
+// out of a callback are the same for all of them.
+#ifndef ACCESS_LIVE_H
+#define ACCESS_LIVE_H
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <list>
+#include <optional>
+#include <utility>
+
+#include "access/store.h"
+#include "base/output.h"
+#include "records/record_types.h"
+#include "vx_mom.h"
+
+namespace cg
+{
+
+// What a subscription tells.
+struct Change {
+    int32_t cmd; // enum vx_mom_cmd
+    const RecordType &type;
+    int32_t db;
+    std::optional<Json> record; // as it now is, or as it last was; nothing for "subscribed" and for an error
+    int32_t error_code;         // not 0: the store could not deliver the record
+    bool existing;              // it was there when the subscription began, or began anew
+    const ProtobufCMessage *message = nullptr; // the same record, for admission::feed; dies with the handler
+};
+
+// There is one at a time: the platform tells of a loss without saying to whom.
+class Live
+{
+public:
+    using Handler = std::function<void(const Change &)>;
+
+    Live(const Output &output, Store &store);
+    ~Live();
+    Live(const Live &) = delete;
+    Live &operator=(const Live &) = delete;
+
+    // What a store that does not answer when subscribe() is called is: a failure, or waited for in the loop.
+    enum class Absent { failure, awaited };
+
+    // Subscribes once the loop runs, and again whenever the store has returned. The handler may throw: that
+    // ends the loop. Throws Failure when the store does not answer, unless it is awaited.
+    void subscribe(const RecordType &type, int32_t db, Handler handler, Absent absent = Absent::failure);
+
+    // A database's connection was lost, or is back.
+    struct Outage {
+        int32_t db;
+        bool lost;
+        bool same_data; // of one that is back: with what it had
+    };
+    enum class Told { with_message, alone };
+
+    // Has `told` called when a connection is lost, and when it is back before what is in it is told anew. It
+    // may throw, as handlers may. Told::alone: there is no message about it besides.
+    void on_outage(std::function<void(const Outage &)> told, Told how = Told::with_message)
+    {
+        outage_ = std::move(told);
+        outages_ = how;
+    }
+
+    // How long nothing was heard of a database's changes, not even that there are none: a second at most
+    // while the store answers. Nothing: it never did.
+    [[nodiscard]] std::optional<std::chrono::milliseconds> silent_for(int32_t db) const;
+
+    // Calls `tick` from the loop after so many milliseconds, once. May be called by `tick`.
+    void after(int64_t milliseconds, std::function<void()> tick);
+
+    // Serves until SIGTERM, SIGINT or stop(). Throws what a handler threw.
+    void run();
+
+    // Ends run() when the callback that calls it has returned.
+    void stop();
+    [[nodiscard]] bool is_stopping() const { return stopping_; }
+
+private:
+    struct Subscription {
+        Live *owner;
+        const RecordType *type;
+        int32_t db;
+        Handler handler;
+        bool in_place = false;
+    };
+    struct Delay {
+        Live *owner;
+        std::function<void()> tick;
+        std::list<Delay>::iterator place;
+        vx_thread_t *timer = nullptr;
+    };
+
+    static int32_t on_connected(void *first, void *second);
+    static int32_t on_lost(void *first, int32_t db);
+    static int32_t on_return(void *first, int32_t db, int32_t change);
+    static int32_t on_message(void *arg, vx_mom_pmsg_t *pmsg);
+    static int32_t on_timer(vx_thread_t *timer);
+
+    void connect(int32_t db, Absent absent);
+    void tell_outage(const Outage &outage);
+    void subscribe_all(int32_t db);
+    void deliver(Subscription &subscription, const vx_mom_pmsg_t &pmsg);
+    void guard(const std::function<void()> &action) noexcept;
+
+    const Output &output_;
+    Store &store_;
+    std::list<Subscription> subscriptions_; // addresses are held by the platform
+    std::list<Delay> delays_;
+    std::set<int32_t> databases_;
+    std::function<void(const Outage &)> outage_;
+    Told outages_ = Told::with_message;
+    std::exception_ptr failure_;
+    bool stopping_ = false;
+};
+
+} // namespace cg
+
+#endif

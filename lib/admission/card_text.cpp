@@ -1,0 +1,357 @@
+// A card's admission in words.
+#include "admission/card_text.h"
+
+#include <algorithm>
+#include <ctime>
+#include <iomanip>
+#include <sstream>
+
+#include "base/text.h"
+#include "p_dev.pb-c.h"
+
+namespace cg
+{
+
+namespace
+{
+
+using admission::Decision;
+using admission::Outcome;
+using admission::State;
+using admission::TrackedCard;
+using std::chrono::milliseconds;
+
+constexpr const char *unseen_pass = "passed unseen";
+
+std::string enum_word(const ProtobufCEnumDescriptor &type, int32_t value, std::size_t prefix)
+{
+    const ProtobufCEnumValue *found = protobuf_c_enum_descriptor_get_value(&type, value);
+    if (found == nullptr) {
+        return std::to_string(value);
+    }
+    std::string word = std::string(found->name).substr(prefix);
+    std::transform(word.begin(), word.end(), word.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return word;
+}
+
+std::string list_of(const std::vector<std::string> &names)
+{
+    std::string text;
+    for (const std::string &name : names) {
+        text += (text.empty() ? "" : ", ") + visible(name);
+    }
+    return text;
+}
+
+// As strftime() has it, in local time or in UTC.
+std::string formatted(Time time, const char *format, bool local)
+{
+    const time_t seconds =
+        std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(time));
+    tm parts{};
+    if (local) {
+        localtime_r(&seconds, &parts);
+    } else {
+        gmtime_r(&seconds, &parts);
+    }
+    std::ostringstream text;
+    text << std::put_time(&parts, format);
+    return text.str();
+}
+
+std::string decider_text(const TrackedCard &card)
+{
+    const Decision *denial = denial_of(card);
+    return denial == nullptr || denial->decider.empty() ? "" : "by " + visible(denial->decider);
+}
+
+const Decision *decision_behind(const TrackedCard &card)
+{
+    if (!card.last) {
+        return nullptr;
+    }
+    const Outcome outcome = card.last->outcome;
+    const bool fits = (card.state == State::silence && outcome == Outcome::silence) ||
+                      (card.state == State::passed && outcome == Outcome::passed);
+    return fits ? &*card.last : nullptr;
+}
+
+std::string whom_text(const TrackedCard &card)
+{
+    const bool any = card.any_will_do && card.waiting_for.size() > 1;
+    return card.waiting_for.empty() ? "" : (any ? "for any of " : "for ") + list_of(card.waiting_for);
+}
+
+std::string whole_seconds(milliseconds span)
+{
+    return std::to_string(std::chrono::ceil<std::chrono::seconds>(span).count()) + " s";
+}
+
+Json or_null(const std::optional<Time> &time)
+{
+    return time ? Json(utc_text(*time)) : Json(nullptr);
+}
+
+Json seconds_or_null(const std::optional<milliseconds> &span)
+{
+    return span ? Json(static_cast<double>(span->count()) / 1000) : Json(nullptr);
+}
+
+Json text_or_null(const std::string &text)
+{
+    return text.empty() ? Json(nullptr) : Json(text);
+}
+
+} // namespace
+
+std::string short_type(int32_t node_type)
+{
+    return enum_word(p_dev__dm_node_type_e__descriptor, node_type, std::string_view("DM_TYPE_").size());
+}
+
+std::string role_word(int32_t role)
+{
+    return enum_word(p_dev__dm_role_e__descriptor, role, std::string_view("DM_ROLE_").size());
+}
+
+std::string span_text(milliseconds span)
+{
+    const int64_t seconds = std::max<int64_t>(0, std::chrono::floor<std::chrono::seconds>(span).count());
+    constexpr int64_t minute = 60;
+    constexpr int64_t hour = 60 * minute;
+    constexpr int64_t day = 24 * hour;
+    if (seconds < 10 * minute) {
+        return std::to_string(seconds) + " s";
+    }
+    if (seconds < 2 * hour) {
+        return std::to_string(seconds / minute) + " min";
+    }
+    return seconds < 2 * day ? std::to_string(seconds / hour) + " h" : std::to_string(seconds / day) + " d";
+}
+
+std::string seconds_text(milliseconds span)
+{
+    std::string text = std::to_string(span.count() / 1000);
+    if (const int64_t rest = span.count() % 1000; rest > 0 && span.count() < 100000) {
+        std::string digits = std::to_string(1000 + rest).substr(1);
+        digits.erase(digits.find_last_not_of('0') + 1);
+        text += '.' + digits;
+    }
+    return text + " s";
+}
+
+std::string clock_text(Time time, Time now)
+{
+    const bool today = formatted(time, "%F", true) == formatted(now, "%F", true);
+    return formatted(time, today ? "%T" : "%F %T", true);
+}
+
+std::string short_clock_text(Time time, Time now)
+{
+    constexpr std::chrono::hours months{24 * 300}; // a day of the year names one day only
+    if (formatted(time, "%F", true) == formatted(now, "%F", true)) {
+        return formatted(time, "%T", true);
+    }
+    const bool near = now - time < months && time - now < months;
+    return formatted(time, near ? "%d %b %H:%M" : "%d %b %Y", true);
+}
+
+std::string date_text(Time time)
+{
+    return formatted(time, "%F %T", true);
+}
+
+std::string utc_text(Time time)
+{
+    const auto rest =
+        std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<std::chrono::seconds>(time));
+    return formatted(time, "%FT%T", false) + '.' + std::to_string(1000 + rest.count()).substr(1) + 'Z';
+}
+
+const Decision *denial_of(const TrackedCard &card)
+{
+    const bool fits =
+        card.last && card.last->outcome == Outcome::denied &&
+        (card.state == State::denied || (card.denied && card.last->card.name == card.card.name &&
+                                         card.last->card.serial == card.card.serial));
+    return fits ? &*card.last : nullptr;
+}
+
+std::string state_text(const TrackedCard &card, std::optional<milliseconds> left)
+{
+    const auto [first, second] = state_parts(card, std::nullopt);
+    return first + (second.empty() ? "" : " " + second) +
+           (left && card.state == State::waiting ? " (" + whole_seconds(*left) + " left)" : "");
+}
+
+std::pair<std::string, std::string> state_parts(const TrackedCard &card, std::optional<milliseconds> left)
+{
+    const std::string word = text_of(card.state);
+    const Decision *decision = decision_behind(card);
+    switch (card.state) {
+    case State::waiting:
+        return {word + (left ? " " + whole_seconds(*left) : ""), whom_text(card)};
+    case State::silence:
+        return {word,
+                decision == nullptr || decision->silent.empty() ? "" : "of " + list_of(decision->silent)};
+    case State::passed:
+        return {is_pass_unseen(card) ? unseen_pass : word, ""};
+    case State::denied:
+        return {word, decider_text(card)};
+    case State::offline:
+        return card.denied ? std::pair{word + ", " + text_of(State::denied), decider_text(card)}
+                           : std::pair{word, std::string{}};
+    default:
+        return {word, ""};
+    }
+}
+
+std::string ago_text(Time time, Time now)
+{
+    return "(" + span_text(std::chrono::duration_cast<milliseconds>(now - time)) + " ago)";
+}
+
+std::string since_text(const TrackedCard &card, Time now)
+{
+    if (!card.since) {
+        return {};
+    }
+    return clock_text(*card.since, now) + ' ' + ago_text(*card.since, now);
+}
+
+bool is_pass_unseen(const TrackedCard &card)
+{
+    return card.state == State::passed && decision_behind(card) == nullptr;
+}
+
+Tone tone_of(const TrackedCard &card)
+{
+    switch (card.denied ? State::denied : card.state) {
+    case State::absent:
+    case State::offline:
+        return Tone::quiet;
+    case State::waiting:
+        return Tone::waiting;
+    case State::silence:
+    case State::undecided:
+        return Tone::warning;
+    case State::denied:
+        return Tone::bad;
+    case State::passed:
+        return is_pass_unseen(card) ? Tone::warning : Tone::good;
+    case State::exempt:
+    case State::unasked:
+        return Tone::good;
+    }
+    return Tone::plain;
+}
+
+std::string decision_text(const Decision &decision)
+{
+    std::string text = text_of(decision.outcome);
+    if (decision.outcome == Outcome::unseen && decision.admitted) {
+        text += *decision.admitted ? ", passed" : ", denied";
+    }
+    if (!decision.decider.empty()) {
+        text += " by " + visible(decision.decider);
+    }
+    if (!decision.silent.empty()) {
+        text += (decision.outcome == Outcome::silence ? " of " : " while waiting for ") +
+                list_of(decision.silent);
+    }
+    if (!decision.reason.empty()) {
+        text += ": " + visible(decision.reason);
+    }
+    return text;
+}
+
+std::string answer_text(const admission::Answer &answer)
+{
+    return visible(answer.module) + (answer.ret == 0 ? " PASS" : " DENY") +
+           (answer.took ? " after " + seconds_text(*answer.took) : "") +
+           (answer.reason.empty() ? "" : ": " + visible(answer.reason)) +
+           (answer.registered ? "" : " (no module of the folder: passed over)");
+}
+
+void Sum::add(const TrackedCard &card)
+{
+    if (is_pass_unseen(card)) {
+        ++unseen_;
+    } else {
+        ++counts_[card.denied ? State::denied : card.state]; // its denial is why it went off line
+    }
+}
+
+std::string Sum::text() const
+{
+    std::vector<std::pair<std::size_t, std::string>> parts;
+    const auto add = [&](State state) {
+        const auto found = counts_.find(state);
+        parts.emplace_back(found == counts_.end() ? 0 : found->second, text_of(state));
+    };
+    add(State::passed);
+    parts.emplace_back(unseen_, unseen_pass);
+    for (const State state : {State::silence, State::waiting, State::denied, State::exempt, State::unasked,
+                              State::undecided, State::offline, State::absent}) {
+        add(state);
+    }
+    std::size_t total = 0;
+    std::string text;
+    for (const auto &[count, name] : parts) {
+        total += count;
+        if (count != 0) {
+            text += (text.empty() ? ": " : ", ") + std::to_string(count) + ' ' + name;
+        }
+    }
+    return std::to_string(total) + (total == 1 ? " card" : " cards") + text;
+}
+
+Json answer_json(const admission::Answer &answer)
+{
+    return {{"module", answer.module},
+            {"verdict", answer.ret == 0 ? "PASS" : "DENY"},
+            {"ret", answer.ret},
+            {"reason", text_or_null(answer.reason)},
+            {"at", utc_text(answer.at)},
+            {"took_s", seconds_or_null(answer.took)},
+            {"registered", answer.registered}};
+}
+
+Json decision_json(const Decision &decision)
+{
+    Json answers = Json::array();
+    for (const admission::Answer &answer : decision.answers) {
+        answers.push_back(answer_json(answer));
+    }
+    return {{"outcome", word_of(decision.outcome)},
+            {"admitted", decision.admitted ? Json(*decision.admitted) : Json(nullptr)},
+            {"decider", text_or_null(decision.decider)},
+            {"silent", decision.silent},
+            {"reason", text_or_null(decision.reason)},
+            {"requested_at", or_null(decision.requested_at)},
+            {"decided_at", utc_text(decision.decided_at)},
+            {"role", decision.role ? Json(role_word(*decision.role)) : Json(nullptr)},
+            {"complete", decision.complete},
+            {"answers", answers}};
+}
+
+Json admission_json(const TrackedCard &card, std::optional<milliseconds> left)
+{
+    Json answers = Json::array();
+    for (const admission::Answer &answer : card.answers) {
+        answers.push_back(answer_json(answer));
+    }
+    return {{"state", word_of(card.state)},
+            {"unseen", is_pass_unseen(card)},
+            {"denied", card.denied},
+            {"since", or_null(card.since)},
+            {"waiting_for", card.waiting_for},
+            {"any_will_do", card.any_will_do},
+            {"requested_at", card.request ? or_null(card.requested_at) : Json(nullptr)},
+            {"time_left_s", seconds_or_null(left)},
+            {"answers", answers},
+            {"decision", card.last ? decision_json(*card.last) : Json(nullptr)}};
+}
+
+} // namespace cg

@@ -1,0 +1,102 @@
+// What became of a card, and what is known of how it came to that.
+#ifndef ADMISSION_DECISION_H
+#define ADMISSION_DECISION_H
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/times.h"
+#include "records/position.h"
+
+namespace admission
+{
+
+using cg::Position;
+using cg::Time;
+
+// How a check, or the want of one, ended.
+enum class Outcome {
+    passed,    // a module's PASS was the last one wanted
+    silence,   // the time was up: admitted because somebody did not answer
+    denied,    // a module answered DENY
+    exempt,    // a main board is never checked
+    unasked,   // there was no module to ask
+    withdrawn, // the card went off line or away, or the daemon was started afresh, before it was decided
+    unseen,    // the check ended while nobody was listening
+};
+
+// "passed", "passed by silence", "denied", "exempt", "unasked", "withdrawn", "ended unseen".
+const char *text_of(Outcome outcome);
+// The same in one word, for files and programs: "passed", "silence", "denied", ...
+const char *word_of(Outcome outcome);
+// What word_of() gave, back; nothing for another word.
+std::optional<Outcome> outcome_of(std::string_view word);
+
+// The reason of Outcome::withdrawn where a restart of the daemon cut the check off; else there is none.
+inline constexpr const char *started_afresh = "the daemon was started afresh";
+
+// What a module said to one request.
+struct Answer {
+    std::string module{};
+    int32_t ret = 0;        // 0 PASS, anything else DENY
+    std::string reason{};   // as the module wrote it
+    Time at{};              // when the answer was heard of
+    bool registered = true; // false: no module of the folder, so the daemon passed it over
+    std::optional<std::chrono::milliseconds> took{}; // since the request; nothing when that was not seen
+};
+
+// Whether this is what the module said last: an answer that still stands is told anew with the other records.
+bool was_heard(const std::vector<Answer> &answers, const Answer &again);
+
+// What a card's information said of it.
+struct CardFacts {
+    Position position{};
+    std::string name{};
+    std::string serial{}; // lower-case hexadecimal digits
+    int32_t node_type = 0;
+    int32_t config_dev_type = 0;
+    int32_t nodeid = 0;
+    int32_t tipc_nodeid = 0;
+    bool online = false;
+};
+
+// The end of one check.
+struct Decision {
+    CardFacts card{}; // as it was then
+    Outcome outcome = Outcome::unseen;
+    std::optional<bool> admitted{};     // nothing: withdrawn, or not known
+    std::optional<Time> requested_at{}; // nothing: there was no request, or nobody saw it
+    Time decided_at{};                  // when it was heard of
+    std::string decider{};              // the module whose answer it was; empty when it was none's
+    std::string reason{};               // of a denial, as the system log has it; or started_afresh
+    std::vector<Answer> answers{};      // in the order in which they came
+    std::size_t told_before = 0;        // the first so many answers were told before, on the same request
+    std::vector<std::string> silent{};  // with Outcome::silence, and of a check that was cut off: who was
+                                        // waited for in vain
+    std::optional<int32_t> role{};      // this device's global role then (enum dm_role_e)
+    bool complete = true; // false: it began before somebody was listening, so answers may be missing
+};
+
+// From the request to the decision. Nothing when either is not known, or when the clock was set back between
+// them.
+std::optional<std::chrono::milliseconds> duration_of(const Decision &decision);
+
+// Whether a restart of the daemon cut the check off: the card is still there, and its check begins anew.
+bool was_cut_off(const Decision &decision);
+
+// A check that stands, for who goes on with it after a restart.
+struct OpenCheck {
+    CardFacts card{};
+    std::optional<Time> requested_at{}; // nothing: it began before somebody was listening
+    std::vector<std::string> waiting_for{};
+    std::vector<Answer> answers{};
+    bool any_will_do = false; // of those waited for, the PASS of one is enough
+};
+
+} // namespace admission
+
+#endif

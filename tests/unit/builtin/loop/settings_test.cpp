@@ -1,0 +1,108 @@
+// Where settings come from, and which one wins.
+#include "loop/settings.h"
+
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "unit/builtin/platform_fixture.h"
+
+namespace
+{
+
+using platform::setting;
+using platform::setting_number;
+using testing_platform::ScopedSetting;
+using testing_platform::write_file;
+
+class Settings : public testing::Test
+{
+protected:
+    testing_platform::TempFolder folder;
+    ScopedSetting conf{"VX_PLATFORM_CONF", folder.file("platform.conf")};
+    ScopedSetting unset{"A_SETTING", nullptr};
+
+    void configure(const std::string &text) { write_file(folder.file("platform.conf"), text); }
+};
+
+TEST_F(Settings, NowhereSetGivesTheFallback)
+{
+    EXPECT_EQ(setting("A_SETTING", "fallback"), "fallback");
+}
+
+TEST_F(Settings, FileSetsIt)
+{
+    configure("# A_SETTING=comment\n\nOTHER=1\n  A_SETTING = from file \r\nA_SETTING_LONGER=2\n");
+    EXPECT_EQ(setting("A_SETTING", "fallback"), "from file");
+}
+
+TEST_F(Settings, LastLineWinsAndValuesMayHoldEqualSigns)
+{
+    configure("A_SETTING=first\nA_SETTING=a=b\n");
+    EXPECT_EQ(setting("A_SETTING", "fallback"), "a=b");
+}
+
+TEST_F(Settings, EnvironmentWinsOverTheFileUnlessEmpty)
+{
+    configure("A_SETTING=from file\n");
+    {
+        const ScopedSetting environment("A_SETTING", "from environment");
+        EXPECT_EQ(setting("A_SETTING", "fallback"), "from environment");
+    }
+    const ScopedSetting empty("A_SETTING", "");
+    EXPECT_EQ(setting("A_SETTING", "fallback"), "from file");
+}
+
+TEST_F(Settings, EmptyInTheFileGivesTheFallback)
+{
+    configure("A_SETTING=\n");
+    EXPECT_EQ(setting("A_SETTING", "fallback"), "fallback");
+}
+
+TEST_F(Settings, LineWithoutEqualSignIsReportedOnceAndPassedOver)
+{
+    configure("nonsense\nA_SETTING=7\n");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(setting("A_SETTING", ""), "7");
+    EXPECT_EQ(setting("A_SETTING", ""), "7");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "platform: " + folder.file("platform.conf") + ":1: not of the form NAME=VALUE\n");
+}
+
+TEST_F(Settings, MistakesAreToldToWhoeverAsksForThem)
+{
+    configure("nonsense\n");
+    std::string told;
+    platform::tell_setting_mistakes([&told](const std::string &text) { told += text; });
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(setting("A_SETTING", "fallback"), "fallback");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    platform::tell_setting_mistakes({});
+    EXPECT_EQ(told, "platform: " + folder.file("platform.conf") + ":1: not of the form NAME=VALUE");
+}
+
+TEST_F(Settings, NumbersWithinTheirBoundsAreTaken)
+{
+    for (const auto &[text, number] : {std::pair{"5", 5}, {"10", 10}, {"-3", -3}}) {
+        const ScopedSetting environment("A_SETTING", text);
+        EXPECT_EQ(setting_number("A_SETTING", 7, -3, 10), number);
+    }
+    EXPECT_EQ(setting_number("A_SETTING", 7, -3, 10), 7);
+}
+
+TEST_F(Settings, WhatIsNoNumberWithinTheBoundsIsReportedAndNotUsed)
+{
+    // A name of the run's own: what has been reported is not reported again.
+    static int run = 0;
+    const std::string name = "A_SETTING_" + std::to_string(++run);
+    for (const char *text : {"11", "-4", "5x", "x", "0x5", "5 6", "99999999999999999999"}) {
+        const ScopedSetting environment(name, text);
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(setting_number(name.c_str(), 7, -3, 10), 7) << text;
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "platform: " + name + "=" + text + ": not a whole number from -3 to 10, 7 is used\n");
+    }
+}
+
+} // namespace

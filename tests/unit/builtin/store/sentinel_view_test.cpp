@@ -1,0 +1,220 @@
+// What sentinels may say, byte for byte, and who of several is believed.
+#include "store/connection/sentinel_view.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "wire_reader.h"
+
+namespace
+{
+
+using Sight = vx_mom::SentinelView::Sight;
+using Texts = std::vector<std::string>;
+using vx_mom::SentinelView;
+
+// The reply that the client makes of these bytes.
+vx_mom::Reply decoded(const std::string &bytes)
+{
+    wire_test::OurReader reader;
+    reader.feed(bytes);
+    vx_mom::Reply reply = reader.next();
+    EXPECT_NE(reply, nullptr) << bytes;
+    return reply;
+}
+
+std::string list(const Texts &texts)
+{
+    std::string bytes = "*" + std::to_string(texts.size()) + "\r\n";
+    for (const std::string &text : texts) {
+        bytes += "$" + std::to_string(text.size()) + "\r\n" + text + "\r\n";
+    }
+    return bytes;
+}
+
+const std::string here = list({"10.0.0.1", "6379"});
+
+std::string details(const std::string &flags, const std::string &epoch = "3")
+{
+    return list({"name", "card", "ip", "10.0.0.1", "port", "6379", "runid", "0abc", "flags", flags,
+                 "config-epoch", epoch});
+}
+
+std::optional<SentinelView> view_of(const std::string &details_bytes, const std::string &address_bytes)
+{
+    std::string problem;
+    auto view =
+        vx_mom::read_view(decoded(details_bytes).get(), decoded(address_bytes).get(), "card", problem);
+    EXPECT_EQ(problem.empty(), view.has_value()) << problem;
+    return view;
+}
+
+std::string problem_of(const std::string &address_bytes)
+{
+    std::string problem;
+    EXPECT_FALSE(
+        vx_mom::read_view(decoded(details("master")).get(), decoded(address_bytes).get(), "card", problem)
+            .has_value());
+    return problem;
+}
+
+TEST(SentinelView, AMasterIsRead)
+{
+    const auto view = view_of(details("master"), here);
+    ASSERT_TRUE(view.has_value());
+    EXPECT_EQ(view->place, (vx_mom::HostPort{"10.0.0.1", 6379}));
+    EXPECT_EQ(view->epoch, 3);
+    EXPECT_EQ(view->run_id, "0abc");
+    EXPECT_EQ(view->sight, Sight::plain);
+}
+
+TEST(SentinelView, FlagsTellHowItStands)
+{
+    const std::vector<std::pair<const char *, Sight>> table{
+        {"master", Sight::plain},
+        {"s_down,master", Sight::doubtful},
+        {"s_down,master,disconnected", Sight::doubtful},
+        {"", Sight::doubtful},
+        {"s_down,o_down,master", Sight::troubled},
+        {"master,failover_in_progress", Sight::troubled},
+        {"slave", Sight::troubled},
+        {"master,", Sight::troubled},
+        {"masterful", Sight::troubled},
+        {"master,something_new", Sight::troubled},
+    };
+    for (const auto &[flags, sight] : table) {
+        EXPECT_EQ(view_of(details(flags), here)->sight, sight) << flags;
+    }
+}
+
+TEST(SentinelView, ThePromotedOneComesBeforeItsDetails)
+{
+    const auto view =
+        view_of(details("s_down,o_down,master,failover_in_progress", "4"), list({"10.0.0.2", "6379"}));
+    ASSERT_TRUE(view.has_value());
+    EXPECT_EQ(view->place.host, "10.0.0.2");
+    EXPECT_EQ(view->epoch, 4) << "else the old one, that the others still name, would win";
+    EXPECT_EQ(view->run_id, "") << "the old one's";
+    EXPECT_EQ(view->sight, Sight::doubtful);
+}
+
+TEST(SentinelView, WhatNamesNoMasterIsAProblem)
+{
+    EXPECT_EQ(problem_of("*-1\r\n"), "no group 'card'");
+    EXPECT_EQ(problem_of("$-1\r\n"), "no group 'card'");
+    EXPECT_EQ(problem_of("-NOPERM not \x1b[31myou\r\n"), "refuses: NOPERM not ?[31myou");
+    EXPECT_LT(problem_of("-ERR " + std::string(100000, 'x') + "\r\n").size(), 300U);
+    const std::string no_address = "answers with something that is no address";
+    for (const char *bytes : {"*0\r\n", "+OK\r\n", ":6379\r\n", "*1\r\n$8\r\n10.0.0.1\r\n",
+                              "*3\r\n$1\r\na\r\n$1\r\n1\r\n$1\r\n1\r\n", "*2\r\n$8\r\n10.0.0.1\r\n:6379\r\n",
+                              "*2\r\n$-1\r\n$-1\r\n", "*2\r\n*1\r\n$1\r\na\r\n$1\r\n1\r\n"}) {
+        EXPECT_EQ(problem_of(bytes), no_address) << bytes;
+    }
+    for (const char *port : {"", "0", "-1", "65536", "99999999999999999999", "63x", " 63", "6379\n"}) {
+        EXPECT_EQ(problem_of(list({"10.0.0.1", port})), no_address) << port;
+    }
+    for (const std::string &host : Texts{"", "a b", "a\n", std::string("a\0b", 3), std::string(256, 'a')}) {
+        EXPECT_EQ(problem_of(list({host, "6379"})), no_address) << host;
+    }
+    std::string problem;
+    EXPECT_FALSE(vx_mom::read_view(nullptr, nullptr, "card", problem).has_value());
+}
+
+TEST(SentinelView, SpoiltDetailsLeaveTheAddress)
+{
+    for (const std::string &bytes :
+         Texts{"*-1\r\n", "*0\r\n", "+OK\r\n", "-ERR no\r\n", ":1\r\n", "*1\r\n$2\r\nip\r\n",
+               "*2\r\n$-1\r\n$-1\r\n", "*2\r\n*1\r\n:1\r\n*0\r\n", list({"10.0.0.1", "ip", "6379", "port"}),
+               list({"config-epoch", "-5"}), list({"config-epoch", "x"}), list({"config-epoch", ""}),
+               list({"config-epoch", "99999999999999999999"}), "*2\r\n$12\r\nconfig-epoch\r\n:7\r\n"}) {
+        const auto view = view_of(bytes, here);
+        ASSERT_TRUE(view.has_value()) << bytes;
+        EXPECT_EQ(view->place.host, "10.0.0.1");
+        EXPECT_EQ(view->epoch, -1) << bytes;
+        EXPECT_EQ(view->run_id, "");
+        EXPECT_EQ(view->sight, Sight::doubtful);
+    }
+    const auto view =
+        view_of(list({"ip", "10.0.0.1", "port", "6379", "runid", "no hexadecimal", "flags", "master"}), here);
+    ASSERT_TRUE(view.has_value());
+    EXPECT_EQ(view->run_id, "");
+    EXPECT_EQ(view->sight, Sight::plain);
+}
+
+SentinelView view(const char *host, int64_t epoch, Sight sight = Sight::plain, const char *run_id = "")
+{
+    return SentinelView{{host, 6379}, epoch, run_id, sight, "master"};
+}
+
+vx_mom::Master chosen(const std::vector<SentinelView> &views)
+{
+    const auto master = vx_mom::choose_master(views, "card");
+    EXPECT_TRUE(master.has_value());
+    return master.value_or(vx_mom::Master());
+}
+
+TEST(MasterChoice, NobodyNamesNobody)
+{
+    EXPECT_FALSE(vx_mom::choose_master({}, "card").has_value());
+}
+
+TEST(MasterChoice, ItIsAPlaceToGoTo)
+{
+    const vx_mom::Master master = chosen({view("::1", 0)});
+    EXPECT_EQ(master.place.text, "[::1]:6379 of card");
+    EXPECT_EQ(master.place.host, "::1");
+    EXPECT_EQ(master.place.port, 6379);
+    EXPECT_EQ(master.place.path, "");
+    EXPECT_EQ(master.place.group, "") << "would be searched again";
+    EXPECT_TRUE(master.settled);
+}
+
+TEST(MasterChoice, TheNewestConfigurationWinsAgainstAnyNumber)
+{
+    EXPECT_EQ(chosen({view("old", 4), view("old", 4), view("new", 5)}).place.host, "new");
+    EXPECT_EQ(chosen({view("new", 5), view("old", 4), view("old", 4)}).place.host, "new");
+    EXPECT_TRUE(chosen({view("old", 4), view("old", 4), view("new", 5)}).settled);
+    EXPECT_EQ(chosen({view("untold", -1), view("untold", -1), view("told", 0)}).place.host, "told");
+}
+
+TEST(MasterChoice, OfOneConfigurationTheMajorityWins)
+{
+    const vx_mom::Master master = chosen({view("one", 4), view("two", 4), view("two", 4)});
+    EXPECT_EQ(master.place.host, "two");
+    EXPECT_TRUE(master.settled);
+    const vx_mom::Master tie = chosen({view("one", 4), view("two", 4)});
+    EXPECT_EQ(tie.place.host, "one");
+    EXPECT_FALSE(tie.settled);
+}
+
+TEST(MasterChoice, ARunThatOnlySomeKnowOfIsNotTold)
+{
+    const auto run_of = [](const char *first, const char *second) {
+        return chosen({view("a", 1, Sight::plain, first), view("a", 1, Sight::plain, second)}).run_id;
+    };
+    EXPECT_EQ(run_of("11", "11"), "11");
+    EXPECT_EQ(run_of("", "11"), "11");
+    EXPECT_EQ(run_of("11", "22"), "");
+    EXPECT_EQ(run_of("", ""), "");
+    EXPECT_EQ(chosen({view("a", 1, Sight::plain, "11"), view("b", 0, Sight::plain, "22")}).run_id, "11");
+}
+
+TEST(MasterChoice, ItIsSettledWhenNoneTellsOfTroubleAndHalfSeeNone)
+{
+    const auto settled = [](const std::vector<Sight> &sights) {
+        std::vector<SentinelView> views;
+        views.reserve(sights.size());
+        for (const Sight sight : sights) {
+            views.push_back(view("a", 1, sight));
+        }
+        return chosen(views).settled;
+    };
+    EXPECT_TRUE(settled({Sight::plain, Sight::plain, Sight::plain}));
+    EXPECT_TRUE(settled({Sight::doubtful, Sight::plain, Sight::plain})) << "one is cut off from the master";
+    EXPECT_TRUE(settled({Sight::doubtful, Sight::plain}));
+    EXPECT_FALSE(settled({Sight::doubtful}));
+    EXPECT_FALSE(settled({Sight::doubtful, Sight::doubtful, Sight::plain}));
+    EXPECT_FALSE(settled({Sight::plain, Sight::plain, Sight::troubled})) << "it leads the fail-over";
+}
+
+} // namespace

@@ -1,0 +1,311 @@
+// What each change of a record means, as an event.
+#include "cards/card_events.h"
+
+#include <gmock/gmock.h>
+
+#include "access/store.h"
+#include "vx_mom.h"
+
+namespace
+{
+
+using namespace cg;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class CardEventsTest : public testing::Test
+{
+protected:
+    CardEventsTest() { events.tracker().set_modules({"m1", "m2"}); }
+
+    void take(const char *type, const Json &fields, bool existing = false, int32_t cmd = VX_MOM_CMD_SET)
+    {
+        now += 1s;
+        events.take(cmd, *from_json(*record_type(type).descriptor, fields), existing, now);
+    }
+    void card(bool online, const std::string &name = "lc", bool existing = false,
+              int32_t cmd = VX_MOM_CMD_SET)
+    {
+        take("card_info",
+             {{"index", {{"devid", 1}, {"slotid", 3}}},
+              {"name", name},
+              {"is_online", online},
+              {"static_info", {{"node_type", 3}}},
+              {"card_tipc_nodeid", 1003}},
+             existing, cmd);
+    }
+    void request(bool existing = false, int32_t cmd = VX_MOM_CMD_SET)
+    {
+        take("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 3}}}}, existing, cmd);
+    }
+    void answer(const std::string &module, int ret, bool existing = false)
+    {
+        take("app_cg_card_check_ack",
+             {{"index", {{"devid", 1}, {"slotid", 3}, {"mod_name", module}}}, {"ret", ret}}, existing);
+    }
+    void result(bool pass)
+    {
+        take("app_cg_mom_deny_check_result",
+             {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", pass ? 1 : 0}});
+    }
+    void power(bool updown, int32_t cmd = VX_MOM_CMD_SET)
+    {
+        take("im_card_power_onoff", {{"index", {{"devid", 1}, {"slotid", 3}}}, {"updown", updown}}, false,
+             cmd);
+    }
+    std::vector<std::string> texts()
+    {
+        std::vector<std::string> result;
+        for (const Event &event : std::exchange(told, {})) {
+            result.push_back(std::string(event.kind) + ' ' + event_text(event));
+        }
+        return result;
+    }
+
+    std::vector<Event> told;
+    CardEvents events{[this](const Event &event) { told.push_back(event); }};
+    Time now = Time{} + 1000000s;
+};
+
+TEST_F(CardEventsTest, WhatWasThereBeforeIsNoEvent)
+{
+    card(true, "lc", true);
+    request(true);
+    events.all_told(now);
+    EXPECT_THAT(texts(), IsEmpty());
+    card(true, "lc", true); // told again after an outage
+    request(true);
+    EXPECT_THAT(texts(), IsEmpty());
+}
+
+TEST_F(CardEventsTest, ACheckIsTold)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    answer("m1", 0);
+    answer("m2", 7);
+    result(false);
+    power(false);
+    EXPECT_THAT(texts(),
+                ElementsAre("plugged 1/3/0 lc: plugged, lc, on line", "asked 1/3/0 lc: asked m1, m2",
+                            "answer 1/3/0 lc: m1 PASS after 1 s", "answer 1/3/0 lc: m2 DENY after 2 s",
+                            "decision 1/3/0 lc: denied by m2: m2 not compatible",
+                            "power 1/3/0 lc: asked to be powered off"));
+    request(false, VX_MOM_CMD_DELETED);
+    power(false, VX_MOM_CMD_DELETED);
+    EXPECT_THAT(texts(), ElementsAre("power 1/3/0 lc: no longer asked to be powered off"));
+}
+
+TEST_F(CardEventsTest, AnswersOfStrangersAreToldAsSuch)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    (void)texts();
+    answer("m\n9", 0);
+    EXPECT_THAT(texts(),
+                ElementsAre("answer 1/3/0 lc: m\\n9 PASS after 1 s (no module of the folder: passed over)"));
+}
+
+TEST_F(CardEventsTest, ComingAndGoingIsTold)
+{
+    events.all_told(now);
+    card(false);
+    card(true);
+    card(true, "another");
+    card(false, "another");
+    card(false, "another", false, VX_MOM_CMD_DELETED);
+    EXPECT_THAT(texts(), ElementsAre("plugged 1/3/0 lc: plugged, lc, off line", "online 1/3/0 lc: on line",
+                                     "changed 1/3/0 another: another card, or other facts of it: lc",
+                                     "offline 1/3/0 another: off line", "pulled 1/3/0 another: pulled"));
+}
+
+TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
+{
+    events.all_told(now);
+    card(true);
+    (void)texts();
+    events.store_lost(1, now);
+    events.store_returned(1, true, now);
+    card(false, "lc", true);
+    EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1; connecting again",
+                                     "store the store is back, database 1",
+                                     "offline 1/3/0 lc: off line (while the store was away)"));
+}
+
+TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
+{
+    answer("m1", 0, true);
+    events.all_told(now);
+    card(true);
+    request();
+    answer("m1", 0);
+    (void)texts();
+    events.store_lost(1, now);
+    events.store_returned(1, true, now);
+    (void)texts();
+    card(true, "lc", true);
+    request(true);
+    answer("m1", 0, true); // the daemon has not read it yet
+    answer("m2", 7, true);
+    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m2 DENY (while the store was away)"));
+    answer("m2", 7, true);
+    EXPECT_THAT(texts(), IsEmpty()) << "written before the answers were told, and told with them";
+    take("app_cg_card_check_ack", {{"index", {{"devid", 1}, {"slotid", 9}, {"mod_name", "m1"}}}}, true);
+    EXPECT_THAT(texts(), IsEmpty()) << "of no card";
+    events.all_told(now);
+    EXPECT_THAT(texts(), IsEmpty());
+}
+
+TEST_F(CardEventsTest, AnswersThatStoodBeforeListeningBeganAreNoEvents)
+{
+    card(true, "lc", true);
+    request(true);
+    answer("m1", 0, true);
+    EXPECT_THAT(texts(), IsEmpty());
+    events.all_told(now);
+    answer("m1", 0);
+    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m1 PASS")) << "a live one is told, heard of or not";
+}
+
+TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    answer("m1", 0);
+    (void)texts();
+    request();
+    EXPECT_EQ(told.at(0).tone, Tone::warning);
+    EXPECT_THAT(texts(),
+                ElementsAre("decision 1/3/0 lc: withdrawn while waiting for m2: the daemon was started "
+                            "afresh",
+                            "asked 1/3/0 lc: asked m1, m2"));
+}
+
+TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWhenAllIsTold)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    (void)texts();
+    request(true, VX_MOM_CMD_DELETED);
+    EXPECT_THAT(texts(), IsEmpty()); // its result is still to come
+    take("app_cg_mom_deny_check_result", {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", 1}}, true);
+    events.all_told(now);
+    ASSERT_EQ(told.size(), 1U);
+    EXPECT_EQ(told[0].more["decision"]["admitted"], true);
+    EXPECT_THAT(texts(), ElementsAre("decision 1/3/0 lc: ended unseen, passed (while the store was away)"));
+}
+
+TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    (void)texts();
+    now -= 3600s;
+    answer("m1", 0);
+    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m1 PASS"));
+}
+
+TEST_F(CardEventsTest, ADaemonThatFallsSilentIsToldOnce)
+{
+    events.daemon_heard(true, "", now); // before it counts as news
+    events.all_told(now);
+    events.daemon_heard(false, "/run/x: no\nprocess", now);
+    events.daemon_heard(false, "/run/x: no\nprocess", now);
+    EXPECT_EQ(event_json(told.at(0))["answers"], false);
+    EXPECT_EQ(event_json(told.at(0))["problem"], "/run/x: no\nprocess");
+    events.daemon_heard(true, "", now);
+    EXPECT_EQ(event_json(told.at(1))["problem"], nullptr);
+    EXPECT_THAT(texts(), ElementsAre("daemon the daemon no longer answers, so cards that come now may start "
+                                     "unchecked: /run/x: no\\nprocess",
+                                     "daemon the daemon answers again"));
+}
+
+TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
+{
+    events.all_told(now);
+    events.sign_heard({now}, now);
+    events.sign_heard({now - 1min}, now);
+    events.sign_heard({now - 1min}, now);
+    EXPECT_EQ(events.health().text(now).substr(0, 20), "RECORDER AWAY since ");
+    EXPECT_EQ(event_json(told.at(0))["at_work"], false);
+    EXPECT_EQ(event_json(told.at(0))["alive_at"], utc_text(now - 1min));
+    events.sign_heard({now}, now);
+    EXPECT_EQ(texts().at(1), "recorder cg_recorderd is at work again");
+    EXPECT_EQ(events.health().text(now), "");
+}
+
+TEST_F(CardEventsTest, ASignOfLifeMayBeSomewhatLate)
+{
+    events.all_told(now);
+    events.sign_heard({now - 44s}, now);
+    events.sign_heard({}, now); // somebody holds the file
+    EXPECT_THAT(texts(), IsEmpty());
+    events.sign_heard({now - 46s}, now);
+    EXPECT_THAT(texts(), testing::SizeIs(1));
+}
+
+TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
+{
+    const LastSign gone{std::nullopt, "no history at /x\n"};
+    events.all_told(now);
+    events.sign_heard(gone, now);
+    EXPECT_THAT(texts(), IsEmpty()) << "there may be no recorder at all";
+    events.sign_heard({now}, now);
+    events.sign_heard(gone, now);
+    events.sign_heard(gone, now);
+    EXPECT_EQ(events.health().text(now).substr(0, 25), "HISTORY UNREADABLE since ");
+    EXPECT_EQ(event_json(told.at(0))["at_work"], nullptr);
+    EXPECT_EQ(event_json(told.at(0))["problem"], "no history at /x\n");
+    events.sign_heard({now}, now);
+    EXPECT_EQ(event_json(told.at(1))["problem"], nullptr);
+    EXPECT_THAT(texts(),
+                ElementsAre("recorder whether cg_recorderd is at work is not known: no history at /x\\n",
+                            "recorder the history can be read again"));
+    EXPECT_EQ(events.health().text(now), "");
+}
+
+TEST_F(CardEventsTest, TheRoleIsToldWhenItChanges)
+{
+    take("dp_lib_grole", {{"my_grole", 1}}, true);
+    events.all_told(now);
+    take("dp_lib_grole", {{"my_grole", 1}});
+    take("dp_lib_grole", {{"my_grole", 2}});
+    take("dp_lib_grole", {{"my_grole", 2}}, false, VX_MOM_CMD_DELETED);
+    EXPECT_THAT(texts(),
+                ElementsAre("role this device's role is slave", "role this device's role is not known"));
+}
+
+TEST_F(CardEventsTest, TheJsonFormHasTheRecordedParts)
+{
+    events.all_told(now);
+    card(true);
+    request();
+    const Json json = event_json(told.at(1));
+    EXPECT_EQ(json, (Json{{"version", 1},
+                          {"time", utc_text(now)},
+                          {"event", "asked"},
+                          {"card", "1/3/0"},
+                          {"name", "lc"},
+                          {"meanwhile", false},
+                          {"waiting_for", {"m1", "m2"}}}));
+    events.store_lost(28, now);
+    EXPECT_EQ(event_json(told.back())["card"], nullptr);
+}
+
+TEST_F(CardEventsTest, ARecordWithoutAKeyIsPassedOver)
+{
+    events.all_told(now);
+    for (const char *type :
+         {"card_info", "app_cg_card_check_info", "app_cg_card_check_ack", "im_card_power_onoff"}) {
+        take(type, Json::object());
+    }
+    EXPECT_THAT(texts(), IsEmpty());
+}
+
+} // namespace

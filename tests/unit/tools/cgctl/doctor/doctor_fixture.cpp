@@ -1,0 +1,263 @@
+// A whole installation; see the header.
+#include "doctor_fixture.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "access/store.h"
+#include "modules/module_folder.h"
+#include "records/record_text.h"
+#include "records/record_types.h"
+#include "ssat.h"
+#include "store/connection/endpoint.h"
+#include "vx_mom.h"
+#include "vx_thread.h"
+
+namespace cg
+{
+
+namespace
+{
+
+constexpr std::chrono::seconds limit{10};
+
+// The process that stands for the daemon.
+std::vector<ModuleEntry> registry;
+std::size_t subscriptions_to_come = 0;
+
+int32_t dump_check_module()
+{
+    printf("app_cg_wait_obj_num %zu\n", registry.size());
+    for (std::size_t i = 0; i < registry.size(); ++i) {
+        printf("wait mod[%zu], name[%s]\n", i, registry[i].name.c_str());
+    }
+    return 0;
+}
+
+int32_t on_message(void *, vx_mom_pmsg_t *message)
+{
+    if (message->cmd == VX_MOM_CMD_SUBSCRIBED && --subscriptions_to_come == 0) {
+        fprintf(stderr, "serving\n");
+    }
+    return 0;
+}
+
+int32_t on_connected(void *, void *)
+{
+    return 0;
+}
+
+void listen_to(vx_global_t *global, const std::string &name)
+{
+    const RecordType &type = record_type(name);
+    const MessagePtr pattern = from_json(*type.descriptor, record_with_key(type, Json::object()));
+    (void)vx_mom_subscribe(global, 1, pattern.get(), 0, on_message, nullptr);
+}
+
+int serve(const std::string &credentials, const std::string &modules, const DaemonParts &parts)
+{
+    setenv("VX_MOM_AUTH_FILE", credentials.c_str(), 1);
+    setenv("VX_ZLOG", "none", 1);
+    registry = read_module_folder(modules).entries;
+    subscriptions_to_come = parts.subscriptions.size();
+    vx_global_t *global = vx_global_init("app_cg", nullptr);
+    if (global == nullptr || ssat_lib_init(global, "app_cg") != 0) {
+        return 1;
+    }
+    ssat_reg_mod_cmd("app_cg", "dump_check_module", 0, "void", dump_check_module);
+    for (const int32_t database : parts.databases) {
+        (void)vx_mom_client_connect(global, database, on_connected, nullptr);
+    }
+    for (const std::string &name : parts.subscriptions) {
+        listen_to(global, name);
+    }
+    (void)vx_global_run(global);
+    vx_global_finish(global);
+    return 0;
+}
+
+// Splits a command of ours from what takes its output: "cgctl a b | c" or "cgctl a b > c".
+void run_with_output(const std::string &command, const std::string &file)
+{
+    const std::size_t pipe = command.find(" | ");
+    const std::size_t target = command.find(" > ");
+    std::istringstream words(command.substr(0, std::min(pipe, target)));
+    std::vector<std::string> arguments;
+    for (std::string word; words >> word;) {
+        arguments.push_back(word);
+    }
+    arguments.erase(arguments.begin());
+    const Outcome outcome = run_cgctl(arguments);
+    EXPECT_EQ(outcome.status, 0) << command << ": " << outcome.err;
+    std::ofstream(target == std::string::npos ? file : command.substr(target + 3)) << outcome.out;
+    if (pipe != std::string::npos) {
+        const std::string rest = command.substr(pipe + 3) + " < " + file + " > " + file + ".out";
+        EXPECT_EQ(system(rest.c_str()), 0) << rest;
+    }
+}
+
+} // namespace
+
+std::string Diagnosis::complaints() const
+{
+    std::string text;
+    for (const std::string &name : order) {
+        const Told &told = checks.at(name);
+        if (told.state != "ok" && (told.state != "skipped" || !told.mend.empty())) {
+            text += name + ' ' + told.state + ": " + told.found + '\n';
+        }
+    }
+    return text;
+}
+
+DoctorTest::DoctorTest()
+{
+    std::filesystem::create_directory(modules());
+    setenv("VX_MOM_ENDPOINT", ("unix:" + folder_.path("store")).c_str(), 1);
+    setenv("VX_MOM_DEADLINE_MS", "3000", 1);
+    setenv("SSAT_SOCKET", folder_.path("shell").c_str(), 1);
+}
+
+DoctorTest::~DoctorTest()
+{
+    unsetenv("VX_MOM_AUTH_FILE");
+    unsetenv("VX_MOM_DEADLINE_MS");
+    unsetenv("SSAT_SOCKET");
+}
+
+void DoctorTest::start_installation()
+{
+    add_module("m1");
+    std::filesystem::create_directory(folder_.path("secrets"));
+    ASSERT_EQ(chmod(folder_.path("secrets").c_str(), 0700), 0);
+    const Outcome users =
+        run_cgctl({"acl", "--modules", modules(), "--secrets", folder_.path("secrets"), "--create"});
+    ASSERT_EQ(users.status, 0) << users.err;
+    std::ofstream(folder_.path("users.acl")) << users.out;
+    setenv("VX_MOM_AUTH_FILE", folder_.path("secrets/app_cg-admin").c_str(), 1);
+    start_server({"--save", "3600 1", "--aclfile", folder_.path("users.acl")});
+    ASSERT_EQ(run_cgctl({"role", "master"}).status, 0);
+    start_daemon();
+    connect_module("m1");
+}
+
+void DoctorTest::start_server(const std::vector<std::string> &arguments)
+{
+    server_ = std::make_unique<Child>([&] {
+        const std::string socket = folder_.path("store");
+        const std::string folder = folder_.path(".");
+        std::vector<std::string> words{"redis-server", "--databases", "64",    "--port", "0",
+                                       "--unixsocket", socket,        "--dir", folder};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char *> argv;
+        argv.reserve(words.size() + 1);
+        for (std::string &word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+        execv(REDIS_SERVER_PATH, argv.data());
+        return 127;
+    });
+    ASSERT_TRUE(server_->prints("eady to accept connections")) << server_->out() << server_->err();
+}
+
+void DoctorTest::start_daemon(const DaemonParts &parts)
+{
+    const std::string credentials =
+        getenv("VX_MOM_AUTH_FILE") == nullptr ? "" : folder_.path("secrets/app_cg");
+    daemon_ = std::make_unique<Child>([&] { return serve(credentials, modules(), parts); });
+    ASSERT_TRUE(daemon_->says("serving")) << daemon_->err();
+}
+
+void DoctorTest::connect_module(const std::string &name)
+{
+    std::string why;
+    const auto credentials = vx_mom::read_credentials(folder_.path("secrets/module-" + name), why);
+    ASSERT_TRUE(credentials) << why;
+    const auto client =
+        module_clients_.insert_or_assign(name, vx_mom::Inspection(1, limit, *credentials)).first;
+    ASSERT_TRUE(client->second.is_open()) << client->second.problem();
+}
+
+vx_mom::Inspected DoctorTest::ask(int database, const std::vector<std::string> &command) const
+{
+    vx_mom::Inspection server(database, limit);
+    const auto reply = server.ask(command, limit);
+    EXPECT_TRUE(reply) << server.problem();
+    EXPECT_TRUE(!reply || !reply->is_error()) << command[0] << ": " << reply->text;
+    return reply.value_or(vx_mom::Inspected{});
+}
+
+std::vector<std::string> DoctorTest::keys(int database) const
+{
+    std::vector<std::string> found;
+    for (const vx_mom::Inspected &key : ask(database, {"KEYS", "*"}).items) {
+        found.push_back(key.text);
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+Diagnosis DoctorTest::examine() const
+{
+    const Outcome outcome = run_cgctl({"doctor", "--json", "--modules", modules()});
+    Diagnosis diagnosis;
+    diagnosis.status = outcome.status;
+    for (const Json &check : outcome.json()) {
+        const std::string name = check["name"];
+        diagnosis.order.push_back(name);
+        diagnosis.checks[name] = {check["state"], check["found"], check["mend"]};
+    }
+    return diagnosis;
+}
+
+Told DoctorTest::examine(const std::string &check) const
+{
+    return examine().checks.at(check);
+}
+
+void DoctorTest::expect_mended(const std::string &check, const std::string &state, const std::string &words,
+                               std::size_t commands) const
+{
+    const Diagnosis before = examine();
+    const Told &told = before.checks.at(check);
+    EXPECT_EQ(before.status, 1);
+    EXPECT_EQ(told.state, state) << told.found;
+    EXPECT_THAT(told.found, testing::HasSubstr(words));
+    carry_out(told.mend, commands);
+    const Told after = examine(check);
+    EXPECT_EQ(after.state, "ok") << after.found << " after " << told.mend;
+}
+
+void DoctorTest::carry_out(const std::string &mend, std::size_t commands) const
+{
+    std::size_t end = 0;
+    for (std::size_t i = 0; i < commands; ++i) {
+        const std::size_t begin = mend.find('`', end);
+        ASSERT_NE(begin, std::string::npos) << mend;
+        end = mend.find('`', begin + 1);
+        const std::string command = mend.substr(begin + 1, end - begin - 1);
+        ++end;
+        if (command.starts_with("cgctl ")) {
+            run_with_output(command, folder_.path("output"));
+        } else {
+            const std::string quietly = command + " > " + folder_.path("output") + " 2>&1";
+            EXPECT_EQ(system(quietly.c_str()), 0) << command;
+        }
+    }
+}
+
+void DoctorTest::add_module(const std::string &name) const
+{
+    std::ofstream(modules() + '/' + name).flush();
+}
+
+} // namespace cg

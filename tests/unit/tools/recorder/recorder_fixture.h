@@ -1,0 +1,176 @@
+// A recorder with its file, the modules' folder and the daemon's notes, told of changes by hand.
+#ifndef RECORDER_FIXTURE_H
+#define RECORDER_FIXTURE_H
+
+#include "recorder.h"
+
+#include <gmock/gmock.h>
+#include <prometheus/text_serializer.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "database.h"
+#include "history/reader.h"
+#include "records/record_types.h"
+#include "unit/tools/cgctl/store_fixture.h"
+#include "vx_mom.h"
+
+namespace recorder
+{
+
+using namespace std::chrono_literals;
+using admission::Outcome;
+using cg::Json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+inline constexpr history::Time noon = history::Time{} + 1'700'049'600s;
+inline constexpr const char *away = "the recorder was not running";
+
+// No file can grow while it lives, as on a full disk.
+class FullDisk
+{
+public:
+    FullDisk()
+    {
+        EXPECT_NE(signal(SIGXFSZ, SIG_IGN), SIG_ERR);
+        EXPECT_EQ(getrlimit(RLIMIT_FSIZE, &before_), 0);
+        const rlimit none{0, before_.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+    }
+    ~FullDisk() { EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &before_), 0); }
+    FullDisk(const FullDisk &) = delete;
+    FullDisk &operator=(const FullDisk &) = delete;
+
+private:
+    rlimit before_{};
+};
+
+class RecorderTest : public testing::Test
+{
+protected:
+    RecorderTest()
+    {
+        std::filesystem::create_directory(folder_.path("modules"));
+        for (const char *module : {"m1", "m2"}) {
+            std::ofstream(folder_.path("modules") + '/' + module) << "";
+        }
+    }
+
+    void start()
+    {
+        recorder_.reset();
+        const Settings settings{folder_.path("h"), folder_.path("modules"), folder_.path("life"), {}, 300s};
+        metrics_ = std::make_unique<Metrics>();
+        recorder_ = std::make_unique<Recorder>(
+            settings, *metrics_, [this](const std::string &text) { told_.push_back(text); }, now_);
+    }
+    // As SIGKILL leaves it: with what is in the file, and no more.
+    void kill() { recorder_.reset(); }
+    void listen()
+    {
+        recorder_->snapshot_done(now_);
+        recorder_->tick(now_);
+    }
+    void pass(std::chrono::seconds time)
+    {
+        now_ += time;
+        recorder_->tick(now_);
+    }
+
+    void tell(const char *type, const Json &fields, bool existing, int32_t cmd = VX_MOM_CMD_SET)
+    {
+        const cg::MessagePtr record = cg::from_json(*cg::record_type(type).descriptor, fields);
+        recorder_->take(cmd, *record, existing, now_);
+    }
+    void plug(int slot, bool existing = false)
+    {
+        tell("card_info",
+             {{"index", {{"devid", 1}, {"slotid", slot}}},
+              {"static_info", {{"node_type", 3}}},
+              {"name", "lc-" + std::to_string(slot)},
+              {"card_tipc_nodeid", 1000 + slot},
+              {"is_online", true}},
+             existing);
+    }
+    void ask(int slot, bool existing = false, int32_t cmd = VX_MOM_CMD_SET)
+    {
+        tell("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", slot}}}}, existing, cmd);
+    }
+    void answer(int slot, const std::string &module, int ret = 0, bool existing = false)
+    {
+        tell("app_cg_card_check_ack",
+             {{"index", {{"devid", 1}, {"slotid", slot}, {"mod_name", module}}}, {"ret", ret}}, existing);
+    }
+    void result(int slot, bool pass, bool existing = false)
+    {
+        tell("app_cg_mom_deny_check_result",
+             {{"index", {{"card_tipc_nodeid", 1000 + slot}}}, {"stat", pass ? 1 : 0}}, existing);
+    }
+    void decide(int slot, bool pass)
+    {
+        result(slot, pass);
+        ask(slot, false, VX_MOM_CMD_DELETED);
+    }
+    void deny(int slot)
+    {
+        answer(slot, "m2", -1);
+        decide(slot, false);
+    }
+    void note_life(const std::string &line) const
+    {
+        std::ofstream(folder_.path("life"), std::ios::app) << line << '\n';
+    }
+
+    [[nodiscard]] history::Reader file() const { return history::Reader(folder_.path("h")); }
+    [[nodiscard]] std::vector<Outcome> outcomes() const
+    {
+        std::vector<Outcome> all;
+        for (const history::Decision &decision : file().decisions()) {
+            all.push_back(decision.outcome);
+        }
+        return all;
+    }
+    [[nodiscard]] std::string metrics() const
+    {
+        std::ostringstream out;
+        prometheus::TextSerializer().Serialize(out, metrics_->registry()->Collect());
+        return out.str();
+    }
+    // A denied card in slot 3, one that waits in slot 4, and a daemon; then the recorder is away for a
+    // minute.
+    void live_before()
+    {
+        note_life("1700049600000 start 42");
+        start();
+        listen();
+        plug(3);
+        ask(3);
+        deny(3);
+        plug(4);
+        ask(4);
+        answer(4, "m1");
+        pass(1s);
+        recorder_->settle(now_);
+        killed_at_ = now_;
+        kill();
+        now_ += 60s;
+    }
+
+    cg::Folder folder_;
+    std::vector<std::string> told_;
+    std::unique_ptr<Metrics> metrics_;
+    std::unique_ptr<Recorder> recorder_;
+    history::Time now_ = noon;
+    history::Time killed_at_{};
+};
+
+} // namespace recorder
+
+#endif

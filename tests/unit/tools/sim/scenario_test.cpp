@@ -1,0 +1,255 @@
+// The scenario language, line by line.
+#include <gmock/gmock.h>
+
+#include "scenario.h"
+
+namespace cg::scenario
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using testing::HasSubstr;
+
+// What one line says; the line must be right.
+template <typename Kind>
+Kind read(const std::string &line)
+{
+    const Scenario scenario = read_scenario("file", line);
+    const auto *what =
+        scenario.statements.size() == 1 ? std::get_if<Kind>(&scenario.statements[0].what) : nullptr;
+    EXPECT_NE(what, nullptr) << line << ": "
+                             << (scenario.problems.empty() ? "" : scenario.problems[0].message);
+    return what == nullptr ? Kind{} : *what;
+}
+
+// "LINE:COLUMN: message" of the only mistake in a text.
+std::string mistake(const std::string &text)
+{
+    const Scenario scenario = read_scenario("file", text);
+    EXPECT_EQ(scenario.problems.size(), 1U) << text;
+    if (scenario.problems.empty()) {
+        return "";
+    }
+    const Problem &problem = scenario.problems.front();
+    return std::to_string(problem.place.line) + ':' + std::to_string(problem.place.column) + ": " +
+           problem.message;
+}
+
+} // namespace
+
+TEST(ScenarioLine, BlankLinesAndCommentsSayNothing)
+{
+    for (const char *text : {"", "\n\n", "  \t ", "# a comment", "   # another", "\r\n# windows\r\n"}) {
+        const Scenario scenario = read_scenario("file", text);
+        EXPECT_TRUE(scenario.statements.empty() && scenario.problems.empty()) << text;
+    }
+}
+
+TEST(ScenarioLine, AStatementKnowsItsPlaceAndItsText)
+{
+    const Scenario scenario = read_scenario("file", "\n  wait 3s   # and on\r\nsay \"a # b\"#c");
+    ASSERT_EQ(scenario.statements.size(), 1U);
+    EXPECT_EQ(scenario.statements[0].place.line, 2U);
+    EXPECT_EQ(scenario.statements[0].place.column, 3U);
+    EXPECT_EQ(scenario.statements[0].text, "wait 3s");
+    ASSERT_EQ(scenario.problems.size(), 1U);
+    EXPECT_THAT(scenario.problems[0].message, HasSubstr("a blank goes behind"));
+}
+
+TEST(ScenarioLine, Role)
+{
+    EXPECT_EQ(read<SetRole>("role master").role, "master");
+    EXPECT_EQ(read<SetRole>("role none").role, "none");
+    EXPECT_EQ(mistake("role mastr"), "1:6: unknown role \"mastr\"; nearest: master");
+    EXPECT_EQ(mistake("role"), "1:6: a role is missing here");
+    EXPECT_THAT(mistake("role master now"),
+                HasSubstr("1:13: \"now\" is not expected here; role master|slave"));
+}
+
+TEST(ScenarioLine, ModulesThatAnswer)
+{
+    const auto pass = read<ModuleRule>("module m1 answers pass after 2s");
+    EXPECT_EQ(pass.module, "m1");
+    EXPECT_EQ(pass.manner, Manner::answers);
+    EXPECT_TRUE(pass.pass);
+    EXPECT_EQ(pass.after, 2s);
+    EXPECT_FALSE(pass.position || pass.type);
+    const auto deny = read<ModuleRule>(R"(module m1 answers deny "too \"warm\"" for 1/3/0 after 1.5s)");
+    EXPECT_FALSE(deny.pass);
+    EXPECT_EQ(deny.reason, "too \"warm\"");
+    EXPECT_EQ(deny.position, (Position{1, 3, 0}));
+    EXPECT_EQ(deny.after, 1500ms);
+    const auto mute = read<ModuleRule>("module m1 answers deny after 0s for type 210");
+    EXPECT_EQ(mute.reason, "");
+    EXPECT_EQ(mute.type, 210);
+    EXPECT_EQ(mute.after, 0s);
+}
+
+TEST(ScenarioLine, ModulesThatDoNotAnswer)
+{
+    EXPECT_EQ(read<ModuleRule>("module m2 silent").manner, Manner::silent);
+    EXPECT_EQ(read<ModuleRule>("module m2 silent for 1/3").position, (Position{1, 3, 0}));
+    EXPECT_EQ(read<ModuleRule>("module m2 away").manner, Manner::away);
+    EXPECT_EQ(read<ModuleRule>("module \"two words\" away").module, "two words");
+}
+
+TEST(ScenarioLine, WrongModules)
+{
+    EXPECT_EQ(mistake("module"), "1:8: a module's name is missing here");
+    EXPECT_EQ(mistake("module m1"), "1:11: \"answers\", \"silent\" or \"away\" is missing here");
+    EXPECT_EQ(mistake("module m1 silnt"), "1:11: a module \"silnt\"; nearest: silent");
+    EXPECT_EQ(mistake("module m1 answers psas"), "1:19: \"psas\" is no answer; nearest: pass");
+    EXPECT_THAT(mistake("module sixteen-letters- silent"),
+                HasSubstr("1:8: \"sixteen-letters-\" is no module name"));
+    EXPECT_THAT(mistake("module m1 answers pass for 1/2 for 1/3"), HasSubstr("1:32: a second \"for\""));
+    EXPECT_THAT(mistake("module m1 answers pass for type x"), HasSubstr("1:33: \"x\" is not a card type"));
+    EXPECT_THAT(mistake("module m1 silent after 2s"), HasSubstr("1:18: \"after\" is not expected here"));
+    EXPECT_THAT(mistake("module m1 away for 1/3"), HasSubstr("1:16: \"for\" is not expected here"));
+    EXPECT_THAT(mistake("module m1 answers pass \"why\""), HasSubstr("1:24: \"why\" is not expected here"));
+}
+
+TEST(ScenarioLine, Plug)
+{
+    const NewCard card =
+        read<Plug>("plug 1/3/0 mb name=\"lc 48\" serial=00e0 type=17 nodeid=5 tipc=6 offline").card;
+    EXPECT_EQ(card.position, (Position{1, 3, 0}));
+    EXPECT_EQ(card.node_type, "mb");
+    EXPECT_EQ(card.name, "lc 48");
+    EXPECT_EQ(card.serial, "00e0");
+    EXPECT_EQ(card.type, "17");
+    EXPECT_EQ(card.nodeid, "5");
+    EXPECT_EQ(card.tipc, "6");
+    EXPECT_TRUE(card.offline);
+    const NewCard plain = read<Plug>("plug 1/3").card;
+    EXPECT_EQ(plain.node_type, "lc");
+    EXPECT_FALSE(plain.offline || plain.name);
+}
+
+TEST(ScenarioLine, WrongPlugs)
+{
+    EXPECT_THAT(mistake("plug 1"), HasSubstr("1:6: \"1\" is no card position"));
+    EXPECT_EQ(mistake("plug 1/3 lx"), "1:10: unknown node type \"lx\"; nearest: lc, box, mb, or a number");
+    EXPECT_EQ(mistake("plug 1/3 lc nam=x"), "1:13: unknown field \"nam\" of a card; nearest: name");
+    EXPECT_EQ(mistake("plug 1/3 lc serial=0"), "1:13: serial=0: not hexadecimal; two digits a byte");
+    EXPECT_THAT(mistake("plug 1/3 lc type=many"), HasSubstr("1:13: type=many: not a whole number"));
+    EXPECT_EQ(mistake("plug 1/3 lc name=a name=b"), "1:20: name is given twice");
+    EXPECT_EQ(mistake("plug 1/3 lc onlin"), "1:13: \"onlin\" is not expected here; NAME=VALUE or offline");
+    EXPECT_THAT(mistake("plug 1/300"), HasSubstr("1:6: no ids can be made for 1/300/0"));
+    EXPECT_EQ(read<Plug>("plug 1/300 nodeid=1 tipc=2").card.position.slotid, 300);
+}
+
+TEST(ScenarioLine, TimesHaveUnitsAndBounds)
+{
+    EXPECT_EQ(read<Wait>("wait 3s").time, 3s);
+    EXPECT_EQ(read<Wait>("wait 200ms").time, 200ms);
+    EXPECT_EQ(read<Wait>("wait 0.25s").time, 250ms);
+    EXPECT_EQ(read<Wait>("wait 5m").time, 300s);
+    EXPECT_EQ(mistake("wait 3"), "1:6: \"3\" is no time; a number and ms, s or m, as in 5s");
+    EXPECT_THAT(mistake("wait s"), HasSubstr("is no time"));
+    EXPECT_THAT(mistake("wait 1e3s"), HasSubstr("is no time"));
+    EXPECT_THAT(mistake("wait nans"), HasSubstr("is no time"));
+    EXPECT_THAT(mistake("wait infs"), HasSubstr("1:6:"));
+    EXPECT_EQ(mistake("wait 0s"), "1:6: \"0s\" is out of range; from 1ms to an hour");
+    EXPECT_EQ(mistake("wait 61m"), "1:6: \"61m\" is out of range; from 1ms to an hour");
+    EXPECT_THAT(mistake("wait -1s"), HasSubstr("out of range"));
+    EXPECT_EQ(mistake("wait"), "1:6: a time as in 5s is missing here");
+}
+
+TEST(ScenarioLine, TextsAreInQuotes)
+{
+    EXPECT_EQ(read<Say>(R"(say "a \\ b, and # no comment")").text, "a \\ b, and # no comment");
+    EXPECT_EQ(mistake("say hello"), "1:5: what is said stands in quotes: \"hello\"");
+    EXPECT_EQ(mistake("say \"hello"), "1:5: this text in quotes has no end on the line");
+    EXPECT_EQ(mistake("say \"a\\n\""), "1:7: a backslash in quotes; it stands only before \" and \\");
+    EXPECT_THAT(mistake("say a\"b\""), HasSubstr("1:6: a text in quotes begins in the middle of a word"));
+}
+
+TEST(ScenarioLine, ColumnsCountCharacters)
+{
+    EXPECT_THAT(mistake("say \"für\" x"), HasSubstr("1:11: \"x\" is not expected here"));
+    EXPECT_THAT(mistake("\tbusy"), HasSubstr("1:2: unknown statement \"busy\""));
+    EXPECT_EQ(mistake("say \"ü\xff\""), "1:7: these bytes are no UTF-8");
+    EXPECT_EQ(mistake("say \"\x1b[2J\""),
+              "1:6: a control character; only blanks and tabs stand between words");
+}
+
+TEST(ScenarioLine, UnknownStatementsGetTheNearestOnes)
+{
+    EXPECT_EQ(mistake("plgu 1/3"), "1:1: unknown statement \"plgu\"; nearest: plug");
+    EXPECT_THAT(mistake("\"plug\" 1/3"), HasSubstr("1:1: unknown statement"));
+}
+
+TEST(ScenarioLine, SeveralMistakesAreToldAtOnce)
+{
+    const Scenario scenario = read_scenario("file", "plgu 1/3\nwait\nrole master\nwait 5\n");
+    ASSERT_EQ(scenario.problems.size(), 3U);
+    EXPECT_EQ(scenario.problems[2].place.line, 4U);
+}
+
+TEST(ScenarioLine, AMistakeIsShownWhereItStands)
+{
+    const std::string text = "role master\n\tplug 1/3 \xc3\xa4 lx\n";
+    Scenario scenario{"cards"};
+    EXPECT_EQ(shown(scenario, text, {{2, 13}, "wrong"}),
+              "cards:2:13: wrong\n     plug 1/3 \xc3\xa4 lx\n                ^");
+    EXPECT_EQ(shown(scenario, "wait", {{1, 6}, "missing"}), "cards:1:6: missing\n    wait\n         ^");
+    EXPECT_EQ(shown(scenario, "a\x1b b", {{1, 2}, "c"}), "cards:1:2: c\n    a\\x1B b\n     ^");
+}
+
+TEST(ScenarioLine, Expectations)
+{
+    const auto passed =
+        read_scenario("f", "plug 1/3\nmodule m1 answers pass\nexpect 1/3 passed by m1 within 5s");
+    ASSERT_TRUE(passed.problems.empty());
+    const auto &expect = std::get<Expect>(passed.statements[2].what);
+    EXPECT_EQ(expect.wanted, Wanted::passed);
+    EXPECT_EQ(expect.modules, std::vector<std::string>{"m1"});
+    EXPECT_EQ(expect.within, 5s);
+    EXPECT_FALSE(expect.throughout || expect.because);
+}
+
+TEST(ScenarioLine, ExpectationsAreSaidBackAsTheyWereWritten)
+{
+    const std::string before = "module m1 answers pass\nmodule m1 answers deny for 2/2\nmodule m2 away\n"
+                               "plug 1/3\nplug 1/4 offline\nplug 1/5 mb\nplug 1/6\npull 1/6\n";
+    for (const char *line : {"1/3/0 passed", "1/3/0 passed by m1", "1/3/0 passed by silence",
+                             "1/3/0 passed by silence of m1, m2", "1/3/0 denied", "1/3/0 denied by m1",
+                             "1/3/0 denied because \"no\"", "1/3/0 denied by m1 because \"a \\\"b\\\"\"",
+                             "1/3/0 waiting", "1/3/0 waiting for m1, m2", "1/3/0 marked", "1/3/0 unmarked",
+                             "1/4/0 offline", "1/5/0 exempt", "1/6/0 absent"}) {
+        const std::string needed =
+            std::string(line).find("of m1") != std::string::npos ? "module m1 silent\n" : "";
+        const Scenario scenario = read_scenario("f", before + needed + "expect " + line);
+        ASSERT_TRUE(scenario.problems.empty()) << line << ": " << scenario.problems[0].message;
+        const auto &expect = std::get<Expect>(scenario.statements.back().what);
+        EXPECT_EQ(expect.position.text() + ' ' + text_of(expect), line);
+    }
+    EXPECT_EQ(read_scenario("f", "plug 1/3\nexpect 1/3 unasked throughout 2s").problems.size(), 0U);
+}
+
+TEST(ScenarioLine, WrongExpectations)
+{
+    EXPECT_EQ(mistake("plug 1/3\nexpect 1/3 pased"), "2:12: nothing is \"pased\"; nearest: passed");
+    EXPECT_EQ(mistake("plug 1/3\nexpect 1/3"),
+              "2:12: what is expected, as in passed or denied, is missing here");
+    EXPECT_THAT(mistake("plug 1/3\nexpect 1/3 passed withn 5s"),
+                HasSubstr("2:19: \"withn\" is not expected here"));
+    EXPECT_THAT(mistake("plug 1/3\nexpect 1/3 denied because no"),
+                HasSubstr("a reason stands in quotes: \"no\""));
+    EXPECT_THAT(mistake("plug 1/3\nexpect 1/3 passed within 2s throughout 3s"),
+                HasSubstr("2:29: \"throughout\""));
+    EXPECT_EQ(mistake("plug 1/3\nexpect 1/3 waiting for m1,"), "2:28: a module's name is missing here");
+}
+
+TEST(ScenarioTime, IsSaidShortly)
+{
+    EXPECT_EQ(text_of(300s), "300s");
+    EXPECT_EQ(text_of(1500ms), "1.5s");
+    EXPECT_EQ(text_of(1005ms), "1.005s");
+    EXPECT_EQ(text_of(20ms), "20ms");
+    EXPECT_EQ(text_of(0ms), "0s");
+}
+
+} // namespace cg::scenario

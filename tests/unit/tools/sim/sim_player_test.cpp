@@ -1,0 +1,433 @@
+// Scenarios in play, before a daemon of a few lines, in virtual time.
+#include <gmock/gmock.h>
+
+#include <map>
+
+#include "base/failure.h"
+#include "records/position_key.h"
+#include "sim_player.h"
+#include "vx_mom.h"
+
+namespace cg
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using scenario::Milliseconds;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr int32_t node_id_offset = 0x1000000;
+
+// The world of a player: a clock, a store that tells back, and a daemon that asks, decides and gives up.
+class World
+{
+public:
+    explicit World(const std::string &text, SimPlayer::Options options = {})
+    {
+        scenarios_.push_back(scenario::read_scenario("file", text));
+        EXPECT_TRUE(scenarios_[0].problems.empty()) << scenarios_[0].problems[0].message;
+        player_ = std::make_unique<SimPlayer>(scenarios_, std::move(options), stage());
+    }
+
+    // Plays until nothing is left to happen.
+    void play()
+    {
+        player_->start();
+        while (!timers_.empty() && !player_->is_finished()) {
+            happen();
+        }
+    }
+
+    // Somebody else plugs a card.
+    void plug_real_card(const Position &position)
+    {
+        NewCard card;
+        card.position = position;
+        cards_[position] = card_info_of(card);
+        write_card(position);
+    }
+
+    // Lets time pass until nothing is left to happen, played or not.
+    void go_on()
+    {
+        while (!timers_.empty()) {
+            happen();
+        }
+    }
+
+    SimPlayer &player() { return *player_; }
+    [[nodiscard]] std::vector<std::string> misses() const
+    {
+        std::vector<std::string> texts;
+        for (const ExpectationResult &result : player_->results()) {
+            if (!result.held) {
+                texts.push_back(std::to_string(result.line) + ": " + result.seen);
+            }
+        }
+        return texts;
+    }
+
+    std::vector<std::string> modules{};   // whom the daemon asks
+    Milliseconds timeout = 300s;          // on our clock
+    Milliseconds slowness = 10ms;         // of the daemon
+    bool deaf = false;                    // the store tells nothing back
+    bool returning = false;               // the store tells everything anew
+    std::optional<Milliseconds> afresh{}; // so long after a request the daemon is started afresh, once
+    std::vector<std::string> written{};   // what the player wrote
+    std::vector<std::string> told{};
+    Milliseconds elapsed() const { return std::chrono::duration_cast<Milliseconds>(now_.time_since_epoch()); }
+
+private:
+    SimStage stage()
+    {
+        return {[this] { return now_; },
+                [this](Milliseconds time, std::function<void()> action) { later(time, std::move(action)); },
+                [this](const NewCard &card) {
+                    written.push_back("plug " + card.position.text());
+                    cards_[card.position] = card_info_of(card);
+                    write_card(card.position);
+                },
+                [this](const Position &position, scenario::Move move) { change(position, move); },
+                [this](const std::string &role) {
+                    written.push_back("role " + role);
+                    hear(VX_MOM_CMD_HMSET, "p_dev.dp_lib_grole", {{"my_grole", 1}});
+                },
+                [this](const DueAnswer &answer) { take(answer); },
+                [this](const SimEvent &event) { told.push_back(event.kind + ' ' + event.text); },
+                [] {}};
+    }
+
+    void happen()
+    {
+        const auto next = timers_.begin();
+        now_ = next->first;
+        const auto action = next->second;
+        timers_.erase(next);
+        action();
+    }
+
+    void later(Milliseconds time, std::function<void()> action)
+    {
+        timers_.emplace(now_ + time, std::move(action));
+    }
+
+    void hear(int32_t cmd, const std::string &type, const Json &fields)
+    {
+        if (!deaf) {
+            player_->heard(cmd, *from_json(*record_type(type).descriptor, fields), returning);
+        }
+    }
+
+    void change(const Position &position, scenario::Move move)
+    {
+        static constexpr std::array words{"online ", "offline ", "pull "};
+        written.push_back(words.at(static_cast<std::size_t>(move)) + position.text());
+        Json &card = cards_[position];
+        if (move == scenario::Move::pull) {
+            hear(VX_MOM_CMD_DELETED, "p_dev.card_info", card);
+            later(slowness, [this, position] { withdraw(position); });
+        } else {
+            card["is_online"] = move == scenario::Move::online;
+            write_card(position);
+        }
+    }
+
+    void write_card(const Position &position)
+    {
+        const Json card = cards_[position];
+        hear(VX_MOM_CMD_SET, "p_dev.card_info", card);
+        const bool board = card["static_info"]["node_type"] == "DM_TYPE_MB";
+        const bool online = card["is_online"];
+        later(slowness, [this, position, board, online] {
+            if (board || (online && modules.empty())) {
+                decide(position, true);
+            } else if (online) {
+                ask(position);
+            } else {
+                withdraw(position);
+            }
+        });
+    }
+
+    static Json key(const Position &position) { return {{"index", key_of(position)}}; }
+
+    void ask(const Position &position)
+    {
+        waiting_[position] = {modules.begin(), modules.end()};
+        const uint64_t check = ++checks_[position];
+        Json request = key(position);
+        request["type"] = cards_[position]["config_dev_type"];
+        hear(VX_MOM_CMD_HMSET, "p_libpub.app_cg_card_check_info", request);
+        if (const auto time = std::exchange(afresh, std::nullopt)) {
+            later(*time, [this, position] { ask(position); });
+        }
+        later(timeout, [this, position, check] {
+            if (checks_[position] == check && waiting_.contains(position)) {
+                decide(position, true);
+            }
+        });
+    }
+
+    void withdraw(const Position &position)
+    {
+        if (waiting_.erase(position) != 0) {
+            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_info", key(position));
+        }
+        hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_mom_deny_check_result", result(position, true));
+    }
+
+    static Json result(const Position &position, bool pass)
+    {
+        const int32_t node =
+            node_id_offset + position.devid * 0x10000 + position.slotid * 0x100 + position.sslotid;
+        return {{"index", {{"card_tipc_nodeid", node}}}, {"stat", pass ? 1 : 0}};
+    }
+
+    void decide(const Position &position, bool pass)
+    {
+        hear(VX_MOM_CMD_SET, "p_libpub.app_cg_mom_deny_check_result", result(position, pass));
+        if (waiting_.erase(position) != 0) {
+            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_info", key(position));
+        }
+    }
+
+    void take(const DueAnswer &answer)
+    {
+        const Position position = answer.position;
+        written.push_back(answer.module + (answer.pass ? " passes " : " denies ") + position.text());
+        Json ack{{"index",
+                  {{"devid", position.devid},
+                   {"slotid", position.slotid},
+                   {"t_sslotid", position.sslotid},
+                   {"mod_name", answer.module}}},
+                 {"ret", answer.pass ? 0 : 1},
+                 {"reason", answer.reason}};
+        hear(VX_MOM_CMD_SET, "p_libpub.app_cg_card_check_ack", ack);
+        later(slowness, [this, answer, position] {
+            auto &waiting = waiting_[position];
+            waiting.erase(answer.module);
+            if (!answer.pass || waiting.empty()) {
+                decide(position, answer.pass);
+            }
+        });
+    }
+
+    std::vector<scenario::Scenario> scenarios_;
+    std::unique_ptr<SimPlayer> player_;
+    admission::Time now_{};
+    std::multimap<admission::Time, std::function<void()>> timers_;
+    std::map<Position, Json> cards_;
+    std::map<Position, std::set<std::string>> waiting_;
+    std::map<Position, uint64_t> checks_;
+};
+
+// Plays a scenario with the modules m1 and m2; returns what was missed.
+std::vector<std::string> missed(const std::string &text)
+{
+    World world(text, {1, false, false, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.play();
+    EXPECT_TRUE(world.player().is_finished());
+    return world.misses();
+}
+
+const std::string pass_both = "module m1 answers pass after 1s\nmodule m2 answers pass after 2s\n";
+const std::vector<std::string> nothing{};
+
+} // namespace
+
+TEST(SimPlayer, ModulesPassACard)
+{
+    EXPECT_EQ(missed(pass_both +
+                     "plug 1/3\nexpect 1/3 waiting for m1, m2\nexpect 1/3 waiting for m2 within 2s\n"
+                     "expect 1/3 passed by m2 within 3s"),
+              nothing);
+}
+
+TEST(SimPlayer, CardsThatNoFilePluggedAreNotAnswered)
+{
+    World world(pass_both + "plug 1/3\nexpect 1/3 passed within 3s\nwait 5s",
+                {1, false, false, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.plug_real_card({1, 7, 0});
+    world.play();
+    world.go_on();
+    EXPECT_EQ(world.misses(), nothing);
+    EXPECT_THAT(world.written, Contains("m1 passes 1/3/0"));
+    EXPECT_THAT(world.written, Not(Contains(HasSubstr("1/7/0"))));
+}
+
+TEST(SimPlayer, WhoStaysAnswersForEveryCardOnceAllIsPlayed)
+{
+    World world(pass_both + "wait 1s", {1, true, true, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.plug_real_card({1, 7, 0});
+    world.play();
+    ASSERT_TRUE(world.player().is_finished());
+    world.plug_real_card({1, 8, 0});
+    world.go_on();
+    EXPECT_EQ(world.written, (std::vector<std::string>{"m1 passes 1/8/0", "m2 passes 1/8/0"}));
+}
+
+TEST(SimPlayer, WhatIsNotSoInTimeIsMissedAndThePlayGoesOn)
+{
+    EXPECT_EQ(missed(pass_both +
+                     "plug 1/3\nexpect 1/3 passed within 1s\nexpect 1/3 passed by m1\nexpect 1/3 passed"),
+              (std::vector<std::string>{"4: waiting for m1, m2", "5: passed by m2"}));
+}
+
+TEST(SimPlayer, ADenialHasADeciderAndAReason)
+{
+    const std::string deny = pass_both + "module m1 answers deny \"too warm\" for 1/3\nplug 1/3\n";
+    EXPECT_EQ(missed(deny + "expect 1/3 denied by m1 because \"warm\""), nothing);
+    EXPECT_EQ(missed(deny + "expect 1/3 denied because \"cold\" within 1s"),
+              std::vector<std::string>{"5: denied by m1: too warm"});
+    EXPECT_EQ(missed(deny + "expect 1/3 passed within 9s"),
+              std::vector<std::string>{"5: denied by m1: too warm"});
+}
+
+TEST(SimPlayer, SilenceIsWaitedForAsLongAsItTakes)
+{
+    World world("module m1 answers pass\nmodule m2 silent\nplug 1/3\nexpect 1/3 passed by silence of m2",
+                {20, false, false, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.timeout = 15s;
+    world.play();
+    EXPECT_EQ(world.misses(), nothing);
+    EXPECT_NEAR(static_cast<double>(world.elapsed().count()), 15010, 50);
+    EXPECT_NEAR(static_cast<double>(world.player().results()[0].took.count()), 300200, 1000)
+        << "the daemon's seconds";
+}
+
+TEST(SimPlayer, ADaemonThatIsStartedAfreshBeginsTheCheckAnew)
+{
+    World world(pass_both + "plug 1/3\nexpect 1/3 passed by m2 within 5s", {1, false, false, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.afresh = 1500ms; // m1 has passed
+    world.play();
+    EXPECT_EQ(world.misses(), nothing);
+    EXPECT_THAT(world.told, testing::Contains("decision check cut off: the daemon was started afresh"));
+    EXPECT_THAT(world.written, testing::ElementsAre("plug 1/3/0", "m1 passes 1/3/0", "m1 passes 1/3/0",
+                                                    "m2 passes 1/3/0", "pull 1/3/0"));
+}
+
+TEST(SimPlayer, TimesAreTheDaemonsAndPassFasterOnOurClock)
+{
+    World world("wait 40s\nwait 1m", {20, false, false, {}});
+    world.play();
+    EXPECT_EQ(world.elapsed(), 5s);
+}
+
+TEST(SimPlayer, ACardThatReturnsIsNotJudgedByItsEarlierCheck)
+{
+    // The daemon is slow: when the card is plugged again, the result of before still stands.
+    World world(pass_both + "plug 1/3\nexpect 1/3 passed\npull 1/3\nplug 1/3\nexpect 1/3 passed within 500ms",
+                {1, false, false, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.slowness = 50ms;
+    world.play();
+    ASSERT_EQ(world.misses().size(), 1U);
+    EXPECT_THAT(world.misses()[0], HasSubstr("7: waiting"));
+    EXPECT_EQ(missed(pass_both +
+                     "plug 1/3\nexpect 1/3 passed\noffline 1/3\nonline 1/3\nexpect 1/3 passed within 100ms"),
+              std::vector<std::string>{"7: waiting for any of m1, m2"});
+}
+
+TEST(SimPlayer, WhatHoldsThroughoutHoldsAtEveryMoment)
+{
+    EXPECT_EQ(missed(pass_both + "plug 1/3\nexpect 1/3 waiting\nexpect 1/3 waiting throughout 1.5s"),
+              nothing);
+    EXPECT_EQ(missed(pass_both + "plug 1/3\nexpect 1/3 waiting\nexpect 1/3 waiting throughout 3s"),
+              std::vector<std::string>{"5: passed by m2"});
+    EXPECT_EQ(missed(pass_both + "plug 1/3\nexpect 1/3 passed throughout 3s").size(), 1U)
+        << "not so at the beginning";
+}
+
+TEST(SimPlayer, BoardCardsAbsentOnesAndThoseOffLine)
+{
+    EXPECT_EQ(missed("plug 1/1 mb offline\nexpect 1/1 exempt\nplug 1/2 offline\nexpect 1/2 offline\n"
+                     "expect 1/2 unmarked\npull 1/2\nexpect 1/2 absent"),
+              nothing);
+}
+
+TEST(SimPlayer, WithNobodyToAskACardIsUnasked)
+{
+    World world("plug 1/3\nexpect 1/3 unasked\noffline 1/3\nonline 1/3\nexpect 1/3 unasked");
+    world.play();
+    EXPECT_EQ(world.misses(), nothing);
+}
+
+TEST(SimPlayer, ThePlayEndsWithAnEmptyChassis)
+{
+    World world("role master\nplug 1/4 offline\nplug 1/3 mb\nplug 1/5 offline\npull 1/5");
+    world.play();
+    EXPECT_EQ(world.written,
+              (std::vector<std::string>{"role master", "plug 1/4/0", "plug 1/3/0", "plug 1/5/0", "pull 1/5/0",
+                                        "pull 1/3/0", "pull 1/4/0"}));
+    EXPECT_TRUE(world.player().plugged().empty());
+    EXPECT_EQ(world.told.back(), "pulled pulled")
+        << "the one that the scenario pulls; cleaning up is not told";
+    World kept("plug 1/4 offline", {1, true, false, {}});
+    kept.play();
+    EXPECT_EQ(kept.player().plugged(), (std::set<Position>{{1, 4, 0}}));
+}
+
+TEST(SimPlayer, AStoreThatTellsNothingBackEndsThePlay)
+{
+    World world("plug 1/3");
+    world.deaf = true;
+    EXPECT_THROW(world.play(), Failure);
+    EXPECT_FALSE(world.player().is_finished());
+    EXPECT_EQ(world.player().plugged().size(), 1U) << "it may be there";
+}
+
+TEST(SimPlayer, WhatWasWrittenMayBeAmongTheRecordsOfAStoreThatReturns)
+{
+    World world("role master\nplug 1/3\noffline 1/3\nonline 1/3\npull 1/3", {1, false, false, {}});
+    world.returning = true;
+    world.play();
+    EXPECT_TRUE(world.player().is_finished());
+    EXPECT_THAT(world.told, testing::IsSupersetOf({"role this device is master", "offline went off line",
+                                                   "online is on line", "pulled pulled"}));
+}
+
+TEST(SimPlayer, ARecordOfBeforeIsNotTakenForWhatWasWritten)
+{
+    World world("role slave\nplug 1/3 offline", {1, false, false, {}});
+    world.deaf = true;
+    world.player().start();
+    const auto hear = [&](const char *type, const Json &fields, bool existing = true) {
+        world.player().heard(VX_MOM_CMD_SET, *from_json(*record_type(type).descriptor, fields), existing);
+    };
+    hear("p_dev.dp_lib_grole", {{"my_grole", 1}});
+    EXPECT_THAT(world.written, testing::ElementsAre("role slave"));
+    hear("p_dev.dp_lib_grole", {{"my_grole", 2}});
+    EXPECT_THAT(world.written, testing::ElementsAre("role slave", "plug 1/3/0"));
+    hear("p_dev.card_info", {{"name", "nowhere"}});
+    hear("p_dev.card_info", {{"index", key_of({1, 4, 0})}});
+    hear("p_dev.card_info", {{"index", key_of({1, 3, 0})}, {"is_online", true}});
+    EXPECT_FALSE(world.player().is_finished());
+    EXPECT_TRUE(world.player().results().empty());
+    hear("p_dev.card_info", {{"index", key_of({1, 3, 0})}, {"is_online", false}});
+    EXPECT_THAT(world.written, testing::ElementsAre("role slave", "plug 1/3/0", "pull 1/3/0"));
+}
+
+TEST(SimPlayer, NobodyAnswersTwiceWhenTheStoreTellsAgain)
+{
+    World world(pass_both + "plug 1/3\nexpect 1/3 waiting\nwait 5s", {1, false, false, {"m1", "m2"}});
+    world.modules = {"m1", "m2"};
+    world.play();
+    Json request{{"index", key_of({1, 9, 0})}};
+    const MessagePtr message = from_json(*record_type("p_libpub.app_cg_card_check_info").descriptor, request);
+    const auto before = world.written.size();
+    world.player().heard(VX_MOM_CMD_SET, *message, true);
+    world.player().heard(VX_MOM_CMD_SET, *message, true);
+    EXPECT_EQ(world.written.size(), before);
+    EXPECT_EQ(std::count(world.written.begin(), world.written.end(), "m1 passes 1/3/0"), 1);
+}
+
+} // namespace cg

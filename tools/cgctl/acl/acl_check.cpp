@@ -1,0 +1,217 @@
+// The check of a running server's users; see the header.
+#include "acl/acl_check.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "acl/acl_attempts.h"
+#include "base/failure.h"
+#include "base/text.h"
+
+namespace cg
+{
+
+namespace
+{
+
+using vx_mom::Inspected;
+
+constexpr const char *who_may_ask =
+    "; ask as an administrator: set VX_MOM_AUTH_FILE to the file of app_cg-admin's credentials";
+
+// The element of a list of names and values.
+const Inspected *value_of(const Inspected &pairs, const std::string &name)
+{
+    for (std::size_t i = 0; i + 1 < pairs.items.size(); i += 2) {
+        if (pairs.items[i].text == name) {
+            return &pairs.items[i + 1];
+        }
+    }
+    return nullptr;
+}
+
+bool has(const Inspected &user, const std::string &list, const std::string &text)
+{
+    const Inspected *texts = value_of(user, list);
+    return texts != nullptr && std::any_of(texts->items.begin(), texts->items.end(),
+                                           [&](const Inspected &item) { return item.text == text; });
+}
+
+bool has_password(const Inspected &user)
+{
+    const Inspected *passwords = value_of(user, "passwords");
+    return passwords != nullptr && !passwords->items.empty();
+}
+
+std::string quoted(const std::vector<std::string> &command)
+{
+    std::string text;
+    for (const std::string &argument : command) {
+        const bool is_plain = !argument.empty() && argument.find_first_of(" \"'\\") == std::string::npos;
+        text += (text.empty() ? "" : " ") + (is_plain ? visible(argument) : in_quotes(argument));
+    }
+    return text;
+}
+
+// What is wrong with how a user logs in; nothing when all is well.
+std::vector<std::string> login_problems(const Inspected &user, const std::string &digest)
+{
+    std::vector<std::string> problems;
+    if (!has(user, "flags", "on")) {
+        problems.emplace_back("is switched off");
+    }
+    if (has(user, "flags", "nopass")) {
+        problems.emplace_back("needs no password");
+    } else if (!has_password(user)) {
+        problems.emplace_back("has no password, so nobody can log in");
+    } else if (!digest.empty() && !has(user, "passwords", digest)) {
+        problems.emplace_back("has another password than its file of credentials");
+    }
+    return problems;
+}
+
+} // namespace
+
+AclInspector::AclInspector(std::chrono::milliseconds limit) : limit_(limit), server_(0, limit)
+{
+    if (!server_.is_open()) {
+        throw Failure(failed, visible(server_.problem()));
+    }
+}
+
+Inspected AclInspector::ask(const Command &command)
+{
+    std::optional<Inspected> answer = server_.ask(command, limit_);
+    if (!answer) {
+        throw Failure(failed, visible(server_.problem()));
+    }
+    if (answer->is_error() && answer->text.starts_with("NOPERM")) {
+        throw Failure(failed, "the store server does not tell about its users: " + visible(answer->text) +
+                                  who_may_ask);
+    }
+    return std::move(*answer);
+}
+
+std::vector<std::string> AclInspector::known_users()
+{
+    const Inspected users = ask({"ACL", "USERS"});
+    if (users.kind != Inspected::Kind::list) {
+        throw Failure(failed, "the store server does not list its users: " + visible(users.text));
+    }
+    std::vector<std::string> names;
+    for (const Inspected &user : users.items) {
+        names.push_back(user.text);
+    }
+    return names;
+}
+
+// Also where the server does not know the command: what cannot be carried out is not permitted.
+bool AclInspector::is_permitted(const std::string &user, const Command &command, std::string &answer)
+{
+    Command trial{"ACL", "DRYRUN", user};
+    trial.insert(trial.end(), command.begin(), command.end());
+    const Inspected result = ask(trial);
+    answer = visible(result.text);
+    return !result.is_error() && result.text == "OK";
+}
+
+void AclInspector::check_user(const AclUser &user, const std::map<std::string, std::string> &digests,
+                              std::vector<AclFinding> &findings)
+{
+    const auto digest = digests.find(user.name);
+    for (const std::string &problem : login_problems(
+             ask({"ACL", "GETUSER", user.name}), digest == digests.end() ? std::string() : digest->second)) {
+        findings.push_back({user.name, problem});
+    }
+    std::string answer;
+    for (const Command &command : permitted_attempts(user)) {
+        if (!is_permitted(user.name, command, answer)) {
+            findings.push_back({user.name, "must be permitted " + quoted(command) + ", but: " + answer});
+        }
+    }
+    for (const Command &command : refused_attempts(user)) {
+        if (is_permitted(user.name, command, answer)) {
+            findings.push_back({user.name, "must be refused " + quoted(command) + ", but is permitted it"});
+        }
+    }
+}
+
+// The first of these commands that the user may carry out, and how many more; empty when there is none.
+std::string AclInspector::permitted_of(const std::string &user, const std::vector<Command> &commands)
+{
+    std::string text;
+    std::size_t count = 0;
+    std::string answer;
+    for (const Command &command : commands) {
+        if (is_permitted(user, command, answer) && ++count == 1) {
+            text = quoted(command);
+        }
+    }
+    return count > 1 ? text + " and " + std::to_string(count - 1) + " more" : text;
+}
+
+// One finding for all: a server whose default user was left as it is permits everything.
+void AclInspector::check_default(std::vector<AclFinding> &findings)
+{
+    if (!has(ask({"ACL", "GETUSER", default_user}), "flags", "on")) {
+        return;
+    }
+    const AclUser nobody{default_user, AclRole::nobody, "", {}};
+    if (const std::string text = permitted_of(default_user, refused_attempts(nobody)); !text.empty()) {
+        findings.push_back(
+            {default_user, "is switched on, and permitted " + text + " of what must be refused"});
+    }
+}
+
+std::vector<AclFinding> AclInspector::check(const std::vector<AclUser> &users,
+                                            const std::map<std::string, std::string> &digests)
+{
+    std::vector<AclFinding> findings;
+    const std::vector<std::string> known = known_users();
+    for (const AclUser &user : users) {
+        if (user.role == AclRole::nobody) {
+            check_default(findings);
+        } else if (std::find(known.begin(), known.end(), user.name) == known.end()) {
+            findings.push_back({user.name, "does not exist"});
+        } else {
+            check_user(user, digests, findings);
+        }
+    }
+    for (const std::string &name : known) {
+        const bool is_expected =
+            std::any_of(users.begin(), users.end(), [&](const AclUser &user) { return user.name == name; });
+        if (!is_expected) {
+            check_stranger(name, findings);
+        }
+    }
+    return findings;
+}
+
+// A device has users of its own, and what else they may do is its affair. But nobody may come in without a
+// password, and nobody else decides on cards.
+void AclInspector::check_stranger(const std::string &name, std::vector<AclFinding> &findings)
+{
+    if (name.starts_with(module_user_prefix)) {
+        findings.push_back({name, "exists, but no module of the folder has this name"});
+        return;
+    }
+    const Inspected user = ask({"ACL", "GETUSER", name});
+    if (!has(user, "flags", "on")) {
+        return;
+    }
+    if (has(user, "flags", "nopass")) {
+        findings.push_back({name, "is none of this list, is switched on, and needs no password"});
+    }
+    if (const std::string text = permitted_of(name, deciding_attempts()); !text.empty()) {
+        findings.push_back({name, "is none of this list, and may decide on cards: it is permitted " + text +
+                                      "; give it no right to the keys and channels of p_libpub.app_cg_*"});
+    }
+}
+
+std::string AclInspector::users_file()
+{
+    const Inspected answer = ask({"CONFIG", "GET", "aclfile"});
+    return answer.items.size() == 2 ? answer.items[1].text : std::string();
+}
+
+} // namespace cg

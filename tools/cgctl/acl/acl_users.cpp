@@ -1,0 +1,205 @@
+// Who may do what in the store; see the header.
+//
+// What a function of the store's library does, it does with its caller's rights, and a call needs reading
+// and writing of every key it declares: so whoever writes records has a selector for the call itself, and
+// others for each command that the function runs. Traps: a plain channel right permits publishing as well as
+// subscribing, so the two have selectors of their own; a new selector begins with the server's default for
+// channels, which may be all of them, so each takes that away first.
+#include "acl/acl_users.h"
+
+#include <utility>
+
+#include "records/record_types.h"
+#include "store/codec/names.h"
+
+namespace cg
+{
+
+namespace
+{
+
+using Texts = std::vector<std::string>;
+
+void append(Texts &texts, const Texts &more)
+{
+    texts.insert(texts.end(), more.begin(), more.end());
+}
+
+// The types by what is done with them.
+const Texts answers{"p_libpub.app_cg_card_check_ack"};
+const Texts read_by_modules{"p_libpub.app_cg_card_check_info", "p_dev.card_info", "p_dev.dp_lib_grole"};
+const Texts read_by_daemon{"p_dev.card_info", "p_dev.dp_lib_grole", "p_libpub.app_cg_card_check_ack",
+                           "p_libpub.app_cg_card_bak_info"};
+const Texts watched_by_daemon{"p_dev.card_info", "p_dev.dp_lib_grole", "p_libpub.app_cg_card_check_ack"};
+const Texts written_by_daemon{"p_libpub.app_cg_card_check_info", "p_libpub.app_cg_mom_deny_check_result",
+                              "p_libpub.app_cg_card_deny_check_result", "p_dev.dm_set_card_custom_st",
+                              "s_dev.im_card_power_onoff"};
+const Texts removed_by_daemon{"p_libpub.app_cg_card_check_ack", "p_libpub.app_cg_card_bak_info"};
+
+// What every client does, whoever it is.
+const Texts connection_commands{"+ping", "+select", "+info", "+client|setname"};
+const Texts read_commands{"+get",    "+hget", "+hmget",    "+hgetall",   "+hlen",
+                          "+exists", "+type", "+smembers", "+sismember", "+sscan"};
+const Texts subscribe_commands{"+subscribe", "+psubscribe"};
+const Texts unsubscribe_commands{"+unsubscribe", "+punsubscribe"};
+
+// The pattern of the keys of a type's records.
+std::string records_of(const std::string &name)
+{
+    return record_type(name).index == nullptr ? name : name + ":*";
+}
+
+std::string channels_of(const std::string &name)
+{
+    return "&" + vx_mom::channel_prefix(record_type(name).db) + records_of(name);
+}
+
+template <typename NameOf>
+Texts each(const Texts &types, const char *mark, const NameOf &name_of)
+{
+    Texts texts;
+    for (const std::string &type : types) {
+        texts.push_back(mark + name_of(type));
+    }
+    return texts;
+}
+
+Texts channels_of(const Texts &types)
+{
+    return each(types, "", [](const std::string &type) { return channels_of(type); });
+}
+
+// Records, counters and indexes of these types, and what tells one data set from another, for reading.
+Texts readable(const Texts &types)
+{
+    Texts keys = each(types, "%R~", records_of);
+    append(keys, each(types, "%R~", vx_mom::counter_key));
+    append(keys, each(types, "%R~", vx_mom::index_key));
+    append(keys, {std::string("%R~") + vx_mom::data_set_key, std::string("%R~") + vx_mom::runs_key});
+    return keys;
+}
+
+// The first selector of a user who connects, reads these types and waits for replicas.
+AclSelector reader(const Texts &types)
+{
+    AclSelector selector{connection_commands, readable(types), {}};
+    append(selector.commands, {"+wait"});
+    append(selector.commands, unsubscribe_commands);
+    append(selector.commands, read_commands);
+    return selector;
+}
+
+AclUser daemon()
+{
+    Texts changed = written_by_daemon;
+    append(changed, removed_by_daemon);
+    AclUser user{daemon_user, AclRole::daemon, "", {reader(read_by_daemon)}};
+    user.selectors.front().commands.emplace_back("+function|load");
+
+    AclSelector calls{{"+fcall"}, each(changed, "~", records_of), {}};
+    append(calls.keys, each(changed, "~", vx_mom::index_key));
+    // The call that registers a server run declares the counters of all types; it only reads them.
+    append(calls.keys, {"~" + vx_mom::counter_key("*"), std::string("~") + vx_mom::data_set_key,
+                        std::string("~") + vx_mom::runs_key});
+    user.selectors.push_back(std::move(calls));
+    user.selectors.push_back({{"+get"}, {"%R~" + vx_mom::counter_key("*")}, {}});
+    user.selectors.push_back({{"+set"}, {std::string("~") + vx_mom::data_set_key}, {}});
+    user.selectors.push_back({{"+hget", "+hset", "+hdel"}, {std::string("~") + vx_mom::runs_key}, {}});
+
+    user.selectors.push_back({{"+hget", "+hgetall", "+hlen", "+hset", "+hdel", "+del"},
+                              each(written_by_daemon, "~", records_of),
+                              {}});
+    user.selectors.push_back({{"+del"}, each(removed_by_daemon, "~", records_of), {}});
+    user.selectors.push_back({{"+get", "+incr"}, each(changed, "~", vx_mom::counter_key), {}});
+    user.selectors.push_back(
+        {{"+sadd", "+srem", "+sismember"}, each(written_by_daemon, "~", vx_mom::index_key), {}});
+    user.selectors.push_back({{"+srem"}, each(removed_by_daemon, "~", vx_mom::index_key), {}});
+    user.selectors.push_back({subscribe_commands, {}, channels_of(watched_by_daemon)});
+    user.selectors.push_back({{"+publish"}, {}, channels_of(changed)});
+    return user;
+}
+
+// A module answers under its own name. It may not remove anything from the index or the counter, so it cannot
+// hide another's answer: an answer that is not in the index does not exist for readers.
+AclUser module_user(const std::string &name)
+{
+    const std::string part = vx_mom::key_part(name);
+    const std::string &type = answers.front();
+    const std::string own = records_of(type) + ":" + part;
+    const std::string counter = "~" + vx_mom::counter_key(type);
+    const std::string index = "~" + vx_mom::index_key(type);
+    AclUser user{module_user_prefix + part, AclRole::module, name, {reader(read_by_modules)}};
+    user.selectors.push_back({{"+fcall"}, {"~" + own, counter, index}, {}});
+    user.selectors.push_back(
+        {{"+hget", "+hgetall", "+hlen", "+exists", "+hset", "+hdel", "+del"}, {"~" + own}, {}});
+    user.selectors.push_back({{"+get", "+incr"}, {counter}, {}});
+    user.selectors.push_back({{"+sadd"}, {index}, {}});
+    user.selectors.push_back({subscribe_commands, {}, channels_of(read_by_modules)});
+    user.selectors.push_back({{"+publish"}, {}, {"&" + vx_mom::channel_prefix(record_type(type).db) + own}});
+    return user;
+}
+
+// By the server's own category, so that whatever it can read is shown; without what can stop it for long.
+AclUser watcher()
+{
+    AclSelector all{{"+@read", "-@dangerous"}, {"%R~*"}, {"&*"}};
+    append(all.commands, connection_commands);
+    append(all.commands, subscribe_commands);
+    append(all.commands, unsubscribe_commands);
+    return {watcher_user, AclRole::watcher, "", {all}};
+}
+
+std::string rules(const AclSelector &selector)
+{
+    std::string text = "resetchannels";
+    for (const Texts *part : {&selector.commands, &selector.keys, &selector.channels}) {
+        for (const std::string &rule : *part) {
+            text += ' ' + rule;
+        }
+    }
+    return text;
+}
+
+} // namespace
+
+std::vector<AclUser> acl_users(const std::vector<std::string> &modules)
+{
+    std::vector<AclUser> users{daemon()};
+    for (const std::string &module : modules) {
+        users.push_back(module_user(module));
+    }
+    users.push_back(watcher());
+    users.push_back({administrator_user, AclRole::administrator, "", {{{"+@all"}, {"~*"}, {"&*"}}}});
+    users.push_back({default_user, AclRole::nobody, "", {{}}});
+    return users;
+}
+
+std::string acl_line(const AclUser &user, const std::optional<std::string> &password_sha256)
+{
+    std::string line = "user " + user.name + " reset ";
+    line += password_sha256 ? "on #" + *password_sha256 : "off";
+    bool is_first = true;
+    for (const AclSelector &selector : user.selectors) {
+        line += is_first ? " " + rules(selector) : " (" + rules(selector) + ")";
+        is_first = false;
+    }
+    return line;
+}
+
+const char *role_name(AclRole role)
+{
+    switch (role) {
+    case AclRole::daemon:
+        return "daemon";
+    case AclRole::module:
+        return "module";
+    case AclRole::watcher:
+        return "watcher";
+    case AclRole::administrator:
+        return "administrator";
+    default:
+        return "nobody";
+    }
+}
+
+} // namespace cg

@@ -1,0 +1,169 @@
+// What the doctor's checks share.
+#include "doctor/doctor_checks.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "base/failure.h"
+#include "base/text.h"
+#include "loop/settings.h"
+#include "store/connection/configuration.h"
+
+namespace cg
+{
+
+namespace
+{
+
+constexpr std::size_t most_listed = 8;
+
+// The value of "name=" in a line of the server's list of clients.
+std::string field(const std::string &line, const std::string &name)
+{
+    const std::string wanted = ' ' + name + '=';
+    const std::string whole = ' ' + line;
+    const std::size_t at = whole.find(wanted);
+    if (at == std::string::npos) {
+        return {};
+    }
+    const std::size_t begin = at + wanted.size();
+    return whole.substr(begin, whole.find(' ', begin) - begin);
+}
+
+int64_t number_field(const std::string &line, const std::string &name)
+{
+    return to_number(field(line, name), 0, INT64_MAX).value_or(0);
+}
+
+} // namespace
+
+Examination::Examination(const Session &own_session, std::string folder)
+    : session(own_session), module_folder(std::move(folder))
+{
+}
+
+vx_mom::Inspection &Examination::server(int32_t database)
+{
+    auto found = servers_.find(database);
+    if (found == servers_.end()) {
+        found = servers_.emplace(database, vx_mom::Inspection(database, patience)).first;
+    }
+    return found->second;
+}
+
+vx_mom::Inspected Examination::ask(const std::vector<std::string> &command, int32_t database)
+{
+    auto reply = server(database).ask(command, patience);
+    if (!reply) {
+        throw Failure(failed, "the connection to the store was lost: " + server(database).problem());
+    }
+    return std::move(*reply);
+}
+
+std::string Examination::told(const std::string &name) const
+{
+    const std::string wanted = '\n' + name + ':';
+    const std::size_t at = info.find(wanted);
+    if (at == std::string::npos) {
+        return {};
+    }
+    const std::size_t begin = at + wanted.size();
+    return info.substr(begin, info.find_first_of("\r\n", begin) - begin);
+}
+
+std::vector<ClientLine> Examination::clients()
+{
+    const vx_mom::Inspected reply = ask({"CLIENT", "LIST"});
+    if (reply.is_error()) {
+        throw Failure(failed, "the server does not list its clients: " + reply.text);
+    }
+    std::vector<ClientLine> found;
+    std::istringstream lines(reply.text);
+    for (std::string line; std::getline(lines, line);) {
+        found.push_back({field(line, "name"), field(line, "user"), number_field(line, "db"),
+                         number_field(line, "sub"), number_field(line, "psub")});
+    }
+    return found;
+}
+
+Store &Examination::store()
+{
+    if (!store_) {
+        store_.emplace(session);
+    }
+    return *store_;
+}
+
+std::vector<std::string> Examination::registered_modules() const
+{
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < std::min(modules.entries.size(), most_modules); ++i) {
+        names.push_back(modules.entries[i].name);
+    }
+    return names;
+}
+
+std::string Examination::cgctl(const std::string &arguments) const
+{
+    const std::string endpoint =
+        session.endpoint.empty() ? "" : "--endpoint " + shell_word(session.endpoint) + ' ';
+    return "`cgctl " + endpoint + arguments + '`';
+}
+
+// Where redis-cli has to go. Of a group that is the server which answered, and it says where it is.
+std::string Examination::address()
+{
+    std::string ignored;
+    const auto place = vx_mom::configured_place(ignored);
+    if (!place) {
+        return {};
+    }
+    std::string text;
+    if (!place->endpoint.path.empty()) {
+        text = " -s " + shell_word(place->endpoint.path);
+    } else if (place->endpoint.group.empty()) {
+        text = " -h " + shell_word(place->endpoint.host) + " -p " + std::to_string(place->endpoint.port);
+    } else {
+        const std::string here = field(ask({"CLIENT", "INFO"}).text, "laddr");
+        const std::size_t colon = here.rfind(':');
+        text = colon == std::string::npos ? ""
+                                          : " -h " + here.substr(0, colon) + " -p " + here.substr(colon + 1);
+    }
+    return text + (place->credentials.user.empty() ? "" : " --user " + shell_word(place->credentials.user));
+}
+
+std::string Examination::redis_cli(const std::string &arguments, int32_t database)
+{
+    // A password on the command line would be everybody's to read, and one asked for would come from the
+    // pipe.
+    const std::string file = platform::setting("VX_MOM_AUTH_FILE", "");
+    const std::string password =
+        file.empty() ? "" : "REDISCLI_AUTH=$(sed -n 's/^password *//p' " + shell_word(file) + ") ";
+    return password + "redis-cli" + address() + (database == 0 ? "" : " -n " + std::to_string(database)) +
+           ' ' + arguments;
+}
+
+Finding refused(const vx_mom::Inspected &error, const std::string &mend)
+{
+    if (error.text.starts_with("NOPERM")) {
+        return {State::skipped, "the server refuses to say: " + error.text, as_administrator};
+    }
+    if (error.text.starts_with("ERR unknown command")) {
+        return {State::skipped, "the server does not say: " + error.text};
+    }
+    return {State::fail, "the server answers: " + error.text, mend};
+}
+
+std::string listed(const std::vector<std::string> &texts)
+{
+    std::string result;
+    for (std::size_t i = 0; i < std::min(texts.size(), most_listed); ++i) {
+        result += (i == 0 ? "" : ", ") + texts[i];
+    }
+    if (texts.size() > most_listed) {
+        result += " and " + std::to_string(texts.size() - most_listed) + " more";
+    }
+    return result;
+}
+
+} // namespace cg

@@ -1,0 +1,219 @@
+// The doctor's look at what the store client keeps in the server, and at what comes of a write.
+//
+// A subscription that delivers nothing gives no error: a server behind a balancer, or a go-between that drops
+// what it did not ask for, looks healthy from everywhere but from the one who waits. So a canary is written,
+// with a type, a counter and an index of its own, of which nothing remains.
+#include <random>
+
+#include "doctor/doctor_checks.h"
+#include "store/codec/names.h"
+
+namespace cg
+{
+
+namespace
+{
+
+constexpr const char *canary_type = "@canary";
+constexpr const char *canary_field = "6";
+
+std::string databases(const std::vector<std::string> &numbers)
+{
+    return (numbers.size() == 1 ? "database " : "databases ") + listed(numbers);
+}
+
+std::string random_word()
+{
+    std::random_device random;
+    return std::to_string(random()) + std::to_string(random());
+}
+
+// The value of a field in a reply that alternates names and values.
+std::string value_of(const vx_mom::Inspected &fields, const std::string &name)
+{
+    for (std::size_t i = 0; i + 1 < fields.items.size(); i += 2) {
+        if (fields.items[i].text == name) {
+            return fields.items[i + 1].text;
+        }
+    }
+    return {};
+}
+
+// What is wrong with the registration of one database's data; empty when nothing is.
+std::string registration_problem(const Examination &examination, const vx_mom::Inspected &set,
+                                 const vx_mom::Inspected &runs)
+{
+    if (set.text.empty()) {
+        return "the data has no identity";
+    }
+    const std::string run = examination.told("run_id") + ':' + examination.told("master_replid");
+    const std::string present = value_of(runs, value_of(runs, "now"));
+    if (present.substr(0, present.find(' ')) != run) {
+        return "the server's present run is not registered";
+    }
+    return value_of(runs, "library") == vx_mom::library_digest()
+               ? ""
+               : "the functions were registered in another version";
+}
+
+std::string item(const std::string &text)
+{
+    return std::to_string(text.size()) + ':' + text;
+}
+
+// One canary in one database.
+class Canary
+{
+public:
+    Canary(Examination &examination, int32_t database)
+        : examination_(examination), database_(database), word_(random_word()),
+          key_(std::string(canary_type) + ':' + word_), channel_(vx_mom::channel_prefix(database) + key_),
+          listener_(database, examination.patience)
+    {
+    }
+    // Sends it and removes it.
+    Finding fly();
+
+private:
+    Finding listen();
+    Finding write_and_wait();
+    Finding remove();
+
+    Examination &examination_;
+    int32_t database_;
+    std::string word_;
+    std::string key_;
+    std::string channel_;
+    vx_mom::Inspection listener_;
+};
+
+Finding Canary::fly()
+{
+    Finding listening = listen();
+    if (listening.state != State::ok) {
+        return listening;
+    }
+    Finding arrival = write_and_wait();
+    Finding removal = remove();
+    return arrival.state == State::ok ? removal : arrival;
+}
+
+Finding Canary::listen()
+{
+    const auto reply = listener_.ask({"SUBSCRIBE", channel_}, examination_.patience);
+    if (!reply) {
+        return {State::fail, "a second connection cannot subscribe: " + listener_.problem(),
+                "look into the server's log; `maxclients` may be too small"};
+    }
+    return reply->is_error() ? refused(*reply, "look into the server's log") : Finding{};
+}
+
+Finding Canary::write_and_wait()
+{
+    const vx_mom::Inspected written = examination_.ask(
+        {"FCALL", vx_mom::set_function, "3", key_, vx_mom::counter_key(canary_type),
+         vx_mom::index_key(canary_type), vx_mom::channel_prefix(database_), "", canary_field, word_},
+        database_);
+    if (written.is_error()) {
+        return refused(written, "a write has to be possible: free memory (`maxmemory`) or disk space as the "
+                                "server's words say");
+    }
+    const std::string expected =
+        item(written.text) + item("4") + item("1") + item(canary_field) + item(word_);
+    const auto message = listener_.next(examination_.patience);
+    if (!message) {
+        return {
+            State::fail, "a change is published, but does not arrive at its subscriber",
+            "let VX_MOM_ENDPOINT lead to the server itself: no balancer over several servers, and nothing "
+            "in between that drops what is pushed"};
+    }
+    if (message->items.size() != 3 || message->items[1].text != channel_ ||
+        message->items[2].text != expected) {
+        return {State::fail, "what arrives at a subscriber is not what was written",
+                "let VX_MOM_ENDPOINT lead to the server itself, with nothing in between"};
+    }
+    return {};
+}
+
+// With those that an examination which was killed left behind.
+Finding Canary::remove()
+{
+    std::vector<std::string> command{"DEL", key_, vx_mom::counter_key(canary_type),
+                                     vx_mom::index_key(canary_type)};
+    for (const vx_mom::Inspected &member :
+         examination_.ask({"SMEMBERS", vx_mom::index_key(canary_type)}, database_).items) {
+        command.push_back(member.text);
+    }
+    const vx_mom::Inspected removed = examination_.ask(command, database_);
+    if (removed.is_error()) {
+        const std::string by_hand = "DEL " + key_ + ' ' + command[2] + ' ' + command[3];
+        return {State::fail, "the canary cannot be removed: " + removed.text,
+                '`' + examination_.redis_cli(by_hand, database_) + '`'};
+    }
+    return {};
+}
+
+} // namespace
+
+Finding look_at_functions(Examination &examination)
+{
+    const std::string mend =
+        "`cgctl doctor --functions | " + examination.redis_cli("-x FUNCTION LOAD REPLACE") + '`';
+    const vx_mom::Inspected reply =
+        examination.ask({"FUNCTION", "LIST", "LIBRARYNAME", vx_mom::library_name, "WITHCODE"});
+    if (reply.is_error()) {
+        return refused(reply, mend);
+    }
+    if (reply.items.empty()) {
+        return {State::fail, std::string("the function library ") + vx_mom::library_name + " is missing",
+                mend};
+    }
+    if (value_of(reply.items[0], "library_code") != vx_mom::library_code()) {
+        return {State::fail,
+                std::string("the function library ") + vx_mom::library_name + " is of another version", mend};
+    }
+    std::string found = vx_mom::library_name;
+    found += ", of this version";
+    return {State::ok, found};
+}
+
+Finding look_at_data_set(Examination &examination)
+{
+    std::vector<std::string> wrong;
+    std::string problem;
+    for (const int32_t database : daemon_databases) {
+        const vx_mom::Inspected set = examination.ask({"GET", vx_mom::data_set_key}, database);
+        const vx_mom::Inspected runs = examination.ask({"HGETALL", vx_mom::runs_key}, database);
+        for (const vx_mom::Inspected *reply : {&set, &runs}) {
+            if (reply->is_error()) {
+                const std::string keys = std::string(vx_mom::data_set_key) + ' ' + vx_mom::runs_key;
+                return refused(*reply, '`' + examination.redis_cli("DEL " + keys, database) + "`, then " +
+                                           examination.cgctl("list"));
+            }
+        }
+        const std::string here = registration_problem(examination, set, runs);
+        if (!here.empty()) {
+            wrong.push_back(std::to_string(database));
+            problem = here;
+        }
+    }
+    if (!wrong.empty()) {
+        return {State::fail, databases(wrong) + ": " + problem,
+                examination.cgctl("list") + " as a user who may register it: the daemon or an administrator"};
+    }
+    return {State::ok, "the server's present run is registered in 1, 28 and 33"};
+}
+
+Finding send_canaries(Examination &examination)
+{
+    for (const int32_t database : daemon_databases) {
+        Finding finding = Canary(examination, database).fly();
+        if (finding.state != State::ok) {
+            finding.found = databases({std::to_string(database)}) + ": " + finding.found;
+            return finding;
+        }
+    }
+    return {State::ok, "a canary arrived in 1, 28 and 33"};
+}
+
+} // namespace cg

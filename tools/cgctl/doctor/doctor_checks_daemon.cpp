@@ -1,0 +1,133 @@
+// The doctor's look at the daemon: there, listening, and of the same opinion as the folder and the store.
+#include <algorithm>
+#include <set>
+
+#include "base/failure.h"
+#include "base/text.h"
+#include "cards/daemon_view.h"
+#include "doctor/doctor_checks.h"
+#include "shell/client.h"
+
+namespace cg
+{
+
+namespace
+{
+
+constexpr const char *restart = "`systemctl restart app_cg`";
+// A command runs on the daemon's loop: it waits until a store call that blocks the loop has given up.
+constexpr std::chrono::seconds beyond_a_store_call{1};
+
+Finding no_answer(const ssat::Error &error)
+{
+    switch (error.failure()) {
+    case ssat::Failure::nobody_there:
+        return {State::fail, std::string("no daemon: ") + error.what(),
+                "`systemctl start app_cg`; if it runs, set SSAT_SOCKET to the socket of its debug shell"};
+    case ssat::Failure::not_permitted:
+        return {State::skipped, error.what(), "examine it as root or as the daemon's user"};
+    case ssat::Failure::timed_out:
+        return {State::fail, std::string("the daemon is there, but serves nobody: ") + error.what(), restart};
+    default:
+        return {State::fail, error.what(), restart};
+    }
+}
+
+std::string module_list(const std::set<std::string> &names)
+{
+    std::vector<std::string> quoted;
+    std::transform(names.begin(), names.end(), std::back_inserter(quoted), in_quotes);
+    return quoted.empty() ? "none" : listed(quoted);
+}
+
+} // namespace
+
+Finding look_at_role(Examination &examination)
+{
+    const RecordType &type = record_type("p_dev.dp_lib_grole");
+    std::optional<Json> record;
+    try {
+        record = examination.store().read(type, type.db, Json::object());
+    } catch (const Failure &failure) {
+        return {State::fail, failure.what(),
+                examination.cgctl("del dp_lib_grole") + ", then " + examination.cgctl("role master")};
+    }
+    if (!record) {
+        return {State::fail, "no role was written: the daemon publishes nothing in databases 28 and 33",
+                examination.cgctl("role master")};
+    }
+    const Json &role = (*record)["my_grole"];
+    if (role == "DM_ROLE_MASTER") {
+        return {State::ok, "master"};
+    }
+    return {State::ok, (role.is_string() ? role.get<std::string>() : dump(role)) +
+                           ": not the master, so the results in databases 28 and 33 are another device's"};
+}
+
+Finding look_for_daemon(Examination &examination)
+{
+    const std::string socket =
+        examination.session.socket.empty() ? ssat::socket_path(daemon_name) : examination.session.socket;
+    const auto patience = examination.patience + beyond_a_store_call;
+    try {
+        const ssat::Reply reply = ssat::run(socket, daemon_name, "dump_check_module", {}, patience);
+        if (reply.output_at.empty() && !reply.truncated) {
+            examination.daemon_modules = modules_in(reply.output);
+        }
+    } catch (const ssat::Error &error) {
+        return no_answer(error);
+    }
+    return {State::ok, "it answers at " + socket};
+}
+
+Finding look_at_daemon_connections(Examination &examination)
+{
+    std::set<int64_t> connected;
+    int64_t channels = 0;
+    int64_t patterns = 0;
+    for (const ClientLine &client : examination.clients()) {
+        if (client.name == daemon_name) {
+            connected.insert(client.db);
+            channels += client.db == 1 ? client.channels : 0;
+            patterns += client.db == 1 ? client.patterns : 0;
+        }
+    }
+    std::vector<std::string> missing;
+    for (const int32_t database : daemon_databases) {
+        if (!connected.contains(database)) {
+            missing.push_back(std::to_string(database));
+        }
+    }
+    if (!missing.empty()) {
+        return {State::fail, "the daemon is not connected to database " + listed(missing) + " of this store",
+                "let both have the same VX_MOM_ENDPOINT (/etc/app_cg/platform.conf), then " +
+                    std::string(restart)};
+    }
+    // The role's own channel, the cards' pattern, and the answers' once there are modules.
+    const bool expects_answers = examination.daemon_modules && !examination.daemon_modules->empty();
+    if (channels < 1 || patterns < (expects_answers ? 2 : 1)) {
+        return {State::fail, "the daemon is connected, but has not subscribed to all that it acts on",
+                restart};
+    }
+    return {State::ok, "connected to 1, 28 and 33, and listening"};
+}
+
+Finding look_at_daemon_modules(Examination &examination)
+{
+    if (!examination.daemon_modules) {
+        return {State::skipped, "the daemon's output no longer comes here since it wrote its collect file"};
+    }
+    const std::vector<std::string> &names = *examination.daemon_modules;
+    const std::set<std::string> known(names.begin(), names.end());
+    const std::vector<std::string> in_folder = examination.registered_modules();
+    const std::set<std::string> wanted(in_folder.begin(), in_folder.end());
+    if (known != wanted) {
+        return {State::warn,
+                "the daemon asks " + module_list(known) + ", the folder names " + module_list(wanted) +
+                    "; it reads the folder only when it connects",
+                restart};
+    }
+    return {State::ok, "the daemon asks those of the folder"};
+}
+
+} // namespace cg

@@ -1,0 +1,183 @@
+// The doctor's look at who may do what.
+#include <algorithm>
+#include <iterator>
+#include <set>
+
+#include "acl/acl_check.h"
+#include "acl/acl_users.h"
+#include "base/text.h"
+#include "doctor/doctor_checks.h"
+#include "loop/settings.h"
+#include "store/codec/names.h"
+
+namespace cg
+{
+
+namespace
+{
+
+// A line of the server's list of users: "user NAME on nopass ~* &* +@all".
+struct UserLine {
+    std::string name;
+    bool is_all_powerful = false;
+    bool is_open = false; // nobody needs a password to be this user
+};
+
+UserLine user_line(const std::string &line)
+{
+    const std::string padded = line + ' ';
+    const auto has = [&](const char *word) { return padded.find(word) != std::string::npos; };
+    const std::size_t begin = line.find(' ') + 1;
+    return {line.substr(begin, line.find(' ', begin) - begin), has(" on ") && has(" ~* ") && has(" +@all "),
+            has(" nopass ")};
+}
+
+// Where the files of credentials are: beside the one in use, or where the manual puts them.
+std::string secrets_folder()
+{
+    const std::string own = platform::setting("VX_MOM_AUTH_FILE", "");
+    const std::size_t slash = own.rfind('/');
+    return slash == std::string::npos || slash == 0 ? "/etc/app_cg/secrets" : own.substr(0, slash);
+}
+
+// The file that the server keeps its users in; empty when it has none, or does not tell.
+std::string users_file(Examination &examination)
+{
+    const vx_mom::Inspected reply = examination.ask({"CONFIG", "GET", "aclfile"});
+    return reply.items.size() == 2 ? reply.items[1].text : std::string();
+}
+
+// How the server gets the users that it should have; by way of another file, since an empty list, which is
+// what a command that fails leaves, is one user who may do everything.
+std::string list_of_users(Examination &examination)
+{
+    const std::string known = users_file(examination);
+    const std::string file = known.empty() ? "/etc/redis/users.acl" : known;
+    const std::string folder = examination.module_folder == default_module_folder
+                                   ? ""
+                                   : "--modules " + shell_word(examination.module_folder) + ' ';
+    const std::string secrets = shell_word(secrets_folder());
+    const std::string print = "`install -d -m 0711 " + secrets + "`, `cgctl acl " + folder + "--secrets " +
+                              secrets + " --create > " + shell_word(file + ".new") + "`, `test -s " +
+                              shell_word(file + ".new") + " && cp " + shell_word(file + ".new") + ' ' +
+                              shell_word(file) + "`, then ";
+    return known.empty()
+               ? print + "`aclfile " + file + "` in the server's configuration file, and restart the server"
+               : print + '`' + examination.redis_cli("ACL LOAD") + '`';
+}
+
+Finding without_users(const Examination &examination)
+{
+    return {State::skipped, examination.has_users ? "there are no users but one who may do everything"
+                                                  : "the server does not tell about its users"};
+}
+
+// Two entries that the daemon cuts to one name are one module, and two to remove.
+class Absent
+{
+public:
+    void add(const Examination &examination, const ModuleEntry &entry)
+    {
+        if (names_.insert(entry.name).second) {
+            said_ += (said_.empty() ? "" : ", ") + entry.name;
+            users_ +=
+                std::string(users_.empty() ? "" : ", ") + module_user_prefix + vx_mom::key_part(entry.name);
+        }
+        entries_ += ' ' + shell_word(examination.module_folder + '/' + entry.file_name);
+        number_++;
+    }
+
+    // All of them: whoever starts one and asks again should not learn of the next only then.
+    [[nodiscard]] Finding finding() const
+    {
+        if (names_.empty()) {
+            return {State::ok, "all are connected"};
+        }
+        const bool is_one = names_.size() == 1;
+        return {State::warn,
+                std::string("no client of the store is ") + (is_one ? "the module " : "one of the modules ") +
+                    said_ + ": every card waits 300 seconds for " + (is_one ? "it" : "them") +
+                    " and is then admitted",
+                std::string("start ") + (is_one ? "the module as the user " : "each module as its user, ") +
+                    users_ + ", or remove " +
+                    (number_ == 1 ? "its entry" : "the entries of those that are not wanted") + ": `rm -r" +
+                    entries_ + '`'};
+    }
+
+private:
+    std::set<std::string> names_;
+    std::string said_;
+    std::string users_;
+    std::string entries_;
+    std::size_t number_ = 0;
+};
+
+} // namespace
+
+Finding look_at_users(Examination &examination)
+{
+    const vx_mom::Inspected reply = examination.ask({"ACL", "LIST"});
+    if (reply.is_error()) {
+        return refused(reply, "look into the server's log");
+    }
+    UserLine everybody;
+    bool has_module_users = false;
+    for (const vx_mom::Inspected &text : reply.items) {
+        const UserLine user = user_line(text.text);
+        has_module_users |= user.name.starts_with(module_user_prefix);
+        if (user.name == default_user) {
+            everybody = user;
+        }
+    }
+    examination.has_users = has_module_users || !everybody.is_all_powerful;
+    if (everybody.is_all_powerful) {
+        return {State::warn,
+                (everybody.is_open ? std::string("anyone who reaches the store")
+                                   : std::string("anyone who knows the store's one password")) +
+                    " may do everything",
+                list_of_users(examination) +
+                    "; VX_MOM_AUTH_FILE of the daemon, of each module and of this command names its file "
+                    "there, which the "
+                    "account that runs it has to be able to read (`chown`), before the server is restarted"};
+    }
+    return {State::ok, "access lists are in use"};
+}
+
+Finding look_at_rights(Examination &examination)
+{
+    if (!examination.has_users.value_or(false)) {
+        return without_users(examination);
+    }
+    const std::vector<std::string> names = examination.registered_modules();
+    const std::set<std::string> modules(names.begin(), names.end()); // twins have one user
+    AclInspector server(examination.patience);
+    const std::vector<AclFinding> problems = server.check(acl_users({modules.begin(), modules.end()}), {});
+    if (problems.empty()) {
+        return {State::ok, "each user may do what it must, and none of what was tried besides"};
+    }
+    std::vector<std::string> texts;
+    std::transform(problems.begin(), problems.end(), std::back_inserter(texts),
+                   [](const AclFinding &problem) { return problem.user + ' ' + problem.problem; });
+    return {State::fail, listed(texts), list_of_users(examination)};
+}
+
+Finding look_for_modules(Examination &examination)
+{
+    if (!examination.has_users.value_or(false)) {
+        return without_users(examination);
+    }
+    std::set<std::string> users;
+    for (const ClientLine &client : examination.clients()) {
+        users.insert(client.user);
+    }
+    Absent absent;
+    const std::vector<ModuleEntry> &entries = examination.modules.entries;
+    for (std::size_t i = 0; i < std::min(entries.size(), most_modules); ++i) {
+        if (!users.contains(module_user_prefix + vx_mom::key_part(entries[i].name))) {
+            absent.add(examination, entries[i]);
+        }
+    }
+    return absent.finding();
+}
+
+} // namespace cg

@@ -1,0 +1,207 @@
+// cgctl acl: the store server's users. Prints the list that the server should have, or checks the one that it
+// has.
+#include <algorithm>
+#include <cstdlib>
+
+#include "acl/acl_check.h"
+#include "acl/acl_users.h"
+#include "acl/secrets.h"
+#include "base/failure.h"
+#include "base/json.h"
+#include "base/text.h"
+#include "command_line/verbs.h"
+#include "modules/module_folder.h"
+#include "store/connection/configuration.h"
+
+namespace cg
+{
+
+namespace
+{
+
+
+struct AclOptions {
+    std::string modules = default_module_folder;
+    std::string secrets;
+    bool create = false;
+    bool check = false;
+};
+
+// The names that the daemon takes from the folder, each once.
+std::vector<std::string> module_names(const Session &session, const std::string &path)
+{
+    const ModuleFolder folder = read_module_folder(path);
+    if (!folder.readable) {
+        throw Failure(failed, "the folder of the modules " + in_quotes(path) + ": " + folder.problem +
+                                  "; --modules FOLDER names another one, an empty one if there are none");
+    }
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < folder.entries.size(); i++) {
+        const ModuleEntry &entry = folder.entries[i];
+        if (i >= most_modules) {
+            session.notice("module " + in_quotes(entry.file_name) + " gets no user: the daemon takes only " +
+                           std::to_string(most_modules) + " entries of the folder");
+        } else if (std::find(names.begin(), names.end(), entry.name) != names.end()) {
+            session.notice("module " + in_quotes(entry.file_name) + " shares a user with another one: " +
+                           "to the daemon both are called " + in_quotes(entry.name));
+        } else {
+            names.push_back(entry.name);
+        }
+    }
+    return names;
+}
+
+using Digests = std::map<std::string, std::string>;
+
+// The digests of the passwords by user; none without a folder of them.
+Digests read_digests(const Session &session, const AclOptions &options, const std::vector<AclUser> &users)
+{
+    Digests digests;
+    if (options.secrets.empty()) {
+        return digests;
+    }
+    for (const AclUser &user : users) {
+        if (user.role == AclRole::nobody) {
+            continue;
+        }
+        if (options.create && create_secret(options.secrets, user.name)) {
+            session.notice("made " + visible(secret_path(options.secrets, user.name)));
+        }
+        digests[user.name] = secret_digest(options.secrets, user.name);
+    }
+    return digests;
+}
+
+Json user_to_json(const AclUser &user, bool is_on, const std::string &line)
+{
+    if (!is_utf8(line)) { // a name that was cut within a character
+        throw Failure(failed, "the user " + in_quotes(user.name) +
+                                  " has bytes in its name that JSON cannot " +
+                                  "hold; the list without --json has them");
+    }
+    Json module = nullptr;
+    if (user.role == AclRole::module) {
+        module = visible(user.module);
+    }
+    return {{"user", visible(user.name)},
+            {"role", role_name(user.role)},
+            {"module", module},
+            {"on", is_on},
+            {"line", visible(line)}};
+}
+
+int print_users(const Session &session, const AclOptions &options)
+{
+    const std::vector<AclUser> users = acl_users(module_names(session, options.modules));
+    const Digests digests = read_digests(session, options, users);
+    if (digests.empty()) {
+        session.notice("without --secrets FOLDER no passwords are known, so every user is switched off; "
+                       "`cgctl acl --secrets FOLDER --create` makes them");
+    }
+    Json shown = Json::array();
+    for (const AclUser &user : users) {
+        const auto digest = digests.find(user.name);
+        const bool is_on = digest != digests.end();
+        const std::string line = acl_line(user, is_on ? std::optional(digest->second) : std::nullopt);
+        if (session.json) {
+            shown.push_back(user_to_json(user, is_on, line));
+        } else {
+            session.line(line);
+        }
+    }
+    if (session.json) {
+        session.line(dump(Json{{"users", shown}}));
+    }
+    return done;
+}
+
+std::string as_argument(const std::string &text)
+{
+    std::string argument = "'";
+    for (const char c : visible(text)) {
+        argument += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return argument + "'";
+}
+
+// What to do, whatever was found: the list as it should be, in the server's place for it. By way of another
+// file: a command that fails must not leave an empty list, which is one user who may do everything.
+std::string mend(const AclOptions &options, const std::string &users_file)
+{
+    const std::string modules = options.modules == default_module_folder
+                                    ? std::string()
+                                    : " --modules " + as_argument(options.modules);
+    const std::string secrets =
+        options.secrets.empty() ? std::string("FOLDER") : as_argument(options.secrets);
+    const std::string print =
+        "cgctl acl" + modules + " --secrets " + secrets + " --create > users.acl && cp users.acl ";
+    const std::string others = " (with users of your own added again)";
+    if (users_file.empty()) {
+        return "`" + print + "/etc/redis/users.acl`" + others + ", `aclfile /etc/redis/users.acl` in the " +
+               "server's configuration, and a restart of the server";
+    }
+    return "`" + print + as_argument(users_file) + "`" + others + ", and `ACL LOAD` on the server";
+}
+
+void check_settings()
+{
+    const std::string problem = vx_mom::configuration_problem();
+    if (!problem.empty()) {
+        throw Failure(wrong_usage, visible(problem));
+    }
+}
+
+int check_users(const Session &session, const AclOptions &options)
+{
+    check_settings();
+    const std::vector<AclUser> users = acl_users(module_names(session, options.modules));
+    const Digests digests = read_digests(session, options, users);
+    AclInspector server(vx_mom::configured_deadline());
+    const std::vector<AclFinding> findings = server.check(users, digests);
+    const std::string what_to_do = findings.empty() ? "" : mend(options, server.users_file());
+    Json shown = Json::array();
+    for (const AclFinding &finding : findings) {
+        if (session.json) {
+            shown.push_back(
+                {{"user", visible(finding.user)}, {"problem", finding.problem}, {"mend", what_to_do}});
+        } else {
+            session.line(visible(finding.user) + ": " + finding.problem + "; " + what_to_do);
+        }
+    }
+    if (session.json) {
+        session.line(dump(Json{{"ok", findings.empty()}, {"findings", shown}}));
+    }
+    return findings.empty() ? done : failed;
+}
+
+int run_acl(const Session &session, const AclOptions &options)
+{
+    if (options.create && (options.secrets.empty() || options.check)) {
+        throw Failure(wrong_usage, "--create makes what is missing in the folder of --secrets, which must be "
+                                   "given, and does not go with --check");
+    }
+    return options.check ? check_users(session, options) : print_users(session, options);
+}
+
+} // namespace
+
+void add_acl(CLI::App &app, Session &session)
+{
+    CLI::App *verb = add_verb(
+        app, session, "acl", "Print the store server's users, or check those it has",
+        "  cgctl acl --secrets /etc/app_cg/secrets --create > users.acl && cp users.acl /etc/redis/\n"
+        "  cgctl acl --check");
+    auto options = std::make_shared<AclOptions>();
+    verb->add_option("--modules", options->modules,
+                     "The folder that names the check modules (default /etc/app_cg/deny_check)")
+        ->type_name("FOLDER");
+    verb->add_option("--secrets", options->secrets,
+                     "The folder with a file of credentials for each user, named like the user")
+        ->type_name("FOLDER");
+    verb->add_flag("--create", options->create, "Make the missing files, with passwords drawn at random");
+    verb->add_flag("--check", options->check,
+                   "Try on the running server what each user must and must not be able to do");
+    set_action(*verb, session, options, run_acl);
+}
+
+} // namespace cg

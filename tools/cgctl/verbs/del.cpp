@@ -1,0 +1,64 @@
+// cgctl del: deletes a record, or all with the same first key fields.
+#include "access/store.h"
+#include "base/failure.h"
+#include "base/text.h"
+#include "command_line/named_record.h"
+
+namespace cg
+{
+
+namespace
+{
+
+int delete_one(const Session &session, const NamedRecord &named)
+{
+    Store store(session);
+    const Json key = key_part(*named.type, named.record);
+    if (!store.exists(*named.type, named.db, key)) {
+        throw Failure(failed, "no " + title(*named.type, named.record) + " in database " +
+                                  std::to_string(named.db) + "; nothing was deleted");
+    }
+    store.erase(*named.type, named.db, key);
+    return 0;
+}
+
+int delete_matching(const Session &session, const NamedRecord &named, const std::string &key_count)
+{
+    const int64_t most = named.type->key() == nullptr ? 0 : named.type->key()->n_fields;
+    const auto count = to_number(key_count, 0, most);
+    if (!count) {
+        throw Failure(wrong_usage, "--keys " + visible(key_count) + ": not a number of key fields; 0 to " +
+                                       std::to_string(most) + " for " + named.type->name());
+    }
+    Store store(session);
+    store.erase_matching(*named.type, named.db, key_part(*named.type, named.record),
+                         static_cast<int32_t>(*count));
+    return 0;
+}
+
+int del(const Session &session, const RecordArguments &arguments, const std::optional<std::string> &key_count)
+{
+    const NamedRecord named = named_record(arguments);
+    require_key_only(named, "del");
+    return key_count ? delete_matching(session, named, *key_count) : delete_one(session, named);
+}
+
+} // namespace
+
+void add_del(CLI::App &app, Session &session)
+{
+    CLI::App *verb = add_verb(app, session, "del", "Delete a record, or those with the same first key fields",
+                              "  cgctl del card_info devid=1 slotid=3\n"
+                              "  cgctl del app_cg_card_check_ack devid=1 slotid=3 --keys 3");
+    auto arguments = std::make_shared<RecordArguments>();
+    auto key_count = std::make_shared<std::optional<std::string>>();
+    add_record_arguments(*verb, *arguments, "Key fields; those not given are 0 or empty");
+    verb->add_option("--keys", *key_count,
+                     "Delete every record whose first N key fields are these; 0 for all of the type")
+        ->type_name("N");
+    verb->callback([arguments, key_count, &session] {
+        session.action = [arguments, key_count, &session] { return del(session, *arguments, *key_count); };
+    });
+}
+
+} // namespace cg

@@ -1,0 +1,368 @@
+// cgctl history: every decision, from the recorder's file.
+//
+// Where nobody listened the list says so in its place: a list without holes would be believed.
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <set>
+
+#include "admission/card_text.h"
+#include "base/failure.h"
+#include "base/text.h"
+#include "base/times.h"
+#include "cards/past.h"
+#include "command_line/verbs.h"
+#include "history/reader.h"
+#include "modules/module_folder.h"
+#include "records/position.h"
+#include "screen/decision_chart.h"
+
+namespace cg
+{
+
+namespace
+{
+
+struct HistoryOptions {
+    std::string position{};
+    std::optional<std::string> since{};
+    std::optional<std::string> until{};
+    std::string outcome{};
+    std::string module{};
+    std::string newest{};
+    std::string svg{};
+    std::string color = "auto";
+    std::string history{};
+    bool answers = false;
+    bool chart = false;
+};
+
+// All that was asked for.
+struct Found {
+    std::string file{};
+    std::vector<history::Decision> decisions{};
+    std::vector<history::Gap> gaps{};
+    std::vector<history::LifeEvent> life{};
+    std::optional<Time> alive_at{};
+    std::optional<Time> begun_at{};
+};
+
+std::size_t bars_on_a_screen()
+{
+    constexpr std::size_t bars = 24;
+    return bars;
+}
+
+history::Outcome outcome_named(const std::string &word)
+{
+    if (const auto outcome = admission::outcome_of(word)) {
+        return *outcome;
+    }
+    std::vector<std::string> words;
+    for (std::size_t i = 0; i < outcome_count; ++i) {
+        words.emplace_back(admission::word_of(static_cast<history::Outcome>(i)));
+    }
+    throw Failure(wrong_usage, "unknown outcome " + in_quotes(word) + "; " + suggestion(word, words));
+}
+
+history::Filter filter_of(const HistoryOptions &options, Time now)
+{
+    history::Filter filter;
+    filter.module = options.module;
+    if (!options.position.empty()) {
+        filter.position = parse_position(options.position);
+    }
+    if (options.since) {
+        filter.from = parse_moment(*options.since, "--since", now);
+    }
+    if (options.until) {
+        filter.until = parse_moment(*options.until, "--until", now);
+    }
+    if (filter.from && filter.until && *filter.from >= *filter.until) {
+        throw Failure(wrong_usage, "--since is not before --until");
+    }
+    if (!options.outcome.empty()) {
+        filter.outcome = outcome_named(options.outcome);
+    }
+    if (!options.newest.empty()) {
+        const auto count = to_number(options.newest, 1, INT32_MAX);
+        if (!count) {
+            throw Failure(wrong_usage,
+                          "--last " + visible(options.newest) + ": not a number of decisions, 1 or more");
+        }
+        filter.newest = static_cast<std::size_t>(*count);
+    }
+    return filter;
+}
+
+// Gaps before the first decision that is shown are not what was asked for.
+Found find(const HistoryOptions &options, const history::Filter &filter)
+{
+    const history::Reader reader(history::path_or_default(options.history));
+    Found found;
+    found.file = reader.path();
+    found.decisions = reader.decisions(filter);
+    std::optional<Time> from = filter.from;
+    if (filter.newest && found.decisions.size() == *filter.newest) {
+        from = found.decisions.front().decided_at;
+    }
+    found.gaps = reader.gaps(from, filter.until);
+    found.life = reader.life(from, filter.until);
+    found.alive_at = reader.alive_at();
+    found.begun_at = reader.begun_at();
+    return found;
+}
+
+std::string answer_line(const history::Answer &answer)
+{
+    std::string line = "    " + visible(answer.module) + (answer.ret == 0 ? " PASS" : " DENY");
+    if (answer.took) {
+        line += " after " + seconds_text(*answer.took);
+    }
+    if (!answer.reason.empty()) {
+        line += ": " + visible(answer.reason);
+    }
+    return line + (answer.registered ? "" : " (no registered module, so it was passed over)");
+}
+
+Tone tone_of_outcome(history::Outcome outcome)
+{
+    switch (outcome) {
+    case history::Outcome::denied:
+        return Tone::bad;
+    case history::Outcome::silence:
+    case history::Outcome::unseen:
+        return Tone::warning;
+    case history::Outcome::withdrawn:
+        return Tone::quiet;
+    default:
+        return Tone::good;
+    }
+}
+
+std::string decision_line(const history::Decision &decision, Time now, const Terminal &terminal)
+{
+    const history::CardFacts &card = decision.card;
+    std::string line = clock_text(decision.decided_at, now) + "  " + card.position.text() + "  " +
+                       (card.name.empty() ? "-" : visible(card.name));
+    line += (card.serial.empty() ? "" : " (serial " + visible(card.serial) + ')') + "  " +
+            toned(terminal, tone_of_outcome(decision.outcome), decision_text(decision));
+    if (const auto span = admission::duration_of(decision)) {
+        line += "  after " + seconds_text(*span);
+    }
+    line += decision.role ? "  as " + role_word(*decision.role) : "";
+    if (decision.complete) {
+        return line;
+    }
+    return line + (decision.requested_at ? "  (not known in full)" : "  (not seen from its beginning)");
+}
+
+std::string gap_line(const history::Gap &gap, Time now)
+{
+    return clock_text(gap.from, now) + " to " + (gap.until ? clock_text(*gap.until, now) : "now") + "  " +
+           visible(gap.why) + ": decisions may be missing";
+}
+
+std::string life_line(const history::LifeEvent &event, Time now)
+{
+    return clock_text(event.at, now) +
+           (event.is_start ? "  the daemon started, process " + std::to_string(event.pid)
+                           : "  the daemon ended: " + visible(event.code) + ' ' + visible(event.status));
+}
+
+void print_lines(const Session &session, const Found &found, const HistoryOptions &options, Time now)
+{
+    const Terminal terminal = terminal_of(session, options.color);
+    std::multimap<Time, std::string> lines;
+    for (const history::Gap &gap : found.gaps) {
+        lines.emplace(gap.from, toned(terminal, Tone::warning, gap_line(gap, now)));
+    }
+    for (const history::LifeEvent &event : found.life) {
+        lines.emplace(event.at, life_line(event, now));
+    }
+    for (const history::Decision &decision : found.decisions) {
+        std::string text = decision_line(decision, now, terminal);
+        for (const history::Answer &answer : decision.answers) {
+            text += options.answers ? '\n' + answer_line(answer) : "";
+        }
+        lines.emplace(decision.decided_at, text);
+    }
+    for (const auto &line : lines) {
+        session.line(line.second);
+    }
+}
+
+Json time_or_null(const std::optional<Time> &time)
+{
+    return time ? Json(utc_text(*time)) : Json(nullptr);
+}
+
+Json recorded_json(const history::Decision &decision)
+{
+    const history::CardFacts &card = decision.card;
+    Json json{{"card", card.position.text()},
+              {"devid", card.position.devid},
+              {"slotid", card.position.slotid},
+              {"sslotid", card.position.sslotid},
+              {"name", card.name},
+              {"serial", card.serial},
+              {"node_type", short_type(card.node_type)},
+              {"config_dev_type", card.config_dev_type},
+              {"nodeid", card.nodeid},
+              {"tipc_nodeid", card.tipc_nodeid},
+              {"is_online", card.online}};
+    json.update(decision_json(decision));
+    const auto span = admission::duration_of(decision);
+    json["took_s"] = span ? Json(static_cast<double>(span->count()) / 1000) : Json(nullptr);
+    return json;
+}
+
+Json json_of(const Found &found)
+{
+    Json json{{"version", 1},
+              {"file", found.file},
+              {"begun_at", time_or_null(found.begun_at)},
+              {"recorded_until", time_or_null(found.alive_at)},
+              {"decisions", Json::array()},
+              {"gaps", Json::array()},
+              {"daemon", Json::array()}};
+    for (const history::Decision &decision : found.decisions) {
+        json["decisions"].push_back(recorded_json(decision));
+    }
+    for (const history::Gap &gap : found.gaps) {
+        json["gaps"].push_back(
+            {{"from", utc_text(gap.from)}, {"until", time_or_null(gap.until)}, {"why", gap.why}});
+    }
+    for (const history::LifeEvent &event : found.life) {
+        json["daemon"].push_back(
+            event.is_start ? Json{{"at", utc_text(event.at)}, {"event", "start"}, {"pid", event.pid}}
+                           : Json{{"at", utc_text(event.at)},
+                                  {"event", "exit"},
+                                  {"code", event.code},
+                                  {"status", event.status}});
+    }
+    return json;
+}
+
+void write_svg(const std::string &path, const std::string &svg)
+{
+    std::ofstream file(path, std::ios::trunc);
+    file << svg;
+    file.close();
+    if (!file) {
+        throw Failure(failed, "cannot write " + visible(path) + ": " + std::strerror(errno));
+    }
+}
+
+void draw(const Session &session, const Found &found, const HistoryOptions &options,
+          const history::Filter &filter, Time now)
+{
+    constexpr std::size_t bars_in_a_picture = 120;
+    constexpr std::size_t margin = 30; // for times and numbers; gaps have what is left
+    const bool none = found.decisions.empty();
+    const Time first = none ? found.begun_at.value_or(now) : found.decisions.front().decided_at;
+    const Time from = filter.from.value_or(first);
+    const Time until = std::max(filter.until.value_or(now), from + std::chrono::seconds(1));
+    if (!options.svg.empty()) {
+        write_svg(options.svg,
+                  chart_svg(make_chart(found.decisions, found.gaps, from, until, bars_in_a_picture)));
+    }
+    if (options.chart && !session.json) {
+        const Terminal terminal = terminal_of(session, options.color);
+        const std::size_t columns = terminal.width > margin + 10 ? terminal.width - margin : 50;
+        const Chart chart = make_chart(found.decisions, found.gaps, from, until, bars_on_a_screen());
+        for (const std::string &line : chart_lines(chart, columns, terminal)) {
+            session.line(line);
+        }
+    }
+}
+
+// "no decision on 1/3/0 with outcome denied and module m1 is recorded for that time"
+std::string nothing_found(const history::Filter &filter)
+{
+    std::string text = "no decision";
+    text += filter.position ? " on " + filter.position->text() : "";
+    text += filter.outcome ? std::string(" with outcome ") + admission::word_of(*filter.outcome) : "";
+    if (!filter.module.empty()) {
+        text += (filter.outcome ? " and module " : " with module ") + visible(filter.module);
+    }
+    return text + " is recorded" + (filter.from || filter.until ? " for that time" : "");
+}
+
+// Nothing is found of a module that is not there, too.
+std::string doubt_about(const std::string &module, const std::string &file)
+{
+    std::set<std::string> known;
+    for (const history::ModuleStatistics &numbers : history::Reader(file).module_statistics({})) {
+        known.insert(numbers.module);
+    }
+    for (const ModuleEntry &entry : read_module_folder(default_module_folder).entries) {
+        known.insert(entry.name);
+    }
+    if (module.empty() || known.contains(module)) {
+        return "";
+    }
+    return "; no module of that name is known" +
+           (known.empty() ? "" : "; " + suggestion(module, {known.begin(), known.end()}));
+}
+
+int run_history(const Session &session, const HistoryOptions &options)
+{
+    const Time now = std::chrono::system_clock::now();
+    const history::Filter filter = filter_of(options, now);
+    terminal_of(session, options.color); // refuses a wrong word before anything is written
+    const Found found = find(options, filter);
+    if (!options.svg.empty() || options.chart) {
+        draw(session, found, options, filter, now);
+    }
+    if (session.json) {
+        session.line(dump(json_of(found)));
+    } else if (!options.chart && options.svg.empty()) {
+        print_lines(session, found, options, now);
+    }
+    if (const std::string text = not_recorded_text({found.alive_at}, now); !text.empty()) {
+        session.notice(text);
+    }
+    if (!found.decisions.empty()) {
+        return done;
+    }
+    const std::string nothing = nothing_found(filter);
+    if (filter.position || filter.outcome || !filter.module.empty()) {
+        throw Failure(failed, nothing + doubt_about(filter.module, found.file));
+    }
+    session.notice(nothing); // a quiet time is none's fault
+    return done;
+}
+
+} // namespace
+
+void add_history(CLI::App &app, Session &session)
+{
+    CLI::App *verb =
+        add_verb(app, session, "history",
+                 "Tell every decision that the recorder kept: the card, who decided, who was silent, why",
+                 "  cgctl history --since 2h\n"
+                 "  cgctl history 1/3 --answers\n"
+                 "  cgctl history --outcome silence --since 2026-11-20 --json\n"
+                 "  cgctl history --since 7d --chart --svg week.svg");
+    auto options = std::make_shared<HistoryOptions>();
+    verb->add_option("POS", options->position, "Only decisions on this card");
+    verb->add_option("--since", options->since,
+                     "From then on: 90s, 30m, 2h or 7d ago, or 2026-11-20[T14:02[:11]][Z]")
+        ->type_name("TIME");
+    verb->add_option("--until", options->until, "Before then")->type_name("TIME");
+    verb->add_option("--outcome", options->outcome,
+                     "Only those that ended so; silence: passed by silence of a module")
+        ->type_name("passed|silence|denied|exempt|unasked|withdrawn|unseen");
+    verb->add_option("--module", options->module, "Only those that it answered, or was silent to")
+        ->type_name("MODULE");
+    verb->add_option("--last", options->newest, "Only so many, the newest ones")->type_name("N");
+    verb->add_flag("-v,--answers", options->answers, "Tell each module's answer, too");
+    verb->add_flag("--chart", options->chart, "Draw bars over time instead, a letter for each decision");
+    verb->add_option("--svg", options->svg, "Draw them into a file for a browser")->type_name("FILE");
+    add_view_options(*verb, options->color, options->history);
+    set_action(*verb, session, options, run_history);
+}
+
+} // namespace cg

@@ -1,0 +1,109 @@
+// cgctl module run: a check module whose examination is a command.
+#include <cstdlib>
+
+#include "access/store.h"
+#include "base/failure.h"
+#include "base/text.h"
+#include "modules/module_folder.h"
+#include "run/check_runner.h"
+#include "verbs/module_verbs.h"
+
+namespace cg
+{
+
+namespace
+{
+
+constexpr int64_t most_parallel = 256;
+constexpr double longest_limit_s = 86400;
+
+struct RunOptions {
+    std::string name;
+    std::string parallel = "4";
+    std::string timeout_s = "240"; // below the 300 s after which the daemon admits a card unasked
+};
+
+void check_name(const std::string &name)
+{
+    if (const std::string mistake = module_name_mistake(name); !mistake.empty()) {
+        throw Failure(wrong_usage, mistake);
+    }
+}
+
+std::size_t parallel(const std::string &text)
+{
+    const auto count = to_number(text, 1, most_parallel);
+    if (!count) {
+        throw Failure(wrong_usage,
+                      "--parallel " + visible(text) + ": not a number of commands from 1 to 256");
+    }
+    return static_cast<std::size_t>(*count);
+}
+
+int run_module(const Session &session, const RunOptions &options)
+{
+    check_name(options.name);
+    require_command(session, "cgctl module run " + options.name + " -- ./check");
+    CheckRunner::Options settings{options.name, session.command, parallel(options.parallel),
+                                  time_limit(options.timeout_s)};
+    // The module would wait for a store as long as it takes; a wrong endpoint is to be told at once.
+    Store(session).connect(record_type("p_libpub.app_cg_card_check_info").db);
+    CheckRunner(session, std::move(settings)).run();
+    return done;
+}
+
+} // namespace
+
+std::chrono::duration<double> time_limit(const std::string &text)
+{
+    char *end = nullptr;
+    const double seconds = strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(seconds > 0) || seconds > longest_limit_s) {
+        throw Failure(wrong_usage,
+                      "--timeout " + visible(text) + ": not a time in seconds, above 0 and up to 86400");
+    }
+    return std::chrono::duration<double>(seconds);
+}
+
+void require_command(const Session &session, const std::string &example)
+{
+    if (session.command.empty()) {
+        throw Failure(wrong_usage, "no command; put it at the end, as in `" + example + "`");
+    }
+    if (!is_executable(session.command.front())) {
+        throw Failure(wrong_usage, "command " + in_quotes(session.command.front()) +
+                                       " cannot be executed; a program in PATH, or a path to one");
+    }
+}
+
+void add_module(CLI::App &app, Session &session)
+{
+    const char *examples =
+        "  cgctl module run voltage -- ./check-voltage --strict\n"
+        "  cgctl module run power --timeout 10 -- sh -c 'test \"$CG_NODE_TYPE\" != DM_TYPE_SFC'";
+    CLI::App *module = add_verb(app, session, "module", "Be a check module, or try one", examples);
+    module->require_subcommand(1);
+    CLI::App *verb = add_verb(
+        *module, session, "run",
+        "Examine each card with a command. The card is in its environment: CG_MODULE, CG_CARD (1/3/0),\n"
+        "CG_DEVID, CG_SLOTID, CG_SSLOTID, CG_DEV_TYPE, CG_NODE_TYPE, CG_NODEID; from card_info "
+        "CG_CARD_NAME,\n"
+        "CG_SERIAL, CG_ONLINE. Exit status 0 is PASS; anything else DENY, with the first line of the output "
+        "as\n"
+        "the reason.",
+        examples);
+    auto options = std::make_shared<RunOptions>();
+    verb->add_option("NAME", options->name, "The module's name, at most 15 characters")
+        ->required()
+        ->type_name("MODULE");
+    verb->add_option("--parallel", options->parallel, "Commands at the same time (default 4)")
+        ->type_name("N");
+    verb->add_option("--timeout", options->timeout_s,
+                     "Seconds after which a command is ended and denies (default 240)")
+        ->type_name("S");
+    set_action(*verb, session, options, run_module);
+    add_module_test(*module, session);
+    add_module_replay(*module, session);
+}
+
+} // namespace cg

@@ -1,0 +1,26 @@
+// The verbs below `cgctl module` that have files of their own, and what they share.
+#ifndef TRY_MODULE_VERBS_H
+#define TRY_MODULE_VERBS_H
+
+#include <chrono>
+#include <string>
+
+#include "command_line/session.h"
+#include "command_line/verbs.h"
+
+namespace cg
+{
+
+void add_module_test(CLI::App &module, Session &session);
+void add_module_replay(CLI::App &module, Session &session);
+
+// A time limit as a user writes it. Throws Failure (wrong usage), naming the option --timeout.
+std::chrono::duration<double> time_limit(const std::string &text);
+
+// Throws Failure (wrong usage) when there is no command behind "--", or none that can be executed. `example`
+// is how it would be right.
+void require_command(const Session &session, const std::string &example);
+
+} // namespace cg
+
+#endif
