@@ -1,0 +1,81 @@
+// Who made a change, as text and back.
+#include "store/origin.h"
+
+#include <charconv>
+#include <optional>
+
+namespace store
+{
+
+namespace
+{
+
+// A whole number without a sign or leading zeros, and nothing else.
+std::optional<uint64_t> number_in(std::string_view text)
+{
+    uint64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool is_whole = error == std::errc() && end == text.data() + text.size();
+    return is_whole && text.front() != '0' ? std::optional(number) : std::nullopt;
+}
+
+Cause parse_cause(std::string_view text)
+{
+    if (text == "-") {
+        return {Cause::Kind::none};
+    }
+    if (text == "timer") {
+        return {Cause::Kind::timer};
+    }
+    if (text == "connection") {
+        return {Cause::Kind::connection};
+    }
+    const std::size_t blank = text.find(' ');
+    if (blank == std::string_view::npos || blank + 1 == text.size()) {
+        return {};
+    }
+    const std::optional<uint64_t> revision = number_in(text.substr(0, blank));
+    return revision ? Cause{Cause::Kind::record, *revision, std::string(text.substr(blank + 1))} : Cause{};
+}
+
+std::string text_of(const Cause &cause)
+{
+    switch (cause.kind) {
+    case Cause::Kind::none:
+        return " -";
+    case Cause::Kind::timer:
+        return " timer";
+    case Cause::Kind::connection:
+        return " connection";
+    case Cause::Kind::record:
+        return ' ' + std::to_string(cause.revision) + ' ' + cause.key;
+    case Cause::Kind::unknown:
+        break;
+    }
+    return "";
+}
+
+} // namespace
+
+std::string text_of(const Origin &origin)
+{
+    return origin.instance + '.' + std::to_string(origin.number) + text_of(origin.cause);
+}
+
+Origin parse_origin(std::string_view text)
+{
+    const std::size_t blank = text.find(' ');
+    const std::string_view writer = text.substr(0, blank);
+    const std::size_t dot = writer.rfind('.');
+    if (dot == std::string_view::npos || dot == 0) {
+        return {};
+    }
+    const std::optional<uint64_t> number = number_in(writer.substr(dot + 1));
+    if (!number) {
+        return {};
+    }
+    return {std::string(writer.substr(0, dot)), *number,
+            blank == std::string_view::npos ? Cause{} : parse_cause(text.substr(blank + 1))};
+}
+
+} // namespace store
