@@ -99,7 +99,7 @@ check_tidy()
     # Headers are seen through the files that include them; what no build compiles has no command to check by.
     # One file at a time: the analyzer of this version sees va_lists wrongly from the second file on.
     (cd "$project_root" && stages_sources | grep -E '\.(c|cpp)$' |
-        grep -E '^(src|builtin|tools/cgctl|kit|tests/unit|tests/recording_platform)/' |
+        grep -E '^(src|builtin|lib|tools/(cgctl|recorder|sim)|kit|tests/unit|tests/recording_platform)/' |
         xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy-14 --quiet -p build/lint) >"$log" 2>&1 && return 0
     grep -E '(warning|error):' "$log" | sort -u | head -n 60 >&2
     return 1

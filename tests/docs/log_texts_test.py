@@ -16,11 +16,11 @@ PAGE = (ROOT / "docs" / "operating.md").read_text(encoding="utf-8")
 LITERALS = r'((?:"(?:[^"\\]|\\.)*"\s*)+)'
 DAEMON = (re.compile(r"APP_CG_(?:FATAL|ERROR|WARN|NOTICE|INFO)\(\s*" + LITERALS),
           re.compile(r"printk_syslog_ext\((?:[^;\"]*\"[A-Z_]+\",)?[^;\"]*" + LITERALS))
-PLATFORM = (re.compile(r"PLATFORM_LOG\(\s*(?:platform::)?log_(?:warn|error),\s*" + LITERALS),
+PLATFORM = (re.compile(r"PLATFORM_LOG\(\s*(?:\w+::)?log_(?:warn|error),\s*" + LITERALS),
             re.compile(r"tell_starter\(\s*" + LITERALS), re.compile(r"perror\(\s*" + LITERALS),
             re.compile(r"fprintf\(stderr,\s*(?=\"platform: )" + LITERALS))
 # The recorder's messages are put together; what is looked for is the first long literal of each.
-RECORDER = re.compile(r'(?:\btell_|\bnotice|cgctl::Failure)\(((?:[^";]|"(?:[^"\\]|\\.)*")*);')
+RECORDER = re.compile(r'(?:\btell_|\bnotice|\bFailure)\(((?:[^";]|"(?:[^"\\]|\\.)*")*);')
 # Likewise the kit's, of which the part up to a semicolon is looked for.
 KIT = re.compile(r'(?:\b(?:log_?|tell)\(\s*APP_CG_KIT_(?:ERROR|WARNING),|\btry_later\(|\bwhy = |\bruntime_error\()'
                  r'((?:[^";]|"(?:[^"\\]|\\.)*")*);')
@@ -42,9 +42,11 @@ def recorder_texts() -> set[str]:
 def kit_texts() -> set[str]:
     """What a module made with the kit warns of, as the page shortens it."""
     found = set()
-    for path in sorted((ROOT / "kit" / "core").glob("*.cpp")):
+    about_names = ROOT / "lib" / "modules" / "module_name.cpp"
+    for path in [*sorted((ROOT / "kit" / "core").glob("*.cpp")), about_names]:
         source = path.read_text(encoding="utf-8")
-        for call in KIT.findall(source) + (KIT_NAME.findall(source) if path.name == "name.cpp" else []):
+        names = path == about_names or path.name == "name_lock.cpp"
+        for call in KIT.findall(source) + (KIT_NAME.findall(source) if names else []):
             literals = [text.split(";")[0].strip(" :(") for text in re.findall(r'"((?:[^"\\]|\\.)*)"', call)]
             found |= set([text for text in literals if len(text) >= len("the name")][:1])
     return found

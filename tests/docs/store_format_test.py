@@ -253,7 +253,7 @@ def schemas():
 
 def homes():
     """The database of each record type, as cgctl knows it."""
-    text = (ROOT / "tools" / "cgctl" / "record_types.cpp").read_text(encoding="utf-8")
+    text = (ROOT / "lib" / "records" / "record_types.cpp").read_text(encoding="utf-8")
     return {name: int(database) for name, database in re.findall(r'Home\{"([\w.]+)", (\d+)\}', text)}
 
 

@@ -369,8 +369,8 @@ TEST_P(MainTest, EachStartTimeIsTakenAtItsMoment)
 {
     const app_cg_global_t &g = g_app_cg_global;
     std::vector<std::string> seen;
-    const auto look = [&seen, &g](const char *function) {
-        recording::script_action(function, [&seen, &g, function] {
+    const auto look = [&seen](const char *function) {
+        recording::script_action(function, [&seen, function] {
             seen.push_back(std::string(function) + (is_set(g.time_run) ? " run" : "") +
                            (is_set(g.time_init_global) ? " global" : "") +
                            (is_set(g.time_init_st) ? " st" : "") + (is_set(g.time_ham_init) ? " ham" : ""));
