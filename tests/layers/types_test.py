@@ -11,67 +11,26 @@ Types within functions and within unnamed namespaces are nobody else's, and pass
 import argparse
 import collections
 import pathlib
-import re
 import sys
 import tempfile
 import unittest
 
-# What can hold a brace, or look like the beginning of a type, without being one.
-NOISE = re.compile(
-    r"""R"(?P<mark>[^()\\\s]{0,16})\(.*?\)(?P=mark)" | //(?:\\\n|[^\n])* | /\*.*?\*/
-        | "(?:\\.|[^"\\\n])*" | (?<![0-9a-fA-F])'(?:\\.|[^'\\\n])+' | ^[ \t]*\#(?:\\\n|[^\n])*""",
-    re.DOTALL | re.MULTILINE | re.VERBOSE,
-)
-TYPE = re.compile(
-    r"(?:^|\s)(?:struct|class|union|enum(?:\s+(?:class|struct))?)\s+(?:\[\[[^\]]*\]\]\s*)*"
-    r"(?P<name>[A-Za-z_][\w:]*(?:\s*<[^{}]*>)?)\s*(?:final\s*)?(?::(?!:).*)?$",
-    re.DOTALL,
-)
-NAMESPACE = re.compile(r"(?:^|\s)namespace\b\s*(?P<name>[\w:]*)\s*$")
-UNNAMED = None
+from sources import names, sources
 
 options = argparse.Namespace()
 
 
-def kind_of(head):
-    """What the brace behind these words opens: ("namespace" | "type" | "other", name)."""
-    found = NAMESPACE.search(head)
-    if found:
-        return "namespace", found["name"] or UNNAMED
-    if re.search(r'extern\s*""$', head):
-        return "namespace", ""
-    head = re.sub(r"template\s*<(?:[^<>]|<[^<>]*>)*>", " ", head)
-    found = TYPE.search(head)
-    if found and "(" not in head[: found.start("name")] and ")" not in found[0]:
-        return "type", found["name"]
-    return "other", ""
-
-
 def types_in(text):
     """The qualified names of the types that a source defines where others could see them."""
-    text = NOISE.sub(lambda match: '""' if match[0][0] in "\"'R" else " ", text)
-    scopes = []
-    head = ""
-    for piece in re.split(r"([{};])", text):
-        if piece == "{":
-            kind, name = kind_of(head.strip())
-            if kind == "type" and all(outer == "namespace" and of is not UNNAMED for outer, of in scopes):
-                yield "::".join([*(of for _, of in scopes if of), re.sub(r"\s", "", name)])
-            scopes.append((kind, name))
-        elif piece == "}" and scopes:
-            scopes.pop()
-        head = piece if piece not in "{};" else ""
-    if scopes:
-        raise ValueError(f"{len(scopes)} braces are not closed")
+    return [found.name for found in names(text) if found.kind == "type"]
 
 
 def definitions(source, folders):
     places = collections.defaultdict(list)
     for folder in folders:
-        for path in sorted((source / folder).rglob("*")):
-            if path.suffix in {".h", ".hpp", ".cpp"}:
-                for name in types_in(path.read_text()):
-                    places[name].append(str(path.relative_to(source)))
+        for path in sources(source / folder):
+            for name in types_in(path.read_text()):
+                places[name].append(str(path.relative_to(source)))
     return places
 
 
@@ -118,7 +77,7 @@ class TypesTest(unittest.TestCase):
         template <> struct std::hash<a::Six> {};
         """
         self.assertEqual(
-            list(types_in(text)),
+            types_in(text),
             ["a::b::One", "c::Two", "c::Three", "four", "five", "Outer::Parts", "std::hash<a::Six>"],
         )
 
@@ -132,7 +91,7 @@ class TypesTest(unittest.TestCase):
         class Declared; enum Forward : int; template <typename T, class U> void f(struct Argument *x) { }
         std::vector<struct Member> variable{1, 2}; auto lambda = [](struct Argument x) { return x; };
         """
-        self.assertEqual(list(types_in(text)), [])
+        self.assertEqual(types_in(text), [])
 
     def test_the_check_sees_two_of_a_name(self):
         with tempfile.TemporaryDirectory() as folder:
