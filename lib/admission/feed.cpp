@@ -201,7 +201,7 @@ CardFacts facts_of(const ProtobufCMessage &card_info)
     return facts;
 }
 
-void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, bool existing, Time at)
+void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, const Change &change)
 {
     if (cmd != VX_MOM_CMD_SET && cmd != VX_MOM_CMD_HMSET && cmd != VX_MOM_CMD_SCANNED &&
         cmd != VX_MOM_CMD_DELETED) {
@@ -209,13 +209,18 @@ void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, boo
     }
     static constexpr std::array handlers{feed_role,   feed_card,          feed_request, feed_answer,
                                          feed_result, feed_custom_status, feed_power};
-    const Event event{tracker, cmd == VX_MOM_CMD_DELETED, existing, at};
+    const Event event{tracker, cmd == VX_MOM_CMD_DELETED, change.existing, change.at};
     const auto &types = tracked_types();
     for (std::size_t i = 0; i < types.size(); ++i) {
         if (types.at(i).descriptor == record.descriptor) {
             handlers.at(i)(event, record);
         }
     }
+}
+
+void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, bool existing, Time at)
+{
+    feed(tracker, cmd, record, Change{at, existing});
 }
 
 } // namespace admission

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "admission/card_tracker.h"
+#include "admission/change.h"
 
 namespace admission
 {
@@ -50,7 +51,10 @@ private:
 // cmd       VX_MOM_CMD_SET, VX_MOM_CMD_HMSET, VX_MOM_CMD_SCANNED (the record is as given) or
 //           VX_MOM_CMD_DELETED (it was so); others are passed over.
 // record    of one of the types above; others, and records without a key, are passed over.
-// existing  whether it is no news: told before all types of its database were in place.
+// change    when it was heard of, whether it is news (not before all types of its database are in place), and
+//           the write that it is.
+void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, const Change &change);
+// The same of a write that nothing is known of.
 void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, bool existing, Time at);
 
 // The facts in a card_info, which must have its index. Without a static part the node type is 0.
