@@ -6,8 +6,6 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
 namespace history
 {
 
@@ -17,8 +15,8 @@ namespace
 using std::chrono::duration_cast;
 using std::chrono::milliseconds;
 
-// Writers hold the file for moments only; whoever holds it longer is not waited for, since there are
-// notifications to take.
+// Writers hold the file for moments only. One that holds it longer is not waited for, since notifications
+// have to be handled meanwhile.
 constexpr int patience_ms = 500;
 
 Error::Kind kind_of(int code)
@@ -37,7 +35,7 @@ Error::Kind kind_of(int code)
     }
 }
 
-// Whether no file can be made beside this one for want of room: of blocks, or of file nodes where those are
+// Whether no file can be made beside this one for lack of room: of blocks, or of file nodes where those are
 // counted.
 bool is_disk_full(const std::string &path)
 {
@@ -69,18 +67,9 @@ std::string address_of(const std::string &path, const char *options)
 
 } // namespace
 
-std::string path_or_default(const std::string &given)
-{
-    if (!given.empty()) {
-        return given;
-    }
-    const char *set = std::getenv(path_setting);
-    return set == nullptr || *set == '\0' ? default_path : set;
-}
-
 void Statement::Finalize::operator()(sqlite3_stmt *statement) const noexcept
 {
-    (void)sqlite3_finalize(statement); // repeats the failure of the last step, which was told
+    (void)sqlite3_finalize(statement); // repeats the failure of the last step, which was reported
 }
 
 Statement::Statement(const Database &database, const char *sql) : database_(database)

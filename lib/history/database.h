@@ -1,7 +1,7 @@
 // SQLite with lifetimes and exceptions.
 //
 // Only what the history needs: statements are prepared where they are used, since a few decisions a minute
-// do not pay for a store of prepared ones.
+// are not worth a cache of prepared ones.
 #ifndef HISTORY_DATABASE_H
 #define HISTORY_DATABASE_H
 
@@ -24,6 +24,7 @@ class Database;
 class Statement
 {
 public:
+    // Prepares it. The database outlives this. Throws Error.
     Statement(const Database &database, const char *sql);
 
     // Binds the values to the parameters, in order: whole numbers, texts, times, and nothing for null.
@@ -40,12 +41,14 @@ public:
     // Carries it out to its end. Throws Error.
     void run();
 
+    // The columns of the present row; a null is 0, an empty text, or the time 0.
     [[nodiscard]] bool is_null(int column) const;
     [[nodiscard]] int64_t number(int column) const;
     [[nodiscard]] int32_t small(int column) const { return static_cast<int32_t>(number(column)); }
     [[nodiscard]] std::string text(int column) const;
     [[nodiscard]] Time time(int column) const;
 
+    // Binds a value to the parameter at `place`, for what with() cannot say. Throws Error.
     void bind(int place, int64_t value);
     void bind(int place, int32_t value) { bind(place, int64_t{value}); }
     void bind(int place, bool value) { bind(place, int64_t{value ? 1 : 0}); }
@@ -74,12 +77,12 @@ class Database
 {
 public:
     enum class Access {
-        read,
-        write,     // made when it is not there
-        immutable, // nobody writes it, and its folder need not be writable
+        read,      // beside a writer or not
+        write,     // made when there is none
+        immutable, // no process writes it, and its folder need not be writable
     };
 
-    // Throws Error.
+    // Opens the file. Throws Error.
     Database(const std::string &path, Access access);
 
     // Carries out statements without parameters. Throws Error.
@@ -91,8 +94,11 @@ public:
     // Keeps the log beside the file when the last one closes, for readers who may not make it.
     void keep_log() const;
 
+    // Throws Error: SQLite's result `code` came from `doing` something ("read", "write", ...) with this file.
     [[noreturn]] void fail(int code, const char *doing) const;
+    // The file's path.
     [[nodiscard]] const std::string &path() const { return path_; }
+    // SQLite's own, which this keeps.
     [[nodiscard]] sqlite3 *handle() const { return handle_.get(); }
 
 private:
@@ -108,10 +114,12 @@ private:
 class Transaction
 {
 public:
+    // Begins one. Throws Error, also when another process writes.
     explicit Transaction(const Database &database);
     ~Transaction();
     Transaction(const Transaction &) = delete;
     Transaction &operator=(const Transaction &) = delete;
+    // Makes it permanent; to be called at most once. Throws Error.
     void commit();
 
 private:

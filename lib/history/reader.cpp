@@ -1,4 +1,4 @@
-// The history as everybody else sees it.
+// The history for its readers.
 #include "history/reader.h"
 
 #include <fcntl.h>
@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "notes.h"
 #include "rows.h"
 #include "schema.h"
 #include "statistics.h"
@@ -41,8 +42,8 @@ std::unique_ptr<Database> opened(const std::string &path, Access access)
 
 } // namespace
 
-// Without its companions the file was closed, or copied while nobody wrote; in a folder that we may not write
-// SQLite reads it only when told so.
+// Without its companions the file was closed, or copied while it was not written; in a folder that we may not
+// write, SQLite reads it as immutable only.
 Reader::Reader(const std::string &path) : path_(path)
 {
     require_readable(path);
@@ -106,20 +107,14 @@ std::vector<ModuleStatistics> Reader::module_statistics(std::optional<Time> from
     return read_module_statistics(*database_, from);
 }
 
-std::optional<Time> Reader::noted_time(const char *name) const
-{
-    const std::string text = read_note(*database_, name);
-    return text.empty() ? std::nullopt : std::optional(Time(std::chrono::milliseconds(std::stoll(text))));
-}
-
 std::optional<Time> Reader::alive_at() const
 {
-    return noted_time("alive_at");
+    return read_time_note(*database_, alive_note);
 }
 
 std::optional<Time> Reader::begun_at() const
 {
-    return noted_time("begun_at");
+    return read_time_note(*database_, begun_note);
 }
 
 } // namespace history

@@ -1,6 +1,5 @@
-// Keeping the file within its limits, in steps so small that notifications can be taken between them.
-#include "database.h"
-#include "history/writer.h"
+// Keeping the file within its limits, in steps so small that notifications can be handled between them.
+#include "retention.h"
 
 namespace history
 {
@@ -9,7 +8,7 @@ namespace
 {
 
 constexpr int64_t rows_a_step = 50;
-constexpr int64_t most_rows_beside = 10000; // of gaps and of the daemon's life, each
+constexpr int64_t most_rows_beside = 10000; // of gaps and of the service's events, each
 
 int64_t used_bytes(const Database &database)
 {
@@ -58,17 +57,17 @@ void erase_beside(const Database &database, Time time)
 
 } // namespace
 
-bool Writer::trim(const Limits &limits, Time now)
+bool trim_step(const Database &database, const Limits &limits, Time now)
 {
-    Transaction transaction(*database_);
-    int64_t erased = erase_decisions_before(*database_, now - limits.age);
-    if (erased < rows_a_step && used_bytes(*database_) > limits.bytes) {
-        erased = erase_oldest_decisions(*database_) > 0 ? rows_a_step : 0;
+    Transaction transaction(database);
+    int64_t erased = erase_decisions_before(database, now - limits.age);
+    if (erased < rows_a_step && used_bytes(database) > limits.bytes) {
+        erased = erase_oldest_decisions(database) > 0 ? rows_a_step : 0;
     }
-    erase_beside(*database_, now - limits.age);
+    erase_beside(database, now - limits.age);
     transaction.commit();
-    database_->run("PRAGMA incremental_vacuum(64)");
-    return erased == rows_a_step || database_->number("PRAGMA freelist_count") > 0;
+    database.run("PRAGMA incremental_vacuum(64)");
+    return erased == rows_a_step || database.number("PRAGMA freelist_count") > 0;
 }
 
 } // namespace history

@@ -1,4 +1,4 @@
-// Rows as what they stand for.
+// Decisions and open checks as rows.
 #include "rows.h"
 
 #include <algorithm>
@@ -12,8 +12,7 @@ namespace
 
 using std::chrono::milliseconds;
 
-// What modules and cards call themselves is as long as they like in the store.
-// The daemon takes 256 bytes of a reason.
+// Names and reasons are of any length in the store; the daemon uses 256 bytes of a reason.
 constexpr std::size_t longest_text = 256;
 
 constexpr const char *decision_columns =
@@ -257,17 +256,6 @@ void erase_open_check(const Database &database, const Position &position)
     Statement(database, "DELETE FROM open_checks WHERE devid = ? AND slotid = ? AND sslotid = ?")
         .with(position.devid, position.slotid, position.sslotid)
         .run();
-}
-
-std::string read_note(const Database &database, const std::string &name)
-{
-    Statement statement(database, "SELECT value FROM notes WHERE name = ?");
-    return statement.with(name).step() ? statement.text(0) : "";
-}
-
-void write_note(const Database &database, const std::string &name, const std::string &value)
-{
-    Statement(database, "INSERT OR REPLACE INTO notes VALUES (?, ?)").with(name, value).run();
 }
 
 } // namespace history

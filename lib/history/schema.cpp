@@ -82,7 +82,7 @@ CREATE TABLE daemon_life (
 CREATE TABLE notes (name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 )";
 
-// A check that goes on when its card's time was up once waits for nobody in particular.
+// A check that continues after its card's time was up once waits for any module's PASS.
 constexpr Migration second = "ALTER TABLE open_checks ADD COLUMN any_will_do INTEGER NOT NULL DEFAULT 0";
 
 constexpr std::array all{first, second};
@@ -106,7 +106,7 @@ void require_writable_version(const Database &database, std::span<const Migratio
     const bool is_new =
         version == 0 && owner == 0 && database.number("SELECT count(*) FROM sqlite_master") == 0;
     if (!is_new && owner != application_id) {
-        refuse(database, "is a database, but no history of cg_recorderd; it is left alone");
+        refuse(database, "is a database, but not a history of cg_recorderd; left alone");
     }
     const auto newest = static_cast<int64_t>(steps.size());
     if (version > newest) {
@@ -131,7 +131,7 @@ void bring_up_to_date(const Database &database, std::span<const Migration> steps
 void require_present_version(const Database &database)
 {
     if (database.number("PRAGMA application_id") != application_id) {
-        refuse(database, "is no history of cg_recorderd");
+        refuse(database, "is not a history of cg_recorderd");
     }
     const int64_t version = database.number("PRAGMA user_version");
     const auto newest = static_cast<int64_t>(all.size());

@@ -43,7 +43,7 @@ void count_answers(const Database &database, std::optional<Time> from, ByName &m
     }
 }
 
-// Whoever was waited for when a restart of the daemon cut a check off had time left.
+// A module that was waited for when a restart of the daemon cut a check off had time left.
 void count_silences(const Database &database, std::optional<Time> from, ByName &modules)
 {
     Statement rows(database,
@@ -94,7 +94,7 @@ void measure(const Database &database, std::optional<Time> from, ByName &modules
     }
 }
 
-// Those of whom only an answer before the time asked for is known are told of, too.
+// Modules whose only answers are older than the time asked for are reported, too.
 void find_last(const Database &database, ByName &modules)
 {
     const std::string sql = std::string("SELECT module, ret, reason, max(at), registered, took_ms FROM ") +
@@ -109,7 +109,7 @@ void find_last(const Database &database, ByName &modules)
     }
 }
 
-// How often a module that once answered was waited for in vain since then.
+// How often a module that once answered was silent since then.
 void count_silences_since(const Database &database, ByName &modules)
 {
     Statement rows(database, "SELECT count(*) FROM silent s JOIN decisions d ON d.id = s.decision_id"

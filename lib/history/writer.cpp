@@ -1,8 +1,6 @@
 // The recorder's end of the history.
 #include "history/writer.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +9,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "file_lock.h"
+#include "notes.h"
+#include "retention.h"
 #include "rows.h"
 #include "schema.h"
 
@@ -20,40 +21,20 @@ namespace history
 namespace
 {
 
-constexpr const char *alive_note = "alive_at";
-constexpr const char *begun_note = "begun_at";
-constexpr const char *life_note_name = "life";
-constexpr const char *modules_note_name = "modules";
-
-constexpr mode_t for_owner_and_group = 0640;
-
-std::string milliseconds_text(Time time)
-{
-    using std::chrono::duration_cast;
-    using std::chrono::milliseconds;
-    return std::to_string(duration_cast<milliseconds>(time.time_since_epoch()).count());
-}
-
-std::optional<Time> noted_time(const Database &database, const char *name)
-{
-    const std::string text = read_note(database, name);
-    return text.empty() ? std::nullopt : std::optional(Time(std::chrono::milliseconds(std::stoll(text))));
-}
-
 bool is_there(const std::string &path)
 {
     return access(path.c_str(), F_OK) == 0;
 }
 
-// Throws Error when the path leads to a file of somebody else, before anything is done to it or beside it: a
-// path that is mistyped must cost nobody his file. One that is no database, or no longer one, is ours when
-// our lock file lies beside it.
+// Throws Error when the path leads to another program's file, before anything is done to it or beside it: a
+// mistyped path must not cost anybody a file. One that is not a database, or no longer one, is ours when our
+// lock file lies beside it.
 void require_ours(const std::string &path, const std::string &lock)
 {
     struct stat status {
     };
     if (stat(path.c_str(), &status) != 0 || (S_ISREG(status.st_mode) && status.st_size == 0)) {
-        return; // a new one; if something else is wrong, opening it tells
+        return; // a new one; if something else is wrong, opening it fails
     }
     try {
         const bool has_log = is_there(path + "-wal");
@@ -62,7 +43,7 @@ void require_ours(const std::string &path, const std::string &lock)
     } catch (const Error &error) {
         if (error.is_damaged() && !is_there(lock)) {
             throw Error(path +
-                        " is there, and is no history; it is left alone: name another file, or move it away");
+                        " exists and is not a history; left alone: name another file, or move it away");
         }
         if (!error.is_damaged()) {
             throw;
@@ -72,40 +53,10 @@ void require_ours(const std::string &path, const std::string &lock)
 
 } // namespace
 
-// A file of its own: to close another descriptor of the database would take SQLite's locks away.
-class Writer::Lock
+Writer::Writer(std::string path, Time now, const Log &log) : path_(std::move(path))
 {
-public:
-    explicit Lock(const std::string &path)
-        : number_(::open(place(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, for_owner_and_group))
-    {
-        if (number_ < 0) {
-            const int error = errno;
-            throw error == ENOSPC || error == EDQUOT
-                ? Error("cannot make " + place(path) + ": " + std::strerror(error), Error::Kind::passing)
-                : Error("cannot open " + place(path) + ": " + std::strerror(error) +
-                        "; its folder must be there and be writable");
-        }
-        if (flock(number_, LOCK_EX | LOCK_NB) != 0) {
-            const std::string why = errno == EWOULDBLOCK ? "another process does so" : std::strerror(errno);
-            close(number_);
-            throw Error("cannot write the history " + path + ": " + why);
-        }
-    }
-    ~Lock() { close(number_); }
-    Lock(const Lock &) = delete;
-    Lock &operator=(const Lock &) = delete;
-
-    static std::string place(const std::string &path) { return path + ".lock"; }
-
-private:
-    int number_;
-};
-
-Writer::Writer(std::string path, Time now, const Teller &tell) : path_(std::move(path))
-{
-    require_ours(path_, Lock::place(path_));
-    lock_ = std::make_unique<Lock>(path_);
+    require_ours(path_, FileLock::place(path_));
+    lock_ = std::make_unique<FileLock>(path_);
     try {
         open(now);
     } catch (const Error &error) {
@@ -113,7 +64,7 @@ Writer::Writer(std::string path, Time now, const Teller &tell) : path_(std::move
             throw;
         }
         database_.reset();
-        move_aside(now, error.what(), tell);
+        move_aside(now, error.what(), log);
         open(now);
     }
 }
@@ -131,16 +82,16 @@ void Writer::open(Time now)
     if (check.step() && check.text(0) != "ok") {
         throw Error(path_ + " is damaged: " + check.text(0), Error::Kind::damaged);
     }
-    last_alive_ = noted_time(*database_, alive_note);
-    if (!noted_time(*database_, begun_note)) {
-        write_note(*database_, begun_note, milliseconds_text(now));
+    last_alive_ = read_time_note(*database_, alive_note);
+    if (!read_time_note(*database_, begun_note)) {
+        write_time_note(*database_, begun_note, now);
     }
     Statement(*database_, "UPDATE gaps SET until_at = max(from_at, ?) WHERE until_at IS NULL")
         .with(last_alive_.value_or(now))
         .run();
 }
 
-void Writer::move_aside(Time now, const std::string &why, const Teller &tell)
+void Writer::move_aside(Time now, const std::string &why, const Log &log)
 {
     const std::string aside = path_ + ".damaged-" + milliseconds_text(now);
     if (std::rename(path_.c_str(), aside.c_str()) != 0) {
@@ -149,7 +100,7 @@ void Writer::move_aside(Time now, const std::string &why, const Teller &tell)
     for (const char *companion : {"-wal", "-shm"}) {
         (void)std::rename((path_ + companion).c_str(), (aside + companion).c_str()); // there may be none
     }
-    tell(why + "; it was moved to " + aside + " and a new history begins");
+    log(why + "; it was moved to " + aside + " and a new history begins");
 }
 
 void Writer::add(const Decision &decision)
@@ -206,21 +157,22 @@ void Writer::add_life(const LifeEvent &event, const std::string &note)
     Statement(*database_, "INSERT INTO daemon_life (at, is_start, pid, code, status) VALUES (?, ?, ?, ?, ?)")
         .with(event.at, event.is_start, event.pid, event.code, event.status)
         .run();
-    write_note(*database_, life_note_name, note);
+    write_note(*database_, service_note, note);
     transaction.commit();
 }
 
 std::string Writer::life_note() const
 {
-    return read_note(*database_, life_note_name);
+    return read_note(*database_, service_note);
 }
 
 void Writer::set_life_note(const std::string &note)
 {
-    write_note(*database_, life_note_name, note);
+    write_note(*database_, service_note, note);
 }
 
-// "/m1/m2": the names are those of files, so no other character parts them for sure; "/" is none at all.
+// "/m1/m2": the names are those of files, so "/" is the one character that separates them for certain; "/"
+// alone is an empty list.
 std::optional<std::vector<std::string>> Writer::modules_note() const
 {
     std::string text = read_note(*database_, modules_note_name);
@@ -247,7 +199,7 @@ void Writer::set_modules_note(const std::vector<std::string> &modules)
 
 void Writer::alive(Time now)
 {
-    write_note(*database_, alive_note, milliseconds_text(now));
+    write_time_note(*database_, alive_note, now);
 }
 
 std::optional<Time> Writer::last_gap_end() const
@@ -264,6 +216,11 @@ std::vector<OpenCheck> Writer::open_checks() const
 std::vector<Decision> Writer::last_decisions() const
 {
     return read_last_decisions(*database_);
+}
+
+bool Writer::trim(const Limits &limits, Time now)
+{
+    return trim_step(*database_, limits, now);
 }
 
 } // namespace history

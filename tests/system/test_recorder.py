@@ -287,7 +287,7 @@ def test_wrong_use_and_a_second_recorder(rig, recorder):
     recorder.start()
     second = programs.start([BUILD / "bin" / "cg_recorderd", "--history", recorder.history, "--listen", "off"],
                             {"VX_MOM_ENDPOINT": rig.store.endpoint}, stderr=subprocess.PIPE, text=True)
-    assert "another process does so" in second.communicate(timeout=20)[1] and second.returncode == 1
+    assert "another process writes it" in second.communicate(timeout=20)[1] and second.returncode == 1
     for arguments in (["--listen", "0.0.0.0:1"], ["--keep-days", "0"], ["--what"]):
         wrong = programs.start([BUILD / "bin" / "cg_recorderd", *arguments], stderr=subprocess.PIPE, text=True)
         assert wrong.communicate(timeout=20)[1].startswith("cg_recorderd: ") and wrong.returncode == 2

@@ -1,4 +1,4 @@
-// What the recorder's file holds, as its writer and its readers hand it around.
+// What the recorder's file holds, as its writer and its readers exchange it.
 //
 // Times are kept in whole milliseconds, so what is read back may differ from what was written by less than
 // one.
@@ -26,26 +26,27 @@ using admission::Time;
 inline constexpr const char *default_path = "/var/lib/cg_recorder/history.sqlite";
 inline constexpr const char *path_setting = "CG_HISTORY"; // environment: where it is instead
 
-// `given` when it is not empty, else what the environment says, else the default.
+// Returns `given` when it is not empty, else what the environment says, else the default.
 std::string path_or_default(const std::string &given);
 
-// The file cannot be used. what() is one line that names the file, what is wrong, and what would be right.
+// The file cannot be used. what() is one line that names the file, what is wrong, and how to fix it.
 class Error : public std::runtime_error
 {
 public:
     enum class Kind {
-        refused, // it will not do before somebody does something
-        damaged,
-        passing, // a full disk, or somebody who holds the file
+        refused, // it stays so until an operator changes something
+        damaged, // not a database, or not one any more
+        passing, // a full disk, or another process that holds the file
     };
 
+    // `message` as above.
     explicit Error(const std::string &message, Kind kind = Kind::refused)
         : std::runtime_error(message), kind_(kind)
     {
     }
-    // The file is no database, or no longer one: opening it for writing anew would move it aside.
+    // Whether the file is damaged: opening it for writing again would move it aside.
     [[nodiscard]] bool is_damaged() const noexcept { return kind_ == Kind::damaged; }
-    // To try it again later may help.
+    // Whether trying again later may help.
     [[nodiscard]] bool will_pass() const noexcept { return kind_ == Kind::passing; }
 
 private:
@@ -59,10 +60,10 @@ struct Filter {
     std::optional<Time> until{}; // decided before
     std::optional<Outcome> outcome{};
     std::string module{};                // it answered, or was silent; empty: any
-    std::optional<std::size_t> newest{}; // so many, the newest ones
+    std::optional<std::size_t> newest{}; // at most so many, the newest ones
 };
 
-// A time in which nothing was heard of, so decisions may be missing.
+// A time in which nothing was received, so decisions may be missing.
 struct Gap {
     Time from{};
     std::optional<Time> until{}; // nothing: it lasts
@@ -75,7 +76,7 @@ struct ModuleStatistics {
     int64_t answers = 0; // in the time asked for, as all that follows but the last three
     int64_t passes = 0;
     int64_t denials = 0;
-    int64_t unregistered = 0; // answers that the daemon passed over, since it does not know the module
+    int64_t unregistered = 0; // answers that the daemon ignored, since it does not know the module
     int64_t silences = 0;     // checks that ended by the time, waiting for it
     std::optional<std::chrono::milliseconds> median{}; // of the time to answer; nothing without a known one
     std::optional<std::chrono::milliseconds> percentile_95{};
@@ -84,7 +85,7 @@ struct ModuleStatistics {
     int64_t silences_since = 0;   // checks that ended by the time, waiting for it, since `last`, or ever
 };
 
-// The daemon's service came up, or ended.
+// The daemon's service started, or ended.
 struct LifeEvent {
     Time at{};
     bool is_start = true;

@@ -1,4 +1,4 @@
-// What is written is read, beside the writer and after it.
+// What is written is read: decisions with their answers, and open checks.
 #include "database.h"
 #include "history_fixture.h"
 
@@ -8,9 +8,7 @@ namespace history
 namespace
 {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
+using RowsTest = HistoryTest;
 
 std::string texts_of(const std::vector<Decision> &decisions)
 {
@@ -21,11 +19,9 @@ std::string texts_of(const std::vector<Decision> &decisions)
     return texts;
 }
 
-using RoundTrip = HistoryTest;
-
 } // namespace
 
-TEST_F(RoundTrip, EveryMemberOfADecision)
+TEST_F(RowsTest, EveryMemberOfADecision)
 {
     const auto recorder = writer();
     Decision denied = decision_at(noon + 5ms, {2, -1, INT32_MAX});
@@ -62,7 +58,7 @@ TEST_F(RoundTrip, EveryMemberOfADecision)
     EXPECT_EQ(read.answers[1].took, std::nullopt);
 }
 
-TEST_F(RoundTrip, WhatIsNotKnownStaysUnknown)
+TEST_F(RowsTest, WhatIsNotKnownStaysUnknown)
 {
     const auto recorder = writer();
     Decision silence;
@@ -80,7 +76,7 @@ TEST_F(RoundTrip, WhatIsNotKnownStaysUnknown)
     EXPECT_FALSE(read.card.online);
 }
 
-TEST_F(RoundTrip, FiltersNarrowDown)
+TEST_F(RowsTest, FiltersNarrowDown)
 {
     const auto recorder = writer();
     recorder->add(decision_at(noon));
@@ -102,7 +98,7 @@ TEST_F(RoundTrip, FiltersNarrowDown)
     EXPECT_EQ(texts_of(reader.decisions({.module = "m"})), "");
 }
 
-TEST_F(RoundTrip, TheLastDecisionOfEachPosition)
+TEST_F(RowsTest, TheLastDecisionOfEachPosition)
 {
     const auto recorder = writer();
     recorder->add(decision_at(noon, slot4));
@@ -113,7 +109,7 @@ TEST_F(RoundTrip, TheLastDecisionOfEachPosition)
     EXPECT_EQ(last.at(1).decided_at, noon + 1s);
 }
 
-TEST_F(RoundTrip, AnOpenCheckIsReplacedAndEndsWithItsDecision)
+TEST_F(RowsTest, AnOpenCheckIsReplacedAndEndsWithItsDecision)
 {
     const auto recorder = writer();
     OpenCheck check{{slot3, "fan", "0a", 3, 17, 259, 1259, true}, noon, {"m1", "m2"}, {}};
@@ -137,69 +133,7 @@ TEST_F(RoundTrip, AnOpenCheckIsReplacedAndEndsWithItsDecision)
     EXPECT_THAT(reader.open_checks(), IsEmpty());
 }
 
-TEST_F(RoundTrip, GapsThatNobodyEndedEndWhenTheRecorderWasLastAlive)
-{
-    auto recorder = writer();
-    recorder->end_gap(recorder->begin_gap(noon, "the store was away"), noon + 1s);
-    recorder->begin_gap(noon + 10s, "the store was away");
-    EXPECT_EQ(Reader(path()).gaps({}, {}).at(1).until, std::nullopt);
-    recorder->alive(noon + 15s);
-    recorder.reset();
-    recorder = writer(noon + 60s);
-    EXPECT_EQ(recorder->last_alive(), noon + 15s);
-    const Reader reader(path());
-    const std::vector<Gap> gaps = reader.gaps({}, {});
-    ASSERT_THAT(gaps, SizeIs(2));
-    EXPECT_EQ(gaps[0].until, noon + 1s);
-    EXPECT_EQ(gaps[0].why, "the store was away");
-    EXPECT_EQ(gaps[1].until, noon + 15s);
-    EXPECT_THAT(reader.gaps(noon + 2s, noon + 10s), IsEmpty());
-    EXPECT_THAT(reader.gaps(noon + 12s, noon + 13s), SizeIs(1));
-}
-
-TEST_F(RoundTrip, TheDaemonsLifeWithTheNoteOfItsLastEvent)
-{
-    auto recorder = writer();
-    EXPECT_EQ(recorder->last_alive(), std::nullopt);
-    EXPECT_EQ(recorder->life_note(), "");
-    recorder->add_life({noon, true, 42, "", ""}, "first");
-    EXPECT_EQ(recorder->life_note(), "first");
-    recorder->add_life({noon + 1s, false, 0, "exited", "77"}, "second");
-    recorder.reset();
-    recorder = writer(noon + 1h);
-    EXPECT_EQ(recorder->life_note(), "second");
-    const Reader reader(path());
-    const std::vector<LifeEvent> life = reader.life({}, {});
-    ASSERT_THAT(life, SizeIs(2));
-    EXPECT_TRUE(life[0].is_start);
-    EXPECT_EQ(life[0].pid, 42);
-    EXPECT_EQ(life[1].status, "77");
-    EXPECT_THAT(reader.life(noon + 1s, {}), SizeIs(1));
-    EXPECT_EQ(reader.begun_at(), noon);
-    EXPECT_EQ(reader.alive_at(), std::nullopt);
-}
-
-TEST_F(RoundTrip, AnEventOfTheDaemonsLifeIsNotThereWithoutItsNote)
-{
-    const auto recorder = writer();
-    recorder->add_life({noon, true, 42, "", ""}, "first");
-    Database(path(), Database::Access::write)
-        .run("CREATE TRIGGER refusing BEFORE INSERT ON notes BEGIN SELECT RAISE(ABORT, 'no'); END");
-    EXPECT_THROW(recorder->add_life({noon + 1s, false, 0, "exited", "77"}, "second"), Error);
-    EXPECT_EQ(recorder->life_note(), "first");
-    EXPECT_THAT(Reader(path()).life({}, {}), SizeIs(1));
-}
-
-TEST_F(RoundTrip, AGapIsNeverShorterThanNothing)
-{
-    const auto recorder = writer();
-    recorder->add_gap({noon, noon - 1h, "a clock was set back"});
-    const std::vector<Gap> gaps = Reader(path()).gaps({}, {});
-    ASSERT_THAT(gaps, SizeIs(1));
-    EXPECT_EQ(gaps[0].until, noon);
-}
-
-TEST_F(RoundTrip, ATimeToAnswerBelowNothingIsNone)
+TEST_F(RowsTest, ATimeToAnswerBelowNothingIsNone)
 {
     const auto recorder = writer();
     Decision decision = decision_at(noon);
@@ -210,44 +144,13 @@ TEST_F(RoundTrip, ATimeToAnswerBelowNothingIsNone)
     EXPECT_EQ(answers.at(1).took, 2000ms);
 }
 
-TEST_F(RoundTrip, WhatIsWrittenWhileAReaderIsOpenIsSeenByIt)
-{
-    const auto recorder = writer();
-    const Reader reader(path());
-    EXPECT_THAT(reader.decisions(), IsEmpty());
-    recorder->add(decision_at(noon));
-    EXPECT_THAT(reader.decisions(), SizeIs(1));
-}
-
-TEST_F(RoundTrip, LongTextsAreCut)
+TEST_F(RowsTest, LongTextsAreCut)
 {
     const auto recorder = writer();
     Decision decision = decision_at(noon);
     decision.reason = std::string(100'000, 'x');
     recorder->add(decision);
     EXPECT_EQ(Reader(path()).decisions().at(0).reason.size(), 256U);
-}
-
-TEST_F(HistoryTest, TheModulesAreRemembered)
-{
-    EXPECT_EQ(writer()->modules_note(), std::nullopt);
-    for (const std::vector<std::string> &modules :
-         std::vector<std::vector<std::string>>{{"m1", "b c", "\xff|,", "m1"}, {"one"}, {}}) {
-        writer()->set_modules_note(modules);
-        EXPECT_EQ(writer()->modules_note(), modules);
-    }
-}
-
-TEST_F(HistoryTest, TheEndOfTheLastGapIsKnown)
-{
-    const auto file = writer();
-    EXPECT_EQ(file->last_gap_end(), std::nullopt);
-    const int64_t lasting = file->begin_gap(noon, "the store was away");
-    EXPECT_EQ(file->last_gap_end(), std::nullopt);
-    file->end_gap(lasting, noon + 5s);
-    EXPECT_EQ(file->last_gap_end(), noon + 5s);
-    file->add_gap({noon - 10s, noon - 9s, "the recorder was not running"});
-    EXPECT_EQ(file->last_gap_end(), noon + 5s);
 }
 
 } // namespace history
