@@ -10,11 +10,12 @@
 #include <vector>
 
 #include "app_cg_kit.hpp"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace kit_test
 {
 
+using cg::cgctl;
 using cg::eventually;
 using cg::Json;
 

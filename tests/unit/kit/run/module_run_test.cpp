@@ -12,7 +12,7 @@
 #include <sstream>
 
 #include "process/child_process.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {

@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "history/writer.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace kit_test
 {

@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "base/failure.h"
-#include "command_line/session.h"
+#include "base/output.h"
 
 namespace
 {
@@ -94,13 +94,13 @@ TEST(Table, WideCharactersTakeTwoColumns)
 TEST(Terminal, ColourIsForWhomItIsMeant)
 {
     std::ostringstream out;
-    const Session session{{out, out}};
-    EXPECT_EQ(toned(terminal_of(session, "auto"), Tone::bad, "x"), "x");
-    EXPECT_EQ(toned(terminal_of(session, "never"), Tone::bad, "x"), "x");
-    EXPECT_EQ(toned(terminal_of(session, "always"), Tone::bad, "x"), "\033[1;31mx\033[0m");
-    EXPECT_EQ(toned(terminal_of(session, "always"), Tone::plain, "x"), "x");
-    EXPECT_EQ(terminal_of(session, "auto").width, 0U);
-    EXPECT_THROW(terminal_of(session, "sometimes"), Failure);
+    const Output output{out, out};
+    EXPECT_EQ(toned(terminal_of(output, "auto"), Tone::bad, "x"), "x");
+    EXPECT_EQ(toned(terminal_of(output, "never"), Tone::bad, "x"), "x");
+    EXPECT_EQ(toned(terminal_of(output, "always"), Tone::bad, "x"), "\033[1;31mx\033[0m");
+    EXPECT_EQ(toned(terminal_of(output, "always"), Tone::plain, "x"), "x");
+    EXPECT_EQ(terminal_of(output, "auto").width, 0U);
+    EXPECT_THROW(terminal_of(output, "sometimes"), Failure);
 }
 
 } // namespace

@@ -11,7 +11,7 @@
 #include <string>
 #include <system_error>
 
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/support/child.h"
 
 namespace cg
 {

@@ -14,7 +14,7 @@
 #include "metrics.h"
 #include "options.h"
 #include "outbox.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/support/folder.h"
 
 namespace recorder
 {

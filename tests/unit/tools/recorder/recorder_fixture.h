@@ -15,8 +15,9 @@
 
 #include "database.h"
 #include "history/reader.h"
+#include "records/record_text.h"
 #include "records/record_types.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/support/folder.h"
 #include "vx_mom.h"
 
 namespace recorder

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "store/inspect/inspection.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {

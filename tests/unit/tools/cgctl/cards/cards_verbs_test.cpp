@@ -9,7 +9,7 @@
 #include <set>
 
 #include "command_line/cli.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {

@@ -8,7 +8,7 @@
 
 #include "admission/card_text.h"
 #include "history/writer.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {

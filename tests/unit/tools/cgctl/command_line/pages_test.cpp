@@ -11,7 +11,7 @@
 #include "command_line/completion.h"
 #include "command_line/manual.h"
 #include "command_lines.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {

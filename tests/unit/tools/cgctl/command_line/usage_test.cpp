@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "command_line/cli.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {

@@ -5,7 +5,7 @@
 #include <regex>
 #include <sstream>
 
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {

@@ -10,7 +10,7 @@
 #include "shell/debug_shell.h"
 #include "shell/line_editor.h"
 #include "ssat.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 #include "vx_thread.h"
 
 namespace cg

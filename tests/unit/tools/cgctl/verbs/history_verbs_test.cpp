@@ -9,7 +9,7 @@
 #include "base/failure.h"
 #include "base/times.h"
 #include "history/writer.h"
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {

@@ -1,7 +1,7 @@
 // get, set and del, and the role, on a real store.
 #include <gtest/gtest.h>
 
-#include "unit/tools/cgctl/store_fixture.h"
+#include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
 {
