@@ -28,7 +28,7 @@ constexpr std::size_t patience_with_silence = 3; // cards
 struct ReplayOptions {
     std::string from;
     std::string name;
-    std::string timeout_s = "10";
+    double timeout_s = 10;
 };
 
 // A verdict, then or now.
@@ -256,7 +256,7 @@ int replay_module(const Session &session, const ReplayOptions &options)
         throw Failure(wrong_usage, mistake);
     }
     require_command(session, "cgctl module replay --from history.sqlite -- ./my-module");
-    const auto limit = time_limit(options.timeout_s);
+    const std::chrono::duration<double> limit(options.timeout_s);
     const std::vector<Decision> decisions = recorded(options);
     Rehearsal rehearsal(session, session.command);
     rehearsal.start_module();
@@ -284,8 +284,7 @@ void add_module_replay(CLI::App &module, Session &session)
     verb->add_option("--name", options->name,
                      "The name that the module had then and has now (default: that of its first answer)")
         ->type_name("MODULE");
-    verb->add_option("--timeout", options->timeout_s, "Seconds within which an answer must come (default 10)")
-        ->type_name("S");
+    add_time_limit(*verb, options->timeout_s, "Seconds within which an answer must come (default 10)");
     set_action(*verb, session, options, replay_module);
 }
 

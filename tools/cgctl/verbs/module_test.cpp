@@ -18,7 +18,7 @@ using State = CaseResult::State;
 struct TestOptions {
     std::string name;
     std::vector<std::string> cards;
-    std::string timeout_s = "10";
+    double timeout_s = 10;
 };
 
 constexpr double longest_quiet_s = 0.5;
@@ -88,7 +88,7 @@ int test_module(const Session &session, const TestOptions &options)
         throw Failure(wrong_usage, mistake);
     }
     require_command(session, "cgctl module test -- ./my-module");
-    const auto limit = time_limit(options.timeout_s);
+    const std::chrono::duration<double> limit(options.timeout_s);
     const CaseOptions settings{options.name, cards_of(options), limit,
                                std::min(limit, std::chrono::duration<double>(longest_quiet_s))};
     Json results = Json::array();
@@ -125,8 +125,7 @@ void add_module_test(CLI::App &module, Session &session)
                      "A card to try, as in 'name=fan 3 type=230 slot=3'; may be given several times")
         ->type_name("TEXT")
         ->allow_extra_args(false);
-    verb->add_option("--timeout", options->timeout_s, "Seconds within which an answer must come (default 10)")
-        ->type_name("S");
+    add_time_limit(*verb, options->timeout_s, "Seconds within which an answer must come (default 10)");
     set_action(*verb, session, options, test_module);
 }
 
