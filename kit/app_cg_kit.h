@@ -1,9 +1,9 @@
 /*
- * app_cg_kit: what a check module needs besides its own opinion.
+ * app_cg_kit: everything that a check module needs besides the examination itself.
  *
- * A check module is a process that is asked about every line card and answers PASS or DENY. The kit
- * subscribes to the requests, asks a function of yours about each card, writes the answer once, and goes on
- * through restarts of the store and of the daemon. Yours is the function.
+ * A check module examines every line card and answers PASS or DENY. The kit subscribes to the requests, calls
+ * a function of yours for each card, writes the answer once, and continues through restarts of the store and
+ * of the daemon.
  *
  *     static int examine(void *arg, const app_cg_kit_card_t *card, app_cg_kit_check_t *check)
  *     {
@@ -13,12 +13,12 @@
  *         return app_cg_kit_deny(check, "types from 300 on are not supported here");
  *     }
  *
- * C11 and C++20, and nothing else of ours: no record, no library shows in this file. Texts are UTF-8.
+ * C11 and C++20; this header depends on no other one of the project. Texts are UTF-8.
  *
- * Threads: every callback is made on the thread that is in app_cg_kit_run(), one at a time; while one runs,
- * no other card is asked about, so an examination that takes long should return APP_CG_KIT_LATER. The
- * functions that may be called from other threads say so. A C++ exception that leaves a callback is caught,
- * logged, and taken as APP_CG_KIT_AGAIN; one that leaves the log function is caught, and the line printed on
+ * Threads: all callbacks are made on the thread that is in app_cg_kit_run(), one at a time; while one runs,
+ * no other card is examined, so an examination that takes long should return APP_CG_KIT_LATER. Functions that
+ * may be called from other threads are marked so. A C++ exception that leaves a callback is caught, logged,
+ * and handled as APP_CG_KIT_AGAIN; one that leaves the log function is caught, and the line printed on
  * standard error.
  *
  * Functions return 0 or a negative enum app_cg_kit_error unless they say otherwise.
@@ -33,7 +33,7 @@
 extern "C" {
 #endif
 
-/* What a name may be long, and a reason; the daemon cuts what is longer. In bytes, without a terminator. */
+/* The longest name and reason; the daemon cuts longer ones. In bytes, without the terminator. */
 #define APP_CG_KIT_LONGEST_NAME 15
 #define APP_CG_KIT_LONGEST_REASON 255
 
@@ -43,28 +43,28 @@ typedef struct app_cg_kit_module app_cg_kit_t;
 /* The examination of one card: from the daemon's request to the answer, or to the request's withdrawal. */
 typedef struct app_cg_kit_check app_cg_kit_check_t;
 
-/* What an examination comes to. */
+/* The result of an examination. */
 enum app_cg_kit_verdict {
-    APP_CG_KIT_PASS = 0, /* the card may start, as far as this module is concerned */
-    APP_CG_KIT_DENY = 1, /* the card is powered off; say why, with app_cg_kit_deny() or app_cg_kit_answer() */
-    APP_CG_KIT_LATER = 2, /* app_cg_kit_answer() will tell; mind that 300 seconds of silence admit the card */
-    APP_CG_KIT_AGAIN = 3  /* it cannot be told now: ask me again in a second */
+    APP_CG_KIT_PASS = 0,  /* the card may start, as far as this module is concerned */
+    APP_CG_KIT_DENY = 1,  /* the card is powered off; give a reason, see app_cg_kit_deny() */
+    APP_CG_KIT_LATER = 2, /* app_cg_kit_answer() follows; after 300 seconds the card is admitted without it */
+    APP_CG_KIT_AGAIN = 3  /* no verdict is possible now: call again in a second */
 };
 
-/* What can go wrong. app_cg_kit_error_text() has a sentence for each; the log tells the particulars. */
+/* The errors. app_cg_kit_error_text() has a sentence for each; the log has the details. */
 enum app_cg_kit_error {
     APP_CG_KIT_E_ARGUMENT = -1,  /* an argument is null or out of its range */
-    APP_CG_KIT_E_NAME = -2,      /* the name is empty, longer than 15 bytes, or none that a file could have */
-    APP_CG_KIT_E_TAKEN = -3,     /* another module of this account here has the name, on the same store */
-    APP_CG_KIT_E_SETTINGS = -4,  /* the settings say nothing usable of the store */
+    APP_CG_KIT_E_NAME = -2,      /* the name is empty, longer than 15 bytes, or not possible for a file */
+    APP_CG_KIT_E_TAKEN = -3,     /* another module of this account on this host has the name on this store */
+    APP_CG_KIT_E_SETTINGS = -4,  /* the settings of the store cannot be used */
     APP_CG_KIT_E_MEMORY = -5,    /* memory ran out */
     APP_CG_KIT_E_SYSTEM = -6,    /* the operating system refused something */
-    APP_CG_KIT_E_ANSWERED = -7,  /* the check has its verdict already; this one is dropped */
-    APP_CG_KIT_E_WITHDRAWN = -8, /* the daemon waits for this check no more; the verdict is dropped */
+    APP_CG_KIT_E_ANSWERED = -7,  /* the check has a verdict already; this one is dropped */
+    APP_CG_KIT_E_WITHDRAWN = -8, /* the request was withdrawn; the verdict is dropped */
     APP_CG_KIT_E_STOPPED = -9    /* the module has ended */
 };
 
-/* How much a line of the log matters. */
+/* The severity of a log line. */
 enum app_cg_kit_level {
     APP_CG_KIT_ERROR = 3, /* the numbers are those of the system log */
     APP_CG_KIT_WARNING = 4,
@@ -72,8 +72,8 @@ enum app_cg_kit_level {
     APP_CG_KIT_DEBUG = 7
 };
 
-/* A card. Texts and bytes belong to the kit and die with the callback's return. More members may join at the
- * end. */
+/* A card. Texts and bytes belong to the kit and are valid until the callback returns. Later versions may add
+ * members at the end. */
 typedef struct app_cg_kit_card {
     int32_t devid; /* its position */
     int32_t slotid;
@@ -95,23 +95,23 @@ typedef struct app_cg_kit_card {
  * Examines a card.
  *
  * check  the examination; valid until the return, or longer when it is held, see app_cg_kit_hold().
- * Returns an enum app_cg_kit_verdict; anything else is taken as APP_CG_KIT_AGAIN.
+ * Returns an enum app_cg_kit_verdict; anything else is handled as APP_CG_KIT_AGAIN.
  */
 typedef int (*app_cg_kit_check_f)(void *arg, const app_cg_kit_card_t *card, app_cg_kit_check_t *check);
 
-/* Nobody waits for the verdict any more: the card left, another module denied it, or the 300 seconds are
- * over; or the slot has another card by now, which is examined anew. Only for examinations that are open, and
- * in the case of another card for one whose verdict was given and is dropped. `check` is the handle that the
- * examination was given. */
+/* The verdict is no longer needed: the card left, another module denied it, or the 300 seconds are over; or
+ * the slot has another card by now, which is examined in its turn. Called for open examinations, and in the
+ * case of another card also for one whose verdict was given and is dropped. `check` is the handle that the
+ * examination had. */
 typedef void (*app_cg_kit_withdrawn_f)(void *arg, const app_cg_kit_card_t *card, app_cg_kit_check_t *check);
 
-/* The device manager's information about a card came, changed, or went (present 0; then as it last was).
- * Every card of the device, exempt ones too, and those that are there when the module starts. `type`,
- * `node_type` and `node_id` are the information's own. */
+/* The device manager's information about a card was added, changed, or deleted (present 0; then as it last
+ * was). For every card of the device, exempt ones too, and those that are there when the module starts.
+ * `type`, `node_type` and `node_id` are those of the information. */
 typedef void (*app_cg_kit_card_f)(void *arg, const app_cg_kit_card_t *card, int present);
 
-/* One line of the log, without line break. level: enum app_cg_kit_level. May come from any thread that calls
- * the kit. */
+/* One line of the log, without line break. level: enum app_cg_kit_level. Called on any thread that calls the
+ * kit. */
 typedef void (*app_cg_kit_log_f)(void *arg, int level, const char *text);
 
 /* app_cg_kit_options.flags */
@@ -120,7 +120,7 @@ enum app_cg_kit_flag {
     APP_CG_KIT_NO_SIGNALS = 1
 };
 
-/* Fill it with app_cg_kit_options_init() first: then what is not set has its default. Copied by
+/* Fill it with app_cg_kit_options_init() first; then set what differs from the defaults. Copied by
  * app_cg_kit_open(). */
 typedef struct app_cg_kit_options {
     size_t size;                      /* of this structure, for later versions of it */
@@ -130,16 +130,15 @@ typedef struct app_cg_kit_options {
     app_cg_kit_card_f card;           /* or null */
     app_cg_kit_log_f log;             /* or null: lines on standard error, "NAME: warning: ..." */
     void *arg;                        /* first argument of the callbacks */
-    int log_level;                    /* nothing beyond this is logged; default APP_CG_KIT_INFO */
+    int log_level;                    /* less severe lines are not logged; default APP_CG_KIT_INFO */
     unsigned flags;                   /* enum app_cg_kit_flag */
-    const char *endpoint;             /* the store, as VX_MOM_ENDPOINT has it; default: that setting */
+    const char *endpoint;             /* the store, in the form of VX_MOM_ENDPOINT; default: that setting */
     const char *module_folder; /* default /etc/app_cg/deny_check; a warning when it lacks the name; "": not
-                                  looked at */
-    const char
-        *lock_folder; /* default /run/lock; where a lock keeps the name from being used twice; "": no lock */
+                                  read */
+    const char *lock_folder;   /* default /run/lock; of the lock on the name; "": no lock */
 } app_cg_kit_options_t;
 
-/* Writes the defaults into a structure of `size` bytes, and no further: a program may be older than the
+/* Writes the defaults into a structure of `size` bytes, and not beyond: a program may be older than the
  * library, and its structure shorter. Accepts null. */
 void app_cg_kit_options_init_size(app_cg_kit_options_t *options, size_t size);
 
@@ -159,46 +158,45 @@ static inline void app_cg_kit_options_init(app_cg_kit_options_t *options)
 int app_cg_kit_open(const app_cg_kit_options_t *options, app_cg_kit_t **kit);
 
 /*
- * Serves until SIGTERM, SIGINT or app_cg_kit_stop(). Under a service manager it says when it is ready and
- * gives signs of life (Type=notify, WatchdogSec).
+ * Serves until SIGTERM, SIGINT or app_cg_kit_stop(). It notifies a service manager when it is ready,
+ * and sends it heartbeats (Type=notify, WatchdogSec).
  *
  * Returns 0 when asked to end; APP_CG_KIT_E_STOPPED when it served before; APP_CG_KIT_E_SYSTEM when it could
  * not run.
  */
 int app_cg_kit_run(app_cg_kit_t *kit);
 
-/* Ends app_cg_kit_run() soon, or, when that has not begun, at once when it does. From any thread, and in a
- * signal handler. Examinations that are open stay unanswered; another start of the module is asked about them
- * again. */
+/* Ends app_cg_kit_run(), or has it return as soon as it is called. From any thread, and in a signal handler.
+ * Open examinations stay unanswered; the module is asked about them again when it is started again. */
 int app_cg_kit_stop(app_cg_kit_t *kit);
 
-/* Frees a module that does not run. Handles that are held stay valid. Accepts null. */
+/* Frees a module that is not in app_cg_kit_run(). Held handles stay valid. Accepts null. */
 void app_cg_kit_close(app_cg_kit_t *kit);
 
 /*
- * Gives the verdict of an examination; from any thread, the callback's own too. It is written from the
- * module's loop and tried again until the store takes it.
+ * Gives the verdict of an examination; from any thread, also within the callback. The module's loop writes
+ * it, again and again until the store accepts it.
  *
  * verdict  APP_CG_KIT_PASS or APP_CG_KIT_DENY.
- * reason   what a DENY is for, told to the operator: at most 255 bytes, cut at a character. Null or empty is
- * a warning, and the daemon says "NAME not compatible". Not used for PASS. Returns 0 when it was taken;
- * APP_CG_KIT_E_ANSWERED, APP_CG_KIT_E_WITHDRAWN or APP_CG_KIT_E_STOPPED when it was dropped;
- * APP_CG_KIT_E_ARGUMENT, _MEMORY.
+ * reason   of a DENY, for the operator: at most 255 bytes, longer ones are cut at a character. Null or empty
+ *          logs a warning, and the operator reads "NAME not compatible". Not used for PASS.
+ * Returns 0 when the verdict was accepted; APP_CG_KIT_E_ANSWERED, APP_CG_KIT_E_WITHDRAWN or
+ * APP_CG_KIT_E_STOPPED when it was dropped; APP_CG_KIT_E_ARGUMENT, _MEMORY.
  */
 int app_cg_kit_answer(app_cg_kit_check_t *check, int verdict, const char *reason);
 
-/* For a callback's last line: notes the reason and returns APP_CG_KIT_DENY. */
+/* For a callback's return statement: stores the reason and returns APP_CG_KIT_DENY. */
 int app_cg_kit_deny(app_cg_kit_check_t *check, const char *reason);
 
 /* Keeps a handle beyond the callback's return; any number of times. Returns the handle. From any thread.
  * Accepts null. */
 app_cg_kit_check_t *app_cg_kit_hold(app_cg_kit_check_t *check);
 
-/* Gives a held handle back, once for each app_cg_kit_hold(). When the last one of an examination without a
- * verdict is given back, a warning says so: nobody can answer any more. From any thread. Accepts null. */
+/* Releases a held handle, once for each app_cg_kit_hold(). Releasing the last one of an examination without a
+ * verdict logs a warning, since nobody can answer any more. From any thread. Accepts null. */
 void app_cg_kit_release(app_cg_kit_check_t *check);
 
-/* Whether anybody still waits for the verdict: 1, or 0. From any thread. */
+/* Whether the verdict is still needed: 1, or 0. From any thread. */
 int app_cg_kit_is_open(app_cg_kit_check_t *check);
 
 /* A sentence for a result of these functions, 0 included. Static. */

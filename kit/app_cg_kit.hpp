@@ -1,5 +1,5 @@
-// app_cg_kit for C++: the same as app_cg_kit.h with owners, std::function and exceptions at the start. Header
-// only, so that the library keeps a C interface alone. What is not said here is said there.
+// app_cg_kit for C++: app_cg_kit.h with owners, std::function, and exceptions from constructors. Header only,
+// so that the library has a C interface alone. See there for all that is not documented here.
 //
 //     int main()
 //     {
@@ -26,7 +26,7 @@
 namespace app_cg_kit
 {
 
-// What cannot be: the result of app_cg_kit_open(), with its sentence.
+// A module that could not be made: the result of app_cg_kit_open(), with its sentence.
 class Error : public std::runtime_error
 {
 public:
@@ -37,7 +37,7 @@ private:
     int code_;
 };
 
-// A card; a copy, to be kept as long as one likes.
+// A card; a copy, which may be kept.
 struct Card {
     struct Info {
         bool online = false;
@@ -52,7 +52,7 @@ struct Card {
     std::int32_t type = 0;
     std::int32_t node_type = 0;
     std::int32_t node_id = 0;
-    std::optional<Info> info{}; // nothing when the device manager says nothing of the card
+    std::optional<Info> info{}; // nothing when the device manager has none
 
     Card() = default;
     explicit Card(const app_cg_kit_card_t &card)
@@ -72,7 +72,7 @@ struct Card {
     }
 };
 
-// What an examination comes to.
+// The result of an examination.
 struct Verdict {
     int verdict = APP_CG_KIT_AGAIN;
     std::string reason{};
@@ -86,25 +86,25 @@ inline Verdict deny(std::string reason)
 {
     return {APP_CG_KIT_DENY, std::move(reason)};
 }
-// A copy of the Check that was given tells it.
+// A copy of the Check gives the verdict later.
 inline Verdict later()
 {
     return {APP_CG_KIT_LATER, {}};
 }
-// In a second.
+// No verdict is possible now; called again in a second.
 inline Verdict ask_again()
 {
     return {APP_CG_KIT_AGAIN, {}};
 }
 
-// An examination. Copies stand for the same one; keep one to tell the verdict later, from any thread.
+// An examination. Copies refer to the same one; keep one to give the verdict later, from any thread.
 class Check
 {
 public:
     explicit Check(app_cg_kit_check_t *handle) : handle_(app_cg_kit_hold(handle), app_cg_kit_release) {}
 
-    // Each returns 0 when the verdict was taken, else why it was dropped: APP_CG_KIT_E_ANSWERED, _WITHDRAWN,
-    // _STOPPED.
+    // Each returns 0 when the verdict was accepted, else why it was dropped: APP_CG_KIT_E_ANSWERED,
+    // _WITHDRAWN, _STOPPED.
     int pass() const { return app_cg_kit_answer(handle_.get(), APP_CG_KIT_PASS, nullptr); }
     int deny(const std::string &reason) const
     {
@@ -133,7 +133,7 @@ public:
         int log_level = APP_CG_KIT_INFO;
         unsigned flags = 0;                                  // enum app_cg_kit_flag
         std::optional<std::string> endpoint{};               // nothing: the setting VX_MOM_ENDPOINT
-        std::string module_folder{"/etc/app_cg/deny_check"}; // empty: not looked at
+        std::string module_folder{"/etc/app_cg/deny_check"}; // empty: not read
         std::string lock_folder{"/run/lock"};                // empty: no lock
     };
 

@@ -4,30 +4,16 @@
 
 #include <cstdint>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "app_cg_kit.h"
+#include "records/card_identity.h"
+#include "records/position.h"
 
 namespace kit
 {
 
-struct Position {
-    int32_t devid = 0;
-    int32_t slotid = 0;
-    int32_t sslotid = 0;
-
-    friend bool operator==(const Position &, const Position &) = default;
-    friend bool operator<(const Position &one, const Position &other)
-    {
-        return std::tie(one.devid, one.slotid, one.sslotid) <
-               std::tie(other.devid, other.slotid, other.sslotid);
-    }
-    [[nodiscard]] std::string text() const
-    {
-        return std::to_string(devid) + '/' + std::to_string(slotid) + '/' + std::to_string(sslotid);
-    }
-};
+using cg::Position;
 
 // A check request.
 struct Request {
@@ -52,7 +38,7 @@ struct Facts {
     // request as it was.
     [[nodiscard]] bool is_same_card(const Facts &other) const
     {
-        return has_info == other.has_info && name == other.name && serial == other.serial;
+        return has_info == other.has_info && cg::has_same_identity(*this, other);
     }
 
     // The same for C; lives as long as this object and while it is not moved.

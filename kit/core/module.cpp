@@ -9,6 +9,7 @@
 #include "ham.h"
 #include "log/platform_log.h"
 #include "loop/settings.h"
+#include "modules/contract.h"
 
 namespace kit
 {
@@ -21,7 +22,6 @@ Module *current = nullptr;
 constexpr int32_t same_data = 2;
 constexpr std::chrono::seconds retry_pause{1};
 constexpr std::chrono::seconds warn_after{240};
-constexpr std::chrono::seconds daemon_waits{300};
 
 int level_of(int32_t platform_level)
 {
@@ -413,7 +413,7 @@ void Module::try_again()
 void Module::watch_time(Job &job, std::chrono::seconds asked_for)
 {
     const bool is_first = asked_for < warn_after;
-    const auto next = is_first ? warn_after : daemon_waits;
+    const auto next = is_first ? warn_after : cg::check_timeout;
     const auto due = [this, &job, next] {
         const std::string card =
             job.request.position.text() + ": no verdict for " + std::to_string(next.count()) + " s; ";

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "base/text.h"
+#include "modules/contract.h"
 #include "p_dev.pb-c.h"
 
 namespace cg
@@ -15,8 +16,6 @@ namespace cg
 
 namespace
 {
-
-constexpr std::size_t longest_reason = 255; // bytes; the daemon keeps 256 with the terminator
 
 std::string seconds_text(double seconds)
 {

@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "card_entry.h"
+#include "records/card_identity.h"
 
 namespace admission
 {
@@ -29,7 +30,7 @@ std::optional<State> state_after(Outcome outcome)
 bool is_same_card(const CardFacts &one, const CardFacts &other)
 {
     const auto is_blank = [](const CardFacts &card) { return card.name.empty() && card.serial.empty(); };
-    return is_blank(one) || is_blank(other) || (one.name == other.name && one.serial == other.serial);
+    return is_blank(one) || is_blank(other) || cg::has_same_identity(one, other);
 }
 
 // The card's state as it now is, and since when.

@@ -2,13 +2,17 @@
 #include "process/child_process.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
+#include <sys/epoll.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdlib>
 #include <system_error>
@@ -22,7 +26,7 @@ namespace cg
 namespace
 {
 
-constexpr std::size_t most_kept = 4096; // of what a command prints; the rest is read and forgotten
+constexpr std::size_t most_kept = 4096; // bytes of what a command prints; the rest is discarded
 
 void check(int error, const char *what)
 {
@@ -58,7 +62,7 @@ public:
         check(posix_spawn_file_actions_addopen(&actions_, 0, "/dev/null", O_RDONLY, 0), "posix_spawn");
         check(posix_spawn_file_actions_adddup2(&actions_, output_end, 1), "posix_spawn");
         check(posix_spawn_file_actions_adddup2(&actions_, error_end, 2), "posix_spawn");
-        // The store's connections are none of its business.
+        // It must not hold connections and locks of ours open.
         check(posix_spawn_file_actions_addclosefrom_np(&actions_, 3), "posix_spawn");
     }
     [[nodiscard]] const posix_spawn_file_actions_t *get() const { return &actions_; }
@@ -110,34 +114,23 @@ std::vector<char *> pointers(std::vector<std::string> &texts)
     return result;
 }
 
-void drain(const Descriptor &pipe, std::string &kept)
+// Closes the pipe at its end, which would otherwise stay readable.
+void drain(Descriptor &pipe, std::string &kept)
 {
     std::array<char, most_kept> buffer{};
-    for (;;) {
+    while (pipe) {
         const ssize_t count = read(pipe.get(), buffer.data(), buffer.size());
-        if (count <= 0) {
-            return; // nothing now, or the end; the end is seen by the process' own
+        if (count < 0) {
+            return; // nothing now
+        }
+        if (count == 0) {
+            pipe.reset();
         }
         kept.append(buffer.data(), std::min(static_cast<std::size_t>(count), most_kept - kept.size()));
     }
 }
 
 } // namespace
-
-Descriptor::Descriptor(Descriptor &&other) noexcept : number_(std::exchange(other.number_, -1)) {}
-
-Descriptor &Descriptor::operator=(Descriptor &&other) noexcept
-{
-    std::swap(number_, other.number_);
-    return *this;
-}
-
-void Descriptor::reset()
-{
-    if (number_ >= 0) {
-        close(std::exchange(number_, -1));
-    }
-}
 
 ChildProcess::ChildProcess(const std::vector<std::string> &command,
                            const std::vector<std::string> &environment)
@@ -146,7 +139,26 @@ ChildProcess::ChildProcess(const std::vector<std::string> &command,
     Pipe errors = make_pipe();
     output_pipe_ = std::move(output.reading);
     error_pipe_ = std::move(errors.reading);
+    events_.reset(epoll_create1(EPOLL_CLOEXEC));
+    check(events_ ? 0 : errno, "epoll");
+    watch(output_pipe_);
+    watch(error_pipe_);
     start(command, environment, output.writing, errors.writing);
+    try {
+        end_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
+        check(end_ ? 0 : errno, "pidfd_open");
+        watch(end_);
+    } catch (const std::system_error &) {
+        end();
+        throw;
+    }
+}
+
+void ChildProcess::watch(const Descriptor &source)
+{
+    epoll_event event{};
+    event.events = EPOLLIN;
+    check(epoll_ctl(events_.get(), EPOLL_CTL_ADD, source.get(), &event) == 0 ? 0 : errno, "epoll");
 }
 
 void ChildProcess::start(const std::vector<std::string> &command, const std::vector<std::string> &environment,
@@ -165,6 +177,11 @@ void ChildProcess::start(const std::vector<std::string> &command, const std::vec
 
 ChildProcess::~ChildProcess()
 {
+    end();
+}
+
+void ChildProcess::end()
+{
     if (pid_ > 0) {
         signal_group(SIGKILL);
         waitpid(pid_, nullptr, 0);
@@ -176,14 +193,30 @@ std::optional<int> ChildProcess::poll()
     if (pid_ > 0) {
         int status = 0;
         const pid_t ended = waitpid(pid_, &status, WNOHANG);
-        drain(output_pipe_, output_); // after the question, so that nothing it printed is missed
+        drain(output_pipe_, output_); // after waitpid(), so that nothing it printed is missed
         drain(error_pipe_, errors_);
         if (ended == pid_) {
             status_ = status;
             pid_ = -1;
+            end_.reset();
             output_pipe_.reset();
             error_pipe_.reset();
         }
+    }
+    return status_;
+}
+
+std::optional<int> ChildProcess::wait_for(std::chrono::milliseconds limit)
+{
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    while (!poll()) {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            break;
+        }
+        pollfd event{events_.get(), POLLIN, 0};
+        ::poll(&event, 1, static_cast<int>(std::min<int64_t>(left.count(), INT_MAX)));
     }
     return status_;
 }
@@ -195,16 +228,19 @@ void ChildProcess::signal_group(int signal_number)
     }
 }
 
-bool is_executable(const std::string &program)
+std::string find_program(const std::string &program)
 {
     if (program.find('/') != std::string::npos) {
-        return access(program.c_str(), X_OK) == 0;
+        return access(program.c_str(), X_OK) == 0 ? program : "";
     }
     const char *path = getenv("PATH");
-    const std::vector<std::string> folders = split(path == nullptr ? "/bin:/usr/bin" : path, ':');
-    return std::any_of(folders.begin(), folders.end(), [&](const std::string &folder) {
-        return access((folder.empty() ? program : folder + '/' + program).c_str(), X_OK) == 0;
-    });
+    for (const std::string &folder : split(path == nullptr ? "/bin:/usr/bin" : path, ':')) {
+        const std::string place = folder.empty() ? "./" + program : folder + '/' + program;
+        if (access(place.c_str(), X_OK) == 0) {
+            return place;
+        }
+    }
+    return {};
 }
 
 } // namespace cg

@@ -1,7 +1,6 @@
 // A store server of one's own.
 #include "process/private_store.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -11,7 +10,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <system_error>
 #include <vector>
 
@@ -27,53 +25,28 @@ namespace
 namespace fs = std::filesystem;
 
 constexpr std::chrono::seconds patience{20};
-constexpr int look_again_ms = 5;
+constexpr std::chrono::milliseconds poll_interval{5};
 
-bool eventually(const std::function<bool()> &condition)
-{
-    const auto deadline = std::chrono::steady_clock::now() + patience;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        ::poll(nullptr, 0, look_again_ms);
-    }
-    return true;
-}
-
-// The program's path; empty when PATH has none of the name.
-std::string found_in_path(const std::string &program)
-{
-    const char *path = getenv("PATH");
-    for (const std::string &folder : split(path == nullptr ? "/usr/bin:/bin" : path, ':')) {
-        std::string place = (folder.empty() ? "." : folder) + '/' + program;
-        if (access(place.c_str(), X_OK) == 0) {
-            return place;
-        }
-    }
-    return {};
-}
-
-// Debian's redis-tools has the server's program under another name, and the program goes by the name that it
-// is called by; hence the link.
+// Debian's redis-tools has the server's program under another name. The program behaves according to the name
+// that it is called by; hence the link.
 std::string server_program(const fs::path &folder)
 {
     for (const char *name : {"redis-server", "valkey-server"}) {
-        if (std::string place = found_in_path(name); !place.empty()) {
+        if (std::string place = find_program(name); !place.empty()) {
             return place;
         }
     }
-    const std::string other_name = found_in_path("redis-check-rdb");
+    const std::string other_name = find_program("redis-check-rdb");
     if (other_name.empty()) {
         throw Failure(failed,
                       "no store server: PATH has neither redis-server nor valkey-server nor redis-check-rdb; "
-                      "the package redis-tools has one, `apt-get install redis-tools`");
+                      "`apt-get install redis-tools` installs one");
     }
     fs::create_symlink(other_name, folder / "redis-server");
     return folder / "redis-server";
 }
 
-// Whether somebody who has read his data listens.
+// Whether a server listens that has loaded its data.
 bool answers(const fs::path &socket_path)
 {
     const Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -89,8 +62,7 @@ bool answers(const fs::path &socket_path)
            recv(connection.get(), answer.data(), answer.size(), MSG_WAITALL) > 0 && answer == "+PONG";
 }
 
-// Below $TMPDIR, unless that lies so deep that the path of a socket there would be longer than the system
-// allows.
+// In $TMPDIR, unless the path of a socket there would be longer than the system allows.
 fs::path new_folder()
 {
     const fs::path name = "cgctl-store-XXXXXX";
@@ -121,14 +93,14 @@ PrivateStore::PrivateStore() : folder_(new_folder())
 
 PrivateStore::~PrivateStore()
 {
-    server_.reset(); // by force; the data are not wanted any more
+    server_.reset(); // killed: its data is discarded
     std::error_code ignored;
     fs::remove_all(folder_, ignored);
 }
 
 void PrivateStore::start()
 {
-    // "save" has it write its data at a regular end.
+    // "save" has it write its data at a regular exit.
     const std::vector<std::string> command{
         program_, "--databases",    "64",           "--port",          "0",
         "--dir",  folder_.string(), "--unixsocket", socket().string(), "--unixsocketperm",
@@ -138,17 +110,22 @@ void PrivateStore::start()
     } catch (const std::system_error &problem) {
         throw Failure(failed, program_ + " cannot be started: " + problem.what());
     }
-    if (!eventually([this] { return answers(socket()) || server_->poll().has_value(); }) || server_->poll()) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    bool serves = answers(socket());
+    while (!serves && !server_->wait_for(poll_interval) && std::chrono::steady_clock::now() < deadline) {
+        serves = answers(socket());
+    }
+    if (!serves) {
         throw Failure(failed,
-                      program_ + " did not come up: " + visible(server_->output() + server_->errors(), 500));
+                      program_ + " did not start: " + visible(server_->output() + server_->errors(), 500));
     }
 }
 
 void PrivateStore::stop()
 {
     server_->signal_group(SIGTERM);
-    if (!eventually([this] { return server_->poll().has_value(); })) {
-        throw Failure(failed, program_ + " does not end");
+    if (!server_->wait_for(patience)) {
+        throw Failure(failed, program_ + " does not exit");
     }
     server_.reset();
 }

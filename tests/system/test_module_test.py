@@ -48,7 +48,7 @@ def test_a_good_module_passes_every_case(try_module):
     assert status == 0, said
     assert list(cases) == CASES
     assert {case["state"] for case in cases.values()} == {"ok"}
-    assert json.loads(said)["version"] == 1 and json.loads(said)["passed"] is True
+    assert json.loads(said)["version"] == 2 and json.loads(said)["passed"] is True
 
 
 @pytest.mark.parametrize("command", [
@@ -65,7 +65,7 @@ def test_the_examples_pass(try_module, command):
     ("no-reason", "deny-has-reason", "1/1/0 was denied without a reason"),
     ("long-reason", "reason-fits", "the longest reason has 256 bytes"),
     ("asked-again", "asked-again", "no answer for 1/1/0"),
-    ("dies-of-loss", "store-restarts", "the module has ended: exit status 1; it said: "),
+    ("dies-of-loss", "store-restarts", "the module has ended: exit status 1; it printed: "),
     ("was-away", "was-away", "no answer for 1/2/0"),
     ("serial", "card-leaves", "1/1/0 was answered long after its request was gone"),
     ("forget", "asked-again", "no answer for 1/1/0"),
@@ -77,14 +77,14 @@ def test_a_fault_is_found_and_said(try_module, fault, case, found):
     assert status == 1
     assert case in failed(cases), said
     assert found in cases[case]["found"]
-    assert cases[case]["mend"]
+    assert cases[case]["fix"]
 
 
 def test_a_silent_module_is_told_once_and_ends_well(try_module):
     status, cases, said = try_module(BUILD / "bin" / "kit_silent", "silent", options=["--timeout", "0.5"])
     assert (status, failed(cases)) == (1, ["answers-in-time"]), said
     assert "no answer for 1/1/0 (card 1/1/0, type 200) within 0.5" in cases["answers-in-time"]["found"]
-    assert "it said: silent: " in cases["answers-in-time"]["found"]
+    assert "it printed: silent: " in cases["answers-in-time"]["found"]
     assert cases["was-away"]["state"] == "skipped"
 
 
@@ -104,7 +104,7 @@ def test_a_second_answer_is_found(try_module):
 def test_a_module_that_dies_says_why(try_module):
     status, cases, _ = try_module("sh", "-c", "echo starting; echo no licence >&2; exit 3")
     assert (status, failed(cases)) == (1, ["answers-in-time"])
-    assert "the module has ended: exit status 3; it said: no licence" in cases["answers-in-time"]["found"]
+    assert "the module has ended: exit status 3; it printed: no licence" in cases["answers-in-time"]["found"]
     assert {case["state"] for name, case in cases.items() if name != "answers-in-time"} == {"skipped"}
 
 
@@ -112,7 +112,7 @@ def test_a_module_that_does_not_hear_sigterm_is_found(try_module):
     status, cases, said = try_module("sh", "-c", "trap '' TERM; while :; do sleep 1; done",
                                      options=["--timeout", "0.3"])
     assert (status, failed(cases)) == (1, ["answers-in-time", "ends"]), said
-    assert cases["ends"]["found"] == "no end within the time limit"
+    assert cases["ends"]["found"] == "no exit within the time limit"
 
 
 def test_the_cards_are_those_that_were_named(try_module):
@@ -131,7 +131,7 @@ def test_lines_for_people(folder):
     lines = done.stdout.splitlines()
     assert [line.split()[1] for line in lines] == CASES
     assert lines[0].startswith("ok   answers-in-time 3 cards, the slowest in ")
-    assert lines[3].startswith("FAIL deny-has-reason 1/1/0 was denied without a reason; mend: say what is wrong")
+    assert lines[3].startswith("FAIL deny-has-reason 1/1/0 was denied without a reason; fix: give a reason")
 
 
 @pytest.mark.parametrize("arguments, complaint", [

@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "base/text.h"
-#include "process/child_process.h"
+#include "base/descriptor.h"
 
 namespace recorder
 {

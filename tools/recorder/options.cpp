@@ -36,7 +36,7 @@ struct Texts {
     std::string life = "/run/app_cg/life";
     std::string keep_days = "365";
     std::string keep_mib = "256";
-    std::string silence_after = "300";
+    std::string silence_after = std::to_string(cg::check_timeout.count());
 };
 
 void add_options(CLI::App &app, Texts &texts)

@@ -13,6 +13,7 @@
 #include <variant>
 #include <vector>
 
+#include "modules/contract.h"
 #include "records/new_card.h"
 
 namespace cg::scenario
@@ -115,7 +116,7 @@ const char *text_of(Wanted wanted);
 std::string text_of(const Expect &expect);
 
 // How long a check takes whose modules do not all answer.
-inline constexpr std::chrono::seconds check_time{300};
+inline constexpr std::chrono::seconds check_time = check_timeout;
 
 } // namespace cg::scenario
 

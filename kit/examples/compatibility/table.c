@@ -17,7 +17,7 @@ struct reader {
     size_t size;
 };
 
-static bool complain(const struct reader *reader, const char *what, const char *text)
+static bool fail(const struct reader *reader, const char *what, const char *text)
 {
     (void)snprintf(reader->problem, reader->size, "%s:%u: '%s': %s", reader->file_name, reader->line, text,
                    what);
@@ -47,7 +47,7 @@ static bool to_number(const char *text, long least, long most, long *number)
 }
 
 /* "1-8" or "12" */
-static bool take_range(const struct reader *reader, char *text, struct row *row)
+static bool parse_range(const struct reader *reader, char *text, struct row *row)
 {
     const char *const right = "neither a slot from 0 to 255 nor a range of them, as in 1-8";
     long first = 0;
@@ -64,7 +64,7 @@ static bool take_range(const struct reader *reader, char *text, struct row *row)
         last = first;
     }
     if (!is_range) {
-        return complain(reader, right, text);
+        return fail(reader, right, text);
     }
     for (long slot = first; slot <= last; slot++) {
         row->slots[slot / 8] = (unsigned char)(row->slots[slot / 8] | (1U << (unsigned)(slot % 8)));
@@ -72,7 +72,7 @@ static bool take_range(const struct reader *reader, char *text, struct row *row)
     return true;
 }
 
-static bool take_slots(const struct reader *reader, char *text, struct row *row)
+static bool parse_slots(const struct reader *reader, char *text, struct row *row)
 {
     if (strcmp(text, "none") == 0) {
         return true;
@@ -82,7 +82,7 @@ static bool take_slots(const struct reader *reader, char *text, struct row *row)
         if (comma != NULL) {
             *comma = '\0';
         }
-        if (!take_range(reader, trimmed(text), row)) {
+        if (!parse_range(reader, trimmed(text), row)) {
             return false;
         }
         text = comma == NULL ? NULL : comma + 1;
@@ -90,12 +90,12 @@ static bool take_slots(const struct reader *reader, char *text, struct row *row)
     return true;
 }
 
-static bool take_type(const struct reader *reader, const char *text, struct row *row)
+static bool parse_type(const struct reader *reader, const char *text, struct row *row)
 {
     long type = 0;
     row->is_for_others = strcmp(text, "*") == 0;
     if (!row->is_for_others && !to_number(text, INT32_MIN, INT32_MAX, &type)) {
-        return complain(reader, "no card type; a whole number, or * for all others", text);
+        return fail(reader, "not a card type, a whole number, or * for all others", text);
     }
     row->type = (int32_t)type;
     return true;
@@ -105,12 +105,12 @@ static bool add_row(const struct reader *reader, struct table *table, const stru
 {
     for (size_t i = 0; i < table->count; i++) {
         if (table->rows[i].is_for_others == row->is_for_others && table->rows[i].type == row->type) {
-            return complain(reader, "there is a line for this type already; keep one of them", type);
+            return fail(reader, "there is a line for this type already; keep one of them", type);
         }
     }
     struct row *rows = realloc(table->rows, (table->count + 1) * sizeof *rows);
     if (rows == NULL) {
-        return complain(reader, "memory ran out", type);
+        return fail(reader, "memory ran out", type);
     }
     rows[table->count] = *row;
     table->rows = rows;
@@ -118,7 +118,7 @@ static bool add_row(const struct reader *reader, struct table *table, const stru
     return true;
 }
 
-static bool take_line(const struct reader *reader, char *line, struct table *table)
+static bool parse_line(const struct reader *reader, char *line, struct table *table)
 {
     struct row row = {.line = reader->line};
     char *text = trimmed(line);
@@ -127,24 +127,24 @@ static bool take_line(const struct reader *reader, char *line, struct table *tab
     }
     char *colon = strchr(text, ':');
     if (colon == NULL) {
-        return complain(reader, "no ':'; a line is TYPE: SLOTS, as in 230: 1-8,12", text);
+        return fail(reader, "no ':'; a line is TYPE: SLOTS, as in 230: 1-8,12", text);
     }
     *colon = '\0';
     const char *type = trimmed(text);
-    return take_type(reader, type, &row) && take_slots(reader, trimmed(colon + 1), &row) &&
+    return parse_type(reader, type, &row) && parse_slots(reader, trimmed(colon + 1), &row) &&
            add_row(reader, table, &row, type);
 }
 
-static bool take_lines(struct reader *reader, FILE *file, struct table *table)
+static bool parse_lines(struct reader *reader, FILE *file, struct table *table)
 {
     char line[LONGEST_LINE];
     while (fgets(line, sizeof line, file) != NULL) {
         reader->line++;
         if (strchr(line, '\n') == NULL && !feof(file)) {
             line[20] = '\0';
-            return complain(reader, "the line is too long; 1022 characters are allowed", line);
+            return fail(reader, "the line is too long; 1022 characters are allowed", line);
         }
-        if (!take_line(reader, line, table)) {
+        if (!parse_line(reader, line, table)) {
             return false;
         }
     }
@@ -154,7 +154,7 @@ static bool take_lines(struct reader *reader, FILE *file, struct table *table)
         return false;
     }
     if (table->count == 0) {
-        (void)snprintf(reader->problem, reader->size, "%s: no line in it; say '*: 0-255' to allow everything",
+        (void)snprintf(reader->problem, reader->size, "%s: no lines; add '*: 0-255' to allow everything",
                        reader->file_name);
         return false;
     }
@@ -170,7 +170,7 @@ bool table_load(const char *file_name, struct table *table, char *problem, size_
         (void)snprintf(problem, size, "%s: cannot be read: %s", file_name, strerror(errno));
         return false;
     }
-    const bool is_good = take_lines(&reader, file, &loaded);
+    const bool is_good = parse_lines(&reader, file, &loaded);
     (void)fclose(file);
     if (!is_good) {
         table_free(&loaded);

@@ -1,4 +1,4 @@
-// Who draws how much, and who came first.
+// How much power each card draws, and which card came first.
 #include "budget.h"
 
 namespace power_budget
@@ -19,7 +19,7 @@ std::string watts_text(std::int64_t watts)
 
 } // namespace
 
-void Budget::notice(const app_cg_kit::Card &card, bool present)
+void Budget::update(const app_cg_kit::Card &card, bool present)
 {
     if (!present || !card.info || !card.info->online) {
         draws_.erase(card.position());
@@ -27,7 +27,7 @@ void Budget::notice(const app_cg_kit::Card &card, bool present)
     }
     const auto [place, is_new] = draws_.try_emplace(card.position());
     if (is_new) {
-        place->second.turn = ++turns_;
+        place->second.order = ++cards_seen_;
     }
     place->second.watts = table_.watts(card.type, name_of(card)).value_or(0);
 }
@@ -39,14 +39,14 @@ app_cg_kit::Verdict Budget::examine(const app_cg_kit::Card &card)
     const auto watts = table_.watts(card.type, name_of(card));
     int cards = 0;
     const std::int64_t used =
-        used_beside(position, found == draws_.end() ? turns_ + 1 : found->second.turn, cards);
+        used_beside(position, found == draws_.end() ? cards_seen_ + 1 : found->second.order, cards);
     const bool fits = watts && used + *watts <= table_.budget;
     if (found != draws_.end()) {
         found->second.passed = fits;
         found->second.denied = !fits;
     }
     if (!watts) {
-        return app_cg_kit::deny("the power table says nothing of type " + std::to_string(card.type) +
+        return app_cg_kit::deny("the power table has neither type " + std::to_string(card.type) +
                                 " nor of name '" + name_of(card) + "'");
     }
     if (!fits) {
@@ -57,11 +57,11 @@ app_cg_kit::Verdict Budget::examine(const app_cg_kit::Card &card)
     return app_cg_kit::pass();
 }
 
-std::int64_t Budget::used_beside(const std::string &position, std::uint64_t turn, int &cards) const
+std::int64_t Budget::used_beside(const std::string &position, std::uint64_t order, int &cards) const
 {
     std::int64_t used = 0;
     for (const auto &[where, draw] : draws_) {
-        if (where != position && !draw.denied && (draw.passed || draw.turn < turn)) {
+        if (where != position && !draw.denied && (draw.passed || draw.order < order)) {
             used += draw.watts;
             cards++;
         }

@@ -24,7 +24,7 @@ int main(int argc, char **argv)
     options.check = [&](const app_cg_kit::Card &card, const app_cg_kit::Check &) {
         return budget->examine(card);
     };
-    options.card = [&](const app_cg_kit::Card &card, bool present) { budget->notice(card, present); };
+    options.card = [&](const app_cg_kit::Card &card, bool present) { budget->update(card, present); };
     try {
         return app_cg_kit::Module(std::move(options)).run() == 0 ? 0 : 1;
     } catch (const app_cg_kit::Error &error) {

@@ -1,4 +1,4 @@
-// What cards draw: a file of lines.
+// What cards draw: a text file.
 #include "table.h"
 
 #include <cerrno>
@@ -14,12 +14,12 @@ namespace
 
 constexpr std::int64_t most_watts = 1'000'000;
 
-// Where in the file we are, for messages.
+// A line of the file, for messages.
 struct Place {
     const std::string &file;
     int line;
 
-    [[noreturn]] void complain(const std::string &problem) const
+    [[noreturn]] void fail(const std::string &problem) const
     {
         throw Malformed(file + ':' + std::to_string(line) + ": " + problem);
     }
@@ -44,7 +44,7 @@ std::int64_t watts_in(const std::string &text, const Place &place)
 {
     const auto watts = number<std::int64_t>(text);
     if (!watts || *watts < 0 || *watts > most_watts) {
-        place.complain("'" + text + "' is no number of watts from 0 to 1000000");
+        place.fail("'" + text + "' is not a number of watts from 0 to 1000000");
     }
     return *watts;
 }
@@ -53,22 +53,23 @@ template <typename Map, typename Key>
 void add(Map &map, const Key &key, std::int64_t watts, const Place &place)
 {
     if (!map.emplace(key, watts).second) {
-        place.complain("said before, in another line; keep one of them");
+        place.fail("repeats an earlier line; keep one of them");
     }
 }
 
-void take_line(const std::string &line, const Place &place, Table &table, std::optional<std::int64_t> &budget)
+void parse_line(const std::string &line, const Place &place, Table &table,
+                std::optional<std::int64_t> &budget)
 {
     const std::size_t equals = line.rfind('=');
     if (equals == std::string::npos) {
-        place.complain("no '='; a line is 'budget = W', 'type N = W', 'name TEXT = W' or 'default = W'");
+        place.fail("no '='; a line is 'budget = W', 'type N = W', 'name TEXT = W' or 'default = W'");
     }
     const std::string what = trimmed(line.substr(0, equals));
     const std::int64_t watts = watts_in(trimmed(line.substr(equals + 1)), place);
     if (what == "budget" || what == "default") {
         auto &value = what == "budget" ? budget : table.otherwise;
         if (value) {
-            place.complain(what + " is said before, in another line; keep one of them");
+            place.fail(what + " is set by an earlier line; keep one of them");
         }
         value = watts;
     } else if (what.starts_with("name ")) {
@@ -76,11 +77,11 @@ void take_line(const std::string &line, const Place &place, Table &table, std::o
     } else if (what.starts_with("type ")) {
         const auto type = number<std::int32_t>(trimmed(what.substr(5)));
         if (!type) {
-            place.complain("'" + trimmed(what.substr(5)) + "' is no card type; a whole number is");
+            place.fail("'" + trimmed(what.substr(5)) + "' is not a card type, a whole number");
         }
         add(table.by_type, *type, watts, place);
     } else {
-        place.complain("'" + what + "' is unknown; a line is about budget, type, name or default");
+        place.fail("'" + what + "' is unknown; a line sets budget, type, name or default");
     }
 }
 
@@ -104,7 +105,7 @@ Table read_table(std::istream &lines, const std::string &file_name)
         place.line++;
         line = trimmed(line);
         if (!line.empty() && line.front() != '#') {
-            take_line(line, place, table, budget);
+            parse_line(line, place, table, budget);
         }
     }
     if (lines.bad()) {
@@ -114,7 +115,7 @@ Table read_table(std::istream &lines, const std::string &file_name)
         throw Malformed(file_name + ": no line 'budget = W'");
     }
     if (table.by_name.empty() && table.by_type.empty() && !table.otherwise) {
-        throw Malformed(file_name + ": no card in it; say 'default = W' to treat all alike");
+        throw Malformed(file_name + ": no cards; add 'default = W' to treat all alike");
     }
     table.budget = *budget;
     return table;

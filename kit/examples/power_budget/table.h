@@ -1,4 +1,4 @@
-// What cards draw: a file of lines.
+// What cards draw: a text file.
 //
 //     # comment
 //     budget = 2400             watts for all cards together
@@ -18,7 +18,7 @@
 namespace power_budget
 {
 
-// What is wrong with a table, and in which line; what() is for the user.
+// A table that cannot be used; what() names the line and the mistake.
 class Malformed : public std::runtime_error
 {
 public:
@@ -31,12 +31,12 @@ struct Table {
     std::map<std::string, std::int64_t> by_name{};
     std::optional<std::int64_t> otherwise{};
 
-    // Watts of a card; nothing when no line is about it.
+    // What a card draws; nothing when no line matches it.
     std::optional<std::int64_t> watts(std::int32_t type, const std::string &name) const;
 };
 
-// Reads a table. Throws Malformed: for a line that is none, one said twice, and a table without a budget or
-// without a card, which would be a mistake and no wish.
+// Reads a table; the file name is for messages. Throws Malformed: for a line that does not parse, one that
+// repeats another, and a table without a budget or without cards, which can only be a mistake.
 Table read_table(std::istream &lines, const std::string &file_name);
 
 // The same from a file; Malformed too when it cannot be read.

@@ -3,8 +3,8 @@
 #
 #     cgctl module run serials -- kit/examples/shell/known_serials.sh /etc/known_serials
 #
-# The list has a serial number a line, in hexadecimal digits as `cgctl show` prints it; lines that begin with # are
-# passed over. The exit status is the verdict, the first line that is printed the reason.
+# The list has one serial number on each line, in hexadecimal digits as `cgctl show` prints it; lines that begin with # are
+# ignored. The exit status is the verdict, the first line that is printed the reason.
 set -u
 
 if [ $# -ne 1 ]; then
@@ -15,9 +15,9 @@ if [ ! -r "$1" ]; then
     echo "the list of serial numbers, $1, cannot be read"
     exit 1
 fi
-# What is not there is no empty list that denies or allows everything.
+# A missing serial number is not an empty one, which would match nothing or everything.
 if [ -z "${CG_SERIAL:-}" ]; then
-    echo "card ${CG_CARD:-} tells no serial number"
+    echo "card ${CG_CARD:-} has no serial number"
     exit 1
 fi
 if grep -v '^#' "$1" | grep -qixF -- "$CG_SERIAL"; then

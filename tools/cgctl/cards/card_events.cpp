@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
+#include "records/card_identity.h"
 #include "s_dev.pb-c.h"
 #include "vx_mom.h"
 
@@ -55,8 +56,7 @@ std::optional<Position> position_of(const ProtobufCMessage &record)
 
 bool is_same_card(const CardFacts &a, const CardFacts &b)
 {
-    return a.name == b.name && a.serial == b.serial && a.node_type == b.node_type &&
-           a.config_dev_type == b.config_dev_type;
+    return has_same_identity(a, b) && a.node_type == b.node_type && a.config_dev_type == b.config_dev_type;
 }
 
 std::string list_of(const std::vector<std::string> &names)

@@ -5,6 +5,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <set>
 #include <tuple>
@@ -12,6 +13,7 @@
 #include "base/text.h"
 #include "cards/cards.h"
 #include "doctor/doctor_checks.h"
+#include "modules/contract.h"
 #include "records/position_key.h"
 #include "store/codec/names.h"
 
@@ -22,8 +24,7 @@ namespace
 {
 
 constexpr int moment_ms = 1000;
-// The daemon's own time-out, and what it may take it to act on that.
-constexpr int64_t longest_check_s = 310;
+constexpr std::chrono::seconds longest_check = check_timeout + std::chrono::seconds{10}; // to act on it
 constexpr const char *restart = "`systemctl restart app_cg`: it looks at every card again";
 
 std::vector<Json> scan(Examination &examination, const char *name)
@@ -124,7 +125,7 @@ Finding look_at_open_checks(Examination &examination)
         if (age.is_error()) {
             return refused(age, "look into the server's log");
         }
-        if (to_number(age.text, 0, INT64_MAX).value_or(0) > longest_check_s) {
+        if (to_number(age.text, 0, INT64_MAX).value_or(0) > longest_check.count()) {
             open.push_back(request.text.substr(std::min(request.text.size(), type.size() + 3)));
         }
     }

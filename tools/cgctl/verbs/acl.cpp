@@ -19,6 +19,7 @@ namespace cg
 namespace
 {
 
+
 struct AclOptions {
     std::string modules = default_module_folder;
     std::string secrets;

@@ -30,7 +30,7 @@ struct HistoryOptions {
     std::optional<std::string> until{};
     std::string outcome{};
     std::string module{};
-    std::optional<std::size_t> newest{};
+    std::string newest{};
     std::string svg{};
     std::string color = "auto";
     std::string history{};
@@ -54,13 +54,16 @@ std::size_t bars_on_a_screen()
     return bars;
 }
 
-std::vector<std::string> outcome_words()
+history::Outcome outcome_named(const std::string &word)
 {
+    if (const auto outcome = admission::outcome_of(word)) {
+        return *outcome;
+    }
     std::vector<std::string> words;
     for (std::size_t i = 0; i < outcome_count; ++i) {
         words.emplace_back(admission::word_of(static_cast<history::Outcome>(i)));
     }
-    return words;
+    throw Failure(wrong_usage, "unknown outcome " + in_quotes(word) + "; " + suggestion(word, words));
 }
 
 history::Filter filter_of(const HistoryOptions &options, Time now)
@@ -79,8 +82,17 @@ history::Filter filter_of(const HistoryOptions &options, Time now)
     if (filter.from && filter.until && *filter.from >= *filter.until) {
         throw Failure(wrong_usage, "--since is not before --until");
     }
-    filter.outcome = admission::outcome_of(options.outcome);
-    filter.newest = options.newest;
+    if (!options.outcome.empty()) {
+        filter.outcome = outcome_named(options.outcome);
+    }
+    if (!options.newest.empty()) {
+        const auto count = to_number(options.newest, 1, INT32_MAX);
+        if (!count) {
+            throw Failure(wrong_usage,
+                          "--last " + visible(options.newest) + ": not a number of decisions, 1 or more");
+        }
+        filter.newest = static_cast<std::size_t>(*count);
+    }
     return filter;
 }
 
@@ -299,6 +311,7 @@ int run_history(const Session &session, const HistoryOptions &options)
 {
     const Time now = std::chrono::system_clock::now();
     const history::Filter filter = filter_of(options, now);
+    terminal_of(session, options.color); // refuses a wrong word before anything is written
     const Found found = find(options, filter);
     if (!options.svg.empty() || options.chart) {
         draw(session, found, options, filter, now);
@@ -341,12 +354,10 @@ void add_history(CLI::App &app, Session &session)
     verb->add_option("--until", options->until, "Before then")->type_name("TIME");
     verb->add_option("--outcome", options->outcome,
                      "Only those that ended so; silence: passed by silence of a module")
-        ->check(CLI::IsMember(outcome_words()));
+        ->type_name("passed|silence|denied|exempt|unasked|withdrawn|unseen");
     verb->add_option("--module", options->module, "Only those that it answered, or was silent to")
         ->type_name("MODULE");
-    verb->add_option("--last", options->newest, "Only so many, the newest ones")
-        ->type_name("N")
-        ->check(CLI::Range(1, INT32_MAX));
+    verb->add_option("--last", options->newest, "Only so many, the newest ones")->type_name("N");
     verb->add_flag("-v,--answers", options->answers, "Tell each module's answer, too");
     verb->add_flag("--chart", options->chart, "Draw bars over time instead, a letter for each decision");
     verb->add_option("--svg", options->svg, "Draw them into a file for a browser")->type_name("FILE");

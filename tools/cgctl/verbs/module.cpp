@@ -1,4 +1,6 @@
-// cgctl module run: a check module whose examination is a command.
+// cgctl module run: a check module that examines cards with a command.
+#include <cstdlib>
+
 #include "access/store.h"
 #include "base/failure.h"
 #include "base/text.h"
@@ -12,36 +14,32 @@ namespace cg
 namespace
 {
 
-constexpr std::size_t most_parallel = 256;
-constexpr double shortest_limit_s = 0.001;
+constexpr int64_t most_parallel = 256;
 constexpr double longest_limit_s = 86400;
 
 struct RunOptions {
     std::string name;
-    std::size_t parallel = 4;
-    double timeout_s = 240; // below the 300 s after which the daemon admits a card unasked
+    std::string parallel = "4";
+    std::string timeout_s = "240"; // below check_timeout
 };
 
-std::string decimal_number(const std::string &text)
+std::size_t parallel(const std::string &text)
 {
-    const bool good = !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos;
-    return good ? "" : "Value " + visible(text) + " is not a number of seconds, such as 2.5";
-}
-
-void check_name(const std::string &name)
-{
-    if (const std::string mistake = module_name_mistake(name); !mistake.empty()) {
-        throw Failure(wrong_usage, mistake);
+    const auto count = to_number(text, 1, most_parallel);
+    if (!count) {
+        throw Failure(wrong_usage,
+                      "--parallel " + visible(text) + ": not a number of commands from 1 to 256");
     }
+    return static_cast<std::size_t>(*count);
 }
 
 int run_module(const Session &session, const RunOptions &options)
 {
-    check_name(options.name);
+    require_module_name(options.name);
     require_command(session, "cgctl module run " + options.name + " -- ./check");
-    CheckRunner::Options settings{options.name, session.command, options.parallel,
-                                  std::chrono::duration<double>(options.timeout_s)};
-    // The module would wait for a store as long as it takes; a wrong endpoint is to be told at once.
+    CheckRunner::Options settings{options.name, session.command, parallel(options.parallel),
+                                  time_limit(options.timeout_s)};
+    // The module itself would wait for a store as long as it takes; a wrong endpoint is an error now.
     Store(session).connect(record_type("p_libpub.app_cg_card_check_info").db);
     CheckRunner(session, std::move(settings)).run();
     return done;
@@ -49,12 +47,22 @@ int run_module(const Session &session, const RunOptions &options)
 
 } // namespace
 
-void add_time_limit(CLI::App &verb, double &seconds, const char *description)
+void require_module_name(const std::string &name)
 {
-    verb.add_option("--timeout", seconds, description)
-        ->type_name("S")
-        ->check(decimal_number) // the parser would accept "nan"
-        ->check(CLI::Range(shortest_limit_s, longest_limit_s));
+    if (const std::string mistake = module_name_mistake(name); !mistake.empty()) {
+        throw Failure(wrong_usage, mistake);
+    }
+}
+
+std::chrono::duration<double> time_limit(const std::string &text)
+{
+    char *end = nullptr;
+    const double seconds = strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !(seconds > 0) || seconds > longest_limit_s) {
+        throw Failure(wrong_usage,
+                      "--timeout " + visible(text) + ": not a time in seconds, above 0 and up to 86400");
+    }
+    return std::chrono::duration<double>(seconds);
 }
 
 void require_command(const Session &session, const std::string &example)
@@ -62,7 +70,7 @@ void require_command(const Session &session, const std::string &example)
     if (session.command.empty()) {
         throw Failure(wrong_usage, "no command; put it at the end, as in `" + example + "`");
     }
-    if (!is_executable(session.command.front())) {
+    if (find_program(session.command.front()).empty()) {
         throw Failure(wrong_usage, "command " + in_quotes(session.command.front()) +
                                        " cannot be executed; a program in PATH, or a path to one");
     }
@@ -73,7 +81,7 @@ void add_module(CLI::App &app, Session &session)
     const char *examples =
         "  cgctl module run voltage -- ./check-voltage --strict\n"
         "  cgctl module run power --timeout 10 -- sh -c 'test \"$CG_NODE_TYPE\" != DM_TYPE_SFC'";
-    CLI::App *module = add_verb(app, session, "module", "Be a check module, or try one", examples);
+    CLI::App *module = add_verb(app, session, "module", "Be a check module, or test one", examples);
     module->require_subcommand(1);
     CLI::App *verb = add_verb(
         *module, session, "run",
@@ -89,10 +97,10 @@ void add_module(CLI::App &app, Session &session)
         ->required()
         ->type_name("MODULE");
     verb->add_option("--parallel", options->parallel, "Commands at the same time (default 4)")
-        ->type_name("N")
-        ->check(CLI::Range(std::size_t{1}, most_parallel));
-    add_time_limit(*verb, options->timeout_s,
-                   "Seconds after which a command is ended and denies (default 240)");
+        ->type_name("N");
+    verb->add_option("--timeout", options->timeout_s,
+                     "Seconds after which a command is ended and denies (default 240)")
+        ->type_name("S");
     set_action(*verb, session, options, run_module);
     add_module_test(*module, session);
     add_module_replay(*module, session);

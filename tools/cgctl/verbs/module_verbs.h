@@ -1,7 +1,8 @@
 // The verbs below `cgctl module` that have files of their own, and what they share.
-#ifndef TRY_MODULE_VERBS_H
-#define TRY_MODULE_VERBS_H
+#ifndef VERBS_MODULE_VERBS_H
+#define VERBS_MODULE_VERBS_H
 
+#include <chrono>
 #include <string>
 
 #include "command_line/session.h"
@@ -13,11 +14,14 @@ namespace cg
 void add_module_test(CLI::App &module, Session &session);
 void add_module_replay(CLI::App &module, Session &session);
 
-// Adds --timeout, in seconds: 0.001 to 86400.
-void add_time_limit(CLI::App &verb, double &seconds, const char *description);
+// Parses a time limit in seconds. Throws Failure (wrong usage), naming the option --timeout.
+std::chrono::duration<double> time_limit(const std::string &text);
+
+// Throws Failure (wrong usage) when the daemon cannot know a module of this name.
+void require_module_name(const std::string &name);
 
 // Throws Failure (wrong usage) when there is no command behind "--", or none that can be executed. `example`
-// is how it would be right.
+// is a correct command line.
 void require_command(const Session &session, const std::string &example);
 
 } // namespace cg

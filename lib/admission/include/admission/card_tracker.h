@@ -16,12 +16,12 @@
 #include <memory>
 
 #include "admission/decision.h"
+#include "modules/contract.h"
 
 namespace admission
 {
 
-// The time after which the daemon admits a card unasked.
-inline constexpr std::chrono::seconds check_timeout{300};
+using cg::check_timeout;
 
 // What an operator wants to know of a position first.
 enum class State {

@@ -2,14 +2,12 @@
 #ifndef MODULES_MODULE_NAME_H
 #define MODULES_MODULE_NAME_H
 
-#include <cstddef>
 #include <string>
+
+#include "modules/contract.h"
 
 namespace cg
 {
-
-inline constexpr std::size_t most_modules = 16;        // the daemon takes no more and says nothing
-inline constexpr std::size_t longest_module_name = 15; // bytes; the daemon cuts there and says nothing
 
 // Returns one line that says what is wrong with the name and what would be right; empty when nothing is.
 std::string name_problem(const std::string &name);

@@ -7,31 +7,15 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "base/descriptor.h"
+
 namespace cg
 {
-
-// A file descriptor that is closed with its owner.
-class Descriptor
-{
-public:
-    Descriptor() = default;
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor() { reset(); }
-    Descriptor(Descriptor &&other) noexcept;
-    Descriptor &operator=(Descriptor &&other) noexcept;
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-
-    [[nodiscard]] int get() const { return number_; }
-    void reset();
-
-private:
-    int number_ = -1;
-};
 
 class ChildProcess
 {
@@ -46,9 +30,16 @@ public:
     ChildProcess(const ChildProcess &) = delete;
     ChildProcess &operator=(const ChildProcess &) = delete;
 
-    // Takes what it has printed. Returns the wait status (see waitpid(2)) once it has ended; nothing while it
+    // Readable as long as poll() has something to do: output to read, or the end of the process to note. For
+    // an event loop; stays this object's.
+    [[nodiscard]] int descriptor() const { return events_.get(); }
+
+    // Reads what it has printed. Returns the wait status (see waitpid(2)) once it has ended; nothing while it
     // runs.
     std::optional<int> poll();
+
+    // The same, once it has ended, or nothing after the limit.
+    std::optional<int> wait_for(std::chrono::milliseconds limit);
 
     // Sends a signal to it and to all that it has started in its group. Does nothing once it has ended.
     void signal_group(int signal_number);
@@ -60,17 +51,21 @@ public:
 private:
     void start(const std::vector<std::string> &command, const std::vector<std::string> &environment,
                const Descriptor &output_end, const Descriptor &error_end);
+    void watch(const Descriptor &source);
+    void end();
 
     pid_t pid_ = -1; // -1 once it was waited for
     std::optional<int> status_;
+    Descriptor events_; // an epoll of the three below
+    Descriptor end_;    // readable once the process has ended
     Descriptor output_pipe_;
     Descriptor error_pipe_;
     std::string output_;
     std::string errors_;
 };
 
-// Whether the command's program can be found and executed.
-bool is_executable(const std::string &program);
+// The path of a command's program, as execvp(3) would find it; empty when none can be executed.
+std::string find_program(const std::string &program);
 
 } // namespace cg
 

@@ -1,7 +1,7 @@
-// A store server of one's own: started, restarted and removed with the object that stands for it.
+// A private store server: started, restarted and removed with the object that represents it.
 //
-// It listens on a socket in a folder that nobody else may enter, so nothing of an installation is touched and
-// any number of them run at a time.
+// It listens on a socket in a folder that nobody else may enter, so it touches nothing of an installation,
+// and any number of them can run at the same time.
 #ifndef PROCESS_PRIVATE_STORE_H
 #define PROCESS_PRIVATE_STORE_H
 
@@ -19,20 +19,20 @@ class PrivateStore
 public:
     static constexpr const char *socket_name = "store.sock";
 
-    // Starts it. Throws Failure when there is no server program, saying which package has one, or when it
-    // does not come up.
+    // Starts the server and waits until it serves. Throws Failure when no server program is installed, with
+    // the package that has one, or when it does not start.
     PrivateStore();
     ~PrivateStore();
     PrivateStore(const PrivateStore &) = delete;
     PrivateStore &operator=(const PrivateStore &) = delete;
 
-    // Ends the server, which keeps its data in a file. start() has it back with them; throws Failure.
+    // Ends the server, which saves its data; start() starts it again with them. Throw Failure.
     void stop();
     void start();
 
-    // As VX_MOM_ENDPOINT has it.
+    // In the form of VX_MOM_ENDPOINT.
     [[nodiscard]] std::string endpoint() const { return "unix:" + socket().string(); }
-    // For other files that are to go with it.
+    // For files that are to be removed with the server.
     [[nodiscard]] const std::filesystem::path &folder() const { return folder_; }
 
 private:

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "process/child_process.h"
+#include "base/descriptor.h"
 #include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg

@@ -104,7 +104,7 @@ TEST_F(Replay, AModuleThatWasNotThereIsHeldAgainstTheDecision)
     write_table("1: 4\n");
     const Outcome outcome = replay();
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.out.find("then not heard (passed), now DENY"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("then no answer (passed), now DENY"), std::string::npos) << outcome.out;
     EXPECT_NE(outcome.out.find("2 cards, 1 with another verdict; compat had answered for 0"),
               std::string::npos);
 }
@@ -159,7 +159,7 @@ TEST_F(Replay, AModuleThatEndsOrStaysSilentEndsIt)
     write_table("");
     const Outcome ended = replay();
     EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find("the module ended at 1/3/0: exit status 2; it said: compatibility: "),
+    EXPECT_NE(ended.err.find("the module ended at 1/3/0: exit status 2; it printed: compatibility: "),
               std::string::npos)
         << ended.err;
     const Outcome silent = cg::run_cgctl(

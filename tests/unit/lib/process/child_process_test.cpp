@@ -1,17 +1,17 @@
-// Real commands: what a check command may do to its runner is not to be found out with a stand-in.
+// Real commands: what a command may do to the process that started it cannot be found out with a stand-in.
 #include "process/child_process.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <fstream>
-#include <iterator>
+#include <functional>
 #include <string>
 #include <system_error>
-
-#include "unit/support/child.h"
 
 namespace cg
 {
@@ -19,26 +19,39 @@ namespace cg
 namespace
 {
 
+using namespace std::chrono_literals;
+
 const std::vector<std::string> plain_environment{"PATH=/usr/bin:/bin"};
+constexpr auto patience = 20s;
+
+// Whether the descriptor becomes readable in time.
+bool is_readable(int descriptor, std::chrono::milliseconds limit = patience)
+{
+    pollfd event{descriptor, POLLIN, 0};
+    return ::poll(&event, 1, static_cast<int>(limit.count())) == 1;
+}
 
 int status_of(ChildProcess &process)
 {
-    std::optional<int> status;
-    EXPECT_TRUE(eventually([&] { return (status = process.poll()).has_value(); }));
+    const std::optional<int> status = process.wait_for(patience);
+    EXPECT_TRUE(status) << "it does not end";
     return status.value_or(-1);
 }
 
-// Whether a process has ended. An orphan that nobody has waited for yet has: in a container the first process
-// may never do so.
-bool is_gone(pid_t pid)
+// Reads until the process has printed a whole line, which is a number.
+pid_t printed_pid(ChildProcess &process)
 {
-    if (kill(pid, 0) != 0) {
-        return errno == ESRCH;
+    while (!process.output().ends_with('\n') && is_readable(process.descriptor())) {
+        process.poll();
     }
-    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
-    const std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-    const size_t name_end = text.rfind(") ");
-    return name_end == std::string::npos || text[name_end + 2] == 'Z';
+    return std::stoi(process.output());
+}
+
+// A process that has ended may stay a zombie: in a container the first process may never wait for orphans.
+bool has_ended(pid_t pid)
+{
+    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    return !process ? errno == ESRCH : is_readable(process.get());
 }
 
 } // namespace
@@ -61,6 +74,27 @@ TEST(ChildProcess, IsNotHeldUpByWhatItPrints)
     EXPECT_EQ(process.output().size(), 4096U);
 }
 
+// A pipe at its end is readable for ever; a loop that watches it would spin.
+TEST(ChildProcess, TheDescriptorIsReadableOnlyWhileThereIsSomethingToDo)
+{
+    ChildProcess process({"sh", "-c", "echo $$; exec >&- 2>&-; exec sleep 1000"}, plain_environment);
+    EXPECT_GT(printed_pid(process), 0);
+    for (int reads = 0; reads < 3 && is_readable(process.descriptor(), 20ms); reads++) {
+        EXPECT_EQ(process.poll(), std::nullopt); // the ends of both pipes
+    }
+    EXPECT_FALSE(is_readable(process.descriptor(), 0ms));
+    process.signal_group(SIGTERM);
+    EXPECT_TRUE(is_readable(process.descriptor()));
+    EXPECT_EQ(process.poll(), SIGTERM);
+}
+
+TEST(ChildProcess, WaitingEndsAtTheLimit)
+{
+    ChildProcess process({"sleep", "1000"}, plain_environment);
+    EXPECT_EQ(process.wait_for(1ms), std::nullopt);
+    EXPECT_EQ(process.wait_for(-1s), std::nullopt);
+}
+
 TEST(ChildProcess, HasEmptyInputItsOwnEnvironmentAndNoDescriptorsOfOurs)
 {
     // Beyond the three standard ones there is only the one that ls itself opens.
@@ -73,17 +107,13 @@ TEST(ChildProcess, HasEmptyInputItsOwnEnvironmentAndNoDescriptorsOfOurs)
 TEST(ChildProcess, SignalsReachAllThatItStarted)
 {
     ChildProcess process({"sh", "-c", "sleep 1000 & echo $!; wait"}, plain_environment);
-    ASSERT_TRUE(eventually([&] {
-        process.poll();
-        return process.output().ends_with('\n');
-    }));
-    const pid_t grandchild = std::stoi(process.output());
+    const pid_t grandchild = printed_pid(process);
     process.signal_group(SIGTERM);
     EXPECT_EQ(status_of(process), SIGTERM);
-    EXPECT_TRUE(eventually([&] { return is_gone(grandchild); }));
+    EXPECT_TRUE(has_ended(grandchild));
 }
 
-TEST(ChildProcess, TakesSigpipeAsProgramsExpect)
+TEST(ChildProcess, HandlesSigpipeAsProgramsExpect)
 {
     ASSERT_NE(signal(SIGPIPE, SIG_IGN), SIG_ERR);
     ChildProcess process({"sh", "-c", "kill -PIPE $$; echo survived"}, plain_environment);
@@ -91,28 +121,29 @@ TEST(ChildProcess, TakesSigpipeAsProgramsExpect)
     ASSERT_NE(signal(SIGPIPE, SIG_DFL), SIG_ERR);
 }
 
-TEST(ChildProcess, IsKilledAndWaitedForAtItsEnd)
+TEST(ChildProcess, IsKilledAndWaitedForByTheDestructor)
 {
     pid_t pid = 0;
     {
         ChildProcess process({"sh", "-c", "trap '' TERM; echo $$; while :; do sleep 1000; done"},
                              plain_environment);
-        ASSERT_TRUE(eventually([&] {
-            process.poll();
-            return process.output().ends_with('\n');
-        }));
-        pid = std::stoi(process.output());
+        pid = printed_pid(process);
     }
-    EXPECT_TRUE(is_gone(pid));
+    EXPECT_EQ(kill(pid, 0), -1);
+    EXPECT_EQ(errno, ESRCH);
 }
 
 TEST(ChildProcess, AnUnknownCommandCannotBeStarted)
 {
     EXPECT_THROW(ChildProcess({"no-such-command-here"}, plain_environment), std::system_error);
-    EXPECT_FALSE(is_executable("no-such-command-here"));
-    EXPECT_FALSE(is_executable("/etc/passwd"));
-    EXPECT_TRUE(is_executable("sh"));
-    EXPECT_TRUE(is_executable("/bin/sh"));
+}
+
+TEST(FindProgram, SearchesAsTheShellDoes)
+{
+    EXPECT_EQ(find_program("no-such-command-here"), "");
+    EXPECT_EQ(find_program("/etc/passwd"), "");
+    EXPECT_TRUE(find_program("sh").ends_with("/sh"));
+    EXPECT_EQ(find_program("/bin/sh"), "/bin/sh");
 }
 
 } // namespace cg

@@ -125,8 +125,7 @@ TEST_F(HistoryVerbs, FiltersAndNotFound)
 
 TEST_F(HistoryVerbs, WrongUseSaysWhatIsRight)
 {
-    EXPECT_EQ(history({"--outcome", "dennied"}).err,
-              "cgctl: --outcome: dennied not in {passed,silence,denied,exempt,unasked,withdrawn,unseen}\n");
+    EXPECT_EQ(history({"--outcome", "dennied"}).err, "cgctl: unknown outcome \"dennied\"; nearest: denied\n");
     for (const std::vector<std::string> &wrong :
          std::vector<std::vector<std::string>>{{"--since", "noon"},
                                                {"--since", ""},

@@ -1,12 +1,11 @@
-// A check module alone with a store of its own.
-#include "try/rehearsal.h"
+// A check module alone with a store server of its own.
+#include "try/harness.h"
 
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -27,8 +26,8 @@ namespace cg
 namespace
 {
 
-constexpr int look_again_ms = 10;
-constexpr std::size_t most_said = 400; // of what a module that died had to say
+constexpr int poll_interval_ms = 10;
+constexpr std::size_t most_printed = 400; // bytes that are quoted of what a module printed
 
 const RecordType &request_type()
 {
@@ -53,7 +52,7 @@ void note_signal(int signal_number)
     interrupted = signal_number;
 }
 
-// The settings of this machine's own store are for neither of us.
+// The settings of an installed store apply neither to the module nor to this program.
 std::vector<std::pair<std::string, std::string>> private_settings(const PrivateStore &server)
 {
     return {{"VX_MOM_ENDPOINT", server.endpoint()},
@@ -78,78 +77,10 @@ std::vector<std::string> environment_with(const std::vector<std::pair<std::strin
     return variables;
 }
 
-int32_t number(const std::string &name, const std::string &text)
-{
-    const auto value = to_number(text, 0, INT32_MAX);
-    if (!value) {
-        throw Failure(wrong_usage, "--card: " + name + '=' + visible(text) + ": not a whole number from 0");
-    }
-    return static_cast<int32_t>(*value);
-}
-
-void set_member(TrialCard &card, const std::string &name, const std::string &value)
-{
-    if (name == "name") {
-        card.name = value;
-    } else if (name == "serial" && from_hex(value)) {
-        card.serial = value;
-    } else if (name == "node-type") {
-        card.node_type = node_type_value(value);
-    } else if (name == "type") {
-        card.type = number(name, value);
-    } else if (name == "devid") {
-        card.position.devid = number(name, value);
-    } else if (name == "slot") {
-        card.position.slotid = number(name, value);
-    } else if (name == "sslot") {
-        card.position.sslotid = number(name, value);
-    } else if (name == "nodeid") {
-        card.node_id = number(name, value);
-    } else {
-        throw Failure(wrong_usage, "--card: " + in_quotes(name + '=' + value) +
-                                       ": one of name=, type=, devid=, slot=, sslot=, node-type=, nodeid=, "
-                                       "serial= with hexadecimal digits");
-    }
-}
-
 } // namespace
 
-// A value may hold blanks: a member ends where the next word with '=' begins.
-TrialCard parse_trial_card(const std::string &text)
-{
-    TrialCard card;
-    card.position = {1, 1, 0};
-    card.type = 200;
-    std::string name;
-    std::string value;
-    for (const std::string &word : split(text, ' ')) {
-        const std::size_t equals = word.find('=');
-        if (equals == std::string::npos) {
-            if (name.empty() && !word.empty()) {
-                throw Failure(wrong_usage,
-                              "--card: " + in_quotes(word) + ": no '='; as in 'name=fan type=230 slot=3'");
-            }
-            value += word.empty() ? "" : ' ' + word;
-            continue;
-        }
-        if (!name.empty()) {
-            set_member(card, name, value);
-        }
-        name = word.substr(0, equals);
-        value = word.substr(equals + 1);
-    }
-    if (name.empty()) {
-        throw Failure(wrong_usage, "--card: nothing said of the card; as in 'name=fan type=230 slot=3'");
-    }
-    set_member(card, name, value);
-    if (card.name.empty()) {
-        card.name = "card " + card.position.text();
-    }
-    return card;
-}
-
-Rehearsal::Rehearsal(const Output &output, std::vector<std::string> command)
-    : output_{output.out, unheard_, output.json, output.program}, command_(std::move(command))
+Harness::Harness(const Output &output, std::vector<std::string> command)
+    : output_{output.out, discarded_, output.json, output.program}, command_(std::move(command))
 {
     for (const auto &[name, value] : private_settings(server_)) {
         setenv(name.c_str(), value.c_str(), 1);
@@ -158,7 +89,7 @@ Rehearsal::Rehearsal(const Output &output, std::vector<std::string> command)
     store_->connect(answer_type().db);
 }
 
-Rehearsal::Interruptible::Interruptible()
+Harness::Interruptible::Interruptible()
 {
     interrupted = 0;
     for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
@@ -166,16 +97,16 @@ Rehearsal::Interruptible::Interruptible()
     }
 }
 
-Rehearsal::Interruptible::~Interruptible()
+Harness::Interruptible::~Interruptible()
 {
     for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
         static_cast<void>(std::signal(signal_number, SIG_DFL));
     }
 }
 
-void Rehearsal::start_module()
+void Harness::start_module()
 {
-    ending_.clear();
+    exit_text_.clear();
     try {
         module_ = std::make_unique<ChildProcess>(command_, environment_with(private_settings(server_)));
     } catch (const std::system_error &problem) {
@@ -183,18 +114,18 @@ void Rehearsal::start_module()
     }
 }
 
-bool Rehearsal::runs()
+bool Harness::is_running()
 {
     if (module_) {
         if (const std::optional<int> status = module_->poll()) {
-            note_ending(*status);
+            note_exit(*status);
             module_.reset();
         }
     }
     return module_ != nullptr;
 }
 
-std::string Rehearsal::said()
+std::string Harness::printed_text()
 {
     if (!module_) {
         return {};
@@ -203,25 +134,25 @@ std::string Rehearsal::said()
     const std::string text = module_->errors().empty() ? module_->output() : module_->errors();
     const std::size_t last = text.find_last_not_of(" \t\r\n");
     if (last == std::string::npos) {
-        return "; it said nothing";
+        return "; it printed nothing";
     }
-    // The end of it tells most.
-    const std::size_t first = last + 1 - std::min(last + 1, most_said);
-    return "; it said: " + visible(text.substr(first, last + 1 - first));
+    // The cause is usually at the end.
+    const std::size_t first = last + 1 - std::min(last + 1, most_printed);
+    return "; it printed: " + visible(text.substr(first, last + 1 - first));
 }
 
-void Rehearsal::note_ending(int wait_status)
+void Harness::note_exit(int wait_status)
 {
-    ending_ = WIFSIGNALED(wait_status) ? std::string("signal ") + strsignal(WTERMSIG(wait_status))
-                                       : "exit status " + std::to_string(WEXITSTATUS(wait_status));
+    exit_text_ = WIFSIGNALED(wait_status) ? std::string("signal ") + strsignal(WTERMSIG(wait_status))
+                                          : "exit status " + std::to_string(WEXITSTATUS(wait_status));
     if (wait_status != 0) {
-        ending_ += said();
+        exit_text_ += printed_text();
     }
 }
 
-bool Rehearsal::stop_module(Span limit)
+bool Harness::stop_module(Span limit)
 {
-    if (!runs()) {
+    if (!is_running()) {
         return false;
     }
     module_->signal_group(SIGTERM);
@@ -231,15 +162,15 @@ bool Rehearsal::stop_module(Span limit)
         pause();
     }
     if (status) {
-        note_ending(*status);
+        note_exit(*status);
     } else {
-        ending_ = "no end within the time limit";
+        exit_text_ = "no exit within the time limit";
     }
     module_.reset();
     return status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0;
 }
 
-void Rehearsal::plug(const TrialCard &card)
+void Harness::plug(const TestCard &card)
 {
     NewCard plugged;
     plugged.position = card.position;
@@ -251,16 +182,16 @@ void Rehearsal::plug(const TrialCard &card)
     store_->set(card_type(), card_type().db, card_info_of(plugged));
 }
 
-void Rehearsal::pull(const TrialCard &card)
+void Harness::pull(const TestCard &card)
 {
     store_->erase(card_type(), card_type().db, key_of(card.position));
 }
 
-void Rehearsal::ask(const TrialCard &card)
+void Harness::request(const TestCard &card)
 {
-    take();
-    wanted_from_[card.position] = answers_.size(); // what came before is no answer to this
-    asked_[card.position] = Clock::now();
+    receive();
+    first_answer_[card.position] = answers_.size();
+    requested_at_[card.position] = Clock::now();
     store_->set_fields(request_type(), request_type().db,
                        {{"index", key_of(card.position)},
                         {"type", card.type},
@@ -269,26 +200,26 @@ void Rehearsal::ask(const TrialCard &card)
                        {6, 7, 8});
 }
 
-void Rehearsal::withdraw(const TrialCard &card)
+void Harness::withdraw(const TestCard &card)
 {
     store_->erase(request_type(), request_type().db, key_of(card.position));
 }
 
-void Rehearsal::restart_store()
+void Harness::restart_store()
 {
     server_.stop();
     server_.start();
 }
 
-std::optional<GivenAnswer> Rehearsal::answer(const TrialCard &card, Span limit)
+std::optional<ReceivedAnswer> Harness::wait_for_answer(const TestCard &card, Span limit)
 {
     const auto deadline = Clock::now() + limit;
     for (;;) {
-        const bool is_alive = runs(); // before the look: what it wrote before its end counts
-        take();
-        for (std::size_t i = wanted_from_[card.position]; i < answers_.size(); i++) {
-            if (!given_out_[i] && answers_[i].position == card.position) {
-                given_out_[i] = true;
+        const bool is_alive = is_running(); // first: what it wrote before its end counts
+        receive();
+        for (std::size_t i = first_answer_[card.position]; i < answers_.size(); i++) {
+            if (!is_returned_[i] && answers_[i].position == card.position) {
+                is_returned_[i] = true;
                 return answers_[i];
             }
         }
@@ -299,49 +230,50 @@ std::optional<GivenAnswer> Rehearsal::answer(const TrialCard &card, Span limit)
     }
 }
 
-void Rehearsal::listen(Span span)
+void Harness::receive_for(Span span)
 {
     const auto deadline = Clock::now() + span;
     do {
-        take();
+        receive();
         pause();
-    } while (runs() && Clock::now() < deadline);
-    take();
+    } while (is_running() && Clock::now() < deadline);
+    receive();
 }
 
-void Rehearsal::take()
+void Harness::receive()
 {
     for (const Json &record : store_->scan(answer_type(), answer_type().db)) {
         const Json &key = key_part(answer_type(), record);
-        GivenAnswer answer{position_in(key), key["mod_name"], record["ret"], record["reason"], 0};
-        const auto asked = asked_.find(answer.position);
-        if (asked != asked_.end()) {
-            answer.took_s = Span(Clock::now() - asked->second).count();
+        ReceivedAnswer answer{position_in(key), key["mod_name"], {record["ret"] == 0, record["reason"]}, 0};
+        const auto requested = requested_at_.find(answer.position);
+        if (requested != requested_at_.end()) {
+            answer.took_s = Span(Clock::now() - requested->second).count();
         }
         store_->erase(answer_type(), answer_type().db, key);
         answers_.push_back(std::move(answer));
-        given_out_.push_back(false);
+        is_returned_.push_back(false);
     }
 }
 
-void Rehearsal::pause()
+void Harness::pause()
 {
-    ::poll(nullptr, 0, look_again_ms);
+    ::poll(nullptr, 0, poll_interval_ms);
     if (interrupted != 0) {
         throw Failure(failed, std::string("interrupted: ") + strsignal(interrupted));
     }
 }
 
-int64_t Rehearsal::surplus()
+int64_t Harness::excess_answers()
 {
-    take();
-    const auto count = counted();
-    // An answer that was taken is two changes: its write, and our deletion of it.
-    const auto taken = static_cast<int64_t>(answers_.size());
-    return (count ? *count - 2 * taken : 0) + std::count(given_out_.begin(), given_out_.end(), false);
+    receive();
+    const auto changes = count_changes();
+    // An answer received is two changes: its write, and our deletion of it.
+    const auto received = static_cast<int64_t>(answers_.size());
+    return (changes ? *changes - 2 * received : 0) +
+           std::count(is_returned_.begin(), is_returned_.end(), false);
 }
 
-std::optional<int64_t> Rehearsal::counted()
+std::optional<int64_t> Harness::count_changes()
 {
     constexpr std::chrono::seconds limit{10};
     vx_mom::Inspection server(answer_type().db, limit);
