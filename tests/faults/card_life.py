@@ -5,8 +5,11 @@ waits for what it leads to, so that the daemon's calls come in one order only, a
 call in every run.
 
 A daemon that was killed cannot know what it was about to remove; the next change of the card, or the next card
-in its slot, makes that good. So after a kill a removal counts as done when the daemon serves again, and the drive
-ends with another card in the slot that was emptied.
+in its slot, makes that good. So after a kill a removal counts as done when the next daemon has checked what it found,
+and the drive ends with another card in the slot that was emptied.
+
+The next daemon checks every card on line again, and may not even run yet when the store looks finished. Its own calls
+tell when it is through: it has asked for each of these cards, and taken the request back.
 """
 import contextlib
 import dataclasses
@@ -14,7 +17,7 @@ import dataclasses
 import redis
 
 from demo.daemon import scaled_time
-from device import Chassis, Modules
+from device import Chassis, Modules, colons
 from proxy import KillBefore, Proxy, is_call
 from rig import ACK, BACKUP, BY_TIPC, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, POWER, REQUEST
 from supervisor import Supervisor
@@ -164,11 +167,26 @@ class CardLife:
         """After the kill: waits until the next daemon serves and has checked again what it found."""
         if self._is_struck() and not self._has_recovered:
             self.rig.expect(lambda: self.supervisor.restarts > 0 and self._serves(), "the next daemon serves")
-            self.rig.expect(self._is_idle, "the cards that it found are checked again")
+            self.rig.expect(self._has_checked_all, "the cards that it found are checked again")
+            self.rig.expect(self._is_idle, "nothing is left of these checks")
             self._has_recovered = True
 
+    def _has_checked_all(self):
+        """Whether the next daemon has begun and ended a check of every card on line."""
+        calls = self._proxy.commands_of_others()
+        return all(self._is_checked(calls, f"{REQUEST}:0:{colons(position)}") for position in self._chassis.checked)
+
+    @staticmethod
+    def _is_checked(calls, request):
+        functions = [call.split()[1] for call in calls if request in call.split()[3:4]]
+        begun = [number for number, function in enumerate(functions) if function.endswith("set")]
+        return bool(begun) and any(function.endswith("del") for function in functions[begun[0]:])
+
     def _is_idle(self):
-        return not self.rig.keys(HOST, ACK) and not self.rig.keys(HOST, REQUEST)
+        """Whether nothing is left of any check, and no module has a request before it."""
+        rig = self.rig
+        changes = int(rig.database(HOST).get(f"@rev:{REQUEST}") or 0)
+        return self._modules.handled >= changes and not rig.keys(HOST, ACK) and not rig.keys(HOST, REQUEST)
 
     def _is_denied(self):
         rig = self.rig
@@ -183,6 +201,19 @@ class CardLife:
         return not self.rig.by_tipc(4) and not self.rig.by_position(PASSED)
 
     def settle(self):
+        """Ends the life: returns when the daemon has handled every change up to now, and nothing can strike it any more.
+
+        How many calls there are is not the same in every life: several changes that arrive together cost one question
+        for their counter. So the fault may be due at a call that comes after the drive, or after the first marker.
+        """
+        self._mark()
+        while self._proxy.is_armed:
+            self._mark()
+        if self._is_struck() and not self._has_recovered:
+            self._recover()  # the marker was forgotten with the daemon's last breath
+            self._mark()
+
+    def _mark(self):
         """Returns when the daemon has handled every change of cards up to now: a board card leaves its traces.
 
         In several databases, one after the other: who waits for one reads the others too early.
@@ -190,7 +221,7 @@ class CardLife:
         self._markers += 1
         slot = 100 + self._markers
         while not self._marked(f"9/{slot}/0", 9000 + slot, (f":{9000 + slot}", f":9:{slot}:0")):
-            self._recover()  # the kill came as late as this; the same card in its slot makes that good
+            self._recover()  # the same card in its slot makes good what the kill left undone
 
     def _marked(self, position, tipc_node, ends):
         """Plugs and pulls a board card. Returns whether the daemon lived to forget it."""

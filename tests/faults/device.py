@@ -98,6 +98,7 @@ class Chassis:
 
     def __init__(self, connection):
         self.records = Records(connection, HOST)
+        self.checked = set()  # the positions of the cards on line, which a daemon that starts checks
 
     def role(self, role=MASTER):
         """Publishes this device's global role."""
@@ -106,20 +107,25 @@ class Chassis:
     def plug(self, position, node_type=LINE_CARD):
         """Plugs a card, on line; its TIPC node and its node id follow from its position."""
         slot = int(position.split("/")[1])
+        if node_type == LINE_CARD:
+            self.checked.add(position)
         self.records.set(f"{CARD_INFO}:0:{colons(position)}",
                          {6: CARD_TYPE, 7: 1, 12: f"card-{slot}", 14: static_info(node_type), 17: 100 + slot,
                           22: tipc_node(position)})
 
     def offline(self, position):
         """Takes a card off line."""
+        self.checked.discard(position)
         self.records.hmset(f"{CARD_INFO}:0:{colons(position)}", {}, absent=[7])
 
     def online(self, position):
         """Brings a card back on line."""
+        self.checked.add(position)
         self.records.hmset(f"{CARD_INFO}:0:{colons(position)}", {7: 1})
 
     def pull(self, position):
         """Pulls a card."""
+        self.checked.discard(position)
         self.records.delete(f"{CARD_INFO}:0:{colons(position)}")
 
 
@@ -138,6 +144,7 @@ class Modules:
         self._closing = threading.Event()
         self._watching = threading.Event()
         self.answers = 0
+        self.handled = 0  # the revision of the last change of a request that was answered, if there was an answer to give
         self._thread = threading.Thread(target=self._run, daemon=True)
         self._thread.start()
 
@@ -168,8 +175,10 @@ class Modules:
             self._watching.set()
             while not self._closing.is_set():
                 message = changes.get_message(timeout=0.2)
-                if message is not None and message["type"] == "pmessage" and not is_deletion(message["data"]):
-                    self._answer(records, message["channel"].split(":", 2)[2])
+                if message is not None and message["type"] == "pmessage":
+                    if not is_deletion(message["data"]):
+                        self._answer(records, message["channel"].split(":", 2)[2])
+                    self.handled = revision_of(message["data"])
 
     def _answer(self, records, key):
         position = key.split(":", 2)[2].replace(":", "/")
@@ -179,6 +188,12 @@ class Modules:
                 continue  # stays silent
             records.set(f"{ACK}:{colons(position)}:{name}", {6: 1, 7: reason} if reason else {})
             self.answers += 1
+
+
+def revision_of(payload):
+    """The revision of a published change."""
+    length, rest = payload.split(":", 1)
+    return int(rest[:int(length)])
 
 
 def is_deletion(payload):

@@ -84,6 +84,7 @@ class Proxy:
         self._fault = None
         self._at = None
         self.struck = None  # the command at which the fault happened
+        self._struck_pid = None
         self._closing = False
         self._listener = self._listen(own_path)
         self.port = None if own_path else self._listener.getsockname()[1]
@@ -105,10 +106,21 @@ class Proxy:
         with self._lock:
             self._at, self._fault = at, fault
 
+    @property
+    def is_armed(self):
+        """Whether a fault is still to happen."""
+        with self._lock:
+            return self._fault is not None
+
     def commands(self):
         """The counted commands so far, as texts."""
         with self._lock:
-            return [as_text(parts) for parts in self._commands]
+            return [as_text(parts) for _, parts in self._commands]
+
+    def commands_of_others(self):
+        """The counted commands of other processes than the one at whose command the fault happened."""
+        with self._lock:
+            return [as_text(parts) for pid, parts in self._commands if pid != self._struck_pid]
 
     @property
     def count(self):
@@ -144,15 +156,16 @@ class Proxy:
             server.connect(self._store_path)
             _Passage(self, client, server).run()
 
-    def note(self, parts):
-        """Counts a command, if it is one to count. Returns the fault that is due at it."""
+    def note(self, parts, pid):
+        """Counts a command of a process, if it is one to count. Returns the fault that is due at it."""
         if not self._counted(parts):
             return None
         with self._lock:
-            self._commands.append(parts)
+            self._commands.append((pid, parts))
             if self._fault is None or len(self._commands) != self._at:
                 return None
             fault, self._fault = self._fault, None
+            self._struck_pid = pid
             self.struck = as_text(parts)
             return fault
 
@@ -182,6 +195,7 @@ class _Passage:
         self._from_client = Messages()
         self._from_server = Messages()
         self._unanswered = 0
+        self._pid = self._client_pid()
 
     def run(self):
         """Passes on until one end closes or a fault ends it."""
@@ -203,7 +217,9 @@ class _Passage:
         return True
 
     def _client_pid(self):
-        """Who connected; known of a unix socket only."""
+        """Who connected; 0 unless it is by a unix socket."""
+        if self._client.family != socket.AF_UNIX:
+            return 0
         size = struct.calcsize("3i")
         return struct.unpack("3i", self._client.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, size))[0]
 
@@ -211,15 +227,15 @@ class _Passage:
         """Passes whole commands on. Returns False when a fault ended the connection."""
         while (message := self._from_client.take()) is not None:
             raw, parts = message
-            fault = self._proxy.note(parts)
+            fault = self._proxy.note(parts, self._pid)
             if fault is not None and fault.before:
-                fault.strike(self._client_pid())
+                fault.strike(self._pid)
                 return False
             self._unanswered += _answers_to(parts)
             self._server.sendall(raw)
             if fault is not None:
                 self._swallow_answer()
-                fault.strike(self._client_pid())
+                fault.strike(self._pid)
                 return False
         return True
 

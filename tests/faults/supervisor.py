@@ -34,10 +34,13 @@ class Supervisor:
     def _watch(self):
         while not self._closing.wait(0.005):
             if not self.daemon.is_running:
-                self.ends.append(self.daemon.wait())
-                if self.ends[-1] == 0:
+                status = self.daemon.wait()
+                if status != 0:
+                    self._before_start()
+                # Whoever sees the restart counted sees what was done before it too.
+                self.ends.append(status)
+                if status == 0:
                     return
-                self._before_start()
                 self.daemon.start()
 
     @property
