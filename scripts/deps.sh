@@ -8,8 +8,8 @@
 # shellcheck disable=SC2034 # used by the scripts that source this
 {
     deps_build=(g++ cmake ninja-build pkg-config protobuf-c-compiler protobuf-compiler libprotobuf-c-dev
-        libprotoc-dev libhiredis-dev libevent-dev libspdlog-dev libmd-dev libedit-dev libcli11-dev
-        libncurses-dev nlohmann-json3-dev libsqlite3-dev prometheus-cpp-dev)
+        libprotoc-dev libhiredis-dev libevent-dev libspdlog-dev libmd-dev libcli11-dev
+        libncurses-dev libutf8proc-dev nlohmann-json3-dev libsqlite3-dev prometheus-cpp-dev)
     deps_run=(python3 redis-tools bubblewrap libfaketime)
     deps_test=(clang-14 libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-redis clang-format-14
         mandoc zsh tmux jq)

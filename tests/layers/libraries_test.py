@@ -17,7 +17,7 @@ PLATFORM = {"libevent-2.1", "libfmt", "libhiredis", "libmd", "libprotobuf-c", "l
 NEEDED = {
     "app_cg": PLATFORM,
     "cg_recorderd": PLATFORM | {"libprometheus-cpp-core", "libprometheus-cpp-pull", "libsqlite3"},
-    "cgctl": PLATFORM | {"libedit", "libncursesw", "libsqlite3", "libtinfo"},
+    "cgctl": PLATFORM | {"libncursesw", "libsqlite3", "libtinfo", "libutf8proc"},
     "libapp_cg_kit": PLATFORM,
 }
 

@@ -1,4 +1,6 @@
 """Every debug command, over the real shell, by the operator's command."""
+import os
+import pty
 import re
 import subprocess
 
@@ -167,3 +169,30 @@ def test_wrong_arguments_change_nothing(master, command):
     assert refused.stdout == "" and len(refused.stderr.strip().splitlines()) == 1
     assert "set debug level" not in master.logged()
     check_times(exact(master, "show_time"))
+
+
+def test_without_a_command_at_a_terminal_the_commands_are_listed(master):
+    """A person who types the verb alone wants to know what there is, and waits for no end of input."""
+    controller, terminal = pty.openpty()
+    try:
+        done = subprocess.run([master.cgctl.program, "debug"], env={**os.environ, **master.cgctl.env}, stdin=terminal,
+                              capture_output=True, text=True, check=False, timeout=20)
+    finally:
+        os.close(terminal)
+        os.close(controller)
+    assert done.returncode == 0, done.stderr
+    assert done.stdout == master.cgctl("debug", "--list")
+    assert "update_dev dev=%d" in done.stdout
+
+
+def test_commands_from_a_pipe(master):
+    def piped(text):
+        return subprocess.run([master.cgctl.program, "debug"], env={**os.environ, **master.cgctl.env}, input=text,
+                              capture_output=True, text=True, check=False, timeout=30)
+
+    good = piped("dump_check_module\n# nothing\nshow_time\n")
+    assert good.returncode == 0 and "name[m1]" in good.stdout and "app_cg run" in good.stdout
+    assert re.match(rf"cgctl: app_cg, process {master.daemon.pid}, up since \d\d:\d\d:\d\d \(\d+ s\), at ", good.stderr)
+    assert "\x1b" not in good.stdout
+    bad = piped("no-such\ndump_check_module\n")
+    assert bad.returncode == 1 and "name[m1]" in bad.stdout and "no-such" in bad.stderr

@@ -129,7 +129,8 @@ std::string usage_message(const CLI::App &app, const CLI::ParseError &error)
     if (verb_wanted && extras.empty() && error.get_name() == "RequiredError") {
         return full_name(last) + " wants a verb; " + suggestion("", names);
     }
-    return visible(error.what()) + where;
+    // What a check refuses it explains itself.
+    return visible(error.what()) + (error.get_name() == "ValidationError" ? "" : where);
 }
 
 // Has mistakes in the platform's settings told as ours are, as long as it lives.
@@ -172,7 +173,7 @@ void parse(CLI::App &app, Session &session, std::vector<std::string> arguments)
     } catch (const CLI::ParseError &error) {
         throw Failure(wrong_usage, usage_message(app, error));
     }
-    if (session.has_command && !app.got_subcommand("module")) {
+    if (session.has_command && !app.got_subcommand("module") && !app.got_subcommand("complete")) {
         throw Failure(wrong_usage, "\"--\" with a command behind it is for `cgctl module run`, `module test` "
                                    "and `module replay` only");
     }
@@ -204,7 +205,7 @@ CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char
 void add_view_options(CLI::App &verb, std::string &color, std::string &history)
 {
     verb.add_option("--color", color, "Colours: on a terminal (auto), always or never")
-        ->type_name("auto|always|never");
+        ->check(CLI::IsMember({"auto", "always", "never"}));
     verb.add_option("--history", history, "The recorder's file, in place of CG_HISTORY")->type_name("FILE");
 }
 

@@ -1,8 +1,10 @@
-// Completion scripts for shells, made from the verbs.
+// What may stand at the end of a command line that is being typed, read off the parser's verbs.
+//
+// The shells ask at each press of the key (`cgctl complete`): a script made from the verbs would be a second
+// parser in each shell's language.
 #ifndef COMMAND_LINE_COMPLETION_H
 #define COMMAND_LINE_COMPLETION_H
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -11,25 +13,26 @@
 namespace cg
 {
 
-// The script for bash: to be sourced, or put into a folder that bash looks in for them. Wants no other
-// package.
-std::string bash_completion(const Verb &program);
+struct Candidate {
+    std::string word{};
+    std::string description{}; // may be empty
+};
 
-// The script for zsh: a file `_cgctl` for a folder of fpath, or to be sourced after compinit.
-std::string zsh_completion(const Verb &program);
+struct Completion {
+    std::vector<Candidate> words{}; // verbs, options, or the values of a fixed set
+    std::string kind{};             // without words: a name of known_kinds(), "--" for another program's
+                                    // command line, or anything else for nothing
+    bool is_list = false;           // several of the words may stand in one, with commas
+    std::string before{};           // the part of the last word that stays: "--state=", "waiting,"
+    std::string about{};            // the first argument without a name: a record type, a debug command
+    std::string endpoint{};         // as the line says, or empty
+    std::string socket{};
+};
 
-// Calls a function for a verb and all below it, the verb first.
-void for_each_verb(const Verb &verb, const std::function<void(const Verb &)> &action);
-
-// A text in single quotes, for a shell.
-std::string shell_quoted(const std::string &text);
-
-// The record types' short names, and their full ones.
-std::string short_type_names();
-std::string full_type_names();
-
-// The text with every occurrence of `name` replaced.
-std::string filled_in(std::string text, const std::string &name, const std::string &value);
+// words  the line without the program's name, up to the cursor; the last is the one that is being typed, and
+// may be
+//        empty. What they begin with is for the caller to compare.
+Completion completion_of(const Verb &program, const std::vector<std::string> &words);
 
 } // namespace cg
 

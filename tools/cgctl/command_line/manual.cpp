@@ -9,7 +9,6 @@
 
 #include "base/failure.h"
 #include "base/text.h"
-#include "command_line/completion.h"
 
 namespace cg
 {
@@ -23,6 +22,15 @@ constexpr std::array sections{"records", "environment", "files", "exit-status", 
 constexpr const char *made_from =
     ".\\\" Made from the verbs and from docs/man/cgctl by `cgctl manual`. Change those, and then run\n"
     ".\\\" cmake --build build/dev --target manual\n";
+
+// The text with every occurrence of `name` replaced.
+std::string filled_in(std::string text, const std::string &name, const std::string &value)
+{
+    for (auto at = text.find(name); at != std::string::npos; at = text.find(name, at + value.size())) {
+        text.replace(at, name.size(), value);
+    }
+    return text;
+}
 
 // The files of the folder; each is to be used once.
 class Prose

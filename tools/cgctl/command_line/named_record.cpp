@@ -15,14 +15,10 @@ namespace
 
 constexpr int32_t most_db = 1 << 20;
 
-int32_t database(const RecordType &type, const std::optional<std::string> &given)
+int32_t database(const RecordType &type, const std::optional<int32_t> &given)
 {
     if (given) {
-        const auto number = to_number(*given, 0, most_db);
-        if (!number) {
-            throw Failure(wrong_usage, "--db " + visible(*given) + ": not a database's number, 0 or more");
-        }
-        return static_cast<int32_t>(*number);
+        return *given;
     }
     if (type.db < 0) {
         throw Failure(wrong_usage, std::string(type.name()) + " has no usual database; give one with --db N");
@@ -36,7 +32,9 @@ void add_record_arguments(CLI::App &verb, RecordArguments &arguments, const char
 {
     verb.add_option("TYPE", arguments.type, "Record type: p_dev.card_info, or card_info")->required();
     verb.add_option("FIELD=VALUE", arguments.assignments, assignments_help);
-    verb.add_option("--db", arguments.db, "Database (default: the type's usual one)")->type_name("N");
+    verb.add_option("--db", arguments.db, "Database (default: the type's usual one)")
+        ->type_name("N")
+        ->check(CLI::Range(0, most_db));
 }
 
 NamedRecord named_record(const RecordArguments &arguments, Assigned assigned)
@@ -52,7 +50,7 @@ NamedRecord named_record(const RecordArguments &arguments, Assigned assigned)
         }
         const std::string path = assignment.substr(0, assignment.find('='));
         if (!seen.insert(path).second) {
-            throw Failure(wrong_usage, path + " is given twice; once is right");
+            throw Failure(wrong_usage, path + " is given more than once");
         }
         named.has_key = named.has_key || of_key;
         if (!of_key) {

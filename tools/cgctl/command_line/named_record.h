@@ -17,7 +17,7 @@ namespace cg
 struct RecordArguments {
     std::string type;
     std::vector<std::string> assignments;
-    std::optional<std::string> db;
+    std::optional<int32_t> db;
 };
 
 // Adds them to a verb.

@@ -94,6 +94,14 @@ const std::vector<std::string> &known_kinds()
     return kinds;
 }
 
+void for_each_verb(const Verb &verb, const std::function<void(const Verb &)> &action)
+{
+    action(verb);
+    for (const Verb &below : verb.verbs) {
+        for_each_verb(below, action);
+    }
+}
+
 std::string shown_value(const CLI::Option &option)
 {
     if (option.get_type_size() == 0 || option.get_expected_max() == 0) {
@@ -103,7 +111,9 @@ std::string shown_value(const CLI::Option &option)
         return option.get_name();
     }
     const std::string words = shown_words(option);
-    return words.empty() ? option.get_type_name() : words;
+    // Behind the colon stands what a check accepts.
+    const std::string type = option.get_type_name();
+    return words.empty() ? type.substr(0, type.find(':')) : words;
 }
 
 std::string shown_words(const CLI::Option &option)

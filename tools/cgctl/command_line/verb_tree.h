@@ -1,10 +1,11 @@
 // What the command can do, as plain data read off the parser.
 //
 // Help, completion and the manual page all show the same verbs. The parser knows them already, so none of the
-// three has a list of its own that could fall behind.
+// three has a list of its own that could become outdated.
 #ifndef COMMAND_LINE_VERB_TREE_H
 #define COMMAND_LINE_VERB_TREE_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,9 @@ struct Verb {
 // Reads a verb and those below it. A verb declares what completes a value by the option's type name: a known
 // kind, or its words as in "master|slave".
 Verb describe(const CLI::App &app);
+
+// Calls a function for a verb and all below it, the verb first.
+void for_each_verb(const Verb &verb, const std::function<void(const Verb &)> &action);
 
 // The kinds of values that completion can offer: FILE, FOLDER, POS, TYPE, FIELD=VALUE, COMMAND, NAME=VALUE
 // and MODULE.

@@ -1,9 +1,9 @@
 // The daemon's debug shell, spoken to line by line.
 #include "shell/debug_shell.h"
 
-#include <algorithm>
 #include <chrono>
 #include <istream>
+#include <iterator>
 #include <sstream>
 
 #include "admission/card_text.h"
@@ -11,7 +11,6 @@
 #include "base/terminal.h"
 #include "base/text.h"
 #include "shell/client.h"
-#include "shell/line_editor.h"
 
 namespace cg
 {
@@ -30,12 +29,22 @@ Failure failure_of(const ssat::Error &error, const char *hint)
     return {usage ? wrong_usage : failed, std::string(error.what()) + (unknown ? hint : "")};
 }
 
-bool starts_line(std::string_view line)
+std::vector<ssat::Command> commands_at(const std::string &socket)
 {
-    return line.find_first_of(" \t") == std::string_view::npos;
+    try {
+        return ssat::commands(socket, patience);
+    } catch (const ssat::Error &error) {
+        throw failure_of(error, "");
+    }
 }
 
-void tell_notes(const Session &session, const ssat::Reply &reply)
+std::vector<std::string> words_of(const std::string &line)
+{
+    std::istringstream input(line);
+    return {std::istream_iterator<std::string>(input), {}};
+}
+
+void print_notes(const Session &session, const ssat::Reply &reply)
 {
     if (!reply.output_at.empty()) {
         session.notice(
@@ -48,47 +57,6 @@ void tell_notes(const Session &session, const ssat::Reply &reply)
 }
 
 } // namespace
-
-std::vector<std::string> words_of(std::string_view line)
-{
-    std::vector<std::string> words;
-    std::istringstream input{std::string(line)};
-    for (std::string word; input >> word;) {
-        words.push_back(word);
-    }
-    return words;
-}
-
-std::vector<std::string> debug_completions(std::string_view line, const std::vector<ssat::Command> &commands)
-{
-    line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
-    std::vector<std::string> words = words_of(line);
-    const bool begins_word = line.empty() || line.back() == ' ' || line.back() == '\t';
-    const std::string typed = begins_word ? "" : words.back();
-    std::vector<std::string> choice;
-    if (starts_line(line)) {
-        choice = {"help", "quit"};
-        std::transform(commands.begin(), commands.end(), std::back_inserter(choice),
-                       [](const ssat::Command &command) { return command.name; });
-    } else {
-        const auto command = std::find_if(commands.begin(), commands.end(),
-                                          [&](const ssat::Command &known) { return known.name == words[0]; });
-        for (const std::string &part :
-             command == commands.end() ? std::vector<std::string>{} : words_of(command->args_template)) {
-            const std::string name = part.substr(0, part.find('=')) + '=';
-            const bool given = std::any_of(words.begin() + 1, words.end(), [&](const std::string &word) {
-                return word.starts_with(name) && (begins_word || &word != &words.back());
-            });
-            if (!given && part.find('=') != std::string::npos) {
-                choice.push_back(name);
-            }
-        }
-    }
-    std::erase_if(choice,
-                  [&](const std::string &word) { return !word.starts_with(typed) || word == typed + '='; });
-    std::sort(choice.begin(), choice.end());
-    return choice;
-}
 
 std::vector<std::string> lines_for_terminal(const std::string &output)
 {
@@ -119,17 +87,10 @@ DebugShell::DebugShell(const Session &session)
 {
 }
 
-DebugShell::~DebugShell() = default;
-
 int DebugShell::list()
 {
     Json array = Json::array();
-    try {
-        commands_ = ssat::commands(socket_, patience);
-    } catch (const ssat::Error &error) {
-        throw failure_of(error, "");
-    }
-    for (const ssat::Command &command : commands_) {
+    for (const ssat::Command &command : commands_at(socket_)) {
         const bool plain = command.args_template == "void";
         if (session_.json) {
             array.push_back({{"module", command.module},
@@ -161,7 +122,7 @@ int DebugShell::run(const std::string &command, const std::vector<std::string> &
     } else {
         print(reply.output);
     }
-    tell_notes(session_, reply);
+    print_notes(session_, reply);
     if (reply.result != 0) {
         throw Failure(failed, command + " returned " + std::to_string(reply.result));
     }
@@ -187,12 +148,8 @@ bool DebugShell::run_line(const std::string &line)
     if (words.empty() || words.front().starts_with('#')) {
         return true;
     }
-    if (words.front() == "help") {
-        help();
-        return true;
-    }
     try {
-        notice_another();
+        notice_restart();
         run(words.front(), {words.begin() + 1, words.end()});
         return true;
     } catch (const Failure &failure) {
@@ -204,7 +161,7 @@ bool DebugShell::run_line(const std::string &line)
 
 int DebugShell::run_lines(std::istream &input)
 {
-    tell_who();
+    print_identity();
     bool good = true;
     for (std::string line; std::getline(input, line);) {
         if (words_of(line) == std::vector<std::string>{"quit"}) {
@@ -215,28 +172,11 @@ int DebugShell::run_lines(std::istream &input)
     return good ? done : failed;
 }
 
-int DebugShell::talk()
-{
-    tell_who();
-    session_.notice("help lists the commands, TAB completes them, quit or Ctrl-D ends");
-    LineEditor editor("app_cg> ", history_file("debug_history"),
-                      [this](std::string_view line) { return debug_completions(line, commands_); });
-    while (const std::optional<std::string> line = editor.read()) {
-        if (words_of(*line) == std::vector<std::string>{"quit"}) {
-            return done;
-        }
-        run_line(*line);
-    }
-    session_.line("");
-    return done;
-}
-
 // Which daemon answers. The time that it prints is that of its own clock.
-void DebugShell::tell_who()
+void DebugShell::print_identity()
 {
     std::string since;
     try {
-        commands_ = ssat::commands(socket_, patience);
         pid_ = ssat::process_at(socket_, patience);
         const ssat::Reply reply = ssat::run(socket_, module_name, "show_time", {}, patience);
         if (const int64_t start = start_time_in(reply.output); start != 0) {
@@ -254,24 +194,15 @@ void DebugShell::tell_who()
                     visible(socket_));
 }
 
-void DebugShell::notice_another()
+void DebugShell::notice_restart()
 {
     try {
         const pid_t pid = ssat::process_at(socket_, patience);
         if (pid != pid_) {
-            tell_who();
+            print_identity();
         }
     } catch (const ssat::Error &error) {
         throw failure_of(error, "");
-    }
-}
-
-void DebugShell::help()
-{
-    try {
-        list();
-    } catch (const Failure &failure) {
-        session_.error(failure.what());
     }
 }
 

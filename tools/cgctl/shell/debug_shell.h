@@ -11,20 +11,8 @@
 
 #include "command_line/session.h"
 
-namespace ssat
-{
-struct Command; // of builtin/ssat_client.h
-}
-
 namespace cg
 {
-
-// What the last word of a line may become: a command at its beginning, then the names of that command's
-// arguments that the line does not have yet.
-std::vector<std::string> debug_completions(std::string_view line, const std::vector<ssat::Command> &commands);
-
-// "as\tthey stand" -> {"as", "they", "stand"}.
-std::vector<std::string> words_of(std::string_view line);
 
 // The lines of what a command printed, as they can do no harm on a terminal.
 std::vector<std::string> lines_for_terminal(const std::string &output);
@@ -36,12 +24,7 @@ class DebugShell
 {
 public:
     explicit DebugShell(const Session &session);
-    ~DebugShell();
-    DebugShell(const DebugShell &) = delete;
-    DebugShell &operator=(const DebugShell &) = delete;
 
-    // A prompt on the terminal, until Ctrl-D or quit. Returns the exit status.
-    int talk();
     // Commands from a text, a line each; # begins a comment. All are run; the status is 1 when one of them
     // failed.
     int run_lines(std::istream &input);
@@ -51,16 +34,16 @@ public:
     int list();
 
 private:
-    // Carries out a line; what is wrong is told.
+    // Carries out a line; prints what is wrong with it, and returns whether all was well.
     bool run_line(const std::string &line);
-    void tell_who();
-    void notice_another();
-    void help();
+    // Prints which daemon answers, as a live message.
+    void print_identity();
+    // Prints it again when another process has taken its place.
+    void notice_restart();
     void print(const std::string &output);
 
     const Session &session_;
     std::string socket_;
-    std::vector<ssat::Command> commands_;
     pid_t pid_ = -1;
 };
 

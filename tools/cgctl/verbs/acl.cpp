@@ -19,7 +19,6 @@ namespace cg
 namespace
 {
 
-
 struct AclOptions {
     std::string modules = default_module_folder;
     std::string secrets;

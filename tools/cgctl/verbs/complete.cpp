@@ -1,7 +1,11 @@
-// cgctl complete: what a completion script has to ask, since only the running device knows it.
+// cgctl complete: what may stand at the end of a command line, for the scripts that the shells have.
 //
 // Hidden, because nobody calls it by hand. Somebody waits at the keyboard for each answer and did not ask for
 // messages: so it is silent about what fails, and gives up within a second.
+//
+// The first line of its output says what follows: `file`, `folder` or `command` leave the choice to the
+// shell; else it is a candidate in each line, with a description behind a tab: `words`, `list` (more may
+// follow a comma), or `open` (the word goes on, a value).
 #include <chrono>
 #include <cstdlib>
 #include <ostream>
@@ -9,7 +13,7 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "cards/cards.h"
-#include "command_line/verb_tree.h"
+#include "command_line/completion.h"
 #include "command_line/verbs.h"
 #include "loop/settings.h"
 #include "modules/module_folder.h"
@@ -101,7 +105,22 @@ Words fields(const std::string &type_name)
     return words;
 }
 
-Words candidates(const Session &session, const std::string &kind, const std::string &about)
+// Short names, and full ones where such a name was begun.
+Words types(const std::string &begun)
+{
+    const bool full = begun.starts_with("p_") || begun.starts_with("s_");
+    Words words;
+    for (const RecordType &type : record_types()) {
+        const std::string name = type.name();
+        if (type.db >= 0) { // else it lives in no database of its own
+            words.push_back(full ? name : name.substr(name.rfind('.') + 1));
+        }
+    }
+    return words;
+}
+
+Words values(const Session &session, const std::string &kind, const std::string &about,
+             const std::string &begun)
 {
     if (kind == "POS") {
         return positions(session);
@@ -109,24 +128,63 @@ Words candidates(const Session &session, const std::string &kind, const std::str
     if (kind == "MODULE") {
         return modules();
     }
+    if (kind == "TYPE") {
+        return types(begun);
+    }
     if (kind == "COMMAND") {
         return commands(session);
     }
-    return kind == "NAME=VALUE" ? command_arguments(session, about) : fields(about);
+    if (kind == "NAME=VALUE") {
+        return command_arguments(session, about);
+    }
+    return kind == "FIELD=VALUE" ? fields(about) : Words{};
 }
 
-int complete(const Session &session, const std::string &kind, const std::string &about)
+// For what the shell knows itself, its word; else nothing.
+std::string left_to_shell(const std::string &kind)
+{
+    return kind == "FILE" ? "file" : kind == "FOLDER" ? "folder" : kind == "--" ? "command" : "";
+}
+
+// A word with a blank or a special character would have to be quoted for the shell.
+bool is_plain(const std::string &word)
+{
+    return visible(word) == word && word.find_first_of(" \t\"'\\$`;&|<>()*?[]~#") == std::string::npos;
+}
+
+void complete(const Session &session, Completion completion, const std::string &word)
+{
+    const std::string shells = left_to_shell(completion.kind);
+    if (!shells.empty()) {
+        session.line(shells);
+        return;
+    }
+    if (completion.words.empty()) {
+        for (const std::string &value : values(session, completion.kind, completion.about, word)) {
+            completion.words.push_back({value});
+        }
+    }
+    session.line(completion.kind.ends_with("=VALUE") ? "open" : completion.is_list ? "list" : "words");
+    for (const Candidate &candidate : completion.words) {
+        if (is_plain(candidate.word)) {
+            const std::string &about = candidate.description;
+            session.line(completion.before + candidate.word + (about.empty() ? "" : '\t' + about));
+        }
+    }
+}
+
+int complete(Session session, const CLI::App &app)
 {
     if (platform::setting_number("VX_MOM_DEADLINE_MS", patience_ms, 1, patience_ms) >= patience_ms) {
         setenv("VX_MOM_DEADLINE_MS", std::to_string(patience_ms).c_str(), 1);
     }
     try {
-        for (const std::string &word : candidates(session, kind, about)) {
-            // A word with a blank or a special character would have to be quoted for the shell.
-            if (visible(word) == word && word.find_first_of(" \t\"'\\$`;&|<>()*?[]~#") == std::string::npos) {
-                session.line(word);
-            }
+        const Completion completion = completion_of(describe(app), session.command);
+        if (!completion.endpoint.empty()) {
+            setenv("VX_MOM_ENDPOINT", completion.endpoint.c_str(), 1);
         }
+        session.socket = completion.socket;
+        complete(session, completion, session.command.empty() ? "" : session.command.back());
     } catch (const std::exception &) {
         return failed; // a message would land in the middle of the line that is being typed
     }
@@ -137,19 +195,12 @@ int complete(const Session &session, const std::string &kind, const std::string 
 
 void add_complete(CLI::App &app, Session &session)
 {
-    CLI::App *verb = add_verb(app, session, "complete", "Print the values that there are of a kind",
-                              "  cgctl complete POS\n"
-                              "  cgctl complete FIELD=VALUE card_info");
+    CLI::App *verb = add_verb(app, session, "complete", "Print what may stand at the end of a command line",
+                              "  cgctl complete -- show 1/\n"
+                              "  cgctl complete -- get card_info devid=1 slo");
     verb->group("");
-    auto kind = std::make_shared<std::string>();
-    auto about = std::make_shared<std::string>();
-    verb->add_option("KIND", *kind, "What is completed")
-        ->required()
-        ->check(CLI::IsMember({"POS", "MODULE", "COMMAND", "NAME=VALUE", "FIELD=VALUE"}));
-    verb->add_option("ABOUT", *about, "The record type, or the command of the debug shell");
-    verb->callback([kind, about, &session] {
-        session.action = [kind, about, &session] { return complete(session, *kind, *about); };
-    });
+    verb->callback(
+        [&app, &session] { session.action = [&app, &session] { return complete(session, app); }; });
 }
 
 } // namespace cg

@@ -21,30 +21,25 @@ struct DebugOptions {
 int debug(const Session &session, const DebugOptions &options)
 {
     DebugShell shell(session);
-    if (options.list) {
-        return shell.list();
-    }
     if (!options.command.empty()) {
         return shell.run(options.command, options.arguments);
     }
-    const bool somebody = isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1 && !session.json;
-    return somebody ? shell.talk() : shell.run_lines(std::cin);
+    return options.list || isatty(STDIN_FILENO) == 1 ? shell.list() : shell.run_lines(std::cin);
 }
 
 } // namespace
 
 void add_debug(CLI::App &app, Session &session)
 {
-    CLI::App *verb =
-        add_verb(app, session, "debug",
-                 "Run commands of the daemon's debug shell: one, those of a prompt, or those of standard "
-                 "input",
-                 "  cgctl debug\n"
-                 "  cgctl debug --list\n"
-                 "  cgctl debug dump_node\n"
-                 "  cgctl debug log-level level=4");
+    CLI::App *verb = add_verb(app, session, "debug",
+                              "Run commands of the daemon's debug shell: one, or those of standard input",
+                              "  cgctl debug --list\n"
+                              "  cgctl debug dump_node\n"
+                              "  cgctl debug log-level level=4\n"
+                              "  cgctl debug < commands.txt");
     auto options = std::make_shared<DebugOptions>();
-    verb->add_option("COMMAND", options->command, "The command; without it they are read, a line each");
+    verb->add_option("COMMAND", options->command,
+                     "The command; without it standard input has one in each line");
     verb->add_option("NAME=VALUE", options->arguments, "Its arguments, in any order");
     verb->add_flag("--list", options->list, "List all commands");
     set_action(*verb, session, options, debug);

@@ -1,7 +1,6 @@
 // cgctl del: deletes a record, or all with the same first key fields.
 #include "access/store.h"
 #include "base/failure.h"
-#include "base/text.h"
 #include "command_line/named_record.h"
 
 namespace cg
@@ -22,21 +21,19 @@ int delete_one(const Session &session, const NamedRecord &named)
     return 0;
 }
 
-int delete_matching(const Session &session, const NamedRecord &named, const std::string &key_count)
+int delete_matching(const Session &session, const NamedRecord &named, int32_t key_count)
 {
-    const int64_t most = named.type->key() == nullptr ? 0 : named.type->key()->n_fields;
-    const auto count = to_number(key_count, 0, most);
-    if (!count) {
-        throw Failure(wrong_usage, "--keys " + visible(key_count) + ": not a number of key fields; 0 to " +
+    const auto most = static_cast<int32_t>(named.type->key() == nullptr ? 0 : named.type->key()->n_fields);
+    if (key_count < 0 || key_count > most) {
+        throw Failure(wrong_usage, "--keys: " + std::to_string(key_count) + " key fields, use 0 to " +
                                        std::to_string(most) + " for " + named.type->name());
     }
     Store store(session);
-    store.erase_matching(*named.type, named.db, key_part(*named.type, named.record),
-                         static_cast<int32_t>(*count));
+    store.erase_matching(*named.type, named.db, key_part(*named.type, named.record), key_count);
     return 0;
 }
 
-int del(const Session &session, const RecordArguments &arguments, const std::optional<std::string> &key_count)
+int del(const Session &session, const RecordArguments &arguments, const std::optional<int32_t> &key_count)
 {
     const NamedRecord named = named_record(arguments);
     require_key_only(named, "del");
@@ -51,7 +48,7 @@ void add_del(CLI::App &app, Session &session)
                               "  cgctl del card_info devid=1 slotid=3\n"
                               "  cgctl del app_cg_card_check_ack devid=1 slotid=3 --keys 3");
     auto arguments = std::make_shared<RecordArguments>();
-    auto key_count = std::make_shared<std::optional<std::string>>();
+    auto key_count = std::make_shared<std::optional<int32_t>>();
     add_record_arguments(*verb, *arguments, "Key fields; those not given are 0 or empty");
     verb->add_option("--keys", *key_count,
                      "Delete every record whose first N key fields are these; 0 for all of the type")

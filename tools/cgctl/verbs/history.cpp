@@ -30,7 +30,7 @@ struct HistoryOptions {
     std::optional<std::string> until{};
     std::string outcome{};
     std::string module{};
-    std::string newest{};
+    std::optional<std::size_t> newest{};
     std::string svg{};
     std::string color = "auto";
     std::string history{};
@@ -54,16 +54,13 @@ std::size_t bars_on_a_screen()
     return bars;
 }
 
-history::Outcome outcome_named(const std::string &word)
+std::vector<std::string> outcome_words()
 {
-    if (const auto outcome = admission::outcome_of(word)) {
-        return *outcome;
-    }
     std::vector<std::string> words;
     for (std::size_t i = 0; i < outcome_count; ++i) {
         words.emplace_back(admission::word_of(static_cast<history::Outcome>(i)));
     }
-    throw Failure(wrong_usage, "unknown outcome " + in_quotes(word) + "; " + suggestion(word, words));
+    return words;
 }
 
 history::Filter filter_of(const HistoryOptions &options, Time now)
@@ -82,17 +79,8 @@ history::Filter filter_of(const HistoryOptions &options, Time now)
     if (filter.from && filter.until && *filter.from >= *filter.until) {
         throw Failure(wrong_usage, "--since is not before --until");
     }
-    if (!options.outcome.empty()) {
-        filter.outcome = outcome_named(options.outcome);
-    }
-    if (!options.newest.empty()) {
-        const auto count = to_number(options.newest, 1, INT32_MAX);
-        if (!count) {
-            throw Failure(wrong_usage,
-                          "--last " + visible(options.newest) + ": not a number of decisions, 1 or more");
-        }
-        filter.newest = static_cast<std::size_t>(*count);
-    }
+    filter.outcome = admission::outcome_of(options.outcome);
+    filter.newest = options.newest;
     return filter;
 }
 
@@ -311,7 +299,6 @@ int run_history(const Session &session, const HistoryOptions &options)
 {
     const Time now = std::chrono::system_clock::now();
     const history::Filter filter = filter_of(options, now);
-    terminal_of(session, options.color); // refuses a wrong word before anything is written
     const Found found = find(options, filter);
     if (!options.svg.empty() || options.chart) {
         draw(session, found, options, filter, now);
@@ -354,10 +341,12 @@ void add_history(CLI::App &app, Session &session)
     verb->add_option("--until", options->until, "Before then")->type_name("TIME");
     verb->add_option("--outcome", options->outcome,
                      "Only those that ended so; silence: passed by silence of a module")
-        ->type_name("passed|silence|denied|exempt|unasked|withdrawn|unseen");
+        ->check(CLI::IsMember(outcome_words()));
     verb->add_option("--module", options->module, "Only those that it answered, or was silent to")
         ->type_name("MODULE");
-    verb->add_option("--last", options->newest, "Only so many, the newest ones")->type_name("N");
+    verb->add_option("--last", options->newest, "Only so many, the newest ones")
+        ->type_name("N")
+        ->check(CLI::Range(1, INT32_MAX));
     verb->add_flag("-v,--answers", options->answers, "Tell each module's answer, too");
     verb->add_flag("--chart", options->chart, "Draw bars over time instead, a letter for each decision");
     verb->add_option("--svg", options->svg, "Draw them into a file for a browser")->type_name("FILE");

@@ -31,17 +31,12 @@ constexpr std::array all_states{State::waiting,   State::denied,  State::silence
                                 State::passed,    State::exempt,  State::unasked,
                                 State::undecided, State::offline, State::absent};
 
-// By one word, or as the table says it.
-State state_named(const std::string &word)
+std::vector<std::string> state_words()
 {
-    std::vector<std::string> names;
-    for (const State state : all_states) {
-        if (word == admission::word_of(state) || word == admission::text_of(state)) {
-            return state;
-        }
-        names.emplace_back(admission::word_of(state));
-    }
-    throw Failure(wrong_usage, "unknown state " + in_quotes(word) + "; " + suggestion(word, names));
+    std::vector<std::string> words;
+    std::transform(all_states.begin(), all_states.end(), std::back_inserter(words),
+                   [](State state) { return admission::word_of(state); });
+    return words;
 }
 
 class Filter
@@ -52,11 +47,9 @@ public:
         for (const std::string &text : options.positions) {
             prefixes_.push_back(parse_prefix(text));
         }
-        for (const std::string &words : options.states) {
-            for (const std::string &word : split(words, ',')) {
-                states_.push_back(state_named(word));
-            }
-        }
+        std::copy_if(all_states.begin(), all_states.end(), std::back_inserter(states_), [&](State state) {
+            return std::count(options.states.begin(), options.states.end(), admission::word_of(state)) != 0;
+        });
         wanted_ = options;
     }
 
@@ -207,7 +200,8 @@ void add_list(CLI::App &app, Session &session)
     verb->add_option(
             "--state", options->states,
             "Only cards in these states, several with commas; silence: passed by silence of a module")
-        ->type_name("waiting|denied|silence|passed|exempt|unasked|undecided|offline|absent")
+        ->check(CLI::IsMember(state_words()))
+        ->delimiter(',')
         ->allow_extra_args(false);
     add_view_options(*verb, options->color, options->history);
     session.action = [options, &session] { return list(session, *options); };

@@ -1,6 +1,4 @@
 // cgctl module run: a check module that examines cards with a command.
-#include <cstdlib>
-
 #include "access/store.h"
 #include "base/failure.h"
 #include "base/text.h"
@@ -14,31 +12,28 @@ namespace cg
 namespace
 {
 
-constexpr int64_t most_parallel = 256;
+constexpr std::size_t most_parallel = 256;
+constexpr double shortest_limit_s = 0.001;
 constexpr double longest_limit_s = 86400;
 
 struct RunOptions {
     std::string name;
-    std::string parallel = "4";
-    std::string timeout_s = "240"; // below check_timeout
+    std::size_t parallel = 4;
+    double timeout_s = 240; // below check_timeout
 };
 
-std::size_t parallel(const std::string &text)
+std::string decimal_number(const std::string &text)
 {
-    const auto count = to_number(text, 1, most_parallel);
-    if (!count) {
-        throw Failure(wrong_usage,
-                      "--parallel " + visible(text) + ": not a number of commands from 1 to 256");
-    }
-    return static_cast<std::size_t>(*count);
+    const bool good = !text.empty() && text.find_first_not_of("0123456789.") == std::string::npos;
+    return good ? "" : "Value " + visible(text) + " is not a number of seconds, such as 2.5";
 }
 
 int run_module(const Session &session, const RunOptions &options)
 {
     require_module_name(options.name);
     require_command(session, "cgctl module run " + options.name + " -- ./check");
-    CheckRunner::Options settings{options.name, session.command, parallel(options.parallel),
-                                  time_limit(options.timeout_s)};
+    CheckRunner::Options settings{options.name, session.command, options.parallel,
+                                  std::chrono::duration<double>(options.timeout_s)};
     // The module itself would wait for a store as long as it takes; a wrong endpoint is an error now.
     Store(session).connect(record_type("p_libpub.app_cg_card_check_info").db);
     CheckRunner(session, std::move(settings)).run();
@@ -54,15 +49,12 @@ void require_module_name(const std::string &name)
     }
 }
 
-std::chrono::duration<double> time_limit(const std::string &text)
+void add_time_limit(CLI::App &verb, double &seconds, const char *description)
 {
-    char *end = nullptr;
-    const double seconds = strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(seconds > 0) || seconds > longest_limit_s) {
-        throw Failure(wrong_usage,
-                      "--timeout " + visible(text) + ": not a time in seconds, above 0 and up to 86400");
-    }
-    return std::chrono::duration<double>(seconds);
+    verb.add_option("--timeout", seconds, description)
+        ->type_name("S")
+        ->check(decimal_number) // the parser would accept "nan"
+        ->check(CLI::Range(shortest_limit_s, longest_limit_s));
 }
 
 void require_command(const Session &session, const std::string &example)
@@ -97,10 +89,10 @@ void add_module(CLI::App &app, Session &session)
         ->required()
         ->type_name("MODULE");
     verb->add_option("--parallel", options->parallel, "Commands at the same time (default 4)")
-        ->type_name("N");
-    verb->add_option("--timeout", options->timeout_s,
-                     "Seconds after which a command is ended and denies (default 240)")
-        ->type_name("S");
+        ->type_name("N")
+        ->check(CLI::Range(std::size_t{1}, most_parallel));
+    add_time_limit(*verb, options->timeout_s,
+                   "Seconds after which a command is ended and denies (default 240)");
     set_action(*verb, session, options, run_module);
     add_module_test(*module, session);
     add_module_replay(*module, session);

@@ -18,7 +18,7 @@ namespace
 struct ReplayArguments {
     std::string from;
     std::string name;
-    std::string timeout_s = "10";
+    double timeout_s = 10;
 };
 
 std::string verdict_text(const kit::Answer &verdict)
@@ -89,7 +89,7 @@ int replay_module(const Session &session, const ReplayArguments &arguments)
         require_module_name(arguments.name);
     }
     require_command(session, "cgctl module replay --from history.sqlite -- ./my-module");
-    const ReplayOptions options{arguments.name, time_limit(arguments.timeout_s)};
+    const ReplayOptions options{arguments.name, Harness::Span(arguments.timeout_s)};
     const std::vector<history::Decision> decisions = recorded(arguments.from);
     Harness module(session, session.command);
     Json cards = Json::array();
@@ -119,9 +119,7 @@ void add_module_replay(CLI::App &module, Session &session)
     verb->add_option("--name", arguments->name,
                      "The name that the module had then and has now (default: that of its first answer)")
         ->type_name("MODULE");
-    verb->add_option("--timeout", arguments->timeout_s,
-                     "Seconds within which an answer must come (default 10)")
-        ->type_name("S");
+    add_time_limit(*verb, arguments->timeout_s, "Seconds within which an answer must come (default 10)");
     set_action(*verb, session, arguments, replay_module);
 }
 

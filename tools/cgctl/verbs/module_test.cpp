@@ -18,7 +18,7 @@ using State = CaseResult::State;
 struct TestArguments {
     std::string name;
     std::vector<std::string> cards;
-    std::string timeout_s = "10";
+    double timeout_s = 10;
 };
 
 constexpr Harness::Span longest_quiet{0.5};
@@ -59,7 +59,7 @@ int test_module(const Session &session, const TestArguments &arguments)
         require_module_name(arguments.name);
     }
     require_command(session, "cgctl module test -- ./my-module");
-    const Harness::Span limit = time_limit(arguments.timeout_s);
+    const Harness::Span limit(arguments.timeout_s);
     const ContractOptions options{arguments.name, parse_test_cards(arguments.cards), limit,
                                   std::min(limit, longest_quiet)};
     Json results = Json::array();
@@ -96,9 +96,7 @@ void add_module_test(CLI::App &module, Session &session)
                      "A card to test with, as in 'name=fan 3 type=230 slot=3'; may be given several times")
         ->type_name("TEXT")
         ->allow_extra_args(false);
-    verb->add_option("--timeout", arguments->timeout_s,
-                     "Seconds within which an answer must come (default 10)")
-        ->type_name("S");
+    add_time_limit(*verb, arguments->timeout_s, "Seconds within which an answer must come (default 10)");
     set_action(*verb, session, arguments, test_module);
 }
 

@@ -2,7 +2,6 @@
 #ifndef VERBS_MODULE_VERBS_H
 #define VERBS_MODULE_VERBS_H
 
-#include <chrono>
 #include <string>
 
 #include "command_line/session.h"
@@ -14,8 +13,8 @@ namespace cg
 void add_module_test(CLI::App &module, Session &session);
 void add_module_replay(CLI::App &module, Session &session);
 
-// Parses a time limit in seconds. Throws Failure (wrong usage), naming the option --timeout.
-std::chrono::duration<double> time_limit(const std::string &text);
+// Adds --timeout, in seconds: 0.001 to 86400.
+void add_time_limit(CLI::App &verb, double &seconds, const char *description);
 
 // Throws Failure (wrong usage) when the daemon cannot know a module of this name.
 void require_module_name(const std::string &name);

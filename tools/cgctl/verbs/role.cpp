@@ -1,9 +1,9 @@
 // cgctl role: the device's global role, which decides whether the daemon publishes its results.
+#include <algorithm>
 #include <array>
 
 #include "access/store.h"
 #include "base/failure.h"
-#include "base/text.h"
 #include "command_line/verbs.h"
 
 namespace cg
@@ -12,9 +12,9 @@ namespace cg
 namespace
 {
 
-constexpr std::array<const char *, 4> roles{"none", "master", "slave", "candidate"};
-constexpr std::array<const char *, 4> role_values{"DM_ROLE_NONE", "DM_ROLE_MASTER", "DM_ROLE_SLAVE",
-                                                  "DM_ROLE_CANDIDATE"};
+constexpr std::array<const char *, 4> roles{"master", "slave", "candidate", "none"};
+constexpr std::array<const char *, 4> role_values{"DM_ROLE_MASTER", "DM_ROLE_SLAVE", "DM_ROLE_CANDIDATE",
+                                                  "DM_ROLE_NONE"};
 
 const RecordType &role_record()
 {
@@ -41,16 +41,12 @@ int print_role(const Session &session)
 
 int write_role(const Session &session, const std::string &role)
 {
-    for (std::size_t i = 0; i < roles.size(); ++i) {
-        if (role == roles.at(i)) {
-            Store store(session);
-            store.set_fields(role_record(), role_record().db, Json{{"my_grole", role_values.at(i)}},
-                             {static_cast<int32_t>(field_number(role_record(), "my_grole="))});
-            return 0;
-        }
-    }
-    throw Failure(wrong_usage, "unknown role " + in_quotes(role) + "; " +
-                                   suggestion(role, {"master", "slave", "candidate", "none"}));
+    const auto at = std::find(roles.begin(), roles.end(), role) - roles.begin();
+    Store store(session);
+    store.set_fields(role_record(), role_record().db,
+                     Json{{"my_grole", role_values.at(static_cast<std::size_t>(at))}},
+                     {static_cast<int32_t>(field_number(role_record(), "my_grole="))});
+    return done;
 }
 
 } // namespace
@@ -62,7 +58,7 @@ void add_role(CLI::App &app, Session &session)
                               "  cgctl role master");
     auto role = std::make_shared<std::string>();
     verb->add_option("ROLE", *role, "The role to write; without it the role is printed")
-        ->type_name("master|slave|candidate|none");
+        ->check(CLI::IsMember(std::vector<std::string>(roles.begin(), roles.end())));
     verb->callback([role, &session] {
         session.action = [role, &session] {
             return role->empty() ? print_role(session) : write_role(session, *role);

@@ -6,7 +6,6 @@
 
 #include "base/failure.h"
 #include "base/terminal.h"
-#include "base/text.h"
 #include "command_line/verbs.h"
 #include "verbs/watch.h"
 
@@ -18,26 +17,19 @@ namespace
 
 struct Arguments {
     WatchOptions options{};
-    std::optional<std::string> count{};
     bool records = false;
     bool lines = false;
 };
 
 int watch(const Session &session, const Arguments &arguments)
 {
-    const auto count = arguments.count ? to_number(*arguments.count, 1, INT64_MAX) : 0;
-    if (!count) {
-        throw Failure(wrong_usage,
-                      "--count " + visible(*arguments.count) + ": not a number of changes, 1 or more");
-    }
-    WatchOptions options = arguments.options;
-    options.count = *count;
+    const WatchOptions &options = arguments.options;
     const Terminal terminal = terminal_of(session, options.color);
     if (arguments.records || options.existing || !options.types.empty()) {
         return watch_records(session, options);
     }
     const bool on_screen = terminal.is_one && isatty(STDIN_FILENO) == 1;
-    if (on_screen && !session.json && !arguments.lines && !arguments.count) {
+    if (on_screen && !session.json && !arguments.lines && options.count == 0) {
         return watch_screen(session, options);
     }
     return watch_events(session, options);
@@ -59,7 +51,9 @@ void add_watch(CLI::App &app, Session &session)
     verb->add_option("TYPE", arguments->options.types, "Record types, each in its usual database");
     verb->add_flag("--records", arguments->records, "Every change of records of all types");
     verb->add_flag("--lines", arguments->lines, "A line for each event, also on a terminal");
-    verb->add_option("--count", arguments->count, "End after so many lines")->type_name("N");
+    verb->add_option("--count", arguments->options.count, "End after so many lines")
+        ->type_name("N")
+        ->check(CLI::Range(int64_t{1}, int64_t{INT32_MAX}));
     verb->add_flag("--existing", arguments->options.existing, "Print the records that there are, too");
     add_view_options(*verb, arguments->options.color, arguments->options.history);
     set_action(*verb, session, arguments, watch);

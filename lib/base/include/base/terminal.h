@@ -1,7 +1,6 @@
 // What a terminal needs and a pipe does not: its size, colours, and texts that are cut to fit.
 //
-// Widths are counted by hand from UTF-8, as the other texts are looked at: the locale is the user's affair, a
-// card's name is not.
+// Widths come from Unicode's tables and not from the locale: that is the user's choice, a card's name is not.
 #ifndef BASE_TERMINAL_H
 #define BASE_TERMINAL_H
 
@@ -25,7 +24,7 @@ struct Terminal {
 };
 
 // What the output goes to. `colour` is "auto" (on a terminal, unless NO_COLOR is set), "always" or
-// "never"; throws Failure (wrong usage) for another word.
+// "never".
 Terminal terminal_of(const Output &output, const std::string &colour);
 
 // The text in the tone's colour.

@@ -8,7 +8,6 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "command_line/cli.h"
-#include "command_line/completion.h"
 #include "command_line/manual.h"
 #include "command_lines.h"
 #include "unit/tools/cgctl/run_cgctl.h"
@@ -117,7 +116,7 @@ TEST(Help, LeavesOutWhatIsNotForPeople)
         EXPECT_NE(verb.name, "manual");
         EXPECT_NE(verb.name, "complete");
     }
-    EXPECT_EQ(usage_problem({"complete", "POS"}), "");
+    EXPECT_EQ(usage_problem({"complete", "--", "show"}), "");
 }
 
 TEST(Pages, ShowOnlyCommandsThatThereAre)
@@ -203,13 +202,6 @@ TEST(Manual, TextsCannotBecomeCommandsOfTheFormatter)
     program.options.push_back({.names = {"--odd"}, .label = "X", .description = ".Sh \\fBodd"});
     const std::string page = manual_page(program, folder.path(""));
     EXPECT_NE(page.find("\n\\&.Sh \\efBodd.\n"), std::string::npos) << page;
-}
-
-TEST(Completion, KnowsTwoShellsAndSaysSo)
-{
-    EXPECT_EQ(run_cgctl({"completion", "bash"}).status, 0);
-    EXPECT_EQ(run_cgctl({"completion", "zsh"}).status, 0);
-    EXPECT_EQ(run_cgctl({"completion", "fish"}).status, 2);
 }
 
 } // namespace cg

@@ -6,9 +6,7 @@
 
 #include "base/failure.h"
 #include "base/text.h"
-#include "shell/client.h"
 #include "shell/debug_shell.h"
-#include "shell/line_editor.h"
 #include "ssat.h"
 #include "unit/tools/cgctl/run_cgctl.h"
 #include "vx_thread.h"
@@ -134,9 +132,9 @@ TEST_F(DebugVerb, LinesAreAllRunAndAFailureIsRemembered)
     std::istringstream good("greet\n\n# a comment\n  add a=1 b=-1\nquit\nno-such-command\n");
     EXPECT_EQ(shell.run_lines(good), 0);
     EXPECT_EQ(out.str(), "hello\r\n0\n");
-    std::istringstream bad("gret\nadd a=2 b=2\nhelp\ngreet");
+    std::istringstream bad("gret\nadd a=2 b=2\ngreet");
     EXPECT_EQ(shell.run_lines(bad), 1);
-    EXPECT_EQ(out.str(), "hello\r\n0\n4\ngreet\nadd a=%d b=%d\nhello\r\n");
+    EXPECT_EQ(out.str(), "hello\r\n0\n4\nhello\r\n");
     EXPECT_NE(err.str().find("has no command 'gret'"), std::string::npos) << err.str();
     EXPECT_NE(err.str().find("add returned 4"), std::string::npos);
 }
@@ -168,26 +166,6 @@ TEST_F(DebugVerb, AnotherDaemonIsToldOf)
     std::istringstream again("greet");
     EXPECT_EQ(shell.run_lines(again), 0);
     EXPECT_NE(err.str().find("process " + std::to_string(daemon_->pid())), std::string::npos) << err.str();
-}
-
-TEST(DebugCompletion, CommandsAndThenTheNamesOfTheirArguments)
-{
-    using Words = std::vector<std::string>;
-    const std::vector<ssat::Command> commands{{"app_cg", "dump_node", "void"},
-                                              {"app_cg", "dump_all", "void"},
-                                              {"app_cg", "update_dev", "dev=%d slot=%d"}};
-    EXPECT_EQ(debug_completions("", commands),
-              (Words{"dump_all", "dump_node", "help", "quit", "update_dev"}));
-    EXPECT_EQ(debug_completions("  du", commands), (Words{"dump_all", "dump_node"}));
-    EXPECT_EQ(debug_completions("dump_n", commands), Words{"dump_node"});
-    EXPECT_EQ(debug_completions("dump_node ", commands), Words{});
-    EXPECT_EQ(debug_completions("update_dev ", commands), (Words{"dev=", "slot="}));
-    EXPECT_EQ(debug_completions("update_dev s", commands), Words{"slot="});
-    EXPECT_EQ(debug_completions("update_dev slot=3 ", commands), Words{"dev="});
-    EXPECT_EQ(debug_completions("update_dev slot=3", commands), Words{}) << "a number is the user's affair";
-    EXPECT_EQ(debug_completions("nothing ", commands), Words{});
-    EXPECT_EQ(common_beginning({"dump_all", "dump_node"}), "dump_");
-    EXPECT_EQ(common_beginning({}), "");
 }
 
 TEST(DebugStartTime, IsReadFromWhatIsPrinted)

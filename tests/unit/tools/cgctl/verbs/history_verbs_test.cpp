@@ -125,7 +125,8 @@ TEST_F(HistoryVerbs, FiltersAndNotFound)
 
 TEST_F(HistoryVerbs, WrongUseSaysWhatIsRight)
 {
-    EXPECT_EQ(history({"--outcome", "dennied"}).err, "cgctl: unknown outcome \"dennied\"; nearest: denied\n");
+    EXPECT_EQ(history({"--outcome", "dennied"}).err,
+              "cgctl: --outcome: dennied not in {passed,silence,denied,exempt,unasked,withdrawn,unseen}\n");
     for (const std::vector<std::string> &wrong :
          std::vector<std::vector<std::string>>{{"--since", "noon"},
                                                {"--since", ""},
