@@ -3,7 +3,6 @@
 #define HISTORY_RETENTION_H
 
 #include "database.h"
-#include "history/writer.h"
 
 namespace history
 {

@@ -29,7 +29,7 @@ int run(const cg::Output &output, const std::vector<std::string> &arguments)
 
 int main(int argc, char **argv)
 {
-    // Whoever reads metrics may go away while they are written.
+    // A reader of metrics may close its connection while they are written.
     if (signal(SIGPIPE, SIG_IGN) == SIG_ERR) {
         return cg::failed;
     }

@@ -1,4 +1,4 @@
-// What the recorder tells Prometheus.
+// What the recorder publishes for Prometheus.
 #include "metrics.h"
 
 #include <prometheus/counter.h>
@@ -28,7 +28,8 @@ constexpr std::size_t longest_label = 60; // a module's name of 15 bytes, each o
 
 const Histogram::BucketBoundaries &answer_buckets()
 {
-    static const Histogram::BucketBoundaries buckets{0.1, 0.3, 1, 3, 10, 30, 60, 120, 180, 240, 300};
+    static const Histogram::BucketBoundaries buckets{
+        0.1, 0.3, 1, 3, 10, 30, 60, 120, 180, 240, std::chrono::duration<double>(cg::check_timeout).count()};
     return buckets;
 }
 
@@ -85,13 +86,13 @@ Metrics::Families::Families(Registry &registry)
                         "started.")
                   .Register(registry)),
       connected(
-          gauge(registry, "cg_store_connected", "1 while all changes in the store are heard of, else 0.")
+          gauge(registry, "cg_store_connected", "1 while all changes in the store are received, else 0.")
               .Add({})),
       outages(counter(registry, "cg_store_outages_total", "Losses of the connection to the store").Add({})),
       starts(counter(registry, "cg_daemon_starts_total", "Starts of the daemon's service").Add({})),
       exits(counter(
           registry, "cg_daemon_exits_total",
-          "Ends of the daemon's service, by exit status or signal; 77 is its wish to be started afresh,")),
+          "Exits of the daemon's service, by exit status or signal; 77 is its request to be started again,")),
       gaps(counter(registry, "cg_recorder_gaps_total", "Times in which decisions may have been missed")
                .Add({})),
       gap_end(

@@ -1,7 +1,7 @@
-// What the recorder tells Prometheus.
+// What the recorder publishes for Prometheus.
 //
 // Modules and stores are not trusted with labels: a name makes a series of its own only when the modules'
-// folder has it, so nobody but its owner can make more of them.
+// folder has it, so only the folder's owner can make more of them.
 #ifndef RECORDER_METRICS_H
 #define RECORDER_METRICS_H
 
@@ -25,23 +25,29 @@ public:
     Metrics(const Metrics &) = delete;
     Metrics &operator=(const Metrics &) = delete;
 
-    // For whoever serves it. Other threads may read it while what follows is called.
+    // For the server of the metrics. Other threads may read it while what follows is called.
     [[nodiscard]] std::shared_ptr<prometheus::Registry> registry() const { return registry_; }
 
     // The modules that have a name in labels; their series begin at 0.
     void set_modules(const std::vector<std::string> &modules);
+    // Counts a check that ended, with its answers.
     void count(const admission::Decision &decision);
-    // One that came when its check had ended.
+    // Counts an answer that came when its check had ended.
     void count(const admission::Answer &answer);
-    // A card whose denial stands counts as denied also when it went off line, as the power-off makes it.
+    // Shows the cards by state. One whose denial stands counts as denied also when it went offline, as the
+    // power-off makes it.
     void show(const std::vector<const admission::TrackedCard *> &cards);
+    // Counts a start or an exit of the daemon.
     void count(const history::LifeEvent &event);
-    // Whether all changes are heard of; not so at first.
+    // Shows whether all changes are received; not so at first.
     void show_store(bool connected);
+    // Counts a loss of the connection.
     void count_outage();
+    // Counts a time in which decisions may have been missed.
     void count_gap();
-    // When the last gap ended.
+    // Shows when the last gap ended.
     void show_gap_end(admission::Time at);
+    // Counts a failed attempt to write the history.
     void count_write_failure();
 
 private:
@@ -54,7 +60,7 @@ private:
     std::set<std::string> modules_;
 };
 
-// How a daemon ended, as a label: a number of 0 to 255, a signal's name, or "other".
+// Returns how a daemon ended, as a label: a number of 0 to 255, a signal's name, or "other".
 std::string exit_label(const history::LifeEvent &event);
 
 } // namespace recorder

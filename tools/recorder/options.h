@@ -17,7 +17,7 @@ struct Options {
     std::string listen{}; // "127.0.0.1:PORT"; empty: no metrics are served
 };
 
-// Reads the arguments, without the program's name. Nothing when help or the version was wanted, which is
+// Parses the arguments, without the program's name. Nothing when help or the version was wanted, which is
 // written to `out`. Throws cg::Failure (wrong usage).
 std::optional<Options> parse_options(std::vector<std::string> arguments, std::ostream &out);
 

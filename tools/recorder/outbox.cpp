@@ -7,27 +7,27 @@
 namespace recorder
 {
 
-Outbox::Outbox(std::string path, history::Time now, Teller tell, std::function<void()> failed)
-    : path_(std::move(path)), tell_(std::move(tell)), failed_(std::move(failed))
+Outbox::Outbox(std::string path, history::Time now, Log log, std::function<void()> failed)
+    : path_(std::move(path)), log_(std::move(log)), failed_(std::move(failed))
 {
     try {
-        writer_ = std::make_unique<history::Writer>(path_, now, tell_);
+        writer_ = std::make_unique<history::Writer>(path_, now, log_);
     } catch (const history::Error &error) {
         if (!error.will_pass()) {
             throw;
         }
-        take_failure(error);
+        handle_failure(error);
     }
 }
 
-void Outbox::take_failure(const history::Error &error)
+void Outbox::handle_failure(const history::Error &error)
 {
     failed_();
     if (!std::exchange(failing_, true)) {
-        tell_(std::string(error.what()) + "; it is tried again, and kept in memory meanwhile");
+        log_(std::string(error.what()) + "; it is tried again, and kept in memory meanwhile");
     }
     if (error.is_damaged()) {
-        writer_.reset(); // opening it anew moves it aside
+        writer_.reset(); // opening it again moves it aside
     }
 }
 
@@ -35,26 +35,33 @@ void Outbox::on_open(std::function<void(history::Writer &)> opened)
 {
     opened_ = std::move(opened);
     if (writer_) {
-        try {
-            opened_(*writer_);
-        } catch (const history::Error &error) {
-            take_failure(error);
-            writer_.reset();
-        }
+        call_opened(std::exchange(writer_, nullptr));
     }
 }
 
 void Outbox::open(history::Time now)
 {
     try {
-        auto writer = std::make_unique<history::Writer>(path_, now, tell_);
+        call_opened(std::make_unique<history::Writer>(path_, now, log_));
+    } catch (const history::Error &error) {
+        handle_failure(error);
+    }
+}
+
+// What is put meanwhile goes before all that waits.
+void Outbox::call_opened(std::unique_ptr<history::Writer> writer)
+{
+    std::deque<Write> waiting = std::exchange(waiting_, {});
+    try {
         if (opened_) {
             opened_(*writer);
         }
         writer_ = std::move(writer);
     } catch (const history::Error &error) {
-        take_failure(error);
+        waiting_.clear(); // it is put again at the next attempt
+        handle_failure(error);
     }
+    std::move(waiting.begin(), waiting.end(), std::back_inserter(waiting_));
 }
 
 bool Outbox::attempt(const Write &write)
@@ -66,12 +73,12 @@ bool Outbox::attempt(const Write &write)
         write(*writer_);
         return true;
     } catch (const history::Error &error) {
-        take_failure(error);
+        handle_failure(error);
         return false;
     }
 }
 
-// A file that is not open is left to flush(): each try to open one that somebody holds takes its time.
+// A file that is not open is left to flush(): each attempt to open one that another process holds takes time.
 void Outbox::put(Write write, history::Time now)
 {
     if (waiting_.empty() && attempt(write)) {
@@ -83,18 +90,12 @@ void Outbox::put(Write write, history::Time now)
     waiting_.push_back(std::move(write));
 }
 
-void Outbox::put_first(std::vector<Write> writes)
-{
-    waiting_.insert(waiting_.begin(), std::make_move_iterator(writes.begin()),
-                    std::make_move_iterator(writes.end()));
-}
-
-// The hole is told of in the history itself, as soon as it can be.
+// The history itself reports the hole, as soon as it can be written.
 void Outbox::drop_oldest(history::Time now)
 {
     waiting_.pop_front();
     if (!hole_) {
-        tell_("the history could not be written for so long that decisions are lost");
+        log_("the history could not be written for so long that decisions are lost");
         hole_ = Hole{now, now};
         if (lost_) {
             lost_();
@@ -127,7 +128,7 @@ bool Outbox::flush(history::Time now)
     }
     const bool done = waiting_.empty() && writer_;
     if (done && std::exchange(failing_, false)) {
-        tell_("the history is written again");
+        log_("the history is written again");
     }
     return done;
 }

@@ -1,10 +1,11 @@
-// The recorder: what the store tells goes through the tracker into the history and the metrics.
+// The recorder: what the store delivers goes through the tracker into the history and the metrics.
 #include "recorder.h"
 
 #include <algorithm>
 #include <utility>
 
 #include "admission/feed.h"
+#include "daemon_exit.h"
 
 namespace recorder
 {
@@ -12,31 +13,40 @@ namespace recorder
 namespace
 {
 
-constexpr std::chrono::seconds alive_interval{10};
+constexpr std::chrono::seconds heartbeat_interval{10};
+constexpr const char *store_away = "the store was away";
 
-history::OpenCheck open_check(const admission::TrackedCard &card)
+// The first lines of the service log that were read may be in the file already.
+Outbox::Write first_lines(std::vector<ServiceLine> lines)
 {
-    return {card.card, card.requested_at, card.waiting_for, card.answers, card.any_will_do};
+    return [lines = std::move(lines)](history::Writer &writer) {
+        for (const ServiceLine &line : lines_behind(writer.life_note(), lines)) {
+            writer.add_life(line.event, line.text);
+        }
+    };
+}
+
+Outbox::Write next_line(ServiceLine line)
+{
+    return [line = std::move(line)](history::Writer &writer) { writer.add_life(line.event, line.text); };
 }
 
 } // namespace
 
-Recorder::Recorder(Settings settings, Metrics &metrics, Teller tell, Time now)
-    : settings_(std::move(settings)), metrics_(metrics), tell_(std::move(tell)),
-      outbox_(settings_.history, now, tell_, [this] { metrics_.count_write_failure(); }),
+Recorder::Recorder(Settings settings, Metrics &metrics, Log log, Time now)
+    : settings_(std::move(settings)), metrics_(metrics), log_(std::move(log)),
+      outbox_(settings_.history, now, log_, [this] { metrics_.count_write_failure(); }),
       tracker_([this](const admission::Decision &decision) { record(decision); }, settings_.silence_after),
-      life_(settings_.life), started_(now), now_(now)
+      service_log_(settings_.service_log), modules_(settings_.modules, log_),
+      open_checks_([this](Outbox::Write wanted) { write(std::move(wanted)); }),
+      gaps_(metrics_, [this](Outbox::Write wanted) { write(std::move(wanted)); }), started_(now), now_(now)
 {
     tracker_.on_fresh_daemon([this] { read_modules(); });
     tracker_.on_late_answer([this](const history::Position &position, const history::Answer &answer) {
-        metrics_.count(answer);
-        write([=](history::Writer &writer) { writer.add_late_answer(position, answer); });
+        record_late(position, answer);
     });
-    outbox_.on_loss([this] {
-        metrics_.count_gap();
-        gap_ended(now_);
-    });
-    read_life(false);
+    outbox_.on_loss([this] { gaps_.count(now_); });
+    read_service_log();
     read_modules();
     outbox_.on_open([this](history::Writer &writer) { opened(writer); });
     if (outbox_.is_open()) {
@@ -44,42 +54,39 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Teller tell, Time now)
     }
 }
 
-// The daemon reads its folder when it starts and when its store returns. Where nobody tells of its starts,
-// the folder as it is now is the best guess.
-void Recorder::take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time now)
+// The daemon reads its folder when it starts and when its store returns. Where its starts are not noted, the
+// folder as it is now is the best guess.
+void Recorder::handle(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change)
 {
-    now_ = now;
-    read_life(true);
-    if (!life_.is_readable() && !existing) {
+    now_ = change.at;
+    read_service_log();
+    if (!service_log_.is_readable() && !change.existing) {
         read_modules();
     }
-    admission::feed(tracker_, cmd, record, existing, now);
-    tell_of_contradiction();
+    admission::feed(tracker_, cmd, record, change);
+    if (modules_.names() && !tracker_.knows_modules()) {
+        modules_.report_contradiction();
+    }
 }
 
 void Recorder::could_not_read(const std::string &type, Time now)
 {
     now_ = now;
-    tell_("a record of " + type + " could not be read; a decision may be missing");
-    metrics_.count_gap();
-    write([now](history::Writer &writer) { writer.add_gap({now, now, "a record could not be read"}); });
-    gap_ended(now);
+    log_("a record of " + type + " could not be read; a decision may be missing");
+    gaps_.add(now, now, "a record could not be read");
 }
 
-// A loss is noticed late where the store hangs. What was missed until then belongs to the gap, and no time
-// belongs to two of them.
 void Recorder::store_lost(Time now)
 {
     now_ = now;
     metrics_.show_store(false);
-    if (!gap_) {
+    if (!gaps_.lasting_since()) {
         metrics_.count_outage();
     }
-    const Time heard = heard_until_.value_or(now);
-    begin_gap(std::min(now, std::max(heard, gap_ended_.value_or(heard))), "the store was away");
+    gaps_.begin_with_loss(now);
 }
 
-void Recorder::store_returns(Time now)
+void Recorder::store_returned(Time now)
 {
     now_ = now;
     read_modules();
@@ -91,184 +98,214 @@ void Recorder::snapshot_done(Time now)
     tracker_.snapshot_done(now);
     if (!listening_since_) {
         listening_since_ = now;
-        life_before_listening_ = early_life_.size();
+        lines_before_listening_ = early_lines_.size();
     }
     metrics_.show_store(true);
-    end_gap(now);
-    settle(now);
+    gaps_.end(now);
+    flush(now);
 }
 
 bool Recorder::tick(Time now)
 {
     now_ = now;
-    read_life(true);
-    if (!life_.is_readable()) {
+    read_service_log();
+    if (!service_log_.is_readable()) {
         read_modules();
     }
-    if (taken_up_ && !listening_since_ && now > started_) {
-        begin_gap(started_, "the store was away"); // unless one lasts: a new file tells of none
+    if (resumed_ && !listening_since_ && now > started_) {
+        gaps_.begin(started_, store_away); // a new file has no gap that lasts
     }
     outbox_.flush(now);
-    settle(now);
-    // A sign of life says that all before it is in the file.
+    flush(now);
+    // A heartbeat says that everything before it is in the file.
     if (!outbox_.is_open() || outbox_.waiting() > 0) {
         return false;
     }
-    if (!last_alive_ || now - *last_alive_ >= alive_interval || now < *last_alive_) {
-        last_alive_ = now;
-        outbox_.attempt([at = alive_until(now)](history::Writer &writer) { writer.alive(at); });
-    }
+    send_heartbeat();
     bool more = false;
     outbox_.attempt([&](history::Writer &writer) { more = writer.trim(settings_.limits, now); });
     return more;
 }
 
-// A gap that is known is in the file, and goes on with the next start.
-Recorder::Time Recorder::alive_until(Time now) const
+void Recorder::send_heartbeat()
 {
-    return gap_ ? now : std::min(now, heard_until_.value_or(now));
+    if (!last_heartbeat_ || now_ - *last_heartbeat_ >= heartbeat_interval || now_ < *last_heartbeat_) {
+        last_heartbeat_ = now_;
+        outbox_.attempt([at = gaps_.complete_until(now_)](history::Writer &writer) { writer.alive(at); });
+    }
 }
 
-void Recorder::settle(Time now)
+void Recorder::flush(Time now)
 {
     now_ = now;
-    if (!listening_since_) {
-        return; // which of the remembered checks still stand is not known
+    if (listening_since_) { // before, it is not known which of the remembered checks still stand
+        open_checks_.update(tracker_.cards());
+        metrics_.show(tracker_.cards());
     }
-    std::map<history::Position, Written> standing;
-    for (const admission::TrackedCard *card : tracker_.cards()) {
-        if (!card->open) {
-            continue; // what was decided is in the file, whether its request still stands or not
-        }
-        const auto last = card->answers.empty() ? std::nullopt : std::optional(card->answers.back().at);
-        const history::Position &position = card->card.position;
-        standing[position] = {card->requested_at, card->answers.size(), last, card->waiting_for,
-                              card->any_will_do};
-        const auto found = written_.find(position);
-        if (found == written_.end() || found->second != standing[position]) {
-            write([check = open_check(*card)](history::Writer &writer) { writer.set_open(check); });
-        }
-    }
-    for (const auto &[position, ignored] : written_) {
-        if (!standing.contains(position)) {
-            write([at = position](history::Writer &writer) { writer.close_open(at); });
-        }
-    }
-    written_ = std::move(standing);
-    metrics_.show(tracker_.cards());
 }
 
 // A gap that still lasts is left open: the next start ends it.
 void Recorder::end(Time now)
 {
-    settle(now);
-    write([at = alive_until(now)](history::Writer &writer) { writer.alive(at); });
+    flush(now);
+    write([at = gaps_.complete_until(now)](history::Writer &writer) { writer.alive(at); });
     outbox_.flush(now);
     if (outbox_.waiting() > 0) {
-        tell_(std::to_string(outbox_.waiting()) + " changes could not be written and are lost");
+        log_(std::to_string(outbox_.waiting()) + " changes could not be written and are lost");
     }
 }
 
 void Recorder::record(const admission::Decision &decision)
 {
+    ++recorded_;
     metrics_.count(decision);
     const auto kept = std::make_shared<history::Decision>(decision);
-    if (!taken_up_ && early_.size() < most_waiting) {
-        early_.push_back(kept);
+    if (!resumed_) {
+        early_.add(kept);
     }
     write([kept](history::Writer &writer) { writer.add(*kept); });
 }
 
-void Recorder::write(Outbox::Write write)
+void Recorder::record_late(const history::Position &position, const history::Answer &answer)
 {
-    if (first_ != nullptr) {
-        first_->push_back(std::move(write));
-    } else {
-        outbox_.put(std::move(write), now_);
+    metrics_.count(answer);
+    write([=](history::Writer &writer) { writer.add_late_answer(position, answer); });
+}
+
+void Recorder::read_modules()
+{
+    if (modules_.read()) {
+        use_modules();
+    }
+    if (modules_.was_read() && noted_modules_ != modules_.names()) {
+        noted_modules_ = modules_.names();
+        write([names = *noted_modules_](history::Writer &writer) { writer.set_modules_note(names); });
     }
 }
 
-void Recorder::read_life(bool count)
+void Recorder::use_modules()
 {
-    bool started = false;
-    const std::string before = life_.last_line();
-    const std::vector<LifeLine> lines = life_.poll();
-    if (life_.met_overlong_line() && !std::exchange(told_of_overlong_line_, true)) {
-        tell_("the daemon's notes at " + settings_.life +
-              " hold a line that is too long, which is passed over; nobody but the gate's service may write "
-              "there");
+    metrics_.set_modules(*modules_.names());
+    tracker_.set_modules(*modules_.names());
+}
+
+void Recorder::read_service_log()
+{
+    const std::string before = service_log_.last_line();
+    const std::vector<ServiceLine> lines = service_log_.poll();
+    if (service_log_.met_overlong_line() && !std::exchange(reported_overlong_line_, true)) {
+        log_("the service log " + settings_.service_log +
+             " has an overlong line, which is skipped; only the gate's service may write there");
     }
-    if (tell_of_an_end(before, lines)) {
+    if (has_exit(before, lines)) {
         const bool noted = std::any_of(lines.begin(), lines.end(),
-                                       [](const LifeLine &line) { return !line.event.is_start; });
+                                       [](const ServiceLine &line) { return !line.event.is_start; });
         noted ? tracker_.daemon_ended() : tracker_.daemon_started_again(lines.back().event.at);
     }
-    tracker_.set_daemon_watched(life_.tells_of_running());
-    for (const LifeLine &line : lines) {
-        started = started || line.event.is_start;
-        if (count) {
+    const auto last = parse_service_line(service_log_.last_line());
+    tracker_.set_daemon_watched(service_log_.is_readable() && last && last->is_start);
+    for (const ServiceLine &line : lines) {
+        if (counts_starts_) {
             metrics_.count(line.event);
         }
-        if (taken_up_) {
-            write(life_write(line));
+        if (resumed_) {
+            write(next_line(line));
         } else {
-            early_life_.push_back(line);
+            early_lines_.push_back(line);
         }
     }
-    drop_oldest_early_life();
-    if (started) {
+    counts_starts_ = true;
+    if (std::any_of(lines.begin(), lines.end(),
+                    [](const ServiceLine &line) { return line.event.is_start; })) {
         read_modules();
     }
 }
 
-// The newest ones stay, so that every start gets behind what the file has noted, however much there is.
-void Recorder::drop_oldest_early_life()
+// What the recorder resumes from its file when that is open: at its start, or later where it could not be
+// opened then. Meanwhile it has listened. So the tracker is given the past as something older than all that
+// it knows, and what is to be written of it goes before what waits.
+void Recorder::opened(history::Writer &writer)
 {
-    if (early_life_.size() > most_waiting) {
-        const std::size_t count = early_life_.size() - most_waiting;
-        early_life_.erase(early_life_.begin(), early_life_.begin() + static_cast<std::ptrdiff_t>(count));
-        life_before_listening_ -= std::min(count, life_before_listening_);
+    resumed_ ? opened_again() : resume(writer);
+}
+
+// A damaged file was moved aside, and the one in its place knows nothing: neither of what stands, nor which
+// lines of the service log the other one has.
+void Recorder::opened_again()
+{
+    if (!service_log_.last_line().empty()) {
+        write([line = service_log_.last_line()](history::Writer &writer) { writer.set_life_note(line); });
+    }
+    if (noted_modules_) {
+        write([names = *noted_modules_](history::Writer &writer) { writer.set_modules_note(names); });
+    }
+    gaps_.write_again();
+    open_checks_.forget();
+}
+
+// Everything is read before anything is changed: what cannot be read now is read at the next attempt.
+void Recorder::resume(const history::Writer &writer)
+{
+    const std::vector<history::Decision> decisions = writer.last_decisions();
+    const std::vector<history::OpenCheck> checks = writer.open_checks();
+    const std::string service_line = writer.life_note();
+    const std::optional<Time> alive_at = writer.last_alive();
+    const std::optional<Time> gap_end = writer.last_gap_end();
+    const std::optional<ModuleList::Names> modules = writer.modules_note();
+    resumed_ = true;
+    if (modules && modules_.adopt(*modules)) {
+        noted_modules_ = modules;
+        use_modules();
+    }
+    if (gap_end) {
+        gaps_.show(*gap_end);
+    }
+    for (const history::Decision &decision : decisions) {
+        tracker_.remember_decision(decision);
+    }
+    resume_checks(checks, exit_before_listening(service_line));
+    early_.clear();
+    write(first_lines(std::exchange(early_lines_, {})));
+    if (alive_at) {
+        resume_gap(*alive_at);
     }
 }
 
-void Recorder::begin_gap(Time from, const std::string &why)
+void Recorder::resume_checks(const std::vector<history::OpenCheck> &checks, std::optional<Time> exit)
 {
-    if (gap_) {
-        return;
-    }
-    metrics_.count_gap();
-    gap_ = Silence{from, why, std::make_shared<std::optional<int64_t>>()};
-    write(gap_write(*gap_));
-}
-
-Outbox::Write Recorder::life_write(const LifeLine &line)
-{
-    return [line](history::Writer &writer) { writer.add_life(line.event, line.text); };
-}
-
-Outbox::Write Recorder::gap_write(const Silence &gap)
-{
-    return [gap](history::Writer &writer) { *gap.row = writer.begin_gap(gap.from, gap.why); };
-}
-
-void Recorder::end_gap(Time now)
-{
-    if (!gap_) {
-        return;
-    }
-    write([row = gap_->row, now](history::Writer &writer) {
-        if (*row) {
-            writer.end_gap(**row, now);
+    for (const history::OpenCheck &check : checks) {
+        open_checks_.found(check.card.position);
+        const std::size_t recorded = recorded_;
+        // An exit that was noted may be older than the check: its daemon's successor had asked by then.
+        const bool ended = exit && (!check.requested_at || *exit >= *check.requested_at);
+        tracker_.take_up(check, ended, now_);
+        if (recorded == recorded_) {
+            early_.complete(check); // else it has ended unseen, and what was decided was another one
         }
-    });
-    gap_.reset();
-    gap_ended(now);
+    }
 }
 
-void Recorder::gap_ended(Time at)
+// Without a note it is not known which of the lines are older than the file.
+std::optional<Recorder::Time> Recorder::exit_before_listening(const std::string &noted) const
 {
-    gap_ended_ = std::max(at, gap_ended_.value_or(at));
-    metrics_.show_gap_end(*gap_ended_);
+    std::vector<ServiceLine> lines = early_lines_;
+    if (listening_since_) {
+        lines.resize(lines_before_listening_);
+    }
+    return noted.empty() ? std::nullopt : last_exit(noted, lines_behind(noted, std::move(lines)));
+}
+
+// From the file's last heartbeat until the recorder listened, whenever the file was opened.
+void Recorder::resume_gap(Time alive_at)
+{
+    constexpr const char *why = "the recorder was not running";
+    const std::optional<Time> until =
+        gaps_.lasting_since() && !listening_since_ ? gaps_.lasting_since() : listening_since_;
+    if (until) {
+        gaps_.add(alive_at, *until, why);
+    } else {
+        gaps_.begin(alive_at, why);
+    }
 }
 
 } // namespace recorder

@@ -115,7 +115,7 @@ void Service::take(const cg::Change &change)
         recorder_.could_not_read(change.type.name(), now());
     } else if (change.message != nullptr) {
         const bool existing = change.existing || !in_place_.is_complete(change.db);
-        recorder_.take(change.cmd, *change.message, existing, now());
+        recorder_.handle(change.cmd, *change.message, {now(), existing, {}});
         settle_soon();
     }
 }
@@ -139,7 +139,7 @@ void Service::take_outage(int32_t db, bool lost)
     } else {
         in_place_.lost(db);
         away_.erase(db);
-        recorder_.store_returns(now());
+        recorder_.store_returned(now());
     }
 }
 
@@ -164,7 +164,7 @@ void Service::settle_soon()
         settling_ = true;
         live_.after(settle_ms, [this] {
             settling_ = false;
-            recorder_.settle(now());
+            recorder_.flush(now());
         });
     }
 }

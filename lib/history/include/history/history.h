@@ -63,6 +63,12 @@ struct Filter {
     std::optional<std::size_t> newest{}; // at most so many, the newest ones
 };
 
+// How much is kept. The last decision of each position stays beyond the age, since cards stand for years.
+struct Limits {
+    std::chrono::hours age{24 * 365};
+    int64_t bytes = int64_t{256} << 20U;
+};
+
 // A time in which nothing was received, so decisions may be missing.
 struct Gap {
     Time from{};

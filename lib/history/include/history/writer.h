@@ -16,12 +16,6 @@ namespace history
 class Database;
 class FileLock;
 
-// How much is kept. The last decision of each position stays beyond the age, since cards stand for years.
-struct Limits {
-    std::chrono::hours age{24 * 365};
-    int64_t bytes = int64_t{256} << 20U;
-};
-
 class Writer
 {
 public:

@@ -1,4 +1,4 @@
-// A recorder with its file, the modules' folder and the daemon's notes, told of changes by hand.
+// A recorder with its file, the modules' folder and the service log, given changes by hand.
 #ifndef RECORDER_FIXTURE_H
 #define RECORDER_FIXTURE_H
 
@@ -70,7 +70,7 @@ protected:
         const Settings settings{folder_.path("h"), folder_.path("modules"), folder_.path("life"), {}, 300s};
         metrics_ = std::make_unique<Metrics>();
         recorder_ = std::make_unique<Recorder>(
-            settings, *metrics_, [this](const std::string &text) { told_.push_back(text); }, now_);
+            settings, *metrics_, [this](const std::string &text) { log_.push_back(text); }, now_);
     }
     // As SIGKILL leaves it: with what is in the file, and no more.
     void kill() { recorder_.reset(); }
@@ -85,34 +85,34 @@ protected:
         recorder_->tick(now_);
     }
 
-    void tell(const char *type, const Json &fields, bool existing, int32_t cmd = VX_MOM_CMD_SET)
+    void deliver(const char *type, const Json &fields, bool existing, int32_t cmd = VX_MOM_CMD_SET)
     {
         const cg::MessagePtr record = cg::from_json(*cg::record_type(type).descriptor, fields);
-        recorder_->take(cmd, *record, existing, now_);
+        recorder_->handle(cmd, *record, {now_, existing, {}});
     }
     void plug(int slot, bool existing = false)
     {
-        tell("card_info",
-             {{"index", {{"devid", 1}, {"slotid", slot}}},
-              {"static_info", {{"node_type", 3}}},
-              {"name", "lc-" + std::to_string(slot)},
-              {"card_tipc_nodeid", 1000 + slot},
-              {"is_online", true}},
-             existing);
+        deliver("card_info",
+                {{"index", {{"devid", 1}, {"slotid", slot}}},
+                 {"static_info", {{"node_type", 3}}},
+                 {"name", "lc-" + std::to_string(slot)},
+                 {"card_tipc_nodeid", 1000 + slot},
+                 {"is_online", true}},
+                existing);
     }
     void ask(int slot, bool existing = false, int32_t cmd = VX_MOM_CMD_SET)
     {
-        tell("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", slot}}}}, existing, cmd);
+        deliver("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", slot}}}}, existing, cmd);
     }
     void answer(int slot, const std::string &module, int ret = 0, bool existing = false)
     {
-        tell("app_cg_card_check_ack",
-             {{"index", {{"devid", 1}, {"slotid", slot}, {"mod_name", module}}}, {"ret", ret}}, existing);
+        deliver("app_cg_card_check_ack",
+                {{"index", {{"devid", 1}, {"slotid", slot}, {"mod_name", module}}}, {"ret", ret}}, existing);
     }
     void result(int slot, bool pass, bool existing = false)
     {
-        tell("app_cg_mom_deny_check_result",
-             {{"index", {{"card_tipc_nodeid", 1000 + slot}}}, {"stat", pass ? 1 : 0}}, existing);
+        deliver("app_cg_mom_deny_check_result",
+                {{"index", {{"card_tipc_nodeid", 1000 + slot}}}, {"stat", pass ? 1 : 0}}, existing);
     }
     void decide(int slot, bool pass)
     {
@@ -124,7 +124,7 @@ protected:
         answer(slot, "m2", -1);
         decide(slot, false);
     }
-    void note_life(const std::string &line) const
+    void note_service(const std::string &line) const
     {
         std::ofstream(folder_.path("life"), std::ios::app) << line << '\n';
     }
@@ -148,7 +148,7 @@ protected:
     // minute.
     void live_before()
     {
-        note_life("1700049600000 start 42");
+        note_service("1700049600000 start 42");
         start();
         listen();
         plug(3);
@@ -158,14 +158,14 @@ protected:
         ask(4);
         answer(4, "m1");
         pass(1s);
-        recorder_->settle(now_);
+        recorder_->flush(now_);
         killed_at_ = now_;
         kill();
         now_ += 60s;
     }
 
     cg::Folder folder_;
-    std::vector<std::string> told_;
+    std::vector<std::string> log_;
     std::unique_ptr<Metrics> metrics_;
     std::unique_ptr<Recorder> recorder_;
     history::Time now_ = noon;

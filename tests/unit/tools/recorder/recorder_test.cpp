@@ -27,14 +27,14 @@ TEST_F(RecorderTest, GoesOnBehindItsPast)
     EXPECT_THAT(file().life({}, {}), SizeIs(1));
 }
 
-TEST_F(RecorderTest, WhatTheFileHoldsIsTakenUpWhenItCanBeOpened)
+TEST_F(RecorderTest, WhatTheFileHoldsIsResumedWhenItCanBeOpened)
 {
     live_before();
     history::Time listening{};
     {
         const FullDisk full;
         start();
-        EXPECT_THAT(told_, testing::Contains(HasSubstr("it is tried again, and kept in memory meanwhile")));
+        EXPECT_THAT(log_, testing::Contains(HasSubstr("it is tried again, and kept in memory meanwhile")));
         plug(4, true);
         ask(4, true);
         now_ += 1s;
@@ -49,7 +49,7 @@ TEST_F(RecorderTest, WhatTheFileHoldsIsTakenUpWhenItCanBeOpened)
     }
     now_ += 300s;
     recorder_->tick(now_);
-    EXPECT_THAT(told_, testing::Contains("the history is written again"));
+    EXPECT_THAT(log_, testing::Contains("the history is written again"));
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::passed));
     const history::Decision passed = file().decisions().at(1);
     EXPECT_EQ(passed.requested_at, noon);
@@ -115,18 +115,18 @@ TEST_F(RecorderTest, ARememberedCheckThatIsGoneIsOlderThanWhatWasHeardMeanwhile)
     EXPECT_THAT(file().open_checks(), IsEmpty());
 }
 
-TEST_F(RecorderTest, TheDaemonsLifeIsNotedOnceWheneverTheFileOpens)
+TEST_F(RecorderTest, TheServiceLogIsWrittenOnceWheneverTheFileOpens)
 {
     live_before();
-    note_life("1700049630000 exit exited 77");
-    note_life("1700049631000 start 43");
+    note_service("1700049630000 exit exited 77");
+    note_service("1700049631000 start 43");
     {
         const FullDisk full;
         start();
         listen();
         pass(1s);
     }
-    note_life("1700049690000 exit killed KILL");
+    note_service("1700049690000 exit killed KILL");
     pass(1s);
     pass(1s);
     kill();
@@ -139,12 +139,12 @@ TEST_F(RecorderTest, TheDaemonsLifeIsNotedOnceWheneverTheFileOpens)
     EXPECT_THAT(events, ElementsAre("42", "77", "43", "KILL"));
 }
 
-TEST_F(RecorderTest, OfMoreNotesThanMemoryTakesTheNewestAreRemembered)
+TEST_F(RecorderTest, OfMoreLinesThanAreKeptTheNewestAreWritten)
 {
     live_before();
     const std::size_t many = most_waiting + 5;
     for (std::size_t i = 1; i <= many; ++i) {
-        note_life("1700049700000 start " + std::to_string(i));
+        note_service("1700049700000 start " + std::to_string(i));
     }
     start();
     pass(1s);
@@ -160,25 +160,25 @@ TEST_F(RecorderTest, OfMoreNotesThanMemoryTakesTheNewestAreRemembered)
     EXPECT_EQ(noted.front(), 6);
     EXPECT_EQ(noted.back(), many);
     kill();
-    note_life("1700049800000 start 77");
+    note_service("1700049800000 start 77");
     start();
     pass(1s);
     noted.erase(noted.begin());
     noted.push_back(77);
-    EXPECT_TRUE(pids() == noted) << "there are more lines than memory takes, and still it goes on";
+    EXPECT_TRUE(pids() == noted) << "there are more lines than are kept, and still it goes on";
 }
 
-TEST_F(RecorderTest, ALineOfTheDaemonsNotesThatIsTooLongIsToldOfOnce)
+TEST_F(RecorderTest, AnOverlongLineOfTheServiceLogIsReportedOnce)
 {
     live_before();
     start();
-    note_life(std::string(std::size_t{600} << 10U, 'x'));
-    note_life("1700049690000 exit killed KILL");
+    note_service(std::string(std::size_t{600} << 10U, 'x'));
+    note_service("1700049690000 exit killed KILL");
     for (int i = 0; i < 5; ++i) {
         pass(1s);
     }
-    EXPECT_EQ(std::count_if(told_.begin(), told_.end(),
-                            [](const std::string &text) { return text.find("too long") != text.npos; }),
+    EXPECT_EQ(std::count_if(log_.begin(), log_.end(),
+                            [](const std::string &text) { return text.find("overlong") != text.npos; }),
               1);
     EXPECT_EQ(file().life({}, {}).back().status, "KILL");
 }
@@ -186,8 +186,8 @@ TEST_F(RecorderTest, ALineOfTheDaemonsNotesThatIsTooLongIsToldOfOnce)
 TEST_F(RecorderTest, ADaemonThatEndedWhileTheRecorderWasAwayIsNotTakenForTheSame)
 {
     live_before();
-    note_life("1700049630000 exit exited 77");
-    note_life("1700049631000 start 43");
+    note_service("1700049630000 exit exited 77");
+    note_service("1700049631000 start 43");
     start();
     plug(4, true);
     ask(4, true); // the new one's, or still the old one's
@@ -201,7 +201,7 @@ TEST_F(RecorderTest, ADaemonThatEndedWhileTheRecorderWasAwayIsNotTakenForTheSame
 
 TEST_F(RecorderTest, ARestartOfTheDaemonCutsAChecksRowOff)
 {
-    note_life("1700049600000 start 42");
+    note_service("1700049600000 start 42");
     start();
     listen();
     plug(4);
@@ -210,14 +210,14 @@ TEST_F(RecorderTest, ARestartOfTheDaemonCutsAChecksRowOff)
     answer(4, "m1");
     ask(4); // somebody writes it again
     EXPECT_THAT(outcomes(), IsEmpty());
-    note_life("1700049615000 exit killed KILL");
+    note_service("1700049615000 exit killed KILL");
     pass(5s);
     EXPECT_THAT(outcomes(), IsEmpty());
     now_ += 1s;
-    ask(4);                              // the service notes the start when the daemon is up,
-    note_life("1700049616000 start 43"); // which may be after its first request
+    ask(4);                                 // the service notes the start when the daemon is up,
+    note_service("1700049616000 start 43"); // which may be after its first request
     pass(1s);
-    recorder_->settle(now_);
+    recorder_->flush(now_);
     const std::vector<history::Decision> decisions = file().decisions();
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::withdrawn);
@@ -247,7 +247,7 @@ TEST_F(RecorderTest, AFileThatIsMovedAsideHasWhatStandsInTheNextOne)
     pass(40s);
     pass(1s);
     pass(1s);
-    EXPECT_THAT(told_, testing::Contains(HasSubstr("it was moved to")));
+    EXPECT_THAT(log_, testing::Contains(HasSubstr("it was moved to")));
     ASSERT_THAT(file().open_checks(), SizeIs(1));
     EXPECT_EQ(file().open_checks()[0].requested_at, noon);
     kill();
@@ -255,7 +255,7 @@ TEST_F(RecorderTest, AFileThatIsMovedAsideHasWhatStandsInTheNextOne)
     EXPECT_THAT(file().life({}, {}), IsEmpty()); // they are in the other one
 }
 
-TEST_F(RecorderTest, NoSignOfLifeIsGivenWhileSomethingWaitsToBeWritten)
+TEST_F(RecorderTest, ThereIsNoHeartbeatWhileSomethingWaitsToBeWritten)
 {
     start();
     listen();
@@ -271,7 +271,7 @@ TEST_F(RecorderTest, NoSignOfLifeIsGivenWhileSomethingWaitsToBeWritten)
     EXPECT_THAT(file().gaps({}, {}), SizeIs(1));
 }
 
-TEST_F(RecorderTest, ADeniedCardStaysDeniedWhenItGoesOffLine)
+TEST_F(RecorderTest, ADeniedCardStaysDeniedWhenItGoesOffline)
 {
     start();
     listen();
@@ -280,13 +280,13 @@ TEST_F(RecorderTest, ADeniedCardStaysDeniedWhenItGoesOffLine)
     deny(3);
     pass(1s);
     EXPECT_THAT(metrics(), HasSubstr("cg_cards{state=\"denied\"} 1\n"));
-    tell("card_info",
-         {{"index", {{"devid", 1}, {"slotid", 3}}},
-          {"static_info", {{"node_type", 3}}},
-          {"name", "lc-3"},
-          {"card_tipc_nodeid", 1003},
-          {"is_online", false}},
-         false);
+    deliver("card_info",
+            {{"index", {{"devid", 1}, {"slotid", 3}}},
+             {"static_info", {{"node_type", 3}}},
+             {"name", "lc-3"},
+             {"card_tipc_nodeid", 1003},
+             {"is_online", false}},
+            false);
     pass(1s);
     EXPECT_THAT(metrics(), HasSubstr("cg_cards{state=\"denied\"} 1\n"));
     EXPECT_THAT(metrics(), HasSubstr("cg_cards{state=\"offline\"} 0\n"));

@@ -1,4 +1,4 @@
-// The recorder where it cannot see which modules the daemon asks.
+// Which modules the daemon asks, where the recorder can and cannot see it.
 #include "recorder_fixture.h"
 
 namespace recorder
@@ -10,7 +10,7 @@ using testing::Not;
 namespace
 {
 
-class RegistrationTest : public RecorderTest
+class ModuleListTest : public RecorderTest
 {
 protected:
     [[nodiscard]] std::string modules() const { return folder_.path("modules"); }
@@ -53,35 +53,35 @@ protected:
 
 } // namespace
 
-TEST_F(RegistrationTest, AFolderThatCannotBeReadIsNoFolderWithoutModules)
+TEST_F(ModuleListTest, AFolderThatCannotBeReadIsNoFolderWithoutModules)
 {
     make_unreadable();
     start();
     listen();
-    EXPECT_THAT(told_, Contains(HasSubstr("modules cannot be read: Not a directory; which modules are "
-                                          "registered is not known")));
+    EXPECT_THAT(log_, Contains(HasSubstr("modules cannot be read: Not a directory; which modules are "
+                                         "registered is not known")));
     pass_quickly();
     expect_nothing_invented();
 }
 
-TEST_F(RegistrationTest, AMissingFolderIsBelievedUntilTheDaemonAsksSomebody)
+TEST_F(ModuleListTest, AMissingFolderIsBelievedUntilTheDaemonAsksSomebody)
 {
     remove_folder();
     start();
     listen();
-    EXPECT_THAT(told_, Contains(HasSubstr("modules is missing: no module is registered")));
-    EXPECT_THAT(told_, Not(Contains(HasSubstr("but the daemon asks some"))));
+    EXPECT_THAT(log_, Contains(HasSubstr("modules is missing: no module is registered")));
+    EXPECT_THAT(log_, Not(Contains(HasSubstr("but the daemon asks some"))));
     pass_quickly();
     expect_nothing_invented();
-    EXPECT_THAT(told_, Contains(HasSubstr("has no modules, but the daemon asks some")));
-    const std::size_t messages = told_.size();
+    EXPECT_THAT(log_, Contains(HasSubstr("has no modules, but the daemon asks some")));
+    const std::size_t messages = log_.size();
     plug(4);
     ask(4);
     pass(10s);
-    EXPECT_THAT(told_, SizeIs(messages)); // once
+    EXPECT_THAT(log_, SizeIs(messages)); // once
 }
 
-TEST_F(RegistrationTest, AMissingFolderIsOneWithoutModulesForCardsThatNobodyIsAskedAbout)
+TEST_F(ModuleListTest, AMissingFolderIsOneWithoutModulesForCardsThatNobodyIsAskedAbout)
 {
     remove_folder();
     start();
@@ -91,13 +91,13 @@ TEST_F(RegistrationTest, AMissingFolderIsOneWithoutModulesForCardsThatNobodyIsAs
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::unasked));
 }
 
-TEST_F(RegistrationTest, TheListThatWasReadLastStands)
+TEST_F(ModuleListTest, TheListThatWasReadLastStands)
 {
     start();
     listen();
     make_unreadable();
     pass(1s);
-    EXPECT_THAT(told_, Contains(HasSubstr("the list that was read last stands")));
+    EXPECT_THAT(log_, Contains(HasSubstr("the list that was read last stands")));
     plug(3);
     ask(3);
     answer(3, "m1");
@@ -109,7 +109,7 @@ TEST_F(RegistrationTest, TheListThatWasReadLastStands)
     EXPECT_TRUE(file().decisions()[0].complete);
 }
 
-TEST_F(RegistrationTest, TheListIsRememberedInTheFile)
+TEST_F(ModuleListTest, TheListIsRememberedInTheFile)
 {
     start();
     listen();
@@ -117,7 +117,7 @@ TEST_F(RegistrationTest, TheListIsRememberedInTheFile)
     make_unreadable();
     start();
     listen();
-    EXPECT_THAT(told_, Contains(HasSubstr("the modules are taken from the history: m")));
+    EXPECT_THAT(log_, Contains(HasSubstr("the list of modules is the one in the history: m")));
     plug(3);
     ask(3);
     answer(3, "stranger");
@@ -132,22 +132,22 @@ TEST_F(RegistrationTest, TheListIsRememberedInTheFile)
     EXPECT_THAT(metrics(), HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 1\n"));
 }
 
-TEST_F(RegistrationTest, WhatBecomesOfTheFolderIsTold)
+TEST_F(ModuleListTest, WhatBecomesOfTheFolderIsTold)
 {
     make_unreadable();
     start();
     listen();
-    told_.clear();
+    log_.clear();
     pass(10s);
-    EXPECT_THAT(told_, IsEmpty()); // nothing new
+    EXPECT_THAT(log_, IsEmpty()); // nothing new
     make_readable();
     pass(1s);
-    EXPECT_THAT(told_, ElementsAre(HasSubstr("modules is read again")));
+    EXPECT_THAT(log_, ElementsAre(HasSubstr("modules can be read again")));
     EXPECT_TRUE(recorder_->tracker().is_module("m3"));
     EXPECT_FALSE(recorder_->tracker().is_module("m1"));
     make_unreadable();
     pass(1s);
-    EXPECT_THAT(told_, SizeIs(2));
+    EXPECT_THAT(log_, SizeIs(2));
 }
 
 } // namespace recorder

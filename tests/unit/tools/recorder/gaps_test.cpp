@@ -24,7 +24,7 @@ protected:
     void return_after(std::chrono::seconds time)
     {
         now_ += time;
-        recorder_->store_returns(now_);
+        recorder_->store_returned(now_);
         recorder_->snapshot_done(now_);
     }
 };
@@ -126,7 +126,7 @@ TEST_F(GapTest, DecisionsThatWereGivenUpMakeOne)
     for (std::size_t i = 0; i <= most_waiting; ++i) {
         recorder_->could_not_read("card_info", now_);
     }
-    EXPECT_THAT(told_, testing::Contains(HasSubstr("decisions are lost")));
+    EXPECT_THAT(log_, testing::Contains(HasSubstr("decisions are lost")));
     EXPECT_THAT(metrics(), HasSubstr("cg_recorder_gaps_total " + std::to_string(most_waiting + 2) + "\n"));
 }
 

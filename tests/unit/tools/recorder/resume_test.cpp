@@ -1,5 +1,4 @@
-// What the recorder concludes at its start from its file and the daemon's life, also where the file opens
-// late.
+// What the recorder resumes from its file, also where that opens late.
 #include "recorder_fixture.h"
 
 namespace recorder
@@ -8,27 +7,27 @@ namespace recorder
 namespace
 {
 
-class TakeUpTest : public RecorderTest
+class ResumeTest : public RecorderTest
 {
 };
 
 } // namespace
 
-TEST_F(TakeUpTest, AnEndThatWasNotedBeforeTheRecorderStoppedIsRemembered)
+TEST_F(ResumeTest, AnEndThatWasNotedBeforeTheRecorderStoppedIsRemembered)
 {
-    note_life("1700049600000 start 42");
+    note_service("1700049600000 start 42");
     start();
     listen();
     plug(4);
     ask(4);
     now_ += 10s;
     answer(4, "m1");
-    note_life("1700049615000 exit exited 0");
+    note_service("1700049615000 exit exited 0");
     pass(5s);
     recorder_->end(now_);
     kill();
     now_ += 10s;
-    note_life("1700049625000 start 43");
+    note_service("1700049625000 start 43");
     now_ += 2s;
     start();
     plug(4, true);
@@ -46,19 +45,19 @@ TEST_F(TakeUpTest, AnEndThatWasNotedBeforeTheRecorderStoppedIsRemembered)
     EXPECT_THAT(decisions.at(1).answers, SizeIs(2));
 }
 
-TEST_F(TakeUpTest, AnEndThatIsOlderThanTheCheckEndsItNot)
+TEST_F(ResumeTest, AnEndThatIsOlderThanTheCheckEndsItNot)
 {
-    note_life("1700049600000 start 42");
+    note_service("1700049600000 start 42");
     start();
     listen();
-    note_life("1700049615000 exit exited 77");
+    note_service("1700049615000 exit exited 77");
     pass(15s);
     now_ += 2s;
     plug(4);
     ask(4); // by 43, whose start is not noted yet
     pass(1s);
     kill();
-    note_life("1700049618000 start 43");
+    note_service("1700049618000 start 43");
     now_ += 1s;
     start();
     plug(4, true);
@@ -71,17 +70,17 @@ TEST_F(TakeUpTest, AnEndThatIsOlderThanTheCheckEndsItNot)
     EXPECT_EQ(file().decisions().at(0).requested_at, noon + 17s);
 }
 
-TEST_F(TakeUpTest, ACheckOfUnknownAgeEndsWithTheNotedEnd)
+TEST_F(ResumeTest, ACheckOfUnknownAgeEndsWithTheNotedEnd)
 {
-    note_life("1700049600000 start 42");
+    note_service("1700049600000 start 42");
     start();
     plug(4, true);
     ask(4, true);
     listen();
-    note_life("1700049615000 exit exited 0");
+    note_service("1700049615000 exit exited 0");
     pass(15s);
     kill();
-    note_life("1700049625000 start 43");
+    note_service("1700049625000 start 43");
     now_ += 15s;
     start();
     plug(4, true);
@@ -90,7 +89,7 @@ TEST_F(TakeUpTest, ACheckOfUnknownAgeEndsWithTheNotedEnd)
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen));
 }
 
-TEST_F(TakeUpTest, WhatWasDecidedIsNotOpenAnyMoreWhileItsRequestStands)
+TEST_F(ResumeTest, WhatWasDecidedIsNotOpenAnyMoreWhileItsRequestStands)
 {
     start();
     listen();
@@ -99,7 +98,7 @@ TEST_F(TakeUpTest, WhatWasDecidedIsNotOpenAnyMoreWhileItsRequestStands)
     now_ += 1s;
     answer(4, "m2", 1);
     result(4, false);
-    recorder_->settle(now_);
+    recorder_->flush(now_);
     EXPECT_THAT(file().open_checks(), IsEmpty());
     kill();
     now_ += 1s;
@@ -110,7 +109,7 @@ TEST_F(TakeUpTest, WhatWasDecidedIsNotOpenAnyMoreWhileItsRequestStands)
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied));
 }
 
-TEST_F(TakeUpTest, OnlyTheFirstCheckIsCompletedByTheFileThatOpensLate)
+TEST_F(ResumeTest, OnlyTheFirstCheckIsCompletedByTheFileThatOpensLate)
 {
     live_before();
     {
@@ -126,7 +125,7 @@ TEST_F(TakeUpTest, OnlyTheFirstCheckIsCompletedByTheFileThatOpensLate)
         now_ += 100s;
         recorder_->store_lost(now_);
         now_ += 5s;
-        recorder_->store_returns(now_);
+        recorder_->store_returned(now_);
         plug(4, true);
         ask(4, true);
         recorder_->snapshot_done(now_);
@@ -147,13 +146,13 @@ TEST_F(TakeUpTest, OnlyTheFirstCheckIsCompletedByTheFileThatOpensLate)
     EXPECT_EQ(second.answers[0].module, "m2");
 }
 
-TEST_F(TakeUpTest, WhoHadAnsweredWasNotSilentWhenTheFileOpensLate)
+TEST_F(ResumeTest, WhoHadAnsweredWasNotSilentWhenTheFileOpensLate)
 {
     live_before();
-    note_life("1700049670000 exit killed KILL");
+    note_service("1700049670000 exit killed KILL");
     now_ = noon + 65s;
     std::filesystem::rename(folder_.path("life"), folder_.path("later"));
-    note_life("1700049600000 start 42");
+    note_service("1700049600000 start 42");
     {
         const FullDisk full;
         start();
@@ -174,27 +173,27 @@ TEST_F(TakeUpTest, WhoHadAnsweredWasNotSilentWhenTheFileOpensLate)
     EXPECT_THAT(file().decisions().at(1).silent, ElementsAre("m2"));
 }
 
-TEST_F(TakeUpTest, TheEndOfADaemonThatFoundAnEarlierOnesRequestCutsItsCheckOff)
+TEST_F(ResumeTest, TheEndOfADaemonThatFoundAnEarlierOnesRequestCutsItsCheckOff)
 {
     live_before();
-    note_life("1700049605000 exit killed KILL");
-    note_life("1700049606000 start 43");
+    note_service("1700049605000 exit killed KILL");
+    note_service("1700049606000 start 43");
     start();
     plug(4, true);
     ask(4, true);
     listen();
     now_ += 10s;
     answer(4, "m1");
-    note_life("1700049675000 exit killed KILL");
+    note_service("1700049675000 exit killed KILL");
     pass(5s);
     ask(4);
-    note_life("1700049676000 start 44");
+    note_service("1700049676000 start 44");
     pass(1s);
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen, Outcome::withdrawn));
     EXPECT_EQ(file().decisions().at(2).reason, admission::started_afresh);
 }
 
-TEST_F(TakeUpTest, ANewFileTellsThatTheStoreWasAwayAtFirst)
+TEST_F(ResumeTest, ANewFileTellsThatTheStoreWasAwayAtFirst)
 {
     start();
     pass(2s);
@@ -209,7 +208,7 @@ TEST_F(TakeUpTest, ANewFileTellsThatTheStoreWasAwayAtFirst)
     EXPECT_THAT(metrics(), HasSubstr("cg_recorder_gaps_total 1\n"));
 }
 
-TEST_F(TakeUpTest, AStoreThatIsThereAtOnceLeavesNoGapInANewFile)
+TEST_F(ResumeTest, AStoreThatIsThereAtOnceLeavesNoGapInANewFile)
 {
     start();
     now_ += 1s;
@@ -218,16 +217,16 @@ TEST_F(TakeUpTest, AStoreThatIsThereAtOnceLeavesNoGapInANewFile)
     EXPECT_THAT(file().gaps({}, {}), IsEmpty());
 }
 
-TEST_F(TakeUpTest, TwoStartsInARowCutACheckOffAtTheSecondOnesRequest)
+TEST_F(ResumeTest, TwoStartsInARowCutACheckOffAtTheSecondOnesRequest)
 {
-    note_life("1700049600000 start 42");
+    note_service("1700049600000 start 42");
     start();
     listen();
     plug(4);
     ask(4);
     pass(50s);
     ask(4);
-    note_life("1700049650500 start 43");
+    note_service("1700049650500 start 43");
     pass(1s);
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::withdrawn));
     EXPECT_EQ(file().decisions().at(0).decided_at, noon + 50s);

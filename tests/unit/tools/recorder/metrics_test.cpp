@@ -1,0 +1,114 @@
+// What the recorder publishes for Prometheus.
+#include "metrics.h"
+
+#include <gmock/gmock.h>
+#include <prometheus/text_serializer.h>
+
+#include <sstream>
+
+namespace recorder
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+
+constexpr history::Time noon = history::Time{} + 1'700'049'600s;
+
+std::string text_of(const Metrics &metrics)
+{
+    std::ostringstream out;
+    prometheus::TextSerializer().Serialize(out, metrics.registry()->Collect());
+    return out.str();
+}
+
+history::Decision silence_of(const std::string &module)
+{
+    history::Decision decision;
+    decision.card.position = {1, 3, 0};
+    decision.outcome = history::Outcome::silence;
+    decision.decided_at = noon;
+    decision.silent = {module};
+    return decision;
+}
+
+} // namespace
+
+TEST(MetricsTest, AStrangersNameMakesNoSeries)
+{
+    Metrics metrics;
+    metrics.set_modules({"m1", "a\"b\n"});
+    history::Decision denied = silence_of("evil");
+    denied.answers = {{"stranger", -1, "", noon, false, 500ms}, {"m1", 0, "", noon, true, 250s}};
+    metrics.count(denied);
+    metrics.count(silence_of("m1"));
+    const std::string text = text_of(metrics);
+    EXPECT_THAT(text, Not(HasSubstr("evil")));
+    EXPECT_THAT(text, Not(HasSubstr("stranger")));
+    EXPECT_THAT(text, HasSubstr("cg_admissions_by_silence_total{module=\"other\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_admissions_by_silence_total{module=\"m1\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_admissions_by_silence_total{module=\"a\\\"b\\\\n\"} 0\n"));
+    EXPECT_THAT(text, HasSubstr("cg_cards_admitted_by_silence_total 2\n"));
+    EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"\",outcome=\"silence\"} 2\n"));
+    EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_bucket{module=\"m1\",le=\"240\"} 0\n"));
+    EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_bucket{module=\"m1\",le=\"300\"} 1\n"));
+}
+
+TEST(MetricsTest, ACheckThatWasCutOffIsNobodysDecisionAndNobodysSilence)
+{
+    Metrics metrics;
+    metrics.set_modules({"m1", "m2"});
+    history::Decision decision = silence_of("m2");
+    decision.outcome = history::Outcome::withdrawn;
+    decision.reason = admission::started_afresh;
+    decision.answers = {{"m1", 0, "", noon, true, 1s}};
+    metrics.count(decision);
+    const std::string text = text_of(metrics);
+    EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"\",outcome=\"withdrawn\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_admissions_by_silence_total{module=\"m2\"} 0\n"));
+    EXPECT_THAT(text, HasSubstr("cg_cards_admitted_by_silence_total 0\n"));
+    EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 1\n"));
+}
+
+TEST(MetricsTest, AnAnswerThatWasToldBeforeIsNotCountedAgain)
+{
+    Metrics metrics;
+    metrics.set_modules({"m1"});
+    history::Decision decision = silence_of("m2");
+    decision.answers = {{"m1", 1, "no", noon, true, 1s}};
+    metrics.count(decision);
+    const history::Answer late{"m1", 0, "", noon + 2s, true, 3s};
+    decision.answers.push_back(late);
+    metrics.count(late);
+    decision.told_before = 2;
+    metrics.count(decision);
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 2\n"));
+}
+
+TEST(MetricsTest, WhetherTheStoreIsThere)
+{
+    Metrics metrics;
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 0\n"));
+    metrics.show_store(true);
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 1\n"));
+    metrics.show_store(false);
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 0\n"));
+}
+
+TEST(MetricsTest, TheDaemonsEndsByStatus)
+{
+    EXPECT_EQ(exit_label({{}, false, 0, "exited", "77"}), "77");
+    EXPECT_EQ(exit_label({{}, false, 0, "killed", "KILL"}), "KILL");
+    EXPECT_EQ(exit_label({{}, false, 0, "exited", "4711"}), "other");
+    EXPECT_EQ(exit_label({{}, false, 0, "killed", "WHATEVER"}), "other");
+    Metrics metrics;
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_exits_total{status=\"77\"} 0\n"));
+}
+
+} // namespace recorder
