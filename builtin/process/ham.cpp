@@ -30,14 +30,6 @@
 namespace
 {
 
-bool is_registered = false;
-
-// Nobody at the other end of NOTIFY_SOCKET is as good as no socket at all.
-bool nobody_listens(int result)
-{
-    return result == -ENOENT || result == -ECONNREFUSED;
-}
-
 void tell_ready(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
 {
     (void)platform::notify_manager("READY=1\nSTATUS=Serving");
@@ -83,7 +75,7 @@ void write_holder(int fd)
 namespace platform
 {
 
-ServiceNotices::ServiceNotices(event_base *base) : registered_(is_registered)
+ServiceNotices::ServiceNotices(event_base *base) : registered_(is_registered_service())
 {
     if (!registered_) {
         return;
@@ -115,17 +107,7 @@ ServiceNotices::~ServiceNotices()
 
 int32_t reg_process_exit_action(int32_t first, int32_t /*action*/)
 {
-    if (first != 0) {
-        return -EINVAL;
-    }
-    const int result = platform::notify_manager("STATUS=Starting");
-    if (result < 0 && !nobody_listens(result)) {
-        fprintf(stderr, "platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
-                getenv("NOTIFY_SOCKET"), strerror(-result));
-        return result;
-    }
-    is_registered = true;
-    return 0;
+    return first == 0 ? platform::register_service() : -EINVAL;
 }
 
 int32_t vx_initframe_duplicate_check(void)

@@ -4,7 +4,9 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <system_error>
 
@@ -32,6 +34,14 @@ std::optional<int64_t> number_of(std::string_view text)
     return error == std::errc{} && stopped == end ? std::optional(number) : std::nullopt;
 }
 
+// Nobody at the other end of NOTIFY_SOCKET is as good as no socket at all.
+bool nobody_listens(int result)
+{
+    return result == -ENOENT || result == -ECONNREFUSED;
+}
+
+bool is_registered = false;
+
 } // namespace
 
 int notify_manager(std::string_view state) noexcept
@@ -40,6 +50,23 @@ try {
     return manager.empty() ? 0 : send_datagram(open_datagram_socket(), manager, state);
 } catch (const std::system_error &problem) {
     return -problem.code().value();
+}
+
+int register_service() noexcept
+{
+    const int result = notify_manager("STATUS=Starting");
+    if (result < 0 && !nobody_listens(result)) {
+        fprintf(stderr, "platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
+                getenv("NOTIFY_SOCKET"), strerror(-result));
+        return result;
+    }
+    is_registered = true;
+    return 0;
+}
+
+bool is_registered_service() noexcept
+{
+    return is_registered;
 }
 
 std::optional<std::chrono::microseconds> watchdog_interval()

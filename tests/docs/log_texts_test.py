@@ -20,7 +20,7 @@ PLATFORM = (re.compile(r"PLATFORM_LOG\(\s*(?:\w+::)?log_(?:warn|error),\s*" + LI
             re.compile(r"tell_starter\(\s*" + LITERALS), re.compile(r"perror\(\s*" + LITERALS),
             re.compile(r"fprintf\(stderr,\s*(?=\"platform: )" + LITERALS))
 # The recorder's messages are put together; what is looked for is the first long literal of each.
-RECORDER = re.compile(r'(?:\btell_|\bnotice|\bFailure)\(((?:[^";]|"(?:[^"\\]|\\.)*")*);')
+RECORDER = re.compile(r'(?:\blog_|\bnotice|\bFailure)\(((?:[^";]|"(?:[^"\\]|\\.)*")*);')
 # Likewise the kit's, of which the part up to a semicolon is looked for.
 KIT = re.compile(r'(?:\b(?:log_?|tell)\(\s*APP_CG_KIT_(?:ERROR|WARNING),|\btry_later\(|\bwhy = |\bruntime_error\()'
                  r'((?:[^";]|"(?:[^"\\]|\\.)*")*);')
@@ -29,9 +29,9 @@ LONG = 12
 
 
 def recorder_texts() -> set[str]:
-    """What the recorder tells, as the page shortens it."""
+    """The messages of the recorder, as the page shortens them."""
     found = set()
-    for name in ("outbox.cpp", "recorder.cpp", "registration.cpp", "service.cpp"):
+    for name in ("outbox.cpp", "recorder.cpp", "module_list.cpp", "service.cpp"):
         source = (ROOT / "tools" / "recorder" / name).read_text(encoding="utf-8")
         for call in RECORDER.findall(source):
             literals = [text for text in re.findall(r'"((?:[^"\\]|\\.)*)"', call) if len(text) >= LONG]

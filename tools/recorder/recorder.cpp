@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "admission/feed.h"
 #include "daemon_exit.h"
 
 namespace recorder
@@ -69,10 +68,10 @@ void Recorder::handle(int32_t cmd, const ProtobufCMessage &record, const admissi
     }
 }
 
-void Recorder::could_not_read(const std::string &type, Time now)
+void Recorder::could_not_read(const std::string &key, const std::string &reason, Time now)
 {
     now_ = now;
-    log_("a record of " + type + " could not be read; a decision may be missing");
+    log_("cannot decode the record " + key + ": " + reason + "; a decision may be missing");
     gaps_.add(now, now, "a record could not be read");
 }
 

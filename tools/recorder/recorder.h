@@ -4,10 +4,8 @@
 #ifndef RECORDER_RECORDER_H
 #define RECORDER_RECORDER_H
 
-#include <protobuf-c/protobuf-c.h>
-
 #include "admission/card_tracker.h"
-#include "admission/change.h"
+#include "admission/feed.h"
 #include "early_decisions.h"
 #include "gaps.h"
 #include "metrics.h"
@@ -39,8 +37,8 @@ public:
 
     // Handles a change, with the arguments of admission::feed(). The time is the change's.
     void handle(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change);
-    // A record of this type changed, and does not decode.
-    void could_not_read(const std::string &type, Time now);
+    // The record with this key changed, and does not decode, for this reason.
+    void could_not_read(const std::string &key, const std::string &reason, Time now);
     // Every change until then was delivered: so much is known of the store, and a gap begins there.
     void heard(Time until) { gaps_.heard(until); }
     // A database's connection is lost.

@@ -14,7 +14,7 @@
 #include "admission/card_text.h"
 #include "admission/feed.h"
 #include "base/failure.h"
-#include "ham.h"
+#include "process/service_notice.h"
 
 namespace recorder
 {
@@ -99,7 +99,7 @@ Service::Service(const cg::Output &output, const Options &options)
 void Service::run()
 {
     output_.notice("recording into " + recorder_.path());
-    if (reg_process_exit_action(0, 0) != 0) {
+    if (platform::register_service() != 0) {
         throw cg::Failure(cg::failed, "the process manager at NOTIFY_SOCKET cannot be reached");
     }
     live_.run();
@@ -112,7 +112,7 @@ void Service::take(const cg::Change &change)
     if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
         take_subscribed(change.type);
     } else if (change.error_code != 0) {
-        recorder_.could_not_read(change.type.name(), now());
+        recorder_.could_not_read(change.type.name(), "the store client names it", now());
     } else if (change.message != nullptr) {
         const bool existing = change.existing || !in_place_.is_complete(change.db);
         recorder_.handle(change.cmd, *change.message, {now(), existing, {}});
@@ -207,8 +207,8 @@ void Service::tell_of_overdue()
         names += std::string(" ") + cg::record_type(type->name).name();
     }
     if (!names.empty()) {
-        output_.notice("the store does not tell all its records, and no decision is recorded until it does:" +
-                       names);
+        output_.notice(
+            "the store does not deliver all its records, and no decision is recorded until it does:" + names);
     }
 }
 

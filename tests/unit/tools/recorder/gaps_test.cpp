@@ -99,7 +99,7 @@ TEST_F(GapTest, ItsEndIsShownForAlarms)
     return_after(10s);
     EXPECT_THAT(metrics(), HasSubstr(gap_end_line(now_)));
     now_ += 10s;
-    recorder_->could_not_read("card_info", now_);
+    recorder_->could_not_read("card_info:0", "rubbish", now_);
     EXPECT_THAT(metrics(), HasSubstr(gap_end_line(now_)));
 }
 
@@ -124,7 +124,7 @@ TEST_F(GapTest, DecisionsThatWereGivenUpMakeOne)
     history::Database blocked(folder_.path("h"), history::Database::Access::write);
     blocked.run("CREATE TRIGGER refusing BEFORE INSERT ON gaps BEGIN SELECT RAISE(ABORT, 'no'); END");
     for (std::size_t i = 0; i <= most_waiting; ++i) {
-        recorder_->could_not_read("card_info", now_);
+        recorder_->could_not_read("card_info:0", "rubbish", now_);
     }
     EXPECT_THAT(log_, testing::Contains(HasSubstr("decisions are lost")));
     EXPECT_THAT(metrics(), HasSubstr("cg_recorder_gaps_total " + std::to_string(most_waiting + 2) + "\n"));
