@@ -1,5 +1,5 @@
 # Debian packages, by CPack: app-cg (the daemon as a service), app-cg-recorder, app-cg-tools (cgctl), libapp-cg-kit0 and
-# libapp-cg-kit-dev (the kit for check modules), app-cg-doc.
+# libapp-cg-kit-dev (the kit for check modules, with cg_sim), app-cg-doc.
 #
 # CPack and not debhelper: what a package holds is said once, by the install() rules that a plain installation has too.
 # What debhelper would add stands in packaging/debian, and lintian watches over it. packaging/build-packages sets the
@@ -48,7 +48,8 @@ install(FILES ${packaging}/sysusers-recorder.conf DESTINATION lib/sysusers.d REN
         COMPONENT recorder)
 
 manual(app_cg_kit.3 kit_dev)
-manual(cg_scenario.5 tools)
+manual(cg_sim.1 kit_dev)
+manual(cg_scenario.5 kit_dev)
 
 # In the package these are files of the administrator's, and dpkg asks before it touches them; a plain installation
 # would overwrite them.
@@ -157,7 +158,7 @@ holds about one of them, watches changes as they happen, asks the running
 daemon, runs any command as a check module, prints the access list of the
 store server, and finds out what is wrong with an installation.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
-# The server's program, for the stores of `cgctl module test`, `module replay` and `sim`.
+# The server's program, for the stores of `cgctl module test` and `module replay`.
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS redis-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "app-cg, app-cg-recorder, app-cg-doc, bash-completion")
 
@@ -175,9 +176,10 @@ A check module is a process that examines the line cards of a modular network
 device before they may start.
 
 What it takes to build one in C or C++: the headers, and what CMake and
-pkg-config want to know about the library.")
+pkg-config want to know about the library. cg_sim plays a chassis around the
+gate and its modules, from a file.")
 set(CPACK_DEBIAN_KIT_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_KIT_DEV_PACKAGE_MULTIARCH same)
+set(CPACK_DEBIAN_KIT_DEV_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_KIT_DEV_PACKAGE_DEPENDS "libapp-cg-kit0 ${same_version}")
 set(CPACK_DEBIAN_KIT_DEV_PACKAGE_SUGGESTS "app-cg-doc, app-cg-tools")
 

@@ -21,7 +21,7 @@ from pages import ROOT, Bench, all_pages, blocks, manual_examples
 # Kinds that are no commands, and those that another test runs.
 SHOWN = {"", "text", "c", "cpp", "cmake", "python", "json", "ini", "scenario", "sql", "yaml", "promql", "proto"}
 RUN_ELSEWHERE = {"redis", "shell", "payload"}
-COMMAND = re.compile(r"^(\$ )?(cgctl|cg_recorderd|systemctl|journalctl|apt|apt-get|cmake|redis-cli|\./run|\./test)( |$)")
+COMMAND = re.compile(r"^(\$ )?(cgctl|cg_recorderd|cg_sim|systemctl|journalctl|apt|apt-get|cmake|redis-cli|\./run|\./test)( |$)")
 
 
 def is_run(block):

@@ -23,7 +23,7 @@ coproc RECORDER { exec cg_recorderd --history h --listen off --life '' 2>&1; }
 until [[ $line == *following* ]]; do read -r line <&"${RECORDER[0]}"; done
 printf '%s\n' 'module thermal answers pass' 'module power answers deny "too hot"' 'plug 5/1/0 lc name=one serial=00e0' \
     'expect 5/1/0 denied within 20s' 'module power answers pass' 'plug 5/2/0 lc' 'expect 5/2/0 passed within 20s' |
-    cgctl sim -
+    cg_sim -
 kill "$RECORDER_PID"
 wait "$RECORDER_PID"
 """

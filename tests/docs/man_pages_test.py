@@ -1,4 +1,4 @@
-"""The manual pages are in good order, and the recorder's names the options that the recorder takes."""
+"""The manual pages are in good order, and those of programs name the options that these take."""
 import os
 import pathlib
 import re
@@ -32,15 +32,17 @@ class ManPagesTest(unittest.TestCase):
             for name, section in re.findall(r"^\.Xr (\S+) (\d)", page.read_text(encoding="utf-8"), re.MULTILINE):
                 self.assertIn(f"{name}.{section}", names | others, page.name)
 
-    def test_the_recorder_takes_the_options_of_its_page(self):
-        page, program = ROOT / "docs" / "cg_recorderd.8", BUILD / "bin" / "cg_recorderd"
-        if not page.exists() or not program.exists():
-            self.skipTest("no recorder was built")
-        text = subprocess.run([program, "--help"], capture_output=True, text=True, check=True).stdout
-        taken = set(re.findall(r"--[a-z][a-z-]*", re.sub(r"Examples:.*", "", text, flags=re.DOTALL)))
-        written = {f"--{name}" for name in re.findall(r"^\.(?:It|Op) .*?Fl Fl ([a-z-]+)",
-                                                      page.read_text(encoding="utf-8"), re.MULTILINE)}
-        self.assertEqual(taken, written)
+    def test_programs_take_the_options_of_their_pages(self):
+        for page, name in (("cg_recorderd.8", "cg_recorderd"), ("cg_sim.1", "cg_sim")):
+            program = BUILD / "bin" / name
+            with self.subTest(page):
+                if not program.exists():
+                    self.skipTest(f"no {name} was built")
+                text = subprocess.run([program, "--help"], capture_output=True, text=True, check=True).stdout
+                taken = set(re.findall(r"--[a-z][a-z-]*", re.sub(r"Examples:.*", "", text, flags=re.DOTALL)))
+                text = (ROOT / "docs" / page).read_text(encoding="utf-8")
+                written = {f"--{option}" for option in re.findall(r"\bFl Fl ([a-z-]+)", text)}
+                self.assertEqual(taken, written)
 
 
 if __name__ == "__main__":

@@ -15,9 +15,9 @@ void check_problem(const cg::scenario::Scenario &scenario, const std::string &te
 {
     const auto lines = fuzz::parts_of(text, '\n');
     require(cg::visible(problem.message) == problem.message, "a message is one line", problem.message);
-    require(problem.place.line >= 1 && problem.place.line <= lines.size(), "a mistake is on a line");
-    require(problem.place.column >= 1 && problem.place.column <= lines[problem.place.line - 1].size() + 2,
-            "a mistake is on its line or just behind", lines[problem.place.line - 1]);
+    require(problem.line >= 1 && problem.line <= lines.size(), "a mistake is on a line");
+    require(problem.column >= 1 && problem.column <= lines[problem.line - 1].size() + 2,
+            "a mistake is on its line or just behind", lines[problem.line - 1]);
     require(fuzz::parts_of(shown(scenario, text, problem), '\n').size() == 3,
             "a mistake is shown in three lines");
 }

@@ -16,6 +16,7 @@ RUNTIME = {"ld-linux-x86-64", "libasan", "libc", "libgcc_s", "libgcov", "libm", 
 PLATFORM = {"libevent-2.1", "libfmt", "libhiredis", "libmd", "libprotobuf-c", "libspdlog"}
 NEEDED = {
     "app_cg": PLATFORM,
+    "cg_sim": PLATFORM | {"libutf8proc"},
     "cg_recorderd": PLATFORM | {"libprometheus-cpp-core", "libprometheus-cpp-pull", "libsqlite3"},
     "cgctl": PLATFORM | {"libncursesw", "libsqlite3", "libtinfo", "libutf8proc"},
     "libapp_cg_kit": PLATFORM,

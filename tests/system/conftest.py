@@ -13,7 +13,7 @@ from rig import BUILD, Rig  # noqa: E402
 
 def pytest_sessionstart(session):
     """Without the binaries no test can say anything."""
-    for name in ("app_cg", "cgctl", "cg_recorderd"):
+    for name in ("app_cg", "cgctl", "cg_sim", "cg_recorderd"):
         if not (BUILD / "bin" / name).exists():
             pytest.exit(f"{BUILD / 'bin' / name} is not built; set APP_CG_BUILD or run ./test", returncode=2)
 

@@ -9,7 +9,7 @@ import shutil
 
 import redis
 
-from demo.cgctl import Cgctl
+from demo.command import Command
 from demo.daemon import Daemon, scaled_time
 from demo.private_view import PrivateView, new_folder
 from demo.programs import wait_until
@@ -51,7 +51,8 @@ class Rig:
         self.store = StoreServer(self.view.store)
         self.store.start()
         self.system_log = SystemLog(self.view.system_log_socket)
-        self.cgctl = Cgctl(BUILD / "bin" / "cgctl", self.view)
+        self.cgctl = Command(BUILD / "bin" / "cgctl", self.view)
+        self.sim = Command(BUILD / "bin" / "cg_sim", self.view)
         self.daemon = None
         self._daemons = []
         self._databases = {}

@@ -53,7 +53,7 @@ def test_every_card_ends_as_told(demo):
     expected = len(re.findall("^expect ", SCENARIO.read_text(), re.MULTILINE))
     assert len(re.findall(r"^\d+ .* ok$", shown, re.MULTILINE)) == expected > 10
     assert f"{expected} of {expected} expectations held." in shown
-    for text in ("ADMITTED", "DENIED", "pulled", "went off line", "power-off requested", "system log: ",
+    for text in ("ADMITTED", "DENIED", "pulled", "went offline", "power-off requested", "system log: ",
                  "answers PASS", "answers DENY", "passed by silence of thermal"):
         assert text in shown
     assert "\x1b" not in shown, "no colours where no terminal is"

@@ -1,4 +1,4 @@
-"""Scenarios, played by the operator's command against the real daemon."""
+"""Scenarios, played by cg_sim against the real daemon."""
 import json
 import signal
 import subprocess
@@ -17,18 +17,18 @@ def device(rig):
     return rig
 
 
-def sim(rig, text, *options, seconds=60):
+def play(rig, text, *options, seconds=60):
     """Plays a text; returns the completed process."""
     file = rig.folder / "story.scenario"
     file.write_text(text)
-    return rig.cgctl.attempt("sim", *options, file, seconds=seconds)
+    return rig.sim.attempt(*options, file, seconds=seconds)
 
 
 PASS = "module m1 answers pass\nmodule m2 answers pass\nmodule m3 answers pass after 200ms\n"
 
 
 def test_a_whole_story(device):
-    played = sim(device, f"""
+    played = play(device, f"""
         role master
         {PASS}
         module m2 answers deny "too \\"warm\\"" for 1/3/0 after 100ms
@@ -57,7 +57,7 @@ def test_a_whole_story(device):
 
 
 def test_a_slave_marks_nothing(device):
-    assert sim(device, f"""
+    assert play(device, f"""
         role slave
         {PASS}
         module m1 answers deny "no"
@@ -67,7 +67,7 @@ def test_a_slave_marks_nothing(device):
 
 
 def test_a_miss_is_told_with_what_was_seen(device):
-    played = sim(device, PASS + "plug 1/3\nexpect 1/3 waiting within 5s\nexpect 1/3 denied within 500ms")
+    played = play(device, PASS + "plug 1/3\nexpect 1/3 waiting within 5s\nexpect 1/3 denied within 500ms")
     assert played.returncode == 1
     assert "1 of 2 expectations held." in played.stdout
     [line] = [line for line in played.stdout.splitlines() if line.endswith("MISSED")]
@@ -76,7 +76,7 @@ def test_a_miss_is_told_with_what_was_seen(device):
 
 
 def test_a_module_that_returns_answers_what_stands(device):
-    played = sim(device, PASS + """
+    played = play(device, PASS + """
         module m2 away
         plug 1/3
         expect 1/3 waiting for m2 within 5s
@@ -86,32 +86,32 @@ def test_a_module_that_returns_answers_what_stands(device):
 
 
 def test_a_file_with_mistakes_touches_nothing(device):
-    refused = sim(device, "plug 1/3\nexpect 1/3 denied by m9\nplgu 1/4\n")
+    refused = play(device, "plug 1/3\nexpect 1/3 denied by m9 within\nplgu 1/4\n")
     assert refused.returncode == 2 and refused.stdout == ""
-    assert "story.scenario:2:1: no statement says how module \"m9\" behaves" in refused.stderr
-    assert "story.scenario:3:1: unknown statement \"plgu\"; nearest: plug\n    plgu 1/4\n    ^\n" in refused.stderr
+    assert "story.scenario:2:32: a time as in 5s is missing here" in refused.stderr
+    assert "story.scenario:3:1: \"plgu\" is not a statement; nearest: plug\n    plgu 1/4\n    ^\n" in refused.stderr
     assert "plugged" not in refused.stderr and device.keys(HOST, CARD_INFO) == []
-    mistakes = json.loads(sim(device, "plug", "--json").stderr)["mistakes"]
+    mistakes = json.loads(play(device, "plug", "--json").stderr)["mistakes"]
     assert [(mistake["line"], mistake["column"]) for mistake in mistakes] == [(1, 6)]
 
 
 def test_a_module_that_the_daemon_does_not_know_is_named(device):
-    refused = sim(device, "module m7 silent\nplug 1/3\n")
+    refused = play(device, "module m7 silent\nplug 1/3\n")
     assert refused.returncode == 1
     assert "does not know m7, it asks m" in refused.stderr and "touch /etc/app_cg/deny_check/m7" in refused.stderr
     assert device.keys(HOST, CARD_INFO) == []
-    assert "also asks" in sim(device, "module m1 silent\n").stderr
+    assert "also asks" in play(device, "module m1 silent\n").stderr
 
 
 def test_a_card_that_is_there_is_left_alone(device):
     device.plug("1/3/0", offline=True)
-    refused = sim(device, "plug 1/3/0 mb")
+    refused = play(device, "plug 1/3/0 mb")
     assert refused.returncode == 1 and "there is a card at 1/3/0" in refused.stderr
     assert len(device.keys(HOST, CARD_INFO)) == 1
 
 
 def test_lines_for_programs(device):
-    played = sim(device, PASS + "plug 1/3 name=x\nsay \"hello\"\nexpect 1/3 passed by m3", "--json")
+    played = play(device, PASS + "plug 1/3 name=x\nsay \"hello\"\nexpect 1/3 passed by m3", "--json")
     assert played.returncode == 0, played.stderr
     events = [json.loads(line) for line in played.stdout.splitlines()]
     assert events[-1] == {"version": 1, "event": "summary", "expectations": 1, "held": 1, "missed": 0,
@@ -130,10 +130,10 @@ def test_files_one_after_the_other_and_standard_input(device):
     first.write_text(PASS + "plug 1/3\nexpect 1/3 passed\n")
     second = device.folder / "second"
     second.write_text("module m1 answers deny\nplug 1/3\nexpect 1/3 denied by m1\n")
-    played = device.cgctl.attempt("sim", first, second)
+    played = device.sim.attempt(first, second)
     assert played.returncode == 0, played.stderr + played.stdout
     assert "2 of 2 expectations held." in played.stdout
-    checked = subprocess.run([device.cgctl.program, "sim", "--check", "-"], input="plug 1/1 mb\nwait 1s\n", text=True,
+    checked = subprocess.run([device.sim.program, "--check", "-"], input="plug 1/1 mb\nwait 1s\n", text=True,
                              capture_output=True, check=False)
     assert checked.returncode == 0 and "is right: 2 statements" in checked.stderr
 
@@ -142,7 +142,7 @@ def test_files_one_after_the_other_and_standard_input(device):
 def test_an_interrupt_pulls_what_was_plugged(device, options, left):
     file = device.folder / "long"
     file.write_text("plug 1/3 offline\nexpect 1/3 offline\nwait 1h\nexpect 1/3 offline\n".replace("1h", "60m"))
-    player = device.cgctl.start("sim", *options, file, stdout=subprocess.PIPE, text=True)
+    player = device.sim.start(*options, file, stdout=subprocess.PIPE, text=True)
     device.expect(lambda: device.keys(HOST, CARD_INFO), "the card is plugged")
     device.expect(lambda: "slotid[3]" in device.debug("dump_node"), "the daemon knows it")
     player.send_signal(signal.SIGINT)
@@ -155,7 +155,7 @@ def test_an_interrupt_pulls_what_was_plugged(device, options, left):
 def test_staying_plays_the_modules_on(device):
     file = device.folder / "stay"
     file.write_text(PASS + "plug 1/3\nexpect 1/3 passed\n")
-    player = device.cgctl.start("sim", "--stay", file, stdout=subprocess.PIPE, text=True)
+    player = device.sim.start("--stay", file, stdout=subprocess.PIPE, text=True)
     try:
         while "expectations held" not in player.stdout.readline():
             pass
@@ -170,16 +170,16 @@ def test_staying_plays_the_modules_on(device):
 
 
 def test_without_a_daemon_nothing_is_decided(rig):
-    played = sim(rig, "module m1 silent\nplug 1/3\nexpect 1/3 waiting within 100ms")
+    played = play(rig, "module m1 silent\nplug 1/3\nexpect 1/3 waiting within 100ms")
     assert played.returncode == 1
-    assert "was not looked at" in played.stderr and "undecided" in played.stdout
+    assert "cannot ask the daemon" in played.stderr and "undecided" in played.stdout
     assert rig.keys(HOST, CARD_INFO) == []
 
 
-@pytest.mark.parametrize("options, says", [(["--speed", "0"], "--speed 0"), (["--speed", "x"], "--speed x"),
+@pytest.mark.parametrize("options, says", [(["--speed", "0"], "--speed: not a factor"), (["--speed", "x"], "--speed = x"),
                                            ([], "cannot be read")])
 def test_wrong_usage(rig, options, says):
-    refused = rig.cgctl.attempt("sim", *options, rig.folder / "nothing-here")
+    refused = rig.sim.attempt(*options, rig.folder / "nothing-here")
     assert refused.returncode == (2 if options else 1) and says in refused.stderr
 
 
@@ -187,5 +187,5 @@ def test_the_manual_page_shows_a_scenario_that_is_right(rig):
     page = (PROJECT / "docs" / "cg_scenario.5").read_text()
     example = page.split(".Bd -literal -offset indent\n")[1].split(".Ed")[0]
     assert example.count("expect ") == 4
-    checked = sim(rig, example, "--check")
+    checked = play(rig, example, "--check")
     assert checked.returncode == 0, checked.stderr

@@ -8,7 +8,7 @@ import shutil
 import signal
 import sys
 
-from demo.cgctl import CommandFailed
+from demo.command import CommandFailed
 from demo.chassis import MODULES, SPEED, Chassis
 from demo.private_view import new_folder
 from demo.programs import NotInTime
@@ -58,7 +58,7 @@ def _show(chassis, screen, stay):
 
 def _arguments():
     parser = argparse.ArgumentParser(prog="demo", description=__doc__)
-    parser.add_argument("--bin", required=True, type=pathlib.Path, help="folder of app_cg and cgctl")
+    parser.add_argument("--bin", required=True, type=pathlib.Path, help="folder of app_cg, cgctl and cg_sim")
     parser.add_argument("--keep", action="store_true", help="leave the chassis running at the end")
     return parser.parse_args()
 

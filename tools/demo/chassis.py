@@ -6,7 +6,7 @@ import subprocess
 import sys
 
 from demo import programs
-from demo.cgctl import Cgctl
+from demo.command import Command
 from demo.daemon import Daemon, scaled_time
 from demo.private_view import PrivateView
 from demo.store import StoreServer
@@ -25,7 +25,8 @@ class Chassis:
         binaries = pathlib.Path(binaries)
         self._screen = screen
         self.view = PrivateView(folder)
-        self.cgctl = Cgctl(binaries / "cgctl", self.view)
+        self.cgctl = Command(binaries / "cgctl", self.view)
+        self._sim = Command(binaries / "cg_sim", self.view)
         self._daemon = Daemon(binaries / "app_cg", self.view, scaled_time(SPEED))
         self._started = contextlib.ExitStack()
 
@@ -66,7 +67,7 @@ class Chassis:
         The events go where our own output goes. With `stay` it goes on playing the modules at the end.
         """
         sys.stdout.flush()
-        player = self.cgctl.start("sim", "--speed", SPEED, *(["--stay"] if stay else []), _SCENARIO,
-                                  stdout=subprocess.PIPE, stderr=sys.stdout, text=True)
+        player = self._sim.start("--speed", SPEED, *(["--stay"] if stay else []), _SCENARIO,
+                                 stdout=subprocess.PIPE, stderr=sys.stdout, text=True)
         self._started.callback(programs.stop, player)
         return player

@@ -1,4 +1,4 @@
-// Whether a card is as a scenario expects it.
+// Whether cards are as a scenario expects them.
 #include "expectation.h"
 
 #include <algorithm>
@@ -15,34 +15,6 @@ using admission::Decision;
 using admission::State;
 using admission::TrackedCard;
 using scenario::Expect;
-using scenario::Wanted;
-
-// What a state needs to be; nothing for what is no state.
-std::optional<State> state_of(Wanted wanted)
-{
-    switch (wanted) {
-    case Wanted::passed:
-        return State::passed;
-    case Wanted::silence:
-        return State::silence;
-    case Wanted::denied:
-        return State::denied;
-    case Wanted::waiting:
-        return State::waiting;
-    case Wanted::exempt:
-        return State::exempt;
-    case Wanted::unasked:
-        return State::unasked;
-    case Wanted::offline:
-        return State::offline;
-    case Wanted::absent:
-        return State::absent;
-    case Wanted::marked:
-    case Wanted::unmarked:
-        break;
-    }
-    return std::nullopt;
-}
 
 bool same_names(std::vector<std::string> wanted, std::vector<std::string> seen)
 {
@@ -51,7 +23,7 @@ bool same_names(std::vector<std::string> wanted, std::vector<std::string> seen)
     return wanted.empty() || wanted == seen;
 }
 
-// The rest of what is expected of a card that was decided.
+// What is expected of a decision besides the state that it led to.
 bool decided_so(const Expect &expect, const std::optional<Decision> &last)
 {
     if (expect.modules.empty() && !expect.because) {
@@ -60,7 +32,7 @@ bool decided_so(const Expect &expect, const std::optional<Decision> &last)
     if (!last) {
         return false;
     }
-    const bool by_them = expect.wanted == Wanted::silence
+    const bool by_them = expect.state == State::silence
                              ? same_names(expect.modules, last->silent)
                              : expect.modules.empty() || last->decider == expect.modules.front();
     return by_them && (!expect.because || last->reason.find(*expect.because) != std::string::npos);
@@ -68,38 +40,46 @@ bool decided_so(const Expect &expect, const std::optional<Decision> &last)
 
 } // namespace
 
-bool holds(const Expect &expect, const TrackedCard *card, admission::Time touched_at, bool decided_since)
+void Judge::ended(const Position &position)
 {
-    const std::optional<State> state = state_of(expect.wanted);
-    if (!state) {
-        return (card != nullptr && card->cannot_start) == (expect.wanted == Wanted::marked);
+    if (const auto found = fresh_.find(position); found != fresh_.end()) {
+        found->second.decided = true;
     }
-    if (card == nullptr || card->state != *state) {
-        return card == nullptr && *state == State::absent;
+}
+
+bool Judge::holds(const Expect &expect) const
+{
+    const TrackedCard *card = tracker_.find(expect.position);
+    if (!expect.state) {
+        return (card != nullptr && card->cannot_start) == expect.marked;
     }
-    switch (*state) {
+    if (card == nullptr || card->state != *expect.state) {
+        return card == nullptr && expect.state == State::absent;
+    }
+    const auto found = fresh_.find(expect.position);
+    const Fresh fresh = found == fresh_.end() ? Fresh{} : found->second;
+    switch (*expect.state) {
     case State::absent:
     case State::offline:
         return true;
     case State::waiting:
-        return card->requested_at >= std::optional(touched_at) &&
-               same_names(expect.modules, card->waiting_for);
+        return card->requested_at >= std::optional(fresh.at) && same_names(expect.modules, card->waiting_for);
     default:
-        return decided_since && decided_so(expect, card->last);
+        return fresh.decided && decided_so(expect, card->last);
     }
 }
 
-std::string seen_text(const TrackedCard *card)
+std::string Judge::seen(const Position &position) const
 {
+    const TrackedCard *card = tracker_.find(position);
     if (card == nullptr) {
         return text_of(State::absent);
     }
     const bool decided =
         card->state == State::passed || card->state == State::silence || card->state == State::denied;
-    std::string text = decided && card->last ? decision_text(*card->last) : state_text(*card);
-    if (card->state == State::offline) {
-        text = word_of(card->state); // as the statement is called
-    }
+    const std::string text = decided && card->last           ? decision_text(*card->last)
+                             : card->state == State::offline ? word_of(State::offline)
+                                                             : state_text(*card);
     return text + (card->cannot_start ? ", marked" : "");
 }
 

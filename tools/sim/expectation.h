@@ -1,7 +1,8 @@
-// Whether a card is as a scenario expects it.
+// Whether cards are as a scenario expects them.
 #ifndef SIM_EXPECTATION_H
 #define SIM_EXPECTATION_H
 
+#include <map>
 #include <string>
 
 #include "admission/card_tracker.h"
@@ -10,13 +11,42 @@
 namespace cg
 {
 
-// `card` may be null: nothing is known of the position. `touched_at` is when it last came on line by our
-// doing, and `decided_since` whether a check has ended since; what was before that does not count.
-bool holds(const scenario::Expect &expect, const admission::TrackedCard *card, admission::Time touched_at,
-           bool decided_since);
+// What came of an expectation.
+struct ExpectationResult {
+    std::string file{};
+    std::size_t line = 0;
+    Position position{};
+    std::string name{}; // of the card
+    std::string expected{};
+    std::string seen{};
+    bool held = false;
+    scenario::Milliseconds after{0}; // the daemon's
+};
 
-// How the card is, in the words of an expectation: "denied by m1: too warm", "waiting for m2".
-std::string seen_text(const admission::TrackedCard *card);
+class Judge
+{
+public:
+    // The tracker lives longer.
+    explicit Judge(const admission::CardTracker &tracker) : tracker_(tracker) {}
+
+    // The card is about to be decided anew: what was decided of it before now does not count.
+    void begin(const Position &position, admission::Time now) { fresh_[position] = {now, false}; }
+    // A check of the card has ended, or it needed none.
+    void ended(const Position &position);
+
+    [[nodiscard]] bool holds(const scenario::Expect &expect) const;
+    // How the card is, in the words of an expectation: "denied by m1: too warm", "waiting for m2".
+    [[nodiscard]] std::string seen(const Position &position) const;
+
+private:
+    struct Fresh {
+        admission::Time at{};
+        bool decided = true;
+    };
+
+    const admission::CardTracker &tracker_;
+    std::map<Position, Fresh> fresh_;
+};
 
 } // namespace cg
 

@@ -14,11 +14,11 @@ std::vector<DueAnswer> PlayedModules::set_rule(const ModuleRule &rule)
     const auto [place, is_new] = modules_.try_emplace(rule.module);
     Behaviour &behaviour = place->second;
     if (is_new) {
-        behaviour.general.manner = Manner::silent; // until it is said how it behaves towards all
+        behaviour.general.manner = Manner::silent; // until a statement says how it behaves towards all
     }
     if (rule.position || rule.type) {
         if (behaviour.general.manner == Manner::away) {
-            behaviour.general.manner = Manner::silent; // who is to answer somebody listens
+            behaviour.general.manner = Manner::silent; // to answer one card it has to listen
         }
         behaviour.exceptions.push_back(rule);
     } else {
@@ -44,7 +44,7 @@ std::vector<DueAnswer> PlayedModules::requested(const Position &position, int32_
     return due;
 }
 
-// What a module does when it hears of a request, which it does once.
+// What a module does when it hears of a request; it hears of each once.
 void PlayedModules::hear(const std::string &module, const Behaviour &behaviour, const Position &position,
                          Request &request, std::vector<DueAnswer> &due)
 {
@@ -57,7 +57,7 @@ void PlayedModules::hear(const std::string &module, const Behaviour &behaviour, 
     }
 }
 
-// What is said of a position counts more than what is said of a type, and that more than what is said of all.
+// A rule for a position goes before one for a type, and that before the one for all.
 const ModuleRule &PlayedModules::rule_for(const Behaviour &behaviour, const Position &position, int32_t type)
 {
     const auto &exceptions = behaviour.exceptions;
@@ -70,7 +70,7 @@ const ModuleRule &PlayedModules::rule_for(const Behaviour &behaviour, const Posi
     return found == exceptions.rend() ? behaviour.general : *found;
 }
 
-bool PlayedModules::take(const DueAnswer &answer)
+bool PlayedModules::consume(const DueAnswer &answer)
 {
     const auto found = requests_.find(answer.position);
     return found != requests_.end() && found->second.number == answer.request &&

@@ -1,7 +1,7 @@
 // The check modules that a scenario plays: who answers what to which request.
 //
 // No clock and no store: what is to be written, and after what time, is handed back. A module answers each
-// request once, also when the store tells of the request again.
+// request once, also when the store reports the request again.
 #ifndef SIM_PLAYED_MODULES_H
 #define SIM_PLAYED_MODULES_H
 
@@ -32,15 +32,15 @@ public:
     // A module behaves so from here on. Returns what it owes to requests that it hears of only now.
     std::vector<DueAnswer> set_rule(const scenario::ModuleRule &rule);
 
-    // A request was written; `again` when the store only tells of it once more. `type` is the card's
-    // configured type.
+    // A request was written; `again` when the store only reports it once more. `type` is the card's
+    // configured type. Returns what the modules owe to it.
     std::vector<DueAnswer> requested(const Position &position, int32_t type, bool again);
     void withdrawn(const Position &position) { requests_.erase(position); }
 
     // Whether the answer is still wanted: its request stands. True once.
-    bool take(const DueAnswer &answer);
+    bool consume(const DueAnswer &answer);
 
-    // Nobody is played any more.
+    // No module is played any more.
     void clear() { modules_.clear(); }
 
 private:

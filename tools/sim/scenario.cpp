@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <array>
+#include <set>
 
 #include "base/failure.h"
 #include "base/text.h"
-#include "scenario_line.h"
 
 namespace cg::scenario
 {
@@ -14,22 +14,17 @@ namespace cg::scenario
 namespace
 {
 
+using admission::State;
+
 constexpr Milliseconds shortest{1};
 
-const std::vector<std::string> roles{"master", "slave", "candidate", "none"};
-const std::vector<std::string> card_fields{"name", "serial", "type", "nodeid", "tipc"};
-const std::vector<std::string> wanted_words{"passed",  "denied", "waiting", "exempt",  "unasked",
-                                            "offline", "absent", "marked",  "unmarked"};
+// States that are told by their name alone.
+constexpr std::array plain_states{State::exempt, State::unasked, State::offline, State::absent};
 
 What read_role(Line &line)
 {
-    const Word word = line.word("a role");
-    for (const std::string &role : roles) {
-        if (word.text == role && !word.has_key) {
-            return SetRole{role};
-        }
-    }
-    throw Mistake{word.column, "unknown role " + in_quotes(word.text) + "; " + suggestion(word.text, roles)};
+    static const std::vector<std::string> roles{"master", "slave", "candidate", "none"};
+    return SetRole{roles[line.choice("a role", roles)]};
 }
 
 // "for 1/3/0", "for type 210" and "after 2s", in any order.
@@ -37,16 +32,16 @@ void read_conditions(Line &line, ModuleRule &rule)
 {
     for (bool more = true; more;) {
         const std::size_t column = line.column();
-        if (line.take("for")) {
+        if (line.accept("for")) {
             if (rule.position || rule.type) {
                 throw Mistake{column, "a second \"for\"; a line of its own says it of other cards"};
             }
-            if (line.take("type")) {
-                rule.type = static_cast<int32_t>(line.number("a card type, a number"));
+            if (line.accept("type")) {
+                rule.type = line.number("a card type, a number");
             } else {
                 rule.position = line.position();
             }
-        } else if (rule.manner == Manner::answers && line.take("after")) {
+        } else if (rule.manner == Manner::answers && line.accept("after")) {
             rule.after = line.time(Milliseconds{0});
         } else {
             more = false;
@@ -54,108 +49,83 @@ void read_conditions(Line &line, ModuleRule &rule)
     }
 }
 
-void read_answer(Line &line, ModuleRule &rule)
-{
-    const Word verdict = line.word("\"pass\" or \"deny\"");
-    if (verdict.text != "pass" && verdict.text != "deny") {
-        throw Mistake{verdict.column, in_quotes(verdict.text) + " is no answer; " +
-                                          suggestion(verdict.text, {"pass", "deny"})};
-    }
-    rule.pass = verdict.text == "pass";
-    if (!rule.pass && line.peek() != nullptr && line.peek()->quoted) {
-        rule.reason = line.quoted("a reason");
-    }
-}
-
 What read_module(Line &line)
 {
     ModuleRule rule{line.module()};
-    const Word manner = line.word("\"answers\", \"silent\" or \"away\"");
-    if (manner.text == "answers") {
-        read_answer(line, rule);
-    } else if (manner.text == "silent") {
-        rule.manner = Manner::silent;
-    } else if (manner.text == "away") {
-        rule.manner = Manner::away;
+    rule.manner = static_cast<Manner>(line.choice("a behaviour of a module", {"answers", "silent", "away"}));
+    if (rule.manner == Manner::away) {
         return rule;
-    } else {
-        throw Mistake{manner.column, "a module " + in_quotes(manner.text) + "; " +
-                                         suggestion(manner.text, {"answers", "silent", "away"})};
+    }
+    if (rule.manner == Manner::answers) {
+        rule.pass = line.choice("an answer", {"pass", "deny"}) == 0;
+        if (!rule.pass && line.at_quoted()) {
+            rule.reason = line.quoted("a reason");
+        }
     }
     read_conditions(line, rule);
     return rule;
 }
 
-// Passes a refusal of what the command line knows, too, to its place here.
-template <typename Action>
-void at_column(std::size_t column, const Action &action)
+void read_field(const Word &word, std::size_t equals, NewCard &card)
+{
+    const std::string name = word.text.substr(0, equals);
+    const std::string value = word.text.substr(equals + 1);
+    const bool is_number = name == "type" || name == "nodeid" || name == "tipc";
+    if (is_number && !to_number(value, INT32_MIN, INT32_MAX)) {
+        throw Mistake{word.column, visible(word.text) + ": not a whole number of 32 bits"};
+    }
+    if (name == "serial" && !from_hex(value)) {
+        throw Mistake{word.column, visible(word.text) + ": not hexadecimal; two digits a byte"};
+    }
+    if (name == "name") {
+        card.name = value;
+    } else if (name == "serial") {
+        card.serial = value;
+    } else if (name == "type") {
+        card.type = value;
+    } else if (name == "nodeid") {
+        card.nodeid = value;
+    } else if (name == "tipc") {
+        card.tipc = value;
+    } else {
+        throw Mistake{word.column, "unknown field " + in_quotes(name) + " of a card; " +
+                                       suggestion(name, {"name", "serial", "type", "nodeid", "tipc"})};
+    }
+}
+
+void read_kind(const Word &word, NewCard &card)
 {
     try {
-        action();
+        node_type_value(word.text);
     } catch (const Failure &failure) {
-        throw Mistake{column, failure.what()};
+        throw Mistake{word.column, failure.what()};
     }
-}
-
-void require_number(const Word &word)
-{
-    if (!to_number(word.text, INT32_MIN, INT32_MAX)) {
-        throw Mistake{word.column, word.key + "=" + visible(word.text) + ": not a whole number of 32 bits"};
-    }
-}
-
-void read_card_field(const Word &word, NewCard &card)
-{
-    if (word.key == "name") {
-        card.name = word.text;
-    } else if (word.key == "serial") {
-        if (!from_hex(word.text)) {
-            throw Mistake{word.column,
-                          "serial=" + visible(word.text) + ": not hexadecimal; two digits a byte"};
-        }
-        card.serial = word.text;
-    } else if (word.key == "type") {
-        require_number(word);
-        card.type = word.text;
-    } else if (word.key == "nodeid") {
-        require_number(word);
-        card.nodeid = word.text;
-    } else if (word.key == "tipc") {
-        require_number(word);
-        card.tipc = word.text;
-    } else {
-        throw Mistake{word.column, "unknown field " + in_quotes(word.key) + " of a card; " +
-                                       suggestion(word.key, card_fields)};
-    }
+    card.node_type = word.text;
 }
 
 What read_plug(Line &line)
 {
     const std::size_t column = line.column();
     Plug plug{{line.position()}};
-    const Word *kind = line.peek();
-    if (kind != nullptr && !kind->has_key && kind->text != "offline") {
-        at_column(kind->column, [&] { node_type_value(kind->text); });
-        plug.card.node_type = line.word("a kind").text;
-    }
-    std::vector<std::string> given;
-    while (!line.at_end()) {
-        if (line.take("offline")) {
+    std::set<std::string> given;
+    for (bool first = true; !line.at_end(); first = false) {
+        if (line.accept("offline")) {
             plug.card.offline = true;
             continue;
         }
-        const Word field = line.word("a field");
-        if (!field.has_key) {
-            throw Mistake{field.column,
-                          in_quotes(field.text) + " is not expected here; NAME=VALUE or offline"};
+        const Word word = line.word("a field");
+        const std::size_t equals = word.quoted ? std::string::npos : word.text.find('=');
+        if (equals == std::string::npos && !first) {
+            throw Mistake{word.column, in_quotes(word.text) + " is not expected here; NAME=VALUE or offline"};
         }
-        for (const std::string &earlier : given) {
-            if (earlier == field.key) {
-                throw Mistake{field.column, field.key + " is given twice"};
-            }
+        if (equals == std::string::npos) {
+            read_kind(word, plug.card);
+            continue;
         }
-        given.push_back(field.key);
-        read_card_field(field, plug.card);
+        if (!given.insert(word.text.substr(0, equals)).second) {
+            throw Mistake{word.column, visible(word.text.substr(0, equals)) + " is given twice"};
+        }
+        read_field(word, equals, plug.card);
     }
     if ((!plug.card.nodeid || !plug.card.tipc) && !has_derived_ids(plug.card.position)) {
         throw Mistake{column, "no ids can be made for " + plug.card.position.text() +
@@ -182,55 +152,56 @@ What read_say(Line &line)
 
 void read_passed(Line &line, Expect &expect)
 {
-    if (!line.take("by")) {
+    if (!line.accept("by")) {
         return;
     }
-    if (!line.take("silence")) {
+    if (!line.accept("silence")) {
         expect.modules = {line.module()};
         return;
     }
-    expect.wanted = Wanted::silence;
-    if (line.take("of")) {
+    expect.state = State::silence;
+    if (line.accept("of")) {
         expect.modules = line.modules();
     }
 }
 
 void read_denied(Line &line, Expect &expect)
 {
-    expect.wanted = Wanted::denied;
-    if (line.take("by")) {
+    if (line.accept("by")) {
         expect.modules = {line.module()};
     }
-    if (line.take("because")) {
+    if (line.accept("because")) {
         expect.because = line.quoted("a reason");
     }
 }
 
 void read_wanted(Line &line, Expect &expect)
 {
-    const std::size_t column = line.column();
-    if (line.take("passed")) {
+    std::vector<std::string> words{"passed", "denied", "waiting", "unmarked", "marked"};
+    for (const State state : plain_states) {
+        words.emplace_back(word_of(state));
+    }
+    const std::size_t choice = line.choice("a state", words);
+    switch (choice) {
+    case 0:
+        expect.state = State::passed;
         return read_passed(line, expect);
-    }
-    if (line.take("denied")) {
+    case 1:
+        expect.state = State::denied;
         return read_denied(line, expect);
-    }
-    if (line.take("waiting")) {
-        expect.wanted = Wanted::waiting;
-        if (line.take("for")) {
+    case 2:
+        expect.state = State::waiting;
+        if (line.accept("for")) {
             expect.modules = line.modules();
         }
         return;
+    case 3:
+    case 4:
+        expect.marked = choice == 4;
+        return;
+    default:
+        expect.state = plain_states.at(choice - 5);
     }
-    for (const Wanted wanted : {Wanted::exempt, Wanted::unasked, Wanted::offline, Wanted::absent,
-                                Wanted::marked, Wanted::unmarked}) {
-        if (line.take(text_of(wanted))) {
-            expect.wanted = wanted;
-            return;
-        }
-    }
-    const Word word = line.word("what is expected, as in passed or denied,");
-    throw Mistake{column, "nothing is " + in_quotes(word.text) + "; " + suggestion(word.text, wanted_words)};
 }
 
 What read_expect(Line &line)
@@ -238,18 +209,12 @@ What read_expect(Line &line)
     Expect expect;
     expect.position = line.position();
     read_wanted(line, expect);
-    if (line.take("within")) {
+    if (line.accept("within")) {
         expect.within = line.time(shortest);
-    } else if (line.take("throughout")) {
+    } else if (line.accept("throughout")) {
         expect.throughout = line.time(shortest);
     }
     return expect;
-}
-
-std::size_t characters_of(std::string_view text)
-{
-    return static_cast<std::size_t>(std::count_if(
-        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
 
 struct Form {
@@ -270,20 +235,18 @@ constexpr std::array forms{
     Form{"pull", "pull POSITION", read_switch<Move::pull>},
     Form{"wait", "wait TIME", read_wait},
     Form{"say", "say \"TEXT\"", read_say},
-    Form{"expect", "expect POSITION WHAT [within TIME|throughout TIME]", read_expect},
+    Form{"expect", "expect POSITION STATE [within TIME|throughout TIME]", read_expect},
 };
 
-const Form &form_of(const Word &verb)
+const Form &form_of(Line &line)
 {
-    std::vector<std::string> names;
-    for (const Form &form : forms) {
-        if (verb.text == form.verb && !verb.quoted && !verb.has_key) {
-            return form;
-        }
-        names.emplace_back(form.verb);
-    }
-    throw Mistake{verb.column,
-                  "unknown statement " + in_quotes(verb.text) + "; " + suggestion(verb.text, names)};
+    static const std::vector<std::string> verbs = [] {
+        std::vector<std::string> names;
+        std::transform(forms.begin(), forms.end(), std::back_inserter(names),
+                       [](const Form &form) { return form.verb; });
+        return names;
+    }();
+    return forms.at(line.choice("a statement", verbs));
 }
 
 // The lines, without the carriage returns of files from elsewhere.
@@ -302,16 +265,15 @@ void read_line(Scenario &scenario, std::string_view text, std::size_t number)
 {
     try {
         Line line(text);
-        if (line.is_empty()) {
+        if (line.at_end()) {
             return;
         }
-        const Place place{number, line.column()};
-        const Form &form = form_of(line.word("a statement"));
+        const Form &form = form_of(line);
         What what = form.read(line);
         line.end(form.usage);
-        scenario.statements.push_back({place, line.text(), std::move(what)});
+        scenario.statements.push_back({number, line.text(), std::move(what)});
     } catch (const Mistake &mistake) {
-        scenario.problems.push_back({{number, mistake.column}, mistake.message});
+        scenario.problems.push_back({number, mistake.column, mistake.message});
     }
 }
 
@@ -324,64 +286,35 @@ Scenario read_scenario(const std::string &file, std::string_view text)
     for (const std::string &line : lines_of(text)) {
         read_line(scenario, line, ++number);
     }
-    check_scenario(scenario);
     return scenario;
 }
 
 std::string shown(const Scenario &scenario, std::string_view text, const Problem &problem)
 {
-    const std::string head = visible(scenario.file) + ':' + std::to_string(problem.place.line) + ':' +
-                             std::to_string(problem.place.column) + ": " + problem.message;
-    const std::string line = lines_of(text).at(problem.place.line - 1);
-    std::string shown_line;
-    std::size_t caret = 0;
-    std::size_t column = 0;
-    // A tab is shown as one blank, and what could drive the terminal as its escape, so the caret is counted
-    // along.
-    for (std::size_t i = 0; i < line.size();) {
-        std::size_t length = 1;
-        while (i + length < line.size() && (static_cast<unsigned char>(line[i + length]) & 0xC0U) == 0x80U) {
-            ++length;
-        }
-        if (++column == problem.place.column) {
-            caret = characters_of(shown_line);
-        }
-        shown_line += line[i] == '\t' ? " " : visible(line.substr(i, length));
-        i += length;
+    std::string line = lines_of(text).at(problem.line - 1);
+    std::replace(line.begin(), line.end(), '\t', ' ');
+    std::size_t end = 0; // of what stands before the column
+    while (end < line.size() && characters_in(std::string_view(line).substr(0, end + 1)) < problem.column) {
+        ++end;
     }
-    if (problem.place.column > column) {
-        caret = characters_of(shown_line) + problem.place.column - column - 1;
-    }
-    return head + "\n    " + shown_line + "\n    " + std::string(caret, ' ') + '^';
-}
-
-std::string text_of(Milliseconds time)
-{
-    const int64_t count = time.count();
-    if (count % 1000 == 0) {
-        return std::to_string(count / 1000) + 's';
-    }
-    if (count < 1000) {
-        return std::to_string(count) + "ms";
-    }
-    std::string fraction = std::to_string(1000 + count % 1000).substr(1);
-    fraction.erase(fraction.find_last_not_of('0') + 1);
-    return std::to_string(count / 1000) + '.' + fraction + 's';
-}
-
-const char *text_of(Wanted wanted)
-{
-    static constexpr std::array texts{"passed",  "passed by silence", "denied", "waiting", "exempt",
-                                      "unasked", "offline",           "absent", "marked",  "unmarked"};
-    return texts.at(static_cast<std::size_t>(wanted));
+    const std::string before = line.substr(0, end);
+    // What could drive a terminal is shown as its escape, which is longer; and a column may lie behind the
+    // end.
+    const std::size_t caret = characters_in(visible(before)) + problem.column - 1 - characters_in(before);
+    return visible(scenario.file) + ':' + std::to_string(problem.line) + ':' +
+           std::to_string(problem.column) + ": " + problem.message + "\n    " + visible(line) + "\n    " +
+           std::string(caret, ' ') + '^';
 }
 
 std::string text_of(const Expect &expect)
 {
-    std::string text = text_of(expect.wanted);
-    const char *joint = expect.wanted == Wanted::silence   ? " of "
-                        : expect.wanted == Wanted::waiting ? " for "
-                                                           : " by ";
+    if (!expect.state) {
+        return expect.marked ? "marked" : "unmarked";
+    }
+    std::string text = expect.state == State::silence ? text_of(State::silence) : word_of(*expect.state);
+    const char *joint = expect.state == State::silence   ? " of "
+                        : expect.state == State::waiting ? " for "
+                                                         : " by ";
     for (const std::string &module : expect.modules) {
         text += joint + visible(module);
         joint = ", ";

@@ -2,30 +2,22 @@
 //
 // The language is one statement a line, in the words of those who plug cards; cg_scenario(5) describes it. It
 // is a language of its own and not one of the general ones (YAML, a script in Python), because a file is to
-// be checked as a whole before the first card is touched, and a mistake is to be shown where it stands.
+// be parsed as a whole before the first card is touched, and a mistake is to be shown where it stands.
 #ifndef SIM_SCENARIO_H
 #define SIM_SCENARIO_H
 
-#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
 #include <vector>
 
-#include "modules/contract.h"
+#include "admission/card_tracker.h"
+#include "line.h"
 #include "records/new_card.h"
 
 namespace cg::scenario
 {
-
-using Milliseconds = std::chrono::milliseconds;
-
-// Where something stands, counted from 1, columns in characters.
-struct Place {
-    std::size_t line = 0;
-    std::size_t column = 0;
-};
 
 struct SetRole {
     std::string role; // "master", ...
@@ -67,11 +59,10 @@ struct Say {
     std::string text;
 };
 
-enum class Wanted { passed, silence, denied, waiting, exempt, unasked, offline, absent, marked, unmarked };
-
 struct Expect {
     Position position{};
-    Wanted wanted = Wanted::passed;
+    std::optional<admission::State> state{};  // nothing: whether the card is marked as unable to start
+    bool marked = false;                      // without a state
     std::vector<std::string> modules{};       // the decider; the silent ones; those waited for; empty: any
     std::optional<std::string> because{};     // what the reason holds
     std::optional<Milliseconds> within{};     // it becomes so
@@ -81,42 +72,31 @@ struct Expect {
 using What = std::variant<SetRole, ModuleRule, Plug, Switch, Wait, Say, Expect>;
 
 struct Statement {
-    Place place;      // of its first word
+    std::size_t line; // counted from 1
     std::string text; // as it stands in the file, without a comment
     What what;
 };
 
 struct Problem {
-    Place place;
+    std::size_t line;
+    std::size_t column;  // in characters; both are counted from 1
     std::string message; // one line: what is wrong, and what would be right
 };
 
 struct Scenario {
     std::string file; // its name, for messages
     std::vector<Statement> statements{};
-    std::vector<Problem>
-        problems{}; // in the order of the lines; with any, the statements are not to be played
+    std::vector<Problem> problems{}; // in the order of the lines; with any, nothing is to be played
 };
 
-// Reads and checks a whole text.
+// Parses a whole text.
 Scenario read_scenario(const std::string &file, std::string_view text);
 
-// The mistakes that a line alone does not show: a card that is not there, a module that nobody plays, an
-// expectation that can't come true. Adds to the problems.
-void check_scenario(Scenario &scenario);
-
-// "FILE:LINE:COLUMN: message", the line, and a caret below its column.
+// "FILE:LINE:COLUMN: message", the line, and a caret below its column. `text` is the scenario's.
 std::string shown(const Scenario &scenario, std::string_view text, const Problem &problem);
 
-// "300s", "1.5s", "20ms".
-std::string text_of(Milliseconds time);
-// "passed by silence", "denied", ...
-const char *text_of(Wanted wanted);
 // What is expected, without position and time: "denied by m1 because \"too warm\"".
 std::string text_of(const Expect &expect);
-
-// How long a check takes whose modules do not all answer.
-inline constexpr std::chrono::seconds check_time = check_timeout;
 
 } // namespace cg::scenario
 

@@ -52,7 +52,7 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     if (!past_.problem.empty()) {
         session.notice(visible(past_.problem) + ": what was before now is not known");
     }
-    daemon_ = ask_daemon(session);
+    daemon_ = ask_daemon(session.socket);
     events_.set_told_reasons(reasons_in(daemon_));
     prime(events_.tracker(), daemon_, past_, requests, modules_asked_at_);
     take_heard({daemon_, {past_.alive_at, past_.problem}});
@@ -153,7 +153,7 @@ void LiveCards::refresh_modules(Time at)
         return;
     }
     modules_asked_at_ = at;
-    const DaemonView daemon = ask_daemon(session_);
+    const DaemonView daemon = ask_daemon(session_.socket);
     if (daemon.problem.empty()) {
         events_.tracker().set_modules(daemon.modules);
     }

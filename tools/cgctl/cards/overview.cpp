@@ -124,7 +124,7 @@ Overview::Overview(const Session &session, Store &store, const std::string &hist
     : now_(std::chrono::system_clock::now()), past_(read_past(history_file))
 {
     const StoredRecords records = read_records(store);
-    daemon_ = ask_daemon(session);
+    daemon_ = ask_daemon(session.socket);
     CardTracker tracker;
     prime(tracker, daemon_, past_, requests_in(records), now_);
     feed_records(tracker, records, now_);

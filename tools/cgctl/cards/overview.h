@@ -13,8 +13,8 @@
 
 #include "admission/card_tracker.h"
 #include "cards/cards.h"
-#include "cards/daemon_view.h"
 #include "cards/past.h"
+#include "daemon/daemon_view.h"
 
 namespace cg
 {

@@ -9,8 +9,8 @@
 #include <optional>
 #include <string>
 
-#include "cards/daemon_view.h"
 #include "cards/past.h"
+#include "daemon/daemon_view.h"
 
 namespace cg
 {

@@ -26,15 +26,14 @@ void add_modules(CLI::App &app, Session &session);
 void add_module(CLI::App &app, Session &session);
 void add_acl(CLI::App &app, Session &session);
 void add_doctor(CLI::App &app, Session &session);
-void add_sim(CLI::App &app, Session &session);
 void add_completion(CLI::App &app, Session &session);
 void add_complete(CLI::App &app, Session &session);
 void add_manual(CLI::App &app, Session &session);
 
 // In the order of the help.
-inline constexpr std::array verbs{add_list, add_show, add_card,   add_role,       add_debug,    add_get,
-                                  add_set,  add_del,  add_watch,  add_history,    add_modules,  add_module,
-                                  add_sim,  add_acl,  add_doctor, add_completion, add_complete, add_manual};
+inline constexpr std::array verbs{add_list, add_show,   add_card,       add_role,     add_debug,   add_get,
+                                  add_set,  add_del,    add_watch,      add_history,  add_modules, add_module,
+                                  add_acl,  add_doctor, add_completion, add_complete, add_manual};
 
 // Adds a verb. Every verb takes --json, so that a script can always ask for errors that it can parse.
 //

@@ -4,7 +4,7 @@
 
 #include "base/failure.h"
 #include "base/text.h"
-#include "cards/daemon_view.h"
+#include "daemon/daemon_view.h"
 #include "doctor/doctor_checks.h"
 #include "shell/client.h"
 

@@ -52,8 +52,8 @@ TEST(PlayedModules, AnswersAreOwedToEachRequestOnce)
     EXPECT_EQ(due[0].after, 2s);
     EXPECT_TRUE(due[0].pass);
     EXPECT_TRUE(modules.requested(third, 17, true).empty()) << "told again";
-    EXPECT_TRUE(modules.take(due[0]));
-    EXPECT_FALSE(modules.take(due[0]));
+    EXPECT_TRUE(modules.consume(due[0]));
+    EXPECT_FALSE(modules.consume(due[0]));
 }
 
 TEST(PlayedModules, ARequestThatIsGoneIsNotAnswered)
@@ -62,10 +62,10 @@ TEST(PlayedModules, ARequestThatIsGoneIsNotAnswered)
     modules.set_rule(passes("m1"));
     const auto due = modules.requested(third, 17, false);
     modules.withdrawn(third);
-    EXPECT_FALSE(modules.take(due.at(0)));
+    EXPECT_FALSE(modules.consume(due.at(0)));
     const auto again = modules.requested(third, 17, false);
-    EXPECT_FALSE(modules.take(due.at(0))) << "the answer to the earlier request";
-    EXPECT_TRUE(modules.take(again.at(0)));
+    EXPECT_FALSE(modules.consume(due.at(0))) << "the answer to the earlier request";
+    EXPECT_TRUE(modules.consume(again.at(0)));
 }
 
 TEST(PlayedModules, ARequestWrittenAnewIsAnsweredAnewAndOnce)
@@ -74,8 +74,8 @@ TEST(PlayedModules, ARequestWrittenAnewIsAnsweredAnewAndOnce)
     modules.set_rule(passes("m1"));
     const auto first = modules.requested(third, 17, false);
     const auto second = modules.requested(third, 17, false);
-    EXPECT_FALSE(modules.take(first.at(0)));
-    EXPECT_TRUE(modules.take(second.at(0)));
+    EXPECT_FALSE(modules.consume(first.at(0)));
+    EXPECT_TRUE(modules.consume(second.at(0)));
 }
 
 TEST(PlayedModules, APositionCountsMoreThanATypeAndThatMoreThanAll)
@@ -124,7 +124,7 @@ TEST(PlayedModules, AModuleThatWasAwayAnswersWhatStandsOnReturn)
     const auto due = modules.set_rule(passes("m1"));
     ASSERT_EQ(due.size(), 1U);
     EXPECT_EQ(due[0].position, third);
-    EXPECT_TRUE(modules.take(due[0]));
+    EXPECT_TRUE(modules.consume(due[0]));
 }
 
 TEST(PlayedModules, AModuleThatGoesAwayStillGivesWhatItOwes)
@@ -133,7 +133,7 @@ TEST(PlayedModules, AModuleThatGoesAwayStillGivesWhatItOwes)
     modules.set_rule(passes("m1"));
     const auto due = modules.requested(third, 1, false);
     modules.set_rule(is("m1", Manner::away));
-    EXPECT_TRUE(modules.take(due.at(0)));
+    EXPECT_TRUE(modules.consume(due.at(0)));
     EXPECT_TRUE(modules.set_rule(passes("m1")).empty()) << "it has heard of that request";
 }
 

@@ -1,5 +1,5 @@
 // One line of a scenario, word by word.
-#include "scenario_line.h"
+#include "line.h"
 
 #include <algorithm>
 #include <charconv>
@@ -22,14 +22,10 @@ bool is_blank(char c)
     return c == ' ' || c == '\t';
 }
 
-// The column of a byte: characters before it, and one.
+// The column of a byte.
 std::size_t column_of(std::string_view text, std::size_t byte)
 {
-    std::size_t column = 1;
-    for (std::size_t i = 0; i < byte && i < text.size(); ++i) {
-        column += (static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80U ? 1 : 0;
-    }
-    return column;
+    return characters_in(text.substr(0, byte)) + 1;
 }
 
 // Nothing that a terminal would obey, and nothing that could not be shown.
@@ -42,11 +38,9 @@ void require_plain(std::string_view text)
         return;
     }
     const auto differs = std::mismatch(line.begin(), line.end(), plain.begin(), plain.end());
-    const auto at = static_cast<std::size_t>(differs.first - line.begin());
-    if (!is_utf8(line)) {
-        throw Mistake{column_of(text, at), "these bytes are no UTF-8"};
-    }
-    throw Mistake{column_of(text, at), "a control character; only blanks and tabs stand between words"};
+    throw Mistake{column_of(text, static_cast<std::size_t>(differs.first - line.begin())),
+                  is_utf8(line) ? "a control character; only blanks and tabs stand between words"
+                                : "these bytes are no UTF-8"};
 }
 
 class Splitter
@@ -57,7 +51,7 @@ public:
     std::vector<Word> split()
     {
         std::vector<Word> words;
-        for (skip_blanks(); at_ < text_.size() && text_[at_] != '#'; skip_blanks()) {
+        for (skip_blanks(); !at_end() && text_[at_] != '#'; skip_blanks()) {
             words.push_back(next());
         }
         return words;
@@ -66,70 +60,55 @@ public:
     [[nodiscard]] std::size_t at() const { return at_; }
 
 private:
+    [[nodiscard]] bool at_end() const { return at_ == text_.size(); }
+    [[nodiscard]] bool at_gap() const { return at_end() || is_blank(text_[at_]) || text_[at_] == ','; }
+
     void skip_blanks()
     {
-        while (at_ < text_.size() && is_blank(text_[at_])) {
+        while (!at_end() && is_blank(text_[at_])) {
             ++at_;
         }
     }
 
     Word next()
     {
-        Word word;
-        word.column = column_of(text_, at_);
+        Word word{"", text_[at_] == '"', column_of(text_, at_)};
         if (text_[at_] == ',') {
             word.text = text_[at_++];
             return word;
         }
-        while (at_ < text_.size() && !is_blank(text_[at_]) && text_[at_] != ',') {
-            if (text_[at_] == '"') {
-                require_alone(word);
-                word.text = in_quotes();
-                word.quoted = true;
-                require_gap();
-                break;
+        while (!at_gap()) {
+            if (text_[at_] != '"') {
+                word.text += text_[at_++];
+                continue;
             }
-            if (text_[at_] == '=' && !word.has_key) {
-                word.has_key = true;
-                word.key = std::exchange(word.text, "");
-            } else {
-                word.text += text_[at_];
+            if (!word.text.empty() && word.text.find('=') != word.text.size() - 1) {
+                throw Mistake{column_of(text_, at_),
+                              "a text in quotes begins in the middle of a word; a blank goes before it"};
             }
-            ++at_;
+            word.text += in_quotes();
+            if (!at_gap()) {
+                throw Mistake{column_of(text_, at_), "a blank goes behind a text in quotes"};
+            }
         }
         return word;
-    }
-
-    void require_alone(const Word &word) const
-    {
-        if (!word.text.empty()) {
-            throw Mistake{column_of(text_, at_),
-                          "a text in quotes begins in the middle of a word; a blank goes before it"};
-        }
-    }
-
-    void require_gap() const
-    {
-        if (at_ < text_.size() && !is_blank(text_[at_]) && text_[at_] != ',') {
-            throw Mistake{column_of(text_, at_), "a blank goes behind a text in quotes"};
-        }
     }
 
     std::string in_quotes()
     {
         const std::size_t begin = at_++;
         std::string inside;
-        for (; at_ < text_.size() && text_[at_] != '"'; ++at_) {
+        for (; !at_end() && text_[at_] != '"'; ++at_) {
             if (text_[at_] == '\\') {
                 ++at_;
-                if (at_ == text_.size() || (text_[at_] != '"' && text_[at_] != '\\')) {
+                if (at_end() || (text_[at_] != '"' && text_[at_] != '\\')) {
                     throw Mistake{column_of(text_, at_ - 1),
                                   R"(a backslash in quotes; it stands only before " and \)"};
                 }
             }
             inside += text_[at_];
         }
-        if (at_ == text_.size()) {
+        if (at_end()) {
             throw Mistake{column_of(text_, begin), "this text in quotes has no end on the line"};
         }
         ++at_;
@@ -140,13 +119,24 @@ private:
     std::size_t at_ = 0;
 };
 
-// As it stands in a message.
-std::string name_of(const Word &word)
+} // namespace
+
+std::size_t characters_in(std::string_view text)
 {
-    return word.has_key ? in_quotes(word.key + '=' + word.text) : in_quotes(word.text);
+    return static_cast<std::size_t>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
 
-} // namespace
+std::string text_of(Milliseconds time)
+{
+    const int64_t count = time.count();
+    if (count % 1000 != 0 && count < 1000) {
+        return std::to_string(count) + "ms";
+    }
+    std::string fraction = '.' + std::to_string(1000 + count % 1000).substr(1);
+    fraction.erase(fraction.find_last_not_of(".0") + 1);
+    return std::to_string(count / 1000) + fraction + 's';
+}
 
 Line::Line(std::string_view text)
 {
@@ -167,12 +157,11 @@ std::size_t Line::column() const
     return at_end() ? end_column_ + 1 : words_[next_].column;
 }
 
-bool Line::take(std::string_view keyword)
+bool Line::accept(std::string_view keyword)
 {
-    const Word *word = peek();
-    const bool is = word != nullptr && !word->quoted && !word->has_key && word->text == keyword;
-    next_ += is ? 1 : 0;
-    return is;
+    const bool is_next = !at_end() && !words_[next_].quoted && words_[next_].text == keyword;
+    next_ += is_next ? 1 : 0;
+    return is_next;
 }
 
 Word Line::word(const std::string &what)
@@ -183,10 +172,22 @@ Word Line::word(const std::string &what)
     return words_[next_++];
 }
 
+std::size_t Line::choice(const std::string &what, const std::vector<std::string> &keywords)
+{
+    for (std::size_t i = 0; i < keywords.size(); ++i) {
+        if (accept(keywords[i])) {
+            return i;
+        }
+    }
+    const Word other = word(what);
+    throw Mistake{other.column,
+                  in_quotes(other.text) + " is not " + what + "; " + suggestion(other.text, keywords)};
+}
+
 std::string Line::quoted(const std::string &what)
 {
     const Word word = this->word(what + " in quotes");
-    if (!word.quoted || word.has_key) {
+    if (!word.quoted) {
         throw Mistake{word.column, what + " stands in quotes: \"" + visible(word.text) + '"'};
     }
     return word.text;
@@ -196,7 +197,7 @@ Position Line::position()
 {
     const Word word = this->word("a position as in 1/3/0");
     try {
-        return parse_position(word.has_key ? word.key + '=' + word.text : word.text);
+        return parse_position(word.text);
     } catch (const Failure &failure) {
         throw Mistake{word.column, failure.what()};
     }
@@ -210,14 +211,14 @@ Milliseconds Line::time(Milliseconds least)
     const auto [stopped, error] = std::from_chars(word.text.data(), end, value, std::chars_format::fixed);
     const std::string_view unit(stopped, static_cast<std::size_t>(end - stopped));
     const double factor = unit == "ms" ? 1 : unit == "s" ? 1000 : unit == "m" ? 60000 : 0;
-    if (error != std::errc{} || factor == 0 || !std::isfinite(value) || word.quoted || word.has_key) {
-        throw Mistake{word.column, name_of(word) + " is no time; a number and ms, s or m, as in 5s"};
+    if (error != std::errc{} || factor == 0 || !std::isfinite(value) || word.quoted) {
+        throw Mistake{word.column, in_quotes(word.text) + " is no time; a number and ms, s or m, as in 5s"};
     }
     const double milliseconds = std::round(value * factor);
     if (!(milliseconds >= static_cast<double>(least.count()) &&
           milliseconds <= static_cast<double>(Milliseconds(longest_time).count()))) {
         throw Mistake{word.column,
-                      name_of(word) + " is out of range; from " + text_of(least) + " to an hour"};
+                      in_quotes(word.text) + " is out of range; from " + text_of(least) + " to an hour"};
     }
     return Milliseconds(static_cast<int64_t>(milliseconds));
 }
@@ -225,36 +226,35 @@ Milliseconds Line::time(Milliseconds least)
 std::string Line::module()
 {
     const Word word = this->word("a module's name");
-    std::string name = word.has_key ? word.key + '=' + word.text : word.text;
-    if (const std::string mistake = module_name_mistake(name); !mistake.empty()) {
+    if (const std::string mistake = module_name_mistake(word.text); !mistake.empty()) {
         throw Mistake{word.column, mistake};
     }
-    return name;
+    return word.text;
 }
 
 std::vector<std::string> Line::modules()
 {
     std::vector<std::string> names{module()};
-    while (take(",")) {
+    while (accept(",")) {
         names.push_back(module());
     }
     return names;
 }
 
-int64_t Line::number(const std::string &what)
+int32_t Line::number(const std::string &what)
 {
     const Word word = this->word(what);
     const auto number = to_number(word.text, INT32_MIN, INT32_MAX);
-    if (!number || word.has_key) {
-        throw Mistake{word.column, name_of(word) + " is not " + what};
+    if (!number) {
+        throw Mistake{word.column, in_quotes(word.text) + " is not " + what};
     }
-    return *number;
+    return static_cast<int32_t>(*number);
 }
 
 void Line::end(const std::string &usage) const
 {
     if (!at_end()) {
-        throw Mistake{column(), name_of(words_[next_]) + " is not expected here; " + usage};
+        throw Mistake{column(), in_quotes(words_[next_].text) + " is not expected here; " + usage};
     }
 }
 

@@ -1,13 +1,13 @@
 // A scenario in play: statement after statement, the modules beside them, and what is to come of it.
 //
 // The player owns no clock and no store. What it does goes through the functions of its stage, and what
-// happens is told to it; so its tests need neither, and an hour of a daemon takes them no time.
+// happens is handed to it; so its tests need neither, and an hour of a daemon takes them no time.
 //
 // Three clocks meet here: a scenario's times are the daemon's seconds; `speed` of those pass in one of ours;
 // and what only waits for machines to be done (the store's echo, an expectation without a time) is on ours
 // alone.
-#ifndef SIM_SIM_PLAYER_H
-#define SIM_SIM_PLAYER_H
+#ifndef SIM_PLAYER_H
+#define SIM_PLAYER_H
 
 #include <deque>
 #include <functional>
@@ -17,49 +17,27 @@
 #include <vector>
 
 #include "admission/card_tracker.h"
-#include "base/terminal.h"
+#include "expectation.h"
 #include "played_modules.h"
-#include "records/record_text.h"
 #include "scenario.h"
+#include "story.h"
 
 namespace cg
 {
 
-// Something that happened, for who watches.
-struct SimEvent {
-    admission::Time at{};
-    std::string kind{}; // one word, for programs
-    std::optional<Position> card{};
-    std::string text{}; // for people; empty: nothing that they need to be told
-    Tone tone = Tone::plain;
-    Json more = Json::object(); // further members, for programs
-};
-
-// What came of an expectation.
-struct ExpectationResult {
-    std::string file{};
-    std::size_t line = 0;
-    Position position{};
-    std::string name{}; // of the card
-    std::string expected{};
-    std::string seen{};
-    bool held = false;
-    scenario::Milliseconds took{0}; // the daemon's
-};
-
 // What the player does to the world, and asks of it. All are called from within the player's functions.
-struct SimStage {
+struct Stage {
     std::function<admission::Time()> now;
     std::function<void(scenario::Milliseconds, std::function<void()>)> after; // on our clock
     std::function<void(const NewCard &)> plug;
     std::function<void(const Position &, scenario::Move)> change;
     std::function<void(const std::string &)> set_role;
     std::function<void(const DueAnswer &)> answer;
-    std::function<void(const SimEvent &)> tell;
+    std::function<void(admission::Time, const Event &)> report;
     std::function<void()> finished; // every statement was played
 };
 
-class SimPlayer
+class Player
 {
 public:
     struct Options {
@@ -70,16 +48,15 @@ public:
     };
 
     // The scenarios live longer, and have no problems.
-    SimPlayer(const std::vector<scenario::Scenario> &scenarios, Options options, SimStage stage);
+    Player(const std::vector<scenario::Scenario> &scenarios, Options options, Stage stage);
 
-    // Begins; all records that there are were told.
+    // Begins; all existing records were handed to heard(). Throws Failure, as the functions below do, when a
+    // statement cannot be carried out.
     void start();
-
-    // The store tells of a change; see admission::feed().
+    // The store has changed; the arguments are those of admission::feed().
     void heard(int32_t cmd, const ProtobufCMessage &record, bool existing);
-
-    // All records were told anew, after an outage.
-    void all_told();
+    // All records were handed in again, after an outage.
+    void resynchronized();
 
     [[nodiscard]] bool is_finished() const { return finished_; }
     [[nodiscard]] const std::vector<ExpectationResult> &results() const { return results_; }
@@ -98,17 +75,10 @@ private:
         const scenario::Statement *statement; // null: the file's end
     };
     enum class Pending { nothing, echo, time, expectation };
-    struct Touch {
-        admission::Time at{};
-        bool decided = true;
-    };
-    // What the store has to tell back.
+    // What a card that was written has to become before the next statement.
     struct Echo {
-        const ProtobufCMessageDescriptor *type = nullptr;
         Position position{};
-        bool deleted = false;
-        std::optional<bool> online{}; // of a card that is written
-        std::string role{};           // of a role that is
+        std::optional<bool> online{}; // nothing: it is pulled
     };
 
     void go_on();
@@ -122,25 +92,23 @@ private:
     void perform(const scenario::Expect &expect);
 
     void await(Pending what, scenario::Milliseconds ours, std::function<void()> too_late);
-    void await_echo(Echo echo);
+    void write(const Echo &echo, const std::function<void()> &action);
     void done();
     void judge();
-    void settle(bool held);
-    void touch(const Position &position, bool board);
+    void conclude(bool held);
+    void comes_online(const Position &position, bool board);
     void owe(const std::vector<DueAnswer> &answers);
-    [[nodiscard]] scenario::Milliseconds ours(scenario::Milliseconds daemons) const;
-    [[nodiscard]] bool holds_now() const;
-
-    [[nodiscard]] bool is_echo(int32_t cmd, const ProtobufCMessage &record, bool existing) const;
     void play_modules(int32_t cmd, const ProtobufCMessage &record, bool existing);
     void decided(const admission::Decision &decision);
-    void tell(const std::string &kind, std::optional<Position> card, const std::string &text,
-              Tone tone = Tone::plain, Json more = Json::object()) const;
-    void tell_change(int32_t cmd, const ProtobufCMessage &record) const;
+    void report(const Event &event) const;
+    [[nodiscard]] bool has_echoed() const;
+    [[nodiscard]] std::string place() const;
+    [[nodiscard]] scenario::Milliseconds ours(scenario::Milliseconds daemons) const;
 
     const Options options_;
-    const SimStage stage_;
+    const Stage stage_;
     admission::CardTracker tracker_;
+    Judge judge_;
     PlayedModules modules_;
     std::deque<Step> steps_;
     Step now_{};
@@ -152,7 +120,6 @@ private:
     Echo echo_;
     const scenario::Expect *expect_ = nullptr;
     admission::Time expect_since_{};
-    std::map<Position, Touch> touches_;
     std::map<Position, std::string> names_;
     std::set<Position> plugged_;
     std::vector<ExpectationResult> results_;

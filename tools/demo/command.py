@@ -1,4 +1,4 @@
-"""The operator's command, as a program that others call."""
+"""The commands around the daemon, as programs that others call."""
 import json
 import subprocess
 
@@ -9,8 +9,8 @@ class CommandFailed(Exception):
     """The command ended with another status than 0."""
 
 
-class Cgctl:
-    """cgctl against one store and one daemon."""
+class Command:
+    """A command, cgctl or cg_sim, against one store and one daemon."""
 
     def __init__(self, program, view):
         self.program = program
@@ -32,7 +32,7 @@ class Cgctl:
         """Runs it and returns what it printed; raises CommandFailed when its status is not 0."""
         done = self.attempt(*args, seconds=seconds)
         if done.returncode != 0:
-            raise CommandFailed(f"cgctl {' '.join(map(str, args))}: status {done.returncode}: "
+            raise CommandFailed(f"{self.program.name} {' '.join(map(str, args))}: status {done.returncode}: "
                                 f"{done.stderr.strip()} {done.stdout.strip()}")
         return done.stdout
 
@@ -41,5 +41,5 @@ class Cgctl:
         return json.loads(self(*args, "--json"))
 
     def start(self, *args, **more):
-        """Starts it and returns the Popen, for the verbs that do not end by themselves."""
+        """Starts it and returns the Popen, for what does not end by itself."""
         return programs.start([self.program, *args], self.env, **more)

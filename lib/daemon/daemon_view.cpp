@@ -1,5 +1,5 @@
 // What the running daemon says of its cards.
-#include "cards/daemon_view.h"
+#include "daemon/daemon_view.h"
 
 #include <chrono>
 #include <optional>
@@ -7,7 +7,6 @@
 #include <sstream>
 
 #include "base/text.h"
-#include "command_line/session.h"
 #include "shell/client.h"
 
 namespace cg
@@ -70,11 +69,6 @@ void take_line(std::string_view line, const std::vector<std::string> &modules, s
     }
 }
 
-} // namespace
-
-namespace
-{
-
 // What a command of the daemon's prints. Why it does not is left in the view.
 std::string ask(DaemonView &view, const std::string &socket, const std::string &command)
 {
@@ -126,11 +120,11 @@ std::map<Position, DaemonCard> daemon_cards_in(std::string_view dump, const std:
     return cards;
 }
 
-DaemonView ask_daemon(const Session &session)
+DaemonView ask_daemon(const std::string &socket)
 {
-    DaemonView view = ask_for_modules(session.socket);
+    DaemonView view = ask_for_modules(socket);
     if (view.problem.empty()) {
-        const std::string dump = ask(view, session.socket, "dump_node");
+        const std::string dump = ask(view, socket, "dump_node");
         view.cards = daemon_cards_in(dump, view.modules);
     }
     return view;

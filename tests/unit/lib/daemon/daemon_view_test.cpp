@@ -1,5 +1,5 @@
 // What the daemon's dumps say, honest and forged.
-#include "cards/daemon_view.h"
+#include "daemon/daemon_view.h"
 
 #include <gmock/gmock.h>
 

@@ -2,8 +2,8 @@
 //
 // Whom a card waits for stands in no record: the daemon keeps it as bits in its own table. Its dumps are text
 // for people, but their form is an interface, so they are read here, for those who have no history to ask.
-#ifndef CARDS_DAEMON_VIEW_H
-#define CARDS_DAEMON_VIEW_H
+#ifndef DAEMON_DAEMON_VIEW_H
+#define DAEMON_DAEMON_VIEW_H
 
 #include <cstdint>
 #include <map>
@@ -15,8 +15,6 @@
 
 namespace cg
 {
-
-struct Session;
 
 struct DaemonCard {
     std::vector<std::string> waiting_for{}; // whose bits are set, in the order of the bits
@@ -39,10 +37,11 @@ std::vector<std::string> modules_in(const std::string &dump);
 std::map<Position, DaemonCard> daemon_cards_in(std::string_view dump,
                                                const std::vector<std::string> &modules);
 
-// Asks the daemon. What keeps it from answering is in `problem`; nothing is thrown for that.
-DaemonView ask_daemon(const Session &session);
+// Asks the daemon at a socket (empty: the usual one). What keeps it from answering is in `problem`; nothing
+// is thrown for that.
+DaemonView ask_daemon(const std::string &socket);
 
-// Asks the daemon at a socket (empty: the usual one) for its modules alone. For another thread, too.
+// The same for its modules alone. For another thread, too.
 DaemonView ask_for_modules(const std::string &socket);
 
 // What it means that the daemon is silent.
