@@ -6,6 +6,7 @@
 #ifndef LOOP_PLATFORM_CONTEXT_H
 #define LOOP_PLATFORM_CONTEXT_H
 
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,36 @@ const std::string &module_of(vx_global_t *global);
 // A part's place in the context; empty until the part puts itself there. Parts are destroyed in the order of
 // the enumeration, before the loop.
 std::shared_ptr<void> &slot_of(vx_global_t *global, Slot slot);
+
+// Runs the loop until end_context(), signals or not. Returns 0, or negative when it could not run, or was
+// ended by what a handler threw.
+int32_t run_context(vx_global_t *global);
+
+// Ends the loop once the present callback has returned, or the next run at once.
+void end_context(vx_global_t *global) noexcept;
+
+// Whether the loop is to end, or will at once when it is run.
+bool is_ending(const vx_global_t *global) noexcept;
+
+// Ends the loop because of the exception that is being handled, and keeps the first one.
+void fail_loop(vx_global_t *global) noexcept;
+
+// Gives away the exception that ended the loop; none when none did.
+std::exception_ptr take_failure(vx_global_t *global) noexcept;
+
+// Calls a handler of the program's, unless the loop is to end; what it throws ends the loop.
+template <typename Handler>
+void call_handler(vx_global_t *global, const Handler &handler) noexcept
+{
+    if (is_ending(global)) {
+        return;
+    }
+    try {
+        handler();
+    } catch (...) {
+        fail_loop(global);
+    }
+}
 
 } // namespace platform
 

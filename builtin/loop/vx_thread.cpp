@@ -67,6 +67,8 @@ struct vx_global {
 
     std::string module;
     bool running = false;
+    bool ending = false;
+    std::exception_ptr failure; // what a handler threw
     EventBase base;
     std::list<Timer> timers; // armed ones only
     std::array<std::shared_ptr<void>, slot_count> slots;
@@ -87,12 +89,12 @@ void timer_due(evutil_socket_t /*fd*/, short /*what*/, void *arg) noexcept
 
 void end_asked(evutil_socket_t /*signal_number*/, short /*what*/, void *arg) noexcept
 {
-    event_base_loopbreak(static_cast<event_base *>(arg));
+    platform::end_context(static_cast<vx_global_t *>(arg));
 }
 
-Event watch_signal(event_base *base, int signal_number)
+Event watch_signal(vx_global_t &global, int signal_number)
 {
-    Event ev{evsignal_new(base, signal_number, end_asked, base)};
+    Event ev{evsignal_new(global.base.get(), signal_number, end_asked, &global)};
     if (!ev || event_add(ev.get(), nullptr) != 0) {
         return nullptr;
     }
@@ -129,19 +131,13 @@ try {
     if (global->running) {
         return -EBUSY;
     }
-    event_base *base = global->base.get();
-    const Event terminate = watch_signal(base, SIGTERM);
-    const Event interrupt = watch_signal(base, SIGINT);
+    const Event terminate = watch_signal(*global, SIGTERM);
+    const Event interrupt = watch_signal(*global, SIGINT);
     if (!terminate || !interrupt) {
         return -EIO;
     }
-    const platform::ServiceNotices notices{base};
-    global->running = true;
-    // The two signals keep the loop busy enough today; the flag says that it is meant to wait for nothing
-    // else.
-    const int result = event_base_loop(base, EVLOOP_NO_EXIT_ON_EMPTY);
-    global->running = false;
-    return result < 0 ? -EIO : 0;
+    const platform::ServiceNotices notices{global->base.get()};
+    return platform::run_context(global);
 } catch (const std::bad_alloc &) {
     return -ENOMEM;
 }
@@ -183,6 +179,45 @@ void vx_thread_cancel(vx_thread_t *t)
 
 namespace platform
 {
+
+int32_t run_context(vx_global_t *global)
+{
+    if (global->running) {
+        return -EBUSY;
+    }
+    int result = 0;
+    global->running = true;
+    if (!global->ending) {
+        result = event_base_loop(global->base.get(), EVLOOP_NO_EXIT_ON_EMPTY);
+    }
+    global->running = false;
+    global->ending = false;
+    return result < 0 || global->failure ? -EIO : 0;
+}
+
+void end_context(vx_global_t *global) noexcept
+{
+    global->ending = true;
+    (void)event_base_loopbreak(global->base.get());
+}
+
+bool is_ending(const vx_global_t *global) noexcept
+{
+    return global->ending;
+}
+
+void fail_loop(vx_global_t *global) noexcept
+{
+    if (!global->failure) {
+        global->failure = std::current_exception();
+    }
+    end_context(global);
+}
+
+std::exception_ptr take_failure(vx_global_t *global) noexcept
+{
+    return std::exchange(global->failure, nullptr);
+}
 
 event_base *event_base_of(vx_global_t *global)
 {

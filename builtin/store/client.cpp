@@ -1,18 +1,27 @@
-// The store client of one platform context; see the header.
+// The store as C++ programs use it: the databases of a client, and their turns on the loop; see the header.
 #include "store/client.h"
 
+#include <algorithm>
 #include <csignal>
+#include <cstring>
+#include <deque>
 #include <exception>
+#include <map>
+#include <utility>
 
-#include "log/platform_log.h"
+#include "log/text.h"
 #include "loop/platform_context.h"
 #include "store/connection/configuration.h"
+#include "store/database.h"
+#include "store/operations.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
 {
+
+using vx_mom::Database;
 
 // Writing to a connection that the server has closed raises SIGPIPE, which would end a program that knows
 // nothing of it. Only the default disposition is changed: a program's own handler stays.
@@ -27,108 +36,265 @@ void ignore_broken_pipes()
 
 } // namespace
 
-Client::Client(vx_global_t *global)
-    : shared_{global, platform::event_base_of(global), {}, Outage(configured_deadline()),
-              {},     [this] {
-          schedule_turn(); }},
-      turn_event_(event_new(shared_.base, -1, 0, turn_cb, this))
+struct Subscription::Parts {
+    std::weak_ptr<vx_mom::Subscription> asked;
+    uint64_t times_asked;
+};
+
+struct Client::Parts {
+    Parts(vx_global_t *context, Options &&options);
+
+    bool configure(const std::optional<Place> &place);
+    static void turn_cb(int fd, short what, void *self);
+    void turn();
+    void schedule_turn();
+    Database *database(int32_t number);
+    template <typename Work>
+    Status call(int32_t db, const Work &work);
+
+    vx_mom::Shared shared;
+    std::string problem; // of the settings; empty: they are in order
+    bool in_turn = false;
+    platform::Event turn_event;
+    std::map<int32_t, std::unique_ptr<Database>> databases;
+    std::deque<Database *> requests; // to be told "connected", in the order asked
+};
+
+Client::Parts::Parts(vx_global_t *context, Options &&options)
+    : shared{context,
+             platform::event_base_of(context),
+             platform::Messages(std::move(options.notice)),
+             {},
+             {vx_mom::configured_deadline(), shared.messages},
+             {},
+             [this] { schedule_turn(); }},
+      turn_event(event_new(shared.base, -1, 0, turn_cb, this))
 {
-    platform::log_open(platform::module_of(global));
+    const std::string &module = platform::module_of(context);
+    if (shared.messages.go_to_log()) {
+        platform::log_open(module);
+    }
     ignore_broken_pipes();
-    std::string why;
-    usable_ = configure(why);
-    if (!usable_) {
-        PLATFORM_LOG(platform::log_error, "store client: %s", why.c_str());
-        platform::tell_starter("store client: " + why);
+    shared.visitor.name = options.name.empty() ? module : options.name;
+    if (!configure(options.place)) {
+        LOG_TO(shared.messages, platform::log_error, "store client: %s", problem.c_str());
+        shared.messages.tell_starter("store client: " + problem);
     }
 }
 
-Database *Client::database(int32_t number)
+bool Client::Parts::configure(const std::optional<Place> &place)
 {
-    if (!usable_ || number < 0) {
-        return nullptr;
+    const auto found = place ? vx_mom::place_of(place->endpoint, place->credential_file, problem)
+                             : vx_mom::configured_place(problem);
+    if (!found) {
+        problem = platform::visible(problem);
+        return false;
     }
-    std::unique_ptr<Database> &place = databases_[number];
-    if (place == nullptr) {
-        place = std::make_unique<Database>(shared_, number);
-    }
-    return place.get();
+    shared.visitor.endpoint = found->endpoint;
+    shared.visitor.credentials = found->credentials;
+    const vx_mom::ReplicaSetting replicas = vx_mom::configured_replicas();
+    shared.replicas.count = replicas.count;
+    shared.replicas.limit = replicas.limit;
+    return true;
 }
 
-void Client::call_when_connected(Database &database, vx_mom_connect_f callback, void *arg)
+void Client::Parts::turn_cb(int /*fd*/, short /*what*/, void *self)
 {
-    requests_.push_back({&database, callback, arg});
-    database.begin();
-    schedule_turn();
-}
-
-Client *Client::of(vx_global_t *global)
-{
-    if (global == nullptr) {
-        return nullptr;
-    }
-    std::shared_ptr<void> &slot = platform::slot_of(global, platform::Slot::store_client);
-    if (slot == nullptr) {
-        slot = std::make_shared<Client>(global);
-    }
-    return static_cast<Client *>(slot.get());
-}
-
-void Client::turn_cb(int /*fd*/, short /*what*/, void *self)
-{
-    auto *client = static_cast<Client *>(self);
+    auto *parts = static_cast<Parts *>(self);
     try {
-        client->turn();
+        parts->turn();
     } catch (const std::exception &failure) {
-        client->in_turn_ = false;
-        PLATFORM_LOG(platform::log_error, "store client: %s", failure.what());
+        parts->in_turn = false;
+        LOG_TO(parts->shared.messages, platform::log_error, "store client: %s", failure.what());
     }
 }
 
-void Client::turn()
+void Client::Parts::turn()
 {
-    in_turn_ = true;
+    in_turn = true;
     bool more = false;
-    for (const auto &entry : databases_) {
+    for (const auto &entry : databases) {
         more = entry.second->turn() || more;
     }
-    while (!requests_.empty() && requests_.front().database->has_arrived()) {
-        const ConnectRequest request = requests_.front();
-        requests_.pop_front();
-        if (request.callback != nullptr) {
-            (void)request.callback(shared_.global, request.arg);
-        }
+    while (!requests.empty() && requests.front()->has_arrived()) {
+        Database *database = requests.front();
+        requests.pop_front();
+        database->tell({ConnectionEvent::Kind::connected, database->number()});
         more = true;
     }
     if (more) {
         schedule_turn();
     }
-    in_turn_ = false;
+    in_turn = false;
 }
 
 // What has just been read is worked on before the loop asks the system for more, which spares a turn of the
 // loop for each message. Work that is left over waits for one: others on the loop must have theirs.
-void Client::schedule_turn()
+void Client::Parts::schedule_turn()
 {
     const timeval at_once{0, 0};
-    if (in_turn_) {
-        (void)event_add(turn_event_.get(), &at_once);
+    if (in_turn) {
+        (void)event_add(turn_event.get(), &at_once);
     } else {
-        event_active(turn_event_.get(), EV_TIMEOUT, 0);
+        event_active(turn_event.get(), EV_TIMEOUT, 0);
     }
 }
 
-bool Client::configure(std::string &why)
+Database *Client::Parts::database(int32_t number)
 {
-    const auto place = configured_place(why);
-    if (!place) {
-        return false;
+    if (!problem.empty() || number < 0) {
+        return nullptr;
     }
-    shared_.visitor = {place->endpoint, place->credentials, platform::module_of(shared_.global)};
-    const ReplicaSetting replicas = configured_replicas();
-    shared_.replicas.count = replicas.count;
-    shared_.replicas.limit = replicas.limit;
-    return true;
+    std::unique_ptr<Database> &place = databases[number];
+    if (place == nullptr) {
+        place = std::make_unique<Database>(shared, number);
+    }
+    return place.get();
 }
 
-} // namespace vx_mom
+// Runs `work(database)`, which returns 0 or an error, and finds the reason of a failure.
+template <typename Work>
+Status Client::Parts::call(int32_t db, const Work &work)
+{
+    Database *found = database(db);
+    if (found == nullptr) {
+        return {vx_mom::invalid, problem.empty() ? "there is no database " + std::to_string(db) : problem};
+    }
+    platform::Messages::DuringCall messages(shared.messages);
+    const int32_t code = work(*found);
+    if (code == vx_mom::ok) {
+        return {};
+    }
+    std::string reason = messages.reason();
+    return {code, reason.empty() ? shared.visitor.endpoint.text + ": " + std::strerror(-code) : reason};
+}
+
+Client::Client(vx_global_t *context, Options options)
+    : parts_(std::make_unique<Parts>(context, std::move(options)))
+{
+}
+
+Client::~Client() = default;
+
+Status Client::connect(int32_t db)
+{
+    return parts_->call(db, [](Database &database) { return database.connect(); });
+}
+
+Result<std::optional<Record>> Client::read(int32_t db, const ProtobufCMessage &key)
+{
+    Result<std::optional<Record>> result;
+    static_cast<Status &>(result) =
+        parts_->call(db, [&](Database &database) { return vx_mom::hgetall(database, key, result.value); });
+    return result;
+}
+
+Result<bool> Client::exists(int32_t db, const ProtobufCMessage &key)
+{
+    Result<bool> result;
+    static_cast<Status &>(result) = parts_->call(db, [&](Database &database) {
+        const int32_t found = vx_mom::exists(database, key);
+        result.value = found == 1;
+        return std::min(found, int32_t{vx_mom::ok});
+    });
+    return result;
+}
+
+Result<std::vector<LeftOut>> Client::scan(int32_t db, const ProtobufCMessageDescriptor &type,
+                                          const std::function<void(Record &&)> &each)
+{
+    Result<std::vector<LeftOut>> result;
+    static_cast<Status &>(result) = parts_->call(
+        db, [&](Database &database) { return vx_mom::scan(database, type, each, result.value); });
+    return result;
+}
+
+Status Client::set(int32_t db, const ProtobufCMessage &record)
+{
+    return parts_->call(db, [&](Database &database) { return vx_mom::set(database, record); });
+}
+
+Status Client::set_fields(int32_t db, const ProtobufCMessage &record, std::span<const int32_t> fields)
+{
+    if (fields.empty()) {
+        return {vx_mom::invalid, "no field is named"};
+    }
+    return parts_->call(db, [&](Database &database) {
+        return vx_mom::hmset(database, record, fields.data(), static_cast<int32_t>(fields.size()));
+    });
+}
+
+Status Client::erase(int32_t db, const ProtobufCMessage &key)
+{
+    return parts_->call(db, [&](Database &database) { return vx_mom::del(database, key); });
+}
+
+Status Client::erase_matching(int32_t db, const ProtobufCMessage &key, int32_t key_count)
+{
+    return parts_->call(db, [&](Database &database) { return vx_mom::pdel(database, key, key_count); });
+}
+
+Status Client::on_connection(int32_t db, ConnectionHandler handler)
+{
+    return parts_->call(db, [&](Database &database) {
+        database.set_handler(std::move(handler));
+        return vx_mom::ok;
+    });
+}
+
+Status Client::open(int32_t db)
+{
+    return parts_->call(db, [&](Database &database) {
+        database.begin();
+        parts_->requests.push_back(&database);
+        parts_->schedule_turn();
+        return vx_mom::ok;
+    });
+}
+
+Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescriptor &type,
+                                       ChangeHandler handler)
+{
+    Result<Subscription> result;
+    static_cast<Status &>(result) = parts_->call(db, [&](Database &database) {
+        const auto asked = database.subscribe(type, std::move(handler));
+        result.value.parts_ =
+            std::make_unique<Subscription::Parts>(Subscription::Parts{asked, asked->times_asked()});
+        return vx_mom::ok;
+    });
+    return result;
+}
+
+std::optional<std::chrono::steady_clock::time_point> Client::last_contact(int32_t db) const
+{
+    const auto found = parts_->databases.find(db);
+    return found == parts_->databases.end() ? std::nullopt : found->second->heard_at();
+}
+
+Subscription::Subscription() = default;
+Subscription::Subscription(Subscription &&) noexcept = default;
+
+Subscription::~Subscription()
+{
+    cancel();
+}
+
+Subscription &Subscription::operator=(Subscription &&other) noexcept
+{
+    if (this != &other) {
+        cancel();
+        parts_ = std::move(other.parts_);
+    }
+    return *this;
+}
+
+void Subscription::cancel() noexcept
+{
+    const auto asked = parts_ == nullptr ? nullptr : parts_->asked.lock();
+    if (asked != nullptr && asked->times_asked() == parts_->times_asked) {
+        asked->cancel();
+    }
+    parts_.reset();
+}
+
+} // namespace store

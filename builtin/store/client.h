@@ -1,54 +1,134 @@
-// The store client of one platform context: its databases and their turns on the loop.
+// The store as C++ programs use it: calls that say why they failed, subscriptions that end with their handle.
+//
+// vx_mom.h is a layer over this for the daemon, which runs on platforms without it. What that interface
+// cannot do is here: several clients in one process, context in every handler, a reason in every failure, who
+// made a change and why, when the store was last heard of.
+//
+// A database is one numbered database of the store's server; records are found and kept by their type's
+// descriptor. All of it belongs to the loop's thread. Calls wait for the store: they ride out a lost
+// connection, and fail after a deadline. Handlers are called from the loop only, with the exception of
+// scan(). What a handler throws ends the loop, see loop/loop.h; what it is given dies with its return. It may
+// make any call and end any subscription, but must not destroy the client.
 #ifndef STORE_CLIENT_H
 #define STORE_CLIENT_H
 
+#include <chrono>
 #include <cstdint>
-#include <deque>
-#include <map>
+#include <functional>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
+#include <vector>
 
-#include "store/database.h"
+#include "store/change.h"
 
-namespace vx_mom
+namespace store
 {
+
+// What became of a call.
+struct Status {
+    int32_t code = 0;     // 0, or negative as results of vx_mom.h
+    std::string reason{}; // of a failure, one line without control characters; else empty
+
+    explicit operator bool() const { return code == 0; }
+};
+
+// What became of a call, and what it found; `value` is of use only if it succeeded.
+template <typename Value>
+struct Result : Status {
+    Value value{};
+};
+
+// Where the store is.
+struct Place {
+    std::string endpoint;        // as VX_MOM_ENDPOINT
+    std::string credential_file; // as VX_MOM_AUTH_FILE; empty: none
+};
+
+struct Options {
+    std::string name{};           // how the server lists the client; empty: as the context is named
+    std::optional<Place> place{}; // nothing: as the settings say
+    // Who is given what the client has to say besides the reasons of calls that fail: level (enum LogLevel of
+    // log/platform_log.h) and text, one line. Nobody: all of it, reasons included, goes to the module's log.
+    std::function<void(int32_t level, const std::string &text)> notice{};
+};
+
+// A subscription: ends with this handle, or when the client subscribes to the same type in the same database
+// again. An empty handle stands for none.
+class Subscription
+{
+public:
+    Subscription();
+    ~Subscription();
+    Subscription(Subscription &&) noexcept;
+    Subscription &operator=(Subscription &&) noexcept;
+    Subscription(const Subscription &) = delete;
+    Subscription &operator=(const Subscription &) = delete;
+
+    // Nothing is delivered any more. The client may be gone already.
+    void cancel() noexcept;
+
+private:
+    friend class Client;
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+};
 
 class Client
 {
 public:
-    // Reads the configuration; when that is wrong, says so in the log and on standard error, and database()
-    // gives none.
-    explicit Client(vx_global_t *global);
+    // Connects to nothing yet. Settings that are of no use make every call fail with the reason. Throws
+    // std::bad_alloc. The context outlives the client.
+    explicit Client(vx_global_t *context, Options options = {});
+    ~Client();
+    Client(const Client &) = delete;
+    Client &operator=(const Client &) = delete;
 
-    // The database with this number; null when the configuration or the number is wrong.
-    Database *database(int32_t number);
-    // Calls back from the loop when the database's connection is up for the first time, requests in the order
-    // asked.
-    void call_when_connected(Database &database, vx_mom_connect_f callback, void *arg);
+    // Waits for the store's answer in a database. Other calls do that by themselves.
+    Status connect(int32_t db);
 
-    // The client of a context, made with the first call. Null when memory ran out or the context is null.
-    static Client *of(vx_global_t *global);
+    // The record with the index of `key`; nothing when there is none.
+    Result<std::optional<Record>> read(int32_t db, const ProtobufCMessage &key);
+    Result<bool> exists(int32_t db, const ProtobufCMessage &key);
+
+    // Calls `each` for every record of a type in the order of their last changes. Returns what stands there
+    // and does not decode. What `each` throws comes out of here.
+    Result<std::vector<LeftOut>> scan(int32_t db, const ProtobufCMessageDescriptor &type,
+                                      const std::function<void(Record &&)> &each);
+
+    // Writes a whole record.
+    Status set(int32_t db, const ProtobufCMessage &record);
+    // Writes the fields with these numbers; the record comes into being if need be.
+    Status set_fields(int32_t db, const ProtobufCMessage &record, std::span<const int32_t> fields);
+    // Deletes the record with this index. None there: success.
+    Status erase(int32_t db, const ProtobufCMessage &key);
+    // Deletes every record with the same first `key_count` fields of the index.
+    Status erase_matching(int32_t db, const ProtobufCMessage &key, int32_t key_count);
+
+    // Who is told of the lasting connection of a database, in place of who was told before; nobody when
+    // empty. Fails only for a number or for settings that are of no use, as do the next two.
+    Status on_connection(int32_t db, ConnectionHandler handler);
+
+    // Keeps a connection to a database, again and again if need be, and has "connected" told for each call of
+    // this, even when it stands.
+    Status open(int32_t db);
+
+    // Delivers every record of a type, then VX_MOM_CMD_SUBSCRIBED, then every change, in order and each once.
+    // Subscriptions of a database begin in the order asked. Keeps a connection as open() does, and has
+    // nothing told of it. A handler that wants all of it again subscribes again.
+    Result<Subscription> subscribe(int32_t db, const ProtobufCMessageDescriptor &type, ChangeHandler handler);
+
+    // When something last came on the lasting connection (a change, or the answer to the ping that is sent
+    // each second), and every change before that was delivered; kept over a loss. Nothing: never.
+    [[nodiscard]] std::optional<std::chrono::steady_clock::time_point> last_contact(int32_t db) const;
 
 private:
-    struct ConnectRequest {
-        Database *database;
-        vx_mom_connect_f callback;
-        void *arg;
-    };
-
-    static void turn_cb(int fd, short what, void *self);
-    void turn();
-    void schedule_turn();
-    bool configure(std::string &why);
-
-    Shared shared_;
-    bool usable_ = false;
-    bool in_turn_ = false;
-    platform::Event turn_event_;
-    std::map<int32_t, std::unique_ptr<Database>> databases_;
-    std::deque<ConnectRequest> requests_;
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+    friend class Subscription;
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <random>
 
-#include "log/platform_log.h"
+#include "loop/platform_context.h"
 #include "store/codec/names.h"
 #include "store/database.h"
 
@@ -28,7 +28,7 @@ std::string random_name()
 
 Database::Database(Shared &shared, int32_t number)
     : shared_(shared), number_(number), sync_(shared.visitor, number),
-      async_(shared.base, shared.visitor, number, shared.outage.budget(), *this),
+      async_(shared.base, shared.visitor, number, shared.outage.budget(), *this, shared.messages),
       channel_prefix_(channel_prefix(number)), writer_(random_name())
 {
 }
@@ -39,20 +39,35 @@ void Database::begin()
     async_.begin();
 }
 
-void Database::subscribe(const ProtobufCMessageDescriptor &type, Subscriber subscriber)
+void Database::set_handler(store::ConnectionHandler handler)
+{
+    handler_ = handler ? std::make_shared<const store::ConnectionHandler>(std::move(handler)) : nullptr;
+}
+
+void Database::tell(const store::ConnectionEvent &event)
+{
+    if (const auto handler = handler_) { // kept: it may set another one
+        platform::call_handler(shared_.global, [&] { (*handler)(event); });
+    }
+}
+
+std::shared_ptr<Subscription> Database::subscribe(const ProtobufCMessageDescriptor &type,
+                                                  store::ChangeHandler handler)
 {
     begin();
     const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
                                     [&](const auto &known) { return &known->type() == &type; });
+    std::shared_ptr<Subscription> asked;
     if (found != subscriptions_.end()) {
-        const std::shared_ptr<Subscription> known = *found;
+        asked = *found;
         subscriptions_.erase(found);
-        subscriptions_.push_back(known);
-        known->ask_again(subscriber);
     } else {
-        subscriptions_.push_back(std::make_shared<Subscription>(*this, type, subscriber));
+        asked = std::make_shared<Subscription>(*this, type);
     }
+    subscriptions_.push_back(asked);
+    asked->ask(std::move(handler));
     shared_.schedule_turn();
+    return asked;
 }
 
 bool Database::turn()
@@ -103,7 +118,8 @@ void Database::on_up(const std::string &run, const std::string &data_set_id)
 
 void Database::on_lost(const std::string &problem)
 {
-    shared_.outage.begin(Clock::now(), shared_.visitor.endpoint.text + ": " + problem);
+    loss_ = shared_.visitor.endpoint.text + ": " + problem;
+    shared_.outage.begin(Clock::now(), loss_);
     arrival_due_ = false;
     arrivals_.clear();
     loss_due_ = reported_up_ || loss_due_;
@@ -180,9 +196,7 @@ void Database::report_loss()
 {
     if (loss_due_) {
         loss_due_ = false;
-        if (disconnect_ != nullptr) {
-            (void)disconnect_(shared_.global, number_);
-        }
+        tell({store::ConnectionEvent::Kind::lost, number_, loss_});
     }
 }
 
@@ -210,9 +224,7 @@ bool Database::settle_arrival()
     for (const auto &subscription : subscriptions_) {
         subscription->on_returned(!believable);
     }
-    if (reconnect_ != nullptr) {
-        (void)reconnect_(shared_.global, number_, believable ? 2 : 1);
-    }
+    tell({store::ConnectionEvent::Kind::returned, number_, {}, believable});
     return true;
 }
 

@@ -15,13 +15,14 @@
 #include <string>
 #include <vector>
 
+#include "log/messages.h"
+#include "store/change.h"
 #include "store/connection/async_connection.h"
 #include "store/connection/errors.h"
 #include "store/connection/outage.h"
 #include "store/connection/sync_connection.h"
 #include "store/data_set.h"
 #include "store/subscription.h"
-#include "vx_mom.h"
 
 namespace vx_mom
 {
@@ -37,6 +38,7 @@ struct ReplicaWait {
 struct Shared {
     vx_global_t *global;
     event_base *base;
+    platform::Messages messages;
     Visitor visitor;
     Outage outage;
     ReplicaWait replicas;
@@ -59,6 +61,8 @@ public:
     Database(Shared &shared, int32_t number);
 
     int32_t number() const { return number_; }
+    vx_global_t *context() const { return shared_.global; }
+    platform::Messages &messages() const { return shared_.messages; }
     // Waits for the connection of the calls. Returns ok or an error.
     int32_t connect();
     // Sends commands in one go and waits for all replies, whatever happens to the connection meanwhile.
@@ -77,9 +81,13 @@ public:
     void begin();
     // Whether it has come up once, and the user may be told.
     bool has_arrived() const { return arrived_; }
-    void on_disconnect(vx_mom_disconnect_f callback) { disconnect_ = callback; }
-    void on_reconnect(vx_mom_reconnect_f callback) { reconnect_ = callback; }
-    void subscribe(const ProtobufCMessageDescriptor &type, Subscriber subscriber);
+    // Who is told of a loss and a return.
+    void set_handler(store::ConnectionHandler handler);
+    // Calls it, unless there is none.
+    void tell(const store::ConnectionEvent &event);
+    // In place of the subscription to this type that there is.
+    std::shared_ptr<Subscription> subscribe(const ProtobufCMessageDescriptor &type,
+                                            store::ChangeHandler handler);
     // Reports what is due and advances the subscriptions. Returns whether there is more to do at once.
     bool turn();
 
@@ -165,8 +173,8 @@ private:
     uint64_t pongs_ = 0;
     std::optional<Clock::time_point> heard_at_{}; // what waits among the arrivals is not heard yet
 
-    vx_mom_disconnect_f disconnect_ = nullptr;
-    vx_mom_reconnect_f reconnect_ = nullptr;
+    std::shared_ptr<const store::ConnectionHandler> handler_;
+    std::string loss_;                                       // why the connection was lost
     std::list<std::shared_ptr<Subscription>> subscriptions_; // in the order asked
 };
 

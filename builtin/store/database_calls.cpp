@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "log/platform_log.h"
 #include "store/codec/names.h"
 #include "store/database.h"
 
@@ -49,7 +48,7 @@ int32_t Database::connect()
     const Answer answer = ask({{"PING"}}, Purpose::read);
     if (answer.error == ok && is_error(answer.replies[0].get())) {
         const std::string problem = "the store answers PING with: " + text_of(answer.replies[0].get());
-        PLATFORM_LOG(platform::log_error, "database %d: %s", number_, problem.c_str());
+        LOG_TO(shared_.messages, platform::log_error, "database %d: %s", number_, problem.c_str());
         tell_starter(problem);
         return refused;
     }
@@ -63,7 +62,7 @@ void Database::tell_starter(const std::string &problem)
 {
     if (problem != shared_.told_starter) {
         shared_.told_starter = problem;
-        platform::tell_starter("store client: " + shared_.visitor.endpoint.text + ": " + problem);
+        shared_.messages.tell_starter("store client: " + shared_.visitor.endpoint.text + ": " + problem);
     }
 }
 
@@ -127,8 +126,8 @@ int32_t Database::change(Command &&call, const std::string &type)
     }
     const std::string text = text_of(answer.replies[0].get());
     if (is_error(answer.replies[0].get())) {
-        PLATFORM_LOG(platform::log_error, "database %d: write of %s refused: %s", number_,
-                     commands[0][first_key].c_str(), text.c_str());
+        LOG_TO(shared_.messages, platform::log_error, "database %d: write of %s refused: %s", number_,
+               commands[0][first_key].c_str(), text.c_str());
         return refused;
     }
     uint64_t revision = 0;
@@ -171,9 +170,9 @@ Answer Database::load_and_call(const std::vector<Command> &call)
         // As in an outage, the time counts from its beginning, for all calls together.
         if (!shared_.lacks_functions_since) {
             shared_.lacks_functions_since = Clock::now();
-            PLATFORM_LOG(platform::log_warn,
-                         "database %d: the server has no functions %s, and loading them is refused: %s",
-                         number_, library_name, text_of(loaded.replies[0].get()).c_str());
+            LOG_TO(shared_.messages, platform::log_warn,
+                   "database %d: the server has no functions %s, and loading them is refused: %s", number_,
+                   library_name, text_of(loaded.replies[0].get()).c_str());
         }
         if (Clock::now() + longest_retry_pause >= *shared_.lacks_functions_since + shared_.outage.budget()) {
             return answer;
@@ -197,12 +196,12 @@ void Database::note_replicas(const redisReply *reply)
 {
     const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < shared_.replicas.count;
     if (missed && !shared_.replicas.is_missed) {
-        PLATFORM_LOG(platform::log_warn, "a write is confirmed by %lld replicas and not by %d %s",
-                     reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, shared_.replicas.count,
-                     text_of(reply).c_str());
+        LOG_TO(shared_.messages, platform::log_warn, "a write is confirmed by %lld replicas and not by %d %s",
+               reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, shared_.replicas.count,
+               text_of(reply).c_str());
     } else if (!missed && shared_.replicas.is_missed) {
-        PLATFORM_LOG(platform::log_notice, "writes are confirmed by %d replicas again",
-                     shared_.replicas.count);
+        LOG_TO(shared_.messages, platform::log_notice, "writes are confirmed by %d replicas again",
+               shared_.replicas.count);
     }
     shared_.replicas.is_missed = missed;
 }
@@ -275,8 +274,9 @@ Exchange Database::identify(Clock::time_point deadline, DataSet::Answers &answer
     if (answers.oddity != told_oddity_) {
         told_oddity_ = answers.oddity;
         if (!told_oddity_.empty()) {
-            PLATFORM_LOG(platform::log_error, "database %d: somebody spoilt what tells whose data it is: %s",
-                         number_, told_oddity_.c_str());
+            LOG_TO(shared_.messages, platform::log_error,
+                   "database %d: somebody spoilt what tells whose data it is: %s", number_,
+                   told_oddity_.c_str());
         }
     }
     return Exchange::answered;
@@ -323,9 +323,9 @@ Exchange Database::register_run(Clock::time_point deadline, DataSet::Answers &an
 
 Answer Database::give_up(Purpose purpose, const std::string &problem)
 {
-    PLATFORM_LOG(platform::log_error, "database %d: %s given up: %s: %s", number_,
-                 purpose == Purpose::write ? "write" : "read", shared_.visitor.endpoint.text.c_str(),
-                 problem.c_str());
+    LOG_TO(shared_.messages, platform::log_error, "database %d: %s given up: %s: %s", number_,
+           purpose == Purpose::write ? "write" : "read", shared_.visitor.endpoint.text.c_str(),
+           problem.c_str());
     if (purpose == Purpose::write) {
         write_given_up_ = true;
         drop("a write was given up");
@@ -347,8 +347,8 @@ void Database::tell_once(const std::string &problem)
 {
     if (problem != told_problem_) {
         told_problem_ = problem;
-        PLATFORM_LOG(platform::log_error, "database %d at %s: %s", number_,
-                     shared_.visitor.endpoint.text.c_str(), problem.c_str());
+        LOG_TO(shared_.messages, platform::log_error, "database %d at %s: %s", number_,
+               shared_.visitor.endpoint.text.c_str(), problem.c_str());
     }
 }
 

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "log/platform_log.h"
 #include "store/codec/key.h"
 #include "store/codec/names.h"
 #include "store/snapshot.h"
@@ -40,10 +39,10 @@ void append_pairs(Fields &&fields, Command &call)
     }
 }
 
-int32_t unstorable(const ProtobufCMessage &record)
+int32_t unstorable(const Database &database, const ProtobufCMessage &record)
 {
-    PLATFORM_LOG(platform::log_error, "record type %s, or a field of it, cannot be stored",
-                 record.descriptor->name);
+    LOG_TO(database.messages(), platform::log_error, "record type %s, or a field of it, cannot be stored",
+           record.descriptor->name);
     return invalid;
 }
 
@@ -53,7 +52,7 @@ int32_t set(Database &database, const ProtobufCMessage &record)
 {
     Content content;
     if (!encode_record(record, content)) {
-        return unstorable(record);
+        return unstorable(database, record);
     }
     const std::string type = record.descriptor->name;
     Command call = begin_call(database, set_function, record, type, content.present.size());
@@ -66,7 +65,7 @@ int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t 
 {
     Content content;
     if (!encode_fields(record, fields, count, content)) {
-        return unstorable(record);
+        return unstorable(database, record);
     }
     const std::string type = record.descriptor->name;
     Command call = begin_call(database, hmset_function, record, type, static_cast<size_t>(count));
@@ -89,7 +88,8 @@ int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_cou
     const size_t fields = key_field_count(*record.descriptor);
     const auto given = static_cast<size_t>(key_count);
     if (given > fields) {
-        PLATFORM_LOG(platform::log_error, "%s has %zu key fields, not %d", type.c_str(), fields, key_count);
+        LOG_TO(database.messages(), platform::log_error, "%s has %zu key fields, not %d", type.c_str(),
+               fields, key_count);
         return invalid;
     }
     if (given == fields) {
@@ -100,8 +100,8 @@ int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_cou
                            type);
 }
 
-int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver,
-             std::vector<std::string> &left_out)
+int32_t scan(Database &database, const ProtobufCMessageDescriptor &type,
+             const std::function<void(store::Record &&)> &each, std::vector<store::LeftOut> &left_out)
 {
     std::vector<StoredRecord> records;
     Snapshot snapshot;
@@ -111,19 +111,16 @@ int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscri
             return error;
         }
         std::move(snapshot.records.begin(), snapshot.records.end(), std::back_inserter(records));
+        std::move(snapshot.left_out.begin(), snapshot.left_out.end(), std::back_inserter(left_out));
     }
-    left_out.insert(left_out.end(), snapshot.left_out.begin(), snapshot.left_out.end());
     sort_by_revision(records);
-    for (const StoredRecord &record : records) {
-        const MessagePtr message = decode_or_log(type, record.key, record.fields);
-        if (message == nullptr) {
-            left_out.push_back(record.key);
-            continue;
+    for (StoredRecord &record : records) {
+        std::string why;
+        if (MessagePtr message = decode(database, type, record.key, record.fields, why)) {
+            each({std::move(record.key), record.revision, std::move(record.mark), std::move(message)});
+        } else {
+            left_out.push_back({std::move(record.key), std::move(why)});
         }
-        vx_mom_pmsg_t notification{};
-        notification.cmd = VX_MOM_CMD_SCANNED;
-        notification.record = message.get();
-        (void)receiver.callback(receiver.arg, &notification);
     }
     return ok;
 }
@@ -137,23 +134,33 @@ int32_t exists(Database &database, const ProtobufCMessage &record)
     }
     const redisReply *reply = answer.replies[0].get();
     if (reply->type != REDIS_REPLY_INTEGER) {
-        PLATFORM_LOG(platform::log_error, "record %s: the store answers: %s", key.c_str(),
-                     text_of(reply).c_str());
+        LOG_TO(database.messages(), platform::log_error, "record %s: the store answers: %s", key.c_str(),
+               text_of(reply).c_str());
         return is_error(reply, "WRONGTYPE") ? bad_data : refused;
     }
     return reply->integer > 0 ? 1 : 0;
 }
 
-int32_t hgetall(Database &database, const ProtobufCMessage &record, MessagePtr &found)
+int32_t hgetall(Database &database, const ProtobufCMessage &record, std::optional<store::Record> &found)
 {
     const std::string key = encode_key(record);
-    Fields fields;
-    const int32_t error = read_record(database, key, fields);
-    if (error != ok || fields.empty()) {
+    Stored stored;
+    bool is_there = false;
+    const int32_t error = read_record(database, key, stored, is_there);
+    if (error != ok || !is_there) {
         return error;
     }
-    found = decode_or_log(*record.descriptor, key, fields);
-    return found == nullptr ? int32_t{bad_data} : int32_t{ok};
+    std::string why;
+    MessagePtr message = decode(database, *record.descriptor, key, stored.fields, why);
+    if (message == nullptr) {
+        if (!database.messages().go_to_log()) {
+            LOG_TO(database.messages(), platform::log_error, "record %s does not decode: %s", key.c_str(),
+                   why.c_str());
+        }
+        return bad_data;
+    }
+    found = store::Record{key, stored.revision, std::move(stored.mark), std::move(message)};
+    return ok;
 }
 
 } // namespace vx_mom

@@ -3,10 +3,11 @@
 #define STORE_OPERATIONS_H
 
 #include <cstdint>
-#include <string>
+#include <functional>
+#include <optional>
 #include <vector>
 
-#include "store/codec/value.h"
+#include "store/change.h"
 #include "store/database.h"
 
 namespace vx_mom
@@ -17,15 +18,15 @@ int32_t set(Database &database, const ProtobufCMessage &record);
 int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count);
 int32_t del(Database &database, const ProtobufCMessage &record);
 int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count);
-// `left_out` gets the keys of what is no readable record.
-int32_t scan(Database &database, const ProtobufCMessageDescriptor &type, Subscriber receiver,
-             std::vector<std::string> &left_out);
+// `left_out` gets what is no readable record.
+int32_t scan(Database &database, const ProtobufCMessageDescriptor &type,
+             const std::function<void(store::Record &&)> &each, std::vector<store::LeftOut> &left_out);
 
 // Returns 1, 0 or an error.
 int32_t exists(Database &database, const ProtobufCMessage &record);
 
-// Returns ok with the record, or with null when there is none, or an error.
-int32_t hgetall(Database &database, const ProtobufCMessage &record, MessagePtr &found);
+// Returns ok with the record, or without when there is none, or an error.
+int32_t hgetall(Database &database, const ProtobufCMessage &record, std::optional<store::Record> &found);
 
 } // namespace vx_mom
 

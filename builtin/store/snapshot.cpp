@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <charconv>
 
-#include "log/platform_log.h"
 #include "store/codec/names.h"
 #include "store/database.h"
 
@@ -23,10 +22,11 @@ bool parse_whole(const std::string &text, uint64_t &number)
     return result.ec == std::errc() && result.ptr == end;
 }
 
-int32_t unexpected(const char *what, const std::string &key, const redisReply *reply)
+int32_t unexpected(const Database &database, const char *what, const std::string &key,
+                   const redisReply *reply)
 {
-    PLATFORM_LOG(platform::log_error, "%s %s: the store answers: %s", what, key.c_str(),
-                 text_of(reply).c_str());
+    LOG_TO(database.messages(), platform::log_error, "%s %s: the store answers: %s", what, key.c_str(),
+           text_of(reply).c_str());
     return refused;
 }
 
@@ -43,7 +43,7 @@ int32_t read_index(Database &database, const std::string &type, Snapshot &snapsh
     const redisReply *reply = answer.replies[0].get();
     if (reply->type != REDIS_REPLY_ARRAY || reply->elements != 2 ||
         reply->element[1]->type != REDIS_REPLY_ARRAY) {
-        return unexpected("index", index, reply);
+        return unexpected(database, "index", index, reply);
     }
     snapshot.cursor = text_of(reply->element[0]);
     snapshot.done = snapshot.cursor == "0";
@@ -57,47 +57,38 @@ int32_t read_index(Database &database, const std::string &type, Snapshot &snapsh
     return ok;
 }
 
-bool fields_of(const redisReply *reply, Fields &fields)
-{
-    if (reply->type != REDIS_REPLY_ARRAY) {
-        return false;
-    }
-    fields.reserve(reply->elements / 2);
-    for (size_t i = 0; i + 1 < reply->elements; i += 2) {
-        fields.emplace_back(view_of(reply->element[i]), view_of(reply->element[i + 1]));
-    }
-    return true;
-}
-
-// The content of a hash, without what belongs to the writing. False when the revision is no number.
-bool take_content(const redisReply *reply, StoredRecord &record)
+// The content of a hash. False when the revision is no number.
+bool read_content(const redisReply *reply, Stored &record)
 {
     record.fields.reserve(std::max(reply->elements / 2, writing_fields) - writing_fields);
+    bool is_sound = true;
     for (size_t i = 0; i + 1 < reply->elements; i += 2) {
-        if (!take_field(view_of(reply->element[i]), view_of(reply->element[i + 1]), record.fields,
-                        record.revision)) {
-            return false;
-        }
+        is_sound = add_field(view_of(reply->element[i]), view_of(reply->element[i + 1]), record) && is_sound;
     }
-    return true;
+    return is_sound;
 }
 
-void take_record(std::string &&key, const redisReply *reply, Snapshot &snapshot)
+void leave_out(const Database &database, std::string &&key, const std::string &why, Snapshot &snapshot)
+{
+    if (database.messages().go_to_log()) {
+        LOG_TO(database.messages(), platform::log_error, "record %s left out: %s", key.c_str(), why.c_str());
+    }
+    snapshot.left_out.push_back({std::move(key), why});
+}
+
+void read_member(const Database &database, std::string &&key, const redisReply *reply, Snapshot &snapshot)
 {
     if (reply->type != REDIS_REPLY_ARRAY) {
-        PLATFORM_LOG(platform::log_error, "record %s left out: %s", key.c_str(), text_of(reply).c_str());
         snapshot.present.insert(key);
-        snapshot.left_out.push_back(std::move(key));
+        leave_out(database, std::move(key), text_of(reply), snapshot);
         return;
     }
     if (reply->elements == 0 || !snapshot.present.insert(key).second) {
         return; // deleted since, or met already
     }
-    StoredRecord record{std::move(key), 0, {}};
-    if (!take_content(reply, record)) {
-        PLATFORM_LOG(platform::log_error, "record %s left out: its revision is no number",
-                     record.key.c_str());
-        snapshot.left_out.push_back(std::move(record.key));
+    StoredRecord record{{}, std::move(key)};
+    if (!read_content(reply, record)) {
+        leave_out(database, std::move(record.key), "its revision is no number", snapshot);
         return;
     }
     snapshot.records.push_back(std::move(record));
@@ -108,6 +99,7 @@ void take_record(std::string &&key, const redisReply *reply, Snapshot &snapshot)
 int32_t read_slice(Database &database, const std::string &type, Snapshot &snapshot)
 {
     snapshot.records.clear();
+    snapshot.left_out.clear();
     std::vector<std::string> keys;
     const int32_t error = read_index(database, type, snapshot, keys);
     if (error != ok || keys.empty()) {
@@ -120,7 +112,7 @@ int32_t read_slice(Database &database, const std::string &type, Snapshot &snapsh
     }
     const Answer answer = database.ask(commands, Purpose::read);
     for (size_t i = 0; i < answer.replies.size(); i++) {
-        take_record(std::move(commands[i].back()), answer.replies[i].get(), snapshot);
+        read_member(database, std::move(commands[i].back()), answer.replies[i].get(), snapshot);
     }
     return answer.error;
 }
@@ -152,31 +144,35 @@ int32_t read_revision(Database &database, const std::string &type, uint64_t &rev
     const redisReply *reply = answer.replies[0].get();
     revision = 0;
     if (reply->type != REDIS_REPLY_NIL && !parse_whole(text_of(reply), revision)) {
-        return unexpected("revision", key, reply);
+        return unexpected(database, "revision", key, reply);
     }
     database.learn(type, revision);
     return ok;
 }
 
-int32_t read_record(Database &database, const std::string &key, Fields &fields)
+int32_t read_record(Database &database, const std::string &key, Stored &record, bool &is_there)
 {
     const Answer answer = database.ask({{"HGETALL", key}}, Purpose::read);
     if (answer.error != ok) {
         return answer.error;
     }
-    if (!fields_of(answer.replies[0].get(), fields)) {
-        (void)unexpected("record", key, answer.replies[0].get());
-        return is_error(answer.replies[0].get(), "WRONGTYPE") ? bad_data : refused;
+    const redisReply *reply = answer.replies[0].get();
+    if (reply->type != REDIS_REPLY_ARRAY) {
+        (void)unexpected(database, "record", key, reply);
+        return is_error(reply, "WRONGTYPE") ? bad_data : refused;
     }
+    is_there = reply->elements != 0;
+    (void)read_content(reply, record);
     return ok;
 }
 
-MessagePtr decode_or_log(const ProtobufCMessageDescriptor &type, const std::string &key, const Fields &fields)
+MessagePtr decode(const Database &database, const ProtobufCMessageDescriptor &type, const std::string &key,
+                  const Fields &fields, std::string &why)
 {
-    std::string why;
     MessagePtr message = decode_record(type, key, fields, why);
-    if (message == nullptr) {
-        PLATFORM_LOG(platform::log_error, "record %s does not decode: %s", key.c_str(), why.c_str());
+    if (message == nullptr && database.messages().go_to_log()) {
+        LOG_TO(database.messages(), platform::log_error, "record %s does not decode: %s", key.c_str(),
+               why.c_str());
     }
     return message;
 }

@@ -11,6 +11,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "store/change.h"
 #include "store/codec/value.h"
 
 namespace vx_mom
@@ -18,22 +19,20 @@ namespace vx_mom
 
 class Database;
 
-struct StoredRecord {
+struct StoredRecord : Stored {
     std::string key;
-    uint64_t revision = 0; // of its content
-    Fields fields;         // without what belongs to the writing
 };
 
 // What was read up to now, and where to go on.
 struct Snapshot {
     std::vector<StoredRecord> records;       // of the last slice
     std::unordered_set<std::string> present; // keys of all records met, readable or not
-    std::vector<std::string> left_out;       // keys of what is no readable record
+    std::vector<store::LeftOut> left_out;    // of the last slice: what is no readable record
     std::string cursor = "0";
     bool done = false;
 };
 
-// Reads the next slice. What cannot be read as a record is logged and left out. Returns ok or an error.
+// Reads the next slice. Returns ok or an error.
 int32_t read_slice(Database &database, const std::string &type, Snapshot &snapshot);
 
 // Sorts records by the order of their last changes.
@@ -42,12 +41,12 @@ void sort_by_revision(std::vector<StoredRecord> &records);
 // Reads the revision of the type's last change; 0 before the first. Returns ok or an error.
 int32_t read_revision(Database &database, const std::string &type, uint64_t &revision);
 
-// Reads one record's hash; empty when there is none. Returns ok or an error.
-int32_t read_record(Database &database, const std::string &key, Fields &fields);
+// Reads one record's hash; `is_there`: whether there is one. Returns ok or an error.
+int32_t read_record(Database &database, const std::string &key, Stored &record, bool &is_there);
 
-// Decodes a record; when it does not decode, logs that with its key and returns null.
-MessagePtr decode_or_log(const ProtobufCMessageDescriptor &type, const std::string &key,
-                         const Fields &fields);
+// Decodes a record. When it does not decode, says why in `why` and in the log, and returns null.
+MessagePtr decode(const Database &database, const ProtobufCMessageDescriptor &type, const std::string &key,
+                  const Fields &fields, std::string &why);
 
 } // namespace vx_mom
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "log/platform_log.h"
+#include "loop/platform_context.h"
 #include "store/codec/key.h"
 #include "store/codec/names.h"
 #include "store/database.h"
@@ -28,17 +28,30 @@ bool is_same_content(const Fields &one, const Fields &other)
 
 } // namespace
 
-Subscription::Subscription(Database &database, const ProtobufCMessageDescriptor &type, Subscriber subscriber)
+Subscription::Subscription(Database &database, const ProtobufCMessageDescriptor &type)
     : database_(database), type_(type), name_(type.name), has_index_(key_field_count(type) != 0),
-      watched_(channel_prefix(database.number()) + name_ + (has_index_ ? ":*" : "")), subscriber_(subscriber)
+      watched_(channel_prefix(database.number()) + name_ + (has_index_ ? ":*" : ""))
 {
 }
 
-void Subscription::ask_again(Subscriber subscriber)
+void Subscription::ask(store::ChangeHandler handler)
 {
-    subscriber_ = subscriber;
+    handler_ = std::make_shared<const store::ChangeHandler>(std::move(handler));
+    times_asked_++;
     announce_ = true;
+    phase_ = Phase::asked;
     start_over(true);
+}
+
+void Subscription::cancel()
+{
+    start_over(true);
+    phase_ = Phase::cancelled;
+    handler_.reset();
+    queue_.clear();
+    known_.clear();
+    to_deliver_.clear();
+    to_sweep_.clear();
 }
 
 void Subscription::on_confirmed()
@@ -53,8 +66,8 @@ void Subscription::on_refused(const std::string &problem)
 {
     if (problem != told_refusal_) {
         told_refusal_ = problem;
-        PLATFORM_LOG(platform::log_error, "subscription to %s refused: %s", watched_.c_str(),
-                     problem.c_str());
+        LOG_TO(database_.messages(), platform::log_error, "subscription to %s refused: %s", watched_.c_str(),
+               problem.c_str());
     }
     phase_ = Phase::refused;
     checks_ = 0;
@@ -70,8 +83,8 @@ void Subscription::on_checked()
 
 void Subscription::on_message(std::string &&key, std::string &&payload)
 {
-    if (phase_ == Phase::refused) {
-        return; // trying again reads everything
+    if (phase_ == Phase::refused || phase_ == Phase::cancelled) {
+        return; // asking or trying again reads everything
     }
     queue_.push_back({std::move(key), std::move(payload)});
     if (phase_ == Phase::live) {
@@ -110,6 +123,7 @@ bool Subscription::advance()
         return stay_live();
     case Phase::confirming:
     case Phase::refused:
+    case Phase::cancelled:
         break;
     }
     return false;
@@ -118,8 +132,10 @@ bool Subscription::advance()
 void Subscription::start_over(bool everything)
 {
     round_++;
-    phase_ = Phase::asked;
     deliver_all_ = everything;
+    if (phase_ != Phase::cancelled) {
+        phase_ = Phase::asked;
+    }
 }
 
 bool Subscription::begin()
@@ -166,6 +182,12 @@ bool Subscription::read()
     }
     if (error != ok) {
         return fail(error);
+    }
+    for (const store::LeftOut &what : snapshot_.left_out) {
+        call_back({.command = VX_MOM_CMD_SET, .key = what.key, .error = bad_data, .reason = what.why});
+        if (round != round_) {
+            return false;
+        }
     }
     for (StoredRecord &record : snapshot_.records) {
         if (is_news(record)) {
@@ -225,12 +247,11 @@ bool Subscription::deliver()
     const uint64_t round = round_;
     for (size_t i = 0; i < records_per_turn && next_to_deliver_ < to_deliver_.size(); i++) {
         StoredRecord record = std::move(to_deliver_[next_to_deliver_++]);
-        const MessagePtr message = decode_or_log(type_, record.key, record.fields);
-        if (message == nullptr) {
-            continue;
+        const About about{record.key, record.revision, record.mark};
+        if (const MessagePtr message = decode_for(VX_MOM_CMD_SET, about, record.fields)) {
+            known_[record.key] = {record.revision, std::move(record.fields)};
+            call_back(VX_MOM_CMD_SET, about, message.get());
         }
-        known_[std::move(record.key)] = {record.revision, std::move(record.fields)};
-        call_back(VX_MOM_CMD_SET, message.get());
         if (round != round_) {
             return true;
         }
@@ -282,7 +303,7 @@ bool Subscription::settle()
     gone_.clear();
     if (announce_) {
         announce_ = false;
-        call_back(VX_MOM_CMD_SUBSCRIBED, nullptr);
+        call_back({.command = VX_MOM_CMD_SUBSCRIBED});
     }
     return true;
 }
@@ -334,7 +355,8 @@ bool Subscription::deliver_next()
     queue_.pop_front();
     if (!decoded) {
         // No function of ours writes such a thing. If a change was meant, its number will be missing.
-        PLATFORM_LOG(platform::log_error, "what was published as a change of %s is none", change.key.c_str());
+        LOG_TO(database_.messages(), platform::log_error, "what was published as a change of %s is none",
+               change.key.c_str());
         return true;
     }
     if (change.revision <= fence_ && phase_ == Phase::draining) {
@@ -356,16 +378,17 @@ bool Subscription::deliver_next()
 
 void Subscription::deliver_written(Change &&change)
 {
-    const MessagePtr message = decode_or_log(type_, change.key, change.fields);
+    const About about{change.key, change.revision};
     gone_.erase(change.key);
+    const MessagePtr message = decode_for(change.command, about, change.fields);
     if (message == nullptr) {
         return;
     }
     // Until command 29 a record that was not delivered yet is one that existed: delivered as a whole.
-    const auto [known, is_new] = known_.try_emplace(std::move(change.key));
+    const auto [known, is_new] = known_.try_emplace(change.key);
     known->second = {change.revision, std::move(change.fields)};
     const bool is_first = is_new && phase_ == Phase::draining;
-    call_back(is_first ? int32_t{VX_MOM_CMD_SET} : change.command, message.get());
+    call_back(is_first ? int32_t{VX_MOM_CMD_SET} : change.command, about, message.get());
 }
 
 void Subscription::deliver_deleted(Change &&change)
@@ -377,24 +400,31 @@ void Subscription::deliver_deleted(Change &&change)
     if (known != known_.end() && change.fields.empty()) {
         change.fields = known->second.fields;
     }
-    MessagePtr message = decode_or_log(type_, change.key, change.fields);
+    const uint64_t round = round_;
+    const About about{change.key, change.revision};
+    MessagePtr message = decode_for(VX_MOM_CMD_DELETED, about, change.fields);
+    if (round != round_) {
+        return;
+    }
     // Somebody spoilt the record past the client. The user has it as it was and must be told that it is gone.
     if (message == nullptr && known != known_.end()) {
-        message = decode_or_log(type_, change.key, known->second.fields);
+        message = decode_for(VX_MOM_CMD_DELETED, about, known->second.fields);
+        if (round != round_) {
+            return;
+        }
     }
     // Until command 29 a record that was not delivered yet is one that existed at the fence: nothing has
     // changed it since, so it is delivered as it then was, and its deletion after that.
     if (message != nullptr && phase_ == Phase::draining && known == known_.end()) {
-        const uint64_t round = round_;
         known_[change.key] = {change.revision, change.fields};
-        call_back(VX_MOM_CMD_SET, message.get());
+        call_back(VX_MOM_CMD_SET, {change.key}, message.get());
         if (round != round_) {
             return; // starting over tells of the deletion
         }
     }
     known_.erase(change.key);
     if (message != nullptr) {
-        call_back(VX_MOM_CMD_DELETED, message.get());
+        call_back(VX_MOM_CMD_DELETED, about, message.get());
     }
 }
 
@@ -407,8 +437,8 @@ void Subscription::report_gone(const std::string &key)
     const Fields fields = std::move(known->second.fields);
     known_.erase(known);
     gone_.insert(key);
-    if (const MessagePtr message = decode_or_log(type_, key, fields)) {
-        call_back(VX_MOM_CMD_DELETED, message.get());
+    if (const MessagePtr message = decode_for(VX_MOM_CMD_DELETED, {key}, fields)) {
+        call_back(VX_MOM_CMD_DELETED, {key}, message.get());
     }
 }
 
@@ -426,7 +456,8 @@ bool Subscription::fail(int32_t error)
 
 bool Subscription::resynchronise(const char *why)
 {
-    PLATFORM_LOG(platform::log_warn, "subscription to %s: %s, starting over", watched_.c_str(), why);
+    LOG_TO(database_.messages(), platform::log_warn, "subscription to %s: %s, starting over",
+           watched_.c_str(), why);
     const uint64_t round = round_;
     if (database_.confirm_data_set() && round == round_) {
         start_over(deliver_all_);
@@ -434,17 +465,41 @@ bool Subscription::resynchronise(const char *why)
     return true;
 }
 
-void Subscription::call_back(int32_t command, ProtobufCMessage *record)
+// Decodes a record for a notification; when that fails, notifies of that and returns null.
+MessagePtr Subscription::decode_for(int32_t command, const About &about, const Fields &fields)
 {
-    vx_mom_pmsg_t notification{};
-    vx_mom_result_t result{ok, record};
-    notification.cmd = command;
-    if (command == VX_MOM_CMD_DELETED) {
-        notification.record = record;
-    } else if (record != nullptr) {
-        notification.result = &result;
+    std::string why;
+    MessagePtr message = decode(database_, type_, about.key, fields, why);
+    if (message == nullptr) {
+        call_back({.command = command,
+                   .key = about.key,
+                   .revision = about.revision,
+                   .mark = about.mark,
+                   .error = bad_data,
+                   .reason = why});
     }
-    (void)subscriber_.callback(subscriber_.arg, &notification);
+    return message;
+}
+
+void Subscription::call_back(int32_t command, const About &about, const ProtobufCMessage *record)
+{
+    call_back({.command = command,
+               .record = record,
+               .key = about.key,
+               .revision = about.revision,
+               .mark = about.mark});
+}
+
+void Subscription::call_back(const store::Change &news)
+{
+    store::Change change = news;
+    change.database = database_.number();
+    change.type = &type_;
+    change.existing = phase_ != Phase::live;
+    const auto handler = handler_; // kept: it may ask for another one
+    if (handler != nullptr) {
+        platform::call_handler(database_.context(), [&] { (*handler)(change); });
+    }
 }
 
 } // namespace vx_mom

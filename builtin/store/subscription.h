@@ -14,37 +14,44 @@
 
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "store/change.h"
 #include "store/codec/payload.h"
 #include "store/snapshot.h"
-#include "vx_mom.h"
 
 namespace vx_mom
 {
 
-struct Subscriber {
-    vx_mom_pmsg_f callback = nullptr;
-    void *arg = nullptr;
-};
-
 class Subscription
 {
 public:
-    Subscription(Database &database, const ProtobufCMessageDescriptor &type, Subscriber subscriber);
+    // Does nothing before ask().
+    Subscription(Database &database, const ProtobufCMessageDescriptor &type);
 
     const ProtobufCMessageDescriptor &type() const { return type_; }
     // The channel, or the pattern of channels, on which its changes come.
     const std::string &watched() const { return watched_; }
     // Whether it is in place or was refused, so that the next one in the queue may begin.
-    bool is_settled() const { return phase_ == Phase::live || phase_ == Phase::refused; }
+    bool is_settled() const
+    {
+        return phase_ == Phase::live || phase_ == Phase::refused || phase_ == Phase::cancelled;
+    }
     bool awaits_confirmation() const { return phase_ == Phase::confirming; }
 
-    // Starts over for another subscriber: all records as written, then command 29.
-    void ask_again(Subscriber subscriber);
+    // Starts over for this subscriber: all records as written, then command 29.
+    void ask(store::ChangeHandler handler);
+    // How often it was asked: whose handle is older has no say any more.
+    uint64_t times_asked() const { return times_asked_; }
+    // Delivers nothing any more until it is asked again. The channel stays subscribed: taking that back would
+    // have to wait for the server's word before it may be asked for again, and whoever cancels is about to
+    // end.
+    void cancel();
     void on_confirmed();
     void on_refused(const std::string &problem);
     // Some time has passed: what was refused is tried again now and then.
@@ -59,7 +66,18 @@ public:
     bool advance();
 
 private:
-    enum class Phase { asked, confirming, confirmed, reading, sweeping, delivering, draining, live, refused };
+    enum class Phase {
+        asked,
+        confirming,
+        confirmed,
+        reading,
+        sweeping,
+        delivering,
+        draining,
+        live,
+        refused,
+        cancelled
+    };
 
     struct Arrived {
         std::string key;
@@ -70,6 +88,13 @@ private:
     struct Known {
         uint64_t revision = 0;
         Fields fields;
+    };
+
+    // Which change of which record a notification is about.
+    struct About {
+        const std::string &key;
+        uint64_t revision = 0;
+        std::string_view mark{};
     };
 
     void start_over(bool everything);
@@ -90,7 +115,9 @@ private:
     bool settle();
     bool fail(int32_t error);
     bool resynchronise(const char *why);
-    void call_back(int32_t command, ProtobufCMessage *record);
+    MessagePtr decode_for(int32_t command, const About &about, const Fields &fields);
+    void call_back(int32_t command, const About &about, const ProtobufCMessage *record);
+    void call_back(const store::Change &change);
     void report_gone(const std::string &key);
 
     Database &database_;
@@ -98,8 +125,9 @@ private:
     std::string name_;
     bool has_index_;
     std::string watched_;
-    Subscriber subscriber_;
-    Phase phase_ = Phase::asked;
+    std::shared_ptr<const store::ChangeHandler> handler_;
+    uint64_t times_asked_ = 0;
+    Phase phase_ = Phase::cancelled;
     uint64_t round_ = 0;      // grows whenever it starts over: a callback may have made it do so
     bool subscribed_ = false; // the channel is confirmed on the present connection
     bool deliver_all_ = true; // or only what differs from what is known

@@ -1,42 +1,140 @@
-// The C surface of the store client: checks arguments, finds the database, and lets no exception out.
+// The C surface of the store client, for the daemon: checks arguments, makes C callbacks of handlers, and
+// lets no exception out.
 #include "vx_mom.h"
 
+#include <deque>
 #include <exception>
+#include <map>
 #include <memory>
 #include <new>
+#include <utility>
+#include <vector>
 
 #include "log/platform_log.h"
+#include "loop/platform_context.h"
 #include "store/client.h"
-#include "store/full_scan.h"
-#include "store/operations.h"
-#include "store/silence.h"
+#include "store/connection/errors.h"
 
 namespace
 {
 
-using vx_mom::Client;
-using vx_mom::Database;
+using store::Change;
+using store::Client;
+using store::ConnectionEvent;
 
 // What the result that we give out really is.
 struct Found : vx_mom_result_t {
     Found() : vx_mom_result_t{vx_mom::invalid, nullptr} {}
-    vx_mom::MessagePtr owned;
+    store::MessagePtr owned;
 };
 
-// Runs `work(client, database)`; its result, or the error for what prevented it.
-template <typename Work>
-int32_t with_database(vx_global_t *global, int32_t db, const Work &work) noexcept
+struct Callback {
+    vx_mom_pmsg_f function;
+    void *arg;
+};
+
+struct Connect {
+    vx_mom_connect_f function;
+    void *arg;
+};
+
+// Who is called back about the connection of a database.
+struct Callbacks {
+    std::deque<Connect> connects; // in the order asked
+    vx_mom_disconnect_f disconnect = nullptr;
+    vx_mom_reconnect_f reconnect = nullptr;
+};
+
+// The client of a context, and its callbacks.
+struct Surface {
+    explicit Surface(vx_global_t *context) : global(context), client(context) {}
+
+    vx_global_t *global;
+    std::map<int32_t, Callbacks> callbacks; // before the client, which calls them
+    Client client;
+    std::map<std::pair<int32_t, const ProtobufCMessageDescriptor *>, store::Subscription> subscriptions;
+};
+
+void tell(Surface &surface, const ConnectionEvent &event)
 {
+    constexpr int32_t other_data = 1;
+    constexpr int32_t same_data = 2;
+    Callbacks &callbacks = surface.callbacks[event.database];
+    switch (event.kind) {
+    case ConnectionEvent::Kind::connected:
+        if (!callbacks.connects.empty()) {
+            const Connect connect = callbacks.connects.front();
+            callbacks.connects.pop_front();
+            if (connect.function != nullptr) {
+                (void)connect.function(surface.global, connect.arg);
+            }
+        }
+        break;
+    case ConnectionEvent::Kind::lost:
+        if (callbacks.disconnect != nullptr) {
+            (void)callbacks.disconnect(surface.global, event.database);
+        }
+        break;
+    case ConnectionEvent::Kind::returned:
+        if (callbacks.reconnect != nullptr) {
+            (void)callbacks.reconnect(surface.global, event.database,
+                                      event.same_data ? same_data : other_data);
+        }
+        break;
+    }
+}
+
+// What does not decode is delivered as nothing: the log has it.
+void deliver(const Change &change, const Callback &callback)
+{
+    if (change.error != 0) {
+        return;
+    }
+    auto *record = const_cast<ProtobufCMessage *>(change.record); // the callback may, and should not, write
+    vx_mom_result_t result{vx_mom::ok, record};
+    vx_mom_pmsg_t notification{};
+    notification.cmd = change.command;
+    if (change.command == VX_MOM_CMD_DELETED) {
+        notification.record = record;
+    } else if (record != nullptr) {
+        notification.result = &result;
+    }
+    (void)callback.function(callback.arg, &notification);
+}
+
+// Runs `work(surface)`; its result, or the error for what prevented it.
+template <typename Work>
+int32_t with_surface(vx_global_t *global, const Work &work) noexcept
+{
+    if (global == nullptr) {
+        return vx_mom::invalid;
+    }
     try {
-        Client *client = Client::of(global);
-        Database *database = client == nullptr ? nullptr : client->database(db);
-        return database == nullptr ? int32_t{vx_mom::invalid} : work(*client, *database);
+        std::shared_ptr<void> &slot = platform::slot_of(global, platform::Slot::store_client);
+        if (slot == nullptr) {
+            slot = std::make_shared<Surface>(global);
+        }
+        return work(*static_cast<Surface *>(slot.get()));
     } catch (const std::bad_alloc &) {
         return vx_mom::no_memory;
     } catch (const std::exception &failure) {
         PLATFORM_LOG(platform::log_error, "store client: %s", failure.what());
         return vx_mom::internal_failure;
     }
+}
+
+// Sets a callback about a database's connection.
+template <typename Set>
+int32_t set_callback(vx_global_t *global, int32_t db, const Set &set)
+{
+    return with_surface(global, [&](Surface &surface) {
+        const auto handler = [&surface](const ConnectionEvent &event) { tell(surface, event); };
+        const int32_t code = surface.client.on_connection(db, handler).code;
+        if (code == vx_mom::ok) {
+            set(surface.callbacks[db]);
+        }
+        return code;
+    });
 }
 
 int32_t complete(int32_t result, vx_mom_done_f done, void *arg)
@@ -52,41 +150,36 @@ int32_t set_record(vx_global_t *global, int32_t db, const ProtobufCMessage *reco
     if (record == nullptr) {
         return vx_mom::invalid;
     }
-    return with_database(global, db,
-                         [&](Client &, Database &database) { return vx_mom::set(database, *record); });
+    return with_surface(global, [&](Surface &surface) { return surface.client.set(db, *record).code; });
 }
 
 } // namespace
 
 int32_t vx_mom_client_connect_sync(vx_global_t *global, int32_t db)
 {
-    return with_database(global, db, [](Client &, Database &database) { return database.connect(); });
+    return with_surface(global, [&](Surface &surface) { return surface.client.connect(db).code; });
 }
 
 int32_t vx_mom_client_connect(vx_global_t *global, int32_t db, vx_mom_connect_f callback, void *arg)
 {
-    return with_database(global, db, [&](Client &client, Database &database) {
-        client.call_when_connected(database, callback, arg);
-        return int32_t{vx_mom::ok};
+    const int32_t code = set_callback(global, db, [&](Callbacks &callbacks) {
+        callbacks.connects.push_back({callback, arg});
     });
+    return code != vx_mom::ok
+               ? code
+               : with_surface(global, [&](Surface &surface) { return surface.client.open(db).code; });
 }
 
 int32_t vx_mom_client_set_disconnect_cb(vx_global_t *global, int32_t db, vx_mom_disconnect_f callback,
                                         void * /*arg*/)
 {
-    return with_database(global, db, [&](Client &, Database &database) {
-        database.on_disconnect(callback);
-        return int32_t{vx_mom::ok};
-    });
+    return set_callback(global, db, [&](Callbacks &callbacks) { callbacks.disconnect = callback; });
 }
 
 int32_t vx_mom_client_set_reconnect_cb(vx_global_t *global, int32_t db, vx_mom_reconnect_f callback,
                                        void * /*arg*/)
 {
-    return with_database(global, db, [&](Client &, Database &database) {
-        database.on_reconnect(callback);
-        return int32_t{vx_mom::ok};
-    });
+    return set_callback(global, db, [&](Callbacks &callbacks) { callbacks.reconnect = callback; });
 }
 
 int32_t vx_mom_subscribe(vx_global_t *global, int32_t db, const ProtobufCMessage *pattern, int32_t flags,
@@ -95,9 +188,14 @@ int32_t vx_mom_subscribe(vx_global_t *global, int32_t db, const ProtobufCMessage
     if (pattern == nullptr || callback == nullptr || flags != 0) {
         return vx_mom::invalid;
     }
-    return with_database(global, db, [&](Client &, Database &database) {
-        database.subscribe(*pattern->descriptor, {callback, arg});
-        return int32_t{vx_mom::ok};
+    return with_surface(global, [&](Surface &surface) {
+        const Callback wanted{callback, arg};
+        auto result = surface.client.subscribe(db, *pattern->descriptor,
+                                               [wanted](const Change &change) { deliver(change, wanted); });
+        if (result) {
+            surface.subscriptions[{db, pattern->descriptor}] = std::move(result.value);
+        }
+        return result.code;
     });
 }
 
@@ -107,28 +205,15 @@ int32_t vx_mom_scan_sync(vx_global_t *global, int32_t db, const ProtobufCMessage
     if (pattern == nullptr || callback == nullptr || flags != 0) {
         return vx_mom::invalid;
     }
-    std::vector<std::string> left_out;
-    return vx_mom::full_scan(global, db, pattern, callback, arg, left_out);
-}
-
-int32_t vx_mom::full_scan(vx_global_t *global, int32_t db, const ProtobufCMessage *pattern,
-                          vx_mom_pmsg_f callback, void *arg, std::vector<std::string> &left_out) noexcept
-{
-    return with_database(global, db, [&](Client &, Database &database) {
-        return scan(database, *pattern->descriptor, {callback, arg}, left_out);
+    return with_surface(global, [&](Surface &surface) {
+        const auto each = [&](store::Record &&record) {
+            vx_mom_pmsg_t notification{};
+            notification.cmd = VX_MOM_CMD_SCANNED;
+            notification.record = record.message.get();
+            (void)callback(arg, &notification);
+        };
+        return surface.client.scan(db, *pattern->descriptor, each).code;
     });
-}
-
-std::optional<std::chrono::milliseconds> vx_mom::silent_for(vx_global_t *global, int32_t db) noexcept
-{
-    std::optional<Clock::time_point> heard;
-    (void)with_database(global, db, [&](Client &, const Database &database) {
-        heard = database.heard_at();
-        return int32_t{ok};
-    });
-    using std::chrono::milliseconds;
-    return heard ? std::optional(std::chrono::duration_cast<milliseconds>(Clock::now() - *heard))
-                 : std::nullopt;
 }
 
 int32_t vx_mom_set(vx_global_t *global, int32_t db, const ProtobufCMessage *record, vx_mom_done_f done,
@@ -148,8 +233,8 @@ int32_t vx_mom_hmset(vx_global_t *global, int32_t db, const ProtobufCMessage *re
     if (record == nullptr || fields == nullptr || count <= 0) {
         return complete(vx_mom::invalid, done, arg);
     }
-    const int32_t result = with_database(global, db, [&](Client &, Database &database) {
-        return vx_mom::hmset(database, *record, fields, count);
+    const int32_t result = with_surface(global, [&](Surface &surface) {
+        return surface.client.set_fields(db, *record, {fields, static_cast<size_t>(count)}).code;
     });
     return complete(result, done, arg);
 }
@@ -160,8 +245,8 @@ int32_t vx_mom_del(vx_global_t *global, int32_t db, const ProtobufCMessage *reco
     if (record == nullptr) {
         return complete(vx_mom::invalid, done, arg);
     }
-    const int32_t result = with_database(
-        global, db, [&](Client &, Database &database) { return vx_mom::del(database, *record); });
+    const int32_t result =
+        with_surface(global, [&](Surface &surface) { return surface.client.erase(db, *record).code; });
     return complete(result, done, arg);
 }
 
@@ -171,8 +256,8 @@ int32_t vx_mom_pdel(vx_global_t *global, int32_t db, const ProtobufCMessage *rec
     if (record == nullptr || key_count < 0) {
         return complete(vx_mom::invalid, done, arg);
     }
-    const int32_t result = with_database(
-        global, db, [&](Client &, Database &database) { return vx_mom::pdel(database, *record, key_count); });
+    const int32_t result = with_surface(
+        global, [&](Surface &surface) { return surface.client.erase_matching(db, *record, key_count).code; });
     return complete(result, done, arg);
 }
 
@@ -181,8 +266,10 @@ int32_t vx_mom_exists_sync(vx_global_t *global, int32_t db, const ProtobufCMessa
     if (record == nullptr) {
         return vx_mom::invalid;
     }
-    return with_database(global, db,
-                         [&](Client &, Database &database) { return vx_mom::exists(database, *record); });
+    return with_surface(global, [&](Surface &surface) {
+        const auto result = surface.client.exists(db, *record);
+        return result ? int32_t{result.value} : result.code;
+    });
 }
 
 vx_mom_result_t *vx_mom_hgetall_sync(vx_global_t *global, int32_t db, const ProtobufCMessage *record)
@@ -191,8 +278,12 @@ vx_mom_result_t *vx_mom_hgetall_sync(vx_global_t *global, int32_t db, const Prot
     if (result == nullptr || record == nullptr) {
         return result;
     }
-    result->error_code = with_database(global, db, [&](Client &, Database &database) {
-        return vx_mom::hgetall(database, *record, result->owned);
+    result->error_code = with_surface(global, [&](Surface &surface) {
+        auto found = surface.client.read(db, *record);
+        if (found && found.value) {
+            result->owned = std::move(found.value->message);
+        }
+        return found.code;
     });
     result->record = result->owned.get();
     return result;

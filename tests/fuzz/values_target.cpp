@@ -113,19 +113,22 @@ void check_record(const Type &type, const std::string &key, const Fields &stored
             "a record is stored the same again");
 }
 
-void check_taking(const Fields &fields)
+void check_adding(const Fields &fields)
 {
-    Fields taken;
+    vx_mom::Stored record;
     for (const auto &[name, value] : fields) {
         const bool is_content = name != vx_mom::revision_field && name != vx_mom::writer_field;
-        uint64_t revision = 7;
-        const size_t before = taken.size();
-        const bool good = vx_mom::take_field(name, value, taken, revision);
+        record.revision = 7;
+        const size_t before = record.fields.size();
+        const bool good = vx_mom::add_field(name, value, record);
         require(good || name == vx_mom::revision_field, "only a revision can be wrong", name);
-        require(taken.size() == before + (is_content ? 1 : 0), "what belongs to the writing is no content",
+        require(record.fields.size() == before + (is_content ? 1 : 0),
+                "what belongs to the writing is no content", name);
+        require(!is_content || record.fields.back() == std::pair(name, value), "content is kept as it is",
                 name);
-        require(!is_content || taken.back() == std::pair(name, value), "content is kept as it is", name);
-        require(name == vx_mom::revision_field || revision == 7, "nothing else tells a revision", name);
+        require(name == vx_mom::revision_field || record.revision == 7, "nothing else tells a revision",
+                name);
+        require(name != vx_mom::writer_field || record.mark == value, "the mark is kept as it is", name);
     }
 }
 
@@ -139,7 +142,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         return 0;
     }
     const Fields fields = fields_in(lines);
-    check_taking(fields);
+    check_adding(fields);
 
     std::string why;
     const MessagePtr record = vx_mom::decode_record(*type, lines.front(), fields, why);

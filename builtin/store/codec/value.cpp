@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <new>
+#include <memory>
 
 #include "store/codec/key.h"
 #include "store/codec/scalar.h"
@@ -151,16 +151,6 @@ size_t room_for(std::string_view key, const Fields &fields)
 
 } // namespace
 
-// No exception may reach protobuf-c, which is C; it takes null for a lack of memory.
-void *MessageMemory::give(void *self, size_t size) noexcept
-{
-    try {
-        return static_cast<MessageMemory *>(self)->pieces_.allocate(size);
-    } catch (const std::bad_alloc &) {
-        return nullptr;
-    }
-}
-
 bool encode_record(const ProtobufCMessage &record, Content &content)
 {
     bool known = false;
@@ -216,23 +206,25 @@ MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_vie
             return nullptr;
         }
     }
-    auto memory = std::make_unique_for_overwrite<MessageMemory>();
+    auto memory = std::make_unique_for_overwrite<store::MessageMemory>();
     ProtobufCMessage *made = protobuf_c_message_unpack(&type, &memory->allocator(), wire.size(),
                                                        reinterpret_cast<const uint8_t *>(wire.data()));
-    MessagePtr message(made, FreeMessage{std::move(memory)});
+    MessagePtr message(made, store::FreeMessage{std::move(memory)});
     if (message == nullptr) {
         why = "a sub-message is cut short or malformed";
     }
     return message;
 }
 
-bool take_field(std::string_view name, std::string_view value, Fields &fields, uint64_t &revision)
+bool add_field(std::string_view name, std::string_view value, Stored &record)
 {
     if (name == revision_field) {
-        return parse_revision(value, revision);
+        return parse_revision(value, record.revision);
     }
-    if (name != writer_field) {
-        fields.emplace_back(name, value);
+    if (name == writer_field) {
+        record.mark = value;
+    } else {
+        record.fields.emplace_back(name, value);
     }
     return true;
 }

@@ -10,15 +10,14 @@
 
 #include <protobuf-c/protobuf-c.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <memory_resource>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "store/codec/message.h"
 
 namespace vx_mom
 {
@@ -31,40 +30,7 @@ inline constexpr std::string_view revision_field = "rev";
 inline constexpr std::string_view writer_field = "by";
 inline constexpr size_t writing_fields = 2;
 
-// What a decoded record lies in, all of it in one piece where it is small: protobuf-c would allocate six, and
-// look through the whole record to free them.
-class MessageMemory
-{
-public:
-    MessageMemory() = default;
-    MessageMemory(const MessageMemory &) = delete;
-    MessageMemory &operator=(const MessageMemory &) = delete;
-    ~MessageMemory() = default;
-
-    ProtobufCAllocator &allocator() { return allocator_; }
-
-private:
-    static void *give(void *self, size_t size) noexcept;
-    static void take_back(void * /*self*/, void * /*piece*/) {} // all at once, in the end
-
-    static constexpr size_t first_piece = 512; // most records fit
-
-    alignas(std::max_align_t) std::array<std::byte, first_piece> first_;
-    std::pmr::monotonic_buffer_resource pieces_{first_.data(), first_.size()};
-    ProtobufCAllocator allocator_{give, take_back, this};
-};
-
-// Frees a message with its memory, or one that protobuf-c has allocated.
-struct FreeMessage {
-    void operator()(ProtobufCMessage *message) const
-    {
-        if (memory == nullptr) {
-            protobuf_c_message_free_unpacked(message, nullptr);
-        }
-    }
-    std::unique_ptr<MessageMemory> memory;
-};
-using MessagePtr = std::unique_ptr<ProtobufCMessage, FreeMessage>;
+using store::MessagePtr;
 
 // What a write stores and what it removes.
 struct Content {
@@ -85,9 +51,15 @@ bool encode_fields(const ProtobufCMessage &record, const int32_t *numbers, int32
 MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_view key, const Fields &fields,
                          std::string &why);
 
-// Takes one field of a record's hash as it was read: keeps it in `fields`, or, when it belongs to the
-// writing, takes the revision from it. Returns false when that is no number.
-bool take_field(std::string_view name, std::string_view value, Fields &fields, uint64_t &revision);
+// A record's content as it is stored, and what belongs to the writing.
+struct Stored {
+    uint64_t revision = 0; // of its last change
+    std::string mark;      // who made that, and why; see store/origin.h
+    Fields fields;
+};
+
+// Adds one field of a record's hash as it was read. Returns false when it is a revision that is no number.
+bool add_field(std::string_view name, std::string_view value, Stored &record);
 
 // A revision as text; false when it is none.
 bool parse_revision(std::string_view text, uint64_t &revision);

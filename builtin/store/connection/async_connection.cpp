@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <exception>
 
-#include "log/platform_log.h"
 #include "store/codec/names.h"
 #include "store/connection/server_info.h"
 
@@ -37,9 +36,11 @@ bool is_kind(const redisReply &reply, const char *kind, size_t elements)
 } // namespace
 
 AsyncConnection::AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
-                                 milliseconds handshake_limit, AsyncObserver &observer)
+                                 milliseconds handshake_limit, AsyncObserver &observer,
+                                 platform::Messages &messages)
     : base_(base), visitor_(visitor), database_(database), handshake_limit_(handshake_limit),
-      observer_(observer), pause_(first_pause), timer_(event_new(base, -1, 0, timer_cb, this))
+      observer_(observer), messages_(messages), pause_(first_pause),
+      timer_(event_new(base, -1, 0, timer_cb, this))
 {
 }
 
@@ -89,7 +90,7 @@ void AsyncConnection::guarded(const Work &work) noexcept
     try {
         work();
     } catch (const std::exception &failure) {
-        PLATFORM_LOG(platform::log_error, "store connection: %s", failure.what());
+        LOG_TO(messages_, platform::log_error, "store connection: %s", failure.what());
     }
 }
 

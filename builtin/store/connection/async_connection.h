@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "log/messages.h"
 #include "loop/libevent_handles.h"
 #include "store/connection/endpoint.h"
 #include "store/connection/sentinel.h"
@@ -53,7 +54,8 @@ class AsyncConnection
 {
 public:
     AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
-                    std::chrono::milliseconds handshake_limit, AsyncObserver &observer);
+                    std::chrono::milliseconds handshake_limit, AsyncObserver &observer,
+                    platform::Messages &messages);
 
     // Connects from the loop, and again whenever the connection is lost. Does nothing when already begun.
     void begin();
@@ -92,6 +94,7 @@ private:
     int32_t database_;
     std::chrono::milliseconds handshake_limit_;
     AsyncObserver &observer_;
+    platform::Messages &messages_;
     State state_ = State::idle;
     std::chrono::milliseconds pause_;
     std::chrono::steady_clock::time_point up_since_;

@@ -21,18 +21,25 @@ constexpr int64_t default_replica_limit_ms = 100;
 
 } // namespace
 
-std::optional<StorePlace> configured_place(std::string &why)
+std::optional<StorePlace> place_of(const std::string &endpoint, const std::string &credential_file,
+                                   std::string &why)
 {
-    const auto endpoint = parse_endpoint(platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379"), why);
-    if (!endpoint) {
+    const auto place = parse_endpoint(endpoint, why);
+    if (!place) {
         return std::nullopt;
     }
-    const auto credentials = read_credentials(platform::setting("VX_MOM_AUTH_FILE", ""), why);
+    const auto credentials = read_credentials(credential_file, why);
     if (!credentials) {
         why = "VX_MOM_AUTH_FILE: " + why;
         return std::nullopt;
     }
-    return StorePlace{*endpoint, *credentials};
+    return StorePlace{*place, *credentials};
+}
+
+std::optional<StorePlace> configured_place(std::string &why)
+{
+    return place_of(platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379"),
+                    platform::setting("VX_MOM_AUTH_FILE", ""), why);
 }
 
 std::chrono::milliseconds configured_deadline()

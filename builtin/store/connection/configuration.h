@@ -19,8 +19,12 @@ struct StorePlace {
     Credentials credentials;
 };
 
-// Reads VX_MOM_ENDPOINT and the file that VX_MOM_AUTH_FILE names. Returns nothing, and says in `why` what is
-// wrong and what would be right, when one of them is of no use.
+// Reads an endpoint and a file of credentials (an empty path: none). Returns nothing, and says in `why` what
+// is wrong and what would be right, when one of them is of no use.
+std::optional<StorePlace> place_of(const std::string &endpoint, const std::string &credential_file,
+                                   std::string &why);
+
+// Reads VX_MOM_ENDPOINT and the file that VX_MOM_AUTH_FILE names; as above.
 std::optional<StorePlace> configured_place(std::string &why);
 
 // Reads VX_MOM_DEADLINE_MS; a value that is none is reported and the default is used.

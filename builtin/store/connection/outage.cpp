@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include "log/platform_log.h"
-
 namespace vx_mom
 {
 
@@ -26,7 +24,7 @@ void Outage::begin(Clock::time_point when, const std::string &problem)
     if (!lasting_) {
         lasting_ = true;
         since_ = when;
-        PLATFORM_LOG(platform::log_warn, "store lost: %s", problem.c_str());
+        LOG_TO(messages_, platform::log_warn, "store lost: %s", problem.c_str());
     }
 }
 
@@ -34,7 +32,7 @@ void Outage::end()
 {
     if (lasting_) {
         lasting_ = false;
-        PLATFORM_LOG(platform::log_notice, "store answers again");
+        LOG_TO(messages_, platform::log_notice, "store answers again");
     }
 }
 

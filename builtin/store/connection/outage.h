@@ -8,6 +8,8 @@
 #include <chrono>
 #include <string>
 
+#include "log/messages.h"
+
 namespace vx_mom
 {
 
@@ -16,7 +18,11 @@ using Clock = std::chrono::steady_clock;
 class Outage
 {
 public:
-    explicit Outage(std::chrono::milliseconds budget) : budget_(budget) {}
+    // messages  outlives the object.
+    Outage(std::chrono::milliseconds budget, platform::Messages &messages)
+        : budget_(budget), messages_(messages)
+    {
+    }
 
     std::chrono::milliseconds budget() const { return budget_; }
     // Whether the budget is used up: a call gets one short attempt then, and is not repeated.
@@ -30,6 +36,7 @@ public:
 
 private:
     std::chrono::milliseconds budget_;
+    platform::Messages &messages_;
     bool lasting_ = false;
     Clock::time_point since_;
 };

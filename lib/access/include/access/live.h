@@ -7,10 +7,10 @@
 
 #include <chrono>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <list>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "access/store.h"
@@ -32,7 +32,6 @@ struct Change {
     const ProtobufCMessage *message = nullptr; // the same record, for admission::feed; dies with the handler
 };
 
-// There is one at a time: the platform tells of a loss without saying to whom.
 class Live
 {
 public:
@@ -78,44 +77,29 @@ public:
 
     // Ends run() when the callback that calls it has returned.
     void stop();
-    [[nodiscard]] bool is_stopping() const { return stopping_; }
+    [[nodiscard]] bool is_stopping() const { return store_.loop().is_stopping(); }
 
 private:
     struct Subscription {
-        Live *owner;
         const RecordType *type;
         int32_t db;
         Handler handler;
-        bool in_place = false;
+        store::Subscription handle{};
     };
-    struct Delay {
-        Live *owner;
-        std::function<void()> tick;
-        std::list<Delay>::iterator place;
-        vx_thread_t *timer = nullptr;
-    };
-
-    static int32_t on_connected(void *first, void *second);
-    static int32_t on_lost(void *first, int32_t db);
-    static int32_t on_return(void *first, int32_t db, int32_t change);
-    static int32_t on_message(void *arg, vx_mom_pmsg_t *pmsg);
-    static int32_t on_timer(vx_thread_t *timer);
 
     void connect(int32_t db, Absent absent);
+    void take_event(const store::ConnectionEvent &event);
     void tell_outage(const Outage &outage);
     void subscribe_all(int32_t db);
-    void deliver(Subscription &subscription, const vx_mom_pmsg_t &pmsg);
-    void guard(const std::function<void()> &action) noexcept;
+    void deliver(const Subscription &subscription, const store::Change &news);
 
     const Output &output_;
     Store &store_;
-    std::list<Subscription> subscriptions_; // addresses are held by the platform
-    std::list<Delay> delays_;
+    std::list<Subscription> subscriptions_;
+    std::list<platform::Timer> delays_;
     std::set<int32_t> databases_;
     std::function<void(const Outage &)> outage_;
     Told outages_ = Told::with_message;
-    std::exception_ptr failure_;
-    bool stopping_ = false;
 };
 
 } // namespace cg

@@ -1,25 +1,21 @@
 // The store, as the verbs use it: records as JSON, failures as exceptions.
 //
-// One object stands for the one platform context of the process. Connections are made when a database is
-// first needed, so that a verb that touches one database does not depend on the others.
-//
-// What the platform logs during a call that fails is the reason for that; everything else it logs is a
-// notice. Its own log was rejected: that form is for a daemon, and a program that reads our errors wants
-// JSON.
+// Connections are made when a database is first needed, so that a verb that touches one database does not
+// depend on the others. What the client says besides the reasons of failures is a notice: its log is for a
+// daemon, and a program that reads our errors wants JSON.
 #ifndef ACCESS_STORE_H
 #define ACCESS_STORE_H
 
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "loop/loop.h"
 #include "records/record_text.h"
 #include "records/record_types.h"
-#include "vx_thread.h"
+#include "store/client.h"
 
 namespace cg
 {
@@ -29,11 +25,12 @@ struct Output;
 class Store
 {
 public:
-    // Checks the settings and creates the platform's context. Throws Failure. The output outlives this.
+    // Checks the settings and makes the loop and the client. Throws Failure. The output outlives this.
     explicit Store(const Output &output);
 
-    // For what is asynchronous. Lives as long as this object.
-    [[nodiscard]] vx_global_t *context() const { return context_.get(); }
+    // For what is asynchronous. Both live as long as this object.
+    [[nodiscard]] platform::Loop &loop() { return *loop_; }
+    [[nodiscard]] store::Client &client() { return *client_; }
 
     // Connects to a database and waits for it. Throws Failure when the store does not answer. The functions
     // below do it by themselves.
@@ -69,33 +66,16 @@ public:
     void erase_matching(const RecordType &type, int32_t db, const Json &key, int32_t key_count);
 
 private:
-    struct Finish {
-        void operator()(vx_global_t *context) const noexcept { vx_global_finish(context); }
-    };
-
-    // What the platform logs comes here.
-    class Listening
-    {
-    public:
-        explicit Listening(Store &store);
-        ~Listening();
-        Listening(const Listening &) = delete;
-        Listening &operator=(const Listening &) = delete;
-    };
-
-    void take_log(int32_t level, const std::string &text);
-    int32_t call(const std::function<int32_t()> &platform_call);
-    [[nodiscard]] std::string reason(int32_t result) const;
-    void check(int32_t result, const char *what, const RecordType &type, int32_t db) const;
+    void notice(const std::string &text);
+    [[nodiscard]] std::string reason(const store::Status &status) const;
+    void check(const store::Status &status, const char *what, const RecordType &type, int32_t db) const;
 
     const Output &output_;
     std::string where_;
-    Listening listening_;
-    bool in_call_ = false;
-    std::vector<std::string> told_; // by the platform during the present or the last call
     std::set<std::string> noticed_;
     std::set<std::string> left_out_;
-    std::unique_ptr<vx_global_t, Finish> context_;
+    std::optional<platform::Loop> loop_;
+    std::optional<store::Client> client_; // on the loop
     std::set<int32_t> connected_;
 };
 

@@ -276,19 +276,20 @@ TEST(Value, FieldListsAreChecked)
 
 TEST(Value, WhatBelongsToTheWritingIsNoContent)
 {
-    Fields fields;
-    uint64_t revision = 7;
-    EXPECT_TRUE(vx_mom::take_field("6", "1", fields, revision));
-    EXPECT_TRUE(vx_mom::take_field("by", "x", fields, revision));
-    EXPECT_EQ(revision, 7U) << "only the revision tells one";
-    EXPECT_TRUE(vx_mom::take_field("rev", "12", fields, revision));
-    EXPECT_TRUE(vx_mom::take_field("7", "", fields, revision));
-    EXPECT_EQ(revision, 12U);
-    EXPECT_THAT(fields, testing::ElementsAre(Pair("6", "1"), Pair("7", "")));
+    vx_mom::Stored record;
+    record.revision = 7;
+    EXPECT_TRUE(vx_mom::add_field("6", "1", record));
+    EXPECT_TRUE(vx_mom::add_field("by", "x", record));
+    EXPECT_EQ(record.revision, 7U) << "only the revision tells one";
+    EXPECT_EQ(record.mark, "x");
+    EXPECT_TRUE(vx_mom::add_field("rev", "12", record));
+    EXPECT_TRUE(vx_mom::add_field("7", "", record));
+    EXPECT_EQ(record.revision, 12U);
+    EXPECT_THAT(record.fields, testing::ElementsAre(Pair("6", "1"), Pair("7", "")));
     for (const char *wrong : {"", "x", "12x", "-1", "18446744073709551616"}) {
-        EXPECT_FALSE(vx_mom::take_field("rev", wrong, fields, revision)) << wrong;
+        EXPECT_FALSE(vx_mom::add_field("rev", wrong, record)) << wrong;
     }
-    EXPECT_EQ(fields.size(), 2U);
+    EXPECT_EQ(record.fields.size(), 2U);
 }
 
 TEST(Payload, IsReadItemByItem)

@@ -2,8 +2,9 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <map>
 
-#include "store/full_scan.h"
+#include "store/client.h"
 #include "store_client_fixture.h"
 
 namespace
@@ -13,6 +14,7 @@ using store_test::Card;
 using store_test::ScopedSetting;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Pair;
 
 constexpr int32_t db = 1;
 constexpr const char *key = "p_dev.card_info:0:0:1:0";
@@ -315,17 +317,23 @@ TEST_F(BadDataTest, TheDeletionOfASpoiltRecordCarriesWhatItLastWas)
     EXPECT_THAT(log_text(), HasSubstr("does not decode"));
 }
 
-TEST_F(BadDataTest, AFullScanNamesWhatItLeavesOut)
+TEST_F(BadDataTest, AScanNamesWhatItLeavesOut)
 {
     store_raw("p_dev.card_info:0:0:1:0", {"6", "not a number"});
     store_raw("p_dev.card_info:0:0:2:0", {"6", "1", "rev", "many"});
     ASSERT_EQ(write(3, 1), 0);
-    const Card pattern(0, 0, 0);
-    std::vector<std::string> left_out;
-    ASSERT_EQ(vx_mom::full_scan(global.get(), db, pattern.message(), note_card, this, left_out), 0);
-    EXPECT_THAT(events, ElementsAre("1 0/3/0 type 1"));
-    EXPECT_THAT(left_out,
-                testing::UnorderedElementsAre("p_dev.card_info:0:0:1:0", "p_dev.card_info:0:0:2:0"));
+    store::Client client(global.get());
+    std::vector<std::string> found;
+    const auto scanned = client.scan(db, p_dev__card_info__descriptor,
+                                     [&](const store::Record &record) { found.push_back(record.key); });
+    EXPECT_EQ(scanned.code, 0);
+    EXPECT_THAT(found, ElementsAre("p_dev.card_info:0:0:3:0"));
+    std::map<std::string, std::string> left_out;
+    for (const store::LeftOut &record : scanned.value) {
+        left_out[record.key] = record.why;
+    }
+    EXPECT_THAT(left_out, ElementsAre(Pair("p_dev.card_info:0:0:1:0", HasSubstr("no value of its type")),
+                                      Pair("p_dev.card_info:0:0:2:0", "its revision is no number")));
 }
 
 TEST_F(BadDataTest, ARecordDeletedPastTheClientIsStillToldOfWhenItIsDeletedAgain)
