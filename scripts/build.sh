@@ -32,7 +32,8 @@ build_preset()
         complain "configuring $preset failed; see $log"
         return 1
     fi
-    local command=(cmake --build "$folder" -j "$(nproc)")
+    # Tests may run beside, and have deadlines; a build has none.
+    local command=(nice -n 5 cmake --build "$folder" -j "$(nproc)")
     if [ $# -gt 0 ]; then
         command+=(--target "$@")
     fi

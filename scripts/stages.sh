@@ -9,9 +9,12 @@ stages_logs=$project_root/build/test-logs
 stages_passed=0
 stages_failed=0
 stages_lines=()
+stages_beside=()
+stages_beside_pids=()
 
 stages_begin()
 {
+    trap stages_stop EXIT
     if ! mkdir -p "$stages_logs" 2>/dev/null || [ ! -w "$stages_logs" ]; then
         die 1 "$stages_logs cannot be written by $(id -un); remove build/ (another user built there)"
     fi
@@ -37,15 +40,21 @@ print(passed, failed, skipped)
 END
 }
 
-# Runs a stage: stage NAME FUNCTION [argument...]. The function finds the name of the JUnit file that it may
-# write in $junit. Returns the function's status.
-stage()
+# The name of a stage as a file's.
+stages_slug()
 {
-    local name=$1 began=$SECONDS status=0 passed=0 failed=0 skipped=0 verdict
-    junit=${name//,/}
-    junit=$stages_logs/${junit// /-}.xml
+    local slug=${1//,/}
+    printf '%s' "${slug// /-}"
+}
+
+# Runs a stage's function and leaves what came of it in NAME.result: stages_run NAME FUNCTION [argument...]. The function
+# finds the name of the JUnit file that it may write in $junit.
+stages_run()
+{
+    local slug began=$SECONDS status=0 passed=0 failed=0 skipped=0
+    slug=$(stages_slug "$1")
+    junit=$stages_logs/$slug.xml
     shift
-    say "$name"
     "$@" || status=$?
     if [ -s "$junit" ]; then
         read -r passed failed skipped < <(stages_count "$junit")
@@ -56,18 +65,77 @@ stage()
     if [ "$failed" -eq 0 ] && { [ "$status" -ne 0 ] || [ "$passed" -eq 0 ]; }; then
         failed=1
     fi
-    verdict="${ui_green}pass$ui_plain"
+    printf '%d %d %d %d\n' "$passed" "$failed" "$skipped" $((SECONDS - began)) >"$stages_logs/$slug.result"
+}
+
+# Counts a stage that is over: stages_collect NAME. Returns whether it passed.
+stages_collect()
+{
+    local passed=0 failed=1 skipped=0 seconds=0 verdict="${ui_green}pass$ui_plain" result
+    result=$stages_logs/$(stages_slug "$1").result
+    # One that was killed has left nothing.
+    [ ! -s "$result" ] || read -r passed failed skipped seconds <"$result"
     [ "$failed" -eq 0 ] || verdict="${ui_red}FAIL$ui_plain"
     stages_passed=$((stages_passed + passed))
     stages_failed=$((stages_failed + failed))
-    stages_lines+=("$(printf '%s  %-22s %4d s  %d passed, %d failed, %d skipped' "$verdict" "$name" \
-        $((SECONDS - began)) "$passed" "$failed" "$skipped")")
+    stages_lines+=("$(printf '%s  %-22s %4d s  %d passed, %d failed, %d skipped' "$verdict" "$1" "$seconds" "$passed" \
+        "$failed" "$skipped")")
     [ "$failed" -eq 0 ]
+}
+
+# Runs a stage: stage NAME FUNCTION [argument...]. Returns whether it passed.
+stage()
+{
+    say "$1"
+    stages_run "$@"
+    stages_collect "$1"
+}
+
+# Runs a stage beside what follows, after those that were given so before: stage_beside NAME FUNCTION [argument...].
+# Tests mostly wait, and a compiler never does; so tests run while the next build goes on. What such a stage prints comes
+# when all builds are done.
+stage_beside()
+{
+    local previous=
+    [ "${#stages_beside_pids[@]}" -eq 0 ] || previous=${stages_beside_pids[-1]}
+    # A process group of its own, to be ended as a whole.
+    set -m
+    (
+        [ -z "$previous" ] || tail --pid="$previous" -s 0.1 -f /dev/null
+        stages_run "$@"
+    ) >"$stages_logs/$(stages_slug "$1").out" 2>&1 </dev/null &
+    set +m
+    stages_beside_pids+=($!)
+    stages_beside+=("$1")
+}
+
+# Ends what still runs beside.
+stages_stop()
+{
+    local pid
+    for pid in ${stages_beside_pids[@]+"${stages_beside_pids[@]}"}; do
+        kill -TERM -- "-$pid" 2>/dev/null || true
+    done
+}
+
+# Waits for what runs beside, and shows it.
+stages_join()
+{
+    local number
+    for number in ${stages_beside[@]+"${!stages_beside[@]}"}; do
+        wait "${stages_beside_pids[number]}" || true
+        say "${stages_beside[number]}"
+        cat "$stages_logs/$(stages_slug "${stages_beside[number]}").out"
+        stages_collect "${stages_beside[number]}" || true
+    done
+    stages_beside=()
+    stages_beside_pids=()
 }
 
 # Prints the summary and ends the script.
 stages_end()
 {
+    stages_join
     say "Summary"
     printf '%s\n' "${stages_lines[@]}"
     printf '%d passed, %d failed\n' "$stages_passed" "$stages_failed"
@@ -93,16 +161,10 @@ check_format()
 
 check_tidy()
 {
-    local log=$stages_logs/clang-tidy.log
     # The records' headers are generated; nothing else needs to be built to be looked at.
     build_preset lint app_cg_schemas || return 1
-    # Headers are seen through the files that include them; what no build compiles has no command to check by.
-    # One file at a time: the analyzer of this version sees va_lists wrongly from the second file on.
-    (cd "$project_root" && stages_sources | grep -E '\.(c|cpp)$' |
-        grep -E '^(src|builtin|lib|tools/(cgctl|recorder|sim)|kit|tests/unit|tests/recording_platform)/' |
-        xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy-14 --quiet -p build/lint) >"$log" 2>&1 && return 0
-    grep -E '(warning|error):' "$log" | sort -u | head -n 60 >&2
-    return 1
+    /usr/bin/python3 -B "$project_root/scripts/tidy.py" --build "$project_root/build/lint" \
+        --log "$stages_logs/clang-tidy.log" --junit "$junit"
 }
 
 # unit_tests PRESET
