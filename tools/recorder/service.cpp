@@ -1,20 +1,25 @@
 // The recorder on the event loop: subscriptions, timers, metrics over HTTP.
 //
-// "Ready" is said when the loop turns, with the store or without: a recorder that waits for its store is no
-// failed one. The watchdog hangs on the same loop.
+// It is "ready" when the loop runs, with the store or without: a recorder that waits for its store has not
+// failed. The watchdog is fed by the same loop.
 #include "service.h"
 
 #include <prometheus/exposer.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <map>
 #include <set>
 #include <utility>
 
-#include "access/live.h"
 #include "admission/card_text.h"
 #include "admission/feed.h"
 #include "base/failure.h"
+#include "base/text.h"
+#include "log/platform_log.h"
+#include "loop/loop.h"
 #include "process/service_notice.h"
+#include "store/client.h"
 
 namespace recorder
 {
@@ -22,9 +27,12 @@ namespace recorder
 namespace
 {
 
-constexpr int64_t tick_ms = 2000;
-constexpr int64_t busy_tick_ms = 100; // while there is something to clean up
-constexpr int64_t settle_ms = 200;
+using std::chrono::milliseconds;
+
+constexpr milliseconds tick_interval{2000};
+constexpr milliseconds busy_tick_interval{100}; // while there is something to clean up
+constexpr milliseconds flush_delay{200};
+constexpr const char *program = "cg_recorderd";
 
 history::Time now()
 {
@@ -38,30 +46,36 @@ public:
     void run();
 
 private:
-    void take(const cg::Change &change);
-    void take_subscribed(const cg::RecordType &type);
-    void take_outage(int32_t db, bool lost);
-    void hear();
+    void open(int32_t db);
+    void subscribe(int32_t db);
+    void handle(const store::Change &change);
+    void handle_subscribed(const store::Change &change);
+    void handle_connection(const store::ConnectionEvent &event);
+    void handle_loss(const store::ConnectionEvent &event);
+    void note_contact();
     [[nodiscard]] std::set<int32_t> absent() const;
-    void tell_of_absence();
-    void tell_of_overdue();
-    void settle_soon();
+    void report_absence();
+    void report_overdue();
+    void flush_soon();
     void tick();
 
     const cg::Output &output_;
     Metrics metrics_;
     Recorder recorder_;
     std::unique_ptr<prometheus::Exposer> exposer_;
-    cg::Store store_;
-    cg::Live live_;
+    bool running_ = false;
+    platform::Loop loop_;
+    store::Client client_;
+    std::map<const ProtobufCMessageDescriptor *, store::Subscription> subscriptions_;
+    platform::Timer tick_;
+    platform::Timer flush_;
     admission::InPlace in_place_;
-    bool settling_ = false;
-    std::set<int32_t> told_absent_;        // databases that were told to be away
-    std::set<int32_t> away_;               // databases that were lost
-    std::optional<history::Time> since_{}; // when it was last heard before that
+    std::set<int32_t> reported_absent_; // databases
+    std::set<int32_t> away_;            // databases that were lost
+    std::optional<history::Time> heard_until_{};
 };
 
-// Whoever wants the port has it: then nobody would hear of silences, so it is no small thing.
+// A taken port is fatal: without metrics nobody is alerted to admissions by silence.
 std::unique_ptr<prometheus::Exposer> expose(const cg::Output &output, const Options &options,
                                             Metrics &metrics)
 {
@@ -81,19 +95,42 @@ std::unique_ptr<prometheus::Exposer> expose(const cg::Output &output, const Opti
     return exposer;
 }
 
+// What the store client reports goes to the operator. Before the loop runs it reports only why a call fails,
+// which the failure says.
+store::Options client_options(const cg::Output &output, const bool &running)
+{
+    store::Options options;
+    options.notice = [&output, &running](int32_t level, const std::string &text) {
+        if (running && level >= platform::log_warn) {
+            output.notice(cg::visible(text));
+        }
+    };
+    return options;
+}
+
 Service::Service(const cg::Output &output, const Options &options)
     : output_(output),
       recorder_(
           options.settings, metrics_, [&output](const std::string &text) { output.notice(text); }, now()),
-      exposer_(expose(output, options, metrics_)), store_(output), live_(output, store_)
+      exposer_(expose(output, options, metrics_)), loop_(program),
+      client_(loop_.context(), client_options(output, running_))
 {
-    live_.on_outage([this](const cg::Live::Outage &outage) { take_outage(outage.db, outage.lost); });
+    std::set<int32_t> databases;
     for (const admission::TrackedType &type : admission::tracked_types()) {
-        live_.subscribe(
-            cg::record_type(type.descriptor->name), type.db,
-            [this](const cg::Change &change) { take(change); }, cg::Live::Absent::awaited);
+        if (databases.insert(type.db).second) {
+            open(type.db);
+        }
     }
-    live_.after(tick_ms, [this] { tick(); });
+    tick_ = loop_.after(tick_interval, [this] { tick(); });
+}
+
+void Service::open(int32_t db)
+{
+    (void)client_.on_connection(db,
+                                [this](const store::ConnectionEvent &event) { handle_connection(event); });
+    if (const store::Status status = client_.open(db); !status) {
+        throw cg::Failure(cg::wrong_usage, cg::visible(status.reason));
+    }
 }
 
 void Service::run()
@@ -102,70 +139,104 @@ void Service::run()
     if (platform::register_service() != 0) {
         throw cg::Failure(cg::failed, "the process manager at NOTIFY_SOCKET cannot be reached");
     }
-    live_.run();
+    running_ = true;
+    loop_.run();
     recorder_.end(now());
     output_.notice("stopped");
 }
 
-void Service::take(const cg::Change &change)
+void Service::subscribe(int32_t db)
 {
-    if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
-        take_subscribed(change.type);
-    } else if (change.error_code != 0) {
-        recorder_.could_not_read(change.type.name(), "the store client names it", now());
-    } else if (change.message != nullptr) {
-        const bool existing = change.existing || !in_place_.is_complete(change.db);
-        recorder_.handle(change.cmd, *change.message, {now(), existing, {}});
-        settle_soon();
+    for (const admission::TrackedType &type : admission::tracked_types()) {
+        if (type.db != db) {
+            continue;
+        }
+        auto made =
+            client_.subscribe(db, *type.descriptor, [this](const store::Change &change) { handle(change); });
+        if (!made) {
+            throw cg::Failure(cg::failed, std::string("cannot subscribe to ") + type.descriptor->name +
+                                              " in database " + std::to_string(db) + ": " +
+                                              cg::visible(made.reason));
+        }
+        subscriptions_[type.descriptor] = std::move(made.value);
     }
 }
 
-void Service::take_subscribed(const cg::RecordType &type)
+void Service::handle(const store::Change &change)
 {
-    if (in_place_.told(type.descriptor)) {
+    if (change.command == VX_MOM_CMD_SUBSCRIBED) {
+        handle_subscribed(change);
+    } else if (change.error != 0) {
+        recorder_.could_not_read(cg::visible(change.key), cg::visible(change.reason), now());
+    } else if (change.record != nullptr) {
+        const bool existing = change.existing || !in_place_.is_complete(change.database);
+        recorder_.handle(change.command, *change.record,
+                         {now(), existing, {change.revision, change.origin()}});
+        flush_soon();
+    }
+}
+
+void Service::handle_subscribed(const store::Change &change)
+{
+    if (in_place_.told(change.type)) {
+        reported_absent_.clear();
         output_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
                        " positions");
         recorder_.snapshot_done(now());
     }
 }
 
-void Service::take_outage(int32_t db, bool lost)
+void Service::handle_connection(const store::ConnectionEvent &event)
 {
-    if (lost) {
-        hear();
-        in_place_.lost(db);
-        away_.insert(db);
-        recorder_.store_lost(now());
-    } else {
+    const int32_t db = event.database;
+    switch (event.kind) {
+    case store::ConnectionEvent::Kind::lost:
+        handle_loss(event);
+        return;
+    case store::ConnectionEvent::Kind::returned:
+        output_.notice("the store is back, database " + std::to_string(db) +
+                       (event.same_data ? "" : ", with other data than before"));
         in_place_.lost(db);
         away_.erase(db);
         recorder_.store_returned(now());
+        break;
+    case store::ConnectionEvent::Kind::connected:
+        break;
     }
+    subscribe(db);
+}
+
+void Service::handle_loss(const store::ConnectionEvent &event)
+{
+    const int32_t db = event.database;
+    output_.notice("lost the store, database " + std::to_string(db) + ": " + cg::visible(event.reason) +
+                   "; connecting again");
+    note_contact();
+    in_place_.lost(db);
+    away_.insert(db);
+    recorder_.store_lost(now());
 }
 
 // Of two connections the one counts that was silent for longer.
-void Service::hear()
+void Service::note_contact()
 {
-    std::chrono::milliseconds silence{0};
+    const auto steady = std::chrono::steady_clock::now();
+    auto contact = steady;
     for (const admission::TrackedType &type : admission::tracked_types()) {
         if (!in_place_.is_complete(type.db)) {
-            return; // a gap lasts, or nothing was told yet
+            return; // a gap lasts, or nothing was delivered yet
         }
-        silence = std::max(silence, live_.silent_for(type.db).value_or(std::chrono::milliseconds{0}));
+        contact = std::min(contact, client_.last_contact(type.db).value_or(steady));
     }
-    since_ = now() - silence;
-    recorder_.heard(*since_);
+    heard_until_ = now() - std::chrono::duration_cast<milliseconds>(steady - contact);
+    recorder_.heard(*heard_until_);
 }
 
-// Changes come in bursts, and the open checks are in the file a moment later all the same.
-void Service::settle_soon()
+// Changes come in bursts, and a moment later the open checks are in the file all the same.
+void Service::flush_soon()
 {
-    if (!settling_) {
-        settling_ = true;
-        live_.after(settle_ms, [this] {
-            settling_ = false;
-            recorder_.flush(now());
-        });
+    if (!flush_.is_armed()) {
+        flush_ = loop_.after(flush_delay, [this] { recorder_.flush(now()); });
     }
 }
 
@@ -173,38 +244,38 @@ std::set<int32_t> Service::absent() const
 {
     std::set<int32_t> databases = away_;
     for (const admission::TrackedType &type : admission::tracked_types()) {
-        if (!since_ && !live_.silent_for(type.db)) {
+        if (!client_.last_contact(type.db)) {
             databases.insert(type.db);
         }
     }
     return databases;
 }
 
-void Service::tell_of_absence()
+void Service::report_absence()
 {
     const std::set<int32_t> databases = absent();
-    if (std::exchange(told_absent_, databases) == databases || databases.empty()) {
+    if (std::exchange(reported_absent_, databases) == databases || databases.empty()) {
         return;
     }
     std::string which = databases.size() > 1 ? "s " : " ";
     for (const int32_t db : databases) {
         which += (db == *databases.begin() ? "" : " and ") + std::to_string(db);
     }
-    which += "; it is tried until it does";
-    if (since_) {
-        output_.notice("the store has not answered since " + cg::clock_text(*since_, now()) + ", database" +
-                       which);
+    which += "; connecting again until it does";
+    if (heard_until_) {
+        output_.notice("the store has not answered since " + cg::clock_text(*heard_until_, now()) +
+                       ", database" + which);
     } else {
         output_.notice("the store does not answer yet, database" + which);
     }
 }
 
-// A type that is never told keeps all decisions of its database from being heard.
-void Service::tell_of_overdue()
+// A type whose records are never delivered keeps all decisions of its database from being recorded.
+void Service::report_overdue()
 {
     std::string names;
     for (const ProtobufCMessageDescriptor *type : in_place_.overdue(now())) {
-        names += std::string(" ") + cg::record_type(type->name).name();
+        names += std::string(" ") + type->name;
     }
     if (!names.empty()) {
         output_.notice(
@@ -214,19 +285,22 @@ void Service::tell_of_overdue()
 
 void Service::tick()
 {
-    hear();
-    tell_of_absence();
+    note_contact();
+    report_absence();
     if (away_.empty()) {
-        tell_of_overdue();
+        report_overdue();
     }
     const bool more = recorder_.tick(now());
-    live_.after(more ? busy_tick_ms : tick_ms, [this] { tick(); });
+    tick_ = loop_.after(more ? busy_tick_interval : tick_interval, [this] { tick(); });
 }
 
 } // namespace
 
 void serve(const cg::Output &output, const Options &options)
 {
+    // Nothing may go to the daemon's log file, which the same setting may name: two processes cannot rotate
+    // one file.
+    setenv("VX_ZLOG", "none", 1);
     Service(output, options).run();
 }
 
