@@ -1,5 +1,6 @@
 """Fixtures of the system tests."""
 import pathlib
+import signal
 import sys
 
 import pytest
@@ -8,6 +9,7 @@ import pytest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tools"))
 
 from demo import programs  # noqa: E402  (needs the path above)
+from recording import Recorder  # noqa: E402
 from rig import BUILD, Rig  # noqa: E402
 
 
@@ -31,6 +33,14 @@ def master(rig):
     """A device that holds the global master role, with the modules m1 and m2 and a running daemon."""
     rig.start_master("m1", "m2")
     return rig
+
+
+@pytest.fixture
+def recorder(rig):
+    """A recorder that is not started yet, on the rig's store."""
+    recorder = Recorder(rig)
+    yield recorder
+    recorder.end(signal.SIGKILL)
 
 
 @pytest.fixture

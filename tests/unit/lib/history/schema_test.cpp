@@ -110,4 +110,13 @@ TEST_F(SchemaTest, AFileOfVersion2OpensWithAllThatIsInIt)
     EXPECT_EQ(modules[1].silences, 2);
 }
 
+TEST_F(SchemaTest, BringingUpToDateChangesNothingOfANewerVersion)
+{
+    writer();
+    run_sql("PRAGMA user_version = 999");
+    const Database database(path(), Database::Access::write);
+    EXPECT_THAT(message_of([&] { bring_up_to_date(database); }), HasSubstr("has version 999"));
+    EXPECT_EQ(database.number("PRAGMA user_version"), 999);
+}
+
 } // namespace history

@@ -261,4 +261,14 @@ TEST_F(WriterTest, TheModulesAreRemembered)
     }
 }
 
+TEST_F(WriterTest, ADamagedFileThatCannotBeMovedAsideIsLeftAlone)
+{
+    writer()->add(decision_at(noon));
+    std::ofstream(path(), std::ios::trunc) << std::string(5000, 'x');
+    std::filesystem::create_directories(path() + ".damaged-1700000000000/in the way");
+    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("; it cannot be moved aside: Is a directory"));
+    EXPECT_EQ(content_of(path()), std::string(5000, 'x'));
+    EXPECT_THAT(log_, IsEmpty());
+}
+
 } // namespace history
