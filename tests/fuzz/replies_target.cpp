@@ -7,7 +7,7 @@
 
 #include "store/connection/sentinel_view.h"
 #include "store/data_set.h"
-#include "tests/wire_reader.h"
+#include "wire_reader.h"
 
 #include "fuzz.h"
 

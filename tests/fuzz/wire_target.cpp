@@ -2,7 +2,7 @@
 // wherever it is cut, it must come to what it would come to with the library's own functions.
 //
 // Input: the bytes as they are. Their number decides how they are cut.
-#include "tests/wire_reader.h"
+#include "wire_reader.h"
 
 #include <algorithm>
 
