@@ -149,11 +149,12 @@ static inline void app_cg_kit_options_init(app_cg_kit_options_t *options)
 }
 
 /*
- * Makes a module. One at a time in a process: the platform's settings and messages are the process'.
+ * Makes a module. A process may have several, each served by a thread of its own; all but one need
+ * APP_CG_KIT_NO_SIGNALS, since signals and the service manager are the process'. From any thread.
  *
  * kit  receives the module, the caller's until app_cg_kit_close(); untouched on failure.
- * Returns 0; APP_CG_KIT_E_ARGUMENT, _NAME, _TAKEN, _SETTINGS, _MEMORY, _SYSTEM; APP_CG_KIT_E_TAKEN too when
- * this process has another module open. The store need not be there yet.
+ * Returns 0; APP_CG_KIT_E_ARGUMENT, _NAME, _TAKEN, _SETTINGS, _MEMORY, _SYSTEM. The store need not be running
+ * yet.
  */
 int app_cg_kit_open(const app_cg_kit_options_t *options, app_cg_kit_t **kit);
 

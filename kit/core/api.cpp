@@ -1,8 +1,7 @@
-// The C functions: what is checked before the module sees it, and the border that no exception crosses.
+// The C functions: they check arguments, and no exception crosses them.
 #include "app_cg_kit.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,13 +16,11 @@
 
 struct app_cg_kit_module {
     kit::Opened parts;
-    bool take_signals = true;
+    bool handle_signals = true;
 };
 
 namespace
 {
-
-std::atomic<bool> is_one_open{false};
 
 const char *level_name(int level)
 {
@@ -44,7 +41,7 @@ void print(const std::string &name, int level, const std::string &text)
     (void)std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
-// What a log function of the user's throws must end nothing: it is called where nobody may throw.
+// An exception of the user's log function stops here: it is called where nothing may throw.
 kit::Log log_of(const app_cg_kit_options_t &options)
 {
     const std::string name = options.name;
@@ -65,7 +62,7 @@ kit::Log log_of(const app_cg_kit_options_t &options)
 template <typename Action>
 void call_user(const kit::Log &log, const char *what, const Action &action) noexcept
 {
-    const auto complain = [&](const char *problem) {
+    const auto report = [&](const char *problem) {
         try {
             log(APP_CG_KIT_ERROR, std::string("an exception left the function ") + what + ": " + problem);
         } catch (...) { // memory ran out
@@ -74,9 +71,9 @@ void call_user(const kit::Log &log, const char *what, const Action &action) noex
     try {
         action();
     } catch (const std::exception &problem) {
-        complain(problem.what());
+        report(problem.what());
     } catch (...) {
-        complain("it is no std::exception");
+        report("not a std::exception");
     }
 }
 
@@ -90,14 +87,14 @@ kit::Module::Hooks hooks_of(const app_cg_kit_options_t &options, const kit::Log 
         return verdict;
     };
     if (options.withdrawn != nullptr) {
-        hooks.withdrawn = [log, arg, told = options.withdrawn](const app_cg_kit_card_t &card,
-                                                               app_cg_kit_check &handle) {
-            call_user(log, "withdrawn", [&] { told(arg, &card, &handle); });
+        hooks.withdrawn = [log, arg, withdrawn = options.withdrawn](const app_cg_kit_card_t &card,
+                                                                    app_cg_kit_check &handle) {
+            call_user(log, "withdrawn", [&] { withdrawn(arg, &card, &handle); });
         };
     }
     if (options.card != nullptr) {
-        hooks.card = [log, arg, told = options.card](const app_cg_kit_card_t &card, bool present) {
-            call_user(log, "card", [&] { told(arg, &card, present ? 1 : 0); });
+        hooks.card = [log, arg, card_changed = options.card](const app_cg_kit_card_t &card, bool present) {
+            call_user(log, "card", [&] { card_changed(arg, &card, present ? 1 : 0); });
         };
     }
     return hooks;
@@ -123,7 +120,7 @@ int open_module(const app_cg_kit_options_t &options, app_cg_kit_t **kit)
     if (const int error = kit::open(wanted, hooks_of(options, log), log, opened->parts); error != 0) {
         return error;
     }
-    opened->take_signals = (options.flags & APP_CG_KIT_NO_SIGNALS) == 0;
+    opened->handle_signals = (options.flags & APP_CG_KIT_NO_SIGNALS) == 0;
     *kit = opened.release(); // the caller's, until app_cg_kit_close()
     return 0;
 }
@@ -167,14 +164,7 @@ int app_cg_kit_open(const app_cg_kit_options_t *given, app_cg_kit_t **kit)
         options.lock_folder == nullptr) {
         return APP_CG_KIT_E_ARGUMENT;
     }
-    if (is_one_open.exchange(true)) {
-        return APP_CG_KIT_E_TAKEN;
-    }
-    const int result = guarded([&] { return open_module(options, kit); });
-    if (result != 0) {
-        is_one_open = false;
-    }
-    return result;
+    return guarded([&] { return open_module(options, kit); });
 }
 
 int app_cg_kit_run(app_cg_kit_t *kit)
@@ -182,7 +172,7 @@ int app_cg_kit_run(app_cg_kit_t *kit)
     if (kit == nullptr) {
         return APP_CG_KIT_E_ARGUMENT;
     }
-    return guarded([&] { return kit->parts.module->run(kit->take_signals); });
+    return guarded([&] { return kit->parts.module->run(kit->handle_signals); });
 }
 
 int app_cg_kit_stop(app_cg_kit_t *kit)
@@ -196,11 +186,7 @@ int app_cg_kit_stop(app_cg_kit_t *kit)
 
 void app_cg_kit_close(app_cg_kit_t *kit)
 {
-    if (kit != nullptr) {
-        const std::unique_ptr<app_cg_kit_module> owned{kit};
-        owned->parts.module.reset();
-        is_one_open = false;
-    }
+    const std::unique_ptr<app_cg_kit_module> owned{kit};
 }
 
 int app_cg_kit_answer(app_cg_kit_check_t *check, int verdict, const char *reason)
@@ -248,9 +234,9 @@ const char *app_cg_kit_error_text(int error)
     case APP_CG_KIT_E_ARGUMENT:
         return "an argument is missing or out of its range";
     case APP_CG_KIT_E_NAME:
-        return "not a module's name; 1 to 15 bytes that a file can be called";
+        return "not a module's name; 1 to 15 bytes that are possible for a file";
     case APP_CG_KIT_E_TAKEN:
-        return "another running module has this name, or this process has another module";
+        return "another running module has this name";
     case APP_CG_KIT_E_SETTINGS:
         return "the settings of the store cannot be used";
     case APP_CG_KIT_E_MEMORY:
@@ -258,9 +244,9 @@ const char *app_cg_kit_error_text(int error)
     case APP_CG_KIT_E_SYSTEM:
         return "the operating system refused";
     case APP_CG_KIT_E_ANSWERED:
-        return "the card has its verdict already; this one is dropped";
+        return "the card has a verdict already; this one is dropped";
     case APP_CG_KIT_E_WITHDRAWN:
-        return "nobody waits for the verdict any more; it is dropped";
+        return "the request was withdrawn; the verdict is dropped";
     case APP_CG_KIT_E_STOPPED:
         return "the module has ended";
     default:

@@ -3,8 +3,13 @@
 
 #include <utility>
 
+#include "modules/contract.h"
+
 namespace kit
 {
+
+static_assert(cg::longest_reason == APP_CG_KIT_LONGEST_REASON &&
+              cg::longest_module_name == APP_CG_KIT_LONGEST_NAME);
 
 void Mailbox::post(std::shared_ptr<app_cg_kit_check> check)
 {
@@ -15,7 +20,7 @@ void Mailbox::post(std::shared_ptr<app_cg_kit_check> check)
     }
 }
 
-std::deque<std::shared_ptr<app_cg_kit_check>> Mailbox::take()
+std::deque<std::shared_ptr<app_cg_kit_check>> Mailbox::receive()
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     return std::exchange(posted_, {});
@@ -29,25 +34,25 @@ void Mailbox::close()
     left.swap(posted_);
 }
 
-void Mailbox::tell(int level, const std::string &text) const
+void Mailbox::log(int level, const std::string &text) const
 {
-    Log log;
+    Log sink;
     {
         const std::lock_guard<std::mutex> guard(mutex_);
         if (wake_) {
-            log = log_; // what it calls may belong to a module that is gone once this is closed
+            sink = log_; // what it calls may belong to a module that is gone once this is closed
         }
     }
-    log(level, text);
+    sink(level, text);
 }
 
 std::string fitting_reason(std::string reason)
 {
-    if (reason.size() <= APP_CG_KIT_LONGEST_REASON) {
+    if (reason.size() <= cg::longest_reason) {
         return reason;
     }
     const auto goes_on = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; };
-    std::size_t end = APP_CG_KIT_LONGEST_REASON;
+    std::size_t end = cg::longest_reason;
     while (end > 0 && goes_on(reason[end])) {
         end--;
     }
@@ -69,11 +74,11 @@ int app_cg_kit_check::answer(bool pass, const std::string &reason)
         answer_ = {pass, pass ? "" : kit::fitting_reason(reason)};
     }
     if (!pass && reason.empty()) {
-        mailbox_->tell(APP_CG_KIT_WARNING, card + " is denied without a reason; the operator is told \"not "
-                                                  "compatible\" and cannot know what is wrong");
-    } else if (!pass && reason.size() > APP_CG_KIT_LONGEST_REASON) {
-        mailbox_->tell(APP_CG_KIT_WARNING, card + ": the reason has " + std::to_string(reason.size()) +
-                                               " bytes and was cut; the daemon keeps 255");
+        mailbox_->log(APP_CG_KIT_WARNING, card + " is denied without a reason; the operator reads \"not "
+                                                 "compatible\" and cannot know what is wrong");
+    } else if (!pass && reason.size() > cg::longest_reason) {
+        mailbox_->log(APP_CG_KIT_WARNING, card + ": the reason has " + std::to_string(reason.size()) +
+                                              " bytes and was cut to 255");
     }
     mailbox_->post(shared_from_this());
     return 0;
@@ -85,7 +90,7 @@ void app_cg_kit_check::note(const std::string &reason)
     noted_ = reason;
 }
 
-int app_cg_kit_check::settle(bool pass)
+int app_cg_kit_check::answer_from_callback(bool pass)
 {
     std::string reason;
     {
@@ -123,10 +128,11 @@ void app_cg_kit_check::release()
         is_lost = promised_ && !answered_ && ended_ == 0;
     }
     if (is_lost) {
-        mailbox_->tell(APP_CG_KIT_WARNING,
-                       facts_.request.position.text() +
-                           ": the last handle was released without a verdict; the daemon will "
-                           "wait in vain and admit the card after 300 s");
+        mailbox_->log(APP_CG_KIT_WARNING,
+                      facts_.request.position.text() +
+                          ": the last handle was released without a verdict; the daemon admits "
+                          "the card after " +
+                          std::to_string(cg::check_timeout.count()) + " s");
     }
 }
 

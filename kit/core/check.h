@@ -1,4 +1,4 @@
-// The examination of one card, and how its verdict comes to the loop from whichever thread.
+// The examination of one card, and how its verdict gets to the loop from any thread.
 #ifndef KIT_CHECK_H
 #define KIT_CHECK_H
 
@@ -14,18 +14,18 @@
 namespace kit
 {
 
-// Verdicts on their way to the loop. Shared by the module and its examinations, since those may outlive it.
+// Verdicts on their way to the loop. Shared by the module and its examinations, which may outlive it.
 class Mailbox
 {
 public:
-    // wake  called, from any thread, when there is something to take; log as Log says.
+    // wake  called, from any thread, when there is something to receive; log: see Log.
     Mailbox(std::function<void()> wake, Log log) : wake_(std::move(wake)), log_(std::move(log)) {}
 
     void post(std::shared_ptr<app_cg_kit_check> check);
-    std::deque<std::shared_ptr<app_cg_kit_check>> take();
-    // Nobody takes anything any more.
+    std::deque<std::shared_ptr<app_cg_kit_check>> receive();
+    // Nothing is received any more; what was posted is dropped.
     void close();
-    void tell(int level, const std::string &text) const;
+    void log(int level, const std::string &text) const;
 
 private:
     mutable std::mutex mutex_;
@@ -40,7 +40,7 @@ struct Answer {
     std::string reason;
 };
 
-// At most as many bytes as the daemon keeps, cut at a character.
+// Cuts a reason to the bytes that the daemon keeps, at a character.
 std::string fitting_reason(std::string reason);
 
 } // namespace kit
@@ -55,14 +55,14 @@ public:
 
     [[nodiscard]] const kit::Facts &facts() const { return facts_; }
 
-    // Takes a verdict and tells the loop. Returns 0, or why it was dropped.
+    // Posts a verdict to the loop. Returns 0, or why it was dropped.
     int answer(bool pass, const std::string &reason);
-    // Notes what a DENY that is to be returned is for.
+    // Stores the reason for a DENY that the callback is about to return.
     void note(const std::string &reason);
-    // The verdict that a callback returned.
-    int settle(bool pass);
+    // The verdict that a callback returned; with the stored reason. As answer().
+    int answer_from_callback(bool pass);
 
-    // The verdict is for later. Returns whether anybody can give it: holds a handle, or has given it.
+    // The verdict comes later. Returns whether anybody can give it: holds a handle, or has given it.
     bool promise();
 
     // The C handle's own references.
@@ -73,11 +73,10 @@ public:
     [[nodiscard]] bool is_answered() const;
     [[nodiscard]] kit::Answer given() const;
 
-    // Ends it without a verdict, for one of the reasons in enum app_cg_kit_error; an answered one too, which
-    // was not written then.
+    // Ends it, for one of the reasons in enum app_cg_kit_error; a verdict that was given is not written.
     void end(int why);
-    // Ends it unless it is answered, whichever thread does that: a verdict that was taken is not dropped
-    // unseen. Returns whether it has ended.
+    // Ends it unless it is answered, by whichever thread: a verdict that was accepted is not dropped. Returns
+    // whether it has ended.
     bool end_unless_answered(int why);
 
 private:

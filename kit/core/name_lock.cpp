@@ -1,9 +1,8 @@
 // A lock on a module's name.
 //
 // A lock on a file and not an entry in the store: a module's user there may write its answers and nothing
-// else, and what a killed process leaves behind would have to be told from what a living one holds. Two
-// modules of one name on different hosts of a stack are not found by it; they are asked by different daemons
-// anyway.
+// else, and what a killed process leaves behind could not be distinguished from what a running one holds. Two
+// modules of one name on different hosts of a stack are not noticed; they serve different daemons anyway.
 #include "core/name_lock.h"
 
 #include <algorithm>
@@ -27,7 +26,7 @@ namespace
 constexpr const char *if_unused = "; if no module of its owner runs, remove it";
 constexpr const char *not_known = "; whether another module has the name is not known";
 
-// Short, the same in every process, and no more has to be told than one store from another.
+// Short and the same in every process; it only has to distinguish stores.
 std::string digest(const std::string &text)
 {
     uint64_t hash = 0xcbf29ce484222325ULL;
@@ -39,11 +38,11 @@ std::string digest(const std::string &text)
     return digits.data();
 }
 
-// The folder is everybody's: what is there is opened, never made anew, and never waited for, as for a pipe
-// that somebody put there. Only the owner may open the file, or anybody could hold its lock.
-platform::Descriptor open_lock(const std::string &path)
+// Anybody may write in the folder: an existing file is opened and not replaced, and opening never blocks, as
+// it would with a pipe in its place. Only the owner may open the file, or anybody could hold its lock.
+cg::Descriptor open_lock(const std::string &path)
 {
-    platform::Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
+    cg::Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
     if (!file && errno == ENOENT) {
         file.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     }
@@ -59,7 +58,7 @@ std::string owner_problem(int file)
         return strerror(errno);
     }
     if (!S_ISREG(status.st_mode)) {
-        return "it is no file; remove it";
+        return "not a regular file; remove it";
     }
     if (status.st_uid != geteuid()) {
         return "it belongs to user " + std::to_string(status.st_uid) + ", and this is user " +
@@ -93,10 +92,10 @@ std::string holder_in(int file)
     return pid.empty() ? "" : " (process " + pid + ')';
 }
 
-// For people; nothing depends on it.
+// For operators; nothing depends on it.
 void note_holder(const std::string &path)
 {
-    const platform::Descriptor file{open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW)};
+    const cg::Descriptor file{open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW)};
     const std::string pid = std::to_string(getpid()) + '\n';
     if (file && write(file.get(), pid.data(), pid.size()) < 0) {
         return;
@@ -107,8 +106,8 @@ void note_holder(const std::string &path)
 
 NameLock::~NameLock()
 {
-    // While it is locked, so that whoever has opened it meanwhile sees that it is gone. Not in a child
-    // process, and not the file that another module made since somebody removed ours.
+    // Still locked, so that a module that opened it meanwhile sees that it is gone. Not in a child process,
+    // and not the file that another module made after ours was removed.
     if (file_ && owner_ == getpid() && !is_replaced(file_.get(), path_)) {
         (void)unlink(path_.c_str());
     }
@@ -120,24 +119,24 @@ NameLock::Outcome NameLock::lock_file(std::string &why)
     if (!file_) {
         why = "cannot open the lock file " + path_ + ": " + strerror(errno) +
               (errno == EACCES ? if_unused : "") + not_known;
-        return Outcome::cannot_tell;
+        return Outcome::unknown;
     }
     if (const std::string problem = owner_problem(file_.get()); !problem.empty()) {
         why = "cannot rely on the lock file " + path_ + ": " + problem + not_known;
-        return Outcome::cannot_tell;
+        return Outcome::unknown;
     }
     if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
         const bool is_taken = errno == EWOULDBLOCK;
-        why = is_taken ? "another module of the name " + name_ + " runs" + holder_in(file_.get()) +
-                             " and holds " + path_ + "; stop it, or use another name"
+        why = is_taken ? "another module named " + name_ + " runs" + holder_in(file_.get()) + " and holds " +
+                             path_ + "; stop it, or use another name"
                        : "cannot lock " + path_ + ": " + strerror(errno);
-        return is_taken ? Outcome::taken : Outcome::cannot_tell;
+        return is_taken ? Outcome::taken : Outcome::unknown;
     }
     return Outcome::held;
 }
 
-NameLock::Outcome NameLock::take(const std::string &folder, const std::string &name,
-                                 const std::string &endpoint, std::string &why)
+NameLock::Outcome NameLock::acquire(const std::string &folder, const std::string &name,
+                                    const std::string &endpoint, std::string &why)
 {
     if (folder.empty()) {
         return Outcome::held;
@@ -145,7 +144,7 @@ NameLock::Outcome NameLock::take(const std::string &folder, const std::string &n
     name_ = name;
     path_ = folder + "/app_cg_kit." + name + '.' + digest(endpoint) + ".lock";
     Outcome outcome = lock_file(why);
-    // Its last holder, or somebody by hand, removed it between our opening and our locking it.
+    // Its last holder, or somebody by hand, removed it after we opened and before we locked it.
     while (outcome == Outcome::held && is_replaced(file_.get(), path_)) {
         outcome = lock_file(why);
     }

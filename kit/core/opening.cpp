@@ -1,12 +1,12 @@
-// How a module comes into being.
+// How a module is made.
 #include "core/opening.h"
-#include "modules/module_name.h"
 
-#include <cstdlib>
+#include <mutex>
 #include <stdexcept>
 #include <utility>
 
 #include "loop/settings.h"
+#include "modules/module_name.h"
 #include "store/connection/configuration.h"
 
 namespace kit
@@ -15,37 +15,64 @@ namespace kit
 namespace
 {
 
-constexpr const char *endpoint_setting = "VX_MOM_ENDPOINT";
-constexpr const char *usual_endpoint = "tcp:127.0.0.1:6379";
-
-int check_settings(const Wanted &wanted, const Log &log)
+// Settings are read without locks, and mistakes in them go to one listener of the process.
+class SettingsLock
 {
-    if (wanted.endpoint && setenv(endpoint_setting, wanted.endpoint->c_str(), 1) != 0) {
-        return APP_CG_KIT_E_SYSTEM;
+public:
+    explicit SettingsLock(const Log &log) : lock_(mutex())
+    {
+        platform::tell_setting_mistakes([log](const std::string &text) { log(APP_CG_KIT_WARNING, text); });
     }
-    const std::string problem = vx_mom::configuration_problem();
-    if (!problem.empty()) {
-        log(APP_CG_KIT_ERROR, problem);
-        return APP_CG_KIT_E_SETTINGS;
+    ~SettingsLock() { platform::tell_setting_mistakes({}); }
+    SettingsLock(const SettingsLock &) = delete;
+    SettingsLock &operator=(const SettingsLock &) = delete;
+
+private:
+    static std::mutex &mutex()
+    {
+        static std::mutex one;
+        return one;
     }
-    return 0;
+
+    std::lock_guard<std::mutex> lock_;
+};
+
+std::optional<store::Place> place_of(const Wanted &wanted)
+{
+    if (!wanted.endpoint) {
+        return std::nullopt;
+    }
+    return store::Place{*wanted.endpoint, platform::setting("VX_MOM_AUTH_FILE", "")};
 }
 
-int take_name(const Wanted &wanted, const Log &log, NameLock &lock)
+std::string problem_of(const std::optional<store::Place> &place)
+{
+    if (!place) {
+        return vx_mom::configuration_problem();
+    }
+    std::string problem;
+    (void)vx_mom::place_of(place->endpoint, place->credential_file, problem);
+    return problem;
+}
+
+int lock_name(const Wanted &wanted, const Log &log, NameLock &lock)
 {
     const std::string warning = cg::folder_problem(wanted.module_folder, wanted.name);
     if (!warning.empty()) {
         log(APP_CG_KIT_WARNING, warning);
     }
+    const std::string endpoint =
+        wanted.endpoint.value_or(platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379"));
     std::string why;
-    const NameLock::Outcome outcome =
-        lock.take(wanted.lock_folder, wanted.name, platform::setting(endpoint_setting, usual_endpoint), why);
-    if (outcome == NameLock::Outcome::taken) {
+    switch (lock.acquire(wanted.lock_folder, wanted.name, endpoint, why)) {
+    case NameLock::Outcome::taken:
         log(APP_CG_KIT_ERROR, why);
         return APP_CG_KIT_E_TAKEN;
-    }
-    if (outcome == NameLock::Outcome::cannot_tell) {
+    case NameLock::Outcome::unknown:
         log(APP_CG_KIT_WARNING, why);
+        break;
+    case NameLock::Outcome::held:
+        break;
     }
     return 0;
 }
@@ -54,21 +81,23 @@ int take_name(const Wanted &wanted, const Log &log, NameLock &lock)
 
 int open(const Wanted &wanted, Module::Hooks hooks, const Log &log, Opened &opened)
 {
-    const std::string problem = cg::name_problem(wanted.name);
-    if (!problem.empty()) {
+    if (const std::string problem = cg::name_problem(wanted.name); !problem.empty()) {
         log(APP_CG_KIT_ERROR, problem);
         return APP_CG_KIT_E_NAME;
     }
-    if (const int error = check_settings(wanted, log); error != 0) {
-        return error;
+    const SettingsLock settings(log);
+    const std::optional<store::Place> place = place_of(wanted);
+    if (const std::string problem = problem_of(place); !problem.empty()) {
+        log(APP_CG_KIT_ERROR, problem);
+        return APP_CG_KIT_E_SETTINGS;
     }
-    if (const int error = take_name(wanted, log, opened.lock); error != 0) {
+    if (const int error = lock_name(wanted, log, opened.lock); error != 0) {
         return error;
     }
     try {
-        opened.module = std::make_unique<Module>(wanted.name, std::move(hooks), log);
+        opened.module = std::make_unique<Module>(wanted.name, place, std::move(hooks), log);
     } catch (const std::runtime_error &refused) {
-        log(APP_CG_KIT_ERROR, refused.what());
+        log(APP_CG_KIT_ERROR, std::string("cannot be set up: ") + refused.what());
         return APP_CG_KIT_E_SYSTEM;
     }
     return 0;

@@ -1,7 +1,7 @@
-// How a module comes into being: what is refused, and what is only warned of, before it serves.
+// How a module is made: what is refused, and what is only warned of, before it serves.
 //
-// Apart from the C functions, for whoever makes a module within this project: a command of ours is refused
-// what a module of somebody else's is refused, in the same words.
+// Apart from the C functions, so that a command of this project is refused what anybody's module is refused,
+// in the same words.
 #ifndef KIT_OPENING_H
 #define KIT_OPENING_H
 
@@ -16,11 +16,11 @@
 namespace kit
 {
 
-// What a module is to be; as app_cg_kit_options has it.
+// What a module is to be; see app_cg_kit_options.
 struct Wanted {
     std::string name;
-    std::optional<std::string> endpoint{}; // nothing: the setting decides
-    std::string module_folder;             // empty: not looked at
+    std::optional<std::string> endpoint{}; // nothing: as the settings have it
+    std::string module_folder;             // empty: not read
     std::string lock_folder;               // empty: no lock
 };
 
@@ -30,8 +30,8 @@ struct Opened {
     std::unique_ptr<Module> module{};
 };
 
-// Makes a module. Returns 0 or a negative enum app_cg_kit_error; then the log has told why, and `opened` is
-// of no use. Throws std::bad_alloc, and std::exception when the system refuses something.
+// Makes a module. Returns 0 or a negative enum app_cg_kit_error, of which the log has the details; then
+// `opened` is not usable. Throws std::bad_alloc, and std::exception when the system refuses something.
 int open(const Wanted &wanted, Module::Hooks hooks, const Log &log, Opened &opened);
 
 } // namespace kit

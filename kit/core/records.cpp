@@ -1,9 +1,6 @@
 // The records that a module reads and writes.
 #include "core/records.h"
 
-#include <cerrno>
-#include <memory>
-
 #include "p_libpub.pb-c.h"
 
 namespace kit
@@ -15,11 +12,6 @@ namespace
 using RequestRecord = PLibpub__AppCgCardCheckInfo;
 using CardRecord = PDev__CardInfo;
 using Index = PDev__CardInfoIndex;
-
-struct FreeResult {
-    void operator()(vx_mom_result_t *result) const noexcept { vx_mom_hash_res_free(result); }
-};
-using Result = std::unique_ptr<vx_mom_result_t, FreeResult>;
 
 Position position_of(const Index &index)
 {
@@ -40,7 +32,7 @@ std::string text_of(const char *text)
     return text == nullptr ? "" : text;
 }
 
-void take_info(const CardRecord &card, Facts &facts)
+void add_info(const CardRecord &card, Facts &facts)
 {
     facts.has_info = true;
     facts.online = card.is_online != 0;
@@ -55,115 +47,84 @@ Request request_of(const RequestRecord &record)
             record.card_nodeid};
 }
 
-// The record that a notification is about; null when there is none.
-const ProtobufCMessage *record_in(const vx_mom_pmsg_t &message, int32_t &error)
-{
-    error = 0;
-    switch (message.cmd) {
-    case VX_MOM_CMD_DELETED:
-        return message.record;
-    case VX_MOM_CMD_SET:
-    case VX_MOM_CMD_HMSET:
-        error = message.result == nullptr ? -EIO : message.result->error_code;
-        return error == 0 ? message.result->record : nullptr;
-    default:
-        return nullptr;
-    }
-}
-
 } // namespace
 
-int32_t subscribe_requests(vx_global_t *context, vx_mom_pmsg_f callback, void *arg)
+const ProtobufCMessageDescriptor &request_type()
 {
-    RequestRecord pattern = P_LIBPUB__APP_CG_CARD_CHECK_INFO__INIT;
-    Index index = index_of({});
-    pattern.index = &index;
-    return vx_mom_subscribe(context, database, &pattern.base, 0, callback, arg);
+    return p_libpub__app_cg_card_check_info__descriptor;
 }
 
-int32_t subscribe_cards(vx_global_t *context, vx_mom_pmsg_f callback, void *arg)
+const ProtobufCMessageDescriptor &card_type()
 {
-    CardRecord pattern = P_DEV__CARD_INFO__INIT;
-    Index index = index_of({});
-    pattern.index = &index;
-    return vx_mom_subscribe(context, database, &pattern.base, 0, callback, arg);
+    return p_dev__card_info__descriptor;
 }
 
-std::optional<Told> request_told(const vx_mom_pmsg_t &message, int32_t &error)
+std::optional<Request> request_in(const store::Change &change)
 {
-    const auto *record = reinterpret_cast<const RequestRecord *>(record_in(message, error));
+    const auto *record = reinterpret_cast<const RequestRecord *>(change.record);
     if (record == nullptr || record->index == nullptr) {
         return std::nullopt;
     }
-    Told told;
-    told.facts.request = request_of(*record);
-    told.present = message.cmd != VX_MOM_CMD_DELETED;
-    return told;
+    return request_of(*record);
 }
 
-std::optional<Told> card_told(const vx_mom_pmsg_t &message, int32_t &error)
+std::optional<Facts> card_in(const store::Change &change)
 {
-    const auto *record = reinterpret_cast<const CardRecord *>(record_in(message, error));
+    const auto *record = reinterpret_cast<const CardRecord *>(change.record);
     if (record == nullptr || record->index == nullptr) {
         return std::nullopt;
     }
-    Told told;
-    told.facts.request = {position_of(*record->index), record->config_dev_type,
-                          record->static_info == nullptr ? 0 : record->static_info->node_type,
-                          record->card_nodeid};
-    take_info(*record, told.facts);
-    told.present = message.cmd != VX_MOM_CMD_DELETED;
-    return told;
+    Facts facts;
+    facts.request = {position_of(*record->index), record->config_dev_type,
+                     record->static_info == nullptr ? 0 : record->static_info->node_type,
+                     record->card_nodeid};
+    add_info(*record, facts);
+    return facts;
 }
 
-int32_t read_info(vx_global_t *context, Facts &facts)
+store::Status read_info(store::Client &client, Facts &facts)
 {
-    CardRecord wanted = P_DEV__CARD_INFO__INIT;
+    CardRecord key = P_DEV__CARD_INFO__INIT;
     Index index = index_of(facts.request.position);
-    wanted.index = &index;
-    const Result result{vx_mom_hgetall_sync(context, database, &wanted.base)};
-    if (!result) {
-        return -ENOMEM;
+    key.index = &index;
+    const auto found = client.read(database, key.base);
+    if (found && found.value) {
+        add_info(reinterpret_cast<const CardRecord &>(*found.value->message), facts);
     }
-    if (result->error_code == 0 && result->record != nullptr) {
-        take_info(*reinterpret_cast<const CardRecord *>(result->record), facts);
-    }
-    return result->error_code;
+    return found;
 }
 
-int32_t stands(vx_global_t *context, const Request &request)
+store::Result<bool> stands(store::Client &client, const Request &request)
 {
-    RequestRecord wanted = P_LIBPUB__APP_CG_CARD_CHECK_INFO__INIT;
+    RequestRecord key = P_LIBPUB__APP_CG_CARD_CHECK_INFO__INIT;
     Index index = index_of(request.position);
-    wanted.index = &index;
-    const Result result{vx_mom_hgetall_sync(context, database, &wanted.base)};
-    if (!result) {
-        return -ENOMEM;
+    key.index = &index;
+    const auto found = client.read(database, key.base);
+    store::Result<bool> result{found, false};
+    if (found && found.value) {
+        const auto &record = reinterpret_cast<const RequestRecord &>(*found.value->message);
+        result.value = record.index != nullptr && request_of(record) == request;
     }
-    if (result->error_code != 0 || result->record == nullptr) {
-        return result->error_code;
-    }
-    const auto &found = *reinterpret_cast<const RequestRecord *>(result->record);
-    return found.index != nullptr && request_of(found) == request ? 1 : 0;
+    return result;
 }
 
-int32_t write_answer(vx_global_t *context, const Position &position, const std::string &module, bool pass,
-                     const std::string &reason)
+store::Status write_answer(store::Client &client, const Position &position, const std::string &module,
+                           const Answer &answer)
 {
     constexpr int32_t ret_pass = 0;
     constexpr int32_t ret_deny = 1;
-    std::string name = module; // the structures want texts that could be changed
-    std::string text = pass ? "" : reason;
+    std::string name = module; // the generated structures hold texts that are not const
+    std::string reason = answer.pass ? "" : answer.reason;
     PLibpub__AppCgCardCheckAckIndex index = P_LIBPUB__APP_CG_CARD_CHECK_ACK_INDEX__INIT;
     index.devid = position.devid;
     index.slotid = position.slotid;
     index.t_sslotid = position.sslotid;
     index.mod_name = name.data();
-    PLibpub__AppCgCardCheckAck answer = P_LIBPUB__APP_CG_CARD_CHECK_ACK__INIT;
-    answer.index = &index;
-    answer.ret = pass ? ret_pass : ret_deny;
-    answer.reason = text.data();
-    return vx_mom_set_sync(context, database, &answer.base);
+    PLibpub__AppCgCardCheckAck record = P_LIBPUB__APP_CG_CARD_CHECK_ACK__INIT;
+    record.index = &index;
+    record.ret = answer.pass ? ret_pass : ret_deny;
+    record.reason = reason.data();
+    return client.set(database, record.base);
 }
 
 } // namespace kit

@@ -1,15 +1,15 @@
-// The check-module runner.
+// A check module that examines cards with a command.
 #include "run/check_runner.h"
 
 #include <algorithm>
 #include <csignal>
 #include <system_error>
-#include <thread>
 #include <utility>
 
 #include "base/failure.h"
 #include "base/text.h"
 #include "modules/module_folder.h"
+#include "run/check_command.h"
 
 namespace cg
 {
@@ -17,12 +17,10 @@ namespace cg
 namespace
 {
 
-constexpr std::chrono::milliseconds tick_pause{20};
 constexpr std::chrono::seconds retry_pause{1};   // after a start that failed
 constexpr std::chrono::milliseconds grace{1000}; // between SIGTERM and SIGKILL
-constexpr const char *lock_folder = "/run/lock"; // where the kit has it too
+constexpr const char *lock_folder = "/run/lock"; // as the kit's default
 
-// What the module has to say.
 kit::Log log_to(const Output &output)
 {
     return {[&output](int level, const std::string &text) {
@@ -40,10 +38,9 @@ kit::Log log_to(const Output &output)
 CheckRunner::CheckRunner(const Output &output, Options options)
     : output_(output), options_(std::move(options))
 {
-    // The store is known to be usable, so what is refused is the name.
     const kit::Wanted wanted{options_.module, std::nullopt, default_module_folder, lock_folder};
     if (kit::open(wanted, hooks(), log_to(output_), opened_) != 0) {
-        throw Failure(failed, ""); // the log has it
+        throw Failure(failed, ""); // the reason is logged
     }
 }
 
@@ -62,143 +59,133 @@ kit::Module::Hooks CheckRunner::hooks()
 void CheckRunner::run()
 {
     const int result = opened_.module->run(true);
-    timer_.cancel();
-    for (CheckJob &job : jobs_) {
-        end(job);
-    }
-    jobs_.clear();
-    // The loop is over; what is left is to see the processes off.
-    while (reap_ending(), !ending_.empty()) {
-        std::this_thread::sleep_for(tick_pause);
-    }
-    if (result != 0 || has_failed_) {
-        throw Failure(failed, ""); // the log has it
+    end_all();
+    if (result != 0) {
+        throw Failure(failed, ""); // the reason is logged
     }
 }
 
-// The command is started from the loop, when it is its turn.
-int CheckRunner::examine(app_cg_kit_check &check) noexcept
+int CheckRunner::examine(app_cg_kit_check &check)
 {
     try {
+        Job &job = jobs_.emplace_back();
         check.hold();
-        std::unique_ptr<app_cg_kit_check, ReleaseCheck> held{&check};
-        jobs_.emplace_back().check = std::move(held);
-        if (!timer_.is_armed()) {
-            tick_after(std::chrono::milliseconds(0));
-        }
+        job.check.reset(&check);
+        start_commands();
         return APP_CG_KIT_LATER;
     } catch (const std::exception &problem) {
         output_.error(check.facts().request.position.text() + " is not examined yet: " + problem.what());
-        withdraw(check);
+        jobs_.remove_if([&](const Job &job) { return !job.check || job.check.get() == &check; });
         return APP_CG_KIT_AGAIN;
     }
 }
 
 void CheckRunner::withdraw(const app_cg_kit_check &check)
 {
-    const auto is_it = [&](const CheckJob &job) { return job.check.get() == &check; };
-    const auto job = std::find_if(jobs_.begin(), jobs_.end(), is_it);
+    const auto job =
+        std::find_if(jobs_.begin(), jobs_.end(), [&](const Job &one) { return one.check.get() == &check; });
     if (job != jobs_.end()) {
         end(*job);
         jobs_.erase(job);
+        start_commands();
     }
 }
 
-// Ends a job's process without waiting for it.
-void CheckRunner::end(CheckJob &job)
+// A card whose command cannot be started waits; with it all that come after it.
+void CheckRunner::start_commands()
 {
-    if (job.process) {
-        job.process->signal_group(SIGTERM);
-        ending_.push_back({std::move(job.process), Clock::now() + grace});
-    }
-}
-
-void CheckRunner::tick_after(std::chrono::milliseconds delay)
-{
-    if (!timer_.arm(opened_.module->context(), delay, [this] { tick(); })) {
-        output_.error("no timer can be armed, so commands cannot be looked after");
-        has_failed_ = true;
-        opened_.module->stop();
-    }
-}
-
-void CheckRunner::tick() noexcept
-{
-    try {
-        reap_ending();
-        jobs_.remove_if([this](CheckJob &job) { return advance(job); });
-        if (!jobs_.empty() || !ending_.empty()) {
-            tick_after(tick_pause);
+    for (Job &job : jobs_) {
+        if (job.command.process) {
+            continue;
         }
-    } catch (const std::exception &problem) {
-        output_.error(std::string("the commands cannot be looked after: ") + problem.what());
-        has_failed_ = true;
-        opened_.module->stop();
-    }
-}
-
-// Returns true when nothing is left to do for the card.
-bool CheckRunner::advance(CheckJob &job)
-{
-    if (!job.process && Clock::now() >= job.not_before && processes() < options_.parallel) {
+        if (processes() >= options_.parallel || retry_.is_armed()) {
+            return;
+        }
         start(job);
     }
-    return job.process && look_after(job);
 }
 
-void CheckRunner::start(CheckJob &job)
+void CheckRunner::start(Job &job)
 {
     const kit::Facts &card = job.check->facts();
     try {
-        job.process =
+        job.command.process =
             std::make_unique<ChildProcess>(options_.command, check_environment(options_.module, card));
-        job.started = Clock::now();
     } catch (const std::system_error &problem) {
         output_.error(card.request.position.text() + " is not examined yet: " + problem.what());
-        job.not_before = Clock::now() + retry_pause;
+        retry_ = loop().after(retry_pause, [this] { start_commands(); });
+        return;
     }
-}
-
-// Returns true when the command has ended, and its verdict is on the way.
-bool CheckRunner::look_after(CheckJob &job)
-{
-    const std::optional<int> status = job.process->poll();
-    if (!status) {
-        enforce_time_limit(job);
-        return false;
-    }
-    const Verdict verdict =
-        verdict_of(*status, job.process->output(), job.process->errors(),
-                   job.timed_out ? std::optional(options_.time_limit.count()) : std::nullopt);
-    (void)job.check->answer(verdict.pass, verdict.reason); // dropped when nobody waits any more
-    return true;
-}
-
-// Ended for good only after the grace, so that the command can say something and clean up.
-void CheckRunner::enforce_time_limit(CheckJob &job) const
-{
-    const Clock::duration age = Clock::now() - job.started;
-    if (age > options_.time_limit && !std::exchange(job.timed_out, true)) {
-        job.process->signal_group(SIGTERM);
-    } else if (age > options_.time_limit + grace) {
-        job.process->signal_group(SIGKILL);
-    }
-}
-
-void CheckRunner::reap_ending()
-{
-    ending_.remove_if([](EndingProcess &ending) {
-        if (Clock::now() >= ending.kill_at) {
-            ending.process->signal_group(SIGKILL);
-        }
-        return ending.process->poll().has_value();
+    ChildProcess &process = *job.command.process;
+    job.command.watch = loop().watch(process.descriptor(), platform::Watch::Until::readable,
+                                     [this, &job] { handle_progress(job); });
+    const auto limit = std::chrono::ceil<std::chrono::milliseconds>(options_.time_limit);
+    job.command.limit = loop().after(limit, [this, &job, &process] {
+        job.timed_out = true;
+        process.signal_group(SIGTERM);
+        // Killed only later, so that it can print something and clean up.
+        job.command.limit = loop().after(grace, [&process] { process.signal_group(SIGKILL); });
     });
+}
+
+void CheckRunner::handle_progress(Job &job)
+{
+    ChildProcess &process = *job.command.process;
+    const std::optional<int> status = process.poll();
+    if (!status) {
+        return;
+    }
+    const kit::Answer verdict =
+        verdict_of(*status, process.output(), process.errors(),
+                   job.timed_out ? std::optional(options_.time_limit.count()) : std::nullopt);
+    (void)job.check->answer(verdict.pass, verdict.reason); // dropped when the request is gone
+    jobs_.remove_if([&](const Job &one) { return &one == &job; });
+    start_commands();
+}
+
+// Ends a job's command without waiting for it.
+void CheckRunner::end(Job &job)
+{
+    if (!job.command.process) {
+        return;
+    }
+    job.command.watch.cancel();
+    ending_.push_back({std::move(job.command.process)});
+    Command &ending = ending_.back();
+    ChildProcess &process = *ending.process;
+    process.signal_group(SIGTERM);
+    ending.watch = loop().watch(process.descriptor(), platform::Watch::Until::readable,
+                                [this, &ending] { reap(ending); });
+    ending.limit = loop().after(grace, [&process] { process.signal_group(SIGKILL); });
+}
+
+void CheckRunner::reap(Command &ending)
+{
+    if (ending.process->poll()) {
+        ending_.remove_if([&](const Command &one) { return &one == &ending; });
+        start_commands();
+    }
+}
+
+// The loop has ended.
+void CheckRunner::end_all()
+{
+    for (Job &job : jobs_) {
+        end(job);
+    }
+    jobs_.clear();
+    const auto deadline = std::chrono::steady_clock::now() + grace;
+    for (const Command &ending : ending_) {
+        (void)ending.process->wait_for(
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()));
+    }
+    ending_.clear(); // kills what still runs
 }
 
 std::size_t CheckRunner::processes() const
 {
-    const auto running =
-        std::count_if(jobs_.begin(), jobs_.end(), [](const CheckJob &job) { return job.process != nullptr; });
+    const auto running = std::count_if(jobs_.begin(), jobs_.end(),
+                                       [](const Job &job) { return job.command.process != nullptr; });
     return static_cast<std::size_t>(running) + ending_.size();
 }
 

@@ -1,25 +1,20 @@
-// The check-module runner: answers the admission daemon's requests with what a command says about each card.
+// A check module that examines cards with a command.
 //
-// It is a module made with the kit, as everybody's is: that requests are found, answered once and withdrawn,
-// that the store may go and return, and that a name is used once, is the kit's affair; processes are this
-// file's. The kit's inside and not its C functions: the loop's timers look after the processes, so that
-// nothing here runs on a second thread.
-//
-// The loop is never blocked by a command: processes are looked after from a timer every 20 ms, which runs
-// only while there is something to look after. SIGCHLD was the alternative; the platform's loop takes no
-// signals of ours.
+// It is built on the kit as any module is: the kit finds requests, answers each once, handles outages of the
+// store and reserves the name; this file handles processes. It uses the kit's core and not its C functions,
+// so that the module's loop watches the processes and there is no second thread.
 #ifndef RUN_CHECK_RUNNER_H
 #define RUN_CHECK_RUNNER_H
 
 #include <chrono>
 #include <list>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "base/output.h"
 #include "core/opening.h"
-#include "core/timer.h"
-#include "run/check_job.h"
+#include "process/child_process.h"
 
 namespace cg
 {
@@ -28,39 +23,53 @@ class CheckRunner
 {
 public:
     struct Options {
-        std::string module;               // the name that the answers carry
+        std::string module;               // the name of the answers
         std::vector<std::string> command; // program and arguments
-        std::size_t parallel;             // how many commands run at the same time
+        std::size_t parallel;             // how many commands may run at the same time
         std::chrono::duration<double> time_limit;
     };
 
-    // The settings of the store are in order. Throws Failure when the module may not start.
+    // The settings of the store must be in order. The output outlives the object. Throws Failure when the
+    // module may not start.
     CheckRunner(const Output &output, Options options);
 
     // Serves until SIGTERM or SIGINT, then ends what still runs. Throws Failure.
     void run();
 
 private:
+    // A process with what the loop does about it. The members end in the reverse order.
+    struct Command {
+        std::unique_ptr<ChildProcess> process{};
+        platform::Watch watch{};
+        platform::Timer limit{};
+    };
+    struct ReleaseCheck {
+        void operator()(app_cg_kit_check *check) const { check->release(); }
+    };
+    struct Job {
+        std::unique_ptr<app_cg_kit_check, ReleaseCheck> check{}; // held while a verdict is needed
+        Command command{};                                     // empty until it is its turn
+        bool timed_out = false;
+    };
+
     [[nodiscard]] kit::Module::Hooks hooks();
-    int examine(app_cg_kit_check &check) noexcept;
+    int examine(app_cg_kit_check &check);
     void withdraw(const app_cg_kit_check &check);
-    void tick_after(std::chrono::milliseconds delay);
-    void tick() noexcept;
-    bool advance(CheckJob &job);
-    void start(CheckJob &job);
-    bool look_after(CheckJob &job);
-    void enforce_time_limit(CheckJob &job) const;
-    void end(CheckJob &job);
-    void reap_ending();
+    void start_commands();
+    void start(Job &job);
+    void handle_progress(Job &job);
+    void end(Job &job);
+    void reap(Command &ending);
+    void end_all();
+    [[nodiscard]] platform::Loop &loop() { return opened_.module->loop(); }
     [[nodiscard]] std::size_t processes() const;
 
     const Output &output_;
     const Options options_;
-    std::list<CheckJob> jobs_; // in the order of the requests
-    std::list<EndingProcess> ending_;
-    bool has_failed_ = false;
     kit::Opened opened_;
-    kit::Timer timer_; // on the module's loop
+    platform::Timer retry_;     // of a start that failed
+    std::list<Job> jobs_;       // in the order of the requests
+    std::list<Command> ending_; // were sent SIGTERM, and their results are not needed
 };
 
 } // namespace cg

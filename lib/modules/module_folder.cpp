@@ -1,7 +1,7 @@
 // The folder of the check modules.
 //
-// readdir() and not a walk of the standard library: the daemon takes entries in readdir()'s order and of
-// every kind, so that only the same call shows which ones it takes.
+// readdir() and not the standard library: the daemon registers entries of any kind in readdir()'s order, so
+// that only the same call shows which ones it registers.
 #include "modules/module_folder.h"
 
 #include <dirent.h>
@@ -34,7 +34,7 @@ ModuleFolder read_module_folder(const std::string &path)
         return result;
     }
     errno = 0;
-    // The folder is this function's own, so no other thread reads it.
+    // No other thread has this stream.
     for (const dirent *entry = readdir(folder.get()); entry != nullptr; entry = readdir(folder.get())) {
         const std::string name = entry->d_name;
         if (name != "." && name != "..") {
@@ -60,7 +60,7 @@ std::vector<std::string> asked_of(const ModuleFolder &folder)
 std::string module_name_mistake(const std::string &name)
 {
     if (!name_problem(name).empty() || !is_utf8(name) || visible(name) != name) {
-        return in_quotes(name) + " is no module name; 1 to 15 characters, the name of an entry of " +
+        return in_quotes(name) + " is not a module name; 1 to 15 characters, the name of an entry of " +
                default_module_folder;
     }
     return "";

@@ -18,17 +18,17 @@ std::string name_problem(const std::string &name)
     if (name.size() > longest_module_name) {
         return "the name " + name + " has " + std::to_string(name.size()) +
                " bytes; the daemon would cut it to " + name.substr(0, longest_module_name) +
-               " and wait for somebody of that name" + right;
+               " and wait for answers of that name" + right;
     }
     const auto is_control = [](char byte) { return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f; };
     if (name == "." || name == ".." || name.find('/') != std::string::npos ||
         std::any_of(name.begin(), name.end(), is_control)) {
-        return "no file can have the module's name, or it has control characters" + right;
+        return "a file cannot have the module's name, or it has control characters" + right;
     }
     return {};
 }
 
-// What the daemon would take: the first entries in the folder's own order, cut.
+// The daemon reads the first entries in the folder's own order, and cuts their names.
 std::string folder_problem(const std::string &folder, const std::string &name)
 {
     if (folder.empty()) {
@@ -47,7 +47,7 @@ std::string folder_problem(const std::string &folder, const std::string &name)
     }
     if (is_there) {
         return folder + " has the entry " + name + " behind " + std::to_string(most_modules) +
-               " others, which are all that the daemon asks; remove one of them, and restart the daemon";
+               " others, and the daemon asks no more; remove one of them, and restart the daemon";
     }
     return folder + " has no entry " + name + (error ? " (" + error.message() + ')' : "") +
            ": the daemon does not ask this module. Make one, as with `touch " + folder + '/' + name +

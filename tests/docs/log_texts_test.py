@@ -22,7 +22,7 @@ PLATFORM = (re.compile(r"(?:PLATFORM_LOG\(|LOG_TO\([^,\"]+,)\s*(?:\w+::)?log_(?:
 # The recorder's messages are put together; what is looked for is the first long literal of each.
 RECORDER = re.compile(r'(?:\blog_|\bnotice|\bFailure)\(((?:[^";]|"(?:[^"\\]|\\.)*")*);')
 # Likewise the kit's, of which the part up to a semicolon is looked for.
-KIT = re.compile(r'(?:\b(?:log_?|tell)\(\s*APP_CG_KIT_(?:ERROR|WARNING),|\btry_later\(|\bwhy = |\bruntime_error\()'
+KIT = re.compile(r'(?:\blog_?\(\s*APP_CG_KIT_(?:ERROR|WARNING),|\bretry_later\(|\bwhy = |\bruntime_error\()'
                  r'((?:[^";]|"(?:[^"\\]|\\.)*")*);')
 KIT_NAME = re.compile(r'\breturn ((?:[^";]|"(?:[^"\\]|\\.)*")*);')
 LONG = 12

@@ -20,15 +20,15 @@ struct ModuleEntry {
 
 struct ModuleFolder {
     bool readable = false;
-    bool missing = false; // it is not readable because there is none
+    bool missing = false; // not readable, because it does not exist
     std::string problem;  // why not
-    // In the order in which the daemon sees them, all of them; it takes the first `most_modules`.
+    // All entries, in the order in which the daemon reads them; it registers the first `most_modules`.
     std::vector<ModuleEntry> entries;
 };
 
 ModuleFolder read_module_folder(const std::string &path);
 
-// The names of those that the daemon takes.
+// The names of the modules that the daemon registers.
 std::vector<std::string> asked_of(const ModuleFolder &folder);
 
 // What is wrong with a module's name, and what would be right; empty when it is one that the daemon can know.

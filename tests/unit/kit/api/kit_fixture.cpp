@@ -59,7 +59,7 @@ void KitTest::serve(
     options_.check = std::move(check);
     module_ = std::make_unique<app_cg_kit::Module>(options_);
     thread_ = std::thread([this] { result_ = module_->run(); });
-    ASSERT_TRUE(says("6 subscribed")) << logged_.all();
+    ASSERT_TRUE(logs("6 subscribed")) << logged_.all();
 }
 
 void KitTest::end()
@@ -70,7 +70,7 @@ void KitTest::end()
     module_.reset();
 }
 
-bool KitTest::says(const std::string &text)
+bool KitTest::logs(const std::string &text)
 {
     return eventually([&] { return logged_.has(text); });
 }
@@ -86,9 +86,10 @@ void KitTest::withdraw(const std::string &slot)
     cgctl({"del", "app_cg_card_check_info", "devid=1", "slotid=" + slot});
 }
 
-Json KitTest::take_answer(const std::string &slot)
+Json KitTest::take_answer(const std::string &slot, const std::string &module)
 {
-    const std::vector<std::string> key{"app_cg_card_check_ack", "devid=1", "slotid=" + slot, "mod_name=volt"};
+    const std::vector<std::string> key{"app_cg_card_check_ack", "devid=1", "slotid=" + slot,
+                                       "mod_name=" + module};
     std::vector<std::string> get{"get", "--json"};
     get.insert(get.end(), key.begin(), key.end());
     cg::Outcome outcome;

@@ -19,7 +19,7 @@ using cg::cgctl;
 using cg::eventually;
 using cg::Json;
 
-// What the module's log says.
+// What a module has logged.
 class Logged
 {
 public:
@@ -43,13 +43,14 @@ protected:
     void serve(std::function<app_cg_kit::Verdict(const app_cg_kit::Card &, const app_cg_kit::Check &)> check);
     // Ends it as any thread may, and expects a clean end.
     void end();
-    bool says(const std::string &text);
+    // Waits until its log has this.
+    bool logs(const std::string &text);
 
     // As the daemon does.
     void ask(const std::string &slot, const std::string &type = "1");
     void withdraw(const std::string &slot);
     // Takes an answer out of the store; {} after a failure.
-    Json take_answer(const std::string &slot);
+    Json take_answer(const std::string &slot, const std::string &module = "volt");
     // Asks about a card in a slot of its own and takes that answer: whatever was to be answered before, was.
     void settle();
     std::size_t answers();

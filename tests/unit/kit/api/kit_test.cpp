@@ -1,6 +1,11 @@
-// A module's life with the daemon: asked, answering, withdrawn, asked again.
+// A module with a real store, threads and processes. Its life with the daemon is tested in virtual time, in
+// unit/kit/core.
+#include <poll.h>
+
 #include <atomic>
-#include <optional>
+#include <csignal>
+#include <iostream>
+#include <map>
 
 #include "kit_fixture.h"
 
@@ -12,7 +17,6 @@ namespace
 
 using app_cg_kit::Card;
 using app_cg_kit::Check;
-using app_cg_kit::Verdict;
 
 class Kit : public KitTest
 {
@@ -88,7 +92,7 @@ TEST_F(Kit, TheFunctionSeesTheCard)
     EXPECT_FALSE(seen[4].info);
 }
 
-TEST_F(Kit, WhatStandsWhenTheModuleStartsIsAnswered)
+TEST_F(Kit, RequestsThatStandAtTheStartAreAnswered)
 {
     ask("3");
     serve([](const Card &, const Check &) { return app_cg_kit::pass(); });
@@ -96,7 +100,7 @@ TEST_F(Kit, WhatStandsWhenTheModuleStartsIsAnswered)
     end();
 }
 
-TEST_F(Kit, AVerdictMayComeLaterFromAnyThreadAndCountsOnce)
+TEST_F(Kit, AVerdictMayBeGivenLaterFromAnyThreadAndCountsOnce)
 {
     serve_later();
     ask("3");
@@ -112,185 +116,6 @@ TEST_F(Kit, AVerdictMayComeLaterFromAnyThreadAndCountsOnce)
     EXPECT_EQ(check.pass(), APP_CG_KIT_E_ANSWERED);
 }
 
-TEST_F(Kit, AVerdictFromWithinTheFunctionCountsAndWhatItReturnsThenDoesNot)
-{
-    serve([](const Card &card, const Check &check) {
-        EXPECT_EQ(check.deny("at once"), 0);
-        return card.slotid == 3 ? app_cg_kit::later() : app_cg_kit::pass();
-    });
-    ask("3");
-    EXPECT_EQ(take_answer("3")["reason"], "at once");
-    ask("4");
-    EXPECT_EQ(take_answer("4")["reason"], "at once");
-    end();
-}
-
-TEST_F(Kit, AVerdictThatWasTakenIsWrittenThoughTheFunctionWantsToBeAskedAgain)
-{
-    std::atomic<int> asked{0};
-    serve([&](const Card &, const Check &check) {
-        asked++;
-        EXPECT_EQ(check.deny("told"), 0);
-        return app_cg_kit::ask_again();
-    });
-    ask("3");
-    EXPECT_EQ(take_answer("3")["reason"], "told");
-    EXPECT_EQ(asked, 1);
-    end();
-}
-
-TEST_F(Kit, ALogFunctionThatThrowsEndsNothing)
-{
-    std::atomic<bool> throws{false};
-    options_.log = [&](int level, const std::string &text) {
-        logged_.add(level, text);
-        if (throws) {
-            throw std::runtime_error("the disk is full");
-        }
-    };
-    serve([](const Card &, const Check &) { return app_cg_kit::deny(""); });
-    throws = true;
-    ask("3");
-    EXPECT_EQ(take_answer("3")["ret"], 1);
-    ask("4");
-    EXPECT_EQ(take_answer("4")["ret"], 1);
-    end();
-}
-
-TEST_F(Kit, AVerdictGivenBeforeTheStopIsWritten)
-{
-    serve_later();
-    ask("3");
-    EXPECT_EQ(kept(0).deny("just in time"), 0);
-    end();
-    EXPECT_EQ(take_answer("3")["reason"], "just in time");
-}
-
-TEST_F(Kit, AVerdictForAWithdrawnRequestIsDropped)
-{
-    std::atomic<int> withdrawn{0};
-    options_.withdrawn = [&](const Card &card, const Check &check) {
-        EXPECT_EQ(card.position(), "1/3/0");
-        EXPECT_FALSE(check.is_open());
-        withdrawn++;
-    };
-    serve_later();
-    ask("3");
-    const Check check = kept(0);
-    withdraw("3");
-    ASSERT_TRUE(eventually([&] { return withdrawn == 1; }));
-    EXPECT_EQ(check.deny("late"), APP_CG_KIT_E_WITHDRAWN);
-    settle();
-    EXPECT_EQ(answers(), 0U);
-    end();
-    EXPECT_EQ(withdrawn, 1);
-}
-
-TEST_F(Kit, AnotherCardInTheSlotIsAnotherExamination)
-{
-    std::atomic<int> withdrawn{0};
-    options_.withdrawn = [&](const Card &card, const Check &) {
-        EXPECT_EQ(card.type, 1);
-        withdrawn++;
-    };
-    serve_later();
-    ask("3", "1");
-    const Check first = kept(0);
-    ask("3", "2");
-    const Check second = kept(1);
-    EXPECT_EQ(withdrawn, 1);
-    EXPECT_EQ(first.pass(), APP_CG_KIT_E_WITHDRAWN);
-    EXPECT_EQ(second.deny("the second"), 0);
-    EXPECT_EQ(take_answer("3")["reason"], "the second");
-    end();
-}
-
-// The request says the same of both cards.
-TEST_F(Kit, AVerdictOnOneCardIsNotWrittenForTheNextInItsSlot)
-{
-    std::atomic<int> withdrawn{0};
-    options_.withdrawn = [&](const Card &card, const Check &check) {
-        EXPECT_EQ(card.info.value().name, "old");
-        EXPECT_FALSE(check.is_open());
-        withdrawn++;
-    };
-    cgctl({"card", "plug", "1/3", "--name", "old", "--serial", "01"});
-    serve_later();
-    ask("3");
-    const Check first = kept(0);
-    cgctl({"card", "plug", "1/3", "--name", "new", "--serial", "01"});
-    EXPECT_EQ(first.pass(), 0);
-    const Check second = kept(1);
-    EXPECT_EQ(withdrawn, 1);
-    EXPECT_EQ(answers(), 0U);
-    EXPECT_TRUE(logged_.has("6 1/3/0: another card came meanwhile; it is examined anew")) << logged_.all();
-    EXPECT_EQ(second.deny("the new one"), 0);
-    EXPECT_EQ(take_answer("3")["reason"], "the new one");
-    end();
-}
-
-TEST_F(Kit, ACardThatChangesOnlyItsStateIsTheSameCard)
-{
-    cgctl({"card", "plug", "1/3", "--serial", "01"});
-    serve_later();
-    ask("3");
-    const Check check = kept(0);
-    cgctl({"card", "offline", "1/3"});
-    EXPECT_EQ(check.deny("as it was"), 0);
-    EXPECT_EQ(take_answer("3")["reason"], "as it was");
-    end();
-    EXPECT_EQ(kept(), 1U);
-}
-
-TEST_F(Kit, ACardThatLostItsInformationIsExaminedAnew)
-{
-    cgctl({"card", "plug", "1/3", "--serial", "01"});
-    serve_later();
-    ask("3");
-    const Check first = kept(0);
-    cgctl({"card", "pull", "1/3"});
-    EXPECT_EQ(first.pass(), 0);
-    EXPECT_EQ(kept(1).pass(), 0);
-    EXPECT_EQ(take_answer("3")["ret"], 0);
-    end();
-}
-
-// As after an outage, which makes one of a deletion and the next request.
-TEST_F(Kit, ARepeatedRequestForAnotherCardIsAnotherExamination)
-{
-    cgctl({"card", "plug", "1/3", "--serial", "01"});
-    serve_later();
-    ask("3");
-    const Check first = kept(0);
-    cgctl({"card", "plug", "1/3", "--serial", "02"});
-    ask("3");
-    const Check second = kept(1);
-    EXPECT_EQ(first.pass(), APP_CG_KIT_E_WITHDRAWN);
-    EXPECT_EQ(second.deny("the second"), 0);
-    EXPECT_EQ(take_answer("3")["reason"], "the second");
-    end();
-}
-
-TEST_F(Kit, ARequestRepeatedWhileItIsOpenIsOneAndAfterTheAnswerAnotherOne)
-{
-    serve_later();
-    ask("3");
-    const Check check = kept(0);
-    ask("3");
-    settle();
-    EXPECT_EQ(kept(), 1U);
-    EXPECT_EQ(check.pass(), 0);
-    take_answer("3");
-    ask("3"); // as a daemon does that starts afresh
-    EXPECT_EQ(kept(1).pass(), 0);
-    take_answer("3");
-    withdraw("3");
-    ask("3");
-    EXPECT_EQ(kept(2).pass(), 0);
-    take_answer("3");
-    end();
-}
-
 TEST_F(Kit, AfterALostConnectionOnlyWhatIsNewIsAnswered)
 {
     std::atomic<int> asked{0};
@@ -302,7 +127,7 @@ TEST_F(Kit, AfterALostConnectionOnlyWhatIsNewIsAnswered)
     take_answer("3");
     settle();
     cut_connections();
-    ASSERT_TRUE(says("the store is back")) << logged_.all();
+    ASSERT_TRUE(logs("is back")) << logged_.all();
     settle();
     EXPECT_EQ(asked, 1) << logged_.all();
     EXPECT_EQ(answers(), 0U);
@@ -319,9 +144,9 @@ TEST_F(Kit, AVerdictGivenWhileTheStoreIsAwayIsWrittenOnItsReturn)
     const Check check = kept(0);
     (void)tell_server("SAVE\r\n");
     stop_server();
-    ASSERT_TRUE(says("lost the store")) << logged_.all();
+    ASSERT_TRUE(logs("lost the store")) << logged_.all();
     EXPECT_EQ(check.deny("given in the dark"), 0);
-    ASSERT_TRUE(says("not answered yet")) << logged_.all();
+    ASSERT_TRUE(logs("not answered yet")) << logged_.all();
     start_server();
     EXPECT_EQ(take_answer("3")["reason"], "given in the dark");
     end();
@@ -333,9 +158,9 @@ TEST_F(Kit, AStoreThatComesBackEmptyHasWithdrawnEverything)
     ask("3");
     const Check check = kept(0);
     stop_server();
-    ASSERT_TRUE(says("lost the store")) << logged_.all();
+    ASSERT_TRUE(logs("lost the store")) << logged_.all();
     start_server();
-    ASSERT_TRUE(says("1/3/0: the request was withdrawn")) << logged_.all();
+    ASSERT_TRUE(logs("1/3/0: the request was withdrawn")) << logged_.all();
     EXPECT_EQ(check.pass(), APP_CG_KIT_E_WITHDRAWN);
     ask("3"); // the daemon asks again
     EXPECT_EQ(kept(1).deny("again"), 0);
@@ -343,84 +168,99 @@ TEST_F(Kit, AStoreThatComesBackEmptyHasWithdrawnEverything)
     end();
 }
 
-TEST_F(Kit, AnAnswerThatTheStoreRefusesIsTriedAgain)
+TEST_F(Kit, AnAnswerThatTheStoreRejectsIsWrittenAgain)
 {
     serve_later();
     ask("3");
     const Check check = kept(0);
     (void)tell_server("CONFIG SET maxmemory 1\r\n");
     EXPECT_EQ(check.deny("at last"), 0);
-    ASSERT_TRUE(says("4 1/3/0 is not answered yet: the store did not take it")) << logged_.all();
+    ASSERT_TRUE(logs("4 1/3/0 is not answered yet: the answer cannot be written: ")) << logged_.all();
     EXPECT_EQ(answers(), 0U);
     (void)tell_server("CONFIG SET maxmemory 0\r\n");
     EXPECT_EQ(take_answer("3")["reason"], "at last");
     end();
 }
 
-TEST_F(Kit, WhoCannotTellIsAskedAgain)
+TEST_F(Kit, TheStoreMayComeLater)
 {
-    std::atomic<int> asked{0};
-    serve([&](const Card &, const Check &) -> Verdict {
-        if (asked++ == 0) {
-            throw std::runtime_error("the sensor is busy");
-        }
-        return app_cg_kit::pass();
-    });
+    stop_server();
+    options_.check = [](const Card &, const Check &) { return app_cg_kit::pass(); };
+    module_ = std::make_unique<app_cg_kit::Module>(options_);
+    thread_ = std::thread([this] { result_ = module_->run(); });
+    EXPECT_TRUE(logs("4 ")) << logged_.all(); // that there is no server
+    start_server();
+    EXPECT_TRUE(logs("6 subscribed")) << logged_.all();
     ask("3");
     EXPECT_EQ(take_answer("3")["ret"], 0);
-    EXPECT_EQ(asked, 2);
-    end();
-    EXPECT_TRUE(logged_.has("3 an exception left the function check: the sensor is busy")) << logged_.all();
-}
-
-TEST_F(Kit, ReasonsAreCutAtACharacterAndMissingOnesAreWarnedOf)
-{
-    serve([](const Card &card, const Check &) {
-        return app_cg_kit::deny(card.slotid == 3 ? "" : std::string(254, 'x') + "é!");
-    });
-    ask("3");
-    EXPECT_EQ(take_answer("3"), (Json{{"ret", 1}, {"reason", ""}, {"ret_flag", 0}}));
-    ask("4");
-    EXPECT_EQ(take_answer("4")["reason"], std::string(254, 'x'));
-    end();
-    EXPECT_TRUE(logged_.has("4 1/3/0 is denied without a reason")) << logged_.all();
-    EXPECT_TRUE(logged_.has("4 1/4/0: the reason has 257 bytes and was cut")) << logged_.all();
-}
-
-TEST_F(Kit, APromiseThatNobodyCanKeepIsTold)
-{
-    std::optional<Check> held;
-    serve([&](const Card &card, const Check &check) {
-        if (card.slotid == 4) {
-            held = check;
-        }
-        return card.slotid == 99 ? app_cg_kit::pass() : app_cg_kit::later();
-    });
-    ask("3");
-    ASSERT_TRUE(says("3 1/3/0: a verdict was promised")) << logged_.all();
-    ask("4");
-    settle();
-    held.reset();
-    EXPECT_TRUE(says("4 1/4/0: the last handle was released without a verdict")) << logged_.all();
     end();
 }
 
-TEST_F(Kit, TheFunctionForCardsSeesThemComeChangeAndGo)
+TEST_F(Kit, TwoModulesInOneProcessAnswerEachForItself)
 {
-    cgctl({"card", "plug", "1/3", "--type", "200"});
-    std::vector<std::string> seen;
-    options_.card = [&](const Card &card, bool present) {
-        seen.push_back(card.position() + ' ' + std::to_string(card.type) +
-                       (present ? card.info->online ? " online" : " offline" : " gone"));
-    };
+    app_cg_kit::Module::Options options = options_;
+    Logged logged;
+    options.name = "amp";
+    options.log = [&](int level, const std::string &text) { logged.add(level, text); };
+    options.check = [](const Card &, const Check &) { return app_cg_kit::deny("amperes"); };
+    app_cg_kit::Module amp(options);
+    std::thread thread([&] { EXPECT_EQ(amp.run(), 0); });
+    EXPECT_TRUE(eventually([&] { return logged.has("6 subscribed; module amp"); })) << logged.all();
     serve([](const Card &, const Check &) { return app_cg_kit::pass(); });
-    cgctl({"card", "plug", "1/4", "--type", "201"});
-    cgctl({"card", "offline", "1/4"});
-    cgctl({"card", "pull", "1/3"});
-    settle(); // told after the cards: the subscriptions share a connection
+    ask("3");
+    EXPECT_EQ(take_answer("3")["ret"], 0);
+    EXPECT_EQ(take_answer("3", "amp")["reason"], "amperes");
+    cut_connections();
+    EXPECT_TRUE(logs("is back")) << logged_.all();
+    EXPECT_TRUE(eventually([&] { return logged.has("is back"); })) << logged.all();
+    EXPECT_EQ(logged_.count("lost the store"), 1U) << logged_.all();
+    EXPECT_EQ(logged.count("lost the store"), 1U) << logged.all();
+    amp.stop();
+    thread.join();
+    ask("4");
+    EXPECT_EQ(take_answer("4")["ret"], 0) << "the other goes on";
     end();
-    EXPECT_EQ(seen, (std::vector<std::string>{"1/3/0 200 online", "1/4/0 201 online", "1/4/0 201 offline",
-                                              "1/3/0 200 gone"}));
+}
+
+TEST_F(Kit, ANameIsUsedOnceOnAHostForOneStore)
+{
+    options_.check = [](const Card &, const Check &) { return app_cg_kit::pass(); };
+    const auto open = [this] {
+        try {
+            const app_cg_kit::Module module(options_);
+            return 0;
+        } catch (const app_cg_kit::Error &error) {
+            EXPECT_STREQ(error.what(), app_cg_kit_error_text(error.code()));
+            return error.code();
+        }
+    };
+    cg::Child other([this] {
+        const app_cg_kit::Module module(options_);
+        std::cout << "open" << std::endl;
+        return poll(nullptr, 0, -1);
+    });
+    ASSERT_TRUE(other.prints("open")) << other.err();
+    EXPECT_EQ(open(), APP_CG_KIT_E_TAKEN);
+    EXPECT_TRUE(logged_.has("3 another module named volt runs (process " + std::to_string(other.pid()) + ")"))
+        << logged_.all();
+    other.send(SIGKILL);
+    other.wait();
+    EXPECT_EQ(open(), 0);
+}
+
+TEST_F(Kit, SignalsEndItWhenItMayHandleThem)
+{
+    options_.check = [](const Card &, const Check &) { return app_cg_kit::pass(); };
+    for (const int signal_number : {SIGTERM, SIGINT}) {
+        cg::Child module([this] {
+            options_.flags = 0;
+            options_.log = nullptr;
+            return app_cg_kit::Module(options_).run();
+        });
+        ASSERT_TRUE(module.says("volt: subscribed; module volt waits for cards\n")) << module.err();
+        module.send(signal_number);
+        EXPECT_EQ(module.wait(), 0) << module.err();
+    }
 }
 
 } // namespace kit_test

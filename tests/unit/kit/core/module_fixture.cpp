@@ -1,11 +1,9 @@
-// A module over the recording platform.
+// A module in virtual time, beside a store in memory.
 #include "module_fixture.h"
 
 #include <algorithm>
 
 #include "p_libpub.pb-c.h"
-#include "recording_platform.h"
-#include "still_loop.h"
 
 namespace kit_test
 {
@@ -13,54 +11,40 @@ namespace kit_test
 namespace
 {
 
-constexpr int32_t database = 1;
-constexpr const char *request_type = "p_libpub.app_cg_card_check_info";
-
-// A request as a record, which has its index beside it.
-struct RequestRecord {
-    explicit RequestRecord(int32_t slot)
-    {
-        index.devid = 1;
-        index.slotid = slot;
-        record.index = &index;
-        record.card_nodeid = 7;
-    }
-    RequestRecord(const RequestRecord &) = delete;
-    RequestRecord &operator=(const RequestRecord &) = delete;
-
-    PDev__CardInfoIndex index = P_DEV__CARD_INFO_INDEX__INIT;
-    PLibpub__AppCgCardCheckInfo record = P_LIBPUB__APP_CG_CARD_CHECK_INFO__INIT;
-};
-
-// The number or the text behind "name=" in a line of the journal; empty when it is not there.
-std::string value_in(const std::string &line, const std::string &name)
+PDev__CardInfoIndex index_of(int32_t slot)
 {
-    const std::size_t place = line.find(name + '=');
-    if (place == std::string::npos) {
-        return {};
-    }
-    const std::size_t begin = place + name.size() + 1;
-    return line.substr(begin, line.find_first_of(" })", begin) - begin);
+    PDev__CardInfoIndex index = P_DEV__CARD_INFO_INDEX__INIT;
+    index.devid = 1;
+    index.slotid = slot;
+    return index;
+}
+
+void with_request(int32_t slot, int32_t type, const std::function<void(const ProtobufCMessage &)> &use)
+{
+    PDev__CardInfoIndex index = index_of(slot);
+    PLibpub__AppCgCardCheckInfo request = P_LIBPUB__APP_CG_CARD_CHECK_INFO__INIT;
+    request.index = &index;
+    request.type = type;
+    request.node_type = P_DEV__DM_NODE_TYPE_E__DM_TYPE_LC;
+    request.card_nodeid = 7;
+    use(request.base);
 }
 
 } // namespace
 
 ModuleTest::ModuleTest()
 {
-    recording::reset();
-    answer_reads();
+    fake_loop::reset();
+    fake_store::reset();
 }
 
-void ModuleTest::answer_reads()
+kit::Log ModuleTest::log_to_lines()
 {
-    recording::script_action("vx_mom_hgetall_sync", [this] {
-        answer_reads();
-        const std::string &read = recording::journal().back();
-        const bool is_request = read.find(request_type) != std::string::npos;
-        const int32_t slot = is_request ? std::stoi(value_in(read, "slotid")) : 0;
-        const RequestRecord request(slot);
-        recording::script_hgetall(0, standing_.contains(slot) ? &request.record.base : nullptr);
-    });
+    return {[this](int level, const std::string &text) {
+                const std::lock_guard<std::mutex> guard(mutex_);
+                lines_.push_back(std::to_string(level) + ' ' + text);
+            },
+            APP_CG_KIT_DEBUG};
 }
 
 void ModuleTest::serve(Examine examine, const std::function<void()> &story)
@@ -68,48 +52,94 @@ void ModuleTest::serve(Examine examine, const std::function<void()> &story)
     kit::Module::Hooks hooks;
     hooks.check = [examine = std::move(examine)](const app_cg_kit_card_t & /*card*/,
                                                  app_cg_kit_check &check) { return examine(check); };
-    const kit::Log to_lines(
-        [this](int level, const std::string &text) {
-            const std::lock_guard<std::mutex> guard(mutex_);
-            lines_.push_back(std::to_string(level) + ' ' + text);
-        },
-        APP_CG_KIT_DEBUG);
-    kit::Module module("volt", std::move(hooks), to_lines);
-    still_loop::on_run([&] {
-        ASSERT_TRUE(recording::connect(database));
+    kit::Module module("volt", std::nullopt, std::move(hooks), log_to_lines());
+    fake_loop::on_run([&] {
+        fake_store::connect();
+        fake_loop::deliver();
         story();
     });
     EXPECT_EQ(module.run(false), 0);
 }
 
-void ModuleTest::ask(int32_t slot)
+void ModuleTest::request(int32_t slot, int32_t type)
 {
-    standing_.insert(slot);
-    const RequestRecord request(slot);
-    ASSERT_TRUE(recording::deliver_written(&request.record.base));
+    with_request(slot, type, fake_store::write);
+    fake_loop::deliver();
 }
 
 void ModuleTest::withdraw(int32_t slot)
 {
-    standing_.erase(slot);
-    const RequestRecord request(slot);
-    ASSERT_TRUE(recording::deliver_deleted(&request.record.base));
+    with_request(slot, 0, fake_store::erase);
+    fake_loop::deliver();
 }
 
-std::vector<std::string> ModuleTest::answers()
+void ModuleTest::plug(int32_t slot, const CardInfo &card)
 {
-    std::vector<std::string> found;
-    for (const std::string &line : recording::journal()) {
-        if (line.starts_with("vx_mom_set_sync")) {
-            const std::string reason = value_in(line, "reason");
-            found.push_back(value_in(line, "slotid") +
-                            (value_in(line, "ret") == "1" ? " DENY " + reason : " PASS" + reason));
-        }
+    PDev__CardInfoIndex index = index_of(slot);
+    std::string name = card.name;
+    std::string serial = card.serial;
+    std::string type_name = "type " + std::to_string(card.type);
+    PDev__CardStaticInfo static_info = P_DEV__CARD_STATIC_INFO__INIT;
+    static_info.name = type_name.data();
+    static_info.node_type = P_DEV__DM_NODE_TYPE_E__DM_TYPE_LC;
+    PDev__CardInfo info = P_DEV__CARD_INFO__INIT;
+    info.index = &index;
+    info.name = name.data();
+    info.serial = {serial.size(), reinterpret_cast<uint8_t *>(serial.data())};
+    info.config_dev_type = card.type;
+    info.card_nodeid = 7;
+    info.is_online = card.online ? 1 : 0;
+    info.static_info = &static_info;
+    fake_store::write(info.base);
+    fake_loop::deliver();
+}
+
+void ModuleTest::pull(int32_t slot)
+{
+    PDev__CardInfoIndex index = index_of(slot);
+    PDev__CardInfo info = P_DEV__CARD_INFO__INIT;
+    info.index = &index;
+    fake_store::erase(info.base);
+    fake_loop::deliver();
+}
+
+Strings ModuleTest::answers()
+{
+    Strings found;
+    fake_store::for_each(p_libpub__app_cg_card_check_ack__descriptor, [&](const ProtobufCMessage &message) {
+        const auto &answer = reinterpret_cast<const PLibpub__AppCgCardCheckAck &>(message);
+        EXPECT_STREQ(answer.index->mod_name, "volt");
+        EXPECT_EQ(answer.index->devid, 1);
+        const std::string reason = answer.reason == nullptr ? "" : answer.reason;
+        found.push_back(std::to_string(answer.index->slotid) + (answer.ret == 0 ? " PASS" : " DENY") +
+                        (reason.empty() ? "" : ' ' + reason));
+    });
+    return found;
+}
+
+Strings ModuleTest::take_answers()
+{
+    Strings found = answers();
+    std::vector<PLibpub__AppCgCardCheckAckIndex> keys;
+    fake_store::for_each(p_libpub__app_cg_card_check_ack__descriptor, [&](const ProtobufCMessage &message) {
+        PLibpub__AppCgCardCheckAckIndex key = P_LIBPUB__APP_CG_CARD_CHECK_ACK_INDEX__INIT;
+        const auto &index = *reinterpret_cast<const PLibpub__AppCgCardCheckAck &>(message).index;
+        key.devid = index.devid;
+        key.slotid = index.slotid;
+        key.t_sslotid = index.t_sslotid;
+        keys.push_back(key);
+    });
+    std::string name = "volt";
+    for (PLibpub__AppCgCardCheckAckIndex &key : keys) {
+        key.mod_name = name.data();
+        PLibpub__AppCgCardCheckAck answer = P_LIBPUB__APP_CG_CARD_CHECK_ACK__INIT;
+        answer.index = &key;
+        fake_store::erase(answer.base);
     }
     return found;
 }
 
-std::size_t ModuleTest::said(const std::string &text) const
+std::size_t ModuleTest::logged(const std::string &text) const
 {
     const std::lock_guard<std::mutex> guard(mutex_);
     return static_cast<std::size_t>(std::count_if(lines_.begin(), lines_.end(), [&](const std::string &line) {

@@ -1,9 +1,6 @@
 // When a module warns that the daemon's 300 seconds run out, told in virtual time.
 #include "module_fixture.h"
 
-#include "recording_platform.h"
-#include "still_loop.h"
-
 namespace kit_test
 {
 
@@ -36,17 +33,17 @@ protected:
 TEST_F(Patience, ASilentModuleWarnsBeforeTheTimeIsOverAndThen)
 {
     serve(keeps(), [this] {
-        ask(3);
-        recording::advance(239s);
-        EXPECT_EQ(said("no verdict for"), 0U) << log();
-        recording::advance(1s);
-        EXPECT_EQ(said(early), 1U) << log();
-        recording::advance(59s);
-        EXPECT_EQ(said(late), 0U) << log();
-        recording::advance(1s);
-        EXPECT_EQ(said(late), 1U) << log();
-        recording::advance(1h);
-        EXPECT_EQ(said("no verdict for"), 2U) << "once each";
+        request(3);
+        fake_loop::advance(239s);
+        EXPECT_EQ(logged("no verdict for"), 0U) << log();
+        fake_loop::advance(1s);
+        EXPECT_EQ(logged(early), 1U) << log();
+        fake_loop::advance(59s);
+        EXPECT_EQ(logged(late), 0U) << log();
+        fake_loop::advance(1s);
+        EXPECT_EQ(logged(late), 1U) << log();
+        fake_loop::advance(1h);
+        EXPECT_EQ(logged("no verdict for"), 2U) << "once each";
     });
     kept_->release();
 }
@@ -55,17 +52,17 @@ TEST_F(Patience, ASilentModuleWarnsBeforeTheTimeIsOverAndThen)
 TEST_F(Patience, ARepeatedRequestBeginsItsTimeAnew)
 {
     serve(keeps(), [this] {
-        ask(3);
-        recording::advance(239s);
-        ask(3);
-        recording::advance(239s);
-        EXPECT_EQ(said("no verdict for"), 0U) << log();
-        recording::advance(1s);
-        EXPECT_EQ(said(early), 1U) << log();
-        recording::advance(59s);
-        EXPECT_EQ(said(late), 0U) << log();
-        recording::advance(1s);
-        EXPECT_EQ(said(late), 1U) << log();
+        request(3);
+        fake_loop::advance(239s);
+        request(3);
+        fake_loop::advance(239s);
+        EXPECT_EQ(logged("no verdict for"), 0U) << log();
+        fake_loop::advance(1s);
+        EXPECT_EQ(logged(early), 1U) << log();
+        fake_loop::advance(59s);
+        EXPECT_EQ(logged(late), 0U) << log();
+        fake_loop::advance(1s);
+        EXPECT_EQ(logged(late), 1U) << log();
     });
     kept_->release();
 }
@@ -73,14 +70,14 @@ TEST_F(Patience, ARepeatedRequestBeginsItsTimeAnew)
 TEST_F(Patience, ARequestThatIsRepeatedAfterTheWarningIsWarnedOfAgain)
 {
     serve(keeps(), [this] {
-        ask(3);
-        recording::advance(250s);
-        ask(3);
-        recording::advance(239s);
-        EXPECT_EQ(said("no verdict for"), 1U) << "the first one's end is nobody's: " << log();
-        recording::advance(61s);
-        EXPECT_EQ(said(early), 2U) << log();
-        EXPECT_EQ(said(late), 1U) << log();
+        request(3);
+        fake_loop::advance(250s);
+        request(3);
+        fake_loop::advance(239s);
+        EXPECT_EQ(logged("no verdict for"), 1U) << "the first one's end is nobody's: " << log();
+        fake_loop::advance(61s);
+        EXPECT_EQ(logged(early), 2U) << log();
+        EXPECT_EQ(logged(late), 1U) << log();
     });
     kept_->release();
 }
@@ -89,29 +86,29 @@ TEST_F(Patience, ARepeatedRequestForACardThatIsStillToBeExaminedBeginsItsTimeAne
 {
     serve([](app_cg_kit_check &) { return APP_CG_KIT_AGAIN; },
           [this] {
-              ask(3);
-              recording::advance(200s);
-              ask(3);
-              recording::advance(239s);
-              EXPECT_EQ(said("no verdict for"), 0U) << log();
-              recording::advance(1s);
-              EXPECT_EQ(said(early), 1U) << log();
+              request(3);
+              fake_loop::advance(200s);
+              request(3);
+              fake_loop::advance(239s);
+              EXPECT_EQ(logged("no verdict for"), 0U) << log();
+              fake_loop::advance(1s);
+              EXPECT_EQ(logged(early), 1U) << log();
           });
 }
 
 TEST_F(Patience, EndsWithTheVerdictAndWithTheRequest)
 {
     serve(keeps(), [this] {
-        ask(3);
+        request(3);
         EXPECT_EQ(kept_->answer(true, ""), 0);
-        EXPECT_TRUE(still_loop::turn());
-        EXPECT_EQ(recording::armed_timers(), std::vector<std::string>{});
+        EXPECT_TRUE(fake_loop::turn());
+        EXPECT_EQ(fake_loop::armed_timers(), 0U);
         kept_->release();
-        ask(3);
+        request(3);
         withdraw(3);
-        EXPECT_EQ(recording::armed_timers(), std::vector<std::string>{});
-        recording::advance(1h);
-        EXPECT_EQ(said("no verdict for"), 0U) << log();
+        EXPECT_EQ(fake_loop::armed_timers(), 0U);
+        fake_loop::advance(1h);
+        EXPECT_EQ(logged("no verdict for"), 0U) << log();
     });
     kept_->release();
 }
@@ -119,16 +116,16 @@ TEST_F(Patience, EndsWithTheVerdictAndWithTheRequest)
 TEST_F(Patience, OneCardsWarningIsNotAnothers)
 {
     serve(keeps(), [this] {
-        ask(4);
+        request(4);
         EXPECT_EQ(kept_->answer(true, ""), 0);
         kept_->release();
-        recording::advance(100s);
-        ask(3);
-        EXPECT_TRUE(still_loop::turn());
-        recording::advance(239s);
-        EXPECT_EQ(said("no verdict for"), 0U) << log();
-        recording::advance(1s);
-        EXPECT_EQ(said(early), 1U) << log();
+        fake_loop::advance(100s);
+        request(3);
+        EXPECT_TRUE(fake_loop::turn());
+        fake_loop::advance(239s);
+        EXPECT_EQ(logged("no verdict for"), 0U) << log();
+        fake_loop::advance(1s);
+        EXPECT_EQ(logged(early), 1U) << log();
     });
     kept_->release();
 }

@@ -8,8 +8,6 @@
 #include <thread>
 
 #include "module_fixture.h"
-#include "recording_platform.h"
-#include "still_loop.h"
 
 namespace kit_test
 {
@@ -18,7 +16,6 @@ namespace
 {
 
 using namespace std::chrono_literals;
-using Strings = std::vector<std::string>;
 
 constexpr int32_t rounds = 100;
 
@@ -56,10 +53,10 @@ TEST_F(Threads, AVerdictThatComesBeforeTheFunctionWantsToBeAskedAgainIsWritten)
             return APP_CG_KIT_AGAIN;
         },
         [&] {
-            ask(3);
-            EXPECT_EQ(answers(), (Strings{"3 DENY \"told\""}));
-            EXPECT_TRUE(still_loop::turn()) << "the verdict's own way to the loop";
-            recording::advance(10s);
+            request(3);
+            EXPECT_EQ(answers(), (Strings{"3 DENY told"}));
+            EXPECT_TRUE(fake_loop::turn()) << "the verdict's own way to the loop";
+            fake_loop::advance(10s);
             EXPECT_EQ(answers().size(), 1U);
         });
     EXPECT_EQ(asked, 1);
@@ -77,11 +74,11 @@ TEST_F(Threads, AVerdictThatComesAfterItIsDroppedAndTheNextOneCounts)
             return APP_CG_KIT_AGAIN;
         },
         [&] {
-            ask(3);
+            request(3);
             elsewhere([&] { EXPECT_EQ(first->answer(false, "too late"), APP_CG_KIT_E_WITHDRAWN); });
-            EXPECT_FALSE(still_loop::turn());
+            EXPECT_FALSE(fake_loop::turn());
             EXPECT_EQ(answers(), Strings{});
-            recording::advance(1s);
+            fake_loop::advance(1s);
             EXPECT_EQ(answers(), (Strings{"3 PASS"}));
         });
 }
@@ -102,16 +99,16 @@ TEST_F(Threads, AVerdictAndTheWishToBeAskedAgainLeaveOneAnswer)
     };
     serve(examine, [&] {
         for (int32_t round = 1; round <= rounds; round++) {
-            recording::take();
+            (void)take_answers();
             asked = 0;
-            ask(round);
+            request(round);
             other.join();
-            (void)still_loop::turn();
-            recording::advance(2s);
+            (void)fake_loop::turn();
+            fake_loop::advance(2s);
             const bool was_taken = result == 0;
             EXPECT_TRUE(was_taken || result == APP_CG_KIT_E_WITHDRAWN) << result;
             EXPECT_EQ(asked, was_taken ? 1 : 2);
-            EXPECT_EQ(answers(), Strings{std::to_string(round) + (was_taken ? " DENY \"told\"" : " PASS")});
+            EXPECT_EQ(answers(), Strings{std::to_string(round) + (was_taken ? " DENY told" : " PASS")});
             withdraw(round);
         }
     });
@@ -151,7 +148,7 @@ TEST_F(Threads, AnExaminationIsAnsweredOrEndedAndNeverBoth)
     }
     other.join();
     EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(mailbox->take().size(), taken);
+    EXPECT_EQ(mailbox->receive().size(), taken);
     EXPECT_EQ(static_cast<std::size_t>(std::count(results.begin(), results.end(), 0)), taken);
 }
 
@@ -168,15 +165,15 @@ TEST_F(Threads, AVerdictAndItsPromiseLeaveOneAnswer)
     };
     serve(examine, [&] {
         for (int32_t round = 1; round <= rounds; round++) {
-            recording::take();
-            ask(round);
+            (void)take_answers();
+            request(round);
             other.join();
-            (void)still_loop::turn();
+            (void)fake_loop::turn();
             EXPECT_EQ(answers(), Strings{std::to_string(round) + " PASS"});
         }
     });
-    EXPECT_EQ(said("nobody holds the handle"), 0U) << log();
-    EXPECT_EQ(said("released without a verdict"), 0U) << log();
+    EXPECT_EQ(logged("nobody holds the handle"), 0U) << log();
+    EXPECT_EQ(logged("released without a verdict"), 0U) << log();
 }
 
 // The withdrawal and the verdict at the same time: nothing is written for a request that is gone.
@@ -190,7 +187,7 @@ TEST_F(Threads, AVerdictAndAWithdrawalLeaveNoAnswer)
     };
     serve(examine, [&] {
         for (int32_t round = 1; round <= rounds; round++) {
-            ask(round);
+            request(round);
             std::thread other([held = kept] {
                 const int result = held->answer(false, "told");
                 EXPECT_TRUE(result == 0 || result == APP_CG_KIT_E_WITHDRAWN) << result;
@@ -198,7 +195,7 @@ TEST_F(Threads, AVerdictAndAWithdrawalLeaveNoAnswer)
             });
             withdraw(round);
             other.join();
-            (void)still_loop::turn();
+            (void)fake_loop::turn();
             EXPECT_FALSE(kept->is_open());
         }
         EXPECT_EQ(answers(), Strings{});
@@ -214,7 +211,7 @@ TEST_F(Threads, OfManyVerdictsOneCounts)
         return APP_CG_KIT_LATER;
     };
     serve(examine, [&] {
-        ask(3);
+        request(3);
         std::atomic<int> taken{0};
         constexpr int threads = 8;
         std::vector<std::thread> others;
@@ -225,7 +222,7 @@ TEST_F(Threads, OfManyVerdictsOneCounts)
         for (std::thread &other : others) {
             other.join();
         }
-        (void)still_loop::turn();
+        (void)fake_loop::turn();
         EXPECT_EQ(taken, 1);
         EXPECT_EQ(answers(), (Strings{"3 PASS"}));
     });
@@ -236,7 +233,7 @@ TEST_F(Threads, OfManyVerdictsOneCounts)
 TEST_F(Threads, AVerdictAndTheModulesEndTouchNothingThatIsGone)
 {
     for (int round = 0; round < 20; round++) {
-        recording::reset();
+        fake_store::reset();
         std::vector<std::thread> others;
         const auto examine = [&](app_cg_kit_check &check) {
             check.hold();
@@ -249,7 +246,7 @@ TEST_F(Threads, AVerdictAndTheModulesEndTouchNothingThatIsGone)
         };
         serve(examine, [&] {
             for (int32_t slot = 1; slot <= 8; slot++) {
-                ask(slot);
+                request(slot);
             }
         });
         for (std::thread &other : others) {

@@ -100,7 +100,7 @@ TEST(Scenario, WrongModules)
     EXPECT_EQ(mistake("module m1 silnt"), "1:11: \"silnt\" is not a behaviour of a module; nearest: silent");
     EXPECT_EQ(mistake("module m1 answers psas"), "1:19: \"psas\" is not an answer; nearest: pass");
     EXPECT_THAT(mistake("module sixteen-letters- silent"),
-                HasSubstr("1:8: \"sixteen-letters-\" is no module name"));
+                HasSubstr("1:8: \"sixteen-letters-\" is not a module name"));
     EXPECT_THAT(mistake("module m1 answers pass for 1/2 for 1/3"), HasSubstr("1:32: a second \"for\""));
     EXPECT_THAT(mistake("module m1 answers pass for type x"), HasSubstr("1:33: \"x\" is not a card type"));
     EXPECT_THAT(mistake("module m1 silent after 2s"), HasSubstr("1:18: \"after\" is not expected here"));

@@ -1,5 +1,5 @@
-// One card under examination.
-#include "run/check_job.h"
+// A command that examines a card.
+#include "run/check_command.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ std::string seconds_text(double seconds)
     return text.str();
 }
 
-// Why a command that did not say so itself denied the card.
+// The reason of a command that did not give one itself.
 std::string circumstances(int wait_status, std::optional<double> time_limit_s)
 {
     if (time_limit_s) {
@@ -39,7 +39,7 @@ std::string circumstances(int wait_status, std::optional<double> time_limit_s)
     return "exit status " + std::to_string(WEXITSTATUS(wait_status));
 }
 
-bool is_ours(const std::string &variable)
+bool describes_card(const std::string &variable)
 {
     for (const char *name :
          {"CG_MODULE=", "CG_CARD=", "CG_DEVID=", "CG_SLOTID=", "CG_SSLOTID=", "CG_DEV_TYPE=", "CG_NODE_TYPE=",
@@ -55,14 +55,14 @@ std::vector<std::string> inherited_environment()
 {
     std::vector<std::string> variables;
     for (char **place = environ; place != nullptr && *place != nullptr; ++place) {
-        if (!is_ours(*place)) {
+        if (!describes_card(*place)) {
             variables.emplace_back(*place);
         }
     }
     return variables;
 }
 
-// By name, as in the store's records; a type that has none by its number.
+// By name; a type without one by its number.
 std::string node_type_text(int32_t node_type)
 {
     const ProtobufCEnumValue *value =
@@ -70,8 +70,7 @@ std::string node_type_text(int32_t node_type)
     return value == nullptr ? std::to_string(node_type) : value->name;
 }
 
-} // namespace
-
+// The first line that is not blank; empty when there is none.
 std::string first_line(const std::string &text)
 {
     for (const std::string &line : split(text, '\n')) {
@@ -83,20 +82,22 @@ std::string first_line(const std::string &text)
     return {};
 }
 
-Verdict verdict_of(int wait_status, const std::string &output, const std::string &errors,
-                   std::optional<double> time_limit_s)
+} // namespace
+
+kit::Answer verdict_of(int wait_status, const std::string &output, const std::string &errors,
+                       std::optional<double> time_limit_s)
 {
     if (!time_limit_s && WIFEXITED(wait_status) && WEXITSTATUS(wait_status) == 0) {
         return {true, ""};
     }
-    std::string said = first_line(output);
-    if (said.empty()) {
-        said = first_line(errors);
+    std::string printed = first_line(output);
+    if (printed.empty()) {
+        printed = first_line(errors);
     }
-    const bool of_its_own = !time_limit_s && WIFEXITED(wait_status);
-    std::string reason = of_its_own && !said.empty() ? "" : circumstances(wait_status, time_limit_s);
-    if (!said.empty()) {
-        reason += (reason.empty() ? "" : ": ") + said;
+    const bool exited_itself = !time_limit_s && WIFEXITED(wait_status);
+    std::string reason = exited_itself && !printed.empty() ? "" : circumstances(wait_status, time_limit_s);
+    if (!printed.empty()) {
+        reason += (reason.empty() ? "" : ": ") + printed;
     }
     return {false, visible(reason, longest_reason)};
 }

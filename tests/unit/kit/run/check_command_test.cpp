@@ -1,5 +1,5 @@
-// When the examination of a card starts, goes on or is given up, told without a store and without commands.
-#include "run/check_job.h"
+// What a command is given, and what its end means, without a store and without commands.
+#include "run/check_command.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -20,7 +20,7 @@ constexpr int exited(int status)
     return status << 8;
 }
 
-Verdict verdict(int wait_status, const std::string &output = "", const std::string &errors = "")
+kit::Answer verdict(int wait_status, const std::string &output = "", const std::string &errors = "")
 {
     return verdict_of(wait_status, output, errors, std::nullopt);
 }

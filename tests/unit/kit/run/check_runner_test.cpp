@@ -149,7 +149,7 @@ TEST_F(ModuleRun, AVerdictOnOneCardIsNotWrittenForTheNextInItsSlot)
     EXPECT_EQ(take_answer("3")["reason"], "no");
     EXPECT_EQ(lines_of("seen"), (std::vector<std::string>{"old", "new"}));
     stop(*runner);
-    EXPECT_NE(runner->err().find("1/3/0: another card came meanwhile; it is examined anew\n"),
+    EXPECT_NE(runner->err().find("1/3/0: another card was plugged meanwhile, and is examined\n"),
               std::string::npos)
         << runner->err();
 }
@@ -280,7 +280,7 @@ TEST_F(ModuleRun, AVerdictThatTheStoreRefusesIsWrittenWhenItCan)
     ask("3");
     (void)tell_server("CONFIG SET maxmemory 1\r\n");
     std::ofstream(folder_.path("go")) << "go";
-    ASSERT_TRUE(runner->says("1/3/0 is not answered yet: the store did not take it")) << runner->err();
+    ASSERT_TRUE(runner->says("1/3/0 is not answered yet: the answer cannot be written: ")) << runner->err();
     (void)tell_server("CONFIG SET maxmemory 0\r\n");
     EXPECT_EQ(take_answer("3")["reason"], "hot");
     stop(*runner);
@@ -291,7 +291,7 @@ TEST_F(ModuleRun, ANameIsServedOnce)
     const auto first = start({}, "exit 0");
     const auto second = start_cgctl({"--json", "module", "run", "volt", "--", "true"});
     EXPECT_EQ(second->wait(), 1);
-    EXPECT_NE(second->err().find("{\"error\":\"another module of the name volt runs (process " +
+    EXPECT_NE(second->err().find("{\"error\":\"another module named volt runs (process " +
                                  std::to_string(first->pid()) + ")"),
               std::string::npos)
         << second->err();
@@ -341,7 +341,7 @@ TEST_F(ModuleRun, TheStoreMayGoAndReturn)
     stop_server();
     ASSERT_TRUE(runner->says("lost the store")) << runner->err();
     start_server();
-    ASSERT_TRUE(runner->says("the store is back")) << runner->err();
+    ASSERT_TRUE(runner->says("is back")) << runner->err();
     ask("4");
     EXPECT_EQ(take_answer("4")["ret"], 0);
     stop(*runner);
