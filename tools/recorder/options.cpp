@@ -60,17 +60,22 @@ void add_options(CLI::App &app, Values &values)
     app.set_help_flag("-h,--help", "Print this help and exit");
     app.add_option("--history", values.history,
                    std::string("The file to write (default: CG_HISTORY, or ") + history::default_path + ')')
-        ->option_text("FILE");
+        ->type_name("FILE");
     app.add_option("--listen", values.listen, "Where metrics are served: 127.0.0.1:PORT, or off")
-        ->check(CLI::Validator(listen_mistake, "ADDRESS"));
-    app.add_option("--modules", values.modules, "Folder of the check modules");
+        ->type_name("ADDRESS")
+        ->check(CLI::Validator(listen_mistake, ""));
+    app.add_option("--modules", values.modules, "Folder of the check modules")->type_name("FOLDER");
     app.add_option("--life", values.service_log,
-                   "Service log: the file in which the daemon's service notes its starts and exits");
+                   "Service log: the file in which the daemon's service notes its starts and exits")
+        ->type_name("FILE");
     app.add_option("--keep-days", values.keep_days, "Delete decisions older than so many days")
+        ->type_name("N")
         ->check(CLI::Range(1, most_days));
     app.add_option("--keep-mib", values.keep_mib, "Delete the oldest decisions of a larger file")
+        ->type_name("N")
         ->check(CLI::Range(1, most_mib));
     app.add_option("--silence-after", values.silence_after_s, "Seconds after which the daemon admits a card")
+        ->type_name("N")
         ->check(CLI::Range(1, most_seconds));
 }
 

@@ -113,4 +113,13 @@ TEST_F(DatabaseTest, AnyNameIsANameOfAFile)
     EXPECT_EQ(Database(odd, Database::Access::immutable).number("SELECT count(*) FROM sqlite_master"), 1);
 }
 
+TEST_F(DatabaseTest, AValueWithoutAParameterIsAnError)
+{
+    const std::string message = "cannot use the history " + path() + ": column index out of range";
+    Statement none(database_, "SELECT 1");
+    EXPECT_EQ(message_of([&] { none.with(int64_t{1}); }), message);
+    EXPECT_EQ(message_of([&] { none.with("text"); }), message);
+    EXPECT_EQ(message_of([&] { none.with(std::optional<Time>{}); }), message);
+}
+
 } // namespace history

@@ -105,10 +105,75 @@ TEST(MetricsTest, TheDaemonsEndsByStatus)
 {
     EXPECT_EQ(exit_label({{}, false, 0, "exited", "77"}), "77");
     EXPECT_EQ(exit_label({{}, false, 0, "killed", "KILL"}), "KILL");
-    EXPECT_EQ(exit_label({{}, false, 0, "exited", "4711"}), "other");
+    EXPECT_EQ(exit_label({{}, false, 0, "exited", "0"}), "0");
+    EXPECT_EQ(exit_label({{}, false, 0, "exited", "255"}), "255");
+    EXPECT_EQ(exit_label({{}, false, 0, "exited", "256"}), "other");
+    EXPECT_EQ(exit_label({{}, false, 0, "exited", "-1"}), "other");
+    EXPECT_EQ(exit_label({{}, false, 0, "killed", "HUP"}), "HUP") << "the first signal";
+    EXPECT_EQ(exit_label({{}, false, 0, "dumped", "ABRT"}), "ABRT");
     EXPECT_EQ(exit_label({{}, false, 0, "killed", "WHATEVER"}), "other");
     Metrics metrics;
     EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_exits_total{status=\"77\"} 0\n"));
+    metrics.count(history::LifeEvent{noon, true, 42, "", ""});
+    metrics.count(history::LifeEvent{noon, false, 0, "exited", "77"});
+    metrics.count(history::LifeEvent{noon, false, 0, "killed", "KILL"});
+    metrics.count(history::LifeEvent{noon, false, 0, "killed", "KILL"});
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_starts_total 1\n"));
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_exits_total{status=\"77\"} 1\n"));
+    EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_exits_total{status=\"KILL\"} 2\n"));
+}
+
+TEST(MetricsTest, TroublesAreCounted)
+{
+    Metrics metrics;
+    metrics.count_outage();
+    metrics.count_gap();
+    metrics.count_gap();
+    metrics.count_write_failure();
+    metrics.show_gap_end(noon + 500ms);
+    const std::string text = text_of(metrics);
+    EXPECT_THAT(text, HasSubstr("cg_store_outages_total 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_recorder_gaps_total 2\n"));
+    EXPECT_THAT(text, HasSubstr("cg_history_write_failures_total 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_recorder_last_gap_end_seconds 1700049600.5\n"));
+    EXPECT_THAT(text, HasSubstr("cg_build_info{version=\""));
+}
+
+TEST(MetricsTest, CardsByState)
+{
+    Metrics metrics;
+    admission::TrackedCard waiting;
+    waiting.state = admission::State::waiting;
+    admission::TrackedCard off = waiting;
+    off.state = admission::State::offline;
+    admission::TrackedCard denied = off;
+    denied.denied = true;
+    const admission::TrackedCard gone;
+    metrics.show({&waiting, &waiting, &off, &denied, &gone});
+    const std::string text = text_of(metrics);
+    EXPECT_THAT(text, HasSubstr("cg_cards{state=\"waiting\"} 2\n"));
+    EXPECT_THAT(text, HasSubstr("cg_cards{state=\"offline\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_cards{state=\"denied\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_cards{state=\"passed\"} 0\n"));
+    EXPECT_THAT(text, HasSubstr("cg_cards_waiting 2\n"));
+    EXPECT_THAT(text, Not(HasSubstr("absent"))) << "that is no card";
+}
+
+TEST(MetricsTest, ADeciderIsALabelAndAnAnswerOfUnknownAgeIsNoTime)
+{
+    Metrics metrics;
+    metrics.set_modules({"m1"});
+    history::Decision passed;
+    passed.outcome = history::Outcome::passed;
+    passed.decider = "m1";
+    passed.answers = {{"m1", 0, "", noon, true, {}}};
+    metrics.count(passed);
+    passed.decider = "stranger";
+    metrics.count(passed);
+    const std::string text = text_of(metrics);
+    EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"m1\",outcome=\"passed\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"other\",outcome=\"passed\"} 1\n"));
+    EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 0\n"));
 }
 
 } // namespace recorder

@@ -150,4 +150,86 @@ TEST_F(ModuleListTest, WhatBecomesOfTheFolderIsTold)
     EXPECT_THAT(log_, SizeIs(2));
 }
 
+namespace
+{
+
+class OneModuleList : public testing::Test
+{
+protected:
+    [[nodiscard]] std::string folder() const { return folder_.path("modules"); }
+    void make(const std::vector<std::string> &names) const
+    {
+        std::filesystem::remove_all(folder());
+        std::filesystem::create_directory(folder());
+        for (const std::string &name : names) {
+            std::ofstream(folder() + '/' + name) << "";
+        }
+    }
+
+    cg::Folder folder_;
+    std::vector<std::string> log_;
+    ModuleList list_{folder(), [this](const std::string &text) { log_.push_back(text); }};
+};
+
+} // namespace
+
+TEST_F(OneModuleList, SaysWhetherItChanged)
+{
+    make({"m1"});
+    EXPECT_EQ(list_.names(), std::nullopt);
+    EXPECT_FALSE(list_.was_read());
+    EXPECT_TRUE(list_.read());
+    EXPECT_TRUE(list_.was_read());
+    EXPECT_THAT(list_.names(), testing::Optional(ElementsAre("m1")));
+    EXPECT_FALSE(list_.read());
+    make({"m2"});
+    EXPECT_TRUE(list_.read());
+    EXPECT_THAT(list_.names(), testing::Optional(ElementsAre("m2")));
+    EXPECT_THAT(log_, IsEmpty());
+}
+
+TEST_F(OneModuleList, AMissingFolderIsAnEmptyListThatIsNotRemembered)
+{
+    EXPECT_TRUE(list_.read());
+    EXPECT_THAT(list_.names(), testing::Optional(IsEmpty()));
+    EXPECT_FALSE(list_.was_read());
+    EXPECT_FALSE(list_.read());
+    EXPECT_THAT(log_, SizeIs(1));
+}
+
+TEST_F(OneModuleList, WhatWasRememberedIsForWhatIsNotKnown)
+{
+    std::ofstream(folder()) << "";
+    EXPECT_FALSE(list_.read());
+    EXPECT_EQ(list_.names(), std::nullopt);
+    EXPECT_TRUE(list_.adopt({"m1", "m\n2"}));
+    EXPECT_THAT(list_.names(), testing::Optional(ElementsAre("m1", "m\n2")));
+    EXPECT_EQ(log_.back(), "the list of modules is the one in the history: m1, m\\n2");
+    EXPECT_FALSE(list_.adopt({"m3"}));
+    EXPECT_THAT(list_.names(), testing::Optional(ElementsAre("m1", "m\n2")));
+    EXPECT_THAT(log_, SizeIs(2));
+}
+
+TEST_F(OneModuleList, ARememberedEmptyListIsNamedSo)
+{
+    EXPECT_TRUE(list_.adopt({}));
+    EXPECT_EQ(log_.back(), "the list of modules is the one in the history: none");
+}
+
+TEST_F(OneModuleList, AContradictionIsReportedOnceForEachList)
+{
+    list_.read();
+    log_.clear();
+    list_.report_contradiction();
+    list_.report_contradiction();
+    EXPECT_THAT(log_, SizeIs(1));
+    make({"m1"});
+    list_.read();
+    make({});
+    list_.read();
+    log_.clear();
+    list_.report_contradiction();
+    EXPECT_THAT(log_, SizeIs(1));
+}
+
 } // namespace recorder

@@ -208,4 +208,16 @@ TEST_F(ServiceLogTest, APipeInItsPlaceDoesNotBlock)
     EXPECT_FALSE(file.is_readable());
 }
 
+TEST(ServiceLogLines, MayBeAsLargeAsTheyMay)
+{
+    EXPECT_EQ(parse_service_line("0 start 0")->pid, 0);
+    EXPECT_EQ(parse_service_line("9223372036854 start 2147483647")->pid, INT32_MAX);
+    EXPECT_FALSE(parse_service_line("9223372036855 start 1"));
+    EXPECT_EQ(parse_service_line("1 start 2147483648")->pid, 0) << "none that could be";
+    EXPECT_TRUE(parse_service_line("1 exit exited 0123456789+-RTab"));
+    EXPECT_FALSE(parse_service_line("1 exit 01234567890123456 1"));
+    EXPECT_EQ(parse_service_line("1 exit dumped ABRT")->code, "dumped");
+    EXPECT_FALSE(parse_service_line("1 exit killed "));
+}
+
 } // namespace recorder
