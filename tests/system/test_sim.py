@@ -169,6 +169,22 @@ def test_staying_plays_the_modules_on(device):
     assert device.keys(HOST, CARD_INFO) == [] and player.returncode == 0
 
 
+def test_a_store_that_returns_is_followed_again(rig):
+    file = rig.folder / "long"
+    file.write_text("plug 1/3 offline\nexpect 1/3 absent within 60s\n")
+    said = rig.folder / "said"
+    with open(said, "wb") as errors:
+        player = rig.sim.start(file, stdout=subprocess.PIPE, stderr=errors, text=True)
+    rig.expect(lambda: "plugged" in said.read_text(), "the card is plugged")
+    rig.store.ask(b"SAVE\r\n")
+    rig.store.stop()
+    rig.expect(lambda: said.read_text().count("lost the store") == 2, "the player notices")
+    rig.store.start()
+    rig.expect(lambda: said.read_text().count("the store is back") == 2, "the player is back")
+    rig.cgctl("card", "pull", "1/3/0")
+    assert "1 of 1 expectations held." in player.communicate(timeout=20)[0] and player.returncode == 0
+
+
 def test_without_a_daemon_nothing_is_decided(rig):
     played = play(rig, "module m1 silent\nplug 1/3\nexpect 1/3 waiting within 100ms")
     assert played.returncode == 1

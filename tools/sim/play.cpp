@@ -2,16 +2,18 @@
 #include "play.h"
 
 #include <algorithm>
-#include <cctype>
+#include <list>
 
-#include "access/live.h"
 #include "admission/feed.h"
 #include "base/failure.h"
 #include "base/text.h"
+#include "chassis.h"
 #include "daemon/daemon_view.h"
+#include "log/platform_log.h"
+#include "loop/loop.h"
 #include "player.h"
-#include "records/position_key.h"
 #include "report.h"
+#include "store/client.h"
 
 namespace cg
 {
@@ -20,8 +22,9 @@ namespace
 {
 
 using scenario::Scenario;
+using Names = std::set<std::string>;
 
-std::string listed(const std::vector<std::string> &names)
+std::string listed(const Names &names)
 {
     std::string text;
     for (const std::string &name : names) {
@@ -30,63 +33,58 @@ std::string listed(const std::vector<std::string> &names)
     return text.empty() ? "none" : text;
 }
 
-std::vector<std::string> missing(const std::vector<std::string> &wanted,
-                                 const std::vector<std::string> &there)
+Names without(Names names, const Names &others)
 {
-    std::vector<std::string> names;
-    std::copy_if(wanted.begin(), wanted.end(), std::back_inserter(names), [&](const std::string &name) {
-        return std::find(there.begin(), there.end(), name) == there.end();
-    });
+    std::erase_if(names, [&](const std::string &name) { return others.contains(name); });
     return names;
 }
 
-// The modules that are played, in the order in which they are named.
-std::vector<std::string> played(const std::vector<Scenario> &scenarios)
+// The modules that are played.
+Names played(const std::vector<Scenario> &scenarios)
 {
-    std::vector<std::string> names;
+    Names names;
     for (const Scenario &scenario : scenarios) {
         for (const scenario::Statement &statement : scenario.statements) {
-            const auto *rule = std::get_if<scenario::ModuleRule>(&statement.what);
-            if (rule != nullptr && std::find(names.begin(), names.end(), rule->module) == names.end()) {
-                names.push_back(rule->module);
+            if (const auto *rule = std::get_if<scenario::ModuleRule>(&statement.what)) {
+                names.insert(rule->module);
             }
         }
     }
     return names;
 }
 
-// The modules that the daemon asks. Throws Failure when one that is played is not among them.
-std::vector<std::string> registered(const Output &output, const std::string &socket,
-                                    const std::vector<std::string> &names)
+// The modules that the daemon asks, in its order. Throws Failure when one that is played is not among them.
+std::vector<std::string> registered(const Output &output, const std::string &socket, const Names &names)
 {
     const DaemonView daemon = ask_for_modules(socket);
     if (!daemon.problem.empty()) {
         output.notice("cannot ask the daemon which modules it knows: " + daemon.problem);
-        return names;
+        return {names.begin(), names.end()};
     }
-    const std::vector<std::string> unknown = missing(names, daemon.modules);
-    if (!unknown.empty()) {
+    const Names known(daemon.modules.begin(), daemon.modules.end());
+    if (const Names unknown = without(names, known); !unknown.empty()) {
         std::string files;
         for (const std::string &name : unknown) {
             files += " /etc/app_cg/deny_check/" + visible(name);
         }
-        throw Failure(failed, "the daemon does not know " + listed(unknown) + ", it asks " +
-                                  listed(daemon.modules) + "; `touch" + files +
-                                  "` in its view of the file system, and restart it");
+        throw Failure(failed, "the daemon does not know " + listed(unknown) + ", it asks " + listed(known) +
+                                  "; `touch" + files + "` in its view of the file system, and restart it");
     }
-    const std::vector<std::string> others = missing(daemon.modules, names);
-    if (!others.empty()) {
+    if (const Names others = without(known, names); !others.empty()) {
         output.notice("the daemon also asks " + listed(others) +
                       ", not played here: cards wait for it unless a real module answers");
     }
     return daemon.modules;
 }
 
-std::string upper(std::string text)
+// Where the store is, before the client asks; and nothing into the daemon's log, which the settings may name.
+platform::Loop loop_with(const SimOptions &options)
 {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    return text;
+    if (!options.endpoint.empty()) {
+        setenv("VX_MOM_ENDPOINT", options.endpoint.c_str(), 1);
+    }
+    setenv("VX_ZLOG", "none", 1);
+    return platform::Loop("cg_sim");
 }
 
 // The player, the store and the event loop.
@@ -94,25 +92,32 @@ class Play
 {
 public:
     Play(const Output &output, const SimOptions &options, const std::vector<Scenario> &scenarios)
-        : output_(output), options_(options), store_(output), live_(output, store_),
+        : output_(output), options_(options), loop_(loop_with(options)),
+          client_(loop_.context(), {.notice =
+                                        [this](int32_t level, const std::string &text) {
+                                            if (level >= platform::log_warn) {
+                                                output_.notice(visible(text));
+                                            }
+                                        }}),
           player_(scenarios,
                   {options.speed, options.keep || options.stay, options.stay,
                    registered(output, options.socket, played(scenarios))},
                   stage())
     {
-        refuse_occupied(scenarios);
-        live_.on_outage([this](const Live::Outage &outage) { in_place_.lost(outage.db); });
-        for (const admission::TrackedType &tracked : admission::tracked_types()) {
-            const RecordType &type = record_type(tracked.descriptor->name);
-            live_.subscribe(type, tracked.db, [this](const Change &change) { handle(change); });
+        std::set<int32_t> databases;
+        for (const admission::TrackedType &type : admission::tracked_types()) {
+            if (databases.insert(type.db).second) {
+                connect(type.db);
+            }
         }
+        refuse_occupied(scenarios);
     }
 
     int run()
     {
         std::exception_ptr failure;
         try {
-            live_.run();
+            loop_.run();
         } catch (...) {
             failure = std::current_exception();
         }
@@ -134,12 +139,13 @@ private:
     {
         return {[] { return std::chrono::system_clock::now(); },
                 [this](scenario::Milliseconds time, std::function<void()> action) {
-                    live_.after(time.count(), std::move(action));
+                    std::erase_if(timers_, [](const platform::Timer &timer) { return !timer.is_armed(); });
+                    timers_.push_back(loop_.after(time, std::move(action)));
                 },
-                [this](const NewCard &card) { store_.set(card_type_, card_type_.db, card_info_of(card)); },
-                [this](const Position &position, scenario::Move move) { change_card(position, move); },
-                [this](const std::string &role) { set_role(role); },
-                [this](const DueAnswer &answer) { write_answer(answer); },
+                [this](const NewCard &card) { chassis_.plug(card); },
+                [this](const Position &position, scenario::Move move) { chassis_.change(position, move); },
+                [this](PDev__DmRoleE role) { chassis_.set_role(role); },
+                [this](const DueAnswer &answer) { chassis_.answer(answer); },
                 [this](admission::Time at, const Event &event) { report_event(output_, at, event); },
                 [this] { finished(); }};
     }
@@ -150,8 +156,7 @@ private:
         for (const Scenario &scenario : scenarios) {
             for (const scenario::Statement &statement : scenario.statements) {
                 const auto *plug = std::get_if<scenario::Plug>(&statement.what);
-                if (plug != nullptr &&
-                    store_.exists(card_type_, card_type_.db, key_of(plug->card.position))) {
+                if (plug != nullptr && chassis_.has_card(plug->card.position)) {
                     const std::string position = plug->card.position.text();
                     throw Failure(failed, visible(scenario.file) + ':' + std::to_string(statement.line) +
                                               ": there is a card at " + position +
@@ -161,55 +166,54 @@ private:
         }
     }
 
-    void handle(const Change &change)
+    void connect(int32_t db)
     {
-        if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
-            if (in_place_.told(change.type.descriptor)) {
+        const std::string what = "use database " + std::to_string(db) + " of the store";
+        require(client_.connect(db), what);
+        require(client_.on_connection(db, [this](const store::ConnectionEvent &event) { handle(event); }),
+                what);
+        require(client_.open(db), what);
+    }
+
+    // All records are asked for again after an outage: what was missed is not told from what is new else.
+    void handle(const store::ConnectionEvent &event)
+    {
+        const std::string db = "database " + std::to_string(event.database);
+        switch (event.kind) {
+        case store::ConnectionEvent::Kind::lost:
+            output_.notice("lost the store, " + db + "; connecting again");
+            in_place_.lost(event.database);
+            return;
+        case store::ConnectionEvent::Kind::returned:
+            output_.notice("the store is back, " + db +
+                           (event.same_data ? "" : ", with other data than before"));
+            break;
+        case store::ConnectionEvent::Kind::connected:
+            break;
+        }
+        for (const admission::TrackedType &type : admission::tracked_types()) {
+            if (type.db == event.database) {
+                auto subscription = client_.subscribe(
+                    type.db, *type.descriptor, [this](const store::Change &change) { handle(change); });
+                require(subscription, std::string("subscribe to ") + type.descriptor->name);
+                subscriptions_[type.descriptor] = std::move(subscription.value);
+            }
+        }
+    }
+
+    void handle(const store::Change &change)
+    {
+        if (change.command == VX_MOM_CMD_SUBSCRIBED) {
+            if (in_place_.told(change.type)) {
                 std::exchange(started_, true) ? player_.resynchronized() : player_.start();
             }
-        } else if (change.error_code != 0) {
-            output_.notice(std::string("a record of ") + change.type.name() + " could not be read (result " +
-                           std::to_string(change.error_code) + ")");
-        } else if (change.message != nullptr) {
-            const bool existing = change.existing || !in_place_.is_complete(change.db);
-            player_.heard(change.cmd, *change.message, existing);
-        }
-    }
-
-    void change_card(const Position &position, scenario::Move move)
-    {
-        if (move == scenario::Move::pull) {
-            store_.erase(card_type_, card_type_.db, key_of(position));
-            return;
-        }
-        Json card = record_with_key(card_type_, key_of(position));
-        card["is_online"] = move == scenario::Move::online;
-        store_.set_fields(card_type_, card_type_.db, card,
-                          {static_cast<int32_t>(field_number(card_type_, "is_online="))});
-    }
-
-    void set_role(const std::string &role)
-    {
-        const RecordType &type = record_type("p_dev.dp_lib_grole");
-        Json record = Json::object();
-        assign(type, record, "my_grole=DM_ROLE_" + upper(role));
-        store_.set_fields(type, type.db, record, {static_cast<int32_t>(field_number(type, "my_grole="))});
-    }
-
-    // Unless the request is gone: a late answer would be taken for the reply to the card's next request.
-    void write_answer(const DueAnswer &answer)
-    {
-        const RecordType &request = record_type("p_libpub.app_cg_card_check_info");
-        const RecordType &type = record_type("p_libpub.app_cg_card_check_ack");
-        if (store_.exists(request, request.db, key_of(answer.position))) {
-            store_.set(type, type.db,
-                       {{"index",
-                         {{"devid", answer.position.devid},
-                          {"slotid", answer.position.slotid},
-                          {"t_sslotid", answer.position.sslotid},
-                          {"mod_name", answer.module}}},
-                        {"ret", answer.pass ? 0 : 1},
-                        {"reason", answer.reason}});
+        } else if (change.record == nullptr) {
+            output_.notice("record " + visible(change.key) + " does not decode: " + visible(change.reason));
+        } else {
+            player_.heard(change.command, *change.record,
+                          {std::chrono::system_clock::now(),
+                           change.existing || !in_place_.is_complete(change.database),
+                           {change.revision, change.origin()}});
         }
     }
 
@@ -217,7 +221,7 @@ private:
     {
         report_if_due();
         if (!options_.stay) {
-            live_.stop();
+            loop_.stop();
         }
     }
 
@@ -228,32 +232,31 @@ private:
         }
     }
 
-    // What the end of the play did not pull, since it never came or the play goes on. Nobody acts on
-    // power-off requests here, and one that is left would be taken for the next card's.
+    // What the end of the play did not pull, since it never came or the play goes on.
     void clean_up()
     {
         const std::set<Position> left = player_.plugged();
         for (const Position &position : left) {
             try {
-                store_.erase(card_type_, card_type_.db, key_of(position));
+                chassis_.change(position, scenario::Move::pull);
             } catch (const Failure &failure) {
                 output_.notice(position.text() + " is left plugged: " + failure.what());
             }
         }
-        const RecordType &power = record_type("s_dev.im_card_power_onoff");
         for (const admission::TrackedCard *card : player_.tracker().cards()) {
-            const Position &position = card->card.position;
-            if (card->power_off && player_.has_played(position)) {
-                store_.erase_matching(power, power.db, key_of(position), 3);
+            if (card->power_off && player_.has_played(card->card.position)) {
+                chassis_.forget_power_off(card->card.position);
             }
         }
     }
 
     const Output &output_;
     const SimOptions &options_;
-    const RecordType &card_type_ = record_type("p_dev.card_info");
-    Store store_;
-    Live live_;
+    platform::Loop loop_;
+    store::Client client_;
+    Chassis chassis_{client_};
+    std::map<const ProtobufCMessageDescriptor *, store::Subscription> subscriptions_;
+    std::list<platform::Timer> timers_;
     admission::InPlace in_place_;
     bool started_ = false;
     bool reported_ = false;
@@ -264,9 +267,6 @@ private:
 
 int play(const Output &output, const SimOptions &options, const std::vector<Scenario> &scenarios)
 {
-    if (!options.endpoint.empty()) {
-        setenv("VX_MOM_ENDPOINT", options.endpoint.c_str(), 1);
-    }
     return Play(output, options, scenarios).run();
 }
 

@@ -9,7 +9,7 @@
 #include "base/text.h"
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
-#include "vx_mom.h"
+#include "store/change.h"
 
 namespace cg
 {
@@ -239,16 +239,16 @@ void Player::owe(const std::vector<DueAnswer> &answers)
     }
 }
 
-void Player::heard(int32_t cmd, const ProtobufCMessage &record, bool existing)
+void Player::heard(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change)
 {
     const auto event = event_of(cmd, record, tracker_);
-    if (event && !existing) {
+    if (event && !change.existing) {
         report(*event);
     }
-    admission::feed(tracker_, cmd, record, {stage_.now(), existing, {}});
-    play_modules(cmd, record, existing);
+    admission::feed(tracker_, cmd, record, change);
+    play_modules(cmd, record, change.existing);
     if (has_echoed()) {
-        if (event && existing) {
+        if (event && change.existing) {
             report(*event);
         }
         done();

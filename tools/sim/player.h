@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "admission/card_tracker.h"
+#include "admission/change.h"
 #include "expectation.h"
 #include "played_modules.h"
 #include "scenario.h"
@@ -31,7 +32,7 @@ struct Stage {
     std::function<void(scenario::Milliseconds, std::function<void()>)> after; // on our clock
     std::function<void(const NewCard &)> plug;
     std::function<void(const Position &, scenario::Move)> change;
-    std::function<void(const std::string &)> set_role;
+    std::function<void(PDev__DmRoleE)> set_role;
     std::function<void(const DueAnswer &)> answer;
     std::function<void(admission::Time, const Event &)> report;
     std::function<void()> finished; // every statement was played
@@ -54,7 +55,7 @@ public:
     // statement cannot be carried out.
     void start();
     // The store has changed; the arguments are those of admission::feed().
-    void heard(int32_t cmd, const ProtobufCMessage &record, bool existing);
+    void heard(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change);
     // All records were handed in again, after an outage.
     void resynchronized();
 

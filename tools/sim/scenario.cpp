@@ -23,8 +23,9 @@ constexpr std::array plain_states{State::exempt, State::unasked, State::offline,
 
 What read_role(Line &line)
 {
-    static const std::vector<std::string> roles{"master", "slave", "candidate", "none"};
-    return SetRole{roles[line.choice("a role", roles)]};
+    // In the enumeration's order.
+    return SetRole{
+        static_cast<PDev__DmRoleE>(line.choice("a role", {"none", "master", "slave", "candidate"}))};
 }
 
 // "for 1/3/0", "for type 210" and "after 2s", in any order.
@@ -224,7 +225,7 @@ struct Form {
 };
 
 constexpr std::array forms{
-    Form{"role", "role master|slave|candidate|none", read_role},
+    Form{"role", "role none|master|slave|candidate", read_role},
     Form{"module",
          "module NAME answers pass|deny [\"REASON\"] [for POSITION|for type N] [after TIME], "
          "or module NAME silent|away",

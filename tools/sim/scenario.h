@@ -14,13 +14,14 @@
 
 #include "admission/card_tracker.h"
 #include "line.h"
+#include "p_dev.pb-c.h"
 #include "records/new_card.h"
 
 namespace cg::scenario
 {
 
 struct SetRole {
-    std::string role; // "master", ...
+    PDev__DmRoleE role;
 };
 
 enum class Manner {

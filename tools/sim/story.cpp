@@ -9,7 +9,7 @@
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "s_dev.pb-c.h"
-#include "vx_mom.h"
+#include "store/change.h"
 
 namespace cg
 {

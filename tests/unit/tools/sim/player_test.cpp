@@ -3,11 +3,12 @@
 
 #include <map>
 
+#include "admission/card_text.h"
 #include "base/failure.h"
 #include "player.h"
 #include "records/position_key.h"
 #include "records/record_text.h"
-#include "vx_mom.h"
+#include "store/change.h"
 
 namespace cg
 {
@@ -94,8 +95,8 @@ private:
                 write_card(card.position);
             },
             [this](const Position &position, scenario::Move move) { change(position, move); },
-            [this](const std::string &role) {
-                written.push_back("role " + role);
+            [this](PDev__DmRoleE role) {
+                written.push_back("role " + role_word(role));
                 hear(VX_MOM_CMD_HMSET, "p_dev.dp_lib_grole", {{"my_grole", 1}});
             },
             [this](const DueAnswer &answer) { write(answer); },
@@ -120,7 +121,7 @@ private:
     void hear(int32_t cmd, const std::string &type, const Json &fields)
     {
         if (!deaf) {
-            player_->heard(cmd, *from_json(*record_type(type).descriptor, fields), returning);
+            player_->heard(cmd, *from_json(*record_type(type).descriptor, fields), {now_, returning, {}});
         }
     }
 
@@ -419,7 +420,8 @@ TEST(Player, ARecordOfBeforeIsNotTakenForWhatWasWritten)
     world.deaf = true;
     world.player().start();
     const auto hear = [&](const char *type, const Json &fields, bool existing = true) {
-        world.player().heard(VX_MOM_CMD_SET, *from_json(*record_type(type).descriptor, fields), existing);
+        world.player().heard(VX_MOM_CMD_SET, *from_json(*record_type(type).descriptor, fields),
+                             {{}, existing, {}});
     };
     hear("p_dev.card_info", {{"name", "nowhere"}});
     hear("p_dev.card_info", {{"index", key_of({1, 4, 0})}});
@@ -437,8 +439,8 @@ TEST(Player, NobodyAnswersTwiceWhenTheStoreTellsAgain)
     Json request{{"index", key_of({1, 9, 0})}};
     const MessagePtr message = from_json(*record_type("p_libpub.app_cg_card_check_info").descriptor, request);
     const auto before = world.written.size();
-    world.player().heard(VX_MOM_CMD_SET, *message, true);
-    world.player().heard(VX_MOM_CMD_SET, *message, true);
+    world.player().heard(VX_MOM_CMD_SET, *message, {{}, true, {}});
+    world.player().heard(VX_MOM_CMD_SET, *message, {{}, true, {}});
     EXPECT_EQ(world.written.size(), before);
     EXPECT_EQ(std::count(world.written.begin(), world.written.end(), "m1 passes 1/3/0"), 1);
 }

@@ -22,7 +22,7 @@ protected:
                 [](scenario::Milliseconds, const std::function<void()> &) {},
                 [](const NewCard &) {},
                 [](const Position &, scenario::Move) {},
-                [](const std::string &) {},
+                [](PDev__DmRoleE) {},
                 [](const DueAnswer &) {},
                 [](admission::Time, const Event &) {},
                 [] {}};

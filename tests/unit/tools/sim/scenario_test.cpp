@@ -58,12 +58,14 @@ TEST(Scenario, AStatementKnowsItsPlaceAndItsText)
 
 TEST(Scenario, Role)
 {
-    EXPECT_EQ(read<SetRole>("role master").role, "master");
-    EXPECT_EQ(read<SetRole>("role none").role, "none");
+    EXPECT_EQ(read<SetRole>("role none").role, P_DEV__DM_ROLE_E__DM_ROLE_NONE);
+    EXPECT_EQ(read<SetRole>("role master").role, P_DEV__DM_ROLE_E__DM_ROLE_MASTER);
+    EXPECT_EQ(read<SetRole>("role slave").role, P_DEV__DM_ROLE_E__DM_ROLE_SLAVE);
+    EXPECT_EQ(read<SetRole>("role candidate").role, P_DEV__DM_ROLE_E__DM_ROLE_CANDIDATE);
     EXPECT_EQ(mistake("role mastr"), "1:6: \"mastr\" is not a role; nearest: master");
     EXPECT_EQ(mistake("role"), "1:6: a role is missing here");
     EXPECT_THAT(mistake("role master now"),
-                HasSubstr("1:13: \"now\" is not expected here; role master|slave"));
+                HasSubstr("1:13: \"now\" is not expected here; role none|master"));
 }
 
 TEST(Scenario, ModulesThatAnswer)

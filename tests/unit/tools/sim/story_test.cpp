@@ -6,7 +6,7 @@
 #include "admission/feed.h"
 #include "records/position_key.h"
 #include "records/record_text.h"
-#include "vx_mom.h"
+#include "store/change.h"
 
 namespace cg
 {
@@ -22,7 +22,7 @@ protected:
     {
         const MessagePtr record = from_json(*record_type(type).descriptor, fields);
         const auto event = event_of(cmd, *record, tracker_);
-        admission::feed(tracker_, cmd, *record, false, {});
+        admission::feed(tracker_, cmd, *record, {});
         more_ = event ? event->more : Json();
         return event ? event->kind + ' ' + (event->card ? event->card->text() : "-") + ' ' + event->text : "";
     }
