@@ -267,6 +267,24 @@ class Tree:
                        *self.intruders()})
 
 
+def top_arrows(table: dict[str, Row]) -> dict[str, set[str]]:
+    """Who may include whom, by the folders at the root."""
+    arrows = collections.defaultdict(set)
+    for room, row in table.items():
+        top = room.split("/")[0]
+        arrows[top] |= {target.split("/")[0] for target in row.includes} - {top}
+    return arrows
+
+
+def drawn_arrows(text: str) -> dict[str, set[str]]:
+    """The same as the page draws it, a line for each floor."""
+    arrows = {}
+    for floor, targets in re.findall(r"^│ (.*)│ *(?:▼ (.*))?$", text, re.MULTILINE):
+        for name in re.findall(r"(?:^|│ )(\w+)/", floor):
+            arrows[name] = set(targets.split(", ")) if targets else set()
+    return arrows
+
+
 def forbidden_rows(table: dict[str, Row]) -> list[str]:
     """What no table may allow, whatever else it says."""
     found = []
@@ -276,6 +294,7 @@ def forbidden_rows(table: dict[str, Row]) -> list[str]:
             programs = [name.split("/")[1] for name in (room, folder) if name.startswith("tools/")]
             if target == "src" or target.startswith("src/") or len(set(programs)) > 1:
                 found.append(f"{room}: {target}")
+    found += [f"arrow up: {', '.join(group)}" for group in circles(top_arrows(table))]
     allowed = {room: {target if target in table else room_of(str(pathlib.PurePosixPath(target).parent))
                       for target in row.includes} - {room} for room, row in table.items()}
     return found + [f"circle: {', '.join(group)}" for group in circles(allowed)]
@@ -306,6 +325,11 @@ class TreeTest(unittest.TestCase):
 
     def test_the_table_ties_no_programs_together_and_has_no_circle(self) -> None:
         self.assertEqual(forbidden_rows(self.tree.table), [])
+
+    def test_the_picture_shows_the_table(self) -> None:
+        drawn = drawn_arrows((options.source / PAGE).read_text(encoding="utf-8"))
+        self.assertEqual(drawn.pop("tests"), set())
+        self.assertEqual(drawn, top_arrows(self.tree.table))
 
     def test_what_is_tested_elsewhere_is(self) -> None:
         for source, reason in TESTED_ELSEWHERE.items():
@@ -423,6 +447,8 @@ class CheckTest(unittest.TestCase):
         ):
             with self.subTest(target):
                 self.assertEqual(forbidden_rows({**table, room: Row([target], [])}), [found])
+        up = {"builtin/loop": Row(["lib/base"], []), "lib/cards": Row(["builtin/store/client.h"], [])}
+        self.assertEqual(forbidden_rows({**table, **up}), ["arrow up: builtin, lib"])
 
 
 def main() -> None:
