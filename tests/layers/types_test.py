@@ -40,18 +40,21 @@ def doubles(source, folders):
 
 # The programs, as folders whose objects come together.
 PROGRAMS = {
-    "cgctl": ["platform", "builtin", "lib", "kit", "tools/cgctl", "tools/sim"],
+    "cgctl": ["platform", "builtin", "lib", "kit", "tools/cgctl"],
+    "cg_sim": ["platform", "builtin", "lib", "tools/sim"],
     "cg_recorderd": ["platform", "builtin", "lib", "tools/recorder"],
     "app_cg": ["platform", "builtin", "src"],
     "app_cg_tests": ["platform", "src", "tests/recording_platform", "tests/unit/app_cg"],
-    "builtin_tests": ["platform", "builtin", "tests/unit/builtin"],
-    "kit_core_tests": ["platform", "lib/modules", "kit/core", "tests/recording_platform", "tests/unit/kit/core"],
-    "kit_tests": ["platform", "builtin", "lib", "kit", "tools/cgctl", "tests/unit/kit/api", "tests/unit/kit/run",
-                  "tests/unit/kit/try"],
-    "recorder_tests": ["platform", "builtin", "lib", "tools/recorder", "tests/unit/tools/recorder"],
+    "builtin_tests": ["platform", "builtin", "tests/unit/support", "tests/unit/builtin"],
+    "kit_core_tests": ["platform", "lib/modules", "lib/records", "kit/core", "tests/recording_platform",
+                       "tests/unit/kit/core"],
 }
-for room in ("lib/admission", "lib/base", "lib/history", "lib/process", "lib/records", "tools/cgctl", "tools/sim"):
-    PROGRAMS[f"{room}_tests"] = [*PROGRAMS["cgctl"], f"tests/unit/{room}"]
+PROGRAMS["kit_tests"] = [*PROGRAMS["cgctl"], "tests/unit/support", "tests/unit/kit/api", "tests/unit/kit/run",
+                         "tests/unit/kit/try"]
+for program, room in (("cgctl", "cgctl"), ("cg_sim", "sim"), ("cg_recorderd", "recorder")):
+    PROGRAMS[f"{program}_tests"] = [*PROGRAMS[program], "tests/unit/support", f"tests/unit/tools/{room}"]
+for room in ("access", "admission", "base", "history", "modules", "process", "records"):
+    PROGRAMS[f"{room}_tests"] = ["platform", "builtin", "lib", "tests/unit/support", f"tests/unit/lib/{room}"]
 
 
 class TypesTest(unittest.TestCase):
