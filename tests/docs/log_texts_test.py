@@ -63,7 +63,7 @@ def texts(folder: str, calls: tuple) -> set[str]:
             text = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', match.group(1)))
             found.add(text.replace("\\r", "").replace("\\n", ""))
         # A reason that is put into a message is looked up with it.
-        found |= {f"record %s left out: {reason}" for reason in re.findall(r'\bleave_out\([^;"]*"([^"]+)"', source)}
+        found |= {f"record %s left out: {reason}" for reason in re.findall(r'\bleave_out\([^;"{]*"([^"]+)"', source)}
     return found
 
 
