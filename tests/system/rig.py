@@ -162,6 +162,12 @@ class Rig:
         self.cgctl("set", ACK, f"devid={dev}", f"slotid={slot}", f"t_sslotid={sub}", f"mod_name={module}",
                    f"ret={ret}", f"reason={reason}")
 
+    def play(self, scenario, *options, seconds=60):
+        """Plays a scenario with cg_sim; raises CommandFailed with what it printed unless every expectation held."""
+        file = self.folder / "played.scenario"
+        file.write_text(scenario)
+        return self.sim(*options, file, seconds=seconds)
+
     # The store
 
     def database(self, number):

@@ -5,7 +5,7 @@ import subprocess
 import pytest
 
 from demo import daemon, programs
-from rig import BUILD, DENY, PASS, PROJECT, sanitizer_runtime
+from rig import BUILD, PROJECT, sanitizer_runtime
 
 EXAMPLES = PROJECT / "kit" / "examples"
 BUILT = BUILD / "bin" / "examples"
@@ -30,58 +30,59 @@ def module(rig):
         programs.stop(process)
 
 
-def plug(rig, position, card_type, *more):
-    slot = int(position.split("/")[1])
-    rig.cgctl("card", "plug", position, "--type", card_type, "--nodeid", 100 + slot, "--tipc", 1000 + slot, *more)
-
-
-def expect_verdict(rig, position, verdict):
-    """Waits for the end of the card's check."""
-    rig.expect(lambda: rig.by_position(position), f"a verdict for {position}")
-    assert rig.by_position(position).get("6", "0") == verdict
-    rig.expect_no_request(position)
-
-
-def expect_denied(rig, position, reason):
-    expect_verdict(rig, position, DENY)
-    text = f"Card in slot {position.rsplit('/', 1)[0]} will be disabled due to reason: {reason}."
+def expect_disabled(rig, slot, reason):
+    """Waits until the system log says that the card in the slot is disabled."""
+    text = f"Card in slot {slot} will be disabled due to reason: {reason}."
     rig.expect(lambda: any(text in line for _, line in rig.system_log.lines()), text)
 
 
 def test_power_budget_denies_what_exceeds_it_and_forgets_what_leaves(rig, module):
-    plug(rig, "1/1/0", 999, "--node-type", "mb", "--name", "uplink")  # is asked of nobody, and draws 95 W
+    # A board card is asked of nobody, and draws 95 W.
+    rig.cgctl("card", "plug", "1/1/0", "--type", 999, "--node-type", "mb", "--name", "uplink")
     rig.start_master("power")
     command = (BUILT / "power_budget", "power", EXAMPLES / "power_budget" / "power.table")
     process, _ = module("power", *command)
-    plug(rig, "1/3/0", 230)
-    expect_verdict(rig, "1/3/0", PASS)
-    plug(rig, "1/4/0", 200)
-    expect_verdict(rig, "1/4/0", PASS)
-    plug(rig, "1/5/0", 777)
-    expect_denied(rig, "1/5/0", "draws 60 W, but 465 W of 500 W are in use by 3 cards")
+    reason = "draws 60 W, but 465 W of 500 W are in use by 3 cards"
+    rig.play(f"""
+        plug 1/3 type=230
+        expect 1/3 passed by power
+        plug 1/4 type=200
+        expect 1/4 passed by power
+        plug 1/5 type=777
+        expect 1/5 denied by power because "{reason}"
+        """, "--keep")
+    expect_disabled(rig, "1/5", reason)
     # Another start of the module knows as much.
     process.terminate()
     assert process.wait(20) == 0
     rig.cgctl("card", "pull", "1/5/0")
     rig.cgctl("card", "pull", "1/4/0")
     module("power", *command)
-    plug(rig, "1/6/0", 230)
-    expect_denied(rig, "1/6/0", "draws 250 W, but 345 W of 500 W are in use by 2 cards")
-    plug(rig, "1/5/0", 777)
-    expect_verdict(rig, "1/5/0", PASS)
+    reason = "draws 250 W, but 345 W of 500 W are in use by 2 cards"
+    rig.play(f"""
+        plug 1/6 type=230
+        expect 1/6 denied by power because "{reason}"
+        plug 1/5 type=777
+        expect 1/5 passed by power
+        """)
+    expect_disabled(rig, "1/6", reason)
 
 
 def test_compatibility_is_a_matter_of_type_and_slot(rig, module):
     rig.start_master("compat")
     module("compat", BUILT / "compatibility", "compat", EXAMPLES / "compatibility" / "slots.table")
-    plug(rig, "1/12/0", 230)
-    expect_verdict(rig, "1/12/0", PASS)
-    plug(rig, "1/9/0", 230)
-    expect_denied(rig, "1/9/0", "card type 230 does not go into slot 9; its slots: 1-8,12")
-    plug(rig, "1/3/0", 300)
-    expect_denied(rig, "1/3/0", "card type 300 does not go into slot 3; its slots: none")
-    plug(rig, "1/16/0", 7)
-    expect_verdict(rig, "1/16/0", PASS)
+    rig.play("""
+        plug 1/12 type=230
+        expect 1/12 passed by compat
+        plug 1/9 type=230
+        expect 1/9 denied by compat because "card type 230 does not go into slot 9; its slots: 1-8,12"
+        plug 1/3 type=300
+        expect 1/3 denied by compat because "card type 300 does not go into slot 3; its slots: none"
+        plug 1/16 type=7
+        expect 1/16 passed by compat
+        """)
+    expect_disabled(rig, "1/9", "card type 230 does not go into slot 9; its slots: 1-8,12")
+    expect_disabled(rig, "1/3", "card type 300 does not go into slot 3; its slots: none")
 
 
 def test_a_shell_script_knows_serial_numbers(rig, module):
@@ -90,10 +91,14 @@ def test_a_shell_script_knows_serial_numbers(rig, module):
     rig.start_master("serials")
     module("serials", BUILD / "bin" / "cgctl", "module", "run", "serials", "--",
            EXAMPLES / "shell" / "known_serials.sh", known)
-    plug(rig, "1/3/0", 230, "--serial", "00e0ff")
-    expect_verdict(rig, "1/3/0", PASS)
-    plug(rig, "1/4/0", 230, "--serial", "00e0")
-    expect_denied(rig, "1/4/0", f"serial number 00e0 is not in {known}")
+    reason = f"serial number 00e0 is not in {known}"
+    rig.play(f"""
+        plug 1/3 serial=00e0ff
+        expect 1/3 passed by serials
+        plug 1/4 serial=00e0
+        expect 1/4 denied by serials because "{reason}"
+        """)
+    expect_disabled(rig, "1/4", reason)
 
 
 @pytest.mark.parametrize("program, lines, complaint", [

@@ -25,25 +25,31 @@ def test_every_outcome_with_its_decider(rig, recorder):
         pytest.skip("libfaketime is not installed")
     factor = 50  # 300 seconds in six, for both of them
     rig.modules("m1", "m2")
-    rig.role("master")
     recorder.start(**scaled_time(factor, preloaded_first=sanitizer_runtime()))
     rig.start_scaled(factor)
-    rig.plug("1/6/0", node_type="mb")
-    for slot in (3, 4, 5):
-        rig.plug(f"1/{slot}/0")
-        rig.expect_request(f"1/{slot}/0")
-    rig.answer("1/3/0", "m1")
-    rig.answer("1/3/0", "m2")
-    rig.answer("1/4/0", "m2", ret=-1, reason="too hot")
-    rig.cgctl("card", "pull", "1/5/0")
-    rig.plug("1/2/0")
+    rig.play("""
+        role master
+        module m1 answers pass for 1/3/0
+        module m2 answers pass for 1/3/0 after 1s
+        module m2 answers deny "too hot" for 1/4/0
+        plug 1/6 mb
+        plug 1/3 name=card-3
+        plug 1/4
+        plug 1/5
+        plug 1/2
+        expect 1/5 waiting for m1, m2
+        pull 1/5
+        expect 1/3 passed by m2
+        expect 1/4 denied by m2 because "too hot"
+        offline 1/4  # as its power-off makes it
+        expect 1/2 passed by silence of m1, m2
+        """, "--speed", factor, "--keep")
 
     passed = recorder.expect_decision("1/3/0", "passed")
     assert passed["decider"] == "m2" and passed["name"] == "card-3"
     assert [answer["module"] for answer in passed["answers"]] == ["m1", "m2"] and passed["complete"]
     denied = recorder.expect_decision("1/4/0", "denied")
     assert (denied["decider"], denied["reason"], denied["role"]) == ("m2", "too hot", "master")
-    rig.cgctl("card", "offline", "1/4/0")  # as its power-off makes it
     recorder.expect_decision("1/5/0", "withdrawn")
     recorder.expect_decision("1/6/0", "exempt")
     silence = recorder.expect_decision("1/2/0", "silence")
