@@ -46,6 +46,21 @@ TEST_F(GapTest, BeginsWhenTheStoreWasLastHeard)
     EXPECT_EQ(gaps[0].why, "the store was away");
 }
 
+TEST_F(GapTest, AnOutageOfBothDatabasesIsOne)
+{
+    EXPECT_THAT(metrics(), HasSubstr("cg_store_outages_total 0\n"));
+    EXPECT_THAT(metrics(), HasSubstr("cg_store_connected 1\n"));
+    recorder_->store_lost(now_);
+    recorder_->store_lost(now_);
+    EXPECT_THAT(metrics(), HasSubstr("cg_store_connected 0\n"));
+    return_after(1s);
+    EXPECT_THAT(metrics(), HasSubstr("cg_store_outages_total 1\n"));
+    EXPECT_THAT(metrics(), HasSubstr("cg_store_connected 1\n"));
+    recorder_->store_lost(now_);
+    EXPECT_THAT(metrics(), HasSubstr("cg_store_outages_total 2\n"));
+    EXPECT_THAT(metrics(), HasSubstr("cg_recorder_gaps_total 2\n"));
+}
+
 TEST_F(GapTest, BeginsNoEarlierThanTheLastOneEnded)
 {
     recorder_->heard(now_);

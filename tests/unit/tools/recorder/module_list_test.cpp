@@ -62,6 +62,15 @@ TEST_F(ModuleListTest, AFolderThatCannotBeReadIsNoFolderWithoutModules)
                                          "registered is not known")));
     pass_quickly();
     expect_nothing_invented();
+    EXPECT_THAT(log_, Not(Contains(HasSubstr("but the daemon asks some")))) << "it is not empty but unknown";
+}
+
+TEST_F(ModuleListTest, AListThatTheDaemonAgreesWithIsNoContradiction)
+{
+    start();
+    listen();
+    pass_quickly();
+    EXPECT_THAT(log_, IsEmpty());
 }
 
 TEST_F(ModuleListTest, AMissingFolderIsBelievedUntilTheDaemonAsksSomebody)
