@@ -47,6 +47,12 @@ def test_the_examples_are_built_with_it(workshop):
                 "cmake --build build -j 2; test -x build/bin/examples/compatibility")
 
 
+def test_the_player_of_scenarios_comes_with_it(workshop):
+    assert "standard input is right: 1 statements" in workshop.sh("echo plug 1/3 | cg_sim --check - 2>&1")
+    for page in ("man1/cg_sim.1", "man5/cg_scenario.5"):
+        assert ".Sh NAME" in workshop.sh(f"gzip -dc /usr/share/man/{page}.gz")
+
+
 def test_a_package_made_with_it_depends_on_it(workshop):
     workshop.sh("mkdir -p /srv/own/debian; printf 'Source: own\\n\\nPackage: own\\nArchitecture: any\\n' > /srv/own/debian/control")
     assert "libapp-cg-kit0 (>= 0.1.0)" in workshop.sh(f"cd /srv/own; dpkg-shlibdeps -O /{MODULE}")

@@ -24,6 +24,10 @@ def test_the_manual_pages_are_where_man_looks(device):
         assert ".Sh NAME" in device.run("gzip", "-dc", f"/usr/share/man/{page}.gz")
 
 
+def test_what_developers_use_is_not_on_a_device(device):
+    assert device.sh("command -v cg_sim || echo none").strip() == "none"
+
+
 def test_the_template_of_the_access_list_is_one(device):
     template = "/usr/share/app_cg/users.acl.template"
     device.sh("install -d /srv/modules; touch /srv/modules/NAME")

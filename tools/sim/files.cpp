@@ -16,33 +16,28 @@ namespace
 
 constexpr std::size_t largest_file = std::size_t{1} << 20U;
 
-std::string read_all(std::istream &input, const std::string &name)
-{
-    std::string text;
-    char character = 0;
-    while (input.get(character)) {
-        text += character;
-        if (text.size() > largest_file) {
-            throw Failure(wrong_usage, visible(name) + ": too long for a scenario; up to a megabyte");
-        }
-    }
-    if (input.bad()) {
-        throw Failure(failed, visible(name) + ": cannot be read");
-    }
-    return text;
-}
-
 std::string text_of_file(const std::string &name)
 {
-    if (name == "-") {
-        return read_all(std::cin, "standard input");
+    const bool is_input = name == "-";
+    const std::string shown_name = is_input ? "standard input" : visible(name);
+    std::ifstream file;
+    if (!is_input) {
+        file.open(name);
     }
-    std::ifstream file(name);
-    if (!file || file.peek() == std::ifstream::traits_type::eof()) {
-        const bool is_empty = file.eof() && !file.bad();
-        throw Failure(failed, visible(name) + (is_empty ? ": there is nothing in it" : ": cannot be read"));
+    std::istream &input = is_input ? std::cin : file;
+    std::string text(largest_file + 1, '\0');
+    input.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<std::size_t>(input.gcount()));
+    if (input.bad() || (!is_input && !file.is_open())) {
+        throw Failure(failed, shown_name + ": cannot be read");
     }
-    return read_all(file, name);
+    if (text.size() > largest_file) {
+        throw Failure(wrong_usage, shown_name + ": too long for a scenario; up to a megabyte");
+    }
+    if (text.empty() && !is_input) {
+        throw Failure(failed, shown_name + ": there is nothing in it");
+    }
+    return text;
 }
 
 } // namespace

@@ -31,12 +31,14 @@ const char *kind_text(int32_t node_type)
     return number < texts.size() ? texts.at(number) : texts.front();
 }
 
+Position at(const PDev__CardInfoIndex &index)
+{
+    return {index.devid, index.slotid, index.sslotid};
+}
+
 std::optional<Event> card_event(bool deleted, const ProtobufCMessage &record,
                                 const admission::CardTracker &tracker)
 {
-    if (as<PDev__CardInfo>(record).index == nullptr) {
-        return std::nullopt;
-    }
     const admission::CardFacts facts = admission::facts_of(record);
     const admission::TrackedCard *before = tracker.find(facts.position);
     if (deleted) {
@@ -55,91 +57,64 @@ std::optional<Event> card_event(bool deleted, const ProtobufCMessage &record,
                         : Event{"offline", facts.position, "went offline", Tone::heading};
 }
 
-std::optional<Event> role_event(bool deleted, const ProtobufCMessage &record,
-                                const admission::CardTracker & /*tracker*/)
+Event answer_event(const PLibpub__AppCgCardCheckAck &ack)
 {
-    const std::string role = role_word(static_cast<int32_t>(as<PDev__DpLibGrole>(record).my_grole));
-    return deleted ? std::optional<Event>{}
-                   : Event{"role", std::nullopt, "this device is " + role, Tone::plain, {{"role", role}}};
-}
-
-std::optional<Event> request_event(bool deleted, const ProtobufCMessage &record,
-                                   const admission::CardTracker & /*tracker*/)
-{
-    const auto *index = as<PLibpub__AppCgCardCheckInfo>(record).index;
-    if (deleted || index == nullptr) {
-        return std::nullopt;
-    }
-    return Event{"request", Position{index->devid, index->slotid, index->sslotid},
-                 "held; the check modules are asked"};
-}
-
-std::optional<Event> answer_event(bool deleted, const ProtobufCMessage &record,
-                                  const admission::CardTracker & /*tracker*/)
-{
-    const auto &ack = as<PLibpub__AppCgCardCheckAck>(record);
-    if (deleted || ack.index == nullptr) {
-        return std::nullopt;
-    }
     const std::string reason = visible(ack.reason);
     const std::string verdict = ack.ret == 0     ? "PASS"
                                 : reason.empty() ? "DENY and gives no reason"
                                                  : "DENY: " + reason;
-    return Event{"answer",
-                 Position{ack.index->devid, ack.index->slotid, ack.index->t_sslotid},
-                 visible(ack.index->mod_name) + " answers " + verdict,
-                 ack.ret == 0 ? Tone::plain : Tone::waiting,
-                 {{"module", ack.index->mod_name}, {"ret", ack.ret}, {"reason", ack.reason}}};
+    return {"answer",
+            Position{ack.index->devid, ack.index->slotid, ack.index->t_sslotid},
+            visible(ack.index->mod_name) + " answers " + verdict,
+            ack.ret == 0 ? Tone::plain : Tone::waiting,
+            {{"module", ack.index->mod_name}, {"ret", ack.ret}, {"reason", ack.reason}}};
 }
 
-std::optional<Event> mark_event(bool deleted, const ProtobufCMessage &record,
-                                const admission::CardTracker & /*tracker*/)
+// A record that was written, and is no card.
+std::optional<Event> written_event(const ProtobufCMessage &record)
 {
-    const auto *index = as<PDev__DmSetCardCustomSt>(record).index;
-    if (deleted || index == nullptr) {
-        return std::nullopt;
+    const ProtobufCMessageDescriptor *type = record.descriptor;
+    if (type == &p_dev__dp_lib_grole__descriptor) {
+        const std::string role = role_word(static_cast<int32_t>(as<PDev__DpLibGrole>(record).my_grole));
+        return Event{"role", std::nullopt, "this device is " + role, Tone::plain, {{"role", role}}};
     }
-    return Event{"marked", Position{index->t_devid, index->t_slotid, index->t_sslotid},
-                 "marked as unable to start", Tone::bad};
-}
-
-std::optional<Event> power_event(bool deleted, const ProtobufCMessage &record,
-                                 const admission::CardTracker & /*tracker*/)
-{
-    const auto &power = as<SDev__ImCardPowerOnoff>(record);
-    if (deleted || power.index == nullptr || power.updown != 0) {
-        return std::nullopt;
+    if (type == &p_libpub__app_cg_card_check_info__descriptor) {
+        const auto *index = as<PLibpub__AppCgCardCheckInfo>(record).index;
+        return index == nullptr ? std::optional<Event>{}
+                                : Event{"request", at(*index), "held; the check modules are asked"};
     }
-    return Event{"power_off", Position{power.index->devid, power.index->slotid, power.index->sslotid},
-                 "power-off requested: " + visible(power.index->cause), Tone::bad};
+    if (type == &p_libpub__app_cg_card_check_ack__descriptor) {
+        const auto &ack = as<PLibpub__AppCgCardCheckAck>(record);
+        return ack.index == nullptr ? std::optional<Event>{} : answer_event(ack);
+    }
+    if (type == &p_dev__dm_set_card_custom_st__descriptor) {
+        const auto *index = as<PDev__DmSetCardCustomSt>(record).index;
+        return index == nullptr ? std::optional<Event>{}
+                                : Event{"marked", Position{index->t_devid, index->t_slotid, index->t_sslotid},
+                                        "marked as unable to start", Tone::bad};
+    }
+    if (type == &s_dev__im_card_power_onoff__descriptor) {
+        const auto &power = as<SDev__ImCardPowerOnoff>(record);
+        return power.index == nullptr || power.updown != 0
+                   ? std::optional<Event>{}
+                   : Event{"power_off",
+                           Position{power.index->devid, power.index->slotid, power.index->sslotid},
+                           "power-off requested: " + visible(power.index->cause), Tone::bad};
+    }
+    return std::nullopt;
 }
-
-struct Teller {
-    const ProtobufCMessageDescriptor *type;
-    std::optional<Event> (*event)(bool deleted, const ProtobufCMessage &record,
-                                  const admission::CardTracker &tracker);
-};
-
-constexpr std::array tellers{
-    Teller{&p_dev__dp_lib_grole__descriptor, role_event},
-    Teller{&p_dev__card_info__descriptor, card_event},
-    Teller{&p_libpub__app_cg_card_check_info__descriptor, request_event},
-    Teller{&p_libpub__app_cg_card_check_ack__descriptor, answer_event},
-    Teller{&p_dev__dm_set_card_custom_st__descriptor, mark_event},
-    Teller{&s_dev__im_card_power_onoff__descriptor, power_event},
-};
 
 } // namespace
 
 std::optional<Event> event_of(int32_t cmd, const ProtobufCMessage &record,
                               const admission::CardTracker &tracker)
 {
-    for (const Teller &teller : tellers) {
-        if (teller.type == record.descriptor) {
-            return teller.event(cmd == VX_MOM_CMD_DELETED, record, tracker);
-        }
+    const bool deleted = cmd == VX_MOM_CMD_DELETED;
+    if (record.descriptor == &p_dev__card_info__descriptor) {
+        return as<PDev__CardInfo>(record).index == nullptr ? std::nullopt
+                                                           : card_event(deleted, record, tracker);
     }
-    return std::nullopt;
+    return deleted ? std::nullopt : written_event(record);
 }
 
 Event event_of(const admission::Decision &decision)
