@@ -86,15 +86,6 @@ std::size_t edit_distance(std::string_view a, std::string_view b)
     return row.back();
 }
 
-std::string joined(const std::vector<std::string> &names)
-{
-    std::string result;
-    for (const std::string &name : names) {
-        result += result.empty() ? name : ", " + name;
-    }
-    return result;
-}
-
 std::string lower(std::string_view text)
 {
     std::string result(text);
@@ -196,6 +187,16 @@ std::optional<int64_t> to_number(std::string_view text, int64_t least, int64_t m
         return std::nullopt;
     }
     return value;
+}
+
+std::string joined(const std::vector<std::string> &texts, std::string_view separator)
+{
+    std::string result;
+    for (const std::string &text : texts) {
+        result += &text == &texts.front() ? "" : separator;
+        result += text;
+    }
+    return result;
 }
 
 std::vector<std::string> split(std::string_view text, char separator)

@@ -85,7 +85,7 @@ class JsonFormsTest(unittest.TestCase):
                 printed = members(self.printed(command))
                 self.assertEqual(printed - named, set())
                 seen |= printed
-        self.assertLessEqual({"sources", "outcome", "took_s", "percentile_95_s", "mend"}, seen)
+        self.assertLessEqual({"sources", "outcome", "took_s", "percentile_95_s", "fix"}, seen)
 
     def test_a_form_that_differs_is_seen(self):
         self.assertTrue(fits({"a": [{"b": 1}], "c": {}, "d": None}, {"a": [{"b": 2}, {"b": 3}], "c": {"x": 1}, "d": 4}))

@@ -65,8 +65,8 @@ class Installation:
         return {name: check for name, check in self.examine()[1].items() if check["state"] != "ok"}
 
     def carry_out(self, check):
-        """Carries out the first command of a mend, with our programs in the path."""
-        command = re.search("`([^`]*)`", check["mend"])[1]
+        """Carries out the first command of a fix, with our programs in the path."""
+        command = re.search("`([^`]*)`", check["fix"])[1]
         subprocess.run(command, shell=True, check=True, timeout=20, stdout=subprocess.DEVNULL,
                        env={**os.environ, **self.rig.cgctl.env, "PATH": f"{BUILD / 'bin'}:{os.environ['PATH']}"})
 
@@ -103,8 +103,8 @@ def test_a_killed_daemon_is_missed(installation):
     installation.rig.expect(lambda: installation.subscriptions() == (0, 0), "the server misses it, too")
     status, checks = installation.examine()
     assert status == 1
-    assert checks["daemon"]["state"] == "fail" and "`systemctl start app_cg`" in checks["daemon"]["mend"]
-    assert checks["cards"]["found"] == "not looked at, because of: daemon"
+    assert checks["daemon"]["state"] == "fail" and "`systemctl start app_cg`" in checks["daemon"]["fix"]
+    assert checks["cards"]["found"] == "not examined because of: daemon"
     installation.start_daemon()
     assert installation.complaints() == {}
 
@@ -115,8 +115,8 @@ def test_a_frozen_daemon_is_told_from_one_that_serves(installation):
     status, checks = installation.examine()
     daemon.signal(signal.SIGCONT)
     assert status == 1
-    assert checks["daemon"]["state"] == "fail" and "serves nobody" in checks["daemon"]["found"]
-    assert "`systemctl restart app_cg`" in checks["daemon"]["mend"]
+    assert checks["daemon"]["state"] == "fail" and "does not respond" in checks["daemon"]["found"]
+    assert "`systemctl restart app_cg`" in checks["daemon"]["fix"]
     assert installation.complaints() == {}
 
 
@@ -128,7 +128,7 @@ def test_cards_that_the_daemon_left_alone_are_asked_for_after_a_restart(installa
     installation.administrator.delete(request)
     check = installation.examine()[1]["cards"]
     assert (check["state"], check["found"][-5:]) == ("fail", "1/3/0")
-    assert "`systemctl restart app_cg`" in check["mend"]
+    assert "`systemctl restart app_cg`" in check["fix"]
     rig.daemon.stop()
     installation.start_daemon()
     rig.expect(lambda: installation.administrator.exists(request), "the request")
@@ -159,7 +159,7 @@ def test_a_module_added_to_the_folder_is_not_asked_before_a_restart(installation
     assert installation.complaints() == {}
 
 
-def test_functions_that_are_gone_are_loaded_by_the_mend(installation):
+def test_functions_that_are_gone_are_loaded_by_the_fix(installation):
     installation.administrator.execute_command("FUNCTION", "DELETE", "vx_mom1")
     check = installation.examine()[1]["functions"]
     assert check["state"] == "fail"
@@ -213,6 +213,6 @@ def test_notifications_that_do_not_arrive_are_missed(installation):
     assert status == 1
     assert {name for name, check in checks.items() if check["state"] != "ok"} == {"notifications"}
     assert checks["notifications"]["state"] == "fail"
-    assert "does not arrive" in checks["notifications"]["found"] and checks["notifications"]["mend"]
+    assert "does not arrive" in checks["notifications"]["found"] and checks["notifications"]["fix"]
     assert sorted(installation.administrator.keys("*")) == before, "nothing of the canary remains"
     assert installation.complaints() == {}

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "command_line/session.h"
-#include "command_line/verbs.h"
+#include "command_line/verb.h"
 #include "records/record_text.h"
 
 namespace cg

@@ -29,15 +29,6 @@ std::vector<std::string> fixed_words(const std::string &type)
     return type.find('|') == std::string::npos ? std::vector<std::string>{} : split(type, '|');
 }
 
-std::string joined(const std::vector<std::string> &words)
-{
-    std::string text;
-    for (const std::string &word : words) {
-        text += (text.empty() ? "" : "|") + word;
-    }
-    return text;
-}
-
 bool is_kind(const std::string &name)
 {
     return std::find(known_kinds().begin(), known_kinds().end(), name) != known_kinds().end();
@@ -118,7 +109,7 @@ std::string shown_value(const CLI::Option &option)
 
 std::string shown_words(const CLI::Option &option)
 {
-    return joined(fixed_words(option.get_type_name()));
+    return joined(fixed_words(option.get_type_name()), "|");
 }
 
 Verb describe(const CLI::App &app)

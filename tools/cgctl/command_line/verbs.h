@@ -3,11 +3,9 @@
 #ifndef COMMAND_LINE_VERBS_H
 #define COMMAND_LINE_VERBS_H
 
-#include <CLI/App.hpp>
 #include <array>
-#include <memory>
 
-#include "command_line/session.h"
+#include "command_line/verb.h"
 
 namespace cg
 {
@@ -24,6 +22,9 @@ void add_watch(CLI::App &app, Session &session);
 void add_history(CLI::App &app, Session &session);
 void add_modules(CLI::App &app, Session &session);
 void add_module(CLI::App &app, Session &session);
+void add_module_run(CLI::App &module, Session &session);
+void add_module_test(CLI::App &module, Session &session);
+void add_module_replay(CLI::App &module, Session &session);
 void add_acl(CLI::App &app, Session &session);
 void add_doctor(CLI::App &app, Session &session);
 void add_completion(CLI::App &app, Session &session);
@@ -34,32 +35,6 @@ void add_manual(CLI::App &app, Session &session);
 inline constexpr std::array verbs{add_list, add_show,   add_card,       add_role,     add_debug,   add_get,
                                   add_set,  add_del,    add_watch,      add_history,  add_modules, add_module,
                                   add_acl,  add_doctor, add_completion, add_complete, add_manual};
-
-// Adds a verb. Every verb takes --json, so that a script can always ask for errors that it can parse.
-//
-// description  one or more sentences, without a full stop at the end.
-// examples     lines that begin with two blanks, each a command line that the parser takes; one at least.
-//
-// Help, completion and the manual page are made from what is declared here. What an option takes is said by
-// its type name: a kind that completion knows (verb_tree.h), as in ->type_name("FOLDER"), the words
-// themselves, as in
-// ->type_name("master|slave"), or a short name like N. Prose goes into docs/man/cgctl, in a file called like
-// the verb. A verb in the group "" is shown nowhere.
-CLI::App *add_verb(CLI::App &app, Session &session, const char *name, const char *description,
-                   const char *examples);
-
-// Adds --color and --history, for the verbs that show cards to people.
-void add_view_options(CLI::App &verb, std::string &color, std::string &history);
-
-// Has the verb run this with its options when it is chosen. The options are filled by the parser until then.
-template <typename Options>
-void set_action(CLI::App &verb, Session &session, const std::shared_ptr<Options> &options,
-                int (*run)(const Session &, const Options &))
-{
-    verb.callback([options, &session, run] {
-        session.action = [options, &session, run] { return run(session, *options); };
-    });
-}
 
 } // namespace cg
 

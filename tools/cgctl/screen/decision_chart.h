@@ -35,9 +35,6 @@ Chart make_chart(const std::vector<history::Decision> &decisions, const std::vec
 // their number. `width` columns for the letters.
 std::vector<std::string> chart_lines(const Chart &chart, std::size_t width, const Terminal &terminal);
 
-// A whole SVG file that needs no other; readable in light and dark.
-std::string chart_svg(const Chart &chart);
-
 // P, S, D, E, U, W, and ? for what nobody saw.
 char letter_of(admission::Outcome outcome);
 

@@ -2,7 +2,7 @@
 //
 // Colours come with the letters of the terminal's chart in the legend, and each piece says in its title what
 // it is, for those who cannot tell the colours apart. What modules wrote is not in it.
-#include "screen/decision_chart.h"
+#include "screen/decision_svg.h"
 
 #include <algorithm>
 #include <sstream>

@@ -4,6 +4,7 @@
 #include "screen/front_panel.h"
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 
 namespace cg
@@ -92,12 +93,12 @@ void plan_box(Plan &plan, const Cards &slot, const Box &box)
     }
 }
 
-Plan plan_boxes(const Screen &screen, std::size_t width)
+Plan plan_boxes(const Chassis &chassis, std::size_t width)
 {
     Plan plan;
     const std::size_t columns = width / least_box;
     const std::size_t box_width = std::min(width / columns, widest_box);
-    for (const auto &[device, cards] : by_device(screen.cards)) {
+    for (const auto &[device, cards] : by_device(chassis.cards)) {
         plan.headings.push_back({plan.height++, heading_of(device, cards.size())});
         const std::vector<Cards> slots = by_slot(cards);
         for (std::size_t first = 0; first < slots.size(); first += columns) {
@@ -116,13 +117,13 @@ Plan plan_boxes(const Screen &screen, std::size_t width)
     return plan;
 }
 
-Plan plan_lines(const Screen &screen, std::size_t width, std::size_t rows)
+Plan plan_lines(const Chassis &chassis, std::size_t width, std::size_t rows)
 {
     Plan plan;
-    const auto devices = by_device(screen.cards);
+    const auto devices = by_device(chassis.cards);
     // As few columns as will do: a line with room shows more.
     const std::size_t room = rows > devices.size() ? rows - devices.size() : 1;
-    const std::size_t wanted = (screen.cards.size() + room - 1) / room;
+    const std::size_t wanted = (chassis.cards.size() + room - 1) / room;
     const std::size_t columns = std::clamp<std::size_t>(wanted, 1, width / least_line);
     const std::size_t line_width = width / columns;
     for (const auto &[device, cards] : devices) {
@@ -190,29 +191,40 @@ void draw_line(Canvas &canvas, const ScreenCard &card, const CardPlace &place, s
     canvas.put(x, place.y, card.state, end > x ? end - x : 0, card.tone);
 }
 
-void draw_lines(Canvas &canvas, const Screen &screen, const std::vector<CardPlace> &places)
+void draw_lines(Canvas &canvas, const Chassis &chassis, const std::vector<CardPlace> &places)
 {
     constexpr std::size_t widest_name = 10;
     std::size_t position_width = 0;
     std::size_t name_width = 0;
-    for (const ScreenCard &card : screen.cards) {
+    for (const ScreenCard &card : chassis.cards) {
         position_width = std::max(position_width, card.position.text().size());
         name_width = std::max(name_width, std::min(columns_of(card.name), widest_name));
     }
     for (std::size_t i = 0; i < places.size(); ++i) {
-        draw_line(canvas, screen.cards[i], places[i], position_width, name_width);
+        draw_line(canvas, chassis.cards[i], places[i], position_width, name_width);
     }
 }
 
 } // namespace
 
-FrontPanel front_panel(const Screen &screen, std::size_t width, std::size_t rows)
+std::string bar(double share, std::size_t width)
 {
-    Plan plan = plan_boxes(screen, width);
+    const double clamped = std::clamp(share, 0.0, 1.0);
+    const auto full = static_cast<std::size_t>(std::lround(clamped * static_cast<double>(width)));
+    std::string text;
+    for (std::size_t i = 0; i < width; ++i) {
+        text += i < full ? "█" : "░";
+    }
+    return text;
+}
+
+FrontPanel front_panel(const Chassis &chassis, std::size_t width, std::size_t rows)
+{
+    Plan plan = plan_boxes(chassis, width);
     const bool boxes =
-        screen.panel == Panel::boxes || (screen.panel == Panel::automatic && plan.height <= rows);
+        chassis.panel == Panel::boxes || (chassis.panel == Panel::automatic && plan.height <= rows);
     if (!boxes) {
-        plan = plan_lines(screen, width, rows);
+        plan = plan_lines(chassis, width, rows);
     }
     FrontPanel panel{Canvas({width, plan.height}), std::move(plan.places)};
     for (const Heading &heading : plan.headings) {
@@ -223,13 +235,13 @@ FrontPanel front_panel(const Screen &screen, std::size_t width, std::size_t rows
     }
     if (boxes) {
         for (std::size_t i = 0; i < panel.places.size(); ++i) {
-            draw_in_box(panel.canvas, screen.cards[i], panel.places[i]);
+            draw_in_box(panel.canvas, chassis.cards[i], panel.places[i]);
         }
     } else {
-        draw_lines(panel.canvas, screen, panel.places);
+        draw_lines(panel.canvas, chassis, panel.places);
     }
     for (const CardPlace &place : panel.places) {
-        if (screen.selected == place.position) {
+        if (chassis.selected == place.position) {
             panel.canvas.mark(place.x, place.y, place.width);
         }
     }

@@ -2,10 +2,7 @@
 #include "screen/screen_layout.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdlib>
-
-#include "screen/front_panel.h"
 
 namespace cg
 {
@@ -76,17 +73,6 @@ std::size_t scrolled(const Screen &screen, const std::vector<CardPlace> &places,
 }
 
 } // namespace
-
-std::string bar(double share, std::size_t width)
-{
-    const double clamped = std::clamp(share, 0.0, 1.0);
-    const auto full = static_cast<std::size_t>(std::lround(clamped * static_cast<double>(width)));
-    std::string text;
-    for (std::size_t i = 0; i < width; ++i) {
-        text += i < full ? "█" : "░";
-    }
-    return text;
-}
 
 Drawn draw(Screen &screen, Size size)
 {

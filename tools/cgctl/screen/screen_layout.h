@@ -7,53 +7,28 @@
 #ifndef SCREEN_SCREEN_LAYOUT_H
 #define SCREEN_SCREEN_LAYOUT_H
 
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "records/position.h"
 #include "screen/canvas.h"
+#include "screen/front_panel.h"
 
 namespace cg
 {
-
-// Texts here are as visible() made them.
-struct ScreenCard {
-    Position position{};
-    std::string name{};
-    std::string type{};
-    std::string state{};
-    Tone tone = Tone::plain;
-    std::optional<double> share_left{}; // of the time to answer, 0 to 1
-    std::string left{};                 // "212 s"
-};
 
 struct ScreenEvent {
     std::string text{};
     Tone tone = Tone::plain;
 };
 
-enum class Panel { automatic, boxes, lines };
-
-struct Screen {
+struct Screen : Chassis {
     std::string title{};               // the first line
-    bool alarm = false;                // the title says that the rest is not to be believed
+    bool alarm = false;                // the title says that the rest is out of date
     std::string prompt{};              // the last line, in place of the keys
-    std::vector<ScreenCard> cards{};   // by position
     std::vector<ScreenEvent> events{}; // the newest last
-    std::optional<Position> selected{};
-    Panel panel = Panel::automatic;
-    std::vector<std::string> popup{}; // over the panel; the first line is its title
+    std::vector<std::string> popup{};  // over the panel; the first line is its title
     std::size_t scroll = 0; // the panel's first line shown; draw() moves it to where the selected one is
-};
-
-// Where a card stands in the panel.
-struct CardPlace {
-    Position position{};
-    std::size_t x = 0;
-    std::size_t y = 0;
-    std::size_t width = 0;
-    std::size_t height = 0;
 };
 
 struct Drawn {
@@ -68,9 +43,6 @@ Drawn draw(Screen &screen, Size size);
 
 // The card next to this one in a direction; this one when there is none.
 Position neighbour(const std::vector<CardPlace> &places, const Position &from, int dx, int dy);
-
-// "█████░░░" in so many columns.
-std::string bar(double share, std::size_t width);
 
 } // namespace cg
 

@@ -125,7 +125,7 @@ std::string as_argument(const std::string &text)
 
 // What to do, whatever was found: the list as it should be, in the server's place for it. By way of another
 // file: a command that fails must not leave an empty list, which is one user who may do everything.
-std::string mend(const AclOptions &options, const std::string &users_file)
+std::string fix(const AclOptions &options, const std::string &users_file)
 {
     const std::string modules = options.modules == default_module_folder
                                     ? std::string()
@@ -157,18 +157,18 @@ int check_users(const Session &session, const AclOptions &options)
     const Digests digests = read_digests(session, options, users);
     AclInspector server(vx_mom::configured_deadline());
     const std::vector<AclFinding> findings = server.check(users, digests);
-    const std::string what_to_do = findings.empty() ? "" : mend(options, server.users_file());
+    const std::string what_to_do = findings.empty() ? "" : fix(options, server.users_file());
     Json shown = Json::array();
     for (const AclFinding &finding : findings) {
         if (session.json) {
             shown.push_back(
-                {{"user", visible(finding.user)}, {"problem", finding.problem}, {"mend", what_to_do}});
+                {{"user", visible(finding.user)}, {"problem", finding.problem}, {"fix", what_to_do}});
         } else {
             session.line(visible(finding.user) + ": " + finding.problem + "; " + what_to_do);
         }
     }
     if (session.json) {
-        session.line(dump(Json{{"ok", findings.empty()}, {"findings", shown}}));
+        session.line(dump(Json{{"version", 2}, {"ok", findings.empty()}, {"findings", shown}}));
     }
     return findings.empty() ? done : failed;
 }

@@ -1,14 +1,18 @@
-// cgctl doctor: what is wrong with an installation, and what mends it.
+// cgctl doctor: what is wrong with an installation, and how to fix it.
 //
 // The checks stand in the order in which one rests on another; one that cannot be right because an earlier
-// one is not is skipped, so that a fault is told once, where it is.
+// one is not is skipped, so that a fault is reported once, where it is.
 #include <exception>
 #include <map>
 
 #include "base/failure.h"
-#include "base/text.h"
 #include "command_line/verbs.h"
-#include "doctor/doctor_checks.h"
+#include "doctor/card_checks.h"
+#include "doctor/client_checks.h"
+#include "doctor/daemon_checks.h"
+#include "doctor/module_checks.h"
+#include "doctor/rights_checks.h"
+#include "doctor/server_checks.h"
 #include "store/codec/names.h"
 
 namespace cg
@@ -19,71 +23,57 @@ namespace
 
 struct Check {
     const char *name; // for programs: stable
-    Finding (*look)(Examination &examination);
+    Finding (*run)(Examination &examination);
     std::vector<const char *> needs; // earlier ones
 };
 
 const std::vector<Check> &checks()
 {
     static const std::vector<Check> table{
-        {"settings", look_at_settings, {}},
-        {"store", look_for_store, {"settings"}},
-        {"server", look_at_server, {"store"}},
-        {"server-role", look_at_server_role, {"server"}},
-        {"databases", look_at_databases, {"server"}},
-        {"eviction", look_at_eviction, {"server"}},
-        {"persistence", look_at_persistence, {"server"}},
-        {"buffers", look_at_buffers, {"server"}},
-        {"functions", look_at_functions, {"server"}},
-        {"data-set", look_at_data_set, {"server-role", "databases"}},
-        {"notifications", send_canaries, {"server-role", "databases", "functions"}},
-        {"module-folder", look_at_module_folder, {}},
-        {"module-count", look_at_module_count, {"module-folder"}},
-        {"module-names", look_at_module_names, {"module-folder"}},
-        {"module-twins", look_for_twins, {"module-folder"}},
-        {"users", look_at_users, {"server"}},
-        {"rights", look_at_rights, {"users", "module-folder"}},
-        {"module-clients", look_for_modules, {"users", "module-folder"}},
-        {"daemon", look_for_daemon, {"settings"}},
-        {"daemon-connections", look_at_daemon_connections, {"server", "daemon"}},
-        {"daemon-modules", look_at_daemon_modules, {"daemon", "module-folder"}},
-        {"open-checks", look_at_open_checks, {"databases"}},
+        {"settings", check_settings, {}},
+        {"store", check_store, {"settings"}},
+        {"server", check_server, {"store"}},
+        {"server-role", check_server_role, {"server"}},
+        {"databases", check_databases, {"server"}},
+        {"eviction", check_eviction, {"server"}},
+        {"persistence", check_persistence, {"server"}},
+        {"buffers", check_buffers, {"server"}},
+        {"functions", check_functions, {"server"}},
+        {"data-set", check_data_set, {"server-role", "databases"}},
+        {"notifications", check_notifications, {"server-role", "databases", "functions"}},
+        {"module-folder", check_module_folder, {}},
+        {"module-count", check_module_count, {"module-folder"}},
+        {"module-names", check_module_names, {"module-folder"}},
+        {"module-duplicates", check_duplicates, {"module-folder"}},
+        {"users", check_users, {"server"}},
+        {"rights", check_rights, {"users", "module-folder"}},
+        {"module-clients", check_module_clients, {"users", "module-folder"}},
+        {"daemon", check_daemon, {"settings"}},
+        {"daemon-connections", check_daemon_connections, {"server", "daemon"}},
+        {"daemon-modules", check_daemon_modules, {"daemon", "module-folder"}},
+        {"open-checks", check_open_checks, {"databases"}},
         // From here on the records are read as every verb does it.
-        {"role", look_at_role, {"data-set", "functions"}},
-        {"records", look_at_records, {"data-set", "functions"}},
-        {"cards", look_at_cards, {"data-set", "functions", "daemon-connections"}},
+        {"role", check_role, {"data-set", "functions"}},
+        {"records", check_records, {"data-set", "functions"}},
+        {"cards", check_cards, {"data-set", "functions", "daemon-connections"}},
         {"acknowledgements",
-         look_at_acknowledgements,
+         check_acknowledgements,
          {"data-set", "functions", "daemon-connections", "module-folder"}},
     };
     return table;
 }
 
-const char *word_of(State state, bool for_people)
-{
-    switch (state) {
-    case State::ok:
-        return "ok";
-    case State::warn:
-        return for_people ? "WARN" : "warn";
-    case State::fail:
-        return for_people ? "FAIL" : "fail";
-    default:
-        return for_people ? "skip" : "skipped";
-    }
-}
-
-Finding look(const Check &check, Examination &examination)
+Finding run(const Check &check, Examination &examination)
 {
     try {
-        return check.look(examination);
+        return check.run(examination);
     } catch (const std::exception &error) {
         const std::string what = error.what();
         if (what.find("NOPERM") != std::string::npos) {
-            return {State::skipped, what, as_administrator};
+            return {Severity::skipped, what, as_administrator};
         }
-        return {State::fail, what,
-                examination.cgctl("doctor") + " once more; if it stays, look into the store server's log"};
+        return {Severity::fail, what,
+                examination.cgctl("doctor") + " once more; if it stays, see the store server's log"};
     }
 }
 
@@ -98,24 +88,14 @@ Finding examine(const Check &check, Examination &examination, Unusable &unusable
         if (found != unusable.end()) {
             const std::string cause = found->second;
             unusable[check.name] = cause;
-            return {State::skipped, "not looked at, because of: " + cause};
+            return {Severity::skipped, "not examined because of: " + cause};
         }
     }
-    Finding finding = look(check, examination);
-    if (finding.state == State::fail) {
+    Finding finding = run(check, examination);
+    if (finding.severity == Severity::fail) {
         unusable[check.name] = check.name;
     }
     return finding;
-}
-
-void print(const Session &session, const Check &check, const Finding &finding)
-{
-    std::string line = word_of(finding.state, true);
-    line.resize(6, ' ');
-    line += check.name;
-    line.resize(26, ' ');
-    line += visible(finding.found);
-    session.line(finding.mend.empty() ? line : line + "; mend: " + visible(finding.mend));
 }
 
 int examine_all(const Session &session, const std::string &module_folder)
@@ -126,14 +106,11 @@ int examine_all(const Session &session, const std::string &module_folder)
     bool is_well = true;
     for (const Check &check : checks()) {
         const Finding finding = examine(check, examination, unusable);
-        is_well = is_well && finding.mend.empty() && finding.state != State::fail;
+        is_well = is_well && finding.is_well();
         if (session.json) {
-            findings.push_back({{"name", check.name},
-                                {"state", word_of(finding.state, false)},
-                                {"found", visible(finding.found)},
-                                {"mend", visible(finding.mend)}});
+            findings.push_back(finding_json(check.name, finding));
         } else {
-            print(session, check, finding);
+            session.line(finding_line(check.name, finding));
         }
     }
     if (session.json) {
@@ -154,10 +131,10 @@ int print_functions(const Session &session)
 void add_doctor(CLI::App &app, Session &session)
 {
     CLI::App *verb = add_verb(app, session, "doctor",
-                              "Say what is wrong with the installation, and what mends it.\n"
+                              "Report what is wrong with the installation, and how to fix it.\n"
                               "Exit status 0 only when nothing is.",
                               "  cgctl doctor\n"
-                              "  cgctl doctor --json | jq -r '.[] | select(.mend != \"\").mend'\n"
+                              "  cgctl doctor --json | jq -r '.[] | select(.fix != \"\").fix'\n"
                               "  cgctl doctor --functions | redis-cli -x FUNCTION LOAD REPLACE");
     auto folder = std::make_shared<std::string>(default_module_folder);
     auto functions = std::make_shared<bool>(false);

@@ -17,6 +17,7 @@
 #include "modules/module_folder.h"
 #include "records/position.h"
 #include "screen/decision_chart.h"
+#include "screen/decision_svg.h"
 
 namespace cg
 {

@@ -47,9 +47,10 @@ public:
         for (const std::string &text : options.positions) {
             prefixes_.push_back(parse_prefix(text));
         }
-        std::copy_if(all_states.begin(), all_states.end(), std::back_inserter(states_), [&](State state) {
-            return std::count(options.states.begin(), options.states.end(), admission::word_of(state)) != 0;
-        });
+        for (const std::string &word : options.states) {
+            std::copy_if(all_states.begin(), all_states.end(), std::back_inserter(states_),
+                         [&](State state) { return word == admission::word_of(state); });
+        }
         wanted_ = options;
     }
 

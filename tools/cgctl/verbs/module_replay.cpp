@@ -4,10 +4,11 @@
 #include "admission/card_text.h"
 #include "base/failure.h"
 #include "base/text.h"
+#include "command_line/module_command.h"
+#include "command_line/verbs.h"
 #include "history/reader.h"
 #include "modules/module_folder.h"
 #include "try/replay.h"
-#include "verbs/module_verbs.h"
 
 namespace cg
 {

@@ -4,8 +4,9 @@
 
 #include "base/failure.h"
 #include "base/text.h"
+#include "command_line/module_command.h"
+#include "command_line/verbs.h"
 #include "try/contract_test.h"
-#include "verbs/module_verbs.h"
 
 namespace cg
 {

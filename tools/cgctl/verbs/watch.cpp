@@ -7,7 +7,9 @@
 #include "base/failure.h"
 #include "base/terminal.h"
 #include "command_line/verbs.h"
-#include "verbs/watch.h"
+#include "watch/watch_events.h"
+#include "watch/watch_records.h"
+#include "watch/watch_screen.h"
 
 namespace cg
 {

@@ -33,6 +33,9 @@ std::optional<std::string> from_hex(std::string_view text);
 // else.
 std::optional<int64_t> to_number(std::string_view text, int64_t least, int64_t most);
 
+// The texts with a separator between them.
+std::string joined(const std::vector<std::string> &texts, std::string_view separator = ", ");
+
 // Splits at every separator; n separators give n + 1 parts.
 std::vector<std::string> split(std::string_view text, char separator);
 

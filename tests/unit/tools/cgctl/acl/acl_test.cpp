@@ -252,7 +252,7 @@ TEST_F(AclCheck, FindsNothingWrongWithTheListThatIsPrinted)
     const Outcome outcome = check({"--secrets", secrets()});
     EXPECT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(check({"--json"}).json(), (Json{{"ok", true}, {"findings", Json::array()}}));
+    EXPECT_EQ(check({"--json"}).json(), (Json{{"version", 2}, {"ok", true}, {"findings", Json::array()}}));
 }
 
 // Older servers, and settings kept from them, give every new user and selector all channels.
@@ -345,7 +345,7 @@ TEST_F(AclCheck, FindsModulesOfYesterday)
     EXPECT_FALSE(outcome.json()["ok"].get<bool>());
     print_list();
     ASSERT_EQ(run_as_admin(0, {"ACL", "LOAD"}), "OK");
-    EXPECT_EQ(check().status, 0) << "the mend mends";
+    EXPECT_EQ(check().status, 0) << "the fix fixes";
 }
 
 TEST_F(AclCheck, FindsAStrangerWhoNeedsNoPasswordAndLeavesOthersAlone)

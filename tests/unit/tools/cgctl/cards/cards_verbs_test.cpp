@@ -189,7 +189,7 @@ TEST_F(CardVerbs, FiltersGoByPositionAndByState)
     EXPECT_EQ(found({"1/3"}), "1/3/0 1/3/1 ");
     EXPECT_EQ(found({"1/3/1", "2"}), "1/3/1 2/3/0 ");
     EXPECT_EQ(found({"--state", "offline"}), "1/3/0 ");
-    EXPECT_EQ(found({"--state", "off line,undecided", "1/3"}), "1/3/0 1/3/1 ");
+    EXPECT_EQ(found({"--state", "offline,undecided", "1/3"}), "1/3/0 1/3/1 ");
     EXPECT_EQ(found({"--state", "waiting"}), "");
 }
 

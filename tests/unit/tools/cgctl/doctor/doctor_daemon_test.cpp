@@ -39,7 +39,7 @@ protected:
 TEST_F(DoctorOfTheDaemon, FindsNoRole)
 {
     cgctl({"del", "dp_lib_grole"});
-    expect_mended("role", "fail", "no role was written");
+    expect_fixed("role", "fail", "no role was written");
     EXPECT_EQ(examine("role").found, "master");
 }
 
@@ -57,7 +57,7 @@ TEST_F(DoctorOfTheDaemon, TakesAnotherRoleForWhatItIs)
 TEST_F(DoctorOfTheDaemon, FindsARoleThatDoesNotDecode)
 {
     ask(1, {"HSET", "p_dev.dp_lib_grole", "6", "master"});
-    expect_mended("role", "fail", "does not decode", 2);
+    expect_fixed("role", "fail", "does not decode", 2);
 }
 
 TEST_F(DoctorOfTheDaemon, FindsNoDaemon)
@@ -66,7 +66,7 @@ TEST_F(DoctorOfTheDaemon, FindsNoDaemon)
     const Diagnosis diagnosis = examine();
     EXPECT_EQ(diagnosis.checks.at("daemon").state, "fail");
     EXPECT_THAT(diagnosis.checks.at("daemon").found, HasSubstr("no daemon"));
-    EXPECT_THAT(diagnosis.checks.at("daemon").mend, HasSubstr("`systemctl start app_cg`"));
+    EXPECT_THAT(diagnosis.checks.at("daemon").fix, HasSubstr("`systemctl start app_cg`"));
     for (const char *name : {"daemon-connections", "daemon-modules", "cards", "acknowledgements"}) {
         EXPECT_THAT(diagnosis.checks.at(name).found, HasSubstr("because of: daemon")) << name;
     }
@@ -80,8 +80,8 @@ TEST_F(DoctorOfTheDaemon, FindsADaemonThatHangs)
     daemon_->send(SIGSTOP);
     const Told told = examine("daemon");
     EXPECT_EQ(told.state, "fail");
-    EXPECT_THAT(told.found, HasSubstr("serves nobody"));
-    EXPECT_THAT(told.mend, HasSubstr("`systemctl restart app_cg`"));
+    EXPECT_THAT(told.found, HasSubstr("does not respond"));
+    EXPECT_THAT(told.fix, HasSubstr("`systemctl restart app_cg`"));
     daemon_->send(SIGCONT);
     EXPECT_EQ(examine("daemon").state, "ok");
 }
@@ -126,7 +126,7 @@ TEST_F(DoctorOfTheDaemon, FindsADaemonOfAnotherOpinionAboutTheModules)
     const Told told = examine("daemon-modules");
     EXPECT_EQ(told.state, "warn");
     EXPECT_THAT(told.found, HasSubstr("asks \"m1\", the folder names \"m1\", \"m2\""));
-    EXPECT_THAT(told.mend, HasSubstr("`systemctl restart app_cg`"));
+    EXPECT_THAT(told.fix, HasSubstr("`systemctl restart app_cg`"));
     daemon_.reset();
     start_daemon();
     EXPECT_EQ(examine("daemon-modules").state, "ok");
@@ -143,8 +143,8 @@ TEST_F(DoctorOfTheDaemon, FindsCardsThatAreLeftAlone)
     cgctl({"set", "app_cg_mom_deny_check_result", "card_tipc_nodeid=77", "stat=APP_CG_CHECK_DENY"});
     const Told told = examine("cards");
     EXPECT_EQ(told.state, "fail");
-    EXPECT_EQ(told.found, "on line with neither a request nor a verdict: 1/3/0");
-    EXPECT_THAT(told.mend, HasSubstr("`systemctl restart app_cg`"));
+    EXPECT_EQ(told.found, "online with neither a request nor a verdict: 1/3/0");
+    EXPECT_THAT(told.fix, HasSubstr("`systemctl restart app_cg`"));
     cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=3"}); // as the daemon does it
     EXPECT_EQ(examine("cards").state, "ok");
 }
@@ -183,13 +183,13 @@ TEST_F(DoctorOfTheDaemon, FindsAnswersOfModulesThatAreNone)
 {
     cgctl({"card", "plug", "1/4/0", "--offline"});
     cgctl({"set", "app_cg_card_check_ack", "devid=1", "slotid=4", "mod_name=m9", "ret=1"});
-    expect_mended("acknowledgements", "warn", "1/4/0: \"m9\" is no module of the folder");
+    expect_fixed("acknowledgements", "warn", "1/4/0: \"m9\" is not a module of the folder");
 }
 
 TEST_F(DoctorOfTheDaemon, FindsAnswersForCardsThatAreNotThere)
 {
     cgctl({"set", "app_cg_card_check_ack", "devid=1", "slotid=4", "mod_name=m1"});
-    expect_mended("acknowledgements", "warn", "1/4/0: \"m1\" answered for a card that is not there");
+    expect_fixed("acknowledgements", "warn", "1/4/0: \"m1\" answered for a card that is not there");
 }
 
 TEST_F(DoctorOfTheDaemon, FindsAnswersThatTheDaemonDoesNotTake)
@@ -198,7 +198,7 @@ TEST_F(DoctorOfTheDaemon, FindsAnswersThatTheDaemonDoesNotTake)
     cgctl({"set", "app_cg_card_check_ack", "devid=1", "slotid=4", "mod_name=m1"});
     const Told told = examine("acknowledgements");
     EXPECT_EQ(told.state, "fail");
-    EXPECT_THAT(told.found, HasSubstr("has not taken: 1/4/0 by \"m1\""));
+    EXPECT_THAT(told.found, HasSubstr("has not handled: 1/4/0 by \"m1\""));
     cgctl({"del", "app_cg_card_check_ack", "devid=1", "slotid=4", "mod_name=m1"}); // as the daemon does it
     EXPECT_EQ(examine("acknowledgements").state, "ok");
 }
@@ -207,7 +207,7 @@ TEST_F(DoctorOfTheDaemon, FindsRecordsThatDoNotDecode)
 {
     cgctl({"card", "plug", "1/4/0", "--offline"});
     ask(1, {"HSET", "p_dev.card_info:0:1:4:0", "6", "many"});
-    expect_mended("records", "fail", "p_dev.card_info:0:1:4:0");
+    expect_fixed("records", "fail", "p_dev.card_info:0:1:4:0");
 }
 
 } // namespace cg

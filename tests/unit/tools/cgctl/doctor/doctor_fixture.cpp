@@ -111,7 +111,7 @@ std::string Diagnosis::complaints() const
     std::string text;
     for (const std::string &name : order) {
         const Told &told = checks.at(name);
-        if (told.state != "ok" && (told.state != "skipped" || !told.mend.empty())) {
+        if (told.state != "ok" && (told.state != "skipped" || !told.fix.empty())) {
             text += name + ' ' + told.state + ": " + told.found + '\n';
         }
     }
@@ -214,7 +214,7 @@ Diagnosis DoctorTest::examine() const
     for (const Json &check : outcome.json()) {
         const std::string name = check["name"];
         diagnosis.order.push_back(name);
-        diagnosis.checks[name] = {check["state"], check["found"], check["mend"]};
+        diagnosis.checks[name] = {check["state"], check["found"], check["fix"]};
     }
     return diagnosis;
 }
@@ -224,27 +224,27 @@ Told DoctorTest::examine(const std::string &check) const
     return examine().checks.at(check);
 }
 
-void DoctorTest::expect_mended(const std::string &check, const std::string &state, const std::string &words,
-                               std::size_t commands) const
+void DoctorTest::expect_fixed(const std::string &check, const std::string &state, const std::string &words,
+                              std::size_t commands) const
 {
     const Diagnosis before = examine();
     const Told &told = before.checks.at(check);
     EXPECT_EQ(before.status, 1);
     EXPECT_EQ(told.state, state) << told.found;
     EXPECT_THAT(told.found, testing::HasSubstr(words));
-    carry_out(told.mend, commands);
+    carry_out(told.fix, commands);
     const Told after = examine(check);
-    EXPECT_EQ(after.state, "ok") << after.found << " after " << told.mend;
+    EXPECT_EQ(after.state, "ok") << after.found << " after " << told.fix;
 }
 
-void DoctorTest::carry_out(const std::string &mend, std::size_t commands) const
+void DoctorTest::carry_out(const std::string &fix, std::size_t commands) const
 {
     std::size_t end = 0;
     for (std::size_t i = 0; i < commands; ++i) {
-        const std::size_t begin = mend.find('`', end);
-        ASSERT_NE(begin, std::string::npos) << mend;
-        end = mend.find('`', begin + 1);
-        const std::string command = mend.substr(begin + 1, end - begin - 1);
+        const std::size_t begin = fix.find('`', end);
+        ASSERT_NE(begin, std::string::npos) << fix;
+        end = fix.find('`', begin + 1);
+        const std::string command = fix.substr(begin + 1, end - begin - 1);
         ++end;
         if (command.starts_with("cgctl ")) {
             run_with_output(command, folder_.path("output"));

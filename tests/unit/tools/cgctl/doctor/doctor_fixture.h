@@ -27,7 +27,7 @@ namespace cg
 struct Told {
     std::string state;
     std::string found;
-    std::string mend;
+    std::string fix;
 };
 
 struct Diagnosis {
@@ -67,11 +67,11 @@ protected:
     Diagnosis examine() const;
     Told examine(const std::string &check) const;
     // Expects that the check complains with this state, that what it found says `words`, and that it is
-    // well after the first `commands` commands of its mend.
-    void expect_mended(const std::string &check, const std::string &state, const std::string &words,
+    // well after the first `commands` commands of its fix.
+    void expect_fixed(const std::string &check, const std::string &state, const std::string &words,
                        std::size_t commands = 1) const;
-    // Carries out the commands in backticks of a mend; those of cgctl in this process.
-    void carry_out(const std::string &mend, std::size_t commands) const;
+    // Carries out the commands in backticks of a fix; those of cgctl in this process.
+    void carry_out(const std::string &fix, std::size_t commands) const;
 
     [[nodiscard]] std::string modules() const { return folder_.path("modules"); }
     void add_module(const std::string &name) const;

@@ -33,17 +33,18 @@ TEST_F(DoctorOfTheModules, FindsAFolderThatIsNotThere)
     const Diagnosis diagnosis = examine();
     EXPECT_EQ(diagnosis.checks.at("module-folder").state, "fail");
     EXPECT_THAT(diagnosis.checks.at("module-folder").found, HasSubstr(modules()));
-    for (const char *name : {"module-count", "module-names", "module-twins", "rights", "daemon-modules"}) {
+    for (const char *name :
+         {"module-count", "module-names", "module-duplicates", "rights", "daemon-modules"}) {
         EXPECT_THAT(diagnosis.checks.at(name).found, HasSubstr("because of: module-folder")) << name;
     }
-    carry_out(diagnosis.checks.at("module-folder").mend, 2);
+    carry_out(diagnosis.checks.at("module-folder").fix, 2);
     EXPECT_EQ(examine("module-folder").state, "warn") << "it is there, and empty";
 }
 
 TEST_F(DoctorOfTheModules, FindsAFolderWithoutModules)
 {
     remove_module("m1");
-    expect_mended("module-folder", "warn", "every card is admitted unasked");
+    expect_fixed("module-folder", "warn", "every card is admitted without a check");
     EXPECT_TRUE(std::filesystem::exists(modules() + "/NAME"));
 }
 
@@ -56,7 +57,7 @@ TEST_F(DoctorOfTheModules, FindsTheEntriesThatTheDaemonIgnores)
     EXPECT_THAT(told.found, HasSubstr("18 entries, of which the daemon ignores \""));
     const std::vector<ModuleEntry> entries = read_module_folder(modules()).entries;
     EXPECT_THAT(told.found, HasSubstr('"' + entries[16].name + "\", \"" + entries[17].name + '"'));
-    expect_mended("module-count", "fail", "18 entries");
+    expect_fixed("module-count", "fail", "18 entries");
     EXPECT_FALSE(std::filesystem::exists(modules() + '/' + entries[16].file_name));
     EXPECT_EQ(examine("module-count").found, "16 of at most 16");
     add_module("one-too-many");
@@ -68,17 +69,17 @@ TEST_F(DoctorOfTheModules, FindsANameThatTheDaemonCuts)
     add_module("fifteen-letters");
     EXPECT_EQ(examine("module-names").state, "ok");
     add_module("sixteen-letters!");
-    expect_mended("module-names", "fail", "\"sixteen-letters!\" is cut to \"sixteen-letters\"");
+    expect_fixed("module-names", "fail", "\"sixteen-letters!\" is cut to \"sixteen-letters\"");
     EXPECT_TRUE(std::filesystem::exists(modules() + "/sixteen-letters"));
 }
 
 TEST_F(DoctorOfTheModules, FindsTwoNamesThatAreOneToTheDaemon)
 {
     add_module("power-supply-left");
-    EXPECT_EQ(examine("module-twins").state, "ok");
+    EXPECT_EQ(examine("module-duplicates").state, "ok");
     add_module("power-supply-le");
-    EXPECT_THAT(examine("module-twins").found, HasSubstr("\"power-supply-left\""));
-    expect_mended("module-twins", "fail", "\"power-supply-le\" to the daemon");
+    EXPECT_THAT(examine("module-duplicates").found, HasSubstr("\"power-supply-left\""));
+    expect_fixed("module-duplicates", "fail", "\"power-supply-le\" to the daemon");
 }
 
 TEST_F(DoctorOfTheModules, FindsNamesThatNoModuleCanHave)
@@ -89,7 +90,7 @@ TEST_F(DoctorOfTheModules, FindsNamesThatNoModuleCanHave)
         const Told told = examine("module-names");
         EXPECT_EQ(told.state, "fail") << name;
         EXPECT_THAT(told.found, HasSubstr("no module can have the name")) << name;
-        EXPECT_THAT(told.mend, HasSubstr("`ls -b "));
+        EXPECT_THAT(told.fix, HasSubstr("`ls -b "));
         remove_module(name);
         EXPECT_EQ(examine("module-names").state, "ok");
     }
@@ -102,7 +103,7 @@ TEST_F(DoctorOfTheModules, FindsAModuleThatIsNotConnected)
     const Told told = examine("module-clients");
     EXPECT_EQ(told.state, "warn");
     EXPECT_THAT(told.found, HasSubstr("m1"));
-    EXPECT_THAT(told.mend, HasSubstr("as the user module-m1"));
+    EXPECT_THAT(told.fix, HasSubstr("as the user module-m1"));
     connect_module("m1");
     EXPECT_EQ(examine("module-clients").state, "ok");
 }
@@ -112,7 +113,7 @@ TEST_F(DoctorOfTheModules, NamesEveryModuleThatIsNotConnected)
     add_module("m2");
     add_module("power-supply-left"); // cut to power-supply-le
     add_module("power-supply-lean"); // and this
-    carry_out(examine("rights").mend, 4);
+    carry_out(examine("rights").fix, 4);
     connect_module("m2"); // the server has ended the connections of those whose rights it read anew
     ASSERT_TRUE(eventually([&] { return examine("module-clients").found.find("m1") != std::string::npos; }));
     const Told told = examine("module-clients");
@@ -120,12 +121,12 @@ TEST_F(DoctorOfTheModules, NamesEveryModuleThatIsNotConnected)
     EXPECT_THAT(told.found, HasSubstr("power-supply-le"));
     EXPECT_THAT(told.found, Not(HasSubstr("m2")));
     for (const char *user : {"module-m1", "module-power-supply-le"}) {
-        const std::size_t place = told.mend.find(user);
-        EXPECT_NE(place, std::string::npos) << told.mend;
-        EXPECT_EQ(told.mend.find(user, place + 1), std::string::npos) << "named once: " << told.mend;
+        const std::size_t place = told.fix.find(user);
+        EXPECT_NE(place, std::string::npos) << told.fix;
+        EXPECT_EQ(told.fix.find(user, place + 1), std::string::npos) << "named once: " << told.fix;
     }
-    EXPECT_THAT(told.mend, Not(HasSubstr("m2")));
-    carry_out(told.mend, 1);
+    EXPECT_THAT(told.fix, Not(HasSubstr("m2")));
+    carry_out(told.fix, 1);
     EXPECT_FALSE(std::filesystem::exists(modules() + "/power-supply-left"));
     EXPECT_FALSE(std::filesystem::exists(modules() + "/power-supply-lean"));
     EXPECT_EQ(examine("module-clients").state, "ok");
@@ -134,19 +135,19 @@ TEST_F(DoctorOfTheModules, NamesEveryModuleThatIsNotConnected)
 TEST_F(DoctorOfTheModules, FindsAModuleWithTooManyRights)
 {
     ask(0, {"ACL", "SETUSER", "module-m1", "~*", "+@all"});
-    expect_mended("rights", "fail", "module-m1 must be refused", 4);
+    expect_fixed("rights", "fail", "module-m1 must be refused", 4);
 }
 
 TEST_F(DoctorOfTheModules, FindsAModuleWithTooFewRights)
 {
     ask(0, {"ACL", "SETUSER", "module-m1", "clearselectors", "resetkeys", "nocommands"});
-    expect_mended("rights", "fail", "module-m1 must be permitted", 4);
+    expect_fixed("rights", "fail", "module-m1 must be permitted", 4);
 }
 
 TEST_F(DoctorOfTheModules, FindsAModuleWithoutAUser)
 {
     add_module("m2");
-    expect_mended("rights", "fail", "module-m2 does not exist", 4);
+    expect_fixed("rights", "fail", "module-m2 does not exist", 4);
     connect_module("m1"); // the server has ended the connections of those whose rights it read anew
     connect_module("m2");
     EXPECT_EQ(examine("module-clients").state, "ok");
@@ -155,7 +156,7 @@ TEST_F(DoctorOfTheModules, FindsAModuleWithoutAUser)
 TEST_F(DoctorOfTheModules, FindsThatNoModuleHasAUser)
 {
     ask(0, {"ACL", "DELUSER", "module-m1"});
-    expect_mended("rights", "fail", "module-m1 does not exist", 4);
+    expect_fixed("rights", "fail", "module-m1 does not exist", 4);
 }
 
 TEST_F(DoctorOfTheModules, DoesNotMindAnAllPowerfulUserWhoIsSwitchedOff)
@@ -169,7 +170,7 @@ TEST_F(DoctorOfTheModules, DoesNotMindAnAllPowerfulUserWhoIsSwitchedOff)
 TEST_F(DoctorOfTheModules, KnowsTheUserOfAModuleWithAnUnusualName)
 {
     add_module("a b:*");
-    carry_out(examine("rights").mend, 4);
+    carry_out(examine("rights").fix, 4);
     connect_module("m1");
     EXPECT_EQ(examine("rights").state, "ok");
     EXPECT_THAT(examine("module-clients").found, HasSubstr("the module a b:*"));
@@ -182,7 +183,7 @@ TEST_F(DoctorOfTheModules, SaysThatItMayNotAskAboutUsers)
     setenv("VX_MOM_AUTH_FILE", folder_.path("secrets/app_cg").c_str(), 1);
     for (const char *name : {"rights", "module-clients"}) {
         EXPECT_EQ(examine(name).state, "skipped");
-        EXPECT_EQ(examine(name).found, "the server does not tell about its users");
+        EXPECT_EQ(examine(name).found, "the server does not report its users");
     }
 }
 
@@ -215,7 +216,7 @@ TEST_F(DoctorTest, FindsAServerWithOnePasswordForAll)
     const Told told = examine("users");
     EXPECT_EQ(told.state, "warn");
     EXPECT_THAT(told.found, HasSubstr("anyone who knows the store's one password"));
-    carry_out(told.mend, 4);
+    carry_out(told.fix, 4);
     setenv("VX_MOM_AUTH_FILE", folder_.path("secrets/app_cg-admin").c_str(), 1);
     EXPECT_EQ(examine("users").state, "ok");
     EXPECT_EQ(examine("rights").state, "ok");

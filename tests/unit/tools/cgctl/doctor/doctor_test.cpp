@@ -75,7 +75,7 @@ TEST_F(DoctorOfTheServer, FindsNothingWrongWithAWholeInstallation)
     EXPECT_EQ(diagnosis.status, 0);
     for (const auto &[name, told] : diagnosis.checks) {
         EXPECT_EQ(told.state, "ok") << name << ": " << told.found;
-        EXPECT_EQ(told.mend, "") << name;
+        EXPECT_EQ(told.fix, "") << name;
     }
 }
 
@@ -91,9 +91,9 @@ TEST_F(DoctorOfTheServer, SaysInWordsWhatItFinds)
     const Outcome ill = run_cgctl({"doctor", "--modules", modules()});
     EXPECT_EQ(ill.status, 1);
     EXPECT_THAT(ill.out, HasSubstr("FAIL  eviction            maxmemory-policy is allkeys-lru"));
-    EXPECT_THAT(ill.out, HasSubstr("; mend: `"));
+    EXPECT_THAT(ill.out, HasSubstr("; fix: `"));
     EXPECT_THAT(ill.out, HasSubstr("WARN  persistence "));
-    EXPECT_THAT(ill.out, HasSubstr("skip  cards               not looked at, because of: daemon\n"));
+    EXPECT_THAT(ill.out, HasSubstr("skip  cards               not examined because of: daemon\n"));
 }
 
 TEST_F(DoctorOfTheServer, WantsToBeCalledRightly)
@@ -136,7 +136,7 @@ TEST_F(DoctorOfTheServer, FindsAStoreThatIsNotThere)
     const Told told = examine("store");
     EXPECT_EQ(told.state, "fail");
     EXPECT_THAT(told.found, HasSubstr(folder_.path("store")));
-    EXPECT_THAT(told.mend, HasSubstr("systemctl start redis-server"));
+    EXPECT_THAT(told.fix, HasSubstr("systemctl start redis-server"));
 }
 
 TEST_F(DoctorOfTheServer, DoesNotWaitForAFrozenStoreForEver)
@@ -158,7 +158,7 @@ TEST_F(DoctorOfTheServer, FindsAUserWhomTheServerDoesNotKnow)
     const Told told = examine("store");
     EXPECT_EQ(told.state, "fail");
     EXPECT_THAT(told.found, HasSubstr("WRONGPASS"));
-    EXPECT_THAT(told.mend, HasSubstr("VX_MOM_AUTH_FILE"));
+    EXPECT_THAT(told.fix, HasSubstr("VX_MOM_AUTH_FILE"));
 }
 
 TEST_F(DoctorOfTheServer, SaysWhatItMayNotLookAt)
@@ -171,7 +171,7 @@ TEST_F(DoctorOfTheServer, SaysWhatItMayNotLookAt)
                                  "daemon-connections"}) {
             EXPECT_EQ(diagnosis.checks.at(name).state, "skipped") << user << ' ' << name;
             EXPECT_THAT(diagnosis.checks.at(name).found, HasSubstr("NOPERM")) << user << ' ' << name;
-            EXPECT_THAT(diagnosis.checks.at(name).mend, HasSubstr("administrator")) << user << ' ' << name;
+            EXPECT_THAT(diagnosis.checks.at(name).fix, HasSubstr("administrator")) << user << ' ' << name;
         }
         for (const auto &[name, told] : diagnosis.checks) {
             EXPECT_NE(told.state, "fail") << user << ' ' << name << ": " << told.found;
@@ -182,19 +182,19 @@ TEST_F(DoctorOfTheServer, SaysWhatItMayNotLookAt)
 TEST_F(DoctorOfTheServer, FindsAServerThatDeletesWhenItIsFull)
 {
     ask(0, {"CONFIG", "SET", "maxmemory-policy", "volatile-ttl"});
-    expect_mended("eviction", "fail", "volatile-ttl");
+    expect_fixed("eviction", "fail", "volatile-ttl");
 }
 
 TEST_F(DoctorOfTheServer, FindsAServerThatKeepsNothing)
 {
     ask(0, {"CONFIG", "SET", "save", ""});
-    expect_mended("persistence", "warn", "a restarted server is empty");
+    expect_fixed("persistence", "warn", "a restarted server is empty");
 }
 
 TEST_F(DoctorOfTheServer, FindsSmallBuffers)
 {
     ask(0, {"CONFIG", "SET", "client-output-buffer-limit", "pubsub 1048576 0 0"});
-    expect_mended("buffers", "warn", "1048576 bytes");
+    expect_fixed("buffers", "warn", "1048576 bytes");
     ask(0, {"CONFIG", "SET", "client-output-buffer-limit", "pubsub 0 65536 10"});
     EXPECT_EQ(examine("buffers").state, "warn");
     ask(0, {"CONFIG", "SET", "client-output-buffer-limit", "pubsub 0 0 0"});
@@ -208,7 +208,7 @@ TEST_F(DoctorOfTheServer, FindsMissingFunctions)
     for (const char *name : {"notifications", "role", "records", "cards"}) {
         EXPECT_THAT(diagnosis.checks.at(name).found, HasSubstr("because of: functions")) << name;
     }
-    expect_mended("functions", "fail", "is missing");
+    expect_fixed("functions", "fail", "is missing");
     EXPECT_EQ(examine().status, 0);
 }
 
@@ -216,7 +216,7 @@ TEST_F(DoctorOfTheServer, FindsFunctionsOfAnotherVersion)
 {
     ask(0, {"FUNCTION", "LOAD", "REPLACE",
             "#!lua name=vx_mom1\nredis.register_function('vx_mom1_set', function() return '1' end)"});
-    expect_mended("functions", "fail", "another version");
+    expect_fixed("functions", "fail", "another version");
     EXPECT_EQ(examine().status, 0);
 }
 
@@ -225,20 +225,20 @@ TEST_F(DoctorOfTheServer, FindsARunThatNobodyRegistered)
     ask(28, {"HDEL", "@runs", "now"});
     ask(33, {"DEL", "@set"});
     EXPECT_THAT(examine("data-set").found, HasSubstr("databases 28, 33"));
-    expect_mended("data-set", "fail", "33");
+    expect_fixed("data-set", "fail", "33");
 }
 
 TEST_F(DoctorOfTheServer, FindsARunThatWasRegisteredByAnotherVersion)
 {
     ask(1, {"HSET", "@runs", "library", "0123456789012345678901234567890123456789"});
-    expect_mended("data-set", "fail", "another version");
+    expect_fixed("data-set", "fail", "another version");
 }
 
 TEST_F(DoctorOfTheServer, FindsAnIdentityThatIsNone)
 {
     ask(28, {"DEL", "@set"});
     ask(28, {"RPUSH", "@set", "a"});
-    expect_mended("data-set", "fail", "WRONGTYPE", 2);
+    expect_fixed("data-set", "fail", "WRONGTYPE", 2);
 }
 
 TEST_F(DoctorOfTheServer, LeavesNothingOfItsCanariesBehind)
@@ -266,7 +266,7 @@ TEST_F(DoctorOfTheServer, FindsAServerThatTakesNoWrites)
     const Told told = examine("notifications");
     EXPECT_EQ(told.state, "fail");
     EXPECT_THAT(told.found, HasSubstr("OOM"));
-    EXPECT_THAT(told.mend, HasSubstr("maxmemory"));
+    EXPECT_THAT(told.fix, HasSubstr("maxmemory"));
     EXPECT_THAT(keys(1), Each(Not(HasSubstr("canary"))));
     ask(0, {"CONFIG", "SET", "maxmemory", "0"});
     EXPECT_EQ(examine("notifications").state, "ok");
@@ -278,7 +278,7 @@ TEST_F(DoctorOfTheServer, FindsAReplica)
     const Diagnosis diagnosis = examine();
     const Told &told = diagnosis.checks.at("server-role");
     EXPECT_EQ(told.state, "fail");
-    EXPECT_EQ(told.mend, "set VX_MOM_ENDPOINT=tcp:127.0.0.1:1");
+    EXPECT_EQ(told.fix, "set VX_MOM_ENDPOINT=tcp:127.0.0.1:1");
     EXPECT_THAT(diagnosis.checks.at("notifications").found, HasSubstr("because of: server-role"));
     ask(0, {"REPLICAOF", "NO", "ONE"});
     EXPECT_EQ(examine("server-role").state, "ok");
@@ -292,7 +292,7 @@ TEST_F(DoctorTest, FindsAServerWithTooFewDatabases)
     const Told told = examine("databases");
     EXPECT_EQ(told.state, "fail");
     EXPECT_THAT(told.found, HasSubstr("no database 28"));
-    EXPECT_THAT(told.mend, HasSubstr("`databases 64`"));
+    EXPECT_THAT(told.fix, HasSubstr("`databases 64`"));
     server_.reset();
     start_server({"--databases", "64"});
     EXPECT_EQ(examine("databases").state, "ok");
@@ -315,7 +315,7 @@ TEST_F(DoctorTest, FindsAServerThatStillReadsItsData)
     const Told told = examine("server");
     EXPECT_EQ(told.state, "fail");
     EXPECT_THAT(told.found, HasSubstr("still reading its data"));
-    EXPECT_THAT(told.mend, HasSubstr("INFO persistence"));
+    EXPECT_THAT(told.fix, HasSubstr("INFO persistence"));
     ASSERT_TRUE(server_->prints("eady to accept connections")) << server_->out();
     EXPECT_EQ(examine("server").state, "ok");
 }
@@ -328,7 +328,7 @@ TEST_F(DoctorTest, FindsAServerThatIsTooOld)
     EXPECT_EQ(diagnosis.checks.at("store").found, "it answers");
     EXPECT_EQ(diagnosis.checks.at("server").state, "fail");
     EXPECT_EQ(diagnosis.checks.at("server").found, "it is Redis 6.2.6");
-    EXPECT_THAT(diagnosis.checks.at("server").mend, HasSubstr("Redis 7"));
+    EXPECT_THAT(diagnosis.checks.at("server").fix, HasSubstr("Redis 7"));
     EXPECT_THAT(diagnosis.checks.at("databases").found, HasSubstr("because of: server"));
 }
 

@@ -110,23 +110,4 @@ TEST_F(ChartTest, StepsAreThoseThatPeopleCountIn)
     EXPECT_LE(centuries.bars.size(), 24U);
 }
 
-TEST_F(ChartTest, ThePictureIsWholeAndSaysWhatIsWhat)
-{
-    add(Outcome::passed, noon, 3);
-    add(Outcome::silence, noon);
-    const std::vector<history::Gap> gaps{{noon + 1s, std::nullopt, "<script>&\""}};
-    const std::string svg = chart_svg(make_chart(decisions, gaps, noon, noon + 2s, 24));
-    EXPECT_THAT(svg, testing::StartsWith("<svg xmlns=\"http://www.w3.org/2000/svg\""));
-    EXPECT_THAT(svg, testing::EndsWith("</svg>\n"));
-    EXPECT_THAT(svg, HasSubstr("<rect class=\"passed\" x=\"100.4\" y=\"122\" width=\"355.2\" height=\"198\">"
-                               "<title>2023-11-15 12:00: 3 passed</title></rect>"));
-    EXPECT_THAT(svg, HasSubstr("<rect class=\"silence\" x=\"100.4\" y=\"56\" width=\"355.2\" height=\"66\">"
-                               "<title>2023-11-15 12:00: 1 passed by silence</title></rect>"));
-    EXPECT_THAT(svg, HasSubstr("<title>2023-11-15 12:00:01: &lt;script&gt;&amp;&quot;</title>"));
-    EXPECT_THAT(svg, HasSubstr("prefers-color-scheme: dark"));
-    EXPECT_THAT(svg, HasSubstr(">S passed by silence</text>"));
-    EXPECT_THAT(svg, Not(HasSubstr("<script>")));
-    EXPECT_THAT(svg, Not(HasSubstr("href")));
-}
-
 } // namespace cg

@@ -1,4 +1,6 @@
-// The doctor's look at who may do what.
+// The doctor's checks of who may do what.
+#include "doctor/rights_checks.h"
+
 #include <algorithm>
 #include <iterator>
 #include <set>
@@ -6,7 +8,6 @@
 #include "acl/acl_check.h"
 #include "acl/acl_users.h"
 #include "base/text.h"
-#include "doctor/doctor_checks.h"
 #include "loop/settings.h"
 #include "store/codec/names.h"
 
@@ -68,8 +69,8 @@ std::string list_of_users(Examination &examination)
 
 Finding without_users(const Examination &examination)
 {
-    return {State::skipped, examination.has_users ? "there are no users but one who may do everything"
-                                                  : "the server does not tell about its users"};
+    return {Severity::skipped, examination.has_users ? "there are no users but one who may do everything"
+                                                     : "the server does not report its users"};
 }
 
 // Two entries that the daemon cuts to one name are one module, and two to remove.
@@ -91,10 +92,10 @@ public:
     [[nodiscard]] Finding finding() const
     {
         if (names_.empty()) {
-            return {State::ok, "all are connected"};
+            return {Severity::ok, "all are connected"};
         }
         const bool is_one = names_.size() == 1;
-        return {State::warn,
+        return {Severity::warn,
                 std::string("no client of the store is ") + (is_one ? "the module " : "one of the modules ") +
                     said_ + ": every card waits 300 seconds for " + (is_one ? "it" : "them") +
                     " and is then admitted",
@@ -114,11 +115,11 @@ private:
 
 } // namespace
 
-Finding look_at_users(Examination &examination)
+Finding check_users(Examination &examination)
 {
     const vx_mom::Inspected reply = examination.ask({"ACL", "LIST"});
     if (reply.is_error()) {
-        return refused(reply, "look into the server's log");
+        return refused(reply, "see the server's log");
     }
     UserLine everybody;
     bool has_module_users = false;
@@ -131,7 +132,7 @@ Finding look_at_users(Examination &examination)
     }
     examination.has_users = has_module_users || !everybody.is_all_powerful;
     if (everybody.is_all_powerful) {
-        return {State::warn,
+        return {Severity::warn,
                 (everybody.is_open ? std::string("anyone who reaches the store")
                                    : std::string("anyone who knows the store's one password")) +
                     " may do everything",
@@ -140,10 +141,10 @@ Finding look_at_users(Examination &examination)
                     "there, which the "
                     "account that runs it has to be able to read (`chown`), before the server is restarted"};
     }
-    return {State::ok, "access lists are in use"};
+    return {Severity::ok, "access lists are in use"};
 }
 
-Finding look_at_rights(Examination &examination)
+Finding check_rights(Examination &examination)
 {
     if (!examination.has_users.value_or(false)) {
         return without_users(examination);
@@ -153,15 +154,16 @@ Finding look_at_rights(Examination &examination)
     AclInspector server(examination.patience);
     const std::vector<AclFinding> problems = server.check(acl_users({modules.begin(), modules.end()}), {});
     if (problems.empty()) {
-        return {State::ok, "each user may do what it must, and none of what was tried besides"};
+        return {Severity::ok,
+                "each user has the rights that it needs, and none of the others that were tried"};
     }
     std::vector<std::string> texts;
     std::transform(problems.begin(), problems.end(), std::back_inserter(texts),
                    [](const AclFinding &problem) { return problem.user + ' ' + problem.problem; });
-    return {State::fail, listed(texts), list_of_users(examination)};
+    return {Severity::fail, listed(texts), list_of_users(examination)};
 }
 
-Finding look_for_modules(Examination &examination)
+Finding check_module_clients(Examination &examination)
 {
     if (!examination.has_users.value_or(false)) {
         return without_users(examination);

@@ -1,7 +1,9 @@
-// The doctor's look at the daemon's work: cards, requests and answers that should have gone on.
+// The doctor's checks of the daemon's work: cards, requests and answers that should have gone on.
 //
 // What is still on its way is no fault. So each look at cards and answers is taken twice, a moment apart, and
 // only what is wrong in both is told.
+#include "doctor/card_checks.h"
+
 #include <poll.h>
 
 #include <algorithm>
@@ -12,7 +14,6 @@
 
 #include "base/text.h"
 #include "cards/cards.h"
-#include "doctor/doctor_checks.h"
 #include "modules/contract.h"
 #include "records/position_key.h"
 #include "store/codec/names.h"
@@ -25,7 +26,7 @@ namespace
 
 constexpr int moment_ms = 1000;
 constexpr std::chrono::seconds longest_check = check_timeout + std::chrono::seconds{10}; // to act on it
-constexpr const char *restart = "`systemctl restart app_cg`: it looks at every card again";
+constexpr const char *restart = "`systemctl restart app_cg`: it checks every card again";
 
 std::vector<Json> scan(Examination &examination, const char *name)
 {
@@ -67,7 +68,7 @@ std::set<Answer> answers_left(Examination &examination)
     for (const Json &record : scan(examination, "app_cg_card_check_ack")) {
         Answer answer{position_in(record["index"]), record["index"]["mod_name"].get<std::string>(), ""};
         const bool is_module = std::find(modules.begin(), modules.end(), answer.module) != modules.end();
-        answer.problem = !is_module                         ? " is no module of the folder"
+        answer.problem = !is_module                         ? " is not a module of the folder"
                          : !cards.contains(answer.position) ? " answered for a card that is not there"
                                                             : "";
         found.insert(std::move(answer));
@@ -110,7 +111,7 @@ const RecordType *type_of(const std::string &key)
 
 // The server knows how long nobody has touched a record. Others may have looked at it meanwhile, so this is
 // the least that the check has been open; it has to be asked before we look at the records ourselves.
-Finding look_at_open_checks(Examination &examination)
+Finding check_open_checks(Examination &examination)
 {
     constexpr int32_t database = 1;
     const std::string type = "p_libpub.app_cg_card_check_info";
@@ -123,7 +124,7 @@ Finding look_at_open_checks(Examination &examination)
     for (const vx_mom::Inspected &request : requests.items) {
         const vx_mom::Inspected age = examination.ask({"OBJECT", "IDLETIME", request.text}, database);
         if (age.is_error()) {
-            return refused(age, "look into the server's log");
+            return refused(age, "see the server's log");
         }
         if (to_number(age.text, 0, INT64_MAX).value_or(0) > longest_check.count()) {
             open.push_back(request.text.substr(std::min(request.text.size(), type.size() + 3)));
@@ -134,12 +135,12 @@ Finding look_at_open_checks(Examination &examination)
             std::replace(card.begin(), card.end(), ':', '/');
         }
         std::sort(open.begin(), open.end());
-        return {State::fail, "checks open for more than 300 seconds: " + listed(open), restart};
+        return {Severity::fail, "checks open for more than 300 seconds: " + listed(open), restart};
     }
-    return {State::ok, "none is open for more than 300 seconds"};
+    return {Severity::ok, "none is open for more than 300 seconds"};
 }
 
-Finding look_at_records(Examination &examination)
+Finding check_records(Examination &examination)
 {
     for (const RecordType &type : record_types()) {
         if (type.db >= 0) {
@@ -148,52 +149,52 @@ Finding look_at_records(Examination &examination)
     }
     const Json shown = examination.store().with_left_out(Json::object());
     if (!shown.contains("left_out")) {
-        return {State::ok, "every record decodes"};
+        return {Severity::ok, "every record decodes"};
     }
     std::vector<std::string> keys;
-    std::vector<std::string> mends;
+    std::vector<std::string> fixes;
     for (const Json &key : shown["left_out"]) {
         const auto text = key.get<std::string>();
         keys.push_back(text);
         const RecordType *type = type_of(text);
-        mends.push_back('`' + examination.redis_cli("DEL " + shell_word(text), type ? type->db : 0) + '`');
+        fixes.push_back('`' + examination.redis_cli("DEL " + shell_word(text), type ? type->db : 0) + '`');
     }
-    return {State::fail, "the daemon cannot read " + listed(keys),
-            "whoever writes them has to write them again; these remove them: " + listed(mends)};
+    return {Severity::fail, "the daemon cannot read " + listed(keys),
+            "whoever writes them has to write them again; these remove them: " + listed(fixes)};
 }
 
-Finding look_at_cards(Examination &examination)
+Finding check_cards(Examination &examination)
 {
     const std::set<std::string> behind = found_twice(examination, cards_left_alone);
     if (!behind.empty()) {
-        return {State::fail,
-                "on line with neither a request nor a verdict: " + listed({behind.begin(), behind.end()}),
+        return {Severity::fail,
+                "online with neither a request nor a verdict: " + listed({behind.begin(), behind.end()}),
                 restart};
     }
-    return {State::ok, "each that is on line has a request or a verdict"};
+    return {Severity::ok, "each online card has a request or a verdict"};
 }
 
-Finding look_at_acknowledgements(Examination &examination)
+Finding check_acknowledgements(Examination &examination)
 {
     std::vector<std::string> stale;
     std::vector<std::string> unheard;
-    std::vector<std::string> mends;
+    std::vector<std::string> fixes;
     for (const Answer &answer : found_twice(examination, answers_left)) {
         const std::string title = in_quotes(answer.module);
         if (answer.problem.empty()) {
             unheard.push_back(answer.position.text() + " by " + title);
         } else {
             stale.push_back(answer.position.text() + ": " + title + answer.problem);
-            mends.push_back(deletion(examination, answer));
+            fixes.push_back(deletion(examination, answer));
         }
     }
     if (!unheard.empty()) {
-        return {State::fail, "answers that the daemon has not taken: " + listed(unheard), restart};
+        return {Severity::fail, "answers that the daemon has not handled: " + listed(unheard), restart};
     }
     if (!stale.empty()) {
-        return {State::warn, "answers that nobody waits for: " + listed(stale), listed(mends)};
+        return {Severity::warn, "answers that nobody waits for: " + listed(stale), listed(fixes)};
     }
-    return {State::ok, "none is left over"};
+    return {Severity::ok, "no stale acknowledgements"};
 }
 
 } // namespace cg

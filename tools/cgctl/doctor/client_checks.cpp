@@ -1,11 +1,12 @@
-// The doctor's look at what the store client keeps in the server, and at what comes of a write.
+// The doctor's checks of what the store client keeps in the server, and at what comes of a write.
 //
 // A subscription that delivers nothing gives no error: a server behind a balancer, or a go-between that drops
 // what it did not ask for, looks healthy from everywhere but from the one who waits. So a canary is written,
 // with a type, a counter and an index of its own, of which nothing remains.
+#include "doctor/client_checks.h"
+
 #include <random>
 
-#include "doctor/doctor_checks.h"
 #include "store/codec/names.h"
 
 namespace cg
@@ -46,7 +47,8 @@ std::string registration_problem(const Examination &examination, const vx_mom::I
     if (set.text.empty()) {
         return "the data has no identity";
     }
-    const std::string run = examination.told("run_id") + ':' + examination.told("master_replid");
+    const std::string run =
+        examination.server_info("run_id") + ':' + examination.server_info("master_replid");
     const std::string present = value_of(runs, value_of(runs, "now"));
     if (present.substr(0, present.find(' ')) != run) {
         return "the server's present run is not registered";
@@ -90,22 +92,22 @@ private:
 Finding Canary::fly()
 {
     Finding listening = listen();
-    if (listening.state != State::ok) {
+    if (listening.severity != Severity::ok) {
         return listening;
     }
     Finding arrival = write_and_wait();
     Finding removal = remove();
-    return arrival.state == State::ok ? removal : arrival;
+    return arrival.severity == Severity::ok ? removal : arrival;
 }
 
 Finding Canary::listen()
 {
     const auto reply = listener_.ask({"SUBSCRIBE", channel_}, examination_.patience);
     if (!reply) {
-        return {State::fail, "a second connection cannot subscribe: " + listener_.problem(),
-                "look into the server's log; `maxclients` may be too small"};
+        return {Severity::fail, "a second connection cannot subscribe: " + listener_.problem(),
+                "see the server's log; `maxclients` may be too small"};
     }
-    return reply->is_error() ? refused(*reply, "look into the server's log") : Finding{};
+    return reply->is_error() ? refused(*reply, "see the server's log") : Finding{};
 }
 
 Finding Canary::write_and_wait()
@@ -123,13 +125,13 @@ Finding Canary::write_and_wait()
     const auto message = listener_.next(examination_.patience);
     if (!message) {
         return {
-            State::fail, "a change is published, but does not arrive at its subscriber",
+            Severity::fail, "a change is published, but does not arrive at its subscriber",
             "let VX_MOM_ENDPOINT lead to the server itself: no balancer over several servers, and nothing "
             "in between that drops what is pushed"};
     }
     if (message->items.size() != 3 || message->items[1].text != channel_ ||
         message->items[2].text != expected) {
-        return {State::fail, "what arrives at a subscriber is not what was written",
+        return {Severity::fail, "what arrives at a subscriber is not what was written",
                 "let VX_MOM_ENDPOINT lead to the server itself, with nothing in between"};
     }
     return {};
@@ -147,7 +149,7 @@ Finding Canary::remove()
     const vx_mom::Inspected removed = examination_.ask(command, database_);
     if (removed.is_error()) {
         const std::string by_hand = "DEL " + key_ + ' ' + command[2] + ' ' + command[3];
-        return {State::fail, "the canary cannot be removed: " + removed.text,
+        return {Severity::fail, "the canary cannot be removed: " + removed.text,
                 '`' + examination_.redis_cli(by_hand, database_) + '`'};
     }
     return {};
@@ -155,29 +157,29 @@ Finding Canary::remove()
 
 } // namespace
 
-Finding look_at_functions(Examination &examination)
+Finding check_functions(Examination &examination)
 {
-    const std::string mend =
+    const std::string fix =
         "`cgctl doctor --functions | " + examination.redis_cli("-x FUNCTION LOAD REPLACE") + '`';
     const vx_mom::Inspected reply =
         examination.ask({"FUNCTION", "LIST", "LIBRARYNAME", vx_mom::library_name, "WITHCODE"});
     if (reply.is_error()) {
-        return refused(reply, mend);
+        return refused(reply, fix);
     }
     if (reply.items.empty()) {
-        return {State::fail, std::string("the function library ") + vx_mom::library_name + " is missing",
-                mend};
+        return {Severity::fail, std::string("the function library ") + vx_mom::library_name + " is missing",
+                fix};
     }
     if (value_of(reply.items[0], "library_code") != vx_mom::library_code()) {
-        return {State::fail,
-                std::string("the function library ") + vx_mom::library_name + " is of another version", mend};
+        return {Severity::fail,
+                std::string("the function library ") + vx_mom::library_name + " is of another version", fix};
     }
     std::string found = vx_mom::library_name;
     found += ", of this version";
-    return {State::ok, found};
+    return {Severity::ok, found};
 }
 
-Finding look_at_data_set(Examination &examination)
+Finding check_data_set(Examination &examination)
 {
     std::vector<std::string> wrong;
     std::string problem;
@@ -198,22 +200,22 @@ Finding look_at_data_set(Examination &examination)
         }
     }
     if (!wrong.empty()) {
-        return {State::fail, databases(wrong) + ": " + problem,
+        return {Severity::fail, databases(wrong) + ": " + problem,
                 examination.cgctl("list") + " as a user who may register it: the daemon or an administrator"};
     }
-    return {State::ok, "the server's present run is registered in 1, 28 and 33"};
+    return {Severity::ok, "the server's present run is registered in 1, 28 and 33"};
 }
 
-Finding send_canaries(Examination &examination)
+Finding check_notifications(Examination &examination)
 {
     for (const int32_t database : daemon_databases) {
         Finding finding = Canary(examination, database).fly();
-        if (finding.state != State::ok) {
+        if (finding.severity != Severity::ok) {
             finding.found = databases({std::to_string(database)}) + ": " + finding.found;
             return finding;
         }
     }
-    return {State::ok, "a canary arrived in 1, 28 and 33"};
+    return {Severity::ok, "a canary arrived in 1, 28 and 33"};
 }
 
 } // namespace cg

@@ -1,9 +1,10 @@
-// The doctor's look at the folder of check modules, whose mistakes the daemon makes up for without a word.
+// The doctor's checks of the folder of check modules, whose mistakes the daemon makes up for without a word.
+#include "doctor/module_checks.h"
+
 #include <algorithm>
 #include <map>
 
 #include "base/text.h"
-#include "doctor/doctor_checks.h"
 
 namespace cg
 {
@@ -24,74 +25,75 @@ bool is_usable(const std::string &name)
 
 } // namespace
 
-Finding look_at_module_folder(Examination &examination)
+Finding check_module_folder(Examination &examination)
 {
     examination.modules = read_module_folder(examination.module_folder);
     const std::string folder = shell_word(examination.module_folder);
     if (!examination.modules.readable) {
-        return {State::fail, examination.module_folder + ": " + examination.modules.problem,
+        return {Severity::fail, examination.module_folder + ": " + examination.modules.problem,
                 "`mkdir -p " + folder + "`, and `chmod a+rx " + folder +
                     "`; then restart the daemon, which reads it only when it connects"};
     }
     if (examination.modules.entries.empty()) {
-        return {State::warn, examination.module_folder + " is empty: every card is admitted unasked",
+        return {Severity::warn,
+                examination.module_folder + " is empty: every card is admitted without a check",
                 "`touch " + path_of(examination, "NAME") +
                     "` for each check module, and restart the daemon, which reads it only when it connects"};
     }
-    return {State::ok, listed(examination.registered_modules())};
+    return {Severity::ok, listed(examination.registered_modules())};
 }
 
-Finding look_at_module_count(Examination &examination)
+Finding check_module_count(Examination &examination)
 {
     const std::vector<ModuleEntry> &entries = examination.modules.entries;
     if (entries.size() <= most_modules) {
-        return {State::ok, std::to_string(entries.size()) + " of at most 16"};
+        return {Severity::ok, std::to_string(entries.size()) + " of at most 16"};
     }
     std::vector<std::string> ignored;
-    std::string mend = "keep 16: remove those that are not needed, if it is these: `rm -r";
+    std::string fix = "keep 16: remove those that are not needed, if it is these: `rm -r";
     for (std::size_t i = most_modules; i < entries.size(); ++i) {
         ignored.push_back(in_quotes(entries[i].file_name));
-        mend += ' ' + path_of(examination, entries[i].file_name);
+        fix += ' ' + path_of(examination, entries[i].file_name);
     }
-    return {State::fail,
+    return {Severity::fail,
             std::to_string(entries.size()) + " entries, of which the daemon ignores " + listed(ignored),
-            mend + '`'};
+            fix + '`'};
 }
 
-Finding look_at_module_names(Examination &examination)
+Finding check_module_names(Examination &examination)
 {
     std::vector<std::string> wrong;
-    std::vector<std::string> mends;
+    std::vector<std::string> fixes;
     for (const ModuleEntry &entry : examination.modules.entries) {
         const bool is_cut = entry.file_name != entry.name;
         if (!is_usable(entry.name)) {
             wrong.push_back("no module can have the name " + in_quotes(entry.name) +
                             (is_cut ? ", which is what " + in_quotes(entry.file_name) + " is cut to" : ""));
-            mends.push_back("give the entry a name of at most 15 bytes, UTF-8 without control characters "
+            fixes.push_back("give the entry a name of at most 15 bytes, UTF-8 without control characters "
                             "(`ls -b " +
                             shell_word(examination.module_folder) + "` shows it)");
         } else if (is_cut) {
             wrong.push_back(in_quotes(entry.file_name) + " is cut to " + in_quotes(entry.name));
-            mends.push_back("let the module answer by a name of at most 15 bytes, and `mv " +
+            fixes.push_back("let the module answer by a name of at most 15 bytes, and `mv " +
                             path_of(examination, entry.file_name) + ' ' + path_of(examination, entry.name) +
                             '`');
         }
     }
     if (!wrong.empty()) {
-        return {State::fail, listed(wrong), listed(mends)};
+        return {Severity::fail, listed(wrong), listed(fixes)};
     }
-    return {State::ok, "at most 15 bytes each, as modules can have them"};
+    return {Severity::ok, "at most 15 bytes each, as modules can have them"};
 }
 
 // The daemon knows the first by the name; the others' bits are cleared by nobody.
-Finding look_for_twins(Examination &examination)
+Finding check_duplicates(Examination &examination)
 {
     std::map<std::string, std::vector<std::string>> files;
     for (const ModuleEntry &entry : examination.modules.entries) {
         files[entry.name].push_back(entry.file_name);
     }
     std::vector<std::string> wrong;
-    std::vector<std::string> mends;
+    std::vector<std::string> fixes;
     for (const auto &[name, twins] : files) {
         if (twins.size() > 1) {
             std::vector<std::string> quoted;
@@ -101,15 +103,15 @@ Finding look_for_twins(Examination &examination)
             wrong.push_back(listed(quoted) + " are both " + in_quotes(name) +
                             " to the daemon, so every card waits 300 seconds for the second");
             for (std::size_t i = 1; i < twins.size(); ++i) {
-                mends.push_back("`rm -r " + path_of(examination, twins[i]) +
+                fixes.push_back("`rm -r " + path_of(examination, twins[i]) +
                                 "`, or a name that differs in its first 15 bytes");
             }
         }
     }
     if (!wrong.empty()) {
-        return {State::fail, listed(wrong), listed(mends)};
+        return {Severity::fail, listed(wrong), listed(fixes)};
     }
-    return {State::ok, "no two are the same to the daemon"};
+    return {Severity::ok, "no duplicates"};
 }
 
 } // namespace cg

@@ -1,5 +1,5 @@
-// What the doctor's checks share.
-#include "doctor/doctor_checks.h"
+// One examination by the doctor.
+#include "doctor/examination.h"
 
 #include <algorithm>
 #include <sstream>
@@ -14,8 +14,6 @@ namespace cg
 
 namespace
 {
-
-constexpr std::size_t most_listed = 8;
 
 // The value of "name=" in a line of the server's list of clients.
 std::string field(const std::string &line, const std::string &name)
@@ -60,7 +58,7 @@ vx_mom::Inspected Examination::ask(const std::vector<std::string> &command, int3
     return std::move(*reply);
 }
 
-std::string Examination::told(const std::string &name) const
+std::string Examination::server_info(const std::string &name) const
 {
     const std::string wanted = '\n' + name + ':';
     const std::size_t at = info.find(wanted);
@@ -141,29 +139,6 @@ std::string Examination::redis_cli(const std::string &arguments, int32_t databas
         file.empty() ? "" : "REDISCLI_AUTH=$(sed -n 's/^password *//p' " + shell_word(file) + ") ";
     return password + "redis-cli" + address() + (database == 0 ? "" : " -n " + std::to_string(database)) +
            ' ' + arguments;
-}
-
-Finding refused(const vx_mom::Inspected &error, const std::string &mend)
-{
-    if (error.text.starts_with("NOPERM")) {
-        return {State::skipped, "the server refuses to say: " + error.text, as_administrator};
-    }
-    if (error.text.starts_with("ERR unknown command")) {
-        return {State::skipped, "the server does not say: " + error.text};
-    }
-    return {State::fail, "the server answers: " + error.text, mend};
-}
-
-std::string listed(const std::vector<std::string> &texts)
-{
-    std::string result;
-    for (std::size_t i = 0; i < std::min(texts.size(), most_listed); ++i) {
-        result += (i == 0 ? "" : ", ") + texts[i];
-    }
-    if (texts.size() > most_listed) {
-        result += " and " + std::to_string(texts.size() - most_listed) + " more";
-    }
-    return result;
 }
 
 } // namespace cg

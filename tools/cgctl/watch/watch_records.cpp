@@ -2,6 +2,8 @@
 //
 // After the store was away the platform delivers every record again. The last known content is kept, so that
 // only what really changed meanwhile is printed then.
+#include "watch/watch_records.h"
+
 #include <algorithm>
 #include <chrono>
 #include <map>
@@ -11,7 +13,6 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "command_line/named_record.h"
-#include "verbs/watch.h"
 
 namespace cg
 {

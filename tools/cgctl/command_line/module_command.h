@@ -1,17 +1,18 @@
-// The verbs below `cgctl module` that have files of their own, and what they share.
-#ifndef VERBS_MODULE_VERBS_H
-#define VERBS_MODULE_VERBS_H
+// What the verbs below `cgctl module` share: a module's name, its command behind "--", a time limit.
+#ifndef COMMAND_LINE_MODULE_COMMAND_H
+#define COMMAND_LINE_MODULE_COMMAND_H
 
 #include <string>
 
 #include "command_line/session.h"
-#include "command_line/verbs.h"
+
+namespace CLI
+{
+class App;
+}
 
 namespace cg
 {
-
-void add_module_test(CLI::App &module, Session &session);
-void add_module_replay(CLI::App &module, Session &session);
 
 // Adds --timeout, in seconds: 0.001 to 86400.
 void add_time_limit(CLI::App &verb, double &seconds, const char *description);

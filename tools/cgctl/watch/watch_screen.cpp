@@ -3,6 +3,8 @@
 // One thread: the platform's loop has no descriptors to wait for, so a short timer of it looks for keys. A
 // second thread for them would need locks around the whole view for what nobody can see: a twentieth of a
 // second.
+#include "watch/watch_screen.h"
+
 #include <unistd.h>
 
 #include <csignal>
@@ -14,7 +16,6 @@
 #include "cards/live_cards.h"
 #include "screen/curses_screen.h"
 #include "screen/live_view.h"
-#include "verbs/watch.h"
 
 namespace cg
 {

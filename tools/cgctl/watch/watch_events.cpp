@@ -1,8 +1,9 @@
 // cgctl watch in a pipe: an event a line.
+#include "watch/watch_events.h"
+
 #include "admission/card_text.h"
 #include "base/failure.h"
 #include "cards/live_cards.h"
-#include "verbs/watch.h"
 
 namespace cg
 {

@@ -1,11 +1,12 @@
-// The doctor's look at the daemon: there, listening, and of the same opinion as the folder and the store.
+// The doctor's checks of the daemon: there, listening, and of the same opinion as the folder and the store.
+#include "doctor/daemon_checks.h"
+
 #include <algorithm>
 #include <set>
 
 #include "base/failure.h"
 #include "base/text.h"
 #include "daemon/daemon_view.h"
-#include "doctor/doctor_checks.h"
 #include "shell/client.h"
 
 namespace cg
@@ -22,14 +23,15 @@ Finding no_answer(const ssat::Error &error)
 {
     switch (error.failure()) {
     case ssat::Failure::nobody_there:
-        return {State::fail, std::string("no daemon: ") + error.what(),
+        return {Severity::fail, std::string("no daemon: ") + error.what(),
                 "`systemctl start app_cg`; if it runs, set SSAT_SOCKET to the socket of its debug shell"};
     case ssat::Failure::not_permitted:
-        return {State::skipped, error.what(), "examine it as root or as the daemon's user"};
+        return {Severity::skipped, error.what(), "examine it as root or as the daemon's user"};
     case ssat::Failure::timed_out:
-        return {State::fail, std::string("the daemon is there, but serves nobody: ") + error.what(), restart};
+        return {Severity::fail, std::string("the daemon runs, but does not respond: ") + error.what(),
+                restart};
     default:
-        return {State::fail, error.what(), restart};
+        return {Severity::fail, error.what(), restart};
     }
 }
 
@@ -42,29 +44,29 @@ std::string module_list(const std::set<std::string> &names)
 
 } // namespace
 
-Finding look_at_role(Examination &examination)
+Finding check_role(Examination &examination)
 {
     const RecordType &type = record_type("p_dev.dp_lib_grole");
     std::optional<Json> record;
     try {
         record = examination.store().read(type, type.db, Json::object());
     } catch (const Failure &failure) {
-        return {State::fail, failure.what(),
+        return {Severity::fail, failure.what(),
                 examination.cgctl("del dp_lib_grole") + ", then " + examination.cgctl("role master")};
     }
     if (!record) {
-        return {State::fail, "no role was written: the daemon publishes nothing in databases 28 and 33",
+        return {Severity::fail, "no role was written: the daemon publishes nothing in databases 28 and 33",
                 examination.cgctl("role master")};
     }
     const Json &role = (*record)["my_grole"];
     if (role == "DM_ROLE_MASTER") {
-        return {State::ok, "master"};
+        return {Severity::ok, "master"};
     }
-    return {State::ok, (role.is_string() ? role.get<std::string>() : dump(role)) +
-                           ": not the master, so the results in databases 28 and 33 are another device's"};
+    return {Severity::ok, (role.is_string() ? role.get<std::string>() : dump(role)) +
+                              ": not the master, so the results in databases 28 and 33 are another device's"};
 }
 
-Finding look_for_daemon(Examination &examination)
+Finding check_daemon(Examination &examination)
 {
     const std::string socket =
         examination.session.socket.empty() ? ssat::socket_path(daemon_name) : examination.session.socket;
@@ -77,10 +79,10 @@ Finding look_for_daemon(Examination &examination)
     } catch (const ssat::Error &error) {
         return no_answer(error);
     }
-    return {State::ok, "it answers at " + socket};
+    return {Severity::ok, "it answers at " + socket};
 }
 
-Finding look_at_daemon_connections(Examination &examination)
+Finding check_daemon_connections(Examination &examination)
 {
     std::set<int64_t> connected;
     int64_t channels = 0;
@@ -99,35 +101,37 @@ Finding look_at_daemon_connections(Examination &examination)
         }
     }
     if (!missing.empty()) {
-        return {State::fail, "the daemon is not connected to database " + listed(missing) + " of this store",
+        return {Severity::fail,
+                "the daemon is not connected to database " + listed(missing) + " of this store",
                 "let both have the same VX_MOM_ENDPOINT (/etc/app_cg/platform.conf), then " +
                     std::string(restart)};
     }
     // The role's own channel, the cards' pattern, and the answers' once there are modules.
     const bool expects_answers = examination.daemon_modules && !examination.daemon_modules->empty();
     if (channels < 1 || patterns < (expects_answers ? 2 : 1)) {
-        return {State::fail, "the daemon is connected, but has not subscribed to all that it acts on",
+        return {Severity::fail, "the daemon is connected, but has not subscribed to all that it acts on",
                 restart};
     }
-    return {State::ok, "connected to 1, 28 and 33, and listening"};
+    return {Severity::ok, "connected to 1, 28 and 33, and listening"};
 }
 
-Finding look_at_daemon_modules(Examination &examination)
+Finding check_daemon_modules(Examination &examination)
 {
     if (!examination.daemon_modules) {
-        return {State::skipped, "the daemon's output no longer comes here since it wrote its collect file"};
+        return {Severity::skipped,
+                "the daemon's output no longer comes here since it wrote its collect file"};
     }
     const std::vector<std::string> &names = *examination.daemon_modules;
     const std::set<std::string> known(names.begin(), names.end());
     const std::vector<std::string> in_folder = examination.registered_modules();
     const std::set<std::string> wanted(in_folder.begin(), in_folder.end());
     if (known != wanted) {
-        return {State::warn,
+        return {Severity::warn,
                 "the daemon asks " + module_list(known) + ", the folder names " + module_list(wanted) +
                     "; it reads the folder only when it connects",
                 restart};
     }
-    return {State::ok, "the daemon asks those of the folder"};
+    return {Severity::ok, "the daemon asks those of the folder"};
 }
 
 } // namespace cg

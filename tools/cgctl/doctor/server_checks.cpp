@@ -1,11 +1,12 @@
-// The doctor's look at the store server: reachable, of the right kind, and set so that it loses nothing.
+// The doctor's checks of the store server: reachable, of the right kind, and set so that it loses nothing.
+#include "doctor/server_checks.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <sstream>
 
 #include "base/text.h"
-#include "doctor/doctor_checks.h"
 #include "store/connection/configuration.h"
 
 namespace cg
@@ -34,11 +35,11 @@ std::optional<std::string> server_setting(Examination &examination, const char *
 {
     const vx_mom::Inspected reply = examination.ask({"CONFIG", "GET", name});
     if (reply.is_error()) {
-        finding = refused(reply, "look into the server's log");
+        finding = refused(reply, "see the server's log");
         return std::nullopt;
     }
     if (reply.items.size() != 2) {
-        finding = {State::skipped, std::string("the server has no setting ") + name};
+        finding = {Severity::skipped, std::string("the server has no setting ") + name};
         return std::nullopt;
     }
     return reply.items[1].text;
@@ -70,87 +71,88 @@ std::optional<Limits> pubsub_limits(const std::string &text)
 
 } // namespace
 
-Finding look_at_settings(Examination &examination)
+Finding check_settings(Examination &examination)
 {
     const std::string problem = vx_mom::configuration_problem();
     if (!problem.empty()) {
-        return {State::fail, problem,
-                "set it right in the environment or in /etc/app_cg/platform.conf; app_cg(8) lists the forms"};
+        return {Severity::fail, problem,
+                "correct it in the environment or in /etc/app_cg/platform.conf; app_cg(8) lists the forms"};
     }
     std::string ignored;
     examination.patience =
         std::min<std::chrono::milliseconds>(vx_mom::configured_deadline(), longest_patience);
-    return {State::ok, "the store is to be at " + vx_mom::configured_place(ignored)->endpoint.text};
+    return {Severity::ok, "the store is configured at " + vx_mom::configured_place(ignored)->endpoint.text};
 }
 
-Finding look_for_store(Examination &examination)
+Finding check_store(Examination &examination)
 {
     const vx_mom::Inspection &server = examination.server();
     if (server.is_open()) {
-        return {State::ok, "it answers"};
+        return {Severity::ok, "it answers"};
     }
     const std::string &problem = server.problem();
     for (const char *word : {"NOAUTH", "WRONGPASS", "NOPERM"}) {
         if (problem.find(word) != std::string::npos) {
             return {
-                State::fail, problem,
+                Severity::fail, problem,
                 "put `user NAME` and `password SECRET` of a user whom the server knows into the file that "
                 "VX_MOM_AUTH_FILE names; `cgctl acl` prints the users that there should be"};
         }
     }
-    return {State::fail, problem,
+    return {Severity::fail, problem,
             "start the store server (`systemctl start redis-server`), or set VX_MOM_ENDPOINT to where it is"};
 }
 
-Finding look_at_server(Examination &examination)
+Finding check_server(Examination &examination)
 {
     const vx_mom::Inspected reply = examination.ask({"INFO"});
     if (reply.is_error()) {
-        return refused(reply, "look into the server's log");
+        return refused(reply, "see the server's log");
     }
     examination.info = '\n' + reply.text;
-    const std::string version = examination.told("redis_version");
-    const std::string valkey = examination.told("valkey_version");
+    const std::string version = examination.server_info("redis_version");
+    const std::string valkey = examination.server_info("valkey_version");
     const std::string name = valkey.empty() ? "Redis " + version : "Valkey " + valkey;
     if (major_version(version) < least_version) {
-        return {State::fail, version.empty() ? "it does not say that it is Redis" : "it is " + name,
+        return {Severity::fail, version.empty() ? "it does not say that it is Redis" : "it is " + name,
                 "let Redis 7 or newer, or Valkey, serve there"};
     }
-    if (examination.told("loading") == "1") {
-        return {State::fail, name + " is still reading its data",
+    if (examination.server_info("loading") == "1") {
+        return {Severity::fail, name + " is still reading its data",
                 "wait until it has (`" + examination.redis_cli("INFO persistence") +
                     "` says loading:0), then examine again"};
     }
-    return {State::ok, name};
+    return {Severity::ok, name};
 }
 
-Finding look_at_server_role(Examination &examination)
+Finding check_server_role(Examination &examination)
 {
-    const std::string role = examination.told("role");
+    const std::string role = examination.server_info("role");
     if (role == "slave") {
-        const std::string master = examination.told("master_host") + ':' + examination.told("master_port");
-        return {State::fail, "it is a replica and takes no writes; its master is " + master,
+        const std::string master =
+            examination.server_info("master_host") + ':' + examination.server_info("master_port");
+        return {Severity::fail, "it is a replica, which accepts no writes; its master is " + master,
                 "set VX_MOM_ENDPOINT=tcp:" + master};
     }
     if (role != "master") {
-        return {State::skipped, "the server does not say what it is"};
+        return {Severity::skipped, "the server does not say what it is"};
     }
-    return {State::ok, "it is a master"};
+    return {Severity::ok, "it is a master"};
 }
 
-Finding look_at_databases(Examination &examination)
+Finding check_databases(Examination &examination)
 {
     for (const int32_t database : daemon_databases) {
         const vx_mom::Inspection &server = examination.server(database);
         if (!server.is_open()) {
-            return {State::fail, server.problem(),
+            return {Severity::fail, server.problem(),
                     "put `databases 64` into the server's configuration file and restart the server"};
         }
     }
-    return {State::ok, "1, 28 and 33 are there"};
+    return {Severity::ok, "1, 28 and 33 are there"};
 }
 
-Finding look_at_eviction(Examination &examination)
+Finding check_eviction(Examination &examination)
 {
     Finding finding;
     const auto policy = server_setting(examination, "maxmemory-policy", finding);
@@ -158,13 +160,13 @@ Finding look_at_eviction(Examination &examination)
         return finding;
     }
     if (*policy != "noeviction") {
-        return {State::fail, "maxmemory-policy is " + *policy + ": a full server deletes records",
+        return {Severity::fail, "maxmemory-policy is " + *policy + ": a full server deletes records",
                 set_it(examination, "maxmemory-policy", "noeviction")};
     }
-    return {State::ok, "a full server refuses writes and deletes nothing"};
+    return {Severity::ok, "a full server refuses writes and deletes nothing"};
 }
 
-Finding look_at_persistence(Examination &examination)
+Finding check_persistence(Examination &examination)
 {
     Finding finding;
     const auto save = server_setting(examination, "save", finding);
@@ -173,14 +175,14 @@ Finding look_at_persistence(Examination &examination)
         return finding;
     }
     if (save->empty() && *append != "yes") {
-        return {State::warn, "neither save nor appendonly is set: a restarted server is empty",
+        return {Severity::warn, "neither save nor appendonly is set: a restarted server is empty",
                 set_it(examination, "save", "3600 1 300 100 60 10000")};
     }
-    return {State::ok, *append == "yes" ? "each change goes to the server's disk"
-                                        : "the server saves its data now and then (save " + *save + ')'};
+    return {Severity::ok, *append == "yes" ? "each change goes to the server's disk"
+                                           : "the server saves its data now and then (save " + *save + ')'};
 }
 
-Finding look_at_buffers(Examination &examination)
+Finding check_buffers(Examination &examination)
 {
     Finding finding;
     const auto text = server_setting(examination, "client-output-buffer-limit", finding);
@@ -189,17 +191,17 @@ Finding look_at_buffers(Examination &examination)
     }
     const auto limits = pubsub_limits(*text);
     if (!limits) {
-        return {State::skipped, "the server tells no limit for subscribers"};
+        return {Severity::skipped, "the server reports no limit for subscribers"};
     }
     const bool is_small = (limits->hard != 0 && limits->hard < least_hard_limit) ||
                           (limits->soft != 0 && limits->soft < least_soft_limit);
     if (is_small) {
-        return {State::warn,
+        return {Severity::warn,
                 "subscribers are cut off at " + std::to_string(limits->hard) + " bytes, or some time at " +
                     std::to_string(limits->soft) + ": every burst of changes costs a reconnection",
                 set_it(examination, "client-output-buffer-limit", "pubsub 33554432 8388608 60")};
     }
-    return {State::ok, "subscribers may lag behind"};
+    return {Severity::ok, "subscribers may lag"};
 }
 
 } // namespace cg

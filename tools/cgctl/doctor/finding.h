@@ -1,0 +1,44 @@
+// What a check of the doctor found, and its renderers.
+#ifndef DOCTOR_FINDING_H
+#define DOCTOR_FINDING_H
+
+#include <string>
+#include <vector>
+
+#include "base/json.h"
+#include "store/inspect/inspection.h"
+
+namespace cg
+{
+
+enum class Severity { ok, warn, fail, skipped };
+
+// All is well when there is nothing to fix: a check that could not be made for want of rights asks to be made
+// by somebody else.
+struct Finding {
+    Severity severity = Severity::ok;
+    std::string found{};
+    std::string fix{}; // what to do about it, commands in backticks; empty when there is nothing to do
+
+    [[nodiscard]] bool is_well() const { return fix.empty() && severity != Severity::fail; }
+};
+
+// The fix for what the user has no right to inspect.
+inline constexpr const char *as_administrator =
+    "examine it as an administrator: VX_MOM_AUTH_FILE names the file with user and password";
+
+// The finding that stands for an error of the server: skipped for want of rights, else a failure.
+Finding refused(const vx_mom::Inspected &error, const std::string &fix);
+
+// "a, b, c", or "a, b, c and 4 more" when there are more than a reader wants to see.
+std::string listed(const std::vector<std::string> &texts);
+
+// One line: "WARN  users               anyone may do everything; fix: ...".
+std::string finding_line(const std::string &check, const Finding &finding);
+
+// {"version": 2, "name": ..., "state": ..., "found": ..., "fix": ...}
+Json finding_json(const std::string &check, const Finding &finding);
+
+} // namespace cg
+
+#endif

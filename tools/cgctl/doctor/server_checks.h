@@ -1,0 +1,38 @@
+// The doctor's checks of the store server.
+//
+// Each throws Failure, or std::exception with the server's words, where it cannot be made.
+#ifndef DOCTOR_SERVER_CHECKS_H
+#define DOCTOR_SERVER_CHECKS_H
+
+#include "doctor/examination.h"
+
+namespace cg
+{
+
+// The settings of the store client can be used. Sets the patience of the checks behind it.
+Finding check_settings(Examination &examination);
+
+// The server answers, and knows the user.
+Finding check_store(Examination &examination);
+
+// It is of the right kind and version. Keeps its INFO.
+Finding check_server(Examination &examination);
+
+// It is no replica.
+Finding check_server_role(Examination &examination);
+
+// The databases that the daemon works with exist.
+Finding check_databases(Examination &examination);
+
+// A full server deletes no records.
+Finding check_eviction(Examination &examination);
+
+// A restarted server is not empty.
+Finding check_persistence(Examination &examination);
+
+// Subscribers are not cut off early.
+Finding check_buffers(Examination &examination);
+
+} // namespace cg
+
+#endif
