@@ -144,9 +144,9 @@ TEST(Usage, WrongModulesAreRefused)
 {
     EXPECT_NE(refused({"module", "run", "sixteen-letters-", "--", "true"}).find("1 to 15 characters"),
               std::string::npos);
-    EXPECT_NE(refused({"module", "run", "a/b", "--", "true"}).find("no module name"), std::string::npos);
-    EXPECT_NE(refused({"module", "run", ".", "--", "true"}).find("no module name"), std::string::npos);
-    EXPECT_NE(refused({"module", "run", "..", "--", "true"}).find("no module name"), std::string::npos);
+    EXPECT_NE(refused({"module", "run", "a/b", "--", "true"}).find("is not a module name"), std::string::npos);
+    EXPECT_NE(refused({"module", "run", ".", "--", "true"}).find("is not a module name"), std::string::npos);
+    EXPECT_NE(refused({"module", "run", "..", "--", "true"}).find("is not a module name"), std::string::npos);
     EXPECT_NE(refused({"module", "run", "m1"}).find("cgctl module run m1 -- ./check"), std::string::npos);
     EXPECT_NE(refused({"module", "run", "m1", "--", "no-such-command-here"}).find("cannot be executed"),
               std::string::npos);
