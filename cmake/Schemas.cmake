@@ -44,7 +44,7 @@ add_custom_command(
     VERBATIM)
 
 add_library(app_cg_schemas STATIC ${schema_sources} ${schema_headers} ${schema_out}/vx_mom_schema_table.h
-            ${schema_dir}/vx_mom_schema.c)
+            ${schema_dir}/schema_registry.c)
 # System headers for the users: what protoc-c writes is not held to our warnings.
 target_include_directories(app_cg_schemas SYSTEM PUBLIC ${schema_out} ${PROTOBUF_C_INCLUDE_DIR})
 target_include_directories(app_cg_schemas PUBLIC ${schema_dir} ${PROJECT_SOURCE_DIR}/platform)

@@ -45,6 +45,13 @@ void fail_loop(vx_global_t *global) noexcept;
 // Gives away the exception that ended the loop; none when none did.
 std::exception_ptr take_failure(vx_global_t *global) noexcept;
 
+// What lives while a loop serves: made of the loop before its first turn, destroyed after its last one.
+using Companion = std::shared_ptr<void> (*)(event_base *base);
+
+// Has each vx_global_run() from now on make one; null for none. So the process manager's notices hang on the
+// loop, which does not know of them.
+void accompany_runs(Companion make) noexcept;
+
 // Calls a handler of the program's, unless the loop is to end; what it throws ends the loop.
 template <typename Handler>
 void call_handler(vx_global_t *global, const Handler &handler) noexcept

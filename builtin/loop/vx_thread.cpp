@@ -22,7 +22,6 @@
 #include "loop/libevent_handles.h"
 #include "loop/platform_context.h"
 #include "loop/standard_descriptors.h"
-#include "process/process_manager.h"
 
 namespace
 {
@@ -32,6 +31,8 @@ using platform::EventBase;
 using platform::EventConfig;
 
 constexpr size_t slot_count = 2;
+
+platform::Companion make_companion = nullptr;
 
 // What the handle that we give out really is.
 struct Timer : vx_thread_t {
@@ -136,7 +137,8 @@ try {
     if (!terminate || !interrupt) {
         return -EIO;
     }
-    const platform::ServiceNotices notices{global->base.get()};
+    const std::shared_ptr<void> companion =
+        make_companion == nullptr ? nullptr : make_companion(global->base.get());
     return platform::run_context(global);
 } catch (const std::bad_alloc &) {
     return -ENOMEM;
@@ -179,6 +181,11 @@ void vx_thread_cancel(vx_thread_t *t)
 
 namespace platform
 {
+
+void accompany_runs(Companion make) noexcept
+{
+    make_companion = make;
+}
 
 int32_t run_context(vx_global_t *global)
 {

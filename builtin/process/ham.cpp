@@ -24,21 +24,10 @@
 
 #include "loop/settings.h"
 #include "loop/standard_descriptors.h"
-#include "process/process_manager.h"
 #include "process/service_notice.h"
 
 namespace
 {
-
-void tell_ready(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
-{
-    (void)platform::notify_manager("READY=1\nSTATUS=Serving");
-}
-
-void tell_alive(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
-{
-    (void)platform::notify_manager("WATCHDOG=1");
-}
 
 std::string lock_path()
 {
@@ -71,39 +60,6 @@ void write_holder(int fd)
 }
 
 } // namespace
-
-namespace platform
-{
-
-ServiceNotices::ServiceNotices(event_base *base) : registered_(is_registered_service())
-{
-    if (!registered_) {
-        return;
-    }
-    constexpr timeval at_once{0, 0};
-    ready_.reset(evtimer_new(base, tell_ready, nullptr));
-    if (ready_) {
-        evtimer_add(ready_.get(), &at_once);
-    }
-    if (const auto interval = watchdog_interval()) {
-        const auto half_us = interval->count() / 2;
-        const timeval half{static_cast<time_t>(half_us / 1'000'000),
-                           static_cast<suseconds_t>(half_us % 1'000'000)};
-        watchdog_.reset(event_new(base, -1, EV_PERSIST, tell_alive, nullptr));
-        if (watchdog_) {
-            event_add(watchdog_.get(), &half);
-        }
-    }
-}
-
-ServiceNotices::~ServiceNotices()
-{
-    if (registered_) {
-        (void)notify_manager("STOPPING=1\nSTATUS=Stopping");
-    }
-}
-
-} // namespace platform
 
 int32_t reg_process_exit_action(int32_t first, int32_t /*action*/)
 {

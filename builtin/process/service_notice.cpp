@@ -8,11 +8,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <system_error>
 
 #include <unistd.h>
 
 #include "log/unix_datagram.h"
+#include "loop/libevent_handles.h"
+#include "loop/platform_context.h"
 
 namespace platform
 {
@@ -40,7 +43,59 @@ bool nobody_listens(int result)
     return result == -ENOENT || result == -ECONNREFUSED;
 }
 
-bool is_registered = false;
+void report_ready(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
+{
+    (void)notify_manager("READY=1\nSTATUS=Serving");
+}
+
+void report_alive(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
+{
+    (void)notify_manager("WATCHDOG=1");
+}
+
+// The notices hang on the loop and not on registration: "ready" and the heartbeats leave from inside the
+// loop, so that they prove that it turns. A thread of its own would go on praising a daemon that hangs in a
+// callback.
+class LoopNotices
+{
+public:
+    explicit LoopNotices(event_base *base);
+    ~LoopNotices();
+    LoopNotices(const LoopNotices &) = delete;
+    LoopNotices &operator=(const LoopNotices &) = delete;
+
+private:
+    Event ready_;
+    Event watchdog_;
+};
+
+LoopNotices::LoopNotices(event_base *base)
+{
+    constexpr timeval at_once{0, 0};
+    ready_.reset(evtimer_new(base, report_ready, nullptr));
+    if (ready_) {
+        evtimer_add(ready_.get(), &at_once);
+    }
+    if (const auto interval = watchdog_interval()) {
+        const auto half_us = interval->count() / 2;
+        const timeval half{static_cast<time_t>(half_us / 1'000'000),
+                           static_cast<suseconds_t>(half_us % 1'000'000)};
+        watchdog_.reset(event_new(base, -1, EV_PERSIST, report_alive, nullptr));
+        if (watchdog_) {
+            event_add(watchdog_.get(), &half);
+        }
+    }
+}
+
+LoopNotices::~LoopNotices()
+{
+    (void)notify_manager("STOPPING=1\nSTATUS=Stopping");
+}
+
+std::shared_ptr<void> notices_of(event_base *base)
+{
+    return std::make_shared<LoopNotices>(base);
+}
 
 } // namespace
 
@@ -60,13 +115,8 @@ int register_service() noexcept
                 getenv("NOTIFY_SOCKET"), strerror(-result));
         return result;
     }
-    is_registered = true;
+    accompany_runs(notices_of);
     return 0;
-}
-
-bool is_registered_service() noexcept
-{
-    return is_registered;
 }
 
 std::optional<std::chrono::microseconds> watchdog_interval()

@@ -18,13 +18,11 @@ namespace platform
 // -ECONNREFUSED when nobody listens there.
 int notify_manager(std::string_view state) noexcept;
 
-// Registers this process with the manager: once its loop runs, that reports the process ready, alive and
-// stopping. Returns 0, also where no manager listens; otherwise the negative errno of reaching it, with a
-// line on standard error.
+// Registers this process with the manager: once its loop runs (vx_global_run), that reports the process ready
+// at its first turn, alive at half of the interval that the manager asks for, and stopping at its end.
+// Returns 0, also where no manager listens; otherwise the negative errno of reaching it, with a line on
+// standard error.
 int register_service() noexcept;
-
-// Whether that was done.
-bool is_registered_service() noexcept;
 
 // The time within which the manager wants a sign of life; none when it wants none of this process, which
 // WATCHDOG_USEC and WATCHDOG_PID tell.
