@@ -78,7 +78,7 @@ stages_collect()
     [ "$failed" -eq 0 ] || verdict="${ui_red}FAIL$ui_plain"
     stages_passed=$((stages_passed + passed))
     stages_failed=$((stages_failed + failed))
-    stages_lines+=("$(printf '%s  %-22s %4d s  %d passed, %d failed, %d skipped' "$verdict" "$1" "$seconds" "$passed" \
+    stages_lines+=("$(printf '%s  %-26s %4d s  %d passed, %d failed, %d skipped' "$verdict" "$1" "$seconds" "$passed" \
         "$failed" "$skipped")")
     [ "$failed" -eq 0 ]
 }
@@ -183,7 +183,8 @@ unit_tests()
 # The fuzz targets, all at the same time: fuzz_targets SECONDS
 fuzz_targets()
 {
-    "$project_root/tests/fuzz/run" --seconds "$1" --junit "$junit" 2>&1 | tee "$stages_logs/fuzz.log"
+    # They never wait, and tests beside them have deadlines.
+    nice -n 5 "$project_root/tests/fuzz/run" --seconds "$1" --junit "$junit" 2>&1 | tee "$stages_logs/fuzz.log"
 }
 
 # system_tests PRESET [file...]: of the daemon and the tools of a build; without files all of them
