@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "log/log_destination.h"
+#include "log/log_record.h"
 #include "loop/descriptor.h"
 
 namespace platform

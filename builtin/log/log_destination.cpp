@@ -28,6 +28,25 @@ namespace platform
 namespace
 {
 
+// The level's name, or the number.
+std::string log_level_name(int32_t level)
+{
+    switch (level) {
+    case 40:
+        return "info";
+    case 60:
+        return "notice";
+    case 80:
+        return "warn";
+    case 100:
+        return "error";
+    case 120:
+        return "fatal";
+    default:
+        return std::to_string(level);
+    }
+}
+
 // Standard error as it is when the log is opened. A duplicate, because the process may point descriptor 2
 // elsewhere later, and its log must not follow.
 class StandardErrorSink final : public spdlog::sinks::base_sink<std::mutex>
@@ -134,24 +153,6 @@ std::unique_ptr<LogDestination> open_file(std::string_view description, const st
 }
 
 } // namespace
-
-std::string log_level_name(int32_t level)
-{
-    switch (level) {
-    case 40:
-        return "info";
-    case 60:
-        return "notice";
-    case 80:
-        return "warn";
-    case 100:
-        return "error";
-    case 120:
-        return "fatal";
-    default:
-        return std::to_string(level);
-    }
-}
 
 std::unique_ptr<LogDestination> open_log_destination(const std::string &where, const std::string &module)
 {
