@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "core/records.h"
-#include "ham.h"
 #include "log/platform_log.h"
 #include "modules/contract.h"
+#include "process/service_notice.h"
 
 namespace kit
 {
@@ -63,7 +63,7 @@ int Module::run(bool handle_signals)
     }
     if (handle_signals) {
         // A service manager that cannot be reached is reported on standard error, and no reason not to serve.
-        (void)reg_process_exit_action(0, 0);
+        (void)platform::register_service();
     }
     store::Status status = client_.on_connection(
         database, [this](const store::ConnectionEvent &event) { handle_connection(event); });

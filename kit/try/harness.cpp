@@ -1,24 +1,24 @@
 // A check module alone with a store server of its own.
 #include "try/harness.h"
 
-#include <poll.h>
+#include <sys/signalfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
+#include <array>
+#include <cerrno>
 #include <cstring>
+#include <limits>
 #include <system_error>
 #include <utility>
 
 #include "base/failure.h"
 #include "base/text.h"
+#include "p_libpub.pb-c.h"
 #include "records/new_card.h"
 #include "records/position_key.h"
-#include "records/record_types.h"
-#include "store/codec/names.h"
-#include "store/inspect/inspection.h"
+#include "records/record_text.h"
 
 namespace cg
 {
@@ -26,33 +26,15 @@ namespace cg
 namespace
 {
 
-constexpr int poll_interval_ms = 10;
+constexpr int32_t database = 1;           // of all records here
 constexpr std::size_t most_printed = 400; // bytes that are quoted of what a module printed
 
-const RecordType &request_type()
-{
-    return record_type("p_libpub.app_cg_card_check_info");
-}
+using AnswerRecord = PLibpub__AppCgCardCheckAck;
+const ProtobufCMessageDescriptor &request_type = p_libpub__app_cg_card_check_info__descriptor;
+const ProtobufCMessageDescriptor &answer_type = p_libpub__app_cg_card_check_ack__descriptor;
+const ProtobufCMessageDescriptor &card_type = p_dev__card_info__descriptor;
 
-const RecordType &answer_type()
-{
-    return record_type("p_libpub.app_cg_card_check_ack");
-}
-
-const RecordType &card_type()
-{
-    return record_type("p_dev.card_info");
-}
-
-// Ctrl-C must not leave a server behind: the destructors have to run.
-volatile std::sig_atomic_t interrupted = 0;
-
-void note_signal(int signal_number)
-{
-    interrupted = signal_number;
-}
-
-// The settings of an installed store apply neither to the module nor to this program.
+// The settings of an installed store do not apply to the module.
 std::vector<std::pair<std::string, std::string>> private_settings(const PrivateStore &server)
 {
     return {{"VX_MOM_ENDPOINT", server.endpoint()},
@@ -77,31 +59,65 @@ std::vector<std::string> environment_with(const std::vector<std::pair<std::strin
     return variables;
 }
 
+store::Options options_for(const PrivateStore &server)
+{
+    // That the server was away is this program's own doing, and no news.
+    return {.place = store::Place{server.endpoint(), ""}, .notice = [](int32_t, const std::string &) {}};
+}
+
+void require(const store::Status &status)
+{
+    if (!status) {
+        throw Failure(failed, "the private store does not answer: " + visible(status.reason));
+    }
+}
+
+// A record of a type, or its key alone.
+MessagePtr record_of(const ProtobufCMessageDescriptor &type, const Position &position,
+                     Json fields = Json::object())
+{
+    fields["index"] = key_of(position);
+    return from_json(type, fields);
+}
+
 } // namespace
 
-Harness::Harness(const Output &output, std::vector<std::string> command)
-    : output_{output.out, discarded_, output.json, output.program}, command_(std::move(command))
+Harness::PendingSignals::PendingSignals()
 {
-    for (const auto &[name, value] : private_settings(server_)) {
-        setenv(name.c_str(), value.c_str(), 1);
+    sigset_t ending;
+    sigemptyset(&ending);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&ending, number);
     }
-    store_ = std::make_unique<Store>(output_);
-    store_->connect(answer_type().db);
-}
-
-Harness::Interruptible::Interruptible()
-{
-    interrupted = 0;
-    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
-        static_cast<void>(std::signal(signal_number, note_signal));
+    file_.reset(signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!file_ || sigprocmask(SIG_BLOCK, &ending, &before_) != 0) {
+        throw Failure(failed, std::string("signals cannot be received: ") + std::strerror(errno));
     }
 }
 
-Harness::Interruptible::~Interruptible()
+Harness::PendingSignals::~PendingSignals()
 {
-    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP}) {
-        static_cast<void>(std::signal(signal_number, SIG_DFL));
-    }
+    sigprocmask(SIG_SETMASK, &before_, nullptr);
+}
+
+int Harness::PendingSignals::next() const
+{
+    signalfd_siginfo signal{};
+    return read(file_.get(), &signal, sizeof signal) == sizeof signal ? static_cast<int>(signal.ssi_signo)
+                                                                      : 0;
+}
+
+Harness::Harness(std::vector<std::string> command)
+    : command_(std::move(command)), loop_("cgctl"), client_(loop_.context(), options_for(server_))
+{
+    require(client_.connect(database));
+    auto subscribed = client_.subscribe(database, answer_type, [this](const store::Change &change) {
+        if (change.command != VX_MOM_CMD_DELETED) {
+            loop_.stop(); // whoever waits has something to receive
+        }
+    });
+    require(subscribed);
+    subscription_ = std::move(subscribed.value);
 }
 
 void Harness::start_module()
@@ -143,6 +159,7 @@ std::string Harness::printed_text()
 
 void Harness::note_exit(int wait_status)
 {
+    exit_status_ = wait_status;
     exit_text_ = WIFSIGNALED(wait_status) ? std::string("signal ") + strsignal(WTERMSIG(wait_status))
                                           : "exit status " + std::to_string(WEXITSTATUS(wait_status));
     if (wait_status != 0) {
@@ -156,18 +173,16 @@ bool Harness::stop_module(Span limit)
         return false;
     }
     module_->signal_group(SIGTERM);
-    const auto deadline = Clock::now() + limit;
-    std::optional<int> status;
-    while (!(status = module_->poll()) && Clock::now() < deadline) {
-        pause();
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(limit);
+    while (is_running() && Clock::now() < deadline) {
+        wait_until(deadline);
     }
-    if (status) {
-        note_exit(*status);
-    } else {
+    if (module_) {
         exit_text_ = "no exit within the time limit";
+        module_.reset();
+        return false;
     }
-    module_.reset();
-    return status && WIFEXITED(*status) && WEXITSTATUS(*status) == 0;
+    return exit_status_ == 0;
 }
 
 void Harness::plug(const TestCard &card)
@@ -179,12 +194,12 @@ void Harness::plug(const TestCard &card)
     plugged.nodeid = plugged.tipc = std::to_string(card.node_id);
     plugged.name = card.name;
     plugged.serial = card.serial;
-    store_->set(card_type(), card_type().db, card_info_of(plugged));
+    require(client_.set(database, *from_json(card_type, card_info_of(plugged))));
 }
 
 void Harness::pull(const TestCard &card)
 {
-    store_->erase(card_type(), card_type().db, key_of(card.position));
+    require(client_.erase(database, *record_of(card_type, card.position)));
 }
 
 void Harness::request(const TestCard &card)
@@ -192,17 +207,16 @@ void Harness::request(const TestCard &card)
     receive();
     first_answer_[card.position] = answers_.size();
     requested_at_[card.position] = Clock::now();
-    store_->set_fields(request_type(), request_type().db,
-                       {{"index", key_of(card.position)},
-                        {"type", card.type},
-                        {"node_type", node_type_value(card.node_type)},
-                        {"card_nodeid", card.node_id}},
-                       {6, 7, 8});
+    const MessagePtr record = record_of(
+        request_type, card.position,
+        {{"type", card.type}, {"node_type", node_type_value(card.node_type)}, {"card_nodeid", card.node_id}});
+    constexpr std::array<int32_t, 3> fields{6, 7, 8};
+    require(client_.set_fields(database, *record, fields));
 }
 
 void Harness::withdraw(const TestCard &card)
 {
-    store_->erase(request_type(), request_type().db, key_of(card.position));
+    require(client_.erase(database, *record_of(request_type, card.position)));
 }
 
 void Harness::restart_store()
@@ -213,7 +227,7 @@ void Harness::restart_store()
 
 std::optional<ReceivedAnswer> Harness::wait_for_answer(const TestCard &card, Span limit)
 {
-    const auto deadline = Clock::now() + limit;
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(limit);
     for (;;) {
         const bool is_alive = is_running(); // first: what it wrote before its end counts
         receive();
@@ -226,59 +240,82 @@ std::optional<ReceivedAnswer> Harness::wait_for_answer(const TestCard &card, Spa
         if (!is_alive || Clock::now() >= deadline) {
             return std::nullopt;
         }
-        pause();
+        wait_until(deadline);
     }
 }
 
 void Harness::receive_for(Span span)
 {
-    const auto deadline = Clock::now() + span;
-    do {
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(span);
+    while (is_running() && Clock::now() < deadline) {
         receive();
-        pause();
-    } while (is_running() && Clock::now() < deadline);
+        wait_until(deadline);
+    }
     receive();
 }
 
+// Reads what is there, whatever the subscription has delivered: so what is received before a request is no
+// answer to it.
 void Harness::receive()
 {
-    for (const Json &record : store_->scan(answer_type(), answer_type().db)) {
-        const Json &key = key_part(answer_type(), record);
-        ReceivedAnswer answer{position_in(key), key["mod_name"], {record["ret"] == 0, record["reason"]}, 0};
+    std::vector<store::MessagePtr> records;
+    require(client_.scan(database, answer_type,
+                         [&](store::Record &&record) { records.push_back(std::move(record.message)); }));
+    for (const store::MessagePtr &message : records) {
+        const auto &record = reinterpret_cast<const AnswerRecord &>(*message);
+        ReceivedAnswer answer{{record.index->devid, record.index->slotid, record.index->t_sslotid},
+                              record.index->mod_name,
+                              {record.ret == 0, record.reason},
+                              0};
         const auto requested = requested_at_.find(answer.position);
         if (requested != requested_at_.end()) {
             answer.took_s = Span(Clock::now() - requested->second).count();
         }
-        store_->erase(answer_type(), answer_type().db, key);
+        require(client_.erase(database, *message));
+        own_changes_++;
         answers_.push_back(std::move(answer));
         is_returned_.push_back(false);
     }
 }
 
-void Harness::pause()
+// Until the deadline, the next answer, or something of the module.
+void Harness::wait_until(Clock::time_point deadline)
 {
-    ::poll(nullptr, 0, poll_interval_ms);
-    if (interrupted != 0) {
-        throw Failure(failed, std::string("interrupted: ") + strsignal(interrupted));
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    const auto stop = [this] { loop_.stop(); };
+    const platform::Timer timer = loop_.after(std::max(left, std::chrono::milliseconds(0)), stop);
+    const platform::Watch signals =
+        loop_.watch(signals_.descriptor(), platform::Watch::Until::readable, stop);
+    platform::Watch module;
+    if (module_) {
+        module = loop_.watch(module_->descriptor(), platform::Watch::Until::readable, stop);
+    }
+    loop_.run(platform::Loop::Signals::leave);
+    if (const int number = signals_.next(); number != 0) {
+        throw Failure(failed, std::string("interrupted: ") + strsignal(number));
     }
 }
 
 int64_t Harness::excess_answers()
 {
     receive();
-    const auto changes = count_changes();
-    // An answer received is two changes: its write, and our deletion of it.
-    const auto received = static_cast<int64_t>(answers_.size());
-    return (changes ? *changes - 2 * received : 0) +
-           std::count(is_returned_.begin(), is_returned_.end(), false);
+    const auto written = count_changes() - own_changes_;
+    return written - std::count(is_returned_.begin(), is_returned_.end(), true);
 }
 
-std::optional<int64_t> Harness::count_changes()
+// The revision of a record is the number of its type's changes so far, so one is written to be read.
+int64_t Harness::count_changes()
 {
-    constexpr std::chrono::seconds limit{10};
-    vx_mom::Inspection server(answer_type().db, limit);
-    const auto reply = server.ask({"GET", vx_mom::counter_key(answer_type().name())}, limit);
-    return reply ? to_number(reply->text, 0, INT64_MAX) : std::nullopt;
+    PLibpub__AppCgCardCheckAckIndex index = P_LIBPUB__APP_CG_CARD_CHECK_ACK_INDEX__INIT;
+    index.devid = std::numeric_limits<int32_t>::min(); // no card is there
+    AnswerRecord marker = P_LIBPUB__APP_CG_CARD_CHECK_ACK__INIT;
+    marker.index = &index;
+    require(client_.set(database, marker.base));
+    const auto found = client_.read(database, marker.base);
+    require(found);
+    require(client_.erase(database, marker.base));
+    own_changes_ += 2;
+    return found.value ? static_cast<int64_t>(found.value->revision) + 1 : 0;
 }
 
 } // namespace cg

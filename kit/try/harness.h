@@ -1,23 +1,24 @@
 // A check module alone with a store server of its own, and this program in the daemon's place.
 //
-// Each answer is removed from the store as the daemon removes it. The server counts the writes of answers, so
-// that one that was overwritten before it could be read is known too.
+// Each answer is removed from the store as the daemon removes it. The server counts the changes of answers,
+// so that one that was overwritten before it could be read is known too.
 #ifndef TRY_HARNESS_H
 #define TRY_HARNESS_H
 
 #include <chrono>
+#include <csignal>
 #include <map>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "access/store.h"
-#include "base/output.h"
+#include "base/descriptor.h"
 #include "core/check.h"
+#include "loop/loop.h"
 #include "process/child_process.h"
 #include "process/private_store.h"
+#include "store/client.h"
 #include "try/test_card.h"
 
 namespace cg
@@ -37,11 +38,12 @@ public:
     using Clock = std::chrono::steady_clock;
     using Span = std::chrono::duration<double>;
 
-    // Starts the server, not yet the module. Throws Failure.
-    Harness(const Output &output, std::vector<std::string> command);
-    ~Harness() = default;
+    // Starts the server, not yet the module. As long as the object lives, SIGINT, SIGTERM and SIGHUP have the
+    // functions that wait throw Failure, so that the server never outlives this program. Throws Failure.
+    explicit Harness(std::vector<std::string> command);
     Harness(const Harness &) = delete;
     Harness &operator=(const Harness &) = delete;
+    ~Harness() = default;
 
     // Starts the module. Throws Failure when the command cannot be executed.
     void start_module();
@@ -73,31 +75,43 @@ public:
     int64_t excess_answers();
 
 private:
-    void receive();
-    void pause();
-    void note_exit(int wait_status);
-    std::optional<int64_t> count_changes();
+    // Has the signals that would end the program wait in a descriptor.
+    class PendingSignals
+    {
+    public:
+        PendingSignals();
+        ~PendingSignals();
+        PendingSignals(const PendingSignals &) = delete;
+        PendingSignals &operator=(const PendingSignals &) = delete;
 
-    // Has signals request an end instead of ending the process, so that the server never outlives it.
-    struct Interruptible {
-        Interruptible();
-        ~Interruptible();
-        Interruptible(const Interruptible &) = delete;
-        Interruptible &operator=(const Interruptible &) = delete;
+        [[nodiscard]] int descriptor() const { return file_.get(); }
+        // The next one; 0 when there is none.
+        [[nodiscard]] int next() const;
+
+    private:
+        sigset_t before_{};
+        Descriptor file_;
     };
 
-    Interruptible interruptible_;
-    std::ostringstream discarded_; // the store client's notices: that the server was away is our own doing
+    void receive();
+    void wait_until(Clock::time_point deadline);
+    void note_exit(int wait_status);
+    int64_t count_changes();
+
+    const PendingSignals signals_;
     PrivateStore server_;
-    Output output_;
-    std::vector<std::string> command_;
-    std::unique_ptr<Store> store_;
+    const std::vector<std::string> command_;
+    platform::Loop loop_;
+    store::Client client_;
+    store::Subscription subscription_;
     std::unique_ptr<ChildProcess> module_;
+    int exit_status_ = 0;
     std::string exit_text_;
     std::map<Position, Clock::time_point> requested_at_;
     std::map<Position, std::size_t> first_answer_; // index of the first one that may be to the last request
     std::vector<ReceivedAnswer> answers_;
     std::vector<bool> is_returned_;
+    int64_t own_changes_ = 0; // of answers: those that removed one, and those that counted
 };
 
 } // namespace cg

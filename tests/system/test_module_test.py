@@ -137,7 +137,7 @@ def test_lines_for_people(folder):
 @pytest.mark.parametrize("arguments, complaint", [
     ((), "no command; put it at the end, as in `cgctl module test -- ./my-module`"),
     (("--name", "sixteen_bytes_xx", "--", "true"), "sixteen_bytes_xx"),
-    (("--timeout", "0", "--", "true"), "--timeout 0: not a time in seconds"),
+    (("--timeout", "0", "--", "true"), "--timeout: Value 0 not in range"),
     (("--card", "slot", "--", "true"), "no '='"),
     (("--card", "slot=x", "--", "true"), "slot=x: not a whole number"),
     (("--card", "colour=red", "--", "true"), "colour=red"),

@@ -92,7 +92,7 @@ int replay_module(const Session &session, const ReplayArguments &arguments)
     require_command(session, "cgctl module replay --from history.sqlite -- ./my-module");
     const ReplayOptions options{arguments.name, Harness::Span(arguments.timeout_s)};
     const std::vector<history::Decision> decisions = recorded(arguments.from);
-    Harness module(session, session.command);
+    Harness module(session.command);
     Json cards = Json::array();
     const ReplaySummary summary = replay(module, decisions, options, [&](const ReplayedCard &card) {
         if (session.json) {

@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "base/failure.h"
+#include "base/json.h"
 #include "base/text.h"
 #include "command_line/module_command.h"
 #include "command_line/verbs.h"
@@ -64,7 +65,7 @@ int test_module(const Session &session, const TestArguments &arguments)
     const ContractOptions options{arguments.name, parse_test_cards(arguments.cards), limit,
                                   std::min(limit, longest_quiet)};
     Json results = Json::array();
-    Harness module(session, session.command);
+    Harness module(session.command);
     const bool passed = run_contract_test(module, options, [&](const CaseResult &result) {
         if (session.json) {
             results.push_back(json_of(result));
