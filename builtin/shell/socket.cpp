@@ -11,9 +11,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "loop/settings.h"
-#include "shell/path.h"
-
 namespace ssat
 {
 namespace
@@ -59,11 +56,6 @@ int clear_away(const std::string &path, const sockaddr_un &address)
 }
 
 } // namespace
-
-std::string socket_path(const std::string &module)
-{
-    return platform::setting("SSAT_SOCKET", "/run/" + module + ".ssat");
-}
 
 std::optional<sockaddr_un> address_of(const std::string &path)
 {
