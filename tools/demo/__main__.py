@@ -58,7 +58,7 @@ def _show(chassis, screen, stay):
 
 def _arguments():
     parser = argparse.ArgumentParser(prog="demo", description=__doc__)
-    parser.add_argument("--bin", required=True, type=pathlib.Path, help="folder of app_cg, cgctl and cg_sim")
+    parser.add_argument("--bin", required=True, type=pathlib.Path, help="folder of app_cg and cg_sim, and of cgctl for --keep")
     parser.add_argument("--keep", action="store_true", help="leave the chassis running at the end")
     return parser.parse_args()
 
