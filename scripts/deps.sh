@@ -12,7 +12,7 @@
         libncurses-dev libutf8proc-dev nlohmann-json3-dev libsqlite3-dev prometheus-cpp-dev)
     deps_run=(python3 redis-tools bubblewrap libfaketime)
     deps_test=(clang-14 libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-redis clang-format-14
-        mandoc zsh tmux jq)
+        mandoc zsh tmux jq lua5.1)
     deps_bench=(libbenchmark-dev python3-redis)
     deps_fuzz=(libclang-rt-14-dev)
     deps_lint=(clang-tidy-14)

@@ -6,9 +6,11 @@
 #ifndef LOOP_PLATFORM_CONTEXT_H
 #define LOOP_PLATFORM_CONTEXT_H
 
+#include <cstdint>
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "vx_thread.h"
 
@@ -28,6 +30,37 @@ const std::string &module_of(vx_global_t *global);
 // A part's place in the context; empty until the part puts itself there. Parts are destroyed in the order of
 // the enumeration, before the loop.
 std::shared_ptr<void> &slot_of(vx_global_t *global, Slot slot);
+
+// What a program is handling: whose callback runs. The loop and those who call a program's callbacks know it
+// for certain and note it here; the store client has each write say it.
+struct Activity {
+    enum class Kind {
+        none,       // no callback, or one of another kind: the program's own initiative, a command
+        record,     // a record's notification
+        timer,      // a timer fired
+        connection, // a connection came up, was lost, or returned
+    };
+    Kind kind = Kind::none;
+    uint64_t revision = 0;  // of the record's change; with Kind::record
+    std::string_view key{}; // of the record, with Kind::record
+};
+
+// What is being handled now, the innermost of what is nested.
+const Activity &activity_of(const vx_global_t *global) noexcept;
+
+// For the life of the object this is what is handled. What `key` refers to outlives it.
+class Handling
+{
+public:
+    Handling(vx_global_t *global, const Activity &activity) noexcept;
+    ~Handling();
+    Handling(const Handling &) = delete;
+    Handling &operator=(const Handling &) = delete;
+
+private:
+    vx_global_t *global_;
+    Activity around_;
+};
 
 // Runs the loop until end_context(), signals or not. Returns 0, or negative when it could not run, or was
 // ended by what a handler threw.

@@ -70,6 +70,7 @@ struct vx_global {
     bool running = false;
     bool ending = false;
     std::exception_ptr failure; // what a handler threw
+    platform::Activity activity;
     EventBase base;
     std::list<Timer> timers; // armed ones only
     std::array<std::shared_ptr<void>, slot_count> slots;
@@ -85,6 +86,7 @@ void timer_due(evutil_socket_t /*fd*/, short /*what*/, void *arg) noexcept
     auto *timer = static_cast<Timer *>(arg);
     std::list<Timer> entered;
     entered.splice(entered.begin(), timer->owner->timers, timer->place);
+    const platform::Handling handling(timer->owner, {platform::Activity::Kind::timer});
     timer->callback(timer);
 }
 
@@ -206,6 +208,21 @@ void end_context(vx_global_t *global) noexcept
 {
     global->ending = true;
     (void)event_base_loopbreak(global->base.get());
+}
+
+const Activity &activity_of(const vx_global_t *global) noexcept
+{
+    return global->activity;
+}
+
+Handling::Handling(vx_global_t *global, const Activity &activity) noexcept
+    : global_(global), around_(std::exchange(global->activity, activity))
+{
+}
+
+Handling::~Handling()
+{
+    global_->activity = around_;
 }
 
 bool is_ending(const vx_global_t *global) noexcept

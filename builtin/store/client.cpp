@@ -2,11 +2,14 @@
 #include "store/client.h"
 
 #include <algorithm>
+#include <array>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <exception>
 #include <map>
+#include <random>
 #include <utility>
 
 #include "log/text.h"
@@ -32,6 +35,15 @@ void ignore_broken_pipes()
     if (sigaction(SIGPIPE, nullptr, &current) == 0 && current.sa_handler == SIG_DFL) {
         (void)std::signal(SIGPIPE, SIG_IGN);
     }
+}
+
+// Another one is another life of the program.
+std::string random_instance()
+{
+    std::random_device random;
+    std::array<char, 16> text{};
+    (void)std::snprintf(text.data(), text.size(), "%08x", static_cast<unsigned>(random()));
+    return text.data();
 }
 
 } // namespace
@@ -75,6 +87,7 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
         platform::log_open(module);
     }
     ignore_broken_pipes();
+    shared.instance = random_instance();
     shared.visitor.name = options.name.empty() ? module : options.name;
     if (!configure(options.place)) {
         LOG_TO(shared.messages, platform::log_error, "store client: %s", problem.c_str());

@@ -8,6 +8,7 @@
 
 #include "schema_registry.h"
 #include "store/codec/names.h"
+#include "store/functions.h"
 
 namespace vx_mom
 {

@@ -1,8 +1,6 @@
 // The loop's side of a database: what its connection there brings, what a return is taken for, and the turns
 // of its subscriptions. The calls are in database_calls.cpp.
 #include <algorithm>
-#include <cstdio>
-#include <random>
 
 #include "loop/platform_context.h"
 #include "store/codec/names.h"
@@ -16,20 +14,12 @@ namespace
 
 constexpr size_t arrivals_per_turn = 64;
 
-std::string random_name()
-{
-    std::random_device random;
-    char text[16];
-    (void)std::snprintf(text, sizeof text, "%08x.", static_cast<unsigned>(random()));
-    return text;
-}
-
 } // namespace
 
 Database::Database(Shared &shared, int32_t number)
     : shared_(shared), number_(number), sync_(shared.visitor, number),
       async_(shared.base, shared.visitor, number, shared.outage.budget(), *this, shared.messages),
-      channel_prefix_(channel_prefix(number)), writer_(random_name())
+      channel_prefix_(channel_prefix(number))
 {
 }
 
@@ -47,6 +37,7 @@ void Database::set_handler(store::ConnectionHandler handler)
 void Database::tell(const store::ConnectionEvent &event)
 {
     if (const auto handler = handler_) { // kept: it may set another one
+        const platform::Handling handling(shared_.global, {platform::Activity::Kind::connection});
         platform::call_handler(shared_.global, [&] { (*handler)(event); });
     }
 }

@@ -45,6 +45,8 @@ struct Shared {
     std::function<void()> schedule_turn; // has turn() called soon, from the loop
     // Since when the server has no functions and refuses to be given them.
     std::optional<Clock::time_point> lacks_functions_since{};
+    std::string instance{}; // of the client, which its marks begin with
+    uint64_t writes = 0;    // that have been given a mark
     std::string told_starter{}; // the problem that whoever started the program was told of last
 };
 
@@ -71,7 +73,8 @@ public:
     int32_t change(Command &&call, const std::string &type);
     // What the channels of this database begin with.
     const std::string &channels() const { return channel_prefix_; }
-    // A text that no other write bears: the server knows by it a write that is repeated.
+    // What the next write says of itself: who makes it, and what is being handled; see store/origin.h. No
+    // other write bears it: the server knows by it a write that is repeated.
     std::string new_mark();
     // A revision of a type was told by the server, or came with a change.
     void learn(const std::string &type, uint64_t revision) { data_set_.learn(type, revision); }
@@ -152,8 +155,6 @@ private:
     std::string told_problem_; // the last one logged, so that each is logged once
     std::string told_oddity_;
     std::string channel_prefix_;
-    std::string writer_; // what the marks of this client's writes begin with
-    uint64_t writes_ = 0;
 
     bool wanted_ = false;      // the connection on the loop was asked for
     bool arrived_ = false;     // it came up once

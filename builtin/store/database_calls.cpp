@@ -5,8 +5,11 @@
 
 #include <algorithm>
 
+#include "loop/platform_context.h"
 #include "store/codec/names.h"
 #include "store/database.h"
+#include "store/functions.h"
+#include "store/origin.h"
 
 namespace vx_mom
 {
@@ -18,6 +21,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds longest_retry_pause{50};
 constexpr size_t first_key = 3; // of a function's call
+constexpr size_t longest_number = 22;
 
 void pause_for(milliseconds span)
 {
@@ -29,6 +33,23 @@ const redisReply *first_passing(const std::vector<Reply> &replies)
     const auto found = std::find_if(replies.begin(), replies.end(),
                                     [](const Reply &reply) { return is_passing(reply.get()); });
     return found == replies.end() ? nullptr : found->get();
+}
+
+store::Cause::Kind cause_of(platform::Activity::Kind activity)
+{
+    using From = platform::Activity::Kind;
+    using To = store::Cause::Kind;
+    switch (activity) {
+    case From::record:
+        return To::record;
+    case From::timer:
+        return To::timer;
+    case From::connection:
+        return To::connection;
+    case From::none:
+        break;
+    }
+    return To::none;
 }
 
 Command load_functions()
@@ -151,7 +172,15 @@ int32_t Database::change(Command &&call, const std::string &type)
 
 std::string Database::new_mark()
 {
-    return writer_ + std::to_string(++writes_);
+    using platform::Activity;
+    const Activity &activity = platform::activity_of(shared_.global);
+    std::string mark;
+    mark.reserve(shared_.instance.size() + activity.key.size() + 2 * longest_number);
+    mark = shared_.instance;
+    mark += '.';
+    mark += std::to_string(++shared_.writes);
+    store::append_cause(cause_of(activity.kind), activity.revision, activity.key, mark);
+    return mark;
 }
 
 // The server has lost its functions. One who may loads them; who may not waits for one who may.

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <iterator>
 
+#include "loop/platform_context.h"
 #include "store/codec/key.h"
 #include "store/codec/names.h"
+#include "store/functions.h"
 #include "store/snapshot.h"
 
 namespace vx_mom
@@ -79,7 +81,9 @@ int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t 
 int32_t del(Database &database, const ProtobufCMessage &record)
 {
     const std::string type = record.descriptor->name;
-    return database.change(begin_call(database, del_function, record, type, 0), type);
+    Command call = begin_call(database, del_function, record, type, 0);
+    call.push_back(database.new_mark());
+    return database.change(std::move(call), type);
 }
 
 int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count)
@@ -96,7 +100,7 @@ int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_cou
         return del(database, record); // one record: no need to look through the others
     }
     return database.change({"FCALL", pdel_function, "2", counter_key(type), index_key(type),
-                            database.channels(), encode_key_prefix(record, given)},
+                            database.channels(), encode_key_prefix(record, given), database.new_mark()},
                            type);
 }
 
@@ -117,7 +121,9 @@ int32_t scan(Database &database, const ProtobufCMessageDescriptor &type,
     for (StoredRecord &record : records) {
         std::string why;
         if (MessagePtr message = decode(database, type, record.key, record.fields, why)) {
-            each({std::move(record.key), record.revision, std::move(record.mark), std::move(message)});
+            const platform::Handling handling(
+                database.context(), {platform::Activity::Kind::record, record.revision, record.key});
+            each({record.key, record.revision, std::move(record.mark), std::move(message)});
         } else {
             left_out.push_back({std::move(record.key), std::move(why)});
         }

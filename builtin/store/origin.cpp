@@ -38,28 +38,36 @@ Cause parse_cause(std::string_view text)
     return revision ? Cause{Cause::Kind::record, *revision, std::string(text.substr(blank + 1))} : Cause{};
 }
 
-std::string text_of(const Cause &cause)
+} // namespace
+
+void append_cause(Cause::Kind kind, uint64_t revision, std::string_view key, std::string &mark)
 {
-    switch (cause.kind) {
+    switch (kind) {
     case Cause::Kind::none:
-        return " -";
+        mark += " -";
+        break;
     case Cause::Kind::timer:
-        return " timer";
+        mark += " timer";
+        break;
     case Cause::Kind::connection:
-        return " connection";
+        mark += " connection";
+        break;
     case Cause::Kind::record:
-        return ' ' + std::to_string(cause.revision) + ' ' + cause.key;
+        mark += ' ';
+        mark += std::to_string(revision);
+        mark += ' ';
+        mark += key;
+        break;
     case Cause::Kind::unknown:
         break;
     }
-    return "";
 }
-
-} // namespace
 
 std::string text_of(const Origin &origin)
 {
-    return origin.instance + '.' + std::to_string(origin.number) + text_of(origin.cause);
+    std::string mark = origin.instance + '.' + std::to_string(origin.number);
+    append_cause(origin.cause.kind, origin.cause.revision, origin.cause.key, mark);
+    return mark;
 }
 
 Origin parse_origin(std::string_view text)

@@ -45,6 +45,9 @@ struct Origin {
 // The text that a write carries.
 std::string text_of(const Origin &origin);
 
+// Appends a cause to the writer, which such a text begins with.
+void append_cause(Cause::Kind kind, uint64_t revision, std::string_view key, std::string &mark);
+
 // Reads such a text. Whatever is malformed is unknown: others may write what they like into their records.
 Origin parse_origin(std::string_view text);
 

@@ -68,19 +68,16 @@ bool read_content(const redisReply *reply, Stored &record)
     return is_sound;
 }
 
-void leave_out(const Database &database, std::string &&key, const std::string &why, Snapshot &snapshot)
-{
-    if (database.messages().go_to_log()) {
-        LOG_TO(database.messages(), platform::log_error, "record %s left out: %s", key.c_str(), why.c_str());
-    }
-    snapshot.left_out.push_back({std::move(key), why});
-}
-
 void read_member(const Database &database, std::string &&key, const redisReply *reply, Snapshot &snapshot)
 {
+    platform::Messages &messages = database.messages();
     if (reply->type != REDIS_REPLY_ARRAY) {
+        const std::string why = text_of(reply);
+        if (messages.go_to_log()) {
+            LOG_TO(messages, platform::log_error, "record %s left out: %s", key.c_str(), why.c_str());
+        }
         snapshot.present.insert(key);
-        leave_out(database, std::move(key), text_of(reply), snapshot);
+        snapshot.left_out.push_back({std::move(key), why});
         return;
     }
     if (reply->elements == 0 || !snapshot.present.insert(key).second) {
@@ -88,7 +85,11 @@ void read_member(const Database &database, std::string &&key, const redisReply *
     }
     StoredRecord record{{}, std::move(key)};
     if (!read_content(reply, record)) {
-        leave_out(database, std::move(record.key), "its revision is no number", snapshot);
+        if (messages.go_to_log()) {
+            LOG_TO(messages, platform::log_error, "record %s left out: its revision is no number",
+                   record.key.c_str());
+        }
+        snapshot.left_out.push_back({std::move(record.key), "its revision is no number"});
         return;
     }
     snapshot.records.push_back(std::move(record));

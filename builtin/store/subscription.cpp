@@ -26,6 +26,15 @@ bool is_same_content(const Fields &one, const Fields &other)
     return std::is_permutation(one.begin(), one.end(), other.begin(), other.end());
 }
 
+// What handling a notification is. A record that vanished while the client was away has no change that could
+// be named, but that it is gone has come with the return.
+platform::Activity activity_for(const store::Change &change)
+{
+    using platform::Activity;
+    return change.revision == 0 ? Activity{Activity::Kind::connection}
+                                : Activity{Activity::Kind::record, change.revision, change.key};
+}
+
 } // namespace
 
 Subscription::Subscription(Database &database, const ProtobufCMessageDescriptor &type)
@@ -378,7 +387,7 @@ bool Subscription::deliver_next()
 
 void Subscription::deliver_written(Change &&change)
 {
-    const About about{change.key, change.revision};
+    const About about{change.key, change.revision, change.mark};
     gone_.erase(change.key);
     const MessagePtr message = decode_for(change.command, about, change.fields);
     if (message == nullptr) {
@@ -401,7 +410,7 @@ void Subscription::deliver_deleted(Change &&change)
         change.fields = known->second.fields;
     }
     const uint64_t round = round_;
-    const About about{change.key, change.revision};
+    const About about{change.key, change.revision, change.mark};
     MessagePtr message = decode_for(VX_MOM_CMD_DELETED, about, change.fields);
     if (round != round_) {
         return;
@@ -498,6 +507,7 @@ void Subscription::call_back(const store::Change &news)
     change.existing = phase_ != Phase::live;
     const auto handler = handler_; // kept: it may ask for another one
     if (handler != nullptr) {
+        const platform::Handling handling(database_.context(), activity_for(change));
         platform::call_handler(database_.context(), [&] { (*handler)(change); });
     }
 }

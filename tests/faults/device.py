@@ -15,9 +15,9 @@ from rig import ACK, CARD_INFO, HOST, REQUEST, ROLE
 MASTER = 1
 LINE_CARD = 3  # the node type
 CARD_TYPE = 200
-FUNCTIONS = "vx_mom1"
+FUNCTIONS = "vx_mom2"
 
-_tokens = (f"py-{os.getpid()}-{number}" for number in itertools.count(1))
+_tokens = (f"py-{os.getpid()}.{number} -" for number in itertools.count(1))
 
 
 def _varint(number):
@@ -65,7 +65,7 @@ class Records:
 
     def delete(self, key):
         """Deletes a record; the revision is 0 when there was none."""
-        return self._call("del", key)
+        return self._call("del", key, next(_tokens))
 
     def pdel(self, kind, prefix):
         """Deletes the records of a type whose keys begin with `prefix`."""
@@ -74,7 +74,8 @@ class Records:
     def queue_pdel(self, kind, prefix):
         """The same, with the answer as the connection gives it: that of a transaction has none yet."""
         return self._connection.execute_command(
-            "FCALL", f"{FUNCTIONS}_pdel", 2, f"@rev:{kind}", f"@idx:{kind}", self._channels, prefix)
+            "FCALL", f"{FUNCTIONS}_pdel", 2, f"@rev:{kind}", f"@idx:{kind}", self._channels, prefix,
+            next(_tokens))
 
 
 def colons(position):

@@ -17,10 +17,14 @@ std::string encoded(const vx_mom::Change &change)
     std::string payload;
     append_item(payload, std::to_string(change.revision));
     append_item(payload, std::to_string(change.command));
-    append_item(payload, std::to_string(change.fields.size()));
+    append_item(payload, std::to_string(change.fields.size() + (change.mark.empty() ? 0 : 1)));
     for (const auto &[name, value] : change.fields) {
         append_item(payload, name);
         append_item(payload, value);
+    }
+    if (!change.mark.empty()) {
+        append_item(payload, std::string(vx_mom::writer_field));
+        append_item(payload, change.mark);
     }
     return payload;
 }
@@ -33,6 +37,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     vx_mom::Change change;
     change.key = "the caller's";
     change.fields.emplace_back("of an", "earlier change");
+    change.mark = "of an earlier change";
     if (vx_mom::decode_change(payload, change)) {
         fuzz::require(encoded(change) == payload, "a payload that decodes is the one that is written");
     }

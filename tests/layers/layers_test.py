@@ -24,7 +24,7 @@ WITHIN = {"src/*": "src", "lib/*/include/*": "lib/*", "kit/examples/*": "kit/exa
 # Where names in quotes are looked for besides the source's own folder.
 INCLUDE_FOLDERS = ("platform", "proto", "src", "builtin", "kit", "tools/cgctl", "tools/sim", "tools/recorder",
                    "lib/*/include")
-GENERATED = {"completion_scripts.h": "tools/cgctl/verbs",
+GENERATED = {"store_functions.h": "builtin/store", "completion_scripts.h": "tools/cgctl/verbs",
              "p_dev.pb-c.h": "proto", "p_libpub.pb-c.h": "proto", "s_dev.pb-c.h": "proto",
              "vx_mom_schema_table.h": "proto"}
 # Tests whose subject is the daemon itself.

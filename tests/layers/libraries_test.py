@@ -13,12 +13,12 @@ import unittest
 
 # The language's own, what sanitizers and coverage bring, and spdlog's formatter, which the optimizer may leave to it.
 RUNTIME = {"libfmt", "ld-linux-x86-64", "libasan", "libc", "libgcc_s", "libgcov", "libm", "libstdc++", "libtsan", "libubsan"}
-PLATFORM = {"libevent-2.1", "libhiredis", "libmd", "libprotobuf-c", "libspdlog"}
+PLATFORM = {"libevent-2.1", "libhiredis", "libprotobuf-c", "libspdlog"}
 NEEDED = {
     "app_cg": PLATFORM,
     "cg_sim": PLATFORM | {"libutf8proc"},
     "cg_recorderd": PLATFORM | {"libprometheus-cpp-core", "libprometheus-cpp-pull", "libsqlite3"},
-    "cgctl": PLATFORM | {"libncursesw", "libsqlite3", "libtinfo", "libutf8proc"},
+    "cgctl": PLATFORM | {"libmd", "libncursesw", "libsqlite3", "libtinfo", "libutf8proc"},
     "libapp_cg_kit": PLATFORM,
 }
 

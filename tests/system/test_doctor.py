@@ -160,7 +160,7 @@ def test_a_module_added_to_the_folder_is_not_asked_before_a_restart(installation
 
 
 def test_functions_that_are_gone_are_loaded_by_the_fix(installation):
-    installation.administrator.execute_command("FUNCTION", "DELETE", "vx_mom1")
+    installation.administrator.execute_command("FUNCTION", "DELETE", "vx_mom2")
     check = installation.examine()[1]["functions"]
     assert check["state"] == "fail"
     installation.carry_out(check)

@@ -434,7 +434,7 @@ class Writer(threading.Thread):
         more = {"set": ["", "6", number], "hmset": ["", "2", "7", number, "6"], "del": [],
                 "pdel": [f"{REQUEST}:0:"]}[kind]
         keys = names if kind == "pdel" else [key, *names]
-        self._store.execute_command("FCALL", f"vx_mom1_{kind}", len(keys), *keys, "@chg:1:", *more)
+        self._store.execute_command("FCALL", f"vx_mom2_{kind}", len(keys), *keys, "@chg:1:", *more)
 
 
 @pytest.mark.parametrize("seed", range(3))

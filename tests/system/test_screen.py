@@ -98,7 +98,7 @@ def plug_many(device, count):
     for number in range(count):
         key = f"{CARD_INFO}:0:{1 + number // 80}:{1 + number % 80}:0"
         device.database(HOST).execute_command(
-            "FCALL", "vx_mom1_set", 3, key, f"@rev:{CARD_INFO}", f"@idx:{CARD_INFO}", f"@chg:{HOST}:", f"plug-{key}",
+            "FCALL", "vx_mom2_set", 3, key, f"@rev:{CARD_INFO}", f"@idx:{CARD_INFO}", f"@chg:{HOST}:", f"plug-{key}",
             "7", "1", "12", f"lc-{number}", "14", b"\x2a\x00\x30\x03", "22", 5000 + number)
 
 

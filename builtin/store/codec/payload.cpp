@@ -1,4 +1,4 @@
-// Reading the published form of a change; the server's functions write it (see functions.cpp).
+// Reading the published form of a change; the server's functions write it (see functions.lua).
 #include "store/codec/payload.h"
 
 #include <algorithm>
@@ -34,17 +34,6 @@ bool take_number_item(std::string_view &rest, Number &number)
     return take_item(rest, item) && parse_shortest(item, number);
 }
 
-bool take_field(std::string_view &rest, Fields &fields)
-{
-    std::string_view name;
-    std::string_view value;
-    if (!take_item(rest, name) || !take_item(rest, value)) {
-        return false;
-    }
-    fields.emplace_back(name, value);
-    return true;
-}
-
 } // namespace
 
 bool decode_change(std::string_view payload, Change &change)
@@ -55,10 +44,20 @@ bool decode_change(std::string_view payload, Change &change)
         return false;
     }
     change.fields.clear();
+    change.mark.clear();
     change.fields.reserve(
         std::min<uint64_t>(count, payload.size() / 4)); // an empty name and value are "0:0:"
     for (uint64_t i = 0; i < count; i++) {
-        if (!take_field(payload, change.fields)) {
+        std::string_view name;
+        std::string_view value;
+        if (!take_item(payload, name) || !take_item(payload, value)) {
+            return false;
+        }
+        if (name != writer_field) {
+            change.fields.emplace_back(name, value);
+        } else if (i + 1 == count && !value.empty()) {
+            change.mark = value; // the last one, as the functions write it
+        } else {
             return false;
         }
     }

@@ -18,12 +18,11 @@
 namespace vx_mom
 {
 
-// A change of one record.
-struct Change {
-    uint64_t revision = 0;
+// A change of one record; its mark is empty when whoever made it said nothing of himself, as writers of the
+// builds before do.
+struct Change : Stored {
     int32_t command = 0; // enum vx_mom_cmd
     std::string key;     // from the channel
-    Fields fields;
 };
 
 // Reads a payload into everything but the key. Returns false, with `change` in an unknown state, when it is

@@ -58,7 +58,7 @@ class Verdict:
 @dataclasses.dataclass
 class _Job:
     request: Request
-    mark: str
+    mark: bytes  # who answers, and to which change of which record
     due: float
     verdict: Verdict = None
 
@@ -131,7 +131,7 @@ class CheckModule:
             log.error("request %r is none: %s", change.key, problem)
             return
         self._writes += 1
-        self._jobs[change.key] = _Job(request, f"{self._writer}.{self._writes}", time.monotonic())
+        self._jobs[change.key] = _Job(request, f"{self._writer}.{self._writes} {change.revision} ".encode() + change.key, time.monotonic())
 
     def _until_due(self):
         due = min((job.due for job in self._jobs.values()), default=float("inf"))

@@ -78,6 +78,7 @@ def parse_change(record_key, payload):
     if len(items) < 3 or not all(item.isdigit() for item in items[:3]) or len(items) != 3 + 2 * int(items[2]):
         raise Malformed("a published change has another number of items than it says")
     fields = dict(zip(items[3::2], items[4::2]))
+    fields.pop(b"by", None)  # who made the change, and why: of no use to a check
     return Change(int(items[0]), int(items[1]) == DELETED, record_key, fields)
 
 

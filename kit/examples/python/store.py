@@ -115,11 +115,11 @@ class Store:
         """Writes a whole record. Repeated with its mark it is not written again while it still stands."""
         pairs = [part for pair in fields.items() for part in pair]
         try:
-            reply = self._caller.ask("FCALL", "vx_mom1_set", 3, record_key, f"@rev:{type_name}", f"@idx:{type_name}",
+            reply = self._caller.ask("FCALL", "vx_mom2_set", 3, record_key, f"@rev:{type_name}", f"@idx:{type_name}",
                                      self._prefix, mark, *pairs)
         except Refused as problem:
             if "unction not found" in str(problem):  # the daemon brings them with its next connection
-                raise Lost("the server has no functions vx_mom1 yet") from problem
+                raise Lost("the server has no functions vx_mom2 yet") from problem
             raise
         self._data_set.learn(type_name, int(reply))
 

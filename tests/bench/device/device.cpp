@@ -90,7 +90,7 @@ Device::Device(const std::string &socket, int modules)
 {
     (void)client(socket, "bench_device"); // loads the functions
     const std::string role = "p_dev.dp_lib_grole";
-    Words words = call("vx_mom1_set", role, role);
+    Words words = call("vx_mom2_set", role, role);
     words.insert(words.end(), {mark(), "6", "1"});
     (void)commands_.run(words);
     for (const char *type : {request_type, verdict_type}) {
@@ -102,7 +102,7 @@ void Device::plug(const std::vector<Position> &cards)
 {
     std::vector<Prepared> calls;
     for (const Position &at : cards) {
-        Words words = call("vx_mom1_set", card_type, card_key_at(at));
+        Words words = call("vx_mom2_set", card_type, card_key_at(at));
         const std::string node = std::to_string(at.devid * 10000 + at.slot);
         words.insert(words.end(), {mark(), "6", "200", "7", "1", "12", "card", "14", static_info(), "15", "3",
                                    "17", node, "22", node});
@@ -115,7 +115,7 @@ void Device::unplug(const std::vector<Position> &cards)
 {
     std::vector<Prepared> calls;
     for (const Position &at : cards) {
-        calls.emplace_back(call("vx_mom1_del", card_type, card_key_at(at)));
+        calls.emplace_back(call("vx_mom2_del", card_type, card_key_at(at)));
     }
     commands_.pipeline(calls, pipeline_depth);
 }
@@ -124,7 +124,7 @@ void Device::pass(const Position &card)
 {
     std::vector<Prepared> calls;
     for (int i = 1; i <= modules_; i++) {
-        Words words = call("vx_mom1_set", ack_type, ack_key_at(card, i));
+        Words words = call("vx_mom2_set", ack_type, ack_key_at(card, i));
         words.push_back(mark());
         calls.emplace_back(words);
     }
@@ -163,7 +163,7 @@ double Device::road_of_its_own(const Position &card)
     const double spent = now_us() - began;
     std::vector<Prepared> calls;
     for (int i = 1; i <= modules_; i++) {
-        calls.emplace_back(call("vx_mom1_del", ack_type, ack_key_at(card, i)));
+        calls.emplace_back(call("vx_mom2_del", ack_type, ack_key_at(card, i)));
     }
     commands_.pipeline(calls, calls.size());
     return spent;

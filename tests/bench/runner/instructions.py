@@ -2,7 +2,7 @@
 
 Each kind of command is sent to a server that runs under callgrind, a few and many times; what the many took more, for
 each. Times waver with whatever else a machine does, these counts by one in a hundred. To see what a step of the server's
-functions costs, leave it out of a copy of functions.cpp and give that copy with --functions.
+functions costs, leave it out of a copy of functions.lua and give that copy with --functions.
 """
 import argparse
 import contextlib
@@ -18,24 +18,23 @@ import redis
 from demo.programs import wait_until
 from demo.store import server_program
 
-FUNCTIONS = pathlib.Path(__file__).resolve().parents[3] / "builtin" / "vx_mom" / "functions.cpp"
+FUNCTIONS = pathlib.Path(__file__).resolve().parents[3] / "builtin" / "store" / "functions.lua"
 FEW, MANY, SLOTS = 1000, 3000, 100
 TYPE = "p_dev.card_info"
 FIELDS = ("6", "200", "7", "1", "12", "card {slot}", "15", "3", "17", "103")
 CHECK_FIELDS = ("6", "200", "7", "3", "8", "103")
 
 
-def library(path):
-    """The function library's code in a source file, or all of a file that is no C++."""
-    text = path.read_text(encoding="utf-8")
-    return text.split('R"lua(')[1].split(')lua"')[0] if path.suffix == ".cpp" else text
+def mark(i):
+    """What a write says of itself, when a card's notification is being handled."""
+    return f"0123abcd.{i} {i} {TYPE}:0:1:3:0"
 
 
-def call(function, slot, mark, *more):
+def call(function, slot, *more):
     """The call of one of our functions for the card in a slot."""
     key = f"{TYPE}:0:1:{slot}:0"
     words = ["FCALL", function, 3, key, f"@rev:{TYPE}", f"@idx:{TYPE}", "@chg:1:"]
-    return words if mark is None else [*words, mark, *more]
+    return [*words, *more]
 
 
 def card_fields(slot):
@@ -45,17 +44,17 @@ def card_fields(slot):
 
 def written(i, slot):
     """One write of a whole record of ours."""
-    return [call("vx_mom1_set", slot, f"0123abcd.{i}", *card_fields(slot))]
+    return [call("vx_mom2_set", slot, mark(i), *card_fields(slot))]
 
 
 KINDS = {
     "HSET of 5 fields": lambda i, slot: [["HSET", f"{TYPE}:0:1:{slot}:0", *card_fields(slot)]],
-    "vx_mom1_set of 5 fields, over a record that is there": written,
-    "vx_mom1_hmset of 3 fields, over a record of these": lambda i, slot: [
-        call("vx_mom1_hmset", slot, f"0123abcd.{i}", len(CHECK_FIELDS), *CHECK_FIELDS)],
-    "vx_mom1_set of 5 fields, new, and vx_mom1_del": lambda i, slot: [
-        *written(i, slot), call("vx_mom1_del", slot, None)],
-    "vx_mom1_set of 5 fields, new, and DEL": lambda i, slot: [*written(i, slot), ["DEL", f"{TYPE}:0:1:{slot}:0"]],
+    "vx_mom2_set of 5 fields, over a record that is there": written,
+    "vx_mom2_hmset of 3 fields, over a record of these": lambda i, slot: [
+        call("vx_mom2_hmset", slot, mark(i), len(CHECK_FIELDS), *CHECK_FIELDS)],
+    "vx_mom2_set of 5 fields, new, and vx_mom2_del": lambda i, slot: [
+        *written(i, slot), call("vx_mom2_del", slot, mark(i))],
+    "vx_mom2_set of 5 fields, new, and DEL": lambda i, slot: [*written(i, slot), ["DEL", f"{TYPE}:0:1:{slot}:0"]],
 }
 
 
@@ -100,13 +99,13 @@ def main():
     """Prints one line for each kind of command."""
     parser = argparse.ArgumentParser(prog="tests/bench/instructions", description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--functions", type=pathlib.Path, default=FUNCTIONS, metavar="FILE",
-                        help="the function library, .cpp or .lua (default: the project's)")
+                        help="the function library (default: the project's)")
     options = parser.parse_args()
     if shutil.which("valgrind") is None:
         sys.exit("tests/bench/instructions: valgrind is not installed: apt-get install valgrind")
     try:
-        functions = library(options.functions)
-    except (OSError, IndexError) as error:
+        functions = options.functions.read_text(encoding="utf-8")
+    except OSError as error:
         sys.exit(f"tests/bench/instructions: no function library in {options.functions}: {error}")
     for kind in KINDS:
         each = (total(kind, functions, MANY) - total(kind, functions, FEW)) / (MANY - FEW)

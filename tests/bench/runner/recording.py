@@ -47,11 +47,11 @@ def commands(lines):
 
 def _event(words):
     """What the device did with this command: (slot, what), or None when it is not the device's."""
-    if words[:2] == [b"FCALL", b"vx_mom1_set"] and words[3].startswith(CARD):
+    if words[:2] == [b"FCALL", b"vx_mom2_set"] and words[3].startswith(CARD):
         return int(words[3].split(b":")[3]), "plugged"
-    if words[:2] == [b"FCALL", b"vx_mom1_del"] and words[3].startswith(CARD):
+    if words[:2] == [b"FCALL", b"vx_mom2_del"] and words[3].startswith(CARD):
         return int(words[3].split(b":")[3]), "unplugged"
-    if words[:2] == [b"FCALL", b"vx_mom1_set"] and words[3].startswith(ACK):
+    if words[:2] == [b"FCALL", b"vx_mom2_set"] and words[3].startswith(ACK):
         return int(words[3].split(b":")[2]), "passed"
     return None
 

@@ -137,7 +137,7 @@ std::string card_key(int32_t slot)
 
 Words card_call(int32_t slot, const std::string &mark)
 {
-    Words words{"FCALL",   "vx_mom1_set", "3", card_key(slot), "@rev:p_dev.card_info", "@idx:p_dev.card_info",
+    Words words{"FCALL",   "vx_mom2_set", "3", card_key(slot), "@rev:p_dev.card_info", "@idx:p_dev.card_info",
                 "@chg:1:", mark};
     words.insert(words.end(), card_fields().begin(), card_fields().end());
     return words;

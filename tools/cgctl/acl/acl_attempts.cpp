@@ -8,6 +8,7 @@
 
 #include "records/record_types.h"
 #include "store/codec/names.h"
+#include "store/functions.h"
 
 namespace cg
 {

@@ -8,6 +8,7 @@
 #include <random>
 
 #include "store/codec/names.h"
+#include "store/functions.h"
 
 namespace cg
 {

@@ -13,7 +13,7 @@
 #include "doctor/module_checks.h"
 #include "doctor/rights_checks.h"
 #include "doctor/server_checks.h"
-#include "store/codec/names.h"
+#include "store/functions.h"
 
 namespace cg
 {

@@ -6,7 +6,7 @@
 #include "store/codec/names.h"
 #include "store/codec/payload.h"
 #include "store/codec/value.h"
-#include "store/digest.h"
+#include "store/functions.h"
 #include "store_client_fixture.h"
 
 namespace
@@ -299,6 +299,15 @@ TEST(Payload, IsReadItemByItem)
     EXPECT_EQ(change.revision, 17U);
     EXPECT_EQ(change.command, 4);
     EXPECT_THAT(change.fields, testing::ElementsAre(Pair("6", "-7"), Pair("7", "")));
+    EXPECT_EQ(change.mark, "") << "as the functions of the build before write it";
+    ASSERT_TRUE(vx_mom::decode_change("2:171:41:21:61:12:by5:a.1 -", change));
+    EXPECT_THAT(change.fields, testing::ElementsAre(Pair("6", "1")));
+    EXPECT_EQ(change.mark, "a.1 -");
+    for (const char *wrong :
+         {"2:171:41:22:by5:a.1 -1:61:1", "2:171:41:12:by0:", "2:171:41:22:by1:x2:by1:y"}) {
+        EXPECT_FALSE(vx_mom::decode_change(wrong, change))
+            << wrong << ": the mark is last, once, and not empty";
+    }
 }
 
 TEST(Payload, AnythingElseIsRefused)
@@ -323,12 +332,6 @@ TEST(Payload, HasOneSpellingOnly)
                               "+2:171:41:0", "2:171:42:+0"}) {
         EXPECT_FALSE(vx_mom::decode_change(wrong, change)) << wrong;
     }
-}
-
-TEST(Digest, IsTheOneOfTheStandard)
-{
-    EXPECT_EQ(vx_mom::sha1_hex(""), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-    EXPECT_EQ(vx_mom::sha1_hex("abc"), "a9993e364706816aba3e25717850c26c9cd0d89d");
 }
 
 class FunctionTest : public store_test::StoreClientTest

@@ -2,6 +2,7 @@
 #include <chrono>
 
 #include "store/codec/names.h"
+#include "store/functions.h"
 #include "store_client_fixture.h"
 
 namespace

@@ -104,10 +104,10 @@ TEST_F(RefusalTest, AWriteWithoutAMarkTakesTheMarkOfTheOneBefore)
         function.insert(function.end(), more.begin(), more.end());
         return server.run(db, function);
     };
-    EXPECT_EQ(call({"vx_mom1_set"}, {"m.1", "6", "1"}), "2");
-    EXPECT_EQ(call({"vx_mom1_set"}, {"m.1", "6", "1"}), "2") << "a repetition";
-    EXPECT_EQ(call({"vx_mom1_hmset"}, {"", "2", "6", "5"}), "3");
-    EXPECT_EQ(call({"vx_mom1_set"}, {"m.1", "6", "1"}), "4") << "a write: somebody has written since";
+    EXPECT_EQ(call({"vx_mom2_set"}, {"m.1", "6", "1"}), "2");
+    EXPECT_EQ(call({"vx_mom2_set"}, {"m.1", "6", "1"}), "2") << "a repetition";
+    EXPECT_EQ(call({"vx_mom2_hmset"}, {"", "2", "6", "5"}), "3");
+    EXPECT_EQ(call({"vx_mom2_set"}, {"m.1", "6", "1"}), "4") << "a write: somebody has written since";
     EXPECT_EQ(server.run(db, {"HGET", key, "6"}), "1");
 }
 

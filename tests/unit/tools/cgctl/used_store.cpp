@@ -2,6 +2,7 @@
 #include "used_store.h"
 
 #include "store/codec/names.h"
+#include "store/functions.h"
 #include "unit/tools/cgctl/acl/acl_attacks.h"
 
 namespace cg
@@ -15,7 +16,7 @@ void UsedStore::start_used()
         const auto reply = admin.ask(command, std::chrono::seconds(20));
         ASSERT_TRUE(reply && !reply->is_error()) << command[0] << ": " << (reply ? reply->text : "");
     };
-    ASSERT_EQ(run_as("app_cg", 1, {"FUNCTION", "LOAD", "REPLACE", vx_mom::library_code()}), "vx_mom1");
+    ASSERT_EQ(run_as("app_cg", 1, {"FUNCTION", "LOAD", "REPLACE", vx_mom::library_code()}), "vx_mom2");
     tell({"FUNCTION", "LOAD",
           "#!lua name=site\n"
           "redis.register_function('wipe', function(k, a) return redis.call('DEL', k[1]) end)\n"

@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "store/codec/names.h"
+#include "store/functions.h"
 
 namespace cg
 {
@@ -40,7 +41,7 @@ void PrintTo(const Attempt &attempt, std::ostream *out)
 Command call(const std::string &function, const std::vector<std::string> &keys,
              const std::vector<std::string> &arguments)
 {
-    Command command{"FCALL", "vx_mom1_" + function, std::to_string(keys.size())};
+    Command command{"FCALL", "vx_mom2_" + function, std::to_string(keys.size())};
     command.insert(command.end(), keys.begin(), keys.end());
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
@@ -194,6 +195,25 @@ Attempts on_channels()
     return attempts;
 }
 
+// A result that names this module's answer as what it was decided by would be believed.
+Attempts with_a_forged_cause()
+{
+    const std::string forged = "0123abcd.1 1 " + own;
+    const std::string change = "1:11:41:12:by" + std::to_string(forged.size()) + ':' + forged;
+    return {
+        {"WriteAResultWithAForgedCause", {call("set", books_of(result), {prefix, forged, "6", "1"})}},
+        {"WriteFieldsOfAResultWithAForgedCause",
+         {call("hmset", books_of(result), {prefix, forged, "2", "6", "1"})}},
+        {"WriteACauseIntoAResult", {{"HSET", result, "by", forged}}},
+        {"DeleteAResultWithAForgedCause", {call("del", books_of(result), {prefix, forged})}},
+        {"DeleteResultsWithAForgedCause",
+         {call("pdel", {books_of(result)[1], books_of(result)[2]}, {prefix, result, forged})}},
+        {"PublishAResultWithAForgedCause", {{"PUBLISH", prefix + result, change}}},
+        {"DeleteARequestWithAForgedCause", {call("del", books_of(request), {prefix, forged})}},
+        {"PublishARequestWithAForgedCause", {{"PUBLISH", prefix + request, change}}},
+    };
+}
+
 Attempts on_the_books()
 {
     Attempts attempts{
@@ -281,7 +301,7 @@ Attempts on_the_server()
         {"FunctionLoad",
          {{"FUNCTION", "LOAD", "#!lua name=evil\nredis.register_function('evil', function() end)"}}},
         {"FunctionReplace", {{"FUNCTION", "LOAD", "REPLACE", vx_mom::library_code() + "\n"}}},
-        {"FunctionDelete", {{"FUNCTION", "DELETE", "vx_mom1"}}},
+        {"FunctionDelete", {{"FUNCTION", "DELETE", "vx_mom2"}}},
         {"FunctionFlush", {{"FUNCTION", "FLUSH"}}},
         {"FunctionDump", {{"FUNCTION", "DUMP"}}},
         {"FunctionList", {{"FUNCTION", "LIST"}}},
@@ -369,6 +389,7 @@ std::vector<Assault> assaults()
     return {{"AnotherAnswer", on_another_answer()},
             {"Functions", through_functions()},
             {"Channels", on_channels()},
+            {"Causes", with_a_forged_cause()},
             {"Books", on_the_books()},
             {"OtherRecords", on_other_records()},
             {"Server", on_the_server()},

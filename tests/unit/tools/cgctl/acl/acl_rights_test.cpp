@@ -6,6 +6,7 @@
 
 #include "acl_attacks.h"
 #include "store/codec/names.h"
+#include "store/functions.h"
 #include "unit/tools/cgctl/used_store.h"
 
 namespace cg

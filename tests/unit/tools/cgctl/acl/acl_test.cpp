@@ -324,7 +324,7 @@ TEST_F(AclCheck, FindsEachRightThatIsMissing)
     start({"m1"});
     for (const char *user : {"app_cg", "module-m1"}) {
         const std::string name = user;
-        expect_found({"clearselectors"}, name, name + ": must be permitted FCALL vx_mom1_set");
+        expect_found({"clearselectors"}, name, name + ": must be permitted FCALL vx_mom2_set");
         expect_found({"-info"}, name, name + ": must be permitted INFO server");
         expect_found({"-sscan"}, name, name + ": must be permitted SSCAN");
     }
@@ -380,7 +380,7 @@ TEST_F(AclCheck, FindsAStrangerWhoMayDecideOnCards)
             HasSubstr("; give it no right to the keys and channels of p_libpub.app_cg_*; `cgctl acl "));
         EXPECT_EQ(lines_of(outcome.out).size(), 1U);
     };
-    expect_decider({"+@all", "~*", "&*"}, "FCALL vx_mom1_set 3 p_libpub.app_cg_card_check_info:");
+    expect_decider({"+@all", "~*", "&*"}, "FCALL vx_mom2_set 3 p_libpub.app_cg_card_check_info:");
     expect_decider({"+hset", "~p_libpub.app_cg_card_check_ack:*"}, "HSET p_libpub.app_cg_card_check_ack:");
     expect_decider({"+del", "~*result:*"}, "DEL p_libpub.app_cg_mom_deny_check_result:1 and 1 more; ");
     expect_decider({"+publish", "&@chg:1:p_libpub.app_cg_card_check_ack:*"}, "PUBLISH @chg:1:");

@@ -203,7 +203,7 @@ TEST_F(DoctorOfTheServer, FindsSmallBuffers)
 
 TEST_F(DoctorOfTheServer, FindsMissingFunctions)
 {
-    ask(0, {"FUNCTION", "DELETE", "vx_mom1"});
+    ask(0, {"FUNCTION", "DELETE", "vx_mom2"});
     const Diagnosis diagnosis = examine();
     for (const char *name : {"notifications", "role", "records", "cards"}) {
         EXPECT_THAT(diagnosis.checks.at(name).found, HasSubstr("because of: functions")) << name;
@@ -215,7 +215,7 @@ TEST_F(DoctorOfTheServer, FindsMissingFunctions)
 TEST_F(DoctorOfTheServer, FindsFunctionsOfAnotherVersion)
 {
     ask(0, {"FUNCTION", "LOAD", "REPLACE",
-            "#!lua name=vx_mom1\nredis.register_function('vx_mom1_set', function() return '1' end)"});
+            "#!lua name=vx_mom2\nredis.register_function('vx_mom2_set', function() return '1' end)"});
     expect_fixed("functions", "fail", "another version");
     EXPECT_EQ(examine().status, 0);
 }
@@ -254,7 +254,7 @@ TEST_F(DoctorOfTheServer, LeavesNothingOfItsCanariesBehind)
 TEST_F(DoctorOfTheServer, RemovesTheCanaryOfAnExaminationThatWasKilled)
 {
     ask(28,
-        {"FCALL", "vx_mom1_set", "3", "@canary:1", "@rev:@canary", "@idx:@canary", "@chg:28:", "", "6", "x"});
+        {"FCALL", "vx_mom2_set", "3", "@canary:1", "@rev:@canary", "@idx:@canary", "@chg:28:", "", "6", "x"});
     ASSERT_THAT(keys(28), Contains("@canary:1"));
     EXPECT_EQ(examine("notifications").state, "ok");
     EXPECT_THAT(keys(28), Each(Not(HasSubstr("canary"))));

@@ -1,0 +1,23 @@
+// The functions that the server keeps, by name and as a whole.
+#ifndef STORE_FUNCTIONS_H
+#define STORE_FUNCTIONS_H
+
+#include <string>
+
+namespace vx_mom
+{
+
+inline constexpr const char *library_name = "vx_mom2";
+inline constexpr const char *set_function = "vx_mom2_set";
+inline constexpr const char *hmset_function = "vx_mom2_hmset";
+inline constexpr const char *del_function = "vx_mom2_del";
+inline constexpr const char *pdel_function = "vx_mom2_pdel";
+inline constexpr const char *register_function = "vx_mom2_register";
+
+// The library's text, as it is loaded into the server; and its SHA-1, by which versions are told apart.
+const std::string &library_code();
+const std::string &library_digest();
+
+} // namespace vx_mom
+
+#endif
