@@ -11,13 +11,14 @@
 namespace kit
 {
 
-// May be called from any thread; what it calls has to see to that.
+// Passes on what is severe enough. Called from any thread, so the sink must allow that.
 class Log
 {
 public:
     using Sink = std::function<void(int level, const std::string &text)>;
 
     Log() = default;
+    // most  the largest level that is passed on, see enum app_cg_kit_level.
     Log(Sink sink, int most) : sink_(std::move(sink)), most_(most) {}
 
     void operator()(int level, const std::string &text) const
