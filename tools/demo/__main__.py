@@ -27,7 +27,7 @@ def _end(signum, _frame):
 
 
 def _keep(chassis, screen):
-    """Leaves the chassis running until somebody wants the end."""
+    """Leaves the chassis running until a signal ends it."""
     screen.heading("The chassis stays. In another terminal:")
     for name, value in chassis.cgctl.env.items():
         if name != "VX_ZLOG":

@@ -29,7 +29,7 @@ public:
     // The tracker lives longer.
     explicit Judge(const admission::CardTracker &tracker) : tracker_(tracker) {}
 
-    // The card is about to be decided anew: what was decided of it before now does not count.
+    // The card is about to be checked again: what was decided of it before now does not count.
     void begin(const Position &position, admission::Time now) { fresh_[position] = {now, false}; }
     // A check of the card has ended, or it needed none.
     void ended(const Position &position);

@@ -11,6 +11,7 @@
 #include "daemon/daemon_view.h"
 #include "log/platform_log.h"
 #include "loop/loop.h"
+#include "modules/module_folder.h"
 #include "player.h"
 #include "report.h"
 #include "store/client.h"
@@ -24,13 +25,9 @@ namespace
 using scenario::Scenario;
 using Names = std::set<std::string>;
 
-std::string listed(const Names &names)
+std::string listed(const Names &names, const char *separator = ", ")
 {
-    std::string text;
-    for (const std::string &name : names) {
-        text += (text.empty() ? "" : ", ") + visible(name);
-    }
-    return text.empty() ? "none" : text;
+    return names.empty() ? "none" : visible(joined({names.begin(), names.end()}, separator));
 }
 
 Names without(Names names, const Names &others)
@@ -63,12 +60,10 @@ std::vector<std::string> registered(const Output &output, const std::string &soc
     }
     const Names known(daemon.modules.begin(), daemon.modules.end());
     if (const Names unknown = without(names, known); !unknown.empty()) {
-        std::string files;
-        for (const std::string &name : unknown) {
-            files += " /etc/app_cg/deny_check/" + visible(name);
-        }
+        const std::string folder = std::string(default_module_folder) + '/';
         throw Failure(failed, "the daemon does not know " + listed(unknown) + ", it asks " + listed(known) +
-                                  "; `touch" + files + "` in its view of the file system, and restart it");
+                                  "; `touch " + folder + listed(unknown, (' ' + folder).c_str()) +
+                                  "` in its view of the file system, and restart it");
     }
     if (const Names others = without(known, names); !others.empty()) {
         output.notice("the daemon also asks " + listed(others) +
@@ -175,7 +170,7 @@ private:
         require(client_.open(db), what);
     }
 
-    // All records are asked for again after an outage: what was missed is not told from what is new else.
+    // After an outage all records are asked for again: else nothing would say where the missed changes end.
     void handle(const store::ConnectionEvent &event)
     {
         const std::string db = "database " + std::to_string(event.database);

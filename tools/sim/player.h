@@ -1,7 +1,7 @@
 // A scenario in play: statement after statement, the modules beside them, and what is to come of it.
 //
 // The player owns no clock and no store. What it does goes through the functions of its stage, and what
-// happens is handed to it; so its tests need neither, and an hour of a daemon takes them no time.
+// happens is handed to it; so its tests need neither, and an hour of a daemon passes at once.
 //
 // Three clocks meet here: a scenario's times are the daemon's seconds; `speed` of those pass in one of ours;
 // and what only waits for machines to be done (the store's echo, an expectation without a time) is on ours

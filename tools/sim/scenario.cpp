@@ -18,7 +18,7 @@ using admission::State;
 
 constexpr Milliseconds shortest{1};
 
-// States that are told by their name alone.
+// States that are expected by their name alone.
 constexpr std::array plain_states{State::exempt, State::unasked, State::offline, State::absent};
 
 What read_role(Line &line)
@@ -313,12 +313,9 @@ std::string text_of(const Expect &expect)
         return expect.marked ? "marked" : "unmarked";
     }
     std::string text = expect.state == State::silence ? text_of(State::silence) : word_of(*expect.state);
-    const char *joint = expect.state == State::silence   ? " of "
-                        : expect.state == State::waiting ? " for "
-                                                         : " by ";
-    for (const std::string &module : expect.modules) {
-        text += joint + visible(module);
-        joint = ", ";
+    if (!expect.modules.empty()) {
+        text += expect.state == State::silence ? " of " : expect.state == State::waiting ? " for " : " by ";
+        text += visible(joined(expect.modules));
     }
     if (expect.because) {
         text += " because " + in_quotes(*expect.because);

@@ -1,4 +1,4 @@
-// A chassis' story, as its file tells it: what is done, and what is expected to come of it.
+// A chassis' story, as its file has it: what is done, and what is expected to come of it.
 //
 // The language is one statement a line, in the words of those who plug cards; cg_scenario(5) describes it. It
 // is a language of its own and not one of the general ones (YAML, a script in Python), because a file is to

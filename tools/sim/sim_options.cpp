@@ -44,7 +44,7 @@ void add_options(CLI::App &app, SimOptions &options)
     app.add_option("FILE", options.files, "Scenarios, played one after the other; - is standard input")
         ->required()
         ->type_name("");
-    app.add_flag("--check", options.check, "Only look for mistakes of syntax; no store is needed");
+    app.add_flag("--check", options.check, "Only check the syntax; no store is needed");
     app.add_option("--speed", options.speed, "How many times faster the daemon's clock runs (default 1)")
         ->type_name("N");
     app.add_flag("--keep", options.keep, "Leave the cards plugged");

@@ -1,4 +1,4 @@
-// What happens in a play, told to whoever watches it.
+// What happens in a play, as events to report.
 #include "story.h"
 
 #include <array>

@@ -1,4 +1,4 @@
-// What happens in a play, told to whoever watches it.
+// What happens in a play, as events to report.
 #ifndef SIM_STORY_H
 #define SIM_STORY_H
 
@@ -23,7 +23,7 @@ struct Event {
     Json more = Json::object(); // further members, for programs
 };
 
-// What a change of the store means; nothing when it is not worth telling. `tracker` is as it was before the
+// What a change of the store means; nothing when it is not worth reporting. `tracker` is as it was before the
 // change; `cmd` is an enum vx_mom_cmd.
 std::optional<Event> event_of(int32_t cmd, const ProtobufCMessage &record,
                               const admission::CardTracker &tracker);
