@@ -200,7 +200,7 @@ private:
     {
         if (change.command == VX_MOM_CMD_SUBSCRIBED) {
             if (in_place_.told(change.type)) {
-                std::exchange(started_, true) ? player_.resynchronized() : player_.start();
+                player_.synchronized();
             }
         } else if (change.record == nullptr) {
             output_.notice("record " + visible(change.key) + " does not decode: " + visible(change.reason));
@@ -253,7 +253,6 @@ private:
     std::map<const ProtobufCMessageDescriptor *, store::Subscription> subscriptions_;
     std::list<platform::Timer> timers_;
     admission::InPlace in_place_;
-    bool started_ = false;
     bool reported_ = false;
     Player player_;
 };

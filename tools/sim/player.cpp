@@ -43,15 +43,10 @@ Player::Player(const std::vector<scenario::Scenario> &scenarios, Options options
     }
 }
 
-void Player::start()
+void Player::synchronized()
 {
     tracker_.snapshot_done(stage_.now());
     go_on();
-}
-
-void Player::resynchronized()
-{
-    tracker_.snapshot_done(stage_.now());
     judge();
 }
 

@@ -51,13 +51,11 @@ public:
     // The scenarios live longer, and have no problems.
     Player(const std::vector<scenario::Scenario> &scenarios, Options options, Stage stage);
 
-    // Begins; all existing records were handed to heard(). Throws Failure, as the functions below do, when a
-    // statement cannot be carried out.
-    void start();
+    // All existing records were handed to heard(): the first time that begins the play, after an outage it
+    // goes on. Throws Failure, as heard() does, when a statement cannot be carried out.
+    void synchronized();
     // The store has changed; the arguments are those of admission::feed().
     void heard(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change);
-    // All records were handed in again, after an outage.
-    void resynchronized();
 
     [[nodiscard]] bool is_finished() const { return finished_; }
     [[nodiscard]] const std::vector<ExpectationResult> &results() const { return results_; }

@@ -35,7 +35,7 @@ protected:
             scenario::read_scenario("a", "expect 1/3 absent\nexpect 1/4 unmarked"),
             scenario::read_scenario("b", "expect 1/3 passed throughout 1s\nexpect 1/3 waiting")};
         Player player(scenarios, {}, stage());
-        player.start();
+        player.synchronized();
         report_results(output_, player, complete);
     }
 
