@@ -33,7 +33,7 @@ KNOW_THE_DAEMON = ("tests/unit/app_cg", "tests/fuzz", "tests/bench/inside")
 STANDARD = {
     "algorithm", "array", "atomic", "bit", "bitset", "cerrno", "charconv", "chrono", "climits", "cmath", "concepts",
     "condition_variable", "csignal", "cstdarg", "cstddef", "cstdint", "cstdio", "cstdlib", "cstring", "ctime", "ctype.h",
-    "deque", "errno.h", "exception", "filesystem", "fstream", "functional", "initializer_list", "iomanip", "iostream",
+    "deque", "errno.h", "exception", "filesystem", "fstream", "functional", "future", "initializer_list", "iomanip", "iostream",
     "istream", "iterator", "limits", "limits.h", "list", "map", "memory", "mutex", "new", "numeric", "optional", "ostream",
     "queue", "random", "ratio", "set", "span", "sstream", "stdbool.h", "stddef.h", "stdexcept", "stdint.h", "stdio.h",
     "stdlib.h", "string", "string.h", "string_view", "system_error", "thread", "tuple", "type_traits", "typeinfo",
