@@ -127,12 +127,12 @@ void Client::Parts::turn()
     in_turn = true;
     bool more = false;
     for (const auto &entry : databases) {
-        more = entry.second->turn() || more;
+        more = entry.second->inbox.turn() || more;
     }
-    while (!requests.empty() && requests.front()->has_arrived()) {
+    while (!requests.empty() && requests.front()->inbox.has_arrived()) {
         Database *database = requests.front();
         requests.pop_front();
-        database->tell({ConnectionEvent::Kind::connected, database->number()});
+        database->inbox.tell({ConnectionEvent::Kind::connected, database->calls.number()});
         more = true;
     }
     if (more) {
@@ -191,14 +191,14 @@ Client::~Client() = default;
 
 Status Client::connect(int32_t db)
 {
-    return parts_->call(db, [](Database &database) { return database.connect(); });
+    return parts_->call(db, [](Database &database) { return database.calls.connect(); });
 }
 
 Result<std::optional<Record>> Client::read(int32_t db, const ProtobufCMessage &key)
 {
     Result<std::optional<Record>> result;
-    static_cast<Status &>(result) =
-        parts_->call(db, [&](Database &database) { return vx_mom::hgetall(database, key, result.value); });
+    static_cast<Status &>(result) = parts_->call(
+        db, [&](Database &database) { return vx_mom::hgetall(database.calls, key, result.value); });
     return result;
 }
 
@@ -206,7 +206,7 @@ Result<bool> Client::exists(int32_t db, const ProtobufCMessage &key)
 {
     Result<bool> result;
     static_cast<Status &>(result) = parts_->call(db, [&](Database &database) {
-        const int32_t found = vx_mom::exists(database, key);
+        const int32_t found = vx_mom::exists(database.calls, key);
         result.value = found == 1;
         return std::min(found, int32_t{vx_mom::ok});
     });
@@ -218,13 +218,13 @@ Result<std::vector<LeftOut>> Client::scan(int32_t db, const ProtobufCMessageDesc
 {
     Result<std::vector<LeftOut>> result;
     static_cast<Status &>(result) = parts_->call(
-        db, [&](Database &database) { return vx_mom::scan(database, type, each, result.value); });
+        db, [&](Database &database) { return vx_mom::scan(database.calls, type, each, result.value); });
     return result;
 }
 
 Status Client::set(int32_t db, const ProtobufCMessage &record)
 {
-    return parts_->call(db, [&](Database &database) { return vx_mom::set(database, record); });
+    return parts_->call(db, [&](Database &database) { return vx_mom::set(database.calls, record); });
 }
 
 Status Client::set_fields(int32_t db, const ProtobufCMessage &record, std::span<const int32_t> fields)
@@ -233,24 +233,24 @@ Status Client::set_fields(int32_t db, const ProtobufCMessage &record, std::span<
         return {vx_mom::invalid, "no field is named"};
     }
     return parts_->call(db, [&](Database &database) {
-        return vx_mom::hmset(database, record, fields.data(), static_cast<int32_t>(fields.size()));
+        return vx_mom::hmset(database.calls, record, fields.data(), static_cast<int32_t>(fields.size()));
     });
 }
 
 Status Client::erase(int32_t db, const ProtobufCMessage &key)
 {
-    return parts_->call(db, [&](Database &database) { return vx_mom::del(database, key); });
+    return parts_->call(db, [&](Database &database) { return vx_mom::del(database.calls, key); });
 }
 
 Status Client::erase_matching(int32_t db, const ProtobufCMessage &key, int32_t key_count)
 {
-    return parts_->call(db, [&](Database &database) { return vx_mom::pdel(database, key, key_count); });
+    return parts_->call(db, [&](Database &database) { return vx_mom::pdel(database.calls, key, key_count); });
 }
 
 Status Client::on_connection(int32_t db, ConnectionHandler handler)
 {
     return parts_->call(db, [&](Database &database) {
-        database.set_handler(std::move(handler));
+        database.inbox.set_handler(std::move(handler));
         return vx_mom::ok;
     });
 }
@@ -258,7 +258,7 @@ Status Client::on_connection(int32_t db, ConnectionHandler handler)
 Status Client::open(int32_t db)
 {
     return parts_->call(db, [&](Database &database) {
-        database.begin();
+        database.inbox.begin();
         parts_->requests.push_back(&database);
         parts_->schedule_turn();
         return vx_mom::ok;
@@ -270,7 +270,7 @@ Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescrip
 {
     Result<Subscription> result;
     static_cast<Status &>(result) = parts_->call(db, [&](Database &database) {
-        const auto asked = database.subscribe(type, std::move(handler));
+        const auto asked = database.inbox.subscribe(type, std::move(handler));
         result.value.parts_ =
             std::make_unique<Subscription::Parts>(Subscription::Parts{asked, asked->times_asked()});
         return vx_mom::ok;
@@ -281,7 +281,7 @@ Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescrip
 std::optional<std::chrono::steady_clock::time_point> Client::last_contact(int32_t db) const
 {
     const auto found = parts_->databases.find(db);
-    return found == parts_->databases.end() ? std::nullopt : found->second->heard_at();
+    return found == parts_->databases.end() ? std::nullopt : found->second->inbox.heard_at();
 }
 
 Subscription::Subscription() = default;

@@ -1,4 +1,4 @@
-// The calls on records, in terms of a database; vx_mom.cpp puts the C surface over them.
+// The calls on records, in terms of the calls on a database; vx_mom.cpp puts the C surface over them.
 #ifndef STORE_OPERATIONS_H
 #define STORE_OPERATIONS_H
 
@@ -7,26 +7,26 @@
 #include <optional>
 #include <vector>
 
+#include "store/calls.h"
 #include "store/change.h"
-#include "store/database.h"
 
 namespace vx_mom
 {
 
 // Each returns ok or an error. Arguments as in vx_mom.h; none is null.
-int32_t set(Database &database, const ProtobufCMessage &record);
-int32_t hmset(Database &database, const ProtobufCMessage &record, const int32_t *fields, int32_t count);
-int32_t del(Database &database, const ProtobufCMessage &record);
-int32_t pdel(Database &database, const ProtobufCMessage &record, int32_t key_count);
+int32_t set(Calls &calls, const ProtobufCMessage &record);
+int32_t hmset(Calls &calls, const ProtobufCMessage &record, const int32_t *fields, int32_t count);
+int32_t del(Calls &calls, const ProtobufCMessage &record);
+int32_t pdel(Calls &calls, const ProtobufCMessage &record, int32_t key_count);
 // `left_out` gets what is no readable record.
-int32_t scan(Database &database, const ProtobufCMessageDescriptor &type,
+int32_t scan(Calls &calls, const ProtobufCMessageDescriptor &type,
              const std::function<void(store::Record &&)> &each, std::vector<store::LeftOut> &left_out);
 
 // Returns 1, 0 or an error.
-int32_t exists(Database &database, const ProtobufCMessage &record);
+int32_t exists(Calls &calls, const ProtobufCMessage &record);
 
 // Returns ok with the record, or without when there is none, or an error.
-int32_t hgetall(Database &database, const ProtobufCMessage &record, std::optional<store::Record> &found);
+int32_t hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<store::Record> &found);
 
 } // namespace vx_mom
 

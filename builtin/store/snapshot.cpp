@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "store/calls.h"
 #include "store/codec/names.h"
-#include "store/database.h"
 
 namespace vx_mom
 {
@@ -22,28 +22,26 @@ bool parse_whole(const std::string &text, uint64_t &number)
     return result.ec == std::errc() && result.ptr == end;
 }
 
-int32_t unexpected(const Database &database, const char *what, const std::string &key,
-                   const redisReply *reply)
+int32_t unexpected(const Calls &calls, const char *what, const std::string &key, const redisReply *reply)
 {
-    LOG_TO(database.messages(), platform::log_error, "%s %s: the store answers: %s", what, key.c_str(),
+    LOG_TO(calls.messages(), platform::log_error, "%s %s: the store answers: %s", what, key.c_str(),
            text_of(reply).c_str());
     return refused;
 }
 
 // The members of the index that come next, without those met already.
-int32_t read_index(Database &database, const std::string &type, Snapshot &snapshot,
-                   std::vector<std::string> &keys)
+int32_t read_index(Calls &calls, const std::string &type, Snapshot &snapshot, std::vector<std::string> &keys)
 {
     const std::string index = index_key(type);
     const Answer answer =
-        database.ask({{"SSCAN", index, snapshot.cursor, "COUNT", std::to_string(slice_size)}}, Purpose::read);
+        calls.ask({{"SSCAN", index, snapshot.cursor, "COUNT", std::to_string(slice_size)}}, Purpose::read);
     if (answer.error != ok) {
         return answer.error;
     }
     const redisReply *reply = answer.replies[0].get();
     if (reply->type != REDIS_REPLY_ARRAY || reply->elements != 2 ||
         reply->element[1]->type != REDIS_REPLY_ARRAY) {
-        return unexpected(database, "index", index, reply);
+        return unexpected(calls, "index", index, reply);
     }
     snapshot.cursor = text_of(reply->element[0]);
     snapshot.done = snapshot.cursor == "0";
@@ -68,9 +66,9 @@ bool read_content(const redisReply *reply, Stored &record)
     return is_sound;
 }
 
-void read_member(const Database &database, std::string &&key, const redisReply *reply, Snapshot &snapshot)
+void read_member(const Calls &calls, std::string &&key, const redisReply *reply, Snapshot &snapshot)
 {
-    platform::Messages &messages = database.messages();
+    platform::Messages &messages = calls.messages();
     if (reply->type != REDIS_REPLY_ARRAY) {
         const std::string why = text_of(reply);
         if (messages.go_to_log()) {
@@ -97,12 +95,12 @@ void read_member(const Database &database, std::string &&key, const redisReply *
 
 } // namespace
 
-int32_t read_slice(Database &database, const std::string &type, Snapshot &snapshot)
+int32_t read_slice(Calls &calls, const std::string &type, Snapshot &snapshot)
 {
     snapshot.records.clear();
     snapshot.left_out.clear();
     std::vector<std::string> keys;
-    const int32_t error = read_index(database, type, snapshot, keys);
+    const int32_t error = read_index(calls, type, snapshot, keys);
     if (error != ok || keys.empty()) {
         return error;
     }
@@ -111,9 +109,9 @@ int32_t read_slice(Database &database, const std::string &type, Snapshot &snapsh
     for (std::string &key : keys) {
         commands.emplace_back(2, "HGETALL").back() = std::move(key);
     }
-    const Answer answer = database.ask(commands, Purpose::read);
+    const Answer answer = calls.ask(commands, Purpose::read);
     for (size_t i = 0; i < answer.replies.size(); i++) {
-        read_member(database, std::move(commands[i].back()), answer.replies[i].get(), snapshot);
+        read_member(calls, std::move(commands[i].back()), answer.replies[i].get(), snapshot);
     }
     return answer.error;
 }
@@ -135,31 +133,31 @@ void sort_by_revision(std::vector<StoredRecord> &records)
     records = std::move(sorted);
 }
 
-int32_t read_revision(Database &database, const std::string &type, uint64_t &revision)
+int32_t read_revision(Calls &calls, const std::string &type, uint64_t &revision)
 {
     const std::string key = counter_key(type);
-    const Answer answer = database.ask({{"GET", key}}, Purpose::read);
+    const Answer answer = calls.ask({{"GET", key}}, Purpose::read);
     if (answer.error != ok) {
         return answer.error;
     }
     const redisReply *reply = answer.replies[0].get();
     revision = 0;
     if (reply->type != REDIS_REPLY_NIL && !parse_whole(text_of(reply), revision)) {
-        return unexpected(database, "revision", key, reply);
+        return unexpected(calls, "revision", key, reply);
     }
-    database.learn(type, revision);
+    calls.learn(type, revision);
     return ok;
 }
 
-int32_t read_record(Database &database, const std::string &key, Stored &record, bool &is_there)
+int32_t read_record(Calls &calls, const std::string &key, Stored &record, bool &is_there)
 {
-    const Answer answer = database.ask({{"HGETALL", key}}, Purpose::read);
+    const Answer answer = calls.ask({{"HGETALL", key}}, Purpose::read);
     if (answer.error != ok) {
         return answer.error;
     }
     const redisReply *reply = answer.replies[0].get();
     if (reply->type != REDIS_REPLY_ARRAY) {
-        (void)unexpected(database, "record", key, reply);
+        (void)unexpected(calls, "record", key, reply);
         return is_error(reply, "WRONGTYPE") ? bad_data : refused;
     }
     is_there = reply->elements != 0;
@@ -167,12 +165,12 @@ int32_t read_record(Database &database, const std::string &key, Stored &record, 
     return ok;
 }
 
-MessagePtr decode(const Database &database, const ProtobufCMessageDescriptor &type, const std::string &key,
+MessagePtr decode(const Calls &calls, const ProtobufCMessageDescriptor &type, const std::string &key,
                   const Fields &fields, std::string &why)
 {
     MessagePtr message = decode_record(type, key, fields, why);
-    if (message == nullptr && database.messages().go_to_log()) {
-        LOG_TO(database.messages(), platform::log_error, "record %s does not decode: %s", key.c_str(),
+    if (message == nullptr && calls.messages().go_to_log()) {
+        LOG_TO(calls.messages(), platform::log_error, "record %s does not decode: %s", key.c_str(),
                why.c_str());
     }
     return message;

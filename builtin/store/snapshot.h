@@ -17,7 +17,7 @@
 namespace vx_mom
 {
 
-class Database;
+class Calls;
 
 struct StoredRecord : Stored {
     std::string key;
@@ -33,19 +33,19 @@ struct Snapshot {
 };
 
 // Reads the next slice. Returns ok or an error.
-int32_t read_slice(Database &database, const std::string &type, Snapshot &snapshot);
+int32_t read_slice(Calls &calls, const std::string &type, Snapshot &snapshot);
 
 // Sorts records by the order of their last changes.
 void sort_by_revision(std::vector<StoredRecord> &records);
 
 // Reads the revision of the type's last change; 0 before the first. Returns ok or an error.
-int32_t read_revision(Database &database, const std::string &type, uint64_t &revision);
+int32_t read_revision(Calls &calls, const std::string &type, uint64_t &revision);
 
 // Reads one record's hash; `is_there`: whether there is one. Returns ok or an error.
-int32_t read_record(Database &database, const std::string &key, Stored &record, bool &is_there);
+int32_t read_record(Calls &calls, const std::string &key, Stored &record, bool &is_there);
 
 // Decodes a record. When it does not decode, says why in `why` and in the log, and returns null.
-MessagePtr decode(const Database &database, const ProtobufCMessageDescriptor &type, const std::string &key,
+MessagePtr decode(const Calls &calls, const ProtobufCMessageDescriptor &type, const std::string &key,
                   const Fields &fields, std::string &why);
 
 } // namespace vx_mom

@@ -1,13 +1,13 @@
-// The stations of a subscription; see the header. Every station leaves its work at once when a callback made
-// the subscription start over, which `round_` tells.
+// The stations of a subscription; see the header.
 #include "store/subscription.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "loop/platform_context.h"
+#include "store/calls.h"
 #include "store/codec/key.h"
 #include "store/codec/names.h"
-#include "store/database.h"
 
 namespace vx_mom
 {
@@ -15,8 +15,7 @@ namespace vx_mom
 namespace
 {
 
-constexpr size_t changes_per_turn = 64;
-constexpr size_t records_per_turn = 64;
+constexpr size_t steps_per_turn = 64;
 constexpr uint64_t changes_per_verification = 64; // while more of them are waiting
 constexpr int checks_until_retry = 5;
 
@@ -37,9 +36,9 @@ platform::Activity activity_for(const store::Change &change)
 
 } // namespace
 
-Subscription::Subscription(Database &database, const ProtobufCMessageDescriptor &type)
-    : database_(database), type_(type), name_(type.name), has_index_(key_field_count(type) != 0),
-      watched_(channel_prefix(database.number()) + name_ + (has_index_ ? ":*" : ""))
+Subscription::Subscription(Calls &calls, AsyncConnection &loop, const ProtobufCMessageDescriptor &type)
+    : calls_(calls), loop_(loop), type_(type), name_(type.name), has_index_(key_field_count(type) != 0),
+      watched_(channel_prefix(calls.number()) + name_ + (has_index_ ? ":*" : ""))
 {
 }
 
@@ -54,11 +53,11 @@ void Subscription::ask(store::ChangeHandler handler)
 
 void Subscription::cancel()
 {
-    start_over(true);
     phase_ = Phase::cancelled;
     handler_.reset();
     queue_.clear();
     known_.clear();
+    to_report_.clear();
     to_deliver_.clear();
     to_sweep_.clear();
 }
@@ -75,7 +74,7 @@ void Subscription::on_refused(const std::string &problem)
 {
     if (problem != told_refusal_) {
         told_refusal_ = problem;
-        LOG_TO(database_.messages(), platform::log_error, "subscription to %s refused: %s", watched_.c_str(),
+        LOG_TO(calls_.messages(), platform::log_error, "subscription to %s refused: %s", watched_.c_str(),
                problem.c_str());
     }
     phase_ = Phase::refused;
@@ -92,18 +91,20 @@ void Subscription::on_checked()
 
 void Subscription::on_message(std::string &&key, std::string &&payload)
 {
-    if (phase_ == Phase::refused || phase_ == Phase::cancelled) {
-        return; // asking or trying again reads everything
+    if (phase_ != Phase::refused && phase_ != Phase::cancelled) { // asking or trying again reads everything
+        queue_.push_back({std::move(key), std::move(payload)});
     }
-    queue_.push_back({std::move(key), std::move(payload)});
-    if (phase_ == Phase::live) {
-        (void)deliver_queued();
-    }
+}
+
+void Subscription::on_pong(uint64_t number)
+{
+    pong_ = number;
 }
 
 void Subscription::on_lost()
 {
     subscribed_ = false;
+    pong_ = 0;
     queue_.clear();
     start_over(deliver_all_ && !is_settled());
 }
@@ -113,13 +114,63 @@ void Subscription::on_returned(bool everything)
     start_over(deliver_all_ || everything);
 }
 
+// Within a step this only leaves the mark.
+void Subscription::start_over(bool everything)
+{
+    start_over_due_ = everything || start_over_due_.value_or(false);
+    if (!busy_) {
+        (void)look_at_mark();
+    }
+}
+
+// Whether it starts over.
+bool Subscription::look_at_mark()
+{
+    if (!start_over_due_) {
+        return false;
+    }
+    deliver_all_ = *start_over_due_;
+    start_over_due_.reset();
+    if (phase_ != Phase::cancelled) {
+        phase_ = Phase::asked;
+    }
+    return true;
+}
+
 bool Subscription::advance()
+{
+    for (size_t i = 0; i < steps_per_turn; i++) {
+        busy_ = true;
+        const Step came_to = step();
+        busy_ = false;
+        if (look_at_mark() || came_to == Step::yield) {
+            return true;
+        }
+        if (came_to == Step::wait) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Subscription::deliver_arrived()
+{
+    for (size_t i = 0; i < steps_per_turn && phase_ == Phase::live && !queue_.empty(); i++) {
+        busy_ = true;
+        (void)deliver_next();
+        busy_ = false;
+        (void)look_at_mark();
+    }
+    return !queue_.empty();
+}
+
+Subscription::Step Subscription::step()
 {
     switch (phase_) {
     case Phase::asked:
         return begin();
     case Phase::confirmed:
-        return take_fence();
+        return read_fence();
     case Phase::reading:
         return read();
     case Phase::sweeping:
@@ -129,75 +180,54 @@ bool Subscription::advance()
     case Phase::draining:
         return drain();
     case Phase::live:
-        return stay_live();
+        return serve();
     case Phase::confirming:
     case Phase::refused:
     case Phase::cancelled:
         break;
     }
-    return false;
+    return Step::wait;
 }
 
-void Subscription::start_over(bool everything)
-{
-    round_++;
-    deliver_all_ = everything;
-    if (phase_ != Phase::cancelled) {
-        phase_ = Phase::asked;
-    }
-}
-
-bool Subscription::begin()
+Subscription::Step Subscription::begin()
 {
     if (subscribed_) {
         phase_ = Phase::confirmed;
-        return true;
+        return Step::more;
     }
     phase_ = Phase::confirming;
     if (has_index_) {
-        database_.watch_all(watched_);
+        loop_.subscribe_all(watched_);
     } else {
-        database_.watch(watched_);
+        loop_.subscribe(watched_);
     }
-    return false;
+    return Step::wait;
 }
 
-bool Subscription::take_fence()
+Subscription::Step Subscription::read_fence()
 {
-    const uint64_t round = round_;
-    const int32_t error = read_revision(database_, name_, fence_);
-    if (round != round_) {
-        return false;
-    }
-    if (error != ok) {
+    if (const int32_t error = read_revision(calls_, name_, fence_); error != ok) {
         return fail(error);
     }
     last_ = fence_;
     unverified_ = 0;
     gone_.clear();
+    to_report_.clear();
     to_sweep_.clear();
     to_deliver_.clear();
+    next_to_deliver_ = 0;
+    deletion_due_.reset();
     snapshot_ = {};
     phase_ = Phase::reading;
-    return true;
+    return Step::yield;
 }
 
-bool Subscription::read()
+Subscription::Step Subscription::read()
 {
-    const uint64_t round = round_;
-    const int32_t error = read_slice(database_, name_, snapshot_);
-    if (round != round_) {
-        return false;
-    }
-    if (error != ok) {
+    if (const int32_t error = read_slice(calls_, name_, snapshot_); error != ok) {
         return fail(error);
     }
-    for (const store::LeftOut &what : snapshot_.left_out) {
-        call_back({.command = VX_MOM_CMD_SET, .key = what.key, .error = bad_data, .reason = what.why});
-        if (round != round_) {
-            return false;
-        }
-    }
+    std::move(snapshot_.left_out.begin(), snapshot_.left_out.end(), std::back_inserter(to_report_));
     for (StoredRecord &record : snapshot_.records) {
         if (is_news(record)) {
             to_deliver_.push_back(std::move(record));
@@ -206,7 +236,7 @@ bool Subscription::read()
     if (snapshot_.done) {
         finish_reading();
     }
-    return true;
+    return Step::yield;
 }
 
 // Whether the subscriber does not know it yet. What is newer than the fence comes from the queue.
@@ -221,7 +251,6 @@ bool Subscription::is_news(const StoredRecord &record) const
 void Subscription::finish_reading()
 {
     sort_by_revision(to_deliver_);
-    next_to_deliver_ = 0;
     for (const auto &known : known_) {
         if (snapshot_.present.count(known.first) == 0) {
             to_sweep_.push_back(known.first);
@@ -232,79 +261,70 @@ void Subscription::finish_reading()
     phase_ = Phase::sweeping;
 }
 
-// Reports records that are known and not there any more. One that vanished after the fence is reported here,
-// before everything else, and its deletion in the queue is passed over.
-bool Subscription::sweep()
+// Reports what cannot be read, and then records that are known and not there any more. One that vanished
+// after the fence is reported here, before everything else, and its deletion in the queue is passed over.
+Subscription::Step Subscription::sweep()
 {
-    const uint64_t round = round_;
-    for (size_t i = 0; i < records_per_turn && !to_sweep_.empty(); i++) {
+    if (!to_report_.empty()) {
+        const store::LeftOut what = std::move(to_report_.back());
+        to_report_.pop_back();
+        call_back({.command = VX_MOM_CMD_SET, .key = what.key, .error = bad_data, .reason = what.why});
+    } else if (!to_sweep_.empty()) {
         const std::string key = std::move(to_sweep_.back());
         to_sweep_.pop_back();
         report_gone(key);
-        if (round != round_) {
-            return true;
-        }
-    }
-    if (to_sweep_.empty()) {
+    } else {
         phase_ = Phase::delivering;
     }
-    return true;
+    return Step::more;
 }
 
-bool Subscription::deliver()
+Subscription::Step Subscription::deliver()
 {
-    const uint64_t round = round_;
-    for (size_t i = 0; i < records_per_turn && next_to_deliver_ < to_deliver_.size(); i++) {
-        StoredRecord record = std::move(to_deliver_[next_to_deliver_++]);
-        const About about{record.key, record.revision, record.mark};
-        if (const MessagePtr message = decode_for(VX_MOM_CMD_SET, about, record.fields)) {
-            known_[record.key] = {record.revision, std::move(record.fields)};
-            call_back(VX_MOM_CMD_SET, about, message.get());
-        }
-        if (round != round_) {
-            return true;
-        }
+    if (next_to_deliver_ == to_deliver_.size()) {
+        to_deliver_ = std::vector<StoredRecord>(); // gives the memory back
+        next_to_deliver_ = 0;
+        return read_target();
     }
-    if (next_to_deliver_ < to_deliver_.size()) {
-        return true;
+    StoredRecord record = std::move(to_deliver_[next_to_deliver_++]);
+    const About about{record.key, record.revision, record.mark};
+    std::string why;
+    if (const MessagePtr message = decode(calls_, type_, record.key, record.fields, why)) {
+        known_[record.key] = {record.revision, std::move(record.fields)};
+        call_back(VX_MOM_CMD_SET, about, message.get());
+    } else {
+        call_back_undecodable(VX_MOM_CMD_SET, about, why);
     }
-    to_deliver_ = std::vector<StoredRecord>(); // gives the memory back
-    return finish_delivering();
+    return Step::more;
 }
 
 // All records up to the fence are delivered. Changes up to now come before command 29; the answer to a ping
 // tells that none of them is still on its way.
-bool Subscription::finish_delivering()
+Subscription::Step Subscription::read_target()
 {
-    const uint64_t round = round_;
-    const int32_t error = read_revision(database_, name_, target_);
-    if (round != round_) {
-        return false;
-    }
-    if (error != ok) {
+    if (const int32_t error = read_revision(calls_, name_, target_); error != ok) {
         return fail(error);
     }
     phase_ = Phase::draining;
-    ping_ = database_.ping();
-    return false;
+    ping_ = loop_.ping();
+    return Step::wait;
 }
 
-bool Subscription::drain()
+Subscription::Step Subscription::drain()
 {
-    const uint64_t round = round_;
-    if (deliver_queued() || round != round_) {
-        return true;
+    if (!queue_.empty() || deletion_due_) {
+        return deliver_next();
     }
-    if (!database_.is_answered(ping_)) {
-        return false;
+    if (pong_ < ping_) {
+        return Step::wait;
     }
     if (last_ < target_) {
         return resynchronise("changes did not arrive");
     }
-    return settle();
+    return go_live();
 }
 
-bool Subscription::settle()
+Subscription::Step Subscription::go_live()
 {
     phase_ = Phase::live;
     told_refusal_.clear();
@@ -314,83 +334,74 @@ bool Subscription::settle()
         announce_ = false;
         call_back({.command = VX_MOM_CMD_SUBSCRIBED});
     }
-    return true;
+    return Step::yield;
 }
 
 // Delivers what has come, and asks the server whether it has counted as far as the changes tell: whoever may
 // publish could otherwise have this client believe that a store that comes back has lost something.
-bool Subscription::stay_live()
+Subscription::Step Subscription::serve()
 {
-    const uint64_t round = round_;
-    const bool more = deliver_queued();
-    if (round != round_ || phase_ != Phase::live || unverified_ == 0 ||
-        (more && unverified_ < changes_per_verification)) {
-        return more;
+    if (!queue_.empty() && unverified_ < changes_per_verification) {
+        return deliver_next();
+    }
+    if (unverified_ == 0) {
+        return Step::wait;
     }
     unverified_ = 0;
-    const uint64_t delivered = last_;
     uint64_t counted = 0;
-    const int32_t error = read_revision(database_, name_, counted);
-    if (round != round_) {
-        return false;
-    }
-    if (error != ok) {
+    if (const int32_t error = read_revision(calls_, name_, counted); error != ok) {
         return fail(error);
     }
-    if (counted < delivered) {
+    if (counted < last_) {
         return resynchronise("changes came that the server has not counted");
     }
-    return more;
+    return queue_.empty() ? Step::wait : Step::yield;
 }
 
-// Delivers some changes. Returns whether there are more.
-bool Subscription::deliver_queued()
+// Delivers the change at the front of the queue, or the second half of the one before.
+Subscription::Step Subscription::deliver_next()
 {
-    const uint64_t round = round_;
-    for (size_t i = 0; i < changes_per_turn && !queue_.empty(); i++) {
-        if (!deliver_next() || round != round_) {
-            return true;
-        }
+    if (deletion_due_) {
+        const Change deletion = std::move(*deletion_due_);
+        deletion_due_.reset();
+        deliver_deleted(deletion);
+        return Step::more;
     }
-    return !queue_.empty();
-}
-
-// Delivers the change at the front of the queue. Returns false when it does not follow the last one.
-bool Subscription::deliver_next()
-{
     Change change;
     const bool decoded = decode_change(queue_.front().payload, change);
     change.key = std::move(queue_.front().key);
     queue_.pop_front();
     if (!decoded) {
         // No function of ours writes such a thing. If a change was meant, its number will be missing.
-        LOG_TO(database_.messages(), platform::log_error, "what was published as a change of %s is none",
+        LOG_TO(calls_.messages(), platform::log_error, "what was published as a change of %s is none",
                change.key.c_str());
-        return true;
+        return Step::more;
     }
     if (change.revision <= fence_ && phase_ == Phase::draining) {
-        return true; // in the snapshot already
+        return Step::more; // in the snapshot already
     }
     if (change.revision != last_ + 1) {
-        return resynchronise("a change is missing"), false;
+        return resynchronise("a change is missing");
     }
     last_ = change.revision;
     unverified_++;
-    database_.hear(name_, last_);
+    calls_.hear(name_, last_);
     if (change.command == VX_MOM_CMD_DELETED) {
-        deliver_deleted(std::move(change));
+        deliver_deleted(change);
     } else {
         deliver_written(std::move(change));
     }
-    return true;
+    return Step::more;
 }
 
 void Subscription::deliver_written(Change &&change)
 {
     const About about{change.key, change.revision, change.mark};
     gone_.erase(change.key);
-    const MessagePtr message = decode_for(change.command, about, change.fields);
+    std::string why;
+    const MessagePtr message = decode(calls_, type_, change.key, change.fields, why);
     if (message == nullptr) {
+        call_back_undecodable(change.command, about, why);
         return;
     }
     // Until command 29 a record that was not delivered yet is one that existed: delivered as a whole.
@@ -400,39 +411,33 @@ void Subscription::deliver_written(Change &&change)
     call_back(is_first ? int32_t{VX_MOM_CMD_SET} : change.command, about, message.get());
 }
 
-void Subscription::deliver_deleted(Change &&change)
+void Subscription::deliver_deleted(const Change &change)
 {
     if (gone_.erase(change.key) != 0) {
         return;
     }
-    const auto known = known_.find(change.key);
-    if (known != known_.end() && change.fields.empty()) {
-        change.fields = known->second.fields;
-    }
-    const uint64_t round = round_;
     const About about{change.key, change.revision, change.mark};
-    MessagePtr message = decode_for(VX_MOM_CMD_DELETED, about, change.fields);
-    if (round != round_) {
-        return;
-    }
+    const auto known = known_.find(change.key);
+    const bool is_known = known != known_.end();
+    std::string why;
+    MessagePtr message =
+        decode(calls_, type_, change.key,
+               is_known && change.fields.empty() ? known->second.fields : change.fields, why);
     // Somebody spoilt the record past the client. The user has it as it was and must be told that it is gone.
-    if (message == nullptr && known != known_.end()) {
-        message = decode_for(VX_MOM_CMD_DELETED, about, known->second.fields);
-        if (round != round_) {
-            return;
-        }
+    if (message == nullptr && is_known) {
+        message = decode(calls_, type_, change.key, known->second.fields, why);
     }
-    // Until command 29 a record that was not delivered yet is one that existed at the fence: nothing has
-    // changed it since, so it is delivered as it then was, and its deletion after that.
-    if (message != nullptr && phase_ == Phase::draining && known == known_.end()) {
+    if (message == nullptr) {
+        known_.erase(change.key);
+        call_back_undecodable(VX_MOM_CMD_DELETED, about, why);
+    } else if (phase_ == Phase::draining && !is_known) {
+        // Until command 29 a record that was not delivered yet is one that existed at the fence: nothing has
+        // changed it since, so it is delivered as it then was, and its deletion after that.
         known_[change.key] = {change.revision, change.fields};
+        deletion_due_ = change;
         call_back(VX_MOM_CMD_SET, {change.key}, message.get());
-        if (round != round_) {
-            return; // starting over tells of the deletion
-        }
-    }
-    known_.erase(change.key);
-    if (message != nullptr) {
+    } else {
+        known_.erase(change.key);
         call_back(VX_MOM_CMD_DELETED, about, message.get());
     }
 }
@@ -446,48 +451,34 @@ void Subscription::report_gone(const std::string &key)
     const Fields fields = std::move(known->second.fields);
     known_.erase(known);
     gone_.insert(key);
-    if (const MessagePtr message = decode_for(VX_MOM_CMD_DELETED, {key}, fields)) {
+    std::string why;
+    if (const MessagePtr message = decode(calls_, type_, key, fields, why)) {
         call_back(VX_MOM_CMD_DELETED, {key}, message.get());
+    } else {
+        call_back_undecodable(VX_MOM_CMD_DELETED, {key}, why);
     }
 }
 
 // The store did not answer: the connection counts as lost, and all begins anew with its return. A refusal
 // would only be repeated, so it ends the subscription until it is asked again.
-bool Subscription::fail(int32_t error)
+Subscription::Step Subscription::fail(int32_t error)
 {
     if (error == refused) {
         on_refused("the records cannot be read");
-        return true;
+        return Step::yield;
     }
-    database_.drop("the records cannot be read");
-    return false;
+    loop_.drop("the records cannot be read");
+    return Step::wait;
 }
 
-bool Subscription::resynchronise(const char *why)
+Subscription::Step Subscription::resynchronise(const char *why)
 {
-    LOG_TO(database_.messages(), platform::log_warn, "subscription to %s: %s, starting over",
-           watched_.c_str(), why);
-    const uint64_t round = round_;
-    if (database_.confirm_data_set() && round == round_) {
+    LOG_TO(calls_.messages(), platform::log_warn, "subscription to %s: %s, starting over", watched_.c_str(),
+           why);
+    if (calls_.confirm_data_set()) {
         start_over(deliver_all_);
     }
-    return true;
-}
-
-// Decodes a record for a notification; when that fails, notifies of that and returns null.
-MessagePtr Subscription::decode_for(int32_t command, const About &about, const Fields &fields)
-{
-    std::string why;
-    MessagePtr message = decode(database_, type_, about.key, fields, why);
-    if (message == nullptr) {
-        call_back({.command = command,
-                   .key = about.key,
-                   .revision = about.revision,
-                   .mark = about.mark,
-                   .error = bad_data,
-                   .reason = why});
-    }
-    return message;
+    return Step::yield;
 }
 
 void Subscription::call_back(int32_t command, const About &about, const ProtobufCMessage *record)
@@ -499,16 +490,26 @@ void Subscription::call_back(int32_t command, const About &about, const Protobuf
                .mark = about.mark});
 }
 
+void Subscription::call_back_undecodable(int32_t command, const About &about, const std::string &why)
+{
+    call_back({.command = command,
+               .key = about.key,
+               .revision = about.revision,
+               .mark = about.mark,
+               .error = bad_data,
+               .reason = why});
+}
+
 void Subscription::call_back(const store::Change &news)
 {
     store::Change change = news;
-    change.database = database_.number();
+    change.database = calls_.number();
     change.type = &type_;
     change.existing = phase_ != Phase::live;
     const auto handler = handler_; // kept: it may ask for another one
     if (handler != nullptr) {
-        const platform::Handling handling(database_.context(), activity_for(change));
-        platform::call_handler(database_.context(), [&] { (*handler)(change); });
+        const platform::Handling handling(calls_.context(), activity_for(change));
+        platform::call_handler(calls_.context(), [&] { (*handler)(change); });
     }
 }
 

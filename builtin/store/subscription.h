@@ -7,6 +7,10 @@
 // Revisions are contiguous, so a gap shows a loss; then it starts over, delivering only differences. Listing
 // first and subscribing afterwards would lose what happens in between.
 //
+// A step calls the subscriber, or the store, at most once, as the last thing that it does: what that brings
+// about (a loss, another question, an end) only leaves a mark, which is looked at in one place, after each
+// step.
+//
 // Whoever may write a record may publish whatever he likes as its changes. So a change is believed about its
 // record, but what it says of the type's revision is compared with the server's own count afterwards.
 #ifndef STORE_SUBSCRIPTION_H
@@ -15,6 +19,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -23,6 +28,7 @@
 
 #include "store/change.h"
 #include "store/codec/payload.h"
+#include "store/connection/async_connection.h"
 #include "store/snapshot.h"
 
 namespace vx_mom
@@ -31,13 +37,13 @@ namespace vx_mom
 class Subscription
 {
 public:
-    // Does nothing before ask().
-    Subscription(Database &database, const ProtobufCMessageDescriptor &type);
+    // Does nothing before ask(). `calls` reads the records; on `loop` the changes come. Both outlive it.
+    Subscription(Calls &calls, AsyncConnection &loop, const ProtobufCMessageDescriptor &type);
 
     const ProtobufCMessageDescriptor &type() const { return type_; }
     // The channel, or the pattern of channels, on which its changes come.
     const std::string &watched() const { return watched_; }
-    // Whether it is in place or was refused, so that the next one in the queue may begin.
+    // Whether it is in place, refused or cancelled, so that the next one in the queue may begin.
     bool is_settled() const
     {
         return phase_ == Phase::live || phase_ == Phase::refused || phase_ == Phase::cancelled;
@@ -56,14 +62,18 @@ public:
     void on_refused(const std::string &problem);
     // Some time has passed: what was refused is tried again now and then.
     void on_checked();
-    // A change arrived: delivered at once when the subscription is in place, kept otherwise.
+    // A change arrived: kept until the next of these two.
     void on_message(std::string &&key, std::string &&payload);
+    // The answer to a ping arrived, after all changes that were published before it.
+    void on_pong(uint64_t number);
     // The connection is lost: what is queued is void.
     void on_lost();
     // The connection is back; `everything` when the data is another, so that revisions compare no more.
     void on_returned(bool everything);
-    // One piece of work. Returns whether there is more to do at once. Calls the subscriber back.
+    // Some work. Returns whether there is more to do at once. Calls the subscriber back.
     bool advance();
+    // Delivers changes that have arrived, if it is in place. Returns whether there are more.
+    bool deliver_arrived();
 
 private:
     enum class Phase {
@@ -78,6 +88,8 @@ private:
         refused,
         cancelled
     };
+    // What a step comes to: go on at once, leave the rest to another turn, or wait for something to happen.
+    enum class Step { more, yield, wait };
 
     struct Arrived {
         std::string key;
@@ -98,29 +110,31 @@ private:
     };
 
     void start_over(bool everything);
-    bool begin();
-    bool take_fence();
-    bool read();
+    bool look_at_mark();
+    Step step();
+    Step begin();
+    Step read_fence();
+    Step read();
     bool is_news(const StoredRecord &record) const;
     void finish_reading();
-    bool sweep();
-    bool deliver();
-    bool finish_delivering();
-    bool drain();
-    bool stay_live();
-    bool deliver_queued();
-    bool deliver_next();
+    Step sweep();
+    Step deliver();
+    Step read_target();
+    Step drain();
+    Step serve();
+    Step go_live();
+    Step deliver_next();
     void deliver_written(Change &&change);
-    void deliver_deleted(Change &&change);
-    bool settle();
-    bool fail(int32_t error);
-    bool resynchronise(const char *why);
-    MessagePtr decode_for(int32_t command, const About &about, const Fields &fields);
+    void deliver_deleted(const Change &change);
+    Step fail(int32_t error);
+    Step resynchronise(const char *why);
     void call_back(int32_t command, const About &about, const ProtobufCMessage *record);
-    void call_back(const store::Change &change);
+    void call_back_undecodable(int32_t command, const About &about, const std::string &why);
+    void call_back(const store::Change &news);
     void report_gone(const std::string &key);
 
-    Database &database_;
+    Calls &calls_;
+    AsyncConnection &loop_;
     const ProtobufCMessageDescriptor &type_;
     std::string name_;
     bool has_index_;
@@ -128,18 +142,22 @@ private:
     std::shared_ptr<const store::ChangeHandler> handler_;
     uint64_t times_asked_ = 0;
     Phase phase_ = Phase::cancelled;
-    uint64_t round_ = 0;      // grows whenever it starts over: a callback may have made it do so
-    bool subscribed_ = false; // the channel is confirmed on the present connection
-    bool deliver_all_ = true; // or only what differs from what is known
-    bool announce_ = true;    // command 29 is owed
-    uint64_t ping_ = 0;       // the ping whose answer ends the waiting for changes on their way
-    uint64_t last_ = 0;       // revision of the last change delivered or covered by the snapshot
+    bool busy_ = false;                  // in a step
+    std::optional<bool> start_over_due_; // the mark: with everything, or with what differs
+    bool subscribed_ = false;            // the channel is confirmed on the present connection
+    bool deliver_all_ = true;            // or only what differs from what is known
+    bool announce_ = true;               // command 29 is owed
+    uint64_t ping_ = 0;                  // the ping whose answer ends the waiting for changes on their way
+    uint64_t pong_ = 0;                  // the last one answered
+    uint64_t last_ = 0;                  // revision of the last change delivered or covered by the snapshot
     uint64_t fence_ = 0;
     uint64_t target_ = 0;     // changes up to here come before command 29
     uint64_t unverified_ = 0; // changes delivered since the server's own count was last asked for
     std::deque<Arrived> queue_;
+    std::optional<Change> deletion_due_; // of a record that was only just delivered
     std::unordered_map<std::string, Known> known_;
     Snapshot snapshot_;
+    std::vector<store::LeftOut> to_report_;
     std::vector<StoredRecord> to_deliver_; // in the order of their changes
     size_t next_to_deliver_ = 0;
     std::vector<std::string> to_sweep_;

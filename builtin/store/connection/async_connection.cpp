@@ -36,17 +36,16 @@ bool is_kind(const redisReply &reply, const char *kind, size_t elements)
 } // namespace
 
 AsyncConnection::AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
-                                 milliseconds handshake_limit, AsyncObserver &observer,
-                                 platform::Messages &messages)
+                                 milliseconds handshake_limit, platform::Messages &messages)
     : base_(base), visitor_(visitor), database_(database), handshake_limit_(handshake_limit),
-      observer_(observer), messages_(messages), pause_(first_pause),
-      timer_(event_new(base, -1, 0, timer_cb, this))
+      messages_(messages), pause_(first_pause), timer_(event_new(base, -1, 0, timer_cb, this))
 {
 }
 
-void AsyncConnection::begin()
+void AsyncConnection::begin(AsyncObserver &observer)
 {
     if (state_ == State::idle) {
+        observer_ = &observer;
         state_ = State::pausing;
         arm_timer(milliseconds(0));
     }
@@ -75,12 +74,13 @@ void AsyncConnection::subscribe_all(const std::string &pattern)
     }
 }
 
-void AsyncConnection::ping()
+uint64_t AsyncConnection::ping()
 {
     if (is_up()) {
         link_->append({"PING"});
         watch();
     }
+    return ++pings_;
 }
 
 // No exception may reach the loop, which is C.
@@ -264,32 +264,36 @@ void AsyncConnection::finish_greeting()
         retry("the server that the sentinels name is no master", false);
         return;
     }
-    const std::string id = text_of(answers[2].get());
+    run_ = server.run();
+    data_set_id_ = text_of(answers[2].get());
+    pings_ = 0;
     greeting_replies_.clear();
     state_ = State::up;
     up_since_ = std::chrono::steady_clock::now();
     unanswered_ = 0;
     arm_timer(health_period);
-    observer_.on_up(server.run(), id);
+    observer_->on_up();
 }
 
 void AsyncConnection::take_message(const redisReply &reply)
 {
     if (is_kind(reply, "pmessage", 4)) {
-        observer_.on_message(view_of(reply.element[1]), view_of(reply.element[2]), view_of(reply.element[3]));
+        observer_->on_message(view_of(reply.element[1]), view_of(reply.element[2]),
+                              view_of(reply.element[3]));
     } else if (is_kind(reply, "message", 3)) {
-        observer_.on_message(view_of(reply.element[1]), view_of(reply.element[1]), view_of(reply.element[2]));
+        observer_->on_message(view_of(reply.element[1]), view_of(reply.element[1]),
+                              view_of(reply.element[2]));
     } else if (is_kind(reply, "subscribe", 3) || is_kind(reply, "psubscribe", 3)) {
-        observer_.on_subscribed(view_of(reply.element[1]));
+        observer_->on_subscribed(view_of(reply.element[1]));
     } else if (view_of(&reply) == health_mark ||
                (is_kind(reply, "pong", 2) && view_of(reply.element[1]) == health_mark)) {
         unanswered_ = 0;
-        observer_.on_checked();
+        observer_->on_checked();
     } else if (is_kind(reply, "pong", 2)) {
-        observer_.on_pong();
+        observer_->on_pong();
     } else if (is_error(&reply)) {
         // Nothing but subscriptions and pings is sent, and a ping is never refused.
-        observer_.on_refused(text_of(&reply));
+        observer_->on_refused(text_of(&reply));
     }
 }
 
@@ -306,9 +310,9 @@ void AsyncConnection::retry(const std::string &problem, bool lasting)
     arm_timer(pause_);
     pause_ = std::min(pause_ * 2, longest_pause);
     if (was_up) {
-        observer_.on_lost(problem);
+        observer_->on_lost(problem);
     } else {
-        observer_.on_failed(problem, lasting);
+        observer_->on_failed(problem, lasting);
     }
 }
 

@@ -33,8 +33,8 @@ public:
     AsyncObserver &operator=(const AsyncObserver &) = delete;
     virtual ~AsyncObserver() = default;
 
-    // The connection stands, to this server run, whose data has this identity (empty when it has none yet).
-    virtual void on_up(const std::string &run, const std::string &data_set_id) = 0;
+    // The connection stands.
+    virtual void on_up() = 0;
     // A connection that stood is lost.
     virtual void on_lost(const std::string &problem) = 0;
     // A connection could not be made; `lasting` when trying again will hardly help.
@@ -44,7 +44,7 @@ public:
     virtual void on_refused(const std::string &problem) = 0;
     // A message on a channel that belongs to what is watched.
     virtual void on_message(std::string_view watched, std::string_view channel, std::string_view payload) = 0;
-    // The answer to a ping(); they come in the order asked, after all messages published before.
+    // The answer to a ping(); they come in the order sent, after all messages published before.
     virtual void on_pong() = 0;
     // The connection was found alive; comes every second or so.
     virtual void on_checked() = 0;
@@ -54,18 +54,24 @@ class AsyncConnection
 {
 public:
     AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
-                    std::chrono::milliseconds handshake_limit, AsyncObserver &observer,
-                    platform::Messages &messages);
+                    std::chrono::milliseconds handshake_limit, platform::Messages &messages);
 
-    // Connects from the loop, and again whenever the connection is lost. Does nothing when already begun.
-    void begin();
+    // Connects from the loop, and again whenever the connection is lost, and tells the observer, which
+    // outlives it. Does nothing when already begun.
+    void begin(AsyncObserver &observer);
+    bool is_begun() const { return state_ != State::idle; }
     bool is_up() const { return state_ == State::up; }
+    // Of the present connection, or the last: the server run, and the data's identity (empty when it had none
+    // yet).
+    const std::string &run() const { return run_; }
+    const std::string &data_set_id() const { return data_set_id_; }
     // Cuts the connection, as if it had been lost.
     void drop(const std::string &problem);
     // Watches one channel, or all that match a pattern.
     void subscribe(const std::string &channel);
     void subscribe_all(const std::string &pattern);
-    void ping();
+    // Returns its number on the present connection, from 1.
+    uint64_t ping();
 
 private:
     enum class State { idle, pausing, searching, connecting, greeting, up };
@@ -93,7 +99,7 @@ private:
     const Visitor &visitor_;
     int32_t database_;
     std::chrono::milliseconds handshake_limit_;
-    AsyncObserver &observer_;
+    AsyncObserver *observer_ = nullptr; // not null once begun
     platform::Messages &messages_;
     State state_ = State::idle;
     std::chrono::milliseconds pause_;
@@ -103,6 +109,9 @@ private:
     std::vector<Reply> greeting_replies_; // to both, as far as they have come
     std::optional<MasterSearch> search_;
     std::chrono::steady_clock::time_point search_limit_;
+    std::string run_;
+    std::string data_set_id_;
+    uint64_t pings_ = 0;
     int unanswered_ = 0; // checks of the connection's health since the last one that was answered
     platform::Event timer_;
     std::optional<Link> link_;

@@ -1,13 +1,13 @@
-// The calls' side of a database; see the header. A call is repeated only after its connection broke or
-// another server took over, never after a mere silence: a command that is still on its way to a paused server
-// would otherwise be carried out a second time, later, over somebody's newer write.
+// The calls on one database; see the header.
+#include "store/calls.h"
+
 #include <poll.h>
 
 #include <algorithm>
 
 #include "loop/platform_context.h"
 #include "store/codec/names.h"
-#include "store/database.h"
+#include "store/codec/value.h"
 #include "store/functions.h"
 #include "store/origin.h"
 
@@ -64,7 +64,13 @@ bool is_missing_function(const redisReply *reply)
 
 } // namespace
 
-int32_t Database::connect()
+Calls::Calls(Shared &shared, int32_t number, AsyncConnection &loop)
+    : shared_(shared), number_(number), loop_(loop), sync_(shared.visitor, number),
+      channel_prefix_(channel_prefix(number))
+{
+}
+
+int32_t Calls::connect()
 {
     const Answer answer = ask({{"PING"}}, Purpose::read);
     if (answer.error == ok && is_error(answer.replies[0].get())) {
@@ -79,7 +85,7 @@ int32_t Database::connect()
     return answer.error;
 }
 
-void Database::tell_starter(const std::string &problem)
+void Calls::tell_starter(const std::string &problem)
 {
     if (problem != shared_.told_starter) {
         shared_.told_starter = problem;
@@ -87,9 +93,9 @@ void Database::tell_starter(const std::string &problem)
     }
 }
 
-Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
+Answer Calls::ask(const std::vector<Command> &commands, Purpose purpose)
 {
-    if (other_data_) {
+    if (data_ == Data::doubted) {
         return {other_data_set, {}};
     }
     const Clock::time_point began = Clock::now();
@@ -125,7 +131,7 @@ Answer Database::ask(const std::vector<Command> &commands, Purpose purpose)
     }
 }
 
-int32_t Database::change(Command &&call, const std::string &type)
+int32_t Calls::change(Command &&call, const std::string &type)
 {
     std::vector<Command> commands;
     commands.push_back(std::move(call));
@@ -164,13 +170,76 @@ int32_t Database::change(Command &&call, const std::string &type)
     }
     // A server that was emptied while it ran is noticed by its counting anew; one that recognised a
     // repetition may tell an old number, too.
-    if (is_behind && wanted_) {
+    if (is_behind && loop_.is_begun()) {
         (void)confirm_data_set();
     }
     return ok;
 }
 
-std::string Database::new_mark()
+bool Calls::confirm_data_set()
+{
+    const Answer answer = ask(data_set_.questions(), Purpose::read);
+    DataSet::Answers answers;
+    std::string problem = "no answer";
+    if (answer.error != ok || !data_set_.read(answer.replies, answers, problem)) {
+        loop_.drop("the store's data cannot be identified: " + problem);
+        return false;
+    }
+    if (!data_set_.is_same(answers, false)) {
+        data_ = Data::doubted;
+        loop_.drop("the store holds other data");
+        return false;
+    }
+    return true;
+}
+
+Calls::Returned Calls::examine_returned()
+{
+    bool other = data_ == Data::doubted;
+    data_ = Data::examined;
+    if (!identify_returned(other)) {
+        data_ = other ? Data::doubted : Data::believed;
+        return Returned::unidentified;
+    }
+    data_ = Data::believed;
+    const bool is_same = !other && !write_given_up_;
+    write_given_up_ = false;
+    return is_same ? Returned::same : Returned::other;
+}
+
+// Compares the data that came back with the known data and adopts it. `other` becomes true when it differs.
+// Returns false when the store did not answer, or both connections do not see the same data.
+bool Calls::identify_returned(bool &other)
+{
+    Answer answer = ask(data_set_.questions(), Purpose::read);
+    if (answer.error == other_data_set || other) {
+        other = true;
+        data_ = Data::examined;
+        data_set_ = DataSet();
+        sync_.close();
+        answer = ask(data_set_.questions(), Purpose::read);
+    }
+    DataSet::Answers answers;
+    std::string problem = "no answer";
+    if (answer.error != ok || !loop_.is_up() || !data_set_.read(answer.replies, answers, problem)) {
+        loop_.drop("the store's data cannot be identified: " + problem);
+        return false;
+    }
+    // The identity may have been given after the connection on the loop asked for it.
+    if (loop_.run() != answers.server.run() ||
+        (!loop_.data_set_id().empty() && loop_.data_set_id() != answers.id)) {
+        sync_.close();
+        loop_.drop("the connections reach different data");
+        return false;
+    }
+    if (!data_set_.is_same(answers)) {
+        other = true;
+        data_set_.adopt(answers);
+    }
+    return true;
+}
+
+std::string Calls::new_mark()
 {
     using platform::Activity;
     const Activity &activity = platform::activity_of(shared_.global);
@@ -184,7 +253,7 @@ std::string Database::new_mark()
 }
 
 // The server has lost its functions. One who may loads them; who may not waits for one who may.
-Answer Database::load_and_call(const std::vector<Command> &call)
+Answer Calls::load_and_call(const std::vector<Command> &call)
 {
     for (;;) {
         const Answer loaded = ask({load_functions()}, Purpose::write);
@@ -210,7 +279,7 @@ Answer Database::load_and_call(const std::vector<Command> &call)
     }
 }
 
-void Database::end_outage(Purpose purpose)
+void Calls::end_outage(Purpose purpose)
 {
     // A server that answers reads may refuse writes still.
     if (purpose == Purpose::read && writes_refused_) {
@@ -221,7 +290,7 @@ void Database::end_outage(Purpose purpose)
     told_problem_.clear();
 }
 
-void Database::note_replicas(const redisReply *reply)
+void Calls::note_replicas(const redisReply *reply)
 {
     const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < shared_.replicas.count;
     if (missed && !shared_.replicas.is_missed) {
@@ -235,8 +304,8 @@ void Database::note_replicas(const redisReply *reply)
     shared_.replicas.is_missed = missed;
 }
 
-Exchange Database::attempt(const std::vector<Command> &commands, Clock::time_point deadline,
-                           std::vector<Reply> &replies)
+Exchange Calls::attempt(const std::vector<Command> &commands, Clock::time_point deadline,
+                        std::vector<Reply> &replies)
 {
     if (!sync_.is_open()) {
         const Exchange opened = open(deadline);
@@ -247,7 +316,7 @@ Exchange Database::attempt(const std::vector<Command> &commands, Clock::time_poi
     return sync_.exchange(commands, deadline, replies);
 }
 
-Exchange Database::open(Clock::time_point deadline)
+Exchange Calls::open(Clock::time_point deadline)
 {
     const Exchange opened = sync_.open(deadline);
     if (opened != Exchange::answered) {
@@ -265,18 +334,19 @@ Exchange Database::open(Clock::time_point deadline)
     if (identified != Exchange::answered) {
         return identified;
     }
-    if (async_.is_up() && async_run_ != answers.server.run()) {
-        drop("calls reach another server by now");
+    if (loop_.is_up() && loop_.run() != answers.server.run()) {
+        loop_.drop("calls reach another server by now");
     }
     if (!data_set_.is_known() || data_set_.is_same(answers)) {
         data_set_.adopt(answers);
         return Exchange::answered;
     }
     // The call that found out fails in any case: it was meant for the data that is gone.
-    if (wanted_) {
-        other_data_ = true;
-        if (!settling_) {
-            drop("the store holds other data");
+    if (loop_.is_begun()) {
+        const bool is_examined = data_ == Data::examined;
+        data_ = Data::doubted;
+        if (!is_examined) {
+            loop_.drop("the store holds other data");
         }
     } else {
         data_set_.adopt(answers);
@@ -286,7 +356,7 @@ Exchange Database::open(Clock::time_point deadline)
 }
 
 // Asks the open connection for the data's identity.
-Exchange Database::identify(Clock::time_point deadline, DataSet::Answers &answers)
+Exchange Calls::identify(Clock::time_point deadline, DataSet::Answers &answers)
 {
     std::vector<Reply> replies;
     const Exchange result = sync_.exchange(data_set_.questions(), deadline, replies);
@@ -314,7 +384,7 @@ Exchange Database::identify(Clock::time_point deadline, DataSet::Answers &answer
 // Whether the server may be taken for the master of its group. A master that died and was restarted answers
 // at once, with nothing left, while the others agree on its successor: a server without the group's data is
 // believed only if it is the process that the sentinels see.
-bool Database::is_believable(const DataSet::Answers &answers, std::string &problem) const
+bool Calls::is_believable(const DataSet::Answers &answers, std::string &problem) const
 {
     const std::optional<Master> &master = sync_.master();
     if (!master) {
@@ -336,7 +406,7 @@ bool Database::is_believable(const DataSet::Answers &answers, std::string &probl
 
 // The server process is new, or has none of the present functions: registers it, with them. A user without
 // the right to that leaves it to those who have.
-Exchange Database::register_run(Clock::time_point deadline, DataSet::Answers &answers)
+Exchange Calls::register_run(Clock::time_point deadline, DataSet::Answers &answers)
 {
     std::vector<Reply> replies;
     const Exchange result =
@@ -350,21 +420,21 @@ Exchange Database::register_run(Clock::time_point deadline, DataSet::Answers &an
     return identify(deadline, answers);
 }
 
-Answer Database::give_up(Purpose purpose, const std::string &problem)
+Answer Calls::give_up(Purpose purpose, const std::string &problem)
 {
     LOG_TO(shared_.messages, platform::log_error, "database %d: %s given up: %s: %s", number_,
            purpose == Purpose::write ? "write" : "read", shared_.visitor.endpoint.text.c_str(),
            problem.c_str());
     if (purpose == Purpose::write) {
         write_given_up_ = true;
-        drop("a write was given up");
+        loop_.drop("a write was given up");
     }
     return {timed_out, {}};
 }
 
-Answer Database::refuse()
+Answer Calls::refuse()
 {
-    if (other_data_ || sync_.is_open()) {
+    if (data_ == Data::doubted || sync_.is_open()) {
         sync_.close();
         return {other_data_set, {}};
     }
@@ -372,7 +442,7 @@ Answer Database::refuse()
     return {sync_.rejection(), {}};
 }
 
-void Database::tell_once(const std::string &problem)
+void Calls::tell_once(const std::string &problem)
 {
     if (problem != told_problem_) {
         told_problem_ = problem;

@@ -1,0 +1,136 @@
+// The calls on one database: ridden out over a lost connection, and what is known of the data.
+//
+// A call is repeated only after its connection broke or another server took over, never after a mere silence:
+// a command that is still on its way to a paused server would otherwise be carried out a second time, later,
+// over somebody's newer write.
+//
+// Whatever makes a call doubt the data cuts the connection on the loop, so that its loss and return are
+// reported; the return has the data examined.
+#ifndef STORE_CALLS_H
+#define STORE_CALLS_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "log/messages.h"
+#include "store/connection/async_connection.h"
+#include "store/connection/errors.h"
+#include "store/connection/outage.h"
+#include "store/connection/sync_connection.h"
+#include "store/data_set.h"
+#include "vx_thread.h"
+
+namespace vx_mom
+{
+
+// How many replicas must have a write before the call returns, and how long it waits for them.
+struct ReplicaWait {
+    int count = 0;
+    std::chrono::milliseconds limit{0};
+    bool is_missed = false; // they did not confirm the last write
+};
+
+// What the databases of a client share. All of it outlives them.
+struct Shared {
+    vx_global_t *global;
+    event_base *base;
+    platform::Messages messages;
+    Visitor visitor;
+    Outage outage;
+    ReplicaWait replicas;
+    std::function<void()> schedule_turn; // has turn() called soon, from the loop
+    // Since when the server has no functions and refuses to be given them.
+    std::optional<Clock::time_point> lacks_functions_since{};
+    std::string instance{};     // of the client, which its marks begin with
+    uint64_t writes = 0;        // that have been given a mark
+    std::string told_starter{}; // the problem that whoever started the program was told of last
+};
+
+struct Answer {
+    int32_t error = ok; // of the transport; an error of the server is a reply
+    std::vector<Reply> replies;
+};
+
+enum class Purpose { read, write };
+
+class Calls
+{
+public:
+    // loop  the database's connection on the loop. Both outlive the object.
+    Calls(Shared &shared, int32_t number, AsyncConnection &loop);
+
+    int32_t number() const { return number_; }
+    vx_global_t *context() const { return shared_.global; }
+    platform::Messages &messages() const { return shared_.messages; }
+    // What the channels of this database begin with.
+    const std::string &channels() const { return channel_prefix_; }
+
+    // Waits for the connection of the calls. Returns ok or an error.
+    int32_t connect();
+    // Sends commands in one go and waits for all replies, whatever happens to the connection meanwhile.
+    Answer ask(const std::vector<Command> &commands, Purpose purpose);
+    // Makes a call of a function that changes records of the named type. Returns ok or an error.
+    int32_t change(Command &&call, const std::string &type);
+    // What the next write says of itself: who makes it, and what is being handled; see store/origin.h. No
+    // other write bears it: the server knows by it a write that is repeated.
+    std::string new_mark();
+    // A revision of a type was told by the server, or came with a change.
+    void learn(const std::string &type, uint64_t revision) { data_set_.learn(type, revision); }
+    void hear(const std::string &type, uint64_t revision) { data_set_.hear(type, revision); }
+
+    // Whether the data is still the known one; if not, or if that cannot be told, the connection on the loop
+    // is cut.
+    bool confirm_data_set();
+    // What the data that came back with the connection on the loop is.
+    enum class Returned {
+        same,         // the known data, and no write was given up meanwhile
+        other,        // other data, or a write is missing in it
+        unidentified, // nobody can tell: that connection has been cut, and has to come back once more
+    };
+    // Compares it with the known data and adopts it.
+    Returned examine_returned();
+    // Logs a problem, unless it was the last one that was.
+    void tell_once(const std::string &problem);
+
+private:
+    // What is thought of the data.
+    enum class Data {
+        believed,
+        doubted,  // it is another one: calls fail until it has come back and was examined
+        examined, // just now
+    };
+
+    Exchange attempt(const std::vector<Command> &commands, Clock::time_point deadline,
+                     std::vector<Reply> &replies);
+    Exchange open(Clock::time_point deadline);
+    Exchange identify(Clock::time_point deadline, DataSet::Answers &answers);
+    bool is_believable(const DataSet::Answers &answers, std::string &problem) const;
+    Exchange register_run(Clock::time_point deadline, DataSet::Answers &answers);
+    Answer load_and_call(const std::vector<Command> &call);
+    bool identify_returned(bool &other);
+    void note_replicas(const redisReply *reply);
+    Answer give_up(Purpose purpose, const std::string &problem);
+    Answer refuse();
+    void end_outage(Purpose purpose);
+    void tell_starter(const std::string &problem);
+
+    Shared &shared_;
+    int32_t number_;
+    AsyncConnection &loop_;
+    SyncConnection sync_;
+    DataSet data_set_;
+    Data data_ = Data::believed;
+    bool write_given_up_ = false; // since the data was examined
+    bool writes_refused_ = false; // by a server that answers, for a reason that may pass
+    std::string told_problem_;    // the last one logged, so that each is logged once
+    std::string told_oddity_;
+    std::string channel_prefix_;
+};
+
+} // namespace vx_mom
+
+#endif

@@ -1,0 +1,233 @@
+// What the connection on the loop brings; see the header.
+#include "store/inbox.h"
+
+#include <algorithm>
+
+#include "loop/platform_context.h"
+
+namespace vx_mom
+{
+
+namespace
+{
+
+constexpr size_t arrivals_per_turn = 64;
+
+}
+
+Inbox::Inbox(Shared &shared, Calls &calls, AsyncConnection &loop)
+    : shared_(shared), calls_(calls), loop_(loop)
+{
+}
+
+void Inbox::begin()
+{
+    loop_.begin(*this);
+}
+
+void Inbox::set_handler(store::ConnectionHandler handler)
+{
+    handler_ = handler ? std::make_shared<const store::ConnectionHandler>(std::move(handler)) : nullptr;
+}
+
+void Inbox::tell(const store::ConnectionEvent &event)
+{
+    if (const auto handler = handler_) { // kept: it may set another one
+        const platform::Handling handling(shared_.global, {platform::Activity::Kind::connection});
+        platform::call_handler(shared_.global, [&] { (*handler)(event); });
+    }
+}
+
+std::shared_ptr<Subscription> Inbox::subscribe(const ProtobufCMessageDescriptor &type,
+                                               store::ChangeHandler handler)
+{
+    begin();
+    const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
+                                    [&](const auto &known) { return &known->type() == &type; });
+    std::shared_ptr<Subscription> asked;
+    if (found != subscriptions_.end()) {
+        asked = *found;
+        subscriptions_.erase(found);
+    } else {
+        asked = std::make_shared<Subscription>(calls_, loop_, type);
+    }
+    subscriptions_.push_back(asked);
+    asked->ask(std::move(handler));
+    shared_.schedule_turn();
+    return asked;
+}
+
+bool Inbox::turn()
+{
+    report_loss();
+    if (state_ == State::arrived && !open()) {
+        return false;
+    }
+    if (state_ != State::open) {
+        return false;
+    }
+    const bool more = hand_out();
+    return advance_subscriptions() || more;
+}
+
+// An outage ends when a call is answered: the server may be none to be believed.
+void Inbox::on_up()
+{
+    pongs_ = 0;
+    state_ = State::arrived;
+    shared_.schedule_turn();
+}
+
+void Inbox::on_lost(const std::string &problem)
+{
+    const std::string loss = shared_.visitor.endpoint.text + ": " + problem;
+    shared_.outage.begin(Clock::now(), loss);
+    arrivals_.clear();
+    if (state_ == State::open) {
+        loss_due_ = loss;
+    }
+    state_ = State::down;
+    for (const auto &subscription : subscriptions_) {
+        subscription->on_lost();
+    }
+    shared_.schedule_turn();
+}
+
+void Inbox::on_failed(const std::string &problem, bool lasting)
+{
+    if (lasting) {
+        calls_.tell_once(problem);
+        return;
+    }
+    shared_.outage.begin(Clock::now(), shared_.visitor.endpoint.text + ": " + problem);
+}
+
+void Inbox::on_subscribed(std::string_view watched)
+{
+    note_heard();
+    if (const auto subscription = subscription_of(watched)) {
+        subscription->on_confirmed();
+        shared_.schedule_turn();
+    }
+}
+
+void Inbox::on_refused(const std::string &problem)
+{
+    const auto waiting = std::find_if(subscriptions_.begin(), subscriptions_.end(),
+                                      [](const auto &known) { return known->awaits_confirmation(); });
+    if (waiting != subscriptions_.end()) {
+        (*waiting)->on_refused(problem);
+        shared_.schedule_turn();
+    }
+}
+
+void Inbox::on_message(std::string_view watched, std::string_view channel, std::string_view payload)
+{
+    note_heard();
+    if (auto receiver = subscription_of(watched)) {
+        channel.remove_prefix(std::min(channel.size(), calls_.channels().size()));
+        arrivals_.push_back({std::move(receiver), std::string(channel), std::string(payload)});
+        shared_.schedule_turn();
+    }
+}
+
+void Inbox::on_pong()
+{
+    note_heard();
+    arrivals_.push_back({});
+    shared_.schedule_turn();
+}
+
+// Something was refused for good, it seemed; but whoever refused it may have changed his mind.
+void Inbox::on_checked()
+{
+    note_heard();
+    for (const auto &subscription : subscriptions_) {
+        subscription->on_checked();
+    }
+    shared_.schedule_turn();
+}
+
+void Inbox::note_heard()
+{
+    if (arrivals_.empty()) {
+        heard_at_ = Clock::now();
+    }
+}
+
+void Inbox::report_loss()
+{
+    if (loss_due_) {
+        const std::string reason = std::move(*loss_due_);
+        loss_due_.reset();
+        tell({store::ConnectionEvent::Kind::lost, calls_.number(), reason});
+    }
+}
+
+// The connection is up: finds out what came back and tells the user. Returns false when it has to be tried
+// again.
+bool Inbox::open()
+{
+    state_ = State::down; // until it is known what came back
+    const Calls::Returned returned = calls_.examine_returned();
+    if (returned == Calls::Returned::unidentified) {
+        return false;
+    }
+    state_ = State::open;
+    if (!has_arrived_) {
+        has_arrived_ = true;
+        return true;
+    }
+    const bool is_same = returned == Calls::Returned::same;
+    for (const auto &subscription : subscriptions_) {
+        subscription->on_returned(!is_same);
+    }
+    tell({store::ConnectionEvent::Kind::returned, calls_.number(), {}, is_same});
+    return true;
+}
+
+// Gives some of what has arrived to the subscriptions, one by one. Returns whether there is more.
+bool Inbox::hand_out()
+{
+    for (size_t i = 0; i < arrivals_per_turn && !arrivals_.empty(); i++) {
+        Arrival arrival = std::move(arrivals_.front());
+        arrivals_.pop_front();
+        if (arrival.receiver != nullptr) {
+            arrival.receiver->on_message(std::move(arrival.key), std::move(arrival.payload));
+            (void)arrival.receiver->deliver_arrived();
+            continue;
+        }
+        pongs_++;
+        for (const auto &subscription : subscriptions_) {
+            subscription->on_pong(pongs_);
+        }
+    }
+    return !arrivals_.empty();
+}
+
+bool Inbox::advance_subscriptions()
+{
+    bool more = false;
+    bool one_is_served = false;
+    // A copy: callbacks may subscribe.
+    const auto subscriptions = subscriptions_;
+    for (const auto &subscription : subscriptions) {
+        if (!subscription->is_settled()) {
+            if (one_is_served) {
+                continue;
+            }
+            one_is_served = true;
+        }
+        more = subscription->advance() || more;
+    }
+    return more;
+}
+
+std::shared_ptr<Subscription> Inbox::subscription_of(std::string_view watched)
+{
+    const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
+                                    [&](const auto &known) { return known->watched() == watched; });
+    return found == subscriptions_.end() ? nullptr : *found;
+}
+
+} // namespace vx_mom

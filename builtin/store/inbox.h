@@ -1,0 +1,93 @@
+// What the connection on the loop brings to one database: changes for its subscriptions, in one order, and
+// the connection's own loss and return.
+//
+// Users are called back from turn() only, which runs on the loop, so that none of their calls can come from
+// within the handling of a connection.
+#ifndef STORE_INBOX_H
+#define STORE_INBOX_H
+
+#include <cstdint>
+#include <deque>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "store/calls.h"
+#include "store/change.h"
+#include "store/connection/async_connection.h"
+#include "store/subscription.h"
+
+namespace vx_mom
+{
+
+class Inbox : private AsyncObserver
+{
+public:
+    // All three outlive the object; `calls` and `loop` are those of the same database.
+    Inbox(Shared &shared, Calls &calls, AsyncConnection &loop);
+
+    // Wants the connection.
+    void begin();
+    // Whether it has come up once, and the user may be told.
+    bool has_arrived() const { return has_arrived_; }
+    // Who is told of the connection.
+    void set_handler(store::ConnectionHandler handler);
+    // Calls it, unless there is none.
+    void tell(const store::ConnectionEvent &event);
+    // In place of the subscription to this type that there is.
+    std::shared_ptr<Subscription> subscribe(const ProtobufCMessageDescriptor &type,
+                                            store::ChangeHandler handler);
+    // Reports what is due and advances the subscriptions. Returns whether there is more to do at once.
+    bool turn();
+    // When something last came, and nothing waited to be delivered.
+    std::optional<Clock::time_point> heard_at() const { return heard_at_; }
+
+private:
+    enum class State {
+        down,
+        arrived, // the connection is up, and nobody has been told
+        open,    // as far as the user was told
+    };
+
+    // What came: a message for somebody, or, for nobody, the answer to a ping. One queue for all, so that
+    // changes of different record types are delivered in the order in which they were made.
+    struct Arrival {
+        std::shared_ptr<Subscription> receiver;
+        std::string key; // of the record, from the channel's name
+        std::string payload;
+    };
+
+    void on_up() override;
+    void on_lost(const std::string &problem) override;
+    void on_failed(const std::string &problem, bool lasting) override;
+    void on_subscribed(std::string_view watched) override;
+    void on_refused(const std::string &problem) override;
+    void on_message(std::string_view watched, std::string_view channel, std::string_view payload) override;
+    void on_pong() override;
+    void on_checked() override;
+
+    void note_heard();
+    void report_loss();
+    bool open();
+    bool hand_out();
+    bool advance_subscriptions();
+    std::shared_ptr<Subscription> subscription_of(std::string_view watched);
+
+    Shared &shared_;
+    Calls &calls_;
+    AsyncConnection &loop_;
+    State state_ = State::down;
+    bool has_arrived_ = false;
+    std::optional<std::string> loss_due_;         // why: a loss is to be reported
+    std::deque<Arrival> arrivals_;                // of the present connection
+    uint64_t pongs_ = 0;                          // handed out
+    std::optional<Clock::time_point> heard_at_{}; // what waits among the arrivals is not heard yet
+    std::shared_ptr<const store::ConnectionHandler> handler_;
+    std::list<std::shared_ptr<Subscription>> subscriptions_; // in the order asked
+};
+
+} // namespace vx_mom
+
+#endif
