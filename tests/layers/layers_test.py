@@ -68,6 +68,7 @@ LIBRARIES = {
 IMPLEMENTED_ELSEWHERE = {
     "platform/*": "declarations alone: whoever brings a platform implements them",
     "kit/app_cg_kit.h": "the public header stands where its users see it; core/api.cpp implements it",
+    "builtin/loop/platform_context.h": "the inner face of what platform/vx_thread.h shows; vx_thread.cpp defines both",
     "tools/cgctl/command_line/verbs.h": "the table of verbs: a line each, and a source each",
 }
 
