@@ -116,12 +116,11 @@ void Live::subscribe_all(int32_t db)
 
 void Live::deliver(const Subscription &subscription, const store::Change &news)
 {
-    Change change{news.command, *subscription.type, subscription.db, std::nullopt, news.error, news.existing};
+    Change change{news.command, *subscription.type, subscription.db, news.error, news.existing};
     if (news.error != 0) {
         output_.notice("record " + visible(std::string(news.key)) +
                        " does not decode: " + visible(std::string(news.reason)));
     } else if (news.record != nullptr) {
-        change.record = to_json(*news.record);
         change.message = news.record;
     }
     subscription.handler(change);

@@ -107,7 +107,7 @@ def test_one_card_at_80x24(device, watch):
     screen.expect("no cards")
     device.plug("1/3/0")
     screen.expect("1 card: 1 waiting", "slot 3", "card-3 (lc)", "waiting for m", "█", " s│", "q quit", "master")
-    screen.expect("1/3/0 card-3: plugged, lc, on line", "1/3/0 card-3: asked m")
+    screen.expect("1/3/0 card-3: plugged, lc, online", "1/3/0 card-3: asked m")
     device.answer("1/3/0", "m1")
     screen.expect("waiting for m2", "1/3/0 card-3: m1 PASS after", gone=("waiting for m1",))
     device.answer("1/3/0", "m2", 1, "too hot")

@@ -86,8 +86,8 @@ Inspected AclInspector::ask(const Command &command)
         throw Failure(failed, visible(server_.problem()));
     }
     if (answer->is_error() && answer->text.starts_with("NOPERM")) {
-        throw Failure(failed, "the store server does not tell about its users: " + visible(answer->text) +
-                                  who_may_ask);
+        throw Failure(failed,
+                      "the store server does not report its users: " + visible(answer->text) + who_may_ask);
     }
     return std::move(*answer);
 }
@@ -200,10 +200,10 @@ void AclInspector::check_stranger(const std::string &name, std::vector<AclFindin
         return;
     }
     if (has(user, "flags", "nopass")) {
-        findings.push_back({name, "is none of this list, is switched on, and needs no password"});
+        findings.push_back({name, "is not in this list, is switched on, and needs no password"});
     }
     if (const std::string text = permitted_of(name, deciding_attempts()); !text.empty()) {
-        findings.push_back({name, "is none of this list, and may decide on cards: it is permitted " + text +
+        findings.push_back({name, "is not in this list, and may decide on cards: it is permitted " + text +
                                       "; give it no right to the keys and channels of p_libpub.app_cg_*"});
     }
 }

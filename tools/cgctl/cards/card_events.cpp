@@ -168,14 +168,14 @@ void CardEvents::tell_card(const TrackedCard &now, const Before &before, const E
     }
     if (is_there && !before.known) {
         event.kind = "plugged";
-        event.text = "plugged, " + short_type(card.node_type) + (card.online ? ", on line" : ", off line");
+        event.text = "plugged, " + short_type(card.node_type) + (card.online ? ", online" : ", offline");
     } else if (!is_there && before.known) {
         event.kind = "pulled";
         event.text = "pulled";
         event.more = Json::object();
     } else if (is_there && card.online != before.card.online) {
         event.kind = card.online ? "online" : "offline";
-        event.text = card.online ? "on line" : "off line";
+        event.text = card.online ? "online" : "offline";
     } else if (is_there && !is_same_card(card, before.card)) {
         event.kind = "changed";
         event.text = "another card, or other facts of it: " + short_type(card.node_type);
@@ -292,20 +292,20 @@ void CardEvents::daemon_heard(bool answers, const std::string &problem, Time at)
     tell(event);
 }
 
-void CardEvents::sign_heard(const LastSign &sign, Time at)
+void CardEvents::heartbeat_read(const Heartbeat &heartbeat, Time at)
 {
-    if (sign.at) {
+    if (heartbeat.at) {
         has_history_ = true;
         history_read("", at);
-        recorder_heard(!sign.is_old(at), *sign.at, at);
-    } else if (has_history_ && !sign.problem.empty()) {
-        history_read(sign.problem, at);
+        recorder_heard(!heartbeat.is_old(at), *heartbeat.at, at);
+    } else if (has_history_ && !heartbeat.problem.empty()) {
+        history_read(heartbeat.problem, at);
     }
 }
 
-void CardEvents::recorder_heard(bool at_work, Time last_sign, Time at)
+void CardEvents::recorder_heard(bool at_work, Time last_heartbeat, Time at)
 {
-    if (!health_.hear_recorder(at_work, last_sign)) {
+    if (!health_.hear_recorder(at_work, last_heartbeat)) {
         return;
     }
     Event event;
@@ -313,8 +313,8 @@ void CardEvents::recorder_heard(bool at_work, Time last_sign, Time at)
     event.kind = "recorder";
     event.tone = at_work ? Tone::plain : Tone::warning;
     event.text = at_work ? "cg_recorderd is at work again"
-                         : "cg_recorderd has written nothing since " + clock_text(last_sign, at);
-    event.more = {{"at_work", at_work}, {"alive_at", utc_text(last_sign)}, {"problem", nullptr}};
+                         : "cg_recorderd has written nothing since " + clock_text(last_heartbeat, at);
+    event.more = {{"at_work", at_work}, {"alive_at", utc_text(last_heartbeat)}, {"problem", nullptr}};
     tell(event);
 }
 

@@ -64,12 +64,12 @@ public:
     void daemon_heard(bool answers, const std::string &problem, Time at);
     // What the recorder's file says of the recorder. A device need not have one, so only a file that was
     // there is missed.
-    void sign_heard(const LastSign &sign, Time at);
+    void heartbeat_read(const Heartbeat &heartbeat, Time at);
 
 private:
     struct Before;
 
-    void recorder_heard(bool at_work, Time last_sign, Time at);
+    void recorder_heard(bool at_work, Time last_heartbeat, Time at);
     void history_read(const std::string &problem, Time at);
 
     void tell(Event event) const;

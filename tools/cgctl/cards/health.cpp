@@ -33,9 +33,9 @@ bool Health::hear_daemon(bool answers, Time at)
     return note(daemon_silent_, !answers, at);
 }
 
-bool Health::hear_recorder(bool at_work, Time last_sign)
+bool Health::hear_recorder(bool at_work, Time last_heartbeat)
 {
-    return note(recorder_away_, !at_work, last_sign);
+    return note(recorder_away_, !at_work, last_heartbeat);
 }
 
 bool Health::hear_history(bool readable, Time at)

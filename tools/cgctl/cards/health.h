@@ -23,8 +23,8 @@ public:
     bool hear_store(int32_t db, bool connected, Time at);
     // The daemon answered, or nobody did.
     bool hear_daemon(bool answers, Time at);
-    // The recorder is at work, or wrote nothing since `last_sign`.
-    bool hear_recorder(bool at_work, Time last_sign);
+    // The recorder is at work, or wrote nothing since `last_heartbeat`.
+    bool hear_recorder(bool at_work, Time last_heartbeat);
     // Whether the recorder's file can be read.
     bool hear_history(bool readable, Time at);
 

@@ -18,10 +18,6 @@ namespace
 // The daemon reads its modules anew only when it connects to the store; requests in a burst need not all ask.
 constexpr std::chrono::seconds modules_are_good_for{10};
 
-// How often the daemon and the recorder are looked at, and whether they have answered.
-constexpr std::chrono::seconds look_every{1};
-constexpr int64_t look_for_answer_ms = 200;
-
 Time now()
 {
     return std::chrono::system_clock::now();
@@ -41,7 +37,8 @@ std::map<Position, std::string> reasons_in(const DaemonView &daemon)
 LiveCards::LiveCards(const Session &session, Store &store, const std::string &history_file,
                      CardEvents::Listener listener, std::function<void()> complete)
     : session_(session), events_(std::move(listener)), live_(session, store), complete_(std::move(complete)),
-      past_(read_past(history_file)), surroundings_(session.socket, history_file)
+      past_(read_past(history_file)), probe_(store.loop(), session.socket, history_file,
+                                             [this](const HealthReport &report) { handle_health(report); })
 {
     std::vector<Position> requests;
     const RecordType &request = record_type("app_cg_card_check_info");
@@ -55,16 +52,15 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     daemon_ = ask_daemon(session.socket);
     events_.set_told_reasons(reasons_in(daemon_));
     prime(events_.tracker(), daemon_, past_, requests, modules_asked_at_);
-    take_heard({daemon_, {past_.alive_at, past_.problem}});
+    handle_health({daemon_, {past_.alive_at, past_.problem}});
     for (const admission::TrackedType &tracked : admission::tracked_types()) {
         live_.subscribe(record_type(tracked.descriptor->name), tracked.db,
-                        [this](const Change &change) { take(change); });
+                        [this](const Change &change) { handle(change); });
     }
-    live_.on_outage([this](const Live::Outage &outage) { take_outage(outage); }, Live::Told::alone);
-    live_.after(look_for_answer_ms, [this] { look_around(); });
+    live_.on_outage([this](const Live::Outage &outage) { handle_outage(outage); }, Live::Told::alone);
 }
 
-void LiveCards::take_outage(const Live::Outage &outage)
+void LiveCards::handle_outage(const Live::Outage &outage)
 {
     in_place_.lost(outage.db);
     if (outage.lost) {
@@ -74,7 +70,7 @@ void LiveCards::take_outage(const Live::Outage &outage)
     }
 }
 
-void LiveCards::take(const Change &change)
+void LiveCards::handle(const Change &change)
 {
     const Time at = now();
     if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
@@ -82,8 +78,8 @@ void LiveCards::take(const Change &change)
             events_.all_told(at);
             if (!std::exchange(completed_, true)) { // later ones are those after an outage
                 complete_();
-                tell_unseen();
-                tell_health();
+                notice_unseen();
+                notice_health();
             }
         }
     } else if (change.error_code != 0) {
@@ -99,7 +95,7 @@ void LiveCards::take(const Change &change)
     }
 }
 
-void LiveCards::tell_unseen() const
+void LiveCards::notice_unseen() const
 {
     const auto cards = events_.tracker().cards();
     const auto count = std::count_if(
@@ -110,40 +106,27 @@ void LiveCards::tell_unseen() const
 }
 
 // As it was at the beginning; what changes from then on are events.
-void LiveCards::tell_health() const
+void LiveCards::notice_health() const
 {
     if (daemon_.is_silent) {
         session_.notice(silence_text(daemon_));
     }
-    if (LastSign{past_.alive_at}.is_old(now())) {
+    if (Heartbeat{past_.alive_at}.is_old(now())) {
         session_.notice(recorder_away_text(past_, now()));
     }
 }
 
-void LiveCards::look_around()
-{
-    if (const std::optional<Heard> heard = surroundings_.take()) {
-        take_heard(*heard);
-        if (heard->daemon.problem.empty()) {
-            events_.tracker().set_modules(heard->daemon.modules);
-        }
-    }
-    const auto at = std::chrono::steady_clock::now();
-    if (at - looked_at_ >= look_every) {
-        looked_at_ = at;
-        surroundings_.ask();
-    }
-    live_.after(look_for_answer_ms, [this] { look_around(); });
-}
-
 // A daemon that we have no right to ask may be there or not.
-void LiveCards::take_heard(const Heard &heard)
+void LiveCards::handle_health(const HealthReport &report)
 {
     const Time at = now();
-    if (heard.daemon.is_silent || heard.daemon.problem.empty()) {
-        events_.daemon_heard(!heard.daemon.is_silent, heard.daemon.problem, at);
+    if (report.daemon.is_silent || report.daemon.problem.empty()) {
+        events_.daemon_heard(!report.daemon.is_silent, report.daemon.problem, at);
     }
-    events_.sign_heard(heard.recorder, at);
+    if (report.daemon.problem.empty()) {
+        events_.tracker().set_modules(report.daemon.modules);
+    }
+    events_.heartbeat_read(report.recorder, at);
 }
 
 // A request after a long time may come from a daemon that was started afresh, with other modules.

@@ -7,7 +7,7 @@
 #include "access/live.h"
 #include "admission/feed.h"
 #include "cards/card_events.h"
-#include "cards/surroundings.h"
+#include "cards/health_probe.h"
 #include "command_line/session.h"
 
 namespace cg
@@ -25,13 +25,12 @@ public:
     [[nodiscard]] const CardEvents &events() const { return events_; }
 
 private:
-    void take(const Change &change);
-    void take_outage(const Live::Outage &outage);
+    void handle(const Change &change);
+    void handle_outage(const Live::Outage &outage);
     void refresh_modules(Time now);
-    void tell_unseen() const;
-    void tell_health() const;
-    void look_around();
-    void take_heard(const Heard &heard);
+    void notice_unseen() const;
+    void notice_health() const;
+    void handle_health(const HealthReport &report);
 
     const Session &session_;
     CardEvents events_;
@@ -42,8 +41,7 @@ private:
     Time modules_asked_at_{};
     DaemonView daemon_; // as it was at the beginning, and the recorder's file
     Past past_;
-    Surroundings surroundings_;
-    std::chrono::steady_clock::time_point looked_at_{};
+    HealthProbe probe_;
 };
 
 } // namespace cg

@@ -165,7 +165,7 @@ void Overview::tell_what_is_missing(const Session &session) const
 {
     if (!past_.problem.empty()) {
         session.notice(visible(past_.problem) + ": times, deciders and admissions by silence are not known");
-    } else if (LastSign{past_.alive_at}.is_old(now_)) {
+    } else if (Heartbeat{past_.alive_at}.is_old(now_)) {
         session.notice(recorder_away_text(past_, now_));
     }
     const bool somebody_waits = std::any_of(
@@ -173,7 +173,7 @@ void Overview::tell_what_is_missing(const Session &session) const
     if (daemon_.is_silent) {
         session.notice(silence_text(daemon_));
     } else if (!daemon_.problem.empty() && somebody_waits) {
-        session.notice("the daemon says nothing of whom it waits for: " + visible(daemon_.problem));
+        session.notice("cannot ask the daemon which modules it is waiting for: " + visible(daemon_.problem));
     }
 }
 

@@ -22,23 +22,23 @@ Past read_past(const std::string &file)
     return past;
 }
 
-bool LastSign::is_old(admission::Time now) const
+bool Heartbeat::is_old(admission::Time now) const
 {
     constexpr std::chrono::seconds old{45};
     return at && now - *at > old;
 }
 
-std::string not_recorded_text(const LastSign &sign, admission::Time now)
+std::string not_recorded_text(const Heartbeat &heartbeat, admission::Time now)
 {
-    if (!sign.at) {
+    if (!heartbeat.at) {
         return "nothing was recorded yet; is cg_recorderd running?";
     }
-    return sign.is_old(now)
-               ? "nothing is recorded since " + clock_text(*sign.at, now) + "; is cg_recorderd running?"
+    return heartbeat.is_old(now)
+               ? "nothing is recorded since " + clock_text(*heartbeat.at, now) + "; is cg_recorderd running?"
                : "";
 }
 
-LastSign read_last_sign(const std::string &file)
+Heartbeat read_heartbeat(const std::string &file)
 {
     try {
         return {history::Reader(history::path_or_default(file)).alive_at()};

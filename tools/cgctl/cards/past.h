@@ -23,20 +23,20 @@ struct Past {
 // is wrong with it is in `problem`; nothing is thrown for that.
 Past read_past(const std::string &file);
 
-// The recorder's last sign of life in the file. Nothing: the file cannot be read, or holds none.
-struct LastSign {
+// When the recorder last wrote that it runs. Nothing: the file cannot be read, or holds no heartbeat.
+struct Heartbeat {
     std::optional<admission::Time> at{};
     std::string problem{}; // why the file cannot be read; empty where it can, or where that will pass
 
-    // Whether it is so old that the recorder is away. A recorder at work gives one every ten
+    // Whether it is so old that the recorder is away. A recorder at work writes one every ten
     // seconds, and a disk may hold it up for some of them.
     [[nodiscard]] bool is_old(admission::Time now) const;
 };
 
 // That nothing is recorded any more, and since when; empty while the recorder is at work.
-std::string not_recorded_text(const LastSign &sign, admission::Time now);
+std::string not_recorded_text(const Heartbeat &heartbeat, admission::Time now);
 
-LastSign read_last_sign(const std::string &file);
+Heartbeat read_heartbeat(const std::string &file);
 
 } // namespace cg
 

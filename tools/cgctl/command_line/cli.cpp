@@ -27,7 +27,7 @@ namespace cg
 namespace
 {
 
-constexpr const char *description = "cgctl - look at and steer the admission of cards\n"
+constexpr const char *description = "cgctl - inspect and control the admission of cards\n"
                                     "\n"
                                     "The store is where VX_MOM_ENDPOINT says (unix:/path, tcp:host:port or "
                                     "sentinel:NAME@host:port,...), as for\n"
@@ -42,7 +42,7 @@ constexpr const char *examples = "Examples:\n"
                                  "  cgctl show 1/3/0 --json\n"
                                  "  cgctl doctor\n"
                                  "  cgctl module run voltage -- ./check-voltage\n"
-                                 "`cgctl VERB --help` tells more about a verb.";
+                                 "`cgctl VERB --help` shows the options of a verb.";
 
 // A verb's help stands in one column, its name in another; 28 leaves room for the longest option.
 constexpr std::size_t column_width = 28;
@@ -116,7 +116,7 @@ std::string full_name(const CLI::App &app)
 std::string usage_message(const CLI::App &app, const CLI::ParseError &error)
 {
     const CLI::App &last = reached(app);
-    const std::string where = "; `" + full_name(last) + " --help` tells what is right";
+    const std::string where = "; see `" + full_name(last) + " --help`";
     const std::vector<std::string> names = verb_names(last);
     const std::vector<std::string> extras = app.remaining(true);
     const bool verb_wanted = !names.empty() && last.get_subcommands().empty();

@@ -65,7 +65,7 @@ public:
     {
         if (!unused_.empty()) {
             throw Failure(failed, folder_ + '/' + *unused_.begin() +
-                                      ".mdoc belongs to no verb and is no section of the page");
+                                      ".mdoc belongs to no verb and is not a section of the page");
         }
     }
 

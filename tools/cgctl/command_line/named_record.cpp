@@ -68,8 +68,8 @@ void require_key_only(const NamedRecord &named, const char *verb)
         const ProtobufCFieldDescriptor *field = protobuf_c_message_descriptor_get_field(
             named.type->descriptor, static_cast<unsigned>(*named.fields.begin()));
         throw Failure(wrong_usage,
-                      std::string(field->name) + " is no key field of " + named.type->name() + "; " + verb +
-                          " takes " +
+                      std::string(field->name) + " is not a key field of " + named.type->name() + "; " +
+                          verb + " accepts " +
                           (named.type->key() == nullptr ? "none for this type" : "key fields only"));
     }
 }

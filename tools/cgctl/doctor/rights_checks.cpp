@@ -69,7 +69,7 @@ std::string list_of_users(Examination &examination)
 
 Finding without_users(const Examination &examination)
 {
-    return {Severity::skipped, examination.has_users ? "there are no users but one who may do everything"
+    return {Severity::skipped, examination.has_users ? "the only user may do everything"
                                                      : "the server does not report its users"};
 }
 

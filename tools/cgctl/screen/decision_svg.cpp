@@ -86,7 +86,7 @@ void draw_legend(std::ostream &out)
         x += 32 + letter_width * static_cast<int>(text.size());
     }
     out << "<rect class=\"gap\" x=\"" << x << "\" y=\"20\" width=\"12\" height=\"12\"/><text x=\"" << x + 16
-        << "\" y=\"30\">nobody listened</text>\n";
+        << "\" y=\"30\">not recorded</text>\n";
 }
 
 void draw_bar(std::ostream &out, const Bar &bar, double x, double bar_width, double scale)

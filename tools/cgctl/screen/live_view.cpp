@@ -28,7 +28,7 @@ std::vector<std::string> help()
     return {"Keys",
             "arrows    select a card; Page Up, Page Down, Home, End as well",
             "Enter     everything about the card that is selected; again or Esc: back",
-            "f         show only waiting, denied, passed by silence, off line, ... cards",
+            "f         show only waiting, denied, passed by silence, offline, ... cards",
             "/         search: type a position (1/3) or a part of a name, then Enter",
             "p         pause the stream of events, but no message; again: go on",
             "v         boxes, lines, or what fits",

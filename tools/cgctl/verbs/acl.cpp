@@ -38,8 +38,9 @@ std::vector<std::string> module_names(const Session &session, const std::string 
     for (std::size_t i = 0; i < folder.entries.size(); i++) {
         const ModuleEntry &entry = folder.entries[i];
         if (i >= most_modules) {
-            session.notice("module " + in_quotes(entry.file_name) + " gets no user: the daemon takes only " +
-                           std::to_string(most_modules) + " entries of the folder");
+            session.notice("module " + in_quotes(entry.file_name) +
+                           " gets no user: the daemon registers only " + std::to_string(most_modules) +
+                           " entries of the folder");
         } else if (std::find(names.begin(), names.end(), entry.name) != names.end()) {
             session.notice("module " + in_quotes(entry.file_name) + " shares a user with another one: " +
                            "to the daemon both are called " + in_quotes(entry.name));

@@ -319,7 +319,7 @@ int run_history(const Session &session, const HistoryOptions &options)
     if (filter.position || filter.outcome || !filter.module.empty()) {
         throw Failure(failed, nothing + doubt_about(filter.module, found.file));
     }
-    session.notice(nothing); // a quiet time is none's fault
+    session.notice(nothing); // an empty period is not an error
     return done;
 }
 
@@ -327,13 +327,12 @@ int run_history(const Session &session, const HistoryOptions &options)
 
 void add_history(CLI::App &app, Session &session)
 {
-    CLI::App *verb =
-        add_verb(app, session, "history",
-                 "Tell every decision that the recorder kept: the card, who decided, who was silent, why",
-                 "  cgctl history --since 2h\n"
-                 "  cgctl history 1/3 --answers\n"
-                 "  cgctl history --outcome silence --since 2026-11-20 --json\n"
-                 "  cgctl history --since 7d --chart --svg week.svg");
+    CLI::App *verb = add_verb(app, session, "history",
+                              "List the recorded decisions: the card, who decided, who was silent, why",
+                              "  cgctl history --since 2h\n"
+                              "  cgctl history 1/3 --answers\n"
+                              "  cgctl history --outcome silence --since 2026-11-20 --json\n"
+                              "  cgctl history --since 7d --chart --svg week.svg");
     auto options = std::make_shared<HistoryOptions>();
     verb->add_option("POS", options->position, "Only decisions on this card");
     verb->add_option("--since", options->since,
@@ -348,7 +347,7 @@ void add_history(CLI::App &app, Session &session)
     verb->add_option("--last", options->newest, "Only so many, the newest ones")
         ->type_name("N")
         ->check(CLI::Range(1, INT32_MAX));
-    verb->add_flag("-v,--answers", options->answers, "Tell each module's answer, too");
+    verb->add_flag("-v,--answers", options->answers, "Print each module's answer, too");
     verb->add_flag("--chart", options->chart, "Draw bars over time instead, a letter for each decision");
     verb->add_option("--svg", options->svg, "Draw them into a file for a browser")->type_name("FILE");
     add_view_options(*verb, options->color, options->history);

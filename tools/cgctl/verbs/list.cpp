@@ -190,8 +190,7 @@ int list(const Session &session, const ListOptions &options)
 void add_list(CLI::App &app, Session &session)
 {
     CLI::App *verb = add_verb(app, session, "list",
-                              "List the cards: who waits for whom, who was denied by whom and why (the verb "
-                              "that is meant when none is given)",
+                              "List the cards: what each waits for, who denied it and why (the default verb)",
                               "  cgctl list\n"
                               "  cgctl list 1/3 --state waiting,denied,silence\n"
                               "  cgctl list --json | jq '.cards[] | select(.state == \"denied\")'");

@@ -201,13 +201,13 @@ int run_modules(const Session &session, const ModulesOptions &options)
                                   " cannot be read: " + folder.problem);
     }
     const history::Reader reader(history::path_or_default(options.history));
-    const LastSign sign{reader.alive_at()};
+    const Heartbeat heartbeat{reader.alive_at()};
     const std::vector<Row> rows = rows_of(folder, reader.module_statistics(since), modules_asked(reader));
     if (session.json) {
         Json json{{"version", 1},
                   {"file", reader.path()},
                   {"folder", options.modules},
-                  {"recorded_until", sign.at ? Json(utc_text(*sign.at)) : Json(nullptr)},
+                  {"recorded_until", heartbeat.at ? Json(utc_text(*heartbeat.at)) : Json(nullptr)},
                   {"since", since ? Json(utc_text(*since)) : Json(nullptr)},
                   {"modules", Json::array()}};
         for (const Row &row : rows) {
@@ -217,9 +217,10 @@ int run_modules(const Session &session, const ModulesOptions &options)
     } else if (!rows.empty()) {
         print(session, rows, now, terminal);
     } else {
-        session.notice("no module is registered and none has answered: every card is admitted unasked");
+        session.notice(
+            "no module is registered and none has answered: every card is admitted without a check");
     }
-    if (const std::string text = not_recorded_text(sign, now); !text.empty()) {
+    if (const std::string text = not_recorded_text(heartbeat, now); !text.empty()) {
         session.notice(text);
     }
     return done;
@@ -231,7 +232,7 @@ void add_modules(CLI::App &app, Session &session)
 {
     CLI::App *verb =
         add_verb(app, session, "modules",
-                 "Tell how each check module answers, and which one never did, from what the recorder kept",
+                 "Show how each check module answers, and which never did, from the recorder's file",
                  "  cgctl modules\n"
                  "  cgctl modules --since 7d --json");
     auto options = std::make_shared<ModulesOptions>();

@@ -39,7 +39,7 @@ public:
         : session_(session), live_(session, store), show_existing_(options.existing), left_(options.count)
     {
         for (const RecordType *type : chosen_types(options)) {
-            live_.subscribe(*type, type->db, [this](const Change &change) { take(change); });
+            live_.subscribe(*type, type->db, [this](const Change &change) { handle(change); });
         }
     }
 
@@ -73,38 +73,39 @@ private:
         return types;
     }
 
-    void take(const Change &change)
+    void handle(const Change &change)
     {
         Known &known = known_[&change.type];
         if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
             known.complete = true;
-            tell_subscribed(change);
+            print_subscribed(change);
         } else if (change.error_code != 0) {
             session_.error(std::string("a record of ") + change.type.name() + " could not be read (result " +
                            std::to_string(change.error_code) + ")");
         } else {
-            take_record(known, change);
+            handle_record(known, change);
         }
     }
 
     // Remembers the record, and prints it when it is news.
-    void take_record(Known &known, const Change &change)
+    void handle_record(Known &known, const Change &change)
     {
-        const std::string key = dump(key_part(change.type, *change.record));
+        const Json record = to_json(*change.message);
+        const std::string key = dump(key_part(change.type, record));
         const auto found = known.records.find(key);
         const Json before = found == known.records.end() ? Json() : found->second;
         if (change.cmd == VX_MOM_CMD_DELETED) {
             known.records.erase(key);
         } else {
-            known.records.insert_or_assign(key, *change.record);
+            known.records.insert_or_assign(key, record);
         }
         const bool live = !change.existing || change.cmd == VX_MOM_CMD_DELETED;
-        if (live || (known.complete ? before != *change.record : show_existing_)) {
-            print(change, before);
+        if (live || (known.complete ? before != record : show_existing_)) {
+            print(change, record, before);
         }
     }
 
-    void tell_subscribed(const Change &change) const
+    void print_subscribed(const Change &change) const
     {
         if (session_.json) {
             session_.line(dump(Json{{"time", utc_text(std::chrono::system_clock::now())},
@@ -117,16 +118,16 @@ private:
         }
     }
 
-    void print(const Change &change, const Json &before)
+    void print(const Change &change, const Json &record, const Json &before)
     {
         if (session_.json) {
             Json object{{"time", utc_text(std::chrono::system_clock::now())},
                         {"cmd", command_word(change.cmd)}};
-            object.update(record_json(change.type, change.db, *change.record));
+            object.update(record_json(change.type, change.db, record));
             session_.line(dump(object));
         } else {
             session_.line(utc_text(std::chrono::system_clock::now()) + ' ' + command_word(change.cmd) + ' ' +
-                          title(change.type, *change.record) + ':' + content(change, before));
+                          title(change.type, record) + ':' + content(change, record, before));
         }
         if (left_ > 0 && --left_ == 0) {
             live_.stop();
@@ -134,10 +135,10 @@ private:
     }
 
     // The fields that are not at their defaults, and those that have just become so.
-    static std::string content(const Change &change, const Json &before)
+    static std::string content(const Change &change, const Json &record, const Json &before)
     {
         const ProtobufCMessageDescriptor &type = *change.type.descriptor;
-        const Json payload = payload_part(change.type, *change.record);
+        const Json payload = payload_part(change.type, record);
         const std::vector<std::string> set = to_lines(type, payload, Shown::set);
         const std::vector<std::string> known =
             before.is_object() ? to_lines(type, before, Shown::all) : std::vector<std::string>{};

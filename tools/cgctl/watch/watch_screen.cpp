@@ -1,19 +1,18 @@
 // cgctl watch on a terminal: paints the live view and reads keys.
-//
-// One thread: the platform's loop has no descriptors to wait for, so a short timer of it looks for keys. A
-// second thread for them would need locks around the whole view for what nobody can see: a twentieth of a
-// second.
 #include "watch/watch_screen.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <utility>
 
 #include "base/failure.h"
 #include "cards/live_cards.h"
+#include "loop/loop.h"
 #include "screen/curses_screen.h"
 #include "screen/live_view.h"
 
@@ -23,26 +22,71 @@ namespace cg
 namespace
 {
 
-constexpr int64_t look_for_keys_ms = 50;
-constexpr std::chrono::milliseconds redraw_at_least{1000};
+// Times left to answer are shown in seconds.
+constexpr std::chrono::milliseconds repaint_every{1000};
+// Changes come in bursts, and a terminal may be slow.
+constexpr std::chrono::milliseconds gather_changes{20};
 
 Time now()
 {
     return std::chrono::system_clock::now();
 }
 
-// A terminal that goes away is an end like any other: the loop ends at SIGTERM.
-class HangUpEnds
+// Wakes the loop at a signal of the terminal: another size, or that it has gone. There is one at a time.
+class TerminalSignals
 {
 public:
-    HangUpEnds() : before_(signal(SIGHUP, [](int) { (void)kill(getpid(), SIGTERM); })) {}
-    ~HangUpEnds() { (void)signal(SIGHUP, before_); }
-    HangUpEnds(const HangUpEnds &) = delete;
-    HangUpEnds &operator=(const HangUpEnds &) = delete;
+    // After the screen was made, whose own handler notes the size. `handle` is called on the loop's thread.
+    TerminalSignals(platform::Loop &loop, std::function<void()> handle)
+        : wake_(loop.context(), std::move(handle))
+    {
+        current = this;
+        struct sigaction action {
+        };
+        action.sa_handler = [](int number) { current->note(number); };
+        sigaction(SIGWINCH, &action, &size_before_);
+        sigaction(SIGHUP, &action, &end_before_);
+    }
+    ~TerminalSignals()
+    {
+        sigaction(SIGWINCH, &size_before_, nullptr);
+        sigaction(SIGHUP, &end_before_, nullptr);
+        current = nullptr;
+    }
+    TerminalSignals(const TerminalSignals &) = delete;
+    TerminalSignals &operator=(const TerminalSignals &) = delete;
+
+    [[nodiscard]] bool hung_up() const { return hung_up_ != 0; }
 
 private:
-    void (*before_)(int);
+    void note(int number)
+    {
+        if (number == SIGHUP) {
+            hung_up_ = 1;
+        } else if (size_before_.sa_handler != SIG_DFL && size_before_.sa_handler != SIG_IGN) {
+            size_before_.sa_handler(number);
+        }
+        wake_.call();
+    }
+
+    static TerminalSignals *current; // a handler has no context
+
+    platform::Wake wake_;
+    volatile sig_atomic_t hung_up_ = 0;
+    struct sigaction size_before_ {
+    };
+    struct sigaction end_before_ {
+    };
 };
+
+TerminalSignals *TerminalSignals::current = nullptr;
+
+// Whether nobody is at the other end any more: then the descriptor is readable for ever.
+bool is_gone(int terminal)
+{
+    pollfd state{terminal, POLLIN, 0};
+    return poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+}
 
 class ScreenWatch
 {
@@ -52,17 +96,21 @@ public:
           colour_(terminal_of(session, options.color).colour), store_(quiet_),
           cards_(
               quiet_, store_, options.history, [this](const Event &event) { add(event); },
-              [this] { changed_ = true; }),
+              [this] { repaint_soon(); }),
           view_(cards_.events())
     {
     }
 
     void run()
     {
-        const HangUpEnds hang_up;
         screen_ = std::make_unique<CursesScreen>(colour_);
-        cards_.live().after(0, [this] { tick(); });
-        cards_.live().run();
+        {
+            const TerminalSignals signals(store_.loop(), [this, &signals] { handle(signals); });
+            const platform::Watch keys =
+                store_.loop().watch(STDIN_FILENO, platform::Watch::Until::readable, [this] { read_keys(); });
+            repaint();
+            cards_.live().run();
+        }
         screen_.reset();
     }
 
@@ -70,10 +118,19 @@ private:
     void add(const Event &event)
     {
         view_.add(event);
-        changed_ = true;
+        repaint_soon();
     }
 
-    void tick()
+    void handle(const TerminalSignals &signals)
+    {
+        if (signals.hung_up()) {
+            cards_.live().stop();
+        } else {
+            read_keys(); // a new size comes as a key
+        }
+    }
+
+    void read_keys()
     {
         bool pressed = false;
         for (int32_t key = screen_->key(); key != CursesScreen::no_key; key = screen_->key()) {
@@ -83,18 +140,30 @@ private:
                 return;
             }
         }
-        take_messages();
-        const auto at = std::chrono::steady_clock::now();
-        const bool resized = screen_->was_resized();
-        if (pressed || resized || std::exchange(changed_, false) || at - painted_at_ >= redraw_at_least) {
-            screen_->paint(view_.draw(screen_->size(), now()));
-            painted_at_ = at;
+        if (screen_->was_resized() || pressed) {
+            repaint();
+        } else if (is_gone(STDIN_FILENO)) {
+            cards_.live().stop();
         }
-        cards_.live().after(look_for_keys_ms, [this] { tick(); });
+    }
+
+    void repaint_soon()
+    {
+        if (screen_ && !std::exchange(is_changed_, true)) {
+            next_paint_ = store_.loop().after(gather_changes, [this] { repaint(); });
+        }
+    }
+
+    void repaint()
+    {
+        add_messages();
+        is_changed_ = false;
+        screen_->paint(view_.draw(screen_->size(), now()));
+        next_paint_ = store_.loop().after(repaint_every, [this] { repaint(); });
     }
 
     // What would be written on standard error, and spoil the screen.
-    void take_messages()
+    void add_messages()
     {
         constexpr std::string_view name = "cgctl: "; // on this screen nobody else speaks
         const std::string all = messages_.str();
@@ -102,7 +171,6 @@ private:
         std::istringstream lines(all);
         for (std::string line; std::getline(lines, line);) {
             view_.add_message(line.substr(line.starts_with(name) ? name.size() : 0), now());
-            changed_ = true;
         }
     }
 
@@ -113,8 +181,8 @@ private:
     LiveCards cards_;
     LiveView view_;
     std::unique_ptr<CursesScreen> screen_;
-    bool changed_ = true;
-    std::chrono::steady_clock::time_point painted_at_{};
+    platform::Timer next_paint_;
+    bool is_changed_ = false; // since it was painted
 };
 
 } // namespace

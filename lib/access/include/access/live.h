@@ -26,10 +26,10 @@ struct Change {
     int32_t cmd; // enum vx_mom_cmd
     const RecordType &type;
     int32_t db;
-    std::optional<Json> record; // as it now is, or as it last was; nothing for "subscribed" and for an error
-    int32_t error_code;         // not 0: the store could not deliver the record
-    bool existing;              // it was there when the subscription began, or began anew
-    const ProtobufCMessage *message = nullptr; // the same record, for admission::feed; dies with the handler
+    int32_t error_code;                        // not 0: the store could not deliver the record
+    bool existing;                             // it was there when the subscription began, or began anew
+    const ProtobufCMessage *message = nullptr; // the record as it now is, or as it last was; null for
+                                               // "subscribed" and for an error; dies with the handler
 };
 
 class Live

@@ -89,7 +89,7 @@ TEST_F(CardEventsTest, ACheckIsTold)
     result(false);
     power(false);
     EXPECT_THAT(texts(),
-                ElementsAre("plugged 1/3/0 lc: plugged, lc, on line", "asked 1/3/0 lc: asked m1, m2",
+                ElementsAre("plugged 1/3/0 lc: plugged, lc, online", "asked 1/3/0 lc: asked m1, m2",
                             "answer 1/3/0 lc: m1 PASS after 1 s", "answer 1/3/0 lc: m2 DENY after 2 s",
                             "decision 1/3/0 lc: denied by m2: m2 not compatible",
                             "power 1/3/0 lc: asked to be powered off"));
@@ -117,9 +117,9 @@ TEST_F(CardEventsTest, ComingAndGoingIsTold)
     card(true, "another");
     card(false, "another");
     card(false, "another", false, VX_MOM_CMD_DELETED);
-    EXPECT_THAT(texts(), ElementsAre("plugged 1/3/0 lc: plugged, lc, off line", "online 1/3/0 lc: on line",
+    EXPECT_THAT(texts(), ElementsAre("plugged 1/3/0 lc: plugged, lc, offline", "online 1/3/0 lc: online",
                                      "changed 1/3/0 another: another card, or other facts of it: lc",
-                                     "offline 1/3/0 another: off line", "pulled 1/3/0 another: pulled"));
+                                     "offline 1/3/0 another: offline", "pulled 1/3/0 another: pulled"));
 }
 
 TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
@@ -132,7 +132,7 @@ TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
     card(false, "lc", true);
     EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1; connecting again",
                                      "store the store is back, database 1",
-                                     "offline 1/3/0 lc: off line (while the store was away)"));
+                                     "offline 1/3/0 lc: offline (while the store was away)"));
 }
 
 TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
@@ -229,13 +229,13 @@ TEST_F(CardEventsTest, ADaemonThatFallsSilentIsToldOnce)
 TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
 {
     events.all_told(now);
-    events.sign_heard({now}, now);
-    events.sign_heard({now - 1min}, now);
-    events.sign_heard({now - 1min}, now);
+    events.heartbeat_read({now}, now);
+    events.heartbeat_read({now - 1min}, now);
+    events.heartbeat_read({now - 1min}, now);
     EXPECT_EQ(events.health().text(now).substr(0, 20), "RECORDER AWAY since ");
     EXPECT_EQ(event_json(told.at(0))["at_work"], false);
     EXPECT_EQ(event_json(told.at(0))["alive_at"], utc_text(now - 1min));
-    events.sign_heard({now}, now);
+    events.heartbeat_read({now}, now);
     EXPECT_EQ(texts().at(1), "recorder cg_recorderd is at work again");
     EXPECT_EQ(events.health().text(now), "");
 }
@@ -243,26 +243,26 @@ TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
 TEST_F(CardEventsTest, ASignOfLifeMayBeSomewhatLate)
 {
     events.all_told(now);
-    events.sign_heard({now - 44s}, now);
-    events.sign_heard({}, now); // somebody holds the file
+    events.heartbeat_read({now - 44s}, now);
+    events.heartbeat_read({}, now); // somebody holds the file
     EXPECT_THAT(texts(), IsEmpty());
-    events.sign_heard({now - 46s}, now);
+    events.heartbeat_read({now - 46s}, now);
     EXPECT_THAT(texts(), testing::SizeIs(1));
 }
 
 TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
 {
-    const LastSign gone{std::nullopt, "no history at /x\n"};
+    const Heartbeat gone{std::nullopt, "no history at /x\n"};
     events.all_told(now);
-    events.sign_heard(gone, now);
+    events.heartbeat_read(gone, now);
     EXPECT_THAT(texts(), IsEmpty()) << "there may be no recorder at all";
-    events.sign_heard({now}, now);
-    events.sign_heard(gone, now);
-    events.sign_heard(gone, now);
+    events.heartbeat_read({now}, now);
+    events.heartbeat_read(gone, now);
+    events.heartbeat_read(gone, now);
     EXPECT_EQ(events.health().text(now).substr(0, 25), "HISTORY UNREADABLE since ");
     EXPECT_EQ(event_json(told.at(0))["at_work"], nullptr);
     EXPECT_EQ(event_json(told.at(0))["problem"], "no history at /x\n");
-    events.sign_heard({now}, now);
+    events.heartbeat_read({now}, now);
     EXPECT_EQ(event_json(told.at(1))["problem"], nullptr);
     EXPECT_THAT(texts(),
                 ElementsAre("recorder whether cg_recorderd is at work is not known: no history at /x\\n",

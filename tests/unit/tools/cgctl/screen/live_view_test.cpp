@@ -196,10 +196,10 @@ TEST_F(LiveViewTest, WhatCannotBeBelievedStandsInFront)
     events.daemon_heard(true, "", now);
     EXPECT_THAT(shown(), testing::StartsWith(" 3 cards: "));
     EXPECT_THAT(shown(), HasSubstr("░ 150 s"));
-    events.sign_heard({now}, now);
-    events.sign_heard({std::nullopt, "no history at /x"}, now);
+    events.heartbeat_read({now}, now);
+    events.heartbeat_read({std::nullopt, "no history at /x"}, now);
     EXPECT_THAT(shown(), testing::StartsWith(" HISTORY UNREADABLE since 13:49:10 | 3 cards: "));
-    events.sign_heard({now}, now);
+    events.heartbeat_read({now}, now);
     EXPECT_EQ(view.draw({80, 24}, now).at(1, 0).tone, Tone::heading);
 }
 

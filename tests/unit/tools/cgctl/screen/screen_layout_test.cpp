@@ -185,23 +185,4 @@ TEST(ScreenLayout, ArrowsLeadToTheNeighbour)
     EXPECT_EQ(neighbour({}, first, 0, 1), first);
 }
 
-TEST(ScreenLayout, ABarIsAsLongAsItsShare)
-{
-    EXPECT_EQ(bar(0.5, 4), "██░░");
-    EXPECT_EQ(bar(2, 2), "██");
-    EXPECT_EQ(bar(-1, 2), "░░");
-    EXPECT_EQ(bar(1, 0), "");
-}
-
-TEST(Canvas, TextIsCutAndStaysInside)
-{
-    Canvas canvas({6, 1});
-    canvas.put(2, 0, "線卡板", 9);
-    EXPECT_EQ(canvas.line(0), "  線…");
-    canvas.put(5, 0, "abc", 3);
-    canvas.put(9, 0, "x", 1);
-    canvas.put(0, 7, "x", 1);
-    EXPECT_EQ(canvas.line(0), "  線……");
-}
-
 } // namespace

@@ -134,7 +134,7 @@ TEST_F(WatchVerb, EventsAreLinesForPeopleToo)
     const auto watch = start_cgctl({"--socket", folder_.path("none"), "watch"});
     ASSERT_TRUE(watch->says("cgctl: listening\n")) << watch->err();
     cgctl({"card", "plug", "1/3", "--name", "a\nb", "--node-type", "mb"});
-    ASSERT_TRUE(watch->prints(" 1/3/0 a\\nb: plugged, mb, on line\n")) << watch->out();
+    ASSERT_TRUE(watch->prints(" 1/3/0 a\\nb: plugged, mb, online\n")) << watch->out();
     stop_server();
     ASSERT_TRUE(watch->prints("lost the store, database 1; connecting again\n")) << watch->out();
     start_server(); // empty, so the card is gone

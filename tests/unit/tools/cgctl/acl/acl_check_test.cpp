@@ -360,7 +360,7 @@ TEST_F(AclCheck, FindsAStrangerWhoNeedsNoPasswordAndLeavesOthersAlone)
     const Outcome outcome = check({});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_THAT(outcome.out,
-                StartsWith("open: is none of this list, is switched on, and needs no password; `cgctl acl"));
+                StartsWith("open: is not in this list, is switched on, and needs no password; `cgctl acl"));
 }
 
 TEST_F(AclCheck, FindsAStrangerWhoMayDecideOnCards)
@@ -372,7 +372,7 @@ TEST_F(AclCheck, FindsAStrangerWhoMayDecideOnCards)
         ASSERT_EQ(run_as_admin(0, command), "OK");
         const Outcome outcome = check();
         EXPECT_EQ(outcome.status, 1);
-        EXPECT_THAT(outcome.out, StartsWith("chassis: is none of this list, and may decide on cards: it is "
+        EXPECT_THAT(outcome.out, StartsWith("chassis: is not in this list, and may decide on cards: it is "
                                             "permitted " +
                                             what));
         EXPECT_THAT(

@@ -7,7 +7,6 @@
 #include <fstream>
 
 #include "base/failure.h"
-#include "base/times.h"
 #include "history/writer.h"
 #include "unit/tools/cgctl/run_cgctl.h"
 
@@ -283,27 +282,6 @@ TEST_F(HistoryVerbs, ModulesOfARecorderAtWorkGetNoNotice)
     history::Writer writer(file_, now, [](const std::string &) {});
     writer.alive(now);
     EXPECT_EQ(run_cgctl({"modules", "--modules", modules_, "--history", file_}).err, "");
-}
-
-TEST(Moment, ReadsAgesAndDates)
-{
-    setenv("TZ", "CET-1", 1);
-    tzset();
-    EXPECT_EQ(parse_moment("90s", "--since", noon), noon - 90s);
-    EXPECT_EQ(parse_moment("7d", "--since", noon), noon - 24h * 7);
-    EXPECT_EQ(parse_moment("2023-11-15T12:00:00Z", "--since", {}), noon);
-    EXPECT_EQ(parse_moment("2023-11-15T13:00", "--since", {}), noon);
-    EXPECT_EQ(parse_moment("2023-11-15Z", "--since", {}), noon - 12h);
-    EXPECT_EQ(parse_moment("36500d", "--since", noon), noon - 24h * 36500);
-    EXPECT_EQ(parse_moment("3600000s", "--since", noon), noon - 1000h);
-    EXPECT_NO_THROW(parse_moment("1970-01-02Z", "--since", noon));
-    EXPECT_NO_THROW(parse_moment("2200-12-31Z", "--since", noon));
-    for (const char *beyond : {"36501d", "876001h", "99999999999999999999s", "1969-12-31Z", "2201-01-01Z",
-                               "9999-01-01", "0001-01-01"}) {
-        EXPECT_THROW(parse_moment(beyond, "--since", noon), Failure) << beyond;
-    }
-    setenv("TZ", "UTC", 1);
-    tzset();
 }
 
 } // namespace cg

@@ -121,7 +121,7 @@ TEST(Usage, WrongCardsAreRefused)
 TEST(Usage, WrongRecordsAreRefused)
 {
     EXPECT_NE(refused({"get", "card_inf"}).find("nearest: card_info"), std::string::npos);
-    EXPECT_NE(refused({"get", "card_info", "name=x"}).find("name is no key field of p_dev.card_info"),
+    EXPECT_NE(refused({"get", "card_info", "name=x"}).find("name is not a key field of p_dev.card_info"),
               std::string::npos);
     EXPECT_NE(refused({"set", "card_info", "slotld=1"}).find("nearest: slotid"), std::string::npos);
     EXPECT_NE(refused({"set", "card_info", "devid=1", "devid=2"}).find("devid is given more than once"),
@@ -144,7 +144,8 @@ TEST(Usage, WrongModulesAreRefused)
 {
     EXPECT_NE(refused({"module", "run", "sixteen-letters-", "--", "true"}).find("1 to 15 characters"),
               std::string::npos);
-    EXPECT_NE(refused({"module", "run", "a/b", "--", "true"}).find("is not a module name"), std::string::npos);
+    EXPECT_NE(refused({"module", "run", "a/b", "--", "true"}).find("is not a module name"),
+              std::string::npos);
     EXPECT_NE(refused({"module", "run", ".", "--", "true"}).find("is not a module name"), std::string::npos);
     EXPECT_NE(refused({"module", "run", "..", "--", "true"}).find("is not a module name"), std::string::npos);
     EXPECT_NE(refused({"module", "run", "m1"}).find("cgctl module run m1 -- ./check"), std::string::npos);

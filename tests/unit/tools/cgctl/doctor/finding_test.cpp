@@ -1,0 +1,63 @@
+// What a check of the doctor found, as a line and as JSON.
+#include "doctor/finding.h"
+
+#include <gtest/gtest.h>
+
+namespace cg
+{
+
+namespace
+{
+
+vx_mom::Inspected error(const std::string &text)
+{
+    return {vx_mom::Inspected::Kind::error, text, {}};
+}
+
+} // namespace
+
+TEST(Finding, IsALineInColumns)
+{
+    EXPECT_EQ(finding_line("store", {Severity::ok, "it answers"}), "ok    store               it answers");
+    EXPECT_EQ(finding_line("users", {Severity::warn, "open\n", "`cgctl acl`"}),
+              "WARN  users               open\\n; fix: `cgctl acl`");
+    EXPECT_EQ(finding_line("a", {Severity::fail, "b"}).substr(0, 5), "FAIL ");
+    EXPECT_EQ(finding_line("a", {Severity::skipped, "b"}).substr(0, 5), "skip ");
+}
+
+TEST(Finding, IsAnObjectOfTheSecondForm)
+{
+    EXPECT_EQ(dump(finding_json("users", {Severity::skipped, "open", "close"})),
+              R"({"version":2,"name":"users","state":"skipped","found":"open","fix":"close"})");
+    EXPECT_EQ(finding_json("a", {Severity::warn, ""})["state"], "warn");
+    EXPECT_EQ(finding_json("a", {Severity::fail, ""})["state"], "fail");
+    EXPECT_EQ(finding_json("a", {Severity::ok, ""})["state"], "ok");
+}
+
+TEST(Finding, IsWellWhenThereIsNothingToFix)
+{
+    EXPECT_TRUE((Finding{Severity::ok, ""}.is_well()));
+    EXPECT_TRUE((Finding{Severity::skipped, ""}.is_well()));
+    EXPECT_FALSE((Finding{Severity::skipped, "", as_administrator}.is_well()));
+    EXPECT_FALSE((Finding{Severity::fail, ""}.is_well()));
+}
+
+TEST(Finding, ForAnErrorOfTheServerSaysWhoMayAsk)
+{
+    EXPECT_EQ(refused(error("NOPERM no"), "x").severity, Severity::skipped);
+    EXPECT_EQ(refused(error("NOPERM no"), "x").fix, as_administrator);
+    EXPECT_EQ(refused(error("ERR unknown command 'A'"), "x").severity, Severity::skipped);
+    EXPECT_EQ(refused(error("ERR unknown command 'A'"), "x").fix, "");
+    EXPECT_EQ(refused(error("OOM"), "x").severity, Severity::fail);
+    EXPECT_EQ(refused(error("OOM"), "x").fix, "x");
+}
+
+TEST(Listed, IsAsLongAsAReaderWantsIt)
+{
+    EXPECT_EQ(listed({}), "");
+    EXPECT_EQ(listed({"a", "b"}), "a, b");
+    EXPECT_EQ(listed(std::vector<std::string>(8, "a")), "a, a, a, a, a, a, a, a");
+    EXPECT_EQ(listed(std::vector<std::string>(10, "a")), "a, a, a, a, a, a, a, a and 2 more");
+}
+
+} // namespace cg
