@@ -122,6 +122,8 @@ void Live::deliver(const Subscription &subscription, const store::Change &news)
                        " does not decode: " + visible(std::string(news.reason)));
     } else if (news.record != nullptr) {
         change.message = news.record;
+        change.revision = news.revision;
+        change.origin = news.origin();
     }
     subscription.handler(change);
 }

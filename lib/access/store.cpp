@@ -110,20 +110,24 @@ std::optional<Json> Store::read(const RecordType &type, int32_t db, const Json &
 
 std::vector<Json> Store::scan(const RecordType &type, int32_t db)
 {
-    connect(db);
     std::vector<Json> records;
-    const auto scanned = client_->scan(
-        db, *type.descriptor, [&](store::Record &&record) { records.push_back(to_json(*record.message)); });
-    check(scanned, "list", type, db);
-    for (const store::LeftOut &record : scanned.value) {
-        left_out_.insert(record.key);
-        notice("record " + record.key + " does not decode: " + record.why);
-    }
+    scan(type, db, [&](store::Record &&record) { records.push_back(to_json(*record.message)); });
     std::sort(records.begin(), records.end(), [&](const Json &a, const Json &b) {
         // ordered_json compares objects by their values in the order of the fields.
         return key_part(type, a) < key_part(type, b);
     });
     return records;
+}
+
+void Store::scan(const RecordType &type, int32_t db, const std::function<void(store::Record &&)> &each)
+{
+    connect(db);
+    const auto scanned = client_->scan(db, *type.descriptor, each);
+    check(scanned, "list", type, db);
+    for (const store::LeftOut &record : scanned.value) {
+        left_out_.insert(record.key);
+        notice("record " + record.key + " does not decode: " + record.why);
+    }
 }
 
 bool Store::exists(const RecordType &type, int32_t db, const Json &key)

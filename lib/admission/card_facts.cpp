@@ -49,9 +49,26 @@ public:
     {
         add("asked", card.requested_at ? moment(*card.requested_at) : "when is not known");
         add_answers(card.answers, card.waiting_for);
+        add_before(card);
+    }
+
+    void add_before(const TrackedCard &card)
+    {
         if (card.last) {
             add("before", decision_text(*card.last) + ", " + moment(card.last->decided_at));
         }
+    }
+
+    // The last check that was heard of need not be the one that left the result.
+    void add_end(const TrackedCard &card)
+    {
+        if (card.last && (card.explained || (card.decider.empty() && !card.unseen))) {
+            add_last_check(*card.last);
+            return;
+        }
+        add("decided",
+            card.decider.empty() ? "" : (card.denied ? "denied by " : "passed by ") + visible(card.decider));
+        add_before(card);
     }
 
     void add_last_check(const Decision &decision)
@@ -90,14 +107,14 @@ facts_of_card(const TrackedCard &card, std::optional<std::chrono::milliseconds> 
         facts.add_card(card.card);
     }
     facts.add("state", state_text(card, left));
-    if (is_pass_unseen(card)) {
-        facts.add("", "nobody saw whether a module passed it or all were only silent");
+    if (card.unseen) {
+        facts.add("", "whether a module passed it or all were only silent is not known");
     }
     facts.add("since", since_text(card, now));
-    if (card.request) {
+    if (card.open) {
         facts.add_request(card);
-    } else if (card.last) {
-        facts.add_last_check(*card.last);
+    } else {
+        facts.add_end(card);
     }
     if (card.power_off) {
         facts.add("power", "a request to power it off stands");

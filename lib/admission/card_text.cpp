@@ -62,19 +62,13 @@ std::string formatted(Time time, const char *format, bool local)
 
 std::string decider_text(const TrackedCard &card)
 {
-    const Decision *denial = denial_of(card);
-    return denial == nullptr || denial->decider.empty() ? "" : "by " + visible(denial->decider);
+    return card.decider.empty() ? "" : "by " + visible(card.decider);
 }
 
-const Decision *decision_behind(const TrackedCard &card)
+// Whom the time-out that admitted the card waited for, as far as somebody heard of it.
+std::string silent_text(const TrackedCard &card)
 {
-    if (!card.last) {
-        return nullptr;
-    }
-    const Outcome outcome = card.last->outcome;
-    const bool fits = (card.state == State::silence && outcome == Outcome::silence) ||
-                      (card.state == State::passed && outcome == Outcome::passed);
-    return fits ? &*card.last : nullptr;
+    return card.explained && !card.last->silent.empty() ? "of " + list_of(card.last->silent) : "";
 }
 
 std::string whom_text(const TrackedCard &card)
@@ -171,11 +165,7 @@ std::string utc_text(Time time)
 
 const Decision *denial_of(const TrackedCard &card)
 {
-    const bool fits =
-        card.last && card.last->outcome == Outcome::denied &&
-        (card.state == State::denied || (card.denied && card.last->card.name == card.card.name &&
-                                         card.last->card.serial == card.card.serial));
-    return fits ? &*card.last : nullptr;
+    return card.denied && card.explained ? &*card.last : nullptr;
 }
 
 std::string state_text(const TrackedCard &card, std::optional<milliseconds> left)
@@ -188,15 +178,13 @@ std::string state_text(const TrackedCard &card, std::optional<milliseconds> left
 std::pair<std::string, std::string> state_parts(const TrackedCard &card, std::optional<milliseconds> left)
 {
     const std::string word = text_of(card.state);
-    const Decision *decision = decision_behind(card);
     switch (card.state) {
     case State::waiting:
         return {word + (left ? " " + whole_seconds(*left) : ""), whom_text(card)};
     case State::silence:
-        return {word,
-                decision == nullptr || decision->silent.empty() ? "" : "of " + list_of(decision->silent)};
+        return {word, silent_text(card)};
     case State::passed:
-        return {is_pass_unseen(card) ? unseen_pass : word, ""};
+        return {card.unseen ? unseen_pass : word, ""};
     case State::denied:
         return {word, decider_text(card)};
     case State::offline:
@@ -220,11 +208,6 @@ std::string since_text(const TrackedCard &card, Time now)
     return clock_text(*card.since, now) + ' ' + ago_text(*card.since, now);
 }
 
-bool is_pass_unseen(const TrackedCard &card)
-{
-    return card.state == State::passed && decision_behind(card) == nullptr;
-}
-
 Tone tone_of(const TrackedCard &card)
 {
     switch (card.denied ? State::denied : card.state) {
@@ -239,7 +222,7 @@ Tone tone_of(const TrackedCard &card)
     case State::denied:
         return Tone::bad;
     case State::passed:
-        return is_pass_unseen(card) ? Tone::warning : Tone::good;
+        return card.unseen ? Tone::warning : Tone::good;
     case State::exempt:
     case State::unasked:
         return Tone::good;
@@ -276,7 +259,7 @@ std::string answer_text(const admission::Answer &answer)
 
 void Sum::add(const TrackedCard &card)
 {
-    if (is_pass_unseen(card)) {
+    if (card.unseen) {
         ++unseen_;
     } else {
         ++counts_[card.denied ? State::denied : card.state]; // its denial is why it went off line
@@ -343,12 +326,13 @@ Json admission_json(const TrackedCard &card, std::optional<milliseconds> left)
         answers.push_back(answer_json(answer));
     }
     return {{"state", word_of(card.state)},
-            {"unseen", is_pass_unseen(card)},
+            {"unseen", card.unseen},
             {"denied", card.denied},
+            {"decider", text_or_null(card.decider)},
             {"since", or_null(card.since)},
             {"waiting_for", card.waiting_for},
             {"any_will_do", card.any_will_do},
-            {"requested_at", card.request ? or_null(card.requested_at) : Json(nullptr)},
+            {"requested_at", card.open ? or_null(card.requested_at) : Json(nullptr)},
             {"time_left_s", seconds_or_null(left)},
             {"answers", answers},
             {"decision", card.last ? decision_json(*card.last) : Json(nullptr)}};

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include "records/card_identity.h"
+
 namespace admission
 {
 
@@ -10,7 +12,19 @@ bool was_heard(const std::vector<Answer> &answers, const Answer &again)
 {
     const auto last = std::find_if(answers.rbegin(), answers.rend(),
                                    [&](const Answer &answer) { return answer.module == again.module; });
-    return last != answers.rend() && last->ret == again.ret && last->reason == again.reason;
+    if (last == answers.rend()) {
+        return false;
+    }
+    if (last->revision != 0 && again.revision != 0) {
+        return last->revision == again.revision;
+    }
+    return last->ret == again.ret && last->reason == again.reason;
+}
+
+bool is_same_card(const CardFacts &one, const CardFacts &other)
+{
+    const auto is_blank = [](const CardFacts &card) { return card.name.empty() && card.serial.empty(); };
+    return is_blank(one) || is_blank(other) || cg::has_same_identity(one, other);
 }
 
 std::optional<std::chrono::milliseconds> duration_of(const Decision &decision)

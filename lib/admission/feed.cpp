@@ -1,13 +1,11 @@
 // From records to the tracker's events.
 #include "admission/feed.h"
 
-#include <algorithm>
-#include <utility>
+#include <string_view>
 
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "s_dev.pb-c.h"
-#include "vx_mom.h"
 
 namespace admission
 {
@@ -18,8 +16,7 @@ namespace
 struct Event {
     CardTracker &tracker;
     bool deleted;
-    bool existing;
-    Time at;
+    const Change &change;
 };
 
 template <typename Record>
@@ -52,9 +49,9 @@ void feed_card(const Event &event, const ProtobufCMessage &record)
         return;
     }
     if (event.deleted) {
-        event.tracker.card_deleted(position_of(*info.index), event.at);
+        event.tracker.card_deleted(position_of(*info.index), event.change);
     } else {
-        event.tracker.card_written(facts_of(record), event.at, event.existing);
+        event.tracker.card_written(facts_of(record), event.change);
     }
 }
 
@@ -65,26 +62,28 @@ void feed_request(const Event &event, const ProtobufCMessage &record)
         return;
     }
     if (event.deleted) {
-        event.tracker.request_deleted(position_of(*request.index), event.at, event.existing);
+        event.tracker.request_deleted(position_of(*request.index), event.change);
     } else {
-        event.tracker.request_written(position_of(*request.index), event.at, event.existing);
+        event.tracker.request_written(position_of(*request.index), event.change);
     }
 }
 
-// That the daemon has taken an answer says nothing new.
 void feed_answer(const Event &event, const ProtobufCMessage &record)
 {
     const auto &ack = as<PLibpub__AppCgCardCheckAck>(record);
-    if (ack.index == nullptr || event.deleted) {
+    if (ack.index == nullptr) {
         return;
     }
+    const Position position{ack.index->devid, ack.index->slotid, ack.index->t_sslotid};
     Answer answer;
     answer.module = ack.index->mod_name;
     answer.ret = ack.ret;
     answer.reason = ack.reason;
-    answer.at = event.at;
-    event.tracker.answered({ack.index->devid, ack.index->slotid, ack.index->t_sslotid}, std::move(answer),
-                           event.existing);
+    if (event.deleted) {
+        event.tracker.answer_deleted(position, answer, event.change);
+    } else {
+        event.tracker.answer_written(position, answer, event.change);
+    }
 }
 
 void feed_result(const Event &event, const ProtobufCMessage &record)
@@ -94,11 +93,11 @@ void feed_result(const Event &event, const ProtobufCMessage &record)
         return;
     }
     if (event.deleted) {
-        event.tracker.result_deleted(result.index->card_tipc_nodeid, event.at);
+        event.tracker.result_deleted(result.index->card_tipc_nodeid, event.change);
     } else {
         event.tracker.result_written(result.index->card_tipc_nodeid,
                                      result.stat == P_LIBPUB__APP_CG_CARD_CHECK_STAT__APP_CG_CHECK_PASS,
-                                     event.at, event.existing);
+                                     event.change);
     }
 }
 
@@ -129,63 +128,6 @@ void feed_role(const Event &event, const ProtobufCMessage &record)
 
 } // namespace
 
-const std::array<TrackedType, 7> &tracked_types()
-{
-    static const std::array<TrackedType, 7> types{{{&p_dev__dp_lib_grole__descriptor, 1},
-                                                   {&p_dev__card_info__descriptor, 1},
-                                                   {&p_libpub__app_cg_card_check_info__descriptor, 1},
-                                                   {&p_libpub__app_cg_card_check_ack__descriptor, 1},
-                                                   {&p_libpub__app_cg_mom_deny_check_result__descriptor, 1},
-                                                   {&p_dev__dm_set_card_custom_st__descriptor, 33},
-                                                   {&s_dev__im_card_power_onoff__descriptor, 33}}};
-    return types;
-}
-
-bool InPlace::told(const ProtobufCMessageDescriptor *type)
-{
-    types_.insert(type);
-    return types_.size() == tracked_types().size();
-}
-
-void InPlace::lost(int32_t db)
-{
-    for (const TrackedType &type : tracked_types()) {
-        if (type.db == db) {
-            types_.erase(type.descriptor);
-        }
-    }
-}
-
-bool InPlace::is_complete(int32_t db) const
-{
-    const auto &all = tracked_types();
-    return std::all_of(all.begin(), all.end(), [&](const TrackedType &type) {
-        return type.db != db || types_.contains(type.descriptor);
-    });
-}
-
-std::vector<const ProtobufCMessageDescriptor *> InPlace::overdue(Time now)
-{
-    constexpr std::chrono::seconds patience{10};
-    const auto &all = tracked_types();
-    if (types_.empty() || types_.size() == all.size()) {
-        partly_since_.reset();
-        overdue_told_ = false;
-        return {};
-    }
-    partly_since_ = std::min(now, partly_since_.value_or(now)); // the clock may be set back
-    if (now - *partly_since_ < patience || std::exchange(overdue_told_, true)) {
-        return {};
-    }
-    std::vector<const ProtobufCMessageDescriptor *> missing;
-    for (const TrackedType &type : all) {
-        if (!types_.contains(type.descriptor)) {
-            missing.push_back(type.descriptor);
-        }
-    }
-    return missing;
-}
-
 CardFacts facts_of(const ProtobufCMessage &card_info)
 {
     const auto &info = as<PDev__CardInfo>(card_info);
@@ -201,26 +143,17 @@ CardFacts facts_of(const ProtobufCMessage &card_info)
     return facts;
 }
 
-void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, const Change &change)
+void feed(CardTracker &tracker, const ProtobufCMessage &record, bool deleted, const Change &change)
 {
-    if (cmd != VX_MOM_CMD_SET && cmd != VX_MOM_CMD_HMSET && cmd != VX_MOM_CMD_SCANNED &&
-        cmd != VX_MOM_CMD_DELETED) {
-        return;
-    }
     static constexpr std::array handlers{feed_role,   feed_card,          feed_request, feed_answer,
                                          feed_result, feed_custom_status, feed_power};
-    const Event event{tracker, cmd == VX_MOM_CMD_DELETED, change.existing, change.at};
+    const Event event{tracker, deleted, change};
     const auto &types = tracked_types();
     for (std::size_t i = 0; i < types.size(); ++i) {
         if (types.at(i).descriptor == record.descriptor) {
             handlers.at(i)(event, record);
         }
     }
-}
-
-void feed(CardTracker &tracker, int32_t cmd, const ProtobufCMessage &record, bool existing, Time at)
-{
-    feed(tracker, cmd, record, Change{at, existing});
 }
 
 } // namespace admission

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <limits>
 
+#include "admission/words.h"
+
 namespace history
 {
 
@@ -18,7 +20,7 @@ constexpr std::size_t longest_text = 256;
 constexpr const char *decision_columns =
     "SELECT d.id, d.devid, d.slotid, d.sslotid, d.card_name, d.serial, d.node_type, d.config_dev_type,"
     " d.nodeid, d.tipc_nodeid, d.online, d.outcome, d.admitted, d.requested_at, d.decided_at, d.decider,"
-    " d.reason, d.role, d.complete FROM decisions d ";
+    " d.reason, d.role, d.complete, d.result FROM decisions d ";
 
 // Never within a character.
 std::string cut(const std::string &text)
@@ -35,6 +37,12 @@ std::string cut(const std::string &text)
         --end;
     }
     return text.substr(0, end);
+}
+
+// Of a write within one set of data its writer is enough; the revision is of no use in another.
+std::string text_of(const admission::Write &write)
+{
+    return write.origin.number == 0 ? "" : store::text_of(write.origin);
 }
 
 // The columns devid to online, which begin at 1.
@@ -124,6 +132,7 @@ Decision decision_of(const Statement &row)
         decision.role = row.small(17);
     }
     decision.complete = row.number(18) != 0;
+    decision.result.origin = store::parse_origin(row.text(19));
     return decision;
 }
 
@@ -177,9 +186,10 @@ std::vector<Decision> read_last_decisions(const Database &database)
 
 std::vector<OpenCheck> read_open_checks(const Database &database)
 {
-    Statement rows(database, "SELECT id, devid, slotid, sslotid, card_name, serial, node_type,"
-                             " config_dev_type, nodeid, tipc_nodeid, online, requested_at, any_will_do"
-                             " FROM open_checks ORDER BY devid, slotid, sslotid");
+    Statement rows(database,
+                   "SELECT id, devid, slotid, sslotid, card_name, serial, node_type,"
+                   " config_dev_type, nodeid, tipc_nodeid, online, requested_at, any_will_do, request"
+                   " FROM open_checks ORDER BY devid, slotid, sslotid");
     Statement answers(database, "SELECT module, ret, reason, at, registered, took_ms FROM open_answers"
                                 " WHERE check_id = ? ORDER BY number");
     Statement waiting(database, "SELECT module FROM open_waiting WHERE check_id = ? ORDER BY number");
@@ -193,6 +203,7 @@ std::vector<OpenCheck> read_open_checks(const Database &database)
         check.answers = answers_of(answers.with(rows.number(0)));
         check.waiting_for = names_of(waiting.with(rows.number(0)));
         check.any_will_do = rows.number(12) != 0;
+        check.request.origin = store::parse_origin(rows.text(13));
         checks.push_back(std::move(check));
     }
     return checks;
@@ -203,13 +214,13 @@ int64_t write_decision(const Database &database, const Decision &decision)
     const CardFacts &card = decision.card;
     Statement(database, "INSERT INTO decisions (devid, slotid, sslotid, card_name, serial, node_type,"
                         " config_dev_type, nodeid, tipc_nodeid, online, outcome, admitted, requested_at,"
-                        " decided_at, decider, reason, role, complete)"
-                        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+                        " decided_at, decider, reason, role, complete, result)"
+                        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .with(card.position.devid, card.position.slotid, card.position.sslotid, cut(card.name),
               cut(card.serial), card.node_type, card.config_dev_type, card.nodeid, card.tipc_nodeid,
               card.online, admission::word_of(decision.outcome), decision.admitted, decision.requested_at,
               decision.decided_at, cut(decision.decider), cut(decision.reason), decision.role,
-              decision.complete)
+              decision.complete, text_of(decision.result))
         .run();
     const int64_t id = database.last_id();
     write_answers(database, "INSERT INTO answers VALUES (?, ?, ?, ?, ?, ?, ?, ?)", id, decision.answers);
@@ -240,11 +251,11 @@ void write_open_check(const Database &database, const OpenCheck &check)
     const CardFacts &card = check.card;
     erase_open_check(database, card.position);
     Statement(database, "INSERT INTO open_checks (devid, slotid, sslotid, card_name, serial, node_type,"
-                        " config_dev_type, nodeid, tipc_nodeid, online, requested_at, any_will_do)"
-                        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+                        " config_dev_type, nodeid, tipc_nodeid, online, requested_at, any_will_do, request)"
+                        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .with(card.position.devid, card.position.slotid, card.position.sslotid, cut(card.name),
               cut(card.serial), card.node_type, card.config_dev_type, card.nodeid, card.tipc_nodeid,
-              card.online, check.requested_at, check.any_will_do)
+              card.online, check.requested_at, check.any_will_do, text_of(check.request))
         .run();
     const int64_t id = database.last_id();
     write_answers(database, "INSERT INTO open_answers VALUES (?, ?, ?, ?, ?, ?, ?, ?)", id, check.answers);

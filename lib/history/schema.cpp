@@ -85,7 +85,14 @@ CREATE TABLE notes (name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 // A check that continues after its card's time was up once waits for any module's PASS.
 constexpr Migration second = "ALTER TABLE open_checks ADD COLUMN any_will_do INTEGER NOT NULL DEFAULT 0";
 
-constexpr std::array all{first, second};
+// Which write began a check, and which one ended it: so that each is known again, and not taken for another.
+// Rows of before say nothing of it.
+constexpr Migration third = R"(
+ALTER TABLE decisions ADD COLUMN result TEXT NOT NULL DEFAULT '';
+ALTER TABLE open_checks ADD COLUMN request TEXT NOT NULL DEFAULT '';
+)";
+
+constexpr std::array all{first, second, third};
 
 [[noreturn]] void refuse(const Database &database, const std::string &why)
 {

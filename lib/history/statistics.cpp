@@ -3,6 +3,8 @@
 
 #include <map>
 
+#include "admission/words.h"
+
 namespace history
 {
 

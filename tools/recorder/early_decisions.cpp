@@ -16,17 +16,20 @@ void EarlyDecisions::add(std::shared_ptr<history::Decision> decision)
     }
 }
 
-void EarlyDecisions::complete(const history::OpenCheck &check)
+bool EarlyDecisions::complete(const history::OpenCheck &check)
 {
-    const auto first = std::find_if(decisions_.begin(), decisions_.end(), [&](const auto &decision) {
-        return decision->card.position == check.card.position &&
-               decision->outcome != history::Outcome::exempt &&
-               decision->outcome != history::Outcome::unasked;
-    });
-    if (first == decisions_.end() || (*first)->requested_at) {
-        return;
+    bool found = false;
+    for (const auto &decision : decisions_) {
+        if (is_same(decision->request, check.request)) {
+            complete(*decision, check);
+            found = true;
+        }
     }
-    history::Decision &decision = **first;
+    return found;
+}
+
+void EarlyDecisions::complete(history::Decision &decision, const history::OpenCheck &check)
+{
     decision.requested_at = check.requested_at;
     const std::vector<history::Answer> heard = std::exchange(decision.answers, check.answers);
     std::size_t told = check.answers.size();

@@ -15,13 +15,15 @@ class EarlyDecisions
 public:
     // Remembers a decision that waits to be written; of too many, the first ones.
     void add(std::shared_ptr<history::Decision> decision);
-    // Completes the decision on this check, which was found standing: when it began, and what was answered
-    // before, is known from the history. Later checks of the position are others.
-    void complete(const history::OpenCheck &check);
+    // Completes the decisions on this very check: when it began, and what was answered before, is known from
+    // the history. Returns whether there is one.
+    bool complete(const history::OpenCheck &check);
     // The history is open: there are no more early ones.
     void clear() { decisions_.clear(); }
 
 private:
+    static void complete(history::Decision &decision, const history::OpenCheck &check);
+
     std::vector<std::shared_ptr<history::Decision>> decisions_;
 };
 

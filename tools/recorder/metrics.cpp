@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstring>
 
+#include "admission/words.h"
 #include "base/text.h"
 
 namespace recorder
@@ -43,12 +44,6 @@ Family<Gauge> &gauge(Registry &registry, const char *name, const char *help)
 {
     return prometheus::BuildGauge().Name(name).Help(help).Register(registry);
 }
-
-constexpr std::array all_states{
-    admission::State::absent,  admission::State::offline, admission::State::undecided,
-    admission::State::waiting, admission::State::passed,  admission::State::silence,
-    admission::State::denied,  admission::State::exempt,  admission::State::unasked,
-};
 
 } // namespace
 
@@ -162,12 +157,12 @@ void Metrics::show_store(bool connected)
 
 void Metrics::show(const std::vector<const admission::TrackedCard *> &cards)
 {
-    std::array<int, all_states.size()> numbers{};
+    std::vector<int> numbers(admission::all_states().size());
     for (const admission::TrackedCard *card : cards) {
         const admission::State state = card->denied ? admission::State::denied : card->state;
         ++numbers.at(static_cast<std::size_t>(state));
     }
-    for (const admission::State state : all_states) {
+    for (const admission::State state : admission::all_states()) {
         if (state != admission::State::absent) {
             families_->cards.Add({{"state", admission::word_of(state)}})
                 .Set(numbers.at(static_cast<std::size_t>(state)));

@@ -11,7 +11,8 @@ OpenChecks::OpenChecks(Put put) : put_(std::move(put)) {}
 OpenChecks::Written OpenChecks::content_of(const admission::TrackedCard &card)
 {
     const auto last = card.answers.empty() ? std::nullopt : std::optional(card.answers.back().at);
-    return {card.requested_at, card.answers.size(), last, card.waiting_for, card.any_will_do};
+    return {card.requested_at, card.answers.size(), last,
+            card.waiting_for,  card.any_will_do,    store::text_of(card.asked.origin)};
 }
 
 void OpenChecks::update(const std::vector<const admission::TrackedCard *> &cards)
@@ -26,7 +27,7 @@ void OpenChecks::update(const std::vector<const admission::TrackedCard *> &cards
         const auto found = written_.find(position);
         if (found == written_.end() || found->second != standing[position]) {
             put_([check = history::OpenCheck{card->card, card->requested_at, card->waiting_for, card->answers,
-                                             card->any_will_do}](history::Writer &writer) {
+                                             card->any_will_do, card->asked}](history::Writer &writer) {
                 writer.set_open(check);
             });
         }

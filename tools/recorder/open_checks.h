@@ -35,6 +35,7 @@ private:
         std::optional<history::Time> last_answer{};
         std::vector<std::string> waiting_for{};
         bool any_will_do = false;
+        std::string request{};
         friend bool operator==(const Written &, const Written &) = default;
     };
     static Written content_of(const admission::TrackedCard &card);

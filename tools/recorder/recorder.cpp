@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "daemon_exit.h"
-
 namespace recorder
 {
 
@@ -55,14 +53,14 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Log log, Time now)
 
 // The daemon reads its folder when it starts and when its store returns. Where its starts are not noted, the
 // folder as it is now is the best guess.
-void Recorder::handle(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change)
+void Recorder::handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change)
 {
     now_ = change.at;
     read_service_log();
     if (!service_log_.is_readable() && !change.existing) {
         read_modules();
     }
-    admission::feed(tracker_, cmd, record, change);
+    admission::feed(tracker_, record, deleted, change);
     if (modules_.names() && !tracker_.knows_modules()) {
         modules_.report_contradiction();
     }
@@ -97,7 +95,6 @@ void Recorder::snapshot_done(Time now)
     tracker_.snapshot_done(now);
     if (!listening_since_) {
         listening_since_ = now;
-        lines_before_listening_ = early_lines_.size();
     }
     metrics_.show_store(true);
     gaps_.end(now);
@@ -156,7 +153,6 @@ void Recorder::end(Time now)
 
 void Recorder::record(const admission::Decision &decision)
 {
-    ++recorded_;
     metrics_.count(decision);
     const auto kept = std::make_shared<history::Decision>(decision);
     if (!resumed_) {
@@ -190,19 +186,11 @@ void Recorder::use_modules()
 
 void Recorder::read_service_log()
 {
-    const std::string before = service_log_.last_line();
     const std::vector<ServiceLine> lines = service_log_.poll();
     if (service_log_.met_overlong_line() && !std::exchange(reported_overlong_line_, true)) {
         log_("the service log " + settings_.service_log +
              " has an overlong line, which is skipped; only the gate's service may write there");
     }
-    if (has_exit(before, lines)) {
-        const bool noted = std::any_of(lines.begin(), lines.end(),
-                                       [](const ServiceLine &line) { return !line.event.is_start; });
-        noted ? tracker_.daemon_ended() : tracker_.daemon_started_again(lines.back().event.at);
-    }
-    const auto last = parse_service_line(service_log_.last_line());
-    tracker_.set_daemon_watched(service_log_.is_readable() && last && last->is_start);
     for (const ServiceLine &line : lines) {
         if (counts_starts_) {
             metrics_.count(line.event);
@@ -247,7 +235,6 @@ void Recorder::resume(const history::Writer &writer)
 {
     const std::vector<history::Decision> decisions = writer.last_decisions();
     const std::vector<history::OpenCheck> checks = writer.open_checks();
-    const std::string service_line = writer.life_note();
     const std::optional<Time> alive_at = writer.last_alive();
     const std::optional<Time> gap_end = writer.last_gap_end();
     const std::optional<ModuleList::Names> modules = writer.modules_note();
@@ -262,36 +249,17 @@ void Recorder::resume(const history::Writer &writer)
     for (const history::Decision &decision : decisions) {
         tracker_.remember_decision(decision);
     }
-    resume_checks(checks, exit_before_listening(service_line));
+    for (const history::OpenCheck &check : checks) {
+        open_checks_.found(check.card.position);
+        if (!early_.complete(check)) {
+            tracker_.take_up(check, now_);
+        }
+    }
     early_.clear();
     write(first_lines(std::exchange(early_lines_, {})));
     if (alive_at) {
         resume_gap(*alive_at);
     }
-}
-
-void Recorder::resume_checks(const std::vector<history::OpenCheck> &checks, std::optional<Time> exit)
-{
-    for (const history::OpenCheck &check : checks) {
-        open_checks_.found(check.card.position);
-        const std::size_t recorded = recorded_;
-        // An exit that was noted may be older than the check: its daemon's successor had asked by then.
-        const bool ended = exit && (!check.requested_at || *exit >= *check.requested_at);
-        tracker_.take_up(check, ended, now_);
-        if (recorded == recorded_) {
-            early_.complete(check); // else it has ended unseen, and what was decided was another one
-        }
-    }
-}
-
-// Without a note it is not known which of the lines are older than the file.
-std::optional<Recorder::Time> Recorder::exit_before_listening(const std::string &noted) const
-{
-    std::vector<ServiceLine> lines = early_lines_;
-    if (listening_since_) {
-        lines.resize(lines_before_listening_);
-    }
-    return noted.empty() ? std::nullopt : last_exit(noted, lines_behind(noted, std::move(lines)));
 }
 
 // From the file's last heartbeat until the recorder listened, whenever the file was opened.

@@ -36,7 +36,7 @@ public:
     Recorder(Settings settings, Metrics &metrics, Log log, Time now);
 
     // Handles a change, with the arguments of admission::feed(). The time is the change's.
-    void handle(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change);
+    void handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change);
     // The record with this key changed, and does not decode, for this reason.
     void could_not_read(const std::string &key, const std::string &reason, Time now);
     // Every change until then was delivered: so much is known of the store, and a gap begins there.
@@ -63,9 +63,7 @@ private:
     void opened(history::Writer &writer);
     void opened_again();
     void resume(const history::Writer &writer);
-    void resume_checks(const std::vector<history::OpenCheck> &checks, std::optional<Time> exit);
     void resume_gap(Time alive_at);
-    [[nodiscard]] std::optional<Time> exit_before_listening(const std::string &noted) const;
     void write(Outbox::Write write) { outbox_.put(std::move(write), now_); }
     void record(const admission::Decision &decision);
     void record_late(const history::Position &position, const history::Answer &answer);
@@ -86,11 +84,9 @@ private:
     EarlyDecisions early_;
     std::optional<ModuleList::Names> noted_modules_; // as the file has them
     bool reported_overlong_line_ = false;
-    bool counts_starts_ = false;             // what the service log held before is not counted
-    bool resumed_ = false;                   // what the file holds of the time before
-    std::size_t recorded_ = 0;               // decisions
-    std::vector<ServiceLine> early_lines_;   // of the service log, until the history is open
-    std::size_t lines_before_listening_ = 0; // so many of them
+    bool counts_starts_ = false;           // what the service log held before is not counted
+    bool resumed_ = false;                 // what the file holds of the time before
+    std::vector<ServiceLine> early_lines_; // of the service log, until the history is open
     std::optional<Time> listening_since_;
     std::optional<Time> last_heartbeat_;
     Time started_{};

@@ -170,7 +170,7 @@ void Service::handle(const store::Change &change)
         recorder_.could_not_read(cg::visible(change.key), cg::visible(change.reason), now());
     } else if (change.record != nullptr) {
         const bool existing = change.existing || !in_place_.is_complete(change.database);
-        recorder_.handle(change.command, *change.record,
+        recorder_.handle(*change.record, change.command == VX_MOM_CMD_DELETED,
                          {now(), existing, {change.revision, change.origin()}});
         flush_soon();
     }

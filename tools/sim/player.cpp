@@ -240,7 +240,7 @@ void Player::heard(int32_t cmd, const ProtobufCMessage &record, const admission:
     if (event && !change.existing) {
         report(*event);
     }
-    admission::feed(tracker_, cmd, record, change);
+    admission::feed(tracker_, record, cmd == VX_MOM_CMD_DELETED, change);
     play_modules(cmd, record, change.existing);
     if (has_echoed()) {
         if (event && change.existing) {

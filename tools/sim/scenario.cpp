@@ -5,6 +5,7 @@
 #include <array>
 #include <set>
 
+#include "admission/words.h"
 #include "base/failure.h"
 #include "base/text.h"
 

@@ -10,7 +10,6 @@
 #include "p_libpub.pb-c.h"
 #include "records/card_identity.h"
 #include "s_dev.pb-c.h"
-#include "vx_mom.h"
 
 namespace cg
 {
@@ -54,7 +53,7 @@ std::optional<Position> position_of(const ProtobufCMessage &record)
     return std::nullopt;
 }
 
-bool is_same_card(const CardFacts &a, const CardFacts &b)
+bool has_same_facts(const CardFacts &a, const CardFacts &b)
 {
     return has_same_identity(a, b) && a.node_type == b.node_type && a.config_dev_type == b.config_dev_type;
 }
@@ -88,7 +87,7 @@ Tone tone_of_end(const Decision &decision)
 struct CardEvents::Before {
     bool known = false; // there was a card
     CardFacts card{};
-    bool request = false;
+    bool open = false;
     bool power_off = false;
 };
 
@@ -109,24 +108,23 @@ void CardEvents::tell(Event event) const
     listener_(event);
 }
 
-void CardEvents::take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time at)
+void CardEvents::take(const ProtobufCMessage &record, bool deleted, const admission::Change &change)
 {
     const std::optional<Position> position = position_of(record);
     Before before;
     if (const TrackedCard *card = position ? tracker_.find(*position) : nullptr) {
-        before = {card->state != State::absent, card->card, card->request, card->power_off};
+        before = {card->state != State::absent, card->card, card->open, card->power_off};
     }
     Event event;
-    event.at = at;
+    event.at = change.at;
     event.position = position;
-    event.meanwhile = existing;
+    event.meanwhile = change.existing;
     event.name = before.card.name;
-    const bool deleted = cmd == VX_MOM_CMD_DELETED;
     if (record.descriptor == &p_libpub__app_cg_card_check_ack__descriptor && !deleted) {
-        tell_answer(record, existing, event); // before the decision that it may bring about
+        tell_answer(record, change, event); // before the decision that it may bring about
     }
-    meanwhile_ = existing;
-    admission::feed(tracker_, cmd, record, existing, at);
+    meanwhile_ = change.existing;
+    admission::feed(tracker_, record, deleted, change);
     if (position) {
         compare(*position, before, std::move(event));
     } else if (record.descriptor == &p_dev__dp_lib_grole__descriptor) {
@@ -140,7 +138,7 @@ void CardEvents::compare(const Position &position, const Before &before, Event e
     const TrackedCard *found = tracker_.find(position);
     const TrackedCard now = found == nullptr ? TrackedCard{} : *found;
     tell_card(now, before, event);
-    if (now.request && (!before.request || now.requested_at == event.at)) {
+    if (now.open && (!before.open || now.requested_at == event.at)) {
         event.kind = "asked";
         event.tone = Tone::waiting;
         event.text = "asked " + list_of(now.waiting_for);
@@ -176,7 +174,7 @@ void CardEvents::tell_card(const TrackedCard &now, const Before &before, const E
     } else if (is_there && card.online != before.card.online) {
         event.kind = card.online ? "online" : "offline";
         event.text = card.online ? "online" : "offline";
-    } else if (is_there && !is_same_card(card, before.card)) {
+    } else if (is_there && !has_same_facts(card, before.card)) {
         event.kind = "changed";
         event.text = "another card, or other facts of it: " + short_type(card.node_type);
     } else {
@@ -187,7 +185,8 @@ void CardEvents::tell_card(const TrackedCard &now, const Before &before, const E
 
 // One that is told anew with the other records of a store that was away stood already, unless nobody has
 // heard of it; where there is no card, nobody remembers.
-void CardEvents::tell_answer(const ProtobufCMessage &record, bool existing, Event event) const
+void CardEvents::tell_answer(const ProtobufCMessage &record, const admission::Change &change,
+                             Event event) const
 {
     const auto &ack = as<PLibpub__AppCgCardCheckAck>(record);
     if (ack.index == nullptr) {
@@ -196,11 +195,12 @@ void CardEvents::tell_answer(const ProtobufCMessage &record, bool existing, Even
     event.kind = "answer";
     event.position = Position{ack.index->devid, ack.index->slotid, ack.index->t_sslotid};
     Answer answer{ack.index->mod_name, ack.ret, ack.reason, event.at};
+    answer.revision = change.write.revision;
     const TrackedCard *card = tracker_.find(*event.position);
-    if (existing && (card == nullptr || admission::was_heard(card->answers, answer))) {
+    if (change.existing && (card == nullptr || admission::was_heard(card->answers, answer))) {
         return;
     }
-    if (!existing && card != nullptr && card->request) {
+    if (!change.existing && card != nullptr && card->open) {
         answer.took = tracker_.time_to_answer(*card, event.at);
     }
     answer.registered = tracker_.is_module(answer.module);

@@ -54,7 +54,7 @@ public:
     [[nodiscard]] std::string reason_of(const admission::TrackedCard &card) const;
 
     // A change, as admission::feed() wants it.
-    void take(int32_t cmd, const ProtobufCMessage &record, bool existing, Time at);
+    void take(const ProtobufCMessage &record, bool deleted, const admission::Change &change);
     // Every existing record was told, at first or anew after an outage: from now on there are events.
     void all_told(Time at);
     // The store went away, or came back; whether with the same data.
@@ -75,7 +75,7 @@ private:
     void tell(Event event) const;
     void compare(const Position &position, const Before &before, Event event) const;
     void tell_card(const admission::TrackedCard &now, const Before &before, const Event &event) const;
-    void tell_answer(const ProtobufCMessage &record, bool existing, Event event) const;
+    void tell_answer(const ProtobufCMessage &record, const admission::Change &change, Event event) const;
     void tell_role(const std::optional<int32_t> &role, Event event);
     void decided(const admission::Decision &decision) const;
 

@@ -24,7 +24,7 @@ std::string verdict_word(const Json &result)
     return result["stat"] == "APP_CG_CHECK_PASS" ? "PASS" : "DENY";
 }
 
-const std::vector<Json> &of_type(const StoredRecords &records, const char *type_name)
+const std::vector<StoredRecord> &of_type(const StoredRecords &records, const char *type_name)
 {
     return records.at(&record_type(type_name));
 }
@@ -37,7 +37,7 @@ Position position_of(const Json &record)
 std::set<Position> requests(const StoredRecords &records)
 {
     std::set<Position> found;
-    for (const Json &record : of_type(records, "app_cg_card_check_info")) {
+    for (const auto &[read, record] : of_type(records, "app_cg_card_check_info")) {
         found.insert(position_of(record));
     }
     return found;
@@ -46,7 +46,7 @@ std::set<Position> requests(const StoredRecords &records)
 std::map<int32_t, std::string> results_by_tipc(const StoredRecords &records)
 {
     std::map<int32_t, std::string> found;
-    for (const Json &record : of_type(records, "app_cg_mom_deny_check_result")) {
+    for (const auto &[read, record] : of_type(records, "app_cg_mom_deny_check_result")) {
         found[record["index"]["card_tipc_nodeid"].get<int32_t>()] = verdict_word(record);
     }
     return found;
@@ -55,7 +55,7 @@ std::map<int32_t, std::string> results_by_tipc(const StoredRecords &records)
 std::map<Position, std::string> results_by_position(const StoredRecords &records)
 {
     std::map<Position, std::string> found;
-    for (const Json &record : of_type(records, "app_cg_card_deny_check_result")) {
+    for (const auto &[read, record] : of_type(records, "app_cg_card_deny_check_result")) {
         found[position_of(record)] = verdict_word(record);
     }
     return found;
@@ -65,7 +65,7 @@ std::map<Position, std::string> results_by_position(const StoredRecords &records
 std::map<Position, std::string> custom_statuses(const StoredRecords &records)
 {
     std::map<Position, std::string> found;
-    for (const Json &record : of_type(records, "dm_set_card_custom_st")) {
+    for (const auto &[read, record] : of_type(records, "dm_set_card_custom_st")) {
         const Json &status = record["status"];
         const std::string text = status.is_string() ? status.get<std::string>() : dump(status);
         if (record["index"]["t_mod_name"] == daemon_name) {
@@ -80,7 +80,7 @@ std::map<Position, std::string> custom_statuses(const StoredRecords &records)
 std::set<Position> powered_off(const StoredRecords &records)
 {
     std::set<Position> found;
-    for (const Json &record : of_type(records, "im_card_power_onoff")) {
+    for (const auto &[read, record] : of_type(records, "im_card_power_onoff")) {
         if (record["updown"] == false) {
             found.insert(position_of(record));
         }
@@ -157,7 +157,11 @@ StoredRecords read_records(Store &store)
     StoredRecords records;
     for (const char *name : types) {
         const RecordType &type = record_type(name);
-        records.emplace(&type, store.scan(type, type.db));
+        std::vector<StoredRecord> &found = records[&type];
+        store.scan(type, type.db, [&found](store::Record &&record) {
+            Json json = to_json(*record.message);
+            found.push_back({std::move(record), std::move(json)});
+        });
     }
     return records;
 }
@@ -170,7 +174,7 @@ std::vector<Card> cards_in(const StoredRecords &records)
     const std::map<Position, std::string> statuses = custom_statuses(records);
     const std::set<Position> off = powered_off(records);
     std::vector<Card> cards;
-    for (const Json &info : of_type(records, "card_info")) {
+    for (const auto &[read, info] : of_type(records, "card_info")) {
         const Position position = position_of(info);
         cards.push_back({position, info, asked.contains(position),
                          look_up(by_tipc, info["card_tipc_nodeid"].get<int32_t>()),

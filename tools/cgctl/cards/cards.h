@@ -40,8 +40,14 @@ struct FoundRecord {
     Json record;
 };
 
+// A record as it was read, and as JSON.
+struct StoredRecord {
+    store::Record read;
+    Json json;
+};
+
 // The records of the types that are about cards, read once, by their types.
-using StoredRecords = std::map<const RecordType *, std::vector<Json>>;
+using StoredRecords = std::map<const RecordType *, std::vector<StoredRecord>>;
 // Throws Failure.
 StoredRecords read_records(Store &store);
 

@@ -91,16 +91,17 @@ void LiveCards::handle(const Change &change)
             refresh_modules(at);
         }
         const bool existing = change.existing || !in_place_.is_complete(change.db);
-        events_.take(change.cmd, *change.message, existing, at);
+        events_.take(*change.message, change.cmd == VX_MOM_CMD_DELETED,
+                     {at, existing, {change.revision, change.origin}});
     }
 }
 
 void LiveCards::notice_unseen() const
 {
     const auto cards = events_.tracker().cards();
-    const auto count = std::count_if(
-        cards.begin(), cards.end(), [](const admission::TrackedCard *card) { return is_pass_unseen(*card); });
-    if (past_.problem.empty() && count > 0) {
+    const auto count = std::count_if(cards.begin(), cards.end(),
+                                     [](const admission::TrackedCard *card) { return card->unseen; });
+    if (count > 0) {
         session_.notice(unseen_text(static_cast<std::size_t>(count)));
     }
 }

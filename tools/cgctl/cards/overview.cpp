@@ -9,7 +9,6 @@
 #include "base/text.h"
 #include "command_line/session.h"
 #include "modules/module_folder.h"
-#include "vx_mom.h"
 
 namespace cg
 {
@@ -22,10 +21,6 @@ using admission::State;
 using admission::Time;
 using admission::TrackedCard;
 
-// The daemon's time-out, and what may pass until its end is seen. An open check that is older is one whose
-// end the recorder missed.
-constexpr std::chrono::seconds longest_check = admission::check_timeout + std::chrono::seconds{30};
-
 // The daemon asks those whom it found when it connected; without it, the folder is the next best. Nothing: it
 // cannot be told.
 std::optional<std::vector<std::string>> modules_asked(const DaemonView &daemon)
@@ -37,35 +32,11 @@ std::optional<std::vector<std::string>> modules_asked(const DaemonView &daemon)
     return folder.readable || folder.missing ? std::optional(asked_of(folder)) : std::nullopt;
 }
 
-const history::OpenCheck *open_check(const Past &past, const Position &position, Time now)
-{
-    const auto found = std::find_if(past.open.begin(), past.open.end(), [&](const history::OpenCheck &check) {
-        return check.card.position == position &&
-               (!check.requested_at || now - *check.requested_at < longest_check);
-    });
-    return found == past.open.end() ? nullptr : &*found;
-}
-
-void prime_request(CardTracker &tracker, const DaemonCard *daemon, const history::OpenCheck *open,
-                   const Position &position)
-{
-    if (daemon == nullptr && open == nullptr) {
-        return;
-    }
-    history::OpenCheck check = open == nullptr ? history::OpenCheck{} : *open;
-    check.card.position = position;
-    if (daemon != nullptr) {
-        check.waiting_for = daemon->waiting_for;
-        check.any_will_do = daemon->waiting_for.empty();
-    }
-    tracker.remember_open(check);
-}
-
 std::vector<Position> requests_in(const StoredRecords &records)
 {
     std::vector<Position> positions;
-    for (const Json &record : records.at(&record_type("app_cg_card_check_info"))) {
-        positions.push_back(position_in(record["index"]));
+    for (const StoredRecord &record : records.at(&record_type("app_cg_card_check_info"))) {
+        positions.push_back(position_in(record.json["index"]));
     }
     return positions;
 }
@@ -73,10 +44,8 @@ std::vector<Position> requests_in(const StoredRecords &records)
 void feed_records(CardTracker &tracker, const StoredRecords &records, Time now)
 {
     for (const admission::TrackedType &tracked : admission::tracked_types()) {
-        const RecordType &type = record_type(tracked.descriptor->name);
-        for (const Json &record : records.at(&type)) {
-            const MessagePtr message = from_json(*type.descriptor, record);
-            admission::feed(tracker, VX_MOM_CMD_SCANNED, *message, true, now);
+        for (const auto &[record, json] : records.at(&record_type(tracked.descriptor->name))) {
+            admission::feed(tracker, *record.message, false, {now, true, {record.revision, record.origin()}});
         }
     }
     tracker.snapshot_done(now);
@@ -93,11 +62,17 @@ void prime(CardTracker &tracker, const DaemonView &daemon, const Past &past,
     for (const admission::Decision &decision : past.decisions) {
         tracker.remember_decision(decision);
     }
+    for (const history::OpenCheck &check : past.open) {
+        if (std::find(requests.begin(), requests.end(), check.card.position) != requests.end()) {
+            tracker.take_up(check, now);
+        }
+    }
     for (const Position &position : requests) {
         const auto found = daemon.cards.find(position);
-        const bool is_known = found != daemon.cards.end() && found->second.names_known;
-        prime_request(tracker, is_known ? &found->second : nullptr, open_check(past, position, now),
-                      position);
+        if (found != daemon.cards.end() && found->second.names_known) {
+            const std::vector<std::string> &names = found->second.waiting_for;
+            tracker.remember_list(position, names, names.empty());
+        }
     }
 }
 
@@ -110,9 +85,9 @@ std::string recorder_away_text(const Past &past, Time now)
 
 std::string unseen_text(std::size_t count)
 {
-    return std::to_string(count) + (count == 1 ? " card was" : " cards were") +
-           " passed unseen: cg_recorderd did not hear whether a module passed " +
-           (count == 1 ? "it" : "them") + " or was only silent";
+    return std::to_string(count) + (count == 1 ? " card" : " cards") +
+           " passed, how is not known: the result does not say it, since it is of an earlier build or of "
+           "somebody else than the daemon";
 }
 
 bool CardRow::is_present() const
@@ -164,7 +139,7 @@ const CardRow *Overview::find(const Position &position) const
 void Overview::tell_what_is_missing(const Session &session) const
 {
     if (!past_.problem.empty()) {
-        session.notice(visible(past_.problem) + ": times, deciders and admissions by silence are not known");
+        session.notice(visible(past_.problem) + ": times, answers and reasons are not known");
     } else if (Heartbeat{past_.alive_at}.is_old(now_)) {
         session.notice(recorder_away_text(past_, now_));
     }
@@ -179,7 +154,7 @@ void Overview::tell_what_is_missing(const Session &session) const
 
 void Overview::tell_unseen(const Session &session, std::size_t count) const
 {
-    if (count > 0 && past_.problem.empty()) {
+    if (count > 0) {
         session.notice(unseen_text(count));
     }
 }

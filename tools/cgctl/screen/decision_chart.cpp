@@ -6,6 +6,7 @@
 #include <numeric>
 #include <utility>
 
+#include "admission/words.h"
 #include "base/text.h"
 
 namespace cg

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <sstream>
 
+#include "admission/words.h"
+
 namespace cg
 {
 

@@ -30,6 +30,8 @@ struct Change {
     bool existing;                             // it was there when the subscription began, or began anew
     const ProtobufCMessage *message = nullptr; // the record as it now is, or as it last was; null for
                                                // "subscribed" and for an error; dies with the handler
+    uint64_t revision = 0;                     // of this change; 0: not known
+    store::Origin origin{};                    // who made it, and why
 };
 
 class Live

@@ -7,6 +7,7 @@
 #define ACCESS_STORE_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -42,6 +43,8 @@ public:
     // Every record of a type, sorted by key. Those that do not decode are not among them; the functions
     // for what was left out tell of them.
     std::vector<Json> scan(const RecordType &type, int32_t db);
+    // The same in the order of their last changes, each with what it says of its writer.
+    void scan(const RecordType &type, int32_t db, const std::function<void(store::Record &&)> &each);
 
     // The object that such a verb shows, with them as "left_out" when there are some.
     [[nodiscard]] Json with_left_out(Json shown) const;

@@ -9,7 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "admission/card_tracker.h"
+#include "admission/tracked_card.h"
+#include "admission/words.h"
 #include "base/terminal.h"
 #include "records/record_text.h"
 
@@ -46,8 +47,6 @@ std::string state_text(const admission::TrackedCard &card,
 // m3"; "denied", "by m1". The second one may be empty.
 std::pair<std::string, std::string> state_parts(const admission::TrackedCard &card,
                                                 std::optional<std::chrono::milliseconds> left);
-// Passed, and nobody saw how it came to that: a module's PASS, or the silence of all of them.
-bool is_pass_unseen(const admission::TrackedCard &card);
 // "(88 s ago)"
 std::string ago_text(Time time, Time now);
 // "14:02:11 (88 s ago)"; empty when it is not known.
@@ -83,8 +82,8 @@ private:
 // The members of the JSON forms.
 Json answer_json(const admission::Answer &answer);
 Json decision_json(const admission::Decision &decision);
-// "state", "unseen", "since", "waiting_for", "any_will_do", "requested_at", "time_left_s", "answers",
-// "decision".
+// "state", "unseen", "denied", "decider", "since", "waiting_for", "any_will_do", "requested_at",
+// "time_left_s", "answers", "decision".
 Json admission_json(const admission::TrackedCard &card, std::optional<std::chrono::milliseconds> left);
 
 } // namespace cg

@@ -6,35 +6,26 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "base/times.h"
+#include "admission/change.h"
 #include "records/position.h"
 
 namespace admission
 {
 
 using cg::Position;
-using cg::Time;
 
 // How a check, or the want of one, ended.
 enum class Outcome {
     passed,    // a module's PASS was the last one wanted
-    silence,   // the time was up: admitted because somebody did not answer
+    silence,   // a timer admitted the card: somebody did not answer in time
     denied,    // a module answered DENY
     exempt,    // a main board is never checked
-    unasked,   // there was no module to ask
-    withdrawn, // the card went off line or away, or the daemon was started afresh, before it was decided
-    unseen,    // the check ended while nobody was listening
+    unasked,   // no module was registered
+    withdrawn, // the card went offline or away, or the daemon was restarted, before it was decided
+    unseen,    // how is not known: it ended while nobody was listening, or its writer does not say
 };
-
-// "passed", "passed by silence", "denied", "exempt", "unasked", "withdrawn", "ended unseen".
-const char *text_of(Outcome outcome);
-// The same in one word, for files and programs: "passed", "silence", "denied", ...
-const char *word_of(Outcome outcome);
-// What word_of() gave, back; nothing for another word.
-std::optional<Outcome> outcome_of(std::string_view word);
 
 // The reason of Outcome::withdrawn where a restart of the daemon cut the check off; else there is none.
 inline constexpr const char *started_afresh = "the daemon was started afresh";
@@ -47,9 +38,11 @@ struct Answer {
     Time at{};              // when the answer was heard of
     bool registered = true; // false: no module of the folder, so the daemon passed it over
     std::optional<std::chrono::milliseconds> took{}; // since the request; nothing when that was not seen
+    uint64_t revision = 0;                           // of its record; 0: not known
 };
 
-// Whether this is what the module said last: an answer that still stands is told anew with the other records.
+// Whether this is what the module said last: an answer that still stands is notified again with the other
+// records.
 bool was_heard(const std::vector<Answer> &answers, const Answer &again);
 
 // What a card's information said of it.
@@ -63,6 +56,9 @@ struct CardFacts {
     int32_t tipc_nodeid = 0;
     bool online = false;
 };
+
+// Whether both are facts of one card; a card without facts may be any.
+bool is_same_card(const CardFacts &one, const CardFacts &other);
 
 // The end of one check.
 struct Decision {
@@ -79,13 +75,15 @@ struct Decision {
                                         // waited for in vain
     std::optional<int32_t> role{};      // this device's global role then (enum dm_role_e)
     bool complete = true; // false: it began before somebody was listening, so answers may be missing
+    Write request{};      // that began the check; unknown without one
+    Write result{};       // that ended it; unknown where none did
 };
 
 // From the request to the decision. Nothing when either is not known, or when the clock was set back between
 // them.
 std::optional<std::chrono::milliseconds> duration_of(const Decision &decision);
 
-// Whether a restart of the daemon cut the check off: the card is still there, and its check begins anew.
+// Whether a restart of the daemon cut the check off: the card is still there, and its check begins again.
 bool was_cut_off(const Decision &decision);
 
 // A check that stands, for who goes on with it after a restart.
@@ -95,6 +93,7 @@ struct OpenCheck {
     std::vector<std::string> waiting_for{};
     std::vector<Answer> answers{};
     bool any_will_do = false; // of those waited for, the PASS of one is enough
+    Write request{};
 };
 
 } // namespace admission

@@ -74,7 +74,7 @@ TEST_F(CardTrackerTest, WhenTheTimeIsUpTheSilentAreNamed)
     ask();
     answer("m1");
     now += 300s;
-    end(true);
+    time_out();
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::silence);
     EXPECT_EQ(decisions[0].decider, "");
@@ -87,7 +87,7 @@ TEST_F(CardTrackerTest, SilenceOfAllIsSilence)
     plug();
     ask();
     now += 300s;
-    end(true);
+    time_out();
     EXPECT_EQ(decisions.at(0).outcome, Outcome::silence);
     EXPECT_THAT(decisions[0].silent, ElementsAre("m1", "m2", "m3"));
 }
@@ -121,7 +121,7 @@ TEST_F(CardTrackerTest, WithNobodyLeftOnTheListAnyModuleWillDo)
     ask();
     EXPECT_FALSE(shown().any_will_do);
     now += 300s;
-    end(true);
+    time_out();
     go_offline();
     plug();
     ask();
@@ -130,9 +130,7 @@ TEST_F(CardTrackerTest, WithNobodyLeftOnTheListAnyModuleWillDo)
     answer("m1", 7);
     EXPECT_EQ(shown().waiting_for, (std::vector<std::string>{"m2", "m3"}));
     now += 300s;
-    tracker.result_written(1259, false, now, false);
-    EXPECT_TRUE(shown().any_will_do) << "the request still stands";
-    tracker.request_deleted(slot3, now, false);
+    end(false);
     EXPECT_FALSE(shown().any_will_do);
 }
 
@@ -141,12 +139,12 @@ TEST_F(CardTrackerTest, ASilenceWithNobodyOnTheListNamesAllWhoDidNotAnswer)
     plug();
     ask();
     now += 300s;
-    end(true);
+    time_out();
     go_offline();
     plug();
     ask();
     now += 300s;
-    end(true);
+    time_out();
     EXPECT_EQ(decisions.back().outcome, Outcome::silence);
     EXPECT_EQ(decisions.back().silent, (std::vector<std::string>{"m1", "m2", "m3"}));
 }
@@ -160,7 +158,7 @@ TEST_F(CardTrackerTest, ALaterPassLiftsADenial)
     answer("m2");
     answer("m3");
     answer("m1");
-    tracker.result_written(1259, true, now, false);
+    result(true, by_answer("m1"));
     ASSERT_EQ(decisions.size(), 2U);
     EXPECT_EQ(decisions[1].outcome, Outcome::passed);
     EXPECT_EQ(decisions[1].decider, "m1");
@@ -193,12 +191,12 @@ TEST_F(CardTrackerTest, AReturnedCardWithoutAnyAnswerIsPassedBySilence)
     plug();
     ask();
     now += 300s;
-    end(true);
+    time_out();
     go_offline();
     plug();
     ask();
     now += 300s;
-    end(true);
+    time_out();
     ASSERT_EQ(decisions.size(), 2U);
     EXPECT_EQ(decisions[1].outcome, Outcome::silence);
     EXPECT_THAT(decisions[1].silent, ElementsAre("m1", "m2", "m3"));
@@ -222,7 +220,8 @@ TEST_F(CardTrackerTest, ARestartedDaemonAsksAll)
     ask();
     answer("m1");
     now += 100s;
-    ask(); // by its successor
+    restart();
+    ask();
     EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
     EXPECT_EQ(tracker.time_left(shown(), now), 300s);
     EXPECT_THAT(shown().answers, IsEmpty());
@@ -236,6 +235,7 @@ TEST_F(CardTrackerTest, ARestartedDaemonAsksAgainForAPassedCard)
     answer("m2");
     answer("m3");
     end(true);
+    restart();
     ask();
     EXPECT_EQ(shown().state, State::waiting);
     answer("m1");
@@ -244,12 +244,12 @@ TEST_F(CardTrackerTest, ARestartedDaemonAsksAgainForAPassedCard)
 
 TEST_F(CardTrackerTest, MainBoardsAreExempt)
 {
-    tracker.card_written(card(true, main_board), now, false);
+    tracker.card_written(card(true, main_board), other());
     EXPECT_EQ(shown().state, State::undecided);
-    tracker.result_written(1259, true, now, false);
+    result(true, by_card());
     EXPECT_EQ(decisions.at(0).outcome, Outcome::exempt);
     EXPECT_EQ(shown().state, State::exempt);
-    tracker.card_written(card(false, main_board), now, false);
+    tracker.card_written(card(false, main_board), other());
     EXPECT_EQ(shown().state, State::exempt);
 }
 
@@ -257,7 +257,7 @@ TEST_F(CardTrackerTest, WithoutModulesNobodyIsAsked)
 {
     tracker.set_modules({});
     plug();
-    tracker.result_written(1259, true, now, false);
+    result(true, by_card());
     EXPECT_EQ(decisions.at(0).outcome, Outcome::unasked);
     EXPECT_EQ(shown().state, State::unasked);
 }
@@ -290,15 +290,16 @@ TEST_F(CardTrackerTest, WhatWasThereBeforeHasNoTimes)
 
 TEST_F(CardTrackerTest, ARememberedCheckGoesOn)
 {
-    tracker.remember_open({{slot3}, now - 100s, {"m2", "m3"}, {{"m1", 0, "", now - 50s}}});
+    tracker.take_up({{slot3}, now - 100s, {"m2", "m3"}, {{"m1", 0, "", now - 50s}}, false, ask_unheard()},
+                    now);
     plug(true);
-    ask(true);
+    find_request();
     tracker.snapshot_done(now);
     EXPECT_THAT(decisions, IsEmpty());
     EXPECT_EQ(tracker.time_left(shown(), now), 200s);
     EXPECT_THAT(shown().waiting_for, ElementsAre("m2", "m3"));
     now += 200s;
-    end(true);
+    time_out();
     EXPECT_EQ(decisions.at(0).outcome, Outcome::silence);
     EXPECT_FALSE(decisions[0].complete);
     EXPECT_THAT(decisions[0].silent, ElementsAre("m2", "m3"));
@@ -306,59 +307,111 @@ TEST_F(CardTrackerTest, ARememberedCheckGoesOn)
 
 TEST_F(CardTrackerTest, OfARememberedCheckAnyWillDoAsBefore)
 {
-    tracker.remember_open({{slot3}, now - 100s, {"m2", "m3"}, {{"m1", 7, "", now - 50s}}, true});
+    tracker.take_up({{slot3}, now - 100s, {"m2", "m3"}, {{"m1", 7, "", now - 50s}}, true, ask_unheard()},
+                    now);
     plug(true);
-    ask(true);
+    find_request();
     tracker.snapshot_done(now);
     EXPECT_TRUE(shown().any_will_do);
     EXPECT_THAT(shown().waiting_for, ElementsAre("m2", "m3"));
     answer("m2");
-    now += 10s; // later than a last PASS has its result where the list was wrong
+    now += 10s;
     end(true);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::passed);
     EXPECT_EQ(decisions[0].decider, "m2");
 }
 
-TEST_F(CardTrackerTest, ARememberedCheckThatIsGoneEndedUnseen)
+TEST_F(CardTrackerTest, ARememberedCheckThatIsGoneEndedAsItsResultSays)
 {
-    tracker.remember_open({{slot3}, now - 100s, {"m2"}, {}});
-    tracker.result_written(1259, true, now, true);
+    tracker.take_up({card(true), now - 100s, {"m2"}, {}, false, ask_unheard()}, now);
     plug(true);
+    tracker.result_written(1259, true, daemon(by_timer(), true));
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::silence);
+    EXPECT_THAT(decisions[0].silent, ElementsAre("m2"));
+    EXPECT_EQ(decisions[0].requested_at, now - 100s);
+    EXPECT_FALSE(decisions[0].complete);
+    tracker.snapshot_done(now);
+    EXPECT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(shown().state, State::silence);
+}
+
+TEST_F(CardTrackerTest, ARememberedCheckWhoseResultSaysNotHowEndedUnseen)
+{
+    tracker.take_up({card(true), now - 100s, {"m2"}, {}, false, ask_unheard()}, now);
+    plug(true);
+    tracker.result_written(1259, true, unknown(true));
+    EXPECT_THAT(decisions, IsEmpty());
     tracker.snapshot_done(now);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
     EXPECT_EQ(decisions[0].admitted, true);
     EXPECT_FALSE(decisions[0].complete);
     EXPECT_EQ(shown().state, State::passed);
+    EXPECT_TRUE(shown().unseen);
 }
 
-TEST_F(CardTrackerTest, AfterALossAnEndedCheckEndedUnseen)
+TEST_F(CardTrackerTest, AResultThatIsOlderThanTheRequestDidNotEndIt)
 {
-    plug();
-    ask();
-    tracker.request_deleted(slot3, now, true); // the store tells of it before the result
-    EXPECT_THAT(decisions, IsEmpty());
-    tracker.result_written(1259, false, now, true);
+    const Change before = daemon(by_timer(), true);
+    tracker.take_up({card(true), now - 100s, {"m2"}, {}, false, ask_unheard()}, now);
+    plug(true);
+    tracker.result_written(1259, true, before);
     tracker.snapshot_done(now);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
-    EXPECT_EQ(decisions[0].admitted, false);
+    EXPECT_EQ(decisions[0].admitted, std::nullopt);
+    EXPECT_EQ(shown().state, State::silence);
+}
+
+TEST_F(CardTrackerTest, AResultOfAnotherCardDidNotEndIt)
+{
+    CardFacts other_card = card(true);
+    other_card.serial = "0b";
+    tracker.take_up({other_card, now - 100s, {"m2"}, {}, false, ask_unheard()}, now);
+    plug(true);
+    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.snapshot_done(now);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
+    EXPECT_EQ(decisions[0].card.serial, "0b");
+}
+
+TEST_F(CardTrackerTest, AfterALossAnEndedCheckEndedAsItsResultSays)
+{
+    plug();
+    ask();
+    write_answer("m2", 1, "hot");
+    Change gone = other(true);
+    tracker.request_deleted(slot3, gone); // the store tells of it before the result
+    EXPECT_THAT(decisions, IsEmpty());
+    tracker.result_written(1259, false, daemon(by_answer("m2"), true));
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::denied);
+    EXPECT_EQ(decisions[0].decider, "m2");
+    EXPECT_EQ(decisions[0].reason, "hot");
+    EXPECT_FALSE(decisions[0].complete);
+    tracker.snapshot_done(now);
+    EXPECT_EQ(decisions.size(), 1U);
     EXPECT_EQ(shown().state, State::denied);
 }
 
-TEST_F(CardTrackerTest, ARememberedDecisionTellsHowAndSinceWhen)
+TEST_F(CardTrackerTest, ARememberedDecisionTellsSinceWhenItsResultStands)
 {
     Decision before;
     before.card = card(true);
     before.outcome = Outcome::silence;
     before.admitted = true;
     before.decided_at = now - 500s;
+    const Change written = daemon(by_timer(), true);
+    before.result = written.write;
     tracker.remember_decision(before);
     plug(true);
-    tracker.result_written(1259, true, now, true);
+    tracker.result_written(1259, true, written);
     EXPECT_EQ(shown().state, State::silence);
     EXPECT_EQ(shown().since, now - 500s);
+    EXPECT_TRUE(shown().explained);
 }
 
 TEST_F(CardTrackerTest, ARememberedDecisionGivesWayToTheStore)
@@ -367,11 +420,13 @@ TEST_F(CardTrackerTest, ARememberedDecisionGivesWayToTheStore)
     before.card = card(true);
     before.outcome = Outcome::silence;
     before.admitted = true;
+    before.result = daemon(by_timer()).write;
     tracker.remember_decision(before);
     plug(true);
-    tracker.result_written(1259, false, now, true);
+    tracker.result_written(1259, false, unknown(true));
     EXPECT_EQ(shown().state, State::denied);
     EXPECT_EQ(shown().since, std::nullopt);
+    EXPECT_FALSE(shown().explained);
 }
 
 TEST_F(CardTrackerTest, AnEarlierRequestsTimerEndsALaterCheckAtItsOwnTime)
@@ -386,16 +441,15 @@ TEST_F(CardTrackerTest, AnEarlierRequestsTimerEndsALaterCheckAtItsOwnTime)
     now += 10s;
     answer("m1");
     now += 90s; // 300 after the first request
-    end(true);
+    time_out();
     ASSERT_EQ(decisions.size(), 2U);
     EXPECT_EQ(decisions[1].outcome, Outcome::silence);
     EXPECT_THAT(decisions[1].silent, ElementsAre("m2", "m3"));
 }
 
-TEST_F(CardTrackerTest, ARememberedCheckThatIsTooOldToStandEndsUnseen)
+TEST_F(CardTrackerTest, ARememberedCheckInWhosePlaceAnotherStandsEndedUnseen)
 {
-    tracker.remember_card(card(true));
-    tracker.remember_open({{slot3}, now - 400s, {"m2"}, {}});
+    tracker.take_up({card(true), now - 10s, {"m2"}, {}, false, ask_unheard()}, now);
     plug(true);
     ask(true);
     ASSERT_EQ(decisions.size(), 1U);
@@ -406,8 +460,7 @@ TEST_F(CardTrackerTest, ARememberedCheckThatIsTooOldToStandEndsUnseen)
 
 TEST_F(CardTrackerTest, ARememberedCardThatIsGoneStillHasItsName)
 {
-    tracker.remember_card(card(true));
-    tracker.remember_open({{slot3}, now - 10s, {"m2"}, {}});
+    tracker.take_up({card(true), now - 10s, {"m2"}, {}, false, ask_unheard()}, now);
     tracker.snapshot_done(now);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
@@ -425,6 +478,7 @@ TEST_F(CardTrackerTest, AFreshDaemonHasReadItsModulesAnew)
     plug();
     ask();
     EXPECT_EQ(told, 0);
+    restart();
     ask();
     EXPECT_EQ(told, 1);
     EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m4"));
@@ -448,7 +502,7 @@ TEST_F(CardTrackerTest, APulledCardIsAbsentAndForgottenWhenNothingNamesIt)
 {
     plug();
     tracker.power_off_written(slot3, true);
-    tracker.card_deleted(slot3, now);
+    tracker.card_deleted(slot3, other());
     EXPECT_EQ(shown().state, State::absent);
     tracker.power_off_written(slot3, false);
     EXPECT_EQ(tracker.find(slot3), nullptr);
@@ -459,8 +513,8 @@ TEST_F(CardTrackerTest, APulledCardsNextOneIsAskedByAll)
     plug();
     ask();
     answer("m1");
-    tracker.card_deleted(slot3, now);
-    tracker.request_deleted(slot3, now, false);
+    tracker.card_deleted(slot3, other());
+    tracker.request_deleted(slot3, daemon(by_card()));
     plug();
     ask();
     EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
@@ -468,22 +522,10 @@ TEST_F(CardTrackerTest, APulledCardsNextOneIsAskedByAll)
 
 TEST_F(CardTrackerTest, AClockThatRunsFasterHasItsOwnTimeout)
 {
-    CardTracker quick([this](const Decision &decision) { decisions.push_back(decision); }, 15s);
-    quick.set_modules({"m1"});
-    quick.card_written(card(true), now, false);
-    quick.request_written(slot3, now, false);
-    quick.result_written(1259, true, now + 15s, false);
-    EXPECT_EQ(decisions.at(0).outcome, Outcome::silence);
-}
-
-TEST(OutcomeNames, GoThereAndBack)
-{
-    for (const auto outcome : {Outcome::passed, Outcome::silence, Outcome::denied, Outcome::exempt,
-                               Outcome::unasked, Outcome::withdrawn, Outcome::unseen}) {
-        EXPECT_EQ(outcome_of(word_of(outcome)), outcome);
-    }
-    EXPECT_EQ(outcome_of("perhaps"), std::nullopt);
-    EXPECT_STREQ(text_of(State::offline), "off line");
+    CardTracker quick({}, 15s);
+    quick.card_written(card(true), other());
+    quick.request_written(slot3, daemon(by_card()));
+    EXPECT_EQ(quick.time_left(*quick.find(slot3), now + 5s), 10s);
 }
 
 } // namespace

@@ -5,7 +5,6 @@
 
 #include "records/record_text.h"
 #include "records/record_types.h"
-#include "vx_mom.h"
 
 namespace
 {
@@ -18,18 +17,20 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr Position slot3{1, 3, 0};
+constexpr bool gone = true;
 
 class FeedTest : public testing::Test
 {
 protected:
     FeedTest() { tracker.set_modules({"m1"}); }
 
-    void tell(const char *type, const Json &fields, int32_t cmd = VX_MOM_CMD_SET, bool existing = false)
+    void tell(const char *type, const Json &fields, bool deleted = false, bool existing = false,
+              const store::Cause &cause = {})
     {
         const cg::MessagePtr record = cg::from_json(*cg::record_type(type).descriptor, fields);
-        feed(tracker, cmd, *record, existing, now);
+        feed(tracker, *record, deleted, {now, existing, {++revision, {"daemon", ++number, cause}}});
     }
-    void plug(int32_t cmd = VX_MOM_CMD_SET, bool existing = false)
+    void plug(bool deleted = false, bool existing = false)
     {
         tell("card_info",
              {{"index", {{"devid", 1}, {"slotid", 3}}},
@@ -40,51 +41,36 @@ protected:
               {"card_tipc_nodeid", 1003},
               {"config_dev_type", 17},
               {"is_online", true}},
-             cmd, existing);
+             deleted, existing);
     }
-    void ask(int32_t cmd = VX_MOM_CMD_SET, bool existing = false)
+    void ask(bool deleted = false, bool existing = false)
     {
-        tell("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 3}}}}, cmd, existing);
+        tell("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 3}}}}, deleted, existing,
+             {store::Cause::Kind::record, 1, "p_dev.card_info:0:1:3:0"});
     }
-    void answer(int32_t ret, int32_t cmd = VX_MOM_CMD_SET)
+    void answer(int32_t ret, bool deleted = false)
     {
         tell("app_cg_card_check_ack",
              {{"index", {{"devid", 1}, {"slotid", 3}, {"mod_name", "m1"}}}, {"ret", ret}, {"reason", "hot"}},
-             cmd);
+             deleted, false, deleted ? by_answer : store::Cause{});
+        if (!deleted) {
+            by_answer = {store::Cause::Kind::record, revision, "p_libpub.app_cg_card_check_ack:1:3:0:m1"};
+        }
     }
-    void result(const char *stat, int32_t cmd = VX_MOM_CMD_SET)
+    void result(const char *stat, bool deleted = false)
     {
-        tell("app_cg_mom_deny_check_result", {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", stat}}, cmd);
+        tell("app_cg_mom_deny_check_result", {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", stat}},
+             deleted, false, by_answer);
     }
     const TrackedCard &shown() { return *tracker.find(slot3); }
 
     std::vector<Decision> decisions;
     CardTracker tracker{[this](const Decision &decision) { decisions.push_back(decision); }};
     Time now = Time{} + 1000000s;
+    uint64_t revision = 0;
+    uint64_t number = 0;
+    store::Cause by_answer{};
 };
-
-TEST(InPlaceTest, TypesThatAreOverdueAreNamedOnce)
-{
-    InPlace in_place;
-    Time now = Time{} + 1000s;
-    EXPECT_THAT(in_place.overdue(now), IsEmpty()); // the store is not there at all
-    const auto &all = tracked_types();
-    for (const TrackedType &type : all) {
-        if (type.descriptor != all[2].descriptor) {
-            in_place.told(type.descriptor);
-        }
-    }
-    now += 100s;
-    EXPECT_THAT(in_place.overdue(now), IsEmpty()); // it may come at once
-    EXPECT_THAT(in_place.overdue(now + 9s), IsEmpty());
-    EXPECT_THAT(in_place.overdue(now + 10s), ElementsAre(all[2].descriptor));
-    EXPECT_THAT(in_place.overdue(now + 20s), IsEmpty());
-    in_place.told(all[2].descriptor);
-    EXPECT_THAT(in_place.overdue(now + 30s), IsEmpty());
-    in_place.lost(33);
-    EXPECT_THAT(in_place.overdue(now + 40s), IsEmpty());
-    EXPECT_THAT(in_place.overdue(now + 50s), SizeIs(2)); // another time
-}
 
 } // namespace
 
@@ -109,9 +95,9 @@ TEST_F(FeedTest, ACheckFromItsRequestToItsResult)
     ask();
     EXPECT_EQ(shown().state, State::waiting);
     answer(-1);
-    answer(-1, VX_MOM_CMD_DELETED); // the daemon has taken it
+    answer(-1, gone); // the daemon has taken it
     result("APP_CG_CHECK_DENY");
-    ask(VX_MOM_CMD_DELETED);
+    ask(gone);
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::denied);
     EXPECT_EQ(decisions[0].decider, "m1");
@@ -127,18 +113,18 @@ TEST_F(FeedTest, APassAndItsRemoval)
     ask();
     answer(0);
     result("APP_CG_CHECK_PASS");
-    ask(VX_MOM_CMD_DELETED);
+    ask(gone);
     EXPECT_EQ(shown().state, State::passed);
-    result("APP_CG_CHECK_PASS", VX_MOM_CMD_DELETED);
+    result("APP_CG_CHECK_PASS", gone);
     EXPECT_EQ(shown().state, State::undecided);
-    plug(VX_MOM_CMD_DELETED);
+    plug(gone);
     EXPECT_EQ(shown().state, State::absent);
 }
 
-TEST_F(FeedTest, FieldsAreTakenAsAWholeRecordIs)
+TEST_F(FeedTest, WhatIsFoundIsNoNews)
 {
-    plug(VX_MOM_CMD_HMSET);
-    ask(VX_MOM_CMD_SCANNED, true);
+    plug(false, true);
+    ask(false, true);
     EXPECT_EQ(shown().state, State::waiting);
     EXPECT_EQ(shown().requested_at, std::nullopt);
 }
@@ -152,7 +138,7 @@ TEST_F(FeedTest, PowerAndCustomStatus)
     EXPECT_TRUE(shown().power_off);
     tell("im_card_power_onoff", {{"index", {{"devid", 1}, {"slotid", 3}}}, {"updown", true}});
     EXPECT_FALSE(shown().power_off);
-    tell("dm_set_card_custom_st", {{"index", index}, {"status", "CANNOT_STARTUP"}}, VX_MOM_CMD_DELETED);
+    tell("dm_set_card_custom_st", {{"index", index}, {"status", "CANNOT_STARTUP"}}, gone);
     EXPECT_EQ(tracker.find(slot3), nullptr);
 }
 
@@ -166,21 +152,20 @@ TEST_F(FeedTest, AnothersCustomStatusIsNotOurs)
 TEST_F(FeedTest, ADeletedRoleIsUnknown)
 {
     tell("dp_lib_grole", {{"my_grole", 1}});
-    tell("dp_lib_grole", {{"my_grole", 1}}, VX_MOM_CMD_DELETED);
+    tell("dp_lib_grole", {{"my_grole", 1}}, gone);
     plug();
     ask();
-    ask(VX_MOM_CMD_DELETED);
+    ask(gone);
     EXPECT_EQ(decisions.at(0).role, std::nullopt);
     EXPECT_EQ(decisions.at(0).outcome, Outcome::withdrawn);
 }
 
-TEST_F(FeedTest, RecordsWithoutAKeyAndOtherCommandsArePassedOver)
+TEST_F(FeedTest, RecordsWithoutAKeyAndOtherTypesArePassedOver)
 {
     for (const TrackedType &type : tracked_types()) {
         const cg::MessagePtr record = cg::from_json(*type.descriptor, Json::object());
-        feed(tracker, VX_MOM_CMD_SET, *record, false, now);
+        feed(tracker, *record, false, {now});
     }
-    plug(VX_MOM_CMD_SUBSCRIBED);
     tell("app_cg_card_bak_info", {{"index", {{"devid", 1}, {"slotid", 3}}}});
     EXPECT_THAT(tracker.cards(), IsEmpty());
 }
@@ -190,21 +175,4 @@ TEST_F(FeedTest, ACardWithoutAStaticPartHasNoType)
     tell("card_info", {{"index", {{"devid", 1}, {"slotid", 3}}}, {"is_online", true}});
     EXPECT_EQ(shown().card.node_type, 0);
     EXPECT_EQ(shown().card.serial, "");
-}
-
-TEST(InPlaceTest, AChangeIsNewsWhenAllTypesOfItsDatabaseWereTold)
-{
-    InPlace in_place;
-    EXPECT_TRUE(in_place.is_empty());
-    for (const TrackedType &type : tracked_types()) {
-        EXPECT_FALSE(in_place.is_complete(type.db));
-        EXPECT_EQ(in_place.told(type.descriptor), type.descriptor == tracked_types().back().descriptor);
-    }
-    EXPECT_TRUE(in_place.is_complete(1));
-    EXPECT_TRUE(in_place.is_complete(33));
-    in_place.lost(33);
-    EXPECT_TRUE(in_place.is_complete(1));
-    EXPECT_FALSE(in_place.is_complete(33));
-    EXPECT_FALSE(in_place.told(tracked_types()[5].descriptor));
-    EXPECT_TRUE(in_place.told(tracked_types()[6].descriptor));
 }

@@ -57,8 +57,8 @@ TEST_F(TrackerModulesTest, WithoutARequestAnEmptyListIsBelieved)
 {
     tracker.set_modules({});
     plug();
-    answer("m1");
-    tracker.result_written(1259, true, now, false);
+    write_answer("m1"); // that nobody reads
+    result(true, by_card());
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::unasked);
     EXPECT_TRUE(tracker.knows_modules());
@@ -85,7 +85,7 @@ TEST_F(TrackerModulesTest, ATimeThatIsUpIsASilenceOfNobodyKnown)
     EXPECT_THAT(shown().waiting_for, IsEmpty());
     now += 300s;
     tracker.set_modules({"m1", "m2"}); // known too late for this check
-    end(true);
+    time_out();
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::silence);
     EXPECT_THAT(decisions[0].silent, IsEmpty());
@@ -101,7 +101,7 @@ TEST_F(TrackerModulesTest, ADenialAndItsEndAreToldByTheAnswers)
     now += 10s;
     answer("m1");
     now += 10s;
-    tracker.result_written(1259, true, now, false);
+    result(true, by_answer("m1"));
     ASSERT_THAT(decisions, SizeIs(2));
     EXPECT_EQ(decisions[0].decider, "m1");
     EXPECT_EQ(decisions[0].reason, "too hot");
@@ -129,7 +129,7 @@ TEST_F(TrackerModulesTest, TheNextCheckIsSeenWholeWhenTheModulesAreKnownByThen)
 {
     pass_quickly();
     tracker.set_modules({"m1", "m2"});
-    tracker.daemon_ended();
+    restart();
     ask();
     answer("m1");
     answer("m2");
@@ -140,9 +140,9 @@ TEST_F(TrackerModulesTest, TheNextCheckIsSeenWholeWhenTheModulesAreKnownByThen)
 
 TEST_F(TrackerModulesTest, ARememberedListIsGoneBy)
 {
-    tracker.take_up({card(true), now - 20s, {"m2"}, {{"m1", 0, "", now - 19s}}}, false, now);
+    tracker.take_up({card(true), now - 20s, {"m2"}, {{"m1", 0, "", now - 19s}}, false, ask_unheard()}, now);
     plug(true);
-    ask(true);
+    find_request();
     tracker.snapshot_done(now);
     EXPECT_THAT(shown().waiting_for, ElementsAre("m2"));
     answer("m2");
@@ -153,12 +153,12 @@ TEST_F(TrackerModulesTest, ARememberedListIsGoneBy)
 
 TEST_F(TrackerModulesTest, ARememberedCheckWithoutAListNamesNobodyAsSilent)
 {
-    tracker.take_up({card(true), now - 20s, {}, {}}, false, now);
+    tracker.take_up({card(true), now - 20s, {}, {}, false, ask_unheard()}, now);
     plug(true);
-    ask(true);
+    find_request();
     tracker.snapshot_done(now);
     now += 280s;
-    end(true);
+    time_out();
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::silence);
     EXPECT_THAT(decisions[0].silent, IsEmpty());

@@ -12,14 +12,16 @@ TEST_F(TrackerOrderTest, TheFirstOfTwoDenialsDecidesAlsoWhenBothCameBeforeTheRes
 {
     plug();
     ask();
-    answer("m1", 1, "first");
-    answer("m2", 1, "second");
+    write_answer("m1", 1, "first");
+    write_answer("m2", 1, "second");
+    read_answer("m1");
     end(false);
+    read_answer("m2");
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].decider, "m1");
     EXPECT_EQ(decisions[0].reason, "first");
     EXPECT_TRUE(decisions[0].complete);
-    tracker.card_written(card(false), now, false);
+    unplug();
     EXPECT_EQ(shown().state, State::offline);
     EXPECT_EQ(shown().last->decider, "m1");
 }
@@ -29,7 +31,10 @@ TEST_F(TrackerOrderTest, AStrangersPassBehindTheLastOneDecidesNothing)
     plug();
     ask();
     for (const char *module : {"m1", "m2", "m3", "foreign"}) {
-        answer(module);
+        write_answer(module);
+    }
+    for (const char *module : {"m1", "m2", "m3"}) {
+        read_answer(module);
     }
     end(true);
     ASSERT_EQ(decisions.size(), 1U);
@@ -41,15 +46,17 @@ TEST_F(TrackerOrderTest, ADenialBehindTheLastPassIsADecisionOfItsOwn)
 {
     plug();
     ask();
-    for (const char *module : {"m1", "m2", "m3"}) {
-        answer(module);
-    }
-    answer("m1", 1, "oops");
+    answer("m1");
+    answer("m2");
+    write_answer("m3");
+    write_answer("m1", 1, "oops");
+    read_answer("m3");
     end(true);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::passed);
     EXPECT_EQ(decisions[0].decider, "m3");
-    tracker.result_written(1259, false, now, false);
+    read_answer("m1");
+    end(false);
     ASSERT_EQ(decisions.size(), 2U);
     EXPECT_EQ(decisions[1].outcome, Outcome::denied);
     EXPECT_EQ(decisions[1].decider, "m1");
@@ -61,10 +68,11 @@ TEST_F(TrackerOrderTest, ADenialThatIsReadAfterTheTimeWasUpIsStillWhoseItWas)
     plug();
     ask();
     now += 300s;
-    answer("m2", 1, "late");
-    answer("m3", 1, "later");
-    end(true); // the timer was first
-    tracker.result_written(1259, false, now, false);
+    write_answer("m2", 1, "late");
+    write_answer("m3", 1, "later");
+    time_out();
+    read_answer("m2");
+    end(false);
     ASSERT_EQ(decisions.size(), 2U);
     EXPECT_EQ(decisions[0].outcome, Outcome::silence);
     EXPECT_EQ(decisions[1].outcome, Outcome::denied);
@@ -77,9 +85,9 @@ TEST_F(TrackerOrderTest, ACardThatWentOffLineCanBeDeniedAgain)
     ask();
     answer("m1", 1, "no");
     end(false);
-    tracker.card_written(card(false), now, false);
+    unplug();
     answer("m2", 1, "nor I");
-    tracker.result_written(1259, false, now, false);
+    end(false);
     ASSERT_EQ(decisions.size(), 2U);
     EXPECT_EQ(decisions[1].decider, "m2");
     EXPECT_EQ(decisions[1].reason, "nor I");
@@ -93,7 +101,7 @@ TEST_F(TrackerOrderTest, ACheckWhoseBeginningWasNotSeenEndsBySilenceLongAfterThe
     tracker.snapshot_done(now);
     answer("m1");
     now += 190s;
-    end(true);
+    time_out();
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::silence);
     EXPECT_THAT(decisions[0].silent, ElementsAre("m2"));
@@ -102,13 +110,14 @@ TEST_F(TrackerOrderTest, ACheckWhoseBeginningWasNotSeenEndsBySilenceLongAfterThe
 
 TEST_F(TrackerOrderTest, TheSameHoldsOfOneThatTheDaemonToldOf)
 {
-    tracker.remember_open({{slot3}, std::nullopt, {"m1", "m2"}, {}});
+    tracker.remember_list(slot3, {"m1", "m2"}, false);
     plug(true);
     ask(true);
     tracker.snapshot_done(now);
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2"));
     answer("m1");
     now += 190s;
-    end(true);
+    time_out();
     EXPECT_EQ(decisions.at(0).outcome, Outcome::silence);
     EXPECT_THAT(decisions[0].silent, ElementsAre("m2"));
 }
@@ -119,9 +128,10 @@ TEST_F(TrackerOrderTest, ACardThatWasThereBeforeIsAskedAgainByAFreshDaemonOnly)
     tracker.on_fresh_daemon([&] { ++told; });
     tracker.set_modules({"m1"});
     plug(true);
-    tracker.result_written(1259, true, now, true);
+    tracker.result_written(1259, true, daemon(by_timer(), true));
     tracker.snapshot_done(now);
     now += 50s;
+    restart();
     ask();
     EXPECT_EQ(told, 1);
     answer("m1");
@@ -138,11 +148,14 @@ TEST_F(TrackerOrderTest, AnotherCardHasNothingOfItsForerunnersPast)
     before.outcome = Outcome::silence;
     before.admitted = true;
     before.silent = {"m1"};
+    before.result = daemon(by_timer()).write;
     tracker.remember_decision(before);
     plug(true);
-    tracker.result_written(1259, true, now, true);
+    write_answer("m1");
+    tracker.result_written(1259, true, daemon(by_answer("m1"), true));
     tracker.snapshot_done(now);
     EXPECT_EQ(shown().state, State::passed);
+    EXPECT_EQ(shown().decider, "m1");
     EXPECT_EQ(shown().since, std::nullopt);
 }
 
@@ -155,16 +168,16 @@ TEST_F(TrackerOrderTest, OfTwoModulesWithOneNameOneIsWaitedForInVain)
     answer("m1");
     EXPECT_THAT(shown().waiting_for, ElementsAre("m1"));
     now += 300s;
-    end(true);
+    time_out();
     EXPECT_EQ(decisions.at(0).outcome, Outcome::silence);
     EXPECT_THAT(decisions[0].silent, ElementsAre("m1"));
 }
 
 TEST_F(TrackerOrderTest, AResultGoesToTheCardThatWaitsWhereTwoHaveOneId)
 {
-    CardFacts other = card(true);
-    other.position = {1, 2, 0};
-    tracker.card_written(other, now, false);
+    CardFacts twin = card(true);
+    twin.position = {1, 2, 0};
+    tracker.card_written(twin, other());
     plug();
     ask();
     answer("m1", 1, "no");
@@ -205,7 +218,7 @@ TEST_F(TrackerOrderTest, AnAnswerAfterTheDecisionIsToldOnceAndAtOnce)
     for (const char *module : {"m2", "m3", "m1"}) {
         answer(module);
     }
-    tracker.result_written(1259, true, now, false);
+    result(true, by_answer("m1"));
     EXPECT_THAT(late, ElementsAre("m2", "m3", "m1"));
     ASSERT_EQ(decisions.size(), 2U);
     EXPECT_EQ(decisions[1].answers.size(), 4U);
@@ -222,10 +235,10 @@ TEST_F(TrackerOrderTest, ADenialStandsOffLineToo)
     answer("m1", 1, "no");
     end(false);
     EXPECT_TRUE(shown().denied);
-    tracker.card_written(card(false), now, false);
+    unplug();
     EXPECT_EQ(shown().state, State::offline);
     EXPECT_TRUE(shown().denied);
-    tracker.result_deleted(1259, now);
+    tracker.result_deleted(1259, daemon(by_card()));
     EXPECT_FALSE(shown().denied);
 }
 

@@ -11,14 +11,6 @@ using testing::SizeIs;
 class TrackerRestartTest : public CardTrackerTest
 {
 protected:
-    [[nodiscard]] std::vector<Outcome> outcomes() const
-    {
-        std::vector<Outcome> all;
-        for (const Decision &decision : decisions) {
-            all.push_back(decision.outcome);
-        }
-        return all;
-    }
     void expect_cut_off(const Decision &decision)
     {
         EXPECT_EQ(decision.outcome, Outcome::withdrawn);
@@ -36,7 +28,8 @@ TEST_F(TrackerRestartTest, ARestartOfTheDaemonEndsACheckByARowOfItsOwn)
     now += 2s;
     answer("m2");
     now += 98s;
-    ask(); // by its successor
+    restart();
+    ask();
     ASSERT_THAT(decisions, SizeIs(1));
     expect_cut_off(decisions[0]);
     EXPECT_EQ(decisions[0].requested_at, now - 100s);
@@ -56,6 +49,7 @@ TEST_F(TrackerRestartTest, ARestartOfTheDaemonEndsACheckByARowOfItsOwn)
     EXPECT_EQ(decisions[1].outcome, Outcome::passed);
     EXPECT_EQ(decisions[1].decider, "m3");
     EXPECT_EQ(decisions[1].told_before, 0U);
+    EXPECT_TRUE(decisions[1].complete);
 }
 
 TEST_F(TrackerRestartTest, ACheckThatWasDecidedIsNotCutOff)
@@ -63,51 +57,47 @@ TEST_F(TrackerRestartTest, ACheckThatWasDecidedIsNotCutOff)
     plug();
     ask();
     answer("m1", 1, "no");
-    tracker.result_written(1259, false, now, false); // and the daemon ends before it deletes the request
-    tracker.daemon_ended();
+    result(false, by_answer("m1")); // and the daemon ends before it deletes the request
+    restart();
     ask();
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied));
+    EXPECT_EQ(shown().state, State::waiting);
 }
 
-TEST_F(TrackerRestartTest, ARequestThatIsWrittenAgainUnderALivingDaemonIsTheSame)
+TEST_F(TrackerRestartTest, ARequestThatSomebodyElseWritesAgainIsTheSame)
 {
-    tracker.set_daemon_watched(true);
     plug();
     ask();
     now += 10s;
     answer("m1");
     plug(); // its information is written again
-    ask();
+    tracker.request_written(slot3, other());
     EXPECT_THAT(decisions, IsEmpty());
     EXPECT_EQ(shown().requested_at, now - 10s);
     EXPECT_THAT(shown().waiting_for, ElementsAre("m2", "m3"));
     now += 290s; // the timer of the first request runs on
-    end(true);
+    time_out();
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::silence));
     EXPECT_TRUE(decisions[0].complete);
 }
 
-TEST_F(TrackerRestartTest, TheDaemonsEndTellsTheTwoApart)
+TEST_F(TrackerRestartTest, ARequestByHandIsACheckThatNobodyCutsOff)
 {
-    tracker.set_daemon_watched(true);
     plug();
-    ask();
-    tracker.daemon_ended();
-    EXPECT_THAT(decisions, IsEmpty()); // its successor is still to come
-    now += 3s;
-    ask();
-    ASSERT_THAT(decisions, SizeIs(1));
-    expect_cut_off(decisions[0]);
-    ask();
-    EXPECT_THAT(decisions, SizeIs(1)); // by the same one now
+    tracker.request_written(slot3, other());
+    EXPECT_EQ(shown().state, State::waiting);
+    answer("m1", 1, "no");
+    end(false);
+    ASSERT_THAT(outcomes(), ElementsAre(Outcome::denied));
+    EXPECT_EQ(decisions[0].decider, "m1");
+    EXPECT_FALSE(decisions[0].complete);
 }
 
 TEST_F(TrackerRestartTest, ACardThatLeftAndCameBackUnderALivingDaemonWasWithdrawn)
 {
-    tracker.set_daemon_watched(true);
     plug();
     ask();
-    tracker.card_written(card(false), now, false);
+    unplug();
     plug();
     ask(); // the daemon could not delete the first one
     ASSERT_THAT(decisions, SizeIs(1));
@@ -123,9 +113,10 @@ TEST_F(TrackerRestartTest, ACardThatCameBackWhileTheDaemonWasAwayIsAskedByAll)
     for (const char *module : {"m1", "m2"}) {
         answer(module);
     }
-    tracker.card_written(card(false), now, false);
+    unplug();
     plug();
-    ask(); // nobody deleted the first one, so nobody was there
+    restart();
+    ask();
     ASSERT_THAT(decisions, SizeIs(1));
     expect_cut_off(decisions[0]);
     EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
@@ -139,9 +130,9 @@ TEST_F(TrackerRestartTest, ADecidedCardThatCameBackWhileTheDaemonWasAwayIsAskedB
         answer(module);
     }
     end(true);
-    tracker.daemon_ended();
-    tracker.card_written(card(false), now, false);
+    unplug();
     plug();
+    restart();
     ask();
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::passed));
     answer("m1");
@@ -153,6 +144,7 @@ TEST_F(TrackerRestartTest, ACheckThatStoodBeforeAnybodyListenedIsCutOffToo)
     plug(true);
     ask(true);
     tracker.snapshot_done(now);
+    restart();
     ask();
     ASSERT_THAT(decisions, SizeIs(1));
     expect_cut_off(decisions[0]);
@@ -160,15 +152,36 @@ TEST_F(TrackerRestartTest, ACheckThatStoodBeforeAnybodyListenedIsCutOffToo)
     EXPECT_EQ(decisions[0].requested_at, std::nullopt);
 }
 
+TEST_F(TrackerRestartTest, WhatTheNextDaemonDoesFirstCutsOffTheOtherCardsToo)
+{
+    const Position slot4{1, 4, 0};
+    CardFacts fourth = card(true);
+    fourth.position = slot4;
+    fourth.tipc_nodeid = 1260;
+    plug();
+    ask();
+    tracker.card_written(fourth, other());
+    tracker.request_written(slot4, daemon(by_card(slot4)));
+    tracker.card_deleted(slot3, other()); // while no daemon is there, so its request stays
+    restart();
+    tracker.request_written(slot4, daemon(by_card(slot4)));
+    ASSERT_THAT(decisions, SizeIs(2));
+    expect_cut_off(decisions[0]);
+    expect_cut_off(decisions[1]);
+    EXPECT_FALSE(shown().open);
+    EXPECT_TRUE(tracker.find(slot4)->open);
+}
+
 TEST_F(TrackerRestartTest, TheRowIsAboutTheCardThatWasAskedFor)
 {
     plug();
     ask();
-    tracker.card_deleted(slot3, now);
-    CardFacts other = card(true);
-    other.name = "other";
-    tracker.card_written(other, now, false);
-    tracker.request_written(slot3, now, false);
+    tracker.card_deleted(slot3, other());
+    CardFacts another = card(true);
+    another.name = "other";
+    tracker.card_written(another, other());
+    restart();
+    ask();
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].card.name, "lc");
     EXPECT_EQ(shown().card.name, "other");
@@ -176,75 +189,64 @@ TEST_F(TrackerRestartTest, TheRowIsAboutTheCardThatWasAskedFor)
 
 TEST_F(TrackerRestartTest, ARestartWhileNobodyListenedIsNotInvented)
 {
-    tracker.take_up({card(true), now - 10s, {"m2"}, {{"m1", 0, "", now - 5s}}}, true, now);
+    tracker.take_up({card(true), now - 10s, {"m2"}, {{"m1", 0, "", now - 5s}}, false, ask_unheard()}, now);
     plug(true);
-    ask(true); // whose request that is nobody knows
+    restart();
+    ask(true);
     tracker.snapshot_done(now);
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
     EXPECT_EQ(decisions[0].requested_at, now - 10s);
     EXPECT_THAT(decisions[0].answers, SizeIs(1));
+    EXPECT_EQ(shown().state, State::waiting);
     EXPECT_EQ(shown().requested_at, std::nullopt);
-    ask(); // the old daemon's it was
-    EXPECT_THAT(decisions, SizeIs(1));
-    EXPECT_EQ(shown().requested_at, now);
+    EXPECT_THAT(shown().answers, IsEmpty());
 }
 
 TEST_F(TrackerRestartTest, AnOutageThatTheDaemonDidNotSurviveEndsItsChecksUnseen)
 {
-    tracker.set_daemon_watched(true);
     plug();
     ask();
-    tracker.daemon_ended();
-    plug(true);
+    answer("m1");
+    restart();
     ask(true);
     tracker.snapshot_done(now);
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen));
     EXPECT_EQ(shown().state, State::waiting);
-}
-
-TEST_F(TrackerRestartTest, AnotherCardsCheckIsNotGoneOnWithAfterAnOutage)
-{
-    plug();
-    ask();
-    answer("m1");
-    CardFacts other = card(true);
-    other.serial = "0b";
-    tracker.card_written(other, now, true);
-    ask(true);
-    tracker.snapshot_done(now);
-    ASSERT_THAT(decisions, SizeIs(1));
-    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
-    EXPECT_EQ(decisions[0].card.serial, "0a");
-    EXPECT_THAT(shown().answers, IsEmpty());
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
 }
 
 TEST_F(TrackerRestartTest, AnAnswerThatStillStandsAfterAnOutageIsHeardOnce)
 {
     plug();
     ask();
-    answer("m1", 0, "fine");
+    write_answer("m1", 0, "fine");
+    const Change again{now, true, {3, {"other", 1, {Cause::Kind::none}}}};
     plug(true);
-    ask(true);
-    tracker.answered(slot3, {"m1", 0, "fine", now}, true);
-    tracker.answered(slot3, {"m2", 0, "", now}, true);
+    find_request();
+    tracker.answer_written(slot3, {"m1", 0, "fine"}, again);
+    write_answer("m2", 0, "", true);
     tracker.snapshot_done(now);
     EXPECT_THAT(shown().answers, SizeIs(2));
+    read_answer("m1");
+    read_answer("m2");
+    EXPECT_THAT(shown().answers, SizeIs(2));
     EXPECT_THAT(shown().waiting_for, ElementsAre("m3"));
+    time_out();
+    EXPECT_FALSE(decisions.at(0).complete);
 }
 
-TEST_F(TrackerRestartTest, ARequestThatIsGoneAndThereAgainIsAnotherOne)
+TEST_F(TrackerRestartTest, ARequestThatIsGoneAndAnotherOneIsThereIsAnotherCheck)
 {
     plug();
     ask();
     answer("m1");
-    tracker.request_deleted(slot3, now, true);
+    tracker.request_deleted(slot3, other(true));
     ask(true);
-    tracker.result_written(1259, true, now, true);
     tracker.snapshot_done(now);
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
-    EXPECT_EQ(decisions[0].admitted, std::nullopt); // the result may be of before
+    EXPECT_EQ(decisions[0].admitted, std::nullopt);
     EXPECT_EQ(shown().state, State::waiting);
     EXPECT_THAT(shown().answers, IsEmpty());
 }
@@ -259,73 +261,11 @@ TEST_F(TrackerRestartTest, AClockThatIsSetBackMakesNoTimeBelowNothing)
     answer("m2");
     EXPECT_EQ(tracker.time_to_answer(shown(), now), std::nullopt);
     now += 295s;
-    end(true); // by the time
+    time_out();
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::silence);
     EXPECT_THAT(decisions[0].silent, ElementsAre("m3"));
     EXPECT_EQ(duration_of(decisions[0]), std::nullopt);
-}
-
-TEST_F(TrackerRestartTest, ALastPassBeforeAClockIsSetBackDoesNotPassForTheOthers)
-{
-    plug();
-    ask();
-    now += 200s;
-    answer("m1");
-    now -= 60s;
-    end(true);
-    EXPECT_THAT(outcomes(), ElementsAre(Outcome::silence));
-    EXPECT_EQ(duration_of(decisions[0]), 140s);
-}
-
-TEST_F(TrackerRestartTest, AStartWithoutAnEndCutsOffAtTheRequestThatCameBeforeIt)
-{
-    tracker.set_daemon_watched(true);
-    plug();
-    ask();
-    const Time first = now;
-    now += 10s;
-    answer("m1");
-    now += 40s;
-    ask(); // by the next daemon, whose start is noted a little later
-    const Time second = now;
-    answer("m2");
-    now += 1s;
-    tracker.daemon_started_again(now);
-    ASSERT_THAT(decisions, SizeIs(1));
-    EXPECT_TRUE(was_cut_off(decisions[0]));
-    EXPECT_EQ(decisions[0].requested_at, first);
-    EXPECT_EQ(decisions[0].decided_at, second);
-    EXPECT_THAT(decisions[0].silent, ElementsAre("m2", "m3"));
-    EXPECT_THAT(decisions[0].answers, SizeIs(1));
-    EXPECT_EQ(shown().requested_at, second);
-    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m3"));
-    ASSERT_THAT(shown().answers, SizeIs(1));
-    EXPECT_EQ(shown().answers[0].took, 0ms);
-    now += 10s;
-    answer("m1");
-    answer("m3");
-    end(true);
-    ASSERT_THAT(decisions, SizeIs(2));
-    EXPECT_EQ(decisions[1].outcome, Outcome::passed);
-    EXPECT_EQ(duration_of(decisions[1]), 11s);
-}
-
-TEST_F(TrackerRestartTest, AStartWithoutAnEndEndsWhatWasAskedLongBefore)
-{
-    tracker.set_daemon_watched(true);
-    plug();
-    ask();
-    now += 10s;
-    ask(); // by the same daemon
-    now += 20s;
-    tracker.daemon_started_again(now);
-    EXPECT_THAT(decisions, IsEmpty());
-    now += 1s;
-    ask();
-    ASSERT_THAT(decisions, SizeIs(1));
-    EXPECT_TRUE(was_cut_off(decisions[0]));
-    EXPECT_EQ(decisions[0].decided_at, now);
 }
 
 } // namespace

@@ -11,16 +11,21 @@ using testing::SizeIs;
 class TrackerTakeUpTest : public CardTrackerTest
 {
 protected:
+    TrackerTakeUpTest() : asked_(ask_unheard()) {}
+
     [[nodiscard]] OpenCheck remembered(std::chrono::seconds age = 20s) const
     {
-        return {card(true), now - age, {"m2", "m3"}, {{"m1", 0, "", now - age + 1s}}};
+        return {card(true), now - age, {"m2", "m3"}, {{"m1", 0, "", now - age + 1s}}, false, asked_};
     }
     void find_standing()
     {
         plug(true);
-        ask(true);
+        find_request();
         tracker.snapshot_done(now);
     }
+
+private:
+    Write asked_;
 };
 
 TEST_F(TrackerTakeUpTest, ARequestThatWasFoundStandingIsJoined)
@@ -29,7 +34,7 @@ TEST_F(TrackerTakeUpTest, ARequestThatWasFoundStandingIsJoined)
     const OpenCheck check = remembered();
     now += 5s;
     answer("m2");
-    tracker.take_up(check, false, now);
+    tracker.take_up(check, now);
     EXPECT_THAT(decisions, IsEmpty());
     EXPECT_EQ(shown().requested_at, check.requested_at);
     EXPECT_THAT(shown().waiting_for, ElementsAre("m3"));
@@ -45,11 +50,9 @@ TEST_F(TrackerTakeUpTest, ARequestThatWasFoundStandingIsJoined)
 
 TEST_F(TrackerTakeUpTest, BeforeAnythingIsToldItIsWaitedForTheRecords)
 {
-    tracker.take_up(remembered(), false, now);
+    tracker.take_up(remembered(), now);
     EXPECT_THAT(decisions, IsEmpty());
-    plug(true);
-    ask(true);
-    tracker.snapshot_done(now);
+    find_standing();
     EXPECT_THAT(decisions, IsEmpty());
     EXPECT_THAT(shown().waiting_for, ElementsAre("m2", "m3"));
 }
@@ -57,10 +60,10 @@ TEST_F(TrackerTakeUpTest, BeforeAnythingIsToldItIsWaitedForTheRecords)
 TEST_F(TrackerTakeUpTest, AnAnswerThatStoodAndIsRememberedIsHeardOnce)
 {
     plug(true);
-    ask(true);
-    tracker.answered(slot3, {"m1", 0, "", now}, true);
+    find_request();
+    write_answer("m1", 0, "", true);
     tracker.snapshot_done(now);
-    tracker.take_up(remembered(), false, now);
+    tracker.take_up(remembered(), now);
     EXPECT_THAT(shown().answers, SizeIs(1));
 }
 
@@ -70,31 +73,69 @@ TEST_F(TrackerTakeUpTest, WhatWasDecidedMeanwhileIsNotToldAgain)
     answer("m2", 1, "no");
     end(false);
     ASSERT_THAT(decisions, SizeIs(1));
-    tracker.take_up(remembered(), false, now);
+    tracker.take_up(remembered(), now);
     EXPECT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(shown().state, State::denied);
     EXPECT_EQ(shown().last->decider, "m2");
 }
 
-TEST_F(TrackerTakeUpTest, ACheckThatWasNotThereWhenListeningBeganEndedUnseen)
+TEST_F(TrackerTakeUpTest, ACheckInWhosePlaceAnotherWasHeardOfEndedUnseen)
 {
+    const OpenCheck check = remembered();
     plug(true);
-    tracker.result_written(1259, true, now, true);
+    tracker.result_written(1259, true, unknown(true));
     tracker.snapshot_done(now);
     const Time began = now;
     now += 60s;
-    ask(); // a later check, of a daemon that was started afresh
-    answer("m1");
-    const OpenCheck check{card(true), began - 10s, {"m2"}, {}};
-    tracker.take_up(check, false, now);
+    restart();
+    ask();
+    write_answer("m1");
+    tracker.take_up(check, now);
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
     EXPECT_EQ(decisions[0].requested_at, check.requested_at);
-    EXPECT_EQ(decisions[0].decided_at, now);
+    EXPECT_EQ(decisions[0].decided_at, began);
     EXPECT_FALSE(decisions[0].complete);
     EXPECT_EQ(shown().state, State::waiting); // as it was heard
     EXPECT_EQ(shown().requested_at, now);
     EXPECT_THAT(shown().answers, SizeIs(1));
+}
+
+TEST_F(TrackerTakeUpTest, ACheckThatWasDecidedWhileNobodyListenedEndedAsTheResultThatWasFoundSays)
+{
+    const OpenCheck check = remembered();
+    plug(true);
+    write_answer("m3", 0, "", true);
+    tracker.result_written(1259, true, daemon(by_answer("m3"), true));
+    tracker.snapshot_done(now);
+    EXPECT_THAT(decisions, IsEmpty());
+    now += 60s;
+    tracker.take_up(check, now);
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_EQ(decisions[0].outcome, Outcome::passed);
+    EXPECT_EQ(decisions[0].decider, "m3");
+    EXPECT_EQ(decisions[0].requested_at, check.requested_at);
+    EXPECT_THAT(decisions[0].answers, SizeIs(2));
+    EXPECT_FALSE(decisions[0].complete);
+    EXPECT_EQ(shown().state, State::passed);
+    EXPECT_TRUE(shown().explained);
+}
+
+TEST_F(TrackerTakeUpTest, SoDidOneWhoseRequestOutlivesItsResult)
+{
+    const OpenCheck check = remembered();
+    plug(true);
+    find_request();
+    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.snapshot_done(now);
+    EXPECT_EQ(shown().state, State::silence);
+    EXPECT_THAT(decisions, IsEmpty()) << "whose check that was nobody knew";
+    tracker.take_up(check, now);
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_EQ(decisions[0].outcome, Outcome::silence);
+    EXPECT_THAT(decisions[0].silent, ElementsAre("m2", "m3"));
+    tracker.take_up(check, now);
+    EXPECT_THAT(decisions, SizeIs(1));
 }
 
 TEST_F(TrackerTakeUpTest, ACheckOfWhichNothingIsLeftEndedWhenListeningBegan)
@@ -102,28 +143,38 @@ TEST_F(TrackerTakeUpTest, ACheckOfWhichNothingIsLeftEndedWhenListeningBegan)
     tracker.snapshot_done(now);
     const Time began = now;
     now += 60s;
-    tracker.take_up({card(true), began - 10s, {"m2"}, {}}, false, now);
+    tracker.take_up(remembered(70s), now);
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
     EXPECT_EQ(decisions[0].decided_at, began);
     EXPECT_EQ(decisions[0].card.name, "lc");
 }
 
-TEST_F(TrackerTakeUpTest, OneThatIsTooOldOrOfAnotherCardOrDaemonIsNotTheOneFound)
+TEST_F(TrackerTakeUpTest, AnotherRequestIsNotTheOneFoundHoweverMuchTheyAreAlike)
 {
+    const OpenCheck check = remembered();
+    ask_unheard();
     find_standing();
-    tracker.take_up(remembered(400s), false, now);
-    OpenCheck other = remembered();
-    other.card.serial = "0b";
-    tracker.take_up(other, false, now);
-    tracker.take_up(remembered(), true, now);
-    ASSERT_THAT(decisions, SizeIs(3));
-    for (const Decision &decision : decisions) {
-        EXPECT_EQ(decision.outcome, Outcome::unseen);
-    }
+    tracker.take_up(check, now);
+    OpenCheck of_unknown_writer = check;
+    of_unknown_writer.request = {};
+    tracker.take_up(of_unknown_writer, now);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen, Outcome::unseen));
     EXPECT_EQ(shown().requested_at, std::nullopt);
-    ask(); // the request found may have been the old daemon's, of which it is told
-    EXPECT_THAT(decisions, SizeIs(3));
+    EXPECT_EQ(shown().state, State::waiting);
+}
+
+TEST_F(TrackerTakeUpTest, ADecisionThatWasHeardOfStaysTheLastOneWhenAnEarlierCheckComesToLight)
+{
+    const OpenCheck check = remembered();
+    ask_unheard();
+    find_standing();
+    answer("m2", 1, "no");
+    end(false);
+    tracker.take_up(check, now);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen));
+    EXPECT_EQ(shown().last->outcome, Outcome::denied);
+    EXPECT_TRUE(shown().explained);
 }
 
 TEST_F(TrackerTakeUpTest, ARememberedDecisionExplainsTheStateAndChangesNoneThatWasHeard)
@@ -133,12 +184,14 @@ TEST_F(TrackerTakeUpTest, ARememberedDecisionExplainsTheStateAndChangesNoneThatW
     before.outcome = Outcome::silence;
     before.admitted = true;
     before.decided_at = now - 500s;
+    const Change written = daemon(by_timer(), true);
+    before.result = written.write;
     plug(true);
-    tracker.result_written(1259, true, now, true);
+    tracker.result_written(1259, true, written);
     tracker.snapshot_done(now);
-    EXPECT_EQ(shown().state, State::passed);
-    tracker.remember_decision(before);
     EXPECT_EQ(shown().state, State::silence);
+    EXPECT_EQ(shown().since, std::nullopt);
+    tracker.remember_decision(before);
     EXPECT_EQ(shown().since, now - 500s);
     ask();
     answer("m1", 1, "no");
@@ -148,36 +201,20 @@ TEST_F(TrackerTakeUpTest, ARememberedDecisionExplainsTheStateAndChangesNoneThatW
     EXPECT_EQ(shown().last->decider, "m1");
 }
 
-TEST_F(TrackerTakeUpTest, AnEndThatIsHeardOfCutsOffWhateverRequestIsLeft)
+TEST_F(TrackerTakeUpTest, TheNextDaemonCutsOffWhatGoesOn)
 {
-    tracker.set_daemon_watched(true);
-    tracker.take_up(remembered(), true, now);
+    tracker.take_up(remembered(), now);
     find_standing();
+    now += 50s;
+    answer("m2");
+    restart();
+    now += 2s;
+    ask();
     ASSERT_THAT(decisions, SizeIs(1));
-    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
-    now += 50s;
-    answer("m1");
-    tracker.daemon_ended();
-    now += 2s;
-    ask();
-    ASSERT_THAT(decisions, SizeIs(2));
-    EXPECT_TRUE(was_cut_off(decisions[1]));
-    EXPECT_THAT(decisions[1].answers, SizeIs(1));
-}
-
-TEST_F(TrackerTakeUpTest, AnEndThatIsHeardOfBeforeTheMemoryComesDoesSo)
-{
-    tracker.set_daemon_watched(true);
-    const OpenCheck check = remembered();
-    find_standing();
-    now += 50s;
-    tracker.daemon_ended();
-    tracker.take_up(check, true, now);
-    now += 2s;
-    ask();
-    ASSERT_THAT(decisions, SizeIs(2));
-    EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
-    EXPECT_TRUE(was_cut_off(decisions[1]));
+    EXPECT_TRUE(was_cut_off(decisions[0]));
+    EXPECT_THAT(decisions[0].answers, SizeIs(2));
+    EXPECT_THAT(decisions[0].silent, ElementsAre("m3"));
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
 }
 
 TEST_F(TrackerTakeUpTest, WhatWasDecidedIsNotOpenWhileItsRequestStands)
@@ -186,10 +223,12 @@ TEST_F(TrackerTakeUpTest, WhatWasDecidedIsNotOpenWhileItsRequestStands)
     EXPECT_FALSE(shown().open);
     ask();
     EXPECT_TRUE(shown().open);
-    tracker.result_written(1259, false, now, false);
+    answer("m1", 1);
+    result(false, by_answer("m1"));
     EXPECT_FALSE(shown().open);
     EXPECT_TRUE(shown().request);
-    tracker.request_deleted(slot3, now, false);
+    EXPECT_EQ(tracker.time_left(shown(), now), std::nullopt);
+    tracker.request_deleted(slot3, daemon(by_answer("m1")));
     ask();
     EXPECT_TRUE(shown().open);
 }

@@ -29,6 +29,7 @@ TEST_F(RowsTest, EveryMemberOfADecision)
     denied.admitted = false;
     denied.reason = "too hot\n\xff";
     denied.complete = false;
+    denied.result = {8, {"daemon", 7, {store::Cause::Kind::timer}}};
     denied.answers.at(1) = {"stranger", -7, "no", noon, false, std::nullopt};
     recorder->add(denied);
     const Decision read = Reader(path()).decisions().at(0);
@@ -48,6 +49,7 @@ TEST_F(RowsTest, EveryMemberOfADecision)
     EXPECT_EQ(read.reason, "too hot\n\xff");
     EXPECT_EQ(read.role, 1);
     EXPECT_FALSE(read.complete);
+    EXPECT_EQ(read.result.origin, denied.result.origin);
     ASSERT_THAT(read.answers, SizeIs(2));
     EXPECT_EQ(read.answers[0].took, 1000ms);
     EXPECT_EQ(read.answers[1].module, "stranger");
@@ -115,6 +117,7 @@ TEST_F(RowsTest, AnOpenCheckIsReplacedAndEndsWithItsDecision)
     OpenCheck check{{slot3, "fan", "0a", 3, 17, 259, 1259, true}, noon, {"m1", "m2"}, {}};
     recorder->set_open(check);
     check.waiting_for = {"m2"};
+    check.request = {8, {"daemon", 7, {store::Cause::Kind::record, 3, "p_dev.card_info:0:1:3:0"}}};
     check.answers = {{"m1", 0, "", noon + 1s, true, 1000ms}};
     recorder->set_open(check);
     recorder->set_open({{slot4, "", "", 0, 0, 0, 0, false}, std::nullopt, {"m1"}, {}});
@@ -126,6 +129,8 @@ TEST_F(RowsTest, AnOpenCheckIsReplacedAndEndsWithItsDecision)
     EXPECT_THAT(open[0].waiting_for, ElementsAre("m2"));
     ASSERT_THAT(open[0].answers, SizeIs(1));
     EXPECT_EQ(open[0].answers[0].module, "m1");
+    EXPECT_EQ(open[0].request.origin, check.request.origin);
+    EXPECT_EQ(open[1].request.origin, store::Origin{});
     EXPECT_EQ(open[1].requested_at, std::nullopt);
     recorder->add(decision_at(noon + 2s));
     EXPECT_THAT(reader.open_checks(), SizeIs(1));

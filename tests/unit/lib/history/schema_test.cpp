@@ -1,6 +1,7 @@
 // The file's form, in versions.
 #include <array>
 
+#include "admission/words.h"
 #include "database.h"
 #include "history_fixture.h"
 #include "schema.h"
@@ -19,9 +20,9 @@ TEST_F(SchemaTest, ANewerVersionIsRefusedAndLeftAlone)
 {
     writer()->add(decision_at(noon));
     run_sql("PRAGMA user_version = 999");
-    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("has version 999, this program knows up to 2"));
+    EXPECT_THAT(message_of([this] { writer(); }), HasSubstr("has version 999, this program knows up to 3"));
     EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("has version 999"));
-    run_sql("PRAGMA user_version = 2");
+    run_sql("PRAGMA user_version = 3");
     EXPECT_THAT(Reader(path()).decisions(), SizeIs(1));
     EXPECT_THAT(log_, IsEmpty());
 }
@@ -102,6 +103,8 @@ TEST_F(SchemaTest, AFileOfVersion2OpensWithAllThatIsInIt)
     EXPECT_EQ(open[5].card.position, (Position{1, 10, 0}));
     EXPECT_THAT(open[5].waiting_for, ElementsAre("m1"));
     EXPECT_THAT(open[5].answers, SizeIs(1));
+    EXPECT_EQ(open[5].request.origin, store::Origin{}) << "that version did not say which write it was";
+    EXPECT_EQ(cut_off.result.origin, store::Origin{});
     EXPECT_THAT(reader.gaps({}, {}), SizeIs(1));
     EXPECT_THAT(reader.life({}, {}), SizeIs(5));
     const std::vector<ModuleStatistics> modules = reader.module_statistics({});

@@ -22,13 +22,16 @@ protected:
     {
         check_.card.position = {1, 3, 0};
         check_.requested_at = noon;
+        check_.request = {7, {"daemon", 5, {}}};
         check_.waiting_for = {"m2", "m3"};
         check_.answers = {{"m1", 0, "", noon + 1s, true, 1000ms}};
     }
-    std::shared_ptr<history::Decision> add(history::Outcome outcome, int slot = 3)
+    // A decision on the check that the daemon's write of this number began.
+    std::shared_ptr<history::Decision> add(history::Outcome outcome, uint64_t request = 5)
     {
         const auto decision = std::make_shared<history::Decision>();
-        decision->card.position = {1, slot, 0};
+        decision->card.position = {1, 3, 0};
+        decision->request = {0, {"daemon", request, {}}};
         decision->outcome = outcome;
         decisions_.add(decision);
         return decision;
@@ -48,24 +51,25 @@ protected:
 
 } // namespace
 
-TEST_F(EarlyDecisionsTest, TheFirstOfThePositionHasTheBeginningOfItsCheck)
+TEST_F(EarlyDecisionsTest, ThoseOnACheckHaveItsBeginning)
 {
-    const auto other = add(history::Outcome::passed, 4);
-    const auto exempt = add(history::Outcome::exempt);
-    const auto unasked = add(history::Outcome::unasked);
+    const auto unasked = add(history::Outcome::unasked, 0);
     const auto first = add(history::Outcome::silence);
-    const auto second = add(history::Outcome::passed);
+    const auto second = add(history::Outcome::denied);
+    const auto later = add(history::Outcome::passed, 9);
     first->answers = {{"m1", 0, "", noon + 5s, true, {}}, {"m2", 0, "", noon + 6s, true, {}}};
     first->told_before = 2;
     first->silent = {"m1", "m3"};
-    decisions_.complete(check_);
+    EXPECT_TRUE(decisions_.complete(check_));
     EXPECT_EQ(first->requested_at, noon);
+    EXPECT_EQ(second->requested_at, noon);
+    EXPECT_THAT(modules_of(*second), ElementsAre("m1"));
     EXPECT_THAT(modules_of(*first), ElementsAre("m1", "m2"))
         << "the first one stood, and was delivered again";
     EXPECT_EQ(first->answers[0].at, noon + 1s);
     EXPECT_EQ(first->told_before, 2U);
     EXPECT_THAT(first->silent, ElementsAre("m3")) << "m1 had answered";
-    for (const auto &untouched : {other, exempt, unasked, second}) {
+    for (const auto &untouched : {unasked, later}) {
         EXPECT_EQ(untouched->requested_at, std::nullopt);
         EXPECT_THAT(untouched->answers, IsEmpty());
     }
@@ -82,9 +86,9 @@ TEST_F(EarlyDecisionsTest, AnotherAnswerOfAModuleIsKept)
 
 TEST_F(EarlyDecisionsTest, OneWhoseRequestWasSeenIsOnAnotherCheck)
 {
-    const auto first = add(history::Outcome::passed);
+    const auto first = add(history::Outcome::passed, 6);
     first->requested_at = noon + 60s;
-    decisions_.complete(check_);
+    EXPECT_FALSE(decisions_.complete(check_));
     EXPECT_EQ(first->requested_at, noon + 60s);
     EXPECT_THAT(first->answers, IsEmpty());
 }
@@ -93,7 +97,7 @@ TEST_F(EarlyDecisionsTest, OnceTheHistoryIsOpenNoneIsEarly)
 {
     const auto first = add(history::Outcome::passed);
     decisions_.clear();
-    decisions_.complete(check_);
+    EXPECT_FALSE(decisions_.complete(check_));
     EXPECT_EQ(first->requested_at, std::nullopt);
 }
 

@@ -112,7 +112,7 @@ TEST_F(ModuleListTest, TheListThatWasReadLastStands)
     answer(3, "m1");
     EXPECT_THAT(recorder_->tracker().find({1, 3, 0})->waiting_for, ElementsAre("m2"));
     now_ += 300s;
-    decide(3, true);
+    time_out(3);
     ASSERT_THAT(outcomes(), ElementsAre(Outcome::silence));
     EXPECT_THAT(file().decisions()[0].silent, ElementsAre("m2"));
     EXPECT_TRUE(file().decisions()[0].complete);

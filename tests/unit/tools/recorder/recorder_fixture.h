@@ -18,7 +18,6 @@
 #include "records/record_text.h"
 #include "records/record_types.h"
 #include "unit/support/folder.h"
-#include "vx_mom.h"
 
 namespace recorder
 {
@@ -85,10 +84,21 @@ protected:
         recorder_->tick(now_);
     }
 
-    void deliver(const char *type, const Json &fields, bool existing, int32_t cmd = VX_MOM_CMD_SET)
+    // Writes of the daemon that lives: what caused the next one about a slot is in cause_.
+    void restart_daemon() { ++life_; }
+    static store::Cause by_card(int slot)
+    {
+        return {store::Cause::Kind::record, 1, "p_dev.card_info:0:1:" + std::to_string(slot) + ":0"};
+    }
+    admission::Write daemon_write(const store::Cause &cause)
+    {
+        return {++revision_, {"daemon" + std::to_string(life_), ++number_, cause}};
+    }
+    void deliver(const char *type, const Json &fields, bool existing, const admission::Write &write = {},
+                 bool deleted = false)
     {
         const cg::MessagePtr record = cg::from_json(*cg::record_type(type).descriptor, fields);
-        recorder_->handle(cmd, *record, {now_, existing, {}});
+        recorder_->handle(*record, deleted, {now_, existing, write});
     }
     void plug(int slot, bool existing = false)
     {
@@ -100,24 +110,58 @@ protected:
                  {"is_online", true}},
                 existing);
     }
-    void ask(int slot, bool existing = false, int32_t cmd = VX_MOM_CMD_SET)
+    // The daemon asks; with `existing` what it asked is found, by the one that lives now at the latest.
+    void ask(int slot, bool existing = false)
     {
-        deliver("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", slot}}}}, existing, cmd);
+        const Json request{{"index", {{"devid", 1}, {"slotid", slot}}}};
+        auto &[life, write] = requests_[slot];
+        if (!existing || life != life_) {
+            life = life_;
+            write = daemon_write(by_card(slot));
+        }
+        deliver("app_cg_card_check_info", request, existing, write);
     }
+    // A module answers and the daemon reads it; with `existing` it stands unread.
     void answer(int slot, const std::string &module, int ret = 0, bool existing = false)
     {
-        deliver("app_cg_card_check_ack",
-                {{"index", {{"devid", 1}, {"slotid", slot}, {"mod_name", module}}}, {"ret", ret}}, existing);
+        deliver("app_cg_card_check_ack", ack(slot, module, ret), existing,
+                {++revision_, {module, ++number_, {store::Cause::Kind::none}}});
+        if (!existing) {
+            read_answer(slot, module, ret);
+        }
+    }
+    // The one that was written last.
+    void read_answer(int slot, const std::string &module, int ret = 0)
+    {
+        cause_[slot] = {store::Cause::Kind::record, revision_,
+                        "p_libpub.app_cg_card_check_ack:1:" + std::to_string(slot) + ":0:" + module};
+        deliver("app_cg_card_check_ack", ack(slot, module, ret), false, daemon_write(cause_[slot]), true);
+    }
+    static Json ack(int slot, const std::string &module, int ret)
+    {
+        return {{"index", {{"devid", 1}, {"slotid", slot}, {"mod_name", module}}}, {"ret", ret}};
     }
     void result(int slot, bool pass, bool existing = false)
     {
+        auto &write = results_[slot];
+        if (!existing || write.revision == 0) {
+            write = daemon_write(cause_.try_emplace(slot, by_card(slot)).first->second);
+        }
         deliver("app_cg_mom_deny_check_result",
-                {{"index", {{"card_tipc_nodeid", 1000 + slot}}}, {"stat", pass ? 1 : 0}}, existing);
+                {{"index", {{"card_tipc_nodeid", 1000 + slot}}}, {"stat", pass ? 1 : 0}}, existing, write);
     }
+    // By the answer that was read last, or where there was none by the card's information.
     void decide(int slot, bool pass)
     {
         result(slot, pass);
-        ask(slot, false, VX_MOM_CMD_DELETED);
+        deliver("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", slot}}}}, false,
+                daemon_write(cause_[slot]), true);
+        requests_.erase(slot);
+    }
+    void time_out(int slot)
+    {
+        cause_[slot] = {store::Cause::Kind::timer};
+        decide(slot, true);
     }
     void deny(int slot)
     {
@@ -164,6 +208,12 @@ protected:
         now_ += 60s;
     }
 
+    int life_ = 1;
+    uint64_t number_ = 0;
+    uint64_t revision_ = 0;
+    std::map<int, std::pair<int, admission::Write>> requests_; // by slot: the daemon's life, the write
+    std::map<int, admission::Write> results_;
+    std::map<int, store::Cause> cause_;
     cg::Folder folder_;
     std::vector<std::string> log_;
     std::unique_ptr<Metrics> metrics_;

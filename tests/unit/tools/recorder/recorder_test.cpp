@@ -186,36 +186,55 @@ TEST_F(RecorderTest, AnOverlongLineOfTheServiceLogIsReportedOnce)
 TEST_F(RecorderTest, ADaemonThatEndedWhileTheRecorderWasAwayIsNotTakenForTheSame)
 {
     live_before();
-    note_service("1700049630000 exit exited 77");
-    note_service("1700049631000 start 43");
+    restart_daemon();
     start();
     plug(4, true);
-    ask(4, true); // the new one's, or still the old one's
+    ask(4, true);
     listen();
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen));
-    pass(1s);
-    ask(4);
-    EXPECT_THAT(outcomes(), SizeIs(2));
-    EXPECT_EQ(recorder_->tracker().find({1, 4, 0})->requested_at, now_);
+    EXPECT_EQ(recorder_->tracker().find({1, 4, 0})->requested_at, std::nullopt);
+    answer(4, "m1");
+    answer(4, "m2");
+    decide(4, true);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen, Outcome::passed));
+}
+
+TEST_F(RecorderTest, WhatWasDecidedWhileTheRecorderWasAwayIsReadFromTheStore)
+{
+    live_before();
+    cause_[4] = {store::Cause::Kind::timer};
+    start();
+    plug(3, true);
+    result(3, false, true);
+    plug(4, true);
+    result(4, true, true);
+    listen();
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::silence));
+    const history::Decision decision = file().decisions().at(1);
+    EXPECT_EQ(decision.requested_at, noon);
+    EXPECT_THAT(decision.silent, ElementsAre("m2"));
+    EXPECT_FALSE(decision.complete);
+    const admission::TrackedCard &denied = *recorder_->tracker().find({1, 3, 0});
+    EXPECT_EQ(denied.state, admission::State::denied);
+    EXPECT_EQ(denied.decider, "m2");
+    EXPECT_EQ(denied.since, noon) << "by the decision in the file";
 }
 
 TEST_F(RecorderTest, ARestartOfTheDaemonCutsAChecksRowOff)
 {
-    note_service("1700049600000 start 42");
     start();
     listen();
     plug(4);
     ask(4);
     now_ += 10s;
     answer(4, "m1");
-    ask(4); // somebody writes it again
+    deliver("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 4}}}}, false,
+            {99, {"somebody", 1, {store::Cause::Kind::none}}}); // writes it again
     EXPECT_THAT(outcomes(), IsEmpty());
-    note_service("1700049615000 exit killed KILL");
-    pass(5s);
+    restart_daemon();
+    pass(6s);
     EXPECT_THAT(outcomes(), IsEmpty());
-    now_ += 1s;
-    ask(4);                                 // the service notes the start when the daemon is up,
-    note_service("1700049616000 start 43"); // which may be after its first request
+    ask(4);
     pass(1s);
     recorder_->flush(now_);
     const std::vector<history::Decision> decisions = file().decisions();
@@ -228,8 +247,6 @@ TEST_F(RecorderTest, ARestartOfTheDaemonCutsAChecksRowOff)
     ASSERT_THAT(file().open_checks(), SizeIs(1));
     EXPECT_EQ(file().open_checks()[0].requested_at, noon + 16s);
     EXPECT_THAT(metrics(), HasSubstr("cg_decisions_total{decider=\"\",outcome=\"withdrawn\"} 1\n"));
-    ask(4);
-    EXPECT_THAT(outcomes(), SizeIs(1)); // by the same daemon again
 }
 
 TEST_F(RecorderTest, AFileThatIsMovedAsideHasWhatStandsInTheNextOne)

@@ -13,25 +13,22 @@ class ResumeTest : public RecorderTest
 
 } // namespace
 
-TEST_F(ResumeTest, AnEndThatWasNotedBeforeTheRecorderStoppedIsRemembered)
+TEST_F(ResumeTest, TheCheckOfAnotherDaemonIsAnotherCheck)
 {
-    note_service("1700049600000 start 42");
     start();
     listen();
     plug(4);
     ask(4);
     now_ += 10s;
     answer(4, "m1");
-    note_service("1700049615000 exit exited 0");
     pass(5s);
     recorder_->end(now_);
     kill();
-    now_ += 10s;
-    note_service("1700049625000 start 43");
-    now_ += 2s;
+    restart_daemon();
+    now_ += 12s;
     start();
     plug(4, true);
-    ask(4, true); // by 43
+    ask(4, true);
     listen();
     now_ += 10s;
     answer(4, "m2");
@@ -42,22 +39,18 @@ TEST_F(ResumeTest, AnEndThatWasNotedBeforeTheRecorderStoppedIsRemembered)
     EXPECT_EQ(decisions.at(0).requested_at, noon);
     EXPECT_THAT(decisions.at(0).answers, SizeIs(1));
     EXPECT_EQ(decisions.at(1).requested_at, std::nullopt);
+    EXPECT_EQ(decisions.at(1).decider, "m1");
     EXPECT_THAT(decisions.at(1).answers, SizeIs(2));
 }
 
-TEST_F(ResumeTest, AnEndThatIsOlderThanTheCheckEndsItNot)
+TEST_F(ResumeTest, TheSameRequestIsTheSameCheckWheneverItsBeginningWasSeen)
 {
-    note_service("1700049600000 start 42");
     start();
+    plug(4, true);
+    ask(4, true);
     listen();
-    note_service("1700049615000 exit exited 77");
     pass(15s);
-    now_ += 2s;
-    plug(4);
-    ask(4); // by 43, whose start is not noted yet
-    pass(1s);
     kill();
-    note_service("1700049618000 start 43");
     now_ += 1s;
     start();
     plug(4, true);
@@ -67,26 +60,7 @@ TEST_F(ResumeTest, AnEndThatIsOlderThanTheCheckEndsItNot)
     answer(4, "m2");
     decide(4, true);
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::passed));
-    EXPECT_EQ(file().decisions().at(0).requested_at, noon + 17s);
-}
-
-TEST_F(ResumeTest, ACheckOfUnknownAgeEndsWithTheNotedEnd)
-{
-    note_service("1700049600000 start 42");
-    start();
-    plug(4, true);
-    ask(4, true);
-    listen();
-    note_service("1700049615000 exit exited 0");
-    pass(15s);
-    kill();
-    note_service("1700049625000 start 43");
-    now_ += 15s;
-    start();
-    plug(4, true);
-    ask(4, true);
-    listen();
-    EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen));
+    EXPECT_EQ(file().decisions().at(0).requested_at, std::nullopt);
 }
 
 TEST_F(ResumeTest, WhatWasDecidedIsNotOpenAnyMoreWhileItsRequestStands)
@@ -119,6 +93,7 @@ TEST_F(ResumeTest, OnlyTheFirstCheckIsCompletedByTheFileThatOpensLate)
         ask(4, true);
         answer(4, "m1", 0, true); // it is remembered, and stands
         listen();
+        read_answer(4, "m1");
         pass(1s);
         answer(4, "m2");
         decide(4, true);
@@ -149,19 +124,15 @@ TEST_F(ResumeTest, OnlyTheFirstCheckIsCompletedByTheFileThatOpensLate)
 TEST_F(ResumeTest, WhoHadAnsweredWasNotSilentWhenTheFileOpensLate)
 {
     live_before();
-    note_service("1700049670000 exit killed KILL");
-    now_ = noon + 65s;
-    std::filesystem::rename(folder_.path("life"), folder_.path("later"));
-    note_service("1700049600000 start 42");
     {
         const FullDisk full;
         start();
         plug(4, true);
         ask(4, true);
         listen();
-        std::filesystem::rename(folder_.path("later"), folder_.path("life"));
         pass(10s);
-        ask(4); // by the next daemon
+        restart_daemon();
+        ask(4);
         pass(1s);
         answer(4, "m1");
         answer(4, "m2");
@@ -173,21 +144,19 @@ TEST_F(ResumeTest, WhoHadAnsweredWasNotSilentWhenTheFileOpensLate)
     EXPECT_THAT(file().decisions().at(1).silent, ElementsAre("m2"));
 }
 
-TEST_F(ResumeTest, TheEndOfADaemonThatFoundAnEarlierOnesRequestCutsItsCheckOff)
+TEST_F(ResumeTest, TheNextDaemonCutsACheckOffThatWasFound)
 {
     live_before();
-    note_service("1700049605000 exit killed KILL");
-    note_service("1700049606000 start 43");
+    restart_daemon();
     start();
     plug(4, true);
     ask(4, true);
     listen();
     now_ += 10s;
     answer(4, "m1");
-    note_service("1700049675000 exit killed KILL");
     pass(5s);
+    restart_daemon();
     ask(4);
-    note_service("1700049676000 start 44");
     pass(1s);
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen, Outcome::withdrawn));
     EXPECT_EQ(file().decisions().at(2).reason, admission::started_afresh);
@@ -215,23 +184,6 @@ TEST_F(ResumeTest, AStoreThatIsThereAtOnceLeavesNoGapInANewFile)
     listen();
     pass(1s);
     EXPECT_THAT(file().gaps({}, {}), IsEmpty());
-}
-
-TEST_F(ResumeTest, TwoStartsInARowCutACheckOffAtTheSecondOnesRequest)
-{
-    note_service("1700049600000 start 42");
-    start();
-    listen();
-    plug(4);
-    ask(4);
-    pass(50s);
-    ask(4);
-    note_service("1700049650500 start 43");
-    pass(1s);
-    EXPECT_THAT(outcomes(), ElementsAre(Outcome::withdrawn));
-    EXPECT_EQ(file().decisions().at(0).decided_at, noon + 50s);
-    ASSERT_THAT(file().open_checks(), SizeIs(1));
-    EXPECT_EQ(file().open_checks()[0].requested_at, noon + 50s);
 }
 
 } // namespace recorder

@@ -26,21 +26,31 @@ protected:
         card.node_type = 3;
         card.tipc_nodeid = tipc;
         card.online = online;
-        tracker_.card_written(card, now_, false);
+        tracker_.card_written(card, {now_});
     }
 
-    void ask() { tracker_.request_written(third, now_, false); }
+    admission::Change daemon(const store::Cause &cause)
+    {
+        return {now_, false, {++revision_, {"daemon", revision_, cause}}};
+    }
+
+    void ask()
+    {
+        tracker_.request_written(third, daemon({store::Cause::Kind::record, 1, "p_dev.card_info:0:1:3:0"}));
+    }
 
     void answer(const std::string &module, int32_t ret = 0, const std::string &reason = "")
     {
-        tracker_.answered(third, {module, ret, reason, now_}, false);
+        tracker_.answer_written(third, {module, ret, reason}, {now_, false, {++revision_, {}}});
+        cause_ = {store::Cause::Kind::record, revision_, "p_libpub.app_cg_card_check_ack:1:3:0:" + module};
+        tracker_.answer_deleted(third, {module, ret, reason}, daemon(cause_));
     }
 
-    // The daemon writes the result and withdraws the request.
+    // The daemon writes the result and withdraws the request, for the answer that it read last.
     void decide(bool pass)
     {
-        tracker_.result_written(tipc, pass, now_, false);
-        tracker_.request_deleted(third, now_, false);
+        tracker_.result_written(tipc, pass, daemon(cause_));
+        tracker_.request_deleted(third, daemon(cause_));
         judge_.ended(third);
     }
 
@@ -53,6 +63,8 @@ protected:
     }
 
     admission::Time now_ = admission::Time{} + 1000s;
+    uint64_t revision_ = 0;
+    store::Cause cause_{};
     admission::CardTracker tracker_;
     Judge judge_{tracker_};
 };
@@ -106,6 +118,7 @@ TEST_F(Expectation, SilenceNamesAllWhoWereSilent)
     ask();
     answer("m1");
     now_ += 300s;
+    cause_ = {store::Cause::Kind::timer};
     decide(true);
     EXPECT_TRUE(holds("passed by silence") && holds("passed by silence of m2"));
     EXPECT_FALSE(holds("passed by silence of m1, m2"));

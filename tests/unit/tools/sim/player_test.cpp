@@ -118,11 +118,23 @@ private:
         timers_.emplace(now_ + time, std::move(action));
     }
 
-    void hear(int32_t cmd, const std::string &type, const Json &fields)
+    void hear(int32_t cmd, const std::string &type, const Json &fields, const store::Cause &cause = {})
     {
+        ++revision_;
         if (!deaf) {
-            player_->heard(cmd, *from_json(*record_type(type).descriptor, fields), {now_, returning, {}});
+            player_->heard(
+                cmd, *from_json(*record_type(type).descriptor, fields),
+                {now_, returning, {revision_, {"daemon" + std::to_string(life_), revision_, cause}}});
         }
+    }
+    static store::Cause by_card(const Position &position)
+    {
+        return {store::Cause::Kind::record, 1, "p_dev.card_info:0:" + key_text(position)};
+    }
+    static std::string key_text(const Position &position)
+    {
+        return std::to_string(position.devid) + ':' + std::to_string(position.slotid) + ':' +
+               std::to_string(position.sslotid);
     }
 
     void change(const Position &position, scenario::Move move)
@@ -147,7 +159,7 @@ private:
         const bool online = card["is_online"];
         later(slowness, [this, position, board, online] {
             if (board || (online && modules.empty())) {
-                decide(position, true);
+                decide(position, true, by_card(position));
             } else if (online) {
                 ask(position);
             } else {
@@ -164,13 +176,16 @@ private:
         const uint64_t check = ++checks_[position];
         Json request = key(position);
         request["type"] = cards_[position]["config_dev_type"];
-        hear(VX_MOM_CMD_HMSET, "p_libpub.app_cg_card_check_info", request);
+        hear(VX_MOM_CMD_HMSET, "p_libpub.app_cg_card_check_info", request, by_card(position));
         if (const auto time = std::exchange(afresh, std::nullopt)) {
-            later(*time, [this, position] { ask(position); });
+            later(*time, [this, position] {
+                ++life_;
+                ask(position);
+            });
         }
         later(timeout, [this, position, check] {
             if (checks_[position] == check && waiting_.contains(position)) {
-                decide(position, true);
+                decide(position, true, {store::Cause::Kind::timer});
             }
         });
     }
@@ -178,9 +193,10 @@ private:
     void withdraw(const Position &position)
     {
         if (waiting_.erase(position) != 0) {
-            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_info", key(position));
+            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_info", key(position), by_card(position));
         }
-        hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_mom_deny_check_result", result(position, true));
+        hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_mom_deny_check_result", result(position, true),
+             by_card(position));
     }
 
     static Json result(const Position &position, bool pass)
@@ -190,11 +206,11 @@ private:
         return {{"index", {{"card_tipc_nodeid", node}}}, {"stat", pass ? 1 : 0}};
     }
 
-    void decide(const Position &position, bool pass)
+    void decide(const Position &position, bool pass, const store::Cause &cause)
     {
-        hear(VX_MOM_CMD_SET, "p_libpub.app_cg_mom_deny_check_result", result(position, pass));
+        hear(VX_MOM_CMD_SET, "p_libpub.app_cg_mom_deny_check_result", result(position, pass), cause);
         if (waiting_.erase(position) != 0) {
-            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_info", key(position));
+            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_info", key(position), cause);
         }
     }
 
@@ -210,11 +226,15 @@ private:
                  {"ret", answer.pass ? 0 : 1},
                  {"reason", answer.reason}};
         hear(VX_MOM_CMD_SET, "p_libpub.app_cg_card_check_ack", ack);
-        later(slowness, [this, answer, position] {
+        const store::Cause cause{store::Cause::Kind::record, revision_,
+                                 "p_libpub.app_cg_card_check_ack:" + key_text(position) + ':' +
+                                     answer.module};
+        later(slowness, [this, answer, position, ack, cause] {
+            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_ack", ack, cause);
             auto &waiting = waiting_[position];
             waiting.erase(answer.module);
             if (!answer.pass || waiting.empty()) {
-                decide(position, answer.pass);
+                decide(position, answer.pass, cause);
             }
         });
     }
@@ -226,6 +246,8 @@ private:
     std::map<Position, Json> cards_;
     std::map<Position, std::set<std::string>> waiting_;
     std::map<Position, uint64_t> checks_;
+    int life_ = 1;
+    uint64_t revision_ = 0;
 };
 
 // Plays a scenario with the modules m1 and m2; returns what was missed.

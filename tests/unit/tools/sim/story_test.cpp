@@ -22,7 +22,7 @@ protected:
     {
         const MessagePtr record = from_json(*record_type(type).descriptor, fields);
         const auto event = event_of(cmd, *record, tracker_);
-        admission::feed(tracker_, cmd, *record, {});
+        admission::feed(tracker_, *record, cmd == VX_MOM_CMD_DELETED, {});
         more_ = event ? event->more : Json();
         return event ? event->kind + ' ' + (event->card ? event->card->text() : "-") + ' ' + event->text : "";
     }

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include "access/store.h"
-#include "vx_mom.h"
 
 namespace
 {
@@ -19,13 +18,17 @@ class CardEventsTest : public testing::Test
 protected:
     CardEventsTest() { events.tracker().set_modules({"m1", "m2"}); }
 
-    void take(const char *type, const Json &fields, bool existing = false, int32_t cmd = VX_MOM_CMD_SET)
+    static constexpr bool gone = true;
+
+    void take(const char *type, const Json &fields, bool existing = false, bool deleted = false,
+              const store::Cause &by = {})
     {
         now += 1s;
-        events.take(cmd, *from_json(*record_type(type).descriptor, fields), existing, now);
+        ++revision;
+        events.take(*from_json(*record_type(type).descriptor, fields), deleted,
+                    {now, existing, {revision, {"daemon" + std::to_string(life), revision, by}}});
     }
-    void card(bool online, const std::string &name = "lc", bool existing = false,
-              int32_t cmd = VX_MOM_CMD_SET)
+    void card(bool online, const std::string &name = "lc", bool existing = false, bool deleted = false)
     {
         take("card_info",
              {{"index", {{"devid", 1}, {"slotid", 3}}},
@@ -33,26 +36,37 @@ protected:
               {"is_online", online},
               {"static_info", {{"node_type", 3}}},
               {"card_tipc_nodeid", 1003}},
-             existing, cmd);
+             existing, deleted);
     }
-    void request(bool existing = false, int32_t cmd = VX_MOM_CMD_SET)
+    void request(bool existing = false, bool deleted = false)
     {
-        take("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 3}}}}, existing, cmd);
+        take("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 3}}}}, existing, deleted,
+             {store::Cause::Kind::record, 1, "p_dev.card_info:0:1:3:0"});
+        asked = {revision, {"daemon" + std::to_string(life), revision, {}}};
+    }
+    // The last one is notified of again.
+    void find_request()
+    {
+        const Json fields{{"index", {{"devid", 1}, {"slotid", 3}}}};
+        events.take(*from_json(*record_type("app_cg_card_check_info").descriptor, fields), false,
+                    {now, true, asked});
     }
     void answer(const std::string &module, int ret, bool existing = false)
     {
         take("app_cg_card_check_ack",
              {{"index", {{"devid", 1}, {"slotid", 3}, {"mod_name", module}}}, {"ret", ret}}, existing);
+        cause = {store::Cause::Kind::record, revision, "p_libpub.app_cg_card_check_ack:1:3:0:" + module};
     }
-    void result(bool pass)
+    // By the last answer.
+    void result(bool pass, bool existing = false)
     {
         take("app_cg_mom_deny_check_result",
-             {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", pass ? 1 : 0}});
+             {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", pass ? 1 : 0}}, existing, false, cause);
     }
-    void power(bool updown, int32_t cmd = VX_MOM_CMD_SET)
+    void power(bool updown, bool deleted = false)
     {
         take("im_card_power_onoff", {{"index", {{"devid", 1}, {"slotid", 3}}}, {"updown", updown}}, false,
-             cmd);
+             deleted);
     }
     std::vector<std::string> texts()
     {
@@ -63,6 +77,10 @@ protected:
         return result;
     }
 
+    int life = 1;
+    uint64_t revision = 0;
+    admission::Write asked{};
+    store::Cause cause{};
     std::vector<Event> told;
     CardEvents events{[this](const Event &event) { told.push_back(event); }};
     Time now = Time{} + 1000000s;
@@ -75,7 +93,7 @@ TEST_F(CardEventsTest, WhatWasThereBeforeIsNoEvent)
     events.all_told(now);
     EXPECT_THAT(texts(), IsEmpty());
     card(true, "lc", true); // told again after an outage
-    request(true);
+    find_request();
     EXPECT_THAT(texts(), IsEmpty());
 }
 
@@ -93,8 +111,8 @@ TEST_F(CardEventsTest, ACheckIsTold)
                             "answer 1/3/0 lc: m1 PASS after 1 s", "answer 1/3/0 lc: m2 DENY after 2 s",
                             "decision 1/3/0 lc: denied by m2: m2 not compatible",
                             "power 1/3/0 lc: asked to be powered off"));
-    request(false, VX_MOM_CMD_DELETED);
-    power(false, VX_MOM_CMD_DELETED);
+    request(false, gone);
+    power(false, gone);
     EXPECT_THAT(texts(), ElementsAre("power 1/3/0 lc: no longer asked to be powered off"));
 }
 
@@ -116,7 +134,7 @@ TEST_F(CardEventsTest, ComingAndGoingIsTold)
     card(true);
     card(true, "another");
     card(false, "another");
-    card(false, "another", false, VX_MOM_CMD_DELETED);
+    card(false, "another", false, gone);
     EXPECT_THAT(texts(), ElementsAre("plugged 1/3/0 lc: plugged, lc, offline", "online 1/3/0 lc: online",
                                      "changed 1/3/0 another: another card, or other facts of it: lc",
                                      "offline 1/3/0 another: offline", "pulled 1/3/0 another: pulled"));
@@ -147,10 +165,12 @@ TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
     events.store_returned(1, true, now);
     (void)texts();
     card(true, "lc", true);
-    request(true);
-    answer("m1", 0, true); // the daemon has not read it yet
+    find_request();
+    answer("m1", 0, true); // another one, which the daemon has not read yet
     answer("m2", 7, true);
-    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m2 DENY (while the store was away)"));
+    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m1 PASS (while the store was away)",
+                                     "answer 1/3/0 lc: m2 DENY (while the store was away)"));
+    --revision;
     answer("m2", 7, true);
     EXPECT_THAT(texts(), IsEmpty()) << "written before the answers were told, and told with them";
     take("app_cg_card_check_ack", {{"index", {{"devid", 1}, {"slotid", 9}, {"mod_name", "m1"}}}}, true);
@@ -176,7 +196,10 @@ TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
     card(true);
     request();
     answer("m1", 0);
+    take("app_cg_card_check_ack", {{"index", {{"devid", 1}, {"slotid", 3}, {"mod_name", "m1"}}}}, false, gone,
+         cause); // the daemon reads it
     (void)texts();
+    ++life;
     request();
     EXPECT_EQ(told.at(0).tone, Tone::warning);
     EXPECT_THAT(texts(),
@@ -185,19 +208,20 @@ TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
                             "asked 1/3/0 lc: asked m1, m2"));
 }
 
-TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWhenAllIsTold)
+TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWithItsResult)
 {
     events.all_told(now);
     card(true);
     request();
+    answer("m1", 0);
     (void)texts();
-    request(true, VX_MOM_CMD_DELETED);
+    request(true, gone);
     EXPECT_THAT(texts(), IsEmpty()); // its result is still to come
-    take("app_cg_mom_deny_check_result", {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", 1}}, true);
+    result(true, true);
     events.all_told(now);
     ASSERT_EQ(told.size(), 1U);
     EXPECT_EQ(told[0].more["decision"]["admitted"], true);
-    EXPECT_THAT(texts(), ElementsAre("decision 1/3/0 lc: ended unseen, passed (while the store was away)"));
+    EXPECT_THAT(texts(), ElementsAre("decision 1/3/0 lc: passed by m1 (while the store was away)"));
 }
 
 TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
@@ -276,7 +300,7 @@ TEST_F(CardEventsTest, TheRoleIsToldWhenItChanges)
     events.all_told(now);
     take("dp_lib_grole", {{"my_grole", 1}});
     take("dp_lib_grole", {{"my_grole", 2}});
-    take("dp_lib_grole", {{"my_grole", 2}}, false, VX_MOM_CMD_DELETED);
+    take("dp_lib_grole", {{"my_grole", 2}}, false, gone);
     EXPECT_THAT(texts(),
                 ElementsAre("role this device's role is slave", "role this device's role is not known"));
 }

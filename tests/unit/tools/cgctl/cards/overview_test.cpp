@@ -30,13 +30,33 @@ class OverviewTest : public StoreTest
 protected:
     OverviewTest() : writer_(folder_.path("h"), now, [](const std::string &) {}) { writer_.alive(now); }
 
+    // With a result that says nothing of its writer.
     void plug(int slot, const std::string &stat = "")
     {
         const std::string tipc = std::to_string(1000 + slot);
         cgctl({"card", "plug", "1/" + std::to_string(slot), "--tipc", tipc, "--name", "lc"});
         if (!stat.empty()) {
             cgctl({"set", "app_cg_mom_deny_check_result", "card_tipc_nodeid=" + tipc, "stat=" + stat});
+            sign("p_libpub.app_cg_mom_deny_check_result:" + tipc, "unknown");
         }
+    }
+    void sign(const std::string &key, const std::string &origin) const
+    {
+        EXPECT_THAT(tell_server("SELECT 1\nHSET " + key + " by \"" + origin + "\"\n"), HasSubstr("0"));
+    }
+    // The daemon wrote the result, since the time was up, or for an answer of m1.
+    void decide(int slot, const std::string &stat, bool by_timer = false)
+    {
+        plug(slot, stat);
+        sign("p_libpub.app_cg_mom_deny_check_result:" + std::to_string(1000 + slot),
+             text_of(origin_of(slot, by_timer)));
+    }
+    static store::Origin origin_of(int slot, bool by_timer)
+    {
+        const std::string answer = "p_libpub.app_cg_card_check_ack:1:" + std::to_string(slot) + ":0:m1";
+        return {"daemon", static_cast<uint64_t>(slot),
+                by_timer ? store::Cause{store::Cause::Kind::timer}
+                         : store::Cause{store::Cause::Kind::record, 7, answer}};
     }
     void record(int slot, Ended outcome, bool admitted, const std::string &decider,
                 const std::vector<std::string> &silent)
@@ -52,6 +72,7 @@ protected:
         decision.requested_at = now - 90s;
         decision.decided_at = now - 88s;
         decision.role = 1;
+        decision.result.origin = origin_of(slot, outcome == Ended::silence);
         decision.answers.push_back(
             {"m1", outcome == Ended::denied ? 1 : 0, decision.reason, now - 88s, true, 2s});
         writer_.add(decision);
@@ -70,8 +91,8 @@ protected:
 
 TEST_F(OverviewTest, TheHistoryTellsWhoDecidedAndWhoWasSilent)
 {
-    plug(2, "APP_CG_CHECK_PASS");
-    plug(3, "APP_CG_CHECK_DENY");
+    decide(2, "APP_CG_CHECK_PASS", true);
+    decide(3, "APP_CG_CHECK_DENY");
     record(2, Ended::silence, true, "", {"m2"});
     record(3, Ended::denied, false, "m1", {});
     const auto table = list({"list"});
@@ -88,25 +109,45 @@ TEST_F(OverviewTest, TheHistoryTellsWhoDecidedAndWhoWasSilent)
     EXPECT_EQ(cards[0]["state"], "silence");
     EXPECT_EQ(cards[0]["verdict"], "passed");
     EXPECT_EQ(cards[0]["decision"]["silent"], (Json{"m2"}));
+    EXPECT_EQ(cards[0]["decider"], nullptr);
+    EXPECT_EQ(cards[1]["decider"], "m1");
     EXPECT_EQ(cards[1]["decision"]["decider"], "m1");
     EXPECT_EQ(cards[1]["reason"], "too hot");
     EXPECT_EQ(cards[1]["since"], cards[1]["decision"]["decided_at"]);
 }
 
-TEST_F(OverviewTest, APassThatTheRecorderDidNotHearOfIsNamed)
+TEST_F(OverviewTest, TheStoreAloneTellsWhoDecidedAndThatTheTimeWasUp)
 {
-    for (const int slot : {2, 3, 4}) {
-        plug(slot, "APP_CG_CHECK_PASS");
-    }
-    record(2, Ended::passed, true, "m1", {});
-    record(3, Ended::unseen, true, "", {}); // 4: it slept all the time
+    decide(2, "APP_CG_CHECK_PASS", true);
+    decide(3, "APP_CG_CHECK_DENY");
+    decide(4, "APP_CG_CHECK_PASS");
+    const Json cards =
+        run_cgctl({"list", "--json", "--history", folder_.path("none"), "--socket", folder_.path("none")})
+            .json()["cards"];
+    EXPECT_EQ(cards[0]["state"], "silence");
+    EXPECT_EQ(cards[0]["decider"], nullptr);
+    EXPECT_EQ(cards[1]["state"], "denied");
+    EXPECT_EQ(cards[1]["decider"], "m1");
+    EXPECT_EQ(cards[2]["state"], "passed");
+    EXPECT_EQ(cards[2]["decider"], "m1");
+    EXPECT_EQ(cards[2]["unseen"], false);
+    EXPECT_EQ(cards[2]["decision"], nullptr);
+    EXPECT_THAT(list({"list"}).out, HasSubstr("denied by m1"));
+    EXPECT_THAT(list({"show", "1/4"}).out, HasSubstr("  decided   passed by m1\n"));
+}
+
+TEST_F(OverviewTest, APassWhoseWriterSaysNotHowIsNamed)
+{
+    decide(2, "APP_CG_CHECK_PASS");
+    plug(3, "APP_CG_CHECK_PASS");
+    plug(4, "APP_CG_CHECK_PASS");
     const auto table = list({"list", "--color", "always"});
     EXPECT_THAT(table.out, HasSubstr("\033[1;33mpassed unseen\033[0m"));
     EXPECT_THAT(table.err, HasSubstr("cgctl: 3 cards: 1 passed, 2 passed unseen\n"));
-    EXPECT_THAT(table.err, HasSubstr("cgctl: 2 cards were passed unseen: cg_recorderd did not hear"));
+    EXPECT_THAT(table.err, HasSubstr("cgctl: 2 cards passed, how is not known: "));
     EXPECT_THAT(list({"list", "1/2"}).err, Not(HasSubstr("unseen")));
     EXPECT_THAT(list({"show", "1/4"}).out,
-                HasSubstr("  state     passed unseen\n            nobody saw whether a module passed it"));
+                HasSubstr("  state     passed unseen\n            whether a module passed it"));
     const Json cards = list({"list", "--json"}).json()["cards"];
     EXPECT_EQ(cards[0]["unseen"], false);
     EXPECT_EQ(cards[1]["unseen"], true);
@@ -114,14 +155,15 @@ TEST_F(OverviewTest, APassThatTheRecorderDidNotHearOfIsNamed)
     EXPECT_EQ(cards[2]["state"], "passed");
 }
 
-TEST_F(OverviewTest, WithoutAHistoryOneMessageSaysWhy)
+TEST_F(OverviewTest, WithoutAHistoryOneMessageSaysWhatIsNotKnown)
 {
-    plug(2, "APP_CG_CHECK_PASS");
+    decide(2, "APP_CG_CHECK_PASS");
     const auto table =
         run_cgctl({"list", "--history", folder_.path("gone"), "--socket", folder_.path("none")});
-    EXPECT_THAT(table.out, HasSubstr("passed unseen"));
+    EXPECT_THAT(table.out, HasSubstr("passed"));
     EXPECT_THAT(table.err, HasSubstr("no history at "));
-    EXPECT_THAT(table.err, Not(HasSubstr("cg_recorderd did not hear")));
+    EXPECT_THAT(table.err, HasSubstr(": times, answers and reasons are not known\n"));
+    EXPECT_THAT(table.err, Not(HasSubstr("how is not known")));
 }
 
 TEST_F(OverviewTest, WatchNamesThePassesThatNobodySaw)
@@ -129,16 +171,14 @@ TEST_F(OverviewTest, WatchNamesThePassesThatNobodySaw)
     plug(2, "APP_CG_CHECK_PASS");
     const auto watch =
         start_cgctl({"--socket", folder_.path("none"), "watch", "--lines", "--history", folder_.path("h")});
-    EXPECT_TRUE(watch->says("cgctl: 1 card was passed unseen: cg_recorderd did not hear whether a module "
-                            "passed it or was only silent\n"))
-        << watch->err();
+    EXPECT_TRUE(watch->says("cgctl: 1 card passed, how is not known: ")) << watch->err();
     watch->send(SIGTERM);
     EXPECT_EQ(watch->wait(), 0);
 }
 
 TEST_F(OverviewTest, ADeniedCardIsStillToldOfWhenItsPowerIsOff)
 {
-    plug(3, "APP_CG_CHECK_DENY");
+    decide(3, "APP_CG_CHECK_DENY");
     plug(4);
     record(3, Ended::denied, false, "m1", {});
     cgctl({"card", "offline", "1/3"});
@@ -170,7 +210,9 @@ TEST_F(OverviewTest, AnOpenCheckTellsWhomAndHowLong)
 {
     plug(2);
     cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=2"});
+    sign("p_libpub.app_cg_card_check_info:0:1:2:0", "daemon.7 4 p_dev.card_info:0:1:2:0");
     history::OpenCheck open;
+    open.request.origin = {"daemon", 7, {store::Cause::Kind::record, 4, "p_dev.card_info:0:1:2:0"}};
     open.card.position = {1, 2, 0};
     open.requested_at = now - 88s;
     open.waiting_for = {"m1", "m3"};
@@ -189,7 +231,7 @@ TEST_F(OverviewTest, AnOpenCheckTellsWhomAndHowLong)
 
 TEST_F(OverviewTest, ShowTellsTheLastCheckInFull)
 {
-    plug(3, "APP_CG_CHECK_DENY");
+    decide(3, "APP_CG_CHECK_DENY");
     record(3, Ended::denied, false, "m1", {});
     const auto shown = list({"show", "1/3"});
     EXPECT_THAT(shown.out, HasSubstr("  state     denied by m1\n"));
@@ -256,15 +298,16 @@ TEST(Prime, TheDaemonKnowsBetterWhomACardWaitsFor)
     for (const int slot : {3, 4, 5}) {
         history::OpenCheck open;
         open.card.position = {1, slot, 0};
-        open.requested_at = now - (slot == 5 ? 3600s : 10s); // whose end the recorder missed
+        open.requested_at = now - 10s;
         open.waiting_for = {"m1", "m2"};
+        open.request = {0, {"daemon", slot == 5 ? 1U : 9U, {}}}; // of 5 the recorder missed the end
         past.open.push_back(open);
     }
     CardTracker tracker;
     prime(tracker, daemon, past, {{1, 3, 0}, {1, 4, 0}, {1, 5, 0}}, now);
     for (const int slot : {3, 4, 5}) {
-        tracker.card_written({{1, slot, 0}, "", "", 3, 0, 0, slot, true}, now, true);
-        tracker.request_written({1, slot, 0}, now, true);
+        tracker.card_written({{1, slot, 0}, "", "", 3, 0, 0, slot, true}, {now, true});
+        tracker.request_written({1, slot, 0}, {now, true, {0, {"daemon", 9, {}}}});
     }
     EXPECT_THAT(tracker.find({1, 3, 0})->waiting_for, ElementsAre("m3"));
     EXPECT_EQ(tracker.find({1, 3, 0})->since, now - 10s);
@@ -283,11 +326,12 @@ TEST(Prime, TheHistoryAloneKnowsWhetherAnyWillDo)
     open.requested_at = now - 10s;
     open.waiting_for = {"m1", "m2"};
     open.any_will_do = true;
+    open.request = {0, {"daemon", 9, {}}};
     past.open.push_back(open);
     CardTracker tracker;
     prime(tracker, daemon, past, {{1, 3, 0}}, now);
-    tracker.card_written({{1, 3, 0}, "", "", 3, 0, 0, 3, true}, now, true);
-    tracker.request_written({1, 3, 0}, now, true);
+    tracker.card_written({{1, 3, 0}, "", "", 3, 0, 0, 3, true}, {now, true});
+    tracker.request_written({1, 3, 0}, {now, true, {0, {"daemon", 9, {}}}});
     EXPECT_EQ(state_text(*tracker.find({1, 3, 0})), "waiting for any of m1, m2");
 }
 

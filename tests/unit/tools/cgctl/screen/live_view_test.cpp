@@ -24,15 +24,20 @@ protected:
         plug(1);
         plug(2);
         plug(3);
-        events.tracker().request_written({1, 2, 0}, now, false);
-        events.tracker().result_written(1003, true, now, false);
+        events.tracker().request_written({1, 2, 0}, by("p_dev.card_info:0:1:2:0"));
+        events.tracker().result_written(1003, true, by("p_dev.card_info:0:1:3:0"));
         events.all_told(now);
     }
 
+    // A write of the daemon while it handles this record.
+    admission::Change by(const std::string &key, bool existing = false)
+    {
+        return {now, existing, {0, {"daemon", ++writes, {store::Cause::Kind::record, 1, key}}}};
+    }
     void plug(int slot)
     {
         events.tracker().card_written(
-            {{1, slot, 0}, "lc-" + std::to_string(slot), "0a", 3, 17, 0, 1000 + slot, slot != 1}, now, false);
+            {{1, slot, 0}, "lc-" + std::to_string(slot), "0a", 3, 17, 0, 1000 + slot, slot != 1}, {now});
     }
     std::string shown()
     {
@@ -59,6 +64,7 @@ protected:
         view.add(event);
     }
 
+    uint64_t writes = 0;
     CardEvents events{[](const Event &) {}};
     LiveView view{events};
     Time now = Time{} + 1000000s;
@@ -99,9 +105,9 @@ TEST_F(LiveViewTest, FilterShowsOneStateAndSaysSo)
 
 TEST_F(LiveViewTest, ADenialStaysOnTheScreenWhenItsCardGoesOffLine)
 {
-    events.tracker().answered({1, 2, 0}, {"m1", 7, "too hot", now}, false);
-    events.tracker().result_written(1002, false, now, false);
-    events.tracker().card_written({{1, 2, 0}, "lc-2", "0a", 3, 17, 0, 1002, false}, now, false);
+    events.tracker().answer_written({1, 2, 0}, {"m1", 7, "too hot"}, {now, false, {1, {}}});
+    events.tracker().result_written(1002, false, by("p_libpub.app_cg_card_check_ack:1:2:0:m1"));
+    events.tracker().card_written({{1, 2, 0}, "lc-2", "0a", 3, 17, 0, 1002, false}, {now});
     EXPECT_THAT(shown(), HasSubstr(" 3 cards: 1 denied, 1 unasked, 1 off line\n"));
     press({'f', 'f', 'v', 'v'});
     EXPECT_THAT(shown(), HasSubstr("only denied |"));
@@ -113,8 +119,8 @@ TEST_F(LiveViewTest, ADenialStaysOnTheScreenWhenItsCardGoesOffLine)
 
 TEST_F(LiveViewTest, ADenialThatNobodySawHasTheDaemonsReason)
 {
-    events.tracker().card_written({{1, 4, 0}, "lc-4", "0a", 3, 17, 0, 1004, true}, now, true);
-    events.tracker().result_written(1004, false, now, true);
+    events.tracker().card_written({{1, 4, 0}, "lc-4", "0a", 3, 17, 0, 1004, true}, {now, true});
+    events.tracker().result_written(1004, false, {now, true});
     events.set_told_reasons({{{1, 4, 0}, "too\nhot"}, {{1, 3, 0}, "of before"}});
     press({'v', 'v'});
     EXPECT_THAT(shown(), HasSubstr("denied: too\\nhot"));
@@ -140,7 +146,7 @@ TEST_F(LiveViewTest, ADetailGoesWithItsCard)
     (void)shown();
     press({key_down, key_enter});
     EXPECT_THAT(shown(), HasSubstr("card 1/1/0"));
-    events.tracker().card_deleted({1, 1, 0}, now);
+    events.tracker().card_deleted({1, 1, 0}, {now});
     EXPECT_THAT(shown(), Not(HasSubstr("card 1/1/0")));
 }
 

@@ -1,8 +1,7 @@
 // Outcomes and states in words, each in one table: the words are an interface.
-#include <array>
+#include "admission/words.h"
 
-#include "admission/card_tracker.h"
-#include "admission/decision.h"
+#include <array>
 
 namespace admission
 {
@@ -65,6 +64,18 @@ std::optional<Outcome> outcome_of(std::string_view word)
         }
     }
     return std::nullopt;
+}
+
+std::span<const State> all_states()
+{
+    static constexpr auto values = [] {
+        std::array<State, states.size()> all{};
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            all[i] = states[i].value;
+        }
+        return all;
+    }();
+    return values;
 }
 
 const char *text_of(State state)

@@ -1,0 +1,66 @@
+// What the modules answered to a card's last request.
+#include "answer_list.h"
+
+#include <algorithm>
+
+namespace admission
+{
+
+namespace
+{
+
+constexpr std::ptrdiff_t most_answers = 16;
+
+} // namespace
+
+void AnswerList::add(Answer answer)
+{
+    const auto alike = [&answer](const Answer &other) {
+        return other.registered == answer.registered && (!answer.registered || other.module == answer.module);
+    };
+    if (std::count_if(answers_.begin(), answers_.end(), alike) >= most_answers) {
+        const auto oldest = std::find_if(answers_.begin(), answers_.end(), alike);
+        if (oldest - answers_.begin() < static_cast<std::ptrdiff_t>(told_)) {
+            --told_;
+        }
+        answers_.erase(oldest);
+    }
+    answers_.push_back(std::move(answer));
+}
+
+void AnswerList::replace(std::vector<Answer> answers)
+{
+    answers_ = std::move(answers);
+    told_ = 0;
+}
+
+void AnswerList::begin_check()
+{
+    std::size_t told = 0;
+    std::vector<Answer> kept;
+    for (std::size_t i = 0; i < answers_.size(); ++i) {
+        if (stands(answers_[i])) {
+            told += i < told_ ? 1 : 0;
+            kept.push_back(std::move(answers_[i]));
+        }
+    }
+    answers_ = std::move(kept);
+    told_ = told;
+}
+
+bool AnswerList::stands(const Answer &answer) const
+{
+    const auto found = standing_.find(answer.module);
+    return found != standing_.end() && found->second == answer.revision;
+}
+
+const Answer *AnswerList::find(const std::string &module, uint64_t revision) const
+{
+    const auto found = std::find_if(answers_.rbegin(), answers_.rend(), [&](const Answer &answer) {
+        return answer.module == module &&
+               (answer.revision == revision || answer.revision == 0 || revision == 0);
+    });
+    return found == answers_.rend() ? nullptr : &*found;
+}
+
+} // namespace admission

@@ -1,0 +1,465 @@
+// One position, as the daemon sees it.
+#include "card.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace admission
+{
+
+namespace
+{
+
+using std::chrono::milliseconds;
+
+// As the system log has it where the module gave no reason.
+std::string fallback_reason(const std::string &module)
+{
+    return module + " not compatible";
+}
+
+bool is_known(const store::Origin &origin)
+{
+    return origin.cause.kind != store::Cause::Kind::unknown;
+}
+
+bool is_check(Outcome outcome)
+{
+    return outcome != Outcome::exempt && outcome != Outcome::unasked;
+}
+
+} // namespace
+
+bool Shared::is_module(const std::string &name) const
+{
+    return !modules || std::find(modules->begin(), modules->end(), name) != modules->end();
+}
+
+std::optional<milliseconds> Shared::time_between(std::optional<Time> asked, Time answered) const
+{
+    if (!asked) {
+        return std::nullopt;
+    }
+    const auto took = std::chrono::duration_cast<milliseconds>(answered - *asked);
+    return took >= milliseconds{0} && took <= 2 * timeout ? std::optional(took) : std::nullopt;
+}
+
+Card::Card(const Position &position, const Shared &shared) : shared_(shared)
+{
+    shown_.card.position = position;
+}
+
+void Card::written(const CardFacts &card, const std::optional<Result> &result, const Change &change)
+{
+    if (!std::exchange(is_there_, true) && !list_.is_set()) {
+        list_.fill(shared_.modules, !change.existing);
+    }
+    shown_.card = card;
+    result_ = result;
+    if (result_ && daemon_.empty() && verdict().outcome != Outcome::unseen) {
+        daemon_ = result_->write.origin.instance;
+    }
+    refresh(change);
+}
+
+// The daemon's node is gone, and with it whom it waited for.
+void Card::deleted(const Change &change)
+{
+    is_there_ = false;
+    list_ = {};
+    daemon_.clear();
+    result_.reset();
+    refresh(change);
+}
+
+// Others may write a request again: the daemon does not look at it, and goes on with its check. One that
+// lives takes its request back before it writes another, so one in the place of one that stands says that the
+// card left and came back.
+void Card::request_written(const Change &change)
+{
+    const store::Cause &cause = change.write.origin.cause;
+    const bool is_unknown = cause.kind == store::Cause::Kind::unknown;
+    shown_.request = true;
+    if (change.existing && is_same(change.write, request_)) {
+        whole_ = false; // there may have been answers that nobody heard
+    } else if (!shown_.open || is_unknown || is_daemons_request(cause, shown_.card.position)) {
+        if (shown_.open) {
+            end_check(change.existing || is_unknown ? Outcome::unseen : Outcome::withdrawn, change.at);
+        }
+        begin_check(change);
+    }
+    refresh(change);
+}
+
+// Without a result only where the store refused it.
+void Card::request_deleted(const Change &change)
+{
+    shown_.request = false;
+    if (shown_.open && !change.existing) {
+        const Outcome cause = verdict_of(true, change.write.origin.cause, 0).outcome;
+        const bool decided = cause == Outcome::passed || cause == Outcome::silence;
+        end_check(decided ? Outcome::unseen : Outcome::withdrawn, change.at);
+    }
+    refresh(change);
+}
+
+void Card::answer_written(Answer answer, const Change &change)
+{
+    answer.registered = shared_.is_module(answer.module);
+    answer.at = change.at;
+    answer.revision = change.write.revision;
+    answers_.set_standing(answer.module, answer.revision);
+    if (change.existing && was_heard(answers_.all(), answer)) {
+        return; // it still stands
+    }
+    if (!change.existing) {
+        answer.took = shared_.time_between(shown_.requested_at, change.at);
+    }
+    hear(std::move(answer), change.existing);
+    refresh(change);
+}
+
+// The daemon deletes each answer as it reads it. What it reads counts for it, also where the answer stood
+// before it asked.
+void Card::answer_deleted(Answer answer, const Change &change)
+{
+    const store::Cause &cause = change.write.origin.cause;
+    answers_.set_gone(answer.module);
+    if (!is_there_ || !is_read(cause, shown_.card.position, answer.module)) {
+        return; // it counts for nobody
+    }
+    answer.registered = shared_.is_module(answer.module);
+    answer.at = change.at;
+    answer.revision = cause.revision;
+    if (const Answer *heard = answers_.find(answer.module, cause.revision)) {
+        answer = *heard;
+    } else {
+        hear(answer, change.existing);
+    }
+    if (answer.registered && answer.ret == 0) {
+        list_.passed(answer.module, shared_.modules);
+    }
+    refresh(change);
+}
+
+void Card::hear(Answer answer, bool existing)
+{
+    answers_.add(std::move(answer));
+    if (!existing && !shown_.open && shown_.last && shared_.on_late_answer) {
+        shared_.on_late_answer(shown_.card.position, answers_.all().back());
+        answers_.set_told();
+    }
+}
+
+// One that is found is news of the check that stood before; of one that was found itself nobody knows.
+void Card::result_written(const Result &result, const Change &change)
+{
+    result_ = result;
+    if (daemon_.empty() && verdict().outcome != Outcome::unseen) {
+        daemon_ = result.write.origin.instance;
+    }
+    if (!change.existing) {
+        decide(change);
+    } else if (shown_.open && outranks_request(result)) {
+        if (found_) {
+            shown_.open = false;
+        } else {
+            decide(change);
+        }
+    }
+    refresh(change);
+}
+
+void Card::result_deleted(const Change &change)
+{
+    result_.reset();
+    refresh(change);
+}
+
+Verdict Card::verdict() const
+{
+    return result_ ? verdict_of(result_->pass, result_->write.origin.cause, shown_.card.node_type)
+                   : Verdict{};
+}
+
+// Of two writes of one daemon the one with the greater number is the later one. A daemon that was started
+// asks again for what another one had asked, unless it has no modules: then it admits the card by its
+// information, and the request outlives that.
+bool Card::outranks_request(const Result &result) const
+{
+    const store::Origin &by = result.write.origin;
+    const store::Origin &asked = request_.origin;
+    if (!is_known(by) || !is_known(asked) || !is_same_card(asked_, shown_.card)) {
+        return false;
+    }
+    if (by.instance == asked.instance) {
+        return by.number > asked.number;
+    }
+    const bool is_newer_card =
+        asked.cause.kind == store::Cause::Kind::record && by.cause.revision > asked.cause.revision;
+    return verdict().outcome == Outcome::unasked &&
+           (is_newer_card || (shared_.modules && shared_.modules->empty()));
+}
+
+// Nobody but the daemon cuts a check off, also where somebody else wrote the request.
+bool Card::is_asked_by_another(const std::string &instance) const
+{
+    const store::Origin &asked = request_.origin;
+    return shown_.open && asked.instance != instance &&
+           (!is_known(asked) || is_daemons_request(asked.cause, shown_.card.position));
+}
+
+void Card::daemon_started(const std::string &instance, Time at)
+{
+    if (is_asked_by_another(instance)) {
+        daemon_ = request_.origin.instance;
+        cut_off(at);
+    }
+    adopt(instance, true);
+    refresh({at});
+}
+
+// Another daemon has met the card anew. Where the list may be this very one's, it stays.
+void Card::adopt(const std::string &instance, bool exact)
+{
+    if (instance.empty() || instance == daemon_) {
+        return;
+    }
+    if (!daemon_.empty() || list_.is_exact()) {
+        list_.fill(shared_.modules, exact);
+    }
+    daemon_ = instance;
+}
+
+void Card::modules_known()
+{
+    if (!list_.is_known() && !was_asked() && shared_.modules) {
+        list_.learn(*shared_.modules);
+    }
+}
+
+bool Card::was_asked() const
+{
+    return request_.revision != 0 || request_.origin.number != 0;
+}
+
+void Card::begin_check(const Change &change)
+{
+    const store::Origin &origin = change.write.origin;
+    const bool is_daemons = is_daemons_request(origin.cause, shown_.card.position);
+    if (is_daemons) {
+        adopt(origin.instance, !change.existing);
+    }
+    request_ = change.write;
+    asked_ = is_there_ ? shown_.card : CardFacts{};
+    found_ = change.existing;
+    whole_ = !change.existing && list_.is_exact() && is_daemons;
+    shown_.open = true;
+    shown_.requested_at = change.existing ? std::nullopt : std::optional(change.at);
+    answers_.begin_check();
+}
+
+// The result that stands ends the check, if there is one.
+void Card::decide(const Change &change)
+{
+    const Verdict verdict = this->verdict();
+    if (verdict.outcome != Outcome::unseen && is_asked_by_another(result_->write.origin.instance)) {
+        cut_off(change.at);
+    }
+    if (shown_.open && !is_check(verdict.outcome)) {
+        end_check(Outcome::withdrawn, change.at); // nobody is asked any more
+    }
+    Decision decision;
+    decision.outcome = verdict.outcome;
+    decision.decided_at = change.at;
+    decision.admitted = result_->pass;
+    decision.decider = verdict.module;
+    decision.result = result_->write;
+    whole_ = whole_ && !change.existing && verdict.outcome != Outcome::unseen;
+    if (!verdict.module.empty()) {
+        const Answer *answer = answers_.find(verdict.module, verdict.answer);
+        whole_ = whole_ && answer != nullptr;
+        if (verdict.outcome == Outcome::denied && answer != nullptr) {
+            decision.reason = answer->reason.empty() ? fallback_reason(verdict.module) : answer->reason;
+        }
+    }
+    if (verdict.outcome == Outcome::silence) {
+        decision.silent = list_.waiting(answers_.all(), shared_.modules);
+        list_.clear();
+    }
+    finish(std::move(decision));
+}
+
+void Card::end_check(Outcome outcome, Time at, std::optional<bool> admitted)
+{
+    Decision end;
+    end.outcome = outcome;
+    end.decided_at = at;
+    end.admitted = admitted;
+    whole_ = whole_ && outcome != Outcome::unseen;
+    finish(std::move(end));
+}
+
+void Card::cut_off(Time at)
+{
+    Decision end;
+    end.outcome = Outcome::withdrawn;
+    end.decided_at = at;
+    end.reason = started_afresh;
+    end.silent = list_.waiting(answers_.all(), shared_.modules);
+    finish(std::move(end));
+}
+
+void Card::finish(Decision decision)
+{
+    // Another card may have come before the check of this one's forerunner is seen to have ended.
+    const bool is_other = !decision.admitted && !is_same_card(asked_, shown_.card);
+    decision.card = is_other ? asked_ : shown_.card;
+    decision.role = shared_.role;
+    if (is_check(decision.outcome)) {
+        decision.requested_at = shown_.requested_at;
+        decision.answers = answers_.all();
+        decision.told_before = answers_.told();
+        decision.complete = whole_;
+        decision.request = request_;
+        answers_.set_told();
+    }
+    shown_.open = false;
+    decided_here_ = true;
+    shown_.last = std::move(decision);
+    if (shared_.on_decision) {
+        shared_.on_decision(*shown_.last);
+    }
+}
+
+void Card::snapshot_done(Time at)
+{
+    if (shown_.open && !shown_.request) {
+        const bool may_be_its_end = result_ && !is_known(result_->write.origin);
+        end_check(Outcome::unseen, at, may_be_its_end ? std::optional(result_->pass) : std::nullopt);
+    }
+    found_ = false;
+    refresh({at, true});
+}
+
+void Card::remember_card(const CardFacts &card)
+{
+    if (!is_there_) {
+        shown_.card = card;
+        shown_.card.online = false; // whether it still is, its record tells
+        asked_ = shown_.card;
+    }
+}
+
+void Card::remember_decision(const Decision &decision)
+{
+    if (!shown_.last) {
+        shown_.last = decision;
+        refresh({decision.decided_at, true});
+    }
+}
+
+void Card::remember_list(std::vector<std::string> names, bool any_will_do)
+{
+    list_.set(std::move(names), any_will_do, shared_.modules);
+    daemon_.clear(); // it is the living one's, whichever that is
+    refresh({{}, true});
+}
+
+void Card::take_up(const OpenCheck &check, Time at)
+{
+    const bool is_this = is_same(check.request, request_);
+    if (is_this && shown_.last && is_same(shown_.last->request, request_)) {
+        return; // its end was heard of
+    }
+    if (!is_this && (was_asked() || decided_here_)) {
+        report_unseen(check, at);
+        return;
+    }
+    if (!is_this) {
+        remember_card(check.card);
+        request_ = check.request;
+        asked_ = check.card;
+        daemon_ = request_.origin.instance;
+    }
+    go_on_with(check);
+    shown_.open = true;
+    if (result_ && outranks_request(*result_)) {
+        decide({at, true});
+    } else if (shared_.listening_since && !shown_.request) {
+        end_check(Outcome::unseen, *shared_.listening_since);
+    }
+    refresh({at, true});
+}
+
+// What was heard goes before it, so it changes nothing.
+void Card::report_unseen(const OpenCheck &check, Time at)
+{
+    Decision end;
+    end.card = check.card;
+    end.requested_at = check.requested_at;
+    end.decided_at = shared_.listening_since.value_or(at);
+    end.answers = check.answers;
+    end.complete = false;
+    end.request = check.request;
+    if (!decided_here_) {
+        shown_.last = end;
+        refresh({at, true});
+    }
+    if (shared_.on_decision) {
+        shared_.on_decision(end);
+    }
+}
+
+// What is remembered of the check is older than what was heard of it.
+void Card::go_on_with(const OpenCheck &check)
+{
+    const std::vector<Answer> heard = answers_.all();
+    list_.set(check.waiting_for, check.any_will_do, shared_.modules);
+    answers_.replace(check.answers);
+    for (const Answer &answer : heard) {
+        if (was_heard(answers_.all(), answer)) {
+            continue; // it stood, and was notified again
+        }
+        answers_.add(answer);
+        if (answer.registered && answer.ret == 0 && !answers_.stands(answer)) {
+            list_.passed(answer.module, shared_.modules);
+        }
+    }
+    shown_.requested_at = check.requested_at;
+    whole_ = false;
+    found_ = false;
+}
+
+bool Card::is_empty() const
+{
+    return !is_there_ && !shown_.request && !shown_.open && !shown_.power_off && !shown_.cannot_start &&
+           !shown_.last;
+}
+
+void Card::refresh(const Change &change)
+{
+    const State before = shown_.state;
+    const Verdict verdict = this->verdict();
+    shown_.state = state_of({is_there_, shown_.card.online, shown_.open,
+                             result_ ? std::optional(result_->pass) : std::nullopt, verdict.outcome});
+    const bool waits = shown_.state == State::waiting;
+    shown_.waiting_for = waits ? list_.waiting(answers_.all(), shared_.modules) : std::vector<std::string>{};
+    shown_.any_will_do = !shown_.waiting_for.empty() && list_.any_will_do();
+    shown_.answers = answers_.all();
+    shown_.asked = request_;
+    shown_.decider = verdict.module;
+    shown_.unseen = shown_.state == State::passed && verdict.outcome == Outcome::unseen;
+    shown_.denied =
+        shown_.state == State::denied || (shown_.state == State::offline && result_ && !result_->pass);
+    shown_.explained = result_ && shown_.last && is_same(shown_.last->result, result_->write);
+    if (waits) {
+        shown_.since = shown_.requested_at;
+    } else if (change.existing && shown_.explained && shown_.state != State::offline) {
+        shown_.since = shown_.last->decided_at;
+    } else if (shown_.state != before) {
+        shown_.since = change.existing ? std::nullopt : std::optional(change.at);
+    }
+}
+
+} // namespace admission

@@ -1,0 +1,71 @@
+// Which record types the tracker wants to hear of, and whose existing records were notified of.
+#include "admission/in_place.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "p_dev.pb-c.h"
+#include "p_libpub.pb-c.h"
+#include "s_dev.pb-c.h"
+
+namespace admission
+{
+
+const std::array<TrackedType, 7> &tracked_types()
+{
+    static const std::array<TrackedType, 7> types{{{&p_dev__dp_lib_grole__descriptor, 1},
+                                                   {&p_dev__card_info__descriptor, 1},
+                                                   {&p_libpub__app_cg_card_check_info__descriptor, 1},
+                                                   {&p_libpub__app_cg_card_check_ack__descriptor, 1},
+                                                   {&p_libpub__app_cg_mom_deny_check_result__descriptor, 1},
+                                                   {&p_dev__dm_set_card_custom_st__descriptor, 33},
+                                                   {&s_dev__im_card_power_onoff__descriptor, 33}}};
+    return types;
+}
+
+bool InPlace::told(const ProtobufCMessageDescriptor *type)
+{
+    types_.insert(type);
+    return types_.size() == tracked_types().size();
+}
+
+void InPlace::lost(int32_t db)
+{
+    for (const TrackedType &type : tracked_types()) {
+        if (type.db == db) {
+            types_.erase(type.descriptor);
+        }
+    }
+}
+
+bool InPlace::is_complete(int32_t db) const
+{
+    const auto &all = tracked_types();
+    return std::all_of(all.begin(), all.end(), [&](const TrackedType &type) {
+        return type.db != db || types_.contains(type.descriptor);
+    });
+}
+
+std::vector<const ProtobufCMessageDescriptor *> InPlace::overdue(cg::Time now)
+{
+    constexpr std::chrono::seconds patience{10};
+    const auto &all = tracked_types();
+    if (types_.empty() || types_.size() == all.size()) {
+        partly_since_.reset();
+        overdue_told_ = false;
+        return {};
+    }
+    partly_since_ = std::min(now, partly_since_.value_or(now)); // the clock may be set back
+    if (now - *partly_since_ < patience || std::exchange(overdue_told_, true)) {
+        return {};
+    }
+    std::vector<const ProtobufCMessageDescriptor *> missing;
+    for (const TrackedType &type : all) {
+        if (!types_.contains(type.descriptor)) {
+            missing.push_back(type.descriptor);
+        }
+    }
+    return missing;
+}
+
+} // namespace admission

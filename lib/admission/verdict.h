@@ -1,0 +1,36 @@
+// What a result's cause says of how it came about, and what the causes of the daemon's other writes say.
+//
+// The daemon writes a result while it handles an answer, or a card's information, or when a timer fires; the
+// store client says which. A cause names a record by its key: the type's name, and a part for each field of
+// the index, with a colon before each and bytes other than letters, digits and "._-~" as %XX.
+#ifndef ADMISSION_VERDICT_H
+#define ADMISSION_VERDICT_H
+
+#include <optional>
+#include <string>
+
+#include "admission/decision.h"
+
+namespace admission
+{
+
+struct Verdict {
+    Outcome outcome = Outcome::unseen;  // passed, denied, silence, exempt, unasked; unseen: no cause is known
+    std::string module{};               // whose answer it was
+    uint64_t answer = 0;                // the revision of that answer
+    std::optional<Position> position{}; // of the card; nothing where the cause does not say it
+};
+
+// `pass`: what the result says. `node_type`: of the card, to tell a main board.
+Verdict verdict_of(bool pass, const store::Cause &cause, int32_t node_type);
+
+// Whether a request was written by the daemon: it asks while it handles the card's information.
+bool is_daemons_request(const store::Cause &cause, const Position &position);
+
+// Whether the daemon deleted this module's answer since it read it; it also deletes answers unread, of a card
+// that goes. An unknown cause may be either.
+bool is_read(const store::Cause &cause, const Position &position, const std::string &module);
+
+} // namespace admission
+
+#endif

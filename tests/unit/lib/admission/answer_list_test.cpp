@@ -1,0 +1,79 @@
+// What the modules answered.
+#include "answer_list.h"
+
+#include <gmock/gmock.h>
+
+using namespace admission;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+namespace
+{
+
+Answer answer(const std::string &module, uint64_t revision, bool registered = true)
+{
+    Answer made;
+    made.module = module;
+    made.revision = revision;
+    made.registered = registered;
+    return made;
+}
+
+TEST(AnswerListTest, KeepsTheLastSixteenOfEachModuleAndOfAllStrangers)
+{
+    AnswerList list;
+    list.add(answer("m1", 1));
+    list.set_told();
+    for (uint64_t i = 0; i < 20; ++i) {
+        list.add(answer("m2", 100 + i));
+        list.add(answer("stranger" + std::to_string(i), 200 + i, false));
+        if (i == 0) {
+            list.set_told();
+        }
+    }
+    EXPECT_THAT(list.all(), SizeIs(33));
+    EXPECT_EQ(list.all().front().module, "m1");
+    EXPECT_EQ(list.told(), 1U) << "two that were reported had to go";
+    EXPECT_EQ(list.find("m2", 103), nullptr);
+    EXPECT_NE(list.find("m2", 104), nullptr);
+}
+
+TEST(AnswerListTest, OfAnEarlierChecksOnlyTheUnreadAreKept)
+{
+    AnswerList list;
+    for (const char *module : {"m1", "m2", "m3"}) {
+        list.add(answer(module, 5));
+        list.set_standing(module, 5);
+    }
+    list.set_told();
+    list.add(answer("m3", 6));
+    list.set_standing("m3", 6);
+    list.set_gone("m1");
+    list.begin_check();
+    ASSERT_THAT(list.all(), SizeIs(2));
+    EXPECT_EQ(list.all()[0].module, "m2");
+    EXPECT_EQ(list.all()[1].revision, 6U);
+    EXPECT_EQ(list.told(), 1U);
+    EXPECT_TRUE(list.stands(answer("m2", 5)));
+    EXPECT_FALSE(list.stands(answer("m2", 4)));
+    EXPECT_FALSE(list.stands(answer("m1", 5)));
+}
+
+TEST(AnswerListTest, FindsTheOneOfARevisionOrTheLastWhereNoneIsKnown)
+{
+    AnswerList list;
+    list.add(answer("m1", 5));
+    list.add(answer("m1", 7));
+    list.add(answer("m2", 8));
+    EXPECT_EQ(list.find("m1", 5), &list.all()[0]);
+    EXPECT_EQ(list.find("m1", 6), nullptr);
+    EXPECT_EQ(list.find("m1", 0), &list.all()[1]);
+    EXPECT_EQ(list.find("m3", 0), nullptr);
+    list.replace({answer("m1", 0)});
+    EXPECT_NE(list.find("m1", 6), nullptr);
+    EXPECT_EQ(list.told(), 0U);
+}
+
+} // namespace
