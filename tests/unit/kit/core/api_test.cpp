@@ -90,6 +90,7 @@ TEST_F(KitArguments, AVerdictIsPassOrDeny)
     EXPECT_EQ(app_cg_kit_is_open(check.get()), 0);
     EXPECT_FALSE(check->given().pass);
     EXPECT_EQ(check->given().reason, "");
+    mailbox->close();
 }
 
 TEST_F(KitArguments, ADenialWithoutAReasonKeepsTheEarlierOne)
@@ -100,6 +101,7 @@ TEST_F(KitArguments, ADenialWithoutAReasonKeepsTheEarlierOne)
     EXPECT_EQ(app_cg_kit_deny(check.get(), nullptr), APP_CG_KIT_DENY);
     EXPECT_EQ(check->answer_from_callback(false), 0);
     EXPECT_EQ(check->given().reason, "hot");
+    mailbox->close();
 }
 
 TEST_F(KitArguments, AStopBeforeTheStartCounts)

@@ -15,6 +15,9 @@ namespace
 class Check : public testing::Test
 {
 protected:
+    // What is posted knows the mailbox that it is in; a module that ends closes its own likewise.
+    void TearDown() override { mailbox_->close(); }
+
     std::shared_ptr<app_cg_kit_check> make()
     {
         kit::Facts facts;
