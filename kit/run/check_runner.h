@@ -48,7 +48,7 @@ private:
     };
     struct Job {
         std::unique_ptr<app_cg_kit_check, ReleaseCheck> check{}; // held while a verdict is needed
-        Command command{};                                     // empty until it is its turn
+        Command command{};                                       // empty until it is its turn
         bool timed_out = false;
     };
 

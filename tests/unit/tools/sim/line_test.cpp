@@ -125,7 +125,8 @@ TEST(Line, ReadsPositionsModulesAndNumbers)
     EXPECT_EQ(line.modules(), (std::vector<std::string>{"m1", "m2"}));
     EXPECT_EQ(line.number("a number"), -7);
     EXPECT_THAT(mistake("1", [](Line &read) { read.position(); }), HasSubstr("1: \"1\" is no card position"));
-    EXPECT_THAT(mistake("a/b", [](Line &read) { read.module(); }), HasSubstr("1: \"a/b\" is not a module name"));
+    EXPECT_THAT(mistake("a/b", [](Line &read) { read.module(); }),
+                HasSubstr("1: \"a/b\" is not a module name"));
     EXPECT_EQ(mistake("4294967296", [](Line &read) { read.number("a number"); }),
               "1: \"4294967296\" is not a number");
 }

@@ -69,7 +69,7 @@ protected:
     // Expects that the check complains with this state, that what it found says `words`, and that it is
     // well after the first `commands` commands of its fix.
     void expect_fixed(const std::string &check, const std::string &state, const std::string &words,
-                       std::size_t commands = 1) const;
+                      std::size_t commands = 1) const;
     // Carries out the commands in backticks of a fix; those of cgctl in this process.
     void carry_out(const std::string &fix, std::size_t commands) const;
 
