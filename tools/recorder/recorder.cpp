@@ -13,7 +13,7 @@ namespace
 constexpr std::chrono::seconds heartbeat_interval{10};
 constexpr const char *store_away = "the store was away";
 
-// The first lines of the service log that were read may be in the file already.
+// What the service log held when the recorder started may be in the file already, and is not counted.
 Outbox::Write first_lines(std::vector<ServiceLine> lines)
 {
     return [lines = std::move(lines)](history::Writer &writer) {
@@ -38,7 +38,7 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Log log, Time now)
       open_checks_([this](Outbox::Write wanted) { write(std::move(wanted)); }),
       gaps_(metrics_, [this](Outbox::Write wanted) { write(std::move(wanted)); }), started_(now), now_(now)
 {
-    tracker_.on_fresh_daemon([this] { read_modules(); });
+    tracker_.on_fresh_daemon([this] { read_modules(); }); // as it has done itself
     tracker_.on_late_answer([this](const history::Position &position, const history::Answer &answer) {
         record_late(position, answer);
     });
@@ -51,15 +51,9 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Log log, Time now)
     }
 }
 
-// The daemon reads its folder when it starts and when its store returns. Where its starts are not noted, the
-// folder as it is now is the best guess.
 void Recorder::handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change)
 {
     now_ = change.at;
-    read_service_log();
-    if (!service_log_.is_readable() && !change.existing) {
-        read_modules();
-    }
     admission::feed(tracker_, record, deleted, change);
     if (modules_.names() && !tracker_.knows_modules()) {
         modules_.report_contradiction();
@@ -83,6 +77,7 @@ void Recorder::store_lost(Time now)
     gaps_.begin_with_loss(now);
 }
 
+// The daemon reads the modules' folder when it starts and when its store returns.
 void Recorder::store_returned(Time now)
 {
     now_ = now;
@@ -105,9 +100,6 @@ bool Recorder::tick(Time now)
 {
     now_ = now;
     read_service_log();
-    if (!service_log_.is_readable()) {
-        read_modules();
-    }
     if (resumed_ && !listening_since_ && now > started_) {
         gaps_.begin(started_, store_away); // a new file has no gap that lasts
     }
@@ -191,20 +183,13 @@ void Recorder::read_service_log()
         log_("the service log " + settings_.service_log +
              " has an overlong line, which is skipped; only the gate's service may write there");
     }
-    for (const ServiceLine &line : lines) {
-        if (counts_starts_) {
-            metrics_.count(line.event);
-        }
-        if (resumed_) {
-            write(next_line(line));
-        } else {
-            early_lines_.push_back(line);
-        }
+    if (!std::exchange(has_read_service_log_, true)) {
+        write(first_lines(lines));
+        return;
     }
-    counts_starts_ = true;
-    if (std::any_of(lines.begin(), lines.end(),
-                    [](const ServiceLine &line) { return line.event.is_start; })) {
-        read_modules();
+    for (const ServiceLine &line : lines) {
+        metrics_.count(line.event);
+        write(next_line(line));
     }
 }
 
@@ -256,7 +241,6 @@ void Recorder::resume(const history::Writer &writer)
         }
     }
     early_.clear();
-    write(first_lines(std::exchange(early_lines_, {})));
     if (alive_at) {
         resume_gap(*alive_at);
     }

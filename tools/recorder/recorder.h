@@ -84,9 +84,8 @@ private:
     EarlyDecisions early_;
     std::optional<ModuleList::Names> noted_modules_; // as the file has them
     bool reported_overlong_line_ = false;
-    bool counts_starts_ = false;           // what the service log held before is not counted
-    bool resumed_ = false;                 // what the file holds of the time before
-    std::vector<ServiceLine> early_lines_; // of the service log, until the history is open
+    bool has_read_service_log_ = false;
+    bool resumed_ = false; // what the file holds of the time before
     std::optional<Time> listening_since_;
     std::optional<Time> last_heartbeat_;
     Time started_{};

@@ -1,4 +1,5 @@
 // What is written is read: decisions with their answers, and open checks.
+#include "admission/words.h"
 #include "database.h"
 #include "history_fixture.h"
 
@@ -156,6 +157,26 @@ TEST_F(RowsTest, LongTextsAreCut)
     decision.reason = std::string(100'000, 'x');
     recorder->add(decision);
     EXPECT_EQ(Reader(path()).decisions().at(0).reason.size(), 256U);
+}
+
+TEST_F(RowsTest, WhichWriteBeganACheckAndWhichOneEndedIt)
+{
+    const auto recorder = writer();
+    const store::Origin origin{"daemon", 7, {store::Cause::Kind::record, 42, "p_dev.card_info:0:1:3:0"}};
+    OpenCheck check{{slot3, "fan", "0a", 3, 17, 259, 1259, true}, noon, {"m1"}, {}};
+    check.request = {42, origin};
+    recorder->set_open(check);
+    Decision decision = decision_at(noon, slot4);
+    decision.result = {43, {"daemon", 8, {store::Cause::Kind::timer, 0, ""}}};
+    recorder->add(decision);
+    decision.result = {};
+    recorder->add(decision);
+    const Reader reader(path());
+    EXPECT_EQ(reader.open_checks().at(0).request.origin, origin);
+    EXPECT_EQ(reader.open_checks().at(0).request.revision, 0U) << "it is of no use in another set of data";
+    EXPECT_EQ(reader.decisions().at(0).result.origin.cause.kind, store::Cause::Kind::timer);
+    EXPECT_EQ(reader.decisions().at(0).result.origin.number, 8U);
+    EXPECT_EQ(reader.decisions().at(1).result.origin, store::Origin{});
 }
 
 } // namespace history

@@ -78,6 +78,7 @@ TEST_F(SchemaTest, AFileOfVersion2OpensWithAllThatIsInIt)
 {
     std::ifstream dump(HISTORY_VERSION_2);
     run_sql({std::istreambuf_iterator<char>(dump), {}});
+    EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("start the present cg_recorderd"));
     const auto recorder = writer(noon);
     EXPECT_THAT(log_, IsEmpty());
     EXPECT_THAT(recorder->modules_note(), testing::Optional(ElementsAre("m2", "m1")));

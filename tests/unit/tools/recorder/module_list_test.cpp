@@ -27,6 +27,13 @@ protected:
         std::filesystem::create_directory(modules());
         std::ofstream(modules() + "/m3") << "";
     }
+    // The daemon reads its folder when its store returns, and so does the recorder.
+    void store_returns()
+    {
+        recorder_->store_lost(now_);
+        recorder_->store_returned(now_);
+        recorder_->snapshot_done(now_);
+    }
     void pass_quickly()
     {
         plug(3);
@@ -105,7 +112,7 @@ TEST_F(ModuleListTest, TheListThatWasReadLastStands)
     start();
     listen();
     make_unreadable();
-    pass(1s);
+    store_returns();
     EXPECT_THAT(log_, Contains(HasSubstr("the list that was read last stands")));
     plug(3);
     ask(3);
@@ -147,16 +154,33 @@ TEST_F(ModuleListTest, WhatBecomesOfTheFolderIsTold)
     start();
     listen();
     log_.clear();
-    pass(10s);
+    store_returns();
     EXPECT_THAT(log_, IsEmpty()); // nothing new
     make_readable();
-    pass(1s);
+    store_returns();
     EXPECT_THAT(log_, ElementsAre(HasSubstr("modules can be read again")));
     EXPECT_TRUE(recorder_->tracker().is_module("m3"));
     EXPECT_FALSE(recorder_->tracker().is_module("m1"));
     make_unreadable();
-    pass(1s);
+    store_returns();
     EXPECT_THAT(log_, SizeIs(2));
+}
+
+TEST_F(ModuleListTest, TheFolderCountsAsItWasWhenTheDaemonStarted)
+{
+    start();
+    listen();
+    plug(3);
+    ask(3);
+    std::ofstream(modules() + "/m3") << "";
+    pass(10s);
+    plug(4);
+    ask(4);
+    EXPECT_FALSE(recorder_->tracker().is_module("m3")) << "this daemon does not know it";
+    restart_daemon();
+    ask(3);
+    EXPECT_TRUE(recorder_->tracker().is_module("m3"));
+    EXPECT_THAT(recorder_->tracker().find({1, 3, 0})->waiting_for, testing::Contains("m3"));
 }
 
 namespace
