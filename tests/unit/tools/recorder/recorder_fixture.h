@@ -66,7 +66,8 @@ protected:
     void start()
     {
         recorder_.reset();
-        const Settings settings{folder_.path("h"), folder_.path("modules"), folder_.path("life"), {}, 300s};
+        const Settings settings{folder_.path("h"), folder_.path("modules"), folder_.path("life"), limits_,
+                                300s};
         metrics_ = std::make_unique<Metrics>();
         recorder_ = std::make_unique<Recorder>(
             settings, *metrics_, [this](const std::string &text) { log_.push_back(text); }, now_);
@@ -215,6 +216,7 @@ protected:
     std::map<int, admission::Write> results_;
     std::map<int, store::Cause> cause_;
     cg::Folder folder_;
+    history::Limits limits_{};
     std::vector<std::string> log_;
     std::unique_ptr<Metrics> metrics_;
     std::unique_ptr<Recorder> recorder_;
