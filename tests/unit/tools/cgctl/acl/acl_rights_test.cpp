@@ -47,7 +47,7 @@ TEST_F(Module, AnswersUnderItsOwnNameAndIsHeard)
     Listener listener = listen();
     EXPECT_EQ(tell(call("set", own_books, {prefix, "mark", "6", "1", "7", "too hot"})), "3");
     EXPECT_EQ(tell(call("hmset", own_books, {prefix, "", "2", "8", "4", "6"})), "4");
-    EXPECT_THAT(listener.heard(), ElementsAre(prefix + own + " 1:31:41:21:61:11:77:too hot",
+    EXPECT_THAT(listener.heard(), ElementsAre(prefix + own + " 1:31:41:31:61:11:77:too hot2:by4:mark",
                                               prefix + own + " 1:41:61:21:77:too hot1:81:4"));
     EXPECT_EQ(run_as_admin(1, {"HGET", own, "7"}), "too hot");
     EXPECT_EQ(run_as_admin(1, {"SISMEMBER", ack_index, own}), "1");
