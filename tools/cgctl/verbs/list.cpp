@@ -142,8 +142,8 @@ void print_table(const Session &session, const std::vector<const CardRow *> &row
 
 std::size_t unseen_in(const std::vector<const CardRow *> &rows)
 {
-    return static_cast<std::size_t>(std::count_if(
-        rows.begin(), rows.end(), [](const CardRow *row) { return row->tracked.unseen; }));
+    return static_cast<std::size_t>(
+        std::count_if(rows.begin(), rows.end(), [](const CardRow *row) { return row->tracked.unseen; }));
 }
 
 Json json_of(const Overview &overview, const std::vector<const CardRow *> &rows)

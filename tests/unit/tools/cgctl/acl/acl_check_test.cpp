@@ -124,7 +124,7 @@ TEST_F(AclList, OnlySixteenEntriesGetAUser)
     const std::vector<std::string> notices = lines_of(outcome.err);
     EXPECT_EQ(std::count_if(notices.begin(), notices.end(),
                             [](const std::string &line) {
-                                return line.find("takes only 16 entries") != std::string::npos;
+                                return line.find("registers only 16 entries") != std::string::npos;
                             }),
               2);
 }

@@ -143,6 +143,7 @@ TEST_F(CardVerbs, VerdictsFollowWhatTheDaemonPublished)
                     {"state", "waiting"},
                     {"unseen", false},
                     {"denied", false},
+                    {"decider", nullptr},
                     {"since", nullptr},
                     {"waiting_for", Json::array()},
                     {"any_will_do", false},
