@@ -42,6 +42,11 @@ def is_sanitized():
     return "-fsanitize=address" in (DAEMON.parents[1] / "CMakeCache.txt").read_text()
 
 
+def clock_is_fixed():
+    """Whether the daemon's clock cannot be replaced: a sanitizer linked into it tolerates nothing loaded before it."""
+    return is_sanitized() and b"libasan.so" not in DAEMON.read_bytes()
+
+
 class Rig:
     """See above. Every test has one of its own; close() stops and removes all of it."""
 
