@@ -44,7 +44,8 @@ def is_sanitized():
 
 def clock_is_fixed():
     """Whether the daemon's clock cannot be replaced: a sanitizer linked into it tolerates nothing loaded before it."""
-    return is_sanitized() and b"libasan.so" not in DAEMON.read_bytes()
+    cache = (DAEMON.parents[1] / "CMakeCache.txt").read_text()
+    return is_sanitized() and any(line.startswith("CMAKE_CXX_COMPILER:") and "clang" in line for line in cache.splitlines())
 
 
 class Rig:
