@@ -124,6 +124,13 @@ class Group:
             return (group.get("num-slaves"), group.get("num-other-sentinels")) == (_REPLICAS, _SENTINELS - 1)
         return all(knows(sentinel) for sentinel in self.sentinels)
 
+    def agrees(self):
+        """Whether each sentinel names the same master, and sees nothing wrong with it: only then does a program that
+        knows nothing of the group's data yet rely on that server."""
+        masters = [sentinel.client().sentinel_masters().get(NAME, {}) for sentinel in self.sentinels]
+        return len({master.get("port") for master in masters}) == 1 and all(
+            master.get("flags") == "master" for master in masters)
+
     def freeze_replicas(self):
         """From now on nothing that the master takes on reaches a replica."""
         for replica in self.replicas:

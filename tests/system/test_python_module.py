@@ -350,6 +350,7 @@ def test_it_follows_a_group_to_its_new_master(rig, module):
                    "the replicas have the answer")
         group.master.kill()
         rig.expect(lambda: one.count("watching") >= 2, "the module watches the new master", seconds=60)
+        rig.expect(group.agrees, "the sentinels agree on the new master", seconds=60)
         write_request(rig, 4)
         rig.expect(lambda: one.count("1/4/0 PASS"), "the answer to the new master")
         assert store.exists(f"{ACK}:1:4:0:{NAME}")
