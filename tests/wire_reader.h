@@ -23,7 +23,7 @@ class OurReader
 public:
     OurReader() { maker_.serve(*reader_); }
     void feed(std::string_view bytes) { (void)redisReaderFeed(reader_.get(), bytes.data(), bytes.size()); }
-    vx_mom::Reply next()
+    store::Reply next()
     {
         void *reply = nullptr;
         (void)redisReaderGetReply(reader_.get(), &reply);
@@ -32,7 +32,7 @@ public:
     bool failed() const { return reader_->err != 0; }
 
 private:
-    vx_mom::ReplyMaker maker_;
+    store::ReplyMaker maker_;
     Reader reader_{redisReaderCreate()};
 };
 

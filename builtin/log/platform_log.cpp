@@ -5,7 +5,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <utility>
 
 #include "log/text.h"
 
@@ -21,12 +20,6 @@ vx_zlog_category_t *&category()
     return opened;
 }
 
-std::function<void(int32_t, const std::string &)> &listener()
-{
-    static std::function<void(int32_t, const std::string &)> present;
-    return present;
-}
-
 const char *base_name(const char *path)
 {
     const char *slash = std::strrchr(path, '/');
@@ -40,16 +33,9 @@ void log_open(const std::string &module)
     category() = vx_zlog_init(module.c_str());
 }
 
-void log_listen(std::function<void(int32_t, const std::string &)> new_listener)
-{
-    listener() = std::move(new_listener);
-}
-
 void tell_starter(const std::string &text)
 {
-    if (!listener()) {
-        (void)std::fprintf(stderr, "%s\n", visible(text).c_str());
-    }
+    (void)std::fprintf(stderr, "%s\n", visible(text).c_str());
 }
 
 void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
@@ -60,10 +46,6 @@ void log_write(const char *file, const char *func, long line, int32_t level, con
     (void)std::vsnprintf(text.data(), text.size(), format, values);
     va_end(values);
     const std::string shown = visible(text.data());
-    if (listener()) {
-        listener()(level, shown);
-        return;
-    }
     const char *name = base_name(file);
     if (category() == nullptr) {
         (void)std::fprintf(stderr, "%s:%ld %s: %s\n", name, line, func, shown.c_str());

@@ -6,7 +6,6 @@
 #define LOG_PLATFORM_LOG_H
 
 #include <cstdint>
-#include <functional>
 #include <string>
 
 #include "vx_zlog.h"
@@ -24,13 +23,8 @@ void log_open(const std::string &module);
 void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
     VX_PRINTF_FORMAT(5, 6);
 
-// Says on standard error what whoever starts a program must see; nothing when somebody listens to the log,
-// who says it his own way.
+// Says on standard error what whoever starts a program must see.
 void tell_starter(const std::string &text);
-
-// Who is given the records in place of the log: the level and the text, one line without control characters.
-// An empty function gives them back to the log. For a tool whose messages have a form of their own.
-void log_listen(std::function<void(int32_t level, const std::string &text)> listener);
 
 } // namespace platform
 

@@ -11,7 +11,7 @@
 #include "store/functions.h"
 #include "store/origin.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -35,10 +35,10 @@ const redisReply *first_passing(const std::vector<Reply> &replies)
     return found == replies.end() ? nullptr : found->get();
 }
 
-store::Cause::Kind cause_of(platform::Activity::Kind activity)
+Cause::Kind cause_of(platform::Activity::Kind activity)
 {
     using From = platform::Activity::Kind;
-    using To = store::Cause::Kind;
+    using To = Cause::Kind;
     switch (activity) {
     case From::record:
         return To::record;
@@ -65,7 +65,7 @@ bool is_missing_function(const redisReply *reply)
 } // namespace
 
 Calls::Calls(Shared &shared, int32_t number, AsyncConnection &loop)
-    : shared_(shared), number_(number), loop_(loop), sync_(shared.visitor, number),
+    : shared_(shared), number_(number), loop_(loop), sync_(shared.identity, number),
       channel_prefix_(channel_prefix(number))
 {
 }
@@ -89,7 +89,7 @@ void Calls::tell_starter(const std::string &problem)
 {
     if (problem != shared_.told_starter) {
         shared_.told_starter = problem;
-        shared_.messages.tell_starter("store client: " + shared_.visitor.endpoint.text + ": " + problem);
+        shared_.messages.tell_starter("store client: " + shared_.identity.endpoint.text + ": " + problem);
     }
 }
 
@@ -104,26 +104,26 @@ Answer Calls::ask(const std::vector<Command> &commands, Purpose purpose)
     milliseconds pause{1};
     for (;;) {
         Answer answer;
-        Exchange result = attempt(commands, deadline, answer.replies);
+        Outcome result = attempt(commands, deadline, answer.replies);
         std::string problem = sync_.problem();
-        if (result == Exchange::answered) {
+        if (result == Outcome::answered) {
             const redisReply *passing = first_passing(answer.replies);
             if (passing == nullptr) {
                 end_outage(purpose);
                 return answer;
             }
             writes_refused_ = writes_refused_ || purpose == Purpose::write;
-            result = Exchange::lost;
+            result = Outcome::lost;
             problem = text_of(passing);
             sync_.close();
         }
-        if (result == Exchange::rejected) {
+        if (result == Outcome::rejected) {
             write_given_up_ = write_given_up_ || purpose == Purpose::write;
             return refuse();
         }
-        shared_.outage.begin(result == Exchange::timed_out ? began : Clock::now(),
-                             shared_.visitor.endpoint.text + ": " + problem);
-        if (result == Exchange::timed_out || only_once || Clock::now() + pause >= deadline) {
+        shared_.outage.begin(result == Outcome::timed_out ? began : Clock::now(),
+                             shared_.identity.endpoint.text + ": " + problem);
+        if (result == Outcome::timed_out || only_once || Clock::now() + pause >= deadline) {
             return give_up(purpose, problem);
         }
         pause_for(pause);
@@ -248,7 +248,7 @@ std::string Calls::new_mark()
     mark = shared_.instance;
     mark += '.';
     mark += std::to_string(++shared_.writes);
-    store::append_cause(cause_of(activity.kind), activity.revision, activity.key, mark);
+    append_cause(cause_of(activity.kind), activity.revision, activity.key, mark);
     return mark;
 }
 
@@ -304,34 +304,34 @@ void Calls::note_replicas(const redisReply *reply)
     shared_.replicas.is_missed = missed;
 }
 
-Exchange Calls::attempt(const std::vector<Command> &commands, Clock::time_point deadline,
-                        std::vector<Reply> &replies)
+Outcome Calls::attempt(const std::vector<Command> &commands, Clock::time_point deadline,
+                       std::vector<Reply> &replies)
 {
     if (!sync_.is_open()) {
-        const Exchange opened = open(deadline);
-        if (opened != Exchange::answered) {
+        const Outcome opened = open(deadline);
+        if (opened != Outcome::answered) {
             return opened;
         }
     }
     return sync_.exchange(commands, deadline, replies);
 }
 
-Exchange Calls::open(Clock::time_point deadline)
+Outcome Calls::open(Clock::time_point deadline)
 {
-    const Exchange opened = sync_.open(deadline);
-    if (opened != Exchange::answered) {
+    const Outcome opened = sync_.open(deadline);
+    if (opened != Outcome::answered) {
         return opened;
     }
     DataSet::Answers answers;
-    Exchange identified = identify(deadline, answers);
+    Outcome identified = identify(deadline, answers);
     std::string problem;
-    if (identified == Exchange::answered && !is_believable(answers, problem)) {
+    if (identified == Outcome::answered && !is_believable(answers, problem)) {
         return sync_.put_off(problem);
     }
-    if (identified == Exchange::answered && !is_registered(answers)) {
+    if (identified == Outcome::answered && !is_registered(answers)) {
         identified = register_run(deadline, answers);
     }
-    if (identified != Exchange::answered) {
+    if (identified != Outcome::answered) {
         return identified;
     }
     if (loop_.is_up() && loop_.run() != answers.server.run()) {
@@ -339,7 +339,7 @@ Exchange Calls::open(Clock::time_point deadline)
     }
     if (!data_set_.is_known() || data_set_.is_same(answers)) {
         data_set_.adopt(answers);
-        return Exchange::answered;
+        return Outcome::answered;
     }
     // The call that found out fails in any case: it was meant for the data that is gone.
     if (loop_.is_begun()) {
@@ -352,15 +352,15 @@ Exchange Calls::open(Clock::time_point deadline)
         data_set_.adopt(answers);
     }
     tell_once("the store came back with other data");
-    return Exchange::rejected;
+    return Outcome::rejected;
 }
 
 // Asks the open connection for the data's identity.
-Exchange Calls::identify(Clock::time_point deadline, DataSet::Answers &answers)
+Outcome Calls::identify(Clock::time_point deadline, DataSet::Answers &answers)
 {
     std::vector<Reply> replies;
-    const Exchange result = sync_.exchange(data_set_.questions(), deadline, replies);
-    if (result != Exchange::answered) {
+    const Outcome result = sync_.exchange(data_set_.questions(), deadline, replies);
+    if (result != Outcome::answered) {
         return result;
     }
     if (const redisReply *passing = first_passing(replies)) {
@@ -378,7 +378,7 @@ Exchange Calls::identify(Clock::time_point deadline, DataSet::Answers &answers)
                    told_oddity_.c_str());
         }
     }
-    return Exchange::answered;
+    return Outcome::answered;
 }
 
 // Whether the server may be taken for the master of its group. A master that died and was restarted answers
@@ -406,12 +406,12 @@ bool Calls::is_believable(const DataSet::Answers &answers, std::string &problem)
 
 // The server process is new, or has none of the present functions: registers it, with them. A user without
 // the right to that leaves it to those who have.
-Exchange Calls::register_run(Clock::time_point deadline, DataSet::Answers &answers)
+Outcome Calls::register_run(Clock::time_point deadline, DataSet::Answers &answers)
 {
     std::vector<Reply> replies;
-    const Exchange result =
+    const Outcome result =
         sync_.exchange({load_functions(), registration(answers.server)}, deadline, replies);
-    if (result != Exchange::answered) {
+    if (result != Outcome::answered) {
         return result;
     }
     if (const redisReply *passing = first_passing(replies)) {
@@ -423,7 +423,7 @@ Exchange Calls::register_run(Clock::time_point deadline, DataSet::Answers &answe
 Answer Calls::give_up(Purpose purpose, const std::string &problem)
 {
     LOG_TO(shared_.messages, platform::log_error, "database %d: %s given up: %s: %s", number_,
-           purpose == Purpose::write ? "write" : "read", shared_.visitor.endpoint.text.c_str(),
+           purpose == Purpose::write ? "write" : "read", shared_.identity.endpoint.text.c_str(),
            problem.c_str());
     if (purpose == Purpose::write) {
         write_given_up_ = true;
@@ -447,8 +447,8 @@ void Calls::tell_once(const std::string &problem)
     if (problem != told_problem_) {
         told_problem_ = problem;
         LOG_TO(shared_.messages, platform::log_error, "database %d at %s: %s", number_,
-               shared_.visitor.endpoint.text.c_str(), problem.c_str());
+               shared_.identity.endpoint.text.c_str(), problem.c_str());
     }
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -24,7 +24,7 @@
 #include "store/data_set.h"
 #include "vx_thread.h"
 
-namespace vx_mom
+namespace store
 {
 
 // How many replicas must have a write before the call returns, and how long it waits for them.
@@ -39,7 +39,7 @@ struct Shared {
     vx_global_t *global;
     event_base *base;
     platform::Messages messages;
-    Visitor visitor;
+    ClientIdentity identity;
     Outage outage;
     ReplicaWait replicas;
     std::function<void()> schedule_turn; // has turn() called soon, from the loop
@@ -104,12 +104,12 @@ private:
         examined, // just now
     };
 
-    Exchange attempt(const std::vector<Command> &commands, Clock::time_point deadline,
-                     std::vector<Reply> &replies);
-    Exchange open(Clock::time_point deadline);
-    Exchange identify(Clock::time_point deadline, DataSet::Answers &answers);
+    Outcome attempt(const std::vector<Command> &commands, Clock::time_point deadline,
+                    std::vector<Reply> &replies);
+    Outcome open(Clock::time_point deadline);
+    Outcome identify(Clock::time_point deadline, DataSet::Answers &answers);
     bool is_believable(const DataSet::Answers &answers, std::string &problem) const;
-    Exchange register_run(Clock::time_point deadline, DataSet::Answers &answers);
+    Outcome register_run(Clock::time_point deadline, DataSet::Answers &answers);
     Answer load_and_call(const std::vector<Command> &call);
     bool identify_returned(bool &other);
     void note_replicas(const redisReply *reply);
@@ -131,6 +131,6 @@ private:
     std::string channel_prefix_;
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -24,8 +24,6 @@ namespace store
 namespace
 {
 
-using vx_mom::Database;
-
 // Writing to a connection that the server has closed raises SIGPIPE, which would end a program that knows
 // nothing of it. Only the default disposition is changed: a program's own handler stays.
 void ignore_broken_pipes()
@@ -49,7 +47,7 @@ std::string random_instance()
 } // namespace
 
 struct Subscription::Parts {
-    std::weak_ptr<vx_mom::Subscription> asked;
+    std::weak_ptr<TypeSubscription> asked;
     uint64_t times_asked;
 };
 
@@ -64,7 +62,7 @@ struct Client::Parts {
     template <typename Work>
     Status call(int32_t db, const Work &work);
 
-    vx_mom::Shared shared;
+    store::Shared shared;
     std::string problem; // of the settings; empty: they are in order
     bool in_turn = false;
     platform::Event turn_event;
@@ -77,7 +75,7 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
              platform::event_base_of(context),
              platform::Messages(std::move(options.notice)),
              {},
-             {vx_mom::configured_deadline(), shared.messages},
+             {store::configured_deadline(), shared.messages},
              {},
              [this] { schedule_turn(); }},
       turn_event(event_new(shared.base, -1, 0, turn_cb, this))
@@ -88,7 +86,7 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
     }
     ignore_broken_pipes();
     shared.instance = random_instance();
-    shared.visitor.name = options.name.empty() ? module : options.name;
+    shared.identity.name = options.name.empty() ? module : options.name;
     if (!configure(options.place)) {
         LOG_TO(shared.messages, platform::log_error, "store client: %s", problem.c_str());
         shared.messages.tell_starter("store client: " + problem);
@@ -97,15 +95,15 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
 
 bool Client::Parts::configure(const std::optional<Place> &place)
 {
-    const auto found = place ? vx_mom::place_of(place->endpoint, place->credential_file, problem)
-                             : vx_mom::configured_place(problem);
+    const auto found = place ? store::place_of(place->endpoint, place->credential_file, problem)
+                             : store::configured_place(problem);
     if (!found) {
         problem = platform::visible(problem);
         return false;
     }
-    shared.visitor.endpoint = found->endpoint;
-    shared.visitor.credentials = found->credentials;
-    const vx_mom::ReplicaSetting replicas = vx_mom::configured_replicas();
+    shared.identity.endpoint = found->endpoint;
+    shared.identity.credentials = found->credentials;
+    const store::ReplicaSetting replicas = store::configured_replicas();
     shared.replicas.count = replicas.count;
     shared.replicas.limit = replicas.limit;
     return true;
@@ -171,15 +169,15 @@ Status Client::Parts::call(int32_t db, const Work &work)
 {
     Database *found = database(db);
     if (found == nullptr) {
-        return {vx_mom::invalid, problem.empty() ? "there is no database " + std::to_string(db) : problem};
+        return {store::invalid, problem.empty() ? "there is no database " + std::to_string(db) : problem};
     }
     platform::Messages::DuringCall messages(shared.messages);
     const int32_t code = work(*found);
-    if (code == vx_mom::ok) {
+    if (code == store::ok) {
         return {};
     }
     std::string reason = messages.reason();
-    return {code, reason.empty() ? shared.visitor.endpoint.text + ": " + std::strerror(-code) : reason};
+    return {code, reason.empty() ? shared.identity.endpoint.text + ": " + std::strerror(-code) : reason};
 }
 
 Client::Client(vx_global_t *context, Options options)
@@ -198,7 +196,7 @@ Result<std::optional<Record>> Client::read(int32_t db, const ProtobufCMessage &k
 {
     Result<std::optional<Record>> result;
     static_cast<Status &>(result) = parts_->call(
-        db, [&](Database &database) { return vx_mom::hgetall(database.calls, key, result.value); });
+        db, [&](Database &database) { return store::hgetall(database.calls, key, result.value); });
     return result;
 }
 
@@ -206,9 +204,9 @@ Result<bool> Client::exists(int32_t db, const ProtobufCMessage &key)
 {
     Result<bool> result;
     static_cast<Status &>(result) = parts_->call(db, [&](Database &database) {
-        const int32_t found = vx_mom::exists(database.calls, key);
+        const int32_t found = store::exists(database.calls, key);
         result.value = found == 1;
-        return std::min(found, int32_t{vx_mom::ok});
+        return std::min(found, int32_t{store::ok});
     });
     return result;
 }
@@ -218,40 +216,40 @@ Result<std::vector<LeftOut>> Client::scan(int32_t db, const ProtobufCMessageDesc
 {
     Result<std::vector<LeftOut>> result;
     static_cast<Status &>(result) = parts_->call(
-        db, [&](Database &database) { return vx_mom::scan(database.calls, type, each, result.value); });
+        db, [&](Database &database) { return store::scan(database.calls, type, each, result.value); });
     return result;
 }
 
 Status Client::set(int32_t db, const ProtobufCMessage &record)
 {
-    return parts_->call(db, [&](Database &database) { return vx_mom::set(database.calls, record); });
+    return parts_->call(db, [&](Database &database) { return store::set(database.calls, record); });
 }
 
 Status Client::set_fields(int32_t db, const ProtobufCMessage &record, std::span<const int32_t> fields)
 {
     if (fields.empty()) {
-        return {vx_mom::invalid, "no field is named"};
+        return {store::invalid, "no field is named"};
     }
     return parts_->call(db, [&](Database &database) {
-        return vx_mom::hmset(database.calls, record, fields.data(), static_cast<int32_t>(fields.size()));
+        return store::hmset(database.calls, record, fields.data(), static_cast<int32_t>(fields.size()));
     });
 }
 
 Status Client::erase(int32_t db, const ProtobufCMessage &key)
 {
-    return parts_->call(db, [&](Database &database) { return vx_mom::del(database.calls, key); });
+    return parts_->call(db, [&](Database &database) { return store::del(database.calls, key); });
 }
 
 Status Client::erase_matching(int32_t db, const ProtobufCMessage &key, int32_t key_count)
 {
-    return parts_->call(db, [&](Database &database) { return vx_mom::pdel(database.calls, key, key_count); });
+    return parts_->call(db, [&](Database &database) { return store::pdel(database.calls, key, key_count); });
 }
 
 Status Client::on_connection(int32_t db, ConnectionHandler handler)
 {
     return parts_->call(db, [&](Database &database) {
         database.inbox.set_handler(std::move(handler));
-        return vx_mom::ok;
+        return store::ok;
     });
 }
 
@@ -261,7 +259,7 @@ Status Client::open(int32_t db)
         database.inbox.begin();
         parts_->requests.push_back(&database);
         parts_->schedule_turn();
-        return vx_mom::ok;
+        return store::ok;
     });
 }
 
@@ -273,7 +271,7 @@ Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescrip
         const auto asked = database.inbox.subscribe(type, std::move(handler));
         result.value.parts_ =
             std::make_unique<Subscription::Parts>(Subscription::Parts{asked, asked->times_asked()});
-        return vx_mom::ok;
+        return store::ok;
     });
     return result;
 }

@@ -10,7 +10,7 @@
 #include "store/codec/names.h"
 #include "store/functions.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -269,4 +269,4 @@ Command registration(const ServerInfo &server)
     return command;
 }
 
-} // namespace vx_mom
+} // namespace store

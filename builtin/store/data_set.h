@@ -18,7 +18,7 @@
 #include "store/connection/server_info.h"
 #include "store/connection/stream.h"
 
-namespace vx_mom
+namespace store
 {
 
 // The highest revision per record type.
@@ -79,6 +79,6 @@ bool is_registered(const DataSet::Answers &answers);
 // The command that registers it, and gives the data an identity unless it has one.
 Command registration(const ServerInfo &server);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

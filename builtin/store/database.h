@@ -8,13 +8,13 @@
 #include "store/connection/async_connection.h"
 #include "store/inbox.h"
 
-namespace vx_mom
+namespace store
 {
 
 struct Database {
     // shared  outlives the object.
     Database(Shared &shared, int32_t number)
-        : loop(shared.base, shared.visitor, number, shared.outage.budget(), shared.messages),
+        : loop(shared.base, shared.identity, number, shared.outage.budget(), shared.messages),
           calls(shared, number, loop), inbox(shared, calls, loop)
     {
     }
@@ -24,6 +24,6 @@ struct Database {
     Inbox inbox;
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

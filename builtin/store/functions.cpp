@@ -4,7 +4,7 @@
 
 #include "store_functions.h"
 
-namespace vx_mom
+namespace store
 {
 
 const std::string &library_code()
@@ -19,4 +19,4 @@ const std::string &library_digest()
     return digest;
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -4,7 +4,7 @@
 
 #include <string>
 
-namespace vx_mom
+namespace store
 {
 
 inline constexpr const char *library_name = "vx_mom2";
@@ -18,6 +18,6 @@ inline constexpr const char *register_function = "vx_mom2_register";
 const std::string &library_code();
 const std::string &library_digest();
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

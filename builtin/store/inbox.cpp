@@ -5,7 +5,7 @@
 
 #include "loop/platform_context.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -25,12 +25,12 @@ void Inbox::begin()
     loop_.begin(*this);
 }
 
-void Inbox::set_handler(store::ConnectionHandler handler)
+void Inbox::set_handler(ConnectionHandler handler)
 {
-    handler_ = handler ? std::make_shared<const store::ConnectionHandler>(std::move(handler)) : nullptr;
+    handler_ = handler ? std::make_shared<const ConnectionHandler>(std::move(handler)) : nullptr;
 }
 
-void Inbox::tell(const store::ConnectionEvent &event)
+void Inbox::tell(const ConnectionEvent &event)
 {
     if (const auto handler = handler_) { // kept: it may set another one
         const platform::Handling handling(shared_.global, {platform::Activity::Kind::connection});
@@ -38,18 +38,18 @@ void Inbox::tell(const store::ConnectionEvent &event)
     }
 }
 
-std::shared_ptr<Subscription> Inbox::subscribe(const ProtobufCMessageDescriptor &type,
-                                               store::ChangeHandler handler)
+std::shared_ptr<TypeSubscription> Inbox::subscribe(const ProtobufCMessageDescriptor &type,
+                                                   ChangeHandler handler)
 {
     begin();
     const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
                                     [&](const auto &known) { return &known->type() == &type; });
-    std::shared_ptr<Subscription> asked;
+    std::shared_ptr<TypeSubscription> asked;
     if (found != subscriptions_.end()) {
         asked = *found;
         subscriptions_.erase(found);
     } else {
-        asked = std::make_shared<Subscription>(calls_, loop_, type);
+        asked = std::make_shared<TypeSubscription>(calls_, loop_, type);
     }
     subscriptions_.push_back(asked);
     asked->ask(std::move(handler));
@@ -80,7 +80,7 @@ void Inbox::on_up()
 
 void Inbox::on_lost(const std::string &problem)
 {
-    const std::string loss = shared_.visitor.endpoint.text + ": " + problem;
+    const std::string loss = shared_.identity.endpoint.text + ": " + problem;
     shared_.outage.begin(Clock::now(), loss);
     arrivals_.clear();
     if (state_ == State::open) {
@@ -99,7 +99,7 @@ void Inbox::on_failed(const std::string &problem, bool lasting)
         calls_.tell_once(problem);
         return;
     }
-    shared_.outage.begin(Clock::now(), shared_.visitor.endpoint.text + ": " + problem);
+    shared_.outage.begin(Clock::now(), shared_.identity.endpoint.text + ": " + problem);
 }
 
 void Inbox::on_subscribed(std::string_view watched)
@@ -160,7 +160,7 @@ void Inbox::report_loss()
     if (loss_due_) {
         const std::string reason = std::move(*loss_due_);
         loss_due_.reset();
-        tell({store::ConnectionEvent::Kind::lost, calls_.number(), reason});
+        tell({ConnectionEvent::Kind::lost, calls_.number(), reason});
     }
 }
 
@@ -182,7 +182,7 @@ bool Inbox::open()
     for (const auto &subscription : subscriptions_) {
         subscription->on_returned(!is_same);
     }
-    tell({store::ConnectionEvent::Kind::returned, calls_.number(), {}, is_same});
+    tell({ConnectionEvent::Kind::returned, calls_.number(), {}, is_same});
     return true;
 }
 
@@ -223,11 +223,11 @@ bool Inbox::advance_subscriptions()
     return more;
 }
 
-std::shared_ptr<Subscription> Inbox::subscription_of(std::string_view watched)
+std::shared_ptr<TypeSubscription> Inbox::subscription_of(std::string_view watched)
 {
     const auto found = std::find_if(subscriptions_.begin(), subscriptions_.end(),
                                     [&](const auto &known) { return known->watched() == watched; });
     return found == subscriptions_.end() ? nullptr : *found;
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -19,7 +19,7 @@
 #include "store/connection/async_connection.h"
 #include "store/subscription.h"
 
-namespace vx_mom
+namespace store
 {
 
 class Inbox : private AsyncObserver
@@ -33,12 +33,12 @@ public:
     // Whether it has come up once, and the user may be told.
     bool has_arrived() const { return has_arrived_; }
     // Who is told of the connection.
-    void set_handler(store::ConnectionHandler handler);
+    void set_handler(ConnectionHandler handler);
     // Calls it, unless there is none.
-    void tell(const store::ConnectionEvent &event);
+    void tell(const ConnectionEvent &event);
     // In place of the subscription to this type that there is.
-    std::shared_ptr<Subscription> subscribe(const ProtobufCMessageDescriptor &type,
-                                            store::ChangeHandler handler);
+    std::shared_ptr<TypeSubscription> subscribe(const ProtobufCMessageDescriptor &type,
+                                                ChangeHandler handler);
     // Reports what is due and advances the subscriptions. Returns whether there is more to do at once.
     bool turn();
     // When something last came, and nothing waited to be delivered.
@@ -54,7 +54,7 @@ private:
     // What came: a message for somebody, or, for nobody, the answer to a ping. One queue for all, so that
     // changes of different record types are delivered in the order in which they were made.
     struct Arrival {
-        std::shared_ptr<Subscription> receiver;
+        std::shared_ptr<TypeSubscription> receiver;
         std::string key; // of the record, from the channel's name
         std::string payload;
     };
@@ -73,7 +73,7 @@ private:
     bool open();
     bool hand_out();
     bool advance_subscriptions();
-    std::shared_ptr<Subscription> subscription_of(std::string_view watched);
+    std::shared_ptr<TypeSubscription> subscription_of(std::string_view watched);
 
     Shared &shared_;
     Calls &calls_;
@@ -84,10 +84,10 @@ private:
     std::deque<Arrival> arrivals_;                // of the present connection
     uint64_t pongs_ = 0;                          // handed out
     std::optional<Clock::time_point> heard_at_{}; // what waits among the arrivals is not heard yet
-    std::shared_ptr<const store::ConnectionHandler> handler_;
-    std::list<std::shared_ptr<Subscription>> subscriptions_; // in the order asked
+    std::shared_ptr<const ConnectionHandler> handler_;
+    std::list<std::shared_ptr<TypeSubscription>> subscriptions_; // in the order asked
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

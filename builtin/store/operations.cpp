@@ -11,7 +11,7 @@
 #include "store/functions.h"
 #include "store/snapshot.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -104,8 +104,8 @@ int32_t pdel(Calls &calls, const ProtobufCMessage &record, int32_t key_count)
                         type);
 }
 
-int32_t scan(Calls &calls, const ProtobufCMessageDescriptor &type,
-             const std::function<void(store::Record &&)> &each, std::vector<store::LeftOut> &left_out)
+int32_t scan(Calls &calls, const ProtobufCMessageDescriptor &type, const std::function<void(Record &&)> &each,
+             std::vector<LeftOut> &left_out)
 {
     std::vector<StoredRecord> records;
     Snapshot snapshot;
@@ -147,7 +147,7 @@ int32_t exists(Calls &calls, const ProtobufCMessage &record)
     return reply->integer > 0 ? 1 : 0;
 }
 
-int32_t hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<store::Record> &found)
+int32_t hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<Record> &found)
 {
     const std::string key = encode_key(record);
     Stored stored;
@@ -165,8 +165,8 @@ int32_t hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<stor
         }
         return bad_data;
     }
-    found = store::Record{key, stored.revision, std::move(stored.mark), std::move(message)};
+    found = Record{key, stored.revision, std::move(stored.mark), std::move(message)};
     return ok;
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -10,7 +10,7 @@
 #include "store/calls.h"
 #include "store/change.h"
 
-namespace vx_mom
+namespace store
 {
 
 // Each returns ok or an error. Arguments as in vx_mom.h; none is null.
@@ -19,15 +19,15 @@ int32_t hmset(Calls &calls, const ProtobufCMessage &record, const int32_t *field
 int32_t del(Calls &calls, const ProtobufCMessage &record);
 int32_t pdel(Calls &calls, const ProtobufCMessage &record, int32_t key_count);
 // `left_out` gets what is no readable record.
-int32_t scan(Calls &calls, const ProtobufCMessageDescriptor &type,
-             const std::function<void(store::Record &&)> &each, std::vector<store::LeftOut> &left_out);
+int32_t scan(Calls &calls, const ProtobufCMessageDescriptor &type, const std::function<void(Record &&)> &each,
+             std::vector<LeftOut> &left_out);
 
 // Returns 1, 0 or an error.
 int32_t exists(Calls &calls, const ProtobufCMessage &record);
 
 // Returns ok with the record, or without when there is none, or an error.
-int32_t hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<store::Record> &found);
+int32_t hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<Record> &found);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -7,7 +7,7 @@
 #include "store/calls.h"
 #include "store/codec/names.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -176,4 +176,4 @@ MessagePtr decode(const Calls &calls, const ProtobufCMessageDescriptor &type, co
     return message;
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -14,7 +14,7 @@
 #include "store/change.h"
 #include "store/codec/value.h"
 
-namespace vx_mom
+namespace store
 {
 
 class Calls;
@@ -27,7 +27,7 @@ struct StoredRecord : Stored {
 struct Snapshot {
     std::vector<StoredRecord> records;       // of the last slice
     std::unordered_set<std::string> present; // keys of all records met, readable or not
-    std::vector<store::LeftOut> left_out;    // of the last slice: what is no readable record
+    std::vector<LeftOut> left_out;           // of the last slice: what is no readable record
     std::string cursor = "0";
     bool done = false;
 };
@@ -48,6 +48,6 @@ int32_t read_record(Calls &calls, const std::string &key, Stored &record, bool &
 MessagePtr decode(const Calls &calls, const ProtobufCMessageDescriptor &type, const std::string &key,
                   const Fields &fields, std::string &why);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

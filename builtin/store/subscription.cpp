@@ -9,7 +9,7 @@
 #include "store/codec/key.h"
 #include "store/codec/names.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -27,7 +27,7 @@ bool is_same_content(const Fields &one, const Fields &other)
 
 // What handling a notification is. A record that vanished while the client was away has no change that could
 // be named, but that it is gone has come with the return.
-platform::Activity activity_for(const store::Change &change)
+platform::Activity activity_for(const Change &change)
 {
     using platform::Activity;
     return change.revision == 0 ? Activity{Activity::Kind::connection}
@@ -36,22 +36,23 @@ platform::Activity activity_for(const store::Change &change)
 
 } // namespace
 
-Subscription::Subscription(Calls &calls, AsyncConnection &loop, const ProtobufCMessageDescriptor &type)
+TypeSubscription::TypeSubscription(Calls &calls, AsyncConnection &loop,
+                                   const ProtobufCMessageDescriptor &type)
     : calls_(calls), loop_(loop), type_(type), name_(type.name), has_index_(key_field_count(type) != 0),
       watched_(channel_prefix(calls.number()) + name_ + (has_index_ ? ":*" : ""))
 {
 }
 
-void Subscription::ask(store::ChangeHandler handler)
+void TypeSubscription::ask(ChangeHandler handler)
 {
-    handler_ = std::make_shared<const store::ChangeHandler>(std::move(handler));
+    handler_ = std::make_shared<const ChangeHandler>(std::move(handler));
     times_asked_++;
     announce_ = true;
     phase_ = Phase::asked;
     start_over(true);
 }
 
-void Subscription::cancel()
+void TypeSubscription::cancel()
 {
     phase_ = Phase::cancelled;
     handler_.reset();
@@ -62,7 +63,7 @@ void Subscription::cancel()
     to_sweep_.clear();
 }
 
-void Subscription::on_confirmed()
+void TypeSubscription::on_confirmed()
 {
     subscribed_ = true;
     if (phase_ == Phase::confirming) {
@@ -70,7 +71,7 @@ void Subscription::on_confirmed()
     }
 }
 
-void Subscription::on_refused(const std::string &problem)
+void TypeSubscription::on_refused(const std::string &problem)
 {
     if (problem != told_refusal_) {
         told_refusal_ = problem;
@@ -82,26 +83,26 @@ void Subscription::on_refused(const std::string &problem)
     queue_.clear();
 }
 
-void Subscription::on_checked()
+void TypeSubscription::on_checked()
 {
     if (phase_ == Phase::refused && ++checks_ >= checks_until_retry) {
         start_over(deliver_all_);
     }
 }
 
-void Subscription::on_message(std::string &&key, std::string &&payload)
+void TypeSubscription::on_message(std::string &&key, std::string &&payload)
 {
     if (phase_ != Phase::refused && phase_ != Phase::cancelled) { // asking or trying again reads everything
         queue_.push_back({std::move(key), std::move(payload)});
     }
 }
 
-void Subscription::on_pong(uint64_t number)
+void TypeSubscription::on_pong(uint64_t number)
 {
     pong_ = number;
 }
 
-void Subscription::on_lost()
+void TypeSubscription::on_lost()
 {
     subscribed_ = false;
     pong_ = 0;
@@ -109,13 +110,13 @@ void Subscription::on_lost()
     start_over(deliver_all_ && !is_settled());
 }
 
-void Subscription::on_returned(bool everything)
+void TypeSubscription::on_returned(bool everything)
 {
     start_over(deliver_all_ || everything);
 }
 
 // Within a step this only leaves the mark.
-void Subscription::start_over(bool everything)
+void TypeSubscription::start_over(bool everything)
 {
     start_over_due_ = everything || start_over_due_.value_or(false);
     if (!busy_) {
@@ -124,7 +125,7 @@ void Subscription::start_over(bool everything)
 }
 
 // Whether it starts over.
-bool Subscription::look_at_mark()
+bool TypeSubscription::look_at_mark()
 {
     if (!start_over_due_) {
         return false;
@@ -137,7 +138,7 @@ bool Subscription::look_at_mark()
     return true;
 }
 
-bool Subscription::advance()
+bool TypeSubscription::advance()
 {
     for (size_t i = 0; i < steps_per_turn; i++) {
         busy_ = true;
@@ -153,7 +154,7 @@ bool Subscription::advance()
     return true;
 }
 
-bool Subscription::deliver_arrived()
+bool TypeSubscription::deliver_arrived()
 {
     for (size_t i = 0; i < steps_per_turn && phase_ == Phase::live && !queue_.empty(); i++) {
         busy_ = true;
@@ -164,7 +165,7 @@ bool Subscription::deliver_arrived()
     return !queue_.empty();
 }
 
-Subscription::Step Subscription::step()
+TypeSubscription::Step TypeSubscription::step()
 {
     switch (phase_) {
     case Phase::asked:
@@ -189,7 +190,7 @@ Subscription::Step Subscription::step()
     return Step::wait;
 }
 
-Subscription::Step Subscription::begin()
+TypeSubscription::Step TypeSubscription::begin()
 {
     if (subscribed_) {
         phase_ = Phase::confirmed;
@@ -204,7 +205,7 @@ Subscription::Step Subscription::begin()
     return Step::wait;
 }
 
-Subscription::Step Subscription::read_fence()
+TypeSubscription::Step TypeSubscription::read_fence()
 {
     if (const int32_t error = read_revision(calls_, name_, fence_); error != ok) {
         return fail(error);
@@ -222,7 +223,7 @@ Subscription::Step Subscription::read_fence()
     return Step::yield;
 }
 
-Subscription::Step Subscription::read()
+TypeSubscription::Step TypeSubscription::read()
 {
     if (const int32_t error = read_slice(calls_, name_, snapshot_); error != ok) {
         return fail(error);
@@ -240,7 +241,7 @@ Subscription::Step Subscription::read()
 }
 
 // Whether the subscriber does not know it yet. What is newer than the fence comes from the queue.
-bool Subscription::is_news(const StoredRecord &record) const
+bool TypeSubscription::is_news(const StoredRecord &record) const
 {
     const auto known = known_.find(record.key);
     const bool is_known = known != known_.end() && known->second.revision == record.revision &&
@@ -248,7 +249,7 @@ bool Subscription::is_news(const StoredRecord &record) const
     return record.revision <= fence_ && (deliver_all_ || !is_known);
 }
 
-void Subscription::finish_reading()
+void TypeSubscription::finish_reading()
 {
     sort_by_revision(to_deliver_);
     for (const auto &known : known_) {
@@ -263,10 +264,10 @@ void Subscription::finish_reading()
 
 // Reports what cannot be read, and then records that are known and not there any more. One that vanished
 // after the fence is reported here, before everything else, and its deletion in the queue is passed over.
-Subscription::Step Subscription::sweep()
+TypeSubscription::Step TypeSubscription::sweep()
 {
     if (!to_report_.empty()) {
-        const store::LeftOut what = std::move(to_report_.back());
+        const LeftOut what = std::move(to_report_.back());
         to_report_.pop_back();
         call_back({.command = VX_MOM_CMD_SET, .key = what.key, .error = bad_data, .reason = what.why});
     } else if (!to_sweep_.empty()) {
@@ -279,7 +280,7 @@ Subscription::Step Subscription::sweep()
     return Step::more;
 }
 
-Subscription::Step Subscription::deliver()
+TypeSubscription::Step TypeSubscription::deliver()
 {
     if (next_to_deliver_ == to_deliver_.size()) {
         to_deliver_ = std::vector<StoredRecord>(); // gives the memory back
@@ -300,7 +301,7 @@ Subscription::Step Subscription::deliver()
 
 // All records up to the fence are delivered. Changes up to now come before command 29; the answer to a ping
 // tells that none of them is still on its way.
-Subscription::Step Subscription::read_target()
+TypeSubscription::Step TypeSubscription::read_target()
 {
     if (const int32_t error = read_revision(calls_, name_, target_); error != ok) {
         return fail(error);
@@ -310,7 +311,7 @@ Subscription::Step Subscription::read_target()
     return Step::wait;
 }
 
-Subscription::Step Subscription::drain()
+TypeSubscription::Step TypeSubscription::drain()
 {
     if (!queue_.empty() || deletion_due_) {
         return deliver_next();
@@ -324,7 +325,7 @@ Subscription::Step Subscription::drain()
     return go_live();
 }
 
-Subscription::Step Subscription::go_live()
+TypeSubscription::Step TypeSubscription::go_live()
 {
     phase_ = Phase::live;
     told_refusal_.clear();
@@ -339,7 +340,7 @@ Subscription::Step Subscription::go_live()
 
 // Delivers what has come, and asks the server whether it has counted as far as the changes tell: whoever may
 // publish could otherwise have this client believe that a store that comes back has lost something.
-Subscription::Step Subscription::serve()
+TypeSubscription::Step TypeSubscription::serve()
 {
     if (!queue_.empty() && unverified_ < changes_per_verification) {
         return deliver_next();
@@ -359,15 +360,15 @@ Subscription::Step Subscription::serve()
 }
 
 // Delivers the change at the front of the queue, or the second half of the one before.
-Subscription::Step Subscription::deliver_next()
+TypeSubscription::Step TypeSubscription::deliver_next()
 {
     if (deletion_due_) {
-        const Change deletion = std::move(*deletion_due_);
+        const PublishedChange deletion = std::move(*deletion_due_);
         deletion_due_.reset();
         deliver_deleted(deletion);
         return Step::more;
     }
-    Change change;
+    PublishedChange change;
     const bool decoded = decode_change(queue_.front().payload, change);
     change.key = std::move(queue_.front().key);
     queue_.pop_front();
@@ -394,7 +395,7 @@ Subscription::Step Subscription::deliver_next()
     return Step::more;
 }
 
-void Subscription::deliver_written(Change &&change)
+void TypeSubscription::deliver_written(PublishedChange &&change)
 {
     const About about{change.key, change.revision, change.mark};
     gone_.erase(change.key);
@@ -411,7 +412,7 @@ void Subscription::deliver_written(Change &&change)
     call_back(is_first ? int32_t{VX_MOM_CMD_SET} : change.command, about, message.get());
 }
 
-void Subscription::deliver_deleted(const Change &change)
+void TypeSubscription::deliver_deleted(const PublishedChange &change)
 {
     if (gone_.erase(change.key) != 0) {
         return;
@@ -442,7 +443,7 @@ void Subscription::deliver_deleted(const Change &change)
     }
 }
 
-void Subscription::report_gone(const std::string &key)
+void TypeSubscription::report_gone(const std::string &key)
 {
     const auto known = known_.find(key);
     if (known == known_.end()) {
@@ -461,7 +462,7 @@ void Subscription::report_gone(const std::string &key)
 
 // The store did not answer: the connection counts as lost, and all begins anew with its return. A refusal
 // would only be repeated, so it ends the subscription until it is asked again.
-Subscription::Step Subscription::fail(int32_t error)
+TypeSubscription::Step TypeSubscription::fail(int32_t error)
 {
     if (error == refused) {
         on_refused("the records cannot be read");
@@ -471,7 +472,7 @@ Subscription::Step Subscription::fail(int32_t error)
     return Step::wait;
 }
 
-Subscription::Step Subscription::resynchronise(const char *why)
+TypeSubscription::Step TypeSubscription::resynchronise(const char *why)
 {
     LOG_TO(calls_.messages(), platform::log_warn, "subscription to %s: %s, starting over", watched_.c_str(),
            why);
@@ -481,7 +482,7 @@ Subscription::Step Subscription::resynchronise(const char *why)
     return Step::yield;
 }
 
-void Subscription::call_back(int32_t command, const About &about, const ProtobufCMessage *record)
+void TypeSubscription::call_back(int32_t command, const About &about, const ProtobufCMessage *record)
 {
     call_back({.command = command,
                .record = record,
@@ -490,7 +491,7 @@ void Subscription::call_back(int32_t command, const About &about, const Protobuf
                .mark = about.mark});
 }
 
-void Subscription::call_back_undecodable(int32_t command, const About &about, const std::string &why)
+void TypeSubscription::call_back_undecodable(int32_t command, const About &about, const std::string &why)
 {
     call_back({.command = command,
                .key = about.key,
@@ -500,9 +501,9 @@ void Subscription::call_back_undecodable(int32_t command, const About &about, co
                .reason = why});
 }
 
-void Subscription::call_back(const store::Change &news)
+void TypeSubscription::call_back(const Change &news)
 {
-    store::Change change = news;
+    Change change = news;
     change.database = calls_.number();
     change.type = &type_;
     change.existing = phase_ != Phase::live;
@@ -513,4 +514,4 @@ void Subscription::call_back(const store::Change &news)
     }
 }
 
-} // namespace vx_mom
+} // namespace store

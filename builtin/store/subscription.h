@@ -31,14 +31,14 @@
 #include "store/connection/async_connection.h"
 #include "store/snapshot.h"
 
-namespace vx_mom
+namespace store
 {
 
-class Subscription
+class TypeSubscription
 {
 public:
     // Does nothing before ask(). `calls` reads the records; on `loop` the changes come. Both outlive it.
-    Subscription(Calls &calls, AsyncConnection &loop, const ProtobufCMessageDescriptor &type);
+    TypeSubscription(Calls &calls, AsyncConnection &loop, const ProtobufCMessageDescriptor &type);
 
     const ProtobufCMessageDescriptor &type() const { return type_; }
     // The channel, or the pattern of channels, on which its changes come.
@@ -51,7 +51,7 @@ public:
     bool awaits_confirmation() const { return phase_ == Phase::confirming; }
 
     // Starts over for this subscriber: all records as written, then command 29.
-    void ask(store::ChangeHandler handler);
+    void ask(ChangeHandler handler);
     // How often it was asked: whose handle is older has no say any more.
     uint64_t times_asked() const { return times_asked_; }
     // Delivers nothing any more until it is asked again. The channel stays subscribed: taking that back would
@@ -124,13 +124,13 @@ private:
     Step serve();
     Step go_live();
     Step deliver_next();
-    void deliver_written(Change &&change);
-    void deliver_deleted(const Change &change);
+    void deliver_written(PublishedChange &&change);
+    void deliver_deleted(const PublishedChange &change);
     Step fail(int32_t error);
     Step resynchronise(const char *why);
     void call_back(int32_t command, const About &about, const ProtobufCMessage *record);
     void call_back_undecodable(int32_t command, const About &about, const std::string &why);
-    void call_back(const store::Change &news);
+    void call_back(const Change &news);
     void report_gone(const std::string &key);
 
     Calls &calls_;
@@ -139,7 +139,7 @@ private:
     std::string name_;
     bool has_index_;
     std::string watched_;
-    std::shared_ptr<const store::ChangeHandler> handler_;
+    std::shared_ptr<const ChangeHandler> handler_;
     uint64_t times_asked_ = 0;
     Phase phase_ = Phase::cancelled;
     bool busy_ = false;                  // in a step
@@ -154,10 +154,10 @@ private:
     uint64_t target_ = 0;     // changes up to here come before command 29
     uint64_t unverified_ = 0; // changes delivered since the server's own count was last asked for
     std::deque<Arrived> queue_;
-    std::optional<Change> deletion_due_; // of a record that was only just delivered
+    std::optional<PublishedChange> deletion_due_; // of a record that was only just delivered
     std::unordered_map<std::string, Known> known_;
     Snapshot snapshot_;
-    std::vector<store::LeftOut> to_report_;
+    std::vector<LeftOut> to_report_;
     std::vector<StoredRecord> to_deliver_; // in the order of their changes
     size_t next_to_deliver_ = 0;
     std::vector<std::string> to_sweep_;
@@ -166,6 +166,6 @@ private:
     std::set<std::string> gone_; // reported as vanished before the queue told of it
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -24,7 +24,7 @@ using store::ConnectionEvent;
 
 // What the result that we give out really is.
 struct Found : vx_mom_result_t {
-    Found() : vx_mom_result_t{vx_mom::invalid, nullptr} {}
+    Found() : vx_mom_result_t{store::invalid, nullptr} {}
     store::MessagePtr owned;
 };
 
@@ -91,7 +91,7 @@ void deliver(const Change &change, const Callback &callback)
         return;
     }
     auto *record = const_cast<ProtobufCMessage *>(change.record); // the callback may, and should not, write
-    vx_mom_result_t result{vx_mom::ok, record};
+    vx_mom_result_t result{store::ok, record};
     vx_mom_pmsg_t notification{};
     notification.cmd = change.command;
     if (change.command == VX_MOM_CMD_DELETED) {
@@ -107,7 +107,7 @@ template <typename Work>
 int32_t with_surface(vx_global_t *global, const Work &work) noexcept
 {
     if (global == nullptr) {
-        return vx_mom::invalid;
+        return store::invalid;
     }
     try {
         std::shared_ptr<void> &slot = platform::slot_of(global, platform::Slot::store_client);
@@ -116,10 +116,10 @@ int32_t with_surface(vx_global_t *global, const Work &work) noexcept
         }
         return work(*static_cast<Surface *>(slot.get()));
     } catch (const std::bad_alloc &) {
-        return vx_mom::no_memory;
+        return store::no_memory;
     } catch (const std::exception &failure) {
         PLATFORM_LOG(platform::log_error, "store client: %s", failure.what());
-        return vx_mom::internal_failure;
+        return store::internal_failure;
     }
 }
 
@@ -130,7 +130,7 @@ int32_t set_callback(vx_global_t *global, int32_t db, const Set &set)
     return with_surface(global, [&](Surface &surface) {
         const auto handler = [&surface](const ConnectionEvent &event) { tell(surface, event); };
         const int32_t code = surface.client.on_connection(db, handler).code;
-        if (code == vx_mom::ok) {
+        if (code == store::ok) {
             set(surface.callbacks[db]);
         }
         return code;
@@ -148,7 +148,7 @@ int32_t complete(int32_t result, vx_mom_done_f done, void *arg)
 int32_t set_record(vx_global_t *global, int32_t db, const ProtobufCMessage *record)
 {
     if (record == nullptr) {
-        return vx_mom::invalid;
+        return store::invalid;
     }
     return with_surface(global, [&](Surface &surface) { return surface.client.set(db, *record).code; });
 }
@@ -165,7 +165,7 @@ int32_t vx_mom_client_connect(vx_global_t *global, int32_t db, vx_mom_connect_f 
     const int32_t code = set_callback(global, db, [&](Callbacks &callbacks) {
         callbacks.connects.push_back({callback, arg});
     });
-    return code != vx_mom::ok
+    return code != store::ok
                ? code
                : with_surface(global, [&](Surface &surface) { return surface.client.open(db).code; });
 }
@@ -186,7 +186,7 @@ int32_t vx_mom_subscribe(vx_global_t *global, int32_t db, const ProtobufCMessage
                          vx_mom_pmsg_f callback, void *arg)
 {
     if (pattern == nullptr || callback == nullptr || flags != 0) {
-        return vx_mom::invalid;
+        return store::invalid;
     }
     return with_surface(global, [&](Surface &surface) {
         const Callback wanted{callback, arg};
@@ -203,7 +203,7 @@ int32_t vx_mom_scan_sync(vx_global_t *global, int32_t db, const ProtobufCMessage
                          vx_mom_pmsg_f callback, void *arg)
 {
     if (pattern == nullptr || callback == nullptr || flags != 0) {
-        return vx_mom::invalid;
+        return store::invalid;
     }
     return with_surface(global, [&](Surface &surface) {
         const auto each = [&](store::Record &&record) {
@@ -231,7 +231,7 @@ int32_t vx_mom_hmset(vx_global_t *global, int32_t db, const ProtobufCMessage *re
                      int32_t count, vx_mom_done_f done, void *arg)
 {
     if (record == nullptr || fields == nullptr || count <= 0) {
-        return complete(vx_mom::invalid, done, arg);
+        return complete(store::invalid, done, arg);
     }
     const int32_t result = with_surface(global, [&](Surface &surface) {
         return surface.client.set_fields(db, *record, {fields, static_cast<size_t>(count)}).code;
@@ -243,7 +243,7 @@ int32_t vx_mom_del(vx_global_t *global, int32_t db, const ProtobufCMessage *reco
                    void *arg)
 {
     if (record == nullptr) {
-        return complete(vx_mom::invalid, done, arg);
+        return complete(store::invalid, done, arg);
     }
     const int32_t result =
         with_surface(global, [&](Surface &surface) { return surface.client.erase(db, *record).code; });
@@ -254,7 +254,7 @@ int32_t vx_mom_pdel(vx_global_t *global, int32_t db, const ProtobufCMessage *rec
                     vx_mom_done_f done, void *arg)
 {
     if (record == nullptr || key_count < 0) {
-        return complete(vx_mom::invalid, done, arg);
+        return complete(store::invalid, done, arg);
     }
     const int32_t result = with_surface(
         global, [&](Surface &surface) { return surface.client.erase_matching(db, *record, key_count).code; });
@@ -264,7 +264,7 @@ int32_t vx_mom_pdel(vx_global_t *global, int32_t db, const ProtobufCMessage *rec
 int32_t vx_mom_exists_sync(vx_global_t *global, int32_t db, const ProtobufCMessage *record)
 {
     if (record == nullptr) {
-        return vx_mom::invalid;
+        return store::invalid;
     }
     return with_surface(global, [&](Surface &surface) {
         const auto result = surface.client.exists(db, *record);

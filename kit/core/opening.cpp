@@ -48,10 +48,10 @@ std::optional<store::Place> place_of(const Wanted &wanted)
 std::string problem_of(const std::optional<store::Place> &place)
 {
     if (!place) {
-        return vx_mom::configuration_problem();
+        return store::configuration_problem();
     }
     std::string problem;
-    (void)vx_mom::place_of(place->endpoint, place->credential_file, problem);
+    (void)store::place_of(place->endpoint, place->credential_file, problem);
     return problem;
 }
 

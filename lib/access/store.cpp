@@ -40,7 +40,7 @@ std::string where()
 // Before anything else is done with the settings, so that there is one message, and ours.
 std::string checked_place()
 {
-    const std::string problem = vx_mom::configuration_problem();
+    const std::string problem = store::configuration_problem();
     if (!problem.empty()) {
         throw Failure(wrong_usage, visible(problem));
     }

@@ -11,7 +11,7 @@ namespace
 {
 
 using fuzz::require;
-using vx_mom::Credentials;
+using store::Credentials;
 
 constexpr std::string_view blanks = " \t";
 
@@ -68,7 +68,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const std::vector<std::string> lines = fuzz::parts_of(text, '\n');
     file.hold(text);
     std::string why;
-    const auto credentials = vx_mom::read_credentials(file.path(), why);
+    const auto credentials = store::read_credentials(file.path(), why);
     if (credentials) {
         check(*credentials, lines);
         return 0;
@@ -76,7 +76,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     require(why.compare(0, file.path().size(), file.path()) == 0, "a refusal names the file", why);
     file.hold(with_other_secrets(lines));
     std::string why_again;
-    require(!vx_mom::read_credentials(file.path(), why_again), "what was wrong is no secret", why);
+    require(!store::read_credentials(file.path(), why_again), "what was wrong is no secret", why);
     require(why_again == why, "a refusal does not depend on a secret", why);
     return 0;
 }

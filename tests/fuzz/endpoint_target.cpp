@@ -8,8 +8,8 @@ namespace
 {
 
 using fuzz::require;
-using vx_mom::Endpoint;
-using vx_mom::HostPort;
+using store::Endpoint;
+using store::HostPort;
 
 void check_place(const HostPort &place)
 {
@@ -23,11 +23,11 @@ std::string text_of(const Endpoint &endpoint)
         return "unix:" + endpoint.path;
     }
     if (endpoint.group.empty()) {
-        return "tcp:" + vx_mom::place_text({endpoint.host, endpoint.port});
+        return "tcp:" + store::place_text({endpoint.host, endpoint.port});
     }
     std::string text = "sentinel:" + endpoint.group + '@';
     for (const HostPort &place : endpoint.sentinels) {
-        text += (text.back() == '@' ? "" : ",") + vx_mom::place_text(place);
+        text += (text.back() == '@' ? "" : ",") + store::place_text(place);
     }
     return text;
 }
@@ -47,7 +47,7 @@ void check(const Endpoint &endpoint)
     require(endpoint.path.size() < 108, "a socket's path fits into its address", endpoint.path);
 
     std::string why;
-    const auto again = vx_mom::parse_endpoint(text_of(endpoint), why);
+    const auto again = store::parse_endpoint(text_of(endpoint), why);
     require(again.has_value(), "an endpoint written down is one", text_of(endpoint));
     require(again->path == endpoint.path && again->host == endpoint.host && again->port == endpoint.port &&
                 again->group == endpoint.group && again->sentinels == endpoint.sentinels,
@@ -60,7 +60,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string text = fuzz::c_text(fuzz::view_of(data, size));
     std::string why;
-    const auto endpoint = vx_mom::parse_endpoint(text, why);
+    const auto endpoint = store::parse_endpoint(text, why);
     if (endpoint) {
         require(endpoint->text == text, "the text is kept for messages", text);
         check(*endpoint);

@@ -15,17 +15,17 @@ using fuzz::require;
 bool check(const ProtobufCMessageDescriptor &type, const std::string &key)
 {
     std::string wire = "before";
-    if (!vx_mom::decode_key(type, key, wire)) {
+    if (!store::decode_key(type, key, wire)) {
         return false;
     }
     require(wire.substr(0, 6) == "before", "decode_key only appends", key);
     wire.erase(0, 6);
-    const vx_mom::MessagePtr record(protobuf_c_message_unpack(
-        &type, nullptr, wire.size(), reinterpret_cast<const uint8_t *>(wire.data())));
+    const store::MessagePtr record(protobuf_c_message_unpack(&type, nullptr, wire.size(),
+                                                             reinterpret_cast<const uint8_t *>(wire.data())));
     require(record != nullptr, "the wire bytes of a key unpack", key);
-    require(vx_mom::encode_key(*record) == key, "a key that decodes is the one that is written", key);
-    for (size_t count = 0; count <= vx_mom::key_field_count(type); ++count) {
-        const std::string prefix = vx_mom::encode_key_prefix(*record, count);
+    require(store::encode_key(*record) == key, "a key that decodes is the one that is written", key);
+    for (size_t count = 0; count <= store::key_field_count(type); ++count) {
+        const std::string prefix = store::encode_key_prefix(*record, count);
         require(key.compare(0, prefix.size(), prefix) == 0, "a key begins with each of its prefixes", key);
     }
     return true;

@@ -12,7 +12,7 @@ void append_item(std::string &payload, const std::string &item)
     payload += std::to_string(item.size()) + ':' + item;
 }
 
-std::string encoded(const vx_mom::Change &change)
+std::string encoded(const store::PublishedChange &change)
 {
     std::string payload;
     append_item(payload, std::to_string(change.revision));
@@ -23,7 +23,7 @@ std::string encoded(const vx_mom::Change &change)
         append_item(payload, value);
     }
     if (!change.mark.empty()) {
-        append_item(payload, std::string(vx_mom::writer_field));
+        append_item(payload, std::string(store::writer_field));
         append_item(payload, change.mark);
     }
     return payload;
@@ -34,11 +34,11 @@ std::string encoded(const vx_mom::Change &change)
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     const std::string payload(fuzz::view_of(data, size));
-    vx_mom::Change change;
+    store::PublishedChange change;
     change.key = "the caller's";
     change.fields.emplace_back("of an", "earlier change");
     change.mark = "of an earlier change";
-    if (vx_mom::decode_change(payload, change)) {
+    if (store::decode_change(payload, change)) {
         fuzz::require(encoded(change) == payload, "a payload that decodes is the one that is written");
     }
     fuzz::require(change.key == "the caller's", "the key is left alone");

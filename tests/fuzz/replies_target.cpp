@@ -15,8 +15,8 @@ namespace
 {
 
 using fuzz::require;
-using vx_mom::DataSet;
-using vx_mom::Reply;
+using store::DataSet;
+using store::Reply;
 
 std::string bulk(const std::string &text)
 {
@@ -83,17 +83,17 @@ void check_data_set(const std::vector<Reply> &replies)
     require(!data_set.is_same(answers), "without the revision learned it is not the same");
     answers.revisions["p_dev.card_info"] = 3;
     require(data_set.is_same(answers), "with it, it is");
-    (void)vx_mom::is_registered(answers);
+    (void)store::is_registered(answers);
 }
 
 void check_sentinel(const std::vector<Reply> &replies)
 {
-    std::vector<vx_mom::SentinelView> views;
+    std::vector<store::SentinelView> views;
     for (size_t i = 0; i + 1 < replies.size(); i += 2) {
         std::string problem;
-        const auto view = vx_mom::read_view(replies[i].get(), replies[i + 1].get(), "group", problem);
+        const auto view = store::read_view(replies[i].get(), replies[i + 1].get(), "group", problem);
         require(view || !problem.empty(), "a refusal says why");
-        require(vx_mom::quotable(problem) == problem.substr(0, 200), "what is told is one line", problem);
+        require(store::quotable(problem) == problem.substr(0, 200), "what is told is one line", problem);
         if (view) {
             require(view->place.port > 0 && view->place.port <= 65535 && !view->place.host.empty(),
                     "a master has a place");
@@ -101,10 +101,10 @@ void check_sentinel(const std::vector<Reply> &replies)
             views.push_back(*view);
         }
     }
-    const auto master = vx_mom::choose_master(views, "group");
+    const auto master = store::choose_master(views, "group");
     require(master.has_value() == !views.empty(), "one of the masters that are told is chosen");
     if (master) {
-        const auto names_it = [&](const vx_mom::SentinelView &view) {
+        const auto names_it = [&](const store::SentinelView &view) {
             return view.place.host == master->place.host && view.place.port == master->place.port;
         };
         require(std::any_of(views.begin(), views.end(), names_it), "the chosen one was told");

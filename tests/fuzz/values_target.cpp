@@ -14,9 +14,9 @@ namespace
 {
 
 using fuzz::require;
-using vx_mom::Content;
-using vx_mom::Fields;
-using vx_mom::MessagePtr;
+using store::Content;
+using store::Fields;
+using store::MessagePtr;
 using Type = ProtobufCMessageDescriptor;
 
 const Type *type_of_key(const std::string &key)
@@ -67,7 +67,7 @@ Fields without_strange_names(const Type &type, Fields fields)
 void check_complete(const Type &type, const Content &content)
 {
     bool known = false;
-    const size_t in_key = vx_mom::index_field(type, known) == nullptr ? 0 : 1;
+    const size_t in_key = store::index_field(type, known) == nullptr ? 0 : 1;
     require(content.present.size() + content.absent.size() + in_key == type.n_fields,
             "each field is stored or removed");
 }
@@ -79,7 +79,7 @@ void check_fields(const ProtobufCMessage &record, const Content &whole)
         numbers.push_back(static_cast<int32_t>(record.descriptor->fields[i].id));
     }
     Content content;
-    require(vx_mom::encode_fields(record, numbers.data(), static_cast<int32_t>(numbers.size()), content),
+    require(store::encode_fields(record, numbers.data(), static_cast<int32_t>(numbers.size()), content),
             "all fields can be written");
     require(content.present == whole.present && content.absent == whole.absent,
             "all fields, written one by one, are the record");
@@ -98,37 +98,36 @@ void check_apart(const Fields &stored, const Content &content)
 void check_record(const Type &type, const std::string &key, const Fields &stored, const MessagePtr &record)
 {
     Content content;
-    require(vx_mom::encode_record(*record, content), "what was decoded can be encoded");
-    require(vx_mom::encode_key(*record) == key, "the record has the key that it was read from", key);
+    require(store::encode_record(*record, content), "what was decoded can be encoded");
+    require(store::encode_key(*record) == key, "the record has the key that it was read from", key);
     check_complete(type, content);
     check_apart(stored, content);
     check_fields(*record, content);
 
     std::string why;
-    const MessagePtr again = vx_mom::decode_record(type, key, content.present, why);
+    const MessagePtr again = store::decode_record(type, key, content.present, why);
     require(again != nullptr, "what was encoded decodes", why);
     require(packed(*again) == packed(*record), "a record is the same after a way through the store");
     Content content_again;
-    require(vx_mom::encode_record(*again, content_again) && content_again.present == content.present,
+    require(store::encode_record(*again, content_again) && content_again.present == content.present,
             "a record is stored the same again");
 }
 
 void check_adding(const Fields &fields)
 {
-    vx_mom::Stored record;
+    store::Stored record;
     for (const auto &[name, value] : fields) {
-        const bool is_content = name != vx_mom::revision_field && name != vx_mom::writer_field;
+        const bool is_content = name != store::revision_field && name != store::writer_field;
         record.revision = 7;
         const size_t before = record.fields.size();
-        const bool good = vx_mom::add_field(name, value, record);
-        require(good || name == vx_mom::revision_field, "only a revision can be wrong", name);
+        const bool good = store::add_field(name, value, record);
+        require(good || name == store::revision_field, "only a revision can be wrong", name);
         require(record.fields.size() == before + (is_content ? 1 : 0),
                 "what belongs to the writing is no content", name);
         require(!is_content || record.fields.back() == std::pair(name, value), "content is kept as it is",
                 name);
-        require(name == vx_mom::revision_field || record.revision == 7, "nothing else tells a revision",
-                name);
-        require(name != vx_mom::writer_field || record.mark == value, "the mark is kept as it is", name);
+        require(name == store::revision_field || record.revision == 7, "nothing else tells a revision", name);
+        require(name != store::writer_field || record.mark == value, "the mark is kept as it is", name);
     }
 }
 
@@ -145,10 +144,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     check_adding(fields);
 
     std::string why;
-    const MessagePtr record = vx_mom::decode_record(*type, lines.front(), fields, why);
+    const MessagePtr record = store::decode_record(*type, lines.front(), fields, why);
     require(record != nullptr || !why.empty(), "a refusal says why");
     const MessagePtr plain =
-        vx_mom::decode_record(*type, lines.front(), without_strange_names(*type, fields), why);
+        store::decode_record(*type, lines.front(), without_strange_names(*type, fields), why);
     require((record == nullptr) == (plain == nullptr), "strange names change nothing");
     if (record != nullptr) {
         require(packed(*record) == packed(*plain), "strange names change no value");

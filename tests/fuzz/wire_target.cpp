@@ -38,13 +38,13 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     wire_test::OurReader ours;
     wire_test::TheirReader theirs;
-    std::vector<vx_mom::Reply> held; // some are kept while others come
+    std::vector<store::Reply> held; // some are kept while others come
     const size_t piece = 1 + size % 13;
     for (size_t at = 0; at < size; at += piece) {
         ours.feed(bytes.substr(at, piece));
         theirs.feed(bytes.substr(at, piece));
         for (;;) {
-            vx_mom::Reply reply = ours.next();
+            store::Reply reply = ours.next();
             const auto right = theirs.next();
             require(shown(reply.get()) == shown(right.get()), "both hold the same", shown(right.get()));
             if (reply == nullptr) {

@@ -9,7 +9,7 @@
 #include "store/codec/scalar.h"
 #include "vx_mom_schema.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -198,4 +198,4 @@ std::string key_part(std::string_view text)
     return part;
 }
 
-} // namespace vx_mom
+} // namespace store

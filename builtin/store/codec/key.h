@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-namespace vx_mom
+namespace store
 {
 
 // The field that holds the index of a record type, found by its key attribute. Null when the type has none.
@@ -34,6 +34,6 @@ std::string encode_key_prefix(const ProtobufCMessage &record, size_t count);
 // exactly the form that encode_key() gives it.
 bool decode_key(const ProtobufCMessageDescriptor &type, std::string_view key, std::string &wire);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

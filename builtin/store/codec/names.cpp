@@ -1,7 +1,7 @@
 // The names in the store; see the header.
 #include "store/codec/names.h"
 
-namespace vx_mom
+namespace store
 {
 
 std::string counter_key(const std::string &type)
@@ -19,4 +19,4 @@ std::string channel_prefix(int32_t database)
     return "@chg:" + std::to_string(database) + ":";
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace vx_mom
+namespace store
 {
 
 std::string counter_key(const std::string &type); // text: the revision of the type's last change
@@ -26,6 +26,6 @@ std::string key_part(std::string_view text);
 inline constexpr const char *data_set_key = "@set"; // text: the identity of a database's data
 inline constexpr const char *runs_key = "@runs";    // hash: the server runs that served it
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -5,7 +5,7 @@
 
 #include "store/codec/shortest.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -36,7 +36,7 @@ bool take_number_item(std::string_view &rest, Number &number)
 
 } // namespace
 
-bool decode_change(std::string_view payload, Change &change)
+bool decode_change(std::string_view payload, PublishedChange &change)
 {
     uint64_t count = 0;
     if (!take_number_item(payload, change.revision) || !take_number_item(payload, change.command) ||
@@ -64,4 +64,4 @@ bool decode_change(std::string_view payload, Change &change)
     return payload.empty();
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -15,20 +15,20 @@
 
 #include "store/codec/value.h"
 
-namespace vx_mom
+namespace store
 {
 
 // A change of one record; its mark is empty when whoever made it said nothing of himself, as writers of the
 // builds before do.
-struct Change : Stored {
+struct PublishedChange : Stored {
     int32_t command = 0; // enum vx_mom_cmd
     std::string key;     // from the channel
 };
 
 // Reads a payload into everything but the key. Returns false, with `change` in an unknown state, when it is
 // none.
-bool decode_change(std::string_view payload, Change &change);
+bool decode_change(std::string_view payload, PublishedChange &change);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -7,7 +7,7 @@
 
 #include "store/codec/shortest.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -248,4 +248,4 @@ const void *member_of(const ProtobufCMessage &record, unsigned offset)
     return reinterpret_cast<const char *>(&record) + offset;
 }
 
-} // namespace vx_mom
+} // namespace store

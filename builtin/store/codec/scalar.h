@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-namespace vx_mom
+namespace store
 {
 
 // Appends a variable-length integer of the wire format.
@@ -43,6 +43,6 @@ bool append_scalar(const ProtobufCFieldDescriptor &field, std::string_view text,
 // The place of a field's value inside a record.
 const void *member_of(const ProtobufCMessage &record, unsigned offset);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <system_error>
 
-namespace vx_mom
+namespace store
 {
 
 // Reads a number. Returns false for what is none, is out of range, or could be shorter: "+7", "07", "-0".
@@ -23,6 +23,6 @@ bool parse_shortest(std::string_view text, Number &number)
     return first != '0' || (!is_negative && text.size() == 1);
 }
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

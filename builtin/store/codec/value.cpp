@@ -12,7 +12,7 @@
 #include "store/codec/scalar.h"
 #include "store/codec/shortest.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -206,10 +206,10 @@ MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_vie
             return nullptr;
         }
     }
-    auto memory = std::make_unique_for_overwrite<store::MessageMemory>();
+    auto memory = std::make_unique_for_overwrite<MessageMemory>();
     ProtobufCMessage *made = protobuf_c_message_unpack(&type, &memory->allocator(), wire.size(),
                                                        reinterpret_cast<const uint8_t *>(wire.data()));
-    MessagePtr message(made, store::FreeMessage{std::move(memory)});
+    MessagePtr message(made, FreeMessage{std::move(memory)});
     if (message == nullptr) {
         why = "a sub-message is cut short or malformed";
     }
@@ -236,4 +236,4 @@ bool parse_revision(std::string_view text, uint64_t &revision)
     return result.ec == std::errc() && result.ptr == end;
 }
 
-} // namespace vx_mom
+} // namespace store

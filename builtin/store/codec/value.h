@@ -19,7 +19,7 @@
 
 #include "store/codec/message.h"
 
-namespace vx_mom
+namespace store
 {
 
 // Hash fields with their values, in no particular order.
@@ -29,8 +29,6 @@ using Fields = std::vector<std::pair<std::string, std::string>>;
 inline constexpr std::string_view revision_field = "rev";
 inline constexpr std::string_view writer_field = "by";
 inline constexpr size_t writing_fields = 2;
-
-using store::MessagePtr;
 
 // What a write stores and what it removes.
 struct Content {
@@ -64,6 +62,6 @@ bool add_field(std::string_view name, std::string_view value, Stored &record);
 // A revision as text; false when it is none.
 bool parse_revision(std::string_view text, uint64_t &revision);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -7,7 +7,7 @@
 #include "store/codec/names.h"
 #include "store/connection/server_info.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -35,9 +35,9 @@ bool is_kind(const redisReply &reply, const char *kind, size_t elements)
 
 } // namespace
 
-AsyncConnection::AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
+AsyncConnection::AsyncConnection(event_base *base, const ClientIdentity &identity, int32_t database,
                                  milliseconds handshake_limit, platform::Messages &messages)
-    : base_(base), visitor_(visitor), database_(database), handshake_limit_(handshake_limit),
+    : base_(base), identity_(identity), database_(database), handshake_limit_(handshake_limit),
       messages_(messages), pause_(first_pause), timer_(event_new(base, -1, 0, timer_cb, this))
 {
 }
@@ -61,7 +61,7 @@ void AsyncConnection::drop(const std::string &problem)
 void AsyncConnection::subscribe(const std::string &channel)
 {
     if (is_up()) {
-        link_->append({"SUBSCRIBE", channel});
+        stream_->append({"SUBSCRIBE", channel});
         watch();
     }
 }
@@ -69,7 +69,7 @@ void AsyncConnection::subscribe(const std::string &channel)
 void AsyncConnection::subscribe_all(const std::string &pattern)
 {
     if (is_up()) {
-        link_->append({"PSUBSCRIBE", pattern});
+        stream_->append({"PSUBSCRIBE", pattern});
         watch();
     }
 }
@@ -77,7 +77,7 @@ void AsyncConnection::subscribe_all(const std::string &pattern)
 uint64_t AsyncConnection::ping()
 {
     if (is_up()) {
-        link_->append({"PING"});
+        stream_->append({"PING"});
         watch();
     }
     return ++pings_;
@@ -127,30 +127,30 @@ void AsyncConnection::on_timer()
 void AsyncConnection::on_io(short what)
 {
     if (state_ == State::connecting) {
-        greet();
+        begin_handshake();
         return;
     }
-    if ((what & EV_READ) != 0 && !link_->read_some()) {
-        retry(link_->problem(), false);
+    if ((what & EV_READ) != 0 && !stream_->read_some()) {
+        retry(stream_->problem(), false);
         return;
     }
-    if ((what & EV_WRITE) != 0 && link_->has_output() && !link_->send_some()) {
-        retry(link_->problem(), false);
+    if ((what & EV_WRITE) != 0 && stream_->has_output() && !stream_->send_some()) {
+        retry(stream_->problem(), false);
         return;
     }
-    take_replies();
-    if (link_.has_value()) {
+    read_replies();
+    if (stream_.has_value()) {
         watch();
     }
 }
 
 void AsyncConnection::connect()
 {
-    if (visitor_.endpoint.group.empty()) {
-        connect_to(visitor_.endpoint);
+    if (identity_.endpoint.group.empty()) {
+        connect_to(identity_.endpoint);
         return;
     }
-    search_.emplace(visitor_.endpoint, visitor_.credentials);
+    search_.emplace(identity_.endpoint, identity_.credentials);
     search_limit_ = std::chrono::steady_clock::now() + handshake_limit_;
     state_ = State::searching;
     search();
@@ -170,19 +170,19 @@ void AsyncConnection::search()
     if (master) {
         connect_to(master->place);
     } else {
-        retry("no master of '" + visitor_.endpoint.group + "' is known: " + problem, false);
+        retry("no master of '" + identity_.endpoint.group + "' is known: " + problem, false);
     }
 }
 
 void AsyncConnection::connect_to(const Endpoint &place)
 {
-    link_.emplace(place);
-    if (link_->failed()) {
-        retry(link_->problem(), false);
+    stream_.emplace(place);
+    if (stream_->failed()) {
+        retry(stream_->problem(), false);
         return;
     }
     state_ = State::connecting;
-    io_.reset(event_new(base_, link_->fd(), EV_WRITE, io_cb, this));
+    io_.reset(event_new(base_, stream_->fd(), EV_WRITE, io_cb, this));
     (void)event_add(io_.get(), nullptr);
     arm_timer(handshake_limit_);
 }
@@ -196,78 +196,79 @@ void AsyncConnection::check_health()
         return;
     }
     unanswered_++;
-    link_->append({"PING", health_mark});
+    stream_->append({"PING", health_mark});
     watch();
     arm_timer(health_period);
 }
 
-void AsyncConnection::greet()
+void AsyncConnection::begin_handshake()
 {
-    if (!link_->finish_connecting()) {
-        retry(link_->problem(), false);
+    if (!stream_->finish_connecting()) {
+        retry(stream_->problem(), false);
         return;
     }
-    state_ = State::greeting;
-    std::vector<Command> commands = greeting(visitor_, database_);
-    greetings_ = commands.size();
-    greeting_replies_.clear();
+    state_ = State::handshake;
+    std::vector<Command> commands = handshake(identity_, database_);
+    handshake_commands_ = commands.size();
+    handshake_replies_.clear();
     commands.insert(commands.end(), info_questions.begin(), info_questions.end());
     commands.push_back({"GET", data_set_key});
-    questions_ = commands.size() - greetings_;
+    questions_ = commands.size() - handshake_commands_;
     for (const Command &command : commands) {
-        link_->append(command);
+        stream_->append(command);
     }
     watch();
 }
 
-void AsyncConnection::take_replies()
+void AsyncConnection::read_replies()
 {
-    while (link_.has_value()) {
-        Reply reply = link_->next_reply();
+    while (stream_.has_value()) {
+        Reply reply = stream_->next_reply();
         if (reply == nullptr) {
-            if (link_->failed()) {
-                retry(link_->problem(), false);
+            if (stream_->failed()) {
+                retry(stream_->problem(), false);
             }
             return;
         }
-        if (state_ == State::greeting) {
-            take_greeting_reply(std::move(reply));
+        if (state_ == State::handshake) {
+            on_handshake_reply(std::move(reply));
         } else {
-            take_message(*reply);
+            dispatch(*reply);
         }
     }
 }
 
-void AsyncConnection::take_greeting_reply(Reply reply)
+void AsyncConnection::on_handshake_reply(Reply reply)
 {
-    const size_t at = greeting_replies_.size();
-    if (is_passing(reply.get()) || (at < greetings_ && is_turned_away(reply.get(), at, greetings_))) {
+    const size_t at = handshake_replies_.size();
+    if (is_passing(reply.get()) ||
+        (at < handshake_commands_ && is_turned_away(reply.get(), at, handshake_commands_))) {
         retry(explain_refusal(reply.get(), database_), !is_passing(reply.get()));
         return;
     }
-    greeting_replies_.push_back(std::move(reply));
-    if (greeting_replies_.size() == greetings_ + questions_) {
-        finish_greeting();
+    handshake_replies_.push_back(std::move(reply));
+    if (handshake_replies_.size() == handshake_commands_ + questions_) {
+        finish_handshake();
     }
 }
 
-void AsyncConnection::finish_greeting()
+void AsyncConnection::finish_handshake()
 {
     ServerInfo server;
     std::string problem;
-    const Reply *answers = &greeting_replies_[greetings_];
+    const Reply *answers = &handshake_replies_[handshake_commands_];
     if (!read_server_info(answers[0].get(), answers[1].get(), server, problem)) {
         retry(problem, true);
         return;
     }
-    if (server.is_replica && !visitor_.endpoint.group.empty()) {
+    if (server.is_replica && !identity_.endpoint.group.empty()) {
         retry("the server that the sentinels name is no master", false);
         return;
     }
     run_ = server.run();
     data_set_id_ = text_of(answers[2].get());
     pings_ = 0;
-    greeting_replies_.clear();
+    handshake_replies_.clear();
     state_ = State::up;
     up_since_ = std::chrono::steady_clock::now();
     unanswered_ = 0;
@@ -275,7 +276,7 @@ void AsyncConnection::finish_greeting()
     observer_->on_up();
 }
 
-void AsyncConnection::take_message(const redisReply &reply)
+void AsyncConnection::dispatch(const redisReply &reply)
 {
     if (is_kind(reply, "pmessage", 4)) {
         observer_->on_message(view_of(reply.element[1]), view_of(reply.element[2]),
@@ -304,7 +305,7 @@ void AsyncConnection::retry(const std::string &problem, bool lasting)
         pause_ = first_pause;
     }
     io_.reset();
-    link_.reset();
+    stream_.reset();
     search_.reset();
     state_ = State::pausing;
     arm_timer(pause_);
@@ -318,11 +319,11 @@ void AsyncConnection::retry(const std::string &problem, bool lasting)
 
 void AsyncConnection::watch()
 {
-    const auto wanted = static_cast<short>(EV_READ | EV_PERSIST | (link_->has_output() ? EV_WRITE : 0));
+    const auto wanted = static_cast<short>(EV_READ | EV_PERSIST | (stream_->has_output() ? EV_WRITE : 0));
     if (io_ != nullptr && (event_get_events(io_.get()) & (EV_READ | EV_WRITE)) == (wanted & ~EV_PERSIST)) {
         return;
     }
-    io_.reset(event_new(base_, link_->fd(), wanted, io_cb, this));
+    io_.reset(event_new(base_, stream_->fd(), wanted, io_cb, this));
     (void)event_add(io_.get(), nullptr);
 }
 
@@ -332,4 +333,4 @@ void AsyncConnection::arm_timer(milliseconds pause)
     (void)event_add(timer_.get(), &span);
 }
 
-} // namespace vx_mom
+} // namespace store

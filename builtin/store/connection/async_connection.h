@@ -21,7 +21,7 @@
 #include "store/connection/stream.h"
 #include "store/connection/sync_connection.h"
 
-namespace vx_mom
+namespace store
 {
 
 // Whoever is told what happens on an asynchronous connection.
@@ -53,7 +53,7 @@ public:
 class AsyncConnection
 {
 public:
-    AsyncConnection(event_base *base, const Visitor &visitor, int32_t database,
+    AsyncConnection(event_base *base, const ClientIdentity &identity, int32_t database,
                     std::chrono::milliseconds handshake_limit, platform::Messages &messages);
 
     // Connects from the loop, and again whenever the connection is lost, and tells the observer, which
@@ -74,7 +74,7 @@ public:
     uint64_t ping();
 
 private:
-    enum class State { idle, pausing, searching, connecting, greeting, up };
+    enum class State { idle, pausing, searching, connecting, handshake, up };
 
     static void timer_cb(int fd, short what, void *self);
     static void io_cb(int fd, short what, void *self);
@@ -86,17 +86,17 @@ private:
     void search();
     void connect_to(const Endpoint &place);
     void check_health();
-    void greet();
-    void take_replies();
-    void take_greeting_reply(Reply reply);
-    void finish_greeting();
-    void take_message(const redisReply &reply);
+    void begin_handshake();
+    void read_replies();
+    void on_handshake_reply(Reply reply);
+    void finish_handshake();
+    void dispatch(const redisReply &reply);
     void retry(const std::string &problem, bool lasting);
     void watch();
     void arm_timer(std::chrono::milliseconds pause);
 
     event_base *base_;
-    const Visitor &visitor_;
+    const ClientIdentity &identity_;
     int32_t database_;
     std::chrono::milliseconds handshake_limit_;
     AsyncObserver *observer_ = nullptr; // not null once begun
@@ -104,9 +104,9 @@ private:
     State state_ = State::idle;
     std::chrono::milliseconds pause_;
     std::chrono::steady_clock::time_point up_since_;
-    size_t greetings_ = 0;                // commands of the greeting
-    size_t questions_ = 0;                // commands that follow it
-    std::vector<Reply> greeting_replies_; // to both, as far as they have come
+    size_t handshake_commands_ = 0;        // commands of the handshake
+    size_t questions_ = 0;                 // commands that follow it
+    std::vector<Reply> handshake_replies_; // to both, as far as they have come
     std::optional<MasterSearch> search_;
     std::chrono::steady_clock::time_point search_limit_;
     std::string run_;
@@ -114,10 +114,10 @@ private:
     uint64_t pings_ = 0;
     int unanswered_ = 0; // checks of the connection's health since the last one that was answered
     platform::Event timer_;
-    std::optional<Link> link_;
+    std::optional<Stream> stream_;
     platform::Event io_; // watches the link's descriptor: declared after it, gone before it
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -5,7 +5,7 @@
 
 #include "loop/settings.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -74,4 +74,4 @@ std::string configuration_problem()
     return why;
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -11,7 +11,7 @@
 
 #include "store/connection/endpoint.h"
 
-namespace vx_mom
+namespace store
 {
 
 struct StorePlace {
@@ -43,6 +43,6 @@ ReplicaSetting configured_replicas();
 // is. Unlike the client, for whom a wrong deadline is no reason not to serve, it finds fault with that too.
 std::string configuration_problem();
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

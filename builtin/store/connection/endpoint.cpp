@@ -14,7 +14,7 @@
 #include <cstring>
 #include <string_view>
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -269,4 +269,4 @@ std::optional<Credentials> read_credentials(const std::string &path, std::string
     return credentials;
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace vx_mom
+namespace store
 {
 
 struct HostPort {
@@ -51,6 +51,6 @@ std::optional<Endpoint> parse_endpoint(const std::string &text, std::string &why
 // has no password.
 std::optional<Credentials> read_credentials(const std::string &path, std::string &why);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-namespace vx_mom
+namespace store
 {
 
 enum Error : int32_t {
@@ -22,6 +22,6 @@ enum Error : int32_t {
     other_data_set = -116   // the store that came back holds other data than the one that was known
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

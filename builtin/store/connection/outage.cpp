@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -36,4 +36,4 @@ void Outage::end()
     }
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -10,7 +10,7 @@
 
 #include "log/messages.h"
 
-namespace vx_mom
+namespace store
 {
 
 using Clock = std::chrono::steady_clock;
@@ -41,6 +41,6 @@ private:
     Clock::time_point since_;
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

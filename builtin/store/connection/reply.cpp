@@ -12,7 +12,7 @@
 #include <memory_resource>
 #include <new>
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -182,4 +182,4 @@ bool is_error(const redisReply *reply, const char *code)
            (reply->str[length] == ' ' || reply->str[length] == '\0');
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -13,7 +13,7 @@
 #include <string>
 #include <string_view>
 
-namespace vx_mom
+namespace store
 {
 
 class ReplyMemory;
@@ -56,6 +56,6 @@ std::string text_of(const redisReply *reply);
 bool is_error(const redisReply *reply, const char *code);
 bool is_error(const redisReply *reply);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -7,7 +7,7 @@
 
 #include "store/connection/stream.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -42,7 +42,7 @@ class MasterSearch::Inquiry
 public:
     Inquiry(const HostPort &place, const std::string &group, const Credentials &credentials);
 
-    bool is_over() const { return !link_.has_value(); }
+    bool is_over() const { return !stream_.has_value(); }
     const std::optional<SentinelView> &view() const { return view_; }
     pollfd watched() const;
     // To be called when what is watched is ready.
@@ -60,7 +60,7 @@ private:
     std::string group_;
     bool has_password_;
     std::vector<Command> questions_;
-    std::optional<Link> link_; // as long as something is asked
+    std::optional<Stream> stream_; // as long as something is asked
     bool connected_ = false;
     int reads_ = 0;
     std::vector<Reply> replies_;
@@ -77,31 +77,31 @@ MasterSearch::Inquiry::Inquiry(const HostPort &place, const std::string &group,
     endpoint.text = place_text(place);
     endpoint.host = place.host;
     endpoint.port = place.port;
-    link_.emplace(endpoint);
-    if (link_->failed()) {
-        fail(link_->problem());
+    stream_.emplace(endpoint);
+    if (stream_->failed()) {
+        fail(stream_->problem());
     }
 }
 
 pollfd MasterSearch::Inquiry::watched() const
 {
     int events = connected_ ? POLLIN : POLLOUT;
-    if (link_->has_output()) {
+    if (stream_->has_output()) {
         events |= POLLOUT;
     }
-    return {link_->fd(), static_cast<short>(events), 0};
+    return {stream_->fd(), static_cast<short>(events), 0};
 }
 
 void MasterSearch::Inquiry::step()
 {
     if (!connected_) {
-        if (!link_->finish_connecting()) {
-            fail(link_->problem());
+        if (!stream_->finish_connecting()) {
+            fail(stream_->problem());
             return;
         }
         connected_ = true;
         for (const Command &question : questions_) {
-            link_->append(question);
+            stream_->append(question);
         }
     }
     if (send()) {
@@ -111,8 +111,8 @@ void MasterSearch::Inquiry::step()
 
 bool MasterSearch::Inquiry::send()
 {
-    if (link_->has_output() && !link_->send_some()) {
-        fail(link_->problem());
+    if (stream_->has_output() && !stream_->send_some()) {
+        fail(stream_->problem());
         return false;
     }
     return true;
@@ -120,15 +120,15 @@ bool MasterSearch::Inquiry::send()
 
 void MasterSearch::Inquiry::receive()
 {
-    if (!link_->read_some()) {
-        fail(link_->problem());
+    if (!stream_->read_some()) {
+        fail(stream_->problem());
         return;
     }
     while (replies_.size() < questions_.size()) {
-        Reply reply = link_->next_reply();
+        Reply reply = stream_->next_reply();
         if (reply == nullptr) {
-            if (link_->failed()) {
-                fail(link_->problem());
+            if (stream_->failed()) {
+                fail(stream_->problem());
             } else if (++reads_ >= most_reads) {
                 fail("answers without an end");
             }
@@ -161,7 +161,7 @@ void MasterSearch::Inquiry::conclude()
     std::string problem;
     view_ = read_view(details, replies_.back().get(), group_, problem);
     problem_ = problem;
-    link_.reset();
+    stream_.reset();
 }
 
 void MasterSearch::Inquiry::fail(const std::string &problem)
@@ -170,7 +170,7 @@ void MasterSearch::Inquiry::fail(const std::string &problem)
     const auto refusal = std::find_if(replies_.begin(), replies_.end(),
                                       [](const Reply &reply) { return is_error(reply.get()); });
     problem_ = refusal == replies_.end() ? problem : "refuses: " + quotable(text_of(refusal->get()));
-    link_.reset();
+    stream_.reset();
 }
 
 std::string MasterSearch::Inquiry::report() const
@@ -282,4 +282,4 @@ std::optional<Master> find_master(const Endpoint &endpoint, const Credentials &c
     return master;
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -18,7 +18,7 @@
 #include "store/connection/outage.h"
 #include "store/connection/sentinel_view.h"
 
-namespace vx_mom
+namespace store
 {
 
 // One search. To be called again: whenever one of watched() is ready, and at due().
@@ -61,6 +61,6 @@ private:
 std::optional<Master> find_master(const Endpoint &endpoint, const Credentials &credentials,
                                   Clock::time_point deadline, std::string &problem);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -9,7 +9,7 @@
 
 #include "store/connection/stream.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -213,4 +213,4 @@ std::string quotable(std::string text)
     return text;
 }
 
-} // namespace vx_mom
+} // namespace store

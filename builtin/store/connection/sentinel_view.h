@@ -15,7 +15,7 @@
 
 #include "store/connection/endpoint.h"
 
-namespace vx_mom
+namespace store
 {
 
 struct Master {
@@ -53,6 +53,6 @@ std::optional<Master> choose_master(const std::vector<SentinelView> &views, cons
 // A stranger's words as part of one line of a message: short, and without control characters.
 std::string quotable(std::string text);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

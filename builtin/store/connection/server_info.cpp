@@ -4,7 +4,7 @@
 #include <charconv>
 #include <string_view>
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -61,4 +61,4 @@ bool read_server_info(const redisReply *server, const redisReply *replication, S
     return true;
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -7,7 +7,7 @@
 
 #include "store/connection/stream.h"
 
-namespace vx_mom
+namespace store
 {
 
 struct ServerInfo {
@@ -27,6 +27,6 @@ inline const std::vector<Command> info_questions{{"INFO", "server"}, {"INFO", "r
 bool read_server_info(const redisReply *server, const redisReply *replication, ServerInfo &info,
                       std::string &why);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -9,7 +9,7 @@
 #include <charconv>
 #include <cstring>
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -27,7 +27,7 @@ void append_count(std::string &request, char kind, size_t count)
 
 } // namespace
 
-Link::Link(const Endpoint &endpoint)
+Stream::Stream(const Endpoint &endpoint)
     : context_(endpoint.path.empty() ? redisConnectNonBlock(endpoint.host.c_str(), endpoint.port)
                                      : redisConnectUnixNonBlock(endpoint.path.c_str()))
 {
@@ -46,12 +46,12 @@ Link::Link(const Endpoint &endpoint)
     }
 }
 
-bool Link::failed() const
+bool Stream::failed() const
 {
     return context_ == nullptr || context_->err != 0 || !connect_problem_.empty();
 }
 
-std::string Link::problem() const
+std::string Stream::problem() const
 {
     if (!connect_problem_.empty() || context_ == nullptr) {
         return connect_problem_;
@@ -59,12 +59,12 @@ std::string Link::problem() const
     return context_->err == 0 ? std::string() : std::string(context_->errstr);
 }
 
-int Link::fd() const
+int Stream::fd() const
 {
     return context_->fd;
 }
 
-bool Link::finish_connecting()
+bool Stream::finish_connecting()
 {
     int error = 0;
     socklen_t size = sizeof error;
@@ -75,7 +75,7 @@ bool Link::finish_connecting()
     return true;
 }
 
-bool Link::wait_inside(std::chrono::milliseconds limit)
+bool Stream::wait_inside(std::chrono::milliseconds limit)
 {
     const timeval span{static_cast<time_t>(limit.count() / 1000),
                        static_cast<suseconds_t>(limit.count() % 1000 * 1000)};
@@ -86,7 +86,7 @@ bool Link::wait_inside(std::chrono::milliseconds limit)
 }
 
 // hiredis would format each argument by itself, at three times the instructions of all the rest of a call.
-void Link::append(const Command &command)
+void Stream::append(const Command &command)
 {
     request_.clear();
     append_count(request_, '*', command.size());
@@ -99,12 +99,12 @@ void Link::append(const Command &command)
     output_left_ = true;
 }
 
-bool Link::has_output() const
+bool Stream::has_output() const
 {
     return output_left_;
 }
 
-bool Link::send_some()
+bool Stream::send_some()
 {
     int done = 0;
     if (redisBufferWrite(context_.get(), &done) != REDIS_OK) {
@@ -114,12 +114,12 @@ bool Link::send_some()
     return true;
 }
 
-bool Link::read_some()
+bool Stream::read_some()
 {
     return redisBufferRead(context_.get()) == REDIS_OK;
 }
 
-Reply Link::next_reply()
+Reply Stream::next_reply()
 {
     void *reply = nullptr;
     if (redisGetReplyFromReader(context_.get(), &reply) != REDIS_OK) {
@@ -128,4 +128,4 @@ Reply Link::next_reply()
     return replies_.take(reply);
 }
 
-} // namespace vx_mom
+} // namespace store

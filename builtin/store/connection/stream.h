@@ -17,17 +17,17 @@
 #include "store/connection/endpoint.h"
 #include "store/connection/reply.h"
 
-namespace vx_mom
+namespace store
 {
 
 // A command: its name and arguments, any bytes.
 using Command = std::vector<std::string>;
 
-class Link
+class Stream
 {
 public:
     // Starts to connect. When that fails at once, failed() is true.
-    explicit Link(const Endpoint &endpoint);
+    explicit Stream(const Endpoint &endpoint);
 
     bool failed() const;
     // What went wrong; empty as long as nothing did.
@@ -58,6 +58,6 @@ private:
     bool output_left_ = false;
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

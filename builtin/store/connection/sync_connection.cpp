@@ -9,7 +9,7 @@
 
 #include "store/connection/sentinel.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -24,76 +24,76 @@ constexpr std::chrono::milliseconds patience{100};
 
 } // namespace
 
-SyncConnection::SyncConnection(const Visitor &visitor, int32_t database)
-    : visitor_(visitor), database_(database)
+SyncConnection::SyncConnection(const ClientIdentity &identity, int32_t database)
+    : identity_(identity), database_(database)
 {
 }
 
-Exchange SyncConnection::open(Clock::time_point deadline)
+Outcome SyncConnection::open(Clock::time_point deadline)
 {
-    Endpoint place = visitor_.endpoint;
-    const Exchange found = find_place(deadline, place);
-    if (found != Exchange::answered) {
+    Endpoint place = identity_.endpoint;
+    const Outcome found = find_place(deadline, place);
+    if (found != Outcome::answered) {
         return found;
     }
-    link_.emplace(place);
-    if (link_->failed()) {
-        return give_up(Exchange::lost, about_master(link_->problem()));
+    stream_.emplace(place);
+    if (stream_->failed()) {
+        return give_up(Outcome::lost, about_master(stream_->problem()));
     }
     const Wait waited = wait(POLLOUT, deadline);
     if (waited != Wait::ready) {
         return give_up_waiting(waited, "no connection in time");
     }
-    if (!link_->finish_connecting()) {
-        return give_up(Exchange::lost, link_->problem());
+    if (!stream_->finish_connecting()) {
+        return give_up(Outcome::lost, stream_->problem());
     }
     // A group's server has to be looked after while it is waited for.
-    waits_inside_ = !master_ && link_->wait_inside(patience);
+    waits_inside_ = !master_ && stream_->wait_inside(patience);
     std::vector<Reply> replies;
-    const Exchange result = exchange(greeting(visitor_, database_), deadline, replies);
-    if (result != Exchange::answered) {
+    const Outcome result = exchange(handshake(identity_, database_), deadline, replies);
+    if (result != Outcome::answered) {
         return result;
     }
     for (size_t i = 0; i < replies.size(); i++) {
         const redisReply *reply = replies[i].get();
         if (is_turned_away(reply, i, replies.size())) {
             rejection_ = is_missing_database(reply) ? invalid : denied;
-            return give_up(is_passing(reply) ? Exchange::lost : Exchange::rejected,
+            return give_up(is_passing(reply) ? Outcome::lost : Outcome::rejected,
                            explain_refusal(reply, database_));
         }
     }
-    return Exchange::answered;
+    return Outcome::answered;
 }
 
-Exchange SyncConnection::exchange(const std::vector<Command> &commands, Clock::time_point deadline,
-                                  std::vector<Reply> &replies)
+Outcome SyncConnection::exchange(const std::vector<Command> &commands, Clock::time_point deadline,
+                                 std::vector<Reply> &replies)
 {
     replies.clear();
     for (const Command &command : commands) {
-        link_->append(command);
+        stream_->append(command);
     }
-    const Exchange sent = send_all(deadline);
-    return sent == Exchange::answered ? receive(commands.size(), deadline, replies) : sent;
+    const Outcome sent = send_all(deadline);
+    return sent == Outcome::answered ? receive(commands.size(), deadline, replies) : sent;
 }
 
 void SyncConnection::close()
 {
-    link_.reset();
+    stream_.reset();
 }
 
-Exchange SyncConnection::find_place(Clock::time_point deadline, Endpoint &place)
+Outcome SyncConnection::find_place(Clock::time_point deadline, Endpoint &place)
 {
     master_.reset();
-    if (visitor_.endpoint.group.empty()) {
-        return Exchange::answered;
+    if (identity_.endpoint.group.empty()) {
+        return Outcome::answered;
     }
     std::string problem;
-    master_ = find_master(visitor_.endpoint, visitor_.credentials, deadline, problem);
+    master_ = find_master(identity_.endpoint, identity_.credentials, deadline, problem);
     if (!master_) {
-        return give_up(Clock::now() >= deadline ? Exchange::timed_out : Exchange::lost, problem);
+        return give_up(Clock::now() >= deadline ? Outcome::timed_out : Outcome::lost, problem);
     }
     place = master_->place;
-    return Exchange::answered;
+    return Outcome::answered;
 }
 
 // Whether the sentinels name another server by now: then the one that is waited for will never answer, and
@@ -101,7 +101,7 @@ Exchange SyncConnection::find_place(Clock::time_point deadline, Endpoint &place)
 bool SyncConnection::has_moved(Clock::time_point deadline)
 {
     std::string problem;
-    const auto now = find_master(visitor_.endpoint, visitor_.credentials,
+    const auto now = find_master(identity_.endpoint, identity_.credentials,
                                  std::min(deadline, Clock::now() + longest_search), problem);
     return now && now->place.text != master_->place.text;
 }
@@ -130,7 +130,7 @@ SyncConnection::Wait SyncConnection::wait_here(short events, Clock::time_point d
     for (;;) {
         const auto left =
             std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-        pollfd watched{link_->fd(), events, 0};
+        pollfd watched{stream_->fd(), events, 0};
         // One millisecond more: what is left was rounded down.
         const int ready = poll(&watched, 1, static_cast<int>(std::max<int64_t>(left + 1, 0)));
         if (ready > 0) {
@@ -151,33 +151,33 @@ std::string SyncConnection::about_master(const std::string &problem) const
     return master_ ? master_->place.text + ": " + problem : problem;
 }
 
-Exchange SyncConnection::give_up_waiting(Wait waited, const char *what)
+Outcome SyncConnection::give_up_waiting(Wait waited, const char *what)
 {
     switch (waited) {
     case Wait::timed_out:
-        return give_up(Exchange::timed_out, about_master(what));
+        return give_up(Outcome::timed_out, about_master(what));
     case Wait::moved:
-        return give_up(Exchange::lost, about_master("another server is the master now"));
+        return give_up(Outcome::lost, about_master("another server is the master now"));
     default:
-        return give_up(Exchange::lost, about_master(std::strerror(errno)));
+        return give_up(Outcome::lost, about_master(std::strerror(errno)));
     }
 }
 
-Exchange SyncConnection::give_up(Exchange how, const std::string &problem)
+Outcome SyncConnection::give_up(Outcome how, const std::string &problem)
 {
     problem_ = problem;
     close();
     return how;
 }
 
-Exchange SyncConnection::send_all(Clock::time_point deadline)
+Outcome SyncConnection::send_all(Clock::time_point deadline)
 {
     for (;;) {
-        if (!link_->send_some()) {
-            return give_up(Exchange::lost, link_->problem());
+        if (!stream_->send_some()) {
+            return give_up(Outcome::lost, stream_->problem());
         }
-        if (!link_->has_output()) {
-            return Exchange::answered;
+        if (!stream_->has_output()) {
+            return Outcome::answered;
         }
         const Wait waited = wait(POLLOUT, deadline);
         if (waited != Wait::ready) {
@@ -186,16 +186,16 @@ Exchange SyncConnection::send_all(Clock::time_point deadline)
     }
 }
 
-Exchange SyncConnection::receive(size_t count, Clock::time_point deadline, std::vector<Reply> &replies)
+Outcome SyncConnection::receive(size_t count, Clock::time_point deadline, std::vector<Reply> &replies)
 {
     while (replies.size() < count) {
-        Reply reply = link_->next_reply();
+        Reply reply = stream_->next_reply();
         if (reply != nullptr) {
             replies.push_back(std::move(reply));
             continue;
         }
-        if (link_->failed()) {
-            return give_up(Exchange::lost, link_->problem());
+        if (stream_->failed()) {
+            return give_up(Outcome::lost, stream_->problem());
         }
         // Waiting in the read and not before it spares a call of the system for each answer.
         if (!waits_inside_ || deadline - Clock::now() <= patience) {
@@ -204,26 +204,26 @@ Exchange SyncConnection::receive(size_t count, Clock::time_point deadline, std::
                 return give_up_waiting(waited, "no answer in time");
             }
         }
-        if (!link_->read_some()) {
-            return give_up(Exchange::lost, link_->problem());
+        if (!stream_->read_some()) {
+            return give_up(Outcome::lost, stream_->problem());
         }
     }
-    return Exchange::answered;
+    return Outcome::answered;
 }
 
-Exchange SyncConnection::next(Clock::time_point deadline, Reply &reply)
+Outcome SyncConnection::next(Clock::time_point deadline, Reply &reply)
 {
     std::vector<Reply> replies;
-    const Exchange result = receive(1, deadline, replies);
-    if (result == Exchange::answered) {
+    const Outcome result = receive(1, deadline, replies);
+    if (result == Outcome::answered) {
         reply = std::move(replies[0]);
     }
     return result;
 }
 
-std::vector<Command> greeting(const Visitor &visitor, int32_t database)
+std::vector<Command> handshake(const ClientIdentity &identity, int32_t database)
 {
-    const Credentials &credentials = visitor.credentials;
+    const Credentials &credentials = identity.credentials;
     std::vector<Command> commands;
     if (!credentials.password.empty()) {
         commands.push_back(credentials.user.empty()
@@ -231,7 +231,7 @@ std::vector<Command> greeting(const Visitor &visitor, int32_t database)
                                : Command{"AUTH", credentials.user, credentials.password});
     }
     commands.push_back({"SELECT", std::to_string(database)});
-    commands.push_back({"CLIENT", "SETNAME", visitor.name});
+    commands.push_back({"CLIENT", "SETNAME", identity.name});
     return commands;
 }
 
@@ -264,4 +264,4 @@ bool is_passing(const redisReply *reply)
            is_error(reply, "READONLY") || is_error(reply, "TRYAGAIN") || is_error(reply, "NOREPLICAS");
 }
 
-} // namespace vx_mom
+} // namespace store

@@ -14,10 +14,10 @@
 #include "store/connection/sentinel_view.h"
 #include "store/connection/stream.h"
 
-namespace vx_mom
+namespace store
 {
 
-enum class Exchange {
+enum class Outcome {
     answered,
     lost,      // the connection broke, or did not come about: may be tried again
     timed_out, // no answer before the deadline: the connection is closed
@@ -25,7 +25,7 @@ enum class Exchange {
 };
 
 // Who comes, and where to.
-struct Visitor {
+struct ClientIdentity {
     Endpoint endpoint;
     Credentials credentials;
     std::string name; // for the server's list of its clients; without blanks
@@ -34,21 +34,21 @@ struct Visitor {
 class SyncConnection
 {
 public:
-    SyncConnection(const Visitor &visitor, int32_t database);
+    SyncConnection(const ClientIdentity &identity, int32_t database);
 
-    bool is_open() const { return link_.has_value(); }
+    bool is_open() const { return stream_.has_value(); }
     // Connects, signs in and selects the database. Of a group of servers it is the master that is asked for.
-    Exchange open(Clock::time_point deadline);
+    Outcome open(Clock::time_point deadline);
     // Sends the commands and waits for all replies; an error of the server is a reply.
-    Exchange exchange(const std::vector<Command> &commands, Clock::time_point deadline,
-                      std::vector<Reply> &replies);
+    Outcome exchange(const std::vector<Command> &commands, Clock::time_point deadline,
+                     std::vector<Reply> &replies);
     void close();
     // Closes it for good, because of what the server answered. Returns `rejected`.
-    Exchange reject(const std::string &problem) { return give_up(Exchange::rejected, problem); }
+    Outcome reject(const std::string &problem) { return give_up(Outcome::rejected, problem); }
     // Closes it because the server cannot serve yet, or no longer. Returns `lost`.
-    Exchange put_off(const std::string &problem) { return give_up(Exchange::lost, problem); }
+    Outcome put_off(const std::string &problem) { return give_up(Outcome::lost, problem); }
     // After a subscription: waits for the next thing that the server sends.
-    Exchange next(Clock::time_point deadline, Reply &reply);
+    Outcome next(Clock::time_point deadline, Reply &reply);
     // What the sentinels said of the server that it is, or was last, connected to; nothing without a group.
     const std::optional<Master> &master() const { return master_; }
     // What went wrong in the last call that did not end in `answered`.
@@ -59,20 +59,20 @@ public:
 
 private:
     enum class Wait { ready, timed_out, failed, moved };
-    Exchange find_place(Clock::time_point deadline, Endpoint &place);
+    Outcome find_place(Clock::time_point deadline, Endpoint &place);
     bool has_moved(Clock::time_point deadline);
     Wait wait(short events, Clock::time_point deadline);
     Wait wait_here(short events, Clock::time_point deadline);
     std::string about_master(const std::string &problem) const;
-    Exchange give_up_waiting(Wait waited, const char *what);
-    Exchange give_up(Exchange how, const std::string &problem);
-    Exchange send_all(Clock::time_point deadline);
-    Exchange receive(size_t count, Clock::time_point deadline, std::vector<Reply> &replies);
+    Outcome give_up_waiting(Wait waited, const char *what);
+    Outcome give_up(Outcome how, const std::string &problem);
+    Outcome send_all(Clock::time_point deadline);
+    Outcome receive(size_t count, Clock::time_point deadline, std::vector<Reply> &replies);
 
-    const Visitor &visitor_;
+    const ClientIdentity &identity_;
     int32_t database_;
     std::optional<Master> master_;
-    std::optional<Link> link_;
+    std::optional<Stream> stream_;
     bool waits_inside_ = false; // reading waits for the server
     std::string problem_;
     Error rejection_ = denied;
@@ -80,9 +80,9 @@ private:
 
 // The commands that a new connection begins with: signing in, if there are credentials; the database; and
 // last, the name under which the server lists it.
-std::vector<Command> greeting(const Visitor &visitor, int32_t database);
+std::vector<Command> handshake(const ClientIdentity &identity, int32_t database);
 
-// Whether the reply to the greeting's command number `at` of `count` means that the connection is of no use.
+// Whether the reply to the handshake's command number `at` of `count` means that the connection is of no use.
 // A user without the right to a name is let be.
 bool is_turned_away(const redisReply *reply, size_t at, size_t count);
 
@@ -95,6 +95,6 @@ std::string explain_refusal(const redisReply *reply, int32_t database);
 // Whether an error says that the server is there but cannot serve yet, or no longer: worth trying again.
 bool is_passing(const redisReply *reply);
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

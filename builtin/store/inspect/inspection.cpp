@@ -6,7 +6,7 @@
 #include "store/connection/configuration.h"
 #include "store/connection/sync_connection.h"
 
-namespace vx_mom
+namespace store
 {
 
 namespace
@@ -44,32 +44,32 @@ Inspected inspected(const redisReply *reply)
 } // namespace
 
 struct Inspection::Parts {
-    Visitor visitor;
+    ClientIdentity identity;
     std::string problem;
-    std::optional<SyncConnection> connection; // refers to the visitor
+    std::optional<SyncConnection> connection; // refers to the identity
 
     void open(int32_t database, std::chrono::milliseconds limit)
     {
-        visitor.name = "inspection";
-        connection.emplace(visitor, database);
+        identity.name = "inspection";
+        connection.emplace(identity, database);
         (void)note(connection->open(Clock::now() + limit));
     }
 
     // Whether it went well; if not, why is kept.
-    bool note(Exchange result)
+    bool note(Outcome result)
     {
-        if (result != Exchange::answered) {
-            problem = visitor.endpoint.text + ": " + connection->problem();
+        if (result != Outcome::answered) {
+            problem = identity.endpoint.text + ": " + connection->problem();
         }
-        return result == Exchange::answered;
+        return result == Outcome::answered;
     }
 };
 
 Inspection::Inspection(int32_t database, std::chrono::milliseconds limit) : parts_(std::make_unique<Parts>())
 {
     if (const auto place = configured_place(parts_->problem)) {
-        parts_->visitor.endpoint = place->endpoint;
-        parts_->visitor.credentials = place->credentials;
+        parts_->identity.endpoint = place->endpoint;
+        parts_->identity.credentials = place->credentials;
         parts_->open(database, limit);
     }
 }
@@ -78,8 +78,8 @@ Inspection::Inspection(int32_t database, std::chrono::milliseconds limit, const 
     : parts_(std::make_unique<Parts>())
 {
     if (const auto place = configured_place(parts_->problem)) {
-        parts_->visitor.endpoint = place->endpoint;
-        parts_->visitor.credentials = credentials;
+        parts_->identity.endpoint = place->endpoint;
+        parts_->identity.credentials = credentials;
         parts_->open(database, limit);
     }
 }
@@ -120,4 +120,4 @@ std::optional<Inspected> Inspection::next(std::chrono::milliseconds limit)
     return inspected(reply.get());
 }
 
-} // namespace vx_mom
+} // namespace store

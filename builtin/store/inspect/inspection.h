@@ -14,7 +14,7 @@
 
 #include "store/connection/endpoint.h"
 
-namespace vx_mom
+namespace store
 {
 
 // A reply of the server, free of any library's types.
@@ -56,6 +56,6 @@ private:
     std::unique_ptr<Parts> parts_;
 };
 
-} // namespace vx_mom
+} // namespace store
 
 #endif

@@ -133,23 +133,23 @@ void encode(benchmark::State &state)
     const Card card;
     for (auto unused : state) {
         (void)unused;
-        vx_mom::Content content;
-        benchmark::DoNotOptimize(vx_mom::encode_record(card.record.base, content));
-        benchmark::DoNotOptimize(vx_mom::encode_key(card.record.base));
+        store::Content content;
+        benchmark::DoNotOptimize(store::encode_record(card.record.base, content));
+        benchmark::DoNotOptimize(store::encode_key(card.record.base));
     }
 }
 
 void decode(benchmark::State &state)
 {
     const Card card;
-    vx_mom::Content content;
-    (void)vx_mom::encode_record(card.record.base, content);
-    const std::string key = vx_mom::encode_key(card.record.base);
+    store::Content content;
+    (void)store::encode_record(card.record.base, content);
+    const std::string key = store::encode_key(card.record.base);
     for (auto unused : state) {
         (void)unused;
         std::string why;
         benchmark::DoNotOptimize(
-            vx_mom::decode_record(p_dev__card_info__descriptor, key, content.present, why));
+            store::decode_record(p_dev__card_info__descriptor, key, content.present, why));
     }
 }
 

@@ -35,9 +35,9 @@ struct Note {
     }
 };
 
-vx_mom::Fields fields_of(const redisReply &reply)
+store::Fields fields_of(const redisReply &reply)
 {
-    vx_mom::Fields fields;
+    store::Fields fields;
     for (size_t i = 0; i + 1 < reply.elements; i += 2) {
         fields.emplace_back(text_of(*reply.element[i]), text_of(*reply.element[i + 1]));
     }
@@ -56,7 +56,7 @@ void read_notified(const std::string &socket, Note &note)
         const std::string key = text_of(*message->element[2]).substr(prefix.size());
         const RawReply content = records.run({"HGETALL", key});
         std::string why;
-        if (vx_mom::decode_record(p_dev__card_info__descriptor, key, fields_of(*content), why) != nullptr) {
+        if (store::decode_record(p_dev__card_info__descriptor, key, fields_of(*content), why) != nullptr) {
             note.record();
         }
     }

@@ -34,12 +34,12 @@ void fill(const std::string &socket)
 
 void decode(const std::string &key, const redisReply &content)
 {
-    vx_mom::Fields fields;
+    store::Fields fields;
     for (size_t i = 0; i + 1 < content.elements; i += 2) {
         fields.emplace_back(text_of(*content.element[i]), text_of(*content.element[i + 1]));
     }
     std::string why;
-    if (vx_mom::decode_record(p_dev__card_info__descriptor, key, fields, why) == nullptr) {
+    if (store::decode_record(p_dev__card_info__descriptor, key, fields, why) == nullptr) {
         throw std::runtime_error("a record does not decode: " + why);
     }
 }

@@ -41,7 +41,7 @@ std::string answer_key(const std::string &part)
 
 std::string channel(const RecordType &type, const std::string &key)
 {
-    return vx_mom::channel_prefix(type.db) + key;
+    return store::channel_prefix(type.db) + key;
 }
 
 std::vector<std::string> call(const char *function, const RecordType &type, const std::string &key)
@@ -50,18 +50,18 @@ std::vector<std::string> call(const char *function, const RecordType &type, cons
             function,
             "3",
             key,
-            vx_mom::counter_key(type.name()),
-            vx_mom::index_key(type.name()),
-            vx_mom::channel_prefix(type.db)};
+            store::counter_key(type.name()),
+            store::index_key(type.name()),
+            store::channel_prefix(type.db)};
 }
 
 // What set and hmset come to on the server.
 AclAttempts writing(const RecordType &type, const std::string &key)
 {
-    const std::string counter = vx_mom::counter_key(type.name());
-    const std::string index = vx_mom::index_key(type.name());
-    return {call(vx_mom::set_function, type, key),
-            call(vx_mom::hmset_function, type, key),
+    const std::string counter = store::counter_key(type.name());
+    const std::string index = store::index_key(type.name());
+    return {call(store::set_function, type, key),
+            call(store::hmset_function, type, key),
             {"HLEN", key},
             {"HGET", key, "by"},
             {"HGETALL", key},
@@ -77,10 +77,10 @@ AclAttempts writing(const RecordType &type, const std::string &key)
 // What del and pdel come to.
 AclAttempts removing(const RecordType &type, const std::string &key)
 {
-    const std::string counter = vx_mom::counter_key(type.name());
-    const std::string index = vx_mom::index_key(type.name());
-    return {call(vx_mom::del_function, type, key),
-            {"FCALL", vx_mom::pdel_function, "2", counter, index, vx_mom::channel_prefix(type.db), key},
+    const std::string counter = store::counter_key(type.name());
+    const std::string index = store::index_key(type.name());
+    return {call(store::del_function, type, key),
+            {"FCALL", store::pdel_function, "2", counter, index, store::channel_prefix(type.db), key},
             {"HLEN", key},
             {"HGETALL", key},
             {"DEL", key},
@@ -97,8 +97,8 @@ AclAttempts reading(const RecordType &type)
     const std::string key = sample_key(type);
     return {{"HGETALL", key},
             {"HLEN", key},
-            {"GET", vx_mom::counter_key(type.name())},
-            {"SSCAN", vx_mom::index_key(type.name()), "0"}};
+            {"GET", store::counter_key(type.name())},
+            {"SSCAN", store::index_key(type.name()), "0"}};
 }
 
 std::vector<std::string> watching(const RecordType &type)
@@ -115,8 +115,8 @@ AclAttempts connecting()
             {"SELECT", "1"},
             {"CLIENT", "SETNAME", "check"},
             {"INFO", "server"},
-            {"GET", vx_mom::data_set_key},
-            {"HGETALL", vx_mom::runs_key}};
+            {"GET", store::data_set_key},
+            {"HGETALL", store::runs_key}};
 }
 
 AclAttempts read_and_watched(const std::vector<std::string> &types)
@@ -133,9 +133,9 @@ AclAttempts read_and_watched(const std::vector<std::string> &types)
 // them.
 AclAttempts forging_record(const RecordType &type, const std::string &key)
 {
-    return {call(vx_mom::set_function, type, key),
-            call(vx_mom::hmset_function, type, key),
-            call(vx_mom::del_function, type, key),
+    return {call(store::set_function, type, key),
+            call(store::hmset_function, type, key),
+            call(store::del_function, type, key),
             {"HSET", key, "6", "1"},
             {"HDEL", key, "6"},
             {"DEL", key},
@@ -159,8 +159,8 @@ AclAttempts forging_record_otherwise(const std::string &key)
 
 AclAttempts forging_books(const RecordType &type)
 {
-    const std::string counter = vx_mom::counter_key(type.name());
-    const std::string index = vx_mom::index_key(type.name());
+    const std::string counter = store::counter_key(type.name());
+    const std::string index = store::index_key(type.name());
     return {{"SET", counter, "1"},      {"DEL", counter},
             {"INCRBY", counter, "7"},   {"DECR", counter},
             {"APPEND", counter, "0"},   {"RENAME", counter, counter + "1"},
@@ -174,12 +174,12 @@ AclAttempts forging_books(const RecordType &type)
 
 AclAttempts forging_data_set()
 {
-    return {{"SET", vx_mom::data_set_key, "x"},
-            {"DEL", vx_mom::data_set_key},
-            {"GETDEL", vx_mom::data_set_key},
-            {"HSET", vx_mom::runs_key, "now", "1"},
-            {"DEL", vx_mom::runs_key},
-            {"FCALL", vx_mom::register_function, "2", vx_mom::data_set_key, vx_mom::runs_key, "x", "y", "z"}};
+    return {{"SET", store::data_set_key, "x"},
+            {"DEL", store::data_set_key},
+            {"GETDEL", store::data_set_key},
+            {"HSET", store::runs_key, "now", "1"},
+            {"DEL", store::runs_key},
+            {"FCALL", store::register_function, "2", store::data_set_key, store::runs_key, "x", "y", "z"}};
 }
 
 // What nobody but the administrator does, whatever its keys are.
@@ -206,7 +206,7 @@ AclAttempts server_commands()
             {"SCRIPT", "LOAD", "return 1"},
             {"SCRIPT", "FLUSH"},
             {"FUNCTION", "FLUSH"},
-            {"FUNCTION", "DELETE", vx_mom::library_name},
+            {"FUNCTION", "DELETE", store::library_name},
             {"FUNCTION", "RESTORE", "x"},
             {"FLUSHALL"},
             {"FLUSHDB"},
@@ -249,20 +249,20 @@ AclAttempts permitted_to_daemon()
     append(attempts, reading(record_type("p_libpub.app_cg_card_bak_info")));
     for (const std::string &type : daemon_writes) {
         append(attempts, writing(record_type(type), sample_key(record_type(type))));
-        attempts.push_back(call(vx_mom::del_function, record_type(type), sample_key(record_type(type))));
-        attempts.push_back({"SREM", vx_mom::index_key(type), sample_key(record_type(type))});
+        attempts.push_back(call(store::del_function, record_type(type), sample_key(record_type(type))));
+        attempts.push_back({"SREM", store::index_key(type), sample_key(record_type(type))});
     }
     for (const std::string &type : daemon_removes) {
         append(attempts, removing(record_type(type), sample_key(record_type(type))));
     }
     append(attempts, {{"FUNCTION", "LOAD", "REPLACE", "x"},
                       {"WAIT", "0", "0"},
-                      {"SET", vx_mom::data_set_key, "x", "NX"},
-                      {"HGET", vx_mom::runs_key, "now"},
-                      {"HSET", vx_mom::runs_key, "now", "1"},
-                      {"HDEL", vx_mom::runs_key, "1"},
-                      {"FCALL", vx_mom::register_function, "3", vx_mom::data_set_key, vx_mom::runs_key,
-                       vx_mom::counter_key("p_dev.card_info"), "x", "y", "z", "p_dev.card_info"}});
+                      {"SET", store::data_set_key, "x", "NX"},
+                      {"HGET", store::runs_key, "now"},
+                      {"HSET", store::runs_key, "now", "1"},
+                      {"HDEL", store::runs_key, "1"},
+                      {"FCALL", store::register_function, "3", store::data_set_key, store::runs_key,
+                       store::counter_key("p_dev.card_info"), "x", "y", "z", "p_dev.card_info"}});
     return attempts;
 }
 
@@ -272,9 +272,9 @@ AclAttempts refused_to_daemon()
     touched.insert(touched.end(), daemon_removes.begin(), daemon_removes.end());
     AclAttempts attempts = forging_everything_but(touched);
     for (const std::string &type : touched) {
-        append(attempts, {{"SET", vx_mom::counter_key(type), "1"},
-                          {"DEL", vx_mom::counter_key(type)},
-                          {"DEL", vx_mom::index_key(type)}});
+        append(attempts, {{"SET", store::counter_key(type), "1"},
+                          {"DEL", store::counter_key(type)},
+                          {"DEL", store::index_key(type)}});
     }
     append(attempts, {{"HSET", answer_key("somebody"), "6", "0"}});
     append(attempts, server_commands());
@@ -315,7 +315,7 @@ AclAttempts refused_to_module(const std::string &part)
                       watching(type)});
     // Deletions through the functions are permitted by the keys that they declare, and fail inside at these.
     append(attempts,
-           {{"SREM", vx_mom::index_key(answer_type), own}, {"SMEMBERS", vx_mom::index_key(answer_type)}});
+           {{"SREM", store::index_key(answer_type), own}, {"SMEMBERS", store::index_key(answer_type)}});
     return attempts;
 }
 
@@ -346,8 +346,8 @@ AclAttempts changing_anything()
     append(attempts, {{"FUNCTION", "LOAD", "REPLACE", "x"}});
     for (const RecordType &type : record_types()) {
         if (type.db >= 0) {
-            append(attempts, {{"INCR", vx_mom::counter_key(type.name())},
-                              {"SADD", vx_mom::index_key(type.name()), "x"}});
+            append(attempts,
+                   {{"INCR", store::counter_key(type.name())}, {"SADD", store::index_key(type.name()), "x"}});
         }
     }
     return attempts;
@@ -361,7 +361,7 @@ AclAttempts permitted_attempts(const AclUser &user)
     case AclRole::daemon:
         return permitted_to_daemon();
     case AclRole::module:
-        return permitted_to_module(vx_mom::key_part(user.module));
+        return permitted_to_module(store::key_part(user.module));
     case AclRole::watcher:
         return permitted_to_watcher();
     case AclRole::administrator: {
@@ -380,7 +380,7 @@ AclAttempts refused_attempts(const AclUser &user)
     case AclRole::daemon:
         return refused_to_daemon();
     case AclRole::module:
-        return refused_to_module(vx_mom::key_part(user.module));
+        return refused_to_module(store::key_part(user.module));
     case AclRole::watcher:
         return changing_anything();
     case AclRole::nobody: {

@@ -14,7 +14,7 @@ namespace cg
 namespace
 {
 
-using vx_mom::Inspected;
+using store::Inspected;
 
 constexpr const char *who_may_ask =
     "; ask as an administrator: set VX_MOM_AUTH_FILE to the file of app_cg-admin's credentials";

@@ -39,7 +39,7 @@ public:
 private:
     using Command = std::vector<std::string>;
 
-    vx_mom::Inspected ask(const Command &command);
+    store::Inspected ask(const Command &command);
     std::vector<std::string> known_users();
     void check_user(const AclUser &user, const std::map<std::string, std::string> &digests,
                     std::vector<AclFinding> &findings);
@@ -49,7 +49,7 @@ private:
     bool is_permitted(const std::string &user, const Command &command, std::string &answer);
 
     std::chrono::milliseconds limit_;
-    vx_mom::Inspection server_;
+    store::Inspection server_;
 };
 
 } // namespace cg

@@ -51,7 +51,7 @@ std::string records_of(const std::string &name)
 
 std::string channels_of(const std::string &name)
 {
-    return "&" + vx_mom::channel_prefix(record_type(name).db) + records_of(name);
+    return "&" + store::channel_prefix(record_type(name).db) + records_of(name);
 }
 
 template <typename NameOf>
@@ -73,9 +73,9 @@ Texts channels_of(const Texts &types)
 Texts readable(const Texts &types)
 {
     Texts keys = each(types, "%R~", records_of);
-    append(keys, each(types, "%R~", vx_mom::counter_key));
-    append(keys, each(types, "%R~", vx_mom::index_key));
-    append(keys, {std::string("%R~") + vx_mom::data_set_key, std::string("%R~") + vx_mom::runs_key});
+    append(keys, each(types, "%R~", store::counter_key));
+    append(keys, each(types, "%R~", store::index_key));
+    append(keys, {std::string("%R~") + store::data_set_key, std::string("%R~") + store::runs_key});
     return keys;
 }
 
@@ -97,23 +97,23 @@ AclUser daemon()
     user.selectors.front().commands.emplace_back("+function|load");
 
     AclSelector calls{{"+fcall"}, each(changed, "~", records_of), {}};
-    append(calls.keys, each(changed, "~", vx_mom::index_key));
+    append(calls.keys, each(changed, "~", store::index_key));
     // The call that registers a server run declares the counters of all types; it only reads them.
-    append(calls.keys, {"~" + vx_mom::counter_key("*"), std::string("~") + vx_mom::data_set_key,
-                        std::string("~") + vx_mom::runs_key});
+    append(calls.keys, {"~" + store::counter_key("*"), std::string("~") + store::data_set_key,
+                        std::string("~") + store::runs_key});
     user.selectors.push_back(std::move(calls));
-    user.selectors.push_back({{"+get"}, {"%R~" + vx_mom::counter_key("*")}, {}});
-    user.selectors.push_back({{"+set"}, {std::string("~") + vx_mom::data_set_key}, {}});
-    user.selectors.push_back({{"+hget", "+hset", "+hdel"}, {std::string("~") + vx_mom::runs_key}, {}});
+    user.selectors.push_back({{"+get"}, {"%R~" + store::counter_key("*")}, {}});
+    user.selectors.push_back({{"+set"}, {std::string("~") + store::data_set_key}, {}});
+    user.selectors.push_back({{"+hget", "+hset", "+hdel"}, {std::string("~") + store::runs_key}, {}});
 
     user.selectors.push_back({{"+hget", "+hgetall", "+hlen", "+hset", "+hdel", "+del"},
                               each(written_by_daemon, "~", records_of),
                               {}});
     user.selectors.push_back({{"+del"}, each(removed_by_daemon, "~", records_of), {}});
-    user.selectors.push_back({{"+get", "+incr"}, each(changed, "~", vx_mom::counter_key), {}});
+    user.selectors.push_back({{"+get", "+incr"}, each(changed, "~", store::counter_key), {}});
     user.selectors.push_back(
-        {{"+sadd", "+srem", "+sismember"}, each(written_by_daemon, "~", vx_mom::index_key), {}});
-    user.selectors.push_back({{"+srem"}, each(removed_by_daemon, "~", vx_mom::index_key), {}});
+        {{"+sadd", "+srem", "+sismember"}, each(written_by_daemon, "~", store::index_key), {}});
+    user.selectors.push_back({{"+srem"}, each(removed_by_daemon, "~", store::index_key), {}});
     user.selectors.push_back({subscribe_commands, {}, channels_of(watched_by_daemon)});
     user.selectors.push_back({{"+publish"}, {}, channels_of(changed)});
     return user;
@@ -123,11 +123,11 @@ AclUser daemon()
 // hide another's answer: an answer that is not in the index does not exist for readers.
 AclUser module_user(const std::string &name)
 {
-    const std::string part = vx_mom::key_part(name);
+    const std::string part = store::key_part(name);
     const std::string &type = answers.front();
     const std::string own = records_of(type) + ":" + part;
-    const std::string counter = "~" + vx_mom::counter_key(type);
-    const std::string index = "~" + vx_mom::index_key(type);
+    const std::string counter = "~" + store::counter_key(type);
+    const std::string index = "~" + store::index_key(type);
     AclUser user{module_user_prefix + part, AclRole::module, name, {reader(read_by_modules)}};
     user.selectors.push_back({{"+fcall"}, {"~" + own, counter, index}, {}});
     user.selectors.push_back(
@@ -135,7 +135,7 @@ AclUser module_user(const std::string &name)
     user.selectors.push_back({{"+get", "+incr"}, {counter}, {}});
     user.selectors.push_back({{"+sadd"}, {index}, {}});
     user.selectors.push_back({subscribe_commands, {}, channels_of(read_by_modules)});
-    user.selectors.push_back({{"+publish"}, {}, {"&" + vx_mom::channel_prefix(record_type(type).db) + own}});
+    user.selectors.push_back({{"+publish"}, {}, {"&" + store::channel_prefix(record_type(type).db) + own}});
     return user;
 }
 

@@ -103,7 +103,7 @@ std::string secret_digest(const std::string &folder, const std::string &user)
         fail(path, "there is no such file; --create makes the missing ones");
     }
     std::string why;
-    const std::optional<vx_mom::Credentials> credentials = vx_mom::read_credentials(path, why);
+    const std::optional<store::Credentials> credentials = store::read_credentials(path, why);
     if (!credentials) {
         throw Failure(failed, visible(why));
     }

@@ -115,14 +115,14 @@ Finding check_open_checks(Examination &examination)
 {
     constexpr int32_t database = 1;
     const std::string type = "p_libpub.app_cg_card_check_info";
-    const vx_mom::Inspected requests = examination.ask({"SMEMBERS", vx_mom::index_key(type)}, database);
+    const store::Inspected requests = examination.ask({"SMEMBERS", store::index_key(type)}, database);
     if (requests.is_error()) {
-        return refused(requests, '`' + examination.redis_cli("DEL " + vx_mom::index_key(type), database) +
+        return refused(requests, '`' + examination.redis_cli("DEL " + store::index_key(type), database) +
                                      "`, then " + restart);
     }
     std::vector<std::string> open;
-    for (const vx_mom::Inspected &request : requests.items) {
-        const vx_mom::Inspected age = examination.ask({"OBJECT", "IDLETIME", request.text}, database);
+    for (const store::Inspected &request : requests.items) {
+        const store::Inspected age = examination.ask({"OBJECT", "IDLETIME", request.text}, database);
         if (age.is_error()) {
             return refused(age, "see the server's log");
         }

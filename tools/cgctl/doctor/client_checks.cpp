@@ -31,7 +31,7 @@ std::string random_word()
 }
 
 // The value of a field in a reply that alternates names and values.
-std::string value_of(const vx_mom::Inspected &fields, const std::string &name)
+std::string value_of(const store::Inspected &fields, const std::string &name)
 {
     for (std::size_t i = 0; i + 1 < fields.items.size(); i += 2) {
         if (fields.items[i].text == name) {
@@ -42,8 +42,8 @@ std::string value_of(const vx_mom::Inspected &fields, const std::string &name)
 }
 
 // What is wrong with the registration of one database's data; empty when nothing is.
-std::string registration_problem(const Examination &examination, const vx_mom::Inspected &set,
-                                 const vx_mom::Inspected &runs)
+std::string registration_problem(const Examination &examination, const store::Inspected &set,
+                                 const store::Inspected &runs)
 {
     if (set.text.empty()) {
         return "the data has no identity";
@@ -54,7 +54,7 @@ std::string registration_problem(const Examination &examination, const vx_mom::I
     if (present.substr(0, present.find(' ')) != run) {
         return "the server's present run is not registered";
     }
-    return value_of(runs, "library") == vx_mom::library_digest()
+    return value_of(runs, "library") == store::library_digest()
                ? ""
                : "the functions were registered in another version";
 }
@@ -70,7 +70,7 @@ class Canary
 public:
     Canary(Examination &examination, int32_t database)
         : examination_(examination), database_(database), word_(random_word()),
-          key_(std::string(canary_type) + ':' + word_), channel_(vx_mom::channel_prefix(database) + key_),
+          key_(std::string(canary_type) + ':' + word_), channel_(store::channel_prefix(database) + key_),
           listener_(database, examination.patience)
     {
     }
@@ -87,7 +87,7 @@ private:
     std::string word_;
     std::string key_;
     std::string channel_;
-    vx_mom::Inspection listener_;
+    store::Inspection listener_;
 };
 
 Finding Canary::fly()
@@ -113,9 +113,9 @@ Finding Canary::listen()
 
 Finding Canary::write_and_wait()
 {
-    const vx_mom::Inspected written = examination_.ask(
-        {"FCALL", vx_mom::set_function, "3", key_, vx_mom::counter_key(canary_type),
-         vx_mom::index_key(canary_type), vx_mom::channel_prefix(database_), "", canary_field, word_},
+    const store::Inspected written = examination_.ask(
+        {"FCALL", store::set_function, "3", key_, store::counter_key(canary_type),
+         store::index_key(canary_type), store::channel_prefix(database_), "", canary_field, word_},
         database_);
     if (written.is_error()) {
         return refused(written, "a write has to be possible: free memory (`maxmemory`) or disk space as the "
@@ -141,13 +141,13 @@ Finding Canary::write_and_wait()
 // With those that an examination which was killed left behind.
 Finding Canary::remove()
 {
-    std::vector<std::string> command{"DEL", key_, vx_mom::counter_key(canary_type),
-                                     vx_mom::index_key(canary_type)};
-    for (const vx_mom::Inspected &member :
-         examination_.ask({"SMEMBERS", vx_mom::index_key(canary_type)}, database_).items) {
+    std::vector<std::string> command{"DEL", key_, store::counter_key(canary_type),
+                                     store::index_key(canary_type)};
+    for (const store::Inspected &member :
+         examination_.ask({"SMEMBERS", store::index_key(canary_type)}, database_).items) {
         command.push_back(member.text);
     }
-    const vx_mom::Inspected removed = examination_.ask(command, database_);
+    const store::Inspected removed = examination_.ask(command, database_);
     if (removed.is_error()) {
         const std::string by_hand = "DEL " + key_ + ' ' + command[2] + ' ' + command[3];
         return {Severity::fail, "the canary cannot be removed: " + removed.text,
@@ -162,20 +162,20 @@ Finding check_functions(Examination &examination)
 {
     const std::string fix =
         "`cgctl doctor --functions | " + examination.redis_cli("-x FUNCTION LOAD REPLACE") + '`';
-    const vx_mom::Inspected reply =
-        examination.ask({"FUNCTION", "LIST", "LIBRARYNAME", vx_mom::library_name, "WITHCODE"});
+    const store::Inspected reply =
+        examination.ask({"FUNCTION", "LIST", "LIBRARYNAME", store::library_name, "WITHCODE"});
     if (reply.is_error()) {
         return refused(reply, fix);
     }
     if (reply.items.empty()) {
-        return {Severity::fail, std::string("the function library ") + vx_mom::library_name + " is missing",
+        return {Severity::fail, std::string("the function library ") + store::library_name + " is missing",
                 fix};
     }
-    if (value_of(reply.items[0], "library_code") != vx_mom::library_code()) {
+    if (value_of(reply.items[0], "library_code") != store::library_code()) {
         return {Severity::fail,
-                std::string("the function library ") + vx_mom::library_name + " is of another version", fix};
+                std::string("the function library ") + store::library_name + " is of another version", fix};
     }
-    std::string found = vx_mom::library_name;
+    std::string found = store::library_name;
     found += ", of this version";
     return {Severity::ok, found};
 }
@@ -185,11 +185,11 @@ Finding check_data_set(Examination &examination)
     std::vector<std::string> wrong;
     std::string problem;
     for (const int32_t database : daemon_databases) {
-        const vx_mom::Inspected set = examination.ask({"GET", vx_mom::data_set_key}, database);
-        const vx_mom::Inspected runs = examination.ask({"HGETALL", vx_mom::runs_key}, database);
-        for (const vx_mom::Inspected *reply : {&set, &runs}) {
+        const store::Inspected set = examination.ask({"GET", store::data_set_key}, database);
+        const store::Inspected runs = examination.ask({"HGETALL", store::runs_key}, database);
+        for (const store::Inspected *reply : {&set, &runs}) {
             if (reply->is_error()) {
-                const std::string keys = std::string(vx_mom::data_set_key) + ' ' + vx_mom::runs_key;
+                const std::string keys = std::string(store::data_set_key) + ' ' + store::runs_key;
                 return refused(*reply, '`' + examination.redis_cli("DEL " + keys, database) + "`, then " +
                                            examination.cgctl("list"));
             }

@@ -40,16 +40,16 @@ Examination::Examination(const Session &own_session, std::string folder)
 {
 }
 
-vx_mom::Inspection &Examination::server(int32_t database)
+store::Inspection &Examination::server(int32_t database)
 {
     auto found = servers_.find(database);
     if (found == servers_.end()) {
-        found = servers_.emplace(database, vx_mom::Inspection(database, patience)).first;
+        found = servers_.emplace(database, store::Inspection(database, patience)).first;
     }
     return found->second;
 }
 
-vx_mom::Inspected Examination::ask(const std::vector<std::string> &command, int32_t database)
+store::Inspected Examination::ask(const std::vector<std::string> &command, int32_t database)
 {
     auto reply = server(database).ask(command, patience);
     if (!reply) {
@@ -71,7 +71,7 @@ std::string Examination::server_info(const std::string &name) const
 
 std::vector<ClientLine> Examination::clients()
 {
-    const vx_mom::Inspected reply = ask({"CLIENT", "LIST"});
+    const store::Inspected reply = ask({"CLIENT", "LIST"});
     if (reply.is_error()) {
         throw Failure(failed, "the server does not list its clients: " + reply.text);
     }
@@ -112,7 +112,7 @@ std::string Examination::cgctl(const std::string &arguments) const
 std::string Examination::address()
 {
     std::string ignored;
-    const auto place = vx_mom::configured_place(ignored);
+    const auto place = store::configured_place(ignored);
     if (!place) {
         return {};
     }

@@ -51,9 +51,9 @@ public:
     std::optional<bool> has_users; // whether access lists are in use, if the server said
 
     // A plain connection to the server; opened at the first use. Database 0 always exists.
-    vx_mom::Inspection &server(int32_t database = 0);
+    store::Inspection &server(int32_t database = 0);
     // What the server answers. Throws Failure when the connection is lost.
-    vx_mom::Inspected ask(const std::vector<std::string> &command, int32_t database = 0);
+    store::Inspected ask(const std::vector<std::string> &command, int32_t database = 0);
     // The value of a line of `info`, or an empty text.
     [[nodiscard]] std::string server_info(const std::string &name) const;
     // The clients that are connected. Throws Failure when the server refuses to say.
@@ -71,7 +71,7 @@ public:
 private:
     std::string address();
 
-    std::map<int32_t, vx_mom::Inspection> servers_;
+    std::map<int32_t, store::Inspection> servers_;
     std::optional<Store> store_;
 };
 

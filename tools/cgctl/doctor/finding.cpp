@@ -29,7 +29,7 @@ const char *word_of(Severity severity, bool for_people)
 
 } // namespace
 
-Finding refused(const vx_mom::Inspected &error, const std::string &fix)
+Finding refused(const store::Inspected &error, const std::string &fix)
 {
     if (error.text.starts_with("NOPERM")) {
         return {Severity::skipped, "the server refuses to say: " + error.text, as_administrator};

@@ -28,7 +28,7 @@ inline constexpr const char *as_administrator =
     "examine it as an administrator: VX_MOM_AUTH_FILE names the file with user and password";
 
 // The finding that stands for an error of the server: skipped for want of rights, else a failure.
-Finding refused(const vx_mom::Inspected &error, const std::string &fix);
+Finding refused(const store::Inspected &error, const std::string &fix);
 
 // "a, b, c", or "a, b, c and 4 more" when there are more than a reader wants to see.
 std::string listed(const std::vector<std::string> &texts);

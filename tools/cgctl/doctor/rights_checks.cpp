@@ -44,7 +44,7 @@ std::string secrets_folder()
 // The file that the server keeps its users in; empty when it has none, or does not tell.
 std::string users_file(Examination &examination)
 {
-    const vx_mom::Inspected reply = examination.ask({"CONFIG", "GET", "aclfile"});
+    const store::Inspected reply = examination.ask({"CONFIG", "GET", "aclfile"});
     return reply.items.size() == 2 ? reply.items[1].text : std::string();
 }
 
@@ -82,7 +82,7 @@ public:
         if (names_.insert(entry.name).second) {
             said_ += (said_.empty() ? "" : ", ") + entry.name;
             users_ +=
-                std::string(users_.empty() ? "" : ", ") + module_user_prefix + vx_mom::key_part(entry.name);
+                std::string(users_.empty() ? "" : ", ") + module_user_prefix + store::key_part(entry.name);
         }
         entries_ += ' ' + shell_word(examination.module_folder + '/' + entry.file_name);
         number_++;
@@ -117,13 +117,13 @@ private:
 
 Finding check_users(Examination &examination)
 {
-    const vx_mom::Inspected reply = examination.ask({"ACL", "LIST"});
+    const store::Inspected reply = examination.ask({"ACL", "LIST"});
     if (reply.is_error()) {
         return refused(reply, "see the server's log");
     }
     UserLine everybody;
     bool has_module_users = false;
-    for (const vx_mom::Inspected &text : reply.items) {
+    for (const store::Inspected &text : reply.items) {
         const UserLine user = user_line(text.text);
         has_module_users |= user.name.starts_with(module_user_prefix);
         if (user.name == default_user) {
@@ -175,7 +175,7 @@ Finding check_module_clients(Examination &examination)
     Absent absent;
     const std::vector<ModuleEntry> &entries = examination.modules.entries;
     for (std::size_t i = 0; i < std::min(entries.size(), most_modules); ++i) {
-        if (!users.contains(module_user_prefix + vx_mom::key_part(entries[i].name))) {
+        if (!users.contains(module_user_prefix + store::key_part(entries[i].name))) {
             absent.add(examination, entries[i]);
         }
     }

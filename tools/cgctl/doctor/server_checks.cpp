@@ -33,7 +33,7 @@ int major_version(const std::string &version)
 // The value of a setting of the server; nothing, and `finding` says why, when it does not tell.
 std::optional<std::string> server_setting(Examination &examination, const char *name, Finding &finding)
 {
-    const vx_mom::Inspected reply = examination.ask({"CONFIG", "GET", name});
+    const store::Inspected reply = examination.ask({"CONFIG", "GET", name});
     if (reply.is_error()) {
         finding = refused(reply, "see the server's log");
         return std::nullopt;
@@ -73,20 +73,20 @@ std::optional<Limits> pubsub_limits(const std::string &text)
 
 Finding check_settings(Examination &examination)
 {
-    const std::string problem = vx_mom::configuration_problem();
+    const std::string problem = store::configuration_problem();
     if (!problem.empty()) {
         return {Severity::fail, problem,
                 "correct it in the environment or in /etc/app_cg/platform.conf; app_cg(8) lists the forms"};
     }
     std::string ignored;
     examination.patience =
-        std::min<std::chrono::milliseconds>(vx_mom::configured_deadline(), longest_patience);
-    return {Severity::ok, "the store is configured at " + vx_mom::configured_place(ignored)->endpoint.text};
+        std::min<std::chrono::milliseconds>(store::configured_deadline(), longest_patience);
+    return {Severity::ok, "the store is configured at " + store::configured_place(ignored)->endpoint.text};
 }
 
 Finding check_store(Examination &examination)
 {
-    const vx_mom::Inspection &server = examination.server();
+    const store::Inspection &server = examination.server();
     if (server.is_open()) {
         return {Severity::ok, "it answers"};
     }
@@ -105,7 +105,7 @@ Finding check_store(Examination &examination)
 
 Finding check_server(Examination &examination)
 {
-    const vx_mom::Inspected reply = examination.ask({"INFO"});
+    const store::Inspected reply = examination.ask({"INFO"});
     if (reply.is_error()) {
         return refused(reply, "see the server's log");
     }
@@ -143,7 +143,7 @@ Finding check_server_role(Examination &examination)
 Finding check_databases(Examination &examination)
 {
     for (const int32_t database : daemon_databases) {
-        const vx_mom::Inspection &server = examination.server(database);
+        const store::Inspection &server = examination.server(database);
         if (!server.is_open()) {
             return {Severity::fail, server.problem(),
                     "put `databases 64` into the server's configuration file and restart the server"};

@@ -145,7 +145,7 @@ std::string fix(const AclOptions &options, const std::string &users_file)
 
 void check_settings()
 {
-    const std::string problem = vx_mom::configuration_problem();
+    const std::string problem = store::configuration_problem();
     if (!problem.empty()) {
         throw Failure(wrong_usage, visible(problem));
     }
@@ -156,7 +156,7 @@ int check_users(const Session &session, const AclOptions &options)
     check_settings();
     const std::vector<AclUser> users = acl_users(module_names(session, options.modules));
     const Digests digests = read_digests(session, options, users);
-    AclInspector server(vx_mom::configured_deadline());
+    AclInspector server(store::configured_deadline());
     const std::vector<AclFinding> findings = server.check(users, digests);
     const std::string what_to_do = findings.empty() ? "" : fix(options, server.users_file());
     Json shown = Json::array();

@@ -121,7 +121,7 @@ int examine_all(const Session &session, const std::string &module_folder)
 
 int print_functions(const Session &session)
 {
-    session.out << vx_mom::library_code();
+    session.out << store::library_code();
     session.check_output();
     return done;
 }

@@ -14,14 +14,14 @@
 namespace
 {
 
+using store::DataSet;
+using store::Reply;
+using store::Revisions;
+using store::Run;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Pair;
-using vx_mom::DataSet;
-using vx_mom::Reply;
-using vx_mom::Revisions;
-using vx_mom::Run;
 using Answers = DataSet::Answers;
 
 // A server run "p<process>:d", as the present one with a number in the list of runs.
@@ -256,7 +256,7 @@ TEST_F(RepliesTest, OfAnEmptyStoreSayNothing)
     EXPECT_EQ(answers.present_run, 0U);
     EXPECT_THAT(answers.runs, IsEmpty());
     EXPECT_EQ(answers.oddity, "");
-    EXPECT_FALSE(vx_mom::is_registered(answers));
+    EXPECT_FALSE(store::is_registered(answers));
 }
 
 TEST_F(RepliesTest, BringTheIdentityTheRunsAndTheCounters)
@@ -322,9 +322,9 @@ TEST_F(RepliesTest, SayWhetherTheRunIsRegisteredWithThePresentFunctions)
     const auto registered = [&](const std::string &identity, const std::string &run, const std::string &now,
                                 const std::string &library) {
         EXPECT_TRUE(read_with(identity, list({"now", now, "3", run, "library", library}))) << why;
-        return vx_mom::is_registered(answers);
+        return store::is_registered(answers);
     };
-    const std::string &digest = vx_mom::library_digest();
+    const std::string &digest = store::library_digest();
     EXPECT_TRUE(registered(bulk("id"), "abc:def a=1", "3", digest));
     EXPECT_FALSE(registered(nothing, "abc:def a=1", "3", digest));
     EXPECT_FALSE(registered(bulk("id"), "abc:other a=1", "3", digest));
@@ -335,22 +335,22 @@ TEST_F(RepliesTest, SayWhetherTheRunIsRegisteredWithThePresentFunctions)
 TEST_F(RepliesTest, ARegistrationNamesTheRunAndTheCounterOfEachTypeOfRecord)
 {
     ASSERT_TRUE(read_with(nothing, no_list));
-    const vx_mom::Command command = vx_mom::registration(answers.server);
+    const store::Command command = store::registration(answers.server);
     ASSERT_GT(command.size(), 7U);
     const size_t keys = std::stoul(command[2]);
     ASSERT_EQ(command.size(), 3 + keys + 3 + (keys - 2));
     EXPECT_EQ(command[0], "FCALL");
-    EXPECT_EQ(command[1], vx_mom::register_function);
+    EXPECT_EQ(command[1], store::register_function);
     EXPECT_EQ(command[3], "@set");
     EXPECT_EQ(command[4], "@runs");
     const auto *given = &command[3 + keys];
     EXPECT_EQ(given[0], "abc:def");
     EXPECT_EQ(given[1].size(), 32U);
     EXPECT_EQ(given[1].find_first_not_of("0123456789abcdef"), std::string::npos);
-    EXPECT_NE(given[1], vx_mom::registration(answers.server)[3 + keys + 1]) << "it is drawn";
-    EXPECT_EQ(given[2], vx_mom::library_digest());
+    EXPECT_NE(given[1], store::registration(answers.server)[3 + keys + 1]) << "it is drawn";
+    EXPECT_EQ(given[2], store::library_digest());
     for (size_t i = 2; i < keys; i++) {
-        EXPECT_EQ(command[3 + i], vx_mom::counter_key(given[1 + i]));
+        EXPECT_EQ(command[3 + i], store::counter_key(given[1 + i]));
     }
     EXPECT_THAT(command, testing::Contains("p_dev.card_info"));
     EXPECT_THAT(command, testing::Not(testing::Contains("p_dev.card_static_info")))

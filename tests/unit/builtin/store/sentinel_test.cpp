@@ -17,17 +17,17 @@ namespace
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
+using store::Clock;
 using store_test::eventually;
 using store_test::SentinelGroup;
 using testing::HasSubstr;
-using vx_mom::Clock;
 
-vx_mom::Endpoint endpoint_of(const std::string &text)
+store::Endpoint endpoint_of(const std::string &text)
 {
     std::string why;
-    const auto endpoint = vx_mom::parse_endpoint(text, why);
+    const auto endpoint = store::parse_endpoint(text, why);
     EXPECT_TRUE(endpoint.has_value()) << why;
-    return endpoint.value_or(vx_mom::Endpoint());
+    return endpoint.value_or(store::Endpoint());
 }
 
 // A peer at a sentinel's place that says what a test tells it to.
@@ -82,7 +82,7 @@ const std::string good_answer = "*6\r\n$2\r\nip\r\n$4\r\nhost\r\n$4\r\nport\r\n$
 std::string problem_after(const std::string &bytes)
 {
     Peer peer;
-    vx_mom::MasterSearch search(endpoint_of("sentinel:card@" + peer.address()), {});
+    store::MasterSearch search(endpoint_of("sentinel:card@" + peer.address()), {});
     peer.answer();
     (void)peer.say(bytes);
     peer.hang_up();
@@ -112,7 +112,7 @@ TEST(MasterSearch, WhatIsNoSentinelIsNamedWithWhatItSaid)
 TEST(MasterSearch, AnAnswerWithoutAnEndIsCutShort)
 {
     Peer peer;
-    vx_mom::MasterSearch search(endpoint_of("sentinel:card@" + peer.address()), {});
+    store::MasterSearch search(endpoint_of("sentinel:card@" + peer.address()), {});
     peer.answer();
     ASSERT_TRUE(peer.say("$500000000\r\n"));
     const std::string more(16384, 'x');
@@ -127,7 +127,7 @@ TEST(MasterSearch, TheSlowerOnesGetALittleTimeAfterTheFirstAnswer)
 {
     Peer quick;
     Peer silent;
-    vx_mom::MasterSearch search(endpoint_of("sentinel:card@" + silent.address() + "," + quick.address()), {});
+    store::MasterSearch search(endpoint_of("sentinel:card@" + silent.address() + "," + quick.address()), {});
     quick.answer();
     const auto begin = Clock::time_point(seconds(1000));
     for (int i = 0; i < 3; i++) {
@@ -155,11 +155,10 @@ class SteadyGroup : public testing::Test
 {
 protected:
     // Calls for the master with more time than a loaded machine needs.
-    std::optional<vx_mom::Master> find(const std::string &endpoint,
-                                       const vx_mom::Credentials &credentials = {})
+    std::optional<store::Master> find(const std::string &endpoint, const store::Credentials &credentials = {})
     {
         problem.clear();
-        return vx_mom::find_master(endpoint_of(endpoint), credentials, Clock::now() + seconds(60), problem);
+        return store::find_master(endpoint_of(endpoint), credentials, Clock::now() + seconds(60), problem);
     }
     // Nothing is to be replaced here, however slow a server is.
     static SentinelGroup::Options steady()
@@ -193,7 +192,7 @@ TEST_F(SteadyGroup, TheMasterIsFoundAsLongAsOneSentinelAnswers)
     group.freeze_sentinel(2);
     problem.clear();
     EXPECT_FALSE(
-        vx_mom::find_master(endpoint_of(group.endpoint()), {}, Clock::now() + milliseconds(100), problem)
+        store::find_master(endpoint_of(group.endpoint()), {}, Clock::now() + milliseconds(100), problem)
             .has_value());
     EXPECT_EQ(problem, "no master of 'card' is known: " + group.sentinel_address(0) + ": no answer yet; " +
                            group.sentinel_address(1) + ": Connection refused; " + group.sentinel_address(2) +
@@ -222,7 +221,7 @@ TEST_F(SteadyGroup, SentinelsWithUsersOfTheirOwnAreSatisfied)
     options.sentinel_password = "guarded";
     options.sentinel_users = {"gate on >secret +sentinel|master +sentinel|get-master-addr-by-name"};
     SentinelGroup group(options);
-    vx_mom::Credentials credentials;
+    store::Credentials credentials;
     credentials.user = "store";
     credentials.password = "another";
     EXPECT_FALSE(find(group.endpoint(), credentials).has_value());
@@ -241,11 +240,11 @@ TEST_F(SteadyGroup, SentinelsWithUsersOfTheirOwnAreSatisfied)
 TEST(FailOver, ThePromotedServerIsFoundAndTheOldOneNoMore)
 {
     SentinelGroup group;
-    const vx_mom::Endpoint endpoint = endpoint_of(group.endpoint());
+    const store::Endpoint endpoint = endpoint_of(group.endpoint());
     std::string problem;
-    std::optional<vx_mom::Master> master;
+    std::optional<store::Master> master;
     const auto settles_on_another = [&] {
-        master = vx_mom::find_master(endpoint, {}, Clock::now() + seconds(10), problem);
+        master = store::find_master(endpoint, {}, Clock::now() + seconds(10), problem);
         const auto promoted = group.master();
         return master && master->settled && promoted && *promoted != 0 &&
                master->place.port == group.server_port(*promoted);
@@ -256,7 +255,7 @@ TEST(FailOver, ThePromotedServerIsFoundAndTheOldOneNoMore)
     ASSERT_TRUE(eventually(settles_on_another)) << problem;
     group.start_server(0);
     group.thaw_sentinel(0);
-    master = vx_mom::find_master(endpoint, {}, Clock::now() + seconds(10), problem);
+    master = store::find_master(endpoint, {}, Clock::now() + seconds(10), problem);
     ASSERT_TRUE(master.has_value()) << problem;
     EXPECT_NE(master->place.port, group.server_port(0)) << "it is empty, and master by its own word";
 }

@@ -9,16 +9,16 @@
 namespace
 {
 
-using Sight = vx_mom::SentinelView::Sight;
+using Sight = store::SentinelView::Sight;
 using Texts = std::vector<std::string>;
-using vx_mom::SentinelView;
+using store::SentinelView;
 
 // The reply that the client makes of these bytes.
-vx_mom::Reply decoded(const std::string &bytes)
+store::Reply decoded(const std::string &bytes)
 {
     wire_test::OurReader reader;
     reader.feed(bytes);
-    vx_mom::Reply reply = reader.next();
+    store::Reply reply = reader.next();
     EXPECT_NE(reply, nullptr) << bytes;
     return reply;
 }
@@ -43,8 +43,7 @@ std::string details(const std::string &flags, const std::string &epoch = "3")
 std::optional<SentinelView> view_of(const std::string &details_bytes, const std::string &address_bytes)
 {
     std::string problem;
-    auto view =
-        vx_mom::read_view(decoded(details_bytes).get(), decoded(address_bytes).get(), "card", problem);
+    auto view = store::read_view(decoded(details_bytes).get(), decoded(address_bytes).get(), "card", problem);
     EXPECT_EQ(problem.empty(), view.has_value()) << problem;
     return view;
 }
@@ -53,7 +52,7 @@ std::string problem_of(const std::string &address_bytes)
 {
     std::string problem;
     EXPECT_FALSE(
-        vx_mom::read_view(decoded(details("master")).get(), decoded(address_bytes).get(), "card", problem)
+        store::read_view(decoded(details("master")).get(), decoded(address_bytes).get(), "card", problem)
             .has_value());
     return problem;
 }
@@ -62,7 +61,7 @@ TEST(SentinelView, AMasterIsRead)
 {
     const auto view = view_of(details("master"), here);
     ASSERT_TRUE(view.has_value());
-    EXPECT_EQ(view->place, (vx_mom::HostPort{"10.0.0.1", 6379}));
+    EXPECT_EQ(view->place, (store::HostPort{"10.0.0.1", 6379}));
     EXPECT_EQ(view->epoch, 3);
     EXPECT_EQ(view->run_id, "0abc");
     EXPECT_EQ(view->sight, Sight::plain);
@@ -117,7 +116,7 @@ TEST(SentinelView, WhatNamesNoMasterIsAProblem)
         EXPECT_EQ(problem_of(list({host, "6379"})), no_address) << host;
     }
     std::string problem;
-    EXPECT_FALSE(vx_mom::read_view(nullptr, nullptr, "card", problem).has_value());
+    EXPECT_FALSE(store::read_view(nullptr, nullptr, "card", problem).has_value());
 }
 
 TEST(SentinelView, SpoiltDetailsLeaveTheAddress)
@@ -146,21 +145,21 @@ SentinelView view(const char *host, int64_t epoch, Sight sight = Sight::plain, c
     return SentinelView{{host, 6379}, epoch, run_id, sight, "master"};
 }
 
-vx_mom::Master chosen(const std::vector<SentinelView> &views)
+store::Master chosen(const std::vector<SentinelView> &views)
 {
-    const auto master = vx_mom::choose_master(views, "card");
+    const auto master = store::choose_master(views, "card");
     EXPECT_TRUE(master.has_value());
-    return master.value_or(vx_mom::Master());
+    return master.value_or(store::Master());
 }
 
 TEST(MasterChoice, NobodyNamesNobody)
 {
-    EXPECT_FALSE(vx_mom::choose_master({}, "card").has_value());
+    EXPECT_FALSE(store::choose_master({}, "card").has_value());
 }
 
 TEST(MasterChoice, ItIsAPlaceToGoTo)
 {
-    const vx_mom::Master master = chosen({view("::1", 0)});
+    const store::Master master = chosen({view("::1", 0)});
     EXPECT_EQ(master.place.text, "[::1]:6379 of card");
     EXPECT_EQ(master.place.host, "::1");
     EXPECT_EQ(master.place.port, 6379);
@@ -179,10 +178,10 @@ TEST(MasterChoice, TheNewestConfigurationWinsAgainstAnyNumber)
 
 TEST(MasterChoice, OfOneConfigurationTheMajorityWins)
 {
-    const vx_mom::Master master = chosen({view("one", 4), view("two", 4), view("two", 4)});
+    const store::Master master = chosen({view("one", 4), view("two", 4), view("two", 4)});
     EXPECT_EQ(master.place.host, "two");
     EXPECT_TRUE(master.settled);
-    const vx_mom::Master tie = chosen({view("one", 4), view("two", 4)});
+    const store::Master tie = chosen({view("one", 4), view("two", 4)});
     EXPECT_EQ(tie.place.host, "one");
     EXPECT_FALSE(tie.settled);
 }

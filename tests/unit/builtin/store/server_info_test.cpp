@@ -9,8 +9,8 @@
 namespace
 {
 
+using store::ServerInfo;
 using testing::HasSubstr;
-using vx_mom::ServerInfo;
 
 // A reply of a kind, with a text.
 class Text
@@ -31,8 +31,8 @@ private:
 
 bool read(const std::string &server, const std::string &replication, ServerInfo &info, std::string &why)
 {
-    return vx_mom::read_server_info(Text(REDIS_REPLY_STRING, server).reply(),
-                                    Text(REDIS_REPLY_STRING, replication).reply(), info, why);
+    return store::read_server_info(Text(REDIS_REPLY_STRING, server).reply(),
+                                   Text(REDIS_REPLY_STRING, replication).reply(), info, why);
 }
 
 TEST(ServerInfo, IsReadFromItsLines)
@@ -71,8 +71,8 @@ TEST(ServerInfo, OfSomethingElseIsRefused)
     }
     ServerInfo info;
     std::string why;
-    EXPECT_FALSE(vx_mom::read_server_info(Text(REDIS_REPLY_ERROR, "NOPERM no").reply(),
-                                          Text(REDIS_REPLY_STRING, "").reply(), info, why));
+    EXPECT_FALSE(store::read_server_info(Text(REDIS_REPLY_ERROR, "NOPERM no").reply(),
+                                         Text(REDIS_REPLY_STRING, "").reply(), info, why));
     EXPECT_THAT(why, HasSubstr("NOPERM no"));
 }
 

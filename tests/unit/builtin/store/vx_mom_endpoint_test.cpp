@@ -21,17 +21,17 @@ using testing::HasSubstr;
 TEST(Endpoint, FormsAreRead)
 {
     std::string why;
-    const auto socket = vx_mom::parse_endpoint("unix:/run/store.sock", why);
+    const auto socket = store::parse_endpoint("unix:/run/store.sock", why);
     ASSERT_TRUE(socket.has_value());
     EXPECT_EQ(socket->path, "/run/store.sock");
 
-    const auto named = vx_mom::parse_endpoint("tcp:store.example:6380", why);
+    const auto named = store::parse_endpoint("tcp:store.example:6380", why);
     ASSERT_TRUE(named.has_value());
     EXPECT_EQ(named->host, "store.example");
     EXPECT_EQ(named->port, 6380);
     EXPECT_EQ(named->path, "");
 
-    const auto bracketed = vx_mom::parse_endpoint("tcp:[::1]:6379", why);
+    const auto bracketed = store::parse_endpoint("tcp:[::1]:6379", why);
     ASSERT_TRUE(bracketed.has_value());
     EXPECT_EQ(bracketed->host, "::1");
 }
@@ -39,18 +39,17 @@ TEST(Endpoint, FormsAreRead)
 TEST(Endpoint, AGroupHasANameAndSentinels)
 {
     std::string why;
-    const auto group =
-        vx_mom::parse_endpoint("sentinel:card@10.0.0.1:26379,watch.example:1,[::1]:26379", why);
+    const auto group = store::parse_endpoint("sentinel:card@10.0.0.1:26379,watch.example:1,[::1]:26379", why);
     ASSERT_TRUE(group.has_value()) << why;
     EXPECT_EQ(group->group, "card");
     EXPECT_EQ(group->host, "");
     EXPECT_EQ(group->path, "");
-    const std::vector<vx_mom::HostPort> expected{{"10.0.0.1", 26379}, {"watch.example", 1}, {"::1", 26379}};
+    const std::vector<store::HostPort> expected{{"10.0.0.1", 26379}, {"watch.example", 1}, {"::1", 26379}};
     EXPECT_EQ(group->sentinels, expected);
-    EXPECT_EQ(vx_mom::place_text(group->sentinels.front()), "10.0.0.1:26379");
-    EXPECT_EQ(vx_mom::place_text(group->sentinels.back()), "[::1]:26379");
+    EXPECT_EQ(store::place_text(group->sentinels.front()), "10.0.0.1:26379");
+    EXPECT_EQ(store::place_text(group->sentinels.back()), "[::1]:26379");
 
-    const auto server = vx_mom::parse_endpoint("tcp:host:1", why);
+    const auto server = store::parse_endpoint("tcp:host:1", why);
     ASSERT_TRUE(server.has_value());
     EXPECT_EQ(server->group, "");
     EXPECT_TRUE(server->sentinels.empty());
@@ -79,7 +78,7 @@ TEST(Endpoint, WhatIsWrongWithAGroupIsNamed)
     };
     for (const auto &[text, what] : table) {
         std::string why;
-        EXPECT_FALSE(vx_mom::parse_endpoint(text, why).has_value()) << text;
+        EXPECT_FALSE(store::parse_endpoint(text, why).has_value()) << text;
         EXPECT_THAT(why, testing::StartsWith("endpoint '" + text + "' is none: "));
         EXPECT_THAT(why, testing::EndsWith(
                              what + ", use unix:/path, tcp:host:port or sentinel:NAME@host:port,host:port"));
@@ -89,8 +88,8 @@ TEST(Endpoint, WhatIsWrongWithAGroupIsNamed)
 TEST(Endpoint, APathThatNoSocketCanHaveIsRefused)
 {
     std::string why;
-    EXPECT_TRUE(vx_mom::parse_endpoint("unix:/" + std::string(106, 's'), why).has_value());
-    EXPECT_FALSE(vx_mom::parse_endpoint("unix:/" + std::string(107, 's'), why).has_value());
+    EXPECT_TRUE(store::parse_endpoint("unix:/" + std::string(106, 's'), why).has_value());
+    EXPECT_FALSE(store::parse_endpoint("unix:/" + std::string(107, 's'), why).has_value());
     EXPECT_THAT(why, HasSubstr("at most 107 bytes"));
 }
 
@@ -101,7 +100,7 @@ TEST(Endpoint, AnythingElseIsNamedWithWhatIsRight)
           "tcp:host:65536", "tcp:host:12x", "tcp:::1:6379", "udp:host:1", "tcp:a b:1", "tcp:a:1,b:1",
           "tcp:card@a:1", "/run/store.sock", "sentinels:card@a:1"}) {
         std::string why;
-        EXPECT_FALSE(vx_mom::parse_endpoint(text, why).has_value()) << text;
+        EXPECT_FALSE(store::parse_endpoint(text, why).has_value()) << text;
         EXPECT_THAT(why, HasSubstr(std::string("'") + text + "'"));
         EXPECT_THAT(why, HasSubstr("use unix:/path, tcp:host:port or sentinel:NAME@host:port"));
     }
@@ -118,7 +117,7 @@ protected:
     std::string refusal()
     {
         std::string why;
-        EXPECT_FALSE(vx_mom::read_credentials(path, why).has_value());
+        EXPECT_FALSE(store::read_credentials(path, why).has_value());
         return why;
     }
 
@@ -129,7 +128,7 @@ TEST_F(CredentialsTest, UserAndPasswordAreRead)
 {
     write_file("user gate\n\npassword  two words\n");
     std::string why;
-    const auto credentials = vx_mom::read_credentials(path, why);
+    const auto credentials = store::read_credentials(path, why);
     ASSERT_TRUE(credentials.has_value()) << why;
     EXPECT_EQ(credentials->user, "gate");
     EXPECT_EQ(credentials->password, "two words");
@@ -138,7 +137,7 @@ TEST_F(CredentialsTest, UserAndPasswordAreRead)
 TEST_F(CredentialsTest, NoFileMeansNoCredentials)
 {
     std::string why;
-    const auto credentials = vx_mom::read_credentials("", why);
+    const auto credentials = store::read_credentials("", why);
     ASSERT_TRUE(credentials.has_value());
     EXPECT_EQ(credentials->password, "");
 }
@@ -147,14 +146,14 @@ TEST_F(CredentialsTest, TheSentinelsHaveTheirOwn)
 {
     write_file("sentinel-user watcher\nsentinel-password hidden\n");
     std::string why;
-    auto credentials = vx_mom::read_credentials(path, why);
+    auto credentials = store::read_credentials(path, why);
     ASSERT_TRUE(credentials.has_value()) << why;
     EXPECT_EQ(credentials->sentinel_user, "watcher");
     EXPECT_EQ(credentials->sentinel_password, "hidden");
     EXPECT_EQ(credentials->user, "");
     EXPECT_EQ(credentials->password, "");
     write_file("sentinel-password hidden\npassword secret\nuser gate");
-    credentials = vx_mom::read_credentials(path, why);
+    credentials = store::read_credentials(path, why);
     ASSERT_TRUE(credentials.has_value()) << why;
     EXPECT_EQ(credentials->sentinel_user, "");
     EXPECT_EQ(credentials->sentinel_password, "hidden");
@@ -193,7 +192,7 @@ TEST_F(CredentialsTest, NoRightOfOthersIsTolerated)
         write_file("password secret\n", 0600);
         ASSERT_EQ(chmod(path.c_str(), mode), 0);
         std::string why;
-        EXPECT_TRUE(vx_mom::read_credentials(path, why).has_value()) << why;
+        EXPECT_TRUE(store::read_credentials(path, why).has_value()) << why;
     }
 }
 
@@ -201,7 +200,7 @@ TEST_F(CredentialsTest, OnlyAFileOfReasonableSizeIsRead)
 {
     const std::string folder = server.folder();
     std::string why;
-    EXPECT_FALSE(vx_mom::read_credentials(folder, why).has_value());
+    EXPECT_FALSE(store::read_credentials(folder, why).has_value());
     EXPECT_THAT(why, HasSubstr(folder + ": not a regular file"));
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     EXPECT_THAT(refusal(), HasSubstr("not a regular file")) << "and not waited for";
@@ -209,7 +208,7 @@ TEST_F(CredentialsTest, OnlyAFileOfReasonableSizeIsRead)
 
     const std::string longest = "password " + std::string(4096 - 9, 's');
     write_file(longest + "\n");
-    EXPECT_TRUE(vx_mom::read_credentials(path, why).has_value()) << why;
+    EXPECT_TRUE(store::read_credentials(path, why).has_value()) << why;
     write_file("user gate\n" + longest + "s\n");
     EXPECT_THAT(refusal(), HasSubstr("line 2 is longer than 4096 bytes"));
     write_file(std::string(65537, '\n'));
@@ -234,7 +233,7 @@ TEST_F(CredentialsTest, AWrongPasswordFailsAtOnce)
     const ScopedSetting file("VX_MOM_AUTH_FILE", path);
     restart_client();
     const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), vx_mom::denied);
+    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), store::denied);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
     EXPECT_THAT(log_text(), HasSubstr("WRONGPASS"));
     EXPECT_THAT(log_text(), testing::Not(HasSubstr("wrong\n")));
@@ -268,14 +267,14 @@ TEST_F(ConfigurationTest, AServerWithTooFewDatabasesIsNamed)
     const ScopedSetting other("VX_MOM_ENDPOINT", small.endpoint());
     restart_client();
     EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 33), vx_mom::invalid);
+    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 33), store::invalid);
     EXPECT_THAT(log_text(), HasSubstr("database 33"));
     EXPECT_THAT(log_text(), HasSubstr("databases 64"));
 }
 
 TEST_F(ConfigurationTest, ADatabaseBeyondTheUsualOnesNeedsMore)
 {
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 99), vx_mom::invalid);
+    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 99), store::invalid);
     EXPECT_THAT(log_text(), HasSubstr("'databases 100'"));
 }
 
@@ -311,21 +310,21 @@ TEST_F(ConfigurationTest, AServerThatIsNotThereIsNamedOnStandardError)
 
 TEST_F(ConfigurationTest, WhatIsWrongIsFoundBeforeThereIsAClient)
 {
-    EXPECT_EQ(vx_mom::configuration_problem(), "");
+    EXPECT_EQ(store::configuration_problem(), "");
     {
         const ScopedSetting wrong("VX_MOM_DEADLINE_MS", "abc");
         testing::internal::CaptureStderr();
-        EXPECT_EQ(vx_mom::configuration_problem(),
+        EXPECT_EQ(store::configuration_problem(),
                   "VX_MOM_DEADLINE_MS=abc: not a whole number from 1 to 3600000");
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "to say it is the caller's";
     }
     {
         const ScopedSetting wrong("VX_MOM_AUTH_FILE", "/nonexistent/auth");
-        EXPECT_THAT(vx_mom::configuration_problem(),
+        EXPECT_THAT(store::configuration_problem(),
                     HasSubstr("VX_MOM_AUTH_FILE: /nonexistent/auth: No such file or directory"));
     }
     const ScopedSetting wrong("VX_MOM_ENDPOINT", "tcp:1");
-    EXPECT_EQ(vx_mom::configuration_problem(),
+    EXPECT_EQ(store::configuration_problem(),
               "endpoint 'tcp:1' is none, use unix:/path, tcp:host:port or sentinel:NAME@host:port,host:port");
 }
 

@@ -312,9 +312,9 @@ TEST_F(ReconnectTest, ARunThatAnOlderClientRegisteredIsBelieved)
     server.start();
     const std::string run = line_of(server.run(0, {"INFO", "server"}), "run_id:") + ":" +
                             line_of(server.run(0, {"INFO", "replication"}), "master_replid:");
-    ASSERT_EQ(server.run(1, {"FUNCTION", "LOAD", "REPLACE", vx_mom::library_code()}), vx_mom::library_name);
-    ASSERT_EQ(server.run(1, {"FCALL", vx_mom::register_function, "3", "@set", "@runs", "@rev:other", run,
-                             "id", vx_mom::library_digest(), "other"}),
+    ASSERT_EQ(server.run(1, {"FUNCTION", "LOAD", "REPLACE", store::library_code()}), store::library_name);
+    ASSERT_EQ(server.run(1, {"FCALL", store::register_function, "3", "@set", "@runs", "@rev:other", run, "id",
+                             store::library_digest(), "other"}),
               "2");
     EXPECT_TRUE(run_until_report("back 1 type 2"));
 }
@@ -422,8 +422,7 @@ TEST_F(ShortDeadlineTest, AHundredCallsWithoutFunctionsBlockAsOne)
         }
     });
     EXPECT_LT(taken, milliseconds(4000));
-    ASSERT_EQ(server.run_as("admin", "x", {"FUNCTION", "LOAD", vx_mom::library_code()}),
-              vx_mom::library_name);
+    ASSERT_EQ(server.run_as("admin", "x", {"FUNCTION", "LOAD", store::library_code()}), store::library_name);
     EXPECT_EQ(write(2, 1), 0);
 }
 

@@ -84,7 +84,7 @@ TEST(ReplyMemoryTest, SomeRepliesAreHeldWhileOthersComeAndGo)
 {
     OurReader reader;
     reader.feed(numbered(200));
-    const vx_mom::Reply first = reader.next();
+    const store::Reply first = reader.next();
     const std::string content = shown(first.get());
     for (int i = 0; i < 100; i++) {
         reader.feed(numbered(50));
@@ -98,24 +98,24 @@ TEST(ReplyMemoryTest, AReplyThatHasBegunSurvivesTheReturnOfAllOthers)
     OurReader reader;
     reader.feed(numbered(3) + "*2\r\n" + bulk("before"));
     ASSERT_NE(reader.next(), nullptr);
-    vx_mom::Reply held = reader.next();
+    store::Reply held = reader.next();
     EXPECT_EQ(held, nullptr) << "not all of it has come";
     reader.feed(bulk("after"));
     held = reader.next();
     ASSERT_NE(held, nullptr);
-    EXPECT_EQ(vx_mom::view_of(held->element[0]), "before");
-    EXPECT_EQ(vx_mom::view_of(held->element[1]), "after");
+    EXPECT_EQ(store::view_of(held->element[0]), "before");
+    EXPECT_EQ(store::view_of(held->element[1]), "after");
 }
 
 TEST(ReplyMemoryTest, AReplyOutlivesItsReader)
 {
-    vx_mom::Reply reply;
+    store::Reply reply;
     {
         OurReader reader;
         reader.feed(numbered(100));
         reply = reader.next();
     }
-    EXPECT_EQ(vx_mom::view_of(reply->element[99]), "element 99");
+    EXPECT_EQ(store::view_of(reply->element[99]), "element 99");
 }
 
 TEST(ReplyMemoryTest, MemoryIsUsedAgainOnceNoReplyIsHeld)
@@ -153,12 +153,12 @@ TEST(ReplyTextTest, OnlyTextsHaveAText)
 {
     OurReader reader;
     reader.feed("+OK\r\n-ERR no\r\n:7\r\n$-1\r\n" + numbered(1));
-    EXPECT_EQ(vx_mom::text_of(reader.next().get()), "OK");
-    EXPECT_EQ(vx_mom::text_of(reader.next().get()), "ERR no");
-    EXPECT_EQ(vx_mom::text_of(reader.next().get()), "");
-    EXPECT_EQ(vx_mom::text_of(reader.next().get()), "");
-    EXPECT_EQ(vx_mom::text_of(reader.next().get()), "");
-    EXPECT_EQ(vx_mom::text_of(nullptr), "");
+    EXPECT_EQ(store::text_of(reader.next().get()), "OK");
+    EXPECT_EQ(store::text_of(reader.next().get()), "ERR no");
+    EXPECT_EQ(store::text_of(reader.next().get()), "");
+    EXPECT_EQ(store::text_of(reader.next().get()), "");
+    EXPECT_EQ(store::text_of(reader.next().get()), "");
+    EXPECT_EQ(store::text_of(nullptr), "");
 }
 
 } // namespace

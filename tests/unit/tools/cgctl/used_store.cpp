@@ -11,12 +11,12 @@ namespace cg
 void UsedStore::start_used()
 {
     start({"m1", "m2"});
-    vx_mom::Inspection admin = connect("app_cg-admin", 1);
+    store::Inspection admin = connect("app_cg-admin", 1);
     const auto tell = [&](const Command &command) {
         const auto reply = admin.ask(command, std::chrono::seconds(20));
         ASSERT_TRUE(reply && !reply->is_error()) << command[0] << ": " << (reply ? reply->text : "");
     };
-    ASSERT_EQ(run_as("app_cg", 1, {"FUNCTION", "LOAD", "REPLACE", vx_mom::library_code()}), "vx_mom2");
+    ASSERT_EQ(run_as("app_cg", 1, {"FUNCTION", "LOAD", "REPLACE", store::library_code()}), "vx_mom2");
     tell({"FUNCTION", "LOAD",
           "#!lua name=site\n"
           "redis.register_function('wipe', function(k, a) return redis.call('DEL', k[1]) end)\n"
@@ -29,7 +29,7 @@ void UsedStore::start_used()
     }
     for (const int database : {1, 28, 33}) {
         tell({"SELECT", std::to_string(database)});
-        tell(call("register", {"@set", "@runs", counter}, {"run", "id", vx_mom::library_digest(), ack}));
+        tell(call("register", {"@set", "@runs", counter}, {"run", "id", store::library_digest(), ack}));
         tell(write_of(own, "@chg:" + std::to_string(database) + ":"));
         tell(write_of(other, "@chg:" + std::to_string(database) + ":"));
     }
@@ -43,7 +43,7 @@ Listener UsedStore::listen() const
 std::vector<std::string> UsedStore::replies(const std::string &user, int database,
                                             const std::vector<Command> &steps) const
 {
-    vx_mom::Inspection server = connect(user, database);
+    store::Inspection server = connect(user, database);
     std::vector<std::string> texts;
     for (const Command &step : steps) {
         const auto reply = server.ask(step, std::chrono::seconds(20));

@@ -300,7 +300,7 @@ Attempts on_the_server()
         {"ScriptFlush", {{"SCRIPT", "FLUSH"}}},
         {"FunctionLoad",
          {{"FUNCTION", "LOAD", "#!lua name=evil\nredis.register_function('evil', function() end)"}}},
-        {"FunctionReplace", {{"FUNCTION", "LOAD", "REPLACE", vx_mom::library_code() + "\n"}}},
+        {"FunctionReplace", {{"FUNCTION", "LOAD", "REPLACE", store::library_code() + "\n"}}},
         {"FunctionDelete", {{"FUNCTION", "DELETE", "vx_mom2"}}},
         {"FunctionFlush", {{"FUNCTION", "FLUSH"}}},
         {"FunctionDump", {{"FUNCTION", "DUMP"}}},

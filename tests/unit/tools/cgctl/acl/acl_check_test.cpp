@@ -271,7 +271,7 @@ TEST_F(AclCheck, HoldsForEveryNameThatAFileCanHave)
     EXPECT_EQ(check({"--secrets", secrets()}).out, "");
     // Each can log in and answer under its own name, and under no other.
     for (const char *name : {"a b", "x*y", "(p", "%R~x", "a:b", "\xc3\xbc", "n\nl", "[a-z]", "back\\slash"}) {
-        const std::string part = vx_mom::key_part(name);
+        const std::string part = store::key_part(name);
         const std::string key = "p_libpub.app_cg_card_check_ack:0:1:3:";
         EXPECT_EQ(run_as("module-" + part, 1, {"HSET", key + part, "6", "0"}), "1") << name;
         EXPECT_THAT(run_as("module-" + part, 1, {"HSET", key + "a", "6", "0"}), HasSubstr("NOPERM")) << name;

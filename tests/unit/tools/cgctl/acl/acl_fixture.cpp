@@ -20,17 +20,17 @@ namespace
 
 constexpr std::chrono::seconds limit{20};
 
-vx_mom::Credentials credentials_in(const std::string &path)
+store::Credentials credentials_in(const std::string &path)
 {
     std::string why;
-    const auto credentials = vx_mom::read_credentials(path, why);
+    const auto credentials = store::read_credentials(path, why);
     if (!credentials) {
         throw std::runtime_error(why);
     }
     return *credentials;
 }
 
-std::string ask(vx_mom::Inspection &server, const Command &command)
+std::string ask(store::Inspection &server, const Command &command)
 {
     const auto reply = server.ask(command, limit);
     return reply ? reply_text(*reply) : "(no answer) " + server.problem();
@@ -38,16 +38,16 @@ std::string ask(vx_mom::Inspection &server, const Command &command)
 
 } // namespace
 
-std::string reply_text(const vx_mom::Inspected &reply)
+std::string reply_text(const store::Inspected &reply)
 {
     std::string text;
     switch (reply.kind) {
-    case vx_mom::Inspected::Kind::nothing:
+    case store::Inspected::Kind::nothing:
         return "(nil)";
-    case vx_mom::Inspected::Kind::error:
+    case store::Inspected::Kind::error:
         return "(error) " + reply.text;
-    case vx_mom::Inspected::Kind::list:
-        for (const vx_mom::Inspected &item : reply.items) {
+    case store::Inspected::Kind::list:
+        for (const store::Inspected &item : reply.items) {
             text += reply_text(item) + "\n";
         }
         return text;
@@ -123,14 +123,14 @@ void AclTest::become(const std::string &user) const
     setenv("VX_MOM_AUTH_FILE", (secrets() + '/' + user).c_str(), 1);
 }
 
-vx_mom::Inspection AclTest::connect(const std::string &user, int database) const
+store::Inspection AclTest::connect(const std::string &user, int database) const
 {
     return {database, limit, credentials_in(secrets() + '/' + user)};
 }
 
 std::string AclTest::run_as(const std::string &user, int database, const Command &command) const
 {
-    vx_mom::Inspection server = connect(user, database);
+    store::Inspection server = connect(user, database);
     return ask(server, command);
 }
 
@@ -151,7 +151,7 @@ std::string AclTest::state() const
         "table.sort(pairs) v = table.concat(pairs, ',') "
         "else v = redis.call('DUMP', k) end "
         "text = text .. k .. ' ' .. t .. ' ' .. redis.call('PTTL', k) .. ' ' .. v .. '\\n' end return text";
-    vx_mom::Inspection server = connect("app_cg-admin", 0);
+    store::Inspection server = connect("app_cg-admin", 0);
     std::string text = ask(server, {"ACL", "LIST"}) + ask(server, {"FUNCTION", "LIST", "WITHCODE"}) +
                        ask(server, {"CONFIG", "GET", "*"});
     std::istringstream keyspace(ask(server, {"INFO", "keyspace"}));
@@ -165,7 +165,7 @@ std::string AclTest::state() const
     return text;
 }
 
-Listener::Listener(vx_mom::Inspection listening, vx_mom::Inspection talking)
+Listener::Listener(store::Inspection listening, store::Inspection talking)
     : listening_(std::move(listening)), talking_(std::move(talking))
 {
     (void)ask(listening_, {"PSUBSCRIBE", "*"});

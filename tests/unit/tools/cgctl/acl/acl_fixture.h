@@ -18,7 +18,7 @@ namespace cg
 using Command = std::vector<std::string>;
 
 // A reply as text: errors as "(error) ...", "(nil)", the elements of a list each followed by a line end.
-std::string reply_text(const vx_mom::Inspected &reply);
+std::string reply_text(const store::Inspected &reply);
 
 class AclTest : public testing::Test
 {
@@ -40,7 +40,7 @@ protected:
 
     // From now on the command is run as this user.
     void become(const std::string &user) const;
-    [[nodiscard]] vx_mom::Inspection connect(const std::string &user, int database) const;
+    [[nodiscard]] store::Inspection connect(const std::string &user, int database) const;
     // Carries out a command as a user and returns the reply as text.
     [[nodiscard]] std::string run_as(const std::string &user, int database, const Command &command) const;
     [[nodiscard]] std::string run_as_admin(int database, const Command &command) const;
@@ -59,14 +59,14 @@ class Listener
 {
 public:
     // `listening` and `talking` belong to somebody who may do that on all channels.
-    Listener(vx_mom::Inspection listening, vx_mom::Inspection talking);
+    Listener(store::Inspection listening, store::Inspection talking);
 
     // The channels and texts that came until now, "channel text" each.
     std::vector<std::string> heard();
 
 private:
-    vx_mom::Inspection listening_;
-    vx_mom::Inspection talking_;
+    store::Inspection listening_;
+    store::Inspection talking_;
 };
 
 } // namespace cg

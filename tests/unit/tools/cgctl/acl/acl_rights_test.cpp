@@ -209,7 +209,7 @@ TEST_F(Daemon, DoesAWholeCardsWorkWithItsRights)
         EXPECT_EQ(outcome.status, 0) << testing::PrintToString(verb) << outcome.err;
         EXPECT_EQ(outcome.err, "") << testing::PrintToString(verb);
     }
-    EXPECT_THAT(run_as_admin(1, {"HGET", "@runs", "library"}), vx_mom::library_digest());
+    EXPECT_THAT(run_as_admin(1, {"HGET", "@runs", "library"}), store::library_digest());
     become("module-m1");
     EXPECT_EQ(run_cgctl({"set", "app_cg_card_check_ack", "devid=1", "mod_name=m1"}).status, 0);
     EXPECT_TRUE(watch->prints("mod_name=\"m1\"")) << watch->err();
@@ -252,7 +252,7 @@ TEST_F(WhoDoesNotLogIn, CanDoNothing)
 {
     start_used();
     const std::string before = state();
-    vx_mom::Inspection nobody(1, std::chrono::seconds(20), vx_mom::Credentials{});
+    store::Inspection nobody(1, std::chrono::seconds(20), store::Credentials{});
     EXPECT_FALSE(nobody.is_open());
     EXPECT_THAT(nobody.problem(), HasSubstr("NOAUTH"));
     unsetenv("VX_MOM_AUTH_FILE");

@@ -152,7 +152,7 @@ TEST_F(DoctorOfTheDaemon, FindsCardsThatAreLeftAlone)
 TEST_F(DoctorOfTheDaemon, GivesTheDaemonAMomentForACard)
 {
     cgctl({"card", "plug", "1/3/0"});
-    vx_mom::Inspection monitor(0, patience);
+    store::Inspection monitor(0, patience);
     ASSERT_TRUE(monitor.ask({"MONITOR"}, patience));
     const auto doctor = start_cgctl({"doctor", "--json", "--modules", modules()});
     // The records are all read once before; the first look at the cards reads the requests before these.

@@ -180,26 +180,26 @@ void DoctorTest::start_daemon(const DaemonParts &parts)
 void DoctorTest::connect_module(const std::string &name)
 {
     std::string why;
-    const auto credentials = vx_mom::read_credentials(folder_.path("secrets/module-" + name), why);
+    const auto credentials = store::read_credentials(folder_.path("secrets/module-" + name), why);
     ASSERT_TRUE(credentials) << why;
     const auto client =
-        module_clients_.insert_or_assign(name, vx_mom::Inspection(1, limit, *credentials)).first;
+        module_clients_.insert_or_assign(name, store::Inspection(1, limit, *credentials)).first;
     ASSERT_TRUE(client->second.is_open()) << client->second.problem();
 }
 
-vx_mom::Inspected DoctorTest::ask(int database, const std::vector<std::string> &command) const
+store::Inspected DoctorTest::ask(int database, const std::vector<std::string> &command) const
 {
-    vx_mom::Inspection server(database, limit);
+    store::Inspection server(database, limit);
     const auto reply = server.ask(command, limit);
     EXPECT_TRUE(reply) << server.problem();
     EXPECT_TRUE(!reply || !reply->is_error()) << command[0] << ": " << reply->text;
-    return reply.value_or(vx_mom::Inspected{});
+    return reply.value_or(store::Inspected{});
 }
 
 std::vector<std::string> DoctorTest::keys(int database) const
 {
     std::vector<std::string> found;
-    for (const vx_mom::Inspected &key : ask(database, {"KEYS", "*"}).items) {
+    for (const store::Inspected &key : ask(database, {"KEYS", "*"}).items) {
         found.push_back(key.text);
     }
     std::sort(found.begin(), found.end());

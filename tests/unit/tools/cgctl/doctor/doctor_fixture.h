@@ -60,7 +60,7 @@ protected:
     void connect_module(const std::string &name);
 
     // Carries out a command on the server, as the configured user, and returns what it says.
-    vx_mom::Inspected ask(int database, const std::vector<std::string> &command) const;
+    store::Inspected ask(int database, const std::vector<std::string> &command) const;
     // All keys of a database.
     std::vector<std::string> keys(int database) const;
 
@@ -79,7 +79,7 @@ protected:
     Folder folder_;
     std::unique_ptr<Child> server_;
     std::unique_ptr<Child> daemon_;
-    std::map<std::string, vx_mom::Inspection> module_clients_;
+    std::map<std::string, store::Inspection> module_clients_;
 };
 
 } // namespace cg

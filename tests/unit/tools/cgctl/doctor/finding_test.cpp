@@ -9,9 +9,9 @@ namespace cg
 namespace
 {
 
-vx_mom::Inspected error(const std::string &text)
+store::Inspected error(const std::string &text)
 {
-    return {vx_mom::Inspected::Kind::error, text, {}};
+    return {store::Inspected::Kind::error, text, {}};
 }
 
 } // namespace
