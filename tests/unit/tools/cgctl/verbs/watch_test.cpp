@@ -2,9 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <iostream>
 #include <regex>
 #include <sstream>
 
+#include "access/store.h"
+#include "base/output.h"
+#include "p_libpub.pb-c.h"
 #include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
@@ -24,6 +28,27 @@ protected:
             result.push_back(Json::parse(line));
         }
         return result;
+    }
+
+    // Plays the daemon: denies the card of this TIPC node because of the answer that is in the store, so that
+    // the result's cause names the answer.
+    static void deny_for_the_answer(int tipc_nodeid)
+    {
+        const Output output{std::cout, std::cerr};
+        Store store(output);
+        const RecordType &result = record_type("app_cg_mom_deny_check_result");
+        const MessagePtr denial =
+            from_json(*result.descriptor,
+                      {{"index", {{"card_tipc_nodeid", tipc_nodeid}}}, {"stat", "APP_CG_CHECK_DENY"}});
+        const auto answers = store.client().subscribe(
+            1, p_libpub__app_cg_card_check_ack__descriptor, [&](const store::Change &change) {
+                if (change.record != nullptr) {
+                    EXPECT_TRUE(store.client().set(result.db, *denial));
+                    store.loop().stop();
+                }
+            });
+        ASSERT_TRUE(answers) << answers.reason;
+        store.loop().run();
     }
 };
 
@@ -109,7 +134,7 @@ TEST_F(WatchVerb, WithoutTypesItTellsWhatHappensToCards)
     cgctl({"card", "plug", "1/3", "--tipc", "1003", "--name", "fan"});
     cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=3"});
     cgctl({"set", "app_cg_card_check_ack", "devid=1", "slotid=3", "mod_name=m1", "ret=7", "reason=hot"});
-    cgctl({"set", "app_cg_mom_deny_check_result", "card_tipc_nodeid=1003", "stat=APP_CG_CHECK_DENY"});
+    deny_for_the_answer(1003);
     ASSERT_TRUE(watch->prints("\"decision\""));
     cgctl({"set", "im_card_power_onoff", "devid=1", "slotid=3", "mod_name=cap"});
     ASSERT_TRUE(watch->prints("\"power\""));
@@ -126,9 +151,9 @@ TEST_F(WatchVerb, WithoutTypesItTellsWhatHappensToCards)
     EXPECT_EQ(events[2]["card"], "1/3/0");
     EXPECT_EQ(events[2]["name"], "fan");
     EXPECT_EQ(events[4]["answer"]["ret"], 7);
-    // Written by hand, so no answer is named as what the result was caused by, and nobody is accused of it.
-    EXPECT_EQ(events[5]["decision"]["outcome"], "unseen");
-    EXPECT_EQ(events[5]["decision"]["admitted"], false);
+    EXPECT_EQ(events[5]["decision"]["outcome"], "denied");
+    EXPECT_EQ(events[5]["decision"]["decider"], "m1");
+    EXPECT_EQ(events[5]["decision"]["reason"], "hot");
 }
 
 TEST_F(WatchVerb, EventsAreLinesForPeopleToo)
