@@ -282,6 +282,23 @@ std::optional<std::chrono::steady_clock::time_point> Client::last_contact(int32_
     return found == parts_->databases.end() ? std::nullopt : found->second->inbox.heard_at();
 }
 
+struct Handling::Parts {
+    Parts(vx_global_t *context, const std::string &record, uint64_t revision)
+        : key(record), handling(context, {platform::Activity::Kind::record, revision, key})
+    {
+    }
+
+    const std::string key; // the activity refers to it
+    const platform::Handling handling;
+};
+
+Handling::Handling(const Client &client, const std::string &key, uint64_t revision)
+    : parts_(std::make_unique<Parts>(client.parts_->shared.global, key, revision))
+{
+}
+
+Handling::~Handling() = default;
+
 Subscription::Subscription() = default;
 Subscription::Subscription(Subscription &&) noexcept = default;
 

@@ -54,6 +54,8 @@ struct Options {
     std::function<void(int32_t level, const std::string &text)> notice{};
 };
 
+class Client;
+
 // A subscription: ends with this handle, or when the client subscribes to the same type in the same database
 // again. An empty handle stands for none.
 class Subscription
@@ -71,6 +73,23 @@ public:
 
 private:
     friend class Client;
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+};
+
+// As long as the object lives, the client's writes name a record's change as their cause, as they do by
+// themselves within its notification: for what a program writes later on account of it.
+class Handling
+{
+public:
+    // key       of the record, as Change::key.
+    // revision  of the change, as Change::revision.
+    Handling(const Client &client, const std::string &key, uint64_t revision);
+    ~Handling();
+    Handling(const Handling &) = delete;
+    Handling &operator=(const Handling &) = delete;
+
+private:
     struct Parts;
     std::unique_ptr<Parts> parts_;
 };
@@ -126,6 +145,7 @@ public:
 private:
     struct Parts;
     std::unique_ptr<Parts> parts_;
+    friend class Handling;
     friend class Subscription;
 };
 

@@ -163,7 +163,7 @@ void Module::handle_request(const store::Change &change)
     if (change.command == VX_MOM_CMD_DELETED) {
         withdraw(request->position);
     } else {
-        open_job(*request);
+        open_job(*request, change);
     }
 }
 
@@ -180,11 +180,12 @@ void Module::handle_card(const store::Change &change)
 // A request that is open and repeated is answered by the verdict that is under way, unless that is another
 // card's: after an outage, a deletion and the next request arrive as one. When the store cannot say which
 // card is there, that is checked again before the answer is written.
-void Module::open_job(const Request &request)
+void Module::open_job(const Request &request, const store::Change &change)
 {
     const auto found = jobs_.find(request.position);
     if (found != jobs_.end() && found->second.request == request) {
         Job &job = found->second;
+        job.revision = change.revision;
         log_(APP_CG_KIT_DEBUG, request.position.text() + " is asked about again and still open");
         watch_time(job, std::chrono::seconds(0)); // its time starts again
         if (job.check && has_other_card(*job.check).value) {
@@ -196,6 +197,8 @@ void Module::open_job(const Request &request)
     withdraw(request.position);
     Job &job = jobs_[request.position];
     job.request = request;
+    job.key = change.key;
+    job.revision = change.revision;
     watch_time(job, std::chrono::seconds(0));
     examine(request.position);
 }
@@ -287,7 +290,7 @@ void Module::deliver(Position position)
     }
     const std::shared_ptr<app_cg_kit_check> check = found->second.check;
     if (may_deliver(position, *check)) {
-        write(position, check->given());
+        write(jobs_.at(position), check->given());
     }
 }
 
@@ -333,8 +336,14 @@ void Module::end_for_other_card(Job &job)
     }
 }
 
-void Module::write(const Position &position, const Answer &answer)
+// Its cause is the request, whenever and on whatever occasion the answer is written.
+void Module::write(const Job &job, const Answer &answer)
 {
+    const Position position = job.request.position;
+    std::optional<store::Handling> handling;
+    if (job.revision != 0) {
+        handling.emplace(client_, job.key, job.revision);
+    }
     const store::Status written = write_answer(client_, position, name_, answer);
     if (!written) {
         retry_later(position.text() +

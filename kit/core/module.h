@@ -55,8 +55,10 @@ private:
     // A standing request.
     struct Job {
         Request request;
-        std::shared_ptr<app_cg_kit_check> check; // null: to be examined, perhaps not for the first time
-        platform::Timer patience{};              // for the warnings that the time runs out
+        std::string key{};                         // of its record, and the change that wrote it
+        uint64_t revision = 0;                     // 0: not known
+        std::shared_ptr<app_cg_kit_check> check{}; // null: to be examined, perhaps not for the first time
+        platform::Timer patience{};                // for the warnings that the time runs out
     };
 
     void guard(const char *what, const std::function<void()> &action) noexcept;
@@ -65,7 +67,7 @@ private:
     void handle_request(const store::Change &change);
     void handle_card(const store::Change &change);
     void handle_wake();
-    void open_job(const Request &request);
+    void open_job(const Request &request, const store::Change &change);
     void withdraw(const Position &position);
     void examine(const Position &position);
     void handle_verdict(const Position &position, app_cg_kit_check &check, int verdict);
@@ -73,7 +75,7 @@ private:
     bool may_deliver(const Position &position, const app_cg_kit_check &check);
     store::Result<bool> has_other_card(const app_cg_kit_check &check);
     void end_for_other_card(Job &job);
-    void write(const Position &position, const Answer &answer);
+    void write(const Job &job, const Answer &answer);
     [[nodiscard]] store::Status no_connection() const;
     void retry_later(const std::string &problem);
     void retry();

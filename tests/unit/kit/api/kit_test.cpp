@@ -2,12 +2,16 @@
 // unit/kit/core.
 #include <poll.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <iostream>
 #include <map>
 
 #include "kit_fixture.h"
+#include "loop/loop.h"
+#include "p_libpub.pb-c.h"
+#include "store/client.h"
 
 namespace kit_test
 {
@@ -179,6 +183,28 @@ TEST_F(Kit, AnAnswerThatTheStoreRejectsIsWrittenAgain)
     EXPECT_EQ(answers(), 0U);
     (void)tell_server("CONFIG SET maxmemory 0\r\n");
     EXPECT_EQ(take_answer("3")["reason"], "at last");
+    end();
+}
+
+TEST_F(Kit, AnAnswerNamesItsRequestAsItsCause)
+{
+    serve_later();
+    ask("99"); // answered at once
+    EXPECT_TRUE(logs("volt 1/99/0 PASS")) << logged_.all();
+    ask("3"); // and this one later, by another thread
+    EXPECT_EQ(kept(0).deny("hot"), 0);
+    EXPECT_TRUE(logs("volt 1/3/0 DENY")) << logged_.all();
+    platform::Loop loop("test");
+    store::Client client(loop.context());
+    std::vector<std::string> causes;
+    EXPECT_TRUE(client.scan(1, p_libpub__app_cg_card_check_ack__descriptor, [&](store::Record &&record) {
+        const store::Cause cause = record.origin().cause;
+        EXPECT_EQ(cause.kind, store::Cause::Kind::record);
+        causes.push_back(std::to_string(cause.revision) + ' ' + cause.key);
+    }));
+    std::sort(causes.begin(), causes.end());
+    EXPECT_EQ(causes, (std::vector<std::string>{"1 p_libpub.app_cg_card_check_info:0:1:99:0",
+                                                "2 p_libpub.app_cg_card_check_info:0:1:3:0"}));
     end();
 }
 

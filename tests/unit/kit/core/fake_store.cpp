@@ -19,6 +19,7 @@ using Bytes = std::string;
 struct StoredRecord {
     Bytes key;
     Bytes content;
+    uint64_t revision;
 };
 using Records = std::list<StoredRecord>; // in the order of their first writes
 
@@ -40,7 +41,9 @@ struct Server {
     std::string subscription_refusal;
     std::string connection_refusal;
     std::size_t reads = 0;
-    std::size_t writes = 0;
+    std::map<const ProtobufCMessageDescriptor *, uint64_t> revisions; // of the types' last changes
+    std::string handling = "none";
+    std::vector<std::string> causes;
     int subscriptions = 0;
 };
 Server server;
@@ -78,10 +81,10 @@ Records::iterator find(const ProtobufCMessage &key)
 
 // Delivers to one client, unless it has unsubscribed or subscribed again by then.
 void deliver_later(ClientState &client, const ProtobufCMessageDescriptor &type, int32_t command,
-                   const Bytes &content, bool existing)
+                   const StoredRecord &stored, bool existing)
 {
     const int asked = client.handlers.at(&type).first;
-    fake_loop::post([&client, &type, command, content, existing, asked] {
+    fake_loop::post([&client, &type, command, stored, existing, asked] {
         const auto is_there = std::find(server.clients.begin(), server.clients.end(), &client);
         if (is_there == server.clients.end()) {
             return;
@@ -96,8 +99,10 @@ void deliver_later(ClientState &client, const ProtobufCMessageDescriptor &type, 
         change.database = the_database;
         change.type = &type;
         if (command != VX_MOM_CMD_SUBSCRIBED) {
-            record = unpacked(type, content);
+            record = unpacked(type, stored.content);
             change.record = record.get();
+            change.key = type.name;
+            change.revision = stored.revision;
         }
         change.existing = existing;
         const store::ChangeHandler handler = found->second.second;
@@ -105,11 +110,11 @@ void deliver_later(ClientState &client, const ProtobufCMessageDescriptor &type, 
     });
 }
 
-void publish(const ProtobufCMessageDescriptor &type, int32_t command, const Bytes &content)
+void publish(const ProtobufCMessageDescriptor &type, int32_t command, const StoredRecord &record)
 {
     for (ClientState *client : server.clients) {
         if (server.is_up && client->handlers.contains(&type)) {
-            deliver_later(*client, type, command, content, false);
+            deliver_later(*client, type, command, record, false);
         }
     }
 }
@@ -117,7 +122,7 @@ void publish(const ProtobufCMessageDescriptor &type, int32_t command, const Byte
 void deliver_existing(ClientState &client, const ProtobufCMessageDescriptor &type)
 {
     for (const StoredRecord &record : server.types[&type]) {
-        deliver_later(client, type, VX_MOM_CMD_HMSET, record.content, true);
+        deliver_later(client, type, VX_MOM_CMD_HMSET, record, true);
     }
 }
 
@@ -152,21 +157,23 @@ void reset()
 void write(const ProtobufCMessage &record)
 {
     const auto found = find(record);
+    const StoredRecord written{key_of(record), packed(record), ++server.revisions[record.descriptor]};
     if (found == server.types[record.descriptor].end()) {
-        server.types[record.descriptor].push_back({key_of(record), packed(record)});
+        server.types[record.descriptor].push_back(written);
     } else {
-        found->content = packed(record);
+        *found = written;
     }
-    publish(*record.descriptor, VX_MOM_CMD_SET, packed(record));
+    publish(*record.descriptor, VX_MOM_CMD_SET, written);
 }
 
 void erase(const ProtobufCMessage &key)
 {
     const auto found = find(key);
     if (found != server.types[key.descriptor].end()) {
-        const Bytes content = found->content;
+        StoredRecord deleted = *found;
+        deleted.revision = ++server.revisions[key.descriptor];
         server.types[key.descriptor].erase(found);
-        publish(*key.descriptor, VX_MOM_CMD_DELETED, content);
+        publish(*key.descriptor, VX_MOM_CMD_DELETED, deleted);
     }
 }
 
@@ -248,9 +255,9 @@ std::size_t reads()
     return server.reads;
 }
 
-std::size_t writes()
+const std::vector<std::string> &causes()
 {
-    return server.writes;
+    return server.causes;
 }
 
 const store::Options &options()
@@ -266,6 +273,21 @@ namespace store
 struct Client::Parts {
     ClientState state;
 };
+
+struct Handling::Parts {
+    std::string around;
+};
+
+Handling::Handling(const Client & /*client*/, const std::string &key, uint64_t revision)
+    : parts_(std::make_unique<Parts>(
+          Parts{std::exchange(server.handling, std::to_string(revision) + ' ' + key)}))
+{
+}
+
+Handling::~Handling()
+{
+    server.handling = parts_->around;
+}
 
 struct Subscription::Parts {
     ClientState *client;
@@ -312,7 +334,7 @@ Result<Subscription> Client::subscribe(int32_t /*db*/, const ProtobufCMessageDes
     const int number = ++server.subscriptions;
     state.handlers[&type] = {number, std::move(handler)};
     deliver_existing(state, type);
-    deliver_later(state, type, VX_MOM_CMD_SUBSCRIBED, "", false);
+    deliver_later(state, type, VX_MOM_CMD_SUBSCRIBED, {}, false);
     result.value.parts_ = std::make_unique<Subscription::Parts>(Subscription::Parts{&state, &type, number});
     return result;
 }
@@ -333,7 +355,7 @@ Status Client::set(int32_t /*db*/, const ProtobufCMessage &record)
 {
     const Status status = status_of(server.write_refusal);
     if (status) {
-        server.writes++;
+        server.causes.push_back(server.handling);
         fake_store::write(record);
     }
     return status;

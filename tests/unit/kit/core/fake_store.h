@@ -43,9 +43,9 @@ void refuse_subscription(const std::string &reason);
 // Has a client's connection fail, as settings that are of no use do.
 void refuse_connection(const std::string &reason);
 
-// What clients have done: reads, and writes.
+// What clients have done: how many reads, and the causes of the writes, as "REVISION KEY"; "none" without.
 std::size_t reads();
-std::size_t writes();
+const std::vector<std::string> &causes();
 // What the client that was made last was given.
 const store::Options &options();
 

@@ -154,6 +154,24 @@ TEST_F(Kit, RequestsThatStandAtTheStartAreAnswered)
           [&] { EXPECT_EQ(answers(), (Strings{"3 PASS"})); });
 }
 
+TEST_F(Kit, AnAnswerNamesItsRequestAsItsCauseWheneverItIsWritten)
+{
+    const std::string type = kit::request_type().name;
+    serve_later([&] {
+        request(3);
+        request(4);
+        request(3); // the third change of a request
+        EXPECT_EQ(kept_.at(1).pass(), 0);
+        (void)fake_loop::turn();
+        fake_store::refuse_writes("OOM");
+        EXPECT_EQ(kept_.at(0).pass(), 0);
+        (void)fake_loop::turn();
+        fake_store::refuse_writes("");
+        fake_loop::advance(1s);
+        EXPECT_EQ(fake_store::causes(), (Strings{"2 " + type, "3 " + type}));
+    });
+}
+
 TEST_F(Kit, AVerdictMayBeGivenLaterAndCountsOnce)
 {
     std::optional<Check> check;
