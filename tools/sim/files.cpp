@@ -1,12 +1,13 @@
 // Scenario files.
 #include "files.h"
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 
 #include "base/failure.h"
+#include "base/json.h"
 #include "base/text.h"
-#include "report.h"
 
 namespace cg
 {
@@ -15,15 +16,13 @@ namespace
 {
 
 constexpr std::size_t largest_file = std::size_t{1} << 20U;
+constexpr std::size_t most_mistakes = 20;
 
 std::string text_of_file(const std::string &name)
 {
     const bool is_input = name == "-";
     const std::string shown_name = is_input ? "standard input" : visible(name);
-    std::ifstream file;
-    if (!is_input) {
-        file.open(name);
-    }
+    std::ifstream file(name);
     std::istream &input = is_input ? std::cin : file;
     std::string text(largest_file + 1, '\0');
     input.read(text.data(), static_cast<std::streamsize>(text.size()));
@@ -32,12 +31,38 @@ std::string text_of_file(const std::string &name)
         throw Failure(failed, shown_name + ": cannot be read");
     }
     if (text.size() > largest_file) {
-        throw Failure(wrong_usage, shown_name + ": too long for a scenario; up to a megabyte");
+        throw Failure(wrong_usage, shown_name + ": longer than a megabyte");
     }
     if (text.empty() && !is_input) {
-        throw Failure(failed, shown_name + ": there is nothing in it");
+        throw Failure(failed, shown_name + ": it is empty");
     }
     return text;
+}
+
+// Each mistake with its line and a caret, or with --json in one object.
+void report_mistakes(const Output &output, const scenario::Scenario &scenario)
+{
+    const std::string file = visible(scenario.file);
+    const std::size_t count = scenario.problems.size();
+    const std::string summary =
+        file + ": " + std::to_string(count) + (count == 1 ? " mistake" : " mistakes") + "; nothing is played";
+    Json mistakes = Json::array();
+    for (const scenario::Problem &problem : scenario.problems) {
+        mistakes.push_back({{"file", scenario.file},
+                            {"line", problem.line},
+                            {"column", problem.column},
+                            {"message", problem.message}});
+        if (!output.json && mistakes.size() <= most_mistakes) {
+            output.err << file << ':' << problem.line << ':' << problem.column << ": " << problem.message
+                       << '\n'
+                       << problem.excerpt << '\n';
+        }
+    }
+    if (output.json) {
+        output.err << dump(Json{{"error", summary}, {"mistakes", mistakes}}) << std::endl;
+    } else {
+        output.error(summary);
+    }
 }
 
 } // namespace
@@ -47,10 +72,10 @@ std::vector<scenario::Scenario> read_files(const Output &output, const std::vect
     std::vector<scenario::Scenario> scenarios;
     bool right = true;
     for (const std::string &file : files) {
-        const std::string text = text_of_file(file);
-        scenarios.push_back(scenario::read_scenario(file == "-" ? "standard input" : file, text));
+        const std::string name = file == "-" ? "standard input" : file;
+        scenarios.push_back(scenario::parse_scenario(name, text_of_file(file)));
         if (!scenarios.back().problems.empty()) {
-            report_mistakes(output, scenarios.back(), text);
+            report_mistakes(output, scenarios.back());
             right = false;
         }
     }

@@ -15,25 +15,21 @@ namespace cg::scenario
 
 using Milliseconds = std::chrono::milliseconds;
 
-// What is wrong with a line, and at which column, counted from 1 in characters. Ends the parsing of the line.
+// What is wrong with a line, and at which of its bytes, which may lie behind the last one. Ends the parsing
+// of the line.
 struct Mistake {
-    std::size_t column;
+    std::size_t at;
     std::string message;
 };
 
 struct Word {
     std::string text{};  // without the quotes; NAME=VALUE is one word
     bool quoted = false; // begins with a quote: a text, never a keyword
-    std::size_t column = 0;
+    std::size_t begin = 0;
+    std::size_t end = 0; // both in bytes of the line
 };
 
-// How many characters a text has.
-std::size_t characters_in(std::string_view text);
-
-// A time as a scenario has it: "300s", "1.5s", "20ms".
-std::string text_of(Milliseconds time);
-
-// Reads from left to right. Each function that finds something else than it wants throws a Mistake that
+// Parses from left to right. Each function that finds something else than it wants throws a Mistake that
 // stands at the word's place; `what` is what its message calls the word wanted, as in "a role".
 class Line
 {
@@ -42,11 +38,12 @@ public:
     explicit Line(std::string_view text);
 
     [[nodiscard]] bool at_end() const { return next_ == words_.size(); }
-    // The line without its comment and the blanks around it.
-    [[nodiscard]] const std::string &text() const { return text_; }
-    [[nodiscard]] std::size_t column() const; // of the next word, or behind the last one
+    // Where the next word begins, or would.
+    [[nodiscard]] std::size_t at() const;
     // Whether the next word is a text in quotes.
     [[nodiscard]] bool at_quoted() const { return !at_end() && words_[next_].quoted; }
+    // The line from a word's place to the end of the last word that was consumed.
+    [[nodiscard]] std::string text_from(std::size_t begin) const;
 
     // Whether the next word is this keyword; then it is consumed.
     bool accept(std::string_view keyword);
@@ -55,8 +52,8 @@ public:
     std::size_t choice(const std::string &what, const std::vector<std::string> &keywords);
     std::string quoted(const std::string &what);
     Position position();
-    // "5s", "200ms", "2m": from `least` to an hour.
-    Milliseconds time(Milliseconds least);
+    // "5s", "200ms", "1.5m": up to an hour.
+    Milliseconds time();
     // A module's name, of the form that the daemon accepts.
     std::string module();
     // One name, or several with commas between.
@@ -71,7 +68,6 @@ private:
     std::string text_;
     std::vector<Word> words_;
     std::size_t next_ = 0;
-    std::size_t end_column_ = 1;
 };
 
 } // namespace cg::scenario

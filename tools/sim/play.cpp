@@ -40,13 +40,8 @@ Names without(Names names, const Names &others)
 Names played(const std::vector<Scenario> &scenarios)
 {
     Names names;
-    for (const Scenario &scenario : scenarios) {
-        for (const scenario::Statement &statement : scenario.statements) {
-            if (const auto *rule = std::get_if<scenario::ModuleRule>(&statement.what)) {
-                names.insert(rule->module);
-            }
-        }
-    }
+    for_each_statement<scenario::ModuleRule>(
+        scenarios, [&](const auto &rule, const auto &...) { names.insert(rule.module); });
     return names;
 }
 
@@ -148,17 +143,15 @@ private:
     // A card that is there is a real one: it would be overwritten, and pulled at the end.
     void refuse_occupied(const std::vector<Scenario> &scenarios)
     {
-        for (const Scenario &scenario : scenarios) {
-            for (const scenario::Statement &statement : scenario.statements) {
-                const auto *plug = std::get_if<scenario::Plug>(&statement.what);
-                if (plug != nullptr && chassis_.has_card(plug->card.position)) {
-                    const std::string position = plug->card.position.text();
-                    throw Failure(failed, visible(scenario.file) + ':' + std::to_string(statement.line) +
-                                              ": there is a card at " + position +
-                                              "; play it elsewhere, or `cgctl card pull " + position + '`');
-                }
+        const auto refuse = [this](const scenario::Plug &plug, const Scenario &scenario, std::size_t line) {
+            const std::string position = plug.card.position.text();
+            if (chassis_.has_card(plug.card.position)) {
+                throw Failure(failed, visible(scenario.file) + ':' + std::to_string(line) +
+                                          ": there is a card at " + position +
+                                          "; play it elsewhere, or `cgctl card pull " + position + '`');
             }
-        }
+        };
+        for_each_statement<scenario::Plug>(scenarios, refuse);
     }
 
     void connect(int32_t db)
@@ -205,7 +198,7 @@ private:
         } else if (change.record == nullptr) {
             output_.notice("record " + visible(change.key) + " does not decode: " + visible(change.reason));
         } else {
-            player_.heard(change.command, *change.record,
+            player_.heard(change.command == VX_MOM_CMD_DELETED, *change.record,
                           {std::chrono::system_clock::now(),
                            change.existing || !in_place_.is_complete(change.database),
                            {change.revision, change.origin()}});
@@ -223,7 +216,7 @@ private:
     void report_if_due()
     {
         if (!std::exchange(reported_, true)) {
-            report_results(output_, player_, player_.is_finished());
+            report_results(output_, player_);
         }
     }
 

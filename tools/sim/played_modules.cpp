@@ -37,7 +37,7 @@ std::vector<DueAnswer> PlayedModules::requested(const Position &position, int32_
     if (again && requests_.contains(position)) {
         return due;
     }
-    Request &request = requests_[position] = {++last_number_, type, {}, {}};
+    Request &request = requests_[position] = {++last_number_, type, {}};
     for (const auto &[module, behaviour] : modules_) {
         hear(module, behaviour, position, request, due);
     }
@@ -70,11 +70,10 @@ const ModuleRule &PlayedModules::rule_for(const Behaviour &behaviour, const Posi
     return found == exceptions.rend() ? behaviour.general : *found;
 }
 
-bool PlayedModules::consume(const DueAnswer &answer)
+bool PlayedModules::is_wanted(const DueAnswer &answer) const
 {
     const auto found = requests_.find(answer.position);
-    return found != requests_.end() && found->second.number == answer.request &&
-           found->second.answered_by.insert(answer.module).second;
+    return found != requests_.end() && found->second.number == answer.request;
 }
 
 } // namespace cg

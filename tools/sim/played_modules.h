@@ -37,8 +37,8 @@ public:
     std::vector<DueAnswer> requested(const Position &position, int32_t type, bool again);
     void withdrawn(const Position &position) { requests_.erase(position); }
 
-    // Whether the answer is still wanted: its request stands. True once.
-    bool consume(const DueAnswer &answer);
+    // Whether the request that it answers still stands.
+    [[nodiscard]] bool is_wanted(const DueAnswer &answer) const;
 
     // No module is played any more.
     void clear() { modules_.clear(); }
@@ -52,7 +52,6 @@ private:
         uint64_t number = 0;
         int32_t type = 0;
         std::set<std::string> heard_by{};
-        std::set<std::string> answered_by{};
     };
 
     static void hear(const std::string &module, const Behaviour &behaviour, const Position &position,

@@ -4,12 +4,12 @@
 #include <cmath>
 #include <utility>
 
+#include "admission/card_text.h"
 #include "admission/feed.h"
 #include "base/failure.h"
 #include "base/text.h"
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
-#include "store/change.h"
 
 namespace cg
 {
@@ -34,10 +34,10 @@ Player::Player(const std::vector<scenario::Scenario> &scenarios, Options options
       judge_(tracker_)
 {
     tracker_.set_modules(options_.registered);
+    for_each_statement<Expect>(scenarios, [this](const auto &...) { ++expectations_; });
     for (const scenario::Scenario &scenario : scenarios) {
         for (const scenario::Statement &statement : scenario.statements) {
             steps_.push_back({&scenario, &statement});
-            expectations_ += std::holds_alternative<Expect>(statement.what) ? 1U : 0U;
         }
         steps_.push_back({&scenario, nullptr});
     }
@@ -47,7 +47,21 @@ void Player::synchronized()
 {
     tracker_.snapshot_done(stage_.now());
     go_on();
-    judge();
+    check_awaited();
+}
+
+void Player::heard(bool deleted, const ProtobufCMessage &record, const admission::Change &change)
+{
+    const auto event = event_of(deleted, record, tracker_);
+    // What befell our cards while the store was away is news, too.
+    const bool is_news = !change.existing || (record.descriptor == &p_dev__card_info__descriptor && event &&
+                                              has_played(*event->card));
+    if (event && is_news) {
+        report(*event);
+    }
+    admission::feed(tracker_, record, deleted, change);
+    play_modules(deleted, record, change.existing);
+    check_awaited();
 }
 
 // Goes through the statements until one has to be waited for.
@@ -56,7 +70,7 @@ void Player::go_on()
     if (std::exchange(going_, true)) {
         return; // the loop below is at work
     }
-    while (pending_ == Pending::nothing && !steps_.empty()) {
+    while (!awaited_ && !steps_.empty()) {
         now_ = steps_.front();
         if (now_.statement == nullptr) {
             end_file();
@@ -66,7 +80,7 @@ void Player::go_on()
         std::visit([this](const auto &what) { perform(what); }, now_.statement->what);
     }
     going_ = false;
-    if (pending_ == Pending::nothing && !std::exchange(finished_, true)) {
+    if (!awaited_ && !std::exchange(finished_, true)) {
         stage_.finished();
     }
 }
@@ -74,16 +88,15 @@ void Player::go_on()
 // Pulls what the file left plugged, a card at a time, so that the next file finds an empty chassis.
 void Player::end_file()
 {
-    if (options_.keep || plugged_.empty()) {
-        steps_.pop_front();
-        quiet_ = false;
-        if (!steps_.empty()) {
-            modules_.clear();
-        }
+    quiet_ = !options_.keep && !plugged_.empty();
+    if (quiet_) {
+        perform(scenario::Switch{*plugged_.begin(), Move::pull});
         return;
     }
-    quiet_ = true;
-    perform(scenario::Switch{*plugged_.begin(), Move::pull});
+    steps_.pop_front();
+    if (!steps_.empty()) {
+        modules_.clear();
+    }
 }
 
 void Player::perform(const scenario::SetRole &role)
@@ -104,28 +117,29 @@ void Player::perform(const scenario::Plug &plug)
     if (!plug.card.offline) {
         comes_online(position, node_type_value(plug.card.node_type) == "DM_TYPE_MB");
     }
-    write({position, !plug.card.offline}, [&] { stage_.plug(plug.card); });
+    write(position, !plug.card.offline, [&] { stage_.plug(plug.card); });
 }
 
 void Player::perform(const scenario::Switch &change)
 {
-    if (!plugged_.contains(change.position)) {
-        throw Failure(failed, place() + "no card of this scenario is plugged at " + change.position.text());
-    }
-    if (change.move == Move::online) {
-        const admission::TrackedCard *card = tracker_.find(change.position);
-        comes_online(change.position,
-                     card != nullptr && card->card.node_type == P_DEV__DM_NODE_TYPE_E__DM_TYPE_MB);
+    const Position position = change.position;
+    if (!plugged_.contains(position)) {
+        throw Failure(failed, place() + "no card of this scenario is plugged at " + position.text());
     }
     const bool pull = change.move == Move::pull;
-    write({change.position, pull ? std::nullopt : std::optional(change.move == Move::online)},
-          [&] { stage_.change(change.position, change.move); });
-    if (pull) {
-        plugged_.erase(change.position);
+    const bool online = change.move == Move::online;
+    if (online) {
+        const admission::TrackedCard *card = tracker_.find(position);
+        comes_online(position, card != nullptr && card->card.node_type == P_DEV__DM_NODE_TYPE_E__DM_TYPE_MB);
     }
+    if (pull) {
+        plugged_.erase(position);
+    }
+    write(position, pull ? std::nullopt : std::optional(online),
+          [&] { stage_.change(position, change.move); });
 }
 
-// A card that comes online is decided anew, except where the daemon has nothing to decide: one that is there
+// A card that comes online is decided again, except where the daemon has nothing to decide: one that is there
 // and exempt, or that no module is asked about, stays passed.
 void Player::comes_online(const Position &position, bool board)
 {
@@ -136,9 +150,30 @@ void Player::comes_online(const Position &position, bool board)
     }
 }
 
+// What was written is reported back by the store; only then does it make sense to judge what the daemon makes
+// of it. While a store that was away reports everything again, the record as it was before may come, and the
+// one that was written may come as an existing one. `online` is empty when the card is pulled.
+void Player::write(const Position &position, std::optional<bool> online, const std::function<void()> &action)
+{
+    const auto has_echoed = [this, position, online] {
+        const admission::TrackedCard *card = tracker_.find(position);
+        const bool is_there = card != nullptr && card->state != admission::State::absent;
+        return is_there == online.has_value() && (!is_there || card->card.online == *online);
+    };
+    const auto ended = [this](bool in_time) {
+        if (!in_time) {
+            throw Failure(failed,
+                          place() + "the store has not reported the change within " + seconds_text(patience));
+        }
+    };
+    await(patience, {has_echoed, ended});
+    action();
+    check_awaited(); // it may have been so before
+}
+
 void Player::perform(const scenario::Wait &wait)
 {
-    await(Pending::time, ours(wait.time), [this] { done(); });
+    await(ours(wait.time), {[] { return false; }, [](bool) {}});
 }
 
 void Player::perform(const scenario::Say &say)
@@ -148,111 +183,65 @@ void Player::perform(const scenario::Say &say)
 
 void Player::perform(const Expect &expect)
 {
-    expect_ = &expect;
-    expect_since_ = stage_.now();
     Milliseconds longest = patience;
     if (expect.throughout || expect.within) {
         longest = ours(expect.throughout ? *expect.throughout : *expect.within);
     } else if (expect.state == admission::State::silence) {
         longest = ours(admission::check_timeout + beyond_silence);
     }
-    await(Pending::expectation, longest, [this] { conclude(judge_.holds(*expect_)); });
-    judge();
+    const auto is_decided = [this, &expect] { return judge_.holds(expect) != expect.throughout.has_value(); };
+    await(longest, {is_decided, [this, &expect, since = stage_.now()](bool) { conclude(expect, since); }});
+    check_awaited();
 }
 
-void Player::await(Pending what, Milliseconds time, std::function<void()> too_late)
+void Player::conclude(const Expect &expect, admission::Time since)
 {
-    pending_ = what;
-    stage_.after(time, [this, turn = ++turn_, too_late = std::move(too_late)] {
-        if (turn == turn_ && pending_ != Pending::nothing) {
-            too_late();
+    const auto spent = std::chrono::duration<double, std::milli>(stage_.now() - since).count();
+    const auto name = names_.find(expect.position);
+    results_.push_back({now_.scenario->file, now_.statement->line, expect.position,
+                        name == names_.end() ? "" : name->second, expect.text, judge_.seen(expect.position),
+                        judge_.holds(expect), Milliseconds(static_cast<int64_t>(spent * options_.speed))});
+    report(event_of(results_.back()));
+}
+
+void Player::await(Milliseconds time, Awaited what)
+{
+    awaited_ = std::move(what);
+    stage_.after(time, [this, turn = ++turn_] {
+        if (turn == turn_ && awaited_) {
+            end_wait(false);
         }
     });
 }
 
-// What was written is reported back by the store; only then does it make sense to judge what the daemon makes
-// of it.
-void Player::write(const Echo &echo, const std::function<void()> &action)
+void Player::check_awaited()
 {
-    echo_ = echo;
-    await(Pending::echo, patience, [this] {
-        throw Failure(failed, place() + "the store has not reported the change within " +
-                                  scenario::text_of(patience));
-    });
-    action();
-    if (has_echoed()) {
-        done(); // it was so before
+    if (awaited_ && awaited_->has_come()) {
+        end_wait(true);
     }
 }
 
-// Whether the card that is awaited is as it was written. By the record as it is, and not by the notification:
-// while a store that was away reports everything again, the record as it was before may come, and the one
-// that was written may come as an existing one.
-bool Player::has_echoed() const
+void Player::end_wait(bool in_time)
 {
-    if (pending_ != Pending::echo) {
-        return false;
-    }
-    const admission::TrackedCard *card = tracker_.find(echo_.position);
-    const bool is_there = card != nullptr && card->state != admission::State::absent;
-    return is_there == echo_.online.has_value() && (!is_there || card->card.online == *echo_.online);
-}
-
-void Player::done()
-{
-    pending_ = Pending::nothing;
+    const auto ended = std::move(awaited_->ended);
+    awaited_.reset();
+    ended(in_time);
     go_on();
-}
-
-void Player::judge()
-{
-    if (pending_ == Pending::expectation && judge_.holds(*expect_) != expect_->throughout.has_value()) {
-        conclude(!expect_->throughout);
-    }
-}
-
-void Player::conclude(bool held)
-{
-    const auto spent = std::chrono::duration<double, std::milli>(stage_.now() - expect_since_).count();
-    const auto name = names_.find(expect_->position);
-    results_.push_back({now_.scenario->file, now_.statement->line, expect_->position,
-                        name == names_.end() ? "" : name->second, text_of(*expect_),
-                        judge_.seen(expect_->position), held,
-                        Milliseconds(static_cast<int64_t>(spent * options_.speed))});
-    report(event_of(results_.back()));
-    done();
 }
 
 void Player::owe(const std::vector<DueAnswer> &answers)
 {
     for (const DueAnswer &due : answers) {
         stage_.after(ours(due.after), [this, due] {
-            if (modules_.consume(due)) {
+            if (modules_.is_wanted(due)) {
                 stage_.answer(due);
             }
         });
     }
 }
 
-void Player::heard(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change)
-{
-    const auto event = event_of(cmd, record, tracker_);
-    if (event && !change.existing) {
-        report(*event);
-    }
-    admission::feed(tracker_, record, cmd == VX_MOM_CMD_DELETED, change);
-    play_modules(cmd, record, change.existing);
-    if (has_echoed()) {
-        if (event && change.existing) {
-            report(*event);
-        }
-        done();
-    }
-    judge();
-}
-
 // Cards that no file plugged are real ones: a verdict that is played would admit them, or power them off.
-void Player::play_modules(int32_t cmd, const ProtobufCMessage &record, bool existing)
+void Player::play_modules(bool deleted, const ProtobufCMessage &record, bool existing)
 {
     if (record.descriptor != &p_libpub__app_cg_card_check_info__descriptor) {
         return;
@@ -262,7 +251,7 @@ void Player::play_modules(int32_t cmd, const ProtobufCMessage &record, bool exis
         return;
     }
     const Position position{request.index->devid, request.index->slotid, request.index->sslotid};
-    if (cmd == VX_MOM_CMD_DELETED) {
+    if (deleted) {
         modules_.withdrawn(position);
     } else if (has_played(position) || (options_.stay && finished_)) {
         owe(modules_.requested(position, request.type, existing));

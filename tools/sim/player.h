@@ -55,7 +55,7 @@ public:
     // goes on. Throws Failure, as heard() does, when a statement cannot be carried out.
     void synchronized();
     // The store has changed; the arguments are those of admission::feed().
-    void heard(int32_t cmd, const ProtobufCMessage &record, const admission::Change &change);
+    void heard(bool deleted, const ProtobufCMessage &record, const admission::Change &change);
 
     [[nodiscard]] bool is_finished() const { return finished_; }
     [[nodiscard]] const std::vector<ExpectationResult> &results() const { return results_; }
@@ -73,11 +73,10 @@ private:
         const scenario::Scenario *scenario;
         const scenario::Statement *statement; // null: the file's end
     };
-    enum class Pending { nothing, echo, time, expectation };
-    // What a card that was written has to become before the next statement.
-    struct Echo {
-        Position position{};
-        std::optional<bool> online{}; // nothing: it is pulled
+    // What has to happen before the next step.
+    struct Awaited {
+        std::function<bool()> has_come;          // looked up after each change
+        std::function<void(bool in_time)> ended; // it has come, or its time is over
     };
 
     void go_on();
@@ -90,17 +89,16 @@ private:
     void perform(const scenario::Say &say);
     void perform(const scenario::Expect &expect);
 
-    void await(Pending what, scenario::Milliseconds ours, std::function<void()> too_late);
-    void write(const Echo &echo, const std::function<void()> &action);
-    void done();
-    void judge();
-    void conclude(bool held);
+    void await(scenario::Milliseconds ours, Awaited what);
+    void end_wait(bool in_time);
+    void check_awaited();
+    void write(const Position &position, std::optional<bool> online, const std::function<void()> &action);
+    void conclude(const scenario::Expect &expect, admission::Time since);
     void comes_online(const Position &position, bool board);
     void owe(const std::vector<DueAnswer> &answers);
-    void play_modules(int32_t cmd, const ProtobufCMessage &record, bool existing);
+    void play_modules(bool deleted, const ProtobufCMessage &record, bool existing);
     void decided(const admission::Decision &decision);
     void report(const Event &event) const;
-    [[nodiscard]] bool has_echoed() const;
     [[nodiscard]] std::string place() const;
     [[nodiscard]] scenario::Milliseconds ours(scenario::Milliseconds daemons) const;
 
@@ -111,14 +109,11 @@ private:
     PlayedModules modules_;
     std::deque<Step> steps_;
     Step now_{};
-    Pending pending_ = Pending::nothing;
+    std::optional<Awaited> awaited_;
     uint64_t turn_ = 0; // counts what was awaited, so that a timer knows whether it comes too late
     bool going_ = false;
     bool finished_ = false;
     bool quiet_ = false; // while cleaning up
-    Echo echo_;
-    const scenario::Expect *expect_ = nullptr;
-    admission::Time expect_since_{};
     std::map<Position, std::string> names_;
     std::set<Position> plugged_;
     std::vector<ExpectationResult> results_;

@@ -18,7 +18,6 @@ namespace
 {
 
 constexpr std::size_t position_width = 8;
-constexpr std::size_t most_mistakes = 20;
 
 // What the live messages go to.
 Terminal error_terminal(const Output &output)
@@ -58,7 +57,7 @@ std::vector<Cell> row_of(const ExpectationResult &result, bool with_file)
             {visible(result.name)},
             {result.expected},
             {result.seen},
-            {scenario::text_of(scenario::Milliseconds(result.after.count() / 100 * 100))},
+            {seconds_text(scenario::Milliseconds(result.after.count() / 100 * 100))},
             {result.held ? "ok" : "MISSED", result.held ? Tone::good : Tone::bad}};
 }
 
@@ -99,7 +98,7 @@ void report_event(const Output &output, admission::Time at, const Event &event)
     }
 }
 
-void report_results(const Output &output, const Player &player, bool complete)
+void report_results(const Output &output, const Player &player)
 {
     const auto &results = player.results();
     const auto held = static_cast<std::size_t>(std::count_if(
@@ -110,34 +109,12 @@ void report_results(const Output &output, const Player &player, bool complete)
                               {"expectations", player.expectations()},
                               {"held", held},
                               {"missed", results.size() - held},
-                              {"complete", complete}}));
+                              {"complete", player.is_finished()}}));
         return;
     }
     print_table(output, results);
     output.line(std::to_string(held) + " of " + std::to_string(player.expectations()) + " expectations held" +
-                (complete ? "." : "; the play was broken off."));
-}
-
-void report_mistakes(const Output &output, const scenario::Scenario &scenario, std::string_view text)
-{
-    const std::size_t count = scenario.problems.size();
-    const std::string summary = visible(scenario.file) + ": " + std::to_string(count) +
-                                (count == 1 ? " mistake" : " mistakes") + "; nothing is played";
-    if (output.json) {
-        Json mistakes = Json::array();
-        for (const scenario::Problem &problem : scenario.problems) {
-            mistakes.push_back({{"file", scenario.file},
-                                {"line", problem.line},
-                                {"column", problem.column},
-                                {"message", problem.message}});
-        }
-        output.err << dump(Json{{"error", summary}, {"mistakes", mistakes}}) << std::endl;
-        return;
-    }
-    for (std::size_t i = 0; i < std::min(most_mistakes, count); ++i) {
-        output.err << shown(scenario, text, scenario.problems[i]) << '\n';
-    }
-    output.error(summary);
+                (player.is_finished() ? "." : "; the play was broken off."));
 }
 
 } // namespace cg

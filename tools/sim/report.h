@@ -11,11 +11,8 @@ namespace cg
 // One event: a line on standard error, or with --json an object on standard output.
 void report_event(const Output &output, admission::Time at, const Event &event);
 
-// The expectations that were decided, and a summary. `complete` is false when the play was broken off.
-void report_results(const Output &output, const Player &player, bool complete);
-
-// The mistakes of a scenario: each with its line and a caret, or with --json in one object.
-void report_mistakes(const Output &output, const scenario::Scenario &scenario, std::string_view text);
+// The expectations that were decided, and a summary.
+void report_results(const Output &output, const Player &player);
 
 } // namespace cg
 

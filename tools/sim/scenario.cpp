@@ -7,6 +7,7 @@
 
 #include "admission/words.h"
 #include "base/failure.h"
+#include "base/terminal.h"
 #include "base/text.h"
 
 namespace cg::scenario
@@ -17,12 +18,7 @@ namespace
 
 using admission::State;
 
-constexpr Milliseconds shortest{1};
-
-// States that are expected by their name alone.
-constexpr std::array plain_states{State::exempt, State::unasked, State::offline, State::absent};
-
-What read_role(Line &line)
+What parse_role(Line &line)
 {
     // In the enumeration's order.
     return SetRole{
@@ -30,13 +26,13 @@ What read_role(Line &line)
 }
 
 // "for 1/3/0", "for type 210" and "after 2s", in any order.
-void read_conditions(Line &line, ModuleRule &rule)
+void parse_conditions(Line &line, ModuleRule &rule)
 {
-    for (bool more = true; more;) {
-        const std::size_t column = line.column();
+    for (;;) {
+        const std::size_t begin = line.at();
         if (line.accept("for")) {
             if (rule.position || rule.type) {
-                throw Mistake{column, "a second \"for\"; a line of its own says it of other cards"};
+                throw Mistake{begin, "a second \"for\"; a line of its own says it of other cards"};
             }
             if (line.accept("type")) {
                 rule.type = line.number("a card type, a number");
@@ -44,115 +40,99 @@ void read_conditions(Line &line, ModuleRule &rule)
                 rule.position = line.position();
             }
         } else if (rule.manner == Manner::answers && line.accept("after")) {
-            rule.after = line.time(Milliseconds{0});
+            rule.after = line.time();
         } else {
-            more = false;
+            return;
         }
     }
 }
 
-What read_module(Line &line)
+What parse_module(Line &line)
 {
     ModuleRule rule{line.module()};
     rule.manner = static_cast<Manner>(line.choice("a behaviour of a module", {"answers", "silent", "away"}));
-    if (rule.manner == Manner::away) {
-        return rule;
-    }
     if (rule.manner == Manner::answers) {
         rule.pass = line.choice("an answer", {"pass", "deny"}) == 0;
         if (!rule.pass && line.at_quoted()) {
             rule.reason = line.quoted("a reason");
         }
     }
-    read_conditions(line, rule);
+    if (rule.manner != Manner::away) {
+        parse_conditions(line, rule);
+    }
     return rule;
 }
 
-void read_field(const Word &word, std::size_t equals, NewCard &card)
+// What a statement may say of a card; the first one is said without its name.
+struct Field {
+    const char *name;
+    void (*set)(NewCard &card, const std::string &value);
+};
+
+constexpr std::array fields{
+    Field{"kind", [](NewCard &card, const std::string &value) { card.node_type = value; }},
+    Field{"name", [](NewCard &card, const std::string &value) { card.name = value; }},
+    Field{"serial", [](NewCard &card, const std::string &value) { card.serial = value; }},
+    Field{"type", [](NewCard &card, const std::string &value) { card.type = value; }},
+    Field{"nodeid", [](NewCard &card, const std::string &value) { card.nodeid = value; }},
+    Field{"tipc", [](NewCard &card, const std::string &value) { card.tipc = value; }},
+};
+
+const Field &field_of(const Word &word, const std::string &name)
 {
-    const std::string name = word.text.substr(0, equals);
-    const std::string value = word.text.substr(equals + 1);
-    const bool is_number = name == "type" || name == "nodeid" || name == "tipc";
-    if (is_number && !to_number(value, INT32_MIN, INT32_MAX)) {
-        throw Mistake{word.column, visible(word.text) + ": not a whole number of 32 bits"};
+    const auto *const found = std::find_if(fields.begin() + 1, fields.end(),
+                                           [&](const Field &field) { return name == field.name; });
+    if (found == fields.end()) {
+        throw Mistake{word.begin, "unknown field " + in_quotes(name) + " of a card; " +
+                                      suggestion(name, {"name", "serial", "type", "nodeid", "tipc"})};
     }
-    if (name == "serial" && !from_hex(value)) {
-        throw Mistake{word.column, visible(word.text) + ": not hexadecimal; two digits a byte"};
-    }
-    if (name == "name") {
-        card.name = value;
-    } else if (name == "serial") {
-        card.serial = value;
-    } else if (name == "type") {
-        card.type = value;
-    } else if (name == "nodeid") {
-        card.nodeid = value;
-    } else if (name == "tipc") {
-        card.tipc = value;
-    } else {
-        throw Mistake{word.column, "unknown field " + in_quotes(name) + " of a card; " +
-                                       suggestion(name, {"name", "serial", "type", "nodeid", "tipc"})};
-    }
+    return *found;
 }
 
-void read_kind(const Word &word, NewCard &card)
+What parse_plug(Line &line)
 {
-    try {
-        node_type_value(word.text);
-    } catch (const Failure &failure) {
-        throw Mistake{word.column, failure.what()};
-    }
-    card.node_type = word.text;
-}
-
-What read_plug(Line &line)
-{
-    const std::size_t column = line.column();
+    const std::size_t begin = line.at();
     Plug plug{{line.position()}};
     std::set<std::string> given;
-    for (bool first = true; !line.at_end(); first = false) {
+    while (!line.at_end()) {
         if (line.accept("offline")) {
             plug.card.offline = true;
             continue;
         }
         const Word word = line.word("a field");
         const std::size_t equals = word.quoted ? std::string::npos : word.text.find('=');
-        if (equals == std::string::npos && !first) {
-            throw Mistake{word.column, in_quotes(word.text) + " is not expected here; NAME=VALUE or offline"};
+        const bool is_kind = equals == std::string::npos;
+        if (is_kind && !given.empty()) {
+            throw Mistake{word.begin, in_quotes(word.text) + " is not expected here; NAME=VALUE or offline"};
         }
-        if (equals == std::string::npos) {
-            read_kind(word, plug.card);
-            continue;
+        const std::string value = is_kind ? word.text : word.text.substr(equals + 1);
+        const Field &field = is_kind ? fields.front() : field_of(word, word.text.substr(0, equals));
+        if (!given.insert(field.name).second) {
+            throw Mistake{word.begin, std::string(field.name) + " is given more than once"};
         }
-        if (!given.insert(word.text.substr(0, equals)).second) {
-            throw Mistake{word.column, visible(word.text.substr(0, equals)) + " is given twice"};
+        field.set(plug.card, value);
+        try {
+            NewCard alone; // at a position from which ids can be made
+            field.set(alone, value);
+            card_info_of(alone);
+        } catch (const Failure &failure) {
+            throw Mistake{word.begin, failure.what()};
         }
-        read_field(word, equals, plug.card);
     }
     if ((!plug.card.nodeid || !plug.card.tipc) && !has_derived_ids(plug.card.position)) {
-        throw Mistake{column, "no ids can be made for " + plug.card.position.text() +
-                                  ", only up to 127/255/255; give nodeid= and tipc="};
+        throw Mistake{begin, "no ids can be made for " + plug.card.position.text() +
+                                 ", only up to 127/255/255; give nodeid= and tipc="};
     }
     return plug;
 }
 
 template <Move move>
-What read_switch(Line &line)
+What parse_switch(Line &line)
 {
     return Switch{line.position(), move};
 }
 
-What read_wait(Line &line)
-{
-    return Wait{line.time(shortest)};
-}
-
-What read_say(Line &line)
-{
-    return Say{line.quoted("what is said")};
-}
-
-void read_passed(Line &line, Expect &expect)
+void parse_passed(Line &line, Expect &expect)
 {
     if (!line.accept("by")) {
         return;
@@ -167,7 +147,7 @@ void read_passed(Line &line, Expect &expect)
     }
 }
 
-void read_denied(Line &line, Expect &expect)
+void parse_denied(Line &line, Expect &expect)
 {
     if (line.accept("by")) {
         expect.modules = {line.module()};
@@ -177,70 +157,81 @@ void read_denied(Line &line, Expect &expect)
     }
 }
 
-void read_wanted(Line &line, Expect &expect)
+void parse_wanted(Line &line, Expect &expect)
 {
-    std::vector<std::string> words{"passed", "denied", "waiting", "unmarked", "marked"};
-    for (const State state : plain_states) {
+    static constexpr std::array states{State::passed,  State::denied,  State::waiting, State::exempt,
+                                       State::unasked, State::offline, State::absent};
+    std::vector<std::string> words{"unmarked", "marked"};
+    for (const State state : states) {
         words.emplace_back(word_of(state));
     }
     const std::size_t choice = line.choice("a state", words);
-    switch (choice) {
-    case 0:
-        expect.state = State::passed;
-        return read_passed(line, expect);
-    case 1:
-        expect.state = State::denied;
-        return read_denied(line, expect);
-    case 2:
-        expect.state = State::waiting;
-        if (line.accept("for")) {
-            expect.modules = line.modules();
-        }
+    if (choice < 2) {
+        expect.marked = choice == 1;
         return;
-    case 3:
-    case 4:
-        expect.marked = choice == 4;
-        return;
-    default:
-        expect.state = plain_states.at(choice - 5);
+    }
+    expect.state = states.at(choice - 2);
+    if (expect.state == State::passed) {
+        parse_passed(line, expect);
+    } else if (expect.state == State::denied) {
+        parse_denied(line, expect);
+    } else if (expect.state == State::waiting && line.accept("for")) {
+        expect.modules = line.modules();
     }
 }
 
-What read_expect(Line &line)
+What parse_expect(Line &line)
 {
-    Expect expect;
-    expect.position = line.position();
-    read_wanted(line, expect);
+    Expect expect{line.position()};
+    const std::size_t begin = line.at();
+    parse_wanted(line, expect);
+    expect.text = line.text_from(begin);
     if (line.accept("within")) {
-        expect.within = line.time(shortest);
+        expect.within = line.time();
     } else if (line.accept("throughout")) {
-        expect.throughout = line.time(shortest);
+        expect.throughout = line.time();
     }
     return expect;
 }
 
+// Every kind of statement.
 struct Form {
     const char *verb;
     const char *usage;
-    What (*read)(Line &line);
+    What (*parse)(Line &line);
 };
 
 constexpr std::array forms{
-    Form{"role", "role none|master|slave|candidate", read_role},
+    Form{"role", "role none|master|slave|candidate", parse_role},
     Form{"module",
          "module NAME answers pass|deny [\"REASON\"] [for POSITION|for type N] [after TIME], "
          "or module NAME silent|away",
-         read_module},
-    Form{"plug", "plug POSITION [KIND] [NAME=VALUE ...] [offline]", read_plug},
-    Form{"online", "online POSITION", read_switch<Move::online>},
-    Form{"offline", "offline POSITION", read_switch<Move::offline>},
-    Form{"pull", "pull POSITION", read_switch<Move::pull>},
-    Form{"wait", "wait TIME", read_wait},
-    Form{"say", "say \"TEXT\"", read_say},
-    Form{"expect", "expect POSITION STATE [within TIME|throughout TIME]", read_expect},
+         parse_module},
+    Form{"plug", "plug POSITION [KIND] [NAME=VALUE ...] [offline]", parse_plug},
+    Form{"online", "online POSITION", parse_switch<Move::online>},
+    Form{"offline", "offline POSITION", parse_switch<Move::offline>},
+    Form{"pull", "pull POSITION", parse_switch<Move::pull>},
+    Form{"wait", "wait TIME", [](Line &line) -> What { return Wait{line.time()}; }},
+    Form{"say", "say \"TEXT\"", [](Line &line) -> What { return Say{line.quoted("what is said")}; }},
+    Form{"expect", "expect POSITION STATE [within TIME|throughout TIME]", parse_expect},
 };
 
-const Form &form_of(Line &line)
+std::size_t characters_in(std::string_view text)
+{
+    return static_cast<std::size_t>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
+}
+
+Problem problem_of(std::size_t number, std::string line, const Mistake &mistake)
+{
+    std::replace(line.begin(), line.end(), '\t', ' ');
+    const std::string before = line.substr(0, mistake.at);
+    const std::size_t behind = mistake.at - before.size(); // the end of the line
+    return {number, characters_in(before) + behind + 1, mistake.message,
+            "    " + visible(line) + "\n    " + std::string(columns_of(visible(before)) + behind, ' ') + '^'};
+}
+
+void parse_line(Scenario &scenario, std::size_t number, const std::string &text)
 {
     static const std::vector<std::string> verbs = [] {
         std::vector<std::string> names;
@@ -248,80 +239,32 @@ const Form &form_of(Line &line)
                        [](const Form &form) { return form.verb; });
         return names;
     }();
-    return forms.at(line.choice("a statement", verbs));
-}
-
-// The lines, without the carriage returns of files from elsewhere.
-std::vector<std::string> lines_of(std::string_view text)
-{
-    std::vector<std::string> lines = split(text, '\n');
-    for (std::string &line : lines) {
-        if (line.ends_with('\r')) {
-            line.pop_back();
-        }
-    }
-    return lines;
-}
-
-void read_line(Scenario &scenario, std::string_view text, std::size_t number)
-{
     try {
         Line line(text);
-        if (line.at_end()) {
-            return;
+        if (!line.at_end()) {
+            const Form &form = forms.at(line.choice("a statement", verbs));
+            What what = form.parse(line);
+            line.end(form.usage);
+            scenario.statements.push_back({number, std::move(what)});
         }
-        const Form &form = form_of(line);
-        What what = form.read(line);
-        line.end(form.usage);
-        scenario.statements.push_back({number, line.text(), std::move(what)});
     } catch (const Mistake &mistake) {
-        scenario.problems.push_back({number, mistake.column, mistake.message});
+        scenario.problems.push_back(problem_of(number, text, mistake));
     }
 }
 
 } // namespace
 
-Scenario read_scenario(const std::string &file, std::string_view text)
+Scenario parse_scenario(const std::string &file, std::string_view text)
 {
     Scenario scenario{file};
     std::size_t number = 0;
-    for (const std::string &line : lines_of(text)) {
-        read_line(scenario, line, ++number);
+    for (std::string line : split(text, '\n')) {
+        if (line.ends_with('\r')) {
+            line.pop_back(); // of a file from elsewhere
+        }
+        parse_line(scenario, ++number, line);
     }
     return scenario;
-}
-
-std::string shown(const Scenario &scenario, std::string_view text, const Problem &problem)
-{
-    std::string line = lines_of(text).at(problem.line - 1);
-    std::replace(line.begin(), line.end(), '\t', ' ');
-    std::size_t end = 0; // of what stands before the column
-    while (end < line.size() && characters_in(std::string_view(line).substr(0, end + 1)) < problem.column) {
-        ++end;
-    }
-    const std::string before = line.substr(0, end);
-    // What could drive a terminal is shown as its escape, which is longer; and a column may lie behind the
-    // end.
-    const std::size_t caret = characters_in(visible(before)) + problem.column - 1 - characters_in(before);
-    return visible(scenario.file) + ':' + std::to_string(problem.line) + ':' +
-           std::to_string(problem.column) + ": " + problem.message + "\n    " + visible(line) + "\n    " +
-           std::string(caret, ' ') + '^';
-}
-
-std::string text_of(const Expect &expect)
-{
-    if (!expect.state) {
-        return expect.marked ? "marked" : "unmarked";
-    }
-    std::string text = expect.state == State::silence ? text_of(State::silence) : word_of(*expect.state);
-    if (!expect.modules.empty()) {
-        text += expect.state == State::silence ? " of " : expect.state == State::waiting ? " for " : " by ";
-        text += visible(joined(expect.modules));
-    }
-    if (expect.because) {
-        text += " because " + in_quotes(*expect.because);
-    }
-    return text;
 }
 
 } // namespace cg::scenario

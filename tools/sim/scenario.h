@@ -62,6 +62,7 @@ struct Say {
 
 struct Expect {
     Position position{};
+    std::string text{};                       // what is expected, as it was written: "denied by m1"
     std::optional<admission::State> state{};  // nothing: whether the card is marked as unable to start
     bool marked = false;                      // without a state
     std::vector<std::string> modules{};       // the decider; the silent ones; those waited for; empty: any
@@ -74,7 +75,6 @@ using What = std::variant<SetRole, ModuleRule, Plug, Switch, Wait, Say, Expect>;
 
 struct Statement {
     std::size_t line; // counted from 1
-    std::string text; // as it stands in the file, without a comment
     What what;
 };
 
@@ -82,6 +82,7 @@ struct Problem {
     std::size_t line;
     std::size_t column;  // in characters; both are counted from 1
     std::string message; // one line: what is wrong, and what would be right
+    std::string excerpt; // two lines: the one that is wrong, and a caret below its column
 };
 
 struct Scenario {
@@ -91,13 +92,20 @@ struct Scenario {
 };
 
 // Parses a whole text.
-Scenario read_scenario(const std::string &file, std::string_view text);
+Scenario parse_scenario(const std::string &file, std::string_view text);
 
-// "FILE:LINE:COLUMN: message", the line, and a caret below its column. `text` is the scenario's.
-std::string shown(const Scenario &scenario, std::string_view text, const Problem &problem);
-
-// What is expected, without position and time: "denied by m1 because \"too warm\"".
-std::string text_of(const Expect &expect);
+// Calls `each` for every statement of a kind, with its scenario and its line.
+template <typename Kind, typename Each>
+void for_each_statement(const std::vector<Scenario> &scenarios, const Each &each)
+{
+    for (const Scenario &scenario : scenarios) {
+        for (const Statement &statement : scenario.statements) {
+            if (const auto *what = std::get_if<Kind>(&statement.what)) {
+                each(*what, scenario, statement.line);
+            }
+        }
+    }
+}
 
 } // namespace cg::scenario
 

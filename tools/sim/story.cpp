@@ -1,15 +1,12 @@
 // What happens in a play, as events to report.
 #include "story.h"
 
-#include <array>
-
 #include "admission/card_text.h"
 #include "admission/feed.h"
 #include "base/text.h"
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "s_dev.pb-c.h"
-#include "store/change.h"
 
 namespace cg
 {
@@ -17,21 +14,16 @@ namespace cg
 namespace
 {
 
+// The record as its type, when it is of that and has its key; else null.
 template <typename Record>
-const Record &as(const ProtobufCMessage &record)
+const Record *as(const ProtobufCMessage &record, const ProtobufCMessageDescriptor &type)
 {
-    return reinterpret_cast<const Record &>(record); // every record begins with its ProtobufCMessage
+    const auto *const typed = reinterpret_cast<const Record *>(&record); // which begins with it
+    return record.descriptor == &type && typed->index != nullptr ? typed : nullptr;
 }
 
-const char *kind_text(int32_t node_type)
-{
-    static constexpr std::array texts{"card",     "box",         "board card",  "line card",
-                                      "sub-card", "fabric card", "service card"};
-    const auto number = static_cast<std::size_t>(node_type);
-    return number < texts.size() ? texts.at(number) : texts.front();
-}
-
-Position at(const PDev__CardInfoIndex &index)
+template <typename Index>
+Position at(const Index &index)
 {
     return {index.devid, index.slotid, index.sslotid};
 }
@@ -45,8 +37,8 @@ std::optional<Event> card_event(bool deleted, const ProtobufCMessage &record,
         return Event{"pulled", facts.position, "pulled", Tone::heading};
     }
     if (before == nullptr || before->state == admission::State::absent) {
-        const std::string text = std::string("plugged: ") + kind_text(facts.node_type) + " '" +
-                                 visible(facts.name) + (facts.online ? "', online" : "', offline");
+        const std::string text = "plugged: " + short_type(facts.node_type) + " '" + visible(facts.name) +
+                                 (facts.online ? "', online" : "', offline");
         return Event{
             "plugged", facts.position, text, Tone::heading, {{"name", facts.name}, {"online", facts.online}}};
     }
@@ -73,46 +65,39 @@ Event answer_event(const PLibpub__AppCgCardCheckAck &ack)
 // A record that was written, and is no card.
 std::optional<Event> written_event(const ProtobufCMessage &record)
 {
-    const ProtobufCMessageDescriptor *type = record.descriptor;
-    if (type == &p_dev__dp_lib_grole__descriptor) {
-        const std::string role = role_word(static_cast<int32_t>(as<PDev__DpLibGrole>(record).my_grole));
+    if (record.descriptor == &p_dev__dp_lib_grole__descriptor) {
+        const auto &grole = reinterpret_cast<const PDev__DpLibGrole &>(record);
+        const std::string role = role_word(static_cast<int32_t>(grole.my_grole));
         return Event{"role", std::nullopt, "this device is " + role, Tone::plain, {{"role", role}}};
     }
-    if (type == &p_libpub__app_cg_card_check_info__descriptor) {
-        const auto *index = as<PLibpub__AppCgCardCheckInfo>(record).index;
-        return index == nullptr ? std::optional<Event>{}
-                                : Event{"request", at(*index), "held; the check modules are asked"};
+    if (const auto *request =
+            as<PLibpub__AppCgCardCheckInfo>(record, p_libpub__app_cg_card_check_info__descriptor)) {
+        return Event{"request", at(*request->index), "held; the check modules are asked"};
     }
-    if (type == &p_libpub__app_cg_card_check_ack__descriptor) {
-        const auto &ack = as<PLibpub__AppCgCardCheckAck>(record);
-        return ack.index == nullptr ? std::optional<Event>{} : answer_event(ack);
+    if (const auto *ack =
+            as<PLibpub__AppCgCardCheckAck>(record, p_libpub__app_cg_card_check_ack__descriptor)) {
+        return answer_event(*ack);
     }
-    if (type == &p_dev__dm_set_card_custom_st__descriptor) {
-        const auto *index = as<PDev__DmSetCardCustomSt>(record).index;
-        return index == nullptr ? std::optional<Event>{}
-                                : Event{"marked", Position{index->t_devid, index->t_slotid, index->t_sslotid},
-                                        "marked as unable to start", Tone::bad};
+    if (const auto *custom = as<PDev__DmSetCardCustomSt>(record, p_dev__dm_set_card_custom_st__descriptor)) {
+        const auto &index = *custom->index;
+        return Event{"marked", Position{index.t_devid, index.t_slotid, index.t_sslotid},
+                     "marked as unable to start", Tone::bad};
     }
-    if (type == &s_dev__im_card_power_onoff__descriptor) {
-        const auto &power = as<SDev__ImCardPowerOnoff>(record);
-        return power.index == nullptr || power.updown != 0
-                   ? std::optional<Event>{}
-                   : Event{"power_off",
-                           Position{power.index->devid, power.index->slotid, power.index->sslotid},
-                           "power-off requested: " + visible(power.index->cause), Tone::bad};
+    const auto *power = as<SDev__ImCardPowerOnoff>(record, s_dev__im_card_power_onoff__descriptor);
+    if (power != nullptr && power->updown == 0) {
+        return Event{"power_off", at(*power->index), "power-off requested: " + visible(power->index->cause),
+                     Tone::bad};
     }
     return std::nullopt;
 }
 
 } // namespace
 
-std::optional<Event> event_of(int32_t cmd, const ProtobufCMessage &record,
+std::optional<Event> event_of(bool deleted, const ProtobufCMessage &record,
                               const admission::CardTracker &tracker)
 {
-    const bool deleted = cmd == VX_MOM_CMD_DELETED;
-    if (record.descriptor == &p_dev__card_info__descriptor) {
-        return as<PDev__CardInfo>(record).index == nullptr ? std::nullopt
-                                                           : card_event(deleted, record, tracker);
+    if (as<PDev__CardInfo>(record, p_dev__card_info__descriptor) != nullptr) {
+        return card_event(deleted, record, tracker);
     }
     return deleted ? std::nullopt : written_event(record);
 }

@@ -23,9 +23,9 @@ struct Event {
     Json more = Json::object(); // further members, for programs
 };
 
-// What a change of the store means; nothing when it is not worth reporting. `tracker` is as it was before the
-// change; `cmd` is an enum vx_mom_cmd.
-std::optional<Event> event_of(int32_t cmd, const ProtobufCMessage &record,
+// What a record that was written, or deleted, means; nothing when it is not worth reporting. `tracker` is as
+// it was before the change.
+std::optional<Event> event_of(bool deleted, const ProtobufCMessage &record,
                               const admission::CardTracker &tracker);
 
 // A check has ended.

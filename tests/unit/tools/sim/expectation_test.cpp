@@ -57,7 +57,7 @@ protected:
     // Whether the card is as this says.
     bool holds(const std::string &expected)
     {
-        const auto scenario = scenario::read_scenario("", "expect 1/3 " + expected);
+        const auto scenario = scenario::parse_scenario("", "expect 1/3 " + expected);
         EXPECT_TRUE(scenario.problems.empty()) << expected;
         return judge_.holds(std::get<scenario::Expect>(scenario.statements.at(0).what));
     }

@@ -83,7 +83,7 @@ TEST_F(Files, NoFilesAreRefused)
 {
     EXPECT_EQ(refusal({folder_.path("none")}), "1: " + folder_.path("none") + ": cannot be read");
     EXPECT_EQ(refusal({folder_.path("")}), "1: " + folder_.path("") + ": cannot be read");
-    EXPECT_EQ(refusal({file("empty", "")}), "1: " + folder_.path("empty") + ": there is nothing in it");
+    EXPECT_EQ(refusal({file("empty", "")}), "1: " + folder_.path("empty") + ": it is empty");
     EXPECT_THAT(refusal({file("long", std::string((1U << 20U) + 1, '#'))}), HasSubstr("2: "));
     EXPECT_EQ(refusal({file("full", std::string(1U << 20U, '#'))}), "");
 }

@@ -24,7 +24,7 @@ protected:
 
     int play(const std::string &text)
     {
-        const auto scenario = scenario::read_scenario("file", text);
+        const auto scenario = scenario::parse_scenario("file", text);
         EXPECT_TRUE(scenario.problems.empty()) << scenario.problems.at(0).message;
         return cg::play(output_, options_, {scenario});
     }
@@ -52,7 +52,7 @@ TEST_F(PlayTest, CardsComeAndGo)
     EXPECT_THAT(out_.str(), HasSubstr("3 of 3 expectations held."));
     EXPECT_THAT(err_.str(), HasSubstr("cannot ask the daemon which modules it knows"));
     EXPECT_THAT(err_.str(), HasSubstr("chassis  this device is master"));
-    EXPECT_THAT(err_.str(), HasSubstr("plugged: line card 'x', offline"));
+    EXPECT_THAT(err_.str(), HasSubstr("plugged: lc 'x', offline"));
     EXPECT_EQ(cards(), "+OK\r\n:0\r\n+OK\r\n");
 }
 

@@ -52,8 +52,7 @@ TEST(PlayedModules, AnswersAreOwedToEachRequestOnce)
     EXPECT_EQ(due[0].after, 2s);
     EXPECT_TRUE(due[0].pass);
     EXPECT_TRUE(modules.requested(third, 17, true).empty()) << "told again";
-    EXPECT_TRUE(modules.consume(due[0]));
-    EXPECT_FALSE(modules.consume(due[0]));
+    EXPECT_TRUE(modules.is_wanted(due[0]));
 }
 
 TEST(PlayedModules, ARequestThatIsGoneIsNotAnswered)
@@ -62,20 +61,20 @@ TEST(PlayedModules, ARequestThatIsGoneIsNotAnswered)
     modules.set_rule(passes("m1"));
     const auto due = modules.requested(third, 17, false);
     modules.withdrawn(third);
-    EXPECT_FALSE(modules.consume(due.at(0)));
+    EXPECT_FALSE(modules.is_wanted(due.at(0)));
     const auto again = modules.requested(third, 17, false);
-    EXPECT_FALSE(modules.consume(due.at(0))) << "the answer to the earlier request";
-    EXPECT_TRUE(modules.consume(again.at(0)));
+    EXPECT_FALSE(modules.is_wanted(due.at(0))) << "the answer to the earlier request";
+    EXPECT_TRUE(modules.is_wanted(again.at(0)));
 }
 
-TEST(PlayedModules, ARequestWrittenAnewIsAnsweredAnewAndOnce)
+TEST(PlayedModules, ARequestWrittenAgainIsAnsweredAgain)
 {
     PlayedModules modules;
     modules.set_rule(passes("m1"));
     const auto first = modules.requested(third, 17, false);
     const auto second = modules.requested(third, 17, false);
-    EXPECT_FALSE(modules.consume(first.at(0)));
-    EXPECT_TRUE(modules.consume(second.at(0)));
+    EXPECT_FALSE(modules.is_wanted(first.at(0)));
+    EXPECT_TRUE(modules.is_wanted(second.at(0)));
 }
 
 TEST(PlayedModules, APositionCountsMoreThanATypeAndThatMoreThanAll)
@@ -124,7 +123,7 @@ TEST(PlayedModules, AModuleThatWasAwayAnswersWhatStandsOnReturn)
     const auto due = modules.set_rule(passes("m1"));
     ASSERT_EQ(due.size(), 1U);
     EXPECT_EQ(due[0].position, third);
-    EXPECT_TRUE(modules.consume(due[0]));
+    EXPECT_TRUE(modules.is_wanted(due[0]));
 }
 
 TEST(PlayedModules, AModuleThatGoesAwayStillGivesWhatItOwes)
@@ -133,7 +132,7 @@ TEST(PlayedModules, AModuleThatGoesAwayStillGivesWhatItOwes)
     modules.set_rule(passes("m1"));
     const auto due = modules.requested(third, 1, false);
     modules.set_rule(is("m1", Manner::away));
-    EXPECT_TRUE(modules.consume(due.at(0)));
+    EXPECT_TRUE(modules.is_wanted(due.at(0)));
     EXPECT_TRUE(modules.set_rule(passes("m1")).empty()) << "it has heard of that request";
 }
 

@@ -8,7 +8,6 @@
 #include "player.h"
 #include "records/position_key.h"
 #include "records/record_text.h"
-#include "store/change.h"
 
 namespace cg
 {
@@ -22,6 +21,8 @@ using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
 
+constexpr bool stands = false;
+constexpr bool deleted = true;
 constexpr int32_t node_id_offset = 0x1000000;
 
 // The world of a player: a clock, a store that tells back, and a daemon that asks, decides and gives up.
@@ -30,7 +31,7 @@ class World
 public:
     explicit World(const std::string &text, Player::Options options = {})
     {
-        scenarios_.push_back(scenario::read_scenario("file", text));
+        scenarios_.push_back(scenario::parse_scenario("file", text));
         EXPECT_TRUE(scenarios_[0].problems.empty()) << scenarios_[0].problems[0].message;
         player_ = std::make_unique<Player>(scenarios_, std::move(options), stage());
     }
@@ -97,7 +98,7 @@ private:
             [this](const Position &position, scenario::Move move) { change(position, move); },
             [this](PDev__DmRoleE role) {
                 written.push_back("role " + role_word(role));
-                hear(VX_MOM_CMD_HMSET, "p_dev.dp_lib_grole", {{"my_grole", 1}});
+                hear(stands, "p_dev.dp_lib_grole", {{"my_grole", 1}});
             },
             [this](const DueAnswer &answer) { write(answer); },
             [this](admission::Time, const Event &event) { told.push_back(event.kind + ' ' + event.text); },
@@ -118,12 +119,12 @@ private:
         timers_.emplace(now_ + time, std::move(action));
     }
 
-    void hear(int32_t cmd, const std::string &type, const Json &fields, const store::Cause &cause = {})
+    void hear(bool is_deleted, const std::string &type, const Json &fields, const store::Cause &cause = {})
     {
         ++revision_;
         if (!deaf) {
             player_->heard(
-                cmd, *from_json(*record_type(type).descriptor, fields),
+                is_deleted, *from_json(*record_type(type).descriptor, fields),
                 {now_, returning, {revision_, {"daemon" + std::to_string(life_), revision_, cause}}});
         }
     }
@@ -143,7 +144,7 @@ private:
         written.push_back(words.at(static_cast<std::size_t>(move)) + position.text());
         Json &card = cards_[position];
         if (move == scenario::Move::pull) {
-            hear(VX_MOM_CMD_DELETED, "p_dev.card_info", card);
+            hear(deleted, "p_dev.card_info", card);
             later(slowness, [this, position] { withdraw(position); });
         } else {
             card["is_online"] = move == scenario::Move::online;
@@ -154,7 +155,7 @@ private:
     void write_card(const Position &position)
     {
         const Json card = cards_[position];
-        hear(VX_MOM_CMD_SET, "p_dev.card_info", card);
+        hear(stands, "p_dev.card_info", card);
         const bool board = card["static_info"]["node_type"] == "DM_TYPE_MB";
         const bool online = card["is_online"];
         later(slowness, [this, position, board, online] {
@@ -176,7 +177,7 @@ private:
         const uint64_t check = ++checks_[position];
         Json request = key(position);
         request["type"] = cards_[position]["config_dev_type"];
-        hear(VX_MOM_CMD_HMSET, "p_libpub.app_cg_card_check_info", request, by_card(position));
+        hear(stands, "p_libpub.app_cg_card_check_info", request, by_card(position));
         if (const auto time = std::exchange(afresh, std::nullopt)) {
             later(*time, [this, position] {
                 ++life_;
@@ -193,10 +194,9 @@ private:
     void withdraw(const Position &position)
     {
         if (waiting_.erase(position) != 0) {
-            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_info", key(position), by_card(position));
+            hear(deleted, "p_libpub.app_cg_card_check_info", key(position), by_card(position));
         }
-        hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_mom_deny_check_result", result(position, true),
-             by_card(position));
+        hear(deleted, "p_libpub.app_cg_mom_deny_check_result", result(position, true), by_card(position));
     }
 
     static Json result(const Position &position, bool pass)
@@ -208,9 +208,9 @@ private:
 
     void decide(const Position &position, bool pass, const store::Cause &cause)
     {
-        hear(VX_MOM_CMD_SET, "p_libpub.app_cg_mom_deny_check_result", result(position, pass), cause);
+        hear(stands, "p_libpub.app_cg_mom_deny_check_result", result(position, pass), cause);
         if (waiting_.erase(position) != 0) {
-            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_info", key(position), cause);
+            hear(deleted, "p_libpub.app_cg_card_check_info", key(position), cause);
         }
     }
 
@@ -225,12 +225,12 @@ private:
                    {"mod_name", answer.module}}},
                  {"ret", answer.pass ? 0 : 1},
                  {"reason", answer.reason}};
-        hear(VX_MOM_CMD_SET, "p_libpub.app_cg_card_check_ack", ack);
+        hear(stands, "p_libpub.app_cg_card_check_ack", ack);
         const store::Cause cause{store::Cause::Kind::record, revision_,
                                  "p_libpub.app_cg_card_check_ack:" + key_text(position) + ':' +
                                      answer.module};
         later(slowness, [this, answer, position, ack, cause] {
-            hear(VX_MOM_CMD_DELETED, "p_libpub.app_cg_card_check_ack", ack, cause);
+            hear(deleted, "p_libpub.app_cg_card_check_ack", ack, cause);
             auto &waiting = waiting_[position];
             waiting.erase(answer.module);
             if (!answer.pass || waiting.empty()) {
@@ -442,8 +442,7 @@ TEST(Player, ARecordOfBeforeIsNotTakenForWhatWasWritten)
     world.deaf = true;
     world.player().synchronized();
     const auto hear = [&](const char *type, const Json &fields, bool existing = true) {
-        world.player().heard(VX_MOM_CMD_SET, *from_json(*record_type(type).descriptor, fields),
-                             {{}, existing, {}});
+        world.player().heard(false, *from_json(*record_type(type).descriptor, fields), {{}, existing, {}});
     };
     hear("p_dev.card_info", {{"name", "nowhere"}});
     hear("p_dev.card_info", {{"index", key_of({1, 4, 0})}});
@@ -461,8 +460,8 @@ TEST(Player, NobodyAnswersTwiceWhenTheStoreTellsAgain)
     Json request{{"index", key_of({1, 9, 0})}};
     const MessagePtr message = from_json(*record_type("p_libpub.app_cg_card_check_info").descriptor, request);
     const auto before = world.written.size();
-    world.player().heard(VX_MOM_CMD_SET, *message, {{}, true, {}});
-    world.player().heard(VX_MOM_CMD_SET, *message, {{}, true, {}});
+    world.player().heard(false, *message, {{}, true, {}});
+    world.player().heard(false, *message, {{}, true, {}});
     EXPECT_EQ(world.written.size(), before);
     EXPECT_EQ(std::count(world.written.begin(), world.written.end(), "m1 passes 1/3/0"), 1);
 }

@@ -6,7 +6,6 @@
 #include "admission/feed.h"
 #include "records/position_key.h"
 #include "records/record_text.h"
-#include "store/change.h"
 
 namespace cg
 {
@@ -18,11 +17,11 @@ class Story : public testing::Test
 {
 protected:
     // "KIND CARD TEXT" of a change, which then is made known; empty when nothing is to be told.
-    std::string told(const char *type, const Json &fields, int32_t cmd = VX_MOM_CMD_SET)
+    std::string told(const char *type, const Json &fields, bool deleted = false)
     {
         const MessagePtr record = from_json(*record_type(type).descriptor, fields);
-        const auto event = event_of(cmd, *record, tracker_);
-        admission::feed(tracker_, *record, cmd == VX_MOM_CMD_DELETED, {});
+        const auto event = event_of(deleted, *record, tracker_);
+        admission::feed(tracker_, *record, deleted, {});
         more_ = event ? event->more : Json();
         return event ? event->kind + ' ' + (event->card ? event->card->text() : "-") + ' ' + event->text : "";
     }
@@ -43,14 +42,13 @@ protected:
 
 TEST_F(Story, OfACard)
 {
-    EXPECT_EQ(told("p_dev.card_info", card(false)), "plugged 1/3/0 plugged: line card 'a\\tb', offline");
+    EXPECT_EQ(told("p_dev.card_info", card(false)), "plugged 1/3/0 plugged: lc 'a\\tb', offline");
     EXPECT_EQ(more_, (Json{{"name", "a\tb"}, {"online", false}}));
     EXPECT_EQ(told("p_dev.card_info", card(false)), "") << "nothing has changed";
     EXPECT_EQ(told("p_dev.card_info", card(true)), "online 1/3/0 is online");
     EXPECT_EQ(told("p_dev.card_info", card(false)), "offline 1/3/0 went offline");
-    EXPECT_EQ(told("p_dev.card_info", card(false), VX_MOM_CMD_DELETED), "pulled 1/3/0 pulled");
-    EXPECT_EQ(told("p_dev.card_info", card(true, "DM_TYPE_MB")),
-              "plugged 1/3/0 plugged: board card 'a\\tb', online");
+    EXPECT_EQ(told("p_dev.card_info", card(false), true), "pulled 1/3/0 pulled");
+    EXPECT_EQ(told("p_dev.card_info", card(true, "DM_TYPE_MB")), "plugged 1/3/0 plugged: mb 'a\\tb', online");
     EXPECT_EQ(told("p_dev.card_info", {{"name", "no key"}}), "");
 }
 
@@ -59,7 +57,7 @@ TEST_F(Story, OfACheck)
     const Json request{{"index", key_of({1, 3, 0})}};
     EXPECT_EQ(told("p_libpub.app_cg_card_check_info", request),
               "request 1/3/0 held; the check modules are asked");
-    EXPECT_EQ(told("p_libpub.app_cg_card_check_info", request, VX_MOM_CMD_DELETED), "");
+    EXPECT_EQ(told("p_libpub.app_cg_card_check_info", request, true), "");
     Json ack{{"index", {{"devid", 1}, {"slotid", 3}, {"t_sslotid", 2}, {"mod_name", "m1"}}}};
     EXPECT_EQ(told("p_libpub.app_cg_card_check_ack", ack), "answer 1/3/2 m1 answers PASS");
     ack["ret"] = 4;
@@ -68,7 +66,7 @@ TEST_F(Story, OfACheck)
     ack["reason"] = "too\nwarm";
     EXPECT_EQ(told("p_libpub.app_cg_card_check_ack", ack), "answer 1/3/2 m1 answers DENY: too\\nwarm");
     EXPECT_EQ(more_, (Json{{"module", "m1"}, {"ret", 4}, {"reason", "too\nwarm"}}));
-    EXPECT_EQ(told("p_libpub.app_cg_card_check_ack", ack, VX_MOM_CMD_DELETED), "");
+    EXPECT_EQ(told("p_libpub.app_cg_card_check_ack", ack, true), "");
 }
 
 TEST_F(Story, OfWhatTheDaemonDoesToADeniedCard)
@@ -84,7 +82,7 @@ TEST_F(Story, OfWhatTheDaemonDoesToADeniedCard)
 TEST_F(Story, OfTheRoleAndOfNothing)
 {
     EXPECT_EQ(told("p_dev.dp_lib_grole", {{"my_grole", 1}}), "role - this device is master");
-    EXPECT_EQ(told("p_dev.dp_lib_grole", {{"my_grole", 1}}, VX_MOM_CMD_DELETED), "");
+    EXPECT_EQ(told("p_dev.dp_lib_grole", {{"my_grole", 1}}, true), "");
     EXPECT_EQ(told("p_libpub.app_cg_mom_deny_check_result", {{"stat", 1}}), "");
 }
 
