@@ -1,14 +1,13 @@
-// A private store server for the tests of programs that use one.
+// A test of a program that uses a store.
 #ifndef SUPPORT_STORE_TEST_H
 #define SUPPORT_STORE_TEST_H
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 
 #include "unit/support/child.h"
-#include "unit/support/folder.h"
+#include "unit/support/store_server.h"
 
 namespace cg
 {
@@ -19,20 +18,17 @@ class StoreTest : public testing::Test
 {
 protected:
     StoreTest();
-    ~StoreTest() override;
 
-    // Starts the server and waits until it can be connected to. Throws when it does not come up.
-    void start_server();
-    void stop_server();
+    // Starts the server again and waits until it answers. Throws when it does not come up.
+    void start_server() { server_.start(); }
+    void stop_server() { server_.stop(); }
 
     // Has the server carry out its own commands, one a line, past the program under test. Returns what it
     // answered.
     [[nodiscard]] std::string tell_server(const std::string &lines) const;
 
-    Folder folder_;
-
-private:
-    std::unique_ptr<Child> server_;
+    StoreServer server_;
+    const Folder &folder_ = server_.folder();
 };
 
 } // namespace cg

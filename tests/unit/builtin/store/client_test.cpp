@@ -5,63 +5,29 @@
 #include <map>
 #include <stdexcept>
 
-#include "loop/loop.h"
-#include "store_client_fixture.h"
+#include "client_fixture.h"
 
 namespace
 {
 
-using platform::Loop;
+using cg::StoreServer;
 using std::chrono::milliseconds;
 using store::Change;
 using store::Client;
 using store::ConnectionEvent;
 using store_test::Card;
+using store_test::card_type;
+using store_test::db;
 using store_test::ScopedSetting;
-using store_test::StoreServer;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
-constexpr int32_t db = 1;
-const ProtobufCMessageDescriptor &card_type = p_dev__card_info__descriptor;
-
-class ClientTest : public testing::Test
+class ClientTest : public store_test::ClientFixture
 {
 protected:
-    ClientTest() : endpoint("VX_MOM_ENDPOINT", server.endpoint()), loop("client_test")
-    {
-        client.emplace(loop.context(), options());
-    }
-
-    store::Options options()
-    {
-        return {.notice = [this](int32_t, const std::string &text) { notices.push_back(text); }};
-    }
-
-    // Serves until the condition holds; fails the test when it does not in time.
-    void serve_until(const std::function<bool()> &condition)
-    {
-        bool is_late = false;
-        const auto late = loop.after(std::chrono::seconds(20), [&] {
-            is_late = true;
-            loop.stop();
-        });
-        platform::Timer tick;
-        std::function<void()> look = [&] {
-            if (condition()) {
-                loop.stop();
-            } else {
-                tick = loop.after(milliseconds(2), look);
-            }
-        };
-        look();
-        loop.run();
-        EXPECT_FALSE(is_late) << testing::PrintToString(events);
-    }
-
     store::Subscription follow(Client &from)
     {
         auto asked = from.subscribe(db, card_type, [this](const Change &change) { note(change); });
@@ -86,12 +52,7 @@ protected:
         return std::find(events.begin(), events.end(), event) != events.end();
     }
 
-    StoreServer server;
-    ScopedSetting endpoint;
-    Loop loop;
-    std::vector<std::string> notices;
     std::vector<std::string> events;
-    std::optional<Client> client;
 };
 
 TEST_F(ClientTest, CallsWriteReadAndDelete)

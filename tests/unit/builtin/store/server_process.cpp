@@ -14,7 +14,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "raw_command.h"
+#include "unit/support/raw_command.h"
 
 namespace store_test
 {
@@ -147,15 +147,15 @@ void ServerProcess::thaw()
 
 std::string ServerProcess::run(const std::vector<std::string> &command)
 {
-    const RawContext context(redisConnectWithTimeout(loopback, port_, patience));
+    const cg::RawContext context(redisConnectWithTimeout(loopback, port_, patience));
     if (context == nullptr || context->err != 0) {
         return "(no reply)";
     }
     (void)redisSetTimeout(context.get(), patience);
     if (!settings_.password.empty()) {
-        (void)run_raw(*context, {"AUTH", settings_.password});
+        (void)cg::run_raw(*context, {"AUTH", settings_.password});
     }
-    return run_raw(*context, command);
+    return cg::run_raw(*context, command);
 }
 
 } // namespace store_test

@@ -48,7 +48,7 @@ public:
     void freeze();
     void thaw();
 
-    // Runs a command and returns the reply as text; see raw_command.h.
+    // Runs a command and returns the reply as text; see unit/support/raw_command.h.
     std::string run(const std::vector<std::string> &command);
 
 private:

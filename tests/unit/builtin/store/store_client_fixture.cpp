@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 
@@ -30,43 +29,8 @@ void wake(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) {}
 
 } // namespace
 
-ScopedSetting::ScopedSetting(const char *name, const std::string &value) : name_(name)
-{
-    (void)setenv(name, value.c_str(), 1);
-}
-
-ScopedSetting::~ScopedSetting()
-{
-    (void)unsetenv(name_);
-}
-
-Card::Card(int32_t dev, int32_t slot, int32_t sslot, int32_t config_dev_type)
-{
-    p_dev__card_info_index__init(&index);
-    p_dev__card_info__init(&record);
-    index.devid = dev;
-    index.slotid = slot;
-    index.sslotid = sslot;
-    record.index = &index;
-    record.config_dev_type = config_dev_type;
-}
-
-Ack::Ack(int32_t dev, int32_t slot, int32_t sslot, const char *module, int32_t ret, const char *reason)
-    : module_(module), reason_(reason)
-{
-    p_libpub__app_cg_card_check_ack_index__init(&index);
-    p_libpub__app_cg_card_check_ack__init(&record);
-    index.devid = dev;
-    index.slotid = slot;
-    index.t_sslotid = sslot;
-    index.mod_name = module_.data();
-    record.index = &index;
-    record.ret = ret;
-    record.reason = reason_.data();
-}
-
 StoreClientTest::StoreClientTest()
-    : module(unused_module()), log("VX_ZLOG", "file:" + server.folder() + "/log"),
+    : module(unused_module()), log("VX_ZLOG", "file:" + server.folder().path("log")),
       endpoint("VX_MOM_ENDPOINT", server.endpoint()), global(vx_global_init(module.c_str(), nullptr))
 {
     running_test = this;
@@ -100,6 +64,16 @@ void StoreClientTest::connect(int32_t db)
     ASSERT_EQ(reports.back(), "up");
 }
 
+int32_t StoreClientTest::write(int32_t slot, int32_t type)
+{
+    return vx_mom_set_sync(global.get(), 1, Card(0, slot, 0, type).message());
+}
+
+int32_t StoreClientTest::erase(int32_t slot)
+{
+    return vx_mom_del(global.get(), 1, Card(0, slot, 0).message(), nullptr, nullptr);
+}
+
 int32_t StoreClientTest::subscribe_cards()
 {
     const Card pattern(0, 0, 0);
@@ -111,6 +85,20 @@ bool StoreClientTest::run_until_event(const std::string &last)
     return run_until([&] { return !events.empty() && events.back() == last; });
 }
 
+void StoreClientTest::subscribe_and_forget()
+{
+    connect(1);
+    ASSERT_EQ(subscribe_cards(), 0);
+    ASSERT_TRUE(run_until_event("29"));
+    events.clear();
+    reports.clear();
+}
+
+bool StoreClientTest::run_until_report(const std::string &last)
+{
+    return run_until([&] { return !reports.empty() && reports.back() == last; });
+}
+
 int64_t StoreClientTest::count(const std::string &what) const
 {
     return std::count(events.begin(), events.end(), what);
@@ -118,7 +106,7 @@ int64_t StoreClientTest::count(const std::string &what) const
 
 std::string StoreClientTest::log_text() const
 {
-    std::ifstream file(server.folder() + "/log");
+    std::ifstream file(server.folder().path("log"));
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 

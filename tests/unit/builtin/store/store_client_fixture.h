@@ -11,57 +11,16 @@
 #include <string>
 #include <vector>
 
-#include "p_dev.pb-c.h"
-#include "p_libpub.pb-c.h"
-#include "store_server.h"
+#include "unit/builtin/store/records.h"
+#include "unit/builtin/store/scoped_setting.h"
+#include "unit/support/store_server.h"
 #include "vx_mom.h"
 
 namespace store_test
 {
 
-// Sets an environment variable for the length of its life.
-class ScopedSetting
-{
-public:
-    ScopedSetting(const char *name, const std::string &value);
-    ScopedSetting(const ScopedSetting &) = delete;
-    ScopedSetting &operator=(const ScopedSetting &) = delete;
-    ~ScopedSetting();
-
-private:
-    const char *name_;
-};
-
 struct FinishContext {
     void operator()(vx_global_t *global) const { vx_global_finish(global); }
-};
-
-// A card with its index; whatever points somewhere lives as long as this.
-struct Card {
-    Card(int32_t dev, int32_t slot, int32_t sslot, int32_t config_dev_type = 0);
-    Card(const Card &) = delete;
-    Card &operator=(const Card &) = delete;
-    ~Card() = default;
-    const ProtobufCMessage *message() const { return &record.base; }
-
-    PDev__CardInfoIndex index;
-    PDev__CardInfo record;
-};
-
-struct Ack {
-    Ack(int32_t dev, int32_t slot, int32_t sslot, const char *module, int32_t ret = 0,
-        const char *reason = "");
-    Ack(const Ack &) = delete;
-    Ack &operator=(const Ack &) = delete;
-    ~Ack() = default;
-    const ProtobufCMessage *message() const { return &record.base; }
-
-    PLibpub__AppCgCardCheckAckIndex index;
-    PLibpub__AppCgCardCheckAck record;
-
-private:
-    std::string module_;
-    std::string reason_;
 };
 
 class StoreClientTest : public testing::Test
@@ -73,10 +32,20 @@ protected:
     bool run_until(const std::function<bool()> &condition, int limit_ms = 20000);
     // Asks for a connection to a database and waits until it is reported.
     void connect(int32_t db);
+    // Writes and deletes cards of database 1.
+    int32_t write(int32_t slot, int32_t type);
+    int32_t erase(int32_t slot);
     // Subscribes to all cards of database 1; notifications go to `events`.
     int32_t subscribe_cards();
     // Turns the loop until `events` ends with this one.
     bool run_until_event(const std::string &last);
+    // Connects and subscribes, and forgets what came of it.
+    void subscribe_and_forget();
+    // Turns the loop until the last report is this one.
+    bool run_until_report(const std::string &last);
+    // Has the server cut the client's connections: those with a subscription, or all.
+    void cut_loop_connections() { (void)server.run(0, {"CLIENT", "KILL", "TYPE", "pubsub"}); }
+    void cut_all_connections() { (void)server.run(0, {"CLIENT", "KILL", "SKIPME", "yes"}); }
     // How often `what` is in `events`.
     int64_t count(const std::string &what) const;
     // What the client has logged so far.
@@ -91,7 +60,7 @@ protected:
     static int32_t note_disconnect(void *first, int32_t db);
     static int32_t note_reconnect(void *first, int32_t db, int32_t type);
 
-    StoreServer server;
+    cg::StoreServer server;
     std::string module; // another for every test: a log stays where it was opened
     ScopedSetting log;
     ScopedSetting endpoint;

@@ -4,16 +4,17 @@
 // Tests talk to it past the client under test, with commands of their own, to see what is really stored and
 // to break what the client relies on. A stand-in for the server was rejected: what has to be right is the
 // agreement with the real one.
-#ifndef STORE_SERVER_H
-#define STORE_SERVER_H
+#ifndef SUPPORT_STORE_SERVER_H
+#define SUPPORT_STORE_SERVER_H
 
 #include <sys/types.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
-namespace store_test
+#include "unit/support/folder.h"
+
+namespace cg
 {
 
 class StoreServer
@@ -25,12 +26,13 @@ public:
     StoreServer &operator=(const StoreServer &) = delete;
     ~StoreServer();
 
-    const std::string &folder() const { return folder_; }
-    std::string socket_path() const { return folder_ + "/s"; }
+    const Folder &folder() const { return folder_; }
+    std::string socket_path() const { return folder_.path("store"); }
     std::string endpoint() const { return "unix:" + socket_path(); }
 
-    // Stops the server with all that it has in memory.
+    // Ends the server with all that it has in memory: at once, or so that it cleans up behind itself.
     void kill();
+    void stop();
     // Starts it again, from what was last saved with SAVE, if anything.
     void start();
     // Stops and resumes its process.
@@ -45,13 +47,14 @@ public:
                        const std::vector<std::string> &command);
 
 private:
+    void end(int signal);
     void wait_until_it_answers();
 
     int databases_;
-    std::string folder_;
+    Folder folder_;
     pid_t pid_ = -1;
 };
 
-} // namespace store_test
+} // namespace cg
 
 #endif

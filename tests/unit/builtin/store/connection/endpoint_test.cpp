@@ -1,21 +1,18 @@
 // Where the store is and as whom: texts of an operator, right and wrong.
 #include "store/connection/endpoint.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <fstream>
 
-#include "store/connection/configuration.h"
-#include "store/connection/errors.h"
-#include "store_client_fixture.h"
+#include "unit/support/folder.h"
 
 namespace
 {
 
-using store_test::Card;
-using store_test::ScopedSetting;
 using testing::HasSubstr;
 
 TEST(Endpoint, FormsAreRead)
@@ -106,7 +103,7 @@ TEST(Endpoint, AnythingElseIsNamedWithWhatIsRight)
     }
 }
 
-class CredentialsTest : public store_test::StoreClientTest
+class CredentialsTest : public testing::Test
 {
 protected:
     void write_file(const std::string &text, mode_t mode = 0600)
@@ -121,7 +118,8 @@ protected:
         return why;
     }
 
-    std::string path = server.folder() + "/auth";
+    cg::Folder folder;
+    std::string path = folder.path("auth");
 };
 
 TEST_F(CredentialsTest, UserAndPasswordAreRead)
@@ -198,10 +196,9 @@ TEST_F(CredentialsTest, NoRightOfOthersIsTolerated)
 
 TEST_F(CredentialsTest, OnlyAFileOfReasonableSizeIsRead)
 {
-    const std::string folder = server.folder();
     std::string why;
-    EXPECT_FALSE(store::read_credentials(folder, why).has_value());
-    EXPECT_THAT(why, HasSubstr(folder + ": not a regular file"));
+    EXPECT_FALSE(store::read_credentials(folder.path(""), why).has_value());
+    EXPECT_THAT(why, HasSubstr(folder.path("") + ": not a regular file"));
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     EXPECT_THAT(refusal(), HasSubstr("not a regular file")) << "and not waited for";
     ASSERT_EQ(unlink(path.c_str()), 0);
@@ -213,139 +210,6 @@ TEST_F(CredentialsTest, OnlyAFileOfReasonableSizeIsRead)
     EXPECT_THAT(refusal(), HasSubstr("line 2 is longer than 4096 bytes"));
     write_file(std::string(65537, '\n'));
     EXPECT_THAT(refusal(), HasSubstr("longer than 65536 bytes"));
-}
-
-TEST_F(CredentialsTest, TheClientSignsInOnBothConnections)
-{
-    write_file("user gate\npassword secret\n");
-    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "gate", "on", ">secret", "allkeys", "allchannels", "+@all"}),
-              "OK");
-    const ScopedSetting file("VX_MOM_AUTH_FILE", path);
-    restart_client();
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
-    connect(1);
-    EXPECT_THAT(server.run(0, {"CLIENT", "LIST"}), testing::ContainsRegex("user=gate.*user=gate"));
-}
-
-TEST_F(CredentialsTest, AWrongPasswordFailsAtOnce)
-{
-    write_file("user gate\npassword wrong\n");
-    const ScopedSetting file("VX_MOM_AUTH_FILE", path);
-    restart_client();
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), store::denied);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
-    EXPECT_THAT(log_text(), HasSubstr("WRONGPASS"));
-    EXPECT_THAT(log_text(), testing::Not(HasSubstr("wrong\n")));
-}
-
-class ConfigurationTest : public store_test::StoreClientTest
-{
-};
-
-TEST_F(ConfigurationTest, AWrongEndpointFailsEveryCall)
-{
-    const ScopedSetting wrong("VX_MOM_ENDPOINT", "nowhere");
-    testing::internal::CaptureStderr();
-    restart_client();
-    const Card card(0, 1, 0);
-    EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0);
-    EXPECT_LT(vx_mom_client_connect(global.get(), 1, note_connect, this), 0);
-    EXPECT_LT(vx_mom_set_sync(global.get(), 1, card.message()), 0);
-    EXPECT_LT(subscribe_cards(), 0);
-    vx_mom_result_t *result = vx_mom_hgetall_sync(global.get(), 1, card.message());
-    ASSERT_NE(result, nullptr);
-    EXPECT_LT(result->error_code, 0);
-    vx_mom_hash_res_free(result);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("'nowhere'"));
-    EXPECT_THAT(log_text(), HasSubstr("'nowhere'"));
-}
-
-TEST_F(ConfigurationTest, AServerWithTooFewDatabasesIsNamed)
-{
-    store_test::StoreServer small(16);
-    const ScopedSetting other("VX_MOM_ENDPOINT", small.endpoint());
-    restart_client();
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 1), 0);
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 33), store::invalid);
-    EXPECT_THAT(log_text(), HasSubstr("database 33"));
-    EXPECT_THAT(log_text(), HasSubstr("databases 64"));
-}
-
-TEST_F(ConfigurationTest, ADatabaseBeyondTheUsualOnesNeedsMore)
-{
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 99), store::invalid);
-    EXPECT_THAT(log_text(), HasSubstr("'databases 100'"));
-}
-
-// Text that a process said on standard error while `work` was done.
-std::string said_meanwhile(const std::function<void()> &work)
-{
-    testing::internal::CaptureStderr();
-    work();
-    return testing::internal::GetCapturedStderr();
-}
-
-TEST_F(ConfigurationTest, AServerThatRefusesIsNamedOnStandardError)
-{
-    ASSERT_EQ(server.run(0, {"CONFIG", "SET", "requirepass", "secret"}), "OK");
-    const std::string said = said_meanwhile([this] {
-        EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0);
-        EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0);
-        EXPECT_LT(vx_mom_client_connect_sync(global.get(), 28), 0);
-    });
-    EXPECT_EQ(said, "store client: " + server.endpoint() +
-                        ": the store server refuses: NOAUTH Authentication required.\n");
-}
-
-TEST_F(ConfigurationTest, AServerThatIsNotThereIsNamedOnStandardError)
-{
-    const ScopedSetting shorter("VX_MOM_DEADLINE_MS", "50");
-    restart_client();
-    server.kill();
-    const std::string said =
-        said_meanwhile([this] { EXPECT_LT(vx_mom_client_connect_sync(global.get(), 1), 0); });
-    EXPECT_THAT(said, testing::MatchesRegex("store client: unix:.*: .+\n"));
-}
-
-TEST_F(ConfigurationTest, WhatIsWrongIsFoundBeforeThereIsAClient)
-{
-    EXPECT_EQ(store::configuration_problem(), "");
-    {
-        const ScopedSetting wrong("VX_MOM_DEADLINE_MS", "abc");
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(store::configuration_problem(),
-                  "VX_MOM_DEADLINE_MS=abc: not a whole number from 1 to 3600000");
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "to say it is the caller's";
-    }
-    {
-        const ScopedSetting wrong("VX_MOM_AUTH_FILE", "/nonexistent/auth");
-        EXPECT_THAT(store::configuration_problem(),
-                    HasSubstr("VX_MOM_AUTH_FILE: /nonexistent/auth: No such file or directory"));
-    }
-    const ScopedSetting wrong("VX_MOM_ENDPOINT", "tcp:1");
-    EXPECT_EQ(store::configuration_problem(),
-              "endpoint 'tcp:1' is none, use unix:/path, tcp:host:port or sentinel:NAME@host:port,host:port");
-}
-
-TEST_F(ConfigurationTest, TheStoreIsReachedOverTcp)
-{
-    // A port of our own choice could be taken: tries until the server gets one.
-    std::string port;
-    for (int candidate = 20000; candidate < 60000; candidate += 37) {
-        port = std::to_string(candidate);
-        if (server.run(0, {"CONFIG", "SET", "port", port}) == "OK") {
-            break;
-        }
-    }
-    EXPECT_EQ(server.run(0, {"CONFIG", "GET", "bind"}), "bind\n127.0.0.1\n") << "open to other machines";
-    const ScopedSetting tcp("VX_MOM_ENDPOINT", "tcp:127.0.0.1:" + port);
-    restart_client();
-    EXPECT_EQ(vx_mom_set_sync(global.get(), 1, Card(0, 1, 0, 7).message()), 0);
-    connect(1);
-    ASSERT_EQ(subscribe_cards(), 0);
-    EXPECT_TRUE(run_until_event("29"));
-    EXPECT_EQ(events.front(), "4 0/1/0 type 7");
 }
 
 } // namespace

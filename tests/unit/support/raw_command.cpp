@@ -1,7 +1,7 @@
 // Raw commands; see the header.
-#include "raw_command.h"
+#include "unit/support/raw_command.h"
 
-namespace store_test
+namespace cg
 {
 
 namespace
@@ -47,4 +47,4 @@ std::string run_raw(redisContext &context, const std::vector<std::string> &comma
     return reply == nullptr ? "(no reply)" : text_of(*reply);
 }
 
-} // namespace store_test
+} // namespace cg

@@ -1,4 +1,6 @@
-// The synchronous calls, seen from both ends: what they return, and what stands in the server afterwards.
+// The calls on records, seen from both ends: what they return, and what stands in the server afterwards.
+#include "store/operations.h"
+
 #include "store_client_fixture.h"
 
 namespace
@@ -17,7 +19,7 @@ struct FreeResult {
 };
 using ResultPtr = std::unique_ptr<vx_mom_result_t, FreeResult>;
 
-class CallsTest : public store_test::StoreClientTest
+class OperationsTest : public store_test::StoreClientTest
 {
 protected:
     // A card in slot 3 of device 1, and its position as the last two fields of the index.
@@ -44,13 +46,7 @@ void note_result(void *arg, int32_t rv)
     *static_cast<int32_t *>(arg) = rv;
 }
 
-TEST_F(CallsTest, ConnectingWaitsForTheStore)
-{
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), db), 0);
-    EXPECT_EQ(vx_mom_client_connect_sync(global.get(), 33), 0);
-}
-
-TEST_F(CallsTest, ASetStandsInTheServerReadably)
+TEST_F(OperationsTest, ASetStandsInTheServerReadably)
 {
     const auto plugged = card(7);
     char name[] = "LC-8";
@@ -69,7 +65,7 @@ TEST_F(CallsTest, ASetStandsInTheServerReadably)
     EXPECT_EQ(server.run(0, {"EXISTS", card_key}), "0") << "databases are apart";
 }
 
-TEST_F(CallsTest, ASetReplacesTheWholeRecord)
+TEST_F(OperationsTest, ASetReplacesTheWholeRecord)
 {
     ASSERT_EQ(vx_mom_set_sync(global.get(), db, card(7)->message()), 0);
     const auto renamed = card(0);
@@ -83,7 +79,7 @@ TEST_F(CallsTest, ASetReplacesTheWholeRecord)
     EXPECT_EQ(server.run(db, {"HGET", card_key, "12"}), "LC-8");
 }
 
-TEST_F(CallsTest, WritingFieldsLeavesTheOthers)
+TEST_F(OperationsTest, WritingFieldsLeavesTheOthers)
 {
     const auto plugged = card(7);
     plugged->record.cpu_num = 4;
@@ -99,14 +95,23 @@ TEST_F(CallsTest, WritingFieldsLeavesTheOthers)
     EXPECT_EQ(server.run(db, {"HGET", card_key, "18"}), "48") << "not listed";
 }
 
-TEST_F(CallsTest, WritingFieldsOfAnAbsentRecordMakesIt)
+TEST_F(OperationsTest, WritingFieldsOfAnAbsentRecordMakesIt)
 {
     const int32_t fields[] = {6};
     ASSERT_EQ(vx_mom_hmset(global.get(), db, card(0)->message(), fields, 1, nullptr, nullptr), 0);
     EXPECT_EQ(vx_mom_exists_sync(global.get(), db, card(0)->message()), 1);
 }
 
-TEST_F(CallsTest, ARecordWithAllFieldsAtTheirDefaultExists)
+TEST_F(OperationsTest, AFieldThatIsNamedTwiceIsWrittenOnce)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    const int32_t fields[] = {6, 7, 6};
+    Card card(0, 1, 0, 9);
+    EXPECT_EQ(vx_mom_hmset(global.get(), db, card.message(), fields, 3, nullptr, nullptr), 0);
+    EXPECT_EQ(server.run(db, {"HGET", "p_dev.card_info:0:0:1:0", "6"}), "9");
+}
+
+TEST_F(OperationsTest, ARecordWithAllFieldsAtTheirDefaultExists)
 {
     ASSERT_EQ(vx_mom_set_sync(global.get(), db, card(0)->message()), 0);
     EXPECT_EQ(vx_mom_exists_sync(global.get(), db, card(0)->message()), 1);
@@ -115,7 +120,7 @@ TEST_F(CallsTest, ARecordWithAllFieldsAtTheirDefaultExists)
     EXPECT_EQ(describe(found->record), "1/3/0 type 0");
 }
 
-TEST_F(CallsTest, AnAbsentRecordIsNoError)
+TEST_F(OperationsTest, AnAbsentRecordIsNoError)
 {
     EXPECT_EQ(vx_mom_exists_sync(global.get(), db, card(0)->message()), 0);
     const ResultPtr found = read(card(0)->message());
@@ -124,7 +129,7 @@ TEST_F(CallsTest, AnAbsentRecordIsNoError)
     EXPECT_EQ(found->record, nullptr);
 }
 
-TEST_F(CallsTest, DeletingTakesTheRecordAway)
+TEST_F(OperationsTest, DeletingTakesTheRecordAway)
 {
     ASSERT_EQ(vx_mom_set_sync(global.get(), db, card(7)->message()), 0);
     EXPECT_EQ(vx_mom_del(global.get(), db, card(0)->message(), nullptr, nullptr), 0);
@@ -132,7 +137,7 @@ TEST_F(CallsTest, DeletingTakesTheRecordAway)
     EXPECT_EQ(server.run(db, {"SCARD", "@idx:p_dev.card_info"}), "0");
 }
 
-TEST_F(CallsTest, DeletingWhatIsAbsentSucceedsAndCountsNothing)
+TEST_F(OperationsTest, DeletingWhatIsAbsentSucceedsAndCountsNothing)
 {
     int32_t result = 1;
     EXPECT_EQ(vx_mom_del(global.get(), db, card(0)->message(), note_result, &result), 0);
@@ -141,7 +146,7 @@ TEST_F(CallsTest, DeletingWhatIsAbsentSucceedsAndCountsNothing)
     EXPECT_EQ(server.run(db, {"GET", "@rev:p_dev.card_info"}), "(nil)");
 }
 
-TEST_F(CallsTest, APatternDeletesByItsFirstKeyFields)
+TEST_F(OperationsTest, APatternDeletesByItsFirstKeyFields)
 {
     for (const char *checker : {"alarm", "power"}) {
         ASSERT_EQ(vx_mom_set_sync(global.get(), db, Ack(1, 3, 0, checker).message()), 0);
@@ -157,7 +162,7 @@ TEST_F(CallsTest, APatternDeletesByItsFirstKeyFields)
     EXPECT_EQ(vx_mom_exists_sync(global.get(), db, Ack(1, 31, 0, "alarm").message()), 0);
 }
 
-TEST_F(CallsTest, AScanDeliversEveryRecordOfTheTypeOnce)
+TEST_F(OperationsTest, AScanDeliversEveryRecordOfTheTypeOnce)
 {
     constexpr int32_t cards = 300;
     for (int32_t slot = 0; slot < cards; slot++) {
@@ -171,7 +176,7 @@ TEST_F(CallsTest, AScanDeliversEveryRecordOfTheTypeOnce)
     }
 }
 
-TEST_F(CallsTest, AScansCallbackMayCallTheStore)
+TEST_F(OperationsTest, AScansCallbackMayCallTheStore)
 {
     constexpr int32_t cards = 200;
     for (int32_t slot = 0; slot < cards; slot++) {
@@ -187,7 +192,7 @@ TEST_F(CallsTest, AScansCallbackMayCallTheStore)
     EXPECT_THAT(scan(), IsEmpty());
 }
 
-TEST_F(CallsTest, ARecordThatChangesDuringAScanIsDeliveredOnce)
+TEST_F(OperationsTest, ARecordThatChangesDuringAScanIsDeliveredOnce)
 {
     ASSERT_EQ(vx_mom_set_sync(global.get(), db, Card(0, 1, 0, 1).message()), 0);
     ASSERT_EQ(vx_mom_set_sync(global.get(), db, Card(0, 2, 0, 1).message()), 0);
@@ -197,28 +202,36 @@ TEST_F(CallsTest, ARecordThatChangesDuringAScanIsDeliveredOnce)
     EXPECT_THAT(scan(), ElementsAre("1 0/1/0 type 1", "1 0/2/0 type 1"));
 }
 
-TEST_F(CallsTest, TheServersScriptsMayBeForgotten)
+TEST_F(OperationsTest, WhatDoesNotDecodeIsAnErrorToRead)
 {
-    ASSERT_EQ(vx_mom_set_sync(global.get(), db, card(1)->message()), 0);
-    ASSERT_EQ(server.run(db, {"FUNCTION", "FLUSH"}), "OK");
-    EXPECT_EQ(vx_mom_set_sync(global.get(), db, card(2)->message()), 0);
-    EXPECT_EQ(server.run(db, {"HGET", card_key, "6"}), "2");
+    ASSERT_EQ(server.run(db, {"HSET", "p_dev.card_info:0:0:1:0", "6", "x"}), "1");
+    vx_mom_result_t *result = vx_mom_hgetall_sync(global.get(), db, Card(0, 1, 0).message());
+    ASSERT_NE(result, nullptr);
+    EXPECT_LT(result->error_code, 0);
+    EXPECT_EQ(result->record, nullptr);
+    vx_mom_hash_res_free(result);
+
+    ASSERT_EQ(server.run(db, {"SET", "p_dev.card_info:0:0:1:0", "a text"}), "OK");
+    result = vx_mom_hgetall_sync(global.get(), db, Card(0, 1, 0).message());
+    ASSERT_NE(result, nullptr);
+    EXPECT_LT(result->error_code, 0);
+    vx_mom_hash_res_free(result);
 }
 
-TEST_F(CallsTest, WrongArgumentsAreRefused)
+// Several modules answer for one card at the same time, so an answer's key has to tell the modules apart:
+// were it made of the position alone, one module's answer would overwrite, and its deletion take away,
+// another's.
+TEST_F(OperationsTest, EachModulesAnswerIsARecordOfItsOwn)
 {
-    const auto any = card(1);
-    const int32_t unknown[] = {10};
-    EXPECT_LT(vx_mom_client_connect_sync(nullptr, db), 0);
-    EXPECT_LT(vx_mom_client_connect_sync(global.get(), -1), 0);
-    EXPECT_LT(vx_mom_set_sync(global.get(), db, nullptr), 0);
-    EXPECT_LT(vx_mom_hmset(global.get(), db, any->message(), unknown, 1, nullptr, nullptr), 0);
-    EXPECT_LT(vx_mom_hmset(global.get(), db, any->message(), unknown, 0, nullptr, nullptr), 0);
-    EXPECT_LT(vx_mom_pdel(global.get(), db, any->message(), 5, nullptr, nullptr), 0);
-    EXPECT_LT(vx_mom_subscribe(global.get(), db, any->message(), 1, note_card, this), 0);
-    EXPECT_LT(vx_mom_scan_sync(global.get(), db, any->message(), 0, nullptr, this), 0);
-    EXPECT_EQ(server.run(db, {"DBSIZE"}), "0") << "nothing is written";
-    vx_mom_hash_res_free(nullptr);
+    const Ack first(1, 3, 2, "m1");
+    const Ack second(1, 3, 2, "m2");
+    ASSERT_EQ(vx_mom_set_sync(global.get(), db, first.message()), 0);
+    EXPECT_EQ(vx_mom_exists_sync(global.get(), db, second.message()), 0) << "not written yet";
+    ASSERT_EQ(vx_mom_set_sync(global.get(), db, second.message()), 0);
+
+    ASSERT_EQ(vx_mom_del(global.get(), db, first.message(), nullptr, nullptr), 0);
+    EXPECT_EQ(vx_mom_exists_sync(global.get(), db, second.message()), 1);
+    EXPECT_EQ(vx_mom_exists_sync(global.get(), db, first.message()), 0);
 }
 
 } // namespace

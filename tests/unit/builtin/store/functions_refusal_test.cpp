@@ -1,10 +1,8 @@
-// What is refused changes nothing; what does not decode is delivered as nothing.
+// What a function refuses changes nothing.
 #include <sys/stat.h>
 
 #include <fstream>
-#include <map>
 
-#include "store/client.h"
 #include "store_client_fixture.h"
 
 namespace
@@ -13,8 +11,6 @@ namespace
 using store_test::Card;
 using store_test::ScopedSetting;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::Pair;
 
 constexpr int32_t db = 1;
 constexpr const char *key = "p_dev.card_info:0:0:1:0";
@@ -24,10 +20,6 @@ constexpr const char *index_set = "@idx:p_dev.card_info";
 class RefusalTest : public store_test::StoreClientTest
 {
 protected:
-    int32_t write(int32_t slot, int32_t type)
-    {
-        return vx_mom_set_sync(global.get(), db, Card(0, slot, 0, type).message());
-    }
     // Makes every kind of write to card 0/1/0 and expects each to be refused.
     void expect_all_writes_refused()
     {
@@ -111,15 +103,6 @@ TEST_F(RefusalTest, AWriteWithoutAMarkTakesTheMarkOfTheOneBefore)
     EXPECT_EQ(server.run(db, {"HGET", key, "6"}), "1");
 }
 
-TEST_F(RefusalTest, AFieldThatIsNamedTwiceIsWrittenOnce)
-{
-    ASSERT_EQ(write(1, 1), 0);
-    const int32_t fields[] = {6, 7, 6};
-    Card card(0, 1, 0, 9);
-    EXPECT_EQ(vx_mom_hmset(global.get(), db, card.message(), fields, 3, nullptr, nullptr), 0);
-    EXPECT_EQ(server.run(db, {"HGET", key, "6"}), "9");
-}
-
 TEST_F(RefusalTest, AnIndexThatIsNoneStopsWrites)
 {
     ASSERT_EQ(write(1, 1), 0);
@@ -175,7 +158,7 @@ protected:
 TEST_P(RightsTest, AUserWithoutTheRightChangesNothing)
 {
     ASSERT_EQ(write(1, 1), 0);
-    const std::string file = server.folder() + "/auth";
+    const std::string file = server.folder().path("auth");
     std::ofstream(file) << "user gate\npassword secret\n";
     ASSERT_EQ(chmod(file.c_str(), 0600), 0);
     const ScopedSetting auth("VX_MOM_AUTH_FILE", file);
@@ -204,148 +187,5 @@ INSTANTIATE_TEST_SUITE_P(Each, RightsTest,
                          testing::Values("-hset", "-hget", "-hlen", "-hdel", "-del", "-incr", "-sadd",
                                          "-srem", "-sismember", "-smembers", "-publish", "-get", "-hgetall",
                                          "-fcall", "-info", "resetchannels"));
-
-TEST_F(RefusalTest, AUserWithoutTheRightToListenIsToldInTheLogAndNotRetriedForever)
-{
-    connect(db);
-    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "default", "resetchannels"}), "OK");
-    ASSERT_EQ(subscribe_cards(), 0);
-    EXPECT_TRUE(run_until([&] { return log_text().find("refused: NOPERM") != std::string::npos; }));
-    EXPECT_THAT(reports, ElementsAre("up")) << "the connection stands";
-    ASSERT_EQ(server.run(0, {"ACL", "SETUSER", "default", "allchannels"}), "OK");
-    ASSERT_EQ(subscribe_cards(), 0);
-    EXPECT_TRUE(run_until_event("29"));
-}
-
-TEST_F(RefusalTest, ARefusedSubscriptionIsTriedAgainByItself)
-{
-    connect(db);
-    ASSERT_EQ(server.run(db, {"SET", index_set, "a text"}), "OK");
-    ASSERT_EQ(subscribe_cards(), 0);
-    ASSERT_TRUE(run_until([&] { return log_text().find("refused") != std::string::npos; }));
-    ASSERT_EQ(server.run(db, {"DEL", index_set}), "1");
-    EXPECT_TRUE(run_until_event("29"));
-    ASSERT_EQ(write(1, 1), 0);
-    EXPECT_TRUE(run_until_event("4 0/1/0 type 1"));
-}
-
-class BadDataTest : public RefusalTest
-{
-protected:
-    void store_raw(const std::string &record, const std::vector<std::string> &fields)
-    {
-        std::vector<std::string> command{"HSET", record};
-        command.insert(command.end(), fields.begin(), fields.end());
-        (void)server.run(db, command);
-        (void)server.run(db, {"INCR", counter});
-        (void)server.run(db, {"SADD", index_set, record});
-    }
-};
-
-TEST_F(BadDataTest, WhatDoesNotDecodeIsPassedOver)
-{
-    store_raw("p_dev.card_info:0:0:1:0", {"6", "not a number"});
-    store_raw("p_dev.card_info:0:0:2:0", {"6", "99999999999"});
-    store_raw("p_dev.card_info:0:0:3:0", {"7", "2"});
-    store_raw("p_dev.card_info:0:0:4:0", {"14", std::string("\x2a\x7f", 2)});
-    store_raw("p_dev.card_info:0:0:x:0", {"6", "1"});
-    store_raw("p_dev.card_info:0:0:1", {"6", "1"});
-    store_raw("p_dev.card_info:0:0:01:0", {"6", "1"});
-    store_raw("something else", {"6", "1"});
-    store_raw("p_dev.card_info:0:0:5:0", {"6", "1", "rev", "many"});
-    ASSERT_EQ(server.run(db, {"SADD", index_set, "p_dev.card_info:0:0:6:0"}), "1");
-    ASSERT_EQ(server.run(db, {"SET", "p_dev.card_info:0:0:6:0", "a text"}), "OK");
-    ASSERT_EQ(server.run(db, {"SET", counter, "20"}), "OK");
-    ASSERT_EQ(write(9, 1), 0);
-
-    const Card pattern(0, 0, 0);
-    ASSERT_EQ(vx_mom_scan_sync(global.get(), db, pattern.message(), 0, note_card, this), 0);
-    EXPECT_THAT(events, ElementsAre("1 0/9/0 type 1"));
-    for (const char *bad : {":0:0:1:0", ":0:0:2:0", ":0:0:3:0", ":0:0:4:0", ":0:0:x:0", ":0:0:1 ",
-                            ":0:0:01:0", "something else", ":0:0:5:0", ":0:0:6:0"}) {
-        EXPECT_THAT(log_text(), HasSubstr(bad));
-    }
-    events.clear();
-    connect(db);
-    ASSERT_EQ(subscribe_cards(), 0);
-    ASSERT_TRUE(run_until_event("29"));
-    EXPECT_THAT(events, ElementsAre("4 0/9/0 type 1", "29"));
-}
-
-TEST_F(BadDataTest, AReadOfItIsAnError)
-{
-    ASSERT_EQ(server.run(db, {"HSET", key, "6", "x"}), "1");
-    vx_mom_result_t *result = vx_mom_hgetall_sync(global.get(), db, Card(0, 1, 0).message());
-    ASSERT_NE(result, nullptr);
-    EXPECT_LT(result->error_code, 0);
-    EXPECT_EQ(result->record, nullptr);
-    vx_mom_hash_res_free(result);
-
-    ASSERT_EQ(server.run(db, {"SET", key, "a text"}), "OK");
-    result = vx_mom_hgetall_sync(global.get(), db, Card(0, 1, 0).message());
-    ASSERT_NE(result, nullptr);
-    EXPECT_LT(result->error_code, 0);
-    vx_mom_hash_res_free(result);
-}
-
-TEST_F(BadDataTest, AChangeOfItIsPassedOverAndCounted)
-{
-    ASSERT_EQ(write(1, 1), 0);
-    connect(db);
-    ASSERT_EQ(subscribe_cards(), 0);
-    ASSERT_TRUE(run_until_event("29"));
-    events.clear();
-    ASSERT_EQ(server.run(db, {"HSET", key, "8", "many"}), "1");
-    const int32_t fields[] = {6};
-    ASSERT_EQ(vx_mom_hmset(global.get(), db, Card(0, 1, 0, 2).message(), fields, 1, nullptr, nullptr), 0);
-    ASSERT_EQ(write(2, 1), 0);
-    ASSERT_TRUE(run_until_event("4 0/2/0 type 1"));
-    EXPECT_THAT(events, ElementsAre("4 0/2/0 type 1"));
-    ASSERT_EQ(write(1, 3), 0);
-    ASSERT_TRUE(run_until_event("4 0/1/0 type 3"));
-}
-
-TEST_F(BadDataTest, TheDeletionOfASpoiltRecordCarriesWhatItLastWas)
-{
-    ASSERT_EQ(write(1, 1), 0);
-    connect(db);
-    ASSERT_EQ(subscribe_cards(), 0);
-    ASSERT_TRUE(run_until_event("29"));
-    ASSERT_EQ(server.run(db, {"HSET", key, "6", "junk"}), "0");
-    ASSERT_EQ(vx_mom_del(global.get(), db, Card(0, 1, 0).message(), nullptr, nullptr), 0);
-    ASSERT_TRUE(run_until_event("3 0/1/0 type 1"));
-    EXPECT_THAT(log_text(), HasSubstr("does not decode"));
-}
-
-TEST_F(BadDataTest, AScanNamesWhatItLeavesOut)
-{
-    store_raw("p_dev.card_info:0:0:1:0", {"6", "not a number"});
-    store_raw("p_dev.card_info:0:0:2:0", {"6", "1", "rev", "many"});
-    ASSERT_EQ(write(3, 1), 0);
-    store::Client client(global.get());
-    std::vector<std::string> found;
-    const auto scanned = client.scan(db, p_dev__card_info__descriptor,
-                                     [&](const store::Record &record) { found.push_back(record.key); });
-    EXPECT_EQ(scanned.code, 0);
-    EXPECT_THAT(found, ElementsAre("p_dev.card_info:0:0:3:0"));
-    std::map<std::string, std::string> left_out;
-    for (const store::LeftOut &record : scanned.value) {
-        left_out[record.key] = record.why;
-    }
-    EXPECT_THAT(left_out, ElementsAre(Pair("p_dev.card_info:0:0:1:0", HasSubstr("no value of its type")),
-                                      Pair("p_dev.card_info:0:0:2:0", "its revision is no number")));
-}
-
-TEST_F(BadDataTest, ARecordDeletedPastTheClientIsStillToldOfWhenItIsDeletedAgain)
-{
-    ASSERT_EQ(write(1, 1), 0);
-    connect(db);
-    ASSERT_EQ(subscribe_cards(), 0);
-    ASSERT_TRUE(run_until_event("29"));
-    ASSERT_EQ(server.run(db, {"DEL", key}), "1");
-    ASSERT_EQ(vx_mom_del(global.get(), db, Card(0, 1, 0).message(), nullptr, nullptr), 0);
-    ASSERT_TRUE(run_until_event("3 0/1/0 type 1"));
-    EXPECT_EQ(server.run(db, {"SCARD", index_set}), "0");
-}
 
 } // namespace

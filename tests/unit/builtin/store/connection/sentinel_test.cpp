@@ -10,7 +10,7 @@
 
 #include <stdexcept>
 
-#include "sentinel_group.h"
+#include "unit/builtin/store/sentinel_group.h"
 
 namespace
 {

@@ -1,52 +1,39 @@
 // A private store server for tests; see the header.
-#include "store_server.h"
+#include "unit/support/store_server.h"
 
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
 
-#include "raw_command.h"
+#include "unit/support/raw_command.h"
 
-namespace store_test
+namespace cg
 {
 
 namespace
 {
 
-std::string make_folder()
-{
-    const char *base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base == nullptr ? "/tmp" : base) + "/store-XXXXXX";
-    if (mkdtemp(pattern.data()) == nullptr) {
-        throw std::runtime_error("no folder can be made: " + pattern);
-    }
-    return pattern;
-}
-
-[[noreturn]] void become_server(const std::string &folder, const std::string &databases)
+[[noreturn]] void become_server(const Folder &folder, const std::string &databases)
 {
     const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
     (void)dup2(null, STDIN_FILENO);
     (void)dup2(null, STDOUT_FILENO);
     (void)dup2(null, STDERR_FILENO);
-    const std::string socket = folder + "/s";
+    const std::string socket = folder.path("store");
     (void)execl(REDIS_SERVER_PATH, "redis-server", "--databases", databases.c_str(), "--port", "0", "--bind",
                 "127.0.0.1", "--unixsocket", socket.c_str(), "--save", "", "--appendonly", "no", "--dir",
-                folder.c_str(), static_cast<char *>(nullptr));
+                folder.path("").c_str(), static_cast<char *>(nullptr));
     _exit(127);
 }
 
 } // namespace
 
-StoreServer::StoreServer(int databases) : databases_(databases), folder_(make_folder())
+StoreServer::StoreServer(int databases) : databases_(databases)
 {
     start();
 }
@@ -54,14 +41,22 @@ StoreServer::StoreServer(int databases) : databases_(databases), folder_(make_fo
 StoreServer::~StoreServer()
 {
     kill();
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
 }
 
 void StoreServer::kill()
 {
+    end(SIGKILL);
+}
+
+void StoreServer::stop()
+{
+    end(SIGTERM);
+}
+
+void StoreServer::end(int signal)
+{
     if (pid_ > 0) {
-        (void)::kill(pid_, SIGKILL);
+        (void)::kill(pid_, signal);
         (void)waitpid(pid_, nullptr, 0);
         pid_ = -1;
     }
@@ -120,7 +115,7 @@ void StoreServer::wait_until_it_answers()
         }
         (void)poll(nullptr, 0, 2);
     }
-    throw std::runtime_error("the store server does not come up in " + folder_);
+    throw std::runtime_error("the store server does not come up at " + socket_path());
 }
 
-} // namespace store_test
+} // namespace cg

@@ -24,17 +24,6 @@ protected:
         restart_client();
     }
 
-    int32_t write(int32_t slot, int32_t type)
-    {
-        return vx_mom_set_sync(global.get(), 1, Card(0, slot, 0, type).message());
-    }
-    void subscribe_and_forget()
-    {
-        connect(1);
-        ASSERT_EQ(subscribe_cards(), 0);
-        ASSERT_TRUE(run_until_event("29"));
-        events.clear();
-    }
     bool run_until_back(const std::string &report)
     {
         return run_until([&] { return !reports.empty() && reports.back() == report; }, 60000);

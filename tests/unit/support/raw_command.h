@@ -1,6 +1,6 @@
 // Commands to a server past the client under test, and replies as text.
-#ifndef RAW_COMMAND_H
-#define RAW_COMMAND_H
+#ifndef SUPPORT_RAW_COMMAND_H
+#define SUPPORT_RAW_COMMAND_H
 
 #include <hiredis/hiredis.h>
 
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace store_test
+namespace cg
 {
 
 struct FreeRawContext {
@@ -20,6 +20,6 @@ using RawContext = std::unique_ptr<redisContext, FreeRawContext>;
 // "(error) ...", the elements of a list each followed by a line end; "(no reply)" when there is none.
 std::string run_raw(redisContext &context, const std::vector<std::string> &command);
 
-} // namespace store_test
+} // namespace cg
 
 #endif

@@ -1,118 +1,25 @@
 // Each write says who made it, and what he was handling then.
-#include <fstream>
-#include <iterator>
-#include <map>
-#include <sstream>
-
-#include "loop/loop.h"
+#include "cause_fixture.h"
 #include "loop/platform_context.h"
-#include "store/client.h"
-#include "store_client_fixture.h"
 
 namespace
 {
 
-using platform::Loop;
 using std::chrono::milliseconds;
 using store::Cause;
 using store::Change;
-using store::Client;
 using store::ConnectionEvent;
 using store::Origin;
 using store_test::Card;
-using store_test::ScopedSetting;
-using store_test::StoreServer;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr int32_t db = 1;
-const ProtobufCMessageDescriptor &card_type = p_dev__card_info__descriptor;
-
-std::string key_of(int32_t slot)
-{
-    return "p_dev.card_info:0:0:" + std::to_string(slot) + ":0";
-}
+using store_test::card_type;
+using store_test::CauseTest;
+using store_test::db;
+using store_test::key_of;
 
 Cause because_of(uint64_t revision, int32_t slot)
 {
     return {Cause::Kind::record, revision, key_of(slot)};
 }
-
-class CauseTest : public testing::Test
-{
-public:
-    CauseTest() : endpoint("VX_MOM_ENDPOINT", server.endpoint()), log("VX_ZLOG", "none"), loop("cause_test")
-    {
-        client.emplace(loop.context());
-    }
-
-    void serve_until(const std::function<bool()> &condition)
-    {
-        bool is_late = false;
-        const auto late = loop.after(std::chrono::seconds(20), [&] {
-            is_late = true;
-            loop.stop();
-        });
-        platform::Timer tick;
-        std::function<void()> look = [&] {
-            if (condition()) {
-                loop.stop();
-            } else {
-                tick = loop.after(milliseconds(2), look);
-            }
-        };
-        look();
-        loop.run();
-        EXPECT_FALSE(is_late);
-    }
-
-    void write(int32_t slot, int32_t type = 1)
-    {
-        const store::Status status = client->set(db, *Card(0, slot, 0, type).message());
-        EXPECT_EQ(status.code, 0) << status.reason;
-    }
-
-    // What is kept with a record.
-    Cause kept(int32_t slot)
-    {
-        const auto found = client->read(db, *Card(0, slot, 0).message());
-        return found.value ? found.value->origin().cause : Cause{};
-    }
-
-    // Another client that hears all changes, and the origin of each.
-    void listen()
-    {
-        listener.emplace(loop.context());
-        auto asked = listener->subscribe(db, card_type, [this](const Change &change) {
-            in_place = in_place || change.command == VX_MOM_CMD_SUBSCRIBED;
-            heard[std::to_string(change.command) + ' ' + std::string(change.key)] = change.origin();
-        });
-        subscription = std::move(asked.value);
-        serve_until([&] { return in_place; });
-    }
-
-    bool has_heard(int32_t command, int32_t slot) const
-    {
-        return heard.count(std::to_string(command) + ' ' + key_of(slot)) != 0;
-    }
-
-    Origin origin_heard(int32_t command, int32_t slot)
-    {
-        const std::string what = std::to_string(command) + ' ' + key_of(slot);
-        serve_until([&] { return heard.count(what) != 0; });
-        return heard[what];
-    }
-
-    StoreServer server;
-    ScopedSetting endpoint;
-    ScopedSetting log;
-    Loop loop;
-    std::optional<Client> client;
-    std::optional<Client> listener;
-    store::Subscription subscription;
-    bool in_place = false;
-    std::map<std::string, Origin> heard;
-};
 
 TEST_F(CauseTest, OfAWriteOfTheProgramsOwnIsNone)
 {
@@ -277,53 +184,6 @@ TEST_F(CauseTest, AnotherClientIsAnotherInstance)
     const auto second = client->read(db, *Card(0, 1, 0).message()).value->origin();
     EXPECT_NE(first.instance, second.instance);
     EXPECT_EQ(second.number, 1U);
-}
-
-// The functions of the build before, as a server keeps them that has not been restarted since.
-class UpgradeTest : public CauseTest
-{
-protected:
-    UpgradeTest()
-    {
-        std::ifstream file(OLD_FUNCTIONS);
-        const std::string code{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-        EXPECT_EQ(server.run(db, {"FUNCTION", "LOAD", code}), "vx_mom1");
-    }
-
-    // Calls one of them on a card.
-    std::string call_old(const std::string &function, int32_t slot, const std::vector<std::string> &more)
-    {
-        std::vector<std::string> words{"FCALL",      "vx_mom1_" + function,  "3",
-                                       key_of(slot), "@rev:p_dev.card_info", "@idx:p_dev.card_info",
-                                       "@chg:1:"};
-        words.insert(words.end(), more.begin(), more.end());
-        return server.run(db, words);
-    }
-};
-
-TEST_F(UpgradeTest, WhatTheBuildBeforeHasWrittenIsReadWithAnUnknownCause)
-{
-    ASSERT_EQ(call_old("set", 1, {"0123abcd.7", "6", "5"}), "1");
-    const auto found = client->read(db, *Card(0, 1, 0).message());
-    ASSERT_TRUE(found.value);
-    EXPECT_EQ(found.value->origin(), (Origin{"0123abcd", 7, {}}));
-    EXPECT_EQ(reinterpret_cast<const PDev__CardInfo &>(*found.value->message).config_dev_type, 5);
-    listen();
-    EXPECT_EQ(origin_heard(VX_MOM_CMD_SET, 1), (Origin{"0123abcd", 7, {}}));
-}
-
-TEST_F(UpgradeTest, WhatTheBuildBeforeWritesAndDeletesIsHeardWithAnUnknownWriter)
-{
-    listen();
-    ASSERT_EQ(call_old("set", 1, {"0123abcd.7", "6", "5"}), "1");
-    EXPECT_EQ(origin_heard(VX_MOM_CMD_SET, 1), Origin{});
-    ASSERT_EQ(call_old("del", 1, {}), "2");
-    EXPECT_EQ(origin_heard(VX_MOM_CMD_DELETED, 1), Origin{});
-    heard.clear();
-    write(1);
-    EXPECT_EQ(origin_heard(VX_MOM_CMD_SET, 1).instance.size(), 8U) << "the same books serve both";
-    ASSERT_EQ(call_old("hmset", 1, {"0123abcd.8", "2", "6", "6"}), "4");
-    EXPECT_EQ(origin_heard(VX_MOM_CMD_HMSET, 1), Origin{});
 }
 
 } // namespace

@@ -1,0 +1,130 @@
+// What the connection on the loop brings: its loss and return, and changes in one order.
+#include "store/inbox.h"
+
+#include "store_client_fixture.h"
+
+namespace
+{
+
+using store_test::Ack;
+using store_test::Card;
+using testing::ElementsAre;
+
+class InboxTest : public store_test::StoreClientTest
+{
+};
+
+int32_t note_confirmed(void *arg, vx_mom_pmsg_t *pmsg)
+{
+    if (pmsg->cmd == VX_MOM_CMD_SUBSCRIBED) {
+        auto *note = static_cast<std::pair<std::string *, std::string> *>(arg);
+        *note->first += note->second;
+    }
+    return 0;
+}
+
+int32_t note_name(void *arg, vx_mom_pmsg_t * /*pmsg*/)
+{
+    auto *note = static_cast<std::pair<std::vector<std::string> *, std::string> *>(arg);
+    note->first->push_back(note->second);
+    return 0;
+}
+
+TEST_F(InboxTest, AConnectionIsWaitedForUntilTheServerComesUp)
+{
+    server.kill();
+    ASSERT_EQ(vx_mom_client_connect(global.get(), 1, note_connect, this), 0);
+    EXPECT_FALSE(run_until([&] { return !reports.empty(); }, 100));
+    server.start();
+    EXPECT_TRUE(run_until_report("up"));
+}
+
+TEST_F(InboxTest, ACutConnectionComesBackWithTheSameData)
+{
+    subscribe_and_forget();
+    cut_loop_connections();
+    ASSERT_TRUE(run_until_report("back 1 type 2"));
+    EXPECT_THAT(reports, ElementsAre("lost 1", "back 1 type 2"));
+}
+
+TEST_F(InboxTest, EveryDatabaseIsReportedAndOnlyOnce)
+{
+    connect(1);
+    connect(28);
+    reports.clear();
+    cut_all_connections();
+    ASSERT_TRUE(run_until([&] { return reports.size() >= 4; }));
+    EXPECT_THAT(reports,
+                testing::UnorderedElementsAre("lost 1", "lost 28", "back 1 type 2", "back 28 type 2"));
+}
+
+TEST_F(InboxTest, WhatHappenedDuringTheOutageIsDelivered)
+{
+    ASSERT_EQ(write(1, 1), 0);
+    ASSERT_EQ(write(2, 1), 0);
+    ASSERT_EQ(write(3, 1), 0);
+    subscribe_and_forget();
+    cut_loop_connections();
+    ASSERT_EQ(vx_mom_del(global.get(), 1, Card(0, 1, 0).message(), nullptr, nullptr), 0);
+    ASSERT_EQ(write(2, 2), 0);
+    ASSERT_EQ(write(4, 1), 0);
+    ASSERT_TRUE(run_until_event("4 0/4/0 type 1"));
+    ASSERT_EQ(write(5, 1), 0);
+    ASSERT_TRUE(run_until_event("4 0/5/0 type 1"));
+    EXPECT_THAT(events, ElementsAre("3 0/1/0 type 1", "4 0/2/0 type 2", "4 0/4/0 type 1", "4 0/5/0 type 1"));
+}
+
+TEST_F(InboxTest, SubscriptionsAreServedInTheOrderAsked)
+{
+    for (int32_t slot = 0; slot < 300; slot++) {
+        ASSERT_EQ(write(slot, 1), 0);
+    }
+    connect(1);
+    std::string order;
+    std::pair<std::string *, std::string> first{&order, "cards "};
+    std::pair<std::string *, std::string> second{&order, "acks "};
+    ASSERT_EQ(vx_mom_subscribe(global.get(), 1, Card(0, 0, 0).message(), 0, note_confirmed, &first), 0);
+    ASSERT_EQ(vx_mom_subscribe(global.get(), 1, Ack(0, 0, 0, "").message(), 0, note_confirmed, &second), 0);
+    ASSERT_TRUE(run_until([&] { return order.find("acks") != std::string::npos; }));
+    EXPECT_EQ(order, "cards acks ");
+}
+
+TEST_F(InboxTest, ChangesOfDifferentTypesComeInTheOrderMade)
+{
+    subscribe_and_forget();
+    std::pair<std::vector<std::string> *, std::string> acks{&events, "ack"};
+    ASSERT_EQ(vx_mom_subscribe(global.get(), 1, Ack(0, 0, 0, "").message(), 0, note_name, &acks), 0);
+    ASSERT_TRUE(run_until_event("ack"));
+    events.clear();
+    std::vector<std::string> expected;
+    for (int32_t slot = 0; slot < 200; slot++) {
+        ASSERT_EQ(vx_mom_set_sync(global.get(), 1, Ack(0, slot, 0, "alarm").message()), 0);
+        ASSERT_EQ(write(slot, 1), 0);
+        expected.emplace_back("ack");
+        expected.push_back("4 0/" + std::to_string(slot) + "/0 type 1");
+    }
+    ASSERT_TRUE(run_until_event(expected.back()));
+    EXPECT_EQ(events, expected);
+}
+
+TEST_F(InboxTest, ASubscriberThatTheServerCutsOffForBeingSlowMissesNothing)
+{
+    ASSERT_EQ(server.run(0, {"CONFIG", "SET", "client-output-buffer-limit", "pubsub 1mb 1mb 1"}), "OK");
+    subscribe_and_forget();
+    const std::string long_name(4000, 'x');
+    Card card(0, 1, 0, 1);
+    std::string name = long_name;
+    card.record.name = name.data();
+    for (int32_t slot = 0; slot < 1000; slot++) {
+        card.index.slotid = slot;
+        ASSERT_EQ(vx_mom_set_sync(global.get(), 1, card.message()), 0);
+    }
+    ASSERT_TRUE(run_until_report("back 1 type 2"));
+    ASSERT_TRUE(run_until_event("4 0/999/0 type 1"));
+    EXPECT_EQ(events.size(), 1000U);
+    for (int32_t slot = 0; slot < 1000; slot++) {
+        EXPECT_EQ(count("4 0/" + std::to_string(slot) + "/0 type 1"), 1) << slot;
+    }
+}
+
+} // namespace
