@@ -12,7 +12,8 @@ import sys
 import unittest
 
 # The language's own, what sanitizers and coverage bring, and spdlog's formatter, which the optimizer may leave to it.
-RUNTIME = {"libfmt", "ld-linux-x86-64", "libasan", "libc", "libgcc_s", "libgcov", "libm", "libstdc++", "libtsan", "libubsan"}
+RUNTIME = {"libfmt", "ld-linux-x86-64", "libasan", "libc", "libclang_rt.asan-x86_64", "libgcc_s", "libgcov", "libm", "libstdc++",
+           "libtsan", "libubsan"}
 PLATFORM = {"libevent-2.1", "libhiredis", "libprotobuf-c", "libspdlog"}
 NEEDED = {
     "app_cg": PLATFORM,

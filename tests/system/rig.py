@@ -42,12 +42,6 @@ def is_sanitized():
     return "-fsanitize=address" in (DAEMON.parents[1] / "CMakeCache.txt").read_text()
 
 
-def clock_is_fixed():
-    """Whether the daemon's clock cannot be replaced: a sanitizer linked into it tolerates nothing loaded before it."""
-    cache = (DAEMON.parents[1] / "CMakeCache.txt").read_text()
-    return is_sanitized() and any(line.startswith("CMAKE_CXX_COMPILER:") and "clang" in line for line in cache.splitlines())
-
-
 class Rig:
     """See above. Every test has one of its own; close() stops and removes all of it."""
 
@@ -125,7 +119,7 @@ class Rig:
 
     def start_scaled(self, factor):
         """Starts the daemon with clocks that run `factor` times as fast."""
-        return self.start(**scaled_time(factor, preloaded_first=sanitizer_runtime()))
+        return self.start(**scaled_time(factor))
 
     def _subscribed(self, before):
         if not self.daemon.is_running:
@@ -229,11 +223,3 @@ class Rig:
         self.cgctl("card", "plug", f"9/{self._markers}/0", "--node-type", "mb", "--type", 1, "--nodeid", tipc,
                    "--tipc", tipc)
         self.expect(lambda: self.record(HOST, BY_TIPC, tipc), "the daemon handles the marker card")
-
-
-def sanitizer_runtime():
-    """The libraries that must be loaded before any other into a program under AddressSanitizer."""
-    if not is_sanitized():
-        return ()
-    found = sorted(pathlib.Path("/usr/lib").glob("*/libasan.so.*"))
-    return [str(found[0])] if found else ()

@@ -4,7 +4,6 @@ import signal
 import pytest
 
 from demo.daemon import faketime_library, scaled_time
-from rig import sanitizer_runtime
 
 
 def outcomes(recorder, position):
@@ -58,7 +57,7 @@ def test_the_time_admits_a_card_that_a_late_answer_passed_while_it_was_offline(r
     factor = 50
     rig.modules("a")
     rig.role("master")
-    recorder.start(**scaled_time(factor, preloaded_first=sanitizer_runtime()))
+    recorder.start(**scaled_time(factor))
     rig.start_scaled(factor)
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")

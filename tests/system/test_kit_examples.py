@@ -5,7 +5,7 @@ import subprocess
 import pytest
 
 from demo import daemon, programs
-from rig import BUILD, PROJECT, sanitizer_runtime
+from rig import BUILD, PROJECT
 
 EXAMPLES = PROJECT / "kit" / "examples"
 BUILT = BUILD / "bin" / "examples"
@@ -138,7 +138,7 @@ def test_a_table_that_cannot_be_read_is_an_error(tmp_path, program):
 
 
 def test_the_kit_warns_before_and_when_the_daemon_waits_no_more(rig, module):
-    fast = daemon.scaled_time(500, preloaded_first=sanitizer_runtime())
+    fast = daemon.scaled_time(500)
     _, log = module("silent", BUILD / "bin" / "kit_silent", "silent", **fast)
     rig.cgctl("set", "--fields", "app_cg_card_check_info", "devid=1", "slotid=3", "type=1")
     rig.expect(lambda: "1/3/0: no verdict for 300 s; the time is over" in log(), "the second warning")

@@ -12,7 +12,7 @@ import pytest
 from demo import programs
 from demo.daemon import faketime_library, scaled_time
 from recording import sql
-from rig import BUILD, sanitizer_runtime
+from rig import BUILD
 
 
 def note_life(recorder, line):
@@ -25,7 +25,7 @@ def test_every_outcome_with_its_decider(rig, recorder):
         pytest.skip("libfaketime is not installed")
     factor = 50  # 300 seconds in six, for both of them
     rig.modules("m1", "m2")
-    recorder.start(**scaled_time(factor, preloaded_first=sanitizer_runtime()))
+    recorder.start(**scaled_time(factor))
     rig.start_scaled(factor)
     rig.play("""
         role master

@@ -9,7 +9,7 @@ import pytest
 
 from demo.daemon import faketime_library, scaled_time
 from recording import sql
-from rig import ACK, HOST, PASS, sanitizer_runtime
+from rig import ACK, HOST, PASS
 
 
 def outcomes(recorder, position):
@@ -74,7 +74,7 @@ def test_a_card_that_passed_offline_and_is_admitted_by_the_time_later(rig, recor
     factor = 50  # 300 seconds in six, for both of them
     rig.modules("m1", "m2")
     rig.role("master")
-    recorder.start(**scaled_time(factor, preloaded_first=sanitizer_runtime()))
+    recorder.start(**scaled_time(factor))
     rig.start_scaled(factor)
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
