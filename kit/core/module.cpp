@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/times.h"
 #include "core/records.h"
 #include "log/platform_log.h"
 #include "modules/contract.h"
@@ -30,11 +31,6 @@ int level_of(int32_t platform_level)
         return APP_CG_KIT_WARNING;
     }
     return APP_CG_KIT_DEBUG;
-}
-
-std::string seconds_text(std::chrono::seconds span)
-{
-    return std::to_string(span.count()) + " s";
 }
 
 } // namespace
@@ -395,10 +391,10 @@ void Module::watch_time(Job &job, std::chrono::seconds elapsed)
     const std::chrono::seconds next = is_first ? warn_after : cg::check_timeout;
     job.patience = loop_.after(next - elapsed, [this, &job, is_first, next] {
         const std::string card =
-            job.request.position.text() + ": no verdict for " + seconds_text(next) + "; ";
+            job.request.position.text() + ": no verdict for " + cg::seconds_text(next) + "; ";
         if (is_first) {
             log_(APP_CG_KIT_WARNING, card + "the daemon admits the card unexamined when " +
-                                         seconds_text(cg::check_timeout) + " are over");
+                                         cg::seconds_text(cg::check_timeout) + " are over");
             guard("a warning", [&] { watch_time(job, next); });
         } else {
             log_(APP_CG_KIT_WARNING, card + "the time is over, and the daemon admits the card unexamined");

@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <sstream>
 
 #include "base/text.h"
+#include "base/times.h"
 #include "modules/contract.h"
 #include "p_dev.pb-c.h"
 
@@ -17,18 +17,11 @@ namespace cg
 namespace
 {
 
-std::string seconds_text(double seconds)
-{
-    std::ostringstream text;
-    text << seconds;
-    return text.str();
-}
-
 // The reason of a command that did not give one itself.
 std::string circumstances(int wait_status, std::optional<double> time_limit_s)
 {
     if (time_limit_s) {
-        return "no verdict within " + seconds_text(*time_limit_s) + " s";
+        return "no verdict within " + seconds_text(std::chrono::duration<double>(*time_limit_s));
     }
     if (WIFSIGNALED(wait_status)) {
         const int signal_number = WTERMSIG(wait_status);

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <array>
 #include <set>
-#include <sstream>
 
 #include "base/text.h"
+#include "base/times.h"
 #include "modules/module_folder.h"
 
 namespace cg
@@ -19,14 +19,6 @@ namespace
 {
 
 using State = CaseResult::State;
-
-std::string seconds_text(double seconds)
-{
-    std::ostringstream text;
-    text.precision(2);
-    text << std::fixed << seconds << " s";
-    return text.str();
-}
 
 CaseResult ok(const std::string &found)
 {
@@ -98,7 +90,7 @@ std::string ContractTest::no_answer_text(const TestCard &card)
     if (!module_.is_running()) {
         return what + ": the module has ended: " + module_.exit_text();
     }
-    return what + " within " + seconds_text(options_.limit.count()) + module_.printed_text();
+    return what + " within " + seconds_text(options_.limit) + module_.printed_text();
 }
 
 std::string ContractTest::examine(const TestCard &card)
@@ -149,7 +141,9 @@ CaseResult ContractTest::in_time()
         return failure(problem, "let the command run until SIGTERM; VX_MOM_ENDPOINT says where the store is");
     }
     return result_of(
-        problem, std::to_string(options_.cards.size()) + " cards, the slowest in " + seconds_text(slowest_s_),
+        problem,
+        std::to_string(options_.cards.size()) + " cards, the slowest in " +
+            seconds_text(Harness::Span(slowest_s_)),
         "answer every request, new and standing; the daemon admits a card without answer after " +
             std::to_string(check_timeout.count()) + " s. More time: --timeout");
 }

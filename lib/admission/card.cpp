@@ -449,7 +449,6 @@ void Card::refresh(const Change &change)
     shown_.answers = answers_.all();
     shown_.asked = request_;
     shown_.decider = verdict.module;
-    shown_.unseen = shown_.state == State::passed && verdict.outcome == Outcome::unseen;
     shown_.denied =
         shown_.state == State::denied || (shown_.state == State::offline && result_ && !result_->pass);
     shown_.explained = result_ && shown_.last && is_same(shown_.last->result, result_->write);

@@ -62,7 +62,7 @@ public:
     // The last check that was heard of need not be the one that left the result.
     void add_end(const TrackedCard &card)
     {
-        if (card.last && (card.explained || (card.decider.empty() && !card.unseen))) {
+        if (card.last && (card.explained || (card.decider.empty() && card.state != State::passed))) {
             add_last_check(*card.last);
             return;
         }
@@ -107,8 +107,9 @@ facts_of_card(const TrackedCard &card, std::optional<std::chrono::milliseconds> 
         facts.add_card(card.card);
     }
     facts.add("state", state_text(card, left));
-    if (card.unseen) {
-        facts.add("", "whether a module passed it or all were only silent is not known");
+    if (card.state == State::passed && card.decider.empty()) {
+        facts.add("",
+                  "the result does not say: it is of an earlier build, or of somebody else than the daemon");
     }
     facts.add("since", since_text(card, now));
     if (card.open) {

@@ -2,9 +2,6 @@
 #include "admission/card_text.h"
 
 #include <algorithm>
-#include <ctime>
-#include <iomanip>
-#include <sstream>
 
 #include "base/text.h"
 #include "p_dev.pb-c.h"
@@ -21,8 +18,6 @@ using admission::State;
 using admission::TrackedCard;
 using std::chrono::milliseconds;
 
-constexpr const char *unseen_pass = "passed unseen";
-
 std::string enum_word(const ProtobufCEnumDescriptor &type, int32_t value, std::size_t prefix)
 {
     const ProtobufCEnumValue *found = protobuf_c_enum_descriptor_get_value(&type, value);
@@ -35,29 +30,11 @@ std::string enum_word(const ProtobufCEnumDescriptor &type, int32_t value, std::s
     return word;
 }
 
-std::string list_of(const std::vector<std::string> &names)
+// Admitted by a result that names no answer, timer or card as its cause: of an earlier build, or of somebody
+// else than the daemon.
+bool is_unexplained(const TrackedCard &card)
 {
-    std::string text;
-    for (const std::string &name : names) {
-        text += (text.empty() ? "" : ", ") + visible(name);
-    }
-    return text;
-}
-
-// As strftime() has it, in local time or in UTC.
-std::string formatted(Time time, const char *format, bool local)
-{
-    const time_t seconds =
-        std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(time));
-    tm parts{};
-    if (local) {
-        localtime_r(&seconds, &parts);
-    } else {
-        gmtime_r(&seconds, &parts);
-    }
-    std::ostringstream text;
-    text << std::put_time(&parts, format);
-    return text.str();
+    return card.state == State::passed && card.decider.empty();
 }
 
 std::string decider_text(const TrackedCard &card)
@@ -68,13 +45,13 @@ std::string decider_text(const TrackedCard &card)
 // Whom the time-out that admitted the card waited for, as far as somebody heard of it.
 std::string silent_text(const TrackedCard &card)
 {
-    return card.explained && !card.last->silent.empty() ? "of " + list_of(card.last->silent) : "";
+    return card.explained && !card.last->silent.empty() ? "of " + visible(joined(card.last->silent)) : "";
 }
 
 std::string whom_text(const TrackedCard &card)
 {
     const bool any = card.any_will_do && card.waiting_for.size() > 1;
-    return card.waiting_for.empty() ? "" : (any ? "for any of " : "for ") + list_of(card.waiting_for);
+    return card.waiting_for.empty() ? "" : (any ? "for any of " : "for ") + visible(joined(card.waiting_for));
 }
 
 std::string whole_seconds(milliseconds span)
@@ -109,60 +86,6 @@ std::string role_word(int32_t role)
     return enum_word(p_dev__dm_role_e__descriptor, role, std::string_view("DM_ROLE_").size());
 }
 
-std::string span_text(milliseconds span)
-{
-    const int64_t seconds = std::max<int64_t>(0, std::chrono::floor<std::chrono::seconds>(span).count());
-    constexpr int64_t minute = 60;
-    constexpr int64_t hour = 60 * minute;
-    constexpr int64_t day = 24 * hour;
-    if (seconds < 10 * minute) {
-        return std::to_string(seconds) + " s";
-    }
-    if (seconds < 2 * hour) {
-        return std::to_string(seconds / minute) + " min";
-    }
-    return seconds < 2 * day ? std::to_string(seconds / hour) + " h" : std::to_string(seconds / day) + " d";
-}
-
-std::string seconds_text(milliseconds span)
-{
-    std::string text = std::to_string(span.count() / 1000);
-    if (const int64_t rest = span.count() % 1000; rest > 0 && span.count() < 100000) {
-        std::string digits = std::to_string(1000 + rest).substr(1);
-        digits.erase(digits.find_last_not_of('0') + 1);
-        text += '.' + digits;
-    }
-    return text + " s";
-}
-
-std::string clock_text(Time time, Time now)
-{
-    const bool today = formatted(time, "%F", true) == formatted(now, "%F", true);
-    return formatted(time, today ? "%T" : "%F %T", true);
-}
-
-std::string short_clock_text(Time time, Time now)
-{
-    constexpr std::chrono::hours months{24 * 300}; // a day of the year names one day only
-    if (formatted(time, "%F", true) == formatted(now, "%F", true)) {
-        return formatted(time, "%T", true);
-    }
-    const bool near = now - time < months && time - now < months;
-    return formatted(time, near ? "%d %b %H:%M" : "%d %b %Y", true);
-}
-
-std::string date_text(Time time)
-{
-    return formatted(time, "%F %T", true);
-}
-
-std::string utc_text(Time time)
-{
-    const auto rest =
-        std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<std::chrono::seconds>(time));
-    return formatted(time, "%FT%T", false) + '.' + std::to_string(1000 + rest.count()).substr(1) + 'Z';
-}
-
 const Decision *denial_of(const TrackedCard &card)
 {
     return card.denied && card.explained ? &*card.last : nullptr;
@@ -184,7 +107,7 @@ std::pair<std::string, std::string> state_parts(const TrackedCard &card, std::op
     case State::silence:
         return {word, silent_text(card)};
     case State::passed:
-        return {card.unseen ? unseen_pass : word, ""};
+        return {word, is_unexplained(card) ? "(how is not known)" : ""};
     case State::denied:
         return {word, decider_text(card)};
     case State::offline:
@@ -222,12 +145,27 @@ Tone tone_of(const TrackedCard &card)
     case State::denied:
         return Tone::bad;
     case State::passed:
-        return card.unseen ? Tone::warning : Tone::good;
+        return is_unexplained(card) ? Tone::warning : Tone::good;
     case State::exempt:
     case State::unasked:
         return Tone::good;
     }
     return Tone::plain;
+}
+
+Tone tone_of(const Decision &decision)
+{
+    switch (decision.outcome) {
+    case Outcome::denied:
+        return Tone::bad;
+    case Outcome::silence:
+    case Outcome::unseen:
+        return Tone::warning;
+    case Outcome::withdrawn:
+        return was_cut_off(decision) ? Tone::warning : Tone::quiet;
+    default:
+        return Tone::good;
+    }
 }
 
 std::string decision_text(const Decision &decision)
@@ -241,7 +179,7 @@ std::string decision_text(const Decision &decision)
     }
     if (!decision.silent.empty()) {
         text += (decision.outcome == Outcome::silence ? " of " : " while waiting for ") +
-                list_of(decision.silent);
+                visible(joined(decision.silent));
     }
     if (!decision.reason.empty()) {
         text += ": " + visible(decision.reason);
@@ -254,40 +192,27 @@ std::string answer_text(const admission::Answer &answer)
     return visible(answer.module) + (answer.ret == 0 ? " PASS" : " DENY") +
            (answer.took ? " after " + seconds_text(*answer.took) : "") +
            (answer.reason.empty() ? "" : ": " + visible(answer.reason)) +
-           (answer.registered ? "" : " (no module of the folder: passed over)");
+           (answer.registered ? "" : " (not registered: ignored)");
 }
 
-void Sum::add(const TrackedCard &card)
+void Summary::add(const TrackedCard &card)
 {
-    if (card.unseen) {
-        ++unseen_;
-    } else {
-        ++counts_[card.denied ? State::denied : card.state]; // its denial is why it went off line
-    }
+    ++counts_[card.denied ? State::denied : card.state]; // its denial is why it went offline
 }
 
-std::string Sum::text() const
+std::string Summary::text() const
 {
-    std::vector<std::pair<std::size_t, std::string>> parts;
-    const auto add = [&](State state) {
-        const auto found = counts_.find(state);
-        parts.emplace_back(found == counts_.end() ? 0 : found->second, text_of(state));
-    };
-    add(State::passed);
-    parts.emplace_back(unseen_, unseen_pass);
-    for (const State state : {State::silence, State::waiting, State::denied, State::exempt, State::unasked,
-                              State::undecided, State::offline, State::absent}) {
-        add(state);
-    }
     std::size_t total = 0;
-    std::string text;
-    for (const auto &[count, name] : parts) {
-        total += count;
-        if (count != 0) {
-            text += (text.empty() ? ": " : ", ") + std::to_string(count) + ' ' + name;
+    std::string parts;
+    for (const State state : {State::passed, State::silence, State::waiting, State::denied, State::exempt,
+                              State::unasked, State::undecided, State::offline, State::absent}) {
+        const auto found = counts_.find(state);
+        if (found != counts_.end()) {
+            total += found->second;
+            parts += (parts.empty() ? ": " : ", ") + std::to_string(found->second) + ' ' + text_of(state);
         }
     }
-    return std::to_string(total) + (total == 1 ? " card" : " cards") + text;
+    return std::to_string(total) + (total == 1 ? " card" : " cards") + parts;
 }
 
 Json answer_json(const admission::Answer &answer)
@@ -326,7 +251,7 @@ Json admission_json(const TrackedCard &card, std::optional<milliseconds> left)
         answers.push_back(answer_json(answer));
     }
     return {{"state", word_of(card.state)},
-            {"unseen", card.unseen},
+            {"unseen", is_unexplained(card)},
             {"denied", card.denied},
             {"decider", text_or_null(card.decider)},
             {"since", or_null(card.since)},

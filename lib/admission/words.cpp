@@ -18,24 +18,24 @@ struct Words {
 
 constexpr std::array outcomes{
     Words<Outcome>{Outcome::passed, "passed", "passed"},
-    Words<Outcome>{Outcome::silence, "silence", "passed by silence"},
+    Words<Outcome>{Outcome::silence, "silence", "admitted by time-out"},
     Words<Outcome>{Outcome::denied, "denied", "denied"},
     Words<Outcome>{Outcome::exempt, "exempt", "exempt"},
-    Words<Outcome>{Outcome::unasked, "unasked", "unasked"},
+    Words<Outcome>{Outcome::unasked, "unasked", "no module registered"},
     Words<Outcome>{Outcome::withdrawn, "withdrawn", "withdrawn"},
     Words<Outcome>{Outcome::unseen, "unseen", "ended unseen"},
 };
 
 constexpr std::array states{
     Words<State>{State::absent, "absent", "absent"},
-    Words<State>{State::offline, "offline", "off line"},
+    Words<State>{State::offline, "offline", "offline"},
     Words<State>{State::undecided, "undecided", "undecided"},
     Words<State>{State::waiting, "waiting", "waiting"},
     Words<State>{State::passed, "passed", "passed"},
-    Words<State>{State::silence, "silence", "passed by silence"},
+    Words<State>{State::silence, "silence", "admitted by time-out"},
     Words<State>{State::denied, "denied", "denied"},
     Words<State>{State::exempt, "exempt", "exempt"},
-    Words<State>{State::unasked, "unasked", "unasked"},
+    Words<State>{State::unasked, "unasked", "no module registered"},
 };
 
 template <typename Table, typename Value>

@@ -1,9 +1,12 @@
-// Points in time as a user writes them.
+// Times and spans of time as a user writes and reads them.
 #include "base/times.h"
 
+#include <algorithm>
 #include <array>
 #include <ctime>
+#include <iomanip>
 #include <optional>
+#include <sstream>
 
 #include "base/failure.h"
 #include "base/text.h"
@@ -13,6 +16,8 @@ namespace cg
 
 namespace
 {
+
+using std::chrono::milliseconds;
 
 // What is beyond is a slip, and a clock's count of nanoseconds would run over.
 constexpr std::chrono::hours longest_span{24 * 36500};
@@ -52,6 +57,22 @@ std::optional<Time> as_date(std::string text)
     return std::nullopt;
 }
 
+// As strftime() has it, in local time or in UTC.
+std::string formatted(Time time, const char *format, bool local)
+{
+    const time_t seconds =
+        std::chrono::system_clock::to_time_t(std::chrono::floor<std::chrono::seconds>(time));
+    tm parts{};
+    if (local) {
+        localtime_r(&seconds, &parts);
+    } else {
+        gmtime_r(&seconds, &parts);
+    }
+    std::ostringstream text;
+    text << std::put_time(&parts, format);
+    return text.str();
+}
+
 } // namespace
 
 Time parse_moment(const std::string &text, const char *option, Time now)
@@ -69,6 +90,61 @@ Time parse_moment(const std::string &text, const char *option, Time now)
         std::string(option) + ' ' + in_quotes(text) +
             ": not a time; 90s, 30m, 2h or 7d ago (36500d at most), or 2026-11-20, 2026-11-20T14:02, with Z "
             "at the end in UTC, of the years 1970 to 2200");
+}
+
+std::string span_text(milliseconds span)
+{
+    const int64_t seconds = std::max<int64_t>(0, std::chrono::floor<std::chrono::seconds>(span).count());
+    constexpr int64_t minute = 60;
+    constexpr int64_t hour = 60 * minute;
+    constexpr int64_t day = 24 * hour;
+    if (seconds < 10 * minute) {
+        return std::to_string(seconds) + " s";
+    }
+    if (seconds < 2 * hour) {
+        return std::to_string(seconds / minute) + " min";
+    }
+    return seconds < 2 * day ? std::to_string(seconds / hour) + " h" : std::to_string(seconds / day) + " d";
+}
+
+std::string seconds_text(std::chrono::duration<double> span)
+{
+    const int64_t count = std::chrono::round<milliseconds>(span).count();
+    std::string text = std::to_string(count / 1000);
+    if (const int64_t rest = count % 1000; rest > 0 && count < 100000) {
+        std::string digits = std::to_string(1000 + rest).substr(1);
+        digits.erase(digits.find_last_not_of('0') + 1);
+        text += '.' + digits;
+    }
+    return text + " s";
+}
+
+std::string clock_text(Time time, Time now)
+{
+    const bool today = formatted(time, "%F", true) == formatted(now, "%F", true);
+    return formatted(time, today ? "%T" : "%F %T", true);
+}
+
+std::string short_clock_text(Time time, Time now)
+{
+    constexpr std::chrono::hours months{24 * 300}; // a day of the year names one day only
+    if (formatted(time, "%F", true) == formatted(now, "%F", true)) {
+        return formatted(time, "%T", true);
+    }
+    const bool near = now - time < months && time - now < months;
+    return formatted(time, near ? "%d %b %H:%M" : "%d %b %Y", true);
+}
+
+std::string date_text(Time time)
+{
+    return formatted(time, "%F %T", true);
+}
+
+std::string utc_text(Time time)
+{
+    const auto rest =
+        std::chrono::duration_cast<milliseconds>(time - std::chrono::floor<std::chrono::seconds>(time));
+    return formatted(time, "%FT%T", false) + '.' + std::to_string(1000 + rest.count()).substr(1) + 'Z';
 }
 
 } // namespace cg

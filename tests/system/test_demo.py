@@ -54,7 +54,7 @@ def test_every_card_ends_as_told(demo):
     assert len(re.findall(r"^\d+ .* ok$", shown, re.MULTILINE)) == expected > 10
     assert f"{expected} of {expected} expectations held." in shown
     for text in ("ADMITTED", "DENIED", "pulled", "went offline", "power-off requested", "system log: ",
-                 "answers PASS", "answers DENY", "passed by silence of thermal"):
+                 "answers PASS", "answers DENY", "admitted by time-out of thermal"):
         assert text in shown
     assert "\x1b" not in shown, "no colours where no terminal is"
     assert not pathlib.Path(folder_of(shown)).exists() and processes_of(folder_of(shown)) == []

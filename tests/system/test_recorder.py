@@ -42,7 +42,7 @@ def test_every_outcome_with_its_decider(rig, recorder):
         expect 1/3 passed by m2
         expect 1/4 denied by m2 because "too hot"
         offline 1/4  # as its power-off makes it
-        expect 1/2 passed by silence of m1, m2
+        expect 1/2 admitted by time-out of m1, m2
         """, "--speed", factor, "--keep")
 
     passed = recorder.expect_decision("1/3/0", "passed")

@@ -94,7 +94,7 @@ def watch(device, tmp_path):
 
 def plug_many(device, count):
     """So many line cards that wait, in slots of three devices: by the server's function, since a command for each
-    takes seconds. The fields: on line, name, static part (packed), TIPC node."""
+    takes seconds. The fields: online, name, static part (packed), TIPC node."""
     for number in range(count):
         key = f"{CARD_INFO}:0:{1 + number // 80}:{1 + number % 80}:0"
         device.database(HOST).execute_command(
@@ -127,16 +127,16 @@ def test_sixteen_cards_with_sub_slots_at_200x50(device, watch):
     for slot in (13, 14):
         device.cgctl("card", "plug", f"1/{slot}/0", "--offline", "--name", f"cold-{slot}")
     screen = watch((200, 50))
-    screen.expect("16 cards: 14 waiting, 2 off line", "slot 12", "/1 sub-1 (sub_lc)", "/2 sub-2", "device 1: 16 cards")
+    screen.expect("16 cards: 14 waiting, 2 offline", "slot 12", "/1 sub-1 (sub_lc)", "/2 sub-2", "device 1: 16 cards")
     screen.press("f")
     screen.expect("only waiting", "slot 12", gone=("cold-13",))
     screen.press("f", "f", "f")
-    screen.expect("only off line", "cold-13", gone=("slot 12",))
+    screen.expect("only offline", "cold-13", gone=("slot 12",))
     screen.press("?")
     screen.expect("pause the stream of events")
     screen.press("?")
     screen.resize(80, 24)
-    screen.expect("only off line", "cold-14", gone=("pause the stream of events",))
+    screen.expect("only offline", "cold-14", gone=("pause the stream of events",))
     screen.press("q")
     screen.expect_end()
 

@@ -24,11 +24,8 @@ bool ModuleList::adopt(const Names &names)
     if (names_) {
         return false;
     }
-    std::string shown;
-    for (const std::string &name : names) {
-        shown += (shown.empty() ? "" : ", ") + cg::visible(name);
-    }
-    log_("the list of modules is the one in the history: " + (shown.empty() ? "none" : shown));
+    log_("the list of modules is the one in the history: " +
+         (names.empty() ? "none" : cg::visible(cg::joined(names))));
     return use(names);
 }
 

@@ -78,7 +78,7 @@ std::string Judge::seen(const Position &position) const
     const bool decided =
         card->state == State::passed || card->state == State::silence || card->state == State::denied;
     const std::string text = decided && card->last           ? decision_text(*card->last)
-                             : card->state == State::offline ? word_of(State::offline)
+                             : card->state == State::offline ? text_of(State::offline)
                                                              : state_text(*card);
     return text + (card->cannot_start ? ", marked" : "");
 }

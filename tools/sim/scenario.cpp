@@ -132,18 +132,23 @@ What parse_switch(Line &line)
     return Switch{line.position(), move};
 }
 
+void parse_modules(Line &line, const char *keyword, Expect &expect)
+{
+    if (line.accept(keyword)) {
+        expect.modules = line.modules();
+    }
+}
+
 void parse_passed(Line &line, Expect &expect)
 {
     if (!line.accept("by")) {
         return;
     }
-    if (!line.accept("silence")) {
+    if (line.accept("silence")) { // earlier words for it
+        expect.state = State::silence;
+        parse_modules(line, "of", expect);
+    } else {
         expect.modules = {line.module()};
-        return;
-    }
-    expect.state = State::silence;
-    if (line.accept("of")) {
-        expect.modules = line.modules();
     }
 }
 
@@ -159,11 +164,15 @@ void parse_denied(Line &line, Expect &expect)
 
 void parse_wanted(Line &line, Expect &expect)
 {
-    static constexpr std::array states{State::passed,  State::denied,  State::waiting, State::exempt,
-                                       State::unasked, State::offline, State::absent};
+    static constexpr std::array states{State::passed, State::silence, State::denied,  State::waiting,
+                                       State::exempt, State::unasked, State::offline, State::absent};
+    if (line.accept("unasked")) { // an earlier word for it
+        expect.state = State::unasked;
+        return;
+    }
     std::vector<std::string> words{"unmarked", "marked"};
     for (const State state : states) {
-        words.emplace_back(word_of(state));
+        words.push_back(split(text_of(state), ' ').front());
     }
     const std::size_t choice = line.choice("a state", words);
     if (choice < 2) {
@@ -171,12 +180,18 @@ void parse_wanted(Line &line, Expect &expect)
         return;
     }
     expect.state = states.at(choice - 2);
+    words = split(text_of(*expect.state), ' ');
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        (void)line.choice("the state's next word", {words[i]});
+    }
     if (expect.state == State::passed) {
         parse_passed(line, expect);
+    } else if (expect.state == State::silence) {
+        parse_modules(line, "of", expect);
     } else if (expect.state == State::denied) {
         parse_denied(line, expect);
-    } else if (expect.state == State::waiting && line.accept("for")) {
-        expect.modules = line.modules();
+    } else if (expect.state == State::waiting) {
+        parse_modules(line, "for", expect);
     }
 }
 

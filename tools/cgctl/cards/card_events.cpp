@@ -58,30 +58,6 @@ bool has_same_facts(const CardFacts &a, const CardFacts &b)
     return has_same_identity(a, b) && a.node_type == b.node_type && a.config_dev_type == b.config_dev_type;
 }
 
-std::string list_of(const std::vector<std::string> &names)
-{
-    std::string text;
-    for (const std::string &name : names) {
-        text += (text.empty() ? "" : ", ") + visible(name);
-    }
-    return text;
-}
-
-Tone tone_of_end(const Decision &decision)
-{
-    switch (decision.outcome) {
-    case Outcome::denied:
-        return Tone::bad;
-    case Outcome::silence:
-    case Outcome::unseen:
-        return Tone::warning;
-    case Outcome::withdrawn:
-        return admission::was_cut_off(decision) ? Tone::warning : Tone::quiet;
-    default:
-        return Tone::good;
-    }
-}
-
 } // namespace
 
 struct CardEvents::Before {
@@ -141,7 +117,7 @@ void CardEvents::compare(const Position &position, const Before &before, Event e
     if (now.open && (!before.open || now.requested_at == event.at)) {
         event.kind = "asked";
         event.tone = Tone::waiting;
-        event.text = "asked " + list_of(now.waiting_for);
+        event.text = "asked " + visible(joined(now.waiting_for));
         event.more = {{"waiting_for", now.waiting_for}};
         tell(event);
     }
@@ -229,7 +205,7 @@ void CardEvents::decided(const Decision &decision) const
     event.position = decision.card.position;
     event.name = decision.card.name;
     event.text = decision_text(decision);
-    event.tone = tone_of_end(decision);
+    event.tone = tone_of(decision);
     event.meanwhile = meanwhile_;
     event.more = {{"decision", decision_json(decision)}};
     tell(event);

@@ -78,7 +78,6 @@ void LiveCards::handle(const Change &change)
             events_.all_told(at);
             if (!std::exchange(completed_, true)) { // later ones are those after an outage
                 complete_();
-                notice_unseen();
                 notice_health();
             }
         }
@@ -93,16 +92,6 @@ void LiveCards::handle(const Change &change)
         const bool existing = change.existing || !in_place_.is_complete(change.db);
         events_.take(*change.message, change.cmd == VX_MOM_CMD_DELETED,
                      {at, existing, {change.revision, change.origin}});
-    }
-}
-
-void LiveCards::notice_unseen() const
-{
-    const auto cards = events_.tracker().cards();
-    const auto count = std::count_if(cards.begin(), cards.end(),
-                                     [](const admission::TrackedCard *card) { return card->unseen; });
-    if (count > 0) {
-        session_.notice(unseen_text(static_cast<std::size_t>(count)));
     }
 }
 

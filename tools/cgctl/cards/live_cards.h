@@ -28,7 +28,6 @@ private:
     void handle(const Change &change);
     void handle_outage(const Live::Outage &outage);
     void refresh_modules(Time now);
-    void notice_unseen() const;
     void notice_health() const;
     void handle_health(const HealthReport &report);
 

@@ -83,13 +83,6 @@ std::string recorder_away_text(const Past &past, Time now)
            span_text(age) + ": what happened since then is not in it";
 }
 
-std::string unseen_text(std::size_t count)
-{
-    return std::to_string(count) + (count == 1 ? " card" : " cards") +
-           " passed, how is not known: the result does not say it, since it is of an earlier build or of "
-           "somebody else than the daemon";
-}
-
 bool CardRow::is_present() const
 {
     return stored || tracked.request || tracked.power_off || tracked.cannot_start;
@@ -149,13 +142,6 @@ void Overview::tell_what_is_missing(const Session &session) const
         session.notice(silence_text(daemon_));
     } else if (!daemon_.problem.empty() && somebody_waits) {
         session.notice("cannot ask the daemon which modules it is waiting for: " + visible(daemon_.problem));
-    }
-}
-
-void Overview::tell_unseen(const Session &session, std::size_t count) const
-{
-    if (count > 0) {
-        session.notice(unseen_text(count));
     }
 }
 

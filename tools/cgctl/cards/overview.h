@@ -47,8 +47,6 @@ public:
 
     // Says on standard error, in one line each, which source was missing and what is not known for that.
     void tell_what_is_missing(const Session &session) const;
-    // Says that so many cards were passed and their results do not say how.
-    void tell_unseen(const Session &session, std::size_t count) const;
     // The member "sources" of the JSON forms.
     [[nodiscard]] Json sources() const;
 
@@ -69,9 +67,6 @@ void prime(admission::CardTracker &tracker, const DaemonView &daemon, const Past
 
 // What it means that the recorder is away since its last sign of life.
 std::string recorder_away_text(const Past &past, admission::Time now);
-
-// "2 cards passed, how is not known: ..."; for a count that is not 0.
-std::string unseen_text(std::size_t count);
 
 // The object of one card in the JSON forms: what the records say, and what is known of its admission.
 Json card_json(const CardRow &row);

@@ -26,10 +26,10 @@ struct Look {
 
 // In the order of the enumeration.
 constexpr std::array<Look, outcome_count> looks{{{'P', Tone::good},
-                                                 {'S', Tone::warning},
+                                                 {'T', Tone::warning},
                                                  {'D', Tone::bad},
                                                  {'E', Tone::good},
-                                                 {'U', Tone::good},
+                                                 {'N', Tone::good},
                                                  {'W', Tone::quiet},
                                                  {'?', Tone::quiet}}};
 

@@ -28,7 +28,7 @@ std::vector<std::string> help()
     return {"Keys",
             "arrows    select a card; Page Up, Page Down, Home, End as well",
             "Enter     everything about the card that is selected; again or Esc: back",
-            "f         show only waiting, denied, passed by silence, offline, ... cards",
+            "f         show only waiting, denied, admitted by time-out, offline, ... cards",
             "/         search: type a position (1/3) or a part of a name, then Enter",
             "p         pause the stream of events, but no message; again: go on",
             "v         boxes, lines, or what fits",
@@ -201,13 +201,13 @@ std::vector<ScreenCard> LiveView::cards(Time now) const
 
 std::string LiveView::title(Time now) const
 {
-    Sum sum;
+    Summary summary;
     for (const TrackedCard *card : source_.tracker().cards()) {
         if (is_shown(*card)) {
-            sum.add(*card);
+            summary.add(*card);
         }
     }
-    std::string text = " " + sum.text();
+    std::string text = " " + summary.text();
     if (filters.at(filter_)) {
         text = std::string(" only ") + admission::text_of(*filters.at(filter_)) + " |" + text;
     }

@@ -103,40 +103,13 @@ Found find(const HistoryOptions &options, const history::Filter &filter)
     return found;
 }
 
-std::string answer_line(const history::Answer &answer)
-{
-    std::string line = "    " + visible(answer.module) + (answer.ret == 0 ? " PASS" : " DENY");
-    if (answer.took) {
-        line += " after " + seconds_text(*answer.took);
-    }
-    if (!answer.reason.empty()) {
-        line += ": " + visible(answer.reason);
-    }
-    return line + (answer.registered ? "" : " (no registered module, so it was passed over)");
-}
-
-Tone tone_of_outcome(history::Outcome outcome)
-{
-    switch (outcome) {
-    case history::Outcome::denied:
-        return Tone::bad;
-    case history::Outcome::silence:
-    case history::Outcome::unseen:
-        return Tone::warning;
-    case history::Outcome::withdrawn:
-        return Tone::quiet;
-    default:
-        return Tone::good;
-    }
-}
-
 std::string decision_line(const history::Decision &decision, Time now, const Terminal &terminal)
 {
     const history::CardFacts &card = decision.card;
     std::string line = clock_text(decision.decided_at, now) + "  " + card.position.text() + "  " +
                        (card.name.empty() ? "-" : visible(card.name));
     line += (card.serial.empty() ? "" : " (serial " + visible(card.serial) + ')') + "  " +
-            toned(terminal, tone_of_outcome(decision.outcome), decision_text(decision));
+            toned(terminal, tone_of(decision), decision_text(decision));
     if (const auto span = admission::duration_of(decision)) {
         line += "  after " + seconds_text(*span);
     }
@@ -173,7 +146,7 @@ void print_lines(const Session &session, const Found &found, const HistoryOption
     for (const history::Decision &decision : found.decisions) {
         std::string text = decision_line(decision, now, terminal);
         for (const history::Answer &answer : decision.answers) {
-            text += options.answers ? '\n' + answer_line(answer) : "";
+            text += options.answers ? "\n    " + answer_text(answer) : "";
         }
         lines.emplace(decision.decided_at, text);
     }
@@ -339,8 +312,7 @@ void add_history(CLI::App &app, Session &session)
                      "From then on: 90s, 30m, 2h or 7d ago, or 2026-11-20[T14:02[:11]][Z]")
         ->type_name("TIME");
     verb->add_option("--until", options->until, "Before then")->type_name("TIME");
-    verb->add_option("--outcome", options->outcome,
-                     "Only those that ended so; silence: passed by silence of a module")
+    verb->add_option("--outcome", options->outcome, "Only those that ended so; silence: admitted by time-out")
         ->check(CLI::IsMember(outcome_words()));
     verb->add_option("--module", options->module, "Only those that it answered, or was silent to")
         ->type_name("MODULE");

@@ -82,7 +82,7 @@ private:
     {
         return std::find(states_.begin(), states_.end(), state) != states_.end();
     }
-    // Also one that its denial took off line.
+    // Also one that its denial took offline.
     [[nodiscard]] bool holds_denied(const CardRow &row) const
     {
         return row.tracked.denied && holds_state(State::denied);
@@ -129,21 +129,15 @@ void print_table(const Session &session, const std::vector<const CardRow *> &row
         {"CARD", 0},  {"NAME", 6, 16}, {"TYPE", 0}, {"STATE", 16}, {"SINCE", 8, 0, Rest::dropped},
         {"POWER", 0}, {"REASON", 12}};
     std::vector<std::vector<Cell>> cells;
-    Sum sum;
+    Summary summary;
     for (const CardRow *row : rows) {
         cells.push_back(cells_of(*row, now, terminal));
-        sum.add(row->tracked);
+        summary.add(row->tracked);
     }
     for (const std::string &line : table_lines(columns, cells, terminal)) {
         session.line(line);
     }
-    session.notice(sum.text());
-}
-
-std::size_t unseen_in(const std::vector<const CardRow *> &rows)
-{
-    return static_cast<std::size_t>(
-        std::count_if(rows.begin(), rows.end(), [](const CardRow *row) { return row->tracked.unseen; }));
+    session.notice(summary.text());
 }
 
 Json json_of(const Overview &overview, const std::vector<const CardRow *> &rows)
@@ -174,7 +168,6 @@ int list(const Session &session, const ListOptions &options)
             print_table(session, rows, overview.now(), terminal);
         }
         overview.tell_what_is_missing(session);
-        overview.tell_unseen(session, unseen_in(rows));
     }
     if (rows.empty() && !filter.is_empty()) {
         throw Failure(failed, filter.nothing_found());
@@ -197,9 +190,8 @@ void add_list(CLI::App &app, Session &session)
     auto options = std::make_shared<ListOptions>();
     verb->add_option("POS", options->positions,
                      "Only a card, a slot with its sub-slots (1/3) or a device (1)");
-    verb->add_option(
-            "--state", options->states,
-            "Only cards in these states, several with commas; silence: passed by silence of a module")
+    verb->add_option("--state", options->states,
+                     "Only cards in these states, several with commas; silence: admitted by time-out")
         ->check(CLI::IsMember(state_words()))
         ->delimiter(',')
         ->allow_extra_args(false);

@@ -19,12 +19,13 @@ using cg::Position;
 // How a check, or the want of one, ended.
 enum class Outcome {
     passed,    // a module's PASS was the last one wanted
-    silence,   // a timer admitted the card: somebody did not answer in time
+    silence,   // admitted by time-out: somebody did not answer in time
     denied,    // a module answered DENY
     exempt,    // a main board is never checked
     unasked,   // no module was registered
     withdrawn, // the card went offline or away, or the daemon was restarted, before it was decided
-    unseen,    // how is not known: it ended while nobody was listening, or its writer does not say
+    unseen,    // how is not known: it ended while nobody was listening and left no result, or what ended it
+               // was written by an earlier build, or by somebody else than the daemon
 };
 
 // The reason of Outcome::withdrawn where a restart of the daemon cut the check off; else there is none.

@@ -19,11 +19,11 @@ struct TrackedCard {
     bool any_will_do = false;               // the PASS of any module admits it: nobody is left on the list
     std::vector<Answer> answers{};          // to the last request
     std::optional<Decision> last{};         // the last check that ended
-    bool explained = false;    // `last` is how it came to the result that stands, and so to the state
-    std::string decider{};     // whose answer led to the result that stands; empty: nobody's, or not known
-    bool unseen = false;       // passed, by a result whose writer does not say how
-    bool denied = false;       // now, or when it went offline; the denial stands
-    bool power_off = false;    // a request to power it off stands
+    bool explained = false; // `last` is how it came to the result that stands, and so to the state
+    std::string decider{};  // whose answer led to the result that stands; empty: nobody's, or the result does
+                            // not say
+    bool denied = false;    // now, or when it went offline; the denial stands
+    bool power_off = false; // a request to power it off stands
     bool cannot_start = false; // the daemon marked it as unable to start
 };
 

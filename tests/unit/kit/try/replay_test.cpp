@@ -87,7 +87,7 @@ TEST_F(Replay, AnotherVerdictIsShownWithWhatWasDecided)
               "does not go "
               "into slot 3; its slots: 5\n"
               "1/4/0 card 4, type 2, 2023-11-14T22:17:20.000Z: then DENY: of old (denied), now PASS\n"
-              "1/6/0 card 6, type 3, 2023-11-14T22:19:20.000Z: then silent (passed by silence), now DENY: "
+              "1/6/0 card 6, type 3, 2023-11-14T22:19:20.000Z: then silent (admitted by time-out), now DENY: "
               "card type 3 "
               "does not go into slot 6; its slots: none\n"
               "4 cards, 3 with another verdict; compat had answered for 3\n");

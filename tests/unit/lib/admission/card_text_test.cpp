@@ -69,10 +69,10 @@ TEST_F(CardText, WaitingNamesWhomAndHowLong)
 
 TEST_F(CardText, AnAdmissionBySilenceNamesTheSilent)
 {
-    EXPECT_EQ(state_text(ended(State::silence, Outcome::silence, "", {"m2"})), "passed by silence of m2");
+    EXPECT_EQ(state_text(ended(State::silence, Outcome::silence, "", {"m2"})), "admitted by time-out of m2");
     EXPECT_EQ(state_text(ended(State::silence, Outcome::silence, "", {"m2", "m3"})),
-              "passed by silence of m2, m3");
-    EXPECT_EQ(state_text(in(State::silence)), "passed by silence");
+              "admitted by time-out of m2, m3");
+    EXPECT_EQ(state_text(in(State::silence)), "admitted by time-out");
 }
 
 TEST_F(CardText, ADenialNamesTheDeciderWhereItIsKnown)
@@ -89,39 +89,35 @@ TEST_F(CardText, ADenialNamesTheDeciderWhereItIsKnown)
 TEST_F(CardText, ADeniedCardThatWentOffLineIsStillDenied)
 {
     TrackedCard card = ended(State::offline, Outcome::denied, "m1");
-    EXPECT_EQ(state_text(card), "off line");
+    EXPECT_EQ(state_text(card), "offline");
     card.denied = true;
-    EXPECT_EQ(state_text(card), "off line, denied by m1");
+    EXPECT_EQ(state_text(card), "offline, denied by m1");
     EXPECT_EQ(tone_of(card), Tone::bad);
     card.decider.clear();
-    EXPECT_EQ(state_text(card), "off line, denied");
+    EXPECT_EQ(state_text(card), "offline, denied");
 }
 
 TEST_F(CardText, TheOthersAreOneWordOrTwo)
 {
     EXPECT_EQ(state_text(ended(State::passed, Outcome::passed, "m2")), "passed");
     EXPECT_EQ(tone_of(ended(State::passed, Outcome::passed, "m2")), Tone::good);
-    EXPECT_EQ(state_text(in(State::offline)), "off line");
+    EXPECT_EQ(state_text(in(State::offline)), "offline");
     EXPECT_EQ(state_text(in(State::absent)), "absent");
     EXPECT_EQ(state_text(in(State::exempt)), "exempt");
-    EXPECT_EQ(state_text(in(State::unasked)), "unasked");
+    EXPECT_EQ(state_text(in(State::unasked)), "no module registered");
     EXPECT_EQ(state_text(in(State::undecided)), "undecided");
 }
 
-TEST_F(CardText, APassWhoseWriterSaysNotHowIsNoPlainPass)
+TEST_F(CardText, APassWhoseResultSaysNotHowIsNoPlainPass)
 {
-    TrackedCard found = in(State::passed);
-    found.unseen = true;
-    TrackedCard heard = ended(State::passed, Outcome::unseen, "");
-    heard.unseen = true;
-    for (const TrackedCard &card : {found, heard}) {
-        EXPECT_EQ(state_text(card), "passed unseen");
+    for (const TrackedCard &card : {in(State::passed), ended(State::passed, Outcome::unseen, "")}) {
+        EXPECT_EQ(state_text(card), "passed (how is not known)");
         EXPECT_EQ(tone_of(card), Tone::warning);
         EXPECT_EQ(admission_json(card, std::nullopt)["state"], "passed");
         EXPECT_EQ(admission_json(card, std::nullopt)["unseen"], true);
     }
-    EXPECT_EQ(state_text(in(State::passed)), "passed");
-    EXPECT_EQ(admission_json(in(State::passed), std::nullopt)["unseen"], false);
+    const TrackedCard known = ended(State::passed, Outcome::passed, "m1");
+    EXPECT_EQ(admission_json(known, std::nullopt)["unseen"], false);
 }
 
 TEST_F(CardText, ACheckThatEndedUnseenSaysWhatTheStoreHoldsOfIt)
@@ -155,53 +151,26 @@ TEST_F(CardText, WhereThereIsLittleRoomTheSecondsComeFirst)
     EXPECT_EQ(state_parts(card, std::nullopt), (Parts{"waiting", "for m1, m3"}));
     EXPECT_EQ(state_parts(ended(State::denied, Outcome::denied, "m1"), {}), (Parts{"denied", "by m1"}));
     EXPECT_EQ(state_parts(ended(State::silence, Outcome::silence, "", {"m2"}), {}),
-              (Parts{"passed by silence", "of m2"}));
-    EXPECT_EQ(state_parts(in(State::offline), {}), (Parts{"off line", ""}));
+              (Parts{"admitted by time-out", "of m2"}));
+    EXPECT_EQ(state_parts(in(State::offline), {}), (Parts{"offline", ""}));
 }
 
-TEST_F(CardText, AShortTimeHasTwelveColumns)
+TEST_F(CardText, TheSummaryNamesOnlyWhatThereIs)
 {
-    EXPECT_EQ(short_clock_text(now - 88s, now), "14:00:43");
-    EXPECT_EQ(short_clock_text(now - 26h, now), "03 Oct 12:02");
-    EXPECT_EQ(short_clock_text(now - 24h * 299, now), "10 Dec 14:02");
-    EXPECT_EQ(short_clock_text(now - 24h * 300, now), "09 Dec 2023");
-}
-
-TEST_F(CardText, SpansAreAsFineAsAnEyeWants)
-{
-    EXPECT_EQ(span_text(599s), "599 s");
-    EXPECT_EQ(span_text(600s), "10 min");
-    EXPECT_EQ(span_text(2h), "2 h");
-    EXPECT_EQ(span_text(48h), "2 d");
-    EXPECT_EQ(seconds_text(250ms), "0.25 s");
-    EXPECT_EQ(seconds_text(2s), "2 s");
-    EXPECT_EQ(seconds_text(1005ms), "1.005 s");
-}
-
-TEST_F(CardText, MachinesGetUtcWithMilliseconds)
-{
-    EXPECT_EQ(utc_text(now), "2024-10-04T14:02:11.005Z");
-}
-
-TEST_F(CardText, TheSumNamesOnlyWhatThereIs)
-{
-    Sum sum;
-    EXPECT_EQ(sum.text(), "0 cards");
-    sum.add(in(State::offline));
-    EXPECT_EQ(sum.text(), "1 card: 1 off line");
+    Summary summary;
+    EXPECT_EQ(summary.text(), "0 cards");
+    summary.add(in(State::offline));
+    EXPECT_EQ(summary.text(), "1 card: 1 offline");
     for (const State state : {State::waiting, State::silence, State::denied}) {
-        sum.add(in(state));
+        summary.add(in(state));
     }
-    TrackedCard unseen = in(State::passed);
-    unseen.unseen = true;
-    sum.add(unseen);
-    sum.add(ended(State::passed, Outcome::passed, "m1"));
-    sum.add(ended(State::passed, Outcome::passed, "m2"));
-    EXPECT_EQ(sum.text(), "7 cards: 2 passed, 1 passed unseen, 1 passed by silence, 1 waiting, 1 denied, "
-                          "1 off line");
+    summary.add(ended(State::passed, Outcome::passed, "m1"));
+    summary.add(ended(State::passed, Outcome::passed, "m2"));
+    EXPECT_EQ(summary.text(), "6 cards: 2 passed, 1 admitted by time-out, 1 waiting, 1 denied, "
+                              "1 offline");
     TrackedCard denied = in(State::offline);
     denied.denied = true;
-    Sum of_denied;
+    Summary of_denied;
     of_denied.add(denied);
     of_denied.add(in(State::denied));
     EXPECT_EQ(of_denied.text(), "2 cards: 2 denied");
@@ -214,6 +183,25 @@ TEST_F(CardText, TypesAndRolesWithoutANameAreNumbers)
     EXPECT_EQ(short_type(99), "99");
     EXPECT_EQ(role_word(1), "master");
     EXPECT_EQ(role_word(-1), "-1");
+}
+
+TEST_F(CardText, AnEndHasTheToneOfWhatItMeans)
+{
+    Decision decision;
+    const auto tone = [&decision](Outcome outcome) {
+        decision.outcome = outcome;
+        return tone_of(decision);
+    };
+    EXPECT_EQ(tone(Outcome::denied), Tone::bad);
+    for (const Outcome outcome : {Outcome::silence, Outcome::unseen}) {
+        EXPECT_EQ(tone(outcome), Tone::warning);
+    }
+    for (const Outcome outcome : {Outcome::passed, Outcome::exempt, Outcome::unasked}) {
+        EXPECT_EQ(tone(outcome), Tone::good);
+    }
+    EXPECT_EQ(tone(Outcome::withdrawn), Tone::quiet);
+    decision.reason = admission::started_afresh;
+    EXPECT_EQ(tone(Outcome::withdrawn), Tone::warning);
 }
 
 TEST_F(CardText, WhatIsNotKnownIsNullInJson)

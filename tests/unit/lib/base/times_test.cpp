@@ -41,4 +41,59 @@ TEST(Moment, ReadsAgesAndDates)
     tzset();
 }
 
+namespace
+{
+
+constexpr Time now = Time{} + std::chrono::hours{24 * 20000} + 14h + 2min + 11s + 5ms;
+
+class TimeTexts : public testing::Test
+{
+protected:
+    TimeTexts()
+    {
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+    ~TimeTexts() override
+    {
+        unsetenv("TZ");
+        tzset();
+    }
+};
+
+} // namespace
+
+TEST_F(TimeTexts, AShortTimeHasTwelveColumns)
+{
+    EXPECT_EQ(short_clock_text(now - 88s, now), "14:00:43");
+    EXPECT_EQ(short_clock_text(now - 26h, now), "03 Oct 12:02");
+    EXPECT_EQ(short_clock_text(now - 24h * 299, now), "10 Dec 14:02");
+    EXPECT_EQ(short_clock_text(now - 24h * 300, now), "09 Dec 2023");
+    EXPECT_EQ(short_clock_text(now + 24h * 300, now), "31 Jul 2025");
+    EXPECT_EQ(clock_text(now - 26h, now), "2024-10-03 12:02:11");
+    EXPECT_EQ(clock_text(now - 88s, now), "14:00:43");
+    EXPECT_EQ(date_text(now), "2024-10-04 14:02:11");
+}
+
+TEST_F(TimeTexts, SpansAreAsFineAsAnEyeWants)
+{
+    EXPECT_EQ(span_text(599s), "599 s");
+    EXPECT_EQ(span_text(600s), "10 min");
+    EXPECT_EQ(span_text(2h), "2 h");
+    EXPECT_EQ(span_text(48h - 1s), "47 h");
+    EXPECT_EQ(span_text(48h), "2 d");
+    EXPECT_EQ(span_text(-5s), "0 s");
+    EXPECT_EQ(seconds_text(250ms), "0.25 s");
+    EXPECT_EQ(seconds_text(2s), "2 s");
+    EXPECT_EQ(seconds_text(1005ms), "1.005 s");
+    EXPECT_EQ(seconds_text(std::chrono::duration<double>(1.5)), "1.5 s");
+    EXPECT_EQ(seconds_text(99999ms), "99.999 s");
+    EXPECT_EQ(seconds_text(100001ms), "100 s");
+}
+
+TEST_F(TimeTexts, MachinesGetUtcWithMilliseconds)
+{
+    EXPECT_EQ(utc_text(now), "2024-10-04T14:02:11.005Z");
+}
+
 } // namespace cg

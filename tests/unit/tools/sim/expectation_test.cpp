@@ -120,8 +120,8 @@ TEST_F(Expectation, SilenceNamesAllWhoWereSilent)
     now_ += 300s;
     cause_ = {store::Cause::Kind::timer};
     decide(true);
-    EXPECT_TRUE(holds("passed by silence") && holds("passed by silence of m2"));
-    EXPECT_FALSE(holds("passed by silence of m1, m2"));
+    EXPECT_TRUE(holds("admitted by time-out") && holds("admitted by time-out of m2"));
+    EXPECT_FALSE(holds("admitted by time-out of m1, m2"));
     EXPECT_FALSE(holds("passed")) << "passed by a module";
 }
 

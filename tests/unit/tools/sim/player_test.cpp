@@ -317,7 +317,7 @@ TEST(Player, ADenialHasADeciderAndAReason)
 
 TEST(Player, SilenceIsWaitedForAsLongAsItTakes)
 {
-    World world("module m1 answers pass\nmodule m2 silent\nplug 1/3\nexpect 1/3 passed by silence of m2",
+    World world("module m1 answers pass\nmodule m2 silent\nplug 1/3\nexpect 1/3 admitted by time-out of m2",
                 {20, false, false, {"m1", "m2"}});
     world.modules = {"m1", "m2"};
     world.timeout = 15s;
@@ -381,7 +381,8 @@ TEST(Player, BoardCardsAbsentOnesAndThoseOffLine)
 
 TEST(Player, WithNobodyToAskACardIsUnasked)
 {
-    World world("plug 1/3\nexpect 1/3 unasked\noffline 1/3\nonline 1/3\nexpect 1/3 unasked");
+    World world("plug 1/3\nexpect 1/3 no module registered\noffline 1/3\nonline 1/3\n"
+                "expect 1/3 no module registered");
     world.play();
     EXPECT_EQ(world.misses(), nothing);
 }

@@ -1,6 +1,10 @@
 // The scenario language, line by line.
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
+
+#include "admission/words.h"
 #include "scenario.h"
 
 namespace cg::scenario
@@ -176,8 +180,8 @@ TEST(Scenario, Expectations)
     EXPECT_EQ(expect.modules, std::vector<std::string>{"m1"});
     EXPECT_EQ(expect.within, 5s);
     EXPECT_FALSE(expect.throughout || expect.because);
-    EXPECT_EQ(read<Expect>("expect 1/3 unasked throughout 2s").throughout, 2s);
-    const auto silence = read<Expect>("expect 1/3 passed by silence of m1, m2");
+    EXPECT_EQ(read<Expect>("expect 1/3 no module registered throughout 2s").throughout, 2s);
+    const auto silence = read<Expect>("expect 1/3 admitted by time-out of m1, m2");
     EXPECT_EQ(silence.state, admission::State::silence);
     EXPECT_EQ(silence.modules, (std::vector<std::string>{"m1", "m2"}));
     const auto marked = read<Expect>("expect 1/3 marked");
@@ -186,18 +190,43 @@ TEST(Scenario, Expectations)
 
 TEST(Scenario, ExpectationsAreSaidBackAsTheyWereWritten)
 {
-    for (const char *line : {"1/3/0 passed", "1/3/0 passed by m1", "1/3/0 passed by silence",
-                             "1/3/0 passed by silence of m1, m2", "1/3/0 denied", "1/3/0 denied by m1",
+    for (const char *line : {"1/3/0 passed", "1/3/0 passed by m1", "1/3/0 admitted by time-out",
+                             "1/3/0 admitted by time-out of m1, m2", "1/3/0 denied", "1/3/0 denied by m1",
                              "1/3/0 denied because \"no\"", "1/3/0 denied by m1 because \"a \\\"b\\\"\"",
                              "1/3/0 waiting", "1/3/0 waiting for m1, m2", "1/3/0 marked", "1/3/0 unmarked",
-                             "1/4/0 offline", "1/5/0 exempt", "1/6/0 absent", "1/6/0 unasked"}) {
+                             "1/4/0 offline", "1/5/0 exempt", "1/6/0 absent", "1/6/0 no module registered"}) {
         const auto expect = read<Expect>(std::string("expect ") + line);
         EXPECT_EQ(expect.position.text() + ' ' + expect.text, line);
     }
 }
 
+TEST(Scenario, EarlierWordsOfStatesAreStillUnderstood)
+{
+    EXPECT_EQ(read<Expect>("expect 1/3 passed by silence").state, admission::State::silence);
+    EXPECT_EQ(read<Expect>("expect 1/3 passed by silence of m1").modules, std::vector<std::string>{"m1"});
+    EXPECT_EQ(read<Expect>("expect 1/3 unasked within 2s").state, admission::State::unasked);
+}
+
+// Each state in the words that every view has for it.
+TEST(Scenario, ThePageNamesTheStatesThatCanBeExpected)
+{
+    std::ifstream file(PROJECT_SOURCE "/docs/cg_scenario.5");
+    const std::string page((std::istreambuf_iterator<char>(file)), {});
+    for (const admission::State state : admission::all_states()) {
+        const std::string text = text_of(state);
+        const bool can_be_expected = parse_scenario("file", "expect 1/3 " + text).problems.empty();
+        EXPECT_EQ(can_be_expected, state != admission::State::undecided) << text;
+        EXPECT_EQ(page.find("\n.It Cm " + text) != std::string::npos, can_be_expected) << text;
+    }
+}
+
 TEST(Scenario, WrongExpectations)
 {
+    EXPECT_EQ(mistake("plug 1/3\nexpect 1/3 admitted"), "2:21: the state's next word is missing here");
+    EXPECT_EQ(mistake("plug 1/3\nexpect 1/3 admitted by timeout"),
+              "2:24: \"timeout\" is not the state's next word; nearest: time-out");
+    EXPECT_EQ(mistake("plug 1/3\nexpect 1/3 no modules registered"),
+              "2:15: \"modules\" is not the state's next word; nearest: module");
     EXPECT_EQ(mistake("plug 1/3\nexpect 1/3 pased"), "2:12: \"pased\" is not a state; nearest: passed");
     EXPECT_EQ(mistake("plug 1/3\nexpect 1/3"), "2:12: a state is missing here");
     EXPECT_THAT(mistake("plug 1/3\nexpect 1/3 passed withn 5s"),

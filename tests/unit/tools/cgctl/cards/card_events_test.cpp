@@ -123,8 +123,7 @@ TEST_F(CardEventsTest, AnswersOfStrangersAreToldAsSuch)
     request();
     (void)texts();
     answer("m\n9", 0);
-    EXPECT_THAT(texts(),
-                ElementsAre("answer 1/3/0 lc: m\\n9 PASS after 1 s (no module of the folder: passed over)"));
+    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m\\n9 PASS after 1 s (not registered: ignored)"));
 }
 
 TEST_F(CardEventsTest, ComingAndGoingIsTold)

@@ -52,14 +52,13 @@ TEST_F(ChartTest, OneLetterForEachDecision)
     const std::vector<history::Gap> gaps{{noon + 125s, noon + 190s, "the store was away"}};
     const Chart chart = make_chart(decisions, gaps, noon, noon + 4min, 6);
     EXPECT_EQ(chart.step, 60s);
-    EXPECT_THAT(
-        chart_lines(chart, 8, plain),
-        ElementsAre("2023-11-15 12:00 |PPPSD   | 5", //
-                    "2023-11-15 12:01 |",            //
-                    "2023-11-15 12:02 |        | 0  (the store was away)",
-                    "2023-11-15 12:03 |?       | 1  (the store was away)",
-                    "P passed, S passed by silence, D denied, E exempt, U unasked, W withdrawn, ? ended "
-                    "unseen; a letter is one decision"));
+    EXPECT_THAT(chart_lines(chart, 8, plain),
+                ElementsAre("2023-11-15 12:00 |PPPTD   | 5", //
+                            "2023-11-15 12:01 |",            //
+                            "2023-11-15 12:02 |        | 0  (the store was away)",
+                            "2023-11-15 12:03 |?       | 1  (the store was away)",
+                            "P passed, T admitted by time-out, D denied, E exempt, N no module registered, "
+                            "W withdrawn, ? ended unseen; a letter is one decision"));
 }
 
 TEST_F(ChartTest, ManyDecisionsShareALetterAndNoneIsLost)

@@ -52,10 +52,10 @@ TEST_F(PictureTest, IsWholeAndSaysWhatIsWhat)
     EXPECT_THAT(svg, HasSubstr("<rect class=\"passed\" x=\"100.4\" y=\"122\" width=\"355.2\" height=\"198\">"
                                "<title>2023-11-15 12:00: 3 passed</title></rect>"));
     EXPECT_THAT(svg, HasSubstr("<rect class=\"silence\" x=\"100.4\" y=\"56\" width=\"355.2\" height=\"66\">"
-                               "<title>2023-11-15 12:00: 1 passed by silence</title></rect>"));
+                               "<title>2023-11-15 12:00: 1 admitted by time-out</title></rect>"));
     EXPECT_THAT(svg, HasSubstr("<title>2023-11-15 12:00:01: &lt;script&gt;&amp;&quot;</title>"));
     EXPECT_THAT(svg, HasSubstr("prefers-color-scheme: dark"));
-    EXPECT_THAT(svg, HasSubstr(">S passed by silence</text>"));
+    EXPECT_THAT(svg, HasSubstr(">S admitted by time-out</text>"));
     EXPECT_THAT(svg, Not(HasSubstr("<script>")));
     EXPECT_THAT(svg, Not(HasSubstr("href")));
 }

@@ -73,7 +73,7 @@ protected:
 TEST_F(LiveViewTest, TheTitleCountsAndTheBoxesTell)
 {
     now += 100s;
-    EXPECT_THAT(shown(), HasSubstr(" 3 cards: 1 waiting, 1 unasked, 1 off line\n"));
+    EXPECT_THAT(shown(), HasSubstr(" 3 cards: 1 waiting, 1 no module registered, 1 offline\n"));
     EXPECT_THAT(shown(), HasSubstr("waiting for m1, m2"));
     EXPECT_THAT(shown(), HasSubstr("░ 200 s"));
 }
@@ -95,7 +95,8 @@ TEST_F(LiveViewTest, FilterShowsOneStateAndSaysSo)
     press({'f'});
     EXPECT_THAT(shown(), HasSubstr("only denied |"));
     EXPECT_THAT(shown(), HasSubstr("no cards"));
-    for (const char *state : {"passed by silence", "off line", "passed", "exempt", "unasked", "undecided"}) {
+    for (const char *state :
+         {"admitted by time-out", "offline", "passed", "exempt", "no module registered", "undecided"}) {
         press({'f'});
         EXPECT_THAT(shown(), HasSubstr(std::string("only ") + state + " |"));
     }
@@ -108,10 +109,10 @@ TEST_F(LiveViewTest, ADenialStaysOnTheScreenWhenItsCardGoesOffLine)
     events.tracker().answer_written({1, 2, 0}, {"m1", 7, "too hot"}, {now, false, {1, {}}});
     events.tracker().result_written(1002, false, by("p_libpub.app_cg_card_check_ack:1:2:0:m1"));
     events.tracker().card_written({{1, 2, 0}, "lc-2", "0a", 3, 17, 0, 1002, false}, {now});
-    EXPECT_THAT(shown(), HasSubstr(" 3 cards: 1 denied, 1 unasked, 1 off line\n"));
+    EXPECT_THAT(shown(), HasSubstr(" 3 cards: 1 denied, 1 no module registered, 1 offline\n"));
     press({'f', 'f', 'v', 'v'});
     EXPECT_THAT(shown(), HasSubstr("only denied |"));
-    EXPECT_THAT(shown(), HasSubstr("off line, denied by m1: too hot"));
+    EXPECT_THAT(shown(), HasSubstr("offline, denied by m1: too hot"));
     EXPECT_THAT(shown(), Not(HasSubstr("lc-1")));
     const Canvas canvas = view.draw({80, 24}, now);
     EXPECT_EQ(canvas.at(40, 2).tone, Tone::bad);

@@ -79,22 +79,23 @@ TEST_F(HistoryVerbs, ALineForEachDecisionWithWhatLiesBetween)
 {
     const Outcome outcome = history({"--answers"});
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.out,
-              "2023-11-15 12:00:02  1/1/0  fan\\n1 (serial 0a)  denied by m1: too hot  after 2 s  as master\n"
-              "    m1 DENY after 1.5 s: too hot\n"
-              "    m9 PASS after 0.01 s (no registered module, so it was passed over)\n"
-              "2023-11-15 12:00:05  the daemon ended: exited 77\n"
-              "2023-11-15 12:00:06  the daemon started, process 42\n"
-              "2023-11-15 12:00:10 to 2023-11-15 12:00:20  the store was away: decisions may be missing\n"
-              "2023-11-15 12:06:40  1/2/0  fan\\n2 (serial 0a)  passed by silence of m2  after 2 s  as master"
-              "  (not known in full)\n");
+    EXPECT_EQ(
+        outcome.out,
+        "2023-11-15 12:00:02  1/1/0  fan\\n1 (serial 0a)  denied by m1: too hot  after 2 s  as master\n"
+        "    m1 DENY after 1.5 s: too hot\n"
+        "    m9 PASS after 0.01 s (not registered: ignored)\n"
+        "2023-11-15 12:00:05  the daemon ended: exited 77\n"
+        "2023-11-15 12:00:06  the daemon started, process 42\n"
+        "2023-11-15 12:00:10 to 2023-11-15 12:00:20  the store was away: decisions may be missing\n"
+        "2023-11-15 12:06:40  1/2/0  fan\\n2 (serial 0a)  admitted by time-out of m2  after 2 s  as master"
+        "  (not known in full)\n");
     EXPECT_EQ(outcome.err,
               "cgctl: nothing is recorded since 2023-11-15 12:08:20; is cg_recorderd running?\n");
 }
 
 TEST_F(HistoryVerbs, FiltersAndNotFound)
 {
-    EXPECT_THAT(history({"1/2"}).out, HasSubstr("silence of m2"));
+    EXPECT_THAT(history({"1/2"}).out, HasSubstr("time-out of m2"));
     EXPECT_THAT(history({"1/2"}).out, testing::Not(HasSubstr("1/1/0")));
     EXPECT_EQ(history({"--outcome", "silence", "--json"}).json()["decisions"].size(), 1U);
     EXPECT_EQ(history({"--module", "m9", "--json"}).json()["decisions"][0]["card"], "1/1/0");
@@ -188,7 +189,7 @@ TEST_F(HistoryVerbs, ChartAndPicture)
     const Outcome outcome = history(
         {"--chart", "--svg", picture, "--since", "2023-11-15T12:00Z", "--until", "2023-11-15T12:10Z"});
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_THAT(outcome.out, HasSubstr("2023-11-15 12:06 |S"));
+    EXPECT_THAT(outcome.out, HasSubstr("2023-11-15 12:06 |T"));
     EXPECT_THAT(outcome.out, HasSubstr("(the store was away)"));
     EXPECT_GT(std::filesystem::file_size(picture), 1000U);
     EXPECT_EQ(history({"--svg", folder_.path("no/folder.svg")}).status, 1);

@@ -164,9 +164,9 @@ TEST_F(CardVerbs, TheTableIsSortedByPositionAndCannotBeForged)
     cgctl({"card", "plug", "1/9", "--offline", "--name", "Lüfter"});
     const Outcome table = run_cgctl({"list"});
     EXPECT_EQ(table.out, "CARD    NAME    TYPE  STATE      SINCE  POWER  REASON\n"
-                         "1/9/0   Lüfter  lc    off line          -\n"
+                         "1/9/0   Lüfter  lc    offline           -\n"
                          "1/10/0  a\\nb    lc    undecided         -\n");
-    EXPECT_TRUE(table.err.starts_with("cgctl: 2 cards: 1 undecided, 1 off line\n")) << table.err;
+    EXPECT_TRUE(table.err.starts_with("cgctl: 2 cards: 1 undecided, 1 offline\n")) << table.err;
     EXPECT_EQ(run_cgctl({}).out, table.out) << "is the list";
 }
 
@@ -319,7 +319,7 @@ TEST_F(CardVerbs, ShowGathersEveryRecordOfTheCardAndOfNoOther)
                                      "p_libpub.app_cg_card_check_ack", "p_libpub.app_cg_card_bak_info"}));
     const std::string text = cgctl({"show", "1/3/0"});
     EXPECT_TRUE(text.starts_with("card 1/3/0\n  name      card 1/3/0\n  type      lc, configured as 1\n"
-                                 "  state     passed unseen\n"))
+                                 "  state     passed (how is not known)\n"))
         << text;
     EXPECT_NE(text.find("p_libpub.app_cg_card_deny_check_result (database 28)\n"), std::string::npos) << text;
     EXPECT_NE(text.find("  index.card_tipc_nodeid=1003\n"), std::string::npos) << text;
