@@ -17,58 +17,6 @@ namespace
 
 constexpr int32_t key_attribute = 2;
 
-bool stays_plain(unsigned char byte)
-{
-    return (byte >= '0' && byte <= '9') || (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') ||
-           byte == '.' || byte == '_' || byte == '-' || byte == '~' || byte >= 0x80;
-}
-
-void append_escaped(std::string &key, std::string_view text)
-{
-    static constexpr std::string_view digits = "0123456789ABCDEF";
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (stays_plain(byte)) {
-            key += character;
-        } else {
-            key += '%';
-            key += digits[byte >> 4U];
-            key += digits[byte & 0xfU];
-        }
-    }
-}
-
-int hex_value(char digit)
-{
-    if (digit >= '0' && digit <= '9') {
-        return digit - '0';
-    }
-    return digit >= 'A' && digit <= 'F' ? digit - 'A' + 10 : -1;
-}
-
-bool unescape(std::string_view part, std::string &text)
-{
-    for (size_t i = 0; i < part.size(); i++) {
-        if (part[i] != '%') {
-            if (!stays_plain(static_cast<unsigned char>(part[i]))) {
-                return false;
-            }
-            text += part[i];
-            continue;
-        }
-        if (i + 2 >= part.size() || hex_value(part[i + 1]) < 0 || hex_value(part[i + 2]) < 0) {
-            return false;
-        }
-        const auto byte = static_cast<unsigned char>(hex_value(part[i + 1]) * 16 + hex_value(part[i + 2]));
-        if (stays_plain(byte)) {
-            return false;
-        }
-        text += static_cast<char>(byte);
-        i += 2;
-    }
-    return true;
-}
-
 const ProtobufCMessage *index_of(const ProtobufCMessage &record, const ProtobufCFieldDescriptor &field)
 {
     return *static_cast<const ProtobufCMessage *const *>(member_of(record, field.offset));
@@ -85,7 +33,7 @@ void append_part(std::string &key, const ProtobufCFieldDescriptor &field, const 
 {
     key += ':';
     if (is_text(field)) {
-        append_escaped(key, index == nullptr ? std::string() : scalar_text(field, *index));
+        key += index == nullptr ? std::string() : key_part(scalar_text(field, *index));
     } else {
         key += index == nullptr ? "0" : scalar_text(field, *index);
     }
@@ -97,7 +45,7 @@ bool append_index_field(const ProtobufCFieldDescriptor &field, std::string_view 
         return is_scalar(field) && append_scalar(field, part, wire); // nothing in a number is escaped
     }
     std::string text;
-    return unescape(part, text) && append_scalar(field, text, wire);
+    return parse_key_part(part, text) && append_scalar(field, text, wire);
 }
 
 // The parts between the colons that follow the type's name; false when the key is not of the type.
@@ -189,13 +137,6 @@ bool decode_key(const ProtobufCMessageDescriptor &type, std::string_view key, st
     }
     append_delimited(wire, field->id, index);
     return true;
-}
-
-std::string key_part(std::string_view text)
-{
-    std::string part;
-    append_escaped(part, text);
-    return part;
 }
 
 } // namespace store

@@ -23,6 +23,10 @@ std::string channel_prefix(int32_t database);
 // control byte is written with percent signs.
 std::string key_part(std::string_view text);
 
+// The text that a part of a key stands for. Returns false when the part is not in exactly the form that
+// key_part() gives it.
+bool parse_key_part(std::string_view part, std::string &text);
+
 inline constexpr const char *data_set_key = "@set"; // text: the identity of a database's data
 inline constexpr const char *runs_key = "@runs";    // hash: the server runs that served it
 

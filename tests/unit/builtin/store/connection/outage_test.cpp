@@ -1,0 +1,79 @@
+// The budget of an outage: one for all calls, counted from its beginning.
+#include "store/connection/outage.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace
+{
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using store::Clock;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class OutageTest : public testing::Test
+{
+protected:
+    // How long a call that begins now may wait, to half a second.
+    milliseconds left() const
+    {
+        return std::chrono::duration_cast<milliseconds>(outage.deadline() - Clock::now());
+    }
+
+    std::vector<std::string> said;
+    platform::Messages messages{[this](int32_t, const std::string &text) { said.push_back(text); }};
+    store::Outage outage{seconds(5), messages};
+};
+
+TEST_F(OutageTest, WithoutOneEachCallHasTheWholeBudget)
+{
+    EXPECT_EQ(outage.budget(), seconds(5));
+    EXPECT_FALSE(outage.is_exhausted());
+    EXPECT_GT(left(), milliseconds(4500));
+    EXPECT_LE(left(), seconds(5));
+    outage.end();
+    EXPECT_THAT(said, IsEmpty()) << "none has ended";
+}
+
+TEST_F(OutageTest, TheBudgetCountsFromItsBeginning)
+{
+    const Clock::time_point began = Clock::now() - seconds(4);
+    outage.begin(began, "why");
+    EXPECT_EQ(outage.deadline(), began + seconds(5));
+    EXPECT_FALSE(outage.is_exhausted());
+    outage.begin(Clock::now(), "again");
+    EXPECT_EQ(outage.deadline(), began + seconds(5)) << "it is the same outage";
+    EXPECT_THAT(said, ElementsAre("store lost: why"));
+}
+
+TEST_F(OutageTest, OfAnExhaustedBudgetAShortAttemptIsLeft)
+{
+    outage.begin(Clock::now() - seconds(6), "why");
+    EXPECT_TRUE(outage.is_exhausted());
+    EXPECT_GT(left(), milliseconds(0));
+    EXPECT_LE(left(), milliseconds(50));
+}
+
+TEST_F(OutageTest, TheNextOneHasABudgetOfItsOwn)
+{
+    outage.begin(Clock::now() - seconds(6), "why");
+    outage.end();
+    outage.end();
+    EXPECT_FALSE(outage.is_exhausted());
+    EXPECT_GT(left(), milliseconds(4500));
+    const Clock::time_point began = Clock::now() - seconds(3);
+    outage.begin(began, "another");
+    EXPECT_EQ(outage.deadline(), began + seconds(5));
+    EXPECT_THAT(said, ElementsAre("store lost: why", "store answers again", "store lost: another"));
+}
+
+TEST_F(OutageTest, ABudgetShorterThanAnAttemptBoundsIt)
+{
+    store::Outage brief(milliseconds(10), messages);
+    brief.begin(Clock::now() - seconds(1), "why");
+    EXPECT_LE(brief.deadline() - Clock::now(), milliseconds(10));
+}
+
+} // namespace
