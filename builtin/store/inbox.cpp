@@ -11,7 +11,7 @@ namespace store
 namespace
 {
 
-constexpr size_t arrivals_per_turn = 64;
+constexpr size_t deliveries_per_turn = 64;
 
 }
 
@@ -66,13 +66,14 @@ bool Inbox::turn()
     if (state_ != State::open) {
         return false;
     }
-    const bool more = hand_out();
+    const bool more = deliver();
     return advance_subscriptions() || more;
 }
 
 // An outage ends when a call is answered: the server may be none to be believed.
 void Inbox::on_up()
 {
+    shared_.outage.renew();
     pongs_ = 0;
     state_ = State::arrived;
     shared_.schedule_turn();
@@ -82,7 +83,6 @@ void Inbox::on_lost(const std::string &problem)
 {
     const std::string loss = shared_.identity.endpoint.text + ": " + problem;
     shared_.outage.begin(Clock::now(), loss);
-    arrivals_.clear();
     if (state_ == State::open) {
         loss_due_ = loss;
     }
@@ -124,9 +124,9 @@ void Inbox::on_refused(const std::string &problem)
 void Inbox::on_message(std::string_view watched, std::string_view channel, std::string_view payload)
 {
     note_heard();
-    if (auto receiver = subscription_of(watched)) {
+    if (const auto receiver = subscription_of(watched)) {
         channel.remove_prefix(std::min(channel.size(), calls_.channels().size()));
-        arrivals_.push_back({std::move(receiver), std::string(channel), std::string(payload)});
+        receiver->on_message(++arrivals_, channel, payload);
         shared_.schedule_turn();
     }
 }
@@ -134,7 +134,10 @@ void Inbox::on_message(std::string_view watched, std::string_view channel, std::
 void Inbox::on_pong()
 {
     note_heard();
-    arrivals_.push_back({});
+    pongs_++;
+    for (const auto &subscription : subscriptions_) {
+        subscription->on_pong(pongs_);
+    }
     shared_.schedule_turn();
 }
 
@@ -150,7 +153,8 @@ void Inbox::on_checked()
 
 void Inbox::note_heard()
 {
-    if (arrivals_.empty()) {
+    if (std::none_of(subscriptions_.begin(), subscriptions_.end(),
+                     [](const auto &known) { return known->is_behind(); })) {
         heard_at_ = Clock::now();
     }
 }
@@ -186,23 +190,23 @@ bool Inbox::open()
     return true;
 }
 
-// Gives some of what has arrived to the subscriptions, one by one. Returns whether there is more.
-bool Inbox::hand_out()
+// Delivers some of what has arrived, in the order in which it came, so that changes of different record types
+// are delivered as they were made. Returns whether there is more.
+bool Inbox::deliver()
 {
-    for (size_t i = 0; i < arrivals_per_turn && !arrivals_.empty(); i++) {
-        Arrival arrival = std::move(arrivals_.front());
-        arrivals_.pop_front();
-        if (arrival.receiver != nullptr) {
-            arrival.receiver->on_message(std::move(arrival.key), std::move(arrival.payload));
-            (void)arrival.receiver->deliver_arrived();
-            continue;
-        }
-        pongs_++;
+    for (size_t i = 0; i < deliveries_per_turn; i++) {
+        std::shared_ptr<TypeSubscription> next;
         for (const auto &subscription : subscriptions_) {
-            subscription->on_pong(pongs_);
+            if (subscription->due() && (next == nullptr || *subscription->due() < *next->due())) {
+                next = subscription;
+            }
         }
+        if (next == nullptr) {
+            return false;
+        }
+        next->deliver_due();
     }
-    return !arrivals_.empty();
+    return true;
 }
 
 bool Inbox::advance_subscriptions()

@@ -7,7 +7,6 @@
 #define STORE_INBOX_H
 
 #include <cstdint>
-#include <deque>
 #include <list>
 #include <memory>
 #include <optional>
@@ -51,14 +50,6 @@ private:
         open,    // as far as the user was told
     };
 
-    // What came: a message for somebody, or, for nobody, the answer to a ping. One queue for all, so that
-    // changes of different record types are delivered in the order in which they were made.
-    struct Arrival {
-        std::shared_ptr<TypeSubscription> receiver;
-        std::string key; // of the record, from the channel's name
-        std::string payload;
-    };
-
     void on_up() override;
     void on_lost(const std::string &problem) override;
     void on_failed(const std::string &problem, bool lasting) override;
@@ -71,7 +62,7 @@ private:
     void note_heard();
     void report_loss();
     bool open();
-    bool hand_out();
+    bool deliver();
     bool advance_subscriptions();
     std::shared_ptr<TypeSubscription> subscription_of(std::string_view watched);
 
@@ -81,9 +72,9 @@ private:
     State state_ = State::down;
     bool has_arrived_ = false;
     std::optional<std::string> loss_due_;         // why: a loss is to be reported
-    std::deque<Arrival> arrivals_;                // of the present connection
-    uint64_t pongs_ = 0;                          // handed out
-    std::optional<Clock::time_point> heard_at_{}; // what waits among the arrivals is not heard yet
+    uint64_t arrivals_ = 0;                       // changes that have come
+    uint64_t pongs_ = 0;                          // of the present connection
+    std::optional<Clock::time_point> heard_at_{}; // what waits for its delivery is not heard yet
     std::shared_ptr<const ConnectionHandler> handler_;
     std::list<std::shared_ptr<TypeSubscription>> subscriptions_; // in the order asked
 };

@@ -90,10 +90,10 @@ void TypeSubscription::on_checked()
     }
 }
 
-void TypeSubscription::on_message(std::string &&key, std::string &&payload)
+void TypeSubscription::on_message(uint64_t arrival, std::string_view key, std::string_view payload)
 {
     if (phase_ != Phase::refused && phase_ != Phase::cancelled) { // asking or trying again reads everything
-        queue_.push_back({std::move(key), std::move(payload)});
+        queue_.push_back({arrival, std::string(key), std::string(payload)});
     }
 }
 
@@ -154,15 +154,17 @@ bool TypeSubscription::advance()
     return true;
 }
 
-bool TypeSubscription::deliver_arrived()
+std::optional<uint64_t> TypeSubscription::due() const
 {
-    for (size_t i = 0; i < steps_per_turn && phase_ == Phase::live && !queue_.empty(); i++) {
-        busy_ = true;
-        (void)deliver_next();
-        busy_ = false;
-        (void)look_at_mark();
-    }
-    return !queue_.empty();
+    return phase_ == Phase::live && !queue_.empty() ? std::optional(queue_.front().arrival) : std::nullopt;
+}
+
+void TypeSubscription::deliver_due()
+{
+    busy_ = true;
+    (void)deliver_next();
+    busy_ = false;
+    (void)look_at_mark();
 }
 
 TypeSubscription::Step TypeSubscription::step()
@@ -181,7 +183,7 @@ TypeSubscription::Step TypeSubscription::step()
     case Phase::draining:
         return drain();
     case Phase::live:
-        return serve();
+        return verify();
     case Phase::confirming:
     case Phase::refused:
     case Phase::cancelled:
@@ -338,14 +340,11 @@ TypeSubscription::Step TypeSubscription::go_live()
     return Step::yield;
 }
 
-// Delivers what has come, and asks the server whether it has counted as far as the changes tell: whoever may
-// publish could otherwise have this client believe that a store that comes back has lost something.
-TypeSubscription::Step TypeSubscription::serve()
+// Asks the server whether it has counted as far as the changes tell: whoever may publish could otherwise have
+// this client believe that a store that comes back has lost something.
+TypeSubscription::Step TypeSubscription::verify()
 {
-    if (!queue_.empty() && unverified_ < changes_per_verification) {
-        return deliver_next();
-    }
-    if (unverified_ == 0) {
+    if (unverified_ == 0 || (!queue_.empty() && unverified_ < changes_per_verification)) {
         return Step::wait;
     }
     unverified_ = 0;
@@ -356,7 +355,7 @@ TypeSubscription::Step TypeSubscription::serve()
     if (counted < last_) {
         return resynchronise("changes came that the server has not counted");
     }
-    return queue_.empty() ? Step::wait : Step::yield;
+    return Step::wait;
 }
 
 // Delivers the change at the front of the queue, or the second half of the one before.

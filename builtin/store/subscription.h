@@ -62,18 +62,22 @@ public:
     void on_refused(const std::string &problem);
     // Some time has passed: what was refused is tried again now and then.
     void on_checked();
-    // A change arrived: kept until the next of these two.
-    void on_message(std::string &&key, std::string &&payload);
+    // A change arrived, as number `arrival` of all that came on the connection: kept until it is delivered.
+    void on_message(uint64_t arrival, std::string_view key, std::string_view payload);
     // The answer to a ping arrived, after all changes that were published before it.
     void on_pong(uint64_t number);
     // The connection is lost: what is queued is void.
     void on_lost();
     // The connection is back; `everything` when the data is another, so that revisions compare no more.
     void on_returned(bool everything);
-    // Some work. Returns whether there is more to do at once. Calls the subscriber back.
+    // Whether a change has arrived that is not delivered yet.
+    bool is_behind() const { return !queue_.empty(); }
+    // The number of the arrival that is to be delivered next; nothing as long as it is not in place.
+    std::optional<uint64_t> due() const;
+    // Delivers that one. Calls the subscriber back.
+    void deliver_due();
+    // Some other work. Returns whether there is more to do at once. Calls the subscriber back.
     bool advance();
-    // Delivers changes that have arrived, if it is in place. Returns whether there are more.
-    bool deliver_arrived();
 
 private:
     enum class Phase {
@@ -92,6 +96,7 @@ private:
     enum class Step { more, yield, wait };
 
     struct Arrived {
+        uint64_t arrival;
         std::string key;
         std::string payload;
     };
@@ -121,7 +126,7 @@ private:
     Step deliver();
     Step read_target();
     Step drain();
-    Step serve();
+    Step verify();
     Step go_live();
     Step deliver_next();
     void deliver_written(PublishedChange &&change);

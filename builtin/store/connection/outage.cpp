@@ -28,6 +28,11 @@ void Outage::begin(Clock::time_point when, const std::string &problem)
     }
 }
 
+void Outage::renew()
+{
+    since_ = Clock::now();
+}
+
 void Outage::end()
 {
     if (lasting_) {

@@ -31,6 +31,9 @@ public:
     Clock::time_point deadline() const;
     // The store did not answer, since `when`; `problem` is logged when this begins an outage.
     void begin(Clock::time_point when, const std::string &problem);
+    // The store can be connected to again, so the budget counts from now: finding out what came back takes
+    // several round trips, for which a short attempt may be too short every time.
+    void renew();
     // The store answered.
     void end();
 

@@ -1,6 +1,14 @@
 // What the connection on the loop brings: its loss and return, and changes in one order.
 #include "store/inbox.h"
 
+#include <poll.h>
+
+#include <atomic>
+#include <optional>
+
+#include "loop/loop.h"
+#include "scripted_server.h"
+#include "store/client.h"
 #include "store_client_fixture.h"
 
 namespace
@@ -125,6 +133,40 @@ TEST_F(InboxTest, ASubscriberThatTheServerCutsOffForBeingSlowMissesNothing)
     for (int32_t slot = 0; slot < 1000; slot++) {
         EXPECT_EQ(count("4 0/" + std::to_string(slot) + "/0 type 1"), 1) << slot;
     }
+}
+
+// Finding out what came back takes several round trips, which a store that is far away, or busy, does not
+// answer in the short time that a call gets once the budget of an outage is used up.
+TEST(SlowReturn, AfterALongOutageASlowStoreIsStillReadmitted)
+{
+    std::atomic<bool> is_away = false;
+    std::atomic<bool> is_slow = false;
+    store_test::ScriptedServer server([&](const std::vector<std::string> &command) {
+        if (is_slow) {
+            (void)poll(nullptr, 0, 8);
+        }
+        return is_away ? std::nullopt : std::optional(store_test::ordinary_answer(command));
+    });
+    const store_test::ScopedSetting deadline("VX_MOM_DEADLINE_MS", "600");
+    platform::Loop loop("inbox_test");
+    store::Client client(loop.context(), {.place = store::Place{server.endpoint().text, ""},
+                                          .notice = [](int32_t, const std::string &) {}});
+    using Kind = store::ConnectionEvent::Kind;
+    std::vector<Kind> reports;
+    ASSERT_TRUE(client.on_connection(1, [&](const store::ConnectionEvent &event) {
+        reports.push_back(event.kind);
+        loop.stop();
+    }));
+    ASSERT_TRUE(client.open(1));
+    const auto late = loop.after(std::chrono::seconds(20), [&] { loop.stop(); });
+    loop.run();
+    is_away = true;
+    EXPECT_FALSE(client.set(1, *Card(0, 1, 0).message()));
+    loop.run();
+    is_slow = true;
+    is_away = false;
+    loop.run();
+    EXPECT_THAT(reports, ElementsAre(Kind::connected, Kind::lost, Kind::returned));
 }
 
 } // namespace

@@ -76,4 +76,16 @@ TEST_F(OutageTest, ABudgetShorterThanAnAttemptBoundsIt)
     EXPECT_LE(brief.deadline() - Clock::now(), milliseconds(10));
 }
 
+TEST_F(OutageTest, AServerThatCanBeConnectedToRenewsTheBudget)
+{
+    outage.renew();
+    EXPECT_FALSE(outage.is_exhausted());
+    outage.begin(Clock::now() - seconds(6), "why");
+    outage.renew();
+    EXPECT_FALSE(outage.is_exhausted());
+    EXPECT_GT(left(), milliseconds(4500));
+    EXPECT_LE(left(), seconds(5));
+    EXPECT_THAT(said, ElementsAre("store lost: why")) << "it has not ended";
+}
+
 } // namespace
