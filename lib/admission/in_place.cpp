@@ -6,6 +6,7 @@
 
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
+#include "records/record_types.h"
 #include "s_dev.pb-c.h"
 
 namespace admission
@@ -13,14 +14,28 @@ namespace admission
 
 const std::array<TrackedType, 7> &tracked_types()
 {
-    static const std::array<TrackedType, 7> types{{{&p_dev__dp_lib_grole__descriptor, 1},
-                                                   {&p_dev__card_info__descriptor, 1},
-                                                   {&p_libpub__app_cg_card_check_info__descriptor, 1},
-                                                   {&p_libpub__app_cg_card_check_ack__descriptor, 1},
-                                                   {&p_libpub__app_cg_mom_deny_check_result__descriptor, 1},
-                                                   {&p_dev__dm_set_card_custom_st__descriptor, 33},
-                                                   {&s_dev__im_card_power_onoff__descriptor, 33}}};
+    const auto type = [](const ProtobufCMessageDescriptor &descriptor) {
+        return TrackedType{&descriptor, cg::record_type(descriptor.name).db};
+    };
+    static const std::array<TrackedType, 7> types{
+        {type(p_dev__dp_lib_grole__descriptor), type(p_dev__card_info__descriptor),
+         type(p_libpub__app_cg_card_check_info__descriptor),
+         type(p_libpub__app_cg_card_check_ack__descriptor),
+         type(p_libpub__app_cg_mom_deny_check_result__descriptor),
+         type(p_dev__dm_set_card_custom_st__descriptor), type(s_dev__im_card_power_onoff__descriptor)}};
     return types;
+}
+
+const std::set<int32_t> &tracked_databases()
+{
+    static const std::set<int32_t> databases = [] {
+        std::set<int32_t> all;
+        for (const TrackedType &type : tracked_types()) {
+            all.insert(type.db);
+        }
+        return all;
+    }();
+    return databases;
 }
 
 bool InPlace::told(const ProtobufCMessageDescriptor *type)

@@ -8,18 +8,15 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <map>
 #include <set>
 #include <utility>
 
-#include "admission/card_text.h"
-#include "admission/feed.h"
+#include "admission/follower.h"
 #include "base/failure.h"
 #include "base/text.h"
 #include "log/platform_log.h"
 #include "loop/loop.h"
 #include "process/service_notice.h"
-#include "store/client.h"
 
 namespace recorder
 {
@@ -46,12 +43,9 @@ public:
     void run();
 
 private:
-    void open(int32_t db);
-    void subscribe(int32_t db);
-    void handle(const store::Change &change);
-    void handle_subscribed(const store::Change &change);
-    void handle_connection(const store::ConnectionEvent &event);
-    void handle_loss(const store::ConnectionEvent &event);
+    admission::Follower::Listener listener();
+    void handle_snapshot();
+    void handle_outage(const store::ConnectionEvent &event);
     void note_contact();
     [[nodiscard]] std::set<int32_t> absent() const;
     void report_absence();
@@ -66,10 +60,9 @@ private:
     bool running_ = false;
     platform::Loop loop_;
     store::Client client_;
-    std::map<const ProtobufCMessageDescriptor *, store::Subscription> subscriptions_;
     platform::Timer tick_;
     platform::Timer flush_;
-    admission::InPlace in_place_;
+    admission::Follower follower_;
     std::set<int32_t> reported_absent_; // databases
     std::set<int32_t> away_;            // databases that were lost
     std::optional<history::Time> heard_until_{};
@@ -113,24 +106,23 @@ Service::Service(const cg::Output &output, const Options &options)
       recorder_(
           options.settings, metrics_, [&output](const std::string &text) { output.notice(text); }, now()),
       exposer_(expose(output, options, metrics_)), loop_(program),
-      client_(loop_.context(), client_options(output, running_))
+      client_(loop_.context(), client_options(output, running_)), follower_(client_, listener())
 {
-    std::set<int32_t> databases;
-    for (const admission::TrackedType &type : admission::tracked_types()) {
-        if (databases.insert(type.db).second) {
-            open(type.db);
-        }
-    }
+    follower_.start(false);
     tick_ = loop_.after(tick_interval, [this] { tick(); });
 }
 
-void Service::open(int32_t db)
+admission::Follower::Listener Service::listener()
 {
-    (void)client_.on_connection(db,
-                                [this](const store::ConnectionEvent &event) { handle_connection(event); });
-    if (const store::Status status = client_.open(db); !status) {
-        throw cg::Failure(cg::wrong_usage, cg::visible(status.reason));
-    }
+    return {[this](const ProtobufCMessage &record, bool deleted, const admission::Change &change) {
+                recorder_.handle(record, deleted, change);
+                flush_soon();
+            },
+            [this](const std::string &key, const std::string &reason) {
+                recorder_.could_not_read(key, reason, now());
+            },
+            [this] { handle_snapshot(); },
+            [this](const store::ConnectionEvent &event) { handle_outage(event); }};
 }
 
 void Service::run()
@@ -145,76 +137,25 @@ void Service::run()
     output_.notice("stopped");
 }
 
-void Service::subscribe(int32_t db)
+void Service::handle_snapshot()
 {
-    for (const admission::TrackedType &type : admission::tracked_types()) {
-        if (type.db != db) {
-            continue;
-        }
-        auto made =
-            client_.subscribe(db, *type.descriptor, [this](const store::Change &change) { handle(change); });
-        if (!made) {
-            throw cg::Failure(cg::failed, std::string("cannot subscribe to ") + type.descriptor->name +
-                                              " in database " + std::to_string(db) + ": " +
-                                              cg::visible(made.reason));
-        }
-        subscriptions_[type.descriptor] = std::move(made.value);
-    }
+    reported_absent_.clear();
+    output_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
+                   " positions");
+    recorder_.snapshot_done(now());
 }
 
-void Service::handle(const store::Change &change)
+void Service::handle_outage(const store::ConnectionEvent &event)
 {
-    if (change.command == VX_MOM_CMD_SUBSCRIBED) {
-        handle_subscribed(change);
-    } else if (change.error != 0) {
-        recorder_.could_not_read(cg::visible(change.key), cg::visible(change.reason), now());
-    } else if (change.record != nullptr) {
-        const bool existing = change.existing || !in_place_.is_complete(change.database);
-        recorder_.handle(*change.record, change.command == VX_MOM_CMD_DELETED,
-                         {now(), existing, {change.revision, change.origin()}});
-        flush_soon();
-    }
-}
-
-void Service::handle_subscribed(const store::Change &change)
-{
-    if (in_place_.told(change.type)) {
-        reported_absent_.clear();
-        output_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
-                       " positions");
-        recorder_.snapshot_done(now());
-    }
-}
-
-void Service::handle_connection(const store::ConnectionEvent &event)
-{
-    const int32_t db = event.database;
-    switch (event.kind) {
-    case store::ConnectionEvent::Kind::lost:
-        handle_loss(event);
-        return;
-    case store::ConnectionEvent::Kind::returned:
-        output_.notice("the store is back, database " + std::to_string(db) +
-                       (event.same_data ? "" : ", with other data than before"));
-        in_place_.lost(db);
-        away_.erase(db);
+    output_.notice(admission::text_of(event));
+    if (event.kind == store::ConnectionEvent::Kind::lost) {
+        note_contact();
+        away_.insert(event.database);
+        recorder_.store_lost(now());
+    } else {
+        away_.erase(event.database);
         recorder_.store_returned(now());
-        break;
-    case store::ConnectionEvent::Kind::connected:
-        break;
     }
-    subscribe(db);
-}
-
-void Service::handle_loss(const store::ConnectionEvent &event)
-{
-    const int32_t db = event.database;
-    output_.notice("lost the store, database " + std::to_string(db) + ": " + cg::visible(event.reason) +
-                   "; connecting again");
-    note_contact();
-    in_place_.lost(db);
-    away_.insert(db);
-    recorder_.store_lost(now());
 }
 
 // Of two connections the one counts that was silent for longer.
@@ -222,11 +163,11 @@ void Service::note_contact()
 {
     const auto steady = std::chrono::steady_clock::now();
     auto contact = steady;
-    for (const admission::TrackedType &type : admission::tracked_types()) {
-        if (!in_place_.is_complete(type.db)) {
+    for (const int32_t db : admission::tracked_databases()) {
+        if (!follower_.in_place().is_complete(db)) {
             return; // a gap lasts, or nothing was delivered yet
         }
-        contact = std::min(contact, client_.last_contact(type.db).value_or(steady));
+        contact = std::min(contact, client_.last_contact(db).value_or(steady));
     }
     heard_until_ = now() - std::chrono::duration_cast<milliseconds>(steady - contact);
     recorder_.heard(*heard_until_);
@@ -243,9 +184,9 @@ void Service::flush_soon()
 std::set<int32_t> Service::absent() const
 {
     std::set<int32_t> databases = away_;
-    for (const admission::TrackedType &type : admission::tracked_types()) {
-        if (!client_.last_contact(type.db)) {
-            databases.insert(type.db);
+    for (const int32_t db : admission::tracked_databases()) {
+        if (!client_.last_contact(db)) {
+            databases.insert(db);
         }
     }
     return databases;
@@ -274,7 +215,7 @@ void Service::report_absence()
 void Service::report_overdue()
 {
     std::string names;
-    for (const ProtobufCMessageDescriptor *type : in_place_.overdue(now())) {
+    for (const ProtobufCMessageDescriptor *type : follower_.in_place().overdue(now())) {
         names += std::string(" ") + type->name;
     }
     if (!names.empty()) {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <list>
 
-#include "admission/feed.h"
+#include "admission/follower.h"
 #include "base/failure.h"
 #include "base/text.h"
 #include "chassis.h"
@@ -94,12 +94,7 @@ public:
                    registered(output, options.socket, played(scenarios))},
                   stage())
     {
-        std::set<int32_t> databases;
-        for (const admission::TrackedType &type : admission::tracked_types()) {
-            if (databases.insert(type.db).second) {
-                connect(type.db);
-            }
-        }
+        follower_.start(true);
         refuse_occupied(scenarios);
     }
 
@@ -154,55 +149,16 @@ private:
         for_each_statement<scenario::Plug>(scenarios, refuse);
     }
 
-    void connect(int32_t db)
+    admission::Follower::Listener listener()
     {
-        const std::string what = "use database " + std::to_string(db) + " of the store";
-        require(client_.connect(db), what);
-        require(client_.on_connection(db, [this](const store::ConnectionEvent &event) { handle(event); }),
-                what);
-        require(client_.open(db), what);
-    }
-
-    // After an outage all records are asked for again: else nothing would say where the missed changes end.
-    void handle(const store::ConnectionEvent &event)
-    {
-        const std::string db = "database " + std::to_string(event.database);
-        switch (event.kind) {
-        case store::ConnectionEvent::Kind::lost:
-            output_.notice("lost the store, " + db + "; connecting again");
-            in_place_.lost(event.database);
-            return;
-        case store::ConnectionEvent::Kind::returned:
-            output_.notice("the store is back, " + db +
-                           (event.same_data ? "" : ", with other data than before"));
-            break;
-        case store::ConnectionEvent::Kind::connected:
-            break;
-        }
-        for (const admission::TrackedType &type : admission::tracked_types()) {
-            if (type.db == event.database) {
-                auto subscription = client_.subscribe(
-                    type.db, *type.descriptor, [this](const store::Change &change) { handle(change); });
-                require(subscription, std::string("subscribe to ") + type.descriptor->name);
-                subscriptions_[type.descriptor] = std::move(subscription.value);
-            }
-        }
-    }
-
-    void handle(const store::Change &change)
-    {
-        if (change.command == VX_MOM_CMD_SUBSCRIBED) {
-            if (in_place_.told(change.type)) {
-                player_.synchronized();
-            }
-        } else if (change.record == nullptr) {
-            output_.notice("record " + visible(change.key) + " does not decode: " + visible(change.reason));
-        } else {
-            player_.heard(change.command == VX_MOM_CMD_DELETED, *change.record,
-                          {std::chrono::system_clock::now(),
-                           change.existing || !in_place_.is_complete(change.database),
-                           {change.revision, change.origin()}});
-        }
+        return {[this](const ProtobufCMessage &record, bool deleted, const admission::Change &change) {
+                    player_.heard(deleted, record, change);
+                },
+                [this](const std::string &key, const std::string &reason) {
+                    output_.notice("record " + key + " does not decode: " + reason);
+                },
+                [this] { player_.synchronized(); },
+                [this](const store::ConnectionEvent &event) { output_.notice(admission::text_of(event)); }};
     }
 
     void finished()
@@ -243,9 +199,8 @@ private:
     platform::Loop loop_;
     store::Client client_;
     Chassis chassis_{client_};
-    std::map<const ProtobufCMessageDescriptor *, store::Subscription> subscriptions_;
     std::list<platform::Timer> timers_;
-    admission::InPlace in_place_;
+    admission::Follower follower_{client_, listener()};
     bool reported_ = false;
     Player player_;
 };

@@ -23,6 +23,8 @@ struct TrackedType {
 // All of them, in the order in which they should be subscribed to: a card before what is about it. Of the
 // results those of database 1, since every device writes its own there; those by position only a master does.
 const std::array<TrackedType, 7> &tracked_types();
+// The databases that they live in, each once.
+const std::set<int32_t> &tracked_databases();
 
 // Which types' existing records were notified of.
 //

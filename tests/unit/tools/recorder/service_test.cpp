@@ -141,7 +141,8 @@ TEST_F(ServiceTest, WrongSettingsAreWrongUsage)
     setenv("VX_MOM_ENDPOINT", "nowhere", 1);
     const auto recorder = start();
     EXPECT_EQ(recorder->wait(), cg::wrong_usage);
-    EXPECT_THAT(recorder->err(), HasSubstr("recorder: endpoint 'nowhere' "));
+    EXPECT_THAT(recorder->err(),
+                HasSubstr("recorder: cannot use database 1 of the store: endpoint 'nowhere' "));
     EXPECT_THAT(recorder->err(), Not(HasSubstr("store client"))) << "once is enough";
 }
 

@@ -1,0 +1,99 @@
+// All that the tracker wants to hear of, followed in a store.
+#include "admission/follower.h"
+
+#include <cerrno>
+#include <utility>
+
+#include "base/failure.h"
+#include "base/text.h"
+
+namespace admission
+{
+
+namespace
+{
+
+using Kind = store::ConnectionEvent::Kind;
+
+void require(const store::Status &status, const std::string &what)
+{
+    if (!status) {
+        throw cg::Failure(status.code == -EINVAL ? cg::wrong_usage : cg::failed,
+                          "cannot " + what + ": " + cg::visible(status.reason));
+    }
+}
+
+std::string text_of_database(int32_t db)
+{
+    return "database " + std::to_string(db);
+}
+
+} // namespace
+
+Follower::Follower(store::Client &client, Listener listener) : client_(client), listener_(std::move(listener))
+{
+}
+
+void Follower::start(bool at_once)
+{
+    for (const int32_t db : tracked_databases()) {
+        const std::string what = "use " + text_of_database(db) + " of the store";
+        if (at_once) {
+            require(client_.connect(db), what);
+        }
+        const auto handler = [this](const store::ConnectionEvent &event) { handle(event); };
+        require(client_.on_connection(db, handler), what);
+        require(client_.open(db), what);
+    }
+}
+
+// After an outage all records are asked for again: else nothing would say where the missed changes end.
+void Follower::handle(const store::ConnectionEvent &event)
+{
+    if (event.kind != Kind::connected) {
+        listener_.outage(event);
+        in_place_.lost(event.database);
+    }
+    if (event.kind == Kind::lost) {
+        return;
+    }
+    for (const TrackedType &type : tracked_types()) {
+        if (type.db == event.database) {
+            subscribe(type);
+        }
+    }
+}
+
+void Follower::subscribe(const TrackedType &type)
+{
+    auto made =
+        client_.subscribe(type.db, *type.descriptor, [this](const store::Change &change) { handle(change); });
+    require(made, "subscribe to " + std::string(type.descriptor->name) + " in " + text_of_database(type.db));
+    subscriptions_[type.descriptor] = std::move(made.value);
+}
+
+void Follower::handle(const store::Change &change)
+{
+    if (change.command == VX_MOM_CMD_SUBSCRIBED) {
+        if (in_place_.told(change.type)) {
+            listener_.snapshot_done();
+        }
+    } else if (change.error != 0) {
+        listener_.undecodable(cg::visible(change.key), cg::visible(change.reason));
+    } else {
+        const bool existing = change.existing || !in_place_.is_complete(change.database);
+        listener_.changed(*change.record, change.command == VX_MOM_CMD_DELETED,
+                          {std::chrono::system_clock::now(), existing, {change.revision, change.origin()}});
+    }
+}
+
+std::string text_of(const store::ConnectionEvent &event)
+{
+    const std::string which = text_of_database(event.database);
+    if (event.kind == Kind::lost) {
+        return "lost the store, " + which + ": " + cg::visible(event.reason) + "; connecting again";
+    }
+    return "the store is back, " + which + (event.same_data ? "" : ", with other data than before");
+}
+
+} // namespace admission
