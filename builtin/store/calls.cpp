@@ -7,7 +7,7 @@
 
 #include "loop/platform_context.h"
 #include "store/codec/names.h"
-#include "store/codec/value.h"
+#include "store/codec/number.h"
 #include "store/functions.h"
 #include "store/origin.h"
 
@@ -158,7 +158,7 @@ int32_t Calls::change(Command &&call, const std::string &type)
         return refused;
     }
     uint64_t revision = 0;
-    if (!parse_revision(text, revision)) {
+    if (!parse_number(text, revision)) {
         return internal_failure;
     }
     if (commands.size() > 1) {

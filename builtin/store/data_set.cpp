@@ -2,12 +2,12 @@
 #include "store/data_set.h"
 
 #include <algorithm>
-#include <charconv>
 #include <random>
 #include <sstream>
 
 #include "schema_registry.h"
 #include "store/codec/names.h"
+#include "store/codec/number.h"
 #include "store/functions.h"
 
 namespace store
@@ -21,20 +21,13 @@ constexpr size_t identity_length = 32;
 constexpr size_t longest_identity = 128;
 constexpr std::string_view identity_digits = "0123456789abcdef";
 
-bool parse_whole(std::string_view text, uint64_t &number)
-{
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    return result.ec == std::errc() && result.ptr == end;
-}
-
 bool read_revision(const redisReply *reply, uint64_t &revision)
 {
     revision = 0;
     if (reply == nullptr || reply->type == REDIS_REPLY_NIL) {
         return reply != nullptr;
     }
-    return !is_error(reply) && parse_whole(text_of(reply), revision);
+    return !is_error(reply) && parse_number(text_of(reply), revision);
 }
 
 // "<identity> <type>=<revision> ...". What does not read is passed over: a run that began with nothing is one
@@ -47,7 +40,8 @@ bool parse_run(const std::string &text, Run &run)
     for (std::string word; words >> word;) {
         const size_t equals = word.find('=');
         uint64_t revision = 0;
-        if (equals != std::string::npos && parse_whole(std::string_view(word).substr(equals + 1), revision)) {
+        if (equals != std::string::npos &&
+            parse_number(std::string_view(word).substr(equals + 1), revision)) {
             run.began_with[word.substr(0, equals)] = revision;
         } else {
             is_sound = false;
@@ -65,9 +59,9 @@ bool take_run(const std::string &name, const std::string &value, DataSet::Answer
         return true;
     }
     if (name == "now") {
-        return parse_whole(value, answers.present_run);
+        return parse_number(value, answers.present_run);
     }
-    return parse_whole(name, number) && parse_run(value, answers.runs[number]);
+    return parse_number(name, number) && parse_run(value, answers.runs[number]);
 }
 
 void read_runs(const redisReply *reply, DataSet::Answers &answers)

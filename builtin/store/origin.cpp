@@ -1,8 +1,7 @@
 // Who made a change, as text and back.
 #include "store/origin.h"
 
-#include <charconv>
-#include <optional>
+#include "store/codec/number.h"
 
 namespace store
 {
@@ -10,13 +9,10 @@ namespace store
 namespace
 {
 
-// A whole number without a sign or leading zeros, and nothing else.
-std::optional<uint64_t> number_in(std::string_view text)
+// Revisions and writes are counted from 1.
+bool parse_count(std::string_view text, uint64_t &number)
 {
-    uint64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool is_whole = error == std::errc() && end == text.data() + text.size();
-    return is_whole && text.front() != '0' ? std::optional(number) : std::nullopt;
+    return parse_shortest(text, number) && number != 0;
 }
 
 Cause parse_cause(std::string_view text)
@@ -34,8 +30,10 @@ Cause parse_cause(std::string_view text)
     if (blank == std::string_view::npos || blank + 1 == text.size()) {
         return {};
     }
-    const std::optional<uint64_t> revision = number_in(text.substr(0, blank));
-    return revision ? Cause{Cause::Kind::record, *revision, std::string(text.substr(blank + 1))} : Cause{};
+    uint64_t revision = 0;
+    return parse_count(text.substr(0, blank), revision)
+               ? Cause{Cause::Kind::record, revision, std::string(text.substr(blank + 1))}
+               : Cause{};
 }
 
 } // namespace
@@ -78,11 +76,11 @@ Origin parse_origin(std::string_view text)
     if (dot == std::string_view::npos || dot == 0) {
         return {};
     }
-    const std::optional<uint64_t> number = number_in(writer.substr(dot + 1));
-    if (!number) {
+    uint64_t number = 0;
+    if (!parse_count(writer.substr(dot + 1), number)) {
         return {};
     }
-    return {std::string(writer.substr(0, dot)), *number,
+    return {std::string(writer.substr(0, dot)), number,
             blank == std::string_view::npos ? Cause{} : parse_cause(text.substr(blank + 1))};
 }
 

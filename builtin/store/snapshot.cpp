@@ -2,10 +2,10 @@
 #include "store/snapshot.h"
 
 #include <algorithm>
-#include <charconv>
 
 #include "store/calls.h"
 #include "store/codec/names.h"
+#include "store/codec/number.h"
 
 namespace store
 {
@@ -14,13 +14,6 @@ namespace
 {
 
 constexpr size_t slice_size = 128;
-
-bool parse_whole(const std::string &text, uint64_t &number)
-{
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    return result.ec == std::errc() && result.ptr == end;
-}
 
 int32_t unexpected(const Calls &calls, const char *what, const std::string &key, const redisReply *reply)
 {
@@ -142,7 +135,7 @@ int32_t read_revision(Calls &calls, const std::string &type, uint64_t &revision)
     }
     const redisReply *reply = answer.replies[0].get();
     revision = 0;
-    if (reply->type != REDIS_REPLY_NIL && !parse_whole(text_of(reply), revision)) {
+    if (reply->type != REDIS_REPLY_NIL && !parse_number(text_of(reply), revision)) {
         return unexpected(calls, "revision", key, reply);
     }
     calls.learn(type, revision);

@@ -58,9 +58,6 @@ void TypeSubscription::cancel()
     handler_.reset();
     queue_.clear();
     known_.clear();
-    to_report_.clear();
-    to_deliver_.clear();
-    to_sweep_.clear();
 }
 
 void TypeSubscription::on_confirmed()

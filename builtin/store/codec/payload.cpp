@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "store/codec/shortest.h"
+#include "store/codec/number.h"
 
 namespace store
 {

@@ -5,7 +5,7 @@
 #include <array>
 #include <cstring>
 
-#include "store/codec/shortest.h"
+#include "store/codec/number.h"
 
 namespace store
 {

@@ -4,13 +4,12 @@
 #include "store/codec/value.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <memory>
 
 #include "store/codec/key.h"
+#include "store/codec/number.h"
 #include "store/codec/scalar.h"
-#include "store/codec/shortest.h"
 
 namespace store
 {
@@ -219,7 +218,7 @@ MessagePtr decode_record(const ProtobufCMessageDescriptor &type, std::string_vie
 bool add_field(std::string_view name, std::string_view value, Stored &record)
 {
     if (name == revision_field) {
-        return parse_revision(value, record.revision);
+        return parse_number(value, record.revision);
     }
     if (name == writer_field) {
         record.mark = value;
@@ -227,13 +226,6 @@ bool add_field(std::string_view name, std::string_view value, Stored &record)
         record.fields.emplace_back(name, value);
     }
     return true;
-}
-
-bool parse_revision(std::string_view text, uint64_t &revision)
-{
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, revision);
-    return result.ec == std::errc() && result.ptr == end;
 }
 
 } // namespace store

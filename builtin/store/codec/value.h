@@ -59,9 +59,6 @@ struct Stored {
 // Adds one field of a record's hash as it was read. Returns false when it is a revision that is no number.
 bool add_field(std::string_view name, std::string_view value, Stored &record);
 
-// A revision as text; false when it is none.
-bool parse_revision(std::string_view text, uint64_t &revision);
-
 } // namespace store
 
 #endif

@@ -10,9 +10,10 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <string_view>
+
+#include "store/codec/number.h"
 
 namespace store
 {
@@ -28,9 +29,7 @@ constexpr size_t longest_file = 65536;
 
 bool parse_port(std::string_view text, int &port)
 {
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, port);
-    return result.ec == std::errc() && result.ptr == end && port > 0 && port <= 65535;
+    return parse_number(text, port) && port > 0 && port <= 65535;
 }
 
 // What no name or address of a host has, but a list with a slip in it.

@@ -3,10 +3,10 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <iterator>
 #include <string_view>
 
+#include "store/codec/number.h"
 #include "store/connection/stream.h"
 
 namespace store
@@ -18,15 +18,6 @@ namespace
 constexpr size_t longest_host = 255;
 constexpr size_t longest_words = 200; // of a stranger in a message
 
-template <typename Number>
-std::optional<Number> number_in(std::string_view text)
-{
-    Number number{};
-    const char *end = text.data() + text.size();
-    const auto result = std::from_chars(text.data(), end, number);
-    return result.ec == std::errc() && result.ptr == end ? std::optional(number) : std::nullopt;
-}
-
 bool is_printable(char c)
 {
     return c > ' ' && c <= '~';
@@ -35,13 +26,13 @@ bool is_printable(char c)
 // The place that two texts give; nothing when they give none.
 std::optional<HostPort> place_of(const std::string &host, const std::string &port)
 {
-    const std::optional<int> number = number_in<int>(port);
+    int number = 0;
     const bool is_host =
         !host.empty() && host.size() <= longest_host && std::all_of(host.begin(), host.end(), is_printable);
-    if (!is_host || !number || *number <= 0 || *number > 65535) {
+    if (!is_host || !parse_number(port, number) || number <= 0 || number > 65535) {
         return std::nullopt;
     }
-    return HostPort{host, *number};
+    return HostPort{host, number};
 }
 
 std::optional<HostPort> place_of(const redisReply *address)
@@ -113,7 +104,9 @@ std::optional<SentinelView> read_view(const redisReply *details, const redisRepl
     view.place = *place;
     // While it replaces a master a sentinel already names the promoted one, with the epoch that goes with it,
     // but the other details are the old one's yet.
-    view.epoch = std::max<int64_t>(number_in<int64_t>(value_of(details, "config-epoch")).value_or(-1), -1);
+    if (!parse_number(value_of(details, "config-epoch"), view.epoch) || view.epoch < 0) {
+        view.epoch = -1;
+    }
     view.flags = value_of(details, "flags");
     if (place_of(value_of(details, "ip"), value_of(details, "port")) == place) {
         const std::string run_id = value_of(details, "runid");

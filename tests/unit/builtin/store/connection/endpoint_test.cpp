@@ -28,6 +28,9 @@ TEST(Endpoint, FormsAreRead)
     EXPECT_EQ(named->port, 6380);
     EXPECT_EQ(named->path, "");
 
+    EXPECT_EQ(store::parse_endpoint("tcp:host:65535", why)->port, 65535);
+    EXPECT_EQ(store::parse_endpoint("tcp:host:1", why)->port, 1);
+
     const auto bracketed = store::parse_endpoint("tcp:[::1]:6379", why);
     ASSERT_TRUE(bracketed.has_value());
     EXPECT_EQ(bracketed->host, "::1");
