@@ -12,7 +12,7 @@ namespace kit_test
 namespace
 {
 
-class Check : public testing::Test
+class CheckTest : public testing::Test
 {
 protected:
     // What is posted knows the mailbox that it is in; a module that ends closes its own likewise.
@@ -36,7 +36,7 @@ protected:
 
 } // namespace
 
-TEST_F(Check, AVerdictIsPostedOnce)
+TEST_F(CheckTest, AVerdictIsPostedOnce)
 {
     const auto check = make();
     EXPECT_TRUE(check->is_open());
@@ -54,7 +54,7 @@ TEST_F(Check, AVerdictIsPostedOnce)
     EXPECT_TRUE(mailbox_->receive().empty());
 }
 
-TEST_F(Check, APassHasNoReasonAndNoWarning)
+TEST_F(CheckTest, APassHasNoReasonAndNoWarning)
 {
     const auto check = make();
     EXPECT_EQ(check->answer(true, std::string(300, 'x')), 0);
@@ -62,7 +62,7 @@ TEST_F(Check, APassHasNoReasonAndNoWarning)
     EXPECT_TRUE(lines_.empty());
 }
 
-TEST_F(Check, AfterItsEndAVerdictIsDroppedWithTheCause)
+TEST_F(CheckTest, AfterItsEndAVerdictIsDroppedWithTheCause)
 {
     const auto check = make();
     check->end(APP_CG_KIT_E_STOPPED);
@@ -72,7 +72,7 @@ TEST_F(Check, AfterItsEndAVerdictIsDroppedWithTheCause)
     EXPECT_EQ(wakes_, 0);
 }
 
-TEST_F(Check, WhatIsAnsweredIsEndedOnlyByForce)
+TEST_F(CheckTest, WhatIsAnsweredIsEndedOnlyByForce)
 {
     const auto open = make();
     EXPECT_TRUE(open->end_unless_answered(APP_CG_KIT_E_WITHDRAWN));
@@ -85,7 +85,7 @@ TEST_F(Check, WhatIsAnsweredIsEndedOnlyByForce)
     EXPECT_EQ(answered->answer(true, ""), APP_CG_KIT_E_WITHDRAWN);
 }
 
-TEST_F(Check, APromiseNeedsAHandleOrTheVerdict)
+TEST_F(CheckTest, APromiseNeedsAHandleOrTheVerdict)
 {
     EXPECT_FALSE(make()->promise());
     const auto held = make();
@@ -97,7 +97,7 @@ TEST_F(Check, APromiseNeedsAHandleOrTheVerdict)
     held->release();
 }
 
-TEST_F(Check, AHandleKeepsItAlive)
+TEST_F(CheckTest, AHandleKeepsItAlive)
 {
     auto check = make();
     const std::weak_ptr<app_cg_kit_check> seen = check;
@@ -111,7 +111,7 @@ TEST_F(Check, AHandleKeepsItAlive)
     EXPECT_TRUE(seen.expired());
 }
 
-TEST_F(Check, AReleaseTooManyIsNothing)
+TEST_F(CheckTest, AReleaseTooManyIsNothing)
 {
     const auto check = make();
     EXPECT_TRUE(!check->promise());
@@ -119,7 +119,7 @@ TEST_F(Check, AReleaseTooManyIsNothing)
     EXPECT_TRUE(lines_.empty());
 }
 
-TEST_F(Check, TheLastReleaseOfABrokenPromiseIsAWarning)
+TEST_F(CheckTest, TheLastReleaseOfABrokenPromiseIsAWarning)
 {
     const auto broken = make();
     broken->hold();
@@ -141,7 +141,7 @@ TEST_F(Check, TheLastReleaseOfABrokenPromiseIsAWarning)
     EXPECT_EQ(lines_.size(), 1U);
 }
 
-TEST_F(Check, AClosedMailboxDropsAndSaysNothing)
+TEST_F(CheckTest, AClosedMailboxDropsAndSaysNothing)
 {
     const auto check = make();
     EXPECT_EQ(check->answer(true, ""), 0);
@@ -153,7 +153,7 @@ TEST_F(Check, AClosedMailboxDropsAndSaysNothing)
     EXPECT_TRUE(lines_.empty());
 }
 
-TEST_F(Check, AReasonIsCutAtACharacter)
+TEST_F(CheckTest, AReasonIsCutAtACharacter)
 {
     EXPECT_EQ(kit::fitting_reason(std::string(255, 'x')), std::string(255, 'x'));
     EXPECT_EQ(kit::fitting_reason(std::string(256, 'x')), std::string(255, 'x'));
