@@ -46,6 +46,10 @@ class Recorder:
         self._process = None
         return status
 
+    def signal(self, signum):
+        """Sends it a signal, such as SIGSTOP."""
+        self._process.send_signal(signum)
+
     def metrics(self):
         """What Prometheus would get, {series: value}."""
         url = [line.split()[-1] for line in self.said().splitlines() if "metrics are at" in line][-1]

@@ -1,109 +1,161 @@
-"""Who decided, and why, as each write of the real daemon says: where times and lists of answers would mislead."""
+"""Who decided, where records alone look as if somebody else had: restarts, late answers, a folder that was emptied.
+
+Each of these is told right because every write says which notification or timer it belongs to, and which life of the
+daemon made it. The list has it from the store alone, the history from the recorder.
+"""
 import signal
 
 import pytest
 
 from demo.daemon import faketime_library, scaled_time
+from recording import sql
+from rig import ACK, HOST, PASS
 
 
 def outcomes(recorder, position):
+    """What the history has of a position, the oldest first: (outcome, decider)."""
     return [(decision["outcome"], decision["decider"]) for decision in recorder.decisions(position)]
 
 
-def card(recorder, position):
-    (found,) = [
-        each for each in recorder.json("list")["cards"] if each["card"] == position
-    ]
-    return found
+def listed(rig, position):
+    """A card as the list has it, without a history."""
+    cards = {card["card"]: card for card in rig.cgctl.json("list", "--history", "/nowhere")["cards"]}
+    return cards[position]
 
 
-def test_an_answer_that_stood_when_the_daemon_was_restarted_counts(rig, recorder):
-    rig.modules("a", "b")
-    rig.role("master")
-    daemon = rig.start()
+def kill(rig):
+    rig.daemon.signal(signal.SIGKILL)
+    rig.daemon.wait()
+
+
+def expect_answer_read(rig, position, module):
+    rig.expect(lambda: not rig.record(HOST, ACK, 0, *position.split("/"), module), f"{module}'s answer is read")
+
+
+def test_an_answer_that_stood_at_a_restart_counts(rig, recorder):
+    rig.start_master("m1", "m2")
     recorder.start()
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
-    daemon.signal(signal.SIGKILL)
-    daemon.wait()
-    rig.answer("1/3/0", "b")
+    kill(rig)
+    rig.answer("1/3/0", "m2")
     rig.start()
-    rig.expect_request("1/3/0")
-    rig.answer("1/3/0", "a")
+    expect_answer_read(rig, "1/3/0", "m2")
+    rig.answer("1/3/0", "m1")
     passed = recorder.expect_decision("1/3/0", "passed")
-    rig.answer("1/3/0", "b")
+    assert passed["decider"] == "m1" and passed["silent"] == []
+    rig.answer("1/3/0", "m2")
+    expect_answer_read(rig, "1/3/0", "m2")
     rig.settle()
-    assert passed["decider"] == "a" and passed["silent"] == []
-    assert outcomes(recorder, "1/3/0") == [("withdrawn", None), ("passed", "a")]
+    assert outcomes(recorder, "1/3/0") == [("withdrawn", None), ("passed", "m1")]
+    assert listed(rig, "1/3/0")["state"] == "passed" and listed(rig, "1/3/0")["decider"] == "m1"
 
 
-def test_a_pass_after_a_withdrawal_and_a_restart_of_the_recorder_is_a_pass(rig, recorder):
-    rig.start_master("m1")
+@pytest.mark.parametrize("who", ["daemon", "both"])
+def test_an_answer_that_a_resynchronisation_brings_counts(rig, recorder, who):
+    """Nobody hears of it as news: whoever was away finds it among the records."""
+    rig.start_master("m1", "m2")
     recorder.start()
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
+    away = [rig.daemon] + ([recorder] if who == "both" else [])
+    for program in away:
+        program.signal(signal.SIGSTOP)
+    for kind in ("normal", "pubsub"):
+        rig.store.ask(f"CLIENT KILL TYPE {kind} SKIPME yes\r\n".encode())
+    rig.answer("1/3/0", "m2", ret=1, reason="too early")
+    rig.answer("1/3/0", "m2")
+    for program in away:
+        program.signal(signal.SIGCONT)
+    expect_answer_read(rig, "1/3/0", "m2")
+    rig.answer("1/3/0", "m1")
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert passed["decider"] == "m1" and passed["silent"] == []
+    rig.answer("1/3/0", "m2")
+    expect_answer_read(rig, "1/3/0", "m2")
+    rig.settle()
+    assert outcomes(recorder, "1/3/0") == [("passed", "m1")]
+    assert listed(rig, "1/3/0")["decider"] == "m1"
+
+
+def test_a_pass_after_a_withdrawal_and_a_restart_of_the_recorder_has_its_decider(rig, recorder):
+    rig.start_master("m1", "m2")
+    recorder.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.answer("1/3/0", "m2")
+    expect_answer_read(rig, "1/3/0", "m2")
     rig.cgctl("card", "offline", "1/3/0")
     recorder.expect_decision("1/3/0", "withdrawn")
     recorder.end()
     recorder.start()
     rig.answer("1/3/0", "m1")
+    rig.expect(lambda: rig.by_tipc(3), "the daemon passes it all the same")
     passed = recorder.expect_decision("1/3/0", "passed")
     assert passed["decider"] == "m1"
 
 
-def test_the_time_admits_a_card_that_a_late_answer_passed_while_it_was_offline(rig, recorder):
+def test_a_card_that_passed_offline_and_is_admitted_by_the_time_later(rig, recorder):
     if faketime_library() is None:
         pytest.skip("libfaketime is not installed")
-    factor = 50
-    rig.modules("a")
+    factor = 50  # 300 seconds in six, for both of them
+    rig.modules("m1", "m2")
     rig.role("master")
     recorder.start(**scaled_time(factor))
     rig.start_scaled(factor)
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
+    rig.answer("1/3/0", "m2")
+    expect_answer_read(rig, "1/3/0", "m2")
     rig.cgctl("card", "offline", "1/3/0")
     rig.expect_no_request("1/3/0")
-    rig.answer("1/3/0", "a")
-    recorder.expect_decision("1/3/0", "passed")
-    rig.cgctl("card", "online", "1/3/0")
-    recorder.expect_decision("1/3/0", "silence")
-    assert outcomes(recorder, "1/3/0") == [("withdrawn", None), ("passed", "a"), ("silence", None)]
-
-
-def test_a_daemon_without_modules_admits_whoever_waited_and_whoever_was_denied(rig, recorder):
-    rig.modules("power")
-    rig.role("master")
-    daemon = rig.start()
-    recorder.start()
+    rig.answer("1/3/0", "m1")
+    late = recorder.expect_decision("1/3/0", "passed")
+    assert late["decider"] == "m1"
     rig.plug("1/3/0")
-    rig.plug("1/4/0")
     rig.expect_request("1/3/0")
-    rig.expect_request("1/4/0")
-    rig.answer("1/4/0", "power", ret=1, reason="no")
+    silence = recorder.expect_decision("1/3/0", "silence")
+    assert sorted(silence["silent"]) == ["m1", "m2"] and silence["decider"] is None
+    assert listed(rig, "1/3/0")["state"] == "silence"
+
+
+def test_an_emptied_folder_and_a_restart_leave_nobody_to_be_silent(rig, recorder):
+    """The request of before outlives the admission: the next daemon asks nobody, and does not know of it."""
+    rig.start_master("m1")
+    recorder.start()
+    for slot in (3, 4):
+        rig.plug(f"1/{slot}/0")
+        rig.expect_request(f"1/{slot}/0")
+    rig.answer("1/4/0", "m1", ret=-1, reason="too hot")
     recorder.expect_decision("1/4/0", "denied")
-    daemon.signal(signal.SIGKILL)
-    daemon.wait()
+    kill(rig)
     rig.modules()
     rig.start()
-    for position in ("1/3/0", "1/4/0"):
-        recorder.expect_decision(position, "unasked")
+    rig.expect(lambda: rig.by_tipc(3), "the waiting card is admitted")
+    for slot in (3, 4):
+        unasked = recorder.expect_decision(f"1/{slot}/0", "unasked")
+        assert unasked["silent"] == [] and unasked["decider"] is None
+        assert listed(rig, f"1/{slot}/0")["state"] == "unasked"
     assert outcomes(recorder, "1/3/0") == [("withdrawn", None), ("unasked", None)]
-    assert outcomes(recorder, "1/4/0") == [("denied", "power"), ("unasked", None)]
-    rig.expect_request("1/3/0")  # nobody deletes it, and nobody is waited for
-    shown = card(recorder, "1/3/0")
-    assert (shown["state"], shown["request"], shown["time_left_s"]) == ("unasked", True, None)
+    assert outcomes(recorder, "1/4/0") == [("denied", "m1"), ("unasked", None)]
+    assert rig.request("1/3/0"), "the request outlived the admission"
+    assert listed(rig, "1/3/0")["waiting_for"] == []
+    rig.expect(lambda: sql(recorder, "SELECT count(*) FROM open_checks") == "0", "nobody is waited for")
+    recorder.end()
+    recorder.start()
+    assert outcomes(recorder, "1/3/0") == [("withdrawn", None), ("unasked", None)]
+    assert sql(recorder, "SELECT count(*) FROM open_checks") == "0"
+    assert rig.by_tipc(3)["6"] == PASS
 
 
 def test_the_store_alone_knows_who_decided(rig):
     rig.start_master("m1")
-    rig.plug("1/3/0")
-    rig.plug("1/4/0")
-    rig.expect_request("1/3/0")
-    rig.expect_request("1/4/0")
+    for slot in (3, 4):
+        rig.plug(f"1/{slot}/0")
+        rig.expect_request(f"1/{slot}/0")
     rig.answer("1/3/0", "m1")
     rig.answer("1/4/0", "m1", ret=1, reason="no")
-    rig.expect_no_request("1/4/0")
-    rig.expect_no_request("1/3/0")
-    cards = {each["card"]: each for each in rig.cgctl.json("list", "--history", "/nowhere")["cards"]}
-    assert [(cards[at]["state"], cards[at]["decider"]) for at in ("1/3/0", "1/4/0")] == [("passed", "m1"), ("denied", "m1")]
-    assert not cards["1/3/0"]["unseen"]
+    for slot, state in ((3, "passed"), (4, "denied")):
+        rig.expect_no_request(f"1/{slot}/0")
+        card = listed(rig, f"1/{slot}/0")
+        assert (card["state"], card["decider"], card["unseen"]) == (state, "m1", False)
