@@ -1,6 +1,8 @@
 // Positions in the keys of records.
 #include "records/position_key.h"
 
+#include <cstddef>
+#include <cstring>
 #include <string>
 
 namespace cg
@@ -9,10 +11,23 @@ namespace cg
 namespace
 {
 
-int32_t part(const Json &key, const std::string &name)
+// The value of a message's field; nothing where it has no field of this name.
+template <typename Value>
+std::optional<Value> value_of(const ProtobufCMessage &message, const std::string &name)
 {
-    const auto found = key.contains(name) ? key.find(name) : key.find("t_" + name);
-    return found == key.end() ? 0 : found->get<int32_t>();
+    const auto *field = protobuf_c_message_descriptor_get_field_by_name(message.descriptor, name.c_str());
+    if (field == nullptr) {
+        return std::nullopt;
+    }
+    Value value{};
+    std::memcpy(&value, reinterpret_cast<const std::byte *>(&message) + field->offset, sizeof value);
+    return value;
+}
+
+std::optional<int32_t> id_in(const ProtobufCMessage &key, const std::string &name)
+{
+    const auto found = value_of<int32_t>(key, name);
+    return found ? found : value_of<int32_t>(key, "t_" + name);
 }
 
 } // namespace
@@ -22,9 +37,20 @@ Json key_of(const Position &position)
     return {{"devid", position.devid}, {"slotid", position.slotid}, {"sslotid", position.sslotid}};
 }
 
-Position position_in(const Json &key)
+std::optional<Position> position_of(const ProtobufCMessage &record)
 {
-    return {part(key, "devid"), part(key, "slotid"), part(key, "sslotid")};
+    const auto *key = value_of<const ProtobufCMessage *>(record, "index").value_or(nullptr);
+    const auto devid = key == nullptr ? std::nullopt : id_in(*key, "devid");
+    return devid ? std::optional(Position{*devid, *id_in(*key, "slotid"), *id_in(*key, "sslotid")})
+                 : std::nullopt;
+}
+
+CardInfoAt::CardInfoAt(const Position &position)
+{
+    index.devid = position.devid;
+    index.slotid = position.slotid;
+    index.sslotid = position.sslotid;
+    record.index = &index;
 }
 
 } // namespace cg

@@ -433,6 +433,12 @@ void add_lines(std::vector<std::string> &lines, const Message &message, const Js
 
 } // namespace
 
+std::string enum_text(const ProtobufCEnumDescriptor &enumeration, int32_t number)
+{
+    const ProtobufCEnumValue *value = protobuf_c_enum_descriptor_get_value(&enumeration, number);
+    return value == nullptr ? std::to_string(number) : value->name;
+}
+
 Json to_json(const ProtobufCMessage &message)
 {
     const Message &type = *message.descriptor;

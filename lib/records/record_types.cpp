@@ -35,13 +35,6 @@ constexpr std::array homes{
     Home{"s_dev.im_card_power_onoff", 33},
 };
 
-int32_t home_of(std::string_view type)
-{
-    const auto *found =
-        std::find_if(homes.begin(), homes.end(), [&](const Home &h) { return h.type == type; });
-    return found == homes.end() ? -1 : found->db;
-}
-
 const ProtobufCFieldDescriptor *index_of(const ProtobufCMessageDescriptor *message)
 {
     for (unsigned i = 0; i < message->n_fields; ++i) {
@@ -57,7 +50,7 @@ std::vector<RecordType> collect()
     std::vector<RecordType> types;
     for (std::size_t i = 0; i < schema_registry_count(); ++i) {
         const ProtobufCMessageDescriptor *message = schema_registry_at(i);
-        const RecordType type{message, index_of(message), home_of(message->name)};
+        const RecordType type{message, index_of(message), home_of(*message)};
         if (type.index != nullptr || type.db >= 0) {
             types.push_back(type);
         }
@@ -75,6 +68,13 @@ std::string last_part(std::string_view name)
 const ProtobufCMessageDescriptor *RecordType::key() const
 {
     return index == nullptr ? nullptr : static_cast<const ProtobufCMessageDescriptor *>(index->descriptor);
+}
+
+int32_t home_of(const ProtobufCMessageDescriptor &type)
+{
+    const auto *found =
+        std::find_if(homes.begin(), homes.end(), [&](const Home &home) { return home.type == type.name; });
+    return found == homes.end() ? -1 : found->db;
 }
 
 const std::vector<RecordType> &record_types()

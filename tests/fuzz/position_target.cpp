@@ -30,8 +30,8 @@ void check(const std::string &text, const cg::Position &position)
             "a position is the numbers that were typed", text);
     require(cg::parse_position(position.text()) == position, "a position printed is the same one",
             position.text());
-    require(cg::position_in(cg::key_of(position)) == position, "a position is the one in its key",
-            position.text());
+    require(cg::position_of(cg::CardInfoAt(position).record.base) == position,
+            "a position is the one in its key", position.text());
 }
 
 } // namespace

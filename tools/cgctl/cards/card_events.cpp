@@ -1,14 +1,14 @@
 // What happens to cards, as events.
 #include "cards/card_events.h"
 
-#include <algorithm>
 #include <utility>
 
+#include "admission/card_text.h"
 #include "admission/feed.h"
-#include "base/text.h"
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "records/card_identity.h"
+#include "records/position_key.h"
 #include "s_dev.pb-c.h"
 
 namespace cg
@@ -20,37 +20,16 @@ namespace
 using admission::Answer;
 using admission::CardFacts;
 using admission::Decision;
-using admission::Outcome;
 using admission::State;
 using admission::TrackedCard;
 
-template <typename Record>
-const Record &as(const ProtobufCMessage &record)
+// The card that a record is about; nothing for one after which the card is not compared with what it was.
+std::optional<Position> compared_position(const ProtobufCMessage &record)
 {
-    return reinterpret_cast<const Record &>(record); // every record begins with its ProtobufCMessage
-}
-
-template <typename Record>
-std::optional<Position> position_by_index(const ProtobufCMessage &record)
-{
-    const auto *index = as<Record>(record).index;
-    return index == nullptr ? std::nullopt
-                            : std::optional(Position{index->devid, index->slotid, index->sslotid});
-}
-
-// Which card a record is about; nothing for one that is compared with nothing.
-std::optional<Position> position_of(const ProtobufCMessage &record)
-{
-    if (record.descriptor == &p_dev__card_info__descriptor) {
-        return position_by_index<PDev__CardInfo>(record);
-    }
-    if (record.descriptor == &p_libpub__app_cg_card_check_info__descriptor) {
-        return position_by_index<PLibpub__AppCgCardCheckInfo>(record);
-    }
-    if (record.descriptor == &s_dev__im_card_power_onoff__descriptor) {
-        return position_by_index<SDev__ImCardPowerOnoff>(record);
-    }
-    return std::nullopt;
+    const bool is_compared = record.descriptor == &p_dev__card_info__descriptor ||
+                             record.descriptor == &p_libpub__app_cg_card_check_info__descriptor ||
+                             record.descriptor == &s_dev__im_card_power_onoff__descriptor;
+    return is_compared ? position_of(record) : std::nullopt;
 }
 
 bool has_same_facts(const CardFacts &a, const CardFacts &b)
@@ -65,6 +44,20 @@ struct CardEvents::Before {
     CardFacts card{};
     bool open = false;
     bool power_off = false;
+
+    // What has happened to the card since; nothing where it is as it was.
+    [[nodiscard]] std::optional<CardChange::Kind> change_to(const TrackedCard &now) const
+    {
+        using Kind = CardChange::Kind;
+        const bool is_there = now.state != State::absent;
+        if (is_there != known) {
+            return is_there ? Kind::plugged : Kind::pulled;
+        }
+        if (is_there && now.card.online != card.online) {
+            return now.card.online ? Kind::online : Kind::offline;
+        }
+        return is_there && !has_same_facts(now.card, card) ? std::optional(Kind::changed) : std::nullopt;
+    }
 };
 
 CardEvents::CardEvents(Listener listener)
@@ -72,7 +65,7 @@ CardEvents::CardEvents(Listener listener)
 {
 }
 
-void CardEvents::tell(Event event) const
+void CardEvents::report(Event event) const
 {
     if (!listening_) {
         return;
@@ -84,131 +77,75 @@ void CardEvents::tell(Event event) const
     listener_(event);
 }
 
-void CardEvents::take(const ProtobufCMessage &record, bool deleted, const admission::Change &change)
+void CardEvents::handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change)
 {
-    const std::optional<Position> position = position_of(record);
+    const std::optional<Position> position = compared_position(record);
     Before before;
     if (const TrackedCard *card = position ? tracker_.find(*position) : nullptr) {
         before = {card->state != State::absent, card->card, card->open, card->power_off};
     }
-    Event event;
-    event.at = change.at;
-    event.position = position;
-    event.meanwhile = change.existing;
-    event.name = before.card.name;
     if (record.descriptor == &p_libpub__app_cg_card_check_ack__descriptor && !deleted) {
-        tell_answer(record, change, event); // before the decision that it may bring about
+        report_answer(record, change); // before the decision that it may bring about
     }
     meanwhile_ = change.existing;
     admission::feed(tracker_, record, deleted, change);
     if (position) {
-        compare(*position, before, std::move(event));
+        compare(*position, before, change);
     } else if (record.descriptor == &p_dev__dp_lib_grole__descriptor) {
-        const auto role = static_cast<int32_t>(as<PDev__DpLibGrole>(record).my_grole);
-        tell_role(deleted ? std::nullopt : std::optional(role), event);
+        const auto &role = reinterpret_cast<const PDev__DpLibGrole &>(record);
+        set_role(deleted ? std::nullopt : std::optional(static_cast<int32_t>(role.my_grole)), change);
     }
 }
 
-void CardEvents::compare(const Position &position, const Before &before, Event event) const
+void CardEvents::compare(const Position &position, const Before &before,
+                         const admission::Change &change) const
 {
     const TrackedCard *found = tracker_.find(position);
     const TrackedCard now = found == nullptr ? TrackedCard{} : *found;
-    tell_card(now, before, event);
-    if (now.open && (!before.open || now.requested_at == event.at)) {
-        event.kind = "asked";
-        event.tone = Tone::waiting;
-        event.text = "asked " + visible(joined(now.waiting_for));
-        event.more = {{"waiting_for", now.waiting_for}};
-        tell(event);
+    const std::string &name = now.state == State::absent ? before.card.name : now.card.name;
+    if (const auto kind = before.change_to(now)) {
+        report({change.at, position, name, change.existing, CardChange{*kind, now.card}});
+    }
+    if (now.open && (!before.open || now.requested_at == change.at)) {
+        report({change.at, position, name, change.existing, Asked{now.waiting_for}});
     }
     if (now.power_off != before.power_off) {
-        event.kind = "power";
-        event.tone = now.power_off ? Tone::bad : Tone::plain;
-        event.text = now.power_off ? "asked to be powered off" : "no longer asked to be powered off";
-        event.more = {{"power_off", now.power_off}};
-        tell(event);
+        report({change.at, position, name, change.existing, PowerChange{now.power_off}});
     }
 }
 
-void CardEvents::tell_card(const TrackedCard &now, const Before &before, const Event &like) const
+// An answer that is received again with the other records of a store that was away stood already, unless it
+// was never heard of; where there is no card, nothing is remembered.
+void CardEvents::report_answer(const ProtobufCMessage &record, const admission::Change &change) const
 {
-    Event event = like;
-    const bool is_there = now.state != State::absent;
-    const CardFacts &card = now.card;
-    event.more = {
-        {"node_type", short_type(card.node_type)}, {"serial", card.serial}, {"is_online", card.online}};
-    if (is_there) {
-        event.name = card.name;
-    }
-    if (is_there && !before.known) {
-        event.kind = "plugged";
-        event.text = "plugged, " + short_type(card.node_type) + (card.online ? ", online" : ", offline");
-    } else if (!is_there && before.known) {
-        event.kind = "pulled";
-        event.text = "pulled";
-        event.more = Json::object();
-    } else if (is_there && card.online != before.card.online) {
-        event.kind = card.online ? "online" : "offline";
-        event.text = card.online ? "online" : "offline";
-    } else if (is_there && !has_same_facts(card, before.card)) {
-        event.kind = "changed";
-        event.text = "another card, or other facts of it: " + short_type(card.node_type);
-    } else {
+    const auto &ack = reinterpret_cast<const PLibpub__AppCgCardCheckAck &>(record);
+    const std::optional<Position> position = position_of(record);
+    if (!position) {
         return;
     }
-    tell(event);
-}
-
-// One that is told anew with the other records of a store that was away stood already, unless nobody has
-// heard of it; where there is no card, nobody remembers.
-void CardEvents::tell_answer(const ProtobufCMessage &record, const admission::Change &change,
-                             Event event) const
-{
-    const auto &ack = as<PLibpub__AppCgCardCheckAck>(record);
-    if (ack.index == nullptr) {
-        return;
-    }
-    event.kind = "answer";
-    event.position = Position{ack.index->devid, ack.index->slotid, ack.index->t_sslotid};
-    Answer answer{ack.index->mod_name, ack.ret, ack.reason, event.at};
+    Answer answer{ack.index->mod_name, ack.ret, ack.reason, change.at};
     answer.revision = change.write.revision;
-    const TrackedCard *card = tracker_.find(*event.position);
+    const TrackedCard *card = tracker_.find(*position);
     if (change.existing && (card == nullptr || admission::was_heard(card->answers, answer))) {
         return;
     }
     if (!change.existing && card != nullptr && card->open) {
-        answer.took = tracker_.time_to_answer(*card, event.at);
+        answer.took = tracker_.time_to_answer(*card, change.at);
     }
     answer.registered = tracker_.is_module(answer.module);
-    event.tone = answer.ret == 0 ? Tone::plain : Tone::bad;
-    event.text = answer_text(answer);
-    event.more = {{"answer", answer_json(answer)}};
-    tell(event);
+    report({change.at, position, "", change.existing, std::move(answer)});
 }
 
-void CardEvents::tell_role(const std::optional<int32_t> &role, Event event)
+void CardEvents::set_role(const std::optional<int32_t> &role, const admission::Change &change)
 {
-    if (std::exchange(role_, role) == role) {
-        return;
+    if (std::exchange(role_, role) != role) {
+        report({change.at, std::nullopt, "", change.existing, RoleChange{role}});
     }
-    event.kind = "role";
-    event.text = role ? "this device's role is " + role_word(*role) : "this device's role is not known";
-    event.more = {{"role", role ? Json(role_word(*role)) : Json(nullptr)}};
-    tell(event);
 }
 
 void CardEvents::decided(const Decision &decision) const
 {
-    Event event;
-    event.at = decision.decided_at;
-    event.kind = "decision";
-    event.position = decision.card.position;
-    event.name = decision.card.name;
-    event.text = decision_text(decision);
-    event.tone = tone_of(decision);
-    event.meanwhile = meanwhile_;
-    event.more = {{"decision", decision_json(decision)}};
-    tell(event);
+    report({decision.decided_at, decision.card.position, decision.card.name, meanwhile_, decision});
 }
 
 std::string CardEvents::reason_of(const TrackedCard &card) const
@@ -216,120 +153,44 @@ std::string CardEvents::reason_of(const TrackedCard &card) const
     if (const Decision *denial = denial_of(card)) {
         return denial->reason;
     }
-    const auto told = told_reasons_.find(card.card.position);
-    return card.denied && told != told_reasons_.end() ? told->second : "";
+    const auto found = daemons_reasons_.find(card.card.position);
+    return card.denied && found != daemons_reasons_.end() ? found->second : "";
 }
 
-void CardEvents::all_told(Time at)
+void CardEvents::all_received(Time at)
 {
     meanwhile_ = true;
     tracker_.snapshot_done(at);
     listening_ = true;
 }
 
-void CardEvents::store_lost(int32_t db, Time at)
+void CardEvents::store_heard(const StoreChange &store, Time at)
 {
-    health_.hear_store(db, false, at);
-    Event event;
-    event.at = at;
-    event.kind = "store";
-    event.tone = Tone::warning;
-    event.text = "lost the store, database " + std::to_string(db) + "; connecting again";
-    event.more = {{"db", db}, {"connected", false}};
-    tell(event);
-}
-
-void CardEvents::store_returned(int32_t db, bool same_data, Time at)
-{
-    health_.hear_store(db, true, at);
-    Event event;
-    event.at = at;
-    event.kind = "store";
-    event.text = "the store is back, database " + std::to_string(db) +
-                 (same_data ? "" : ", with other data than before");
-    event.tone = same_data ? Tone::plain : Tone::warning;
-    event.more = {{"db", db}, {"connected", true}, {"same_data", same_data}};
-    tell(event);
+    health_.hear_store(store.db, store.connected, at);
+    report({at, std::nullopt, "", false, store});
 }
 
 void CardEvents::daemon_heard(bool answers, const std::string &problem, Time at)
 {
-    if (!health_.hear_daemon(answers, at)) {
-        return;
+    if (health_.hear_daemon(answers, at)) {
+        report({at, std::nullopt, "", false, DaemonChange{answers, answers ? "" : problem}});
     }
-    Event event;
-    event.at = at;
-    event.kind = "daemon";
-    event.tone = answers ? Tone::plain : Tone::bad;
-    event.text = answers ? "the daemon answers again"
-                         : "the daemon no longer answers, so cards that come now may start unchecked: " +
-                               visible(problem);
-    event.more = {{"answers", answers}, {"problem", answers ? Json(nullptr) : Json(problem)}};
-    tell(event);
 }
 
 void CardEvents::heartbeat_read(const Heartbeat &heartbeat, Time at)
 {
-    if (heartbeat.at) {
-        has_history_ = true;
-        history_read("", at);
-        recorder_heard(!heartbeat.is_old(at), *heartbeat.at, at);
-    } else if (has_history_ && !heartbeat.problem.empty()) {
-        history_read(heartbeat.problem, at);
-    }
-}
-
-void CardEvents::recorder_heard(bool at_work, Time last_heartbeat, Time at)
-{
-    if (!health_.hear_recorder(at_work, last_heartbeat)) {
+    const bool is_readable = heartbeat.at.has_value();
+    has_history_ = has_history_ || is_readable;
+    if (!is_readable && (!has_history_ || heartbeat.problem.empty())) {
         return;
     }
-    Event event;
-    event.at = at;
-    event.kind = "recorder";
-    event.tone = at_work ? Tone::plain : Tone::warning;
-    event.text = at_work ? "cg_recorderd is at work again"
-                         : "cg_recorderd has written nothing since " + clock_text(last_heartbeat, at);
-    event.more = {{"at_work", at_work}, {"alive_at", utc_text(last_heartbeat)}, {"problem", nullptr}};
-    tell(event);
-}
-
-void CardEvents::history_read(const std::string &problem, Time at)
-{
-    if (!health_.hear_history(problem.empty(), at)) {
-        return;
+    if (health_.hear_history(is_readable, at)) {
+        report({at, std::nullopt, "", false, HistoryChange{is_readable ? "" : heartbeat.problem}});
     }
-    Event event;
-    event.at = at;
-    event.kind = "recorder";
-    event.tone = problem.empty() ? Tone::plain : Tone::warning;
-    event.text = problem.empty() ? "the history can be read again"
-                                 : "whether cg_recorderd is at work is not known: " + visible(problem);
-    event.more = {{"at_work", nullptr},
-                  {"alive_at", nullptr},
-                  {"problem", problem.empty() ? Json(nullptr) : Json(problem)}};
-    tell(event);
-}
-
-Json event_json(const Event &event)
-{
-    Json json{{"version", 1},
-              {"time", utc_text(event.at)},
-              {"event", event.kind},
-              {"card", event.position ? Json(event.position->text()) : Json(nullptr)},
-              {"name", event.position ? Json(event.name) : Json(nullptr)},
-              {"meanwhile", event.meanwhile}};
-    json.update(event.more);
-    return json;
-}
-
-std::string event_text(const Event &event)
-{
-    if (!event.position) {
-        return event.text;
+    const bool at_work = !heartbeat.is_old(at);
+    if (is_readable && health_.hear_recorder(at_work, *heartbeat.at)) {
+        report({at, std::nullopt, "", false, RecorderChange{at_work, *heartbeat.at}});
     }
-    return event.position->text() + (event.name.empty() ? "" : ' ' + visible(event.name)) + ": " +
-           event.text + (event.meanwhile ? " (while the store was away)" : "");
 }
 
 } // namespace cg

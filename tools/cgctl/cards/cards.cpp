@@ -3,12 +3,14 @@
 // Whole types are read and joined here, because the store finds records by their complete key or by type
 // only.
 #include "cards/cards.h"
-#include "records/position_key.h"
 
-#include <algorithm>
 #include <array>
-#include <map>
-#include <set>
+#include <string_view>
+
+#include "admission/feed.h"
+#include "p_libpub.pb-c.h"
+#include "records/position_key.h"
+#include "s_dev.pb-c.h"
 
 namespace cg
 {
@@ -17,201 +19,110 @@ namespace
 {
 
 // The module name under which the admission daemon sets a card's custom status.
-constexpr const char *daemon_name = "APP_CG";
+constexpr std::string_view daemon_name = "APP_CG";
 
-std::string verdict_word(const Json &result)
+// A card before what is about it: so what ends meanwhile is seen as ended.
+constexpr std::array types{&p_dev__dp_lib_grole__descriptor,
+                           &p_dev__card_info__descriptor,
+                           &p_libpub__app_cg_card_check_info__descriptor,
+                           &p_libpub__app_cg_card_check_ack__descriptor,
+                           &p_libpub__app_cg_mom_deny_check_result__descriptor,
+                           &p_libpub__app_cg_card_deny_check_result__descriptor,
+                           &p_dev__dm_set_card_custom_st__descriptor,
+                           &s_dev__im_card_power_onoff__descriptor};
+
+bool says_pass(PLibpub__AppCgCardCheckStat stat)
 {
-    return result["stat"] == "APP_CG_CHECK_PASS" ? "PASS" : "DENY";
+    return stat == P_LIBPUB__APP_CG_CARD_CHECK_STAT__APP_CG_CHECK_PASS;
 }
 
-const std::vector<StoredRecord> &of_type(const StoredRecords &records, const char *type_name)
+void add(Card &card, const PLibpub__AppCgCardCheckInfo & /*request*/)
 {
-    return records.at(&record_type(type_name));
+    card.request = true;
 }
 
-Position position_of(const Json &record)
+void add(Card &card, const PLibpub__AppCgCardDenyCheckResult &result)
 {
-    return position_in(record["index"]);
-}
-
-std::set<Position> requests(const StoredRecords &records)
-{
-    std::set<Position> found;
-    for (const auto &[read, record] : of_type(records, "app_cg_card_check_info")) {
-        found.insert(position_of(record));
-    }
-    return found;
-}
-
-std::map<int32_t, std::string> results_by_tipc(const StoredRecords &records)
-{
-    std::map<int32_t, std::string> found;
-    for (const auto &[read, record] : of_type(records, "app_cg_mom_deny_check_result")) {
-        found[record["index"]["card_tipc_nodeid"].get<int32_t>()] = verdict_word(record);
-    }
-    return found;
-}
-
-std::map<Position, std::string> results_by_position(const StoredRecords &records)
-{
-    std::map<Position, std::string> found;
-    for (const auto &[read, record] : of_type(records, "app_cg_card_deny_check_result")) {
-        found[position_of(record)] = verdict_word(record);
-    }
-    return found;
+    card.by_position = says_pass(result.stat);
 }
 
 // Where several modules set a status, the admission daemon's counts.
-std::map<Position, std::string> custom_statuses(const StoredRecords &records)
+void add(Card &card, const PDev__DmSetCardCustomSt &custom)
 {
-    std::map<Position, std::string> found;
-    for (const auto &[read, record] : of_type(records, "dm_set_card_custom_st")) {
-        const Json &status = record["status"];
-        const std::string text = status.is_string() ? status.get<std::string>() : dump(status);
-        if (record["index"]["t_mod_name"] == daemon_name) {
-            found[position_of(record)] = text;
-        } else {
-            found.emplace(position_of(record), text);
+    if (!card.custom_status || custom.index->t_mod_name == daemon_name) {
+        card.custom_status = custom.status;
+    }
+}
+
+void add(Card &card, const SDev__ImCardPowerOnoff &power)
+{
+    card.power_off = card.power_off || power.updown == 0;
+}
+
+// Adds what the records of a type say to the cards at their positions.
+template <typename Record>
+void add_records(std::map<Position, Card> &cards, const std::vector<store::Record> &records)
+{
+    for (const store::Record &record : records) {
+        const auto position = position_of(*record.message);
+        if (const auto found = position ? cards.find(*position) : cards.end(); found != cards.end()) {
+            add(found->second, reinterpret_cast<const Record &>(*record.message));
         }
     }
-    return found;
-}
-
-std::set<Position> powered_off(const StoredRecords &records)
-{
-    std::set<Position> found;
-    for (const auto &[read, record] : of_type(records, "im_card_power_onoff")) {
-        if (record["updown"] == false) {
-            found.insert(position_of(record));
-        }
-    }
-    return found;
-}
-
-template <typename Key>
-std::optional<std::string> look_up(const std::map<Key, std::string> &table, const Key &key)
-{
-    const auto found = table.find(key);
-    return found == table.end() ? std::nullopt : std::optional(found->second);
-}
-
-Json or_null(const std::optional<std::string> &text)
-{
-    return text ? Json(*text) : Json(nullptr);
 }
 
 } // namespace
 
-std::string Card::verdict() const
+const char *Card::verdict() const
 {
-    if (by_tipc) {
-        return *by_tipc == "PASS" ? "passed" : "denied";
-    }
-    return request ? "waiting" : "none";
-}
-
-std::string Card::node_type() const
-{
-    const Json &part = info["static_info"];
-    if (!part.is_object()) {
-        return "DM_TYPE_UNKNOWN";
-    }
-    const Json &type = part["node_type"];
-    return type.is_string() ? type.get<std::string>() : dump(type);
-}
-
-bool Card::is_online() const
-{
-    return info["is_online"].get<bool>();
-}
-
-Json Card::json() const
-{
-    return {{"card", position.text()},
-            {"devid", position.devid},
-            {"slotid", position.slotid},
-            {"sslotid", position.sslotid},
-            {"name", info["name"]},
-            {"node_type", node_type()},
-            {"is_online", is_online()},
-            {"verdict", verdict()},
-            {"results",
-             {{"by_tipc", or_null(by_tipc)},
-              {"by_position", or_null(by_position)},
-              {"custom_status", or_null(custom_status)}}},
-            {"request", request},
-            {"power_off", power_off}};
+    return by_tipc ? (*by_tipc ? "passed" : "denied") : request ? "waiting" : "none";
 }
 
 StoredRecords read_records(Store &store)
 {
-    // A card before what is about it: so what ends meanwhile is seen as ended.
-    constexpr std::array types{"dp_lib_grole",
-                               "card_info",
-                               "app_cg_card_check_info",
-                               "app_cg_card_check_ack",
-                               "app_cg_mom_deny_check_result",
-                               "app_cg_card_deny_check_result",
-                               "dm_set_card_custom_st",
-                               "im_card_power_onoff"};
     StoredRecords records;
-    for (const char *name : types) {
-        const RecordType &type = record_type(name);
-        std::vector<StoredRecord> &found = records[&type];
-        store.scan(type, type.db, [&found](store::Record &&record) {
-            Json json = to_json(*record.message);
-            found.push_back({std::move(record), std::move(json)});
-        });
+    for (const ProtobufCMessageDescriptor *type : types) {
+        records[type] = store.scan(*type);
     }
     return records;
 }
 
-std::vector<Card> cards_in(const StoredRecords &records)
+std::vector<Position> requests_in(const StoredRecords &records)
 {
-    const std::set<Position> asked = requests(records);
-    const std::map<int32_t, std::string> by_tipc = results_by_tipc(records);
-    const std::map<Position, std::string> by_position = results_by_position(records);
-    const std::map<Position, std::string> statuses = custom_statuses(records);
-    const std::set<Position> off = powered_off(records);
-    std::vector<Card> cards;
-    for (const auto &[read, info] : of_type(records, "card_info")) {
-        const Position position = position_of(info);
-        cards.push_back({position, info, asked.contains(position),
-                         look_up(by_tipc, info["card_tipc_nodeid"].get<int32_t>()),
-                         look_up(by_position, position), look_up(statuses, position),
-                         off.contains(position)});
+    std::vector<Position> positions;
+    for (const store::Record &record : records.at(&p_libpub__app_cg_card_check_info__descriptor)) {
+        if (const auto position = position_of(*record.message)) {
+            positions.push_back(*position);
+        }
     }
-    std::sort(cards.begin(), cards.end(),
-              [](const Card &a, const Card &b) { return a.position < b.position; });
-    return cards;
+    return positions;
 }
 
-std::vector<FoundRecord> records_of_card(Store &store, const Position &position)
+std::map<Position, Card> cards_in(const StoredRecords &records)
 {
-    std::vector<FoundRecord> found;
-    std::set<int32_t> tipc_nodes;
-    // The types stand in the order of the schemas: card_info comes before the result that needs its TIPC
-    // node.
-    for (const RecordType &type : record_types()) {
-        if (type.db < 0 || type.index == nullptr) {
-            continue;
-        }
-        const bool by_node =
-            protobuf_c_message_descriptor_get_field_by_name(type.key(), "card_tipc_nodeid") != nullptr;
-        for (Json &record : store.scan(type, type.db)) {
-            const bool ours = by_node
-                                  ? tipc_nodes.contains(record["index"]["card_tipc_nodeid"].get<int32_t>())
-                                  : position_of(record) == position;
-            if (!ours) {
-                continue;
-            }
-            if (record.contains("card_tipc_nodeid")) {
-                tipc_nodes.insert(record["card_tipc_nodeid"].get<int32_t>());
-            }
-            found.push_back({&type, std::move(record)});
+    std::map<int32_t, bool> by_tipc;
+    for (const store::Record &record : records.at(&p_libpub__app_cg_mom_deny_check_result__descriptor)) {
+        const auto &result = reinterpret_cast<const PLibpub__AppCgMomDenyCheckResult &>(*record.message);
+        if (result.index != nullptr) {
+            by_tipc[result.index->card_tipc_nodeid] = says_pass(result.stat);
         }
     }
-    return found;
+    std::map<Position, Card> cards;
+    for (const store::Record &record : records.at(&p_dev__card_info__descriptor)) {
+        if (const auto position = position_of(*record.message)) {
+            Card &card = cards[*position];
+            card.facts = admission::facts_of(*record.message);
+            const auto result = by_tipc.find(card.facts.tipc_nodeid);
+            card.by_tipc = result == by_tipc.end() ? std::nullopt : std::optional(result->second);
+        }
+    }
+    add_records<PLibpub__AppCgCardCheckInfo>(cards,
+                                             records.at(&p_libpub__app_cg_card_check_info__descriptor));
+    add_records<PLibpub__AppCgCardDenyCheckResult>(
+        cards, records.at(&p_libpub__app_cg_card_deny_check_result__descriptor));
+    add_records<PDev__DmSetCardCustomSt>(cards, records.at(&p_dev__dm_set_card_custom_st__descriptor));
+    add_records<SDev__ImCardPowerOnoff>(cards, records.at(&s_dev__im_card_power_onoff__descriptor));
+    return cards;
 }
 
 } // namespace cg

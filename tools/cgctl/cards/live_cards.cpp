@@ -1,6 +1,5 @@
 // The cards and what happens to them, live from the store.
 #include "cards/live_cards.h"
-#include "records/position_key.h"
 
 #include <algorithm>
 #include <utility>
@@ -8,6 +7,7 @@
 #include "base/text.h"
 #include "cards/overview.h"
 #include "p_libpub.pb-c.h"
+#include "records/position_key.h"
 
 namespace cg
 {
@@ -15,7 +15,8 @@ namespace cg
 namespace
 {
 
-// The daemon reads its modules anew only when it connects to the store; requests in a burst need not all ask.
+// The daemon reads its modules again only when it connects to the store; requests in a burst need not all
+// ask.
 constexpr std::chrono::seconds modules_are_good_for{10};
 
 Time now()
@@ -36,62 +37,61 @@ std::map<Position, std::string> reasons_in(const DaemonView &daemon)
 
 LiveCards::LiveCards(const Session &session, Store &store, const std::string &history_file,
                      CardEvents::Listener listener, std::function<void()> complete)
-    : session_(session), events_(std::move(listener)), live_(session, store), complete_(std::move(complete)),
-      past_(read_past(history_file)), probe_(store.loop(), session.socket, history_file,
-                                             [this](const HealthReport &report) { handle_health(report); })
+    : session_(session), events_(std::move(listener)),
+      live_(session, store, [this](const store::ConnectionEvent &event) { handle_outage(event); }),
+      complete_(std::move(complete)), past_(read_past(history_file)),
+      probe_(store.loop(), session.socket, history_file,
+             [this](const HealthReport &report) { handle_health(report); })
 {
     std::vector<Position> requests;
-    const RecordType &request = record_type("app_cg_card_check_info");
-    for (const Json &record : store.scan(request, request.db)) {
-        requests.push_back(position_in(record["index"]));
+    for (const store::Record &record : store.scan(p_libpub__app_cg_card_check_info__descriptor)) {
+        if (const auto position = position_of(*record.message)) {
+            requests.push_back(*position);
+        }
     }
     modules_asked_at_ = now();
     if (!past_.problem.empty()) {
         session.notice(visible(past_.problem) + ": what was before now is not known");
     }
     daemon_ = ask_daemon(session.socket);
-    events_.set_told_reasons(reasons_in(daemon_));
+    events_.set_daemons_reasons(reasons_in(daemon_));
     prime(events_.tracker(), daemon_, past_, requests, modules_asked_at_);
     handle_health({daemon_, {past_.alive_at, past_.problem}});
     for (const admission::TrackedType &tracked : admission::tracked_types()) {
-        live_.subscribe(record_type(tracked.descriptor->name), tracked.db,
-                        [this](const Change &change) { handle(change); });
+        live_.subscribe(record_type(tracked.descriptor->name),
+                        [this](const store::Change &change) { handle(change); });
     }
-    live_.on_outage([this](const Live::Outage &outage) { handle_outage(outage); }, Live::Told::alone);
 }
 
-void LiveCards::handle_outage(const Live::Outage &outage)
+void LiveCards::handle_outage(const store::ConnectionEvent &event)
 {
-    in_place_.lost(outage.db);
-    if (outage.lost) {
-        events_.store_lost(outage.db, now());
-    } else {
-        events_.store_returned(outage.db, outage.same_data, now());
-    }
+    in_place_.lost(event.database);
+    const bool connected = event.kind == store::ConnectionEvent::Kind::returned;
+    events_.store_heard({event.database, connected, event.same_data}, now());
 }
 
-void LiveCards::handle(const Change &change)
+void LiveCards::handle(const store::Change &change)
 {
     const Time at = now();
-    if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
-        if (in_place_.told(change.type.descriptor)) {
-            events_.all_told(at);
+    if (change.command == VX_MOM_CMD_SUBSCRIBED) {
+        if (in_place_.told(change.type)) {
+            events_.all_received(at);
             if (!std::exchange(completed_, true)) { // later ones are those after an outage
                 complete_();
                 notice_health();
             }
         }
-    } else if (change.error_code != 0) {
-        session_.notice(std::string("a record of ") + change.type.name() + " could not be read (result " +
-                        std::to_string(change.error_code) + ")");
+    } else if (change.error != 0) {
+        session_.notice(std::string("a record of ") + change.type->name + " could not be read (result " +
+                        std::to_string(change.error) + ")");
     } else {
-        const bool asks = change.message->descriptor == &p_libpub__app_cg_card_check_info__descriptor;
-        if (asks && !change.existing && change.cmd != VX_MOM_CMD_DELETED) {
+        const bool deleted = change.command == VX_MOM_CMD_DELETED;
+        const bool asks = change.type == &p_libpub__app_cg_card_check_info__descriptor;
+        if (asks && !change.existing && !deleted) {
             refresh_modules(at);
         }
-        const bool existing = change.existing || !in_place_.is_complete(change.db);
-        events_.take(*change.message, change.cmd == VX_MOM_CMD_DELETED,
-                     {at, existing, {change.revision, change.origin}});
+        const bool existing = change.existing || !in_place_.is_complete(change.database);
+        events_.handle(*change.record, deleted, {at, existing, {change.revision, change.origin()}});
     }
 }
 
@@ -119,7 +119,7 @@ void LiveCards::handle_health(const HealthReport &report)
     events_.heartbeat_read(report.recorder, at);
 }
 
-// A request after a long time may come from a daemon that was started afresh, with other modules.
+// A request after a long time may come from a restarted daemon, with other modules.
 void LiveCards::refresh_modules(Time at)
 {
     if (at - modules_asked_at_ < modules_are_good_for) {

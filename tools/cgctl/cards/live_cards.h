@@ -17,7 +17,7 @@ class LiveCards
 {
 public:
     // Subscribes to all that is about cards, once live().run() runs. Throws Failure when the store does not
-    // answer. Session and store outlive this. `complete` is called when every existing record was told.
+    // answer. Session and store outlive this. `complete` is called when every existing record was received.
     LiveCards(const Session &session, Store &store, const std::string &history_file,
               CardEvents::Listener listener, std::function<void()> complete);
 
@@ -25,8 +25,8 @@ public:
     [[nodiscard]] const CardEvents &events() const { return events_; }
 
 private:
-    void handle(const Change &change);
-    void handle_outage(const Live::Outage &outage);
+    void handle(const store::Change &change);
+    void handle_outage(const store::ConnectionEvent &event);
     void refresh_modules(Time now);
     void notice_health() const;
     void handle_health(const HealthReport &report);

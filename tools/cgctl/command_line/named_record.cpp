@@ -1,9 +1,6 @@
 // What get, set and del share.
 #include "command_line/named_record.h"
 
-#include <set>
-
-#include "access/store.h"
 #include "base/failure.h"
 #include "base/text.h"
 
@@ -40,13 +37,14 @@ void add_record_arguments(CLI::App &verb, RecordArguments &arguments, const char
 NamedRecord named_record(const RecordArguments &arguments, Assigned assigned)
 {
     const RecordType &type = record_type(arguments.type);
-    NamedRecord named{&type, database(type, arguments.db), record_with_key(type, Json::object()), false, {}};
+    NamedRecord named{&type, database(type, arguments.db), nullptr, false, {}};
+    Json record = type.index == nullptr ? Json::object() : Json{{type.index->name, Json::object()}};
     std::set<std::string> seen;
     for (const std::string &assignment : arguments.assignments) {
         const uint32_t number = field_number(type, assignment);
         const bool of_key = type.index != nullptr && number == type.index->id;
         if (of_key || assigned == Assigned::all) {
-            assign(type, named.record, assignment);
+            assign(type, record, assignment);
         }
         const std::string path = assignment.substr(0, assignment.find('='));
         if (!seen.insert(path).second) {
@@ -57,8 +55,7 @@ NamedRecord named_record(const RecordArguments &arguments, Assigned assigned)
             named.fields.insert(static_cast<int32_t>(number));
         }
     }
-    // There and back: so that the fields not given stand there as well, for messages.
-    named.record = to_json(*from_json(*type.descriptor, named.record));
+    named.record = from_json(*type.descriptor, record);
     return named;
 }
 
@@ -74,23 +71,16 @@ void require_key_only(const NamedRecord &named, const char *verb)
     }
 }
 
-std::string title(const RecordType &type, const Json &record)
+std::string title(const FoundRecord &record)
 {
+    const RecordType &type = *record.type;
     std::string result = type.name();
     if (type.key() != nullptr) {
-        for (const std::string &line : to_lines(*type.key(), key_part(type, record), Shown::all)) {
+        for (const std::string &line : to_lines(*type.key(), key_part(type, record.record), Shown::all)) {
             result += ' ' + line;
         }
     }
     return result;
-}
-
-Json record_json(const RecordType &type, int32_t db, const Json &record)
-{
-    return {{"db", db},
-            {"type", type.name()},
-            {"key", key_part(type, record)},
-            {"record", payload_part(type, record)}};
 }
 
 } // namespace cg

@@ -1,7 +1,7 @@
 // The doctor's checks of the daemon's work: cards, requests and answers that should have gone on.
 //
-// What is still on its way is no fault. So each look at cards and answers is taken twice, a moment apart, and
-// only what is wrong in both is told.
+// What is still on its way is no fault. So cards and answers are inspected twice, a moment apart, and only
+// what is wrong both times is reported.
 #include "doctor/card_checks.h"
 
 #include <poll.h>
@@ -15,7 +15,9 @@
 #include "base/text.h"
 #include "cards/cards.h"
 #include "modules/contract.h"
+#include "p_libpub.pb-c.h"
 #include "records/position_key.h"
+#include "records/record_types.h"
 #include "store/codec/names.h"
 
 namespace cg
@@ -28,24 +30,19 @@ constexpr int moment_ms = 1000;
 constexpr std::chrono::seconds longest_check = check_timeout + std::chrono::seconds{10}; // to act on it
 constexpr const char *restart = "`systemctl restart app_cg`: it checks every card again";
 
-std::vector<Json> scan(Examination &examination, const char *name)
-{
-    const RecordType &type = record_type(name);
-    return examination.store().scan(type, type.db);
-}
-
 std::set<std::string> cards_left_alone(Examination &examination)
 {
     std::set<std::string> found;
-    for (const Card &card : cards_in(read_records(examination.store()))) {
-        if (card.is_online() && card.node_type() != "DM_TYPE_MB" && card.verdict() == "none") {
-            found.insert(card.position.text());
+    for (const auto &[position, card] : cards_in(read_records(examination.store()))) {
+        const bool is_checked = card.facts.node_type != P_DEV__DM_NODE_TYPE_E__DM_TYPE_MB;
+        if (card.facts.online && is_checked && card.verdict() == std::string_view("none")) {
+            found.insert(position.text());
         }
     }
     return found;
 }
 
-// An answer in the store, and whether anybody can take it.
+// An answer in the store, and why nobody waits for it, if so.
 struct Answer {
     Position position;
     std::string module;
@@ -61,12 +58,15 @@ std::set<Answer> answers_left(Examination &examination)
 {
     const std::vector<std::string> modules = examination.registered_modules();
     std::set<Position> cards;
-    for (const Json &record : scan(examination, "card_info")) {
-        cards.insert(position_in(record["index"]));
+    for (const store::Record &record : examination.store().scan(p_dev__card_info__descriptor)) {
+        cards.insert(position_of(*record.message).value_or(Position{}));
     }
     std::set<Answer> found;
-    for (const Json &record : scan(examination, "app_cg_card_check_ack")) {
-        Answer answer{position_in(record["index"]), record["index"]["mod_name"].get<std::string>(), ""};
+    for (const store::Record &record :
+         examination.store().scan(p_libpub__app_cg_card_check_ack__descriptor)) {
+        const auto &ack = reinterpret_cast<const PLibpub__AppCgCardCheckAck &>(*record.message);
+        Answer answer{position_of(*record.message).value_or(Position{}),
+                      ack.index == nullptr ? "" : ack.index->mod_name, ""};
         const bool is_module = std::find(modules.begin(), modules.end(), answer.module) != modules.end();
         answer.problem = !is_module                         ? " is not a module of the folder"
                          : !cards.contains(answer.position) ? " answered for a card that is not there"
@@ -76,14 +76,14 @@ std::set<Answer> answers_left(Examination &examination)
     return found;
 }
 
-// What look() finds now and a moment later.
-template <typename Look>
-auto found_twice(Examination &examination, const Look &look)
+// What inspect() finds now and a moment later.
+template <typename Inspect>
+auto found_twice(Examination &examination, const Inspect &inspect)
 {
-    auto first = look(examination);
+    auto first = inspect(examination);
     if (!first.empty()) {
         (void)poll(nullptr, 0, moment_ms);
-        auto second = look(examination);
+        auto second = inspect(examination);
         std::erase_if(first, [&](const auto &thing) { return !second.contains(thing); });
     }
     return first;
@@ -109,8 +109,8 @@ const RecordType *type_of(const std::string &key)
 
 } // namespace
 
-// The server knows how long nobody has touched a record. Others may have looked at it meanwhile, so this is
-// the least that the check has been open; it has to be asked before we look at the records ourselves.
+// The server knows how long a record was idle. Others may have read it meanwhile, so this is the least that
+// the check has been open; it has to be asked before we read the records ourselves.
 Finding check_open_checks(Examination &examination)
 {
     constexpr int32_t database = 1;
@@ -144,22 +144,19 @@ Finding check_records(Examination &examination)
 {
     for (const RecordType &type : record_types()) {
         if (type.db >= 0) {
-            (void)examination.store().scan(type, type.db);
+            (void)examination.store().scan(*type.descriptor);
         }
     }
-    const Json shown = examination.store().with_left_out(Json::object());
-    if (!shown.contains("left_out")) {
+    const std::set<std::string> &keys = examination.store().left_out();
+    if (keys.empty()) {
         return {Severity::ok, "every record decodes"};
     }
-    std::vector<std::string> keys;
     std::vector<std::string> fixes;
-    for (const Json &key : shown["left_out"]) {
-        const auto text = key.get<std::string>();
-        keys.push_back(text);
-        const RecordType *type = type_of(text);
-        fixes.push_back('`' + examination.redis_cli("DEL " + shell_word(text), type ? type->db : 0) + '`');
+    for (const std::string &key : keys) {
+        const RecordType *type = type_of(key);
+        fixes.push_back('`' + examination.redis_cli("DEL " + shell_word(key), type ? type->db : 0) + '`');
     }
-    return {Severity::fail, "the daemon cannot read " + listed(keys),
+    return {Severity::fail, "the daemon cannot read " + listed({keys.begin(), keys.end()}),
             "whoever writes them has to write them again; these remove them: " + listed(fixes)};
 }
 

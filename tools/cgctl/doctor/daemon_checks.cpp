@@ -7,6 +7,9 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "daemon/daemon_view.h"
+#include "p_dev.pb-c.h"
+#include "records/record_text.h"
+#include "records/record_types.h"
 #include "shell/client.h"
 
 namespace cg
@@ -46,10 +49,10 @@ std::string module_list(const std::set<std::string> &names)
 
 Finding check_role(Examination &examination)
 {
-    const RecordType &type = record_type("p_dev.dp_lib_grole");
-    std::optional<Json> record;
+    const PDev__DpLibGrole key = P_DEV__DP_LIB_GROLE__INIT;
+    std::optional<store::Record> record;
     try {
-        record = examination.store().read(type, type.db, Json::object());
+        record = examination.store().read(home_of(*key.base.descriptor), key.base);
     } catch (const Failure &failure) {
         return {Severity::fail, failure.what(),
                 examination.cgctl("del dp_lib_grole") + ", then " + examination.cgctl("role master")};
@@ -58,11 +61,11 @@ Finding check_role(Examination &examination)
         return {Severity::fail, "no role was written: the daemon publishes nothing in databases 28 and 33",
                 examination.cgctl("role master")};
     }
-    const Json &role = (*record)["my_grole"];
-    if (role == "DM_ROLE_MASTER") {
+    const auto role = reinterpret_cast<const PDev__DpLibGrole &>(*record->message).my_grole;
+    if (role == P_DEV__DM_ROLE_E__DM_ROLE_MASTER) {
         return {Severity::ok, "master"};
     }
-    return {Severity::ok, (role.is_string() ? role.get<std::string>() : dump(role)) +
+    return {Severity::ok, enum_text(p_dev__dm_role_e__descriptor, static_cast<int32_t>(role)) +
                               ": not the master, so the results in databases 28 and 33 are another device's"};
 }
 

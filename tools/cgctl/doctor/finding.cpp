@@ -1,4 +1,4 @@
-// What a check of the doctor found, and its renderers.
+// What a check of the doctor found.
 #include "doctor/finding.h"
 
 #include <algorithm>
@@ -12,20 +12,6 @@ namespace
 {
 
 constexpr std::size_t most_listed = 8;
-
-const char *word_of(Severity severity, bool for_people)
-{
-    switch (severity) {
-    case Severity::ok:
-        return "ok";
-    case Severity::warn:
-        return for_people ? "WARN" : "warn";
-    case Severity::fail:
-        return for_people ? "FAIL" : "fail";
-    default:
-        return for_people ? "skip" : "skipped";
-    }
-}
 
 } // namespace
 
@@ -45,25 +31,6 @@ std::string listed(const std::vector<std::string> &texts)
     const std::size_t shown = std::min(texts.size(), most_listed);
     const std::string text = joined({texts.begin(), texts.begin() + static_cast<std::ptrdiff_t>(shown)});
     return shown == texts.size() ? text : text + " and " + std::to_string(texts.size() - shown) + " more";
-}
-
-std::string finding_line(const std::string &check, const Finding &finding)
-{
-    std::string line = word_of(finding.severity, true);
-    line.resize(6, ' ');
-    line += check;
-    line.resize(26, ' ');
-    line += visible(finding.found);
-    return finding.fix.empty() ? line : line + "; fix: " + visible(finding.fix);
-}
-
-Json finding_json(const std::string &check, const Finding &finding)
-{
-    return {{"version", 2},
-            {"name", check},
-            {"state", word_of(finding.severity, false)},
-            {"found", visible(finding.found)},
-            {"fix", visible(finding.fix)}};
 }
 
 } // namespace cg

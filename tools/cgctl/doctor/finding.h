@@ -1,11 +1,10 @@
-// What a check of the doctor found, and its renderers.
+// What a check of the doctor found.
 #ifndef DOCTOR_FINDING_H
 #define DOCTOR_FINDING_H
 
 #include <string>
 #include <vector>
 
-#include "base/json.h"
 #include "store/inspect/inspection.h"
 
 namespace cg
@@ -18,7 +17,8 @@ enum class Severity { ok, warn, fail, skipped };
 struct Finding {
     Severity severity = Severity::ok;
     std::string found{};
-    std::string fix{}; // what to do about it, commands in backticks; empty when there is nothing to do
+    std::string fix{};   // what to do about it, commands in backticks; empty when there is nothing to do
+    std::string check{}; // which check it is of, for programs: stable
 
     [[nodiscard]] bool is_well() const { return fix.empty() && severity != Severity::fail; }
 };
@@ -32,12 +32,6 @@ Finding refused(const store::Inspected &error, const std::string &fix);
 
 // "a, b, c", or "a, b, c and 4 more" when there are more than a reader wants to see.
 std::string listed(const std::vector<std::string> &texts);
-
-// One line: "WARN  users               anyone may do everything; fix: ...".
-std::string finding_line(const std::string &check, const Finding &finding);
-
-// {"version": 2, "name": ..., "state": ..., "found": ..., "fix": ...}
-Json finding_json(const std::string &check, const Finding &finding);
 
 } // namespace cg
 

@@ -5,7 +5,9 @@
 #include <array>
 #include <map>
 
+#include "admission/card_text.h"
 #include "base/text.h"
+#include "forms/text_form.h"
 
 namespace cg
 {
@@ -55,7 +57,7 @@ void LiveView::add(const Event &event)
 {
     const bool is_about_a_card = event.position.has_value(); // the rest is never held back
     add_line(paused_ && is_about_a_card ? waiting_ : events_,
-             clock_text(event.at, event.at) + ' ' + event_text(event), event.tone);
+             clock_text(event.at, event.at) + ' ' + event_text(event), tone_of(event));
 }
 
 void LiveView::add_message(const std::string &text, Time at)

@@ -6,6 +6,8 @@
 #include "command_line/verbs.h"
 #include "records/new_card.h"
 #include "records/position_key.h"
+#include "records/record_text.h"
+#include "records/record_types.h"
 
 namespace cg
 {
@@ -13,23 +15,19 @@ namespace cg
 namespace
 {
 
-const RecordType &card_info()
-{
-    return record_type("p_dev.card_info");
-}
+const int32_t database = home_of(p_dev__card_info__descriptor);
 
 int plug(const Session &session, const std::string &position, NewCard card)
 {
     card.position = parse_position(position);
-    const Json info = card_info_of(card);
-    Store store(session);
-    store.set(card_info(), card_info().db, info);
-    return 0;
+    const MessagePtr info = from_json(p_dev__card_info__descriptor, card_info_of(card));
+    Store(session).set(database, *info);
+    return done;
 }
 
 void require_card(Store &store, const Position &position)
 {
-    if (!store.exists(card_info(), card_info().db, key_of(position))) {
+    if (!store.exists(database, CardInfoAt(position).record.base)) {
         throw Failure(failed, "no card at " + position.text() + "; `cgctl list` shows those that there are");
     }
 }
@@ -38,19 +36,18 @@ int set_online(const Session &session, const Position &position, bool online)
 {
     Store store(session);
     require_card(store, position);
-    Json card = record_with_key(card_info(), key_of(position));
-    card["is_online"] = online;
-    store.set_fields(card_info(), card_info().db, card,
-                     {static_cast<int32_t>(field_number(card_info(), "is_online="))});
-    return 0;
+    CardInfoAt card(position);
+    card.record.is_online = static_cast<protobuf_c_boolean>(online);
+    store.set_field(database, card.record.base, "is_online");
+    return done;
 }
 
 int pull(const Session &session, const Position &position)
 {
     Store store(session);
     require_card(store, position);
-    store.erase(card_info(), card_info().db, key_of(position));
-    return 0;
+    store.erase(database, CardInfoAt(position).record.base);
+    return done;
 }
 
 void add_plug(CLI::App &card, Session &session)

@@ -10,14 +10,15 @@
 #include <cstdlib>
 #include <ostream>
 
+#include "access/store.h"
 #include "base/failure.h"
 #include "base/text.h"
-#include "cards/cards.h"
 #include "command_line/completion.h"
 #include "command_line/verbs.h"
 #include "loop/settings.h"
 #include "modules/module_folder.h"
 #include "records/position_key.h"
+#include "records/record_types.h"
 #include "shell/client.h"
 
 namespace cg
@@ -35,9 +36,10 @@ Words positions(const Session &session)
 {
     Words words;
     Store store(session);
-    const RecordType &type = record_type("p_dev.card_info");
-    for (const Json &record : store.scan(type, type.db)) {
-        words.push_back(position_in(record.at(type.index->name)).text());
+    for (const store::Record &record : store.scan(p_dev__card_info__descriptor)) {
+        if (const auto position = position_of(*record.message)) {
+            words.push_back(position->text());
+        }
     }
     return words;
 }

@@ -12,13 +12,12 @@ namespace
 int delete_one(const Session &session, const NamedRecord &named)
 {
     Store store(session);
-    const Json key = key_part(*named.type, named.record);
-    if (!store.exists(*named.type, named.db, key)) {
-        throw Failure(failed, "no " + title(*named.type, named.record) + " in database " +
-                                  std::to_string(named.db) + "; nothing was deleted");
+    if (!store.exists(named.db, *named.record)) {
+        throw Failure(failed, "no " + title({named.type, named.db, to_json(*named.record)}) +
+                                  " in database " + std::to_string(named.db) + "; nothing was deleted");
     }
-    store.erase(*named.type, named.db, key);
-    return 0;
+    store.erase(named.db, *named.record);
+    return done;
 }
 
 int delete_matching(const Session &session, const NamedRecord &named, int32_t key_count)
@@ -29,8 +28,8 @@ int delete_matching(const Session &session, const NamedRecord &named, int32_t ke
                                        std::to_string(most) + " for " + named.type->name());
     }
     Store store(session);
-    store.erase_matching(*named.type, named.db, key_part(*named.type, named.record), key_count);
-    return 0;
+    store.erase_matching(named.db, *named.record, key_count);
+    return done;
 }
 
 int del(const Session &session, const RecordArguments &arguments, const std::optional<int32_t> &key_count)

@@ -2,6 +2,7 @@
 //
 // The checks stand in the order in which one rests on another; one that cannot be right because an earlier
 // one is not is skipped, so that a fault is reported once, where it is.
+#include <algorithm>
 #include <exception>
 #include <map>
 
@@ -13,6 +14,7 @@
 #include "doctor/module_checks.h"
 #include "doctor/rights_checks.h"
 #include "doctor/server_checks.h"
+#include "forms/forms.h"
 #include "store/functions.h"
 
 namespace cg
@@ -101,22 +103,19 @@ Finding examine(const Check &check, Examination &examination, Unusable &unusable
 int examine_all(const Session &session, const std::string &module_folder)
 {
     Examination examination(session, module_folder);
+    const Page page{session};
+    const Form &form = form_of(session);
     Unusable unusable;
-    Json findings = Json::array();
-    bool is_well = true;
+    std::vector<Finding> findings;
     for (const Check &check : checks()) {
-        const Finding finding = examine(check, examination, unusable);
-        is_well = is_well && finding.is_well();
-        if (session.json) {
-            findings.push_back(finding_json(check.name, finding));
-        } else {
-            session.line(finding_line(check.name, finding));
-        }
+        findings.push_back(examine(check, examination, unusable));
+        findings.back().check = check.name;
+        form.finding(page, findings.back());
     }
-    if (session.json) {
-        session.line(dump(findings));
-    }
-    return is_well ? done : failed;
+    form.findings(page, findings);
+    return std::all_of(findings.begin(), findings.end(), [](const Finding &one) { return one.is_well(); })
+               ? done
+               : failed;
 }
 
 int print_functions(const Session &session)

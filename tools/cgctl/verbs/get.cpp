@@ -1,7 +1,10 @@
 // cgctl get: one record, or all of a type.
+#include <algorithm>
+
 #include "access/store.h"
 #include "base/failure.h"
 #include "command_line/named_record.h"
+#include "forms/forms.h"
 
 namespace cg
 {
@@ -9,47 +12,38 @@ namespace cg
 namespace
 {
 
-void print_record(const Session &session, const NamedRecord &named, const Json &record)
+// Sorted by key.
+std::vector<FoundRecord> stored_records(Store &store, const NamedRecord &named)
 {
-    session.line(title(*named.type, record));
-    for (const std::string &line :
-         to_lines(*named.type->descriptor, payload_part(*named.type, record), Shown::all)) {
-        session.line("  " + line);
+    const RecordType &type = *named.type;
+    std::vector<FoundRecord> records;
+    for (const store::Record &record : store.scan(*type.descriptor, named.db)) {
+        records.push_back({&type, named.db, to_json(*record.message)});
     }
+    std::sort(records.begin(), records.end(), [&](const FoundRecord &a, const FoundRecord &b) {
+        // ordered_json compares objects by their values in the order of the fields.
+        return key_part(type, a.record) < key_part(type, b.record);
+    });
+    return records;
 }
 
 int list_records(const Session &session, const NamedRecord &named)
 {
     Store store(session);
-    Json array = Json::array();
-    for (const Json &record : store.scan(*named.type, named.db)) {
-        if (session.json) {
-            array.push_back(record_json(*named.type, named.db, record));
-        } else {
-            print_record(session, named, record);
-        }
-    }
-    if (session.json) {
-        session.line(dump(store.with_left_out({{"records", array}})));
-    }
-    return store.tell_left_out();
+    const std::vector<FoundRecord> records = stored_records(store, named);
+    form_of(session).records({session}, records, store.left_out());
+    return store.report_left_out();
 }
 
 int get_record(const Session &session, const NamedRecord &named)
 {
-    Store store(session);
-    const Json key = key_part(*named.type, named.record);
-    const std::optional<Json> record = store.read(*named.type, named.db, key);
-    if (!record) {
-        throw Failure(failed,
-                      "no " + title(*named.type, named.record) + " in database " + std::to_string(named.db));
+    const auto stored = Store(session).read(named.db, *named.record);
+    const FoundRecord found{named.type, named.db, to_json(stored ? *stored->message : *named.record)};
+    if (!stored) {
+        throw Failure(failed, "no " + title(found) + " in database " + std::to_string(named.db));
     }
-    if (session.json) {
-        session.line(dump(record_json(*named.type, named.db, *record)));
-    } else {
-        print_record(session, named, *record);
-    }
-    return 0;
+    form_of(session).record({session}, found);
+    return done;
 }
 
 int get(const Session &session, const RecordArguments &arguments)

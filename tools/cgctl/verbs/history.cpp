@@ -1,18 +1,18 @@
 // cgctl history: every decision, from the recorder's file.
 //
-// Where nobody listened the list says so in its place: a list without holes would be believed.
+// Where nothing was received the list says so in its place: a list without gaps would be believed.
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <set>
 
-#include "admission/card_text.h"
+#include "admission/words.h"
 #include "base/failure.h"
 #include "base/text.h"
 #include "base/times.h"
 #include "cards/past.h"
 #include "command_line/verbs.h"
+#include "forms/forms.h"
 #include "history/reader.h"
 #include "modules/module_folder.h"
 #include "records/position.h"
@@ -38,22 +38,6 @@ struct HistoryOptions {
     bool answers = false;
     bool chart = false;
 };
-
-// All that was asked for.
-struct Found {
-    std::string file{};
-    std::vector<history::Decision> decisions{};
-    std::vector<history::Gap> gaps{};
-    std::vector<history::LifeEvent> life{};
-    std::optional<Time> alive_at{};
-    std::optional<Time> begun_at{};
-};
-
-std::size_t bars_on_a_screen()
-{
-    constexpr std::size_t bars = 24;
-    return bars;
-}
 
 std::vector<std::string> outcome_words()
 {
@@ -86,125 +70,22 @@ history::Filter filter_of(const HistoryOptions &options, Time now)
 }
 
 // Gaps before the first decision that is shown are not what was asked for.
-Found find(const HistoryOptions &options, const history::Filter &filter)
+Recorded find(const HistoryOptions &options, const history::Filter &filter, Time now)
 {
     const history::Reader reader(history::path_or_default(options.history));
-    Found found;
-    found.file = reader.path();
-    found.decisions = reader.decisions(filter);
+    std::vector<history::Decision> decisions = reader.decisions(filter);
     std::optional<Time> from = filter.from;
-    if (filter.newest && found.decisions.size() == *filter.newest) {
-        from = found.decisions.front().decided_at;
+    if (filter.newest && decisions.size() == *filter.newest) {
+        from = decisions.front().decided_at;
     }
-    found.gaps = reader.gaps(from, filter.until);
-    found.life = reader.life(from, filter.until);
-    found.alive_at = reader.alive_at();
-    found.begun_at = reader.begun_at();
-    return found;
-}
-
-std::string decision_line(const history::Decision &decision, Time now, const Terminal &terminal)
-{
-    const history::CardFacts &card = decision.card;
-    std::string line = clock_text(decision.decided_at, now) + "  " + card.position.text() + "  " +
-                       (card.name.empty() ? "-" : visible(card.name));
-    line += (card.serial.empty() ? "" : " (serial " + visible(card.serial) + ')') + "  " +
-            toned(terminal, tone_of(decision), decision_text(decision));
-    if (const auto span = admission::duration_of(decision)) {
-        line += "  after " + seconds_text(*span);
-    }
-    line += decision.role ? "  as " + role_word(*decision.role) : "";
-    if (decision.complete) {
-        return line;
-    }
-    return line + (decision.requested_at ? "  (not known in full)" : "  (not seen from its beginning)");
-}
-
-std::string gap_line(const history::Gap &gap, Time now)
-{
-    return clock_text(gap.from, now) + " to " + (gap.until ? clock_text(*gap.until, now) : "now") + "  " +
-           visible(gap.why) + ": decisions may be missing";
-}
-
-std::string life_line(const history::LifeEvent &event, Time now)
-{
-    return clock_text(event.at, now) +
-           (event.is_start ? "  the daemon started, process " + std::to_string(event.pid)
-                           : "  the daemon ended: " + visible(event.code) + ' ' + visible(event.status));
-}
-
-void print_lines(const Session &session, const Found &found, const HistoryOptions &options, Time now)
-{
-    const Terminal terminal = terminal_of(session, options.color);
-    std::multimap<Time, std::string> lines;
-    for (const history::Gap &gap : found.gaps) {
-        lines.emplace(gap.from, toned(terminal, Tone::warning, gap_line(gap, now)));
-    }
-    for (const history::LifeEvent &event : found.life) {
-        lines.emplace(event.at, life_line(event, now));
-    }
-    for (const history::Decision &decision : found.decisions) {
-        std::string text = decision_line(decision, now, terminal);
-        for (const history::Answer &answer : decision.answers) {
-            text += options.answers ? "\n    " + answer_text(answer) : "";
-        }
-        lines.emplace(decision.decided_at, text);
-    }
-    for (const auto &line : lines) {
-        session.line(line.second);
-    }
-}
-
-Json time_or_null(const std::optional<Time> &time)
-{
-    return time ? Json(utc_text(*time)) : Json(nullptr);
-}
-
-Json recorded_json(const history::Decision &decision)
-{
-    const history::CardFacts &card = decision.card;
-    Json json{{"card", card.position.text()},
-              {"devid", card.position.devid},
-              {"slotid", card.position.slotid},
-              {"sslotid", card.position.sslotid},
-              {"name", card.name},
-              {"serial", card.serial},
-              {"node_type", short_type(card.node_type)},
-              {"config_dev_type", card.config_dev_type},
-              {"nodeid", card.nodeid},
-              {"tipc_nodeid", card.tipc_nodeid},
-              {"is_online", card.online}};
-    json.update(decision_json(decision));
-    const auto span = admission::duration_of(decision);
-    json["took_s"] = span ? Json(static_cast<double>(span->count()) / 1000) : Json(nullptr);
-    return json;
-}
-
-Json json_of(const Found &found)
-{
-    Json json{{"version", 1},
-              {"file", found.file},
-              {"begun_at", time_or_null(found.begun_at)},
-              {"recorded_until", time_or_null(found.alive_at)},
-              {"decisions", Json::array()},
-              {"gaps", Json::array()},
-              {"daemon", Json::array()}};
-    for (const history::Decision &decision : found.decisions) {
-        json["decisions"].push_back(recorded_json(decision));
-    }
-    for (const history::Gap &gap : found.gaps) {
-        json["gaps"].push_back(
-            {{"from", utc_text(gap.from)}, {"until", time_or_null(gap.until)}, {"why", gap.why}});
-    }
-    for (const history::LifeEvent &event : found.life) {
-        json["daemon"].push_back(
-            event.is_start ? Json{{"at", utc_text(event.at)}, {"event", "start"}, {"pid", event.pid}}
-                           : Json{{"at", utc_text(event.at)},
-                                  {"event", "exit"},
-                                  {"code", event.code},
-                                  {"status", event.status}});
-    }
-    return json;
+    return {now,
+            reader.path(),
+            std::move(decisions),
+            reader.gaps(from, filter.until),
+            reader.life(from, filter.until),
+            reader.alive_at(),
+            reader.begun_at(),
+            options.answers};
 }
 
 void write_svg(const std::string &path, const std::string &svg)
@@ -217,25 +98,26 @@ void write_svg(const std::string &path, const std::string &svg)
     }
 }
 
-void draw(const Session &session, const Found &found, const HistoryOptions &options,
-          const history::Filter &filter, Time now)
+void draw(const Page &page, const Recorded &found, const HistoryOptions &options,
+          const history::Filter &filter)
 {
+    constexpr std::size_t bars_on_a_screen = 24;
     constexpr std::size_t bars_in_a_picture = 120;
     constexpr std::size_t margin = 30; // for times and numbers; gaps have what is left
     const bool none = found.decisions.empty();
-    const Time first = none ? found.begun_at.value_or(now) : found.decisions.front().decided_at;
+    const Time first = none ? found.begun_at.value_or(found.now) : found.decisions.front().decided_at;
     const Time from = filter.from.value_or(first);
-    const Time until = std::max(filter.until.value_or(now), from + std::chrono::seconds(1));
+    const Time until = std::max(filter.until.value_or(found.now), from + std::chrono::seconds(1));
     if (!options.svg.empty()) {
         write_svg(options.svg,
                   chart_svg(make_chart(found.decisions, found.gaps, from, until, bars_in_a_picture)));
     }
-    if (options.chart && !session.json) {
-        const Terminal terminal = terminal_of(session, options.color);
-        const std::size_t columns = terminal.width > margin + 10 ? terminal.width - margin : 50;
-        const Chart chart = make_chart(found.decisions, found.gaps, from, until, bars_on_a_screen());
-        for (const std::string &line : chart_lines(chart, columns, terminal)) {
-            session.line(line);
+    if (options.chart && !page.session.json) {
+        const std::size_t width = page.terminal.width;
+        const Chart chart = make_chart(found.decisions, found.gaps, from, until, bars_on_a_screen);
+        for (const std::string &line :
+             chart_lines(chart, width > margin + 10 ? width - margin : 50, page.terminal)) {
+            page.session.line(line);
         }
     }
 }
@@ -273,14 +155,14 @@ int run_history(const Session &session, const HistoryOptions &options)
 {
     const Time now = std::chrono::system_clock::now();
     const history::Filter filter = filter_of(options, now);
-    const Found found = find(options, filter);
-    if (!options.svg.empty() || options.chart) {
-        draw(session, found, options, filter, now);
+    const Recorded found = find(options, filter, now);
+    const Page page{session, terminal_of(session, options.color)};
+    const bool is_drawn = options.chart || !options.svg.empty();
+    if (is_drawn) {
+        draw(page, found, options, filter);
     }
-    if (session.json) {
-        session.line(dump(json_of(found)));
-    } else if (!options.chart && options.svg.empty()) {
-        print_lines(session, found, options, now);
+    if (session.json || !is_drawn) {
+        form_of(session).history(page, found);
     }
     if (const std::string text = not_recorded_text({found.alive_at}, now); !text.empty()) {
         session.notice(text);

@@ -1,16 +1,12 @@
 // cgctl list, and cgctl alone: one line for each card.
-//
-// What is for eyes only, a table that is cut to the terminal and a sum at its end, never gets into a pipe.
 #include <algorithm>
-#include <tuple>
-#include <utility>
 
-#include "admission/card_text.h"
+#include "admission/words.h"
 #include "base/failure.h"
-#include "base/table.h"
 #include "base/text.h"
 #include "cards/overview.h"
 #include "command_line/verbs.h"
+#include "forms/forms.h"
 
 namespace cg
 {
@@ -99,83 +95,26 @@ private:
     ListOptions wanted_;
 };
 
-// In a pipe each text is as it is in the other views, whole.
-std::vector<Cell> cells_of(const CardRow &row, admission::Time now, const Terminal &terminal)
-{
-    const admission::TrackedCard &tracked = row.tracked;
-    Cell state{state_text(tracked, row.left), tone_of(tracked)};
-    Cell since{since_text(tracked, now)};
-    Cell reason{visible(row.reason)};
-    if (terminal.is_one) {
-        std::tie(state.text, state.rest) = state_parts(tracked, row.left);
-        since.text = tracked.since ? short_clock_text(*tracked.since, now) : "";
-        since.rest = tracked.since ? ago_text(*tracked.since, now) : "";
-        reason.rest = std::exchange(reason.text, "");
-    }
-    return {{row.position().text()},
-            {row.stored ? visible(tracked.card.name) : "-"},
-            {row.stored ? short_type(tracked.card.node_type) : "-"},
-            std::move(state),
-            std::move(since),
-            {tracked.power_off ? "off" : "-", tracked.power_off ? Tone::bad : Tone::plain},
-            std::move(reason)};
-}
-
-void print_table(const Session &session, const std::vector<const CardRow *> &rows, admission::Time now,
-                 const Terminal &terminal)
-{
-    // The least widths keep what tells the cards apart, and the beginning of each state.
-    const std::vector<Column> columns{
-        {"CARD", 0},  {"NAME", 6, 16}, {"TYPE", 0}, {"STATE", 16}, {"SINCE", 8, 0, Rest::dropped},
-        {"POWER", 0}, {"REASON", 12}};
-    std::vector<std::vector<Cell>> cells;
-    Summary summary;
-    for (const CardRow *row : rows) {
-        cells.push_back(cells_of(*row, now, terminal));
-        summary.add(row->tracked);
-    }
-    for (const std::string &line : table_lines(columns, cells, terminal)) {
-        session.line(line);
-    }
-    session.notice(summary.text());
-}
-
-Json json_of(const Overview &overview, const std::vector<const CardRow *> &rows)
-{
-    Json cards = Json::array();
-    for (const CardRow *row : rows) {
-        cards.push_back(card_json(*row));
-    }
-    return {{"version", 1}, {"sources", overview.sources()}, {"cards", cards}};
-}
-
 int list(const Session &session, const ListOptions &options)
 {
     const Filter filter(options);
-    const Terminal terminal = terminal_of(session, options.color);
     Store store(session);
-    const Overview overview(session, store, options.history);
+    const Overview overview = read_overview(session, store, options.history);
     std::vector<const CardRow *> rows;
-    for (const CardRow &row : overview.rows()) {
+    for (const CardRow &row : overview.rows) {
         if (filter.passes(row)) {
             rows.push_back(&row);
         }
     }
-    if (session.json) {
-        session.line(dump(store.with_left_out(json_of(overview, rows))));
-    } else {
-        if (!rows.empty()) {
-            print_table(session, rows, overview.now(), terminal);
-        }
-        overview.tell_what_is_missing(session);
-    }
+    const Page page{session, terminal_of(session, options.color)};
+    form_of(session).cards(page, {overview, rows, store.left_out()});
     if (rows.empty() && !filter.is_empty()) {
         throw Failure(failed, filter.nothing_found());
     }
     if (rows.empty() && !session.json) {
         session.notice("no cards");
     }
-    return store.tell_left_out();
+    return store.report_left_out();
 }
 
 } // namespace

@@ -3,6 +3,8 @@
 #include "base/failure.h"
 #include "command_line/module_command.h"
 #include "command_line/verbs.h"
+#include "p_libpub.pb-c.h"
+#include "records/record_types.h"
 #include "run/check_runner.h"
 
 namespace cg
@@ -26,7 +28,7 @@ int run_module(const Session &session, const RunOptions &options)
     CheckRunner::Options settings{options.name, session.command, options.parallel,
                                   std::chrono::duration<double>(options.timeout_s)};
     // The module itself would wait for a store as long as it takes; a wrong endpoint is an error now.
-    Store(session).connect(record_type("p_libpub.app_cg_card_check_info").db);
+    Store(session).connect(home_of(p_libpub__app_cg_card_check_info__descriptor));
     CheckRunner(session, std::move(settings)).run();
     return done;
 }

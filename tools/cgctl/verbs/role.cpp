@@ -1,10 +1,12 @@
 // cgctl role: the device's global role, which decides whether the daemon publishes its results.
-#include <algorithm>
-#include <array>
+#include <map>
 
 #include "access/store.h"
+#include "admission/card_text.h"
 #include "base/failure.h"
 #include "command_line/verbs.h"
+#include "p_dev.pb-c.h"
+#include "records/record_types.h"
 
 namespace cg
 {
@@ -12,40 +14,31 @@ namespace cg
 namespace
 {
 
-constexpr std::array<const char *, 4> roles{"master", "slave", "candidate", "none"};
-constexpr std::array<const char *, 4> role_values{"DM_ROLE_MASTER", "DM_ROLE_SLAVE", "DM_ROLE_CANDIDATE",
-                                                  "DM_ROLE_NONE"};
+const int32_t database = home_of(p_dev__dp_lib_grole__descriptor);
 
-const RecordType &role_record()
-{
-    return record_type("p_dev.dp_lib_grole");
-}
+const std::map<std::string, PDev__DmRoleE> roles{{"master", P_DEV__DM_ROLE_E__DM_ROLE_MASTER},
+                                                 {"slave", P_DEV__DM_ROLE_E__DM_ROLE_SLAVE},
+                                                 {"candidate", P_DEV__DM_ROLE_E__DM_ROLE_CANDIDATE},
+                                                 {"none", P_DEV__DM_ROLE_E__DM_ROLE_NONE}};
 
 int print_role(const Session &session)
 {
-    Store store(session);
-    const std::optional<Json> record = store.read(role_record(), role_record().db, Json::object());
-    if (!record) {
+    const PDev__DpLibGrole key = P_DEV__DP_LIB_GROLE__INIT;
+    const auto stored = Store(session).read(database, key.base);
+    if (!stored) {
         throw Failure(failed, "no role was written yet; `cgctl role master` writes one");
     }
-    const Json &value = (*record)["my_grole"];
-    std::string word = value.is_string() ? value.get<std::string>() : dump(value);
-    for (std::size_t i = 0; i < roles.size(); ++i) {
-        if (word == role_values.at(i)) {
-            word = roles.at(i);
-        }
-    }
+    const auto &record = reinterpret_cast<const PDev__DpLibGrole &>(*stored->message);
+    const std::string word = role_word(static_cast<int32_t>(record.my_grole));
     session.line(session.json ? dump(Json{{"role", word}}) : word);
-    return 0;
+    return done;
 }
 
 int write_role(const Session &session, const std::string &role)
 {
-    const auto at = std::find(roles.begin(), roles.end(), role) - roles.begin();
-    Store store(session);
-    store.set_fields(role_record(), role_record().db,
-                     Json{{"my_grole", role_values.at(static_cast<std::size_t>(at))}},
-                     {static_cast<int32_t>(field_number(role_record(), "my_grole="))});
+    PDev__DpLibGrole record = P_DEV__DP_LIB_GROLE__INIT;
+    record.my_grole = roles.at(role);
+    Store(session).set_field(database, record.base, "my_grole");
     return done;
 }
 
@@ -58,7 +51,7 @@ void add_role(CLI::App &app, Session &session)
                               "  cgctl role master");
     auto role = std::make_shared<std::string>();
     verb->add_option("ROLE", *role, "The role to write; without it the role is printed")
-        ->check(CLI::IsMember(std::vector<std::string>(roles.begin(), roles.end())));
+        ->check(CLI::IsMember({"master", "slave", "candidate", "none"}));
     verb->callback([role, &session] {
         session.action = [role, &session] {
             return role->empty() ? print_role(session) : write_role(session, *role);

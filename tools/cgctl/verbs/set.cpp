@@ -18,30 +18,32 @@ bool names_a_part(const std::vector<std::string> &assignments)
                        [](const std::string &text) { return text.find('.') < text.find('='); });
 }
 
-// A field write replaces a whole sub-message. Where only a part of one is named, its other parts are taken
-// from the stored record, so that they keep their values.
-Json completed(Store &store, const NamedRecord &named, const RecordArguments &arguments)
+// A field write replaces a whole sub-message. Where only a part of one is named, its other parts come from
+// the stored record, so that they keep their values.
+MessagePtr completed(Store &store, const NamedRecord &named, const RecordArguments &arguments)
 {
-    const Json key = key_part(*named.type, named.record);
-    Json record = store.read(*named.type, named.db, key).value_or(named.record);
+    const auto stored = store.read(named.db, *named.record);
+    Json record = to_json(stored ? *stored->message : *named.record);
     for (const std::string &assignment : arguments.assignments) {
         assign(*named.type, record, assignment);
     }
-    return record;
+    return from_json(*named.type->descriptor, record);
 }
 
 int set_fields(const Session &session, const RecordArguments &arguments)
 {
     const bool part = names_a_part(arguments.assignments);
-    const NamedRecord named = named_record(arguments, part ? Assigned::key_only : Assigned::all);
+    NamedRecord named = named_record(arguments, part ? Assigned::key_only : Assigned::all);
     if (named.fields.empty()) {
         throw Failure(wrong_usage,
                       "--fields without a field to write; name at least one that is not of the key");
     }
     Store store(session);
-    store.set_fields(*named.type, named.db, part ? completed(store, named, arguments) : named.record,
-                     named.fields);
-    return 0;
+    if (part) {
+        named.record = completed(store, named, arguments);
+    }
+    store.set_fields(named.db, *named.record, std::vector<int32_t>(named.fields.begin(), named.fields.end()));
+    return done;
 }
 
 int set_record(const Session &session, const RecordArguments &arguments)
@@ -53,8 +55,8 @@ int set_record(const Session &session, const RecordArguments &arguments)
                                        named.type->name() + ", as in `cgctl set card_info slotid=3`");
     }
     Store store(session);
-    store.set(*named.type, named.db, named.record);
-    return 0;
+    store.set(named.db, *named.record);
+    return done;
 }
 
 } // namespace

@@ -1,11 +1,12 @@
 // cgctl show: everything about one card. First what became of it and how, then every record.
-#include <algorithm>
+#include <map>
+#include <set>
 
-#include "admission/card_text.h"
 #include "base/failure.h"
-#include "base/text.h"
 #include "cards/overview.h"
 #include "command_line/verbs.h"
+#include "forms/forms.h"
+#include "p_libpub.pb-c.h"
 #include "records/position_key.h"
 
 namespace cg
@@ -20,50 +21,36 @@ struct ShowOptions {
     std::string history{};
 };
 
-Json stored_json(const FoundRecord &found)
+// Every record of every type that is about the card at a position, the result by TIPC node included when the
+// card's TIPC node id is known. Throws Failure.
+std::vector<FoundRecord> records_of_card(Store &store, const Position &position)
 {
-    return {{"db", found.type->db},
-            {"type", found.type->name()},
-            {"key", key_part(*found.type, found.record)},
-            {"record", payload_part(*found.type, found.record)}};
-}
-
-void print_facts(const Session &session, const Terminal &terminal, const CardRow &row, admission::Time now)
-{
-    constexpr std::size_t column = 10;
-    const auto print = [&](const std::string &name, const std::string &text, Tone tone) {
-        session.line("  " + name + std::string(column - std::min(column, name.size()), ' ') +
-                     toned(terminal, tone, text));
-    };
-    session.line(toned(terminal, Tone::heading, "card " + row.position().text()));
-    for (const auto &[name, text] : facts_of_card(row.tracked, row.left, now)) {
-        print(name, text, name == "state" ? tone_of(row.tracked) : Tone::plain);
+    std::vector<FoundRecord> found;
+    std::set<int32_t> tipc_nodes;
+    // The types stand in the order of the schemas: card_info comes before the result that needs its TIPC
+    // node.
+    for (const RecordType &type : record_types()) {
+        const bool by_node = type.descriptor == &p_libpub__app_cg_mom_deny_check_result__descriptor;
+        std::map<std::string, Json> records; // by key
+        for (const store::Record &record :
+             type.db < 0 ? std::vector<store::Record>{} : store.scan(*type.descriptor, type.db)) {
+            Json fields = to_json(*record.message);
+            const bool is_ours = by_node
+                                     ? tipc_nodes.contains(fields["index"]["card_tipc_nodeid"].get<int32_t>())
+                                     : position_of(*record.message) == position;
+            if (!is_ours) {
+                continue;
+            }
+            if (fields.contains("card_tipc_nodeid")) {
+                tipc_nodes.insert(fields["card_tipc_nodeid"].get<int32_t>());
+            }
+            records.emplace(record.key, std::move(fields));
+        }
+        for (auto &[key, fields] : records) {
+            found.push_back({&type, type.db, std::move(fields)});
+        }
     }
-    // The daemon's word where there is no history; else the decision has it already.
-    if (!row.reason.empty() && !row.tracked.last) {
-        print("reason", visible(row.reason), Tone::plain);
-    }
-}
-
-void print_record(const Session &session, const FoundRecord &found)
-{
-    session.line("");
-    session.line(std::string(found.type->name()) + " (database " + std::to_string(found.type->db) + ")");
-    for (const std::string &line : to_lines(*found.type->descriptor, found.record, Shown::all)) {
-        session.line("  " + line);
-    }
-}
-
-// The whole object is one card of the list, with the records.
-Json json_of(const Overview &overview, const CardRow &row, const std::vector<FoundRecord> &records)
-{
-    Json json{{"version", 1}, {"sources", overview.sources()}};
-    json.update(card_json(row));
-    json["records"] = Json::array();
-    for (const FoundRecord &found : records) {
-        json["records"].push_back(stored_json(found));
-    }
-    return json;
+    return found;
 }
 
 const CardRow &found_row(const Overview &overview, const Position &position, bool has_records)
@@ -80,24 +67,14 @@ const CardRow &found_row(const Overview &overview, const Position &position, boo
 int show(const Session &session, const ShowOptions &options)
 {
     const Position position = parse_position(options.position);
-    const Terminal terminal = terminal_of(session, options.color);
     Store store(session);
     // A card whose record does not decode is not among the cards, but it is not absent either: reading it
     // fails with the reason.
-    const RecordType &type = record_type("card_info");
-    (void)store.read(type, type.db, key_of(position));
-    const Overview overview(session, store, options.history);
+    (void)store.read(home_of(p_dev__card_info__descriptor), CardInfoAt(position).record.base);
+    const Overview overview = read_overview(session, store, options.history);
     const std::vector<FoundRecord> records = records_of_card(store, position);
     const CardRow &row = found_row(overview, position, !records.empty());
-    if (session.json) {
-        session.line(dump(json_of(overview, row, records)));
-        return done;
-    }
-    print_facts(session, terminal, row, overview.now());
-    for (const FoundRecord &found : records) {
-        print_record(session, found);
-    }
-    overview.tell_what_is_missing(session);
+    form_of(session).card({session, terminal_of(session, options.color)}, {overview, row, records});
     return done;
 }
 

@@ -1,7 +1,7 @@
 // cgctl watch with record types: what changes in the store, as it happens.
 //
-// After the store was away the platform delivers every record again. The last known content is kept, so that
-// only what really changed meanwhile is printed then.
+// After the store was away every record is delivered again. The last known content is kept, so that only what
+// really changed meanwhile is printed then.
 #include "watch/watch_records.h"
 
 #include <algorithm>
@@ -9,10 +9,8 @@
 #include <map>
 
 #include "access/live.h"
-#include "admission/card_text.h"
 #include "base/failure.h"
-#include "base/text.h"
-#include "command_line/named_record.h"
+#include "forms/forms.h"
 
 namespace cg
 {
@@ -20,9 +18,9 @@ namespace cg
 namespace
 {
 
-const char *command_word(int32_t cmd)
+const char *command_word(int32_t command)
 {
-    switch (cmd) {
+    switch (command) {
     case VX_MOM_CMD_DELETED:
         return "deleted";
     case VX_MOM_CMD_HMSET:
@@ -36,10 +34,10 @@ class RecordWatch
 {
 public:
     RecordWatch(const Session &session, Store &store, const WatchOptions &options)
-        : session_(session), live_(session, store), show_existing_(options.existing), left_(options.count)
+        : page_{session}, live_(session, store), show_existing_(options.existing), left_(options.count)
     {
         for (const RecordType *type : chosen_types(options)) {
-            live_.subscribe(*type, type->db, [this](const Change &change) { handle(change); });
+            live_.subscribe(*type, [this, type](const store::Change &change) { handle(*type, change); });
         }
     }
 
@@ -73,87 +71,46 @@ private:
         return types;
     }
 
-    void handle(const Change &change)
+    void handle(const RecordType &type, const store::Change &change)
     {
-        Known &known = known_[&change.type];
-        if (change.cmd == VX_MOM_CMD_SUBSCRIBED) {
+        Known &known = known_[&type];
+        if (change.command == VX_MOM_CMD_SUBSCRIBED) {
             known.complete = true;
-            print_subscribed(change);
-        } else if (change.error_code != 0) {
-            session_.error(std::string("a record of ") + change.type.name() + " could not be read (result " +
-                           std::to_string(change.error_code) + ")");
+            form_of(page_.session).subscribed(page_, type);
+        } else if (change.error != 0) {
+            page_.session.error(std::string("a record of ") + type.name() + " could not be read (result " +
+                                std::to_string(change.error) + ")");
         } else {
-            handle_record(known, change);
+            handle_record(type, known, change);
         }
     }
 
     // Remembers the record, and prints it when it is news.
-    void handle_record(Known &known, const Change &change)
+    void handle_record(const RecordType &type, Known &known, const store::Change &change)
     {
-        const Json record = to_json(*change.message);
-        const std::string key = dump(key_part(change.type, record));
-        const auto found = known.records.find(key);
-        const Json before = found == known.records.end() ? Json() : found->second;
-        if (change.cmd == VX_MOM_CMD_DELETED) {
+        const std::string key(change.key);
+        RecordChange news{std::chrono::system_clock::now(),
+                          command_word(change.command),
+                          {&type, type.db, to_json(*change.record)}};
+        if (const auto found = known.records.find(key); found != known.records.end()) {
+            news.before = found->second;
+        }
+        const bool is_deleted = change.command == VX_MOM_CMD_DELETED;
+        if (is_deleted) {
             known.records.erase(key);
         } else {
-            known.records.insert_or_assign(key, record);
+            known.records.insert_or_assign(key, news.found.record);
         }
-        const bool live = !change.existing || change.cmd == VX_MOM_CMD_DELETED;
-        if (live || (known.complete ? before != record : show_existing_)) {
-            print(change, record, before);
-        }
-    }
-
-    void print_subscribed(const Change &change) const
-    {
-        if (session_.json) {
-            session_.line(dump(Json{{"time", utc_text(std::chrono::system_clock::now())},
-                                    {"cmd", "subscribed"},
-                                    {"db", change.db},
-                                    {"type", change.type.name()}}));
-        } else {
-            session_.notice(std::string("subscribed to ") + change.type.name() + " in database " +
-                            std::to_string(change.db));
-        }
-    }
-
-    void print(const Change &change, const Json &record, const Json &before)
-    {
-        if (session_.json) {
-            Json object{{"time", utc_text(std::chrono::system_clock::now())},
-                        {"cmd", command_word(change.cmd)}};
-            object.update(record_json(change.type, change.db, record));
-            session_.line(dump(object));
-        } else {
-            session_.line(utc_text(std::chrono::system_clock::now()) + ' ' + command_word(change.cmd) + ' ' +
-                          title(change.type, record) + ':' + content(change, record, before));
-        }
-        if (left_ > 0 && --left_ == 0) {
-            live_.stop();
-        }
-    }
-
-    // The fields that are not at their defaults, and those that have just become so.
-    static std::string content(const Change &change, const Json &record, const Json &before)
-    {
-        const ProtobufCMessageDescriptor &type = *change.type.descriptor;
-        const Json payload = payload_part(change.type, record);
-        const std::vector<std::string> set = to_lines(type, payload, Shown::set);
-        const std::vector<std::string> known =
-            before.is_object() ? to_lines(type, before, Shown::all) : std::vector<std::string>{};
-        std::string text;
-        for (const std::string &field : to_lines(type, payload, Shown::all)) {
-            const bool changed =
-                !known.empty() && std::find(known.begin(), known.end(), field) == known.end();
-            if (changed || std::find(set.begin(), set.end(), field) != set.end()) {
-                text += ' ' + field;
+        const bool is_live = !change.existing || is_deleted;
+        if (is_live || (known.complete ? news.before != news.found.record : show_existing_)) {
+            form_of(page_.session).record_change(page_, news);
+            if (left_ > 0 && --left_ == 0) {
+                live_.stop();
             }
         }
-        return text;
     }
 
-    const Session &session_;
+    Page page_;
     Live live_;
     bool show_existing_;
     int64_t left_; // changes still to print; 0 for no end

@@ -28,6 +28,9 @@ struct FreeMessage {
 };
 using MessagePtr = std::unique_ptr<ProtobufCMessage, FreeMessage>;
 
+// The name of an enumeration's value; its number where it has none.
+std::string enum_text(const ProtobufCEnumDescriptor &enumeration, int32_t number);
+
 // All fields of a message, defaults included.
 Json to_json(const ProtobufCMessage &message);
 

@@ -25,6 +25,9 @@ struct RecordType {
     [[nodiscard]] const ProtobufCMessageDescriptor *key() const;
 };
 
+// The usual database of a type; -1 when there is none.
+int32_t home_of(const ProtobufCMessageDescriptor &type);
+
 // Every record type, in the order of the schemas.
 const std::vector<RecordType> &record_types();
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "base/failure.h"
+#include "records/record_text.h"
 
 namespace cg
 {
@@ -25,10 +26,25 @@ TEST(Position, RefusesAnythingElse)
 
 TEST(Position, IsFoundInEveryKindOfKey)
 {
-    EXPECT_EQ(position_in({{"t_mod", 0}, {"devid", 1}, {"slotid", 3}, {"sslotid", 2}}), (Position{1, 3, 2}));
-    EXPECT_EQ(position_in({{"devid", 1}, {"slotid", 3}, {"t_sslotid", 2}, {"mod_name", "m"}}),
+    const auto position_in = [](const char *type, const Json &key) {
+        return position_of(*from_json(*record_type(type).descriptor, {{"index", key}}));
+    };
+    EXPECT_EQ(position_in("card_info", key_of({1, 3, 2})), (Position{1, 3, 2}));
+    EXPECT_EQ(position_in("app_cg_card_check_ack", {{"devid", 1}, {"slotid", 3}, {"t_sslotid", 2}}),
               (Position{1, 3, 2}));
-    EXPECT_EQ(position_in({{"t_devid", 1}, {"t_slotid", 3}, {"t_sslotid", 2}}), (Position{1, 3, 2}));
+    EXPECT_EQ(position_in("dm_set_card_custom_st", {{"t_devid", 1}, {"t_slotid", 3}, {"t_sslotid", 2}}),
+              (Position{1, 3, 2}));
+    EXPECT_EQ(position_of(CardInfoAt({1, 3, 2}).record.base), (Position{1, 3, 2}));
+}
+
+TEST(Position, IsNotInEveryRecord)
+{
+    const auto has_position = [](const char *type, const Json &fields) {
+        return position_of(*from_json(*record_type(type).descriptor, fields)).has_value();
+    };
+    EXPECT_FALSE(has_position("dp_lib_grole", Json::object())) << "a type without a key";
+    EXPECT_FALSE(has_position("card_info", Json::object())) << "a record whose key is missing";
+    EXPECT_FALSE(has_position("app_cg_mom_deny_check_result", {{"index", {{"card_tipc_nodeid", 7}}}}));
 }
 
 TEST(Position, SortsByDeviceSlotAndSubSlot)

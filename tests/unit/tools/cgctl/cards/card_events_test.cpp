@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
-#include "access/store.h"
+#include "admission/card_text.h"
+#include "forms/json_form.h"
+#include "forms/text_form.h"
 
 namespace
 {
@@ -25,8 +27,8 @@ protected:
     {
         now += 1s;
         ++revision;
-        events.take(*from_json(*record_type(type).descriptor, fields), deleted,
-                    {now, existing, {revision, {"daemon" + std::to_string(life), revision, by}}});
+        events.handle(*from_json(*record_type(type).descriptor, fields), deleted,
+                      {now, existing, {revision, {"daemon" + std::to_string(life), revision, by}}});
     }
     void card(bool online, const std::string &name = "lc", bool existing = false, bool deleted = false)
     {
@@ -48,8 +50,8 @@ protected:
     void find_request()
     {
         const Json fields{{"index", {{"devid", 1}, {"slotid", 3}}}};
-        events.take(*from_json(*record_type("app_cg_card_check_info").descriptor, fields), false,
-                    {now, true, asked});
+        events.handle(*from_json(*record_type("app_cg_card_check_info").descriptor, fields), false,
+                      {now, true, asked});
     }
     void answer(const std::string &module, int ret, bool existing = false)
     {
@@ -72,7 +74,7 @@ protected:
     {
         std::vector<std::string> result;
         for (const Event &event : std::exchange(told, {})) {
-            result.push_back(std::string(event.kind) + ' ' + event_text(event));
+            result.push_back(event_json(event)["event"].get<std::string>() + ' ' + event_text(event));
         }
         return result;
     }
@@ -90,7 +92,7 @@ TEST_F(CardEventsTest, WhatWasThereBeforeIsNoEvent)
 {
     card(true, "lc", true);
     request(true);
-    events.all_told(now);
+    events.all_received(now);
     EXPECT_THAT(texts(), IsEmpty());
     card(true, "lc", true); // told again after an outage
     find_request();
@@ -99,7 +101,7 @@ TEST_F(CardEventsTest, WhatWasThereBeforeIsNoEvent)
 
 TEST_F(CardEventsTest, ACheckIsTold)
 {
-    events.all_told(now);
+    events.all_received(now);
     card(true);
     request();
     answer("m1", 0);
@@ -118,7 +120,7 @@ TEST_F(CardEventsTest, ACheckIsTold)
 
 TEST_F(CardEventsTest, AnswersOfStrangersAreToldAsSuch)
 {
-    events.all_told(now);
+    events.all_received(now);
     card(true);
     request();
     (void)texts();
@@ -128,7 +130,7 @@ TEST_F(CardEventsTest, AnswersOfStrangersAreToldAsSuch)
 
 TEST_F(CardEventsTest, ComingAndGoingIsTold)
 {
-    events.all_told(now);
+    events.all_received(now);
     card(false);
     card(true);
     card(true, "another");
@@ -141,11 +143,11 @@ TEST_F(CardEventsTest, ComingAndGoingIsTold)
 
 TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
 {
-    events.all_told(now);
+    events.all_received(now);
     card(true);
     (void)texts();
-    events.store_lost(1, now);
-    events.store_returned(1, true, now);
+    events.store_heard({1, false}, now);
+    events.store_heard({1, true, true}, now);
     card(false, "lc", true);
     EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1; connecting again",
                                      "store the store is back, database 1",
@@ -155,13 +157,13 @@ TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
 TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
 {
     answer("m1", 0, true);
-    events.all_told(now);
+    events.all_received(now);
     card(true);
     request();
     answer("m1", 0);
     (void)texts();
-    events.store_lost(1, now);
-    events.store_returned(1, true, now);
+    events.store_heard({1, false}, now);
+    events.store_heard({1, true, true}, now);
     (void)texts();
     card(true, "lc", true);
     find_request();
@@ -174,7 +176,7 @@ TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
     EXPECT_THAT(texts(), IsEmpty()) << "written before the answers were told, and told with them";
     take("app_cg_card_check_ack", {{"index", {{"devid", 1}, {"slotid", 9}, {"mod_name", "m1"}}}}, true);
     EXPECT_THAT(texts(), IsEmpty()) << "of no card";
-    events.all_told(now);
+    events.all_received(now);
     EXPECT_THAT(texts(), IsEmpty());
 }
 
@@ -184,14 +186,14 @@ TEST_F(CardEventsTest, AnswersThatStoodBeforeListeningBeganAreNoEvents)
     request(true);
     answer("m1", 0, true);
     EXPECT_THAT(texts(), IsEmpty());
-    events.all_told(now);
+    events.all_received(now);
     answer("m1", 0);
     EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m1 PASS")) << "a live one is told, heard of or not";
 }
 
 TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
 {
-    events.all_told(now);
+    events.all_received(now);
     card(true);
     request();
     answer("m1", 0);
@@ -200,7 +202,7 @@ TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
     (void)texts();
     ++life;
     request();
-    EXPECT_EQ(told.at(0).tone, Tone::warning);
+    EXPECT_EQ(tone_of(told.at(0)), Tone::warning);
     EXPECT_THAT(texts(),
                 ElementsAre("decision 1/3/0 lc: withdrawn while waiting for m2: the daemon was started "
                             "afresh",
@@ -209,7 +211,7 @@ TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
 
 TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWithItsResult)
 {
-    events.all_told(now);
+    events.all_received(now);
     card(true);
     request();
     answer("m1", 0);
@@ -217,15 +219,15 @@ TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWithItsResult)
     request(true, gone);
     EXPECT_THAT(texts(), IsEmpty()); // its result is still to come
     result(true, true);
-    events.all_told(now);
+    events.all_received(now);
     ASSERT_EQ(told.size(), 1U);
-    EXPECT_EQ(told[0].more["decision"]["admitted"], true);
+    EXPECT_EQ(std::get<admission::Decision>(told[0].what).admitted, true);
     EXPECT_THAT(texts(), ElementsAre("decision 1/3/0 lc: passed by m1 (while the store was away)"));
 }
 
 TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
 {
-    events.all_told(now);
+    events.all_received(now);
     card(true);
     request();
     (void)texts();
@@ -237,7 +239,7 @@ TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
 TEST_F(CardEventsTest, ADaemonThatFallsSilentIsToldOnce)
 {
     events.daemon_heard(true, "", now); // before it counts as news
-    events.all_told(now);
+    events.all_received(now);
     events.daemon_heard(false, "/run/x: no\nprocess", now);
     events.daemon_heard(false, "/run/x: no\nprocess", now);
     EXPECT_EQ(event_json(told.at(0))["answers"], false);
@@ -251,7 +253,7 @@ TEST_F(CardEventsTest, ADaemonThatFallsSilentIsToldOnce)
 
 TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
 {
-    events.all_told(now);
+    events.all_received(now);
     events.heartbeat_read({now}, now);
     events.heartbeat_read({now - 1min}, now);
     events.heartbeat_read({now - 1min}, now);
@@ -263,9 +265,9 @@ TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
     EXPECT_EQ(events.health().text(now), "");
 }
 
-TEST_F(CardEventsTest, ASignOfLifeMayBeSomewhatLate)
+TEST_F(CardEventsTest, AHeartbeatMayBeSomewhatLate)
 {
-    events.all_told(now);
+    events.all_received(now);
     events.heartbeat_read({now - 44s}, now);
     events.heartbeat_read({}, now); // somebody holds the file
     EXPECT_THAT(texts(), IsEmpty());
@@ -276,7 +278,7 @@ TEST_F(CardEventsTest, ASignOfLifeMayBeSomewhatLate)
 TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
 {
     const Heartbeat gone{std::nullopt, "no history at /x\n"};
-    events.all_told(now);
+    events.all_received(now);
     events.heartbeat_read(gone, now);
     EXPECT_THAT(texts(), IsEmpty()) << "there may be no recorder at all";
     events.heartbeat_read({now}, now);
@@ -296,7 +298,7 @@ TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
 TEST_F(CardEventsTest, TheRoleIsToldWhenItChanges)
 {
     take("dp_lib_grole", {{"my_grole", 1}}, true);
-    events.all_told(now);
+    events.all_received(now);
     take("dp_lib_grole", {{"my_grole", 1}});
     take("dp_lib_grole", {{"my_grole", 2}});
     take("dp_lib_grole", {{"my_grole", 2}}, false, gone);
@@ -306,7 +308,7 @@ TEST_F(CardEventsTest, TheRoleIsToldWhenItChanges)
 
 TEST_F(CardEventsTest, TheJsonFormHasTheRecordedParts)
 {
-    events.all_told(now);
+    events.all_received(now);
     card(true);
     request();
     const Json json = event_json(told.at(1));
@@ -317,13 +319,13 @@ TEST_F(CardEventsTest, TheJsonFormHasTheRecordedParts)
                           {"name", "lc"},
                           {"meanwhile", false},
                           {"waiting_for", {"m1", "m2"}}}));
-    events.store_lost(28, now);
+    events.store_heard({28, false}, now);
     EXPECT_EQ(event_json(told.back())["card"], nullptr);
 }
 
 TEST_F(CardEventsTest, ARecordWithoutAKeyIsPassedOver)
 {
-    events.all_told(now);
+    events.all_received(now);
     for (const char *type :
          {"card_info", "app_cg_card_check_info", "app_cg_card_check_ack", "im_card_power_onoff"}) {
         take(type, Json::object());

@@ -12,10 +12,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "access/store.h"
+#include "command_line/named_record.h"
 #include "modules/module_folder.h"
-#include "records/record_text.h"
-#include "records/record_types.h"
 #include "ssat.h"
 #include "store/connection/endpoint.h"
 #include "vx_mom.h"
@@ -57,9 +55,8 @@ int32_t on_connected(void *, void *)
 
 void listen_to(vx_global_t *global, const std::string &name)
 {
-    const RecordType &type = record_type(name);
-    const MessagePtr pattern = from_json(*type.descriptor, record_with_key(type, Json::object()));
-    (void)vx_mom_subscribe(global, 1, pattern.get(), 0, on_message, nullptr);
+    const NamedRecord pattern = named_record({name, {}, {}});
+    (void)vx_mom_subscribe(global, 1, pattern.record.get(), 0, on_message, nullptr);
 }
 
 int serve(const std::string &credentials, const std::string &modules, const DaemonParts &parts)

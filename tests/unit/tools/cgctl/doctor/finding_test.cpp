@@ -1,4 +1,4 @@
-// What a check of the doctor found, as a line and as JSON.
+// What a check of the doctor found.
 #include "doctor/finding.h"
 
 #include <gtest/gtest.h>
@@ -15,24 +15,6 @@ store::Inspected error(const std::string &text)
 }
 
 } // namespace
-
-TEST(Finding, IsALineInColumns)
-{
-    EXPECT_EQ(finding_line("store", {Severity::ok, "it answers"}), "ok    store               it answers");
-    EXPECT_EQ(finding_line("users", {Severity::warn, "open\n", "`cgctl acl`"}),
-              "WARN  users               open\\n; fix: `cgctl acl`");
-    EXPECT_EQ(finding_line("a", {Severity::fail, "b"}).substr(0, 5), "FAIL ");
-    EXPECT_EQ(finding_line("a", {Severity::skipped, "b"}).substr(0, 5), "skip ");
-}
-
-TEST(Finding, IsAnObjectOfTheSecondForm)
-{
-    EXPECT_EQ(dump(finding_json("users", {Severity::skipped, "open", "close"})),
-              R"({"version":2,"name":"users","state":"skipped","found":"open","fix":"close"})");
-    EXPECT_EQ(finding_json("a", {Severity::warn, ""})["state"], "warn");
-    EXPECT_EQ(finding_json("a", {Severity::fail, ""})["state"], "fail");
-    EXPECT_EQ(finding_json("a", {Severity::ok, ""})["state"], "ok");
-}
 
 TEST(Finding, IsWellWhenThereIsNothingToFix)
 {

@@ -26,7 +26,7 @@ protected:
         plug(3);
         events.tracker().request_written({1, 2, 0}, by("p_dev.card_info:0:1:2:0"));
         events.tracker().result_written(1003, true, by("p_dev.card_info:0:1:3:0"));
-        events.all_told(now);
+        events.all_received(now);
     }
 
     // A write of the daemon while it handles this record.
@@ -60,7 +60,7 @@ protected:
         Event event;
         event.at = now;
         event.position = Position{1, 3, 0};
-        event.text = text;
+        event.what = admission::Answer{text};
         view.add(event);
     }
 
@@ -122,7 +122,7 @@ TEST_F(LiveViewTest, ADenialThatNobodySawHasTheDaemonsReason)
 {
     events.tracker().card_written({{1, 4, 0}, "lc-4", "0a", 3, 17, 0, 1004, true}, {now, true});
     events.tracker().result_written(1004, false, {now, true});
-    events.set_told_reasons({{{1, 4, 0}, "too\nhot"}, {{1, 3, 0}, "of before"}});
+    events.set_daemons_reasons({{{1, 4, 0}, "too\nhot"}, {{1, 3, 0}, "of before"}});
     press({'v', 'v'});
     EXPECT_THAT(shown(), HasSubstr("denied: too\\nhot"));
     EXPECT_THAT(shown(), Not(HasSubstr("of before"))) << "that card is passed by now";
@@ -181,7 +181,7 @@ TEST_F(LiveViewTest, MessagesAreNeverHeldBack)
     view.add_message("a record could not be read", now);
     Event lost;
     lost.at = now;
-    lost.text = "lost the store";
+    lost.what = StoreChange{28, false};
     view.add(lost);
     EXPECT_THAT(shown(), HasSubstr("a record could not be read"));
     EXPECT_THAT(shown(), HasSubstr("lost the store"));
@@ -195,11 +195,11 @@ TEST_F(LiveViewTest, WhatCannotBeBelievedStandsInFront)
     events.daemon_heard(false, "no process listens there", now);
     EXPECT_THAT(shown(), testing::StartsWith(" DAEMON SILENT since 13:48:20 | 3 cards: "));
     EXPECT_EQ(view.draw({80, 24}, now).at(1, 0).tone, Tone::bad);
-    events.store_lost(28, now);
+    events.store_heard({28, false}, now);
     now += 50s;
     EXPECT_THAT(shown(), testing::StartsWith(" STORE LOST since 13:48:20, DAEMON SILENT since 13:48:20 | "));
     EXPECT_THAT(shown(), HasSubstr("░ 200 s")) << "the bar stands still";
-    events.store_returned(28, true, now);
+    events.store_heard({28, true, true}, now);
     events.daemon_heard(true, "", now);
     EXPECT_THAT(shown(), testing::StartsWith(" 3 cards: "));
     EXPECT_THAT(shown(), HasSubstr("░ 150 s"));

@@ -9,6 +9,7 @@
 #include "access/store.h"
 #include "base/output.h"
 #include "p_libpub.pb-c.h"
+#include "records/record_types.h"
 #include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg

@@ -12,6 +12,7 @@
 #include "base/output.h"
 #include "base/text.h"
 #include "log/platform_log.h"
+#include "records/record_types.h"
 #include "store/connection/configuration.h"
 
 namespace cg
@@ -23,7 +24,7 @@ namespace
 constexpr const char *endpoint_setting = "VX_MOM_ENDPOINT";
 constexpr const char *log_setting = "VX_ZLOG";
 
-// What the server answers to somebody who may not.
+// What the server answers to who lacks the right.
 constexpr std::array refusals{"NOPERM", "NOAUTH", "WRONGPASS"};
 constexpr const char *whose_credentials = "; VX_MOM_AUTH_FILE names the file of credentials: app_cg-watch "
                                           "may see everything, app_cg-admin change it "
@@ -51,8 +52,8 @@ std::string checked_place()
 
 Store::Store(const Output &output) : output_(output), where_(checked_place())
 {
-    // What the rest of the platform has to say may not go to the daemon's log file, which the same setting
-    // may name: two processes cannot rotate one file.
+    // The platform's own log must not go to the daemon's log file, which the same setting may name: two
+    // processes cannot rotate one file.
     setenv(log_setting, "none", 1);
     try {
         loop_.emplace("cgctl");
@@ -99,96 +100,85 @@ void Store::connect(int32_t db)
     connected_.insert(db);
 }
 
-std::optional<Json> Store::read(const RecordType &type, int32_t db, const Json &key)
+std::optional<store::Record> Store::read(int32_t db, const ProtobufCMessage &key)
 {
     connect(db);
-    const MessagePtr record = from_json(*type.descriptor, record_with_key(type, key));
-    const auto found = client_->read(db, *record);
-    check(found, "read", type, db);
-    return found.value ? std::optional(to_json(*found.value->message)) : std::nullopt;
+    auto found = client_->read(db, key);
+    check(found, "read", *key.descriptor, db);
+    return std::move(found.value);
 }
 
-std::vector<Json> Store::scan(const RecordType &type, int32_t db)
-{
-    std::vector<Json> records;
-    scan(type, db, [&](store::Record &&record) { records.push_back(to_json(*record.message)); });
-    std::sort(records.begin(), records.end(), [&](const Json &a, const Json &b) {
-        // ordered_json compares objects by their values in the order of the fields.
-        return key_part(type, a) < key_part(type, b);
-    });
-    return records;
-}
-
-void Store::scan(const RecordType &type, int32_t db, const std::function<void(store::Record &&)> &each)
+bool Store::exists(int32_t db, const ProtobufCMessage &key)
 {
     connect(db);
-    const auto scanned = client_->scan(db, *type.descriptor, each);
+    const auto found = client_->exists(db, key);
+    check(found, "look for", *key.descriptor, db);
+    return found.value;
+}
+
+std::vector<store::Record> Store::scan(const ProtobufCMessageDescriptor &type)
+{
+    return scan(type, home_of(type));
+}
+
+std::vector<store::Record> Store::scan(const ProtobufCMessageDescriptor &type, int32_t db)
+{
+    connect(db);
+    std::vector<store::Record> records;
+    const auto scanned =
+        client_->scan(db, type, [&records](store::Record &&record) { records.push_back(std::move(record)); });
     check(scanned, "list", type, db);
     for (const store::LeftOut &record : scanned.value) {
         left_out_.insert(record.key);
         notice("record " + record.key + " does not decode: " + record.why);
     }
+    return records;
 }
 
-bool Store::exists(const RecordType &type, int32_t db, const Json &key)
+void Store::set(int32_t db, const ProtobufCMessage &record)
 {
     connect(db);
-    const MessagePtr record = from_json(*type.descriptor, record_with_key(type, key));
-    const auto found = client_->exists(db, *record);
-    check(found, "look for", type, db);
-    return found.value;
+    check(client_->set(db, record), "write", *record.descriptor, db);
 }
 
-void Store::set(const RecordType &type, int32_t db, const Json &record)
+void Store::set_fields(int32_t db, const ProtobufCMessage &record, std::span<const int32_t> fields)
 {
-    const MessagePtr message = from_json(*type.descriptor, record);
     connect(db);
-    check(client_->set(db, *message), "write", type, db);
+    check(client_->set_fields(db, record, fields), "write fields of", *record.descriptor, db);
 }
 
-void Store::set_fields(const RecordType &type, int32_t db, const Json &record,
-                       const std::set<int32_t> &fields)
+void Store::set_field(int32_t db, const ProtobufCMessage &record, const char *field)
 {
-    const MessagePtr message = from_json(*type.descriptor, record);
-    const std::vector<int32_t> numbers(fields.begin(), fields.end());
-    connect(db);
-    check(client_->set_fields(db, *message, numbers), "write fields of", type, db);
+    const auto *found = protobuf_c_message_descriptor_get_field_by_name(record.descriptor, field);
+    const auto number = static_cast<int32_t>(found->id);
+    set_fields(db, record, {&number, 1});
 }
 
-void Store::erase(const RecordType &type, int32_t db, const Json &key)
+void Store::erase(int32_t db, const ProtobufCMessage &key)
 {
-    const MessagePtr record = from_json(*type.descriptor, record_with_key(type, key));
     connect(db);
-    check(client_->erase(db, *record), "delete", type, db);
+    check(client_->erase(db, key), "delete", *key.descriptor, db);
 }
 
-void Store::erase_matching(const RecordType &type, int32_t db, const Json &key, int32_t key_count)
+void Store::erase_matching(int32_t db, const ProtobufCMessage &key, int32_t key_count)
 {
-    const MessagePtr record = from_json(*type.descriptor, record_with_key(type, key));
     connect(db);
-    check(client_->erase_matching(db, *record, key_count), "delete", type, db);
+    check(client_->erase_matching(db, key, key_count), "delete", *key.descriptor, db);
 }
 
-void Store::check(const store::Status &status, const char *what, const RecordType &type, int32_t db) const
+void Store::check(const store::Status &status, const char *what, const ProtobufCMessageDescriptor &type,
+                  int32_t db) const
 {
     if (status.code == -EBADMSG) {
         throw Failure(failed, "the record does not decode: " + visible(status.reason));
     }
     if (!status) {
-        throw Failure(failed, std::string("could not ") + what + ' ' + type.name() + " in database " +
+        throw Failure(failed, std::string("could not ") + what + ' ' + type.name + " in database " +
                                   std::to_string(db) + " of " + where_ + ' ' + reason(status));
     }
 }
 
-Json Store::with_left_out(Json shown) const
-{
-    if (!left_out_.empty()) {
-        shown["left_out"] = left_out_;
-    }
-    return shown;
-}
-
-int Store::tell_left_out() const
+int Store::report_left_out() const
 {
     if (left_out_.empty()) {
         return done;
@@ -198,11 +188,6 @@ int Store::tell_left_out() const
         (left_out_.size() == 1 ? " record that does not decode is" : " records that do not decode are") +
         " left out");
     return failed;
-}
-
-Json record_with_key(const RecordType &type, const Json &key)
-{
-    return type.index == nullptr ? Json::object() : Json{{type.index->name, key}};
 }
 
 } // namespace cg
