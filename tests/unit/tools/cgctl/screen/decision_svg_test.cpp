@@ -55,7 +55,7 @@ TEST_F(PictureTest, IsWholeAndSaysWhatIsWhat)
                                "<title>2023-11-15 12:00: 1 admitted by time-out</title></rect>"));
     EXPECT_THAT(svg, HasSubstr("<title>2023-11-15 12:00:01: &lt;script&gt;&amp;&quot;</title>"));
     EXPECT_THAT(svg, HasSubstr("prefers-color-scheme: dark"));
-    EXPECT_THAT(svg, HasSubstr(">S admitted by time-out</text>"));
+    EXPECT_THAT(svg, HasSubstr(">T admitted by time-out</text>"));
     EXPECT_THAT(svg, Not(HasSubstr("<script>")));
     EXPECT_THAT(svg, Not(HasSubstr("href")));
 }
