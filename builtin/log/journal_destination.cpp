@@ -6,8 +6,8 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <memory>
 #include <system_error>
-#include <utility>
 
 #include <syslog.h>
 #include <unistd.h>
@@ -40,6 +40,18 @@ int journal_priority(int32_t level)
     return level >= 40 ? LOG_INFO : LOG_DEBUG;
 }
 
+std::string journal_entry(const std::string &module, const LogRecord &record)
+{
+    std::string entry;
+    append_journal_field(entry, "MESSAGE", record.text.substr(0, longest_text));
+    append_journal_field(entry, "PRIORITY", std::to_string(journal_priority(record.level)));
+    append_journal_field(entry, "SYSLOG_IDENTIFIER", module);
+    append_journal_field(entry, "CODE_FILE", record.file);
+    append_journal_field(entry, "CODE_LINE", std::to_string(record.line));
+    append_journal_field(entry, "CODE_FUNC", record.function);
+    return entry;
+}
+
 } // namespace
 
 void append_journal_field(std::string &entry, std::string_view name, std::string_view value)
@@ -57,24 +69,15 @@ void append_journal_field(std::string &entry, std::string_view name, std::string
     entry += '\n';
 }
 
-JournalDestination::JournalDestination(std::string module)
-    : module_(std::move(module)), socket_(open_datagram_socket())
+LogDestination open_journal(const std::string &module)
 {
     if (access(journal_socket, W_OK) != 0) {
         throw std::system_error(errno, std::generic_category(), journal_socket);
     }
-}
-
-void JournalDestination::write(const LogRecord &record)
-{
-    std::string entry;
-    append_journal_field(entry, "MESSAGE", record.text.substr(0, longest_text));
-    append_journal_field(entry, "PRIORITY", std::to_string(journal_priority(record.level)));
-    append_journal_field(entry, "SYSLOG_IDENTIFIER", module_);
-    append_journal_field(entry, "CODE_FILE", record.file);
-    append_journal_field(entry, "CODE_LINE", std::to_string(record.line));
-    append_journal_field(entry, "CODE_FUNC", record.function);
-    (void)send_datagram(socket_, journal_socket, entry);
+    const auto socket = std::make_shared<const Descriptor>(open_datagram_socket());
+    return [module, socket](const LogRecord &record) {
+        (void)send_datagram(*socket, journal_socket, journal_entry(module, record));
+    };
 }
 
 } // namespace platform

@@ -6,22 +6,13 @@
 #include <string_view>
 
 #include "log/log_record.h"
-#include "loop/descriptor.h"
 
 namespace platform
 {
 
-class JournalDestination final : public LogDestination
-{
-public:
-    // module  who logs, SYSLOG_IDENTIFIER in the journal. Throws std::system_error where there is no journal.
-    explicit JournalDestination(std::string module);
-    void write(const LogRecord &record) override;
-
-private:
-    std::string module_;
-    Descriptor socket_;
-};
+// Opens the journal for the records of a module, which is SYSLOG_IDENTIFIER there. Throws std::system_error
+// where there is no journal.
+LogDestination open_journal(const std::string &module);
 
 // Appends one field to an entry. A value of several lines goes with its length before it.
 void append_journal_field(std::string &entry, std::string_view name, std::string_view value);

@@ -5,7 +5,6 @@
 #include "log/log_destination.h"
 
 #include <cerrno>
-#include <charconv>
 #include <limits>
 #include <mutex>
 #include <stdexcept>
@@ -21,6 +20,7 @@
 
 #include "log/journal_destination.h"
 #include "loop/descriptor.h"
+#include "loop/number.h"
 #include "loop/standard_descriptors.h"
 
 namespace platform
@@ -81,48 +81,36 @@ private:
 
 constexpr size_t room_for_the_rest = 48; // level, line number, separators
 
+void write_line(spdlog::logger &logger, const LogRecord &record)
+{
+    std::string text;
+    text.reserve(logger.name().size() + record.file.size() + record.function.size() + record.text.size() +
+                 room_for_the_rest);
+    text.append(log_level_name(record.level));
+    text.append(" ").append(logger.name()).append(" ").append(record.file).append(":");
+    text.append(std::to_string(record.line)).append(" ").append(record.function).append(": ");
+    text.append(record.text);
+    logger.log(spdlog::level::info, spdlog::string_view_t(text));
+}
+
 // One line per record, on a sink of spdlog.
-class LineDestination final : public LogDestination
+LogDestination open_lines(const std::string &module, spdlog::sink_ptr sink)
 {
-public:
-    LineDestination(const std::string &module, spdlog::sink_ptr sink) : logger_(module, std::move(sink))
-    {
-        logger_.set_level(spdlog::level::trace);
-        logger_.flush_on(spdlog::level::trace);
-        logger_.set_pattern("%Y-%m-%d %H:%M:%S.%e%z %v");
-    }
-    void write(const LogRecord &record) override
-    {
-        std::string text;
-        text.reserve(logger_.name().size() + record.file.size() + record.function.size() +
-                     record.text.size() + room_for_the_rest);
-        text.append(log_level_name(record.level));
-        text.append(" ").append(logger_.name()).append(" ").append(record.file).append(":");
-        text.append(std::to_string(record.line)).append(" ").append(record.function).append(": ");
-        text.append(record.text);
-        logger_.log(spdlog::level::info, spdlog::string_view_t(text));
-    }
+    const auto logger = std::make_shared<spdlog::logger>(module, std::move(sink));
+    logger->set_level(spdlog::level::trace);
+    logger->flush_on(spdlog::level::trace);
+    logger->set_pattern("%Y-%m-%d %H:%M:%S.%e%z %v");
+    return [logger](const LogRecord &record) { write_line(*logger, record); };
+}
 
-private:
-    spdlog::logger logger_;
-};
-
-class NoDestination final : public LogDestination
+size_t number_in(std::string_view text, int64_t least, int64_t most)
 {
-public:
-    void write(const LogRecord & /*record*/) override {}
-};
-
-size_t number_in(std::string_view text, size_t least, size_t most)
-{
-    size_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc{} || stopped != end || number < least || number > most) {
+    const auto number = whole_number(text, least, most);
+    if (!number) {
         throw std::invalid_argument("'" + std::string(text) + "' is not a whole number from " +
                                     std::to_string(least) + " to " + std::to_string(most));
     }
-    return number;
+    return static_cast<size_t>(*number);
 }
 
 // Takes the text up to the next colon off the front.
@@ -134,7 +122,7 @@ std::string_view next_part(std::string_view &text)
     return part;
 }
 
-std::unique_ptr<LogDestination> open_file(std::string_view description, const std::string &module)
+LogDestination open_file(std::string_view description, const std::string &module)
 {
     const std::string path{next_part(description)};
     if (!path.starts_with('/')) {
@@ -148,26 +136,25 @@ std::unique_ptr<LogDestination> open_file(std::string_view description, const st
     if (!description.empty()) {
         files = number_in(description, 0, 1000);
     }
-    auto sink = std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, max_bytes, files);
-    return std::make_unique<LineDestination>(module, std::move(sink));
+    return open_lines(module, std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, max_bytes, files));
 }
 
 } // namespace
 
-std::unique_ptr<LogDestination> open_log_destination(const std::string &where, const std::string &module)
+LogDestination open_log_destination(const std::string &where, const std::string &module)
 {
     constexpr std::string_view file = "file:";
     if (where == "stderr") {
-        return std::make_unique<LineDestination>(module, std::make_shared<StandardErrorSink>());
+        return open_lines(module, std::make_shared<StandardErrorSink>());
     }
     if (where.starts_with(file)) {
         return open_file(std::string_view(where).substr(file.size()), module);
     }
     if (where == "journal") {
-        return std::make_unique<JournalDestination>(module);
+        return open_journal(module);
     }
     if (where == "none") {
-        return std::make_unique<NoDestination>();
+        return {};
     }
     throw std::invalid_argument("expected stderr, file:/path[:max_bytes[:files]], journal or none");
 }

@@ -2,7 +2,6 @@
 #ifndef LOG_LOG_DESTINATION_H
 #define LOG_LOG_DESTINATION_H
 
-#include <memory>
 #include <string>
 
 #include "log/log_record.h"
@@ -12,7 +11,7 @@ namespace platform
 
 // Opens the destination that the text names (see vx_zlog.cpp) for the records of a module. Throws
 // std::exception with a text for the operator when it cannot be written to, or is none.
-std::unique_ptr<LogDestination> open_log_destination(const std::string &where, const std::string &module);
+LogDestination open_log_destination(const std::string &where, const std::string &module);
 
 } // namespace platform
 

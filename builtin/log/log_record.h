@@ -1,8 +1,9 @@
-// A log record, and whatever it can be handed to.
+// A log record, and what it is handed to.
 #ifndef LOG_LOG_RECORD_H
 #define LOG_LOG_RECORD_H
 
 #include <cstdint>
+#include <functional>
 #include <string_view>
 
 namespace platform
@@ -16,17 +17,8 @@ struct LogRecord {
     int32_t level;
 };
 
-class LogDestination
-{
-public:
-    LogDestination() = default;
-    virtual ~LogDestination() = default;
-    LogDestination(const LogDestination &) = delete;
-    LogDestination &operator=(const LogDestination &) = delete;
-
-    // Hands one record to the system. A record that cannot be written is lost.
-    virtual void write(const LogRecord &record) = 0;
-};
+// Hands one record to the system. A record that cannot be written is lost. Empty: nowhere.
+using LogDestination = std::function<void(const LogRecord &)>;
 
 } // namespace platform
 

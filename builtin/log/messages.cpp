@@ -1,33 +1,28 @@
 // Where a part of the platform says what happens to it; see the header.
 #include "log/messages.h"
 
-#include <array>
+#include <cassert>
 #include <cstdarg>
-#include <cstdio>
 #include <utility>
-
-#include "log/text.h"
 
 namespace platform
 {
 
 void Messages::write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
 {
-    std::array<char, 1024> text{};
     va_list values;
     va_start(values, format);
-    (void)std::vsnprintf(text.data(), text.size(), format, values);
+    const std::string text = log_text(format, values);
     va_end(values);
-    const std::string shown = visible(text.data());
     if (call_ != nullptr) {
-        call_->last_ = shown;
+        call_->last_ = text;
     }
     if (!handler_) {
-        log_write(file, func, line, level, "%s", text.data());
+        log_line(file, func, line, level, text);
     } else if (call_ != nullptr) {
-        call_->said_.emplace_back(level, shown);
+        call_->said_.emplace_back(level, text);
     } else {
-        handler_(level, shown);
+        handler_(level, text);
     }
 }
 
@@ -45,6 +40,7 @@ Messages::DuringCall::DuringCall(Messages &messages)
 
 Messages::DuringCall::~DuringCall()
 {
+    assert(messages_.call_ == this); // else a reason would be given with another call's failure
     messages_.call_ = around_;
     for (const auto &[level, text] : said_) {
         messages_.handler_(level, text);

@@ -1,8 +1,6 @@
 // The built-in platform's own log records; see the header for where they go and why.
 #include "log/platform_log.h"
 
-#include <array>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
@@ -38,20 +36,29 @@ void tell_starter(const std::string &text)
     (void)std::fprintf(stderr, "%s\n", visible(text).c_str());
 }
 
-void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
+std::string log_text(const char *format, va_list values)
 {
-    std::array<char, 1024> text{};
-    va_list values;
-    va_start(values, format);
-    (void)std::vsnprintf(text.data(), text.size(), format, values);
-    va_end(values);
-    const std::string shown = visible(text.data());
+    constexpr size_t longest = 1023;
+    return visible(formatted(format, values).value_or("").substr(0, longest));
+}
+
+void log_line(const char *file, const char *func, long line, int32_t level, const std::string &text)
+{
     const char *name = base_name(file);
     if (category() == nullptr) {
-        (void)std::fprintf(stderr, "%s:%ld %s: %s\n", name, line, func, shown.c_str());
+        (void)std::fprintf(stderr, "%s:%ld %s: %s\n", name, line, func, text.c_str());
         return;
     }
-    vxcg_zlog(category(), name, std::strlen(name), func, std::strlen(func), line, level, "%s", shown.c_str());
+    vxcg_zlog(category(), name, std::strlen(name), func, std::strlen(func), line, level, "%s", text.c_str());
+}
+
+void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    const std::string text = log_text(format, values);
+    va_end(values);
+    log_line(file, func, line, level, text);
 }
 
 } // namespace platform

@@ -5,6 +5,7 @@
 #ifndef LOG_PLATFORM_LOG_H
 #define LOG_PLATFORM_LOG_H
 
+#include <cstdarg>
 #include <cstdint>
 #include <string>
 
@@ -17,6 +18,13 @@ enum LogLevel : int32_t { log_info = 40, log_notice = 60, log_warn = 80, log_err
 
 // Makes log_write() write into the log of the named module from now on.
 void log_open(const std::string &module);
+
+// The text of a record: formatted as vprintf does, at most 1023 bytes of it, control characters made visible.
+__attribute__((format(printf, 1, 0))) std::string log_text(const char *format, va_list values);
+
+// Writes one record with a text that log_text() made. file, func, line: the place in the source that writes
+// it; level: of enum LogLevel.
+void log_line(const char *file, const char *func, long line, int32_t level, const std::string &text);
 
 // Writes one record: `format` as printf's. Control characters in the finished text are made visible, so that
 // stored bytes cannot forge a line. Use PLATFORM_LOG, which fills in the place.

@@ -25,7 +25,7 @@
 
 struct vx_zlog_category {
     std::string module;
-    std::unique_ptr<platform::LogDestination> destination;
+    platform::LogDestination destination;
 };
 
 namespace
@@ -66,7 +66,8 @@ try {
 void vxcg_zlog(vx_zlog_category_t *category, const char *file, size_t file_len, const char *func,
                size_t func_len, long line, int32_t level, const char *format, ...)
 try {
-    if (category == nullptr || file == nullptr || func == nullptr || format == nullptr) {
+    if (category == nullptr || !category->destination || file == nullptr || func == nullptr ||
+        format == nullptr) {
         return;
     }
     va_list values;
@@ -77,7 +78,7 @@ try {
         return;
     }
     const std::string shown = platform::visible(platform::without_line_break(*text));
-    category->destination->write({{file, file_len}, {func, func_len}, shown, line, level});
+    category->destination({{file, file_len}, {func, func_len}, shown, line, level});
 } catch (const std::exception &) {
     return; // a record is never worth the daemon
 }

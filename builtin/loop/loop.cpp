@@ -154,44 +154,23 @@ bool Loop::is_stopping() const noexcept
     return is_ending(context_);
 }
 
-int32_t loop_run(vx_global_t *global)
-{
-    return global == nullptr ? -EINVAL : run_context(global);
-}
-
-void loop_end(vx_global_t *global)
-{
-    end_context(global);
-}
-
 struct Wake::Parts {
-    vx_global_t *context;
-    std::function<void()> handle;
     Descriptor fd;
-    Event ev;
-
-    static void on_call(evutil_socket_t fd, short /*what*/, void *arg)
-    {
-        eventfd_t count = 0;
-        (void)eventfd_read(fd, &count);
-        const auto *self = static_cast<const Parts *>(arg);
-        call_handler(self->context, self->handle);
-    }
+    Watch watch;
 };
 
 Wake::Wake(vx_global_t *global, std::function<void()> handle) : parts_(std::make_unique<Parts>())
 {
-    parts_->context = global;
-    parts_->handle = std::move(handle);
     parts_->fd.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!parts_->fd) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
     }
-    parts_->ev.reset(event_new(event_base_of(global), parts_->fd.get(), EV_READ | EV_PERSIST, Parts::on_call,
-                               parts_.get()));
-    if (!parts_->ev || event_add(parts_->ev.get(), nullptr) != 0) {
-        throw std::system_error(EIO, std::generic_category(), "the loop takes no wake-up");
-    }
+    const int fd = parts_->fd.get();
+    parts_->watch = Watch(global, fd, Watch::Until::readable, [fd, handle = std::move(handle)] {
+        eventfd_t count = 0;
+        (void)eventfd_read(fd, &count);
+        handle();
+    });
 }
 
 Wake::~Wake() = default;

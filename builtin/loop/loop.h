@@ -115,20 +115,12 @@ private:
     vx_global_t *context_;
 };
 
-// Runs the loop as vx_global_run() does, but leaves all signals to the program. Ends by loop_end() only.
-// Returns 0, or negative when it could not run, or ended by what a handler threw.
-int32_t loop_run(vx_global_t *global);
-
-// Ends the loop, however it was started, once the callback that calls this has returned. For the loop's
-// thread.
-void loop_end(vx_global_t *global);
-
 // A call that any thread, or a signal handler, has made on the loop.
 class Wake
 {
 public:
     // handle  called on the loop's thread after call(), once for all calls since it was last called.
-    // Throws std::system_error or std::bad_alloc. The context outlives the object.
+    // Throws std::runtime_error or std::bad_alloc. The context outlives the object.
     Wake(vx_global_t *global, std::function<void()> handle);
     ~Wake();
     Wake(const Wake &) = delete;

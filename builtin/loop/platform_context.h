@@ -60,6 +60,7 @@ public:
 private:
     vx_global_t *global_;
     Activity around_;
+    const Handling *outer_;
 };
 
 // Runs the loop until end_context(), signals or not. Returns 0, or negative when it could not run, or was

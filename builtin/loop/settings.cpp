@@ -1,12 +1,11 @@
 // Configuration of the built-in platform.
 //
-// The file is read anew at each question: there are a dozen of them, all at start-up, and a copy kept in
+// The file is read again at each question: there are a dozen of them, all at start-up, and a copy kept in
 // memory would need a rule for when it is stale. No shell syntax (quotes, variables) is understood, so that
 // nobody expects all of it.
 #include "loop/settings.h"
 
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -15,6 +14,8 @@
 #include <set>
 #include <string_view>
 #include <utility>
+
+#include "loop/number.h"
 
 namespace
 {
@@ -43,7 +44,7 @@ std::function<void(const std::string &)> &listener()
     return present;
 }
 
-// The file is read once per setting, but an operator wants to be told of a mistake only once.
+// The file is read once per setting, but an operator wants to read of a mistake only once.
 void report_once(const std::string &message)
 {
     static std::set<std::string> reported;
@@ -85,15 +86,6 @@ std::string value_in_file(const std::string &path, std::string_view name)
     return value;
 }
 
-std::optional<int64_t> parse_number(const std::string &text, platform::Bounds bounds)
-{
-    int64_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, number);
-    const bool whole = error == std::errc{} && stopped == end;
-    return whole && number >= bounds.least && number <= bounds.most ? std::optional(number) : std::nullopt;
-}
-
 std::string no_number(const char *name, const std::string &text, platform::Bounds bounds)
 {
     return std::string(name) + "=" + text + ": not a whole number from " + std::to_string(bounds.least) +
@@ -121,7 +113,7 @@ int64_t setting_number(const char *name, int64_t fallback, int64_t least, int64_
     if (text.empty()) {
         return fallback;
     }
-    const std::optional<int64_t> number = parse_number(text, {least, most});
+    const std::optional<int64_t> number = whole_number(text, least, most);
     if (!number) {
         report_once("platform: " + no_number(name, text, {least, most}) + ", " + std::to_string(fallback) +
                     " is used");
@@ -132,7 +124,7 @@ int64_t setting_number(const char *name, int64_t fallback, int64_t least, int64_
 std::string number_problem(const char *name, Bounds bounds)
 {
     const std::string text = setting(name, "");
-    return text.empty() || parse_number(text, bounds) ? "" : no_number(name, text, bounds);
+    return text.empty() || whole_number(text, bounds.least, bounds.most) ? "" : no_number(name, text, bounds);
 }
 
 void tell_setting_mistakes(std::function<void(const std::string &)> new_listener)

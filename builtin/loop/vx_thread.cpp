@@ -11,6 +11,7 @@
 #include "vx_thread.h"
 
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <csignal>
 #include <list>
@@ -71,6 +72,7 @@ struct vx_global {
     bool ending = false;
     std::exception_ptr failure; // what a handler threw
     platform::Activity activity;
+    const platform::Handling *handling = nullptr; // the innermost
     EventBase base;
     std::list<Timer> timers; // armed ones only
     std::array<std::shared_ptr<void>, slot_count> slots;
@@ -84,6 +86,7 @@ namespace
 void timer_due(evutil_socket_t /*fd*/, short /*what*/, void *arg) noexcept
 {
     auto *timer = static_cast<Timer *>(arg);
+    assert(&*timer->place == timer); // another timer would leave the list, and fire after its end
     std::list<Timer> entered;
     entered.splice(entered.begin(), timer->owner->timers, timer->place);
     const platform::Handling handling(timer->owner, {platform::Activity::Kind::timer});
@@ -177,6 +180,7 @@ void vx_thread_cancel(vx_thread_t *t)
 {
     if (t != nullptr) {
         const auto *timer = static_cast<Timer *>(t);
+        assert(&*timer->place == timer);
         timer->owner->timers.erase(timer->place);
     }
 }
@@ -195,6 +199,7 @@ int32_t run_context(vx_global_t *global)
         return -EBUSY;
     }
     int result = 0;
+    assert(!global->failure || global->ending); // else what a handler threw would be lost in this run
     global->running = true;
     if (!global->ending) {
         result = event_base_loop(global->base.get(), EVLOOP_NO_EXIT_ON_EMPTY);
@@ -216,12 +221,15 @@ const Activity &activity_of(const vx_global_t *global) noexcept
 }
 
 Handling::Handling(vx_global_t *global, const Activity &activity) noexcept
-    : global_(global), around_(std::exchange(global->activity, activity))
+    : global_(global), around_(std::exchange(global->activity, activity)),
+      outer_(std::exchange(global->handling, this))
 {
 }
 
 Handling::~Handling()
 {
+    assert(global_->handling == this); // else writes would name the wrong cause from here on
+    global_->handling = outer_;
     global_->activity = around_;
 }
 

@@ -2,12 +2,10 @@
 #include "process/service_notice.h"
 
 #include <cerrno>
-#include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <system_error>
 
@@ -15,6 +13,7 @@
 
 #include "log/unix_datagram.h"
 #include "loop/libevent_handles.h"
+#include "loop/number.h"
 #include "loop/platform_context.h"
 
 namespace platform
@@ -27,14 +26,6 @@ std::string_view text_of(const char *name)
 {
     const char *value = getenv(name);
     return value == nullptr ? std::string_view{} : std::string_view(value);
-}
-
-std::optional<int64_t> number_of(std::string_view text)
-{
-    int64_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc{} && stopped == end ? std::optional(number) : std::nullopt;
 }
 
 // Nobody at the other end of NOTIFY_SOCKET is as good as no socket at all.
@@ -122,8 +113,8 @@ int register_service() noexcept
 std::optional<std::chrono::microseconds> watchdog_interval()
 {
     const std::string_view whose = text_of("WATCHDOG_PID");
-    const std::optional<int64_t> interval = number_of(text_of("WATCHDOG_USEC"));
-    if (!interval || *interval <= 0 || (!whose.empty() && number_of(whose) != int64_t{getpid()})) {
+    const std::optional<int64_t> interval = whole_number(text_of("WATCHDOG_USEC"));
+    if (!interval || *interval <= 0 || (!whose.empty() && whole_number(whose) != int64_t{getpid()})) {
         return std::nullopt;
     }
     return std::chrono::microseconds(*interval);

@@ -13,7 +13,7 @@
 namespace platform
 {
 
-// Tells the manager that NOTIFY_SOCKET names of a state: assignments such as "READY=1", one on each line.
+// Notifies the manager that NOTIFY_SOCKET names of a state: assignments such as "READY=1", one on each line.
 // Returns 0, also when NOTIFY_SOCKET is not set or empty; otherwise a negative errno, -ENOENT or
 // -ECONNREFUSED when nobody listens there.
 int notify_manager(std::string_view state) noexcept;
@@ -24,8 +24,8 @@ int notify_manager(std::string_view state) noexcept;
 // standard error.
 int register_service() noexcept;
 
-// The time within which the manager wants a sign of life; none when it wants none of this process, which
-// WATCHDOG_USEC and WATCHDOG_PID tell.
+// The time within which the manager wants a heartbeat; none when it wants none of this process, as
+// WATCHDOG_USEC and WATCHDOG_PID say.
 std::optional<std::chrono::microseconds> watchdog_interval();
 
 } // namespace platform

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -17,8 +16,8 @@
 #include <unistd.h>
 
 #include "loop/descriptor.h"
+#include "loop/number.h"
 #include "shell/protocol.h"
-#include "shell/socket.h"
 
 namespace ssat
 {
@@ -183,17 +182,6 @@ pid_t Exchange::peer()
     return credentials.pid;
 }
 
-int32_t number_in(const std::string &text)
-{
-    int32_t number = 0;
-    const char *end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, number);
-    if (error != std::errc{} || stopped != end) {
-        throw Error(Failure::broken, "the answer's result is not a number");
-    }
-    return number;
-}
-
 } // namespace
 
 Error::Error(Failure failure, const std::string &message) : std::runtime_error(message), failure_(failure) {}
@@ -207,7 +195,11 @@ Reply run(const std::string &socket_path, const std::string &module, const std::
     if (fields.size() != 4) {
         throw Error(Failure::broken, socket_path + ": the answer is not that to a command");
     }
-    return {number_in(fields[0]), std::move(fields[1]), std::move(fields[2]), fields[3] != "whole"};
+    const auto result = platform::whole_number(fields[0], INT32_MIN, INT32_MAX);
+    if (!result) {
+        throw Error(Failure::broken, socket_path + ": the answer's result is not a number");
+    }
+    return {static_cast<int32_t>(*result), std::move(fields[1]), std::move(fields[2]), fields[3] != "whole"};
 }
 
 pid_t process_at(const std::string &socket_path, std::chrono::milliseconds timeout)

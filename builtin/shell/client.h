@@ -13,7 +13,7 @@
 
 #include <sys/types.h>
 
-#include "shell/path.h"
+#include "shell/socket.h"
 
 namespace ssat
 {

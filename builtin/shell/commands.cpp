@@ -29,28 +29,20 @@ int32_t call_with(ssat_handler_f handler, const Values &values, std::index_seque
     return typed(values[Index]...);
 }
 
+// One for each number of arguments.
+template <size_t... Count>
+constexpr auto callers_for(std::index_sequence<Count...> /*counts*/)
+{
+    using Caller = int32_t (*)(ssat_handler_f, const Values &);
+    return std::array<Caller, sizeof...(Count)>{[](ssat_handler_f handler, const Values &values) {
+        return call_with(handler, values, std::make_index_sequence<Count>{});
+    }...};
+}
+
 int32_t call(ssat_handler_f handler, const Values &values)
 {
-    switch (values.size()) {
-    case 0:
-        return call_with(handler, values, std::make_index_sequence<0>{});
-    case 1:
-        return call_with(handler, values, std::make_index_sequence<1>{});
-    case 2:
-        return call_with(handler, values, std::make_index_sequence<2>{});
-    case 3:
-        return call_with(handler, values, std::make_index_sequence<3>{});
-    case 4:
-        return call_with(handler, values, std::make_index_sequence<4>{});
-    case 5:
-        return call_with(handler, values, std::make_index_sequence<5>{});
-    case 6:
-        return call_with(handler, values, std::make_index_sequence<6>{});
-    case 7:
-        return call_with(handler, values, std::make_index_sequence<7>{});
-    default:
-        return call_with(handler, values, std::make_index_sequence<max_arguments>{});
-    }
+    static constexpr auto callers = callers_for(std::make_index_sequence<max_arguments + 1>{});
+    return callers.at(values.size())(handler, values);
 }
 
 bool can_be_typed(std::string_view name)

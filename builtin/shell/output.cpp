@@ -2,6 +2,7 @@
 #include "shell/output.h"
 
 #include <array>
+#include <cassert>
 #include <climits>
 #include <cstdio>
 
@@ -118,6 +119,7 @@ Printed OutputLoan::take_back()
 
 Printed OutputLoan::take_memory()
 {
+    assert(!memory_ || memory_.get() > STDERR_FILENO); // the program would print over what was lent
     if (!memory_) {
         return {"", whereabouts_of_standard_output(), true};
     }

@@ -6,6 +6,7 @@
 // every table.
 #include "shell/server.h"
 
+#include <cassert>
 #include <cerrno>
 #include <string_view>
 #include <utility>
@@ -54,46 +55,6 @@ struct Shell::Connection {
     bool answered = false;
 };
 
-struct Shell::Callbacks {
-    static void accepted(evconnlistener * /*listener*/, evutil_socket_t fd, sockaddr * /*peer*/, int /*size*/,
-                         void *shell) noexcept
-    {
-        static_cast<Shell *>(shell)->accept(fd);
-    }
-    static void cannot_accept(evconnlistener * /*listener*/, void *arg) noexcept
-    {
-        auto *shell = static_cast<Shell *>(arg);
-        shell->pause();
-        evtimer_add(shell->resume_later_.get(), &pause_without_descriptors);
-    }
-    static void pause_is_over(evutil_socket_t /*fd*/, short /*what*/, void *shell) noexcept
-    {
-        static_cast<Shell *>(shell)->resume();
-    }
-    static void readable(bufferevent * /*buffer*/, void *arg) noexcept
-    {
-        auto *connection = static_cast<Connection *>(arg);
-        connection->shell->read_request(*connection);
-    }
-    static void written(bufferevent * /*buffer*/, void *arg) noexcept
-    {
-        auto *connection = static_cast<Connection *>(arg);
-        if (connection->answered) {
-            connection->shell->hang_up(*connection);
-        }
-    }
-    static void broken(bufferevent * /*buffer*/, short /*what*/, void *arg) noexcept
-    {
-        auto *connection = static_cast<Connection *>(arg);
-        connection->shell->hang_up(*connection);
-    }
-    static void overdue(evutil_socket_t /*fd*/, short /*what*/, void *arg) noexcept
-    {
-        auto *connection = static_cast<Connection *>(arg);
-        connection->shell->hang_up(*connection);
-    }
-};
-
 Shell::Shell(event_base *base, std::string module, timeval deadline)
     : base_(base), module_(std::move(module)), deadline_(deadline),
       original_output_(identity_of(STDOUT_FILENO))
@@ -108,14 +69,23 @@ int32_t Shell::open(const std::string &path)
     if (!socket_.open(path, error)) {
         return -error;
     }
-    resume_later_.reset(evtimer_new(base_, Callbacks::pause_is_over, this));
+    const auto pause_is_over = [](evutil_socket_t, short, void *shell) noexcept {
+        static_cast<Shell *>(shell)->resume();
+    };
+    const auto accepted = [](evconnlistener *, evutil_socket_t client, sockaddr *, int,
+                             void *shell) noexcept { static_cast<Shell *>(shell)->accept(client); };
+    const auto cannot_accept = [](evconnlistener *, void *arg) noexcept {
+        auto *shell = static_cast<Shell *>(arg);
+        shell->pause();
+        evtimer_add(shell->resume_later_.get(), &pause_without_descriptors);
+    };
+    resume_later_.reset(evtimer_new(base_, pause_is_over, this));
     // The socket listens already (backlog 0) and stays the socket file's to close.
-    listener_.reset(
-        evconnlistener_new(base_, Callbacks::accepted, this, LEV_OPT_CLOSE_ON_EXEC, 0, socket_.fd()));
+    listener_.reset(evconnlistener_new(base_, accepted, this, LEV_OPT_CLOSE_ON_EXEC, 0, socket_.fd()));
     if (!resume_later_ || !listener_) {
         return -ENOMEM;
     }
-    evconnlistener_set_error_cb(listener_.get(), Callbacks::cannot_accept);
+    evconnlistener_set_error_cb(listener_.get(), cannot_accept);
     return 0;
 }
 
@@ -135,7 +105,18 @@ bool Shell::serve(int fd)
     Connection &connection = fresh.front();
     connection.shell = this;
     connection.place = fresh.begin();
-    connection.deadline.reset(evtimer_new(base_, Callbacks::overdue, &connection));
+    const auto overdue = [](evutil_socket_t, short, void *arg) noexcept { hang_up(arg); };
+    const auto broken = [](bufferevent *, short, void *arg) noexcept { hang_up(arg); };
+    const auto readable = [](bufferevent *, void *arg) noexcept {
+        auto *asking = static_cast<Connection *>(arg);
+        asking->shell->read_request(*asking);
+    };
+    const auto written = [](bufferevent *, void *arg) noexcept {
+        if (static_cast<Connection *>(arg)->answered) {
+            hang_up(arg);
+        }
+    };
+    connection.deadline.reset(evtimer_new(base_, overdue, &connection));
     if (!connection.deadline || evtimer_add(connection.deadline.get(), &deadline_) != 0) {
         return false;
     }
@@ -143,8 +124,7 @@ bool Shell::serve(int fd)
     if (!connection.buffer) {
         return false;
     }
-    bufferevent_setcb(connection.buffer.get(), Callbacks::readable, Callbacks::written, Callbacks::broken,
-                      &connection);
+    bufferevent_setcb(connection.buffer.get(), readable, written, broken, &connection);
     bufferevent_setwatermark(connection.buffer.get(), EV_READ, header_size, header_size + max_request_size);
     bufferevent_enable(connection.buffer.get(), EV_READ | EV_WRITE);
     connections_.splice(connections_.end(), fresh);
@@ -181,6 +161,7 @@ void Shell::read_request(Connection &connection)
 
 void Shell::answer(Connection &connection, const Fields &reply)
 {
+    assert(!connection.answered); // a second reply would be read as a part of the first one
     connection.answered = true;
     evtimer_add(connection.deadline.get(), &deadline_); // the handler's time is not the client's
     const std::string frame = encode(reply);
@@ -188,10 +169,12 @@ void Shell::answer(Connection &connection, const Fields &reply)
     bufferevent_write(connection.buffer.get(), frame.data(), frame.size());
 }
 
-void Shell::hang_up(Connection &connection)
+void Shell::hang_up(void *connection)
 {
-    connections_.erase(connection.place);
-    resume();
+    const auto *ended = static_cast<Connection *>(connection);
+    Shell &shell = *ended->shell;
+    shell.connections_.erase(ended->place);
+    shell.resume();
 }
 
 void Shell::pause()

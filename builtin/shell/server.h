@@ -33,13 +33,12 @@ public:
 
 private:
     struct Connection;
-    struct Callbacks; // libevent's way in
 
     void accept(int fd);
     bool serve(int fd);
     void read_request(Connection &connection);
     void answer(Connection &connection, const Fields &reply);
-    void hang_up(Connection &connection);
+    static void hang_up(void *connection);
     void pause();
     void resume();
 

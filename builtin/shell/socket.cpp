@@ -11,6 +11,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "loop/settings.h"
+
 namespace ssat
 {
 namespace
@@ -56,6 +58,11 @@ int clear_away(const std::string &path, const sockaddr_un &address)
 }
 
 } // namespace
+
+std::string socket_path(const std::string &module)
+{
+    return platform::setting("SSAT_SOCKET", "/run/" + module + ".ssat");
+}
 
 std::optional<sockaddr_un> address_of(const std::string &path)
 {

@@ -1,4 +1,4 @@
-// The debug shell's socket file.
+// Where a debug shell and its client meet: the shell's socket file.
 #ifndef SHELL_SOCKET_H
 #define SHELL_SOCKET_H
 
@@ -12,6 +12,9 @@
 
 namespace ssat
 {
+
+// Returns the path of the named module's socket: the setting SSAT_SOCKET, else /run/MODULE.ssat.
+std::string socket_path(const std::string &module);
 
 // Returns a path as a socket's address; nothing when the path is empty or too long for one.
 std::optional<sockaddr_un> address_of(const std::string &path);

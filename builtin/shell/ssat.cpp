@@ -13,7 +13,6 @@
 #include <string>
 
 #include "loop/platform_context.h"
-#include "shell/path.h"
 #include "shell/server.h"
 
 namespace

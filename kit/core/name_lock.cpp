@@ -40,9 +40,9 @@ std::string digest(const std::string &text)
 
 // Anybody may write in the folder: an existing file is opened and not replaced, and opening never blocks, as
 // it would with a pipe in its place. Only the owner may open the file, or anybody could hold its lock.
-cg::Descriptor open_lock(const std::string &path)
+platform::Descriptor open_lock(const std::string &path)
 {
-    cg::Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
+    platform::Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
     if (!file && errno == ENOENT) {
         file.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
     }
@@ -95,7 +95,7 @@ std::string holder_in(int file)
 // For operators; nothing depends on it.
 void note_holder(const std::string &path)
 {
-    const cg::Descriptor file{open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW)};
+    const platform::Descriptor file{open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW)};
     const std::string pid = std::to_string(getpid()) + '\n';
     if (file && write(file.get(), pid.data(), pid.size()) < 0) {
         return;

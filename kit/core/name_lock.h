@@ -6,7 +6,7 @@
 
 #include <sys/types.h>
 
-#include "base/descriptor.h"
+#include "loop/descriptor.h"
 
 namespace kit
 {
@@ -38,7 +38,7 @@ private:
 
     std::string name_;
     std::string path_;
-    cg::Descriptor file_;
+    platform::Descriptor file_;
     pid_t owner_ = 0; // the process that locked it
 };
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "loop/settings.h"
-#include "modules/module_name.h"
+#include "modules/module_folder.h"
 #include "store/connection/configuration.h"
 
 namespace kit

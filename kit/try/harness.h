@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "base/descriptor.h"
 #include "core/check.h"
+#include "loop/descriptor.h"
 #include "loop/loop.h"
 #include "process/child_process.h"
 #include "process/private_store.h"
@@ -90,7 +90,7 @@ private:
 
     private:
         sigset_t before_{};
-        Descriptor file_;
+        platform::Descriptor file_;
     };
 
     void receive();

@@ -34,7 +34,7 @@ std::optional<int64_t> number_of(std::string_view text, const std::string &name)
     return to_number(text.substr(0, text.find(']')), INT32_MIN, UINT32_MAX);
 }
 
-void take_line(std::string_view line, const std::vector<std::string> &modules, std::set<Position> &doubtful,
+void parse_line(std::string_view line, const std::vector<std::string> &modules, std::set<Position> &doubtful,
                std::map<Position, DaemonCard> &cards)
 {
     const std::size_t reason_at = line.find(reason_start);
@@ -111,7 +111,7 @@ std::map<Position, DaemonCard> daemon_cards_in(std::string_view dump, const std:
     std::size_t at = dump.starts_with(line_start) ? 0 : dump.find(next_line);
     while (at != std::string_view::npos) {
         const std::size_t next = dump.find(next_line, at + 1); // a reason may hold line breaks of its own
-        take_line(dump.substr(at, next - at), modules, doubtful, cards);
+        parse_line(dump.substr(at, next - at), modules, doubtful, cards);
         at = next;
     }
     for (const Position &position : doubtful) {

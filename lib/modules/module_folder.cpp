@@ -6,11 +6,10 @@
 
 #include <dirent.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
-
-#include "base/text.h"
 
 namespace cg
 {
@@ -57,13 +56,24 @@ std::vector<std::string> asked_of(const ModuleFolder &folder)
     return names;
 }
 
-std::string module_name_mistake(const std::string &name)
+std::string folder_problem(const std::string &folder, const std::string &name)
 {
-    if (!name_problem(name).empty() || !is_utf8(name) || visible(name) != name) {
-        return in_quotes(name) + " is not a module name; 1 to 15 characters, the name of an entry of " +
-               default_module_folder;
+    if (folder.empty()) {
+        return {};
     }
-    return "";
+    const ModuleFolder read = read_module_folder(folder);
+    const auto found = std::find_if(read.entries.begin(), read.entries.end(),
+                                    [&](const ModuleEntry &entry) { return entry.name == name; });
+    if (found == read.entries.end()) {
+        return folder + " has no entry " + name + (read.readable ? "" : " (" + read.problem + ')') +
+               ": the daemon does not ask this module. Make one, as with `touch " + folder + '/' + name +
+               "`, and restart the daemon";
+    }
+    if (found - read.entries.begin() >= static_cast<std::ptrdiff_t>(most_modules)) {
+        return folder + " has the entry " + name + " behind " + std::to_string(most_modules) +
+               " others, and the daemon asks no more; remove one of them, and restart the daemon";
+    }
+    return {};
 }
 
 } // namespace cg

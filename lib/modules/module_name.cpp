@@ -2,8 +2,8 @@
 #include "modules/module_name.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
+
+#include "base/text.h"
 
 namespace cg
 {
@@ -28,30 +28,13 @@ std::string name_problem(const std::string &name)
     return {};
 }
 
-// The daemon reads the first entries in the folder's own order, and cuts their names.
-std::string folder_problem(const std::string &folder, const std::string &name)
+std::string module_name_mistake(const std::string &name)
 {
-    if (folder.empty()) {
-        return {};
+    if (!name_problem(name).empty() || !is_utf8(name) || visible(name) != name) {
+        return in_quotes(name) + " is not a module name; 1 to 15 characters, the name of an entry of " +
+               default_module_folder;
     }
-    std::error_code error;
-    std::size_t place = 0;
-    bool is_there = false;
-    for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end && !is_there;
-         entry.increment(error)) {
-        ++place;
-        is_there = entry->path().filename().string().substr(0, longest_module_name) == name;
-    }
-    if (is_there && place <= most_modules) {
-        return {};
-    }
-    if (is_there) {
-        return folder + " has the entry " + name + " behind " + std::to_string(most_modules) +
-               " others, and the daemon asks no more; remove one of them, and restart the daemon";
-    }
-    return folder + " has no entry " + name + (error ? " (" + error.message() + ')' : "") +
-           ": the daemon does not ask this module. Make one, as with `touch " + folder + '/' + name +
-           "`, and restart the daemon";
+    return "";
 }
 
 } // namespace cg

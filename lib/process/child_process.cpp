@@ -36,71 +36,18 @@ void check(int error, const char *what)
 }
 
 struct Pipe {
-    Descriptor reading;
-    Descriptor writing;
+    platform::Descriptor reading;
+    platform::Descriptor writing;
 };
 
 Pipe make_pipe()
 {
     std::array<int, 2> ends{};
     check(pipe2(ends.data(), O_CLOEXEC) == 0 ? 0 : errno, "pipe");
-    Pipe result{Descriptor(ends[0]), Descriptor(ends[1])};
+    Pipe result{platform::Descriptor(ends[0]), platform::Descriptor(ends[1])};
     check(fcntl(ends[0], F_SETFL, O_NONBLOCK) == 0 ? 0 : errno, "pipe");
     return result;
 }
-
-class FileActions
-{
-public:
-    FileActions() { check(posix_spawn_file_actions_init(&actions_), "posix_spawn"); }
-    ~FileActions() { posix_spawn_file_actions_destroy(&actions_); }
-    FileActions(const FileActions &) = delete;
-    FileActions &operator=(const FileActions &) = delete;
-
-    void set_up(int output_end, int error_end)
-    {
-        check(posix_spawn_file_actions_addopen(&actions_, 0, "/dev/null", O_RDONLY, 0), "posix_spawn");
-        check(posix_spawn_file_actions_adddup2(&actions_, output_end, 1), "posix_spawn");
-        check(posix_spawn_file_actions_adddup2(&actions_, error_end, 2), "posix_spawn");
-        // It must not hold connections and locks of ours open.
-        check(posix_spawn_file_actions_addclosefrom_np(&actions_, 3), "posix_spawn");
-    }
-    [[nodiscard]] const posix_spawn_file_actions_t *get() const { return &actions_; }
-
-private:
-    posix_spawn_file_actions_t actions_{};
-};
-
-class Attributes
-{
-public:
-    Attributes() { check(posix_spawnattr_init(&attributes_), "posix_spawn"); }
-    ~Attributes() { posix_spawnattr_destroy(&attributes_); }
-    Attributes(const Attributes &) = delete;
-    Attributes &operator=(const Attributes &) = delete;
-
-    // A group of its own, and signals as a program expects to find them.
-    void set_up()
-    {
-        sigset_t none;
-        sigset_t defaults;
-        sigemptyset(&none);
-        sigemptyset(&defaults);
-        sigaddset(&defaults, SIGPIPE);
-        sigaddset(&defaults, SIGTERM);
-        sigaddset(&defaults, SIGINT);
-        check(posix_spawnattr_setpgroup(&attributes_, 0), "posix_spawn");
-        check(posix_spawnattr_setsigmask(&attributes_, &none), "posix_spawn");
-        check(posix_spawnattr_setsigdefault(&attributes_, &defaults), "posix_spawn");
-        check(posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
-                                                         POSIX_SPAWN_SETSIGDEF),
-              "posix_spawn");
-    }
-    [[nodiscard]] const posix_spawnattr_t *get() const { return &attributes_; }
-
-private:
-    posix_spawnattr_t attributes_{};
-};
 
 // The form that exec takes. The texts stay the caller's.
 std::vector<char *> pointers(std::vector<std::string> &texts)
@@ -114,8 +61,60 @@ std::vector<char *> pointers(std::vector<std::string> &texts)
     return result;
 }
 
+// How a command is started: what it has open, its group, and signals as a program expects to find them.
+class Spawning
+{
+public:
+    Spawning(int output_end, int error_end) : Spawning()
+    {
+        require(posix_spawn_file_actions_addopen(&actions_, 0, "/dev/null", O_RDONLY, 0));
+        require(posix_spawn_file_actions_adddup2(&actions_, output_end, 1));
+        require(posix_spawn_file_actions_adddup2(&actions_, error_end, 2));
+        // It must not hold connections and locks of ours open.
+        require(posix_spawn_file_actions_addclosefrom_np(&actions_, 3));
+        sigset_t none;
+        sigset_t defaults;
+        sigemptyset(&none);
+        sigemptyset(&defaults);
+        sigaddset(&defaults, SIGPIPE);
+        sigaddset(&defaults, SIGTERM);
+        sigaddset(&defaults, SIGINT);
+        require(posix_spawnattr_setpgroup(&attributes_, 0));
+        require(posix_spawnattr_setsigmask(&attributes_, &none));
+        require(posix_spawnattr_setsigdefault(&attributes_, &defaults));
+        require(posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK |
+                                                           POSIX_SPAWN_SETSIGDEF));
+    }
+    ~Spawning()
+    {
+        posix_spawn_file_actions_destroy(&actions_);
+        posix_spawnattr_destroy(&attributes_);
+    }
+    Spawning(const Spawning &) = delete;
+    Spawning &operator=(const Spawning &) = delete;
+
+    pid_t start(std::vector<std::string> words, std::vector<std::string> variables) const
+    {
+        pid_t pid = -1;
+        require(posix_spawnp(&pid, words.front().c_str(), &actions_, &attributes_, pointers(words).data(),
+                             pointers(variables).data()));
+        return pid;
+    }
+
+private:
+    Spawning()
+    {
+        require(posix_spawn_file_actions_init(&actions_));
+        require(posix_spawnattr_init(&attributes_));
+    }
+    static void require(int error) { check(error, "posix_spawn"); }
+
+    posix_spawn_file_actions_t actions_{};
+    posix_spawnattr_t attributes_{};
+};
+
 // Closes the pipe at its end, which would otherwise stay readable.
-void drain(Descriptor &pipe, std::string &kept)
+void drain(platform::Descriptor &pipe, std::string &kept)
 {
     std::array<char, most_kept> buffer{};
     while (pipe) {
@@ -143,7 +142,7 @@ ChildProcess::ChildProcess(const std::vector<std::string> &command,
     check(events_ ? 0 : errno, "epoll");
     watch(output_pipe_);
     watch(error_pipe_);
-    start(command, environment, output.writing, errors.writing);
+    pid_ = Spawning(output.writing.get(), errors.writing.get()).start(command, environment);
     try {
         end_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));
         check(end_ ? 0 : errno, "pidfd_open");
@@ -154,25 +153,11 @@ ChildProcess::ChildProcess(const std::vector<std::string> &command,
     }
 }
 
-void ChildProcess::watch(const Descriptor &source)
+void ChildProcess::watch(const platform::Descriptor &source)
 {
     epoll_event event{};
     event.events = EPOLLIN;
     check(epoll_ctl(events_.get(), EPOLL_CTL_ADD, source.get(), &event) == 0 ? 0 : errno, "epoll");
-}
-
-void ChildProcess::start(const std::vector<std::string> &command, const std::vector<std::string> &environment,
-                         const Descriptor &output_end, const Descriptor &error_end)
-{
-    FileActions actions;
-    actions.set_up(output_end.get(), error_end.get());
-    Attributes attributes;
-    attributes.set_up();
-    std::vector<std::string> words = command;
-    std::vector<std::string> variables = environment;
-    check(posix_spawnp(&pid_, command.front().c_str(), actions.get(), attributes.get(),
-                       pointers(words).data(), pointers(variables).data()),
-          "posix_spawn");
 }
 
 ChildProcess::~ChildProcess()

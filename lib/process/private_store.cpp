@@ -49,7 +49,7 @@ std::string server_program(const fs::path &folder)
 // Whether a server listens that has loaded its data.
 bool answers(const fs::path &socket_path)
 {
-    const Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const platform::Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     socket_path.native().copy(static_cast<char *>(address.sun_path), sizeof address.sun_path - 1);

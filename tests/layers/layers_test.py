@@ -14,7 +14,7 @@ import tempfile
 import unittest
 from typing import Iterator, NamedTuple
 
-from sources import circles, includes, names, sources
+from sources import circles, includes, names_in, sources
 
 PAGE = "docs/architecture.md"
 PRODUCT = ("platform", "proto", "src", "builtin", "lib", "tools", "kit")
@@ -90,8 +90,7 @@ TESTED_BY = {
     "tests/system/test_process.py: closed descriptors are a process's own": ["builtin/loop/standard_descriptors.cpp"],
     "tests/unit/builtin/shell/ssat_registration_test.cpp, by registered commands": [
         "builtin/shell/arguments.cpp", "builtin/shell/commands.cpp"],
-    "tests/unit/builtin/shell/ssat_access_test.cpp, by who may connect": [
-        "builtin/shell/server.cpp", "builtin/shell/path.cpp"],
+    "tests/unit/builtin/shell/ssat_access_test.cpp, by who may connect": ["builtin/shell/server.cpp"],
     "tests/unit/builtin/shell/ssat_test.cpp, by a conversation": [
         "builtin/shell/output.cpp", "builtin/shell/protocol.cpp", "builtin/shell/socket.cpp"],
     "tests/unit/tools/cgctl/shell/debug_shell_test.cpp, its user": [
@@ -260,7 +259,7 @@ class Tree:
                 continue
             if any(fnmatch.fnmatchcase(source.name, pattern) for pattern in IMPLEMENTED_ELSEWHERE):
                 continue
-            for found in names((self.root / source.name).read_text(encoding="utf-8")):
+            for found in names_in(self.root / source.name):
                 (types if found.kind == "type" else functions)[found.name].add(source.module)
         return functions, types
 
@@ -271,7 +270,7 @@ class Tree:
             if not source.name.endswith((".c", ".cpp")):
                 continue
             owners = collections.defaultdict(list)
-            for found in names((self.root / source.name).read_text(encoding="utf-8")):
+            for found in names_in(self.root / source.name):
                 if found.kind != "defined":
                     continue
                 modules = functions.get(found.name) or types.get(found.name.rpartition("::")[0]) or {source.module}

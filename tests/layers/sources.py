@@ -4,6 +4,7 @@ No compiler is asked: it would take minutes, and sees one program at a time. Wha
 see, so types and functions within unnamed namespaces, classes and functions are passed over.
 """
 
+import functools
 import pathlib
 import re
 from typing import Iterator, NamedTuple, Optional
@@ -100,6 +101,12 @@ def names(text: str) -> Iterator[Named]:
         head = piece if piece not in "{};" else ""
     if scopes:
         raise ValueError(f"{len(scopes)} braces are not closed")
+
+
+@functools.cache
+def names_in(path: pathlib.Path) -> tuple[Named, ...]:
+    """The same for a file. Most are part of several programs, and are parsed once."""
+    return tuple(names(path.read_text(encoding="utf-8")))
 
 
 def circles(arrows: dict[str, set[str]]) -> list[list[str]]:

@@ -15,13 +15,13 @@ import sys
 import tempfile
 import unittest
 
-from sources import names, sources
+from sources import names, names_in, sources
 
 options = argparse.Namespace()
 
 
 def types_in(text):
-    """The qualified names of the types that a source defines where others could see them."""
+    """The qualified names of the types that a text defines where others could see them."""
     return [found.name for found in names(text) if found.kind == "type"]
 
 
@@ -29,8 +29,9 @@ def definitions(source, folders):
     places = collections.defaultdict(list)
     for folder in folders:
         for path in sources(source / folder):
-            for name in types_in(path.read_text()):
-                places[name].append(str(path.relative_to(source)))
+            for found in names_in(path):
+                if found.kind == "type":
+                    places[found.name].append(str(path.relative_to(source)))
     return places
 
 

@@ -9,8 +9,8 @@
 #include <array>
 #include <utility>
 
-#include "base/descriptor.h"
 #include "base/text.h"
+#include "loop/descriptor.h"
 
 namespace recorder
 {
@@ -109,7 +109,7 @@ std::vector<ServiceLine> ServiceLog::read_appended()
 {
     std::vector<ServiceLine> lines;
     // A pipe in its place must not block us.
-    const cg::Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const platform::Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {
     };
     readable_ = file.get() >= 0 && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);

@@ -11,8 +11,6 @@
 namespace cg
 {
 
-inline constexpr const char *default_module_folder = "/etc/app_cg/deny_check";
-
 struct ModuleEntry {
     std::string file_name;
     std::string name; // what the daemon calls the module: the file's name, cut
@@ -26,13 +24,15 @@ struct ModuleFolder {
     std::vector<ModuleEntry> entries;
 };
 
+// Reads the folder at a path. What keeps it from being read is in `problem`; the entries before that stay.
 ModuleFolder read_module_folder(const std::string &path);
 
 // The names of the modules that the daemon registers.
 std::vector<std::string> asked_of(const ModuleFolder &folder);
 
-// What is wrong with a module's name, and what would be right; empty when it is one that the daemon can know.
-std::string module_name_mistake(const std::string &name);
+// Returns one line that says why the daemon does not ask this module, as far as the folder of the check
+// modules tells, and what to do; empty when it does, or when `folder` is empty.
+std::string folder_problem(const std::string &folder, const std::string &name);
 
 } // namespace cg
 

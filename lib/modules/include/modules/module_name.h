@@ -1,4 +1,4 @@
-// A module's name: whether the daemon can know it, and whether it asks a module of that name.
+// A module's name: whether the daemon can know it.
 #ifndef MODULES_MODULE_NAME_H
 #define MODULES_MODULE_NAME_H
 
@@ -12,9 +12,8 @@ namespace cg
 // Returns one line that says what is wrong with the name and what would be right; empty when nothing is.
 std::string name_problem(const std::string &name);
 
-// Returns one line that says why the daemon does not ask this module, as far as the folder of the check
-// modules tells, and what to do; empty when it does, or when `folder` is empty.
-std::string folder_problem(const std::string &folder, const std::string &name);
+// The same in the words of a mistaken argument, also for a name that could not be shown as it is.
+std::string module_name_mistake(const std::string &name);
 
 } // namespace cg
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "base/descriptor.h"
+#include "loop/descriptor.h"
 
 namespace cg
 {
@@ -49,17 +49,15 @@ public:
     [[nodiscard]] const std::string &errors() const { return errors_; }
 
 private:
-    void start(const std::vector<std::string> &command, const std::vector<std::string> &environment,
-               const Descriptor &output_end, const Descriptor &error_end);
-    void watch(const Descriptor &source);
+    void watch(const platform::Descriptor &source);
     void end();
 
     pid_t pid_ = -1; // -1 once it was waited for
     std::optional<int> status_;
-    Descriptor events_; // an epoll of the three below
-    Descriptor end_;    // readable once the process has ended
-    Descriptor output_pipe_;
-    Descriptor error_pipe_;
+    platform::Descriptor events_; // an epoll of the three below
+    platform::Descriptor end_;    // readable once the process has ended
+    platform::Descriptor output_pipe_;
+    platform::Descriptor error_pipe_;
     std::string output_;
     std::string errors_;
 };

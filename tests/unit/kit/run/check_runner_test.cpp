@@ -11,7 +11,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "base/descriptor.h"
+#include "loop/descriptor.h"
 #include "unit/tools/cgctl/run_cgctl.h"
 
 namespace cg
@@ -304,7 +304,7 @@ TEST_F(ModuleRun, ANameIsServedOnce)
 
 TEST_F(ModuleRun, AServiceManagerHearsWhenItServes)
 {
-    const Descriptor manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    const platform::Descriptor manager(socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     const std::string path = folder_.path("notify");
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

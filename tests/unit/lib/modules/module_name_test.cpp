@@ -1,12 +1,7 @@
-// Whether the daemon can know a module's name, and whether it asks the module.
+// Whether the daemon can know a module's name.
 #include "modules/module_name.h"
 
 #include <gtest/gtest.h>
-
-#include <filesystem>
-#include <fstream>
-
-#include "unit/support/folder.h"
 
 namespace cg
 {
@@ -30,40 +25,14 @@ TEST(ModuleName, IsAFilesNameOfUpTo15Bytes)
     EXPECT_EQ(name_problem(" "), "") << "a blank is no control character";
 }
 
-TEST(ModuleName, AnEntryCountsAsTheDaemonReadsIt)
+TEST(ModuleName, AMistakenNameIsShownWithItsRules)
 {
-    const Folder folder;
-    const std::string place = folder.path("modules");
-    std::filesystem::create_directory(place);
-    EXPECT_EQ(folder_problem("", "volt"), "");
-    EXPECT_EQ(folder_problem(place, "volt"),
-              place + " has no entry volt: the daemon does not ask this module. Make one, as with `touch " +
-                  place + "/volt`, and restart the daemon");
-    std::ofstream(place + "/volt") << "";
-    EXPECT_EQ(folder_problem(place, "volt"), "");
-    std::ofstream(place + "/power-budget-module") << "";
-    EXPECT_EQ(folder_problem(place, "power-budget-mo"), "") << "the daemon cuts there";
-    EXPECT_NE(folder_problem(folder.path("none"), "volt").find("No such file or directory"),
-              std::string::npos);
-}
-
-TEST(ModuleName, EntriesBehindTheSixteenthAreIgnored)
-{
-    const Folder folder;
-    const std::string place = folder.path("modules");
-    std::filesystem::create_directory(place);
-    for (int i = 0; i < 17; ++i) {
-        std::ofstream(place + "/m" + std::to_string(i)) << "";
-    }
-    auto entry = std::filesystem::directory_iterator(place); // in the folder's own order
-    std::advance(entry, 15);
-    EXPECT_EQ(folder_problem(place, entry->path().filename()), "");
-    ++entry;
-    const std::string name = entry->path().filename();
-    EXPECT_EQ(folder_problem(place, name),
-              place + " has the entry " + name +
-                  " behind 16 others, and the daemon asks no more; remove one of them, "
-                  "and restart the daemon");
+    EXPECT_EQ(module_name_mistake("volt"), "");
+    EXPECT_EQ(module_name_mistake("sixteen_bytes_xx"),
+              "\"sixteen_bytes_xx\" is not a module name; 1 to 15 characters, the name of an entry of "
+              "/etc/app_cg/deny_check");
+    EXPECT_NE(module_name_mistake("\xff"), "");
+    EXPECT_NE(module_name_mistake("a\xc2\x9bm"), "") << "it could drive a terminal";
 }
 
 } // namespace cg

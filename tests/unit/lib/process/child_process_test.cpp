@@ -50,7 +50,7 @@ pid_t printed_pid(ChildProcess &process)
 // A process that has ended may stay a zombie: in a container the first process may never wait for orphans.
 bool has_ended(pid_t pid)
 {
-    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    const platform::Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     return !process ? errno == ESRCH : is_readable(process.get());
 }
 

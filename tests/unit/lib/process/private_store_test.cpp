@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 // Sends one inline command and returns the first line of the reply.
 std::string reply_to(const PrivateStore &store, const std::string &command)
 {
-    const Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const platform::Descriptor connection(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const std::string path = store.endpoint().substr(5);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;

@@ -1,4 +1,5 @@
 // The service log: what is read of it, and what is skipped.
+#include "loop/descriptor.h"
 #include "service_log.h"
 
 #include <gmock/gmock.h>
@@ -8,7 +9,6 @@
 
 #include <fstream>
 
-#include "base/descriptor.h"
 #include "unit/support/folder.h"
 
 namespace recorder
@@ -45,7 +45,7 @@ public:
     }
 
 private:
-    cg::Descriptor events_{inotify_init1(IN_NONBLOCK | IN_CLOEXEC)};
+    platform::Descriptor events_{inotify_init1(IN_NONBLOCK | IN_CLOEXEC)};
 };
 
 class ServiceLogTest : public testing::Test
