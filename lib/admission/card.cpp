@@ -56,9 +56,6 @@ void Card::written(const CardFacts &card, const std::optional<Result> &result, c
     }
     shown_.card = card;
     result_ = result;
-    if (result_ && daemon_.empty() && verdict().outcome != Outcome::unseen) {
-        daemon_ = result_->write.origin.instance;
-    }
     refresh(change);
 }
 
@@ -80,7 +77,7 @@ void Card::request_written(const Change &change)
     const store::Cause &cause = change.write.origin.cause;
     const bool is_unknown = cause.kind == store::Cause::Kind::unknown;
     shown_.request = true;
-    if (change.existing && is_same(change.write, request_)) {
+    if (change.existing && is_same(change.write, shown_.asked)) {
         whole_ = false; // there may have been answers that nobody heard
     } else if (!shown_.open || is_unknown || is_daemons_request(cause, shown_.card.position)) {
         if (shown_.open) {
@@ -155,9 +152,6 @@ void Card::hear(Answer answer, bool existing)
 void Card::result_written(const Result &result, const Change &change)
 {
     result_ = result;
-    if (daemon_.empty() && verdict().outcome != Outcome::unseen) {
-        daemon_ = result.write.origin.instance;
-    }
     if (!change.existing) {
         decide(change);
     } else if (shown_.open && outranks_request(result)) {
@@ -188,7 +182,7 @@ Verdict Card::verdict() const
 bool Card::outranks_request(const Result &result) const
 {
     const store::Origin &by = result.write.origin;
-    const store::Origin &asked = request_.origin;
+    const store::Origin &asked = shown_.asked.origin;
     if (!is_known(by) || !is_known(asked) || !is_same_card(asked_, shown_.card)) {
         return false;
     }
@@ -204,7 +198,7 @@ bool Card::outranks_request(const Result &result) const
 // Nobody but the daemon cuts a check off, also where somebody else wrote the request.
 bool Card::is_asked_by_another(const std::string &instance) const
 {
-    const store::Origin &asked = request_.origin;
+    const store::Origin &asked = shown_.asked.origin;
     return shown_.open && asked.instance != instance &&
            (!is_known(asked) || is_daemons_request(asked.cause, shown_.card.position));
 }
@@ -212,7 +206,7 @@ bool Card::is_asked_by_another(const std::string &instance) const
 void Card::daemon_started(const std::string &instance, Time at)
 {
     if (is_asked_by_another(instance)) {
-        daemon_ = request_.origin.instance;
+        daemon_ = shown_.asked.origin.instance;
         cut_off(at);
     }
     adopt(instance, true);
@@ -240,7 +234,7 @@ void Card::modules_known()
 
 bool Card::was_asked() const
 {
-    return request_.revision != 0 || request_.origin.number != 0;
+    return shown_.asked.revision != 0 || shown_.asked.origin.number != 0;
 }
 
 void Card::begin_check(const Change &change)
@@ -250,7 +244,7 @@ void Card::begin_check(const Change &change)
     if (is_daemons) {
         adopt(origin.instance, !change.existing);
     }
-    request_ = change.write;
+    shown_.asked = change.write;
     asked_ = is_there_ ? shown_.card : CardFacts{};
     found_ = change.existing;
     whole_ = !change.existing && list_.is_exact() && is_daemons;
@@ -321,7 +315,7 @@ void Card::finish(Decision decision)
         decision.answers = answers_.all();
         decision.told_before = answers_.told();
         decision.complete = whole_;
-        decision.request = request_;
+        decision.request = shown_.asked;
         answers_.set_told();
     }
     shown_.open = false;
@@ -368,8 +362,8 @@ void Card::remember_list(std::vector<std::string> names, bool any_will_do)
 
 void Card::take_up(const OpenCheck &check, Time at)
 {
-    const bool is_this = is_same(check.request, request_);
-    if (is_this && shown_.last && is_same(shown_.last->request, request_)) {
+    const bool is_this = is_same(check.request, shown_.asked);
+    if (is_this && shown_.last && is_same(shown_.last->request, shown_.asked)) {
         return; // its end was heard of
     }
     if (!is_this && (was_asked() || decided_here_)) {
@@ -378,9 +372,9 @@ void Card::take_up(const OpenCheck &check, Time at)
     }
     if (!is_this) {
         remember_card(check.card);
-        request_ = check.request;
+        shown_.asked = check.request;
         asked_ = check.card;
-        daemon_ = request_.origin.instance;
+        daemon_ = shown_.asked.origin.instance;
     }
     go_on_with(check);
     shown_.open = true;
@@ -441,13 +435,15 @@ void Card::refresh(const Change &change)
 {
     const State before = shown_.state;
     const Verdict verdict = this->verdict();
+    if (daemon_.empty() && verdict.outcome != Outcome::unseen) {
+        daemon_ = result_->write.origin.instance;
+    }
     shown_.state = state_of({is_there_, shown_.card.online, shown_.open,
                              result_ ? std::optional(result_->pass) : std::nullopt, verdict.outcome});
     const bool waits = shown_.state == State::waiting;
     shown_.waiting_for = waits ? list_.waiting(answers_.all(), shared_.modules) : std::vector<std::string>{};
     shown_.any_will_do = !shown_.waiting_for.empty() && list_.any_will_do();
     shown_.answers = answers_.all();
-    shown_.asked = request_;
     shown_.decider = verdict.module;
     shown_.denied =
         shown_.state == State::denied || (shown_.state == State::offline && result_ && !result_->pass);

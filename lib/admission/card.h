@@ -97,9 +97,8 @@ private:
     bool is_there_ = false;
     WaitList list_{};
     std::string daemon_{};      // the instance whose list that is; empty: not known
-    Write request_{};           // that began the last check
-    CardFacts asked_{};         // the card that it was written for
-    bool whole_ = false;        // that check was seen from its beginning
+    CardFacts asked_{};         // the card that the last request was written for
+    bool whole_ = false;        // its check was seen from its beginning
     bool found_ = false;        // it was found standing: nobody was told of it, nor is to be of its end
     bool decided_here_ = false; // the last decision was heard of, not remembered
     AnswerList answers_{};

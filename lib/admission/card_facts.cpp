@@ -1,4 +1,6 @@
 // What became of one card and how, in full.
+#include "admission/card_facts.h"
+
 #include "admission/card_text.h"
 #include "base/text.h"
 

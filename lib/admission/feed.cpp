@@ -3,6 +3,7 @@
 
 #include <string_view>
 
+#include "base/text.h"
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "s_dev.pb-c.h"
@@ -19,27 +20,17 @@ struct Event {
     const Change &change;
 };
 
+// Every record begins with its ProtobufCMessage.
 template <typename Record>
 const Record &as(const ProtobufCMessage &record)
 {
-    return reinterpret_cast<const Record &>(record); // every record begins with its ProtobufCMessage
+    return reinterpret_cast<const Record &>(record);
 }
 
 template <typename Index>
 Position position_of(const Index &index)
 {
     return {index.devid, index.slotid, index.sslotid};
-}
-
-std::string hexadecimal(const ProtobufCBinaryData &bytes)
-{
-    constexpr const char *digits = "0123456789abcdef";
-    std::string text;
-    for (std::size_t i = 0; i < bytes.len; ++i) {
-        text += digits[bytes.data[i] >> 4U];
-        text += digits[bytes.data[i] & 0xFU];
-    }
-    return text;
 }
 
 void feed_card(const Event &event, const ProtobufCMessage &record)
@@ -134,7 +125,7 @@ CardFacts facts_of(const ProtobufCMessage &card_info)
     CardFacts facts;
     facts.position = position_of(*info.index);
     facts.name = info.name;
-    facts.serial = hexadecimal(info.serial);
+    facts.serial = cg::to_hex(info.serial.data, info.serial.len);
     facts.node_type = info.static_info == nullptr ? 0 : info.static_info->node_type;
     facts.config_dev_type = info.config_dev_type;
     facts.nodeid = info.card_nodeid;

@@ -1,6 +1,7 @@
 // Outcomes and states in words, each in one table: the words are an interface.
 #include "admission/words.h"
 
+#include <algorithm>
 #include <array>
 
 namespace admission
@@ -9,83 +10,68 @@ namespace admission
 namespace
 {
 
-template <typename Value>
 struct Words {
-    Value value;
     const char *word;
     const char *text;
 };
 
+// In the order of the enumerations.
 constexpr std::array outcomes{
-    Words<Outcome>{Outcome::passed, "passed", "passed"},
-    Words<Outcome>{Outcome::silence, "silence", "admitted by time-out"},
-    Words<Outcome>{Outcome::denied, "denied", "denied"},
-    Words<Outcome>{Outcome::exempt, "exempt", "exempt"},
-    Words<Outcome>{Outcome::unasked, "unasked", "no module registered"},
-    Words<Outcome>{Outcome::withdrawn, "withdrawn", "withdrawn"},
-    Words<Outcome>{Outcome::unseen, "unseen", "ended unseen"},
-};
-
+    Words{"passed", "passed"},      Words{"silence", "admitted by time-out"}, Words{"denied", "denied"},
+    Words{"exempt", "exempt"},      Words{"unasked", "no module registered"}, Words{"withdrawn", "withdrawn"},
+    Words{"unseen", "ended unseen"}};
 constexpr std::array states{
-    Words<State>{State::absent, "absent", "absent"},
-    Words<State>{State::offline, "offline", "offline"},
-    Words<State>{State::undecided, "undecided", "undecided"},
-    Words<State>{State::waiting, "waiting", "waiting"},
-    Words<State>{State::passed, "passed", "passed"},
-    Words<State>{State::silence, "silence", "admitted by time-out"},
-    Words<State>{State::denied, "denied", "denied"},
-    Words<State>{State::exempt, "exempt", "exempt"},
-    Words<State>{State::unasked, "unasked", "no module registered"},
-};
+    Words{"absent", "absent"},   Words{"offline", "offline"}, Words{"undecided", "undecided"},
+    Words{"waiting", "waiting"}, Words{"passed", "passed"},   Words{"silence", "admitted by time-out"},
+    Words{"denied", "denied"},   Words{"exempt", "exempt"},   Words{"unasked", "no module registered"}};
 
-template <typename Table, typename Value>
-const auto &row(const Table &table, Value value)
+const Words &words_of(Outcome outcome)
 {
-    return table.at(static_cast<std::size_t>(value)); // the tables stand in the enumerations' order
+    return outcomes.at(static_cast<std::size_t>(outcome));
+}
+
+const Words &words_of(State state)
+{
+    return states.at(static_cast<std::size_t>(state));
 }
 
 } // namespace
 
 const char *text_of(Outcome outcome)
 {
-    return row(outcomes, outcome).text;
+    return words_of(outcome).text;
 }
 
 const char *word_of(Outcome outcome)
 {
-    return row(outcomes, outcome).word;
+    return words_of(outcome).word;
 }
 
 std::optional<Outcome> outcome_of(std::string_view word)
 {
-    for (const auto &known : outcomes) {
-        if (known.word == word) {
-            return known.value;
-        }
-    }
-    return std::nullopt;
-}
-
-std::span<const State> all_states()
-{
-    static constexpr auto values = [] {
-        std::array<State, states.size()> all{};
-        for (std::size_t i = 0; i < all.size(); ++i) {
-            all[i] = states[i].value;
-        }
-        return all;
-    }();
-    return values;
+    const auto *const found = std::find_if(outcomes.begin(), outcomes.end(),
+                                           [&](const Words &known) { return known.word == word; });
+    return found == outcomes.end() ? std::nullopt
+                                   : std::optional(static_cast<Outcome>(found - outcomes.begin()));
 }
 
 const char *text_of(State state)
 {
-    return row(states, state).text;
+    return words_of(state).text;
 }
 
 const char *word_of(State state)
 {
-    return row(states, state).word;
+    return words_of(state).word;
+}
+
+std::span<const State> all_states()
+{
+    static constexpr std::array all{State::absent,  State::offline, State::undecided,
+                                    State::waiting, State::passed,  State::silence,
+                                    State::denied,  State::exempt,  State::unasked};
+    static_assert(all.size() == states.size());
+    return all;
 }
 
 } // namespace admission

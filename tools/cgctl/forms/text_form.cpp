@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "access/live.h"
+#include "admission/card_facts.h"
 #include "admission/card_text.h"
 #include "base/table.h"
 #include "base/text.h"

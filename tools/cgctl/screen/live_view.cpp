@@ -5,6 +5,7 @@
 #include <array>
 #include <map>
 
+#include "admission/card_facts.h"
 #include "admission/card_text.h"
 #include "base/text.h"
 #include "forms/text_form.h"

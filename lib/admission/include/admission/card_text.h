@@ -46,11 +46,6 @@ std::string decision_text(const admission::Decision &decision);
 // "m1 PASS after 2 s", "m2 DENY after 0.2 s: too hot"
 std::string answer_text(const admission::Answer &answer);
 
-// What became of a card and how, in full: names and texts, in the order in which to show them. An empty name
-// goes on with the one before.
-std::vector<std::pair<std::string, std::string>>
-facts_of_card(const admission::TrackedCard &card, std::optional<std::chrono::milliseconds> left, Time now);
-
 // Counts cards by what an operator wants to know of them first: one that was denied counts as that, also when
 // its denial has taken it offline.
 class Summary
