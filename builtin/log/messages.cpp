@@ -26,10 +26,10 @@ void Messages::write(const char *file, const char *func, long line, int32_t leve
     }
 }
 
-void Messages::tell_starter(const std::string &text)
+void Messages::notify_starter(const std::string &text)
 {
     if (!handler_) {
-        platform::tell_starter(text);
+        platform::notify_starter(text);
     }
 }
 

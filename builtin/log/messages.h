@@ -22,8 +22,8 @@ public:
     // level  of enum LogLevel. text: one line without control characters.
     using Handler = std::function<void(int32_t level, const std::string &text)>;
 
-    // An empty handler: everything goes to the log of the module, and to standard error what whoever starts
-    // the program must see.
+    // An empty handler: everything goes to the log of the module, and to standard error what the one
+    // who starts the program must see.
     explicit Messages(Handler handler) : handler_(std::move(handler)) {}
     Messages(const Messages &) = delete;
     Messages &operator=(const Messages &) = delete;
@@ -33,8 +33,9 @@ public:
     void write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
         VX_PRINTF_FORMAT(6, 7);
 
-    // What whoever starts a program must see, unless there is a handler, who has been told already.
-    void tell_starter(const std::string &text);
+    // Prints on standard error what the one who starts a program must see, unless there is a handler, which
+    // has it already. text: one line.
+    void notify_starter(const std::string &text);
 
     // Whether all of it goes to the log: then what a call returns is said there, too.
     [[nodiscard]] bool go_to_log() const { return !handler_; }
@@ -43,6 +44,7 @@ public:
     class DuringCall
     {
     public:
+        // Begins; within another one, it has the messages to itself. They outlive it.
         explicit DuringCall(Messages &messages);
         ~DuringCall();
         DuringCall(const DuringCall &) = delete;

@@ -31,7 +31,7 @@ void log_open(const std::string &module)
     category() = vx_zlog_init(module.c_str());
 }
 
-void tell_starter(const std::string &text)
+void notify_starter(const std::string &text)
 {
     (void)std::fprintf(stderr, "%s\n", visible(text).c_str());
 }

@@ -1,6 +1,6 @@
 // How the built-in platform itself logs: records into the module's own log, through the platform's logging.
 //
-// A log of its own would be one more file that nobody looks at; standard error is used only as long as no
+// A log of its own would be one more file that nobody reads; standard error is used only as long as no
 // log could be opened.
 #ifndef LOG_PLATFORM_LOG_H
 #define LOG_PLATFORM_LOG_H
@@ -31,8 +31,8 @@ void log_line(const char *file, const char *func, long line, int32_t level, cons
 void log_write(const char *file, const char *func, long line, int32_t level, const char *format, ...)
     VX_PRINTF_FORMAT(5, 6);
 
-// Says on standard error what whoever starts a program must see.
-void tell_starter(const std::string &text);
+// Prints on standard error what the one who starts a program must see. Control characters are made visible.
+void notify_starter(const std::string &text);
 
 } // namespace platform
 

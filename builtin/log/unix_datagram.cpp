@@ -1,6 +1,6 @@
 // Single messages to services of the system; see the header.
 //
-// Sockets are not connected: a service that starts anew listens under its old name on a new socket, and each
+// Sockets are not connected: a service that starts again listens under its old name on a new socket, and each
 // message finds it.
 #include "log/unix_datagram.h"
 

@@ -11,6 +11,7 @@
 namespace platform
 {
 
+// Gives a handle back to libevent.
 struct FreeLibeventHandle {
     void operator()(event_base *base) const noexcept { event_base_free(base); }
     void operator()(event_config *config) const noexcept { event_config_free(config); }

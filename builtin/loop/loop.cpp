@@ -44,7 +44,7 @@ Timer::Timer(vx_global_t *context, std::chrono::milliseconds delay, std::functio
     const timeval span{delay.count() / 1000, delay.count() % 1000 * 1000};
     parts_->handle = vx_thread_add_timer_timeval(context, Parts::on_due, parts_.get(), span);
     if (parts_->handle == nullptr) {
-        throw std::runtime_error("the event loop takes no timer");
+        throw std::runtime_error("the event loop cannot arm a timer");
     }
 }
 
@@ -136,7 +136,7 @@ Loop::~Loop() = default;
 void Loop::run(Signals signals)
 {
     const int32_t result = signals == Signals::end_it ? vx_global_run(context_) : run_context(context_);
-    if (const std::exception_ptr failure = take_failure(context_)) {
+    if (const std::exception_ptr failure = release_failure(context_)) {
         std::rethrow_exception(failure);
     }
     if (result != 0) {

@@ -26,8 +26,9 @@ namespace platform
 class Timer
 {
 public:
+    // None: not armed.
     Timer();
-    // Calls `due` from the loop after `delay`, once. Throws std::runtime_error when the loop takes no timer,
+    // Calls `due` from the loop after `delay`, once. Throws std::runtime_error when the loop cannot arm one,
     // or std::bad_alloc. The context outlives the object.
     Timer(vx_global_t *context, std::chrono::milliseconds delay, std::function<void()> due);
     ~Timer();
@@ -38,6 +39,7 @@ public:
 
     // Whether it has still to fire.
     [[nodiscard]] bool is_armed() const noexcept;
+    // Disarms it; without effect when it is not armed.
     void cancel() noexcept;
 
 private:
@@ -52,9 +54,10 @@ class Watch
 public:
     enum class Until { readable, writable };
 
+    // None.
     Watch();
     // Calls `ready` from the loop whenever the descriptor is readable (its end included), or writable. Throws
-    // std::runtime_error when the loop does not take the descriptor (a regular file), or std::bad_alloc. The
+    // std::runtime_error when the loop cannot watch the descriptor (a regular file), or std::bad_alloc. The
     // context outlives the object.
     Watch(vx_global_t *context, int fd, Until what, std::function<void()> ready);
     ~Watch();
@@ -63,6 +66,7 @@ public:
     Watch(const Watch &) = delete;
     Watch &operator=(const Watch &) = delete;
 
+    // Ends it; without effect when it has ended.
     void cancel() noexcept;
 
 private:
@@ -86,6 +90,7 @@ public:
     Loop(const Loop &) = delete;
     Loop &operator=(const Loop &) = delete;
 
+    // For what is to live on this loop; stays the loop's, or its owner's. Never null.
     [[nodiscard]] vx_global_t *context() const noexcept { return context_; }
 
     // Serves until stop(), a signal, or an exception that a handler throws, which it throws on. Throws
@@ -95,8 +100,10 @@ public:
     // Ends run() once the present callback has returned; before run(), has the next one return at once. For
     // the loop's thread; others use Wake.
     void stop() noexcept;
+    // Whether it is to end: stop() was called, a signal came, or a handler threw.
     [[nodiscard]] bool is_stopping() const noexcept;
 
+    // A timer or a watch on this loop; arguments and errors are those of their constructors.
     [[nodiscard]] Timer after(std::chrono::milliseconds delay, std::function<void()> due)
     {
         return {context_, delay, std::move(due)};

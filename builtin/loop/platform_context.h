@@ -52,6 +52,7 @@ const Activity &activity_of(const vx_global_t *global) noexcept;
 class Handling
 {
 public:
+    // They end in the reverse order of their beginning. The context outlives them.
     Handling(vx_global_t *global, const Activity &activity) noexcept;
     ~Handling();
     Handling(const Handling &) = delete;
@@ -77,7 +78,7 @@ bool is_ending(const vx_global_t *global) noexcept;
 void fail_loop(vx_global_t *global) noexcept;
 
 // Gives away the exception that ended the loop; none when none did.
-std::exception_ptr take_failure(vx_global_t *global) noexcept;
+std::exception_ptr release_failure(vx_global_t *global) noexcept;
 
 // What lives while a loop serves: made of the loop before its first turn, destroyed after its last one.
 using Companion = std::shared_ptr<void> (*)(event_base *base);

@@ -127,7 +127,7 @@ std::string number_problem(const char *name, Bounds bounds)
     return text.empty() || whole_number(text, bounds.least, bounds.most) ? "" : no_number(name, text, bounds);
 }
 
-void tell_setting_mistakes(std::function<void(const std::string &)> new_listener)
+void on_setting_mistake(std::function<void(const std::string &)> new_listener)
 {
     listener() = std::move(new_listener);
 }

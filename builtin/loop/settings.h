@@ -1,6 +1,6 @@
 // Configuration of the built-in platform: environment variables, or a file of NAME=VALUE lines.
 //
-// The daemon takes no arguments, so what belongs to the platform is told to the platform. The environment
+// The daemon has no arguments, so what belongs to the platform is set for the platform. The environment
 // wins over the file; the file is the one named by VX_PLATFORM_CONF, else /etc/app_cg/platform.conf, and may
 // be missing. Lines that are empty or begin with `#` are passed over.
 #ifndef LOOP_SETTINGS_H
@@ -16,7 +16,7 @@ namespace platform
 // Returns the value of a setting, or `fallback` when it is set nowhere or empty.
 std::string setting(const char *name, const std::string &fallback);
 
-// Returns a whole number between `least` and `most`, or `fallback`; a value that is no such number is
+// Returns a whole number between `least` and `most`, or `fallback`; any other value is
 // reported on standard error and `fallback` is used.
 int64_t setting_number(const char *name, int64_t fallback, int64_t least, int64_t most);
 
@@ -30,9 +30,9 @@ struct Bounds {
 // right; empty when it is one, or is not set.
 std::string number_problem(const char *name, Bounds bounds);
 
-// Who is told of mistakes in the settings in place of standard error, each one once; an empty function gives
-// that back. For a tool whose messages have a form of their own.
-void tell_setting_mistakes(std::function<void(const std::string &)> listener);
+// Has mistakes in the settings reported to a listener in place of standard error, each one once; an empty
+// function gives that back. For a tool whose messages have a form of their own.
+void on_setting_mistake(std::function<void(const std::string &)> listener);
 
 } // namespace platform
 

@@ -6,7 +6,7 @@
 // waited three seconds for the store must not arm a timer three seconds too short, whatever release of
 // libevent runs.
 //
-// Signals are taken over only while the loop runs: a tool that uses nothing but blocking calls still ends at
+// Signals are handled only while the loop runs: a tool that uses nothing but blocking calls still ends at
 // the user's first Ctrl-C.
 #include "vx_thread.h"
 
@@ -246,7 +246,7 @@ void fail_loop(vx_global_t *global) noexcept
     end_context(global);
 }
 
-std::exception_ptr take_failure(vx_global_t *global) noexcept
+std::exception_ptr release_failure(vx_global_t *global) noexcept
 {
     return std::exchange(global->failure, nullptr);
 }

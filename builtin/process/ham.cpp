@@ -74,7 +74,7 @@ try {
     }
     platform::occupy_standard_descriptors();
     const std::string path = lock_path();
-    // For nobody else to open: whoever can, could hold the lock and keep us from starting.
+    // For nobody else to open: another who holds the lock keeps us from starting.
     const int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (fd < 0) {
         return cannot_tell(path, errno);

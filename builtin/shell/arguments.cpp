@@ -1,5 +1,5 @@
-// Arguments of debug commands. scanf with the template as its format was the alternative: it would take "7x"
-// for 7 and let a number out of range pass as another one.
+// Arguments of debug commands. scanf with the template as its format was the alternative: it would read "7x"
+// as 7 and let a number out of range pass as another one.
 #include "shell/arguments.h"
 
 #include <algorithm>

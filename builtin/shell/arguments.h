@@ -22,7 +22,7 @@ using Names = std::vector<std::string>;
 using Values = std::vector<int32_t>;
 
 // Returns the names in a template, in order: none for "void", else 1 to 8 different ones from blank-separated
-// parts of the form "name=%d". Nothing when the text is no template.
+// parts of the form "name=%d". Nothing when the text is not a template.
 std::optional<Names> parse_template(const std::string &text);
 
 // What is wrong with the arguments, for the user.

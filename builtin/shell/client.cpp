@@ -103,9 +103,9 @@ void Exchange::connect()
             fail_to_connect(errno);
         }
         if (left_ms() == 0) {
-            fail(Failure::timed_out, "the process did not take the connection in time");
+            fail(Failure::timed_out, "the process did not accept the connection in time");
         }
-        constexpr int queue_full_retry_ms = 20; // nothing tells when the queue has room again
+        constexpr int queue_full_retry_ms = 20; // nothing notifies us when the queue has room again
         poll(nullptr, 0, std::min(left_ms(), queue_full_retry_ms));
     }
 }

@@ -18,21 +18,22 @@
 namespace ssat
 {
 
-// Why there is no reply of a handler.
+// Why no handler has replied.
 enum class Failure {
     nobody_there,    // no process listens on the socket, or the socket does not exist
     not_permitted,   // only root and the user whom the process runs as get in
     unknown_command, // the process does not offer the command, or not under that module
-    wrong_usage,     // the arguments are not those that the command takes; nothing was called
+    wrong_usage,     // the arguments are not those of the command; nothing was called
     timed_out,       // the process listens, but did not answer in time; the command may still run
     broken,          // the answer is none of this protocol, or the connection broke while it came
 };
 
-// What is thrown in place of a reply. what() is one line that tells a user what is wrong and, for
+// What is thrown in place of a reply. what() is one line that says what is wrong and, for
 // wrong_usage, what would be right.
 class Error : public std::runtime_error
 {
 public:
+    // message  what what() returns.
     Error(Failure failure, const std::string &message);
     Failure failure() const noexcept { return failure_; }
 

@@ -29,7 +29,7 @@ platform::Descriptor make_memory()
 
 // Sends on what was printed before. What cannot be written where it belongs is dropped, or it would come out
 // in the next place.
-void settle_standard_output()
+void flush_standard_output()
 {
     if (fflush(stdout) != 0) {
         __fpurge(stdout);
@@ -85,7 +85,7 @@ Identity identity_of(int fd)
 
 OutputLoan::OutputLoan(const Identity &original)
 {
-    settle_standard_output();
+    flush_standard_output();
     if (identity_of(STDOUT_FILENO) == original) {
         lend();
     }
@@ -110,14 +110,14 @@ Printed OutputLoan::take_back()
         return {};
     }
     ended_ = true;
-    settle_standard_output();
-    Printed printed = take_memory();
+    flush_standard_output();
+    Printed printed = end_loan();
     // What the command closed must not become the next client's connection.
     platform::occupy_standard_descriptors();
     return printed;
 }
 
-Printed OutputLoan::take_memory()
+Printed OutputLoan::end_loan()
 {
     assert(!memory_ || memory_.get() > STDERR_FILENO); // the program would print over what was lent
     if (!memory_) {

@@ -1,8 +1,8 @@
 // Descriptor 1, lent to a client for the duration of one command.
 //
-// Commands print with printf; whoever asked wants to see it. A pipe was the alternative, but a command that
-// prints more than a pipe holds would wait for a reader on its own thread; so it is a file in memory. End of
-// file could not mark the end anyway, because a command may keep a duplicate of descriptor 1 for good.
+// Commands print with printf; the one who asked wants to see it. A pipe was the alternative, but a command
+// that prints more than a pipe holds would wait for a reader on its own thread; so it is a file in memory.
+// End of file could not mark the end anyway, because a command may keep a duplicate of descriptor 1 for good.
 //
 // A command may also point descriptor 1 elsewhere for good. Then it is not taken back, and from then on
 // nothing is lent any more: the loan would undo what the operator wanted.
@@ -53,7 +53,7 @@ public:
 
 private:
     void lend();
-    Printed take_memory();
+    Printed end_loan();
 
     bool ended_ = false;
     platform::Descriptor memory_; // empty when nothing is lent

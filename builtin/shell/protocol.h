@@ -16,8 +16,8 @@
 //     "ok"  result  output  output_at  "whole" or "cut"        to "run"; the result in decimal
 //     "ok"  module  command  template  ...                     to "help"; three fields per command
 //
-// Lengths and not line ends delimit, because what a command prints may hold any byte. Nothing is told by the
-// end of the connection alone, so an answer cut short is never taken for a whole one.
+// Lengths and not line ends delimit, because what a command prints may hold any byte. The end of
+// the connection says nothing, so a truncated answer is never read as a whole one.
 #ifndef SHELL_PROTOCOL_H
 #define SHELL_PROTOCOL_H
 
@@ -50,8 +50,8 @@ using Fields = std::vector<std::string>;
 // Returns the frame that carries the fields.
 std::string encode(const Fields &fields);
 
-// Reads a frame's header. Returns the length of what follows, or nothing when the bytes are no header of this
-// version. `header` must hold header_size bytes.
+// Reads a frame's header. Returns the length of what follows, or nothing when the bytes are not a header of
+// this version. `header` must hold header_size bytes.
 std::optional<size_t> decode_header(std::string_view header);
 
 // Returns the fields of what follows the header, or nothing when the lengths do not add up.

@@ -1,7 +1,7 @@
 // The debug shell's server.
 //
 // Everything runs on the daemon's own loop, because handlers read its tables without locks. So no client may
-// make it wait: requests are bounded, replies are written as the client takes them, and a connection has a
+// make it wait: requests are bounded, replies are written as the client reads them, and a connection has a
 // deadline for all of it together. A thread with a blocking socket would be less code here and a lock in
 // every table.
 #include "shell/server.h"
@@ -41,7 +41,7 @@ void refuse(int fd)
 {
     const std::string reply = encode(
         {std::string(status::denied), "only root and the user whom the process runs as may use its shell"});
-    // A new connection takes so little at once; if it does not, the client sees the connection end.
+    // A new connection has room for so little at once; if it does not, the client sees the connection end.
     send(fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 

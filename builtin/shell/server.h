@@ -19,7 +19,7 @@ class Shell
 {
 public:
     // base      the loop; must outlive the shell.
-    // deadline  how long a client may take to send its request, and again to take the reply.
+    // deadline  how long a client may need to send its request, and again to read the reply.
     Shell(event_base *base, std::string module, timeval deadline = {30, 0});
     ~Shell();
     Shell(const Shell &) = delete;
@@ -28,7 +28,9 @@ public:
     // Starts to listen. Returns 0, or a negative errno.
     int32_t open(const std::string &path);
 
+    // The module whose commands it offers, as given to the constructor.
     const std::string &module() const noexcept { return module_; }
+    // What it offers. Commands may be added at any time.
     CommandTable &commands() noexcept { return commands_; }
 
 private:

@@ -33,6 +33,7 @@ public:
     SocketFile(const SocketFile &) = delete;
     SocketFile &operator=(const SocketFile &) = delete;
 
+    // The listening socket, which stays this object's; -1 before open() has succeeded.
     int fd() const noexcept { return socket_.get(); }
 
 private:

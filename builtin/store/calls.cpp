@@ -89,7 +89,7 @@ void Calls::tell_starter(const std::string &problem)
 {
     if (problem != shared_.told_starter) {
         shared_.told_starter = problem;
-        shared_.messages.tell_starter("store client: " + shared_.identity.endpoint.text + ": " + problem);
+        shared_.messages.notify_starter("store client: " + shared_.identity.endpoint.text + ": " + problem);
     }
 }
 

@@ -89,7 +89,7 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
     shared.identity.name = options.name.empty() ? module : options.name;
     if (!configure(options.place)) {
         LOG_TO(shared.messages, platform::log_error, "store client: %s", problem.c_str());
-        shared.messages.tell_starter("store client: " + problem);
+        shared.messages.notify_starter("store client: " + problem);
     }
 }
 

@@ -21,9 +21,9 @@ class SettingsLock
 public:
     explicit SettingsLock(const Log &log) : lock_(mutex())
     {
-        platform::tell_setting_mistakes([log](const std::string &text) { log(APP_CG_KIT_WARNING, text); });
+        platform::on_setting_mistake([log](const std::string &text) { log(APP_CG_KIT_WARNING, text); });
     }
-    ~SettingsLock() { platform::tell_setting_mistakes({}); }
+    ~SettingsLock() { platform::on_setting_mistake({}); }
     SettingsLock(const SettingsLock &) = delete;
     SettingsLock &operator=(const SettingsLock &) = delete;
 

@@ -1,6 +1,6 @@
 // A table of texts in columns.
 //
-// What an operator looks for stands at the end of the line, a reason or the names of modules, and is the
+// What an operator searches for stands at the end of the line, a reason or the names of modules, and is the
 // first that a narrow terminal has no room for: so it goes on below, instead of being cut.
 #include "base/table.h"
 
@@ -60,7 +60,7 @@ Widths least_widths(const std::vector<Column> &columns, const Rows &rows)
     return widths;
 }
 
-// Gives a column what it takes to hold as many whole cells as there is room for.
+// Widens a column to hold as many whole cells as there is room for.
 void widen(Widths &widths, std::size_t i, const Rows &rows, std::size_t limit)
 {
     const std::size_t used = total(widths) + (widths[i] == 0 ? gap : 0);

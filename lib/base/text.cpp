@@ -1,6 +1,6 @@
 // Small operations on text.
 //
-// UTF-8 is looked at by hand: the locale's functions depend on a setting of the user, and what a module wrote
+// UTF-8 is decoded by hand: the locale's functions depend on a setting of the user, and what a module wrote
 // into the store does not.
 #include "base/text.h"
 
@@ -51,7 +51,7 @@ bool is_control(std::string_view character)
     if (first < 0x20 || first == 0x7F) {
         return true;
     }
-    // U+0080 to U+009F: a terminal takes these for commands, too.
+    // U+0080 to U+009F: a terminal obeys these, too.
     return first == 0xC2 && static_cast<uint8_t>(character[1]) < 0xA0;
 }
 

@@ -49,7 +49,7 @@ Pipe make_pipe()
     return result;
 }
 
-// The form that exec takes. The texts stay the caller's.
+// The arguments of exec. The texts stay the caller's.
 std::vector<char *> pointers(std::vector<std::string> &texts)
 {
     std::vector<char *> result;

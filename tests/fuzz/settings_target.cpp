@@ -75,7 +75,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     static const bool prepared = setenv("VX_PLATFORM_CONF", file.path().c_str(), 1) == 0 &&
                                  unsetenv(text_setting) == 0 && unsetenv(number_setting) == 0;
     require(prepared, "the environment names the file");
-    platform::tell_setting_mistakes([](const std::string &message) {
+    platform::on_setting_mistake([](const std::string &message) {
         require(message.compare(0, 10, "platform: ") == 0, "a mistake is told as the platform's", message);
     });
     const std::string_view text = fuzz::view_of(data, size);

@@ -95,7 +95,6 @@ TESTED_BY = {
         "builtin/shell/output.cpp", "builtin/shell/protocol.cpp", "builtin/shell/socket.cpp"],
     "tests/unit/tools/cgctl/shell/debug_shell_test.cpp, its user": [
         "builtin/shell/client.cpp", "tools/cgctl/verbs/debug.cpp"],
-    "tests/unit/lib/base/table_test.cpp, by what is printed": ["lib/base/output.cpp", "lib/base/terminal.cpp"],
     "tests/unit/lib/records/record_text_test.cpp, by records as JSON": [
         "lib/base/json.cpp", "lib/records/record_types.cpp"],
     "tests/unit/lib/records/position_test.cpp, with what it is a key of": ["lib/records/position_key.cpp"],

@@ -23,14 +23,18 @@ public:
     // The client lives longer.
     explicit Chassis(store::Client &client) : client_(client) {}
 
+    // Whether there is a card's information at the position.
     [[nodiscard]] bool has_card(const Position &position);
+    // Writes a card's information, in place of an earlier one.
     void plug(const NewCard &card);
+    // Switches the card there online or offline, or deletes its information.
     void change(const Position &position, scenario::Move move);
+    // Writes this device's global role.
     void set_role(PDev__DmRoleE role);
-    // Unless the request is gone: a late answer would be taken for the reply to the card's next request.
+    // Unless the request is gone: a late answer would count as the reply to the card's next request.
     void answer(const DueAnswer &answer);
-    // Deletes the requests to power the card off: nobody acts on them here, and one that is left would be
-    // taken for the next card's.
+    // Deletes the requests to power the card off: nobody acts on them here, and one that is left would
+    // count as the next card's.
     void forget_power_off(const Position &position);
 
 private:

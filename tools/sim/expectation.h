@@ -34,6 +34,7 @@ public:
     // A check of the card has ended, or it needed none.
     void ended(const Position &position);
 
+    // Whether the card is now as expected.
     [[nodiscard]] bool holds(const scenario::Expect &expect) const;
     // How the card is, in the words of an expectation: "denied by m1: too warm", "waiting for m2".
     [[nodiscard]] std::string seen(const Position &position) const;

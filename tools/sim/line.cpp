@@ -27,7 +27,7 @@ void require_plain(const std::string &line)
     const auto differs = std::mismatch(line.begin(), line.end(), plain.begin(), plain.end());
     throw Mistake{static_cast<std::size_t>(differs.first - line.begin()),
                   is_utf8(line) ? "a control character; only blanks and tabs stand between words"
-                                : "these bytes are no UTF-8"};
+                                : "these bytes are not UTF-8"};
 }
 
 // The text in quotes that begins at a place, without them; `at` becomes the place behind it.

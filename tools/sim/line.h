@@ -37,6 +37,7 @@ public:
     // Splits a line into words. Throws Mistake for a text without an end, a control character, no UTF-8.
     explicit Line(std::string_view text);
 
+    // Whether all words were consumed.
     [[nodiscard]] bool at_end() const { return next_ == words_.size(); }
     // Where the next word begins, or would.
     [[nodiscard]] std::size_t at() const;
@@ -47,10 +48,13 @@ public:
 
     // Whether the next word is this keyword; then it is consumed.
     bool accept(std::string_view keyword);
+    // Any word.
     Word word(const std::string &what);
     // Which of the keywords the next word is: its index.
     std::size_t choice(const std::string &what, const std::vector<std::string> &keywords);
+    // A text in quotes, without them.
     std::string quoted(const std::string &what);
+    // "1/3/0", "1/3".
     Position position();
     // "5s", "200ms", "1.5m": up to an hour.
     Milliseconds time();

@@ -35,6 +35,7 @@ public:
     // A request was written; `again` when the store only reports it once more. `type` is the card's
     // configured type. Returns what the modules owe to it.
     std::vector<DueAnswer> requested(const Position &position, int32_t type, bool again);
+    // The request for the card there was deleted.
     void withdrawn(const Position &position) { requests_.erase(position); }
 
     // Whether the request that it answers still stands.

@@ -57,7 +57,9 @@ public:
     // The store has changed; the arguments are those of admission::feed().
     void heard(bool deleted, const ProtobufCMessage &record, const admission::Change &change);
 
+    // Whether all statements were played.
     [[nodiscard]] bool is_finished() const { return finished_; }
+    // What came of the expectations so far, in their order.
     [[nodiscard]] const std::vector<ExpectationResult> &results() const { return results_; }
     // How many expectations there are in all.
     [[nodiscard]] std::size_t expectations() const { return expectations_; }
@@ -65,6 +67,7 @@ public:
     [[nodiscard]] const std::set<Position> &plugged() const { return plugged_; }
     // Whether a card was plugged there, now or before.
     [[nodiscard]] bool has_played(const Position &position) const { return names_.contains(position); }
+    // What is known of all cards, played ones and others.
     [[nodiscard]] const admission::CardTracker &tracker() const { return tracker_; }
 
 private:

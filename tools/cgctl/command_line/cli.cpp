@@ -139,10 +139,9 @@ class SettingMistakes
 public:
     explicit SettingMistakes(const Session &session)
     {
-        platform::tell_setting_mistakes(
-            [&session](const std::string &text) { session.notice(visible(text)); });
+        platform::on_setting_mistake([&session](const std::string &text) { session.notice(visible(text)); });
     }
-    ~SettingMistakes() { platform::tell_setting_mistakes({}); }
+    ~SettingMistakes() { platform::on_setting_mistake({}); }
     SettingMistakes(const SettingMistakes &) = delete;
     SettingMistakes &operator=(const SettingMistakes &) = delete;
 };

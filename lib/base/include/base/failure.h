@@ -19,7 +19,9 @@ enum Status : int { done = 0, failed = 1, wrong_usage = 2 };
 class Failure : public std::runtime_error
 {
 public:
+    // message  what what() returns.
     Failure(Status status, const std::string &message) : std::runtime_error(message), status_(status) {}
+    // What the program ends with.
     [[nodiscard]] Status status() const noexcept { return status_; }
 
 private:

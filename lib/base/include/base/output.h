@@ -1,4 +1,4 @@
-// What a program says, and to whom: data to its output, live messages to its error output.
+// Where a program prints: data to its output, live messages to its error output.
 #ifndef BASE_OUTPUT_H
 #define BASE_OUTPUT_H
 

@@ -20,7 +20,7 @@ enum class Tone { plain, quiet, heading, good, waiting, warning, bad };
 struct Terminal {
     bool is_one = false;
     bool colour = false;
-    std::size_t width = 0; // 0: no end, for what is no terminal
+    std::size_t width = 0; // 0: unlimited, where there is no terminal
 };
 
 // What the output goes to. `colour` is "auto" (on a terminal, unless NO_COLOR is set), "always" or

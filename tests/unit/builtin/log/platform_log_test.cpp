@@ -58,7 +58,7 @@ TEST(PlatformLog, RecordsGoToStandardErrorAndThenIntoTheLog)
 
 TEST(PlatformLog, WhoStartsAProgramReadsOneLine)
 {
-    EXPECT_EQ(printed([] { platform::tell_starter("no\tsettings"); }), "no\\x09settings\n");
+    EXPECT_EQ(printed([] { platform::notify_starter("no\tsettings"); }), "no\\x09settings\n");
 }
 
 } // namespace

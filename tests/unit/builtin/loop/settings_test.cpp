@@ -74,11 +74,11 @@ TEST_F(Settings, MistakesAreToldToWhoeverAsksForThem)
 {
     configure("nonsense\n");
     std::string told;
-    platform::tell_setting_mistakes([&told](const std::string &text) { told += text; });
+    platform::on_setting_mistake([&told](const std::string &text) { told += text; });
     testing::internal::CaptureStderr();
     EXPECT_EQ(setting("A_SETTING", "fallback"), "fallback");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-    platform::tell_setting_mistakes({});
+    platform::on_setting_mistake({});
     EXPECT_EQ(told, "platform: " + folder.file("platform.conf") + ":1: not of the form NAME=VALUE");
 }
 

@@ -27,6 +27,27 @@ TEST(Visible, ShowsWhatIsNoUtf8)
     EXPECT_EQ(visible("\xFF"), "\\xFF");
 }
 
+TEST(Utf8, IsWellFormedUpToTheBoundsOfEachForm)
+{
+    for (const char *text : {"", "\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF",
+                             "\xEE\x80\x80", "\xEF\xBF\xBF", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
+        EXPECT_TRUE(is_utf8(text)) << visible(text);
+        EXPECT_TRUE(is_utf8(std::string(text) + "a")) << visible(text);
+    }
+    for (const char *text : {"\x80", "\xBF", "\xC1\xBF", "\xC2", "\xC2\x7F", "\xC2\xC0", "\xE0\x9F\xBF",
+                             "\xED\xA0\x80", "\xE1\x80", "\xE1\x80\x7F", "\xF0\x8F\xBF\xBF",
+                             "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xF1\x80\x80"}) {
+        EXPECT_FALSE(is_utf8(text)) << visible(text);
+        EXPECT_FALSE(is_utf8(std::string(text) + "a")) << visible(text);
+    }
+}
+
+TEST(Visible, ShowsTheLastControlCharacterAndNotTheNextOne)
+{
+    EXPECT_EQ(visible("\x1F ~\x7F"), "\\x1F ~\\x7F");
+    EXPECT_EQ(visible("\xC2\x9F\xC2\xA0"), "\\xC2\\x9F\xC2\xA0");
+}
+
 TEST(Visible, StopsAtAWholeCharacter)
 {
     EXPECT_EQ(visible("abc", 2), "ab");
@@ -63,6 +84,40 @@ TEST(Number, TakesDecimalAndHexadecimalWithinItsBounds)
     for (const char *text : {"", "101", "-1", "1 ", "0x", "1e1", "0x-1", "+1"}) {
         EXPECT_EQ(to_number(text, 0, 100), std::nullopt) << text;
     }
+}
+
+TEST(Joined, HasSeparatorsBetween)
+{
+    EXPECT_EQ(joined({}), "");
+    EXPECT_EQ(joined({"a"}), "a");
+    EXPECT_EQ(joined({"a", "", "b"}, "-"), "a--b");
+}
+
+TEST(Split, GivesOnePartMoreThanSeparators)
+{
+    using Parts = std::vector<std::string>;
+    EXPECT_EQ(split("", ','), Parts{""});
+    EXPECT_EQ(split(",a,,b", ','), (Parts{"", "a", "", "b"}));
+}
+
+TEST(ShellWord, IsQuotedUnlessEveryShellReadsItAsItIs)
+{
+    const std::string plain = "azAZ09/._-:@%+,=";
+    EXPECT_EQ(shell_word(plain), plain);
+    EXPECT_EQ(shell_word(""), "''");
+    EXPECT_EQ(shell_word("it's"), "'it'\\''s'");
+    for (const char c : {' ', ';', '`', '{', '[', '$', '~', '*', '#', '\n', '"', '\\', '!', '\xC3'}) {
+        EXPECT_EQ(shell_word(std::string("a") + c), std::string("'a") + c + '\'') << c;
+    }
+}
+
+TEST(Suggestion, IsNearByDistanceOrByAPart)
+{
+    EXPECT_EQ(suggestion("AB", {"abcd", "abcde"}), "nearest: abcd") << "two letters away, and three";
+    EXPECT_EQ(suggestion("ab", {"xxabxx"}), "one of: xxabxx") << "too short to be searched for";
+    EXPECT_EQ(suggestion("abc", {"xxxabcxxx"}), "nearest: xxxabcxxx");
+    EXPECT_EQ(suggestion("abcdefghi", {"abcdefxyz", "abcdewxyz"}), "nearest: abcdefxyz") << "a third";
+    EXPECT_EQ(suggestion("a", {"b", "a", "c", "d"}), "nearest: a, b, c") << "three at most";
 }
 
 TEST(Suggestion, NamesTheNearestFirst)

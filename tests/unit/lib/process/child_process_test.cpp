@@ -7,6 +7,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <functional>
@@ -65,6 +67,37 @@ TEST(ChildProcess, GivesStatusAndOutput)
     EXPECT_EQ(process.output(), "out\n");
     EXPECT_EQ(process.errors(), "err\n");
     EXPECT_EQ(process.poll(), status) << "the status stays known";
+}
+
+TEST(ChildProcess, HasSignalsAsAProgramExpectsThem)
+{
+    constexpr std::array reset{SIGPIPE, SIGTERM, SIGINT};
+    std::array<sighandler_t, reset.size()> before{};
+    std::transform(reset.begin(), reset.end(), before.begin(),
+                   [](int number) { return signal(number, SIG_IGN); });
+    sigset_t blocked;
+    sigset_t mask;
+    sigfillset(&blocked);
+    pthread_sigmask(SIG_BLOCK, &blocked, &mask);
+    ChildProcess process({"grep", "-E", "^Sig(Blk|Ign)", "/proc/self/status"}, plain_environment);
+    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+    for (std::size_t i = 0; i < reset.size(); ++i) {
+        signal(reset.at(i), before.at(i));
+    }
+    EXPECT_EQ(status_of(process), 0);
+    const std::string &printed = process.output();
+    EXPECT_NE(printed.find("SigBlk:\t0000000000000000\n"), std::string::npos) << printed;
+    const std::string name = "SigIgn:\t";
+    ASSERT_NE(printed.find(name), std::string::npos) << printed;
+    const uint64_t ignored = std::stoull(printed.substr(printed.find(name) + name.size()), nullptr, 16);
+    for (const int number : reset) {
+        EXPECT_EQ(ignored >> static_cast<unsigned>(number - 1) & 1U, 0U) << number;
+    }
+}
+
+TEST(ChildProcess, ACommandThatDoesNotExistIsRefused)
+{
+    EXPECT_THROW(ChildProcess({"no-such-command-here"}, plain_environment), std::system_error);
 }
 
 TEST(ChildProcess, IsNotHeldUpByWhatItPrints)

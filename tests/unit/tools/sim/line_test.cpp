@@ -87,7 +87,7 @@ TEST(Line, MistakesStandWhereTheyAre)
     EXPECT_THAT(mistake("say a\"b\""), HasSubstr("5: a text in quotes begins in the middle of a word"));
     EXPECT_THAT(mistake("a=b\"c\""), HasSubstr("3: a text in quotes begins in the middle of a word"));
     EXPECT_EQ(mistake("\"a\"b"), "3: a blank goes behind a text in quotes");
-    EXPECT_EQ(mistake("say \"ü\xff\""), "7: these bytes are no UTF-8");
+    EXPECT_EQ(mistake("say \"ü\xff\""), "7: these bytes are not UTF-8");
     EXPECT_EQ(mistake("say \"\x1b[2J\""), "5: a control character; only blanks and tabs stand between words");
     EXPECT_EQ(mistake("say ü x",
                       [](Line &line) {
