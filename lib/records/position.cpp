@@ -45,7 +45,7 @@ Position parse_position(const std::string &text)
     if (!prefix || prefix->parts < 2) {
         throw Failure(wrong_usage,
                       in_quotes(text) +
-                          " is no card position; devid/slotid/sslotid as in 1/3/0, or devid/slotid");
+                          " is not a card position; devid/slotid/sslotid as in 1/3/0, or devid/slotid");
     }
     return prefix->position;
 }
@@ -54,8 +54,9 @@ PositionPrefix parse_prefix(const std::string &text)
 {
     const std::optional<PositionPrefix> prefix = ids_in(text);
     if (!prefix) {
-        throw Failure(wrong_usage, in_quotes(text) + " is no position; a card as in 1/3/0, a slot as in 1/3, "
-                                                     "or a device as in 1");
+        throw Failure(wrong_usage, in_quotes(text) +
+                                       " is not a position; a card as in 1/3/0, a slot as in 1/3, "
+                                       "or a device as in 1");
     }
     return *prefix;
 }

@@ -316,7 +316,7 @@ Assignment parse_assignment(const RecordType &type, const std::string &text)
 {
     const std::size_t equals = text.find('=');
     if (equals == std::string::npos || equals == 0) {
-        refuse(in_quotes(text) + " is no assignment; FIELD=VALUE with a field of " + type.name());
+        refuse(in_quotes(text) + " is not an assignment; FIELD=VALUE with a field of " + type.name());
     }
     Assignment result{split(text.substr(0, equals), '.'), visible(text.substr(0, equals)),
                       text.substr(equals + 1)};

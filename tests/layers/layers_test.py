@@ -124,7 +124,7 @@ TESTED_BY = {
     "tests/system/test_screen.py: it wants a terminal": [
         "tools/cgctl/screen/curses_screen.cpp", "tools/cgctl/watch/watch_screen.cpp"],
     "tests/unit/tools/cgctl/verbs/watch_test.cpp, by command lines": [
-        "tools/cgctl/access/live.cpp", "tools/cgctl/cards/live_cards.cpp", "tools/cgctl/watch/watch_events.cpp", "tools/cgctl/watch/watch_records.cpp"],
+        "tools/cgctl/cards/live_cards.cpp", "tools/cgctl/watch/watch_records.cpp"],
 }  # fmt: skip
 
 # What is not true yet, a line each. An entry that has become needless is a failure.

@@ -112,7 +112,7 @@ bool Store::exists(int32_t db, const ProtobufCMessage &key)
 {
     connect(db);
     const auto found = client_->exists(db, key);
-    check(found, "look for", *key.descriptor, db);
+    check(found, "look up", *key.descriptor, db);
     return found.value;
 }
 

@@ -21,7 +21,7 @@ struct AclFinding {
     std::string problem;
 };
 
-// A connection to the server as somebody who may ask it about its users.
+// A connection to the server as a user who may ask it about its users.
 class AclInspector
 {
 public:
@@ -33,7 +33,7 @@ public:
     std::vector<AclFinding> check(const std::vector<AclUser> &users,
                                   const std::map<std::string, std::string> &digests);
 
-    // The file that the server keeps its users in; empty when it has none, or does not tell.
+    // The file that the server keeps its users in; empty when it has none, or does not say.
     std::string users_file();
 
 private:

@@ -1,7 +1,7 @@
 // Who may do what in the store; see the header.
 //
 // What a function of the store's library does, it does with its caller's rights, and a call needs reading
-// and writing of every key it declares: so whoever writes records has a selector for the call itself, and
+// and writing of every key it declares: so a user who writes records has a selector for the call itself, and
 // others for each command that the function runs. Traps: a plain channel right permits publishing as well as
 // subscribing, so the two have selectors of their own; a new selector begins with the server's default for
 // channels, which may be all of them, so each takes that away first.
@@ -36,7 +36,7 @@ const Texts written_by_daemon{"p_libpub.app_cg_card_check_info", "p_libpub.app_c
                               "s_dev.im_card_power_onoff"};
 const Texts removed_by_daemon{"p_libpub.app_cg_card_check_ack", "p_libpub.app_cg_card_bak_info"};
 
-// What every client does, whoever it is.
+// What every client does.
 const Texts connection_commands{"+ping", "+select", "+info", "+client|setname"};
 const Texts read_commands{"+get",    "+hget", "+hmget",    "+hgetall",   "+hlen",
                           "+exists", "+type", "+smembers", "+sismember", "+sscan"};

@@ -3,7 +3,7 @@
 // A user's rights are a list of selectors. The server lets a command pass when one selector alone permits the
 // command, its keys and its channels; so what may be read, written, counted, indexed and published stands
 // apart, and a right on one kind of key is of no use on another. One list of rights per user was rejected:
-// whoever may count with INCR and remove records with DEL could then remove the counter.
+// a user who may count with INCR and remove records with DEL could then remove the counter.
 #ifndef ACL_ACL_USERS_H
 #define ACL_ACL_USERS_H
 
@@ -32,7 +32,7 @@ struct AclUser {
 inline constexpr const char *daemon_user = "app_cg";
 inline constexpr const char *watcher_user = "app_cg-watch";
 inline constexpr const char *administrator_user = "app_cg-admin";
-inline constexpr const char *default_user = "default"; // whoever did not log in
+inline constexpr const char *default_user = "default"; // of clients that did not log in
 inline constexpr const char *module_user_prefix = "module-";
 
 // Everybody who should be there: the daemon, one user per module in this order, watcher, administrator,

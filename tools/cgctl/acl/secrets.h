@@ -1,6 +1,6 @@
 // The folder with one file of credentials for each user of the store server.
 //
-// Each file is what VX_MOM_AUTH_FILE takes, so that the daemon, a module or an operator is given just the one
+// Each file is what VX_MOM_AUTH_FILE names, so that the daemon, a module or an operator is given just the one
 // that it needs, and the server only ever sees digests.
 #ifndef ACL_SECRETS_H
 #define ACL_SECRETS_H

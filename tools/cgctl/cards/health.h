@@ -1,6 +1,6 @@
 // What a live view cannot be believed for: the store, the daemon or the recorder is not there.
 //
-// Kept apart from the cards, and without asking anybody: whoever listens hands in what it heard.
+// Kept apart from the cards, and passive: the listener hands in what it received.
 #ifndef CARDS_HEALTH_H
 #define CARDS_HEALTH_H
 

@@ -1,7 +1,6 @@
 // The cards and what happens to them, live from the store.
 #include "cards/live_cards.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "base/text.h"
@@ -38,11 +37,26 @@ std::map<Position, std::string> reasons_in(const DaemonView &daemon)
 LiveCards::LiveCards(const Session &session, Store &store, const std::string &history_file,
                      CardEvents::Listener listener, std::function<void()> complete)
     : session_(session), events_(std::move(listener)),
-      live_(session, store, [this](const store::ConnectionEvent &event) { handle_outage(event); }),
+      follower_(store.client(),
+                {.changed = [this](const auto &record, bool deleted,
+                                   const auto &change) { handle(record, deleted, change); },
+                 .undecodable =
+                     [this](const auto &key, const auto &reason) {
+                         session_.notice("record " + key + " does not decode: " + reason);
+                     },
+                 .snapshot_done = [this] { finish_snapshot(); },
+                 .outage =
+                     [this](const auto &event) {
+                         const bool connected = event.kind != store::ConnectionEvent::Kind::lost;
+                         events_.store_heard({event.database, connected, event.same_data}, now());
+                     }}),
       complete_(std::move(complete)), past_(read_past(history_file)),
       probe_(store.loop(), session.socket, history_file,
              [this](const HealthReport &report) { handle_health(report); })
 {
+    for (const int32_t db : admission::tracked_databases()) {
+        store.connect(db);
+    }
     std::vector<Position> requests;
     for (const store::Record &record : store.scan(p_libpub__app_cg_card_check_info__descriptor)) {
         if (const auto position = position_of(*record.message)) {
@@ -57,41 +71,24 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     events_.set_daemons_reasons(reasons_in(daemon_));
     prime(events_.tracker(), daemon_, past_, requests, modules_asked_at_);
     handle_health({daemon_, {past_.alive_at, past_.problem}});
-    for (const admission::TrackedType &tracked : admission::tracked_types()) {
-        live_.subscribe(record_type(tracked.descriptor->name),
-                        [this](const store::Change &change) { handle(change); });
+    follower_.start(false);
+}
+
+void LiveCards::handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change)
+{
+    const bool asks = record.descriptor == &p_libpub__app_cg_card_check_info__descriptor;
+    if (asks && !change.existing && !deleted) {
+        refresh_modules(change.at);
     }
+    events_.handle(record, deleted, change);
 }
 
-void LiveCards::handle_outage(const store::ConnectionEvent &event)
+void LiveCards::finish_snapshot()
 {
-    in_place_.lost(event.database);
-    const bool connected = event.kind == store::ConnectionEvent::Kind::returned;
-    events_.store_heard({event.database, connected, event.same_data}, now());
-}
-
-void LiveCards::handle(const store::Change &change)
-{
-    const Time at = now();
-    if (change.command == VX_MOM_CMD_SUBSCRIBED) {
-        if (in_place_.told(change.type)) {
-            events_.all_received(at);
-            if (!std::exchange(completed_, true)) { // later ones are those after an outage
-                complete_();
-                notice_health();
-            }
-        }
-    } else if (change.error != 0) {
-        session_.notice(std::string("a record of ") + change.type->name + " could not be read (result " +
-                        std::to_string(change.error) + ")");
-    } else {
-        const bool deleted = change.command == VX_MOM_CMD_DELETED;
-        const bool asks = change.type == &p_libpub__app_cg_card_check_info__descriptor;
-        if (asks && !change.existing && !deleted) {
-            refresh_modules(at);
-        }
-        const bool existing = change.existing || !in_place_.is_complete(change.database);
-        events_.handle(*change.record, deleted, {at, existing, {change.revision, change.origin()}});
+    events_.all_received(now());
+    if (const auto complete = std::exchange(complete_, {})) { // later ones are those after an outage
+        complete();
+        notice_health();
     }
 }
 

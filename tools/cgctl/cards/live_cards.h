@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "access/live.h"
-#include "admission/feed.h"
+#include "access/store.h"
+#include "admission/follower.h"
 #include "cards/card_events.h"
 #include "cards/health_probe.h"
 #include "command_line/session.h"
@@ -16,27 +16,24 @@ namespace cg
 class LiveCards
 {
 public:
-    // Subscribes to all that is about cards, once live().run() runs. Throws Failure when the store does not
+    // Follows all that is about cards once the store's loop runs. Throws Failure when the store does not
     // answer. Session and store outlive this. `complete` is called when every existing record was received.
     LiveCards(const Session &session, Store &store, const std::string &history_file,
               CardEvents::Listener listener, std::function<void()> complete);
 
-    [[nodiscard]] Live &live() { return live_; }
     [[nodiscard]] const CardEvents &events() const { return events_; }
 
 private:
-    void handle(const store::Change &change);
-    void handle_outage(const store::ConnectionEvent &event);
+    void handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change);
+    void finish_snapshot();
     void refresh_modules(Time now);
     void notice_health() const;
     void handle_health(const HealthReport &report);
 
     const Session &session_;
     CardEvents events_;
-    Live live_;
-    std::function<void()> complete_;
-    admission::InPlace in_place_;
-    bool completed_ = false;
+    admission::Follower follower_;
+    std::function<void()> complete_; // empty once it was called
     Time modules_asked_at_{};
     DaemonView daemon_; // as it was at the beginning, and the recorder's file
     Past past_;

@@ -20,7 +20,7 @@ using admission::Time;
 using admission::TrackedCard;
 
 // The daemon asks those whom it found when it connected; without it, the folder is the next best. Nothing: it
-// cannot be told.
+// cannot be known.
 std::optional<std::vector<std::string>> modules_asked(const DaemonView &daemon)
 {
     if (daemon.problem.empty()) {
@@ -46,8 +46,8 @@ std::string reason_of(const TrackedCard &card, const DaemonView &daemon)
     if (const admission::Decision *denial = denial_of(card)) {
         return denial->reason;
     }
-    const auto told = daemon.cards.find(card.card.position);
-    return card.denied && told != daemon.cards.end() ? told->second.reason : "";
+    const auto found = daemon.cards.find(card.card.position);
+    return card.denied && found != daemon.cards.end() ? found->second.reason : "";
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // From arguments to a verb, and from failures to an exit status.
 //
-// What stands behind "--" is taken away before the parser sees it: it is another program's command line, and
-// the parser would look for our own options and verbs in it.
+// What stands behind "--" is removed before the parser sees it: it is another program's command line, and the
+// parser would find our own options and verbs in it.
 #include "command_line/cli.h"
 
 #include <CLI/App.hpp>
@@ -133,7 +133,7 @@ std::string usage_message(const CLI::App &app, const CLI::ParseError &error)
     return visible(error.what()) + (error.get_name() == "ValidationError" ? "" : where);
 }
 
-// Has mistakes in the platform's settings told as ours are, as long as it lives.
+// Has mistakes in the platform's settings reported as ours are, as long as it lives.
 class SettingMistakes
 {
 public:
@@ -147,7 +147,7 @@ public:
 };
 
 // Returns the arguments before "--" and leaves the command behind it in the session.
-std::vector<std::string> take_command(const std::vector<std::string> &arguments, Session &session)
+std::vector<std::string> split_command(const std::vector<std::string> &arguments, Session &session)
 {
     const auto marker = std::find(arguments.begin(), arguments.end(), "--");
     if (marker != arguments.end()) {
@@ -161,7 +161,7 @@ std::vector<std::string> take_command(const std::vector<std::string> &arguments,
 void parse(CLI::App &app, Session &session, std::vector<std::string> arguments)
 {
     try {
-        std::reverse(arguments.begin(), arguments.end()); // the parser takes them from the back
+        std::reverse(arguments.begin(), arguments.end()); // the parser pops them from the back
         app.parse(arguments);
     } catch (const CLI::Success &help) {
         session.action = [&app, &session, help] {
@@ -204,7 +204,7 @@ std::string usage_problem(const std::vector<std::string> &arguments)
 {
     std::ostringstream unused;
     Session session{{unused, unused}};
-    const std::vector<std::string> own = take_command(arguments, session);
+    const std::vector<std::string> own = split_command(arguments, session);
     try {
         CLI::App app(description);
         add_everything(app, session);
@@ -218,10 +218,10 @@ std::string usage_problem(const std::vector<std::string> &arguments)
 int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostream &err)
 {
     Session session{{out, err}};
-    const std::vector<std::string> own = take_command(arguments, session);
+    const std::vector<std::string> own = split_command(arguments, session);
     // An error of the parser itself should come as asked, too.
     session.json = std::find(own.begin(), own.end(), "--json") != own.end();
-    const SettingMistakes told(session);
+    const SettingMistakes reported(session);
     try {
         CLI::App app(description);
         add_everything(app, session);

@@ -19,7 +19,7 @@ namespace cg
 int run(const std::vector<std::string> &arguments, std::ostream &out, std::ostream &err);
 
 // Parses an invocation and carries out nothing. Returns what is wrong with it, or nothing at all ("") when
-// the parser takes it. What a verb checks itself is not looked at.
+// the parser accepts it. What a verb checks itself is not checked.
 std::string usage_problem(const std::vector<std::string> &arguments);
 
 // All verbs that the help shows.

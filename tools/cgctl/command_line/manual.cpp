@@ -49,7 +49,7 @@ public:
 
     [[nodiscard]] bool has(const std::string &name) const { return unused_.contains(name); }
 
-    std::string take(const std::string &name)
+    std::string use(const std::string &name)
     {
         const std::string path = folder_ + '/' + name + ".mdoc";
         std::ostringstream text;
@@ -105,7 +105,7 @@ std::string value(const Argument &argument)
     return words;
 }
 
-// The options that every verb has, and the page tells of once.
+// The options that every verb has, and the page describes once.
 bool is_general(const Argument &option)
 {
     return option.names.back() == "--json" || option.names.back() == "--help";
@@ -168,7 +168,7 @@ std::string description(const Verb &verb, Prose &prose)
     const bool is_below = verb.path != verb.name;
     std::string text = ".Ss " + verb.path + '\n' + sentences(verb.description);
     if (!is_below || prose.has(file)) {
-        text += prose.take(file);
+        text += prose.use(file);
     }
     text += arguments(verb, false);
     // A group's examples are those of the verbs below it.
@@ -182,8 +182,8 @@ std::string manual_page(const Verb &program, const std::string &prose_folder)
     Prose prose(prose_folder);
     std::string forms;
     std::string verbs;
-    const std::string head = prose.take("head");
-    const std::string about = prose.take("about");
+    const std::string head = prose.use("head");
+    const std::string about = prose.use("about");
     for_each_verb(program, [&](const Verb &verb) {
         if (!verb.wants_verb || verb.path.empty()) {
             forms += synopsis(verb);
@@ -193,7 +193,7 @@ std::string manual_page(const Verb &program, const std::string &prose_folder)
     std::string page = made_from + head + ".Sh SYNOPSIS\n" + forms + ".Sh DESCRIPTION\n" + about +
                        arguments(program, true) + ".Sh VERBS\n" + verbs;
     for (const char *section : sections) {
-        page += prose.has(section) ? prose.take(section) : "";
+        page += prose.has(section) ? prose.use(section) : "";
     }
     prose.expect_all_used();
     return page;

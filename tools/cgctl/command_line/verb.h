@@ -10,12 +10,12 @@
 namespace cg
 {
 
-// Adds a verb. Every verb takes --json, so that a script can always ask for errors that it can parse.
+// Adds a verb. Every verb accepts --json, so that a script can always ask for errors that it can parse.
 //
 // description  one or more sentences, without a full stop at the end.
-// examples     lines that begin with two blanks, each a command line that the parser takes; one at least.
+// examples     lines that begin with two blanks, each a command line that the parser accepts; one at least.
 //
-// Help, completion and the manual page are made from what is declared here. What an option takes is said by
+// Help, completion and the manual page are made from what is declared here. What an option accepts is said by
 // its type name: a kind that completion knows (verb_tree.h), as in ->type_name("FOLDER"), the words
 // themselves, as in
 // ->type_name("master|slave"), or a short name like N. Prose goes into docs/man/cgctl, in a file called like

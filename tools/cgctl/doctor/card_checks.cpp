@@ -56,7 +56,7 @@ struct Answer {
 
 std::set<Answer> answers_left(Examination &examination)
 {
-    const std::vector<std::string> modules = examination.registered_modules();
+    const std::vector<std::string> modules = asked_of(examination.modules);
     std::set<Position> cards;
     for (const store::Record &record : examination.store().scan(p_dev__card_info__descriptor)) {
         cards.insert(position_of(*record.message).value_or(Position{}));
@@ -157,7 +157,7 @@ Finding check_records(Examination &examination)
         fixes.push_back('`' + examination.redis_cli("DEL " + shell_word(key), type ? type->db : 0) + '`');
     }
     return {Severity::fail, "the daemon cannot read " + listed({keys.begin(), keys.end()}),
-            "whoever writes them has to write them again; these remove them: " + listed(fixes)};
+            "their writers have to write them again; these commands remove them: " + listed(fixes)};
 }
 
 Finding check_cards(Examination &examination)

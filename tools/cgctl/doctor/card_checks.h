@@ -18,7 +18,7 @@ Finding check_records(Examination &examination);
 // Each online card has a request or a verdict.
 Finding check_cards(Examination &examination);
 
-// No answers are left over.
+// There are no stale acknowledgements.
 Finding check_acknowledgements(Examination &examination);
 
 } // namespace cg

@@ -1,7 +1,7 @@
-// The doctor's checks of what the store client keeps in the server, and at what comes of a write.
+// The doctor's checks of what the store client keeps in the server, and of what becomes of a write.
 //
-// A subscription that delivers nothing gives no error: a server behind a balancer, or a go-between that drops
-// what it did not ask for, looks healthy from everywhere but from the one who waits. So a canary is written,
+// A subscription that delivers nothing gives no error: a server behind a balancer, or a proxy that drops what
+// it did not ask for, seems healthy to everybody but its subscribers. So a canary is written,
 // with a type, a counter and an index of its own, of which nothing remains.
 #include "doctor/client_checks.h"
 
@@ -125,15 +125,14 @@ Finding Canary::write_and_wait()
         item(written.text) + item("4") + item("1") + item(canary_field) + item(word_);
     const auto message = listener_.next(examination_.patience);
     if (!message) {
-        return {
-            Severity::fail, "a change is published, but does not arrive at its subscriber",
-            "let VX_MOM_ENDPOINT lead to the server itself: no balancer over several servers, and nothing "
-            "in between that drops what is pushed"};
+        return {Severity::fail, "a change is published, but does not arrive at its subscriber",
+                "point VX_MOM_ENDPOINT at the server itself: no balancer over several servers, and nothing "
+                "in between that drops what is pushed"};
     }
     if (message->items.size() != 3 || message->items[1].text != channel_ ||
         message->items[2].text != expected) {
         return {Severity::fail, "what arrives at a subscriber is not what was written",
-                "let VX_MOM_ENDPOINT lead to the server itself, with nothing in between"};
+                "point VX_MOM_ENDPOINT at the server itself, with nothing in between"};
     }
     return {};
 }

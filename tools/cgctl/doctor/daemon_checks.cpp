@@ -126,7 +126,7 @@ Finding check_daemon_modules(Examination &examination)
     }
     const std::vector<std::string> &names = *examination.daemon_modules;
     const std::set<std::string> known(names.begin(), names.end());
-    const std::vector<std::string> in_folder = examination.registered_modules();
+    const std::vector<std::string> in_folder = asked_of(examination.modules);
     const std::set<std::string> wanted(in_folder.begin(), in_folder.end());
     if (known != wanted) {
         return {Severity::warn,

@@ -92,15 +92,6 @@ Store &Examination::store()
     return *store_;
 }
 
-std::vector<std::string> Examination::registered_modules() const
-{
-    std::vector<std::string> names;
-    for (std::size_t i = 0; i < std::min(modules.entries.size(), most_modules); ++i) {
-        names.push_back(modules.entries[i].name);
-    }
-    return names;
-}
-
 std::string Examination::cgctl(const std::string &arguments) const
 {
     const std::string endpoint =

@@ -61,8 +61,6 @@ public:
     // The store as the verbs use it. Opening it registers the server's run, where the user may: so it is for
     // checks that come after the one of the registration.
     Store &store();
-    // The modules' names as the daemon registers them, without the entries that it ignores.
-    [[nodiscard]] std::vector<std::string> registered_modules() const;
 
     // For fixes: how the commands have to be called here.
     [[nodiscard]] std::string cgctl(const std::string &arguments) const;

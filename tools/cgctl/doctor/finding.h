@@ -13,7 +13,7 @@ namespace cg
 enum class Severity { ok, warn, fail, skipped };
 
 // All is well when there is nothing to fix: a check that could not be made for want of rights asks to be made
-// by somebody else.
+// by another user.
 struct Finding {
     Severity severity = Severity::ok;
     std::string found{};

@@ -40,7 +40,7 @@ Finding check_module_folder(Examination &examination)
                 "`touch " + path_of(examination, "NAME") +
                     "` for each check module, and restart the daemon, which reads it only when it connects"};
     }
-    return {Severity::ok, listed(examination.registered_modules())};
+    return {Severity::ok, listed(asked_of(examination.modules))};
 }
 
 Finding check_module_count(Examination &examination)
@@ -94,16 +94,16 @@ Finding check_duplicates(Examination &examination)
     }
     std::vector<std::string> wrong;
     std::vector<std::string> fixes;
-    for (const auto &[name, twins] : files) {
-        if (twins.size() > 1) {
+    for (const auto &[name, duplicates] : files) {
+        if (duplicates.size() > 1) {
             std::vector<std::string> quoted;
-            for (const std::string &twin : twins) {
-                quoted.push_back(in_quotes(twin));
+            for (const std::string &entry : duplicates) {
+                quoted.push_back(in_quotes(entry));
             }
             wrong.push_back(listed(quoted) + " are both " + in_quotes(name) +
                             " to the daemon, so every card waits 300 seconds for the second");
-            for (std::size_t i = 1; i < twins.size(); ++i) {
-                fixes.push_back("`rm -r " + path_of(examination, twins[i]) +
+            for (std::size_t i = 1; i < duplicates.size(); ++i) {
+                fixes.push_back("`rm -r " + path_of(examination, duplicates[i]) +
                                 "`, or a name that differs in its first 15 bytes");
             }
         }

@@ -41,7 +41,7 @@ std::string secrets_folder()
     return slash == std::string::npos || slash == 0 ? "/etc/app_cg/secrets" : own.substr(0, slash);
 }
 
-// The file that the server keeps its users in; empty when it has none, or does not tell.
+// The file that the server keeps its users in; empty when it has none, or does not say.
 std::string users_file(Examination &examination)
 {
     const store::Inspected reply = examination.ask({"CONFIG", "GET", "aclfile"});
@@ -88,7 +88,7 @@ public:
         number_++;
     }
 
-    // All of them: whoever starts one and asks again should not learn of the next only then.
+    // All of them: a user who starts one should not learn of the next only in the next examination.
     [[nodiscard]] Finding finding() const
     {
         if (names_.empty()) {
@@ -96,9 +96,9 @@ public:
         }
         const bool is_one = names_.size() == 1;
         return {Severity::warn,
-                std::string("no client of the store is ") + (is_one ? "the module " : "one of the modules ") +
-                    said_ + ": every card waits 300 seconds for " + (is_one ? "it" : "them") +
-                    " and is then admitted",
+                (is_one ? "the module " : "the modules ") + said_ + (is_one ? " is" : " are") +
+                    " not connected to the store: every card waits 300 seconds for " +
+                    (is_one ? "it" : "them") + " and is then admitted",
                 std::string("start ") + (is_one ? "the module as the user " : "each module as its user, ") +
                     users_ + ", or remove " +
                     (number_ == 1 ? "its entry" : "the entries of those that are not wanted") + ": `rm -r" +
@@ -149,8 +149,8 @@ Finding check_rights(Examination &examination)
     if (!examination.has_users.value_or(false)) {
         return without_users(examination);
     }
-    const std::vector<std::string> names = examination.registered_modules();
-    const std::set<std::string> modules(names.begin(), names.end()); // twins have one user
+    const std::vector<std::string> names = asked_of(examination.modules);
+    const std::set<std::string> modules(names.begin(), names.end()); // duplicates have one user
     AclInspector server(examination.patience);
     const std::vector<AclFinding> problems = server.check(acl_users({modules.begin(), modules.end()}), {});
     if (problems.empty()) {

@@ -18,7 +18,7 @@ namespace
 constexpr int least_version = 7; // the first with functions
 constexpr std::chrono::seconds longest_patience{10};
 
-// What Redis has unless told otherwise. The daemon takes every change of every card from this buffer, while
+// What Redis has by default. The daemon receives every change of every card through this buffer, while
 // it may be kept waiting by a call for some seconds.
 constexpr int64_t least_hard_limit = 33554432;
 constexpr int64_t least_soft_limit = 8388608;
@@ -30,7 +30,7 @@ int major_version(const std::string &version)
     return major;
 }
 
-// The value of a setting of the server; nothing, and `finding` says why, when it does not tell.
+// The value of a setting of the server; nothing, and `finding` says why, when it does not say.
 std::optional<std::string> server_setting(Examination &examination, const char *name, Finding &finding)
 {
     const store::Inspected reply = examination.ask({"CONFIG", "GET", name});
@@ -115,7 +115,7 @@ Finding check_server(Examination &examination)
     const std::string name = valkey.empty() ? "Redis " + version : "Valkey " + valkey;
     if (major_version(version) < least_version) {
         return {Severity::fail, version.empty() ? "it does not say that it is Redis" : "it is " + name,
-                "let Redis 7 or newer, or Valkey, serve there"};
+                "run Redis 7 or newer, or Valkey, there"};
     }
     if (examination.server_info("loading") == "1") {
         return {Severity::fail, name + " is still reading its data",

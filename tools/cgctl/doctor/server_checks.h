@@ -18,7 +18,7 @@ Finding check_store(Examination &examination);
 // It is of the right kind and version. Keeps its INFO.
 Finding check_server(Examination &examination);
 
-// It is no replica.
+// It is not a replica.
 Finding check_server_role(Examination &examination);
 
 // The databases that the daemon works with exist.

@@ -7,7 +7,6 @@
 #include <tuple>
 #include <utility>
 
-#include "access/live.h"
 #include "admission/card_facts.h"
 #include "admission/card_text.h"
 #include "base/table.h"
@@ -157,7 +156,10 @@ struct EventForm {
     }
     std::string operator()(const StoreChange &store) const
     {
-        return outage_text(store.db, !store.connected, store.same_data);
+        const std::string which = "database " + std::to_string(store.db);
+        return store.connected
+                   ? "the store is back, " + which + (store.same_data ? "" : ", with other data than before")
+                   : "lost the store, " + which + "; connecting again";
     }
     std::string operator()(const DaemonChange &daemon) const
     {

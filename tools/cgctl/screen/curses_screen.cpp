@@ -78,7 +78,7 @@ attr_t attributes_of(const Glyph &glyph, bool colour)
     return attributes;
 }
 
-// Characters go out as the locale has them; where the user's has no UTF-8, one that has is taken.
+// Characters go out as the locale has them; where the user's has no UTF-8, one that has it is used.
 void set_characters()
 {
     (void)setlocale(LC_CTYPE, "");

@@ -15,7 +15,7 @@ class CursesScreen
 public:
     static constexpr int32_t no_key = -1;
 
-    // Takes the terminal. Throws Failure when its kind is not known.
+    // Claims the terminal. Throws Failure when its kind is not known.
     explicit CursesScreen(bool colour);
     ~CursesScreen();
     CursesScreen(const CursesScreen &) = delete;

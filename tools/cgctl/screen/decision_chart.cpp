@@ -19,19 +19,19 @@ using admission::Outcome;
 using admission::Time;
 using std::chrono::seconds;
 
-struct Look {
+struct Style {
     char letter;
     Tone tone;
 };
 
 // In the order of the enumeration.
-constexpr std::array<Look, outcome_count> looks{{{'P', Tone::good},
-                                                 {'T', Tone::warning},
-                                                 {'D', Tone::bad},
-                                                 {'E', Tone::good},
-                                                 {'N', Tone::good},
-                                                 {'W', Tone::quiet},
-                                                 {'?', Tone::quiet}}};
+constexpr std::array<Style, outcome_count> styles{{{'P', Tone::good},
+                                                   {'T', Tone::warning},
+                                                   {'D', Tone::bad},
+                                                   {'E', Tone::good},
+                                                   {'N', Tone::good},
+                                                   {'W', Tone::quiet},
+                                                   {'?', Tone::quiet}}};
 
 // Whole days begin at midnight UTC, not in the user's zone: bars stay where they are when clocks change.
 constexpr std::array<int64_t, 17> steps_s{1,    5,     15,    60,    300,   600,    900,    1800,   3600,
@@ -102,7 +102,7 @@ void add_legend(std::vector<std::string> &lines, std::size_t each, const Termina
     for (std::size_t i = 0; i < outcome_count; ++i) {
         const std::string text =
             std::string(" ") + text_of(static_cast<Outcome>(i)) + (i + 1 == outcome_count ? ";" : ",");
-        add(toned(terminal, looks.at(i).tone, std::string(1, looks.at(i).letter)) + text, 1 + text.size());
+        add(toned(terminal, styles.at(i).tone, std::string(1, styles.at(i).letter)) + text, 1 + text.size());
     }
     const std::string scale =
         "a letter is " + (each == 1 ? "one decision" : "up to " + std::to_string(each) + " decisions");
@@ -117,7 +117,7 @@ std::string bar_line(const Bar &bar, std::size_t each, std::size_t width, const 
     for (std::size_t i = 0; i < outcome_count; ++i) {
         const std::size_t letters = letters_of(bar.counts.at(i), each);
         if (letters > 0) {
-            line += toned(terminal, looks.at(i).tone, std::string(letters, looks.at(i).letter));
+            line += toned(terminal, styles.at(i).tone, std::string(letters, styles.at(i).letter));
             used += letters;
         }
     }
@@ -145,7 +145,7 @@ std::size_t Bar::total() const
 
 char letter_of(Outcome outcome)
 {
-    return looks.at(static_cast<std::size_t>(outcome)).letter;
+    return styles.at(static_cast<std::size_t>(outcome)).letter;
 }
 
 std::string minute_text(Time time)

@@ -1,7 +1,7 @@
 // Decisions over time, as a picture that any browser shows.
 //
 // Colours come with the letters of the terminal's chart in the legend, and each piece says in its title what
-// it is, for those who cannot tell the colours apart. What modules wrote is not in it.
+// it is, for readers who cannot distinguish the colours. What modules wrote is not in it.
 #include "screen/decision_svg.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// The chassis as its front looks.
+// The chassis seen from the front.
 //
 // Every position is first placed, then drawn: the places are what the arrow keys move over, too.
 #include "screen/front_panel.h"

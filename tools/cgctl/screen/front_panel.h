@@ -1,4 +1,4 @@
-// The chassis as its front looks: slots as boxes, or cards as lines.
+// The chassis seen from the front: slots as boxes, or cards as lines.
 #ifndef SCREEN_FRONT_PANEL_H
 #define SCREEN_FRONT_PANEL_H
 

@@ -26,7 +26,7 @@ struct AclOptions {
     bool check = false;
 };
 
-// The names that the daemon takes from the folder, each once.
+// The names that the daemon reads from the folder, each once.
 std::vector<std::string> module_names(const Session &session, const std::string &path)
 {
     const ModuleFolder folder = read_module_folder(path);
@@ -79,13 +79,9 @@ Json user_to_json(const AclUser &user, bool is_on, const std::string &line)
                                   " has bytes in its name that JSON cannot " +
                                   "hold; the list without --json has them");
     }
-    Json module = nullptr;
-    if (user.role == AclRole::module) {
-        module = visible(user.module);
-    }
     return {{"user", visible(user.name)},
             {"role", role_name(user.role)},
-            {"module", module},
+            {"module", user.role == AclRole::module ? Json(visible(user.module)) : Json(nullptr)},
             {"on", is_on},
             {"line", visible(line)}};
 }
@@ -115,24 +111,14 @@ int print_users(const Session &session, const AclOptions &options)
     return done;
 }
 
-std::string as_argument(const std::string &text)
-{
-    std::string argument = "'";
-    for (const char c : visible(text)) {
-        argument += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    }
-    return argument + "'";
-}
-
 // What to do, whatever was found: the list as it should be, in the server's place for it. By way of another
 // file: a command that fails must not leave an empty list, which is one user who may do everything.
 std::string fix(const AclOptions &options, const std::string &users_file)
 {
     const std::string modules = options.modules == default_module_folder
                                     ? std::string()
-                                    : " --modules " + as_argument(options.modules);
-    const std::string secrets =
-        options.secrets.empty() ? std::string("FOLDER") : as_argument(options.secrets);
+                                    : " --modules " + shell_word(options.modules);
+    const std::string secrets = options.secrets.empty() ? std::string("FOLDER") : shell_word(options.secrets);
     const std::string print =
         "cgctl acl" + modules + " --secrets " + secrets + " --create > users.acl && cp users.acl ";
     const std::string others = " (with users of your own added again)";
@@ -140,20 +126,14 @@ std::string fix(const AclOptions &options, const std::string &users_file)
         return "`" + print + "/etc/redis/users.acl`" + others + ", `aclfile /etc/redis/users.acl` in the " +
                "server's configuration, and a restart of the server";
     }
-    return "`" + print + as_argument(users_file) + "`" + others + ", and `ACL LOAD` on the server";
-}
-
-void check_settings()
-{
-    const std::string problem = store::configuration_problem();
-    if (!problem.empty()) {
-        throw Failure(wrong_usage, visible(problem));
-    }
+    return "`" + print + shell_word(users_file) + "`" + others + ", and `ACL LOAD` on the server";
 }
 
 int check_users(const Session &session, const AclOptions &options)
 {
-    check_settings();
+    if (const std::string problem = store::configuration_problem(); !problem.empty()) {
+        throw Failure(wrong_usage, visible(problem));
+    }
     const std::vector<AclUser> users = acl_users(module_names(session, options.modules));
     const Digests digests = read_digests(session, options, users);
     AclInspector server(store::configured_deadline());
@@ -162,10 +142,11 @@ int check_users(const Session &session, const AclOptions &options)
     Json shown = Json::array();
     for (const AclFinding &finding : findings) {
         if (session.json) {
-            shown.push_back(
-                {{"user", visible(finding.user)}, {"problem", finding.problem}, {"fix", what_to_do}});
+            shown.push_back({{"user", visible(finding.user)},
+                             {"problem", finding.problem},
+                             {"fix", visible(what_to_do)}});
         } else {
-            session.line(visible(finding.user) + ": " + finding.problem + "; " + what_to_do);
+            session.line(visible(finding.user) + ": " + finding.problem + "; " + visible(what_to_do));
         }
     }
     if (session.json) {

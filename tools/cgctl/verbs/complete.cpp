@@ -1,6 +1,6 @@
 // cgctl complete: what may stand at the end of a command line, for the scripts that the shells have.
 //
-// Hidden, because nobody calls it by hand. Somebody waits at the keyboard for each answer and did not ask for
+// Hidden, because nobody calls it by hand. A user waits at the keyboard for each answer and did not ask for
 // messages: so it is silent about what fails, and gives up within a second.
 //
 // The first line of its output says what follows: `file`, `folder` or `command` leave the choice to the

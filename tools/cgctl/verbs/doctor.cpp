@@ -75,7 +75,7 @@ Finding run(const Check &check, Examination &examination)
             return {Severity::skipped, what, as_administrator};
         }
         return {Severity::fail, what,
-                examination.cgctl("doctor") + " once more; if it stays, see the store server's log"};
+                examination.cgctl("doctor") + " again; if the fault stays, see the store server's log"};
     }
 }
 

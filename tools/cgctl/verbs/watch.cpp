@@ -1,13 +1,14 @@
 // cgctl watch: which of its forms is meant.
 //
-// Whoever names record types wants records. Otherwise a terminal gets the live view, and everything else an
-// event a line, so that the same words do the right thing by hand and in a pipe.
+// With record types it is records. Otherwise a terminal gets the live view, and everything else an event a
+// line, so that the same words do the right thing by hand and in a pipe.
 #include <unistd.h>
 
 #include "base/failure.h"
 #include "base/terminal.h"
+#include "cards/live_cards.h"
 #include "command_line/verbs.h"
-#include "watch/watch_events.h"
+#include "forms/forms.h"
 #include "watch/watch_records.h"
 #include "watch/watch_screen.h"
 
@@ -22,6 +23,26 @@ struct Arguments {
     bool records = false;
     bool lines = false;
 };
+
+// An event a line, until so many were printed or the loop is stopped.
+int watch_events(const Session &session, const WatchOptions &options)
+{
+    const Page page{session, terminal_of(session, options.color)};
+    const Form &form = form_of(session);
+    int64_t left = options.count; // 0: no end
+    Store store(session);
+    const LiveCards cards(
+        session, store, options.history,
+        [&](const Event &event) {
+            form.event(page, event);
+            if (left > 0 && --left == 0) {
+                store.loop().stop();
+            }
+        },
+        [&] { form.listening(page); });
+    store.loop().run();
+    return done;
+}
 
 int watch(const Session &session, const Arguments &arguments)
 {

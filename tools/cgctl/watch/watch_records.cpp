@@ -8,8 +8,10 @@
 #include <chrono>
 #include <map>
 
-#include "access/live.h"
+#include "access/store.h"
+#include "admission/follower.h"
 #include "base/failure.h"
+#include "base/text.h"
 #include "forms/forms.h"
 
 namespace cg
@@ -34,21 +36,58 @@ class RecordWatch
 {
 public:
     RecordWatch(const Session &session, Store &store, const WatchOptions &options)
-        : page_{session}, live_(session, store), show_existing_(options.existing), left_(options.count)
+        : page_{session}, store_(store), show_existing_(options.existing), left_(options.count)
     {
         for (const RecordType *type : chosen_types(options)) {
-            live_.subscribe(*type, [this, type](const store::Change &change) { handle(*type, change); });
+            known_[type].type = type;
+            follow(type->db);
         }
     }
 
-    void run() { live_.run(); }
+    void run() { store_.loop().run(); }
 
 private:
     // What is known of a type.
     struct Known {
+        const RecordType *type = nullptr;
         bool complete = false; // the first list of existing records has come
         std::map<std::string, Json> records{};
+        store::Subscription subscription{};
     };
+
+    // Waits for the store's first answer, so that a wrong endpoint is an error at once.
+    void follow(int32_t db)
+    {
+        store_.connect(db);
+        (void)store_.client().on_connection(db,
+                                            [this](const store::ConnectionEvent &event) { handle(event); });
+        require(store_.client().open(db));
+    }
+
+    static void require(const store::Status &status)
+    {
+        if (!status) {
+            throw Failure(failed, "cannot subscribe: " + visible(status.reason));
+        }
+    }
+
+    // All records are wanted again after an outage, since nothing says which of them were missed.
+    void handle(const store::ConnectionEvent &event)
+    {
+        using Kind = store::ConnectionEvent::Kind;
+        if (event.kind != Kind::connected) {
+            page_.session.notice(admission::text_of(event));
+        }
+        for (auto &[type, known] : known_) {
+            if (type->db == event.database && event.kind != Kind::lost) {
+                auto made = store_.client().subscribe(
+                    type->db, *type->descriptor,
+                    [this, &known = known](const store::Change &change) { handle(known, change); });
+                require(made);
+                known.subscription = std::move(made.value);
+            }
+        }
+    }
 
     static std::vector<const RecordType *> chosen_types(const WatchOptions &options)
     {
@@ -71,27 +110,26 @@ private:
         return types;
     }
 
-    void handle(const RecordType &type, const store::Change &change)
+    void handle(Known &known, const store::Change &change)
     {
-        Known &known = known_[&type];
         if (change.command == VX_MOM_CMD_SUBSCRIBED) {
             known.complete = true;
-            form_of(page_.session).subscribed(page_, type);
+            form_of(page_.session).subscribed(page_, *known.type);
         } else if (change.error != 0) {
-            page_.session.error(std::string("a record of ") + type.name() + " could not be read (result " +
-                                std::to_string(change.error) + ")");
+            page_.session.error("record " + visible(change.key) +
+                                " does not decode: " + visible(change.reason));
         } else {
-            handle_record(type, known, change);
+            handle_record(known, change);
         }
     }
 
     // Remembers the record, and prints it when it is news.
-    void handle_record(const RecordType &type, Known &known, const store::Change &change)
+    void handle_record(Known &known, const store::Change &change)
     {
         const std::string key(change.key);
         RecordChange news{std::chrono::system_clock::now(),
                           command_word(change.command),
-                          {&type, type.db, to_json(*change.record)}};
+                          {known.type, known.type->db, to_json(*change.record)}};
         if (const auto found = known.records.find(key); found != known.records.end()) {
             news.before = found->second;
         }
@@ -105,13 +143,13 @@ private:
         if (is_live || (known.complete ? news.before != news.found.record : show_existing_)) {
             form_of(page_.session).record_change(page_, news);
             if (left_ > 0 && --left_ == 0) {
-                live_.stop();
+                store_.loop().stop();
             }
         }
     }
 
     Page page_;
-    Live live_;
+    Store &store_;
     bool show_existing_;
     int64_t left_; // changes still to print; 0 for no end
     std::map<const RecordType *, Known> known_;

@@ -109,7 +109,7 @@ public:
             const platform::Watch keys =
                 store_.loop().watch(STDIN_FILENO, platform::Watch::Until::readable, [this] { read_keys(); });
             repaint();
-            cards_.live().run();
+            store_.loop().run();
         }
         screen_.reset();
     }
@@ -124,7 +124,7 @@ private:
     void handle(const TerminalSignals &signals)
     {
         if (signals.hung_up()) {
-            cards_.live().stop();
+            store_.loop().stop();
         } else {
             read_keys(); // a new size comes as a key
         }
@@ -136,14 +136,14 @@ private:
         for (int32_t key = screen_->key(); key != CursesScreen::no_key; key = screen_->key()) {
             pressed = true;
             if (!view_.press(key)) {
-                cards_.live().stop();
+                store_.loop().stop();
                 return;
             }
         }
         if (screen_->was_resized() || pressed) {
             repaint();
         } else if (is_gone(STDIN_FILENO)) {
-            cards_.live().stop();
+            store_.loop().stop();
         }
     }
 

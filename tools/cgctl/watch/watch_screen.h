@@ -8,7 +8,7 @@
 namespace cg
 {
 
-// Shows the cards and what happens to them on the terminal until somebody quits. Returns an exit status.
+// Shows the cards and what happens to them on the terminal until the user quits. Returns an exit status.
 // Throws Failure when the store does not answer at the start, and when nothing is known of the terminal.
 int watch_screen(const Session &session, const WatchOptions &options);
 

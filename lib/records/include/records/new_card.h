@@ -1,4 +1,4 @@
-// A card to be plugged, as the verbs that plug one are told of it.
+// A card to be plugged, as the programs that plug one describe it.
 //
 // A card needs a node id and a TIPC node id that no other card has. Unless they are given, they are made from
 // the position: the node id is devid * 65536 + slotid * 256 + sslotid, the TIPC node id is that plus 16777216
@@ -20,7 +20,7 @@ struct NewCard {
     Position position{};
     bool offline = false;
     std::string type = "1";              // configured device type
-    std::string node_type = "lc";        // as node_type_value() takes it
+    std::string node_type = "lc";        // as node_type_value() accepts it
     std::optional<std::string> nodeid{}; // else made from the position
     std::optional<std::string> tipc{};   // the same
     std::optional<std::string> name{};   // else "card POSITION"

@@ -15,7 +15,7 @@ struct Position {
     int32_t slotid = 0;
     int32_t sslotid = 0;
 
-    // The linter takes the zero that others' comparisons are rewritten to for a null pointer.
+    // The linter mistakes the zero that comparisons are rewritten to for a null pointer.
     friend auto operator<=>(const Position &, const Position &) = default; // NOLINT(modernize-use-nullptr)
 
     // "1/3/0"

@@ -129,9 +129,9 @@ TEST(RecordText, RefusalsNameWhatIsWrongAndWhatIsRight)
               "static_info.node_type=DM_TYPE_LCC: no value of p_dev.dm_node_type_e; nearest: DM_TYPE_LC, "
               "DM_TYPE_SFC, DM_TYPE_MSC, or a number");
     EXPECT_EQ(refused("card_info", "is_online"),
-              "\"is_online\" is no assignment; FIELD=VALUE with a field of p_dev.card_info");
+              "\"is_online\" is not an assignment; FIELD=VALUE with a field of p_dev.card_info");
     EXPECT_EQ(refused("card_info", "=1"),
-              "\"=1\" is no assignment; FIELD=VALUE with a field of p_dev.card_info");
+              "\"=1\" is not an assignment; FIELD=VALUE with a field of p_dev.card_info");
 }
 
 TEST(RecordText, RefusesPathsThatLeadNowhere)

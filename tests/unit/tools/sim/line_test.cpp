@@ -124,7 +124,8 @@ TEST(Line, ReadsPositionsModulesAndNumbers)
     EXPECT_EQ(line.position(), (Position{1, 3, 0}));
     EXPECT_EQ(line.modules(), (std::vector<std::string>{"m1", "m2"}));
     EXPECT_EQ(line.number("a number"), -7);
-    EXPECT_THAT(mistake("1", [](Line &read) { read.position(); }), HasSubstr("0: \"1\" is no card position"));
+    EXPECT_THAT(mistake("1", [](Line &read) { read.position(); }),
+                HasSubstr("0: \"1\" is not a card position"));
     EXPECT_THAT(mistake("a/b", [](Line &read) { read.module(); }),
                 HasSubstr("0: \"a/b\" is not a module name"));
     EXPECT_EQ(mistake("4294967296", [](Line &read) { read.number("a number"); }),

@@ -132,7 +132,7 @@ TEST(Scenario, Plug)
 
 TEST(Scenario, WrongPlugs)
 {
-    EXPECT_THAT(mistake("plug 1"), HasSubstr("1:6: \"1\" is no card position"));
+    EXPECT_THAT(mistake("plug 1"), HasSubstr("1:6: \"1\" is not a card position"));
     EXPECT_EQ(mistake("plug 1/3 lx"), "1:10: unknown node type \"lx\"; nearest: lc, box, mb, or a number");
     EXPECT_EQ(mistake("plug 1/3 lc nam=x"), "1:13: unknown field \"nam\" of a card; nearest: name");
     EXPECT_EQ(mistake("plug 1/3 lc serial=0"),

@@ -234,9 +234,9 @@ protected:
         EXPECT_THAT(outcome.out, HasSubstr(text));
         for (const std::string &line : lines_of(outcome.out)) {
             EXPECT_THAT(line, StartsWith(user + ": "));
-            EXPECT_THAT(line, HasSubstr("`cgctl acl --modules '" + modules() +
-                                        "' --secrets FOLDER --create > users.acl && cp users.acl '" +
-                                        users_file() + "'` (with users of your own added again), and `ACL " +
+            EXPECT_THAT(line, HasSubstr("`cgctl acl --modules " + modules() +
+                                        " --secrets FOLDER --create > users.acl && cp users.acl " +
+                                        users_file() + "` (with users of your own added again), and `ACL " +
                                         "LOAD` on the server"));
         }
         ASSERT_EQ(run_as_admin(0, {"ACL", "LOAD"}), "OK");

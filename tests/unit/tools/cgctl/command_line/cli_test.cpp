@@ -84,10 +84,10 @@ TEST(Usage, WrongOptionsAndArgumentsAreNamed)
     EXPECT_NE(refused({"history", "--outcome", "denid"}).find("--outcome: denid not in {passed,"),
               std::string::npos);
     EXPECT_EQ(refused({"history", "--last", "0"}), "--last: Value 0 not in range 1 to 2147483647\n");
-    EXPECT_NE(refused({"list", "1/x"}).find("\"1/x\" is no position"), std::string::npos);
-    EXPECT_NE(refused({"show", "1"}).find("\"1\" is no card position"), std::string::npos);
+    EXPECT_NE(refused({"list", "1/x"}).find("\"1/x\" is not a position"), std::string::npos);
+    EXPECT_NE(refused({"show", "1"}).find("\"1\" is not a card position"), std::string::npos);
     EXPECT_NE(refused({"show"}).find("POS"), std::string::npos);
-    EXPECT_NE(refused({"show", "1/3/x"}).find("\"1/3/x\" is no card position"), std::string::npos);
+    EXPECT_NE(refused({"show", "1/3/x"}).find("\"1/3/x\" is not a card position"), std::string::npos);
     EXPECT_EQ(refused({"role", "mastr"}), "ROLE: mastr not in {master,slave,candidate,none}\n");
     EXPECT_NE(refused({"list", "--", "sh"}).find("module run"), std::string::npos);
 }
