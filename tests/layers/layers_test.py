@@ -101,7 +101,7 @@ TESTED_BY = {
     "tests/unit/tools/cgctl/verbs/history_test.cpp, by command lines": [
         "tools/cgctl/cards/module_figures.cpp", "tools/cgctl/verbs/modules.cpp"],
     "tests/unit/tools/cgctl/verbs/list_test.cpp, by command lines": [
-        "lib/records/new_card.cpp", "tools/cgctl/cards/cards.cpp", "tools/cgctl/verbs/card.cpp",
+        "tools/cgctl/cards/cards.cpp", "tools/cgctl/verbs/card.cpp",
         "tools/cgctl/verbs/role.cpp", "tools/cgctl/verbs/show.cpp"],
     "tests/unit/tools/cgctl/verbs/set_test.cpp, by command lines": [
         "tools/cgctl/access/store.cpp", "tools/cgctl/command_line/named_record.cpp", "tools/cgctl/verbs/del.cpp",

@@ -127,6 +127,24 @@ TEST(PrivateStore, SaysWhatAServerThatDoesNotStartPrinted)
     fs::remove_all(programs);
 }
 
+TEST(PrivateStore, SaysWhyAServerCannotBeStarted)
+{
+    const fs::path programs = fs::temp_directory_path() / ("not-programs." + std::to_string(getpid()));
+    fs::create_directory(programs);
+    std::ofstream(programs / "redis-server") << "no program";
+    fs::permissions(programs / "redis-server", fs::perms::owner_all);
+    const ScopedVariable path("PATH", programs.string());
+    std::string problem;
+    try {
+        const PrivateStore store;
+    } catch (const Failure &failure) {
+        problem = failure.what();
+    }
+    EXPECT_EQ(problem,
+              (programs / "redis-server").string() + " cannot be started: posix_spawn: Exec format error");
+    fs::remove_all(programs);
+}
+
 // A socket's path has at most some hundred bytes.
 TEST(PrivateStore, AFolderTooDeepForASocketIsNotUsed)
 {

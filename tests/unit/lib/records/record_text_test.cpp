@@ -189,6 +189,19 @@ TEST(RecordText, TextOfAnotherEncodingDoesNotBreakTheOutput)
               (std::vector<std::string>{"reason=\"\\xB9\\xFD\\xC8\\xC8\""}));
 }
 
+TEST(RecordText, ARecordWithoutAKeyIsAllPayload)
+{
+    const RecordType &role = record_type("dp_lib_grole");
+    EXPECT_EQ(key_part(role, {{"my_grole", 1}}), Json::object());
+    EXPECT_EQ(payload_part(role, {{"my_grole", 1}}), (Json{{"my_grole", 1}}));
+    const RecordType &card = record_type("card_info");
+    EXPECT_EQ(key_part(card, {{"name", "x"}}), Json::object()) << "the key is missing";
+    EXPECT_EQ(key_part(card, {{"index", nullptr}}), Json::object());
+    const Json whole{{"index", {{"devid", 1}}}, {"name", "x"}};
+    EXPECT_EQ(key_part(card, whole), (Json{{"devid", 1}}));
+    EXPECT_EQ(payload_part(card, whole), (Json{{"name", "x"}}));
+}
+
 TEST(RecordTypes, AreFoundByFullNameAndByLastPart)
 {
     EXPECT_EQ(record_type("p_dev.card_info").descriptor, &p_dev__card_info__descriptor);
