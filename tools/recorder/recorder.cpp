@@ -93,7 +93,6 @@ void Recorder::snapshot_done(Time now)
     }
     metrics_.show_store(true);
     gaps_.end(now);
-    flush(now);
 }
 
 bool Recorder::tick(Time now)
@@ -235,7 +234,6 @@ void Recorder::resume(const history::Writer &writer)
         tracker_.remember_decision(decision);
     }
     for (const history::OpenCheck &check : checks) {
-        open_checks_.found(check.card.position);
         if (!early_.complete(check)) {
             tracker_.take_up(check, now_);
         }

@@ -17,6 +17,8 @@ using cg::Time;
 struct Write {
     uint64_t revision = 0; // of the record; 0: not known
     store::Origin origin{};
+
+    friend bool operator==(const Write &, const Write &) = default;
 };
 
 bool is_same(const Write &one, const Write &other);

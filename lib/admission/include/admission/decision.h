@@ -40,6 +40,8 @@ struct Answer {
     bool registered = true; // false: no module of the folder, so the daemon passed it over
     std::optional<std::chrono::milliseconds> took{}; // since the request; nothing when that was not seen
     uint64_t revision = 0;                           // of its record; 0: not known
+
+    friend bool operator==(const Answer &, const Answer &) = default;
 };
 
 // Whether this is what the module said last: an answer that still stands is notified again with the other
@@ -56,6 +58,8 @@ struct CardFacts {
     int32_t nodeid = 0;
     int32_t tipc_nodeid = 0;
     bool online = false;
+
+    friend bool operator==(const CardFacts &, const CardFacts &) = default;
 };
 
 // Whether both are facts of one card; a card without facts may be any.
@@ -95,6 +99,8 @@ struct OpenCheck {
     std::vector<Answer> answers{};
     bool any_will_do = false; // of those waited for, the PASS of one is enough
     Write request{};
+
+    friend bool operator==(const OpenCheck &, const OpenCheck &) = default;
 };
 
 } // namespace admission

@@ -84,14 +84,12 @@ TEST_F(OpenChecksTest, AreWrittenWithEachThingThatChanges)
     EXPECT_EQ(file().at(0).requested_at, noon + 60s);
 }
 
-TEST_F(OpenChecksTest, OneThatTheHistoryHasIsWrittenAgainOrDeleted)
+TEST_F(OpenChecksTest, OneThatTheHistoryHasIsWrittenAgain)
 {
-    writer_.set_open({{{1, 4, 0}}, noon, {}, {}});
-    checks_.found({1, 3, 0});
-    checks_.found({1, 4, 0});
-    EXPECT_EQ(update({&card_}), 2U);
+    writer_.set_open({{{1, 3, 0}}, noon - 1s, {}, {}});
+    EXPECT_EQ(update({&card_}), 1U);
     ASSERT_THAT(file(), SizeIs(1));
-    EXPECT_EQ(file()[0].card.position, (history::Position{1, 3, 0}));
+    EXPECT_EQ(file()[0].requested_at, noon);
 }
 
 TEST_F(OpenChecksTest, ANewFileHasThemAgain)

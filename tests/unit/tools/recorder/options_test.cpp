@@ -47,6 +47,7 @@ TEST(OptionsTest, DefaultsAndMistakes)
     }
     EXPECT_FALSE(parse_options({"--help"}, out));
     EXPECT_THAT(out.str(), HasSubstr("--silence-after"));
+    EXPECT_THAT(out.str(), HasSubstr("Usage: cg_recorderd [OPTIONS]"));
 }
 
 TEST(OptionsTest, ValuesAreUsed)

@@ -60,6 +60,22 @@ TEST(OutboxTest, KeepsWhatCannotBeWrittenAndWritesItInOrder)
     EXPECT_THAT(written[1].silent, ElementsAre("m2"));
 }
 
+TEST(OutboxTest, AFileThatStaysLockedIsNotWrittenAgain)
+{
+    const cg::Folder folder;
+    std::vector<std::string> log;
+    {
+        const history::Writer made(folder.path("h"), noon, [](const std::string &) {});
+    }
+    const history::Database other(folder.path("h"), history::Database::Access::write);
+    const history::Transaction held(other);
+    Outbox outbox(
+        folder.path("h"), noon, [&](const std::string &text) { log.push_back(text); }, [] {});
+    EXPECT_FALSE(outbox.is_open());
+    EXPECT_FALSE(outbox.flush(noon)) << "nothing waits, but it is not open";
+    EXPECT_THAT(log, ElementsAre(HasSubstr("it is tried again")));
+}
+
 TEST(OutboxTest, ADamagedFileIsMovedAsideWhileItRuns)
 {
     const cg::Folder folder;

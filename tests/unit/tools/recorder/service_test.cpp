@@ -90,9 +90,13 @@ TEST_F(ServiceTest, RecordsWhatStandsAndWhatChanges)
     ASSERT_TRUE(client_.erase(1, *request));
     ASSERT_TRUE(cg::eventually([&] { return file().open_checks().empty(); }));
     EXPECT_THAT(file().gaps({}, {}), IsEmpty());
+    ask();
+    ASSERT_TRUE(cg::eventually([&] { return file().open_checks().size() == 1; }));
+    const auto before = file().alive_at();
     recorder->send(SIGTERM);
     EXPECT_EQ(recorder->wait(), 0);
     EXPECT_THAT(recorder->err(), HasSubstr("recorder: stopped\n"));
+    EXPECT_GT(file().alive_at(), before) << "its end is its last heartbeat";
 }
 
 TEST_F(ServiceTest, WaitsForItsStoreAndSurvivesItsLoss)
