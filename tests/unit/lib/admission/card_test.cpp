@@ -138,7 +138,47 @@ TEST_F(CardTest, WhereNoModuleIsLeftAWaitingCardIsAdmittedForThat)
     EXPECT_EQ(tracker.time_left(shown(), now), std::nullopt);
 }
 
-TEST_F(CardTest, SoIsADeniedOne)
+TEST_F(CardTest, ADaemonWithoutModulesIsKnownByWhatItAdmittedInAnOutage)
+{
+    tracker.set_modules({"power"});
+    plug();
+    ask();
+    restart();
+    tracker.set_modules({});
+    tracker.result_written(1259, true, daemon(by_card(), true));
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::withdrawn, Outcome::unasked));
+    EXPECT_TRUE(was_cut_off(decisions[0]));
+    EXPECT_EQ(shown().state, State::unasked);
+}
+
+TEST_F(CardTest, WhenACheckEndedThatIsGoneAfterAnOutageIsNotKnown)
+{
+    plug();
+    ask();
+    tracker.request_deleted(slot3, daemon(by_card(), true));
+    EXPECT_EQ(shown().state, State::waiting);
+    now += 60s;
+    tracker.snapshot_done(now);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen));
+    EXPECT_EQ(shown().state, State::undecided);
+    EXPECT_EQ(shown().since, std::nullopt);
+}
+
+TEST_F(CardTest, OfTwoCardsWithOneTipcNodeATimerAdmitsTheOneThatWaits)
+{
+    constexpr Position slot4{1, 4, 0};
+    plug();
+    CardFacts other_card = card(true);
+    other_card.position = slot4;
+    tracker.card_written(other_card, other());
+    tracker.request_written(slot4, daemon(by_card(slot4)));
+    result(true, by_timer());
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_EQ(decisions[0].card.position, slot4);
+    EXPECT_EQ(shown().state, State::undecided);
+}
+
+TEST_F(CardTest, WhereNoModuleIsLeftADeniedCardIsAdmittedToo)
 {
     tracker.set_modules({"power"});
     plug();
