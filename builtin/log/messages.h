@@ -9,7 +9,6 @@
 #include <functional>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "log/platform_log.h"
 
@@ -40,30 +39,8 @@ public:
     // Whether all of it goes to the log: then what a call returns is said there, too.
     [[nodiscard]] bool go_to_log() const { return !handler_; }
 
-    // What is said while a call runs: the reason if the call fails, messages if not.
-    class DuringCall
-    {
-    public:
-        // Begins; within another one, it has the messages to itself. They outlive it.
-        explicit DuringCall(Messages &messages);
-        ~DuringCall();
-        DuringCall(const DuringCall &) = delete;
-        DuringCall &operator=(const DuringCall &) = delete;
-
-        // The call failed: what was said was the reason. Returns the last of it; empty when nothing was.
-        std::string reason();
-
-    private:
-        friend class Messages;
-        Messages &messages_;
-        DuringCall *around_;
-        std::vector<std::pair<int32_t, std::string>> said_;
-        std::string last_;
-    };
-
 private:
     Handler handler_;
-    DuringCall *call_ = nullptr; // the innermost
 };
 
 } // namespace platform

@@ -4,7 +4,11 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
 
+#include "log/text.h"
 #include "loop/platform_context.h"
 #include "store/codec/names.h"
 #include "store/codec/number.h"
@@ -22,6 +26,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds longest_retry_pause{50};
 constexpr size_t first_key = 3; // of a function's call
 constexpr size_t longest_number = 22;
+constexpr const char *other_data = "the store came back with other data";
 
 void pause_for(milliseconds span)
 {
@@ -70,19 +75,38 @@ Calls::Calls(Shared &shared, int32_t number, AsyncConnection &loop)
 {
 }
 
-int32_t Calls::connect()
+Status Calls::connect()
 {
     const Answer answer = ask({{"PING"}}, Purpose::read);
-    if (answer.error == ok && is_error(answer.replies[0].get())) {
+    if (answer.status && is_error(answer.replies[0].get())) {
         const std::string problem = "the store answers PING with: " + text_of(answer.replies[0].get());
-        LOG_TO(shared_.messages, platform::log_error, "database %d: %s", number_, problem.c_str());
         tell_starter(problem);
-        return refused;
+        return failure(refused, "database %d: %s", number_, problem.c_str());
     }
-    if (answer.error != ok) {
+    if (!answer.status) {
         tell_starter(sync_.problem());
     }
-    return answer.error;
+    return answer.status;
+}
+
+Status Calls::failure(int32_t code, const char *format, ...) const
+{
+    std::array<char, 1024> reason{};
+    va_list values;
+    va_start(values, format);
+    (void)std::vsnprintf(reason.data(), reason.size(), format, values);
+    va_end(values);
+    if (shared_.messages.go_to_log()) {
+        LOG_TO(shared_.messages, platform::log_error, "%s", reason.data());
+    }
+    return {code, platform::visible(reason.data())};
+}
+
+void Calls::notify(const Status &failure) const
+{
+    if (!shared_.messages.go_to_log()) {
+        LOG_TO(shared_.messages, platform::log_error, "%s", failure.reason.c_str());
+    }
 }
 
 void Calls::tell_starter(const std::string &problem)
@@ -96,7 +120,7 @@ void Calls::tell_starter(const std::string &problem)
 Answer Calls::ask(const std::vector<Command> &commands, Purpose purpose)
 {
     if (data_ == Data::doubted) {
-        return {other_data_set, {}};
+        return {{other_data_set, other_data}, {}};
     }
     const Clock::time_point began = Clock::now();
     const Clock::time_point deadline = shared_.outage.deadline();
@@ -131,7 +155,7 @@ Answer Calls::ask(const std::vector<Command> &commands, Purpose purpose)
     }
 }
 
-int32_t Calls::change(Command &&call, const std::string &type)
+Status Calls::change(Command &&call, const std::string &type)
 {
     std::vector<Command> commands;
     commands.push_back(std::move(call));
@@ -145,21 +169,20 @@ int32_t Calls::change(Command &&call, const std::string &type)
                             std::to_string(std::max(limit, milliseconds(1)).count())});
     }
     Answer answer = ask(commands, Purpose::write);
-    if (answer.error == ok && is_missing_function(answer.replies[0].get())) {
+    if (answer.status && is_missing_function(answer.replies[0].get())) {
         answer = load_and_call(commands);
     }
-    if (answer.error != ok) {
-        return answer.error;
+    if (!answer.status) {
+        return answer.status;
     }
     const std::string text = text_of(answer.replies[0].get());
     if (is_error(answer.replies[0].get())) {
-        LOG_TO(shared_.messages, platform::log_error, "database %d: write of %s refused: %s", number_,
-               commands[0][first_key].c_str(), text.c_str());
-        return refused;
+        return failure(refused, "database %d: write of %s refused: %s", number_,
+                       commands[0][first_key].c_str(), text.c_str());
     }
     uint64_t revision = 0;
     if (!parse_number(text, revision)) {
-        return internal_failure;
+        return {internal_failure, "the store answers a write with what is no revision"};
     }
     if (commands.size() > 1) {
         note_replicas(answer.replies[1].get());
@@ -173,7 +196,7 @@ int32_t Calls::change(Command &&call, const std::string &type)
     if (is_behind && loop_.is_begun()) {
         (void)confirm_data_set();
     }
-    return ok;
+    return {};
 }
 
 bool Calls::confirm_data_set()
@@ -181,7 +204,8 @@ bool Calls::confirm_data_set()
     const Answer answer = ask(data_set_.questions(), Purpose::read);
     DataSet::Answers answers;
     std::string problem = "no answer";
-    if (answer.error != ok || !data_set_.read(answer.replies, answers, problem)) {
+    if (!answer.status || !data_set_.read(answer.replies, answers, problem)) {
+        notify(answer.status);
         loop_.drop("the store's data cannot be identified: " + problem);
         return false;
     }
@@ -212,7 +236,7 @@ Calls::Returned Calls::examine_returned()
 bool Calls::identify_returned(bool &other)
 {
     Answer answer = ask(data_set_.questions(), Purpose::read);
-    if (answer.error == other_data_set || other) {
+    if (answer.status.code == other_data_set || other) {
         other = true;
         data_ = Data::examined;
         data_set_ = DataSet();
@@ -221,7 +245,7 @@ bool Calls::identify_returned(bool &other)
     }
     DataSet::Answers answers;
     std::string problem = "no answer";
-    if (answer.error != ok || !loop_.is_up() || !data_set_.read(answer.replies, answers, problem)) {
+    if (!answer.status || !loop_.is_up() || !data_set_.read(answer.replies, answers, problem)) {
         loop_.drop("the store's data cannot be identified: " + problem);
         return false;
     }
@@ -257,11 +281,11 @@ Answer Calls::load_and_call(const std::vector<Command> &call)
 {
     for (;;) {
         const Answer loaded = ask({load_functions()}, Purpose::write);
-        if (loaded.error != ok) {
-            return {loaded.error, {}};
+        if (!loaded.status) {
+            return {loaded.status, {}};
         }
         Answer answer = ask(call, Purpose::write);
-        if (answer.error != ok || !is_missing_function(answer.replies[0].get())) {
+        if (!answer.status || !is_missing_function(answer.replies[0].get())) {
             shared_.lacks_functions_since.reset();
             return answer;
         }
@@ -287,7 +311,7 @@ void Calls::end_outage(Purpose purpose)
     }
     writes_refused_ = false;
     shared_.outage.end();
-    told_problem_.clear();
+    logged_problem_.clear();
 }
 
 void Calls::note_replicas(const redisReply *reply)
@@ -351,7 +375,9 @@ Outcome Calls::open(Clock::time_point deadline)
     } else {
         data_set_.adopt(answers);
     }
-    tell_once("the store came back with other data");
+    if (shared_.messages.go_to_log()) {
+        log_once(other_data);
+    }
     return Outcome::rejected;
 }
 
@@ -370,12 +396,12 @@ Outcome Calls::identify(Clock::time_point deadline, DataSet::Answers &answers)
     if (!data_set_.read(replies, answers, problem)) {
         return sync_.reject(problem);
     }
-    if (answers.oddity != told_oddity_) {
-        told_oddity_ = answers.oddity;
-        if (!told_oddity_.empty()) {
+    if (answers.oddity != logged_oddity_) {
+        logged_oddity_ = answers.oddity;
+        if (!logged_oddity_.empty()) {
             LOG_TO(shared_.messages, platform::log_error,
                    "database %d: somebody spoilt what tells whose data it is: %s", number_,
-                   told_oddity_.c_str());
+                   logged_oddity_.c_str());
         }
     }
     return Outcome::answered;
@@ -422,30 +448,33 @@ Outcome Calls::register_run(Clock::time_point deadline, DataSet::Answers &answer
 
 Answer Calls::give_up(Purpose purpose, const std::string &problem)
 {
-    LOG_TO(shared_.messages, platform::log_error, "database %d: %s given up: %s: %s", number_,
-           purpose == Purpose::write ? "write" : "read", shared_.identity.endpoint.text.c_str(),
-           problem.c_str());
     if (purpose == Purpose::write) {
         write_given_up_ = true;
         loop_.drop("a write was given up");
     }
-    return {timed_out, {}};
+    return {failure(timed_out, "database %d: %s given up: %s: %s", number_,
+                    purpose == Purpose::write ? "write" : "read", shared_.identity.endpoint.text.c_str(),
+                    problem.c_str()),
+            {}};
 }
 
 Answer Calls::refuse()
 {
     if (data_ == Data::doubted || sync_.is_open()) {
         sync_.close();
-        return {other_data_set, {}};
+        return {{other_data_set, other_data}, {}};
     }
-    tell_once(sync_.problem());
-    return {sync_.rejection(), {}};
+    if (shared_.messages.go_to_log()) {
+        log_once(sync_.problem());
+    }
+    return {{sync_.rejection(), platform::visible(shared_.identity.endpoint.text + ": " + sync_.problem())},
+            {}};
 }
 
-void Calls::tell_once(const std::string &problem)
+void Calls::log_once(const std::string &problem)
 {
-    if (problem != told_problem_) {
-        told_problem_ = problem;
+    if (problem != logged_problem_) {
+        logged_problem_ = problem;
         LOG_TO(shared_.messages, platform::log_error, "database %d at %s: %s", number_,
                shared_.identity.endpoint.text.c_str(), problem.c_str());
     }

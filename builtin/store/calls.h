@@ -22,6 +22,7 @@
 #include "store/connection/outage.h"
 #include "store/connection/sync_connection.h"
 #include "store/data_set.h"
+#include "store/status.h"
 #include "vx_thread.h"
 
 namespace store
@@ -51,7 +52,7 @@ struct Shared {
 };
 
 struct Answer {
-    int32_t error = ok; // of the transport; an error of the server is a reply
+    Status status; // of the transport; an error of the server is a reply
     std::vector<Reply> replies;
 };
 
@@ -69,12 +70,12 @@ public:
     // What the channels of this database begin with.
     const std::string &channels() const { return channel_prefix_; }
 
-    // Waits for the connection of the calls. Returns ok or an error.
-    int32_t connect();
+    // Waits for the connection of the calls.
+    Status connect();
     // Sends commands in one go and waits for all replies, whatever happens to the connection meanwhile.
     Answer ask(const std::vector<Command> &commands, Purpose purpose);
-    // Makes a call of a function that changes records of the named type. Returns ok or an error.
-    int32_t change(Command &&call, const std::string &type);
+    // Makes a call of a function that changes records of the named type.
+    Status change(Command &&call, const std::string &type);
     // What the next write says of itself: who makes it, and what is being handled; see store/origin.h. No
     // other write bears it: the server knows by it a write that is repeated.
     std::string new_mark();
@@ -94,7 +95,12 @@ public:
     // Compares it with the known data and adopts it.
     Returned examine_returned();
     // Logs a problem, unless it was the last one that was.
-    void tell_once(const std::string &problem);
+    void log_once(const std::string &problem);
+    // The status of a failed call. Logs the reason, unless a handler receives messages: then the caller has
+    // it.
+    Status failure(int32_t code, const char *format, ...) const VX_PRINTF_FORMAT(3, 4);
+    // Gives the handler of messages, if there is one, the reason of a failure that no caller is given.
+    void notify(const Status &failure) const;
 
 private:
     // What is thought of the data.
@@ -126,8 +132,8 @@ private:
     Data data_ = Data::believed;
     bool write_given_up_ = false; // since the data was examined
     bool writes_refused_ = false; // by a server that answers, for a reason that may pass
-    std::string told_problem_;    // the last one logged, so that each is logged once
-    std::string told_oddity_;
+    std::string logged_problem_;  // the last one logged, so that each is logged once
+    std::string logged_oddity_;
     std::string channel_prefix_;
 };
 

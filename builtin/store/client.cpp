@@ -1,11 +1,9 @@
 // The store as C++ programs use it: the databases of a client, and their turns on the loop; see the header.
 #include "store/client.h"
 
-#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <deque>
 #include <exception>
 #include <map>
@@ -163,7 +161,7 @@ Database *Client::Parts::database(int32_t number)
     return place.get();
 }
 
-// Runs `work(database)`, which returns 0 or an error, and finds the reason of a failure.
+// Runs `work(database)`, which returns a status.
 template <typename Work>
 Status Client::Parts::call(int32_t db, const Work &work)
 {
@@ -171,13 +169,7 @@ Status Client::Parts::call(int32_t db, const Work &work)
     if (found == nullptr) {
         return {store::invalid, problem.empty() ? "there is no database " + std::to_string(db) : problem};
     }
-    platform::Messages::DuringCall messages(shared.messages);
-    const int32_t code = work(*found);
-    if (code == store::ok) {
-        return {};
-    }
-    std::string reason = messages.reason();
-    return {code, reason.empty() ? shared.identity.endpoint.text + ": " + std::strerror(-code) : reason};
+    return work(*found);
 }
 
 Client::Client(vx_global_t *context, Options options)
@@ -203,11 +195,8 @@ Result<std::optional<Record>> Client::read(int32_t db, const ProtobufCMessage &k
 Result<bool> Client::exists(int32_t db, const ProtobufCMessage &key)
 {
     Result<bool> result;
-    static_cast<Status &>(result) = parts_->call(db, [&](Database &database) {
-        const int32_t found = store::exists(database.calls, key);
-        result.value = found == 1;
-        return std::min(found, int32_t{store::ok});
-    });
+    static_cast<Status &>(result) = parts_->call(
+        db, [&](Database &database) { return store::exists(database.calls, key, result.value); });
     return result;
 }
 
@@ -249,7 +238,7 @@ Status Client::on_connection(int32_t db, ConnectionHandler handler)
 {
     return parts_->call(db, [&](Database &database) {
         database.inbox.set_handler(std::move(handler));
-        return store::ok;
+        return Status();
     });
 }
 
@@ -259,7 +248,7 @@ Status Client::open(int32_t db)
         database.inbox.begin();
         parts_->requests.push_back(&database);
         parts_->schedule_turn();
-        return store::ok;
+        return Status();
     });
 }
 
@@ -271,7 +260,7 @@ Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescrip
         const auto asked = database.inbox.subscribe(type, std::move(handler));
         result.value.parts_ =
             std::make_unique<Subscription::Parts>(Subscription::Parts{asked, asked->times_asked()});
-        return store::ok;
+        return Status();
     });
     return result;
 }

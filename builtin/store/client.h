@@ -22,17 +22,10 @@
 #include <vector>
 
 #include "store/change.h"
+#include "store/status.h"
 
 namespace store
 {
-
-// What became of a call.
-struct Status {
-    int32_t code = 0;     // 0, or negative as results of vx_mom.h
-    std::string reason{}; // of a failure, one line without control characters; else empty
-
-    explicit operator bool() const { return code == 0; }
-};
 
 // What became of a call, and what it found; `value` is of use only if it succeeded.
 template <typename Value>
@@ -49,8 +42,9 @@ struct Place {
 struct Options {
     std::string name{};           // how the server lists the client; empty: as the context is named
     std::optional<Place> place{}; // nothing: as the settings say
-    // Who is given what the client has to say besides the reasons of calls that fail: level (enum LogLevel of
-    // log/platform_log.h) and text, one line. Nobody: all of it, reasons included, goes to the module's log.
+    // Receives what the client has to say besides the reasons of calls that fail and the events of
+    // connections: level (enum LogLevel of log/platform_log.h) and text, one line. Empty: all of it, reasons
+    // and events included, goes to the module's log.
     std::function<void(int32_t level, const std::string &text)> notice{};
 };
 

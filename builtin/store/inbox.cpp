@@ -96,7 +96,7 @@ void Inbox::on_lost(const std::string &problem)
 void Inbox::on_failed(const std::string &problem, bool lasting)
 {
     if (lasting) {
-        calls_.tell_once(problem);
+        calls_.log_once(problem);
         return;
     }
     shared_.outage.begin(Clock::now(), shared_.identity.endpoint.text + ": " + problem);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "log/text.h"
 #include "loop/platform_context.h"
 #include "store/codec/key.h"
 #include "store/codec/names.h"
@@ -41,16 +42,15 @@ void append_pairs(Fields &&fields, Command &call)
     }
 }
 
-int32_t unstorable(const Calls &calls, const ProtobufCMessage &record)
+Status unstorable(const Calls &calls, const ProtobufCMessage &record)
 {
-    LOG_TO(calls.messages(), platform::log_error, "record type %s, or a field of it, cannot be stored",
-           record.descriptor->name);
-    return invalid;
+    return calls.failure(invalid, "record type %s, or a field of it, cannot be stored",
+                         record.descriptor->name);
 }
 
 } // namespace
 
-int32_t set(Calls &calls, const ProtobufCMessage &record)
+Status set(Calls &calls, const ProtobufCMessage &record)
 {
     Content content;
     if (!encode_record(record, content)) {
@@ -63,7 +63,7 @@ int32_t set(Calls &calls, const ProtobufCMessage &record)
     return calls.change(std::move(call), type);
 }
 
-int32_t hmset(Calls &calls, const ProtobufCMessage &record, const int32_t *fields, int32_t count)
+Status hmset(Calls &calls, const ProtobufCMessage &record, const int32_t *fields, int32_t count)
 {
     Content content;
     if (!encode_fields(record, fields, count, content)) {
@@ -78,7 +78,7 @@ int32_t hmset(Calls &calls, const ProtobufCMessage &record, const int32_t *field
     return calls.change(std::move(call), type);
 }
 
-int32_t del(Calls &calls, const ProtobufCMessage &record)
+Status del(Calls &calls, const ProtobufCMessage &record)
 {
     const std::string type = record.descriptor->name;
     Command call = begin_call(calls, del_function, record, type, 0);
@@ -86,15 +86,13 @@ int32_t del(Calls &calls, const ProtobufCMessage &record)
     return calls.change(std::move(call), type);
 }
 
-int32_t pdel(Calls &calls, const ProtobufCMessage &record, int32_t key_count)
+Status pdel(Calls &calls, const ProtobufCMessage &record, int32_t key_count)
 {
     const std::string type = record.descriptor->name;
     const size_t fields = key_field_count(*record.descriptor);
     const auto given = static_cast<size_t>(key_count);
     if (given > fields) {
-        LOG_TO(calls.messages(), platform::log_error, "%s has %zu key fields, not %d", type.c_str(), fields,
-               key_count);
-        return invalid;
+        return calls.failure(invalid, "%s has %zu key fields, not %d", type.c_str(), fields, key_count);
     }
     if (given == fields) {
         return del(calls, record); // one record: no need to look through the others
@@ -104,15 +102,14 @@ int32_t pdel(Calls &calls, const ProtobufCMessage &record, int32_t key_count)
                         type);
 }
 
-int32_t scan(Calls &calls, const ProtobufCMessageDescriptor &type, const std::function<void(Record &&)> &each,
-             std::vector<LeftOut> &left_out)
+Status scan(Calls &calls, const ProtobufCMessageDescriptor &type, const std::function<void(Record &&)> &each,
+            std::vector<LeftOut> &left_out)
 {
     std::vector<StoredRecord> records;
     Snapshot snapshot;
     while (!snapshot.done) {
-        const int32_t error = read_slice(calls, type.name, snapshot);
-        if (error != ok) {
-            return error;
+        if (Status status = read_slice(calls, type.name, snapshot); !status) {
+            return status;
         }
         std::move(snapshot.records.begin(), snapshot.records.end(), std::back_inserter(records));
         std::move(snapshot.left_out.begin(), snapshot.left_out.end(), std::back_inserter(left_out));
@@ -128,45 +125,40 @@ int32_t scan(Calls &calls, const ProtobufCMessageDescriptor &type, const std::fu
             left_out.push_back({std::move(record.key), std::move(why)});
         }
     }
-    return ok;
+    return {};
 }
 
-int32_t exists(Calls &calls, const ProtobufCMessage &record)
+Status exists(Calls &calls, const ProtobufCMessage &record, bool &found)
 {
     const std::string key = encode_key(record);
     const Answer answer = calls.ask({{"HLEN", key}}, Purpose::read);
-    if (answer.error != ok) {
-        return answer.error;
+    if (!answer.status) {
+        return answer.status;
     }
     const redisReply *reply = answer.replies[0].get();
     if (reply->type != REDIS_REPLY_INTEGER) {
-        LOG_TO(calls.messages(), platform::log_error, "record %s: the store answers: %s", key.c_str(),
-               text_of(reply).c_str());
-        return is_error(reply, "WRONGTYPE") ? bad_data : refused;
+        return unreadable(calls, key, reply);
     }
-    return reply->integer > 0 ? 1 : 0;
+    found = reply->integer > 0;
+    return {};
 }
 
-int32_t hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<Record> &found)
+Status hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<Record> &found)
 {
     const std::string key = encode_key(record);
     Stored stored;
     bool is_there = false;
-    const int32_t error = read_record(calls, key, stored, is_there);
-    if (error != ok || !is_there) {
-        return error;
+    Status status = read_record(calls, key, stored, is_there);
+    if (!status || !is_there) {
+        return status;
     }
     std::string why;
     MessagePtr message = decode(calls, *record.descriptor, key, stored.fields, why);
     if (message == nullptr) {
-        if (!calls.messages().go_to_log()) {
-            LOG_TO(calls.messages(), platform::log_error, "record %s does not decode: %s", key.c_str(),
-                   why.c_str());
-        }
-        return bad_data;
+        return {bad_data, platform::visible("record " + key + " does not decode: " + why)};
     }
     found = Record{key, stored.revision, std::move(stored.mark), std::move(message)};
-    return ok;
+    return {};
 }
 
 } // namespace store

@@ -9,24 +9,23 @@
 
 #include "store/calls.h"
 #include "store/change.h"
+#include "store/status.h"
 
 namespace store
 {
 
-// Each returns ok or an error. Arguments as in vx_mom.h; none is null.
-int32_t set(Calls &calls, const ProtobufCMessage &record);
-int32_t hmset(Calls &calls, const ProtobufCMessage &record, const int32_t *fields, int32_t count);
-int32_t del(Calls &calls, const ProtobufCMessage &record);
-int32_t pdel(Calls &calls, const ProtobufCMessage &record, int32_t key_count);
+// Arguments as in vx_mom.h; none is null.
+Status set(Calls &calls, const ProtobufCMessage &record);
+Status hmset(Calls &calls, const ProtobufCMessage &record, const int32_t *fields, int32_t count);
+Status del(Calls &calls, const ProtobufCMessage &record);
+Status pdel(Calls &calls, const ProtobufCMessage &record, int32_t key_count);
 // `left_out` gets what is no readable record.
-int32_t scan(Calls &calls, const ProtobufCMessageDescriptor &type, const std::function<void(Record &&)> &each,
-             std::vector<LeftOut> &left_out);
+Status scan(Calls &calls, const ProtobufCMessageDescriptor &type, const std::function<void(Record &&)> &each,
+            std::vector<LeftOut> &left_out);
 
-// Returns 1, 0 or an error.
-int32_t exists(Calls &calls, const ProtobufCMessage &record);
-
-// Returns ok with the record, or without when there is none, or an error.
-int32_t hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<Record> &found);
+Status exists(Calls &calls, const ProtobufCMessage &record, bool &found);
+// `found` stays empty when there is none.
+Status hgetall(Calls &calls, const ProtobufCMessage &record, std::optional<Record> &found);
 
 } // namespace store
 

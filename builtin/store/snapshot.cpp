@@ -15,21 +15,19 @@ namespace
 
 constexpr size_t slice_size = 128;
 
-int32_t unexpected(const Calls &calls, const char *what, const std::string &key, const redisReply *reply)
+Status unexpected(const Calls &calls, const char *what, const std::string &key, const redisReply *reply)
 {
-    LOG_TO(calls.messages(), platform::log_error, "%s %s: the store answers: %s", what, key.c_str(),
-           text_of(reply).c_str());
-    return refused;
+    return calls.failure(refused, "%s %s: the store answers: %s", what, key.c_str(), text_of(reply).c_str());
 }
 
 // The members of the index that come next, without those met already.
-int32_t read_index(Calls &calls, const std::string &type, Snapshot &snapshot, std::vector<std::string> &keys)
+Status read_index(Calls &calls, const std::string &type, Snapshot &snapshot, std::vector<std::string> &keys)
 {
     const std::string index = index_key(type);
     const Answer answer =
         calls.ask({{"SSCAN", index, snapshot.cursor, "COUNT", std::to_string(slice_size)}}, Purpose::read);
-    if (answer.error != ok) {
-        return answer.error;
+    if (!answer.status) {
+        return answer.status;
     }
     const redisReply *reply = answer.replies[0].get();
     if (reply->type != REDIS_REPLY_ARRAY || reply->elements != 2 ||
@@ -45,7 +43,7 @@ int32_t read_index(Calls &calls, const std::string &type, Snapshot &snapshot, st
             keys.push_back(std::move(key));
         }
     }
-    return ok;
+    return {};
 }
 
 // The content of a hash. False when the revision is no number.
@@ -88,14 +86,14 @@ void read_member(const Calls &calls, std::string &&key, const redisReply *reply,
 
 } // namespace
 
-int32_t read_slice(Calls &calls, const std::string &type, Snapshot &snapshot)
+Status read_slice(Calls &calls, const std::string &type, Snapshot &snapshot)
 {
     snapshot.records.clear();
     snapshot.left_out.clear();
     std::vector<std::string> keys;
-    const int32_t error = read_index(calls, type, snapshot, keys);
-    if (error != ok || keys.empty()) {
-        return error;
+    const Status status = read_index(calls, type, snapshot, keys);
+    if (!status || keys.empty()) {
+        return status;
     }
     std::vector<Command> commands;
     commands.reserve(keys.size());
@@ -106,7 +104,7 @@ int32_t read_slice(Calls &calls, const std::string &type, Snapshot &snapshot)
     for (size_t i = 0; i < answer.replies.size(); i++) {
         read_member(calls, std::move(commands[i].back()), answer.replies[i].get(), snapshot);
     }
-    return answer.error;
+    return answer.status;
 }
 
 // Numbers are sorted and each record is moved once: moving records about is dearer than comparing them.
@@ -126,12 +124,12 @@ void sort_by_revision(std::vector<StoredRecord> &records)
     records = std::move(sorted);
 }
 
-int32_t read_revision(Calls &calls, const std::string &type, uint64_t &revision)
+Status read_revision(Calls &calls, const std::string &type, uint64_t &revision)
 {
     const std::string key = counter_key(type);
     const Answer answer = calls.ask({{"GET", key}}, Purpose::read);
-    if (answer.error != ok) {
-        return answer.error;
+    if (!answer.status) {
+        return answer.status;
     }
     const redisReply *reply = answer.replies[0].get();
     revision = 0;
@@ -139,23 +137,28 @@ int32_t read_revision(Calls &calls, const std::string &type, uint64_t &revision)
         return unexpected(calls, "revision", key, reply);
     }
     calls.learn(type, revision);
-    return ok;
+    return {};
 }
 
-int32_t read_record(Calls &calls, const std::string &key, Stored &record, bool &is_there)
+Status read_record(Calls &calls, const std::string &key, Stored &record, bool &is_there)
 {
     const Answer answer = calls.ask({{"HGETALL", key}}, Purpose::read);
-    if (answer.error != ok) {
-        return answer.error;
+    if (!answer.status) {
+        return answer.status;
     }
     const redisReply *reply = answer.replies[0].get();
     if (reply->type != REDIS_REPLY_ARRAY) {
-        (void)unexpected(calls, "record", key, reply);
-        return is_error(reply, "WRONGTYPE") ? bad_data : refused;
+        return unreadable(calls, key, reply);
     }
     is_there = reply->elements != 0;
     (void)read_content(reply, record);
-    return ok;
+    return {};
+}
+
+Status unreadable(const Calls &calls, const std::string &key, const redisReply *reply)
+{
+    const int32_t code = is_error(reply, "WRONGTYPE") ? bad_data : refused;
+    return calls.failure(code, "record %s: the store answers: %s", key.c_str(), text_of(reply).c_str());
 }
 
 MessagePtr decode(const Calls &calls, const ProtobufCMessageDescriptor &type, const std::string &key,

@@ -6,6 +6,8 @@
 #ifndef STORE_SNAPSHOT_H
 #define STORE_SNAPSHOT_H
 
+#include <hiredis/hiredis.h>
+
 #include <cstdint>
 #include <string>
 #include <unordered_set>
@@ -13,6 +15,7 @@
 
 #include "store/change.h"
 #include "store/codec/value.h"
+#include "store/status.h"
 
 namespace store
 {
@@ -32,17 +35,20 @@ struct Snapshot {
     bool done = false;
 };
 
-// Reads the next slice. Returns ok or an error.
-int32_t read_slice(Calls &calls, const std::string &type, Snapshot &snapshot);
+// Reads the next slice.
+Status read_slice(Calls &calls, const std::string &type, Snapshot &snapshot);
 
 // Sorts records by the order of their last changes.
 void sort_by_revision(std::vector<StoredRecord> &records);
 
-// Reads the revision of the type's last change; 0 before the first. Returns ok or an error.
-int32_t read_revision(Calls &calls, const std::string &type, uint64_t &revision);
+// Reads the revision of the type's last change; 0 before the first.
+Status read_revision(Calls &calls, const std::string &type, uint64_t &revision);
 
-// Reads one record's hash; `is_there`: whether there is one. Returns ok or an error.
-int32_t read_record(Calls &calls, const std::string &key, Stored &record, bool &is_there);
+// Reads one record's hash; `is_there`: whether there is one.
+Status read_record(Calls &calls, const std::string &key, Stored &record, bool &is_there);
+
+// The failure of a call about a record that the server answered with something else than a record's content.
+Status unreadable(const Calls &calls, const std::string &key, const redisReply *reply);
 
 // Decodes a record. When it does not decode, says why in `why` and in the log, and returns null.
 MessagePtr decode(const Calls &calls, const ProtobufCMessageDescriptor &type, const std::string &key,

@@ -206,8 +206,8 @@ TypeSubscription::Step TypeSubscription::begin()
 
 TypeSubscription::Step TypeSubscription::read_fence()
 {
-    if (const int32_t error = read_revision(calls_, name_, fence_); error != ok) {
-        return fail(error);
+    if (const Status status = read_revision(calls_, name_, fence_); !status) {
+        return fail(status);
     }
     last_ = fence_;
     unverified_ = 0;
@@ -224,8 +224,8 @@ TypeSubscription::Step TypeSubscription::read_fence()
 
 TypeSubscription::Step TypeSubscription::read()
 {
-    if (const int32_t error = read_slice(calls_, name_, snapshot_); error != ok) {
-        return fail(error);
+    if (const Status status = read_slice(calls_, name_, snapshot_); !status) {
+        return fail(status);
     }
     std::move(snapshot_.left_out.begin(), snapshot_.left_out.end(), std::back_inserter(to_report_));
     for (StoredRecord &record : snapshot_.records) {
@@ -302,8 +302,8 @@ TypeSubscription::Step TypeSubscription::deliver()
 // tells that none of them is still on its way.
 TypeSubscription::Step TypeSubscription::read_target()
 {
-    if (const int32_t error = read_revision(calls_, name_, target_); error != ok) {
-        return fail(error);
+    if (const Status status = read_revision(calls_, name_, target_); !status) {
+        return fail(status);
     }
     phase_ = Phase::draining;
     ping_ = loop_.ping();
@@ -346,8 +346,8 @@ TypeSubscription::Step TypeSubscription::verify()
     }
     unverified_ = 0;
     uint64_t counted = 0;
-    if (const int32_t error = read_revision(calls_, name_, counted); error != ok) {
-        return fail(error);
+    if (const Status status = read_revision(calls_, name_, counted); !status) {
+        return fail(status);
     }
     if (counted < last_) {
         return resynchronise("changes came that the server has not counted");
@@ -458,9 +458,10 @@ void TypeSubscription::report_gone(const std::string &key)
 
 // The store did not answer: the connection counts as lost, and all begins anew with its return. A refusal
 // would only be repeated, so it ends the subscription until it is asked again.
-TypeSubscription::Step TypeSubscription::fail(int32_t error)
+TypeSubscription::Step TypeSubscription::fail(const Status &status)
 {
-    if (error == refused) {
+    calls_.notify(status);
+    if (status.code == refused) {
         on_refused("the records cannot be read");
         return Step::yield;
     }

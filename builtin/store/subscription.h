@@ -131,7 +131,7 @@ private:
     Step deliver_next();
     void deliver_written(PublishedChange &&change);
     void deliver_deleted(const PublishedChange &change);
-    Step fail(int32_t error);
+    Step fail(const Status &status);
     Step resynchronise(const char *why);
     void call_back(int32_t command, const About &about, const ProtobufCMessage *record);
     void call_back_undecodable(int32_t command, const About &about, const std::string &why);

@@ -17,6 +17,7 @@ LITERALS = r'((?:"(?:[^"\\]|\\.)*"\s*)+)'
 DAEMON = (re.compile(r"APP_CG_(?:FATAL|ERROR|WARN|NOTICE|INFO)\(\s*" + LITERALS),
           re.compile(r"printk_syslog_ext\((?:[^;\"]*\"[A-Z_]+\",)?[^;\"]*" + LITERALS))
 PLATFORM = (re.compile(r"(?:PLATFORM_LOG\(|LOG_TO\([^,\"]+,)\s*(?:\w+::)?log_(?:warn|error),\s*" + LITERALS),
+            re.compile(r"\bfailure\(\w+,\s*" + LITERALS),
             re.compile(r"(?:tell|notify)_starter\(\s*" + LITERALS), re.compile(r"perror\(\s*" + LITERALS),
             re.compile(r"fprintf\(stderr,\s*(?=\"platform: )" + LITERALS))
 # The recorder's messages are put together; what is looked for is the first long literal of each.

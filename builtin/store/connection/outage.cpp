@@ -24,7 +24,9 @@ void Outage::begin(Clock::time_point when, const std::string &problem)
     if (!lasting_) {
         lasting_ = true;
         since_ = when;
-        LOG_TO(messages_, platform::log_warn, "store lost: %s", problem.c_str());
+        if (messages_.go_to_log()) {
+            LOG_TO(messages_, platform::log_warn, "store lost: %s", problem.c_str());
+        }
     }
 }
 
@@ -37,7 +39,9 @@ void Outage::end()
 {
     if (lasting_) {
         lasting_ = false;
-        LOG_TO(messages_, platform::log_notice, "store answers again");
+        if (messages_.go_to_log()) {
+            LOG_TO(messages_, platform::log_notice, "store answers again");
+        }
     }
 }
 

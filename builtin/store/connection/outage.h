@@ -18,7 +18,9 @@ using Clock = std::chrono::steady_clock;
 class Outage
 {
 public:
-    // messages  outlives the object.
+    // messages  outlives the object. Beginning and end are for the log: with a handler there are the reasons
+    // of
+    //           calls and the events of connections.
     Outage(std::chrono::milliseconds budget, platform::Messages &messages)
         : budget_(budget), messages_(messages)
     {

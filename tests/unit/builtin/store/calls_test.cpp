@@ -13,8 +13,8 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 using store_test::Card;
 using store_test::ScopedSetting;
-using testing::HasSubstr;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 class CallsTest : public store_test::StoreClientTest
@@ -34,6 +34,9 @@ TEST_F(CallsTest, ACallSurvivesACutConnection)
     EXPECT_EQ(write(1, 2), 0);
     cut_all_connections();
     EXPECT_EQ(vx_mom_exists_sync(global.get(), 1, Card(0, 1, 0).message()), 1);
+    EXPECT_THAT(log_text(),
+                testing::ContainsRegex("store lost: unix:.*\n.*store answers again\n.*store lost: "
+                                       "unix:.*\n.*store answers again\n"));
 }
 
 TEST_F(CallsTest, ACallThatMeetsOtherDataFailsUntilThatIsReported)
