@@ -349,7 +349,8 @@ Outcome Calls::open(Clock::time_point deadline)
     DataSet::Answers answers;
     Outcome identified = identify(deadline, answers);
     std::string problem;
-    if (identified == Outcome::answered && !is_believable(answers, problem)) {
+    if (identified == Outcome::answered && sync_.master() &&
+        !data_set_.is_believable(*sync_.master(), answers, problem)) {
         return sync_.put_off(problem);
     }
     if (identified == Outcome::answered && !is_registered(answers)) {
@@ -405,29 +406,6 @@ Outcome Calls::identify(Clock::time_point deadline, DataSet::Answers &answers)
         }
     }
     return Outcome::answered;
-}
-
-// Whether the server may be taken for the master of its group. A master that died and was restarted answers
-// at once, with nothing left, while the others agree on its successor: a server without the group's data is
-// believed only if it is the process that the sentinels see.
-bool Calls::is_believable(const DataSet::Answers &answers, std::string &problem) const
-{
-    const std::optional<Master> &master = sync_.master();
-    if (!master) {
-        return true;
-    }
-    const bool is_known_data = data_set_.is_known() && data_set_.is_same(answers);
-    const bool may_be_ours = !answers.id.empty() && (!data_set_.is_known() || data_set_.id() == answers.id);
-    if (answers.server.is_replica) {
-        problem = master->place.text + ": is no master";
-    } else if (is_known_data || (master->settled && may_be_ours)) {
-        return true;
-    } else if (!master->settled) {
-        problem = master->place.text + ": the sentinels do not agree on it yet";
-    } else if (data_set_.is_known() && master->run_id != answers.server.process) {
-        problem = master->place.text + ": has other data, and the sentinels have not seen its start yet";
-    }
-    return problem.empty();
 }
 
 // The server process is new, or has none of the present functions: registers it, with them. A user without

@@ -114,7 +114,6 @@ private:
                     std::vector<Reply> &replies);
     Outcome open(Clock::time_point deadline);
     Outcome identify(Clock::time_point deadline, DataSet::Answers &answers);
-    bool is_believable(const DataSet::Answers &answers, std::string &problem) const;
     Outcome register_run(Clock::time_point deadline, DataSet::Answers &answers);
     Answer load_and_call(const std::vector<Command> &call);
     bool identify_returned(bool &other);

@@ -209,6 +209,30 @@ bool DataSet::is_same_run(const Answers &answers, const Revisions &known) const
     return true;
 }
 
+// A master that died and was restarted answers at once, with nothing left, while the others agree on its
+// successor: a server without the group's data is believed only if it is the process that the sentinels see.
+bool DataSet::is_believable(const Master &master, const Answers &answers, std::string &why) const
+{
+    const bool is_known_data = known_ && is_same(answers);
+    const bool may_be_ours = !answers.id.empty() && (!known_ || id_ == answers.id);
+    if (answers.server.is_replica) {
+        why = master.place.text + ": is no master";
+        return false;
+    }
+    if (is_known_data || (master.settled && may_be_ours)) {
+        return true;
+    }
+    if (!master.settled) {
+        why = master.place.text + ": the sentinels do not agree on it yet";
+        return false;
+    }
+    if (known_ && master.run_id != answers.server.process) {
+        why = master.place.text + ": has other data, and the sentinels have not seen its start yet";
+        return false;
+    }
+    return true;
+}
+
 void DataSet::adopt(const Answers &answers)
 {
     known_ = true;

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "store/connection/sentinel_view.h"
 #include "store/connection/server_info.h"
 #include "store/connection/stream.h"
 
@@ -53,6 +54,9 @@ public:
     // Whether everything that was learned is in the data of these answers; `with_heard`: what was only heard
     // of, too.
     bool is_same(const Answers &answers, bool with_heard = true) const;
+    // Whether the server of these answers may be the master of its group, of which the sentinels say
+    // `master`. Returns false, and says why, when it is not to be believed yet.
+    bool is_believable(const Master &master, const Answers &answers, std::string &why) const;
     // From now on the data is known by these answers.
     void adopt(const Answers &answers);
     // The highest that was told; 0 when none was.

@@ -6,8 +6,6 @@
 #ifndef STORE_SNAPSHOT_H
 #define STORE_SNAPSHOT_H
 
-#include <hiredis/hiredis.h>
-
 #include <cstdint>
 #include <string>
 #include <unordered_set>
@@ -15,6 +13,7 @@
 
 #include "store/change.h"
 #include "store/codec/value.h"
+#include "store/connection/reply.h"
 #include "store/status.h"
 
 namespace store

@@ -104,7 +104,6 @@ void TypeSubscription::on_lost()
     subscribed_ = false;
     pong_ = 0;
     queue_.clear();
-    start_over(deliver_all_ && !is_settled());
 }
 
 void TypeSubscription::on_returned(bool everything)

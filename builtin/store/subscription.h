@@ -66,7 +66,7 @@ public:
     void on_message(uint64_t arrival, std::string_view key, std::string_view payload);
     // The answer to a ping arrived, after all changes that were published before it.
     void on_pong(uint64_t number);
-    // The connection is lost: what is queued is void.
+    // The connection is lost: what is queued is void. There is no advance() before on_returned().
     void on_lost();
     // The connection is back; `everything` when the data is another, so that revisions compare no more.
     void on_returned(bool everything);

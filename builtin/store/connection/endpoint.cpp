@@ -197,9 +197,6 @@ std::string read_all(const File &file, std::string &text)
         if (got == 0) {
             return "";
         }
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
         if (got < 0) {
             return std::string("cannot be read: ") + std::strerror(errno);
         }

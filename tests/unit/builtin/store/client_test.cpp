@@ -226,12 +226,15 @@ TEST_F(ClientTest, AHandlerMayEndItsOwnSubscriptionAndAnOldHandleEndsNoNewOne)
     }
     int told = 0;
     store::Subscription subscription;
-    auto asked = client->subscribe(db, card_type, [&](const Change &) {
+    auto held = std::make_shared<int>();
+    const std::weak_ptr<int> watched = held;
+    auto asked = client->subscribe(db, card_type, [&, held = std::move(held)](const Change &) {
         told++;
         subscription.cancel();
     });
     subscription = std::move(asked.value);
     serve_until([&] { return told > 0; });
+    EXPECT_TRUE(watched.expired()) << "what the handler held is free";
     auto old = client->subscribe(db, card_type, [](const Change &) { FAIL() << "it was replaced"; });
     const store::Subscription present = follow(*client);
     old.value.cancel();

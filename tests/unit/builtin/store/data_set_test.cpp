@@ -358,4 +358,52 @@ TEST_F(RepliesTest, ARegistrationNamesTheRunAndTheCounterOfEachTypeOfRecord)
     EXPECT_THAT(command, testing::Not(testing::Contains("p_dev.card_info_index")));
 }
 
+// What becomes of a group's server with these answers, as its sentinels see it.
+std::string belief(const DataSet &data, const Store &store, bool is_settled, const std::string &seen_process)
+{
+    store::Master master;
+    master.place.text = "here";
+    master.settled = is_settled;
+    master.run_id = seen_process;
+    std::string why;
+    return data.is_believable(master, store.now, why) ? "believed" : why;
+}
+
+TEST(MasterBelief, AReplicaIsNone)
+{
+    Store replica("p1", 1);
+    replica.now.server.is_replica = true;
+    EXPECT_EQ(belief(known_data(), replica.with("card", 5).with("ack", 3), true, "p1"), "here: is no master");
+    EXPECT_EQ(belief(DataSet(), replica, true, "p1"), "here: is no master");
+}
+
+TEST(MasterBelief, TheKnownDataIsBelievedWhateverTheSentinelsSay)
+{
+    EXPECT_EQ(belief(known_data(), Store("p1", 1).with("card", 5).with("ack", 3), false, ""), "believed");
+    EXPECT_EQ(belief(known_data(), Store("p1", 1).with("card", 4).with("ack", 3), false, ""),
+              "here: the sentinels do not agree on it yet")
+        << "less than is known";
+}
+
+TEST(MasterBelief, DataOfTheSameIdentityIsBelievedOnceTheSentinelsAgree)
+{
+    EXPECT_EQ(belief(known_data(), Store("p1", 1).with("card", 4), true, "other"), "believed");
+    EXPECT_EQ(belief(DataSet(), Store("p1", 1), true, ""), "believed") << "nothing is known";
+    EXPECT_EQ(belief(DataSet(), Store("p1", 1), false, "p1"), "here: the sentinels do not agree on it yet");
+}
+
+TEST(MasterBelief, OtherDataIsBelievedOfTheProcessThatTheSentinelsSee)
+{
+    Store other("p2", 1);
+    for (const char *id : {"", "other data"}) {
+        other.now.id = id;
+        EXPECT_EQ(belief(known_data(), other, true, "p1"),
+                  "here: has other data, and the sentinels have not seen its start yet");
+        EXPECT_EQ(belief(known_data(), other, true, "p2"), "believed");
+        EXPECT_EQ(belief(known_data(), other, false, "p2"), "here: the sentinels do not agree on it yet");
+    }
+    other.now.id = "";
+    EXPECT_EQ(belief(DataSet(), other, true, ""), "believed") << "an empty store, and nothing known";
+}
+
 } // namespace

@@ -94,4 +94,16 @@ TEST(Key, PrefixesEndWhereAFieldEnds)
     EXPECT_EQ(store::encode_key_prefix(*ack.message(), 4), name + ":1:2:3:alarm");
 }
 
+TEST(Key, ATypeThatTheSchemasDoNotKnowHasNone)
+{
+    bool known = false;
+    EXPECT_EQ(store::index_field(p_dev__card_info__descriptor, known)->id, 5U);
+    EXPECT_TRUE(known);
+    EXPECT_EQ(store::index_field(p_dev__dp_lib_grole__descriptor, known), nullptr);
+    EXPECT_TRUE(known);
+    ProtobufCMessageDescriptor stranger = p_dev__card_info__descriptor;
+    EXPECT_EQ(store::index_field(stranger, known), nullptr);
+    EXPECT_FALSE(known);
+}
+
 } // namespace

@@ -149,6 +149,17 @@ TEST(ReplyMemoryTest, WhatIsOnlyAnnouncedCostsNothing)
     EXPECT_LT(pages_asked_for() - before, 1000);
 }
 
+TEST(ReplyTextTest, AnErrorIsKnownByItsFirstWord)
+{
+    OurReader reader;
+    reader.feed("-ERR\r\n-ERR no\r\n-ERROR no\r\n-E\r\n+ERR no\r\n");
+    for (const bool expected : {true, true, false, false, false}) {
+        EXPECT_EQ(store::is_error(reader.next().get(), "ERR"), expected);
+    }
+    EXPECT_FALSE(store::is_error(nullptr, "ERR"));
+    EXPECT_TRUE(store::is_error(nullptr)) << "no answer is none that is good";
+}
+
 TEST(ReplyTextTest, OnlyTextsHaveAText)
 {
     OurReader reader;
