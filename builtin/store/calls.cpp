@@ -4,9 +4,7 @@
 #include <poll.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdarg>
-#include <cstdio>
 
 #include "log/text.h"
 #include "loop/platform_context.h"
@@ -91,15 +89,14 @@ Status Calls::connect()
 
 Status Calls::failure(int32_t code, const char *format, ...) const
 {
-    std::array<char, 1024> reason{};
     va_list values;
     va_start(values, format);
-    (void)std::vsnprintf(reason.data(), reason.size(), format, values);
+    const std::string reason = platform::log_text(format, values);
     va_end(values);
     if (shared_.messages.go_to_log()) {
-        LOG_TO(shared_.messages, platform::log_error, "%s", reason.data());
+        LOG_TO(shared_.messages, platform::log_error, "%s", reason.c_str());
     }
-    return {code, platform::visible(reason.data())};
+    return {code, reason};
 }
 
 void Calls::notify(const Status &failure) const

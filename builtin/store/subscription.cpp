@@ -2,6 +2,7 @@
 #include "store/subscription.h"
 
 #include <algorithm>
+#include <cassert>
 #include <iterator>
 
 #include "loop/platform_context.h"
@@ -136,6 +137,7 @@ bool TypeSubscription::look_at_mark()
 
 bool TypeSubscription::advance()
 {
+    assert(!busy_); // callbacks come from a turn alone
     for (size_t i = 0; i < steps_per_turn; i++) {
         busy_ = true;
         const Step came_to = step();
@@ -157,6 +159,7 @@ std::optional<uint64_t> TypeSubscription::due() const
 
 void TypeSubscription::deliver_due()
 {
+    assert(due() && !busy_); // else a change is delivered before the records that it changes
     busy_ = true;
     (void)deliver_next();
     busy_ = false;
@@ -325,6 +328,7 @@ TypeSubscription::Step TypeSubscription::drain()
 
 TypeSubscription::Step TypeSubscription::go_live()
 {
+    assert(last_ >= target_ && queue_.empty()); // else command 29 comes before what was there
     phase_ = Phase::live;
     told_refusal_.clear();
     deliver_all_ = false;

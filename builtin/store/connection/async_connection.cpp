@@ -2,6 +2,7 @@
 #include "store/connection/async_connection.h"
 
 #include <algorithm>
+#include <cassert>
 #include <exception>
 
 #include "store/codec/names.h"
@@ -44,6 +45,7 @@ AsyncConnection::AsyncConnection(event_base *base, const ClientIdentity &identit
 
 void AsyncConnection::begin(AsyncObserver &observer)
 {
+    assert(observer_ == nullptr || observer_ == &observer); // one connection, one observer
     if (state_ == State::idle) {
         observer_ = &observer;
         state_ = State::pausing;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <cstddef>
 #include <cstring>
 #include <memory_resource>
@@ -67,6 +68,7 @@ public:
     }
     void take_back()
     {
+        assert(held_ > 0); // else memory is given back under a reply
         held_--;
         if (held_ == 0 && !begun_) {
             pieces_.release();
