@@ -78,11 +78,11 @@ Status Calls::connect()
     const Answer answer = ask({{"PING"}}, Purpose::read);
     if (answer.status && is_error(answer.replies[0].get())) {
         const std::string problem = "the store answers PING with: " + text_of(answer.replies[0].get());
-        tell_starter(problem);
+        notify_starter(problem);
         return failure(refused, "database %d: %s", number_, problem.c_str());
     }
     if (!answer.status) {
-        tell_starter(sync_.problem());
+        notify_starter(sync_.problem());
     }
     return answer.status;
 }
@@ -106,10 +106,10 @@ void Calls::notify(const Status &failure) const
     }
 }
 
-void Calls::tell_starter(const std::string &problem)
+void Calls::notify_starter(const std::string &problem)
 {
-    if (problem != shared_.told_starter) {
-        shared_.told_starter = problem;
+    if (problem != shared_.starter_problem) {
+        shared_.starter_problem = problem;
         shared_.messages.notify_starter("store client: " + shared_.identity.endpoint.text + ": " + problem);
     }
 }
@@ -188,8 +188,8 @@ Status Calls::change(Command &&call, const std::string &type)
     if (revision != 0) {
         learn(type, revision);
     }
-    // A server that was emptied while it ran is noticed by its counting anew; one that recognised a
-    // repetition may tell an old number, too.
+    // A server that was emptied while it ran is noticed by its counting from 1 again; one that recognised a
+    // repetition may answer an old number, too.
     if (is_behind && loop_.is_begun()) {
         (void)confirm_data_set();
     }

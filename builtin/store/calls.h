@@ -46,9 +46,9 @@ struct Shared {
     std::function<void()> schedule_turn; // has turn() called soon, from the loop
     // Since when the server has no functions and refuses to be given them.
     std::optional<Clock::time_point> lacks_functions_since{};
-    std::string instance{};     // of the client, which its marks begin with
-    uint64_t writes = 0;        // that have been given a mark
-    std::string told_starter{}; // the problem that whoever started the program was told of last
+    std::string instance{};        // of the client, which its marks begin with
+    uint64_t writes = 0;           // that have been given a mark
+    std::string starter_problem{}; // the last problem printed for the one who starts the program
 };
 
 struct Answer {
@@ -79,18 +79,18 @@ public:
     // What the next write says of itself: who makes it, and what is being handled; see store/origin.h. No
     // other write bears it: the server knows by it a write that is repeated.
     std::string new_mark();
-    // A revision of a type was told by the server, or came with a change.
+    // A revision of a type came from the server itself, or with a change.
     void learn(const std::string &type, uint64_t revision) { data_set_.learn(type, revision); }
     void hear(const std::string &type, uint64_t revision) { data_set_.hear(type, revision); }
 
-    // Whether the data is still the known one; if not, or if that cannot be told, the connection on the loop
+    // Whether the data is still the known one; if not, or if nobody can say, the connection on the loop
     // is cut.
     bool confirm_data_set();
     // What the data that came back with the connection on the loop is.
     enum class Returned {
         same,         // the known data, and no write was given up meanwhile
         other,        // other data, or a write is missing in it
-        unidentified, // nobody can tell: that connection has been cut, and has to come back once more
+        unidentified, // unknown: that connection has been cut, and has to come back once more
     };
     // Compares it with the known data and adopts it.
     Returned examine_returned();
@@ -121,7 +121,7 @@ private:
     Answer give_up(Purpose purpose, const std::string &problem);
     Answer refuse();
     void end_outage(Purpose purpose);
-    void tell_starter(const std::string &problem);
+    void notify_starter(const std::string &problem);
 
     Shared &shared_;
     int32_t number_;

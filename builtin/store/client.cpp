@@ -65,7 +65,7 @@ struct Client::Parts {
     bool in_turn = false;
     platform::Event turn_event;
     std::map<int32_t, std::unique_ptr<Database>> databases;
-    std::deque<Database *> requests; // to be told "connected", in the order asked
+    std::deque<Database *> requests; // for "connected", in the order asked
 };
 
 Client::Parts::Parts(vx_global_t *context, Options &&options)
@@ -128,7 +128,7 @@ void Client::Parts::turn()
     while (!requests.empty() && requests.front()->inbox.has_arrived()) {
         Database *database = requests.front();
         requests.pop_front();
-        database->inbox.tell({ConnectionEvent::Kind::connected, database->calls.number()});
+        database->inbox.notify({ConnectionEvent::Kind::connected, database->calls.number()});
         more = true;
     }
     if (more) {

@@ -119,17 +119,17 @@ public:
     // Deletes every record with the same first `key_count` fields of the index.
     Status erase_matching(int32_t db, const ProtobufCMessage &key, int32_t key_count);
 
-    // Who is told of the lasting connection of a database, in place of who was told before; nobody when
-    // empty. Fails only for a number or for settings that are of no use, as do the next two.
+    // Who receives the events of the lasting connection of a database, in place of the handler before; nobody
+    // when empty. Fails only for a number or for settings that are of no use, as do the next two.
     Status on_connection(int32_t db, ConnectionHandler handler);
 
-    // Keeps a connection to a database, again and again if need be, and has "connected" told for each call of
+    // Keeps a connection to a database, again and again if need be, and reports "connected" for each call of
     // this, even when it stands.
     Status open(int32_t db);
 
     // Delivers every record of a type, then VX_MOM_CMD_SUBSCRIBED, then every change, in order and each once.
-    // Subscriptions of a database begin in the order asked. Keeps a connection as open() does, and has
-    // nothing told of it. A handler that wants all of it again subscribes again.
+    // Subscriptions of a database begin in the order asked. Keeps a connection as open() does, and
+    // reports nothing of it. A handler that wants all of it again subscribes again.
     Result<Subscription> subscribe(int32_t db, const ProtobufCMessageDescriptor &type, ChangeHandler handler);
 
     // When something last came on the lasting connection (a change, or the answer to the ping that is sent

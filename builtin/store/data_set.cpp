@@ -51,7 +51,7 @@ bool parse_run(const std::string &text, Run &run)
 }
 
 // Takes in one field of the list of runs. Returns whether it is one.
-bool take_run(const std::string &name, const std::string &value, DataSet::Answers &answers)
+bool parse_run_field(const std::string &name, const std::string &value, DataSet::Answers &answers)
 {
     uint64_t number = 0;
     if (name == "library") {
@@ -74,7 +74,7 @@ void read_runs(const redisReply *reply, DataSet::Answers &answers)
     for (size_t i = 0; i + 1 < reply->elements; i += 2) {
         const std::string name = text_of(reply->element[i]);
         const std::string value = text_of(reply->element[i + 1]);
-        if (!take_run(name, value, answers)) {
+        if (!parse_run_field(name, value, answers)) {
             answers.oddity = runs_key;
             answers.oddity.append(": the field ").append(name).append(" holds ").append(value);
         }
@@ -96,7 +96,7 @@ bool holds(const Revisions &stored, const Revisions &known)
     });
 }
 
-// Whether a run began with all that is known. Of a type that is not in its entry, whoever registered it knew
+// Whether a run began with all that is known. Of a type that is not in its entry, its registrar knew
 // nothing.
 bool began_with(const Run &run, const Revisions &known)
 {
@@ -219,10 +219,10 @@ bool DataSet::is_believable(const Master &master, const Answers &answers, std::s
         why = master.place.text + ": is no master";
         return false;
     }
-    if (is_known_data || (master.settled && may_be_ours)) {
+    if (is_known_data || (master.is_agreed && may_be_ours)) {
         return true;
     }
-    if (!master.settled) {
+    if (!master.is_agreed) {
         why = master.place.text + ": the sentinels do not agree on it yet";
         return false;
     }

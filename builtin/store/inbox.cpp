@@ -30,7 +30,7 @@ void Inbox::set_handler(ConnectionHandler handler)
     handler_ = handler ? std::make_shared<const ConnectionHandler>(std::move(handler)) : nullptr;
 }
 
-void Inbox::tell(const ConnectionEvent &event)
+void Inbox::notify(const ConnectionEvent &event)
 {
     if (const auto handler = handler_) { // kept: it may set another one
         const platform::Handling handling(shared_.global, {platform::Activity::Kind::connection});
@@ -141,7 +141,7 @@ void Inbox::on_pong()
     shared_.schedule_turn();
 }
 
-// Something was refused for good, it seemed; but whoever refused it may have changed his mind.
+// What was refused may be allowed by now.
 void Inbox::on_checked()
 {
     note_heard();
@@ -164,7 +164,7 @@ void Inbox::report_loss()
     if (loss_due_) {
         const std::string reason = std::move(*loss_due_);
         loss_due_.reset();
-        tell({ConnectionEvent::Kind::lost, calls_.number(), reason});
+        notify({ConnectionEvent::Kind::lost, calls_.number(), reason});
     }
 }
 
@@ -186,7 +186,7 @@ bool Inbox::open()
     for (const auto &subscription : subscriptions_) {
         subscription->on_returned(!is_same);
     }
-    tell({ConnectionEvent::Kind::returned, calls_.number(), {}, is_same});
+    notify({ConnectionEvent::Kind::returned, calls_.number(), {}, is_same});
     return true;
 }
 
@@ -216,7 +216,7 @@ bool Inbox::advance_subscriptions()
     // A copy: callbacks may subscribe.
     const auto subscriptions = subscriptions_;
     for (const auto &subscription : subscriptions) {
-        if (!subscription->is_settled()) {
+        if (!subscription->is_in_place()) {
             if (one_is_served) {
                 continue;
             }

@@ -29,12 +29,12 @@ public:
 
     // Wants the connection.
     void begin();
-    // Whether it has come up once, and the user may be told.
+    // Whether it has come up once, and the user may hear of it.
     bool has_arrived() const { return has_arrived_; }
-    // Who is told of the connection.
+    // Who receives the events of the connection.
     void set_handler(ConnectionHandler handler);
     // Calls it, unless there is none.
-    void tell(const ConnectionEvent &event);
+    void notify(const ConnectionEvent &event);
     // In place of the subscription to this type that there is.
     std::shared_ptr<TypeSubscription> subscribe(const ProtobufCMessageDescriptor &type,
                                                 ChangeHandler handler);
@@ -46,8 +46,8 @@ public:
 private:
     enum class State {
         down,
-        arrived, // the connection is up, and nobody has been told
-        open,    // as far as the user was told
+        arrived, // the connection is up, and nobody has been notified
+        open,    // as far as the user knows
     };
 
     void on_up() override;

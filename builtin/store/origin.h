@@ -2,7 +2,7 @@
 //
 // The loop and the store client call a program's callbacks and make its writes, so they know for certain
 // which notification or timer a write belongs to. Each write says it: published with the change, and kept
-// with the record until the next one. Whoever follows a program from outside would have to guess it
+// with the record until the next one. Who follows a program from outside would have to guess it
 // otherwise, from times and from what the records look like.
 //
 // As text: the writer, "INSTANCE.NUMBER", a blank, and the cause: "-" for none, "timer", "connection", or the

@@ -71,8 +71,8 @@ void TypeSubscription::on_confirmed()
 
 void TypeSubscription::on_refused(const std::string &problem)
 {
-    if (problem != told_refusal_) {
-        told_refusal_ = problem;
+    if (problem != logged_refusal_) {
+        logged_refusal_ = problem;
         LOG_TO(calls_.messages(), platform::log_error, "subscription to %s refused: %s", watched_.c_str(),
                problem.c_str());
     }
@@ -117,12 +117,12 @@ void TypeSubscription::start_over(bool everything)
 {
     start_over_due_ = everything || start_over_due_.value_or(false);
     if (!busy_) {
-        (void)look_at_mark();
+        (void)apply_mark();
     }
 }
 
 // Whether it starts over.
-bool TypeSubscription::look_at_mark()
+bool TypeSubscription::apply_mark()
 {
     if (!start_over_due_) {
         return false;
@@ -142,7 +142,7 @@ bool TypeSubscription::advance()
         busy_ = true;
         const Step came_to = step();
         busy_ = false;
-        if (look_at_mark() || came_to == Step::yield) {
+        if (apply_mark() || came_to == Step::yield) {
             return true;
         }
         if (came_to == Step::wait) {
@@ -163,7 +163,7 @@ void TypeSubscription::deliver_due()
     busy_ = true;
     (void)deliver_next();
     busy_ = false;
-    (void)look_at_mark();
+    (void)apply_mark();
 }
 
 TypeSubscription::Step TypeSubscription::step()
@@ -330,7 +330,7 @@ TypeSubscription::Step TypeSubscription::go_live()
 {
     assert(last_ >= target_ && queue_.empty()); // else command 29 comes before what was there
     phase_ = Phase::live;
-    told_refusal_.clear();
+    logged_refusal_.clear();
     deliver_all_ = false;
     gone_.clear();
     if (announce_) {
@@ -340,8 +340,8 @@ TypeSubscription::Step TypeSubscription::go_live()
     return Step::yield;
 }
 
-// Asks the server whether it has counted as far as the changes tell: whoever may publish could otherwise have
-// this client believe that a store that comes back has lost something.
+// Asks the server whether it has counted as far as the changes say: a user who may publish could otherwise
+// have this client believe that a store that comes back has lost something.
 TypeSubscription::Step TypeSubscription::verify()
 {
     if (unverified_ == 0 || (!queue_.empty() && unverified_ < changes_per_verification)) {
@@ -423,7 +423,7 @@ void TypeSubscription::deliver_deleted(const PublishedChange &change)
     MessagePtr message =
         decode(calls_, type_, change.key,
                is_known && change.fields.empty() ? known->second.fields : change.fields, why);
-    // Somebody spoilt the record past the client. The user has it as it was and must be told that it is gone.
+    // The record was spoilt past the client. The subscriber has it as it was and must hear that it is gone.
     if (message == nullptr && is_known) {
         message = decode(calls_, type_, change.key, known->second.fields, why);
     }
@@ -459,7 +459,7 @@ void TypeSubscription::report_gone(const std::string &key)
     }
 }
 
-// The store did not answer: the connection counts as lost, and all begins anew with its return. A refusal
+// The store did not answer: the connection counts as lost, and all begins again with its return. A refusal
 // would only be repeated, so it ends the subscription until it is asked again.
 TypeSubscription::Step TypeSubscription::fail(const Status &status)
 {

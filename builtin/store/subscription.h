@@ -11,7 +11,7 @@
 // about (a loss, another question, an end) only leaves a mark, which is looked at in one place, after each
 // step.
 //
-// Whoever may write a record may publish whatever he likes as its changes. So a change is believed about its
+// A user who may write a record may publish anything as its changes. So a change is believed about its
 // record, but what it says of the type's revision is compared with the server's own count afterwards.
 #ifndef STORE_SUBSCRIPTION_H
 #define STORE_SUBSCRIPTION_H
@@ -44,7 +44,7 @@ public:
     // The channel, or the pattern of channels, on which its changes come.
     const std::string &watched() const { return watched_; }
     // Whether it is in place, refused or cancelled, so that the next one in the queue may begin.
-    bool is_settled() const
+    bool is_in_place() const
     {
         return phase_ == Phase::live || phase_ == Phase::refused || phase_ == Phase::cancelled;
     }
@@ -55,8 +55,8 @@ public:
     // How often it was asked: whose handle is older has no say any more.
     uint64_t times_asked() const { return times_asked_; }
     // Delivers nothing any more until it is asked again. The channel stays subscribed: taking that back would
-    // have to wait for the server's word before it may be asked for again, and whoever cancels is about to
-    // end.
+    // have to wait for the server's word before it may be asked for again, and a program that cancels is
+    // about to end.
     void cancel();
     void on_confirmed();
     void on_refused(const std::string &problem);
@@ -101,7 +101,7 @@ private:
         std::string payload;
     };
 
-    // What the subscriber was last told of a record.
+    // What the subscriber last heard of a record.
     struct Known {
         uint64_t revision = 0;
         Fields fields;
@@ -115,7 +115,7 @@ private:
     };
 
     void start_over(bool everything);
-    bool look_at_mark();
+    bool apply_mark();
     Step step();
     Step begin();
     Step read_fence();
@@ -167,8 +167,8 @@ private:
     size_t next_to_deliver_ = 0;
     std::vector<std::string> to_sweep_;
     int checks_ = 0;             // since it was refused
-    std::string told_refusal_;   // so that each is logged once
-    std::set<std::string> gone_; // reported as vanished before the queue told of it
+    std::string logged_refusal_; // so that each is logged once
+    std::set<std::string> gone_; // reported as vanished before the queue came to it
 };
 
 } // namespace store

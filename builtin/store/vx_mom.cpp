@@ -55,7 +55,7 @@ struct Surface {
     std::map<std::pair<int32_t, const ProtobufCMessageDescriptor *>, store::Subscription> subscriptions;
 };
 
-void tell(Surface &surface, const ConnectionEvent &event)
+void notify(Surface &surface, const ConnectionEvent &event)
 {
     constexpr int32_t other_data = 1;
     constexpr int32_t same_data = 2;
@@ -128,7 +128,7 @@ template <typename Set>
 int32_t set_callback(vx_global_t *global, int32_t db, const Set &set)
 {
     return with_surface(global, [&](Surface &surface) {
-        const auto handler = [&surface](const ConnectionEvent &event) { tell(surface, event); };
+        const auto handler = [&surface](const ConnectionEvent &event) { notify(surface, event); };
         const int32_t code = surface.client.on_connection(db, handler).code;
         if (code == store::ok) {
             set(surface.callbacks[db]);

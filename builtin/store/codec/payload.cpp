@@ -11,7 +11,7 @@ namespace store
 namespace
 {
 
-bool take_item(std::string_view &rest, std::string_view &item)
+bool parse_item(std::string_view &rest, std::string_view &item)
 {
     const size_t colon = rest.find(':');
     size_t length = 0;
@@ -28,10 +28,10 @@ bool take_item(std::string_view &rest, std::string_view &item)
 }
 
 template <typename Number>
-bool take_number_item(std::string_view &rest, Number &number)
+bool parse_number_item(std::string_view &rest, Number &number)
 {
     std::string_view item;
-    return take_item(rest, item) && parse_shortest(item, number);
+    return parse_item(rest, item) && parse_shortest(item, number);
 }
 
 } // namespace
@@ -39,8 +39,8 @@ bool take_number_item(std::string_view &rest, Number &number)
 bool decode_change(std::string_view payload, PublishedChange &change)
 {
     uint64_t count = 0;
-    if (!take_number_item(payload, change.revision) || !take_number_item(payload, change.command) ||
-        !take_number_item(payload, count)) {
+    if (!parse_number_item(payload, change.revision) || !parse_number_item(payload, change.command) ||
+        !parse_number_item(payload, count)) {
         return false;
     }
     change.fields.clear();
@@ -50,7 +50,7 @@ bool decode_change(std::string_view payload, PublishedChange &change)
     for (uint64_t i = 0; i < count; i++) {
         std::string_view name;
         std::string_view value;
-        if (!take_item(payload, name) || !take_item(payload, value)) {
+        if (!parse_item(payload, name) || !parse_item(payload, value)) {
             return false;
         }
         if (name != writer_field) {

@@ -160,7 +160,7 @@ void append_delimited(std::string &wire, uint32_t field_number, std::string_view
     wire += bytes;
 }
 
-bool take_varint(std::string_view &wire, uint64_t &value)
+bool parse_varint(std::string_view &wire, uint64_t &value)
 {
     value = 0;
     for (unsigned shift = 0; shift < 64 && !wire.empty(); shift += 7) {

@@ -22,7 +22,7 @@ void append_delimited(std::string &wire, uint32_t field_number, std::string_view
 
 // Reads a variable-length integer at the front of `wire` and cuts it off. Returns false when it is cut short
 // or longer than 64 bits.
-bool take_varint(std::string_view &wire, uint64_t &value);
+bool parse_varint(std::string_view &wire, uint64_t &value);
 
 // Whether a field of this type is stored as text (integers, booleans, enumerations, texts, bytes); messages
 // and repeated fields are not.

@@ -73,12 +73,12 @@ bool skip_value(std::string_view &wire, uint64_t wire_type)
     uint64_t length = 0;
     switch (wire_type) {
     case 0:
-        return take_varint(wire, length);
+        return parse_varint(wire, length);
     case 1:
         length = 8;
         break;
     case 2:
-        if (!take_varint(wire, length)) {
+        if (!parse_varint(wire, length)) {
             return false;
         }
         break;
@@ -100,7 +100,7 @@ bool holds_only(const ProtobufCFieldDescriptor &field, std::string_view wire)
 {
     while (!wire.empty()) {
         uint64_t tag = 0;
-        if (!take_varint(wire, tag) || tag >> 3U != field.id || !skip_value(wire, tag & 7U)) {
+        if (!parse_varint(wire, tag) || tag >> 3U != field.id || !skip_value(wire, tag & 7U)) {
             return false;
         }
     }

@@ -24,7 +24,7 @@
 namespace store
 {
 
-// Whoever is told what happens on an asynchronous connection.
+// Receives the events of an asynchronous connection.
 class AsyncObserver
 {
 public:

@@ -103,7 +103,7 @@ std::string parse_group(std::string_view rest, Endpoint &endpoint)
 }
 
 // Takes "WORD VALUE". Other words may begin with this one, so a blank has to follow.
-bool take_word(std::string_view line, std::string_view word, std::string &value)
+bool parse_word(std::string_view line, std::string_view word, std::string &value)
 {
     if (line.substr(0, word.size()) != word) {
         return false;
@@ -116,16 +116,16 @@ bool take_word(std::string_view line, std::string_view word, std::string &value)
     return true;
 }
 
-bool take_line(std::string_view line, Credentials &credentials)
+bool parse_line(std::string_view line, Credentials &credentials)
 {
-    return line.empty() || take_word(line, "user", credentials.user) ||
-           take_word(line, "password", credentials.password) ||
-           take_word(line, "sentinel-user", credentials.sentinel_user) ||
-           take_word(line, "sentinel-password", credentials.sentinel_password);
+    return line.empty() || parse_word(line, "user", credentials.user) ||
+           parse_word(line, "password", credentials.password) ||
+           parse_word(line, "sentinel-user", credentials.sentinel_user) ||
+           parse_word(line, "sentinel-password", credentials.sentinel_password);
 }
 
 // Returns what is wrong with the text of a file, or nothing.
-std::string take_lines(std::string_view text, Credentials &credentials)
+std::string parse_lines(std::string_view text, Credentials &credentials)
 {
     size_t number = 1;
     for (size_t begin = 0; begin < text.size(); number++) {
@@ -135,7 +135,7 @@ std::string take_lines(std::string_view text, Credentials &credentials)
             return "line " + std::to_string(number) + " is longer than " + std::to_string(longest_line) +
                    " bytes";
         }
-        if (!take_line(line, credentials)) {
+        if (!parse_line(line, credentials)) {
             return "line " + std::to_string(number) +
                    " is neither 'user NAME' nor 'password SECRET', nor one of these with 'sentinel-' before "
                    "it";
@@ -256,7 +256,7 @@ std::optional<Credentials> read_credentials(const std::string &path, std::string
         problem = read_all(file, text);
     }
     if (problem.empty()) {
-        problem = take_lines(text, credentials);
+        problem = parse_lines(text, credentials);
     }
     if (!problem.empty()) {
         why = path + ": " + problem;

@@ -14,7 +14,7 @@ enum Error : int32_t {
     ok = 0,
     refused = -1,           // the server refused the command; nothing was changed
     no_memory = -12,        // memory ran out
-    denied = -13,           // the server lets this user not in
+    denied = -13,           // authentication failed, or the user lacks a right
     invalid = -22,          // an argument, the configuration or the database number is wrong
     internal_failure = -71, // the server answered with something that this client does not expect
     bad_data = -74,         // what is stored does not decode

@@ -60,7 +60,7 @@ public:
         array.reply.element = list;
         array.room = room;
     }
-    // The reply that was begun is complete, and somebody holds it.
+    // The reply that was begun is complete, and held by a caller.
     void hand_out()
     {
         begun_ = false;

@@ -1,7 +1,7 @@
 // Which server of a group is its master: asked of the sentinels that watch it.
 //
 // All of them are asked at once, and sentinel_view.h says which is believed. Following their announcements
-// (+switch-master) was rejected: a stream that breaks loses them, and whoever connects has to ask anyway.
+// (+switch-master) was rejected: a stream that breaks loses them, and a new connection has to ask anyway.
 //
 // Uses no event library, so that calls that wait (poll) and the event loop drive the same search.
 #ifndef CONNECTION_SENTINEL_H

@@ -70,13 +70,13 @@ bool has_only_doubts(std::string_view flags)
     return true;
 }
 
-SentinelView::Sight sight_of(const std::string &flags)
+SentinelView::Health health_of(const std::string &flags)
 {
     if (flags == "master") {
-        return SentinelView::Sight::plain;
+        return SentinelView::Health::plain;
     }
-    return flags.empty() || has_only_doubts(flags) ? SentinelView::Sight::doubtful
-                                                   : SentinelView::Sight::troubled;
+    return flags.empty() || has_only_doubts(flags) ? SentinelView::Health::doubtful
+                                                   : SentinelView::Health::troubled;
 }
 
 bool is_run_id(const std::string &text)
@@ -111,7 +111,7 @@ std::optional<SentinelView> read_view(const redisReply *details, const redisRepl
     if (place_of(value_of(details, "ip"), value_of(details, "port")) == place) {
         const std::string run_id = value_of(details, "runid");
         view.run_id = is_run_id(run_id) ? run_id : "";
-        view.sight = sight_of(view.flags);
+        view.health = health_of(view.flags);
     }
     return view;
 }
@@ -167,14 +167,14 @@ std::string common_run_id(const Views &views)
     return common;
 }
 
-bool is_settled(const Views &votes, size_t of)
+bool is_agreed(const Views &votes, size_t of)
 {
     size_t plain = 0;
     for (const SentinelView &view : votes) {
-        if (view.sight == SentinelView::Sight::troubled) {
+        if (view.health == SentinelView::Health::troubled) {
             return false;
         }
-        plain += view.sight == SentinelView::Sight::plain ? 1 : 0;
+        plain += view.health == SentinelView::Health::plain ? 1 : 0;
     }
     return votes.size() * 2 > of && plain * 2 >= of;
 }
@@ -194,7 +194,7 @@ std::optional<Master> choose_master(const Views &views, const std::string &group
     master.place.port = place.port;
     master.place.text = place_text(place) + " of " + group;
     master.run_id = common_run_id(votes);
-    master.settled = is_settled(votes, candidates.size());
+    master.is_agreed = is_agreed(votes, candidates.size());
     return master;
 }
 

@@ -1,6 +1,6 @@
 // What the sentinels of a group say of its master, and which of them is believed.
 //
-// Apart from the asking, so that every answer that a sentinel may give, or somebody in its place, is a matter
+// Apart from the asking, so that every answer that a sentinel may give, or a peer in its place, is a matter
 // of bytes. The newest answer counts and not the first one: a sentinel that was cut off still names the
 // master of yesterday, and is as quick as the others.
 #ifndef CONNECTION_SENTINEL_VIEW_H
@@ -23,22 +23,22 @@ struct Master {
     std::string run_id; // of the server's process as the sentinels know it; empty when they don't agree
     // Whether the sentinels see nothing wrong with it: not down, no fail-over going on. One that does not
     // reach the master is outvoted by the others. It is their word of a moment: a master that died just now
-    // is settled still.
-    bool settled = false;
+    // is agreed upon still.
+    bool is_agreed = false;
 };
 
 // What one sentinel says of a group.
 struct SentinelView {
-    enum class Sight {
+    enum class Health {
         plain,    // a master and nothing else
         doubtful, // this sentinel does not reach it, or still knows another one's details
         troubled  // they agree that it is down, or are replacing it
     };
     HostPort place;
-    int64_t epoch = -1; // of the configuration that made this one the master; -1 when it is not told
-    std::string run_id; // empty when it is not told
-    Sight sight = Sight::doubtful;
-    std::string flags; // as told, for messages
+    int64_t epoch = -1; // of the configuration that made this one the master; -1 when unknown
+    std::string run_id; // empty when unknown
+    Health health = Health::doubtful;
+    std::string flags; // as the sentinel gave them, for messages
 };
 
 // Makes a view of the replies to SENTINEL MASTER and, asked after it, SENTINEL GET-MASTER-ADDR-BY-NAME.

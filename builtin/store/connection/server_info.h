@@ -12,7 +12,7 @@ namespace store
 
 struct ServerInfo {
     std::string version;
-    std::string process; // drawn anew with every start of a server
+    std::string process; // another one with every start of a server
     std::string descent; // changes when a replica takes over, and when a server becomes another's replica
     bool is_replica = false;
 

@@ -15,7 +15,7 @@ namespace store
 namespace
 {
 
-constexpr int64_t databases_in_use = 64; // what the users of the store are told to configure
+constexpr int64_t databases_in_use = 64; // what the documentation has users configure
 constexpr std::chrono::milliseconds search_pause{500};
 constexpr std::chrono::milliseconds longest_search{250};
 // How long one read waits by itself. Longer waits are made of several; what is left of a shorter one is

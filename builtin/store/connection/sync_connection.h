@@ -1,6 +1,6 @@
 // The connection that calls go through: sends commands and waits for their replies, until a deadline.
 //
-// It knows nothing of repeating: whoever calls decides what a loss means.
+// It knows nothing of repeating: the caller decides what a loss means.
 #ifndef CONNECTION_SYNC_CONNECTION_H
 #define CONNECTION_SYNC_CONNECTION_H
 
@@ -83,7 +83,7 @@ private:
 std::vector<Command> handshake(const ClientIdentity &identity, int32_t database);
 
 // Whether the reply to the handshake's command number `at` of `count` means that the connection is of no use.
-// A user without the right to a name is let be.
+// Failing to set the client name is not an error.
 bool is_turned_away(const redisReply *reply, size_t at, size_t count);
 
 // Whether the reply says that the server has no database of the number asked for.

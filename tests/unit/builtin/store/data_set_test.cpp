@@ -363,7 +363,7 @@ std::string belief(const DataSet &data, const Store &store, bool is_settled, con
 {
     store::Master master;
     master.place.text = "here";
-    master.settled = is_settled;
+    master.is_agreed = is_settled;
     master.run_id = seen_process;
     std::string why;
     return data.is_believable(master, store.now, why) ? "believed" : why;

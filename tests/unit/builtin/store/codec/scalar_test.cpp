@@ -174,14 +174,14 @@ TEST(Scalar, VariableLengthIntegersAreReadUpToTheirEnd)
         wire += "rest";
         std::string_view bytes = wire;
         uint64_t found = 1;
-        ASSERT_TRUE(store::take_varint(bytes, found));
+        ASSERT_TRUE(store::parse_varint(bytes, found));
         EXPECT_EQ(found, value);
         EXPECT_EQ(bytes, "rest");
     }
     for (const std::string &wrong : {std::string(), std::string("\x80", 1), std::string(10, '\xff')}) {
         std::string_view bytes = wrong;
         uint64_t found = 0;
-        EXPECT_FALSE(store::take_varint(bytes, found)) << wrong.size();
+        EXPECT_FALSE(store::parse_varint(bytes, found)) << wrong.size();
     }
 }
 

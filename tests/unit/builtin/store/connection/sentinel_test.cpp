@@ -182,7 +182,7 @@ TEST_F(SteadyGroup, TheMasterIsFoundAsLongAsOneSentinelAnswers)
         EXPECT_EQ(master->place.port, group.server_port(0));
         EXPECT_THAT(group.run(0, {"INFO", "server"}), HasSubstr("run_id:" + master->run_id + "\r\n"));
         EXPECT_EQ(master->run_id.size(), 40U);
-        EXPECT_TRUE(master->settled);
+        EXPECT_TRUE(master->is_agreed);
     };
     expect_master();
     group.freeze_sentinel(0);
@@ -246,7 +246,7 @@ TEST(FailOver, ThePromotedServerIsFoundAndTheOldOneNoMore)
     const auto settles_on_another = [&] {
         master = store::find_master(endpoint, {}, Clock::now() + seconds(10), problem);
         const auto promoted = group.master();
-        return master && master->settled && promoted && *promoted != 0 &&
+        return master && master->is_agreed && promoted && *promoted != 0 &&
                master->place.port == group.server_port(*promoted);
     };
     // One sentinel sleeps through it all and knows nothing of it afterwards.

@@ -9,7 +9,7 @@
 namespace
 {
 
-using Sight = store::SentinelView::Sight;
+using Health = store::SentinelView::Health;
 using Texts = std::vector<std::string>;
 using store::SentinelView;
 
@@ -64,25 +64,25 @@ TEST(SentinelView, AMasterIsRead)
     EXPECT_EQ(view->place, (store::HostPort{"10.0.0.1", 6379}));
     EXPECT_EQ(view->epoch, 3);
     EXPECT_EQ(view->run_id, "0abc");
-    EXPECT_EQ(view->sight, Sight::plain);
+    EXPECT_EQ(view->health, Health::plain);
 }
 
 TEST(SentinelView, FlagsTellHowItStands)
 {
-    const std::vector<std::pair<const char *, Sight>> table{
-        {"master", Sight::plain},
-        {"s_down,master", Sight::doubtful},
-        {"s_down,master,disconnected", Sight::doubtful},
-        {"", Sight::doubtful},
-        {"s_down,o_down,master", Sight::troubled},
-        {"master,failover_in_progress", Sight::troubled},
-        {"slave", Sight::troubled},
-        {"master,", Sight::troubled},
-        {"masterful", Sight::troubled},
-        {"master,something_new", Sight::troubled},
+    const std::vector<std::pair<const char *, Health>> table{
+        {"master", Health::plain},
+        {"s_down,master", Health::doubtful},
+        {"s_down,master,disconnected", Health::doubtful},
+        {"", Health::doubtful},
+        {"s_down,o_down,master", Health::troubled},
+        {"master,failover_in_progress", Health::troubled},
+        {"slave", Health::troubled},
+        {"master,", Health::troubled},
+        {"masterful", Health::troubled},
+        {"master,something_new", Health::troubled},
     };
-    for (const auto &[flags, sight] : table) {
-        EXPECT_EQ(view_of(details(flags), here)->sight, sight) << flags;
+    for (const auto &[flags, health] : table) {
+        EXPECT_EQ(view_of(details(flags), here)->health, health) << flags;
     }
 }
 
@@ -94,7 +94,7 @@ TEST(SentinelView, ThePromotedOneComesBeforeItsDetails)
     EXPECT_EQ(view->place.host, "10.0.0.2");
     EXPECT_EQ(view->epoch, 4) << "else the old one, that the others still name, would win";
     EXPECT_EQ(view->run_id, "") << "the old one's";
-    EXPECT_EQ(view->sight, Sight::doubtful);
+    EXPECT_EQ(view->health, Health::doubtful);
 }
 
 TEST(SentinelView, WhatNamesNoMasterIsAProblem)
@@ -131,18 +131,18 @@ TEST(SentinelView, SpoiltDetailsLeaveTheAddress)
         EXPECT_EQ(view->place.host, "10.0.0.1");
         EXPECT_EQ(view->epoch, -1) << bytes;
         EXPECT_EQ(view->run_id, "");
-        EXPECT_EQ(view->sight, Sight::doubtful);
+        EXPECT_EQ(view->health, Health::doubtful);
     }
     const auto view =
         view_of(list({"ip", "10.0.0.1", "port", "6379", "runid", "no hexadecimal", "flags", "master"}), here);
     ASSERT_TRUE(view.has_value());
     EXPECT_EQ(view->run_id, "");
-    EXPECT_EQ(view->sight, Sight::plain);
+    EXPECT_EQ(view->health, Health::plain);
 }
 
-SentinelView view(const char *host, int64_t epoch, Sight sight = Sight::plain, const char *run_id = "")
+SentinelView view(const char *host, int64_t epoch, Health health = Health::plain, const char *run_id = "")
 {
-    return SentinelView{{host, 6379}, epoch, run_id, sight, "master"};
+    return SentinelView{{host, 6379}, epoch, run_id, health, "master"};
 }
 
 store::Master chosen(const std::vector<SentinelView> &views)
@@ -165,14 +165,14 @@ TEST(MasterChoice, ItIsAPlaceToGoTo)
     EXPECT_EQ(master.place.port, 6379);
     EXPECT_EQ(master.place.path, "");
     EXPECT_EQ(master.place.group, "") << "would be searched again";
-    EXPECT_TRUE(master.settled);
+    EXPECT_TRUE(master.is_agreed);
 }
 
 TEST(MasterChoice, TheNewestConfigurationWinsAgainstAnyNumber)
 {
     EXPECT_EQ(chosen({view("old", 4), view("old", 4), view("new", 5)}).place.host, "new");
     EXPECT_EQ(chosen({view("new", 5), view("old", 4), view("old", 4)}).place.host, "new");
-    EXPECT_TRUE(chosen({view("old", 4), view("old", 4), view("new", 5)}).settled);
+    EXPECT_TRUE(chosen({view("old", 4), view("old", 4), view("new", 5)}).is_agreed);
     EXPECT_EQ(chosen({view("untold", -1), view("untold", -1), view("told", 0)}).place.host, "told");
 }
 
@@ -180,40 +180,41 @@ TEST(MasterChoice, OfOneConfigurationTheMajorityWins)
 {
     const store::Master master = chosen({view("one", 4), view("two", 4), view("two", 4)});
     EXPECT_EQ(master.place.host, "two");
-    EXPECT_TRUE(master.settled);
+    EXPECT_TRUE(master.is_agreed);
     const store::Master tie = chosen({view("one", 4), view("two", 4)});
     EXPECT_EQ(tie.place.host, "one");
-    EXPECT_FALSE(tie.settled);
+    EXPECT_FALSE(tie.is_agreed);
 }
 
 TEST(MasterChoice, ARunThatOnlySomeKnowOfIsNotTold)
 {
     const auto run_of = [](const char *first, const char *second) {
-        return chosen({view("a", 1, Sight::plain, first), view("a", 1, Sight::plain, second)}).run_id;
+        return chosen({view("a", 1, Health::plain, first), view("a", 1, Health::plain, second)}).run_id;
     };
     EXPECT_EQ(run_of("11", "11"), "11");
     EXPECT_EQ(run_of("", "11"), "11");
     EXPECT_EQ(run_of("11", "22"), "");
     EXPECT_EQ(run_of("", ""), "");
-    EXPECT_EQ(chosen({view("a", 1, Sight::plain, "11"), view("b", 0, Sight::plain, "22")}).run_id, "11");
+    EXPECT_EQ(chosen({view("a", 1, Health::plain, "11"), view("b", 0, Health::plain, "22")}).run_id, "11");
 }
 
-TEST(MasterChoice, ItIsSettledWhenNoneTellsOfTroubleAndHalfSeeNone)
+TEST(MasterChoice, ItIsAgreedUponWhenNoneTellsOfTroubleAndHalfSeeNone)
 {
-    const auto settled = [](const std::vector<Sight> &sights) {
+    const auto settled = [](const std::vector<Health> &sights) {
         std::vector<SentinelView> views;
         views.reserve(sights.size());
-        for (const Sight sight : sights) {
-            views.push_back(view("a", 1, sight));
+        for (const Health health : sights) {
+            views.push_back(view("a", 1, health));
         }
-        return chosen(views).settled;
+        return chosen(views).is_agreed;
     };
-    EXPECT_TRUE(settled({Sight::plain, Sight::plain, Sight::plain}));
-    EXPECT_TRUE(settled({Sight::doubtful, Sight::plain, Sight::plain})) << "one is cut off from the master";
-    EXPECT_TRUE(settled({Sight::doubtful, Sight::plain}));
-    EXPECT_FALSE(settled({Sight::doubtful}));
-    EXPECT_FALSE(settled({Sight::doubtful, Sight::doubtful, Sight::plain}));
-    EXPECT_FALSE(settled({Sight::plain, Sight::plain, Sight::troubled})) << "it leads the fail-over";
+    EXPECT_TRUE(settled({Health::plain, Health::plain, Health::plain}));
+    EXPECT_TRUE(settled({Health::doubtful, Health::plain, Health::plain}))
+        << "one is cut off from the master";
+    EXPECT_TRUE(settled({Health::doubtful, Health::plain}));
+    EXPECT_FALSE(settled({Health::doubtful}));
+    EXPECT_FALSE(settled({Health::doubtful, Health::doubtful, Health::plain}));
+    EXPECT_FALSE(settled({Health::plain, Health::plain, Health::troubled})) << "it leads the fail-over";
 }
 
 } // namespace
