@@ -78,7 +78,7 @@ public:
     Milliseconds timeout = 300s;          // on our clock
     Milliseconds slowness = 10ms;         // of the daemon
     bool deaf = false;                    // the store tells nothing back
-    bool returning = false;               // the store tells everything anew
+    bool returning = false;               // the store reports everything again
     std::optional<Milliseconds> afresh{}; // so long after a request the daemon is started afresh, once
     std::vector<std::string> written{};   // what the player wrote
     std::vector<std::string> told{};
