@@ -336,15 +336,6 @@ void Card::snapshot_done(Time at)
     refresh({at, true});
 }
 
-void Card::remember_card(const CardFacts &card)
-{
-    if (!is_there_) {
-        shown_.card = card;
-        shown_.card.online = false; // whether it still is, its record tells
-        asked_ = shown_.card;
-    }
-}
-
 void Card::remember_decision(const Decision &decision)
 {
     if (!shown_.last) {
@@ -371,7 +362,10 @@ void Card::take_up(const OpenCheck &check, Time at)
         return;
     }
     if (!is_this) {
-        remember_card(check.card);
+        if (!is_there_) {
+            shown_.card = check.card;
+            shown_.card.online = false; // whether it still is, its record tells
+        }
         shown_.asked = check.request;
         asked_ = check.card;
         daemon_ = shown_.asked.origin.instance;

@@ -66,7 +66,6 @@ public:
     void snapshot_done(Time at);
 
     // What is remembered from before; see CardTracker.
-    void remember_card(const CardFacts &card);
     void remember_decision(const Decision &decision);
     void remember_list(std::vector<std::string> names, bool any_will_do);
     void take_up(const OpenCheck &check, Time at);

@@ -193,11 +193,6 @@ void CardTracker::snapshot_done(Time at)
     std::erase_if(cards_, [](const auto &known) { return known.second->is_empty(); });
 }
 
-void CardTracker::remember_card(const CardFacts &facts)
-{
-    card(facts.position).remember_card(facts);
-}
-
 void CardTracker::remember_decision(const Decision &decision)
 {
     card(decision.card.position).remember_decision(decision);

@@ -68,8 +68,7 @@ bool ServiceLog::has_changed() const
 {
     struct stat status {
     };
-    return !readable_ || lstat(path_.c_str(), &status) != 0 || status.st_ino != inode_ ||
-           status.st_size != offset_;
+    return lstat(path_.c_str(), &status) != 0 || status.st_ino != inode_ || status.st_size != offset_;
 }
 
 void ServiceLog::parse_line(std::vector<ServiceLine> &lines)
@@ -112,8 +111,8 @@ std::vector<ServiceLine> ServiceLog::read_appended()
     const platform::Descriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status {
     };
-    readable_ = file.get() >= 0 && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
-    if (!readable_) {
+    const bool is_readable = file.get() >= 0 && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+    if (!is_readable) {
         inode_ = 0;
         return lines;
     }

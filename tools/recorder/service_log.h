@@ -35,8 +35,6 @@ public:
     // opened.
     std::vector<ServiceLine> poll();
 
-    // Whether the last poll() could read the file.
-    [[nodiscard]] bool is_readable() const { return readable_; }
     // Whether there was a line that is longer than any of the unit's.
     [[nodiscard]] bool met_overlong_line() const { return met_overlong_line_; }
     // The newest line that poll() has returned; empty before there is one.
@@ -51,7 +49,6 @@ private:
     std::string path_;
     std::string last_line_;
     std::string partial_; // of the line whose end is not there yet
-    bool readable_ = false;
     bool met_overlong_line_ = false;
     bool in_overlong_line_ = false; // the next byte belongs to it
     ino_t inode_ = 0;

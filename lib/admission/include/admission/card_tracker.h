@@ -66,8 +66,6 @@ public:
     // have ended.
     void snapshot_done(Time at);
 
-    // What is remembered of a card, for the case that it is gone by now.
-    void remember_card(const CardFacts &card);
     // The last decision on a card, remembered from before. It explains the result that stands when it led to
     // that very one, and does not count at all when one was heard of.
     void remember_decision(const Decision &decision);

@@ -39,7 +39,6 @@ public:
     // Everything in the database will be notified of again.
     void lost(int32_t db);
     [[nodiscard]] bool is_complete(int32_t db) const;
-    [[nodiscard]] bool is_empty() const { return types_.empty(); }
     // For every few seconds: the types that are still missing ten seconds after others were first in place.
     // Nothing passes for news meanwhile, so somebody should know. Each such time is reported once.
     std::vector<const ProtobufCMessageDescriptor *> overdue(cg::Time now);
