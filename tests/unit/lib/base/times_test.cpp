@@ -75,6 +75,16 @@ TEST_F(TimeTexts, AShortTimeHasTwelveColumns)
     EXPECT_EQ(date_text(now), "2024-10-04 14:02:11");
 }
 
+TEST_F(TimeTexts, PeopleGetLocalTime)
+{
+    setenv("TZ", "XST-3", 1); // three hours ahead of UTC
+    tzset();
+    EXPECT_EQ(date_text(now), "2024-10-04 17:02:11");
+    EXPECT_EQ(clock_text(now, now), "17:02:11");
+    EXPECT_EQ(short_clock_text(now - 26h, now), "03 Oct 15:02");
+    EXPECT_EQ(utc_text(now), "2024-10-04T14:02:11.005Z");
+}
+
 TEST_F(TimeTexts, SpansAreAsFineAsAnEyeWants)
 {
     EXPECT_EQ(span_text(599s), "599 s");
