@@ -73,45 +73,30 @@ Finding without_users(const Examination &examination)
                                                      : "the server does not report its users"};
 }
 
-// Two entries that the daemon cuts to one name are one module, and two to remove.
-class Absent
+// All of them: a user who starts one should not learn of the next only in the next examination.
+Finding absent_modules(const Examination &examination, const std::vector<ModuleEntry> &absent)
 {
-public:
-    void add(const Examination &examination, const ModuleEntry &entry)
-    {
-        if (names_.insert(entry.name).second) {
-            said_ += (said_.empty() ? "" : ", ") + entry.name;
-            users_ +=
-                std::string(users_.empty() ? "" : ", ") + module_user_prefix + store::key_part(entry.name);
-        }
-        entries_ += ' ' + shell_word(examination.module_folder + '/' + entry.file_name);
-        number_++;
+    if (absent.empty()) {
+        return {Severity::ok, "all are connected"};
     }
-
-    // All of them: a user who starts one should not learn of the next only in the next examination.
-    [[nodiscard]] Finding finding() const
-    {
-        if (names_.empty()) {
-            return {Severity::ok, "all are connected"};
-        }
-        const bool is_one = names_.size() == 1;
-        return {Severity::warn,
-                (is_one ? "the module " : "the modules ") + said_ + (is_one ? " is" : " are") +
-                    " not connected to the store: every card waits 300 seconds for " +
-                    (is_one ? "it" : "them") + " and is then admitted",
-                std::string("start ") + (is_one ? "the module as the user " : "each module as its user, ") +
-                    users_ + ", or remove " +
-                    (number_ == 1 ? "its entry" : "the entries of those that are not wanted") + ": `rm -r" +
-                    entries_ + '`'};
+    std::set<std::string> names; // duplicates are one module, and two entries to remove
+    std::set<std::string> users;
+    std::string entries;
+    for (const ModuleEntry &entry : absent) {
+        names.insert(entry.name);
+        users.insert(module_user_prefix + store::key_part(entry.name));
+        entries += ' ' + shell_word(examination.module_folder + '/' + entry.file_name);
     }
-
-private:
-    std::set<std::string> names_;
-    std::string said_;
-    std::string users_;
-    std::string entries_;
-    std::size_t number_ = 0;
-};
+    const bool is_one = names.size() == 1;
+    return {Severity::warn,
+            (is_one ? "the module " : "the modules ") + joined({names.begin(), names.end()}) +
+                (is_one ? " is" : " are") + " not connected to the store: every card waits 300 seconds for " +
+                (is_one ? "it" : "them") + " and is then admitted",
+            std::string("start ") + (is_one ? "the module as the user " : "each module as its user, ") +
+                joined({users.begin(), users.end()}) + ", or remove " +
+                (absent.size() == 1 ? "its entry" : "the entries of those that are not wanted") + ": `rm -r" +
+                entries + '`'};
+}
 
 } // namespace
 
@@ -172,14 +157,14 @@ Finding check_module_clients(Examination &examination)
     for (const ClientLine &client : examination.clients()) {
         users.insert(client.user);
     }
-    Absent absent;
+    std::vector<ModuleEntry> absent;
     const std::vector<ModuleEntry> &entries = examination.modules.entries;
-    for (std::size_t i = 0; i < std::min(entries.size(), most_modules); ++i) {
-        if (!users.contains(module_user_prefix + store::key_part(entries[i].name))) {
-            absent.add(examination, entries[i]);
-        }
-    }
-    return absent.finding();
+    std::copy_if(entries.begin(),
+                 entries.begin() + static_cast<std::ptrdiff_t>(std::min(entries.size(), most_modules)),
+                 std::back_inserter(absent), [&](const ModuleEntry &entry) {
+                     return !users.contains(module_user_prefix + store::key_part(entry.name));
+                 });
+    return absent_modules(examination, absent);
 }
 
 } // namespace cg

@@ -102,8 +102,8 @@ Json record_json(const FoundRecord &found)
             {"record", payload_part(*found.type, found.record)}};
 }
 
-template <typename Data, typename Form>
-Json array_of(const std::vector<Data> &all, const Form &json_of)
+template <typename Data, typename JsonOf>
+Json array_of(const std::vector<Data> &all, const JsonOf &json_of)
 {
     Json array = Json::array();
     for (const Data &one : all) {
