@@ -1,8 +1,34 @@
-# One set of precompiled headers for all libraries, for builds that start from nothing: ./run and ./test.
+# One set of precompiled headers for all libraries, and the sources of a folder read together, for builds that start from
+# nothing: ./run and ./test.
 #
-# Most of the compile time of a source is headers: the standard library's, the JSON library's, the parser's. The set hides an include
-# that a source forgot, so builds for development, for packages and for the static checks do without.
-option(APP_CG_SHARED_HEADERS "Precompile one set of headers for all: quicker from nothing, and hides a missing include" OFF)
+# Most of the compile time of a source is headers: the standard library's, the JSON library's, the parser's, and the templates
+# in them. Both hide an include that a source forgot, and a change of one source compiles its neighbours too, so builds for
+# development, for packages and for the static checks do without.
+option(APP_CG_SHARED_HEADERS "Have sources share headers: quicker from nothing, and hides a missing include" OFF)
+
+# Sources that name something for themselves which means something else in a neighbour of theirs, and those that some
+# tests replace by their own (loop.cpp, client.cpp and what calls it): they have to be objects that can be left out.
+file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/apart.txt sources_apart)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/apart.txt)
+
+# join_sources(TARGET): has the compiler read the sources of a folder together, and so each header once for all of them. What
+# one of them names for itself must mean the same in the others, or the source stands in apart.txt.
+function(join_sources target)
+    get_target_property(sources ${target} SOURCES)
+    list(FILTER sources INCLUDE REGEX "\\.cpp$")
+    foreach(source IN LISTS sources)
+        cmake_path(ABSOLUTE_PATH source NORMALIZE OUTPUT_VARIABLE path)
+        cmake_path(RELATIVE_PATH path BASE_DIRECTORY ${PROJECT_SOURCE_DIR})
+        if(NOT path IN_LIST sources_apart)
+            cmake_path(GET path PARENT_PATH folder)
+            string(MAKE_C_IDENTIFIER "${folder}" group)
+            set_source_files_properties(${source} PROPERTIES UNITY_GROUP ${group})
+        endif()
+    endforeach()
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    # It suspects a type of an unnamed namespace in every file but the first.
+    target_compile_options(${target} PRIVATE $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-subobject-linkage>)
+endfunction()
 
 # share_headers(TARGET [header...]): lets a library use the set, or precompile the headers named when there is none.
 function(share_headers target)
@@ -28,4 +54,5 @@ function(share_headers target)
     target_compile_definitions(${target} PRIVATE _FILE_OFFSET_BITS=64)
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
     target_precompile_headers(${target} REUSE_FROM shared_headers)
+    join_sources(${target})
 endfunction()

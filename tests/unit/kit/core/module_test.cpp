@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "core/records.h"
-#include "kit_module.h"
+#include "served_module.h"
 
 namespace kit_test
 {

@@ -1,6 +1,6 @@
 // A module whose store is away, or refuses something.
 #include "core/records.h"
-#include "kit_module.h"
+#include "served_module.h"
 
 namespace kit_test
 {

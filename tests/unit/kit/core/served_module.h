@@ -1,6 +1,6 @@
 // A module as its author makes it, by the public interface, in the surroundings of ModuleTest.
-#ifndef KIT_MODULE_H
-#define KIT_MODULE_H
+#ifndef SERVED_MODULE_H
+#define SERVED_MODULE_H
 
 #include "module_fixture.h"
 
