@@ -99,7 +99,7 @@ void Inbox::on_failed(const std::string &problem, bool lasting)
         calls_.log_once(problem);
         return;
     }
-    shared_.outage.begin(Clock::now(), shared_.identity.endpoint.text + ": " + problem);
+    shared_.outage.begin(Clock::now(), shared_.identity.endpoint.text + ": " + problem, Outage::Known::no);
 }
 
 void Inbox::on_subscribed(std::string_view watched)

@@ -19,12 +19,12 @@ Clock::time_point Outage::deadline() const
     return lasting_ ? std::max(since_ + budget_, now + std::min(short_attempt, budget_)) : now + budget_;
 }
 
-void Outage::begin(Clock::time_point when, const std::string &problem)
+void Outage::begin(Clock::time_point when, const std::string &problem, Known known)
 {
     if (!lasting_) {
         lasting_ = true;
         since_ = when;
-        if (messages_.go_to_log()) {
+        if (messages_.go_to_log() || known == Known::no) {
             LOG_TO(messages_, platform::log_warn, "store lost: %s", problem.c_str());
         }
     }

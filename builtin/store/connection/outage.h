@@ -18,9 +18,7 @@ using Clock = std::chrono::steady_clock;
 class Outage
 {
 public:
-    // messages  outlives the object. Beginning and end are for the log: with a handler there are the reasons
-    // of
-    //           calls and the events of connections.
+    // `messages` outlives the object.
     Outage(std::chrono::milliseconds budget, platform::Messages &messages)
         : budget_(budget), messages_(messages)
     {
@@ -31,12 +29,16 @@ public:
     bool is_exhausted() const { return lasting_ && Clock::now() >= since_ + budget_; }
     // The moment until which a call that begins now may wait.
     Clock::time_point deadline() const;
-    // The store did not answer, since `when`; `problem` is logged when this begins an outage.
-    void begin(Clock::time_point when, const std::string &problem);
+    // Whether a handler of messages hears of a problem anyway: by the reason of a call, or by the event of a
+    // connection that was up.
+    enum class Known { yes, no };
+    // The store did not answer, since `when`. What begins an outage is logged; to a handler of messages it is
+    // handed only if that does not know it yet.
+    void begin(Clock::time_point when, const std::string &problem, Known known = Known::yes);
     // The store can be connected to again, so the budget counts from now: finding out what came back takes
     // several round trips, for which a short attempt may be too short every time.
     void renew();
-    // The store answered.
+    // The store answered. This is for the log alone.
     void end();
 
 private:

@@ -81,7 +81,18 @@ TEST_F(OutageTest, AServerThatCanBeConnectedToRenewsTheBudget)
     EXPECT_LE(left(), seconds(5));
 }
 
-TEST(OutageMessages, AreForTheLogAlone)
+TEST(OutageMessages, GoToAHandlerThatDoesNotKnowTheProblem)
+{
+    std::vector<std::string> said;
+    platform::Messages messages([&](int32_t, const std::string &text) { said.push_back(text); });
+    store::Outage outage(seconds(5), messages);
+    outage.begin(Clock::now(), "why", store::Outage::Known::no);
+    outage.begin(Clock::now(), "again", store::Outage::Known::no);
+    outage.end();
+    EXPECT_THAT(said, testing::ElementsAre("store lost: why"));
+}
+
+TEST(OutageMessages, AreElseForTheLogAlone)
 {
     std::vector<std::string> said;
     platform::Messages messages([&](int32_t, const std::string &text) { said.push_back(text); });
