@@ -15,17 +15,13 @@ namespace
 
 using Kind = store::ConnectionEvent::Kind;
 
-void require(const store::Status &status, const std::string &what)
+// `problem` is what a failure means.
+void require(const store::Status &status, const std::string &problem)
 {
     if (!status) {
         throw cg::Failure(status.code == -EINVAL ? cg::wrong_usage : cg::failed,
-                          "cannot " + what + ": " + cg::visible(status.reason));
+                          problem + ": " + cg::visible(status.reason));
     }
-}
-
-std::string text_of_database(int32_t db)
-{
-    return "database " + std::to_string(db);
 }
 
 } // namespace
@@ -37,13 +33,13 @@ Follower::Follower(store::Client &client, Listener listener) : client_(client), 
 void Follower::start(bool at_once)
 {
     for (const int32_t db : tracked_databases()) {
-        const std::string what = "use " + text_of_database(db) + " of the store";
+        const std::string problem = "cannot use database " + std::to_string(db) + " of the store";
         if (at_once) {
-            require(client_.connect(db), what);
+            require(client_.connect(db), problem);
         }
         const auto handler = [this](const store::ConnectionEvent &event) { handle(event); };
-        require(client_.on_connection(db, handler), what);
-        require(client_.open(db), what);
+        require(client_.on_connection(db, handler), problem);
+        require(client_.open(db), problem);
     }
 }
 
@@ -68,7 +64,8 @@ void Follower::subscribe(const TrackedType &type)
 {
     auto made =
         client_.subscribe(type.db, *type.descriptor, [this](const store::Change &change) { handle(change); });
-    require(made, "subscribe to " + std::string(type.descriptor->name) + " in " + text_of_database(type.db));
+    require(made, "cannot subscribe to " + std::string(type.descriptor->name) + " in database " +
+                      std::to_string(type.db));
     subscriptions_[type.descriptor] = std::move(made.value);
 }
 
@@ -89,11 +86,11 @@ void Follower::handle(const store::Change &change)
 
 std::string text_of(const store::ConnectionEvent &event)
 {
-    const std::string which = text_of_database(event.database);
+    const std::string number = std::to_string(event.database);
     if (event.kind == Kind::lost) {
-        return "lost the store, " + which + ": " + cg::visible(event.reason) + "; connecting again";
+        return "lost the store, database " + number + ": " + cg::visible(event.reason) + "; connecting again";
     }
-    return "the store is back, " + which + (event.same_data ? "" : ", with other data than before");
+    return "the store is back, database " + number + (event.same_data ? "" : ", with other data than before");
 }
 
 } // namespace admission

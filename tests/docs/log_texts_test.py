@@ -37,7 +37,8 @@ def recorder_texts() -> set[str]:
         for call in RECORDER.findall(source):
             literals = [text for text in re.findall(r'"((?:[^"\\]|\\.)*)"', call) if len(text) >= LONG]
             found |= {text.strip() for text in literals[:1]}
-    return found
+    follower = (ROOT / "lib" / "admission" / "follower.cpp").read_text(encoding="utf-8")
+    return found | {text.strip() for text in re.findall(r'"((?:cannot|lost|the store) [^"]*)"', follower)}
 
 
 def kit_texts() -> set[str]:
