@@ -35,7 +35,7 @@ std::optional<int64_t> number_of(std::string_view text, const std::string &name)
 }
 
 void parse_line(std::string_view line, const std::vector<std::string> &modules, std::set<Position> &doubtful,
-               std::map<Position, DaemonCard> &cards)
+                std::map<Position, DaemonCard> &cards)
 {
     const std::size_t reason_at = line.find(reason_start);
     const std::size_t reason_ends = line.rfind(reason_end);

@@ -277,13 +277,13 @@ TEST_F(CardEventsTest, AHeartbeatMayBeSomewhatLate)
 
 TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
 {
-    const Heartbeat gone{std::nullopt, "no history at /x\n"};
+    const Heartbeat unreadable{std::nullopt, "no history at /x\n"};
     events.all_received(now);
-    events.heartbeat_read(gone, now);
+    events.heartbeat_read(unreadable, now);
     EXPECT_THAT(texts(), IsEmpty()) << "there may be no recorder at all";
     events.heartbeat_read({now}, now);
-    events.heartbeat_read(gone, now);
-    events.heartbeat_read(gone, now);
+    events.heartbeat_read(unreadable, now);
+    events.heartbeat_read(unreadable, now);
     EXPECT_EQ(events.health().text(now).substr(0, 25), "HISTORY UNREADABLE since ");
     EXPECT_EQ(event_json(told.at(0))["at_work"], nullptr);
     EXPECT_EQ(event_json(told.at(0))["problem"], "no history at /x\n");
