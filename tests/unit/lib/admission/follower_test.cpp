@@ -94,7 +94,8 @@ protected:
         store::Change change{command, 1, card_.base.descriptor, &card_.base};
         change.existing = existing;
         change.revision = 7;
-        change.mark = store::text_of({"daemon", 3, {store::Cause::Kind::timer}});
+        const std::string mark = store::text_of({"daemon", 3, {store::Cause::Kind::timer}});
+        change.mark = mark;
         fake.changes.at(card_.base.descriptor)(change);
     }
     // Whether the last change was said to be news.
