@@ -53,7 +53,7 @@ def test_an_answer_that_stood_at_a_restart_counts(rig, recorder):
 
 @pytest.mark.parametrize("who", ["daemon", "both"])
 def test_an_answer_that_a_resynchronisation_brings_counts(rig, recorder, who):
-    """Nobody hears of it as news: whoever was away finds it among the records."""
+    """It is news to nobody: a subscriber that was away finds it among the records."""
     rig.start_master("m1", "m2")
     recorder.start()
     rig.plug("1/3/0")

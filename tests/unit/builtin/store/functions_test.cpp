@@ -1,4 +1,4 @@
-// The functions of the server: loaded by whoever connects, and what they do for any writer.
+// The functions of the server: loaded by each client that connects, and what they do for any writer.
 #include "store/functions.h"
 
 #include "store/codec/names.h"

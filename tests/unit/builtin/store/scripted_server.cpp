@@ -115,43 +115,43 @@ std::vector<std::string> ScriptedServer::commands()
 
 void ScriptedServer::serve()
 {
-    std::vector<Visitor> visitors;
+    std::vector<Peer> peers;
     for (;;) {
         std::vector<pollfd> watched{{ends_[0], POLLIN, 0}, {listener_, POLLIN, 0}};
-        for (const Visitor &visitor : visitors) {
-            watched.push_back({visitor.fd, POLLIN, 0});
+        for (const Peer &peer : peers) {
+            watched.push_back({peer.fd, POLLIN, 0});
         }
         (void)poll(watched.data(), watched.size(), -1);
         if (watched[0].revents != 0) {
             break;
         }
-        std::vector<Visitor> staying;
-        for (size_t i = 0; i < visitors.size(); i++) {
-            if (watched[i + 2].revents == 0 || serve(visitors[i])) {
-                staying.push_back(std::move(visitors[i]));
+        std::vector<Peer> staying;
+        for (size_t i = 0; i < peers.size(); i++) {
+            if (watched[i + 2].revents == 0 || serve(peers[i])) {
+                staying.push_back(std::move(peers[i]));
             } else {
-                (void)close(visitors[i].fd);
+                (void)close(peers[i].fd);
             }
         }
-        visitors = std::move(staying);
+        peers = std::move(staying);
         if (watched[1].revents != 0) {
-            visitors.push_back({accept(listener_, nullptr, nullptr), {}});
+            peers.push_back({accept(listener_, nullptr, nullptr), {}});
         }
     }
-    for (const Visitor &visitor : visitors) {
-        (void)close(visitor.fd);
+    for (const Peer &peer : peers) {
+        (void)close(peer.fd);
     }
 }
 
-bool ScriptedServer::serve(Visitor &visitor)
+bool ScriptedServer::serve(Peer &peer)
 {
     std::array<char, 65536> part;
-    const ssize_t got = read(visitor.fd, part.data(), part.size());
+    const ssize_t got = read(peer.fd, part.data(), part.size());
     if (got <= 0) {
         return false;
     }
-    visitor.received.append(part.data(), static_cast<size_t>(got));
-    for (std::vector<std::string> command; next_command(visitor.received, command); command.clear()) {
+    peer.received.append(part.data(), static_cast<size_t>(got));
+    for (std::vector<std::string> command; next_command(peer.received, command); command.clear()) {
         std::string text;
         for (const std::string &word : command) {
             text += (text.empty() ? "" : " ") + word;
@@ -161,7 +161,7 @@ bool ScriptedServer::serve(Visitor &visitor)
             commands_.push_back(text);
         }
         const auto bytes = script_(command);
-        if (!bytes || send(visitor.fd, bytes->data(), bytes->size(), MSG_NOSIGNAL) < 0) {
+        if (!bytes || send(peer.fd, bytes->data(), bytes->size(), MSG_NOSIGNAL) < 0) {
             return false;
         }
     }

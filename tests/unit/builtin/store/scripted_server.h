@@ -39,12 +39,12 @@ public:
     std::vector<std::string> commands();
 
 private:
-    struct Visitor {
+    struct Peer {
         int fd;
         std::string received;
     };
     void serve();
-    bool serve(Visitor &visitor);
+    bool serve(Peer &peer);
 
     Script script_;
     cg::Folder folder_;
