@@ -1,6 +1,6 @@
 // Whether the store that answers still holds what the client knows.
 //
-// A database's data has an identity, a random text that whoever comes first puts there, and revisions that
+// A database's data has an identity, a random text that the first client puts there, and revisions that
 // only grow. A server that restarted empty has another identity; one that restarted from an older copy, or a
 // replica that took over and had not received everything, has smaller revisions. That alone would be blind
 // once others have written so much that the revisions are as great again. So the data also holds a list of

@@ -113,7 +113,7 @@ Harness::Harness(std::vector<std::string> command)
     require(client_.connect(database));
     auto subscribed = client_.subscribe(database, answer_type, [this](const store::Change &change) {
         if (change.command != VX_MOM_CMD_DELETED) {
-            loop_.stop(); // whoever waits has something to receive
+            loop_.stop(); // wait_until() has something to receive
         }
     });
     require(subscribed);

@@ -213,7 +213,7 @@ void Card::daemon_started(const std::string &instance, Time at)
     refresh({at});
 }
 
-// Another daemon has met the card anew. Where the list may be this very one's, it stays.
+// Another daemon has met the card again. Where the list may be this very one's, it stays.
 void Card::adopt(const std::string &instance, bool exact)
 {
     if (instance.empty() || instance == daemon_) {

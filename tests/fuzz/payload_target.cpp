@@ -1,5 +1,5 @@
-// The published form of a change. Whoever may publish on a channel sends what he likes; what is accepted must
-// be just what the server's functions write, so that nothing can mean two things.
+// The published form of a change. A client that may publish on a channel sends what it likes; what is
+// accepted must be just what the server's functions write, so that nothing can mean two things.
 #include "store/codec/payload.h"
 
 #include "fuzz.h"

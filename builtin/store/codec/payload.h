@@ -18,7 +18,7 @@
 namespace store
 {
 
-// A change of one record; its mark is empty when whoever made it said nothing of himself, as writers of the
+// A change of one record; its mark is empty when its writer said nothing of itself, as writers of the
 // builds before do.
 struct PublishedChange : Stored {
     int32_t command = 0; // enum vx_mom_cmd

@@ -1,7 +1,7 @@
 // One stream to the server, never blocking: connects, sends commands, splits what comes into replies.
 //
 // Both the synchronous connection (driven by poll with a deadline) and the asynchronous one (driven by the
-// event loop) stand on it. hiredis' blocking calls were rejected because their time-out counts anew with
+// event loop) stand on it. hiredis' blocking calls were rejected because their time-out starts over with
 // every read; its own asynchronous layer because a refused subscription ends the connection there, and
 // because a callback of it that frees the connection runs into what hiredis does next.
 #ifndef CONNECTION_STREAM_H

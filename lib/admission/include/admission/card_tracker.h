@@ -1,7 +1,7 @@
 // What the daemon does with each card, from what it and the modules write into the store.
 //
-// Whoever hears all changes knows it, since each says who made it and why: which answer or timer a result is
-// due to, and which life of the daemon asked. Whom the daemon waits for stands in no record; that list is
+// A subscriber to all changes knows it, since each says who made it and why: which answer or timer a result
+// is due to, and which life of the daemon asked. Whom the daemon waits for stands in no record; that list is
 // kept here as the daemon keeps it. For all who need it: the recorder, the live view, the list and the
 // player. No clock and no store: times and changes are handed in.
 #ifndef ADMISSION_CARD_TRACKER_H

@@ -9,17 +9,6 @@ namespace
 using store_test::Card;
 using testing::ElementsAre;
 
-class ReturnTest : public store_test::StoreClientTest
-{
-};
-
-// What follows a word at the beginning of a line.
-std::string line_of(const std::string &text, const std::string &word)
-{
-    const size_t begin = text.find(word) + word.size();
-    return text.substr(begin, text.find('\r', begin) - begin);
-}
-
 // Somebody else's writes: another client, which has no memory of before.
 void write_as_another(int32_t slots)
 {
@@ -27,6 +16,30 @@ void write_as_another(int32_t slots)
     for (int32_t slot = 0; slot < slots; slot++) {
         ASSERT_EQ(vx_mom_set_sync(other.get(), 1, Card(0, 100 + slot, 0, 1).message()), 0);
     }
+}
+
+class ReturnTest : public store_test::StoreClientTest
+{
+protected:
+    // The server loses a change that this client saw, and takes more changes of another one.
+    void return_older_copy()
+    {
+        ASSERT_EQ(write(1, 1), 0);
+        ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
+        subscribe_and_forget();
+        ASSERT_EQ(write(2, 1), 0);
+        ASSERT_TRUE(run_until_event("4 0/2/0 type 1"));
+        server.kill();
+        server.start();
+        write_as_another(20);
+    }
+};
+
+// What follows a word at the beginning of a line.
+std::string line_of(const std::string &text, const std::string &word)
+{
+    const size_t begin = text.find(word) + word.size();
+    return text.substr(begin, text.find('\r', begin) - begin);
 }
 
 TEST_F(ReturnTest, AServerRestartedWithItsDataIsTheSame)
@@ -70,14 +83,7 @@ TEST_F(ReturnTest, AServerRestartedFromAnOlderCopyIsAnother)
 
 TEST_F(ReturnTest, AnOlderCopyIsNoticedHoweverMuchOthersHaveWrittenSince)
 {
-    ASSERT_EQ(write(1, 1), 0);
-    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
-    subscribe_and_forget();
-    ASSERT_EQ(write(2, 1), 0);
-    ASSERT_TRUE(run_until_event("4 0/2/0 type 1"));
-    server.kill();
-    server.start();
-    write_as_another(20);
+    ASSERT_NO_FATAL_FAILURE(return_older_copy());
     EXPECT_TRUE(run_until_report("back 1 type 1"));
 }
 
@@ -97,14 +103,7 @@ TEST_F(ReturnTest, ARestartWithAllDataIsBelievedHoweverMuchOthersHaveWrittenSinc
 
 TEST_F(ReturnTest, AnOlderCopyInBetweenIsNoticed)
 {
-    ASSERT_EQ(write(1, 1), 0);
-    ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
-    subscribe_and_forget();
-    ASSERT_EQ(write(2, 1), 0);
-    ASSERT_TRUE(run_until_event("4 0/2/0 type 1"));
-    server.kill();
-    server.start();
-    write_as_another(20);
+    ASSERT_NO_FATAL_FAILURE(return_older_copy());
     ASSERT_EQ(server.run(0, {"SAVE"}), "OK");
     server.kill();
     server.start();
@@ -149,7 +148,7 @@ TEST_F(ReturnTest, ASecondCrashThatLosesNothingIsBelieved)
     }
 }
 
-// Whoever registers a run may know fewer types of records.
+// The client that registers a run may know fewer types of records.
 TEST_F(ReturnTest, ARunThatAnOlderClientRegisteredIsBelieved)
 {
     ASSERT_EQ(write(1, 1), 0);

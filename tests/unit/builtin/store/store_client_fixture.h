@@ -50,7 +50,7 @@ protected:
     int64_t count(const std::string &what) const;
     // What the client has logged so far.
     std::string log_text() const;
-    // Drops the context and makes a new one, as a program that starts anew.
+    // Drops the context and makes a new one, as a program that starts again.
     void restart_client();
 
     // Writes a notification of a card down: "4 0/1/2 type=3", "29", ...

@@ -15,7 +15,7 @@ namespace
 
 using Bytes = std::string;
 
-// Kept as bytes, since a message belongs to whoever reads it.
+// Kept as bytes, since a message belongs to its reader.
 struct StoredRecord {
     Bytes key;
     Bytes content;

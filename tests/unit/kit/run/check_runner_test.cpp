@@ -203,7 +203,7 @@ TEST_F(ModuleRun, TheSameRequestAgainDoesNotRunTwiceAndAnotherOneRunsAnew)
     ask("3");
     ASSERT_TRUE(eventually([&] { return lines_of("runs1").size() == 1; }));
     ask("3");
-    ask("3", "2"); // another card in the same slot: the command starts anew
+    ask("3", "2"); // another card in the same slot: the command starts again
     ASSERT_TRUE(eventually([&] { return lines_of("runs2").size() == 1; }));
     std::ofstream(folder_.path("go")) << "go";
     take_answer("3");

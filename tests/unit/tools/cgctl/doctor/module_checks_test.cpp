@@ -114,7 +114,7 @@ TEST_F(DoctorOfTheModules, NamesEveryModuleThatIsNotConnected)
     add_module("power-supply-left"); // cut to power-supply-le
     add_module("power-supply-lean"); // and this
     carry_out(examine("rights").fix, 4);
-    connect_module("m2"); // the server has ended the connections of those whose rights it read anew
+    connect_module("m2"); // the server has ended the connections of those whose rights it read again
     ASSERT_TRUE(eventually([&] { return examine("module-clients").found.find("m1") != std::string::npos; }));
     const Told told = examine("module-clients");
     EXPECT_THAT(told.found, HasSubstr("modules "));
@@ -148,7 +148,7 @@ TEST_F(DoctorOfTheModules, FindsAModuleWithoutAUser)
 {
     add_module("m2");
     expect_fixed("rights", "fail", "module-m2 does not exist", 4);
-    connect_module("m1"); // the server has ended the connections of those whose rights it read anew
+    connect_module("m1"); // the server has ended the connections of those whose rights it read again
     connect_module("m2");
     EXPECT_EQ(examine("module-clients").state, "ok");
 }
