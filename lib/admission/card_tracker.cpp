@@ -49,14 +49,11 @@ void CardTracker::forget_that_there_are_no_modules()
 void CardTracker::hear_daemon(const Change &change)
 {
     const std::string &instance = change.write.origin.instance;
-    if (instance.empty() || instance == daemon_ || (change.existing && !daemon_.empty())) {
+    if (instance.empty() || instance == daemon_ || change.existing) {
         return;
     }
-    const bool is_first = std::exchange(daemon_, instance).empty();
-    if (change.existing) {
-        return;
-    }
-    if (!is_first && fresh_daemon_) {
+    daemon_ = instance;
+    if (fresh_daemon_) {
         fresh_daemon_();
     }
     for (const auto &[position, card] : cards_) {

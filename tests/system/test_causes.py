@@ -148,6 +148,25 @@ def test_an_emptied_folder_and_a_restart_leave_nobody_to_be_silent(rig, recorder
     assert rig.by_tipc(3)["6"] == PASS
 
 
+def test_the_first_daemon_has_read_the_folder_after_the_recorder(rig, recorder):
+    """An installation on an empty device: recorder and daemon, then modules and a restart, which writes nothing."""
+    rig.role("master")
+    rig.start()
+    recorder.start()
+    rig.daemon.stop()
+    rig.daemon.wait()
+    rig.modules("m1", "m2")
+    rig.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.answer("1/3/0", "stranger")
+    rig.answer("1/3/0", "m1")
+    rig.answer("1/3/0", "m2")
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert passed["complete"] and [answer["registered"] for answer in passed["answers"]] == [False, True, True]
+    assert "but the daemon asks some" not in recorder.said()
+
+
 def test_the_store_alone_knows_who_decided(rig):
     rig.start_master("m1")
     for slot in (3, 4):

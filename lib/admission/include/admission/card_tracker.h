@@ -41,8 +41,8 @@ public:
     // as not seen whole. A request proves that somebody is asked: from then on an empty list is taken for one
     // that is not known.
     void set_modules(std::vector<std::string> modules);
-    // Has `called` called when another daemon has begun to write, before its lists are filled: it has read
-    // the modules' folder again, so it may call set_modules().
+    // Has `called` called when a daemon is heard to write, the first one or another, before its lists are
+    // filled: it has read the modules' folder since, so `called` may call set_modules().
     void on_fresh_daemon(std::function<void()> called) { fresh_daemon_ = std::move(called); }
     // Has `called` called for each answer that comes when its check has ended. It is not reported again with
     // a later decision: see Decision::told_before.

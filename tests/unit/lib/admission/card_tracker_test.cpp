@@ -468,20 +468,38 @@ TEST_F(CardTrackerTest, ARememberedCardThatIsGoneStillHasItsName)
     EXPECT_EQ(shown().state, State::absent);
 }
 
-TEST_F(CardTrackerTest, AFreshDaemonHasReadItsModulesAnew)
+TEST_F(CardTrackerTest, AFreshDaemonHasReadItsModulesAgain)
 {
-    int told = 0;
+    int called = 0;
     tracker.on_fresh_daemon([&] {
-        ++told;
-        tracker.set_modules({"m1", "m4"});
+        ++called;
+        tracker.set_modules({"m1", "m" + std::to_string(3 + called)});
     });
     plug();
+    ask(true);
+    EXPECT_EQ(called, 0) << "what is found may be any daemon's";
+    answer("m1");
+    result(true, by_answer("m1"));
     ask();
-    EXPECT_EQ(told, 0);
+    EXPECT_EQ(called, 1) << "of the first one, once";
     restart();
     ask();
-    EXPECT_EQ(told, 1);
+    EXPECT_EQ(called, 2);
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m5"));
+}
+
+TEST_F(CardTrackerTest, TheFirstDaemonThatIsHeardHasReadItsModulesToo)
+{
+    tracker.set_modules({});
+    tracker.on_fresh_daemon([&] { tracker.set_modules({"m1", "m4"}); });
+    plug();
+    ask();
+    EXPECT_TRUE(tracker.knows_modules());
     EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m4"));
+    answer("m1");
+    answer("m4");
+    end(true);
+    EXPECT_TRUE(decisions.at(0).complete);
 }
 
 TEST_F(CardTrackerTest, AnswersWithoutEndAreNotKeptWithoutEnd)

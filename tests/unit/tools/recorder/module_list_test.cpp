@@ -166,6 +166,21 @@ TEST_F(ModuleListTest, WhatBecomesOfTheFolderIsTold)
     EXPECT_THAT(log_, SizeIs(2));
 }
 
+TEST_F(ModuleListTest, TheFirstDaemonThatWritesHasReadTheFolderSince)
+{
+    remove_folder();
+    std::filesystem::create_directory(modules());
+    start();
+    listen();
+    for (const char *module : {"m1", "m2"}) {
+        std::ofstream(modules() + '/' + module) << "";
+    }
+    plug(3);
+    ask(3);
+    EXPECT_THAT(recorder_->tracker().find({1, 3, 0})->waiting_for, testing::UnorderedElementsAre("m1", "m2"));
+    EXPECT_THAT(log_, IsEmpty());
+}
+
 TEST_F(ModuleListTest, TheFolderCountsAsItWasWhenTheDaemonStarted)
 {
     start();
