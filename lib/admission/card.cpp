@@ -279,7 +279,6 @@ void Card::decide(const Change &change)
     }
     if (verdict.outcome == Outcome::silence) {
         decision.silent = list_.waiting(answers_.all(), shared_.modules);
-        list_.clear();
     }
     finish(std::move(decision));
 }
@@ -429,8 +428,12 @@ void Card::refresh(const Change &change)
 {
     const State before = shown_.state;
     const Verdict verdict = this->verdict();
-    if (daemon_.empty() && verdict.outcome != Outcome::unseen) {
+    if (daemon_.empty() && !list_.is_set() && verdict.outcome != Outcome::unseen) {
         daemon_ = result_->write.origin.instance;
+    }
+    const bool is_admitted = verdict.outcome == Outcome::passed || verdict.outcome == Outcome::silence;
+    if (is_admitted && daemon_ == result_->write.origin.instance) {
+        list_.clear();
     }
     shown_.state = state_of({is_there_, shown_.card.online, shown_.open,
                              result_ ? std::optional(result_->pass) : std::nullopt, verdict.outcome});

@@ -1,7 +1,8 @@
 // Whom the daemon waits for at one position.
 //
 // The daemon fills the list when it first meets a card, not when it asks again; a PASS that it reads takes
-// its module off, and a time-out everybody. With nobody left on it the PASS of any module admits the card.
+// its module off, and a time-out everybody. A PASS admits a card only with nobody left on it, so the daemon
+// that has admitted a card has an empty list: from then on the PASS of any module admits it.
 #ifndef ADMISSION_WAIT_LIST_H
 #define ADMISSION_WAIT_LIST_H
 
@@ -29,7 +30,7 @@ public:
     // The daemon has read a module's PASS. Of two modules with one name it clears only the first, however
     // often it answers.
     void passed(const std::string &module, const Modules &modules);
-    // A time-out: the daemon waits for nobody in particular any more.
+    // The daemon has admitted the card: it waits for nobody in particular any more.
     void clear();
 
     // Who has not answered: of those on the list, or with nobody left on it of all; nobody where the list is

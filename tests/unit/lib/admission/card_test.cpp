@@ -201,6 +201,50 @@ TEST_F(CardTest, ADaemonThatLivesAndLosesItsModulesAsksNobodyAnyMore)
     EXPECT_FALSE(was_cut_off(decisions[0]));
 }
 
+TEST_F(CardTest, AfterAPassAnyModulesPassWillDoAlsoWhereAnAnswerWasNotHeard)
+{
+    tracker.set_modules({"m1", "m2"});
+    plug(true);
+    ask(true); // and m1 has answered
+    tracker.snapshot_done(now);
+    answer("m2");
+    end(true);
+    go_offline();
+    plug();
+    ask();
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2"));
+    EXPECT_TRUE(shown().any_will_do);
+    answer("m2");
+    end(true);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::passed, Outcome::passed));
+    EXPECT_TRUE(decisions[1].complete);
+}
+
+TEST_F(CardTest, SoItIsOfACardWhoseAdmissionByTheLivingDaemonWasFound)
+{
+    plug(true);
+    write_answer("m2", 0, "", true);
+    tracker.result_written(1259, true, daemon(by_answer("m2"), true));
+    tracker.snapshot_done(now);
+    go_offline();
+    plug();
+    ask();
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m3"));
+    EXPECT_TRUE(shown().any_will_do);
+}
+
+TEST_F(CardTest, TheNextDaemonAsksAllWhomeverTheOneBeforeAdmitted)
+{
+    plug(true);
+    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.snapshot_done(now);
+    restart();
+    ask();
+    EXPECT_FALSE(shown().any_will_do);
+    tracker.remember_list(slot3, {"m2"}, false);
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m2"));
+}
+
 TEST_F(CardTest, ARequestThatIsFoundBesideANewerResultIsNotWaitedFor)
 {
     const Change asked = daemon(by_card(), true);
