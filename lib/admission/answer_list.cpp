@@ -54,11 +54,12 @@ bool AnswerList::stands(const Answer &answer) const
     return found != standing_.end() && found->second == answer.revision;
 }
 
-const Answer *AnswerList::find(const std::string &module, uint64_t revision) const
+const Answer *AnswerList::find(const std::string &module, uint64_t revision, bool pass) const
 {
     const auto found = std::find_if(answers_.rbegin(), answers_.rend(), [&](const Answer &answer) {
+        const bool is_known = answer.revision != 0 && revision != 0;
         return answer.module == module &&
-               (answer.revision == revision || answer.revision == 0 || revision == 0);
+               (is_known ? answer.revision == revision : (answer.ret == 0) == pass);
     });
     return found == answers_.rend() ? nullptr : &*found;
 }

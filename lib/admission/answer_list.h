@@ -27,8 +27,9 @@ public:
     void set_gone(const std::string &module) { standing_.erase(module); }
     [[nodiscard]] bool stands(const Answer &answer) const;
 
-    // The module's answer of this revision, the last one where its revision is not known; null without one.
-    [[nodiscard]] const Answer *find(const std::string &module, uint64_t revision) const;
+    // The module's answer of this revision; where that is not known, its last PASS or its last denial. Null
+    // without one.
+    [[nodiscard]] const Answer *find(const std::string &module, uint64_t revision, bool pass) const;
     [[nodiscard]] const std::vector<Answer> &all() const { return answers_; }
 
     // The first so many were reported; from now on all are.

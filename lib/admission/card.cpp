@@ -128,7 +128,7 @@ void Card::answer_deleted(Answer answer, const Change &change)
     answer.registered = shared_.is_module(answer.module);
     answer.at = change.at;
     answer.revision = cause.revision;
-    if (const Answer *heard = answers_.find(answer.module, cause.revision)) {
+    if (const Answer *heard = answers_.find(answer.module, cause.revision, answer.ret == 0)) {
         answer = *heard;
     } else {
         hear(answer, change.existing);
@@ -271,7 +271,7 @@ void Card::decide(const Change &change)
     decision.result = result_->write;
     whole_ = whole_ && !change.existing && verdict.outcome != Outcome::unseen;
     if (!verdict.module.empty()) {
-        const Answer *answer = answers_.find(verdict.module, verdict.answer);
+        const Answer *answer = answers_.find(verdict.module, verdict.answer, result_->pass);
         whole_ = whole_ && answer != nullptr;
         if (verdict.outcome == Outcome::denied && answer != nullptr) {
             decision.reason = answer->reason.empty() ? fallback_reason(verdict.module) : answer->reason;

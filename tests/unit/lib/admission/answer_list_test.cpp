@@ -36,8 +36,8 @@ TEST(AnswerListTest, KeepsTheLastSixteenOfEachModuleAndOfAllStrangers)
     EXPECT_THAT(list.all(), SizeIs(33));
     EXPECT_EQ(list.all().front().module, "m1");
     EXPECT_EQ(list.told(), 1U) << "two that were reported had to go";
-    EXPECT_EQ(list.find("m2", 103), nullptr);
-    EXPECT_NE(list.find("m2", 104), nullptr);
+    EXPECT_EQ(list.find("m2", 103, true), nullptr);
+    EXPECT_NE(list.find("m2", 104, true), nullptr);
 }
 
 TEST(AnswerListTest, OfAnEarlierChecksOnlyTheUnreadAreKept)
@@ -67,12 +67,15 @@ TEST(AnswerListTest, FindsTheOneOfARevisionOrTheLastWhereNoneIsKnown)
     list.add(answer("m1", 5));
     list.add(answer("m1", 7));
     list.add(answer("m2", 8));
-    EXPECT_EQ(list.find("m1", 5), &list.all()[0]);
-    EXPECT_EQ(list.find("m1", 6), nullptr);
-    EXPECT_EQ(list.find("m1", 0), &list.all()[1]);
-    EXPECT_EQ(list.find("m3", 0), nullptr);
+    EXPECT_EQ(list.find("m1", 5, true), &list.all()[0]);
+    EXPECT_EQ(list.find("m1", 5, false), &list.all()[0]) << "it was overwritten by a denial";
+    EXPECT_EQ(list.find("m1", 6, true), nullptr);
+    EXPECT_EQ(list.find("m1", 0, true), &list.all()[1]);
+    EXPECT_EQ(list.find("m1", 0, false), nullptr);
+    EXPECT_EQ(list.find("m3", 0, true), nullptr);
     list.replace({answer("m1", 0)});
-    EXPECT_NE(list.find("m1", 6), nullptr);
+    EXPECT_NE(list.find("m1", 6, true), nullptr);
+    EXPECT_EQ(list.find("m1", 6, false), nullptr);
     EXPECT_EQ(list.told(), 0U);
 }
 

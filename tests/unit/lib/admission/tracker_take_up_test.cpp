@@ -121,6 +121,22 @@ TEST_F(TrackerTakeUpTest, ACheckThatWasDecidedWhileNobodyListenedEndedAsTheResul
     EXPECT_TRUE(shown().explained);
 }
 
+TEST_F(TrackerTakeUpTest, ARememberedPassIsNotTheReasonOfADenialThatNobodyHeard)
+{
+    const OpenCheck check = remembered();
+    write_answer("m1", 1, "hot"); // of which this tracker, without a card, and the late one hear nothing
+    CardTracker late([this](const Decision &decision) { decisions.push_back(decision); });
+    late.card_written(card(true), other(true));
+    late.result_written(1259, false, daemon(by_answer("m1"), true));
+    late.snapshot_done(now);
+    late.take_up(check, now);
+    ASSERT_THAT(decisions, SizeIs(1));
+    EXPECT_EQ(decisions[0].outcome, Outcome::denied);
+    EXPECT_EQ(decisions[0].decider, "m1");
+    EXPECT_EQ(decisions[0].reason, "");
+    EXPECT_FALSE(decisions[0].complete);
+}
+
 TEST_F(TrackerTakeUpTest, SoDidOneWhoseRequestOutlivesItsResult)
 {
     const OpenCheck check = remembered();
