@@ -293,13 +293,16 @@ void Card::end_check(Outcome outcome, Time at, std::optional<bool> admitted)
     finish(std::move(end));
 }
 
+// A card that went while no daemon was there was withdrawn by that, and its check does not begin again.
 void Card::cut_off(Time at)
 {
     Decision end;
     end.outcome = Outcome::withdrawn;
     end.decided_at = at;
-    end.reason = started_afresh;
-    end.silent = list_.waiting(answers_.all(), shared_.modules);
+    if (is_there_ && shown_.card.online && is_same_card(asked_, shown_.card)) {
+        end.reason = started_afresh;
+        end.silent = list_.waiting(answers_.all(), shared_.modules);
+    }
     finish(std::move(end));
 }
 

@@ -1,6 +1,9 @@
 // Checks that a restart of the daemon cuts off, and what only looks like it.
 #include "tracker_fixture.h"
 
+#include <array>
+#include <functional>
+
 namespace
 {
 
@@ -162,7 +165,6 @@ TEST_F(TrackerRestartTest, WhatTheNextDaemonDoesFirstCutsOffTheOtherCardsToo)
     ask();
     tracker.card_written(fourth, other());
     tracker.request_written(slot4, daemon(by_card(slot4)));
-    tracker.card_deleted(slot3, other()); // while no daemon is there, so its request stays
     restart();
     tracker.request_written(slot4, daemon(by_card(slot4)));
     ASSERT_THAT(decisions, SizeIs(2));
@@ -170,6 +172,32 @@ TEST_F(TrackerRestartTest, WhatTheNextDaemonDoesFirstCutsOffTheOtherCardsToo)
     expect_cut_off(decisions[1]);
     EXPECT_FALSE(shown().open);
     EXPECT_TRUE(tracker.find(slot4)->open);
+}
+
+TEST_F(TrackerRestartTest, ACardThatWentWhileNoDaemonWasThereWasWithdrawn)
+{
+    const Position slot4{1, 4, 0};
+    const std::array<std::function<void()>, 3> ways{[this] { unplug(); },
+                                                    [this] { tracker.card_deleted(slot3, other()); },
+                                                    [this] {
+                                                        CardFacts another = card(true);
+                                                        another.name = "other";
+                                                        tracker.card_written(another, other());
+                                                    }};
+    for (const auto &go : ways) {
+        decisions.clear();
+        plug();
+        ask();
+        go(); // and its request stays
+        restart();
+        tracker.request_written(slot4, daemon(by_card(slot4)));
+        ASSERT_THAT(outcomes(), ElementsAre(Outcome::withdrawn));
+        EXPECT_FALSE(was_cut_off(decisions[0]));
+        EXPECT_EQ(decisions[0].reason, "");
+        EXPECT_THAT(decisions[0].silent, IsEmpty());
+        tracker.card_deleted(slot4, other());
+        tracker.request_deleted(slot4, daemon(by_card(slot4)));
+    }
 }
 
 TEST_F(TrackerRestartTest, TheRowIsAboutTheCardThatWasAskedFor)
