@@ -23,11 +23,6 @@ bool is_known(const store::Origin &origin)
     return origin.cause.kind != store::Cause::Kind::unknown;
 }
 
-bool is_check(Outcome outcome)
-{
-    return outcome != Outcome::exempt && outcome != Outcome::unasked;
-}
-
 } // namespace
 
 bool Shared::is_module(const std::string &name) const
@@ -84,6 +79,7 @@ void Card::request_written(const Change &change)
             end_check(change.existing || is_unknown ? Outcome::unseen : Outcome::withdrawn, change.at);
         }
         begin_check(change);
+        shown_.open = !has_ended();
     }
     refresh(change);
 }
@@ -237,6 +233,13 @@ bool Card::was_asked() const
     return shown_.asked.revision != 0 || shown_.asked.origin.number != 0;
 }
 
+// The end of the check that the last request began was heard of, or is remembered: a request outlives it
+// where a daemon without modules follows, which does not know of it.
+bool Card::has_ended() const
+{
+    return shown_.last && is_same(shown_.last->request, shown_.asked);
+}
+
 void Card::begin_check(const Change &change)
 {
     const store::Origin &origin = change.write.origin;
@@ -312,12 +315,12 @@ void Card::finish(Decision decision)
     const bool is_other = !decision.admitted && !is_same_card(asked_, shown_.card);
     decision.card = is_other ? asked_ : shown_.card;
     decision.role = shared_.role;
+    decision.request = shown_.asked;
     if (is_check(decision.outcome)) {
         decision.requested_at = shown_.requested_at;
         decision.answers = answers_.all();
         decision.told_before = answers_.told();
         decision.complete = whole_;
-        decision.request = shown_.asked;
         answers_.set_told();
     }
     shown_.open = false;
@@ -342,6 +345,7 @@ void Card::remember_decision(const Decision &decision)
 {
     if (!shown_.last) {
         shown_.last = decision;
+        shown_.open = shown_.open && !has_ended();
         refresh({decision.decided_at, true});
     }
 }
@@ -356,8 +360,8 @@ void Card::remember_list(std::vector<std::string> names, bool any_will_do)
 void Card::take_up(const OpenCheck &check, Time at)
 {
     const bool is_this = is_same(check.request, shown_.asked);
-    if (is_this && shown_.last && is_same(shown_.last->request, shown_.asked)) {
-        return; // its end was heard of
+    if (is_this && has_ended()) {
+        return;
     }
     if (!is_this && (was_asked() || decided_here_)) {
         report_unseen(check, at);

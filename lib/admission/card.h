@@ -80,6 +80,7 @@ private:
     [[nodiscard]] bool outranks_request(const Result &result) const;
     [[nodiscard]] bool is_asked_by_another(const std::string &instance) const;
     [[nodiscard]] bool was_asked() const;
+    [[nodiscard]] bool has_ended() const;
     void adopt(const std::string &instance, bool exact);
     void begin_check(const Change &change);
     void hear(Answer answer, bool existing);

@@ -8,6 +8,11 @@
 namespace admission
 {
 
+bool is_check(Outcome outcome)
+{
+    return outcome != Outcome::exempt && outcome != Outcome::unasked;
+}
+
 bool was_heard(const std::vector<Answer> &answers, const Answer &again)
 {
     const auto last = std::find_if(answers.rbegin(), answers.rend(),

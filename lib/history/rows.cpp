@@ -20,7 +20,7 @@ constexpr std::size_t longest_text = 256;
 constexpr const char *decision_columns =
     "SELECT d.id, d.devid, d.slotid, d.sslotid, d.card_name, d.serial, d.node_type, d.config_dev_type,"
     " d.nodeid, d.tipc_nodeid, d.online, d.outcome, d.admitted, d.requested_at, d.decided_at, d.decider,"
-    " d.reason, d.role, d.complete, d.result FROM decisions d ";
+    " d.reason, d.role, d.complete, d.result, d.request FROM decisions d ";
 
 // Never within a character.
 std::string cut(const std::string &text)
@@ -133,6 +133,7 @@ Decision decision_of(const Statement &row)
     }
     decision.complete = row.number(18) != 0;
     decision.result.origin = store::parse_origin(row.text(19));
+    decision.request.origin = store::parse_origin(row.text(20));
     return decision;
 }
 
@@ -214,13 +215,13 @@ int64_t write_decision(const Database &database, const Decision &decision)
     const CardFacts &card = decision.card;
     Statement(database, "INSERT INTO decisions (devid, slotid, sslotid, card_name, serial, node_type,"
                         " config_dev_type, nodeid, tipc_nodeid, online, outcome, admitted, requested_at,"
-                        " decided_at, decider, reason, role, complete, result)"
-                        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
+                        " decided_at, decider, reason, role, complete, result, request)"
+                        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")
         .with(card.position.devid, card.position.slotid, card.position.sslotid, cut(card.name),
               cut(card.serial), card.node_type, card.config_dev_type, card.nodeid, card.tipc_nodeid,
               card.online, admission::word_of(decision.outcome), decision.admitted, decision.requested_at,
               decision.decided_at, cut(decision.decider), cut(decision.reason), decision.role,
-              decision.complete, text_of(decision.result))
+              decision.complete, text_of(decision.result), text_of(decision.request))
         .run();
     const int64_t id = database.last_id();
     write_answers(database, "INSERT INTO answers VALUES (?, ?, ?, ?, ?, ?, ?, ?)", id, decision.answers);

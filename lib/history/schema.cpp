@@ -88,6 +88,7 @@ constexpr Migration second = "ALTER TABLE open_checks ADD COLUMN any_will_do INT
 // Which write began a check, and which one ended it: so that each is known again, and not taken for another.
 // Rows of before say nothing of it.
 constexpr Migration third = R"(
+ALTER TABLE decisions ADD COLUMN request TEXT NOT NULL DEFAULT '';
 ALTER TABLE decisions ADD COLUMN result TEXT NOT NULL DEFAULT '';
 ALTER TABLE open_checks ADD COLUMN request TEXT NOT NULL DEFAULT '';
 )";

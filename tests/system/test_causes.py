@@ -142,7 +142,9 @@ def test_an_emptied_folder_and_a_restart_leave_nobody_to_be_silent(rig, recorder
     assert listed(rig, "1/3/0")["waiting_for"] == []
     rig.expect(lambda: sql(recorder, "SELECT count(*) FROM open_checks") == "0", "nobody is waited for")
     recorder.end()
+    rig.modules("m1")  # which the daemon that lives does not know
     recorder.start()
+    rig.expect(lambda: recorder.metrics().get('cg_cards{state="unasked"}') == 2, "the found request is known as ended")
     assert outcomes(recorder, "1/3/0") == [("withdrawn", None), ("unasked", None)]
     assert sql(recorder, "SELECT count(*) FROM open_checks") == "0"
     assert rig.by_tipc(3)["6"] == PASS

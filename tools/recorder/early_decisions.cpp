@@ -20,7 +20,7 @@ bool EarlyDecisions::complete(const history::OpenCheck &check)
 {
     bool found = false;
     for (const auto &decision : decisions_) {
-        if (is_same(decision->request, check.request)) {
+        if (admission::is_check(decision->outcome) && is_same(decision->request, check.request)) {
             complete(*decision, check);
             found = true;
         }

@@ -28,6 +28,9 @@ enum class Outcome {
                // was written by an earlier build, or by somebody else than the daemon
 };
 
+// Whether a check ended so: without a module to ask, and for a main board, there is none.
+bool is_check(Outcome outcome);
+
 // The reason of Outcome::withdrawn where a restart of the daemon cut the check off; else there is none.
 inline constexpr const char *started_afresh = "the daemon was started afresh";
 
@@ -80,7 +83,7 @@ struct Decision {
                                         // waited for in vain
     std::optional<int32_t> role{};      // this device's global role then (enum dm_role_e)
     bool complete = true; // false: it began before somebody was listening, so answers may be missing
-    Write request{};      // that began the check; unknown without one
+    Write request{};      // the last one: that began the check, where there was one
     Write result{};       // that ended it; unknown where none did
 };
 

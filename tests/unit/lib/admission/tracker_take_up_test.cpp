@@ -233,6 +233,32 @@ TEST_F(TrackerTakeUpTest, TheNextDaemonCutsOffWhatGoesOn)
     EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m2", "m3"));
 }
 
+TEST_F(TrackerTakeUpTest, ARequestThatIsRememberedAsEndedIsNotWaitedForWheneverThatIsRemembered)
+{
+    tracker.set_modules({"power"});
+    plug();
+    ask();
+    restart();
+    const Change admitted = daemon(by_card());
+    tracker.result_written(1259, true, admitted);
+    ASSERT_THAT(outcomes(), ElementsAre(Outcome::withdrawn, Outcome::unasked));
+    for (const bool early : {true, false}) {
+        CardTracker next([this](const Decision &decision) { decisions.push_back(decision); });
+        next.set_modules({"power"}); // that were installed since, and this daemon does not know
+        if (early) {
+            next.remember_decision(decisions[1]);
+        }
+        next.card_written(card(true), other(true));
+        next.request_written(slot3, {now, true, request()});
+        next.result_written(1259, true, {now, true, admitted.write});
+        next.snapshot_done(now);
+        next.remember_decision(decisions[1]);
+        EXPECT_EQ(next.find(slot3)->state, State::unasked);
+        EXPECT_FALSE(next.find(slot3)->open);
+    }
+    EXPECT_THAT(decisions, SizeIs(2));
+}
+
 TEST_F(TrackerTakeUpTest, WhatWasDecidedIsNotOpenWhileItsRequestStands)
 {
     plug();

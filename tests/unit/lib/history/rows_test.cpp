@@ -30,6 +30,7 @@ TEST_F(RowsTest, EveryMemberOfADecision)
     denied.admitted = false;
     denied.reason = "too hot\n\xff";
     denied.complete = false;
+    denied.request = {6, {"daemon", 5, {store::Cause::Kind::record, 4, "p_dev.card_info:0:1:3:0"}}};
     denied.result = {8, {"daemon", 7, {store::Cause::Kind::timer}}};
     denied.answers.at(1) = {"stranger", -7, "no", noon, false, std::nullopt};
     recorder->add(denied);
@@ -50,6 +51,7 @@ TEST_F(RowsTest, EveryMemberOfADecision)
     EXPECT_EQ(read.reason, "too hot\n\xff");
     EXPECT_EQ(read.role, 1);
     EXPECT_FALSE(read.complete);
+    EXPECT_EQ(read.request.origin, denied.request.origin);
     EXPECT_EQ(read.result.origin, denied.result.origin);
     ASSERT_THAT(read.answers, SizeIs(2));
     EXPECT_EQ(read.answers[0].took, 1000ms);

@@ -105,6 +105,7 @@ TEST_F(SchemaTest, AFileOfVersion2OpensWithAllThatIsInIt)
     EXPECT_THAT(open[5].waiting_for, ElementsAre("m1"));
     EXPECT_THAT(open[5].answers, SizeIs(1));
     EXPECT_EQ(open[5].request.origin, store::Origin{}) << "that version did not say which write it was";
+    EXPECT_EQ(cut_off.request.origin, store::Origin{});
     EXPECT_EQ(cut_off.result.origin, store::Origin{});
     EXPECT_THAT(reader.gaps({}, {}), SizeIs(1));
     EXPECT_THAT(reader.life({}, {}), SizeIs(5));

@@ -53,7 +53,7 @@ protected:
 
 TEST_F(EarlyDecisionsTest, ThoseOnACheckHaveItsBeginning)
 {
-    const auto unasked = add(history::Outcome::unasked, 0);
+    const auto unasked = add(history::Outcome::unasked);
     const auto first = add(history::Outcome::silence);
     const auto second = add(history::Outcome::denied);
     const auto later = add(history::Outcome::passed, 9);
