@@ -12,7 +12,7 @@ import re
 import sys
 import tempfile
 import unittest
-from typing import Iterator, NamedTuple
+from typing import Callable, Iterable, Iterator, NamedTuple
 
 from sources import circles, includes, names_in, sources
 
@@ -82,6 +82,12 @@ TESTED_BY = {
     "nothing to test: one call of what is tested": ["tools/cgctl/main.cpp", "tools/recorder/main.cpp"],
     "tests/system/test_sim.py, by command lines": ["tools/sim/main.cpp"],
     "tests/system/test_module_test.py, by modules on trial": ["kit/try/contract_test.cpp", "kit/try/harness.cpp"],
+    "tests/system/test_kit_examples.py, as modules": [
+        "kit/examples/compatibility/compatibility.c", "kit/examples/compatibility/table.c",
+        "kit/examples/power_budget/budget.cpp", "kit/examples/power_budget/power_budget.cpp",
+        "kit/examples/power_budget/table.cpp"],
+    "tests/unit/app_cg/schema_test.cpp, by the attributes that it reads for the build": [
+        "tools/protoc-gen-vxkey/protoc_gen_vxkey.cpp"],
     "nothing to test: variables alone": ["src/app_cg/app_cg.cpp"],
     "tests/unit/app_cg/schema_test.cpp, with the schemas": ["proto/schema_registry.c"],
     "tests/unit/builtin/log/vx_zlog_test.cpp, by what reaches each destination": [
@@ -221,6 +227,18 @@ class Tree:
                 if not self.may_use(source.room, target, row):
                     yield f"{source.name} may not include <{target}>"
 
+    def unused(self) -> Iterator[str]:
+        """What the table allows a folder, and none of its sources includes."""
+        for room, row in self.table.items():
+            places = {place for source in self.sources.values() if source.room == room for place in source.quoted.values()}
+            angled = {target for source in self.sources.values() if source.room == room for target in source.angled}
+            for allowed in row.includes:
+                if not any(matches(place, [allowed]) for place in places if place):
+                    yield f"{room} does not include {allowed}: take it out of its row"
+            for library in row.libraries:
+                if not any(target.startswith(LIBRARIES[library]) for target in angled):
+                    yield f"{room} does not use {library}: take it out of its row"
+
     @staticmethod
     def may_use(room: str, target: str, row: Row) -> bool:
         """Whether a header of the language, the system or a library may be included in a room."""
@@ -250,21 +268,21 @@ class Tree:
             for group in circles(arrows):
                 yield f"circle of {kind}: {', '.join(group)}"
 
-    def headers_of(self) -> tuple[dict[str, set[str]], dict[str, set[str]]]:
+    def headers_of(self, exceptions: Iterable[str]) -> tuple[dict[str, set[str]], dict[str, set[str]]]:
         """The modules whose headers declare a function, and those that define a type, by name."""
         functions, types = collections.defaultdict(set), collections.defaultdict(set)
         for source in self.sources.values():
             if not source.name.endswith((".h", ".hpp")):
                 continue
-            if any(fnmatch.fnmatchcase(source.name, pattern) for pattern in IMPLEMENTED_ELSEWHERE):
+            if any(fnmatch.fnmatchcase(source.name, pattern) for pattern in exceptions):
                 continue
             for found in names_in(self.root / source.name):
                 (types if found.kind == "type" else functions)[found.name].add(source.module)
         return functions, types
 
-    def foreign_definitions(self) -> Iterator[str]:
+    def foreign_definitions(self, exceptions: Iterable[str] = tuple(IMPLEMENTED_ELSEWHERE)) -> Iterator[str]:
         """Functions that a source defines although the header of another stem declares them."""
-        functions, types = self.headers_of()
+        functions, types = self.headers_of(exceptions)
         for source in self.sources.values():
             if not source.name.endswith((".c", ".cpp")):
                 continue
@@ -282,9 +300,9 @@ class Tree:
         """Sources of which no test has the stem; a test x_y_test.cpp is that of x_y if there is one, else of x."""
         stems = collections.defaultdict(dict)
         for source in self.sources.values():
-            if source.name.endswith((".c", ".cpp")) and source.room not in ("kit/examples", "tools/protoc-gen-vxkey"):
-                folder = "app_cg" if source.room == "src" else source.room
-                stems[folder][pathlib.PurePosixPath(source.name).stem] = source.name
+            path = pathlib.PurePosixPath(source.name)
+            if path.suffix in (".c", ".cpp"):
+                stems["app_cg" if source.room == "src" else path.parent][path.stem] = source.name
         for folder, known in stems.items():
             tests = [path.name.removesuffix("_test.cpp") for path in
                      (self.root / "tests" / "unit" / folder).glob("*_test.cpp")]
@@ -363,6 +381,14 @@ class TreeTest(unittest.TestCase):
                 self.assertTrue((options.source / target).exists(), f"{room}: {target}")
             self.assertEqual(set(row.libraries) - set(LIBRARIES), set(), room)
 
+    def test_the_table_allows_nothing_in_vain(self) -> None:
+        self.assertEqual(list(self.tree.unused()), [])
+
+    def test_each_header_of_others_is_implemented_by_others(self) -> None:
+        for pattern in IMPLEMENTED_ELSEWHERE:
+            others = [other for other in IMPLEMENTED_ELSEWHERE if other != pattern]
+            self.assertNotEqual(list(self.tree.foreign_definitions(others)), [], f"{pattern}: remove the exception")
+
     def test_the_table_ties_no_programs_together_and_has_no_circle(self) -> None:
         self.assertEqual(forbidden_rows(self.tree.table), [])
 
@@ -395,9 +421,11 @@ GOOD = {
     "src/app_cg/card.h": '#include "loop.h"\n#include <vector>\nvoid card();',
     "src/app_cg/card.cpp": '#include "app_cg/card.h"\n#include <unistd.h>\nvoid card() { }',
     "builtin/loop/loop.cpp": '#include "loop.h"\n#include <event2/event.h>\nint loop(void) { return 0; }',
-    "builtin/store/client.h": "namespace s { class Client { void go(); }; int open(); inline int one() { return 1; } }",
+    "builtin/store/client.h": '#include "loop/inner.h"\n'
+                              "namespace s { class Client { void go(); }; int open(); inline int one() { return 1; } }",
     "builtin/store/client.cpp": '#include "store/client.h"\nnamespace s { void Client::go() { } int open() { return 1; } }',
     "builtin/store/inner.h": "",
+    "builtin/loop/inner.h": "",
     "lib/base/include/base/text.h": "#pragma once",
     "lib/cards/include/cards/card_list.h": '#include "base/text.h"\nnamespace c { int cards(int); }',
     "lib/cards/card_list.cpp": '#include "cards/card_list.h"\nnamespace c { namespace { int own() { return 1; } }'
@@ -415,7 +443,7 @@ class CheckTest(unittest.TestCase):
 
     maxDiff = None
 
-    def flaws(self, planted: dict[str, str]) -> list[str]:
+    def flaws(self, planted: dict[str, str], check: Callable[[Tree], Iterable[str]] = Tree.flaws) -> list[str]:
         """What is found in the good tree with these files in it."""
         with tempfile.TemporaryDirectory() as folder:
             root = pathlib.Path(folder).resolve()
@@ -423,7 +451,7 @@ class CheckTest(unittest.TestCase):
                 path = root / name
                 path.parent.mkdir(parents=True, exist_ok=True)
                 path.write_text(text, encoding="utf-8")
-            return Tree(root).flaws()
+            return list(check(Tree(root)))
 
     def test_nothing_is_found_where_nothing_is_planted(self) -> None:
         self.assertEqual(self.flaws({}), [])
@@ -443,6 +471,13 @@ class CheckTest(unittest.TestCase):
         ):
             with self.subTest(name=name, text=text):
                 self.assertEqual(self.flaws({"tools/two/two.h": "", name: text}), [f"{name} {found}"])
+
+    def test_what_the_table_allows_for_nothing_is_found(self) -> None:
+        for allowed, found in (("`lib/base/`, `builtin/store/inner.h` | |", "lib/cards does not include builtin/store/inner.h"),
+                               ("`lib/base/` | `spdlog` |", "lib/cards does not use spdlog")):
+            with self.subTest(allowed):
+                page = TABLE.replace("| cards | `lib/base/` | |", f"| cards | {allowed}")
+                self.assertEqual(self.flaws({"docs/architecture.md": page}, Tree.unused), [f"{found}: take it out of its row"])
 
     def test_a_folder_that_is_not_in_the_table_is_found(self) -> None:
         for name in ("lib/odds/include/odds/end.h", "tools/one/inner/x.h", "builtin/store/codec/x.h"):
