@@ -299,8 +299,8 @@ void Harness::wait_until(Clock::time_point deadline)
 int64_t Harness::excess_answers()
 {
     receive();
-    const auto written = count_changes() - own_changes_;
-    return written - std::count(is_returned_.begin(), is_returned_.end(), true);
+    const auto changes = count_changes(); // which makes some of its own
+    return changes - own_changes_ - std::count(is_returned_.begin(), is_returned_.end(), true);
 }
 
 // The revision of a record is the number of its type's changes so far, so one is written to be read.
