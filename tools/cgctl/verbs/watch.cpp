@@ -34,8 +34,11 @@ int watch_events(const Session &session, const WatchOptions &options)
     const LiveCards cards(
         session, store, options.history,
         [&](const Event &event) {
+            if (store.loop().is_stopping()) {
+                return; // one change can be several events
+            }
             form.event(page, event);
-            if (left > 0 && --left == 0) {
+            if (--left == 0) {
                 store.loop().stop();
             }
         },

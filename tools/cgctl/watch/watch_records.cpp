@@ -140,9 +140,10 @@ private:
             known.records.insert_or_assign(key, news.found.record);
         }
         const bool is_live = !change.existing || is_deleted;
-        if (is_live || (known.complete ? news.before != news.found.record : show_existing_)) {
+        const bool is_news = is_live || (known.complete ? news.before != news.found.record : show_existing_);
+        if (is_news && !store_.loop().is_stopping()) { // several changes are received at a time
             form_of(page_.session).record_change(page_, news);
-            if (left_ > 0 && --left_ == 0) {
+            if (--left_ == 0) {
                 store_.loop().stop();
             }
         }

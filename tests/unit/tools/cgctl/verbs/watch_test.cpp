@@ -8,6 +8,7 @@
 
 #include "access/store.h"
 #include "base/output.h"
+#include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "records/record_types.h"
 #include "unit/tools/cgctl/run_cgctl.h"
@@ -31,24 +32,22 @@ protected:
         return result;
     }
 
-    // Plays the daemon: denies the card of this TIPC node because of the answer that is in the store, so that
-    // the result's cause names the answer.
-    static void deny_for_the_answer(int tipc_nodeid)
+    // Plays the daemon: writes a record because of the one of another type that is in the store, so that the
+    // write's cause names that one.
+    static void write_because_of(const ProtobufCMessageDescriptor &cause, const char *type_name,
+                                 const Json &fields)
     {
         const Output output{std::cout, std::cerr};
         Store store(output);
-        const RecordType &result = record_type("app_cg_mom_deny_check_result");
-        const MessagePtr denial =
-            from_json(*result.descriptor,
-                      {{"index", {{"card_tipc_nodeid", tipc_nodeid}}}, {"stat", "APP_CG_CHECK_DENY"}});
-        const auto answers = store.client().subscribe(
-            1, p_libpub__app_cg_card_check_ack__descriptor, [&](const store::Change &change) {
-                if (change.record != nullptr) {
-                    EXPECT_TRUE(store.client().set(result.db, *denial));
-                    store.loop().stop();
-                }
-            });
-        ASSERT_TRUE(answers) << answers.reason;
+        const RecordType &type = record_type(type_name);
+        const MessagePtr record = from_json(*type.descriptor, fields);
+        const auto causes = store.client().subscribe(1, cause, [&](const store::Change &change) {
+            if (change.record != nullptr) {
+                EXPECT_TRUE(store.client().set(type.db, *record));
+                store.loop().stop();
+            }
+        });
+        ASSERT_TRUE(causes) << causes.reason;
         store.loop().run();
     }
 };
@@ -135,7 +134,8 @@ TEST_F(WatchVerb, WithoutTypesItTellsWhatHappensToCards)
     cgctl({"card", "plug", "1/3", "--tipc", "1003", "--name", "fan"});
     cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=3"});
     cgctl({"set", "app_cg_card_check_ack", "devid=1", "slotid=3", "mod_name=m1", "ret=7", "reason=hot"});
-    deny_for_the_answer(1003);
+    write_because_of(p_libpub__app_cg_card_check_ack__descriptor, "app_cg_mom_deny_check_result",
+                     {{"index", {{"card_tipc_nodeid", 1003}}}, {"stat", "APP_CG_CHECK_DENY"}});
     ASSERT_TRUE(watch->prints("\"decision\""));
     cgctl({"set", "im_card_power_onoff", "devid=1", "slotid=3", "mod_name=cap"});
     ASSERT_TRUE(watch->prints("\"power\""));
@@ -157,6 +157,24 @@ TEST_F(WatchVerb, WithoutTypesItTellsWhatHappensToCards)
     EXPECT_EQ(events[5]["decision"]["reason"], "hot");
 }
 
+// A request that another life of the daemon makes again is two events of one change: the end of a check, and
+// the beginning of the next.
+TEST_F(WatchVerb, NoLineIsPrintedBeyondTheCount)
+{
+    const auto watch = start_cgctl({"--socket", folder_.path("none"), "watch", "--count", "3"});
+    ASSERT_TRUE(watch->says("cgctl: listening\n")) << watch->err();
+    cgctl({"card", "plug", "1/3"});
+    ASSERT_TRUE(watch->prints(": plugged")) << watch->out();
+    for (int life = 1; life <= 2; ++life) {
+        write_because_of(p_dev__card_info__descriptor, "app_cg_card_check_info",
+                         {{"index", {{"devid", 1}, {"slotid", 3}, {"sslotid", 0}}}});
+        ASSERT_TRUE(watch->prints(": check requested\n")) << watch->out();
+    }
+    EXPECT_EQ(watch->wait(), 0) << watch->err();
+    const std::string lines = watch->out();
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 3) << lines;
+}
+
 TEST_F(WatchVerb, EventsAreLinesForPeopleToo)
 {
     const auto watch = start_cgctl({"--socket", folder_.path("none"), "watch"});
@@ -164,7 +182,7 @@ TEST_F(WatchVerb, EventsAreLinesForPeopleToo)
     cgctl({"card", "plug", "1/3", "--name", "a\nb", "--node-type", "mb"});
     ASSERT_TRUE(watch->prints(" 1/3/0 a\\nb: plugged, mb, online\n")) << watch->out();
     stop_server();
-    ASSERT_TRUE(watch->prints("lost the store, database 1; connecting again\n")) << watch->out();
+    ASSERT_TRUE(watch->prints("lost the store, database 1; reconnecting\n")) << watch->out();
     start_server(); // empty, so the card is gone
     ASSERT_TRUE(watch->prints("the store is back, database 1, with other data than before\n"))
         << watch->out();
