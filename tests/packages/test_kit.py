@@ -48,7 +48,7 @@ def test_the_examples_are_built_with_it(workshop):
 
 
 def test_the_player_of_scenarios_comes_with_it(workshop):
-    assert "standard input is right: 1 statements" in workshop.sh("echo plug 1/3 | cg_sim --check - 2>&1")
+    assert "standard input: syntax OK, 1 statement" in workshop.sh("echo plug 1/3 | cg_sim --check - 2>&1")
     for page in ("man1/cg_sim.1", "man5/cg_scenario.5"):
         assert ".Sh NAME" in workshop.sh(f"gzip -dc /usr/share/man/{page}.gz")
 

@@ -1,4 +1,4 @@
-// The device around the daemon, as it writes into the store: the chassis manager, and the check modules.
+// The device around the daemon, as it writes into the store: the device manager, and the check modules.
 #ifndef SIM_CHASSIS_H
 #define SIM_CHASSIS_H
 

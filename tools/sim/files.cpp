@@ -88,8 +88,9 @@ std::vector<scenario::Scenario> read_files(const Output &output, const std::vect
 int confirm(const Output &output, const std::vector<scenario::Scenario> &scenarios)
 {
     for (const scenario::Scenario &scenario : scenarios) {
-        output.notice(visible(scenario.file) + " is right: " + std::to_string(scenario.statements.size()) +
-                      " statements");
+        const std::size_t count = scenario.statements.size();
+        output.notice(visible(scenario.file) + ": syntax OK, " + std::to_string(count) +
+                      (count == 1 ? " statement" : " statements"));
     }
     return done;
 }

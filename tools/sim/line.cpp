@@ -141,7 +141,7 @@ Position Line::position()
     }
 }
 
-Milliseconds Line::time()
+Milliseconds Line::time(Milliseconds least)
 {
     const Word word = this->word("a time as in 5s");
     double value = 0;
@@ -153,8 +153,10 @@ Milliseconds Line::time()
         throw Mistake{word.begin, in_quotes(word.text) + " is not a time; a number and ms, s or m, as in 5s"};
     }
     const double milliseconds = std::round(value * factor);
-    if (milliseconds < 0 || milliseconds > static_cast<double>(Milliseconds(longest_time).count())) {
-        throw Mistake{word.begin, in_quotes(word.text) + " is out of range; up to an hour"};
+    if (milliseconds < static_cast<double>(least.count()) ||
+        milliseconds > static_cast<double>(Milliseconds(longest_time).count())) {
+        throw Mistake{word.begin, in_quotes(word.text) + " is out of range; from " +
+                                      std::to_string(least.count()) + " ms to an hour"};
     }
     return Milliseconds(static_cast<int64_t>(milliseconds));
 }

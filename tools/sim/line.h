@@ -56,8 +56,8 @@ public:
     std::string quoted(const std::string &what);
     // "1/3/0", "1/3".
     Position position();
-    // "5s", "200ms", "1.5m": up to an hour.
-    Milliseconds time();
+    // "5s", "200ms", "1.5m": from the least to an hour.
+    Milliseconds time(Milliseconds least = Milliseconds{1});
     // A module's name, of the form that the daemon accepts.
     std::string module();
     // One name, or several with commas between.

@@ -1,6 +1,6 @@
 // cg_sim: plays scenarios against a running store and daemon.
 //
-// It stands in for everything around the daemon: the chassis manager that writes the cards, and the check
+// It stands in for everything around the daemon: the device manager that writes the cards, and the check
 // modules.
 #include <algorithm>
 #include <csignal>

@@ -114,7 +114,7 @@ void report_results(const Output &output, const Player &player)
     }
     print_table(output, results);
     output.line(std::to_string(held) + " of " + std::to_string(player.expectations()) + " expectations held" +
-                (player.is_finished() ? "." : "; the play was broken off."));
+                (player.is_finished() ? "." : "; the play was aborted."));
 }
 
 } // namespace cg

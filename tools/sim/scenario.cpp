@@ -40,7 +40,7 @@ void parse_conditions(Line &line, ModuleRule &rule)
                 rule.position = line.position();
             }
         } else if (rule.manner == Manner::answers && line.accept("after")) {
-            rule.after = line.time();
+            rule.after = line.time(Milliseconds{0});
         } else {
             return;
         }

@@ -28,7 +28,7 @@ constexpr const char *description =
     "It plays scenarios, cg_scenario(5), against a running store (VX_MOM_ENDPOINT) and daemon "
     "(SSAT_SOCKET).\n"
     "What happens goes to standard error, the expectations and JSON to standard output.\n"
-    "Exit status: 0 every expectation held, 1 one was missed or the play broken off, 2 wrong usage or a\n"
+    "Exit status: 0 every expectation held, 1 one was missed or the play aborted, 2 wrong usage or a\n"
     "mistake in a scenario.";
 constexpr const char *examples = "Examples:\n"
                                  "  cg_sim night.scenario\n"

@@ -1,6 +1,8 @@
 // What happens in a play, as events to report.
 #include "story.h"
 
+#include <array>
+
 #include "admission/card_text.h"
 #include "admission/feed.h"
 #include "base/text.h"
@@ -28,6 +30,14 @@ Position at(const Index &index)
     return {index.devid, index.slotid, index.sslotid};
 }
 
+const char *kind_text(int32_t node_type)
+{
+    static constexpr std::array texts{"card",     "box",         "main board",   "line card",
+                                      "sub-card", "fabric card", "service card", "service card"};
+    const auto number = static_cast<std::size_t>(node_type);
+    return number < texts.size() ? texts.at(number) : texts.front();
+}
+
 std::optional<Event> card_event(bool deleted, const ProtobufCMessage &record,
                                 const admission::CardTracker &tracker)
 {
@@ -37,8 +47,8 @@ std::optional<Event> card_event(bool deleted, const ProtobufCMessage &record,
         return Event{"pulled", facts.position, "pulled", Tone::heading};
     }
     if (before == nullptr || before->state == admission::State::absent) {
-        const std::string text = "plugged: " + short_type(facts.node_type) + " '" + visible(facts.name) +
-                                 (facts.online ? "', online" : "', offline");
+        const std::string text = std::string("plugged: ") + kind_text(facts.node_type) + " '" +
+                                 visible(facts.name) + (facts.online ? "', online" : "', offline");
         return Event{
             "plugged", facts.position, text, Tone::heading, {{"name", facts.name}, {"online", facts.online}}};
     }

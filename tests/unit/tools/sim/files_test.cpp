@@ -53,8 +53,8 @@ TEST_F(Files, AreReadInTheirOrder)
     EXPECT_EQ(scenarios[0].file, folder_.path("a"));
     EXPECT_EQ(scenarios[1].statements.size(), 2U);
     EXPECT_EQ(confirm(output_, scenarios), done);
-    EXPECT_EQ(err_.str(), "cg_sim: " + folder_.path("a") + " is right: 1 statements\ncg_sim: " +
-                              folder_.path("b") + " is right: 2 statements\n");
+    EXPECT_EQ(err_.str(), "cg_sim: " + folder_.path("a") + ": syntax OK, 1 statement\ncg_sim: " +
+                              folder_.path("b") + ": syntax OK, 2 statements\n");
 }
 
 TEST_F(Files, AllMistakesOfAllFilesAreReported)

@@ -140,12 +140,13 @@ TEST(Line, TimesHaveUnitsAndBounds)
     EXPECT_EQ(time_in("5m"), 300s);
     EXPECT_EQ(time_in("60m"), 1h);
     EXPECT_EQ(time_in("1ms"), 1ms);
-    EXPECT_EQ(time_in("0s"), 0s);
+    EXPECT_EQ(Line("0s").time(0ms), 0s);
     EXPECT_EQ(time_mistake("3"), "0: \"3\" is not a time; a number and ms, s or m, as in 5s");
     for (const char *text : {"s", "1e3s", "nans", "infs", "\"3s\"", "3h", "3 s"}) {
         EXPECT_THAT(time_mistake(text), HasSubstr("is not a time")) << text;
     }
-    EXPECT_EQ(time_mistake("60.01m"), "0: \"60.01m\" is out of range; up to an hour");
+    EXPECT_EQ(time_mistake("60.01m"), "0: \"60.01m\" is out of range; from 1 ms to an hour");
+    EXPECT_THAT(time_mistake("0.4ms"), HasSubstr("out of range"));
     EXPECT_THAT(time_mistake("-1s"), HasSubstr("out of range"));
     EXPECT_EQ(time_mistake(""), "0: a time as in 5s is missing here");
 }

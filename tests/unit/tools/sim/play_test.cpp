@@ -52,7 +52,7 @@ TEST_F(PlayTest, CardsComeAndGo)
     EXPECT_THAT(out_.str(), HasSubstr("3 of 3 expectations held."));
     EXPECT_THAT(err_.str(), HasSubstr("cannot ask the daemon which modules it knows"));
     EXPECT_THAT(err_.str(), HasSubstr("chassis  this device is master"));
-    EXPECT_THAT(err_.str(), HasSubstr("plugged: lc 'x', offline"));
+    EXPECT_THAT(err_.str(), HasSubstr("plugged: line card 'x', offline"));
     EXPECT_EQ(cards(), "+OK\r\n:0\r\n+OK\r\n");
 }
 
@@ -71,7 +71,7 @@ TEST_F(PlayTest, AMissFailsAndCardsMayBeKept)
 TEST_F(PlayTest, WhatFailsLeavesNoCardBehind)
 {
     EXPECT_THROW(play("plug 1/3\noffline 1/4"), Failure);
-    EXPECT_THAT(out_.str(), HasSubstr("0 of 0 expectations held; the play was broken off."));
+    EXPECT_THAT(out_.str(), HasSubstr("0 of 0 expectations held; the play was aborted."));
     EXPECT_EQ(cards(), "+OK\r\n:0\r\n+OK\r\n");
     setenv("VX_MOM_DEADLINE_MS", "100", 1);
     options_.endpoint = "unix:" + folder_.path("elsewhere");

@@ -81,7 +81,7 @@ TEST_F(Report, ResultsAreATable)
                                                   "a:1 +1/3/0 +absent +absent +0 s +ok\n"
                                                   "a:2 +1/4/0 +unmarked +absent +0 s +ok\n"
                                                   "b:1 +1/3/0 +passed +absent +0 s +MISSED\n"
-                                                  "2 of 4 expectations held; the play was broken off.\n"));
+                                                  "2 of 4 expectations held; the play was aborted.\n"));
 }
 
 TEST_F(Report, ResultsAreASummaryForPrograms)

@@ -26,7 +26,7 @@ protected:
         return event ? event->kind + ' ' + (event->card ? event->card->text() : "-") + ' ' + event->text : "";
     }
 
-    static Json card(bool online, const char *type = "DM_TYPE_LC")
+    static Json card(bool online, const std::string &type = "DM_TYPE_LC")
     {
         return {{"index", key_of({1, 3, 0})},
                 {"name", "a\tb"},
@@ -42,13 +42,18 @@ protected:
 
 TEST_F(Story, OfACard)
 {
-    EXPECT_EQ(told("p_dev.card_info", card(false)), "plugged 1/3/0 plugged: lc 'a\\tb', offline");
+    EXPECT_EQ(told("p_dev.card_info", card(false)), "plugged 1/3/0 plugged: line card 'a\\tb', offline");
     EXPECT_EQ(more_, (Json{{"name", "a\tb"}, {"online", false}}));
     EXPECT_EQ(told("p_dev.card_info", card(false)), "") << "nothing has changed";
     EXPECT_EQ(told("p_dev.card_info", card(true)), "online 1/3/0 is online");
     EXPECT_EQ(told("p_dev.card_info", card(false)), "offline 1/3/0 went offline");
     EXPECT_EQ(told("p_dev.card_info", card(false), true), "pulled 1/3/0 pulled");
-    EXPECT_EQ(told("p_dev.card_info", card(true, "DM_TYPE_MB")), "plugged 1/3/0 plugged: mb 'a\\tb', online");
+    for (const auto &[type, text] : std::map<std::string, std::string>{
+             {"DM_TYPE_MB", "main board"}, {"DM_TYPE_HPSC", "service card"}, {"DM_TYPE_UNKNOWN", "card"}}) {
+        EXPECT_EQ(told("p_dev.card_info", card(true, type)),
+                  "plugged 1/3/0 plugged: " + text + " 'a\\tb', online");
+        told("p_dev.card_info", card(true, type), true);
+    }
     EXPECT_EQ(told("p_dev.card_info", {{"name", "no key"}}), "");
 }
 
