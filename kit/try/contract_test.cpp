@@ -255,7 +255,7 @@ CaseResult ContractTest::card_leaves()
         })) {
         return failure(gone.position.text() + " was answered long after its request was gone",
                        "drop the examination when the request is deleted, and check that the request still "
-                       "stands before answering: a late answer is taken for the reply to the slot's next "
+                       "stands before answering: a late answer counts as the reply to the slot's next "
                        "request");
     }
     return result_of(problem, "the next card was answered",

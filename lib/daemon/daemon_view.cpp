@@ -78,7 +78,7 @@ std::string ask(DaemonView &view, const std::string &socket, const std::string &
         if (reply.output_at.empty()) {
             return reply.output;
         }
-        view.problem = "the daemon's output no longer comes here since it wrote its collect file";
+        view.problem = "the daemon's output has gone to its collect file since \"collect\"";
     } catch (const ssat::Error &error) {
         view.problem = error.what();
         view.is_silent =

@@ -10,8 +10,8 @@ namespace cg
 
 std::string name_problem(const std::string &name)
 {
-    const std::string right =
-        "; a module has the name of an entry of the folder of check modules, 1 to 15 bytes";
+    const std::string right = "; a module has the name of an entry of the folder of check modules, 1 to " +
+                              std::to_string(longest_module_name) + " bytes";
     if (name.empty()) {
         return "the module has no name" + right;
     }
@@ -31,8 +31,8 @@ std::string name_problem(const std::string &name)
 std::string module_name_mistake(const std::string &name)
 {
     if (!name_problem(name).empty() || !is_utf8(name) || visible(name) != name) {
-        return in_quotes(name) + " is not a module name; 1 to 15 characters, the name of an entry of " +
-               default_module_folder;
+        return in_quotes(name) + " is not a module name; 1 to " + std::to_string(longest_module_name) +
+               " characters, the name of an entry of " + default_module_folder;
     }
     return "";
 }

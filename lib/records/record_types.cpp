@@ -77,6 +77,18 @@ int32_t home_of(const ProtobufCMessageDescriptor &type)
     return found == homes.end() ? -1 : found->db;
 }
 
+const std::set<int32_t> &databases()
+{
+    static const std::set<int32_t> all = [] {
+        std::set<int32_t> found;
+        for (const Home &home : homes) {
+            found.insert(home.db);
+        }
+        return found;
+    }();
+    return all;
+}
+
 const std::vector<RecordType> &record_types()
 {
     static const std::vector<RecordType> types = collect();

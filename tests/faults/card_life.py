@@ -108,7 +108,7 @@ class CardLife:
         self._chassis = Chassis(rig.database(HOST))
 
     def begin(self):
-        """A board card with a stale backup, and the role, were there before the daemon, which subscribes."""
+        """A main board with a stale backup, and the role, were there before the daemon, which subscribes."""
         rig = self.rig
         rig.modules("m1", "m2")
         rig.level("2\n")
@@ -214,7 +214,7 @@ class CardLife:
             self._mark()
 
     def _mark(self):
-        """Returns when the daemon has handled every change of cards up to now: a board card leaves its traces.
+        """Returns when the daemon has handled every change of cards up to now: a main board leaves its traces.
 
         In several databases, one after the other: who waits for one reads the others too early.
         """
@@ -224,7 +224,7 @@ class CardLife:
             self._recover()  # the same card in its slot makes good what the kill left undone
 
     def _marked(self, position, tipc_node, ends):
-        """Plugs and pulls a board card. Returns whether the daemon lived to forget it."""
+        """Plugs and pulls a main board. Returns whether the daemon lived to forget it."""
         rig = self.rig
         restarts = self.supervisor.restarts
 

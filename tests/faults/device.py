@@ -1,4 +1,4 @@
-"""The device around the daemon, in Python: the chassis manager, and check modules that answer what they are asked.
+"""The device around the daemon, in Python: the device manager, and check modules that answer what they are asked.
 
 They write through the functions in the server, as every client does, and past our own store client: what is
 tested is not helped by what it is tested with.
@@ -95,7 +95,7 @@ def has_functions(connection):
 
 
 class Chassis:
-    """The chassis manager: publishes the role and the cards."""
+    """The device manager: publishes the role and the cards."""
 
     def __init__(self, connection):
         self.records = Records(connection, HOST)

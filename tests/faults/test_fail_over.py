@@ -32,7 +32,7 @@ def is_denied(position):
 
 
 class Scene:
-    """A device on a group: its daemon, as its service unit keeps it, its modules, its chassis manager."""
+    """A device on a group: its daemon, as its service unit keeps it, its modules, its device manager."""
 
     def __init__(self, rig, stack):
         self.rig = rig
@@ -87,7 +87,7 @@ class Scene:
         return 0
 
     def write_missing_again(self):
-        """As a chassis manager does that keeps its part of the store true: what should be there and is not, is
+        """As a device manager does that keeps its part of the store true: what should be there and is not, is
         written again. Returns whether anything was missing."""
         missing = []
         with contextlib.suppress(redis.RedisError):

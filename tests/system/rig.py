@@ -215,7 +215,7 @@ class Rig:
     def settle(self):
         """Returns when the daemon has handled every change in database 1 up to now.
 
-        Changes are handled in their order, and what a board card brings about can be seen: so one is
+        Changes are handled in their order, and what a main board brings about can be seen: so one is
         plugged, far from the others.
         """
         self._markers += 1

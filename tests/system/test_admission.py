@@ -192,7 +192,7 @@ def test_a_board_card_is_exempt_even_off_line(master):
     master.plug("1/1/0", node_type="mb")
     master.plug("1/2/0", node_type="mb", offline=True)
     for slot in (1, 2):
-        master.expect(lambda slot=slot: master.by_position(f"1/{slot}/0"), f"board card {slot} is passed")
+        master.expect(lambda slot=slot: master.by_position(f"1/{slot}/0"), f"main board {slot} is passed")
         assert master.by_tipc(slot)["6"] == PASS and master.by_position(f"1/{slot}/0")["6"] == PASS
         assert not master.request(f"1/{slot}/0")
 

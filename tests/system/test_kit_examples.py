@@ -37,7 +37,7 @@ def expect_disabled(rig, slot, reason):
 
 
 def test_power_budget_denies_what_exceeds_it_and_forgets_what_leaves(rig, module):
-    # A board card is asked of nobody, and draws 95 W.
+    # A main board is asked of nobody, and draws 95 W.
     rig.cgctl("card", "plug", "1/1/0", "--type", 999, "--node-type", "mb", "--name", "uplink")
     rig.start_master("power")
     command = (BUILT / "power_budget", "power", EXAMPLES / "power_budget" / "power.table")

@@ -103,7 +103,7 @@ class CheckModule:
                 self._store.close()
 
     def card(self, request):
-        """What the chassis' manager knows of a card: its name, and the packed description of its type.
+        """What the device manager knows of a card: its name, and the packed description of its type.
 
         {} when the card is gone by now.
         """

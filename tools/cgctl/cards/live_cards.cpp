@@ -65,7 +65,7 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     }
     modules_asked_at_ = now();
     if (!past_.problem.empty()) {
-        session.notice(visible(past_.problem) + ": what was before now is not known");
+        session.notice(visible(past_.problem) + ": earlier events are unavailable");
     }
     daemon_ = ask_daemon(session.socket);
     events_.set_daemons_reasons(reasons_in(daemon_));

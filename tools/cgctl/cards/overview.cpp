@@ -78,7 +78,7 @@ void prime(CardTracker &tracker, const DaemonView &daemon, const Past &past,
 std::string recorder_away_text(const Past &past, Time now)
 {
     const auto age = std::chrono::duration_cast<std::chrono::milliseconds>(now - past.alive_at.value_or(now));
-    return "cg_recorderd, which writes the history at " + visible(past.file) + ", has been away for " +
+    return "cg_recorderd, which writes the history at " + visible(past.file) + ", has written nothing for " +
            span_text(age) + ": what happened since then is not in it";
 }
 

@@ -33,9 +33,9 @@ std::string not_recorded_text(const Heartbeat &heartbeat, admission::Time now)
     if (!heartbeat.at) {
         return "nothing was recorded yet; is cg_recorderd running?";
     }
-    return heartbeat.is_old(now)
-               ? "nothing is recorded since " + clock_text(*heartbeat.at, now) + "; is cg_recorderd running?"
-               : "";
+    return heartbeat.is_old(now) ? "nothing has been recorded since " + clock_text(*heartbeat.at, now) +
+                                       "; is cg_recorderd running?"
+                                 : "";
 }
 
 Heartbeat read_heartbeat(const std::string &file)

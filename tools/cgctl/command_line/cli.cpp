@@ -127,7 +127,7 @@ std::string usage_message(const CLI::App &app, const CLI::ParseError &error)
                suggestion(*word, names);
     }
     if (verb_wanted && extras.empty() && error.get_name() == "RequiredError") {
-        return full_name(last) + " wants a verb; " + suggestion("", names);
+        return full_name(last) + " requires a verb; " + suggestion("", names);
     }
     // What a check refuses it explains itself.
     return visible(error.what()) + (error.get_name() == "ValidationError" ? "" : where);

@@ -13,6 +13,7 @@
 #include <tuple>
 
 #include "base/text.h"
+#include "base/times.h"
 #include "cards/cards.h"
 #include "modules/contract.h"
 #include "p_libpub.pb-c.h"
@@ -113,13 +114,14 @@ const RecordType *type_of(const std::string &key)
 // the check has been open; it has to be asked before we read the records ourselves.
 Finding check_open_checks(Examination &examination)
 {
-    constexpr int32_t database = 1;
-    const std::string type = "p_libpub.app_cg_card_check_info";
+    const int32_t database = home_of(p_libpub__app_cg_card_check_info__descriptor);
+    const std::string type = p_libpub__app_cg_card_check_info__descriptor.name;
     const store::Inspected requests = examination.ask({"SMEMBERS", store::index_key(type)}, database);
     if (requests.is_error()) {
         return refused(requests, '`' + examination.redis_cli("DEL " + store::index_key(type), database) +
                                      "`, then " + restart);
     }
+    const std::string longest = seconds_text(longest_check);
     std::vector<std::string> open;
     for (const store::Inspected &request : requests.items) {
         const store::Inspected age = examination.ask({"OBJECT", "IDLETIME", request.text}, database);
@@ -135,9 +137,9 @@ Finding check_open_checks(Examination &examination)
             std::replace(card.begin(), card.end(), ':', '/');
         }
         std::sort(open.begin(), open.end());
-        return {Severity::fail, "checks open for more than 300 seconds: " + listed(open), restart};
+        return {Severity::fail, "checks open for more than " + longest + ": " + listed(open), restart};
     }
-    return {Severity::ok, "none is open for more than 300 seconds"};
+    return {Severity::ok, "none is open for more than " + longest};
 }
 
 Finding check_records(Examination &examination)

@@ -7,6 +7,7 @@
 
 #include <random>
 
+#include "records/record_types.h"
 #include "store/codec/names.h"
 #include "store/functions.h"
 
@@ -19,7 +20,7 @@ namespace
 constexpr const char *canary_type = "@canary";
 constexpr const char *canary_field = "6";
 
-std::string databases(const std::vector<std::string> &numbers)
+std::string databases_text(const std::vector<std::string> &numbers)
 {
     return (numbers.size() == 1 ? "database " : "databases ") + listed(numbers);
 }
@@ -56,7 +57,7 @@ std::string registration_problem(const Examination &examination, const store::In
     }
     return value_of(runs, "library") == store::library_digest()
                ? ""
-               : "the functions were registered in another version";
+               : "the functions registered are of another version";
 }
 
 std::string item(const std::string &text)
@@ -183,7 +184,7 @@ Finding check_data_set(Examination &examination)
 {
     std::vector<std::string> wrong;
     std::string problem;
-    for (const int32_t database : daemon_databases) {
+    for (const int32_t database : databases()) {
         const store::Inspected set = examination.ask({"GET", store::data_set_key}, database);
         const store::Inspected runs = examination.ask({"HGETALL", store::runs_key}, database);
         for (const store::Inspected *reply : {&set, &runs}) {
@@ -200,22 +201,22 @@ Finding check_data_set(Examination &examination)
         }
     }
     if (!wrong.empty()) {
-        return {Severity::fail, databases(wrong) + ": " + problem,
+        return {Severity::fail, databases_text(wrong) + ": " + problem,
                 examination.cgctl("list") + " as a user who may register it: the daemon or an administrator"};
     }
-    return {Severity::ok, "the server's present run is registered in 1, 28 and 33"};
+    return {Severity::ok, "the server's present run is registered in each database"};
 }
 
 Finding check_notifications(Examination &examination)
 {
-    for (const int32_t database : daemon_databases) {
+    for (const int32_t database : databases()) {
         Finding finding = Canary(examination, database).fly();
         if (finding.severity != Severity::ok) {
-            finding.found = databases({std::to_string(database)}) + ": " + finding.found;
+            finding.found = databases_text({std::to_string(database)}) + ": " + finding.found;
             return finding;
         }
     }
-    return {Severity::ok, "a canary arrived in 1, 28 and 33"};
+    return {Severity::ok, "a canary arrived in each database"};
 }
 
 } // namespace cg

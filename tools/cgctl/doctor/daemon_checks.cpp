@@ -93,12 +93,13 @@ Finding check_daemon_connections(Examination &examination)
     for (const ClientLine &client : examination.clients()) {
         if (client.name == daemon_name) {
             connected.insert(client.db);
-            channels += client.db == 1 ? client.channels : 0;
-            patterns += client.db == 1 ? client.patterns : 0;
+            const bool is_host = client.db == home_of(p_dev__card_info__descriptor);
+            channels += is_host ? client.channels : 0;
+            patterns += is_host ? client.patterns : 0;
         }
     }
     std::vector<std::string> missing;
-    for (const int32_t database : daemon_databases) {
+    for (const int32_t database : databases()) {
         if (!connected.contains(database)) {
             missing.push_back(std::to_string(database));
         }
@@ -115,14 +116,13 @@ Finding check_daemon_connections(Examination &examination)
         return {Severity::fail, "the daemon is connected, but has not subscribed to all that it acts on",
                 restart};
     }
-    return {Severity::ok, "connected to 1, 28 and 33, and listening"};
+    return {Severity::ok, "connected to each database, and listening"};
 }
 
 Finding check_daemon_modules(Examination &examination)
 {
     if (!examination.daemon_modules) {
-        return {Severity::skipped,
-                "the daemon's output no longer comes here since it wrote its collect file"};
+        return {Severity::skipped, "the daemon's output has gone to its collect file since \"collect\""};
     }
     const std::vector<std::string> &names = *examination.daemon_modules;
     const std::set<std::string> known(names.begin(), names.end());

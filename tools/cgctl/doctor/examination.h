@@ -22,8 +22,6 @@
 namespace cg
 {
 
-// The databases that the daemon works with.
-inline constexpr int32_t daemon_databases[] = {1, 28, 33};
 inline constexpr const char *daemon_name = "app_cg";
 
 // A client of the server, as the server lists it.

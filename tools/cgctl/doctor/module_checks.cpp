@@ -5,6 +5,7 @@
 #include <map>
 
 #include "base/text.h"
+#include "base/times.h"
 
 namespace cg
 {
@@ -15,6 +16,11 @@ namespace
 std::string path_of(const Examination &examination, const std::string &file_name)
 {
     return shell_word(examination.module_folder + '/' + file_name);
+}
+
+std::string right_length()
+{
+    return "at most " + std::to_string(longest_module_name) + " bytes";
 }
 
 // A name that an acknowledgement can carry and a person can read.
@@ -47,10 +53,11 @@ Finding check_module_count(Examination &examination)
 {
     const std::vector<ModuleEntry> &entries = examination.modules.entries;
     if (entries.size() <= most_modules) {
-        return {Severity::ok, std::to_string(entries.size()) + " of at most 16"};
+        return {Severity::ok, std::to_string(entries.size()) + " of at most " + std::to_string(most_modules)};
     }
     std::vector<std::string> ignored;
-    std::string fix = "keep 16: remove those that are not needed, if it is these: `rm -r";
+    std::string fix =
+        "keep " + std::to_string(most_modules) + "; if these are not needed, remove them: `rm -r";
     for (std::size_t i = most_modules; i < entries.size(); ++i) {
         ignored.push_back(in_quotes(entries[i].file_name));
         fix += ' ' + path_of(examination, entries[i].file_name);
@@ -69,12 +76,12 @@ Finding check_module_names(Examination &examination)
         if (!is_usable(entry.name)) {
             wrong.push_back("no module can have the name " + in_quotes(entry.name) +
                             (is_cut ? ", which is what " + in_quotes(entry.file_name) + " is cut to" : ""));
-            fixes.push_back("give the entry a name of at most 15 bytes, UTF-8 without control characters "
-                            "(`ls -b " +
+            fixes.push_back("give the entry a name of " + right_length() +
+                            ", UTF-8 without control characters (`ls -b " +
                             shell_word(examination.module_folder) + "` shows it)");
         } else if (is_cut) {
             wrong.push_back(in_quotes(entry.file_name) + " is cut to " + in_quotes(entry.name));
-            fixes.push_back("let the module answer by a name of at most 15 bytes, and `mv " +
+            fixes.push_back("have the module answer under a name of " + right_length() + ", and `mv " +
                             path_of(examination, entry.file_name) + ' ' + path_of(examination, entry.name) +
                             '`');
         }
@@ -82,7 +89,7 @@ Finding check_module_names(Examination &examination)
     if (!wrong.empty()) {
         return {Severity::fail, listed(wrong), listed(fixes)};
     }
-    return {Severity::ok, "at most 15 bytes each, as modules can have them"};
+    return {Severity::ok, right_length() + " each, as modules can have them"};
 }
 
 // The daemon knows the first by the name; the others' bits are cleared by nobody.
@@ -101,10 +108,12 @@ Finding check_duplicates(Examination &examination)
                 quoted.push_back(in_quotes(entry));
             }
             wrong.push_back(listed(quoted) + " are both " + in_quotes(name) +
-                            " to the daemon, so every card waits 300 seconds for the second");
+                            " to the daemon, so every card waits " + seconds_text(check_timeout) +
+                            " for the second");
             for (std::size_t i = 1; i < duplicates.size(); ++i) {
                 fixes.push_back("`rm -r " + path_of(examination, duplicates[i]) +
-                                "`, or a name that differs in its first 15 bytes");
+                                "`, or a name that differs in its first " +
+                                std::to_string(longest_module_name) + " bytes");
             }
         }
     }

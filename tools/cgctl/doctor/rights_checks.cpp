@@ -8,6 +8,7 @@
 #include "acl/acl_check.h"
 #include "acl/acl_users.h"
 #include "base/text.h"
+#include "base/times.h"
 #include "loop/settings.h"
 #include "store/codec/names.h"
 
@@ -69,7 +70,7 @@ std::string list_of_users(Examination &examination)
 
 Finding without_users(const Examination &examination)
 {
-    return {Severity::skipped, examination.has_users ? "the only user may do everything"
+    return {Severity::skipped, examination.has_users ? "no access list: the only user may do everything"
                                                      : "the server does not report its users"};
 }
 
@@ -90,8 +91,8 @@ Finding absent_modules(const Examination &examination, const std::vector<ModuleE
     const bool is_one = names.size() == 1;
     return {Severity::warn,
             (is_one ? "the module " : "the modules ") + joined({names.begin(), names.end()}) +
-                (is_one ? " is" : " are") + " not connected to the store: every card waits 300 seconds for " +
-                (is_one ? "it" : "them") + " and is then admitted",
+                (is_one ? " is" : " are") + " not connected to the store: every card waits " +
+                seconds_text(check_timeout) + " for " + (is_one ? "it" : "them") + " and is then admitted",
             std::string("start ") + (is_one ? "the module as the user " : "each module as its user, ") +
                 joined({users.begin(), users.end()}) + ", or remove " +
                 (absent.size() == 1 ? "its entry" : "the entries of those that are not wanted") + ": `rm -r" +

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "base/text.h"
+#include "records/record_types.h"
 #include "store/connection/configuration.h"
 
 namespace cg
@@ -142,14 +143,14 @@ Finding check_server_role(Examination &examination)
 
 Finding check_databases(Examination &examination)
 {
-    for (const int32_t database : daemon_databases) {
+    for (const int32_t database : databases()) {
         const store::Inspection &server = examination.server(database);
         if (!server.is_open()) {
             return {Severity::fail, server.problem(),
                     "put `databases 64` into the server's configuration file and restart the server"};
         }
     }
-    return {Severity::ok, "1, 28 and 33 are there"};
+    return {Severity::ok, "those of the records are there"};
 }
 
 Finding check_eviction(Examination &examination)

@@ -133,7 +133,7 @@ struct EventForm {
         case CardChange::Kind::plugged:
             return "plugged, " + type + (change.card.online ? ", online" : ", offline");
         case CardChange::Kind::changed:
-            return "another card, or other facts of it: " + type;
+            return "replaced, or its data changed: " + type;
         case CardChange::Kind::online:
             return "online";
         case CardChange::Kind::offline:
@@ -142,12 +142,15 @@ struct EventForm {
             return "pulled";
         }
     }
-    std::string operator()(const Asked &asked) const { return "asked " + visible(joined(asked.modules)); }
+    std::string operator()(const Asked &asked) const
+    {
+        return "check requested" + (asked.modules.empty() ? "" : " of " + visible(joined(asked.modules)));
+    }
     std::string operator()(const admission::Answer &answer) const { return answer_text(answer); }
     std::string operator()(const admission::Decision &decision) const { return decision_text(decision); }
     std::string operator()(const PowerChange &power) const
     {
-        return power.off ? "asked to be powered off" : "no longer asked to be powered off";
+        return power.off ? "power-off requested" : "power-off request withdrawn";
     }
     std::string operator()(const RoleChange &role) const
     {
@@ -159,7 +162,7 @@ struct EventForm {
         const std::string which = "database " + std::to_string(store.db);
         return store.connected
                    ? "the store is back, " + which + (store.same_data ? "" : ", with other data than before")
-                   : "lost the store, " + which + "; connecting again";
+                   : "lost the store, " + which + "; reconnecting";
     }
     std::string operator()(const DaemonChange &daemon) const
     {
@@ -170,14 +173,14 @@ struct EventForm {
     std::string operator()(const RecorderChange &recorder) const
     {
         return recorder.at_work
-                   ? "cg_recorderd is at work again"
+                   ? "cg_recorderd is running again"
                    : "cg_recorderd has written nothing since " + clock_text(recorder.alive_at, at);
     }
     std::string operator()(const HistoryChange &history) const
     {
         return history.problem.empty()
                    ? "the history can be read again"
-                   : "whether cg_recorderd is at work is not known: " + visible(history.problem);
+                   : "whether cg_recorderd is running is not known: " + visible(history.problem);
     }
 };
 
@@ -283,10 +286,11 @@ Tone tone_of(const ModuleFigures &module)
 std::string note_on(const ModuleFigures &module, Time now)
 {
     const history::ModuleStatistics &numbers = module.numbers;
+    const std::string longest_wait = "every card waits " + seconds_text(check_timeout) + " for it";
     if (module.fell_silent()) {
         const int64_t checks = numbers.silences_since;
         return "SILENT SINCE " + clock_text(numbers.last->at, now) + ": " + std::to_string(checks) +
-               (checks == 1 ? " check" : " checks") + " ended without it, every card waits 300 s for it";
+               (checks == 1 ? " check" : " checks") + " ended without it, " + longest_wait;
     }
     if (module.never_answered() && !module.asked) {
         return "has not been waited for yet";
@@ -295,10 +299,10 @@ std::string note_on(const ModuleFigures &module, Time now)
         return "first asked: " + waited_for_text(numbers);
     }
     if (module.never_answered()) {
-        return "NEVER ANSWERED: every card waits 300 s for it";
+        return "NEVER ANSWERED: " + longest_wait;
     }
     if (module.is_stranger()) {
-        return "not registered: its answers are passed over";
+        return "not registered: its answers are ignored";
     }
     return numbers.waited_for > 0 ? waited_for_text(numbers) : "";
 }

@@ -95,8 +95,8 @@ CursesScreen::CursesScreen(bool colour)
     screen_ = newterm(nullptr, stdout, stdin);
     if (screen_ == nullptr) {
         const char *kind = getenv("TERM");
-        throw Failure(failed, "nothing is known of a terminal of the kind TERM=" +
-                                  visible(kind == nullptr ? "" : kind) + "; use `cgctl watch --lines`");
+        throw Failure(failed, "unknown terminal type TERM=" + visible(kind == nullptr ? "" : kind) +
+                                  "; use `cgctl watch --lines`");
     }
     (void)cbreak();
     (void)noecho();

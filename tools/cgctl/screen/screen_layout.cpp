@@ -80,7 +80,7 @@ Drawn draw(Screen &screen, Size size)
     Canvas &canvas = drawn.canvas;
     if (size.width < least_screen.width || size.height < least_screen.height) {
         canvas.put(0, 0, "This terminal is too small:", size.width);
-        canvas.put(0, 1, "40x10 is the least. q quits.", size.width);
+        canvas.put(0, 1, "40x10 at least. q quits.", size.width);
         return drawn;
     }
     const std::size_t events = std::clamp((size.height - fixed_lines) / 4, least_events, most_events);

@@ -47,12 +47,11 @@ std::vector<std::string> words_of(const std::string &line)
 void print_notes(const Session &session, const ssat::Reply &reply)
 {
     if (!reply.output_at.empty()) {
-        session.notice(
-            "the daemon's standard output is no longer what it was started with; the output went to " +
-            visible(reply.output_at));
+        session.notice("the daemon's standard output was redirected; the output went to " +
+                       visible(reply.output_at));
     }
     if (reply.truncated) {
-        session.notice("the output was longer; this is its beginning");
+        session.notice("output truncated");
     }
 }
 

@@ -174,7 +174,8 @@ void add_acl(CLI::App &app, Session &session)
         "  cgctl acl --check");
     auto options = std::make_shared<AclOptions>();
     verb->add_option("--modules", options->modules,
-                     "The folder that names the check modules (default /etc/app_cg/deny_check)")
+                     std::string("The folder that names the check modules (default ") +
+                         default_module_folder + ')')
         ->type_name("FOLDER");
     verb->add_option("--secrets", options->secrets,
                      "The folder with a file of credentials for each user, named like the user")

@@ -7,6 +7,7 @@
 #include <protobuf-c/protobuf-c.h>
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,9 @@ struct RecordType {
 
 // The usual database of a type; -1 when there is none.
 int32_t home_of(const ProtobufCMessageDescriptor &type);
+
+// The databases that record types live in.
+const std::set<int32_t> &databases();
 
 // Every record type, in the order of the schemas.
 const std::vector<RecordType> &record_types();

@@ -158,7 +158,7 @@ TEST(DaemonView, OneThatAnswersOtherwiseIsNotSilent)
     const Shell shell(folder.path("shell"), {printed("", "/tmp/collect")});
     const DaemonView daemon = ask_for_modules(folder.path("shell"));
     EXPECT_FALSE(daemon.is_silent);
-    EXPECT_EQ(daemon.problem, "the daemon's output no longer comes here since it wrote its collect file");
+    EXPECT_EQ(daemon.problem, "the daemon's output has gone to its collect file since \"collect\"");
 }
 
 } // namespace

@@ -109,13 +109,14 @@ TEST_F(CardEventsTest, ACheckIsTold)
     result(false);
     power(false);
     EXPECT_THAT(texts(),
-                ElementsAre("plugged 1/3/0 lc: plugged, lc, online", "asked 1/3/0 lc: asked m1, m2",
-                            "answer 1/3/0 lc: m1 PASS after 1 s", "answer 1/3/0 lc: m2 DENY after 2 s",
+                ElementsAre("plugged 1/3/0 lc: plugged, lc, online",
+                            "asked 1/3/0 lc: check requested of m1, m2", "answer 1/3/0 lc: m1 PASS after 1 s",
+                            "answer 1/3/0 lc: m2 DENY after 2 s",
                             "decision 1/3/0 lc: denied by m2: m2 not compatible",
-                            "power 1/3/0 lc: asked to be powered off"));
+                            "power 1/3/0 lc: power-off requested"));
     request(false, gone);
     power(false, gone);
-    EXPECT_THAT(texts(), ElementsAre("power 1/3/0 lc: no longer asked to be powered off"));
+    EXPECT_THAT(texts(), ElementsAre("power 1/3/0 lc: power-off request withdrawn"));
 }
 
 TEST_F(CardEventsTest, AnswersOfStrangersAreToldAsSuch)
@@ -137,7 +138,7 @@ TEST_F(CardEventsTest, ComingAndGoingIsTold)
     card(false, "another");
     card(false, "another", false, gone);
     EXPECT_THAT(texts(), ElementsAre("plugged 1/3/0 lc: plugged, lc, offline", "online 1/3/0 lc: online",
-                                     "changed 1/3/0 another: another card, or other facts of it: lc",
+                                     "changed 1/3/0 another: replaced, or its data changed: lc",
                                      "offline 1/3/0 another: offline", "pulled 1/3/0 another: pulled"));
 }
 
@@ -149,7 +150,7 @@ TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
     events.store_heard({1, false}, now);
     events.store_heard({1, true, true}, now);
     card(false, "lc", true);
-    EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1; connecting again",
+    EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1; reconnecting",
                                      "store the store is back, database 1",
                                      "offline 1/3/0 lc: offline (while the store was away)"));
 }
@@ -206,7 +207,7 @@ TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
     EXPECT_THAT(texts(),
                 ElementsAre("decision 1/3/0 lc: withdrawn while waiting for m2: the daemon was started "
                             "afresh",
-                            "asked 1/3/0 lc: asked m1, m2"));
+                            "asked 1/3/0 lc: check requested of m1, m2"));
 }
 
 TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWithItsResult)
@@ -261,7 +262,7 @@ TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
     EXPECT_EQ(event_json(told.at(0))["at_work"], false);
     EXPECT_EQ(event_json(told.at(0))["alive_at"], utc_text(now - 1min));
     events.heartbeat_read({now}, now);
-    EXPECT_EQ(texts().at(1), "recorder cg_recorderd is at work again");
+    EXPECT_EQ(texts().at(1), "recorder cg_recorderd is running again");
     EXPECT_EQ(events.health().text(now), "");
 }
 
@@ -290,7 +291,7 @@ TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
     events.heartbeat_read({now}, now);
     EXPECT_EQ(event_json(told.at(1))["problem"], nullptr);
     EXPECT_THAT(texts(),
-                ElementsAre("recorder whether cg_recorderd is at work is not known: no history at /x\\n",
+                ElementsAre("recorder whether cg_recorderd is running is not known: no history at /x\\n",
                             "recorder the history can be read again"));
     EXPECT_EQ(events.health().text(now), "");
 }

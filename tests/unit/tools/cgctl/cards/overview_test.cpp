@@ -243,7 +243,7 @@ TEST_F(OverviewTest, ARecorderThatIsAwayIsNamed)
     plug(2);
     writer_.alive(now - 10min);
     EXPECT_THAT(list({"list"}).err,
-                HasSubstr("has been away for 10 min: what happened since then is not in it"));
+                HasSubstr("has written nothing for 10 min: what happened since then is not in it"));
 }
 
 TEST_F(OverviewTest, WatchSaysAtOnceWhoIsAwayAndTellsOfAReturn)
@@ -254,9 +254,9 @@ TEST_F(OverviewTest, WatchSaysAtOnceWhoIsAwayAndTellsOfAReturn)
     EXPECT_TRUE(
         watch->says("cgctl: the daemon does not answer, so cards that come now may start unchecked: "))
         << watch->err();
-    EXPECT_TRUE(watch->says("has been away for 10 min")) << watch->err();
+    EXPECT_TRUE(watch->says("has written nothing for 10 min")) << watch->err();
     writer_.alive(std::chrono::system_clock::now());
-    EXPECT_TRUE(watch->prints(" cg_recorderd is at work again\n")) << watch->out();
+    EXPECT_TRUE(watch->prints(" cg_recorderd is running again\n")) << watch->out();
     watch->send(SIGTERM);
     EXPECT_EQ(watch->wait(), 0);
 }
@@ -267,7 +267,7 @@ TEST_F(OverviewTest, WatchMissesAHistoryThatGoesAndFindsItAgain)
         start_cgctl({"--socket", folder_.path("none"), "watch", "--lines", "--history", folder_.path("h")});
     EXPECT_TRUE(watch->says("listening")) << watch->err();
     std::filesystem::rename(folder_.path("h"), folder_.path("aside"));
-    EXPECT_TRUE(watch->prints(" whether cg_recorderd is at work is not known: no history at " +
+    EXPECT_TRUE(watch->prints(" whether cg_recorderd is running is not known: no history at " +
                               folder_.path("h") + "; cg_recorderd writes it\n"))
         << watch->out();
     std::filesystem::rename(folder_.path("aside"), folder_.path("h"));

@@ -71,7 +71,7 @@ TEST(Usage, UnknownVerbsGetTheNearestOnes)
 {
     EXPECT_EQ(refused({"lits"}), "unknown verb \"lits\" of cgctl; nearest: list\n");
     EXPECT_EQ(refused({"card", "plugg", "1/3"}), "unknown verb \"plugg\" of cgctl card; nearest: plug\n");
-    EXPECT_NE(refused({"module"}).find("wants a verb; one of: run"), std::string::npos);
+    EXPECT_NE(refused({"module"}).find("requires a verb; one of: run"), std::string::npos);
 }
 
 TEST(Usage, WrongOptionsAndArgumentsAreNamed)

@@ -44,8 +44,8 @@ std::vector<std::filesystem::path> pages(const std::vector<std::string> &suffixe
 std::string problem_of(const ShellText &shown, const CommandLine &command)
 {
     const std::string problem = usage_problem(command);
-    const bool only_short =
-        problem.find("is required") != std::string::npos || problem.find("wants a verb") != std::string::npos;
+    const bool only_short = problem.find("is required") != std::string::npos ||
+                            problem.find("requires a verb") != std::string::npos;
     return shown.in_a_sentence && only_short ? "" : problem;
 }
 

@@ -174,7 +174,7 @@ TEST_F(DoctorOfTheDaemon, FindsChecksThatDoNotEnd)
     let_it_age(request_key, 400);
     const Told told = examine("open-checks");
     EXPECT_EQ(told.state, "fail");
-    EXPECT_EQ(told.found, "checks open for more than 300 seconds: 1/3/0");
+    EXPECT_EQ(told.found, "checks open for more than 310 s: 1/3/0");
     cgctl({"del", "app_cg_card_check_info", "devid=1", "slotid=3"});
     EXPECT_EQ(examine("open-checks").state, "ok");
 }

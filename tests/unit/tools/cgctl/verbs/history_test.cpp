@@ -90,7 +90,7 @@ TEST_F(HistoryVerbs, ALineForEachDecisionWithWhatLiesBetween)
         "2023-11-15 12:06:40  1/2/0  fan\\n2 (serial 0a)  admitted by time-out of m2  after 2 s  as master"
         "  (not known in full)\n");
     EXPECT_EQ(outcome.err,
-              "cgctl: nothing is recorded since 2023-11-15 12:08:20; is cg_recorderd running?\n");
+              "cgctl: nothing has been recorded since 2023-11-15 12:08:20; is cg_recorderd running?\n");
 }
 
 TEST_F(HistoryVerbs, FiltersAndNotFound)
@@ -217,7 +217,7 @@ TEST_F(HistoryVerbs, ModulesThatNeverAnswerAndStrangersAreMarked)
         const std::string text = outcome.out.substr(line + 1, outcome.out.find('\n', line + 1) - line - 1);
         EXPECT_THAT(text, HasSubstr(note));
     }
-    EXPECT_THAT(outcome.out, HasSubstr("not registered: its answers are passed over"));
+    EXPECT_THAT(outcome.out, HasSubstr("not registered: its answers are ignored"));
     std::vector<std::string> as_json = arguments;
     as_json.emplace_back("--json");
     const Json modules = run_cgctl(as_json).json()["modules"];
