@@ -13,7 +13,10 @@ void Messages::write(const char *file, const char *func, long line, int32_t leve
     const std::string text = log_text(format, values);
     va_end(values);
     if (handler_) {
-        handler_(level, text);
+        try {
+            handler_(level, text);
+        } catch (...) { // it must not: this may be called from C, and where nothing may throw
+        }
     } else {
         log_line(file, func, line, level, text);
     }

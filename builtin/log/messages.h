@@ -18,7 +18,8 @@ namespace platform
 class Messages
 {
 public:
-    // level  of enum LogLevel. text: one line without control characters.
+    // level  of enum LogLevel. text: one line without control characters. Must not throw (what it throws is
+    // dropped), nor call the part that it receives the messages of, which may be in the middle of something.
     using Handler = std::function<void(int32_t level, const std::string &text)>;
 
     // An empty handler: everything goes to the log of the module, and to standard error what the one

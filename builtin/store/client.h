@@ -7,8 +7,8 @@
 // A database is one numbered database of the store's server; records are found and kept by their type's
 // descriptor. All of it belongs to the loop's thread. Calls wait for the store: they ride out a lost
 // connection, and fail after a deadline. Handlers are called from the loop only, with the exception of
-// scan(). What a handler throws ends the loop, see loop/loop.h; what it is given dies with its return. It may
-// make any call and end any subscription, but must not destroy the client.
+// scan() and of Options::notice. What a handler throws ends the loop, see loop/loop.h; what it is given dies
+// with its return. It may make any call and end any subscription, but must not destroy the client.
 #ifndef STORE_CLIENT_H
 #define STORE_CLIENT_H
 
@@ -43,8 +43,9 @@ struct Options {
     std::string name{};           // how the server lists the client; empty: as the context is named
     std::optional<Place> place{}; // nothing: as the settings say
     // Receives what the client has to say besides the reasons of calls that fail and the events of
-    // connections: level (enum LogLevel of log/platform_log.h) and text, one line. Empty: all of it, reasons
-    // and events included, goes to the module's log.
+    // connections: level (enum LogLevel of log/platform_log.h) and text, one line. Called from within any
+    // call, and from the loop: it must not throw (what it throws is dropped), nor make a call of the client.
+    // Empty: all of it, reasons and events included, goes to the module's log.
     std::function<void(int32_t level, const std::string &text)> notice{};
 };
 
