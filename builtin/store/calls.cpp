@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <utility>
 
 #include "log/text.h"
 #include "loop/platform_context.h"
@@ -200,9 +201,8 @@ bool Calls::confirm_data_set()
 {
     const Answer answer = ask(data_set_.questions(), Purpose::read);
     DataSet::Answers answers;
-    std::string problem = "no answer";
+    std::string problem = answer.status.reason;
     if (!answer.status || !data_set_.read(answer.replies, answers, problem)) {
-        notify(answer.status);
         loop_.drop("the store's data cannot be identified: " + problem);
         return false;
     }
@@ -218,10 +218,18 @@ Calls::Returned Calls::examine_returned()
 {
     bool other = data_ == Data::doubted;
     data_ = Data::examined;
-    if (!identify_returned(other)) {
+    const std::string problem = identify_returned(other);
+    if (!problem.empty()) {
         data_ = other ? Data::doubted : Data::believed;
+        // Nobody knows yet that the connection was back, so its loss is no event: this is all that a handler
+        // of messages hears of it.
+        if (!shared_.messages.go_to_log() && std::exchange(unidentified_, problem) != problem) {
+            LOG_TO(shared_.messages, platform::log_error, "database %d: %s", number_, problem.c_str());
+        }
+        loop_.drop(problem);
         return Returned::unidentified;
     }
+    unidentified_.clear();
     data_ = Data::believed;
     const bool is_same = !other && !write_given_up_;
     write_given_up_ = false;
@@ -229,8 +237,9 @@ Calls::Returned Calls::examine_returned()
 }
 
 // Compares the data that came back with the known data and adopts it. `other` becomes true when it differs.
-// Returns false when the store did not answer, or both connections do not see the same data.
-bool Calls::identify_returned(bool &other)
+// Returns why it cannot be: the store did not answer, or both connections do not see the same data. Empty
+// when it was.
+std::string Calls::identify_returned(bool &other)
 {
     Answer answer = ask(data_set_.questions(), Purpose::read);
     if (answer.status.code == other_data_set || other) {
@@ -241,23 +250,21 @@ bool Calls::identify_returned(bool &other)
         answer = ask(data_set_.questions(), Purpose::read);
     }
     DataSet::Answers answers;
-    std::string problem = "no answer";
+    std::string problem = answer.status ? "the connection is lost again" : answer.status.reason;
     if (!answer.status || !loop_.is_up() || !data_set_.read(answer.replies, answers, problem)) {
-        loop_.drop("the store's data cannot be identified: " + problem);
-        return false;
+        return "the store's data cannot be identified: " + problem;
     }
     // The identity may have been given after the connection on the loop asked for it.
     if (loop_.run() != answers.server.run() ||
         (!loop_.data_set_id().empty() && loop_.data_set_id() != answers.id)) {
         sync_.close();
-        loop_.drop("the connections reach different data");
-        return false;
+        return "the connections reach different data";
     }
     if (!data_set_.is_same(answers)) {
         other = true;
         data_set_.adopt(answers);
     }
-    return true;
+    return {};
 }
 
 std::string Calls::new_mark()

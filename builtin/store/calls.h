@@ -116,7 +116,7 @@ private:
     Outcome identify(Clock::time_point deadline, DataSet::Answers &answers);
     Outcome register_run(Clock::time_point deadline, DataSet::Answers &answers);
     Answer load_and_call(const std::vector<Command> &call);
-    bool identify_returned(bool &other);
+    std::string identify_returned(bool &other);
     void note_replicas(const redisReply *reply);
     Answer give_up(Purpose purpose, const std::string &problem);
     Answer refuse();
@@ -133,6 +133,7 @@ private:
     bool writes_refused_ = false; // by a server that answers, for a reason that may pass
     std::string logged_problem_;  // the last one logged, so that each is logged once
     std::string logged_oddity_;
+    std::string unidentified_; // why the data that came back could not be identified, the last time
     std::string channel_prefix_;
 };
 
