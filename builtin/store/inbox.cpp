@@ -111,12 +111,11 @@ void Inbox::on_subscribed(std::string_view watched)
     }
 }
 
-void Inbox::on_refused(const std::string &problem)
+void Inbox::on_refused(std::string_view watched, const std::string &problem)
 {
-    const auto waiting = std::find_if(subscriptions_.begin(), subscriptions_.end(),
-                                      [](const auto &known) { return known->awaits_confirmation(); });
-    if (waiting != subscriptions_.end()) {
-        (*waiting)->on_refused(problem);
+    const auto subscription = subscription_of(watched);
+    if (subscription != nullptr && subscription->awaits_confirmation()) {
+        subscription->on_refused(problem);
         shared_.schedule_turn();
     }
 }

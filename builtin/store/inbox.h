@@ -54,7 +54,7 @@ private:
     void on_lost(const std::string &problem) override;
     void on_failed(const std::string &problem, bool lasting) override;
     void on_subscribed(std::string_view watched) override;
-    void on_refused(const std::string &problem) override;
+    void on_refused(std::string_view watched, const std::string &problem) override;
     void on_message(std::string_view watched, std::string_view channel, std::string_view payload) override;
     void on_pong() override;
     void on_checked() override;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cassert>
 #include <exception>
+#include <utility>
 
 #include "store/codec/names.h"
 #include "store/connection/server_info.h"
@@ -62,16 +63,19 @@ void AsyncConnection::drop(const std::string &problem)
 
 void AsyncConnection::subscribe(const std::string &channel)
 {
-    if (is_up()) {
-        stream_->append({"SUBSCRIBE", channel});
-        watch();
-    }
+    ask_for("SUBSCRIBE", channel);
 }
 
 void AsyncConnection::subscribe_all(const std::string &pattern)
 {
+    ask_for("PSUBSCRIBE", pattern);
+}
+
+void AsyncConnection::ask_for(const char *command, const std::string &watched)
+{
     if (is_up()) {
-        stream_->append({"PSUBSCRIBE", pattern});
+        asked_.push_back(watched);
+        stream_->append({command, watched});
         watch();
     }
 }
@@ -268,7 +272,7 @@ void AsyncConnection::finish_handshake()
         return;
     }
     run_ = server.run();
-    data_set_id_ = text_of(answers[2].get());
+    data_set_id_ = is_error(answers[2].get()) ? "" : text_of(answers[2].get());
     pings_ = 0;
     handshake_replies_.clear();
     state_ = State::up;
@@ -287,6 +291,9 @@ void AsyncConnection::dispatch(const redisReply &reply)
         observer_->on_message(view_of(reply.element[1]), view_of(reply.element[1]),
                               view_of(reply.element[2]));
     } else if (is_kind(reply, "subscribe", 3) || is_kind(reply, "psubscribe", 3)) {
+        if (!asked_.empty()) {
+            asked_.pop_front();
+        }
         observer_->on_subscribed(view_of(reply.element[1]));
     } else if (view_of(&reply) == health_mark ||
                (is_kind(reply, "pong", 2) && view_of(reply.element[1]) == health_mark)) {
@@ -294,9 +301,12 @@ void AsyncConnection::dispatch(const redisReply &reply)
         observer_->on_checked();
     } else if (is_kind(reply, "pong", 2)) {
         observer_->on_pong();
-    } else if (is_error(&reply)) {
-        // Nothing but subscriptions and pings is sent, and a ping is never refused.
-        observer_->on_refused(text_of(&reply));
+    } else if (is_error(&reply) && !asked_.empty()) {
+        // Nothing but subscriptions and pings is sent, and a ping is never refused. Answers come in the order
+        // asked.
+        const std::string watched = std::move(asked_.front());
+        asked_.pop_front();
+        observer_->on_refused(watched, text_of(&reply));
     }
 }
 
@@ -309,6 +319,7 @@ void AsyncConnection::retry(const std::string &problem, bool lasting)
     io_.reset();
     stream_.reset();
     search_.reset();
+    asked_.clear();
     state_ = State::pausing;
     arm_timer(pause_);
     pause_ = std::min(pause_ * 2, longest_pause);

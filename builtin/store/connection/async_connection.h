@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,7 +42,7 @@ public:
     virtual void on_failed(const std::string &problem, bool lasting) = 0;
     // What was asked for is in place: a channel, or a pattern of channels.
     virtual void on_subscribed(std::string_view watched) = 0;
-    virtual void on_refused(const std::string &problem) = 0;
+    virtual void on_refused(std::string_view watched, const std::string &problem) = 0;
     // A message on a channel that belongs to what is watched.
     virtual void on_message(std::string_view watched, std::string_view channel, std::string_view payload) = 0;
     // The answer to a ping(); they come in the order sent, after all messages published before.
@@ -92,6 +93,7 @@ private:
     void finish_handshake();
     void dispatch(const redisReply &reply);
     void retry(const std::string &problem, bool lasting);
+    void ask_for(const char *command, const std::string &watched);
     void watch();
     void arm_timer(std::chrono::milliseconds pause);
 
@@ -111,6 +113,7 @@ private:
     std::chrono::steady_clock::time_point search_limit_;
     std::string run_;
     std::string data_set_id_;
+    std::deque<std::string> asked_; // what to watch, as long as the server has not answered
     uint64_t pings_ = 0;
     int unanswered_ = 0; // checks of the connection's health since the last one that was answered
     platform::Event timer_;

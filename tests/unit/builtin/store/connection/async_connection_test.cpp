@@ -67,6 +67,7 @@ protected:
         events.clear();
         start(answering(name, std::move(bytes)));
         EXPECT_TRUE(run_until([&] { return !events.empty(); }));
+        data_set_id = connection->data_set_id();
         connection.reset();
         return events.empty() ? "" : events.front();
     }
@@ -81,7 +82,10 @@ protected:
     {
         events.push_back("watches " + std::string(watched));
     }
-    void on_refused(const std::string &problem) override { events.push_back("refused: " + problem); }
+    void on_refused(std::string_view watched, const std::string &problem) override
+    {
+        events.push_back("refused " + std::string(watched) + ": " + problem);
+    }
     void on_message(std::string_view watched, std::string_view channel, std::string_view payload) override
     {
         events.push_back(std::string(watched).append(" ").append(channel).append(" ").append(payload));
@@ -91,6 +95,7 @@ protected:
 
     Texts events;
     Texts said;
+    std::string data_set_id; // of the connection of first_event()
     platform::Messages messages{[this](int32_t, const std::string &text) { said.push_back(text); }};
     platform::EventBase base{event_base_new()};
     store::ClientIdentity identity{{}, {}, "tester"};
@@ -121,6 +126,7 @@ TEST_F(AsyncConnectionTest, WhatIsRefusedForGoodIsNotWhatMayPass)
     EXPECT_EQ(first_event("SELECT", "-LOADING wait\r\n"), "failed: the store server refuses: LOADING wait");
     EXPECT_EQ(first_event("GET", "-BUSY wait\r\n"), "failed: the store server refuses: BUSY wait");
     EXPECT_EQ(first_event("GET", "-NOPERM no\r\n"), "up") << "the identity is not needed";
+    EXPECT_EQ(data_set_id, "") << "and a refusal is none";
     EXPECT_EQ(first_event("CLIENT", "-NOPERM no\r\n"), "up") << "nor is the name";
     EXPECT_EQ(first_event("INFO", bulk("redis_version:6.2.0\r\nrun_id:p\r\n")),
               "failed for good: the store server's version is 6.2.0: 7.0 or newer is needed");
@@ -156,7 +162,7 @@ TEST_F(AsyncConnectionTest, WhatComesIsReportedByItsKind)
         if (command[0] == "PSUBSCRIBE") {
             return array({bulk("psubscribe"), bulk(command[1]), ":2\r\n"}) +
                    array({bulk("pmessage"), bulk("p*"), bulk("pc"), bulk("bytes")}) +
-                   array({bulk("pong"), bulk("")}) + array({bulk("pong"), bulk("health")}) + "-ERR no\r\n" +
+                   array({bulk("pong"), bulk("")}) + array({bulk("pong"), bulk("health")}) +
                    array({bulk("message"), bulk("cut")}) + array({bulk("other"), bulk("a"), bulk("b")}) +
                    bulk("health");
         }
@@ -167,9 +173,33 @@ TEST_F(AsyncConnectionTest, WhatComesIsReportedByItsKind)
     EXPECT_THAT(events, ElementsAre("watches c", "c c payload"));
     events.clear();
     connection->subscribe_all("p*");
-    ASSERT_TRUE(run_until([&] { return events.size() == 6; }));
-    EXPECT_THAT(events,
-                ElementsAre("watches p*", "p* pc bytes", "pong", "checked", "refused: ERR no", "checked"));
+    ASSERT_TRUE(run_until([&] { return events.size() == 5; }));
+    EXPECT_THAT(events, ElementsAre("watches p*", "p* pc bytes", "pong", "checked", "checked"));
+}
+
+TEST_F(AsyncConnectionTest, AnErrorRefusesWhatWasAskedForFirst)
+{
+    start_and_wait([](const Texts &command) -> std::optional<std::string> {
+        if (command[0] == "PSUBSCRIBE") { // the last one
+            return "-NOPERM a\r\n" + array({bulk("subscribe"), bulk("b"), ":1\r\n"}) + "-ERR c\r\n-ERR d\r\n";
+        }
+        return command[0] == "PING"
+                   ? std::nullopt
+                   : std::optional(command[0] == "SUBSCRIBE" ? "" : ordinary_answer(command));
+    });
+    connection->subscribe("a");
+    connection->subscribe("b");
+    connection->subscribe_all("c*");
+    ASSERT_TRUE(run_until([&] { return events.size() == 3; }));
+    EXPECT_THAT(events, ElementsAre("refused a: NOPERM a", "watches b", "refused c*: ERR c"));
+    events.clear();
+    connection->subscribe("a");
+    (void)connection->ping(); // cuts the connection
+    ASSERT_TRUE(run_until([&] { return events.size() == 2; }));
+    EXPECT_EQ(events.back(), "up");
+    connection->subscribe_all("c*");
+    ASSERT_TRUE(run_until([&] { return events.size() == 4; }));
+    EXPECT_EQ(events[2], "refused c*: NOPERM a") << "what was asked on a connection before is forgotten";
 }
 
 TEST_F(AsyncConnectionTest, PingsAreNumberedOnEachConnectionAnew)
