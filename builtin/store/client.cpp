@@ -115,6 +115,8 @@ void Client::Parts::turn_cb(int /*fd*/, short /*what*/, void *self)
     } catch (const std::exception &failure) {
         parts->in_turn = false;
         LOG_TO(parts->shared.messages, platform::log_error, "store client: %s", failure.what());
+        const timeval later{1, 0}; // what throws is memory that ran out
+        (void)event_add(parts->turn_event.get(), &later);
     }
 }
 
@@ -126,6 +128,10 @@ void Client::Parts::turn()
         more = entry.second->inbox.turn() || more;
     }
     while (!requests.empty() && requests.front()->inbox.has_arrived()) {
+        if (platform::is_ending(shared.global)) {
+            more = true;
+            break;
+        }
         Database *database = requests.front();
         requests.pop_front();
         database->inbox.notify({ConnectionEvent::Kind::connected, database->calls.number()});

@@ -59,6 +59,9 @@ std::shared_ptr<TypeSubscription> Inbox::subscribe(const ProtobufCMessageDescrip
 
 bool Inbox::turn()
 {
+    if (platform::is_ending(shared_.global)) {
+        return true; // nothing would be reported: for the next run
+    }
     report_loss();
     if (state_ == State::arrived && !open()) {
         return false;
@@ -193,7 +196,7 @@ bool Inbox::open()
 // are delivered as they were made. Returns whether there is more.
 bool Inbox::deliver()
 {
-    for (size_t i = 0; i < deliveries_per_turn; i++) {
+    for (size_t i = 0; i < deliveries_per_turn && !platform::is_ending(shared_.global); i++) {
         std::shared_ptr<TypeSubscription> next;
         for (const auto &subscription : subscriptions_) {
             if (subscription->due() && (next == nullptr || *subscription->due() < *next->due())) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cassert>
 #include <iterator>
+#include <utility>
 
 #include "loop/platform_context.h"
 #include "store/calls.h"
@@ -55,10 +56,10 @@ void TypeSubscription::ask(ChangeHandler handler)
 
 void TypeSubscription::cancel()
 {
-    phase_ = Phase::cancelled;
     handler_.reset();
-    queue_.clear();
-    known_.clear();
+    if (!busy_) {
+        (void)apply_mark();
+    }
 }
 
 void TypeSubscription::on_confirmed()
@@ -71,14 +72,14 @@ void TypeSubscription::on_confirmed()
 
 void TypeSubscription::on_refused(const std::string &problem)
 {
+    phase_ = Phase::refused;
+    checks_ = 0;
+    queue_.clear();
     if (problem != logged_refusal_) {
         logged_refusal_ = problem;
         LOG_TO(calls_.messages(), platform::log_error, "subscription to %s refused: %s", watched_.c_str(),
                problem.c_str());
     }
-    phase_ = Phase::refused;
-    checks_ = 0;
-    queue_.clear();
 }
 
 void TypeSubscription::on_checked()
@@ -121,27 +122,34 @@ void TypeSubscription::start_over(bool everything)
     }
 }
 
-// Whether it starts over.
+// Whether it starts over. An end prevails: whoever wants it again has a handler.
 bool TypeSubscription::apply_mark()
 {
-    if (!start_over_due_) {
+    const std::optional<bool> everything = std::exchange(start_over_due_, std::nullopt);
+    if (handler_ == nullptr) {
+        phase_ = Phase::cancelled;
+        queue_.clear();
+        known_.clear();
         return false;
     }
-    deliver_all_ = *start_over_due_;
-    start_over_due_.reset();
-    if (phase_ != Phase::cancelled) {
+    if (everything) {
+        deliver_all_ = *everything;
         phase_ = Phase::asked;
     }
-    return true;
+    return everything.has_value();
 }
 
 bool TypeSubscription::advance()
 {
     assert(!busy_); // callbacks come from a turn alone
     for (size_t i = 0; i < steps_per_turn; i++) {
-        busy_ = true;
-        const Step came_to = step();
-        busy_ = false;
+        if (!loop_.is_up()) {
+            return false; // lost by the step before
+        }
+        if (platform::is_ending(calls_.context())) {
+            return true; // nothing would be delivered: for the next run
+        }
+        const Step came_to = run(&TypeSubscription::step);
         if (apply_mark() || came_to == Step::yield) {
             return true;
         }
@@ -152,6 +160,21 @@ bool TypeSubscription::advance()
     return true;
 }
 
+// What throws is memory that ran out. It may have taken a change along, so all is compared again.
+TypeSubscription::Step TypeSubscription::run(Step (TypeSubscription::*work)())
+{
+    busy_ = true;
+    try {
+        const Step came_to = (this->*work)();
+        busy_ = false;
+        return came_to;
+    } catch (...) {
+        busy_ = false;
+        start_over(deliver_all_);
+        throw;
+    }
+}
+
 std::optional<uint64_t> TypeSubscription::due() const
 {
     return phase_ == Phase::live && !queue_.empty() ? std::optional(queue_.front().arrival) : std::nullopt;
@@ -160,9 +183,7 @@ std::optional<uint64_t> TypeSubscription::due() const
 void TypeSubscription::deliver_due()
 {
     assert(due() && !busy_); // else a change is delivered before the records that it changes
-    busy_ = true;
-    (void)deliver_next();
-    busy_ = false;
+    (void)run(&TypeSubscription::deliver_next);
     (void)apply_mark();
 }
 

@@ -8,7 +8,7 @@
 // first and subscribing afterwards would lose what happens in between.
 //
 // A step calls the subscriber, or the store, at most once, as the last thing that it does: what that brings
-// about (a loss, another question, an end) only leaves a mark, which is looked at in one place, after each
+// about (a loss, another question, an end) only leaves a mark, which is applied in one place, after each
 // step.
 //
 // A user who may write a record may publish anything as its changes. So a change is believed about its
@@ -70,8 +70,13 @@ public:
     void on_lost();
     // The connection is back; `everything` when the data is another, so that revisions compare no more.
     void on_returned(bool everything);
-    // Whether a change has arrived that is not delivered yet.
-    bool is_behind() const { return !queue_.empty(); }
+    // Whether there may be a change that it has not delivered, of those up to now: since command 29 it has
+    // all, but while it starts over, or is refused.
+    bool is_behind() const
+    {
+        const bool is_current = announce_ || phase_ == Phase::live || phase_ == Phase::cancelled;
+        return !queue_.empty() || !is_current;
+    }
     // The number of the arrival that is to be delivered next; nothing as long as it is not in place.
     std::optional<uint64_t> due() const;
     // Delivers that one. Calls the subscriber back.
@@ -116,6 +121,7 @@ private:
 
     void start_over(bool everything);
     bool apply_mark();
+    Step run(Step (TypeSubscription::*work)());
     Step step();
     Step begin();
     Step read_fence();

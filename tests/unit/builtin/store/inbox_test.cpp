@@ -4,17 +4,22 @@
 #include <poll.h>
 
 #include <atomic>
+#include <new>
 #include <optional>
 
 #include "loop/loop.h"
+#include "loop/platform_context.h"
 #include "scripted_server.h"
 #include "store/client.h"
+#include "store/database.h"
 #include "store_client_fixture.h"
 
 namespace
 {
 
 using store_test::Ack;
+using store_test::array;
+using store_test::bulk;
 using store_test::Card;
 using testing::ElementsAre;
 
@@ -133,6 +138,53 @@ TEST_F(InboxTest, ASubscriberThatTheServerCutsOffForBeingSlowMissesNothing)
     for (int32_t slot = 0; slot < 1000; slot++) {
         EXPECT_EQ(count("4 0/" + std::to_string(slot) + "/0 type 1"), 1) << slot;
     }
+}
+
+// Memory runs out within a step of a subscription.
+TEST_F(InboxTest, ATurnThatThrewIsNotTheLast)
+{
+    std::atomic<bool> is_away = true;
+    store_test::ScriptedServer scripted([&](const std::vector<std::string> &command) {
+        if (command[0] == "PSUBSCRIBE") {
+            return std::optional(array({bulk("psubscribe"), bulk(command[1]), ":1\r\n"}));
+        }
+        if (command[0] == "PING") {
+            return std::optional(array({bulk("pong"), bulk(command.size() == 1 ? "" : command[1])}));
+        }
+        if (command[0] == "SSCAN") {
+            return is_away ? std::nullopt : std::optional(array({bulk("0"), "*0\r\n"}));
+        }
+        return std::optional(store_test::ordinary_answer(command));
+    });
+    bool is_memory_out = false;
+    int thrown = 0;
+    store::Shared shared{
+        global.get(),
+        platform::event_base_of(global.get()),
+        platform::Messages([&](int32_t, const std::string &) { is_memory_out = thrown == 0; }),
+        {scripted.endpoint(), {}, "inbox_test"},
+        {std::chrono::milliseconds(100), shared.messages},
+        {},
+        [&] {
+            if (is_memory_out) {
+                throw std::bad_alloc();
+            }
+        }};
+    store::Database database(shared, 1);
+    bool in_place = false;
+    (void)database.inbox.subscribe(p_dev__card_info__descriptor,
+                                   [&](const store::Change &) { in_place = true; });
+    EXPECT_TRUE(run_until([&] {
+        try {
+            (void)database.inbox.turn();
+        } catch (const std::bad_alloc &) {
+            thrown++;
+            is_memory_out = false;
+            is_away = false;
+        }
+        return in_place;
+    }));
+    EXPECT_EQ(thrown, 1);
 }
 
 // Finding out what came back takes several round trips, which a store that is far away, or busy, does not
