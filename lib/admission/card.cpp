@@ -66,13 +66,16 @@ void Card::deleted(const Change &change)
 
 // Others may write a request again: the daemon does not look at it, and goes on with its check. One that
 // lives takes its request back before it writes another, so one in the place of one that stands says that the
-// card left and came back.
+// card left and came back. A file of an earlier version does not say which request began a check: found is
+// one that does not say who wrote it either.
 void Card::request_written(const Change &change)
 {
     const store::Cause &cause = change.write.origin.cause;
     const bool is_unknown = cause.kind == store::Cause::Kind::unknown;
+    const bool is_unwritten = shown_.open && !was_asked() && is_unknown && is_same_card(asked_, shown_.card);
     shown_.request = true;
-    if (change.existing && is_same(change.write, shown_.asked)) {
+    if (change.existing && (is_unwritten || is_same(change.write, shown_.asked))) {
+        shown_.asked = change.write;
         whole_ = false; // there may have been answers that nobody heard
     } else if (!shown_.open || is_unknown || is_daemons_request(cause, shown_.card.position)) {
         if (shown_.open) {
@@ -359,7 +362,9 @@ void Card::remember_list(std::vector<std::string> names, bool any_will_do)
 
 void Card::take_up(const OpenCheck &check, Time at)
 {
-    const bool is_this = is_same(check.request, shown_.asked);
+    const bool is_unwritten = was_asked() && !is_known(shown_.asked.origin) && check.request == Write{} &&
+                              is_same_card(check.card, asked_);
+    const bool is_this = is_unwritten || is_same(check.request, shown_.asked);
     if (is_this && has_ended()) {
         return;
     }

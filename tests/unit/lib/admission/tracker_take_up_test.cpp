@@ -180,6 +180,44 @@ TEST_F(TrackerTakeUpTest, AnotherRequestIsNotTheOneFoundHoweverMuchTheyAreAlike)
     EXPECT_EQ(shown().state, State::waiting);
 }
 
+TEST_F(TrackerTakeUpTest, ACheckOfAnEarlierVersionsFileGoesOnWithARequestOfAnEarlierBuild)
+{
+    OpenCheck check = remembered();
+    check.request = {};
+    for (const bool early : {true, false}) {
+        CardTracker next([this](const Decision &decision) { decisions.push_back(decision); });
+        if (early) {
+            next.take_up(check, now);
+        }
+        next.card_written(card(true), other(true));
+        next.request_written(slot3, unknown(true));
+        next.snapshot_done(now);
+        if (!early) {
+            next.take_up(check, now);
+        }
+        EXPECT_EQ(next.find(slot3)->requested_at, check.requested_at);
+        EXPECT_THAT(next.find(slot3)->waiting_for, ElementsAre("m2", "m3"));
+        EXPECT_THAT(next.find(slot3)->answers, SizeIs(1));
+    }
+    EXPECT_THAT(decisions, IsEmpty());
+}
+
+TEST_F(TrackerTakeUpTest, ButNotOfAnotherCardNorWithOneOfADaemonThatSaysWhoItIs)
+{
+    OpenCheck check = remembered();
+    check.request = {};
+    check.card.name = "another";
+    tracker.take_up(check, now);
+    plug(true);
+    tracker.request_written(slot3, unknown(true));
+    tracker.take_up(check, now);
+    check.card.name = "lc";
+    ask(true);
+    tracker.take_up(check, now);
+    EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen, Outcome::unseen, Outcome::unseen, Outcome::unseen));
+    EXPECT_EQ(shown().requested_at, std::nullopt);
+}
+
 TEST_F(TrackerTakeUpTest, ADecisionThatWasHeardOfStaysTheLastOneWhenAnEarlierCheckComesToLight)
 {
     const OpenCheck check = remembered();

@@ -162,6 +162,43 @@ TEST_F(ResumeTest, TheNextDaemonCutsACheckOffThatWasFound)
     EXPECT_EQ(file().decisions().at(2).reason, admission::started_afresh);
 }
 
+TEST_F(ResumeTest, AFileOfVersion2IsResumed)
+{
+    {
+        std::ifstream dump(HISTORY_VERSION_2);
+        const std::string sql{std::istreambuf_iterator<char>(dump), {}};
+        history::Database(folder_.path("h"), history::Database::Access::write).run(sql.c_str());
+    }
+    const std::size_t before = 11;
+    const auto find_open = [this](int slot, const admission::Write &write) {
+        deliver("card_info",
+                {{"index", {{"devid", 1}, {"slotid", slot}}},
+                 {"static_info", {{"node_type", 3}}},
+                 {"name", "card-" + std::to_string(slot)},
+                 {"card_tipc_nodeid", 1000 + slot},
+                 {"is_online", true}},
+                true);
+        deliver("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", slot}}}}, true, write);
+    };
+    now_ = noon + 95'300'000s;
+    start();
+    find_open(10, {5, {}});                 // by the daemon of then, which does not say who it is
+    find_open(7, daemon_write(by_card(7))); // by one that was started since
+    listen();
+    pass(1s);
+    const std::vector<history::OpenCheck> open = file().open_checks();
+    ASSERT_THAT(open, SizeIs(2));
+    EXPECT_EQ(open[0].card.position, (history::Position{1, 7, 0}));
+    EXPECT_EQ(open[0].requested_at, std::nullopt);
+    EXPECT_EQ(open[1].card.position, (history::Position{1, 10, 0}));
+    EXPECT_TRUE(open[1].requested_at);
+    EXPECT_THAT(open[1].waiting_for, ElementsAre("m1"));
+    EXPECT_THAT(open[1].answers, SizeIs(1));
+    const std::vector<Outcome> all = outcomes();
+    ASSERT_THAT(all, SizeIs(before + 5));
+    EXPECT_EQ(std::count(all.begin() + before, all.end(), Outcome::unseen), 5) << "those that do not stand";
+}
+
 TEST_F(ResumeTest, ANewFileTellsThatTheStoreWasAwayAtFirst)
 {
     start();
