@@ -212,13 +212,14 @@ void Card::daemon_started(const std::string &instance, Time at)
     refresh({at});
 }
 
-// Another daemon has met the card again. Where the list may be this very one's, it stays.
+// Another daemon has met the card again. Where the list may be this very one's, it stays; one that is found
+// has met the card before, with the modules that are known by now.
 void Card::adopt(const std::string &instance, bool exact)
 {
     if (instance.empty() || instance == daemon_) {
         return;
     }
-    if (!daemon_.empty() || list_.is_exact()) {
+    if (!daemon_.empty() || list_.is_exact() || (!exact && !list_.is_set())) {
         list_.fill(shared_.modules, exact);
     }
     daemon_ = instance;
@@ -253,7 +254,7 @@ void Card::begin_check(const Change &change)
     shown_.asked = change.write;
     asked_ = is_there_ ? shown_.card : CardFacts{};
     found_ = change.existing;
-    whole_ = !change.existing && list_.is_exact() && is_daemons;
+    whole_ = !change.existing && list_.is_exact() && shared_.modules_exact && is_daemons;
     shown_.open = true;
     shown_.requested_at = change.existing ? std::nullopt : std::optional(change.at);
     answers_.begin_check();

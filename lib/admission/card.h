@@ -22,6 +22,7 @@ struct Shared {
     std::function<void(const Position &, const Answer &)> on_late_answer{};
     std::chrono::milliseconds timeout{};
     Modules modules{};
+    bool modules_exact = false; // they are those that the daemon asks, and not only the best that is known
     std::optional<int32_t> role{};
     std::optional<Time> listening_since{}; // all existing records were notified of, for the first time
 

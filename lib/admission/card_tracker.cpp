@@ -19,9 +19,10 @@ CardTracker::CardTracker(Listener on_decision, milliseconds timeout) : shared_(s
 
 CardTracker::~CardTracker() = default;
 
-void CardTracker::set_modules(std::vector<std::string> modules)
+void CardTracker::set_modules(std::vector<std::string> modules, bool exact)
 {
     shared_->modules = std::move(modules);
+    shared_->modules_exact = exact;
     for (const auto &[position, card] : cards_) {
         card->modules_known();
     }
@@ -49,12 +50,16 @@ void CardTracker::forget_that_there_are_no_modules()
 void CardTracker::hear_daemon(const Change &change)
 {
     const std::string &instance = change.write.origin.instance;
-    if (instance.empty() || instance == daemon_ || change.existing) {
+    if (instance.empty() || instance == daemon_) {
+        return;
+    }
+    if (change.existing) {
+        found_.insert(instance);
         return;
     }
     daemon_ = instance;
-    if (fresh_daemon_) {
-        fresh_daemon_();
+    if (daemon_listener_) {
+        daemon_listener_(instance, !found_.contains(instance));
     }
     for (const auto &[position, card] : cards_) {
         card->daemon_started(instance, change.at);
@@ -114,6 +119,10 @@ void CardTracker::request_written(const Position &position, const Change &change
     }
     if (is_daemons_request(change.write.origin.cause, position)) {
         hear_daemon(change);
+        // It asks all cards again, so most likely it lives.
+        if (change.existing && daemon_listener_) {
+            daemon_listener_(change.write.origin.instance, false);
+        }
     }
     card(position).request_written(change);
 }

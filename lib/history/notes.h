@@ -12,6 +12,7 @@ inline constexpr const char *begun_note = "begun_at"; // when the file was made
 inline constexpr const char *service_note = "life";   // the last line of the service log that is in the file
 inline constexpr const char *modules_note_name =
     "modules"; // the registered modules, as their folder had them
+inline constexpr const char *modules_daemon_note = "modules_of"; // the instance that has that very list
 
 // Returns the note's text; empty when there is none. Throws Error.
 std::string read_note(const Database &database, const std::string &name);

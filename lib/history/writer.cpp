@@ -173,28 +173,31 @@ void Writer::set_life_note(const std::string &note)
 
 // "/m1/m2": the names are those of files, so "/" is the one character that separates them for certain; "/"
 // alone is an empty list.
-std::optional<std::vector<std::string>> Writer::modules_note() const
+std::optional<Modules> Writer::modules_note() const
 {
     std::string text = read_note(*database_, modules_note_name);
     if (text.empty()) {
         return std::nullopt;
     }
-    std::vector<std::string> modules;
+    Modules modules{{}, read_note(*database_, modules_daemon_note)};
     while (text.size() > 1) {
         const std::size_t end = std::min(text.find('/', 1), text.size());
-        modules.push_back(text.substr(1, end - 1));
+        modules.names.push_back(text.substr(1, end - 1));
         text.erase(0, end);
     }
     return modules;
 }
 
-void Writer::set_modules_note(const std::vector<std::string> &modules)
+void Writer::set_modules_note(const Modules &modules)
 {
-    std::string text = modules.empty() ? "/" : "";
-    for (const std::string &module : modules) {
+    std::string text = modules.names.empty() ? "/" : "";
+    for (const std::string &module : modules.names) {
         text += '/' + module;
     }
+    Transaction transaction(*database_);
     write_note(*database_, modules_note_name, text);
+    write_note(*database_, modules_daemon_note, modules.daemon);
+    transaction.commit();
 }
 
 void Writer::alive(Time now)

@@ -169,6 +169,26 @@ def test_the_first_daemon_has_read_the_folder_after_the_recorder(rig, recorder):
     assert "but the daemon asks some" not in recorder.said()
 
 
+def test_a_restart_of_the_recorder_leaves_the_daemon_its_modules(rig, recorder):
+    """A module that is installed while the daemon runs is not asked, and nobody says that it was silent."""
+    if faketime_library() is None:
+        pytest.skip("libfaketime is not installed")
+    factor = 50
+    rig.modules("m1", "m2")
+    rig.role("master")
+    recorder.start(**scaled_time(factor))
+    rig.start_scaled(factor)
+    rig.plug("1/4/0")
+    rig.expect_request("1/4/0")
+    rig.expect(lambda: sql(recorder, "SELECT count(*) FROM open_checks") == "1", "the daemon was heard")
+    recorder.end()
+    rig.modules("m1", "m2", "m3")
+    recorder.start(**scaled_time(factor))
+    rig.plug("1/3/0")
+    silence = recorder.expect_decision("1/3/0", "silence")
+    assert sorted(silence["silent"]) == ["m1", "m2"] and silence["complete"]
+
+
 def test_the_store_alone_knows_who_decided(rig):
     rig.start_master("m1")
     for slot in (3, 4):

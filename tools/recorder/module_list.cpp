@@ -11,32 +11,46 @@ namespace recorder
 
 ModuleList::ModuleList(std::string folder, Log log) : folder_(std::move(folder)), log_(std::move(log)) {}
 
-bool ModuleList::read()
+void ModuleList::read()
 {
     const cg::ModuleFolder folder = cg::read_module_folder(folder_);
     was_read_ = folder.readable;
     report(folder.problem, folder.missing);
-    return (folder.readable || folder.missing) && use(cg::asked_of(folder));
+    const std::vector<std::string> names = cg::asked_of(folder);
+    if ((folder.readable || folder.missing) && (!list_ || list_->names != names)) {
+        list_ = {names, ""};
+        reported_contradiction_ = false;
+    }
 }
 
-bool ModuleList::adopt(const Names &names)
+void ModuleList::read_for(const std::string &daemon, bool started)
 {
-    if (names_) {
-        return false;
+    if (list_ && list_->daemon == daemon) {
+        return;
+    }
+    read();
+    if (list_) {
+        list_->daemon = was_read_ && (started || !list_->daemon.empty()) ? daemon : "";
+    }
+}
+
+void ModuleList::adopt(const history::Modules &remembered, const std::string &daemon)
+{
+    const bool is_certain = !remembered.daemon.empty();
+    const bool is_its = is_certain && (daemon.empty() || daemon == remembered.daemon);
+    if (list_ && list_->names == remembered.names) {
+        if (is_certain && list_->daemon.empty()) {
+            list_->daemon = is_its ? remembered.daemon : daemon;
+        }
+        return;
+    }
+    if (list_ && !is_its) {
+        return;
     }
     log_("the list of modules is the one in the history: " +
-         (names.empty() ? "none" : cg::visible(cg::joined(names))));
-    return use(names);
-}
-
-bool ModuleList::use(Names names)
-{
-    if (names_ == names) {
-        return false;
-    }
-    names_ = std::move(names);
+         (remembered.names.empty() ? "none" : cg::visible(cg::joined(remembered.names))));
+    list_ = {remembered.names, is_its ? remembered.daemon : ""};
     reported_contradiction_ = false;
-    return true;
 }
 
 void ModuleList::report(const std::string &problem, bool missing)
@@ -45,7 +59,7 @@ void ModuleList::report(const std::string &problem, bool missing)
         return;
     }
     const char *consequence =
-        names_ ? "the list that was read last stands" : "which modules are registered is not known";
+        list_ ? "the list that was read last stands" : "which modules are registered is not known";
     log_("the modules' folder " + folder_ +
          (problem.empty() ? " can be read again"
           : missing       ? " is missing: no module is registered, unless the daemon sees another folder"

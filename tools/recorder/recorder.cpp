@@ -38,13 +38,14 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Log log, Time now)
       open_checks_([this](Outbox::Write wanted) { write(std::move(wanted)); }),
       gaps_(metrics_, [this](Outbox::Write wanted) { write(std::move(wanted)); }), started_(now), now_(now)
 {
-    tracker_.on_fresh_daemon([this] { read_modules(); }); // as it has done itself
+    tracker_.on_daemon([this](const std::string &instance, bool started) { hear_daemon(instance, started); });
     tracker_.on_late_answer([this](const history::Position &position, const history::Answer &answer) {
         record_late(position, answer);
     });
     outbox_.on_loss([this] { gaps_.count(now_); });
     read_service_log();
-    read_modules();
+    modules_.read();
+    use_modules();
     outbox_.on_open([this](history::Writer &writer) { opened(writer); });
     if (outbox_.is_open()) {
         tick(now);
@@ -55,7 +56,7 @@ void Recorder::handle(const ProtobufCMessage &record, bool deleted, const admiss
 {
     now_ = change.at;
     admission::feed(tracker_, record, deleted, change);
-    if (modules_.names() && !tracker_.knows_modules()) {
+    if (modules_.list() && !tracker_.knows_modules()) {
         modules_.report_contradiction();
     }
 }
@@ -81,7 +82,8 @@ void Recorder::store_lost(Time now)
 void Recorder::store_returned(Time now)
 {
     now_ = now;
-    read_modules();
+    modules_.read();
+    use_modules();
 }
 
 void Recorder::snapshot_done(Time now)
@@ -158,21 +160,26 @@ void Recorder::record_late(const history::Position &position, const history::Ans
     write([=](history::Writer &writer) { writer.add_late_answer(position, answer); });
 }
 
-void Recorder::read_modules()
+void Recorder::hear_daemon(const std::string &instance, bool started)
 {
-    if (modules_.read()) {
+    if (std::exchange(daemon_, instance) != instance) {
+        modules_.read_for(instance, started);
         use_modules();
-    }
-    if (modules_.was_read() && noted_modules_ != modules_.names()) {
-        noted_modules_ = modules_.names();
-        write([names = *noted_modules_](history::Writer &writer) { writer.set_modules_note(names); });
     }
 }
 
 void Recorder::use_modules()
 {
-    metrics_.set_modules(*modules_.names());
-    tracker_.set_modules(*modules_.names());
+    const std::optional<history::Modules> &list = modules_.list();
+    if (list && used_modules_ != list) {
+        used_modules_ = list;
+        metrics_.set_modules(list->names);
+        tracker_.set_modules(list->names, !list->daemon.empty());
+    }
+    if (resumed_ && modules_.was_read() && noted_modules_ != list) {
+        noted_modules_ = list;
+        write([noted = *list](history::Writer &writer) { writer.set_modules_note(noted); });
+    }
 }
 
 void Recorder::read_service_log()
@@ -208,7 +215,7 @@ void Recorder::opened_again()
         write([line = service_log_.last_line()](history::Writer &writer) { writer.set_life_note(line); });
     }
     if (noted_modules_) {
-        write([names = *noted_modules_](history::Writer &writer) { writer.set_modules_note(names); });
+        write([noted = *noted_modules_](history::Writer &writer) { writer.set_modules_note(noted); });
     }
     gaps_.write_again();
     open_checks_.forget();
@@ -221,12 +228,12 @@ void Recorder::resume(const history::Writer &writer)
     const std::vector<history::OpenCheck> checks = writer.open_checks();
     const std::optional<Time> alive_at = writer.last_alive();
     const std::optional<Time> gap_end = writer.last_gap_end();
-    const std::optional<ModuleList::Names> modules = writer.modules_note();
+    const std::optional<history::Modules> modules = writer.modules_note();
     resumed_ = true;
-    if (modules && modules_.adopt(*modules)) {
-        noted_modules_ = modules;
-        use_modules();
+    if (modules) {
+        modules_.adopt(*modules, daemon_);
     }
+    use_modules();
     if (gap_end) {
         gaps_.show(*gap_end);
     }

@@ -67,7 +67,7 @@ private:
     void write(Outbox::Write write) { outbox_.put(std::move(write), now_); }
     void record(const admission::Decision &decision);
     void record_late(const history::Position &position, const history::Answer &answer);
-    void read_modules();
+    void hear_daemon(const std::string &instance, bool started);
     void use_modules();
     void read_service_log();
     void send_heartbeat();
@@ -82,7 +82,9 @@ private:
     OpenChecks open_checks_;
     Gaps gaps_;
     EarlyDecisions early_;
-    std::optional<ModuleList::Names> noted_modules_; // as the file has them
+    std::optional<history::Modules> used_modules_;  // as tracker and metrics have them
+    std::optional<history::Modules> noted_modules_; // as the file has them
+    std::string daemon_{};                          // the instance that was heard of last
     bool reported_overlong_line_ = false;
     bool has_read_service_log_ = false;
     bool resumed_ = false; // what the file holds of the time before

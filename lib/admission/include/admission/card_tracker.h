@@ -10,6 +10,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 
 #include "admission/tracked_card.h"
 #include "modules/contract.h"
@@ -28,6 +29,7 @@ class CardTracker
 public:
     using Listener = std::function<void(const Decision &)>;
     using LateListener = std::function<void(const Position &, const Answer &)>;
+    using DaemonListener = std::function<void(const std::string &instance, bool started)>;
 
     // `on_decision` is called for each check that ends, when it is known how; it may be empty. `timeout` is
     // for those whose clock runs differently.
@@ -39,11 +41,13 @@ public:
     // The modules that the daemon asks from now on, in the folder's order. Before the first call they are not
     // known: then every answer counts as a module's, nobody is named as silent, and checks that begin count
     // as not seen whole. A request proves that somebody is asked: from then on an empty list is taken for one
-    // that is not known.
-    void set_modules(std::vector<std::string> modules);
-    // Has `called` called when a daemon is heard to write, the first one or another, before its lists are
-    // filled: it has read the modules' folder since, so `called` may call set_modules().
-    void on_fresh_daemon(std::function<void()> called) { fresh_daemon_ = std::move(called); }
+    // that is not known. Without `exact` the daemon may ask others: then no check that begins counts as seen
+    // whole.
+    void set_modules(std::vector<std::string> modules, bool exact = true);
+    // Has `called` called for each daemon that is heard of, by what it asked or by a write, before its lists
+    // are filled: so it may call set_modules(). `started`: it began to write while we listened, for the first
+    // time as far as is known.
+    void on_daemon(DaemonListener called) { daemon_listener_ = std::move(called); }
     // Has `called` called for each answer that comes when its check has ended. It is not reported again with
     // a later decision: see Decision::told_before.
     void on_late_answer(LateListener called);
@@ -103,8 +107,9 @@ private:
     void forget_if_empty(const Position &position);
 
     std::unique_ptr<Shared> shared_;
-    std::function<void()> fresh_daemon_;
-    std::string daemon_{}; // the instance that was heard of last
+    DaemonListener daemon_listener_;
+    std::string daemon_{};          // the instance that wrote last
+    std::set<std::string> found_{}; // the instances whose writes were found
     std::map<Position, std::unique_ptr<Card>> cards_;
     std::map<int32_t, Result> results_; // by TIPC node
 };

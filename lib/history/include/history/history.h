@@ -91,6 +91,14 @@ struct ModuleStatistics {
     int64_t silences_since = 0;   // checks that ended by the time, waiting for it, since `last`, or ever
 };
 
+// The check modules that were registered, by name, in the folder's order.
+struct Modules {
+    std::vector<std::string> names{};
+    std::string daemon{}; // the instance of the daemon whose list that is for certain; empty: not known
+
+    friend bool operator==(const Modules &, const Modules &) = default;
+};
+
 // The daemon's service started, or ended.
 struct LifeEvent {
     Time at{};

@@ -60,9 +60,9 @@ public:
     void set_life_note(const std::string &line);
 
     // The modules that were registered when their folder was last read; nothing before the first time.
-    [[nodiscard]] std::optional<std::vector<std::string>> modules_note() const;
+    [[nodiscard]] std::optional<Modules> modules_note() const;
     // Keeps these as the registered modules.
-    void set_modules_note(const std::vector<std::string> &modules);
+    void set_modules_note(const Modules &modules);
 
     // The recorder's heartbeat: everything until `now` is in the file.
     void alive(Time now);

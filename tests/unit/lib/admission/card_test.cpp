@@ -124,7 +124,7 @@ TEST_F(CardTest, WhereNoModuleIsLeftAWaitingCardIsAdmittedForThat)
     ask();
     now += 286s;
     restart();
-    tracker.on_fresh_daemon([this] { tracker.set_modules({}); });
+    tracker.on_daemon([this](const std::string &, bool) { tracker.set_modules({}); });
     result(true, by_card());
     ASSERT_THAT(decisions, SizeIs(2));
     EXPECT_TRUE(was_cut_off(decisions[0]));

@@ -471,27 +471,59 @@ TEST_F(CardTrackerTest, ARememberedCardThatIsGoneStillHasItsName)
 TEST_F(CardTrackerTest, AFreshDaemonHasReadItsModulesAgain)
 {
     int called = 0;
-    tracker.on_fresh_daemon([&] {
+    std::string heard;
+    tracker.on_daemon([&](const std::string &instance, bool started) {
+        heard += instance + (started ? " started, " : ", ");
         ++called;
         tracker.set_modules({"m1", "m" + std::to_string(3 + called)});
     });
     plug();
+    tracker.result_written(1259, true, daemon(by_timer(), true));
+    EXPECT_EQ(heard, "") << "what is found may be any daemon's";
     ask(true);
-    EXPECT_EQ(called, 0) << "what is found may be any daemon's";
+    EXPECT_EQ(heard, "daemon1, ") << "but most likely this one lives";
     answer("m1");
     result(true, by_answer("m1"));
     ask();
-    EXPECT_EQ(called, 1) << "of the first one, once";
+    EXPECT_EQ(heard, "daemon1, daemon1, ") << "which was there before";
     restart();
     ask();
-    EXPECT_EQ(called, 2);
-    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m5"));
+    ask();
+    EXPECT_EQ(heard, "daemon1, daemon1, daemon2 started, ") << "once";
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1", "m6"));
+    EXPECT_FALSE(decisions.empty());
+}
+
+TEST_F(CardTrackerTest, AListThatIsNotForCertainTheDaemonsMakesNoCheckWhole)
+{
+    tracker.set_modules({"m1"}, false);
+    plug();
+    ask();
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m1"));
+    answer("m1");
+    end(true);
+    tracker.set_modules({"m1"});
+    ask();
+    answer("m1");
+    end(true);
+    ASSERT_THAT(decisions, testing::SizeIs(2));
+    EXPECT_FALSE(decisions[0].complete);
+    EXPECT_TRUE(decisions[1].complete);
+}
+
+TEST_F(CardTrackerTest, AFoundRequestIsOfADaemonWithTheModulesThatAreKnownByThen)
+{
+    tracker.on_daemon([this](const std::string &, bool) { tracker.set_modules({"m4"}, false); });
+    plug(true);
+    EXPECT_THAT(shown().waiting_for, testing::IsEmpty());
+    ask(true);
+    EXPECT_THAT(shown().waiting_for, ElementsAre("m4"));
 }
 
 TEST_F(CardTrackerTest, TheFirstDaemonThatIsHeardHasReadItsModulesToo)
 {
     tracker.set_modules({});
-    tracker.on_fresh_daemon([&] { tracker.set_modules({"m1", "m4"}); });
+    tracker.on_daemon([&](const std::string &, bool) { tracker.set_modules({"m1", "m4"}); });
     plug();
     ask();
     EXPECT_TRUE(tracker.knows_modules());

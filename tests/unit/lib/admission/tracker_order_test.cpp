@@ -125,7 +125,7 @@ TEST_F(TrackerOrderTest, TheSameHoldsOfOneThatTheDaemonToldOf)
 TEST_F(TrackerOrderTest, ACardThatWasThereBeforeIsAskedAgainByAFreshDaemonOnly)
 {
     int told = 0;
-    tracker.on_fresh_daemon([&] { ++told; });
+    tracker.on_daemon([&](const std::string &, bool) { ++told; });
     tracker.set_modules({"m1"});
     plug(true);
     tracker.result_written(1259, true, daemon(by_timer(), true));

@@ -81,7 +81,7 @@ TEST_F(SchemaTest, AFileOfVersion2OpensWithAllThatIsInIt)
     EXPECT_THAT(message_of([this] { Reader reader(path()); }), HasSubstr("start the present cg_recorderd"));
     const auto recorder = writer(noon);
     EXPECT_THAT(log_, IsEmpty());
-    EXPECT_THAT(recorder->modules_note(), testing::Optional(ElementsAre("m2", "m1")));
+    EXPECT_EQ(recorder->modules_note(), (Modules{{"m2", "m1"}, ""}));
     EXPECT_EQ(recorder->life_note(), "1795325231860 start 44");
     const Reader reader(path());
     std::string outcomes;

@@ -256,8 +256,11 @@ TEST_F(WriterTest, TheModulesAreRemembered)
     EXPECT_EQ(writer()->modules_note(), std::nullopt);
     for (const std::vector<std::string> &modules :
          std::vector<std::vector<std::string>>{{"m1", "b c", "\xff|,", "m1"}, {"one"}, {}}) {
-        writer()->set_modules_note(modules);
-        EXPECT_EQ(writer()->modules_note(), modules);
+        for (const char *daemon : {"", "a4"}) {
+            const Modules note{modules, daemon};
+            writer()->set_modules_note(note);
+            EXPECT_EQ(writer()->modules_note(), note);
+        }
     }
 }
 

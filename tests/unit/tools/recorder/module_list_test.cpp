@@ -27,6 +27,25 @@ protected:
         std::filesystem::create_directory(modules());
         std::ofstream(modules() + "/m3") << "";
     }
+    // The daemon that lives writes something, so that it is known which one that is.
+    void hear_daemon()
+    {
+        deliver("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 9}}}}, false,
+                daemon_write(by_card(9)));
+        deliver("app_cg_card_check_info", {{"index", {{"devid", 1}, {"slotid", 9}}}}, false,
+                daemon_write(by_card(9)), true);
+        recorder_->flush(now_);
+    }
+    void install(const char *module) const { std::ofstream(modules() + '/' + module) << ""; }
+    // Nobody answers for a card; returns what is recorded of it.
+    history::Decision miss_all(int slot)
+    {
+        plug(slot);
+        ask(slot);
+        now_ += 300s;
+        time_out(slot);
+        return file().decisions({.position = history::Position{1, slot, 0}}).back();
+    }
     // The daemon reads its folder when its store returns, and so does the recorder.
     void store_returns()
     {
@@ -111,6 +130,7 @@ TEST_F(ModuleListTest, TheListThatWasReadLastStands)
 {
     start();
     listen();
+    hear_daemon();
     make_unreadable();
     store_returns();
     EXPECT_THAT(log_, Contains(HasSubstr("the list that was read last stands")));
@@ -120,15 +140,16 @@ TEST_F(ModuleListTest, TheListThatWasReadLastStands)
     EXPECT_THAT(recorder_->tracker().find({1, 3, 0})->waiting_for, ElementsAre("m2"));
     now_ += 300s;
     time_out(3);
-    ASSERT_THAT(outcomes(), ElementsAre(Outcome::silence));
-    EXPECT_THAT(file().decisions()[0].silent, ElementsAre("m2"));
-    EXPECT_TRUE(file().decisions()[0].complete);
+    ASSERT_EQ(outcomes().back(), Outcome::silence);
+    EXPECT_THAT(file().decisions().back().silent, ElementsAre("m2"));
+    EXPECT_TRUE(file().decisions().back().complete);
 }
 
 TEST_F(ModuleListTest, TheListIsRememberedInTheFile)
 {
     start();
     listen();
+    hear_daemon();
     kill();
     make_unreadable();
     start();
@@ -140,11 +161,10 @@ TEST_F(ModuleListTest, TheListIsRememberedInTheFile)
     answer(3, "m1");
     answer(3, "m2");
     decide(3, true);
-    const std::vector<history::Decision> decisions = file().decisions();
-    ASSERT_THAT(decisions, SizeIs(1));
-    EXPECT_EQ(decisions[0].decider, "m2");
-    EXPECT_TRUE(decisions[0].complete);
-    EXPECT_FALSE(decisions[0].answers.at(0).registered);
+    const history::Decision passed = file().decisions().back();
+    EXPECT_EQ(passed.decider, "m2");
+    EXPECT_TRUE(passed.complete);
+    EXPECT_FALSE(passed.answers.at(0).registered);
     EXPECT_THAT(metrics(), HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 1\n"));
 }
 
@@ -179,6 +199,57 @@ TEST_F(ModuleListTest, TheFirstDaemonThatWritesHasReadTheFolderSince)
     ask(3);
     EXPECT_THAT(recorder_->tracker().find({1, 3, 0})->waiting_for, testing::UnorderedElementsAre("m1", "m2"));
     EXPECT_THAT(log_, IsEmpty());
+}
+
+TEST_F(ModuleListTest, ARestartOfTheRecorderLeavesTheDaemonItsList)
+{
+    start();
+    listen();
+    hear_daemon();
+    kill();
+    install("m3");
+    start();
+    listen();
+    EXPECT_THAT(log_, ElementsAre(HasSubstr("the list of modules is the one in the history: m")));
+    const history::Decision silence = miss_all(3);
+    EXPECT_THAT(silence.silent, testing::UnorderedElementsAre("m1", "m2"));
+    EXPECT_TRUE(silence.complete);
+}
+
+TEST_F(ModuleListTest, ADaemonThatStartedMeanwhileMayHaveReadTheFolderBeforeItChanged)
+{
+    start();
+    listen();
+    hear_daemon();
+    kill();
+    install("m3");
+    restart_daemon();
+    start();
+    plug(4, true);
+    ask(4, true);
+    listen();
+    const history::Decision silence = miss_all(3);
+    EXPECT_THAT(silence.silent, testing::UnorderedElementsAre("m1", "m2", "m3"));
+    EXPECT_FALSE(silence.complete);
+    restart_daemon();
+    EXPECT_TRUE(miss_all(5).complete);
+}
+
+TEST_F(ModuleListTest, OneThatStartedMeanwhileHasTheFoldersListWhileThatIsTheSame)
+{
+    start();
+    listen();
+    hear_daemon();
+    kill();
+    restart_daemon();
+    start();
+    plug(4, true);
+    ask(4, true);
+    listen();
+    EXPECT_TRUE(miss_all(3).complete);
+    install("m3");
+    store_returns();
+    EXPECT_FALSE(miss_all(5).complete) << "the daemon may not have noticed";
 }
 
 TEST_F(ModuleListTest, TheFolderCountsAsItWasWhenTheDaemonStarted)
@@ -221,46 +292,102 @@ protected:
 
 } // namespace
 
-TEST_F(OneModuleList, SaysWhetherItChanged)
+TEST_F(OneModuleList, IsCertainForADaemonThatHasJustStarted)
 {
     make({"m1"});
-    EXPECT_EQ(list_.names(), std::nullopt);
+    EXPECT_EQ(list_.list(), std::nullopt);
     EXPECT_FALSE(list_.was_read());
-    EXPECT_TRUE(list_.read());
+    list_.read();
     EXPECT_TRUE(list_.was_read());
-    EXPECT_THAT(list_.names(), testing::Optional(ElementsAre("m1")));
-    EXPECT_FALSE(list_.read());
-    make({"m2"});
-    EXPECT_TRUE(list_.read());
-    EXPECT_THAT(list_.names(), testing::Optional(ElementsAre("m2")));
+    EXPECT_EQ(list_.list(), (history::Modules{{"m1"}, ""}));
+    list_.read_for("a", false);
+    EXPECT_EQ(list_.list(), (history::Modules{{"m1"}, ""})) << "it may have read another one";
+    list_.read_for("a", true);
+    EXPECT_EQ(list_.list(), (history::Modules{{"m1"}, "a"}));
     EXPECT_THAT(log_, IsEmpty());
+}
+
+TEST_F(OneModuleList, StaysThatOfOneLifeWhateverBecomesOfTheFolder)
+{
+    make({"m1"});
+    list_.read_for("a", true);
+    make({"m2"});
+    list_.read_for("a", true);
+    EXPECT_EQ(list_.list(), (history::Modules{{"m1"}, "a"}));
+    list_.read(); // the store returned: the daemon may have read the folder again, too
+    EXPECT_EQ(list_.list(), (history::Modules{{"m2"}, ""}));
+}
+
+TEST_F(OneModuleList, IsCertainForTheNextLifeWhileNothingChanges)
+{
+    make({"m1"});
+    list_.read_for("a", true);
+    list_.read_for("b", false);
+    EXPECT_EQ(list_.list(), (history::Modules{{"m1"}, "b"}));
+    make({"m2"});
+    list_.read_for("c", false);
+    EXPECT_EQ(list_.list(), (history::Modules{{"m2"}, ""}));
+    list_.read_for("d", true);
+    EXPECT_EQ(list_.list(), (history::Modules{{"m2"}, "d"}));
 }
 
 TEST_F(OneModuleList, AMissingFolderIsAnEmptyListThatIsNotRemembered)
 {
-    EXPECT_TRUE(list_.read());
-    EXPECT_THAT(list_.names(), testing::Optional(IsEmpty()));
+    list_.read();
+    EXPECT_EQ(list_.list(), (history::Modules{}));
     EXPECT_FALSE(list_.was_read());
-    EXPECT_FALSE(list_.read());
+    list_.read_for("a", true);
+    EXPECT_EQ(list_.list(), (history::Modules{})) << "and the daemon may see another one";
     EXPECT_THAT(log_, SizeIs(1));
 }
 
 TEST_F(OneModuleList, WhatWasRememberedIsForWhatIsNotKnown)
 {
     std::ofstream(folder()) << "";
-    EXPECT_FALSE(list_.read());
-    EXPECT_EQ(list_.names(), std::nullopt);
-    EXPECT_TRUE(list_.adopt({"m1", "m\n2"}));
-    EXPECT_THAT(list_.names(), testing::Optional(ElementsAre("m1", "m\n2")));
+    list_.read();
+    EXPECT_EQ(list_.list(), std::nullopt);
+    list_.adopt({{"m1", "m\n2"}, "a"}, "b");
+    EXPECT_EQ(list_.list(), (history::Modules{{"m1", "m\n2"}, ""})) << "it is another daemon's";
     EXPECT_EQ(log_.back(), "the list of modules is the one in the history: m1, m\\n2");
-    EXPECT_FALSE(list_.adopt({"m3"}));
-    EXPECT_THAT(list_.names(), testing::Optional(ElementsAre("m1", "m\n2")));
+    list_.adopt({{"m3"}, ""}, "");
+    EXPECT_EQ(list_.list()->names, (std::vector<std::string>{"m1", "m\n2"}));
     EXPECT_THAT(log_, SizeIs(2));
+    list_.read_for("c", true);
+    EXPECT_EQ(list_.list()->daemon, "") << "which may have read another one";
+}
+
+TEST_F(OneModuleList, WhatWasRememberedOfTheDaemonThatLivesGoesBeforeTheFolder)
+{
+    make({"m1"});
+    list_.read();
+    const history::Modules remembered{{"m2"}, "a"};
+    list_.adopt(remembered, "b");
+    EXPECT_EQ(list_.list(), (history::Modules{{"m1"}, ""}));
+    EXPECT_THAT(log_, IsEmpty());
+    for (const char *heard : {"", "a"}) {
+        make({"m1"});
+        list_.read();
+        list_.adopt(remembered, heard);
+        EXPECT_EQ(list_.list(), remembered);
+    }
+    list_.read_for("b", false);
+    EXPECT_EQ(list_.list(), (history::Modules{{"m1"}, ""}));
+}
+
+TEST_F(OneModuleList, WhatIsAsItWasRememberedIsCertain)
+{
+    make({"m1"});
+    list_.read();
+    list_.adopt({{"m1"}, ""}, "b");
+    EXPECT_EQ(list_.list()->daemon, "");
+    list_.adopt({{"m1"}, "a"}, "b");
+    EXPECT_EQ(list_.list()->daemon, "b");
+    EXPECT_THAT(log_, IsEmpty());
 }
 
 TEST_F(OneModuleList, ARememberedEmptyListIsNamedSo)
 {
-    EXPECT_TRUE(list_.adopt({}));
+    list_.adopt({}, "");
     EXPECT_EQ(log_.back(), "the list of modules is the one in the history: none");
 }
 
