@@ -1,6 +1,7 @@
 // A check module; see the header.
 #include "core/module.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
@@ -149,16 +150,18 @@ void Module::handle_request(const store::Change &change)
         log_(APP_CG_KIT_INFO, "subscribed; module " + name_ + " waits for cards");
         return;
     }
+    if (change.command == VX_MOM_CMD_DELETED) { // by its key: what it held may not decode
+        const auto found = std::find_if(jobs_.begin(), jobs_.end(),
+                                        [&](const auto &entry) { return entry.second.key == change.key; });
+        if (found != jobs_.end()) {
+            withdraw(found->first);
+        }
+        return;
+    }
     if (change.error != 0) {
         log_(APP_CG_KIT_ERROR, "a check request could not be read: " + std::string(change.reason));
     }
-    const std::optional<Request> request = request_in(change);
-    if (!request) {
-        return;
-    }
-    if (change.command == VX_MOM_CMD_DELETED) {
-        withdraw(request->position);
-    } else {
+    if (const std::optional<Request> request = request_in(change)) {
         open_job(*request, change);
     }
 }
@@ -199,7 +202,8 @@ void Module::open_job(const Request &request, const store::Change &change)
     examine(request.position);
 }
 
-void Module::withdraw(const Position &position)
+// The position is a copy, since the job that has it ends here.
+void Module::withdraw(Position position)
 {
     const auto found = jobs_.find(position);
     if (found == jobs_.end()) {

@@ -68,7 +68,7 @@ private:
     void handle_card(const store::Change &change);
     void handle_wake();
     void open_job(const Request &request, const store::Change &change);
-    void withdraw(const Position &position);
+    void withdraw(Position position);
     void examine(const Position &position);
     void handle_verdict(const Position &position, app_cg_kit_check &check, int verdict);
     void deliver(Position position);

@@ -63,13 +63,28 @@ store::MessagePtr unpacked(const ProtobufCMessageDescriptor &type, const Bytes &
                                                        reinterpret_cast<const uint8_t *>(bytes.data())));
 }
 
+const void *member_of(const ProtobufCMessage &message, const char *name)
+{
+    return reinterpret_cast<const char *>(&message) +
+           protobuf_c_message_descriptor_get_field_by_name(message.descriptor, name)->offset;
+}
+
 // The field "index" is every record's key.
+const ProtobufCMessage &index_of(const ProtobufCMessage &record)
+{
+    return **static_cast<ProtobufCMessage *const *>(member_of(record, "index"));
+}
+
+// What clients are told as its key.
+std::string name_of(const ProtobufCMessage &record)
+{
+    const auto slot = *static_cast<const int32_t *>(member_of(index_of(record), "slotid"));
+    return std::string(record.descriptor->name) + ':' + std::to_string(slot);
+}
+
 Bytes key_of(const ProtobufCMessage &record)
 {
-    const ProtobufCFieldDescriptor *field =
-        protobuf_c_message_descriptor_get_field_by_name(record.descriptor, "index");
-    const auto *place = reinterpret_cast<const char *>(&record) + field->offset;
-    return packed(**reinterpret_cast<ProtobufCMessage *const *>(place));
+    return packed(index_of(record));
 }
 
 Records::iterator find(const ProtobufCMessage &key)
@@ -94,14 +109,16 @@ void deliver_later(ClientState &client, const ProtobufCMessageDescriptor &type, 
             return;
         }
         store::MessagePtr record;
+        std::string key;
         store::Change change;
         change.command = command;
         change.database = the_database;
         change.type = &type;
         if (command != VX_MOM_CMD_SUBSCRIBED) {
             record = unpacked(type, stored.content);
+            key = name_of(*record);
             change.record = record.get();
-            change.key = type.name;
+            change.key = key;
             change.revision = stored.revision;
         }
         change.existing = existing;
@@ -177,14 +194,16 @@ void erase(const ProtobufCMessage &key)
     }
 }
 
-void deliver_undecodable(const ProtobufCMessageDescriptor &type, const std::string &reason)
+void deliver_undecodable(const ProtobufCMessageDescriptor &type, const std::string &reason, int32_t command,
+                         const std::string &key)
 {
     for (ClientState *client : server.clients) {
         if (client->handlers.contains(&type)) {
             store::Change change;
-            change.command = VX_MOM_CMD_SET;
+            change.command = command;
             change.database = the_database;
             change.type = &type;
+            change.key = key;
             change.error = -EBADMSG;
             change.reason = reason;
             client->handlers.at(&type).second(change);

@@ -21,8 +21,9 @@ void reset();
 // Other programs' writes and deletions, delivered to subscriptions by the next fake_loop::deliver().
 void write(const ProtobufCMessage &record);
 void erase(const ProtobufCMessage &key);
-// A change whose record does not decode.
-void deliver_undecodable(const ProtobufCMessageDescriptor &type, const std::string &reason);
+// A change whose record does not decode; the key is the type's name, a colon and the slot.
+void deliver_undecodable(const ProtobufCMessageDescriptor &type, const std::string &reason,
+                         int32_t command = VX_MOM_CMD_SET, const std::string &key = {});
 
 // Calls `each` for every record of a type.
 void for_each(const ProtobufCMessageDescriptor &type,

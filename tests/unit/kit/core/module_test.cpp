@@ -85,7 +85,7 @@ TEST_F(Kit, AnAnswerNamesItsRequestAsItsCauseWheneverItIsWritten)
         (void)fake_loop::turn();
         fake_store::refuse_writes("");
         fake_loop::advance(1s);
-        EXPECT_EQ(fake_store::causes(), (Strings{"2 " + type, "3 " + type}));
+        EXPECT_EQ(fake_store::causes(), (Strings{"2 " + type + ":4", "3 " + type + ":3"}));
     });
 }
 

@@ -162,6 +162,22 @@ TEST_F(Kit, RecordsThatDoNotDecodeAreLogged)
     EXPECT_EQ(logged("3 a card's information could not be read: field 7"), 1U) << log();
 }
 
+TEST_F(Kit, ADeletedRequestIsWithdrawnEvenIfItDoesNotDecode)
+{
+    note_withdrawals();
+    serve_later([&] {
+        const std::string key = std::string(kit::request_type().name) + ':';
+        request(3);
+        request(4);
+        fake_store::deliver_undecodable(kit::request_type(), "field 6", VX_MOM_CMD_DELETED, key + '4');
+        EXPECT_EQ(withdrawn_, (Strings{"4 1 none"}));
+        EXPECT_TRUE(kept_.front().is_open());
+        fake_store::deliver_undecodable(kit::request_type(), "field 6", VX_MOM_CMD_DELETED, key + '5');
+        EXPECT_EQ(withdrawn_.size(), 1U);
+    });
+    EXPECT_EQ(logged("could not be read"), 0U) << log();
+}
+
 TEST_F(Kit, ASubscriptionThatIsRefusedIsLogged)
 {
     fake_store::refuse_subscription("no such database");
