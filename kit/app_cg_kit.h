@@ -111,7 +111,8 @@ typedef void (*app_cg_kit_withdrawn_f)(void *arg, const app_cg_kit_card_t *card,
 typedef void (*app_cg_kit_card_f)(void *arg, const app_cg_kit_card_t *card, int present);
 
 /* One line of the log, without line break. level: enum app_cg_kit_level. Called on any thread that calls the
- * kit. */
+ * kit, and not any more once app_cg_kit_close() has returned. It must not call app_cg_kit_close(), which
+ * waits for it. */
 typedef void (*app_cg_kit_log_f)(void *arg, int level, const char *text);
 
 /* app_cg_kit_options.flags */
@@ -171,7 +172,8 @@ int app_cg_kit_run(app_cg_kit_t *kit);
  * Open examinations stay unanswered; the module is asked about them again when it is started again. */
 int app_cg_kit_stop(app_cg_kit_t *kit);
 
-/* Frees a module that is not in app_cg_kit_run(). Held handles stay valid. Accepts null. */
+/* Frees a module that is not in app_cg_kit_run(). Held handles stay valid. Waits for log functions that other
+ * threads are in; no function of the module is called afterwards. Accepts null. */
 void app_cg_kit_close(app_cg_kit_t *kit);
 
 /*

@@ -29,21 +29,32 @@ std::deque<std::shared_ptr<app_cg_kit_check>> Mailbox::receive()
 void Mailbox::close()
 {
     std::deque<std::shared_ptr<app_cg_kit_check>> left; // dies without the lock
-    const std::lock_guard<std::mutex> guard(mutex_);
+    std::unique_lock<std::mutex> lock(mutex_);
     wake_ = nullptr;
     left.swap(posted_);
+    logged_.wait(lock, [this] { return logging_ == 0; });
 }
 
 void Mailbox::log(int level, const std::string &text) const
 {
-    Log sink;
+    struct Call {
+        const Mailbox &box;
+        ~Call()
+        {
+            const std::lock_guard<std::mutex> guard(box.mutex_);
+            box.logging_--;
+            box.logged_.notify_all();
+        }
+    };
     {
         const std::lock_guard<std::mutex> guard(mutex_);
-        if (wake_) {
-            sink = log_; // what it calls may belong to a module that is gone once this is closed
+        if (!wake_) {
+            return;
         }
+        logging_++;
     }
-    sink(level, text);
+    const Call call{*this};
+    log_(level, text); // without the lock: the sink may call the kit
 }
 
 std::string fitting_reason(std::string reason)
@@ -78,7 +89,7 @@ int app_cg_kit_check::answer(bool pass, const std::string &reason)
                                                  "compatible\" and cannot know what is wrong");
     } else if (!pass && reason.size() > cg::longest_reason) {
         mailbox_->log(APP_CG_KIT_WARNING, card + ": the reason has " + std::to_string(reason.size()) +
-                                              " bytes and was cut to 255");
+                                              " bytes and was cut to " + std::to_string(cg::longest_reason));
     }
     mailbox_->post(shared_from_this());
     return 0;

@@ -2,6 +2,7 @@
 #ifndef KIT_CHECK_H
 #define KIT_CHECK_H
 
+#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -23,14 +24,18 @@ public:
 
     void post(std::shared_ptr<app_cg_kit_check> check);
     std::deque<std::shared_ptr<app_cg_kit_check>> receive();
-    // Nothing is received any more; what was posted is dropped.
+    // Nothing is received or logged any more; what was posted is dropped. Waits for the calls of log() on
+    // other threads: what the sink uses may go with the module.
     void close();
+    // Logs, until it is closed. What the sink throws comes out of here.
     void log(int level, const std::string &text) const;
 
 private:
     mutable std::mutex mutex_;
+    mutable std::condition_variable logged_;
+    mutable int logging_ = 0;    // calls of the sink
     std::function<void()> wake_; // empty once closed
-    Log log_;
+    const Log log_;
     std::deque<std::shared_ptr<app_cg_kit_check>> posted_;
 };
 

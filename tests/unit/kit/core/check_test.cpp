@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace kit_test
@@ -171,6 +173,37 @@ TEST(Log, WritesWhatIsSevereEnough)
     log(APP_CG_KIT_INFO, "c");
     kit::Log()(APP_CG_KIT_ERROR, "to nobody");
     EXPECT_EQ(seen, "ab");
+}
+
+// The log function may belong to whoever closes it.
+TEST_F(CheckTest, TheEndWaitsForLogFunctionsOfOtherThreads)
+{
+    std::atomic<bool> is_in = false;
+    std::atomic<bool> is_closing = false;
+    std::atomic<bool> is_out = false;
+    kit::Mailbox mailbox([] {}, kit::Log(
+                                    [&](int, const std::string &) {
+                                        is_in = true;
+                                        while (!is_closing) {
+                                            std::this_thread::yield();
+                                        }
+                                        for (int turns = 0; turns < 1000; turns++) {
+                                            std::this_thread::yield();
+                                        }
+                                        is_out = true;
+                                    },
+                                    APP_CG_KIT_INFO));
+    std::thread other([&] { mailbox.log(APP_CG_KIT_INFO, "text"); });
+    while (!is_in) {
+        std::this_thread::yield();
+    }
+    is_closing = true;
+    mailbox.close();
+    EXPECT_TRUE(is_out);
+    is_in = false;
+    mailbox.log(APP_CG_KIT_INFO, "nobody hears it");
+    EXPECT_FALSE(is_in);
+    other.join();
 }
 
 } // namespace kit_test
