@@ -61,10 +61,9 @@ int lock_name(const Wanted &wanted, const Log &log, NameLock &lock)
     if (!warning.empty()) {
         log(APP_CG_KIT_WARNING, warning);
     }
-    const std::string endpoint =
-        wanted.endpoint.value_or(platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379"));
     std::string why;
-    switch (lock.acquire(wanted.lock_folder, wanted.name, endpoint, why)) {
+    switch (lock.acquire(wanted.lock_folder, wanted.name,
+                         wanted.endpoint.value_or(store::configured_endpoint()), why)) {
     case NameLock::Outcome::taken:
         log(APP_CG_KIT_ERROR, why);
         return APP_CG_KIT_E_TAKEN;

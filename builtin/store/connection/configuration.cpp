@@ -36,10 +36,14 @@ std::optional<StorePlace> place_of(const std::string &endpoint, const std::strin
     return StorePlace{*place, *credentials};
 }
 
+std::string configured_endpoint()
+{
+    return platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379");
+}
+
 std::optional<StorePlace> configured_place(std::string &why)
 {
-    return place_of(platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379"),
-                    platform::setting("VX_MOM_AUTH_FILE", ""), why);
+    return place_of(configured_endpoint(), platform::setting("VX_MOM_AUTH_FILE", ""), why);
 }
 
 std::chrono::milliseconds configured_deadline()

@@ -24,6 +24,9 @@ struct StorePlace {
 std::optional<StorePlace> place_of(const std::string &endpoint, const std::string &credential_file,
                                    std::string &why);
 
+// VX_MOM_ENDPOINT, or where the store is by default.
+std::string configured_endpoint();
+
 // Reads VX_MOM_ENDPOINT and the file that VX_MOM_AUTH_FILE names; as above.
 std::optional<StorePlace> configured_place(std::string &why);
 
