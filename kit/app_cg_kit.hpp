@@ -121,6 +121,14 @@ private:
     std::shared_ptr<app_cg_kit_check_t> handle_;
 };
 
+// The library's defaults.
+inline app_cg_kit_options_t default_options()
+{
+    app_cg_kit_options_t options;
+    app_cg_kit_options_init(&options);
+    return options;
+}
+
 class Module
 {
 public:
@@ -130,11 +138,11 @@ public:
         std::function<void(const Card &, const Check &)> withdrawn{};  // or empty
         std::function<void(const Card &, bool present)> card{};        // or empty
         std::function<void(int level, const std::string &text)> log{}; // empty: standard error
-        int log_level = APP_CG_KIT_INFO;
-        unsigned flags = 0;                                  // enum app_cg_kit_flag
-        std::optional<std::string> endpoint{};               // nothing: the setting VX_MOM_ENDPOINT
-        std::string module_folder{"/etc/app_cg/deny_check"}; // empty: not read
-        std::string lock_folder{"/run/lock"};                // empty: no lock
+        int log_level = default_options().log_level;
+        unsigned flags = 0;                                         // enum app_cg_kit_flag
+        std::optional<std::string> endpoint{};                      // nothing: the setting VX_MOM_ENDPOINT
+        std::string module_folder{default_options().module_folder}; // empty: not read
+        std::string lock_folder{default_options().lock_folder};     // empty: no lock
     };
 
     // Throws Error.

@@ -13,6 +13,7 @@
 
 #include "core/check.h"
 #include "core/opening.h"
+#include "modules/contract.h"
 
 struct app_cg_kit_module {
     kit::Opened parts;
@@ -148,8 +149,8 @@ void app_cg_kit_options_init_size(app_cg_kit_options_t *options, size_t size)
     app_cg_kit_options_t defaults{};
     defaults.size = size;
     defaults.log_level = APP_CG_KIT_INFO;
-    defaults.module_folder = "/etc/app_cg/deny_check";
-    defaults.lock_folder = "/run/lock";
+    defaults.module_folder = cg::default_module_folder;
+    defaults.lock_folder = kit::default_lock_folder;
     std::memset(static_cast<void *>(options), 0, size);
     std::memcpy(static_cast<void *>(options), &defaults, std::min(size, sizeof defaults));
 }
@@ -234,6 +235,7 @@ const char *app_cg_kit_error_text(int error)
     case APP_CG_KIT_E_ARGUMENT:
         return "an argument is missing or out of its range";
     case APP_CG_KIT_E_NAME:
+        static_assert(cg::longest_module_name == 15);
         return "not a module's name; 1 to 15 bytes that are possible for a file";
     case APP_CG_KIT_E_TAKEN:
         return "another running module has this name";

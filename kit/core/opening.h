@@ -16,6 +16,8 @@
 namespace kit
 {
 
+inline constexpr const char *default_lock_folder = "/run/lock";
+
 // What a module is to be; see app_cg_kit_options.
 struct Wanted {
     std::string name;

@@ -19,7 +19,6 @@ namespace
 
 constexpr std::chrono::seconds retry_pause{1};   // after a start that failed
 constexpr std::chrono::milliseconds grace{1000}; // between SIGTERM and SIGKILL
-constexpr const char *lock_folder = "/run/lock"; // as the kit's default
 
 kit::Log log_to(const Output &output)
 {
@@ -38,7 +37,7 @@ kit::Log log_to(const Output &output)
 CheckRunner::CheckRunner(const Output &output, Options options)
     : output_(output), options_(std::move(options))
 {
-    const kit::Wanted wanted{options_.module, std::nullopt, default_module_folder, lock_folder};
+    const kit::Wanted wanted{options_.module, std::nullopt, default_module_folder, kit::default_lock_folder};
     if (kit::open(wanted, hooks(), log_to(output_), opened_) != 0) {
         throw Failure(failed, ""); // the reason is logged
     }
