@@ -9,12 +9,13 @@
 
 #include "core/check.h"
 #include "core/facts.h"
+#include "records/databases.h"
 #include "store/client.h"
 
 namespace kit
 {
 
-inline constexpr int32_t database = 1; // of all these records
+inline constexpr int32_t database = cg::card_database; // of all these records
 
 // The types of check requests and of cards' information, for subscriptions.
 const ProtobufCMessageDescriptor &request_type();

@@ -16,6 +16,7 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "p_libpub.pb-c.h"
+#include "records/databases.h"
 #include "records/new_card.h"
 #include "records/position_key.h"
 #include "records/record_text.h"
@@ -26,8 +27,8 @@ namespace cg
 namespace
 {
 
-constexpr int32_t database = 1;           // of all records here
-constexpr std::size_t most_printed = 400; // bytes that are quoted of what a module printed
+constexpr int32_t database = card_database; // of all records here
+constexpr std::size_t most_printed = 400;   // bytes that are quoted of what a module printed
 
 using AnswerRecord = PLibpub__AppCgCardCheckAck;
 const ProtobufCMessageDescriptor &request_type = p_libpub__app_cg_card_check_info__descriptor;

@@ -7,6 +7,7 @@
 
 #include "base/failure.h"
 #include "base/text.h"
+#include "records/databases.h"
 #include "schema_registry.h"
 #include "vx_mom_schema.h"
 
@@ -24,15 +25,15 @@ struct Home {
 };
 
 constexpr std::array homes{
-    Home{"p_dev.card_info", 1},
-    Home{"p_dev.dp_lib_grole", 1},
-    Home{"p_dev.dm_set_card_custom_st", 33},
-    Home{"p_libpub.app_cg_card_check_info", 1},
-    Home{"p_libpub.app_cg_card_check_ack", 1},
-    Home{"p_libpub.app_cg_mom_deny_check_result", 1},
-    Home{"p_libpub.app_cg_card_deny_check_result", 28},
-    Home{"p_libpub.app_cg_card_bak_info", 1},
-    Home{"s_dev.im_card_power_onoff", 33},
+    Home{"p_dev.card_info", card_database},
+    Home{"p_dev.dp_lib_grole", card_database},
+    Home{"p_dev.dm_set_card_custom_st", device_database},
+    Home{"p_libpub.app_cg_card_check_info", card_database},
+    Home{"p_libpub.app_cg_card_check_ack", card_database},
+    Home{"p_libpub.app_cg_mom_deny_check_result", card_database},
+    Home{"p_libpub.app_cg_card_deny_check_result", result_database},
+    Home{"p_libpub.app_cg_card_bak_info", card_database},
+    Home{"s_dev.im_card_power_onoff", device_database},
 };
 
 const ProtobufCFieldDescriptor *index_of(const ProtobufCMessageDescriptor *message)
