@@ -8,8 +8,6 @@
 // and no number can be taken for that of a stranger who got it later.
 #include "ham.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
@@ -24,6 +22,7 @@
 
 #include "loop/settings.h"
 #include "loop/standard_descriptors.h"
+#include "process/lock_holder.h"
 #include "process/service_notice.h"
 
 namespace
@@ -40,21 +39,16 @@ int32_t cannot_tell(const std::string &path, int error)
     return -error;
 }
 
-// The file's content is for people; nothing depends on it. Returns ", pid 123", or "" when it names none.
+// Returns ", pid 123", or "" when the file names none.
 std::string holder_in(int fd)
 {
-    std::array<char, 16> content{};
-    const ssize_t length = pread(fd, content.data(), content.size(), 0);
-    std::string pid(content.data(), static_cast<size_t>(std::max<ssize_t>(length, 0)));
-    pid.erase(std::find_if_not(pid.begin(), pid.end(), [](char c) { return c >= '0' && c <= '9'; }),
-              pid.end());
+    const std::string pid = platform::lock_holder(fd);
     return pid.empty() ? "" : ", pid " + pid;
 }
 
 void write_holder(int fd)
 {
-    const std::string pid = std::to_string(getpid()) + "\n";
-    if (ftruncate(fd, 0) != 0 || pwrite(fd, pid.data(), pid.size(), 0) < 0) {
+    if (!platform::note_lock_holder(fd)) {
         fprintf(stderr, "platform: cannot note our pid in the lock file: %s\n", strerror(errno));
     }
 }

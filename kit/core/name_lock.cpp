@@ -5,7 +5,6 @@
 // modules of one name on different hosts of a stack are not noticed; they serve different daemons anyway.
 #include "core/name_lock.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -16,6 +15,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "process/lock_holder.h"
 
 namespace kit
 {
@@ -84,22 +85,15 @@ bool is_replaced(int file, const std::string &path)
 
 std::string holder_in(int file)
 {
-    std::array<char, 16> content{};
-    const ssize_t length = pread(file, content.data(), content.size(), 0);
-    std::string pid(content.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
-    pid.erase(std::find_if_not(pid.begin(), pid.end(), [](char c) { return c >= '0' && c <= '9'; }),
-              pid.end());
+    const std::string pid = platform::lock_holder(file);
     return pid.empty() ? "" : " (process " + pid + ')';
 }
 
-// For operators; nothing depends on it.
+// The lock's own descriptor may be for reading only.
 void note_holder(const std::string &path)
 {
-    const platform::Descriptor file{open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NOFOLLOW)};
-    const std::string pid = std::to_string(getpid()) + '\n';
-    if (file && write(file.get(), pid.data(), pid.size()) < 0) {
-        return;
-    }
+    const platform::Descriptor file{open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW)};
+    (void)(file && platform::note_lock_holder(file.get()));
 }
 
 } // namespace
