@@ -1,4 +1,5 @@
-// Whole numbers in texts, the same rule for all of the platform.
+// Whole numbers in settings, variables of the environment and messages. What the store holds is read by
+// store/codec/number.h, into numbers of any type.
 #ifndef LOOP_NUMBER_H
 #define LOOP_NUMBER_H
 

@@ -10,8 +10,6 @@ namespace store
 namespace
 {
 
-constexpr int least_version = 7; // the first with functions
-
 // The value of a line `name:value`; empty when there is none.
 std::string value_of(std::string_view text, std::string_view name)
 {
@@ -27,14 +25,14 @@ std::string value_of(std::string_view text, std::string_view name)
     return {};
 }
 
-bool is_new_enough(const std::string &version)
+} // namespace
+
+int major_version(const std::string &version)
 {
     int major = 0;
-    const auto result = std::from_chars(version.data(), version.data() + version.size(), major);
-    return result.ec == std::errc() && major >= least_version;
+    (void)std::from_chars(version.data(), version.data() + version.size(), major);
+    return major;
 }
-
-} // namespace
 
 bool read_server_info(const redisReply *server, const redisReply *replication, ServerInfo &info,
                       std::string &why)
@@ -53,7 +51,7 @@ bool read_server_info(const redisReply *server, const redisReply *replication, S
         why = "this is no store server: it does not tell its version";
         return false;
     }
-    if (!is_new_enough(info.version)) {
+    if (major_version(info.version) < least_version) {
         why = "the store server's version is " + info.version + ": " + std::to_string(least_version) +
               ".0 or newer is needed";
         return false;

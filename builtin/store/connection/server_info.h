@@ -23,6 +23,11 @@ struct ServerInfo {
 // The commands that ask for it.
 inline const std::vector<Command> info_questions{{"INFO", "server"}, {"INFO", "replication"}};
 
+inline constexpr int least_version = 7; // the first with functions
+
+// The first number of a version; 0 when it begins with none.
+int major_version(const std::string &version);
+
 // Reads the replies to these two. Returns false, and says why, when they are none or the server is too old.
 bool read_server_info(const redisReply *server, const redisReply *replication, ServerInfo &info,
                       std::string &why);

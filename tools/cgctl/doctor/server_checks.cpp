@@ -2,13 +2,13 @@
 #include "doctor/server_checks.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdlib>
 #include <sstream>
 
 #include "base/text.h"
 #include "records/record_types.h"
 #include "store/connection/configuration.h"
+#include "store/connection/server_info.h"
 
 namespace cg
 {
@@ -16,20 +16,12 @@ namespace cg
 namespace
 {
 
-constexpr int least_version = 7; // the first with functions
 constexpr std::chrono::seconds longest_patience{10};
 
 // What Redis has by default. The daemon receives every change of every card through this buffer, while
 // it may be kept waiting by a call for some seconds.
 constexpr int64_t least_hard_limit = 33554432;
 constexpr int64_t least_soft_limit = 8388608;
-
-int major_version(const std::string &version)
-{
-    int major = 0;
-    (void)std::from_chars(version.data(), version.data() + version.size(), major);
-    return major;
-}
 
 // The value of a setting of the server; nothing, and `finding` says why, when it does not say.
 std::optional<std::string> server_setting(Examination &examination, const char *name, Finding &finding)
@@ -114,7 +106,7 @@ Finding check_server(Examination &examination)
     const std::string version = examination.server_info("redis_version");
     const std::string valkey = examination.server_info("valkey_version");
     const std::string name = valkey.empty() ? "Redis " + version : "Valkey " + valkey;
-    if (major_version(version) < least_version) {
+    if (store::major_version(version) < store::least_version) {
         return {Severity::fail, version.empty() ? "it does not say that it is Redis" : "it is " + name,
                 "run Redis 7 or newer, or Valkey, there"};
     }
