@@ -179,7 +179,7 @@ Status Calls::change(Command &&call, const std::string &type)
                        commands[0][first_key].c_str(), text.c_str());
     }
     uint64_t revision = 0;
-    if (!parse_number(text, revision)) {
+    if (!parse_number(text, revision)) { // by no functions of ours; the log has no text for it
         return {internal_failure, "the store answers a write with what is no revision"};
     }
     if (commands.size() > 1) {

@@ -167,7 +167,8 @@ Database *Client::Parts::database(int32_t number)
     return place.get();
 }
 
-// Runs `work(database)`, which returns a status.
+// Runs `work(database)`, which returns a status. A number that is none is the caller's mistake, and not
+// logged.
 template <typename Work>
 Status Client::Parts::call(int32_t db, const Work &work)
 {

@@ -72,8 +72,9 @@ private:
     std::unique_ptr<Parts> parts_;
 };
 
-// As long as the object lives, the client's writes name a record's change as their cause, as they do by
-// themselves within its notification: for what a program writes later on account of it.
+// As long as the object lives, the writes of all clients on this client's loop name a record's change as
+// their cause, as they do by themselves within its notification: for what a program writes later on account
+// of it.
 class Handling
 {
 public:
