@@ -257,8 +257,11 @@ def schemas():
 
 def homes():
     """The database of each record type, as cgctl knows it."""
-    text = (ROOT / "lib" / "records" / "record_types.cpp").read_text(encoding="utf-8")
-    return {name: int(database) for name, database in re.findall(r'Home\{"([\w.]+)", (\d+)\}', text)}
+    room = ROOT / "lib" / "records"
+    names = (room / "include" / "records" / "databases.h").read_text(encoding="utf-8")
+    numbers = {name: int(number) for name, number in re.findall(r"int32_t (\w+) = (\d+);", names)}
+    text = (room / "record_types.cpp").read_text(encoding="utf-8")
+    return {name: numbers[database] for name, database in re.findall(r'Home\{"([\w.]+)", (\w+)\}', text)}
 
 
 class TablesTest(unittest.TestCase):
