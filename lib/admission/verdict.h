@@ -1,8 +1,7 @@
 // What a result's cause says of how it came about, and what the causes of the daemon's other writes say.
 //
 // The daemon writes a result while it handles an answer, or a card's information, or when a timer fires; the
-// store client says which. A cause names a record by its key: the type's name, and a part for each field of
-// the index, with a colon before each and bytes other than letters, digits and "._-~" as %XX.
+// store client says which. A cause names a record by its key.
 #ifndef ADMISSION_VERDICT_H
 #define ADMISSION_VERDICT_H
 

@@ -18,7 +18,7 @@ Cause by(const std::string &key)
     return {Cause::Kind::record, 42, key};
 }
 
-const Cause by_answer = by("p_libpub.app_cg_card_check_ack:1:3:-1:fan%20%C3%A4");
+const Cause by_answer = by("p_libpub.app_cg_card_check_ack:1:3:-1:fan%20\xC3\xA4");
 const Cause by_card = by("p_dev.card_info:0:1:3:-1");
 
 TEST(VerdictTest, AnAnswerDecides)
@@ -58,7 +58,8 @@ TEST(VerdictTest, OtherCausesSayNothing)
           by("p_dev.card_info:0:1:3"), by("p_dev.card_info:0:1:3:x"), by("p_dev.card_info:0:1:3:0:0"),
           by("p_dev.card_info:0:1:3:99999999999"), by("p_libpub.app_cg_card_check_info:0:1:3:0"),
           by("p_libpub.app_cg_card_check_ack:1:3:0"), by("p_libpub.app_cg_card_check_ack:1:3:0:m%2"),
-          by("p_libpub.app_cg_card_check_ack:1:3:0:m%zz"), by("p_libpub.app_cg_card_check_ack:1:3:0:m%"),
+          by("p_libpub.app_cg_card_check_ack:1:3:0:m%zz"), by("p_libpub.app_cg_card_check_ack:1:3:0:m%C3%A4"),
+          by("p_libpub.app_cg_card_check_ack:1:3:0:m%"),
           Cause{Cause::Kind::timer, 42, "p_dev.card_info:0:1:3:0"}}) {
         const Verdict verdict = verdict_of(true, cause, line_card);
         EXPECT_EQ(verdict.outcome, cause.kind == Cause::Kind::timer ? Outcome::silence : Outcome::unseen)
