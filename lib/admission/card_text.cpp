@@ -153,19 +153,24 @@ Tone tone_of(const TrackedCard &card)
     return Tone::plain;
 }
 
-Tone tone_of(const Decision &decision)
+Tone tone_of(Outcome outcome)
 {
-    switch (decision.outcome) {
+    switch (outcome) {
     case Outcome::denied:
         return Tone::bad;
     case Outcome::silence:
     case Outcome::unseen:
         return Tone::warning;
     case Outcome::withdrawn:
-        return was_cut_off(decision) ? Tone::warning : Tone::quiet;
+        return Tone::quiet;
     default:
         return Tone::good;
     }
+}
+
+Tone tone_of(const Decision &decision)
+{
+    return was_cut_off(decision) ? Tone::warning : tone_of(decision.outcome);
 }
 
 std::string decision_text(const Decision &decision)
@@ -192,7 +197,7 @@ std::string answer_text(const admission::Answer &answer)
     return visible(answer.module) + (answer.ret == 0 ? " PASS" : " DENY") +
            (answer.took ? " after " + seconds_text(*answer.took) : "") +
            (answer.reason.empty() ? "" : ": " + visible(answer.reason)) +
-           (answer.registered ? "" : " (not registered: ignored)");
+           (answer.registered ? "" : " (not registered: its answers are ignored)");
 }
 
 void Summary::add(const TrackedCard &card)

@@ -6,6 +6,7 @@
 #include <numeric>
 #include <utility>
 
+#include "admission/card_text.h"
 #include "admission/words.h"
 #include "base/text.h"
 
@@ -19,19 +20,8 @@ using admission::Outcome;
 using admission::Time;
 using std::chrono::seconds;
 
-struct Style {
-    char letter;
-    Tone tone;
-};
-
 // In the order of the enumeration.
-constexpr std::array<Style, outcome_count> styles{{{'P', Tone::good},
-                                                   {'T', Tone::warning},
-                                                   {'D', Tone::bad},
-                                                   {'E', Tone::good},
-                                                   {'N', Tone::good},
-                                                   {'W', Tone::quiet},
-                                                   {'?', Tone::quiet}}};
+constexpr std::array<char, outcome_count> all_letters{'P', 'T', 'D', 'E', 'N', 'W', '?'};
 
 // Whole days begin at midnight UTC, not in the user's zone: bars stay where they are when clocks change.
 constexpr std::array<int64_t, 17> steps_s{1,    5,     15,    60,    300,   600,    900,    1800,   3600,
@@ -100,9 +90,9 @@ void add_legend(std::vector<std::string> &lines, std::size_t each, const Termina
         used += columns + (used == 0 ? 0 : 1);
     };
     for (std::size_t i = 0; i < outcome_count; ++i) {
-        const std::string text =
-            std::string(" ") + text_of(static_cast<Outcome>(i)) + (i + 1 == outcome_count ? ";" : ",");
-        add(toned(terminal, styles.at(i).tone, std::string(1, styles.at(i).letter)) + text, 1 + text.size());
+        const auto outcome = static_cast<Outcome>(i);
+        const std::string text = std::string(" ") + text_of(outcome) + (i + 1 == outcome_count ? ";" : ",");
+        add(toned(terminal, tone_of(outcome), std::string(1, letter_of(outcome))) + text, 1 + text.size());
     }
     const std::string scale =
         "a letter is " + (each == 1 ? "one decision" : "up to " + std::to_string(each) + " decisions");
@@ -117,7 +107,8 @@ std::string bar_line(const Bar &bar, std::size_t each, std::size_t width, const 
     for (std::size_t i = 0; i < outcome_count; ++i) {
         const std::size_t letters = letters_of(bar.counts.at(i), each);
         if (letters > 0) {
-            line += toned(terminal, styles.at(i).tone, std::string(letters, styles.at(i).letter));
+            const auto outcome = static_cast<Outcome>(i);
+            line += toned(terminal, tone_of(outcome), std::string(letters, letter_of(outcome)));
             used += letters;
         }
     }
@@ -145,7 +136,7 @@ std::size_t Bar::total() const
 
 char letter_of(Outcome outcome)
 {
-    return styles.at(static_cast<std::size_t>(outcome)).letter;
+    return all_letters.at(static_cast<std::size_t>(outcome));
 }
 
 std::string minute_text(Time time)

@@ -37,6 +37,8 @@ std::string ago_text(Time time, Time now);
 // "14:02:11 (88 s ago)"; empty when it is not known.
 std::string since_text(const admission::TrackedCard &card, Time now);
 Tone tone_of(const admission::TrackedCard &card);
+Tone tone_of(admission::Outcome outcome);
+// That of its outcome; a check that was cut off stands out among those that were withdrawn.
 Tone tone_of(const admission::Decision &decision);
 
 // What a check ended with: "passed by m2", "denied by m1: not enough power", "admitted by time-out of m2",

@@ -126,7 +126,9 @@ TEST_F(CardEventsTest, AnswersOfStrangersAreToldAsSuch)
     request();
     (void)texts();
     answer("m\n9", 0);
-    EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m\\n9 PASS after 1 s (not registered: ignored)"));
+    EXPECT_THAT(
+        texts(),
+        ElementsAre("answer 1/3/0 lc: m\\n9 PASS after 1 s (not registered: its answers are ignored)"));
 }
 
 TEST_F(CardEventsTest, ComingAndGoingIsTold)
@@ -147,10 +149,10 @@ TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
     events.all_received(now);
     card(true);
     (void)texts();
-    events.store_heard({1, false}, now);
+    events.store_heard({1, false, false, "reset\n"}, now);
     events.store_heard({1, true, true}, now);
     card(false, "lc", true);
-    EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1; reconnecting",
+    EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1: reset\\n; connecting again",
                                      "store the store is back, database 1",
                                      "offline 1/3/0 lc: offline (while the store was away)"));
 }
@@ -163,7 +165,7 @@ TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
     request();
     answer("m1", 0);
     (void)texts();
-    events.store_heard({1, false}, now);
+    events.store_heard({1, false, false, "reset\n"}, now);
     events.store_heard({1, true, true}, now);
     (void)texts();
     card(true, "lc", true);

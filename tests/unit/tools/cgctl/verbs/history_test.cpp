@@ -83,7 +83,7 @@ TEST_F(HistoryVerbs, ALineForEachDecisionWithWhatLiesBetween)
         outcome.out,
         "2023-11-15 12:00:02  1/1/0  fan\\n1 (serial 0a)  denied by m1: too hot  after 2 s  as master\n"
         "    m1 DENY after 1.5 s: too hot\n"
-        "    m9 PASS after 0.01 s (not registered: ignored)\n"
+        "    m9 PASS after 0.01 s (not registered: its answers are ignored)\n"
         "2023-11-15 12:00:05  the daemon ended: exited 77\n"
         "2023-11-15 12:00:06  the daemon started, process 42\n"
         "2023-11-15 12:00:10 to 2023-11-15 12:00:20  the store was away: decisions may be missing\n"
