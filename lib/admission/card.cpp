@@ -141,8 +141,12 @@ void Card::answer_deleted(Answer answer, const Change &change)
 void Card::hear(Answer answer, bool existing)
 {
     answers_.add(std::move(answer));
-    if (!existing && !shown_.open && shown_.last && shared_.on_late_answer) {
-        shared_.on_late_answer(shown_.card.position, answers_.all().back());
+    if (!shared_.on_answer) {
+        return;
+    }
+    const bool late = !existing && !shown_.open && shown_.last;
+    shared_.on_answer(shown_.card.position, answers_.all().back(), late);
+    if (late) {
         answers_.set_told();
     }
 }

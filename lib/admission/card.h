@@ -19,7 +19,7 @@ namespace admission
 // What all positions share.
 struct Shared {
     std::function<void(const Decision &)> on_decision{};
-    std::function<void(const Position &, const Answer &)> on_late_answer{};
+    std::function<void(const Position &, const Answer &, bool late)> on_answer{};
     std::chrono::milliseconds timeout{};
     Modules modules{};
     bool modules_exact = false; // they are those that the daemon asks, and not only the best that is known

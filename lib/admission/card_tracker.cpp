@@ -28,9 +28,9 @@ void CardTracker::set_modules(std::vector<std::string> modules, bool exact)
     }
 }
 
-void CardTracker::on_late_answer(LateListener called)
+void CardTracker::on_answer(AnswerListener called)
 {
-    shared_->on_late_answer = std::move(called);
+    shared_->on_answer = std::move(called);
 }
 
 void CardTracker::set_role(std::optional<int32_t> role)
@@ -133,11 +133,16 @@ void CardTracker::request_deleted(const Position &position, const Change &change
     forget_if_empty(position);
 }
 
-// The daemon passes over answers for cards that it does not know.
+// The daemon passes over answers for cards that it does not know: they are heard, and not kept.
 void CardTracker::answer_written(const Position &position, const Answer &answer, const Change &change)
 {
     if (Card *known = find_card(position)) {
         known->answer_written(answer, change);
+    } else if (!change.existing && shared_->on_answer) {
+        Answer heard = answer;
+        heard.at = change.at;
+        heard.registered = is_module(answer.module);
+        shared_->on_answer(position, heard, false);
     }
 }
 
@@ -261,11 +266,6 @@ std::optional<milliseconds> CardTracker::time_left(const TrackedCard &card, Time
     }
     const auto left = std::chrono::duration_cast<milliseconds>(*card.requested_at + shared_->timeout - now);
     return std::clamp(left, milliseconds{0}, shared_->timeout);
-}
-
-std::optional<milliseconds> CardTracker::time_to_answer(const TrackedCard &card, Time at) const
-{
-    return shared_->time_between(card.requested_at, at);
 }
 
 } // namespace admission

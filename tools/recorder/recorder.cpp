@@ -39,8 +39,10 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Log log, Time now)
       gaps_(metrics_, [this](Outbox::Write wanted) { write(std::move(wanted)); }), started_(now), now_(now)
 {
     tracker_.on_daemon([this](const std::string &instance, bool started) { hear_daemon(instance, started); });
-    tracker_.on_late_answer([this](const history::Position &position, const history::Answer &answer) {
-        record_late(position, answer);
+    tracker_.on_answer([this](const history::Position &position, const history::Answer &answer, bool late) {
+        if (late) {
+            record_late(position, answer);
+        }
     });
     outbox_.on_loss([this] { gaps_.count(now_); });
     read_service_log();

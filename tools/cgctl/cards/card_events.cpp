@@ -63,6 +63,9 @@ struct CardEvents::Before {
 CardEvents::CardEvents(Listener listener)
     : listener_(std::move(listener)), tracker_([this](const Decision &decision) { decided(decision); })
 {
+    tracker_.on_answer([this](const Position &position, const Answer &answer, bool /*late*/) {
+        report({answer.at, position, "", meanwhile_, answer});
+    });
 }
 
 void CardEvents::report(Event event) const
@@ -83,9 +86,6 @@ void CardEvents::handle(const ProtobufCMessage &record, bool deleted, const admi
     Before before;
     if (const TrackedCard *card = position ? tracker_.find(*position) : nullptr) {
         before = {card->state != State::absent, card->card, card->open, card->power_off};
-    }
-    if (record.descriptor == &p_libpub__app_cg_card_check_ack__descriptor && !deleted) {
-        report_answer(record, change); // before the decision that it may bring about
     }
     meanwhile_ = change.existing;
     admission::feed(tracker_, record, deleted, change);
@@ -112,28 +112,6 @@ void CardEvents::compare(const Position &position, const Before &before,
     if (now.power_off != before.power_off) {
         report({change.at, position, name, change.existing, PowerChange{now.power_off}});
     }
-}
-
-// An answer that is received again with the other records of a store that was away stood already, unless it
-// was never heard of; where there is no card, nothing is remembered.
-void CardEvents::report_answer(const ProtobufCMessage &record, const admission::Change &change) const
-{
-    const auto &ack = reinterpret_cast<const PLibpub__AppCgCardCheckAck &>(record);
-    const std::optional<Position> position = position_of(record);
-    if (!position) {
-        return;
-    }
-    Answer answer{ack.index->mod_name, ack.ret, ack.reason, change.at};
-    answer.revision = change.write.revision;
-    const TrackedCard *card = tracker_.find(*position);
-    if (change.existing && (card == nullptr || admission::was_heard(card->answers, answer))) {
-        return;
-    }
-    if (!change.existing && card != nullptr && card->open) {
-        answer.took = tracker_.time_to_answer(*card, change.at);
-    }
-    answer.registered = tracker_.is_module(answer.module);
-    report({change.at, position, "", change.existing, std::move(answer)});
 }
 
 void CardEvents::set_role(const std::optional<int32_t> &role, const admission::Change &change)

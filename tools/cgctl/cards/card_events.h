@@ -62,7 +62,6 @@ private:
 
     void report(Event event) const;
     void compare(const Position &position, const Before &before, const admission::Change &change) const;
-    void report_answer(const ProtobufCMessage &record, const admission::Change &change) const;
     void set_role(const std::optional<int32_t> &role, const admission::Change &change);
     void decided(const admission::Decision &decision) const;
 

@@ -28,7 +28,7 @@ class CardTracker
 {
 public:
     using Listener = std::function<void(const Decision &)>;
-    using LateListener = std::function<void(const Position &, const Answer &)>;
+    using AnswerListener = std::function<void(const Position &, const Answer &, bool late)>;
     using DaemonListener = std::function<void(const std::string &instance, bool started)>;
 
     // `on_decision` is called for each check that ends, when it is known how; it may be empty. `timeout` is
@@ -48,9 +48,10 @@ public:
     // are filled: so it may call set_modules(). `started`: it began to write while we listened, for the first
     // time as far as is known.
     void on_daemon(DaemonListener called) { daemon_listener_ = std::move(called); }
-    // Has `called` called for each answer that comes when its check has ended. It is not reported again with
-    // a later decision: see Decision::told_before.
-    void on_late_answer(LateListener called);
+    // Has `called` called for each answer that is heard of, before the decision that it may bring about;
+    // once, although it may be found again. `late`: it came when its check had ended. Such a one is not
+    // reported again with a later decision: see Decision::told_before.
+    void on_answer(AnswerListener called);
     // This device's global role; nothing when it is not known.
     void set_role(std::optional<int32_t> role);
 
@@ -90,10 +91,6 @@ public:
     [[nodiscard]] bool knows_modules() const;
     [[nodiscard]] std::chrono::milliseconds timeout() const;
 
-    // From the last request to an answer at this time; nothing when the request was not seen, or the time
-    // cannot be: a clock was set, or it is an afterthought.
-    [[nodiscard]] std::optional<std::chrono::milliseconds> time_to_answer(const TrackedCard &card,
-                                                                          Time at) const;
     // What is left of the time to answer, never more than all of it; nothing when the card does not wait or
     // its beginning was not seen.
     [[nodiscard]] std::optional<std::chrono::milliseconds> time_left(const TrackedCard &card, Time now) const;

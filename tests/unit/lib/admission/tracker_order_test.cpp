@@ -205,9 +205,14 @@ TEST_F(TrackerOrderTest, ATimeToAnswerThatCannotBeIsNone)
 TEST_F(TrackerOrderTest, AnAnswerAfterTheDecisionIsToldOnceAndAtOnce)
 {
     std::vector<std::string> late;
-    tracker.on_late_answer([&](const Position &position, const Answer &told) {
+    std::vector<std::string> all;
+    tracker.on_answer([&](const Position &position, const Answer &told, bool is_late) {
         EXPECT_EQ(position, slot3);
-        late.push_back(told.module);
+        EXPECT_TRUE(told.took);
+        all.push_back(told.module);
+        if (is_late) {
+            late.push_back(told.module);
+        }
     });
     plug();
     ask();
@@ -220,6 +225,7 @@ TEST_F(TrackerOrderTest, AnAnswerAfterTheDecisionIsToldOnceAndAtOnce)
     }
     result(true, by_answer("m1"));
     EXPECT_THAT(late, ElementsAre("m2", "m3", "m1"));
+    EXPECT_THAT(all, ElementsAre("m1", "m2", "m3", "m1"));
     ASSERT_EQ(decisions.size(), 2U);
     EXPECT_EQ(decisions[1].answers.size(), 4U);
     EXPECT_EQ(decisions[1].told_before, 4U);
