@@ -30,6 +30,7 @@ struct StoreChange {
     int32_t db = 0;
     bool connected = false;
     bool same_data = false; // of a store that is back: with what it had
+    std::string problem{};  // why it is lost
 };
 struct DaemonChange {
     bool answers = false;

@@ -37,19 +37,20 @@ std::map<Position, std::string> reasons_in(const DaemonView &daemon)
 LiveCards::LiveCards(const Session &session, Store &store, const std::string &history_file,
                      CardEvents::Listener listener, std::function<void()> complete)
     : session_(session), events_(std::move(listener)),
-      follower_(store.client(),
-                {.changed = [this](const auto &record, bool deleted,
-                                   const auto &change) { handle(record, deleted, change); },
-                 .undecodable =
-                     [this](const auto &key, const auto &reason) {
-                         session_.notice("record " + key + " does not decode: " + reason);
-                     },
-                 .snapshot_done = [this] { finish_snapshot(); },
-                 .outage =
-                     [this](const auto &event) {
-                         const bool connected = event.kind != store::ConnectionEvent::Kind::lost;
-                         events_.store_heard({event.database, connected, event.same_data}, now());
-                     }}),
+      follower_(
+          store.client(),
+          {.changed = [this](const auto &record, bool deleted,
+                             const auto &change) { handle(record, deleted, change); },
+           .undecodable =
+               [this](const auto &key, const auto &reason) {
+                   session_.notice("record " + key + " does not decode: " + reason);
+               },
+           .snapshot_done = [this] { finish_snapshot(); },
+           .outage =
+               [this](const auto &event) {
+                   const bool connected = event.kind != store::ConnectionEvent::Kind::lost;
+                   events_.store_heard({event.database, connected, event.same_data, event.reason}, now());
+               }}),
       complete_(std::move(complete)), past_(read_past(history_file)),
       probe_(store.loop(), session.socket, history_file,
              [this](const HealthReport &report) { handle_health(report); })

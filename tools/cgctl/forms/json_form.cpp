@@ -167,7 +167,9 @@ struct EventForm {
     }
     EventParts operator()(const StoreChange &store) const
     {
-        Json members{{"db", store.db}, {"connected", store.connected}};
+        Json members{{"db", store.db},
+                     {"connected", store.connected},
+                     {"problem", store.connected ? Json(nullptr) : Json(store.problem)}};
         if (store.connected) {
             members["same_data"] = store.same_data;
         }

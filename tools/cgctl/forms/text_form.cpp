@@ -9,6 +9,7 @@
 
 #include "admission/card_facts.h"
 #include "admission/card_text.h"
+#include "admission/follower.h"
 #include "base/table.h"
 #include "base/text.h"
 
@@ -159,10 +160,9 @@ struct EventForm {
     }
     std::string operator()(const StoreChange &store) const
     {
-        const std::string which = "database " + std::to_string(store.db);
-        return store.connected
-                   ? "the store is back, " + which + (store.same_data ? "" : ", with other data than before")
-                   : "lost the store, " + which + "; reconnecting";
+        using Kind = ::store::ConnectionEvent::Kind;
+        return admission::text_of(::store::ConnectionEvent{store.connected ? Kind::returned : Kind::lost,
+                                                           store.db, store.problem, store.same_data});
     }
     std::string operator()(const DaemonChange &daemon) const
     {
