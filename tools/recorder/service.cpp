@@ -78,9 +78,10 @@ std::unique_ptr<prometheus::Exposer> expose(const cg::Output &output, const Opti
     std::unique_ptr<prometheus::Exposer> exposer;
     try {
         exposer = std::make_unique<prometheus::Exposer>(options.listen);
-    } catch (const std::exception &) {
-        throw cg::Failure(cg::failed, "metrics cannot be served at " + options.listen +
-                                          "; choose a free port by --listen, or off");
+    } catch (const std::exception &error) {
+        throw cg::Failure(cg::failed, "metrics cannot be served at " + options.listen + ": " +
+                                          cg::visible(error.what()) +
+                                          "; choose an address and a free port by --listen, or off");
     }
     exposer->RegisterCollectable(metrics.registry());
     output.notice("metrics are at http://" + options.listen.substr(0, options.listen.rfind(':')) + ':' +
