@@ -61,4 +61,4 @@ def test_a_daemon_that_starts_afresh_is_another_writer(rig):
     rig.start()
     rig.expect(lambda: mark(rig.request("1/3/0"))[0] != first, "the request by the new daemon")
     assert mark(rig.request("1/3/0"))[1] == cause, "for the same card"
-    assert rig.keys(HOST, REQUEST)
+    assert rig.keys(HOST, REQUEST) == [f"{REQUEST}:0:1:3:0"], "in the place of the one before"

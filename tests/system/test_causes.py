@@ -78,6 +78,31 @@ def test_an_answer_that_a_resynchronisation_brings_counts(rig, recorder, who):
     assert listed(rig, "1/3/0")["decider"] == "m1"
 
 
+@pytest.mark.parametrize("first, reason", [("recorder", "hot"), ("daemon", None)])
+def test_the_reason_of_a_denial_that_a_resynchronisation_brings(rig, recorder, first, reason):
+    """Found unread it is known; an answer that came and was read while the recorder was away is gone, and nobody guesses."""
+    rig.start_master("m1", "m2")
+    recorder.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.expect(lambda: sql(recorder, "SELECT count(*) FROM open_checks") == "1", "the check is in the file")
+    for program in (rig.daemon, recorder):
+        program.signal(signal.SIGSTOP)
+    for kind in ("normal", "pubsub"):
+        rig.store.ask(f"CLIENT KILL TYPE {kind} SKIPME yes\r\n".encode())
+    rig.answer("1/3/0", "m1", ret=1, reason="hot")
+    if first == "recorder":
+        recorder.signal(signal.SIGCONT)
+        rig.expect(lambda: recorder.said().count("subscribed; following") == 2, "the recorder is back")
+        rig.daemon.signal(signal.SIGCONT)
+    else:
+        rig.daemon.signal(signal.SIGCONT)
+        rig.expect_no_request("1/3/0")
+        recorder.signal(signal.SIGCONT)
+    denied = recorder.expect_decision("1/3/0", "denied")
+    assert (denied["decider"], denied["reason"], denied["complete"]) == ("m1", reason, False)
+
+
 def test_a_pass_after_a_withdrawal_and_a_restart_of_the_recorder_has_its_decider(rig, recorder):
     rig.start_master("m1", "m2")
     recorder.start()
