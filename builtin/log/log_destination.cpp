@@ -113,7 +113,7 @@ size_t number_in(std::string_view text, int64_t least, int64_t most)
     return static_cast<size_t>(*number);
 }
 
-// Takes the text up to the next colon off the front.
+// Cuts the text up to the next colon off the front.
 std::string_view next_part(std::string_view &text)
 {
     const size_t colon = text.find(':');

@@ -50,7 +50,7 @@ bool parse_run(const std::string &text, Run &run)
     return is_sound;
 }
 
-// Takes in one field of the list of runs. Returns whether it is one.
+// Parses one field of the list of runs. Returns whether it is one.
 bool parse_run_field(const std::string &name, const std::string &value, DataSet::Answers &answers)
 {
     uint64_t number = 0;

@@ -59,9 +59,9 @@ public:
     bool is_believable(const Master &master, const Answers &answers, std::string &why) const;
     // From now on the data is known by these answers.
     void adopt(const Answers &answers);
-    // The highest that was told; 0 when none was.
+    // The highest that was learned; 0 when none was.
     uint64_t learned(const std::string &type) const;
-    // A revision of a record type was told by the server. It is the truth about what was heard, too.
+    // A revision of a record type came from the server. It is the truth about what was heard, too.
     void learn(const std::string &type, uint64_t revision);
     // A revision of a record type came with a change, which any user may publish of his own records.
     void hear(const std::string &type, uint64_t revision);

@@ -170,7 +170,7 @@ void Inbox::report_loss()
     }
 }
 
-// The connection is up: finds out what came back and tells the user. Returns false when it has to be tried
+// The connection is up: finds out what came back and notifies the user. Returns false when it has to be tried
 // again.
 bool Inbox::open()
 {

@@ -160,7 +160,7 @@ bool TypeSubscription::advance()
     return true;
 }
 
-// What throws is memory that ran out. It may have taken a change along, so all is compared again.
+// What throws is memory that ran out. A change may be lost with it, so all is compared again.
 TypeSubscription::Step TypeSubscription::run(Step (TypeSubscription::*work)())
 {
     busy_ = true;
@@ -322,7 +322,7 @@ TypeSubscription::Step TypeSubscription::deliver()
 }
 
 // All records up to the fence are delivered. Changes up to now come before command 29; the answer to a ping
-// tells that none of them is still on its way.
+// says that none of them is still on its way.
 TypeSubscription::Step TypeSubscription::read_target()
 {
     if (const Status status = read_revision(calls_, name_, target_); !status) {

@@ -162,7 +162,7 @@ void AsyncConnection::connect()
     search();
 }
 
-// Looks for the master of a group, a little at a time.
+// Searches for the master of a group, a little at a time.
 void AsyncConnection::search()
 {
     const bool is_over = search_->advance() || std::chrono::steady_clock::now() >= search_limit_;

@@ -42,6 +42,7 @@ public:
     virtual void on_failed(const std::string &problem, bool lasting) = 0;
     // What was asked for is in place: a channel, or a pattern of channels.
     virtual void on_subscribed(std::string_view watched) = 0;
+    // The server refuses what was asked for.
     virtual void on_refused(std::string_view watched, const std::string &problem) = 0;
     // A message on a channel that belongs to what is watched.
     virtual void on_message(std::string_view watched, std::string_view channel, std::string_view payload) = 0;
@@ -57,7 +58,7 @@ public:
     AsyncConnection(event_base *base, const ClientIdentity &identity, int32_t database,
                     std::chrono::milliseconds handshake_limit, platform::Messages &messages);
 
-    // Connects from the loop, and again whenever the connection is lost, and tells the observer, which
+    // Connects from the loop, and again whenever the connection is lost, and notifies the observer, which
     // outlives it. Does nothing when already begun.
     void begin(AsyncObserver &observer);
     bool is_begun() const { return state_ != State::idle; }

@@ -102,7 +102,7 @@ std::string parse_group(std::string_view rest, Endpoint &endpoint)
                                   : parse_sentinels(rest.substr(at + 1), endpoint.sentinels);
 }
 
-// Takes "WORD VALUE". Other words may begin with this one, so a blank has to follow.
+// Parses "WORD VALUE". Other words may begin with this one, so a blank has to follow.
 bool parse_word(std::string_view line, std::string_view word, std::string &value)
 {
     if (line.substr(0, word.size()) != word) {
