@@ -92,7 +92,7 @@ void Card::request_deleted(const Change &change)
 {
     shown_.request = false;
     if (shown_.open && !change.existing) {
-        const Outcome cause = verdict_of(true, change.write.origin.cause, 0).outcome;
+        const Outcome cause = explanation_of(true, change.write.origin.cause, 0).outcome;
         const bool decided = cause == Outcome::passed || cause == Outcome::silence;
         end_check(decided ? Outcome::unseen : Outcome::withdrawn, change.at);
     }
@@ -173,10 +173,10 @@ void Card::result_deleted(const Change &change)
     refresh(change);
 }
 
-Verdict Card::verdict() const
+Explanation Card::explanation() const
 {
-    return result_ ? verdict_of(result_->pass, result_->write.origin.cause, shown_.card.node_type)
-                   : Verdict{};
+    return result_ ? explanation_of(result_->pass, result_->write.origin.cause, shown_.card.node_type)
+                   : Explanation{};
 }
 
 // Of two writes of one daemon the one with the greater number is the later one. A daemon that was started
@@ -194,7 +194,7 @@ bool Card::outranks_request(const Result &result) const
     }
     const bool is_newer_card =
         asked.cause.kind == store::Cause::Kind::record && by.cause.revision > asked.cause.revision;
-    return verdict().outcome == Outcome::unasked &&
+    return explanation().outcome == Outcome::unasked &&
            (is_newer_card || (shared_.modules && shared_.modules->empty()));
 }
 
@@ -267,28 +267,28 @@ void Card::begin_check(const Change &change)
 // The result that stands ends the check, if there is one.
 void Card::decide(const Change &change)
 {
-    const Verdict verdict = this->verdict();
-    if (verdict.outcome != Outcome::unseen && is_asked_by_another(result_->write.origin.instance)) {
+    const Explanation explanation = this->explanation();
+    if (explanation.outcome != Outcome::unseen && is_asked_by_another(result_->write.origin.instance)) {
         cut_off(change.at);
     }
-    if (shown_.open && !is_check(verdict.outcome)) {
+    if (shown_.open && !is_check(explanation.outcome)) {
         end_check(Outcome::withdrawn, change.at); // nobody is asked any more
     }
     Decision decision;
-    decision.outcome = verdict.outcome;
+    decision.outcome = explanation.outcome;
     decision.decided_at = change.at;
     decision.admitted = result_->pass;
-    decision.decider = verdict.module;
+    decision.decider = explanation.module;
     decision.result = result_->write;
-    whole_ = whole_ && !change.existing && verdict.outcome != Outcome::unseen;
-    if (!verdict.module.empty()) {
-        const Answer *answer = answers_.find(verdict.module, verdict.answer, result_->pass);
+    whole_ = whole_ && !change.existing && explanation.outcome != Outcome::unseen;
+    if (!explanation.module.empty()) {
+        const Answer *answer = answers_.find(explanation.module, explanation.answer, result_->pass);
         whole_ = whole_ && answer != nullptr;
-        if (verdict.outcome == Outcome::denied && answer != nullptr) {
-            decision.reason = answer->reason.empty() ? fallback_reason(verdict.module) : answer->reason;
+        if (explanation.outcome == Outcome::denied && answer != nullptr) {
+            decision.reason = answer->reason.empty() ? fallback_reason(explanation.module) : answer->reason;
         }
     }
-    if (verdict.outcome == Outcome::silence) {
+    if (explanation.outcome == Outcome::silence) {
         decision.silent = list_.waiting(answers_.all(), shared_.modules);
     }
     finish(std::move(decision));
@@ -444,21 +444,22 @@ bool Card::is_empty() const
 void Card::refresh(const Change &change)
 {
     const State before = shown_.state;
-    const Verdict verdict = this->verdict();
-    if (daemon_.empty() && !list_.is_set() && verdict.outcome != Outcome::unseen) {
+    const Explanation explanation = this->explanation();
+    if (daemon_.empty() && !list_.is_set() && explanation.outcome != Outcome::unseen) {
         daemon_ = result_->write.origin.instance;
     }
-    const bool is_admitted = verdict.outcome == Outcome::passed || verdict.outcome == Outcome::silence;
+    const bool is_admitted =
+        explanation.outcome == Outcome::passed || explanation.outcome == Outcome::silence;
     if (is_admitted && daemon_ == result_->write.origin.instance) {
         list_.clear();
     }
     shown_.state = state_of({is_there_, shown_.card.online, shown_.open,
-                             result_ ? std::optional(result_->pass) : std::nullopt, verdict.outcome});
+                             result_ ? std::optional(result_->pass) : std::nullopt, explanation.outcome});
     const bool waits = shown_.state == State::waiting;
     shown_.waiting_for = waits ? list_.waiting(answers_.all(), shared_.modules) : std::vector<std::string>{};
     shown_.any_will_do = !shown_.waiting_for.empty() && list_.any_will_do();
     shown_.answers = answers_.all();
-    shown_.decider = verdict.module;
+    shown_.decider = explanation.module;
     shown_.denied =
         shown_.state == State::denied || (shown_.state == State::offline && result_ && !result_->pass);
     shown_.explained = result_ && shown_.last && is_same(shown_.last->result, result_->write);

@@ -10,7 +10,7 @@
 
 #include "admission/tracked_card.h"
 #include "answer_list.h"
-#include "verdict.h"
+#include "explanation.h"
 #include "wait_list.h"
 
 namespace admission
@@ -77,7 +77,7 @@ public:
     [[nodiscard]] bool is_empty() const;
 
 private:
-    [[nodiscard]] Verdict verdict() const;
+    [[nodiscard]] Explanation explanation() const;
     [[nodiscard]] bool outranks_request(const Result &result) const;
     [[nodiscard]] bool is_asked_by_another(const std::string &instance) const;
     [[nodiscard]] bool was_asked() const;

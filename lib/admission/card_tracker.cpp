@@ -85,7 +85,7 @@ Card *CardTracker::find_card(const Position &position)
 Card *CardTracker::card_of(int32_t tipc_nodeid, const Result &result)
 {
     Card *found = nullptr;
-    const auto position = verdict_of(result.pass, result.write.origin.cause, 0).position;
+    const auto position = explanation_of(result.pass, result.write.origin.cause, 0).position;
     for (const auto &[place, card] : cards_) {
         const TrackedCard &shown = card->shown();
         const bool fits =
@@ -100,9 +100,10 @@ Card *CardTracker::card_of(int32_t tipc_nodeid, const Result &result)
 void CardTracker::card_written(const CardFacts &facts, const Change &change)
 {
     const auto result = results_.find(facts.tipc_nodeid);
-    const bool is_this = result != results_.end() &&
-                         verdict_of(result->second.pass, result->second.write.origin.cause, facts.node_type)
-                                 .position.value_or(facts.position) == facts.position;
+    const bool is_this =
+        result != results_.end() &&
+        explanation_of(result->second.pass, result->second.write.origin.cause, facts.node_type)
+                .position.value_or(facts.position) == facts.position;
     card(facts.position).written(facts, is_this ? std::optional(result->second) : std::nullopt, change);
 }
 
@@ -156,7 +157,7 @@ void CardTracker::answer_deleted(const Position &position, const Answer &answer,
 void CardTracker::result_written(int32_t tipc_nodeid, bool pass, const Change &change)
 {
     const Result result{pass, change.write};
-    if (verdict_of(pass, change.write.origin.cause, 0).outcome != Outcome::unseen) {
+    if (explanation_of(pass, change.write.origin.cause, 0).outcome != Outcome::unseen) {
         hear_daemon(change);
     }
     results_[tipc_nodeid] = result;

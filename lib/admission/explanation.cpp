@@ -1,5 +1,5 @@
 // What a cause says.
-#include "verdict.h"
+#include "explanation.h"
 
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
@@ -48,7 +48,7 @@ std::optional<Position> card_in(const Cause &cause)
 
 } // namespace
 
-Verdict verdict_of(bool pass, const Cause &cause, int32_t node_type)
+Explanation explanation_of(bool pass, const Cause &cause, int32_t node_type)
 {
     if (const std::optional<AnswerKey> answer = answer_in(cause)) {
         return {pass ? Outcome::passed : Outcome::denied, answer->module, cause.revision, answer->position};

@@ -2,8 +2,8 @@
 //
 // The daemon writes a result while it handles an answer, or a card's information, or when a timer fires; the
 // store client says which. A cause names a record by its key.
-#ifndef ADMISSION_VERDICT_H
-#define ADMISSION_VERDICT_H
+#ifndef ADMISSION_EXPLANATION_H
+#define ADMISSION_EXPLANATION_H
 
 #include <optional>
 #include <string>
@@ -13,7 +13,7 @@
 namespace admission
 {
 
-struct Verdict {
+struct Explanation {
     Outcome outcome = Outcome::unseen;  // passed, denied, silence, exempt, unasked; unseen: no cause is known
     std::string module{};               // whose answer it was
     uint64_t answer = 0;                // the revision of that answer
@@ -21,7 +21,7 @@ struct Verdict {
 };
 
 // `pass`: what the result says. `node_type`: of the card, to tell a main board.
-Verdict verdict_of(bool pass, const store::Cause &cause, int32_t node_type);
+Explanation explanation_of(bool pass, const store::Cause &cause, int32_t node_type);
 
 // Whether a request was written by the daemon: it asks while it handles the card's information.
 bool is_daemons_request(const store::Cause &cause, const Position &position);
