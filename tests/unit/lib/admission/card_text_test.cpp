@@ -84,6 +84,7 @@ TEST_F(CardText, ADenialNamesTheDeciderWhereItIsKnown)
     EXPECT_EQ(state_text(found), "denied by m2");
     EXPECT_EQ(denial_of(found), nullptr);
     EXPECT_EQ(denial_of(ended(State::denied, Outcome::denied, "m1"))->decider, "m1");
+    EXPECT_EQ(denial_of(ended(State::passed, Outcome::passed, "m1")), nullptr);
 }
 
 TEST_F(CardText, ADeniedCardThatWentOffLineIsStillDenied)

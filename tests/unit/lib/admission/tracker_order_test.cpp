@@ -202,6 +202,22 @@ TEST_F(TrackerOrderTest, ATimeToAnswerThatCannotBeIsNone)
     EXPECT_EQ(shown().answers.at(2).took, 10s);
 }
 
+TEST_F(TrackerOrderTest, AnAnswerForACardThatIsNotKnownIsHeardAndNotKept)
+{
+    std::vector<std::string> heard;
+    tracker.on_answer([&](const Position &position, const Answer &answer, bool late) {
+        EXPECT_EQ(position, slot3);
+        EXPECT_EQ(answer.at, now);
+        EXPECT_FALSE(late);
+        heard.push_back(answer.module + (answer.registered ? "" : "?"));
+    });
+    write_answer("m1");
+    write_answer("stranger");
+    write_answer("m2", 0, "", true);
+    EXPECT_THAT(heard, ElementsAre("m1", "stranger?"));
+    EXPECT_EQ(tracker.find(slot3), nullptr);
+}
+
 TEST_F(TrackerOrderTest, AnAnswerAfterTheDecisionIsToldOnceAndAtOnce)
 {
     std::vector<std::string> late;
