@@ -185,7 +185,7 @@ void Module::open_job(const Request &request, const store::Change &change)
     if (found != jobs_.end() && found->second.request == request) {
         Job &job = found->second;
         job.revision = change.revision;
-        log_(APP_CG_KIT_DEBUG, request.position.text() + " is asked about again and still open");
+        log_(APP_CG_KIT_DEBUG, request.position.text() + " is requested again, still under examination");
         watch_time(job, std::chrono::seconds(0)); // its time starts again
         if (job.check && has_other_card(*job.check).value) {
             end_for_other_card(job);

@@ -49,7 +49,7 @@ public:
 
     void add_request(const TrackedCard &card)
     {
-        add("asked", card.requested_at ? moment(*card.requested_at) : "when is not known");
+        add("asked", card.requested_at ? moment(*card.requested_at) : "time unknown");
         add_answers(card.answers, card.waiting_for);
         add_before(card);
     }
@@ -82,7 +82,7 @@ public:
         if (!decision.complete) {
             add("", decision.requested_at
                         ? "(not known in full: answers may be missing, or it was not known who was asked)"
-                        : "(nobody saw this check from its beginning, so answers may be missing)");
+                        : "(recording began later: answers may be missing)");
         }
     }
 
@@ -110,8 +110,7 @@ facts_of_card(const TrackedCard &card, std::optional<std::chrono::milliseconds> 
     }
     facts.add("state", state_text(card, left));
     if (card.state == State::passed && card.decider.empty()) {
-        facts.add("",
-                  "the result does not say: it is of an earlier build, or of somebody else than the daemon");
+        facts.add("", "the result does not say: an earlier build or another program wrote it");
     }
     facts.add("since", since_text(card, now));
     if (card.open) {

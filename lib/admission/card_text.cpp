@@ -1,8 +1,6 @@
 // A card's admission in words.
 #include "admission/card_text.h"
 
-#include <algorithm>
-
 #include "base/text.h"
 #include "p_dev.pb-c.h"
 
@@ -24,14 +22,11 @@ std::string enum_word(const ProtobufCEnumDescriptor &type, int32_t value, std::s
     if (found == nullptr) {
         return std::to_string(value);
     }
-    std::string word = std::string(found->name).substr(prefix);
-    std::transform(word.begin(), word.end(), word.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return word;
+    return cg::lower(std::string_view(found->name).substr(prefix));
 }
 
-// Admitted by a result that names no answer, timer or card as its cause: of an earlier build, or of somebody
-// else than the daemon.
+// Admitted by a result that names no answer, timer or card as its cause: an earlier build or another
+// program wrote it.
 bool is_unexplained(const TrackedCard &card)
 {
     return card.state == State::passed && card.decider.empty();
@@ -107,7 +102,7 @@ std::pair<std::string, std::string> state_parts(const TrackedCard &card, std::op
     case State::silence:
         return {word, silent_text(card)};
     case State::passed:
-        return {word, is_unexplained(card) ? "(how is not known)" : ""};
+        return {word, is_unexplained(card) ? "(cause unknown)" : ""};
     case State::denied:
         return {word, decider_text(card)};
     case State::offline:

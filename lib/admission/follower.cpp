@@ -88,7 +88,7 @@ std::string text_of(const store::ConnectionEvent &event)
 {
     const std::string number = std::to_string(event.database);
     if (event.kind == Kind::lost) {
-        return "lost the store, database " + number + ": " + cg::visible(event.reason) + "; connecting again";
+        return "lost the store, database " + number + ": " + cg::visible(event.reason) + "; reconnecting";
     }
     return "the store is back, database " + number + (event.same_data ? "" : ", with other data than before");
 }

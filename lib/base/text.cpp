@@ -86,16 +86,15 @@ std::size_t edit_distance(std::string_view a, std::string_view b)
     return row.back();
 }
 
+} // namespace
+
 std::string lower(std::string_view text)
 {
     std::string result(text);
-    for (char &character : result) {
-        character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
-    }
+    std::transform(result.begin(), result.end(), result.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     return result;
 }
-
-} // namespace
 
 std::string visible(std::string_view text, std::size_t limit)
 {

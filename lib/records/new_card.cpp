@@ -1,8 +1,6 @@
 // A card to be plugged.
 #include "records/new_card.h"
 
-#include <algorithm>
-#include <cctype>
 #include <vector>
 
 #include "base/failure.h"
@@ -22,17 +20,10 @@ constexpr int32_t most_devid = 127; // keeps the TIPC node ids below 0x1800000
 constexpr int32_t most_slotid = 255;
 constexpr std::string_view node_type_prefix = "DM_TYPE_";
 
-std::string lower(std::string text)
-{
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
-
 // "lc" for DM_TYPE_LC.
 std::string short_name(std::string_view enum_name)
 {
-    return lower(std::string(enum_name.substr(node_type_prefix.size())));
+    return lower(enum_name.substr(node_type_prefix.size()));
 }
 
 int32_t derived_nodeid(const Position &position)

@@ -143,7 +143,7 @@ def test_a_file_that_somebody_holds_at_the_start_is_taken_up_when_he_lets_go(rig
     with contextlib.closing(sqlite3.connect(recorder.history, isolation_level=None)) as held:
         held.execute("BEGIN EXCLUSIVE")
         recorder.start()
-        assert "it is tried again, and kept in memory meanwhile" in recorder.said()
+        assert "retrying; kept in memory" in recorder.said()
         held.execute("ROLLBACK")
     rig.expect(lambda: "the history is written again" in recorder.said(), "it is written again")
     rig.answer("1/3/0", "m1")
@@ -184,7 +184,7 @@ def test_it_says_which_database_does_not_answer(rig, recorder):
     rig.store.stop()
     rig.store.start(databases=16)
     recorder.launch()
-    rig.expect(lambda: "the store does not answer yet, database 33; connecting again" in recorder.said(), "it says which")
+    rig.expect(lambda: "the store does not answer yet, database 33; reconnecting" in recorder.said(), "it says which")
     rig.store.stop()
     rig.store.start()
     rig.expect(lambda: "subscribed; following" in recorder.said(), "it is connected with both")

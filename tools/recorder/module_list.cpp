@@ -59,7 +59,7 @@ void ModuleList::report(const std::string &problem, bool missing)
         return;
     }
     const char *consequence =
-        list_ ? "the list that was read last stands" : "which modules are registered is not known";
+        list_ ? "the list read last is still used" : "which modules are registered is not known";
     log_("the modules' folder " + folder_ +
          (problem.empty() ? " can be read again"
           : missing       ? " is missing: no module is registered, unless the daemon sees another folder"

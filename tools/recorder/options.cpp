@@ -17,7 +17,7 @@ namespace
 {
 
 constexpr const char *description =
-    "cg_recorderd - keep what became of each line card, by whom, and why\n"
+    "cg_recorderd - record admission decisions\n"
     "\n"
     "It reads the store (VX_MOM_ENDPOINT, VX_MOM_AUTH_FILE as for cgctl) and writes nothing into it. `cgctl "
     "history`\n"

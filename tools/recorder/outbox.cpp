@@ -24,7 +24,7 @@ void Outbox::handle_failure(const history::Error &error)
 {
     failed_();
     if (!std::exchange(failing_, true)) {
-        log_(std::string(error.what()) + "; it is tried again, and kept in memory meanwhile");
+        log_(std::string(error.what()) + "; retrying; kept in memory");
     }
     if (error.is_damaged()) {
         writer_.reset(); // opening it again moves it aside

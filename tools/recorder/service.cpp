@@ -203,7 +203,7 @@ void Service::report_absence()
     for (const int32_t db : databases) {
         which += (db == *databases.begin() ? "" : " and ") + std::to_string(db);
     }
-    which += "; connecting again until it does";
+    which += "; reconnecting";
     if (heard_until_) {
         output_.notice("the store has not answered since " + cg::clock_text(*heard_until_, now()) +
                        ", database" + which);

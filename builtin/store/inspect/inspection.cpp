@@ -43,6 +43,17 @@ Inspected inspected(const redisReply *reply)
 
 } // namespace
 
+const Inspected &Inspected::value_of(const std::string &name) const
+{
+    static const Inspected none;
+    for (std::size_t i = 0; i + 1 < items.size(); i += 2) {
+        if (items[i].text == name) {
+            return items[i + 1];
+        }
+    }
+    return none;
+}
+
 struct Inspection::Parts {
     ClientIdentity identity;
     std::string problem;

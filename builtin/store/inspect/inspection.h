@@ -25,6 +25,8 @@ struct Inspected {
     std::vector<Inspected> items;
 
     [[nodiscard]] bool is_error() const { return kind == Kind::error; }
+    // In a list that alternates names and values, the value of a name; nothing where the name is not.
+    [[nodiscard]] const Inspected &value_of(const std::string &name) const;
 };
 
 class Inspection

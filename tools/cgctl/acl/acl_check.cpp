@@ -19,28 +19,10 @@ using store::Inspected;
 constexpr const char *who_may_ask =
     "; ask as an administrator: set VX_MOM_AUTH_FILE to the file of app_cg-admin's credentials";
 
-// The element of a list of names and values.
-const Inspected *value_of(const Inspected &pairs, const std::string &name)
-{
-    for (std::size_t i = 0; i + 1 < pairs.items.size(); i += 2) {
-        if (pairs.items[i].text == name) {
-            return &pairs.items[i + 1];
-        }
-    }
-    return nullptr;
-}
-
 bool has(const Inspected &user, const std::string &list, const std::string &text)
 {
-    const Inspected *texts = value_of(user, list);
-    return texts != nullptr && std::any_of(texts->items.begin(), texts->items.end(),
-                                           [&](const Inspected &item) { return item.text == text; });
-}
-
-bool has_password(const Inspected &user)
-{
-    const Inspected *passwords = value_of(user, "passwords");
-    return passwords != nullptr && !passwords->items.empty();
+    const std::vector<Inspected> &texts = user.value_of(list).items;
+    return std::any_of(texts.begin(), texts.end(), [&](const Inspected &item) { return item.text == text; });
 }
 
 std::string quoted(const std::vector<std::string> &command)
@@ -62,7 +44,7 @@ std::vector<std::string> login_problems(const Inspected &user, const std::string
     }
     if (has(user, "flags", "nopass")) {
         problems.emplace_back("needs no password");
-    } else if (!has_password(user)) {
+    } else if (user.value_of("passwords").items.empty()) {
         problems.emplace_back("has no password, so nobody can log in");
     } else if (!digest.empty() && !has(user, "passwords", digest)) {
         problems.emplace_back("has another password than its file of credentials");
@@ -210,8 +192,7 @@ void AclInspector::check_stranger(const std::string &name, std::vector<AclFindin
 
 std::string AclInspector::users_file()
 {
-    const Inspected answer = ask({"CONFIG", "GET", "aclfile"});
-    return answer.items.size() == 2 ? answer.items[1].text : std::string();
+    return ask({"CONFIG", "GET", "aclfile"}).value_of("aclfile").text;
 }
 
 } // namespace cg

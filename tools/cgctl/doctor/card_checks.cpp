@@ -191,7 +191,7 @@ Finding check_acknowledgements(Examination &examination)
         return {Severity::fail, "answers that the daemon has not handled: " + listed(unheard), restart};
     }
     if (!stale.empty()) {
-        return {Severity::warn, "answers that nobody waits for: " + listed(stale), listed(fixes)};
+        return {Severity::warn, "stale answers: " + listed(stale), listed(fixes)};
     }
     return {Severity::ok, "no stale acknowledgements"};
 }

@@ -31,17 +31,6 @@ std::string random_word()
     return std::to_string(random()) + std::to_string(random());
 }
 
-// The value of a field in a reply that alternates names and values.
-std::string value_of(const store::Inspected &fields, const std::string &name)
-{
-    for (std::size_t i = 0; i + 1 < fields.items.size(); i += 2) {
-        if (fields.items[i].text == name) {
-            return fields.items[i + 1].text;
-        }
-    }
-    return {};
-}
-
 // What is wrong with the registration of one database's data; empty when nothing is.
 std::string registration_problem(const Examination &examination, const store::Inspected &set,
                                  const store::Inspected &runs)
@@ -51,11 +40,11 @@ std::string registration_problem(const Examination &examination, const store::In
     }
     const std::string run =
         examination.server_info("run_id") + ':' + examination.server_info("master_replid");
-    const std::string present = value_of(runs, value_of(runs, "now"));
+    const std::string present = runs.value_of(runs.value_of("now").text).text;
     if (present.substr(0, present.find(' ')) != run) {
         return "the server's present run is not registered";
     }
-    return value_of(runs, "library") == store::library_digest()
+    return runs.value_of("library").text == store::library_digest()
                ? ""
                : "the functions registered are of another version";
 }
@@ -171,7 +160,7 @@ Finding check_functions(Examination &examination)
         return {Severity::fail, std::string("the function library ") + store::library_name + " is missing",
                 fix};
     }
-    if (value_of(reply.items[0], "library_code") != store::library_code()) {
+    if (reply.items[0].value_of("library_code").text != store::library_code()) {
         return {Severity::fail,
                 std::string("the function library ") + store::library_name + " is of another version", fix};
     }

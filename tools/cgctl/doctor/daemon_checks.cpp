@@ -107,7 +107,7 @@ Finding check_daemon_connections(Examination &examination)
     if (!missing.empty()) {
         return {Severity::fail,
                 "the daemon is not connected to database " + listed(missing) + " of this store",
-                "let both have the same VX_MOM_ENDPOINT (/etc/app_cg/platform.conf), then " +
+                "set the same VX_MOM_ENDPOINT for both (/etc/app_cg/platform.conf), then " +
                     std::string(restart)};
     }
     // The role's own channel, the cards' pattern, and the answers' once there are modules.

@@ -42,18 +42,11 @@ std::string secrets_folder()
     return slash == std::string::npos || slash == 0 ? "/etc/app_cg/secrets" : own.substr(0, slash);
 }
 
-// The file that the server keeps its users in; empty when it has none, or does not say.
-std::string users_file(Examination &examination)
-{
-    const store::Inspected reply = examination.ask({"CONFIG", "GET", "aclfile"});
-    return reply.items.size() == 2 ? reply.items[1].text : std::string();
-}
-
 // How the server gets the users that it should have; by way of another file, since an empty list, which is
 // what a command that fails leaves, is one user who may do everything.
 std::string list_of_users(Examination &examination)
 {
-    const std::string known = users_file(examination);
+    const std::string known = examination.ask({"CONFIG", "GET", "aclfile"}).value_of("aclfile").text;
     const std::string file = known.empty() ? "/etc/redis/users.acl" : known;
     const std::string folder = examination.module_folder == default_module_folder
                                    ? ""

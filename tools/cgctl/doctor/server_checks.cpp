@@ -86,10 +86,9 @@ Finding check_store(Examination &examination)
     const std::string &problem = server.problem();
     for (const char *word : {"NOAUTH", "WRONGPASS", "NOPERM"}) {
         if (problem.find(word) != std::string::npos) {
-            return {
-                Severity::fail, problem,
-                "put `user NAME` and `password SECRET` of a user whom the server knows into the file that "
-                "VX_MOM_AUTH_FILE names; `cgctl acl` prints the users that there should be"};
+            return {Severity::fail, problem,
+                    "put `user NAME` and `password SECRET` of a user of the server into the file that "
+                    "VX_MOM_AUTH_FILE names; `cgctl acl` prints the users that there should be"};
         }
     }
     return {Severity::fail, problem,

@@ -50,7 +50,7 @@ private:
     InPlace in_place_;
 };
 
-// "lost the store, database 1: REASON; connecting again", "the store is back, database 1".
+// "lost the store, database 1: REASON; reconnecting", "the store is back, database 1".
 std::string text_of(const store::ConnectionEvent &event);
 
 } // namespace admission

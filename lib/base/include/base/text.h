@@ -19,6 +19,9 @@ std::string visible(std::string_view text, std::size_t limit = std::string::npos
 // Returns visible() in double quotes, with quotes and backslashes inside escaped by a backslash.
 std::string in_quotes(std::string_view text);
 
+// Returns the text with the letters of ASCII in lower case.
+std::string lower(std::string_view text);
+
 // Whether the whole text is well-formed UTF-8.
 bool is_utf8(std::string_view text);
 

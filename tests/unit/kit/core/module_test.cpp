@@ -287,7 +287,7 @@ TEST_F(Kit, ARequestRepeatedWhileItIsOpenIsOneAndAfterTheAnswerAnotherOne)
         request(3);
         request(3);
         EXPECT_EQ(kept_.size(), 1U);
-        EXPECT_EQ(logged("7 1/3/0 is asked about again and still open"), 1U) << log();
+        EXPECT_EQ(logged("7 1/3/0 is requested again, still under examination"), 1U) << log();
         EXPECT_EQ(kept_[0].pass(), 0);
         (void)fake_loop::turn();
         EXPECT_EQ(take_answers().size(), 1U);

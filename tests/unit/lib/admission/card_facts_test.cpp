@@ -82,7 +82,7 @@ TEST_F(FactsOfCardTest, ACheckThatStandsNamesWhoAnsweredAndWhoDidNot)
                             Pair("before", "withdrawn, 13:58:30 (90 s ago)")));
     card.requested_at.reset();
     card.answers.clear();
-    EXPECT_THAT(facts(), Contains(Pair("asked", "when is not known")));
+    EXPECT_THAT(facts(), Contains(Pair("asked", "time unknown")));
     EXPECT_THAT(facts(), Contains(Pair("answers", "m2 has not answered")));
 }
 
@@ -100,7 +100,7 @@ TEST_F(FactsOfCardTest, ADecisionThatExplainsTheStateIsToldInFull)
     card.last->complete = false;
     EXPECT_THAT(facts().back().second, testing::StartsWith("(not known in full"));
     card.last->requested_at.reset();
-    EXPECT_THAT(facts().back().second, testing::StartsWith("(nobody saw this check from its beginning"));
+    EXPECT_THAT(facts().back().second, testing::StartsWith("(recording began later"));
 }
 
 TEST_F(FactsOfCardTest, AnotherResultThanTheLastDecisionsNamesItsDecider)

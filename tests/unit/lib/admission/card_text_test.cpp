@@ -112,7 +112,7 @@ TEST_F(CardText, TheOthersAreOneWordOrTwo)
 TEST_F(CardText, APassWhoseResultSaysNotHowIsNoPlainPass)
 {
     for (const TrackedCard &card : {in(State::passed), ended(State::passed, Outcome::unseen, "")}) {
-        EXPECT_EQ(state_text(card), "passed (how is not known)");
+        EXPECT_EQ(state_text(card), "passed (cause unknown)");
         EXPECT_EQ(tone_of(card), Tone::warning);
         EXPECT_EQ(admission_json(card, std::nullopt)["state"], "passed");
         EXPECT_EQ(admission_json(card, std::nullopt)["unseen"], true);

@@ -204,7 +204,7 @@ TEST_F(FollowerTest, AfterAnOutageEverythingOfTheDatabaseIsReportedAgain)
     notify();
     EXPECT_FALSE(is_news());
     EXPECT_THAT(events_,
-                ElementsAre("lost the store, database 1: ; connecting again",
+                ElementsAre("lost the store, database 1: ; reconnecting",
                             "the store is back, database 1, with other data than before", "written"));
 }
 
@@ -222,7 +222,7 @@ TEST_F(FollowerTest, WhatDoesNotDecodeIsReportedAsText)
 TEST(ConnectionEvents, AreSaidInOneLine)
 {
     EXPECT_EQ(text_of(store::ConnectionEvent{Kind::lost, 33, "reset\n"}),
-              "lost the store, database 33: reset\\n; connecting again");
+              "lost the store, database 33: reset\\n; reconnecting");
     EXPECT_EQ(text_of(store::ConnectionEvent{Kind::returned, 1, "", true}), "the store is back, database 1");
 }
 

@@ -61,6 +61,11 @@ TEST(InQuotes, EscapesQuotesAndBackslashes)
     EXPECT_EQ(in_quotes("a\"b\\c\n"), "\"a\\\"b\\\\c\\n\"");
 }
 
+TEST(Lower, LeavesAllButAsciiAlone)
+{
+    EXPECT_EQ(lower("DM_TYPE-Lc 9 \u00c4"), "dm_type-lc 9 \u00c4");
+}
+
 TEST(Hex, GoesBothWays)
 {
     EXPECT_EQ(from_hex("00ffA1"), std::string("\x00\xFF\xA1", 3));

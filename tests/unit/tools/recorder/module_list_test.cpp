@@ -133,7 +133,7 @@ TEST_F(ModuleListTest, TheListThatWasReadLastStands)
     hear_daemon();
     make_unreadable();
     store_returns();
-    EXPECT_THAT(log_, Contains(HasSubstr("the list that was read last stands")));
+    EXPECT_THAT(log_, Contains(HasSubstr("the list read last is still used")));
     plug(3);
     ask(3);
     answer(3, "m1");

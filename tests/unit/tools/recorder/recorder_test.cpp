@@ -34,7 +34,7 @@ TEST_F(RecorderTest, WhatTheFileHoldsIsResumedWhenItCanBeOpened)
     {
         const FullDisk full;
         start();
-        EXPECT_THAT(log_, testing::Contains(HasSubstr("it is tried again, and kept in memory meanwhile")));
+        EXPECT_THAT(log_, testing::Contains(HasSubstr("retrying; kept in memory")));
         plug(4, true);
         ask(4, true);
         now_ += 1s;

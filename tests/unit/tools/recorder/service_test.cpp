@@ -103,7 +103,7 @@ TEST_F(ServiceTest, WaitsForItsStoreAndSurvivesItsLoss)
 {
     stop_server();
     const auto recorder = start();
-    ASSERT_TRUE(recorder->says("the store does not answer yet, databases 1 and 33; connecting again"));
+    ASSERT_TRUE(recorder->says("the store does not answer yet, databases 1 and 33; reconnecting"));
     EXPECT_THAT(recorder->err(), HasSubstr(folder_.path("store"))) << "where it is, and why not";
     EXPECT_THAT(recorder->err(), HasSubstr("No such file or directory"));
     start_server();

@@ -45,6 +45,15 @@ protected:
     ScopedSetting endpoint{"VX_MOM_ENDPOINT", server.endpoint().text};
 };
 
+TEST(InspectedTest, AListOfNamesAndValuesIsReadByName)
+{
+    const auto text = [](const char *value) { return Inspected{Inspected::Kind::text, value, {}}; };
+    const Inspected pairs{Inspected::Kind::list, "", {text("a"), text("b"), text("b"), text("c"), text("d")}};
+    EXPECT_EQ(pairs.value_of("a").text, "b");
+    EXPECT_EQ(pairs.value_of("b").text, "c") << "names stand at every other place";
+    EXPECT_EQ(pairs.value_of("d").kind, Inspected::Kind::nothing) << "its value is missing";
+}
+
 TEST_F(InspectionTest, RepliesAreFreeOfAnyLibrarysTypes)
 {
     Inspection inspection(3, enough);

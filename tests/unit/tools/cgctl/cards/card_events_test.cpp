@@ -152,7 +152,7 @@ TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
     events.store_heard({1, false, false, "reset\n"}, now);
     events.store_heard({1, true, true}, now);
     card(false, "lc", true);
-    EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1: reset\\n; connecting again",
+    EXPECT_THAT(texts(), ElementsAre("store lost the store, database 1: reset\\n; reconnecting",
                                      "store the store is back, database 1",
                                      "offline 1/3/0 lc: offline (while the store was away)"));
 }

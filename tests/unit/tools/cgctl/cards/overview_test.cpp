@@ -142,11 +142,11 @@ TEST_F(OverviewTest, APassWhoseWriterSaysNotHowIsNamed)
     plug(3, "APP_CG_CHECK_PASS");
     plug(4, "APP_CG_CHECK_PASS");
     const auto table = list({"list", "--color", "always"});
-    EXPECT_THAT(table.out, HasSubstr("\033[1;33mpassed (how is not known)\033[0m"));
+    EXPECT_THAT(table.out, HasSubstr("\033[1;33mpassed (cause unknown)\033[0m"));
     EXPECT_THAT(table.err, HasSubstr("cgctl: 3 cards: 3 passed\n"));
-    EXPECT_THAT(list({"list", "1/2"}).out, Not(HasSubstr("how is not known")));
+    EXPECT_THAT(list({"list", "1/2"}).out, Not(HasSubstr("cause unknown")));
     EXPECT_THAT(list({"show", "1/4"}).out,
-                HasSubstr("  state     passed (how is not known)\n            the result does not say"));
+                HasSubstr("  state     passed (cause unknown)\n            the result does not say"));
     const Json cards = list({"list", "--json"}).json()["cards"];
     EXPECT_EQ(cards[0]["unseen"], false);
     EXPECT_EQ(cards[1]["unseen"], true);
@@ -162,7 +162,7 @@ TEST_F(OverviewTest, WithoutAHistoryOneMessageSaysWhatIsNotKnown)
     EXPECT_THAT(table.out, HasSubstr("passed"));
     EXPECT_THAT(table.err, HasSubstr("no history at "));
     EXPECT_THAT(table.err, HasSubstr(": times, answers and reasons are not known\n"));
-    EXPECT_THAT(table.err, Not(HasSubstr("how is not known")));
+    EXPECT_THAT(table.err, Not(HasSubstr("cause unknown")));
 }
 
 TEST_F(OverviewTest, ADeniedCardIsStillToldOfWhenItsPowerIsOff)

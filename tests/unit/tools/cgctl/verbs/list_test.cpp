@@ -319,7 +319,7 @@ TEST_F(CardVerbs, ShowGathersEveryRecordOfTheCardAndOfNoOther)
                                      "p_libpub.app_cg_card_check_ack", "p_libpub.app_cg_card_bak_info"}));
     const std::string text = cgctl({"show", "1/3/0"});
     EXPECT_TRUE(text.starts_with("card 1/3/0\n  name      card 1/3/0\n  type      lc, configured as 1\n"
-                                 "  state     passed (how is not known)\n"))
+                                 "  state     passed (cause unknown)\n"))
         << text;
     EXPECT_NE(text.find("p_libpub.app_cg_card_deny_check_result (database 28)\n"), std::string::npos) << text;
     EXPECT_NE(text.find("  index.card_tipc_nodeid=1003\n"), std::string::npos) << text;
