@@ -22,16 +22,20 @@ enum class State {
     unasked,   // admitted, no module was registered
 };
 
-// What a state follows from. What happens to a card changes one of these, so the table of transitions is:
+// What a state follows from. A change of a record sets one of these, and state_of() says what that makes of
+// the card; a state is never carried on from the one before:
 //
 //   card information written, online    card              -> as what stands says; undecided when nothing does
 //   card information written, offline   card              -> offline (exempt: stays)
 //   card information deleted            card              -> absent
 //   request written                     waits             -> waiting
+//   request found whose check ended     -                 -> as what stands says
 //   request deleted, check not decided  waits no more     -> as what stands says
 //   result by an answer                 waits no more     -> passed, denied
 //   result by a timer                   waits no more     -> silence
 //   result by the card's information    waits no more     -> exempt, unasked
+//   result that does not say how        waits no more     -> passed, denied
+//   result found, older than a request  result            -> waiting
 //   result deleted                      result            -> undecided
 //   the daemon was restarted            waits no more     -> as what stands says, until it asks again
 struct Standing {
