@@ -180,30 +180,21 @@ unit_tests()
     return 1
 }
 
-# The fuzz targets, all at the same time: fuzz_targets SECONDS
+# The fuzz targets, all at the same time: fuzz_targets PRESET SECONDS
 fuzz_targets()
 {
     # They never wait, and tests beside them have deadlines.
-    nice -n 5 "$project_root/tests/fuzz/run" --seconds "$1" --junit "$junit" 2>&1 | tee "$stages_logs/fuzz.log"
+    nice -n 15 "$project_root/tests/fuzz/run" --build "$project_root/build/$1/tests/fuzz" --seconds "$2" --junit "$junit" 2>&1 |
+        tee "$stages_logs/fuzz.log"
 }
 
-# system_tests PRESET [file...]: of the daemon and the tools of a build; without files all of them
+# system_tests PRESET
 system_tests()
 {
-    local name=$1 files=("$project_root/tests/system")
-    shift
-    [ $# -eq 0 ] || files=("${@/#/$project_root/tests/system/}")
     # Most of their time they wait, so there may be more of them than processors.
-    APP_CG_BUILD=${APP_CG_BUILD:-$project_root/build/$name} PYTHONDONTWRITEBYTECODE=1 \
+    APP_CG_BUILD=$project_root/build/$1 PYTHONDONTWRITEBYTECODE=1 \
         /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --rootdir "$project_root/tests/system" \
-        --basetemp "$stages_logs/tmp-$name" --junitxml "$junit" "${files[@]}" 2>&1 | tee "$stages_logs/system-$name.log"
-}
-
-# daemon_tests PRESET TOOLS: the daemon of one build, with the tools of another
-daemon_tests()
-{
-    APP_CG_BUILD=$project_root/build/$2 APP_CG_DAEMON=$project_root/build/$1/bin/app_cg \
-        system_tests "$1" test_admission.py test_debug_shell.py test_process.py test_role.py test_store_loss.py
+        --basetemp "$stages_logs/tmp-$1" --junitxml "$junit" "$project_root/tests/system" 2>&1 | tee "$stages_logs/system-$1.log"
 }
 
 # fault_tests PRESET

@@ -19,7 +19,7 @@ from demo.system_log import SystemLog
 PROJECT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("APP_CG_BUILD", PROJECT / "build" / "dev"))
 # The daemon may come from another build than the tools: from one under sanitizers.
-DAEMON = pathlib.Path(os.environ.get("APP_CG_DAEMON", BUILD / "bin" / "app_cg"))
+DAEMON = BUILD / "bin" / "app_cg"
 
 HOST, CAP, DEV_GLOBAL = 1, 28, 33
 PASS, DENY = "1", "0"  # the stored verdict
@@ -35,11 +35,6 @@ POWER = "s_dev.im_card_power_onoff"
 ROLE = "p_dev.dp_lib_grole"
 
 LEVEL_FILE = ".vxos/vsd/0/plibpub/app_cg/app_cg/app_cg_dbg.txt"  # below /data
-
-
-def is_sanitized():
-    """Whether the build under test is one under AddressSanitizer."""
-    return "-fsanitize=address" in (DAEMON.parents[1] / "CMakeCache.txt").read_text()
 
 
 class Rig:

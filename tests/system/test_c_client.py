@@ -10,15 +10,16 @@ SOURCE = pathlib.Path(__file__).resolve().parent / "c_client" / "exchange.c"
 LIBRARIES = ("-lhiredis", "-levent", "-lmd", "-lspdlog", "-lfmt", "-lprotobuf-c", "-lstdc++", "-lpthread")
 
 
-def build_flags():
-    """The C flags of the build under test: libraries under a sanitizer ask for it in the program too."""
+def compiler():
+    """The C compiler of the build under test with its flags: libraries under a sanitizer ask for it in the program too."""
     cache = (BUILD / "CMakeCache.txt").read_text()
-    return shlex.split(re.search(r"^CMAKE_C_FLAGS:STRING=(.*)$", cache, re.MULTILINE).group(1))
+    found = [re.search(rf"^{name}:\w+=(.*)$", cache, re.MULTILINE).group(1) for name in ("CMAKE_C_COMPILER", "CMAKE_C_FLAGS")]
+    return shlex.split(" ".join(found))
 
 
 def test_a_c_program_exchanges_records_with_cgctl(rig):
     program = rig.folder / "exchange"
-    subprocess.run(["cc", "-std=c11", "-Wall", "-Wextra", "-Wpedantic", "-Werror", *build_flags(),
+    subprocess.run([*compiler(), "-std=c11", "-Wall", "-Wextra", "-Wpedantic", "-Werror",
                     f"-I{PROJECT / 'platform'}", f"-I{BUILD / 'proto'}", SOURCE, "-o", program,
                     BUILD / "builtin" / "libapp_cg_builtin.a", BUILD / "libapp_cg_schemas.a", *LIBRARIES], check=True)
     rig.plug("1/3/0")

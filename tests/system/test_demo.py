@@ -9,11 +9,9 @@ import sys
 import pytest
 
 from demo import programs
-from rig import BUILD, PROJECT, is_sanitized
+from rig import BUILD, PROJECT
 
 SCENARIO = PROJECT / "tools" / "demo" / "chassis.scenario"
-
-needs_scaled_time = pytest.mark.skipif(is_sanitized(), reason="the demonstration runs the build without sanitizers")
 
 
 @pytest.fixture
@@ -46,7 +44,6 @@ def folder_of(text):
     return re.search(r"Starting a chassis in (\S+):", text).group(1)
 
 
-@needs_scaled_time
 def test_every_card_ends_as_told(demo):
     assert demo.wait(90) == 0, demo.shown()
     shown = demo.shown()
@@ -60,7 +57,6 @@ def test_every_card_ends_as_told(demo):
     assert not pathlib.Path(folder_of(shown)).exists() and processes_of(folder_of(shown)) == []
 
 
-@needs_scaled_time
 @pytest.mark.parametrize("signum", [signal.SIGINT, signal.SIGTERM])
 def test_an_interrupt_leaves_nothing_behind(demo, signum):
     programs.wait_until(lambda: "ADMITTED" in demo.shown(), 30, "a card is admitted")
@@ -71,7 +67,6 @@ def test_an_interrupt_leaves_nothing_behind(demo, signum):
     assert processes_of(folder) == [] and not pathlib.Path(folder).exists()
 
 
-@needs_scaled_time
 @pytest.mark.parametrize("demo", ["--keep"], indirect=True)
 def test_a_kept_chassis_can_be_played_with(demo):
     programs.wait_until(lambda: "stops everything" in demo.shown(), 90, "the chassis stays")

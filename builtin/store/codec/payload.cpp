@@ -45,8 +45,9 @@ bool decode_change(std::string_view payload, PublishedChange &change)
     }
     change.fields.clear();
     change.mark.clear();
-    change.fields.reserve(
-        std::min<uint64_t>(count, payload.size() / 4)); // an empty name and value are "0:0:"
+    // An empty name and value are "0:0:", and the last of them is the mark: subscribers keep the fields of
+    // each record.
+    change.fields.reserve(std::max<uint64_t>(std::min<uint64_t>(count, payload.size() / 4), 1) - 1);
     for (uint64_t i = 0; i < count; i++) {
         std::string_view name;
         std::string_view value;
