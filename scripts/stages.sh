@@ -11,6 +11,7 @@ stages_failed=0
 stages_lines=()
 stages_beside=()
 stages_beside_pids=()
+stages_last_beside=
 
 stages_begin()
 {
@@ -96,8 +97,21 @@ stage()
 # when all builds are done.
 stage_beside()
 {
-    local previous=
-    [ "${#stages_beside_pids[@]}" -eq 0 ] || previous=${stages_beside_pids[-1]}
+    stages_start_beside "$stages_last_beside" "$@"
+    stages_last_beside=${stages_beside_pids[-1]}
+}
+
+# Runs a stage beside all others, at once: stage_at_once NAME FUNCTION [argument...].
+stage_at_once()
+{
+    stages_start_beside "" "$@"
+}
+
+# stages_start_beside PROCESS NAME FUNCTION [argument...]: when the process has ended
+stages_start_beside()
+{
+    local previous=$1
+    shift
     # A process group of its own, to be ended as a whole.
     set -m
     (
@@ -130,6 +144,7 @@ stages_join()
     done
     stages_beside=()
     stages_beside_pids=()
+    stages_last_beside=
 }
 
 # Prints the summary and ends the script.
