@@ -53,8 +53,7 @@ TEST(OutboxTest, KeepsWhatCannotBeWrittenAndWritesItInOrder)
     outbox.flush(noon);
     EXPECT_EQ(outbox.waiting(), 0U);
     EXPECT_EQ(failures, 1); // while one waits the next is not tried
-    EXPECT_THAT(
-        log, ElementsAre(HasSubstr("database is locked; retrying"), "the history is written again"));
+    EXPECT_THAT(log, ElementsAre(HasSubstr("database is locked; retrying"), "the history is written again"));
     const std::vector<history::Decision> written = history::Reader(folder.path("h")).decisions();
     ASSERT_THAT(written, SizeIs(2));
     EXPECT_THAT(written[1].silent, ElementsAre("m2"));
