@@ -1,4 +1,5 @@
 """The daemon, unmodified, in a private view of the file system."""
+import contextlib
 import glob
 import json
 import os
@@ -78,7 +79,8 @@ class Daemon:
     def signal(self, signum):
         """Signals the daemon itself: a signal to bubblewrap would end the daemon without its handler."""
         if self.is_running:
-            os.kill(self.pid, signum)
+            with contextlib.suppress(ProcessLookupError):  # it has just ended by itself, and the view around it not yet
+                os.kill(self.pid, signum)
 
     def wait(self, seconds=20):
         """Waits for its end and returns the exit status."""
