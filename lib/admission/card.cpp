@@ -72,17 +72,16 @@ void Card::request_written(const Change &change)
 {
     const store::Cause &cause = change.write.origin.cause;
     const bool is_unknown = cause.kind == store::Cause::Kind::unknown;
-    const bool is_unwritten = shown_.open && !was_asked() && is_unknown && is_same_card(asked_, shown_.card);
+    const bool is_unwritten = is_open() && !was_asked() && is_unknown && is_same_card(asked_, shown_.card);
     shown_.request = true;
     if (change.existing && (is_unwritten || is_same(change.write, shown_.asked))) {
         shown_.asked = change.write;
-        whole_ = false; // there may have been answers that nobody heard
-    } else if (!shown_.open || is_unknown || is_daemons_request(cause, shown_.card.position)) {
-        if (shown_.open) {
+        miss_changes();
+    } else if (!is_open() || is_unknown || is_daemons_request(cause, shown_.card.position)) {
+        if (is_open()) {
             end_check(change.existing || is_unknown ? Outcome::unseen : Outcome::withdrawn, change.at);
         }
         begin_check(change);
-        shown_.open = !has_ended();
     }
     refresh(change);
 }
@@ -91,7 +90,7 @@ void Card::request_written(const Change &change)
 void Card::request_deleted(const Change &change)
 {
     shown_.request = false;
-    if (shown_.open && !change.existing) {
+    if (is_open() && !change.existing) {
         const Outcome cause = explanation_of(true, change.write.origin.cause, 0).outcome;
         const bool decided = cause == Outcome::passed || cause == Outcome::silence;
         end_check(decided ? Outcome::unseen : Outcome::withdrawn, change.at);
@@ -144,7 +143,7 @@ void Card::hear(Answer answer, bool existing)
     if (!shared_.on_answer) {
         return;
     }
-    const bool late = !existing && !shown_.open && shown_.last;
+    const bool late = !existing && !is_open() && shown_.last;
     shared_.on_answer(shown_.card.position, answers_.all().back(), late);
     if (late) {
         answers_.set_told();
@@ -157,12 +156,10 @@ void Card::result_written(const Result &result, const Change &change)
     result_ = result;
     if (!change.existing) {
         decide(change);
-    } else if (shown_.open && outranks_request(result)) {
-        if (found_) {
-            shown_.open = false;
-        } else {
-            decide(change);
-        }
+    } else if (check_ == Check::found && outranks_request(result)) {
+        check_ = Check::none;
+    } else if (is_open() && outranks_request(result)) {
+        decide(change);
     }
     refresh(change);
 }
@@ -202,7 +199,7 @@ bool Card::outranks_request(const Result &result) const
 bool Card::is_asked_by_another(const std::string &instance) const
 {
     const store::Origin &asked = shown_.asked.origin;
-    return shown_.open && asked.instance != instance &&
+    return is_open() && asked.instance != instance &&
            (!is_known(asked) || is_daemons_request(asked.cause, shown_.card.position));
 }
 
@@ -257,9 +254,13 @@ void Card::begin_check(const Change &change)
     }
     shown_.asked = change.write;
     asked_ = is_there_ ? shown_.card : CardFacts{};
-    found_ = change.existing;
-    whole_ = !change.existing && list_.is_exact() && shared_.modules_exact && is_daemons;
-    shown_.open = true;
+    if (has_ended()) {
+        check_ = Check::none;
+    } else if (change.existing) {
+        check_ = Check::found;
+    } else {
+        check_ = list_.is_exact() && shared_.modules_exact && is_daemons ? Check::whole : Check::partial;
+    }
     shown_.requested_at = change.existing ? std::nullopt : std::optional(change.at);
     answers_.begin_check();
 }
@@ -271,7 +272,7 @@ void Card::decide(const Change &change)
     if (explanation.outcome != Outcome::unseen && is_asked_by_another(result_->write.origin.instance)) {
         cut_off(change.at);
     }
-    if (shown_.open && !is_check(explanation.outcome)) {
+    if (is_open() && !is_check(explanation.outcome)) {
         end_check(Outcome::withdrawn, change.at); // nobody is asked any more
     }
     Decision decision;
@@ -280,10 +281,14 @@ void Card::decide(const Change &change)
     decision.admitted = result_->pass;
     decision.decider = explanation.module;
     decision.result = result_->write;
-    whole_ = whole_ && !change.existing && explanation.outcome != Outcome::unseen;
+    if (change.existing || explanation.outcome == Outcome::unseen) {
+        miss_changes();
+    }
     if (!explanation.module.empty()) {
         const Answer *answer = answers_.find(explanation.module, explanation.answer, result_->pass);
-        whole_ = whole_ && answer != nullptr;
+        if (answer == nullptr) {
+            miss_changes();
+        }
         if (explanation.outcome == Outcome::denied && answer != nullptr) {
             decision.reason = answer->reason.empty() ? fallback_reason(explanation.module) : answer->reason;
         }
@@ -300,8 +305,16 @@ void Card::end_check(Outcome outcome, Time at, std::optional<bool> admitted)
     end.outcome = outcome;
     end.decided_at = at;
     end.admitted = admitted;
-    whole_ = whole_ && outcome != Outcome::unseen;
+    if (outcome == Outcome::unseen) {
+        miss_changes();
+    }
     finish(std::move(end));
+}
+
+// Something that counts for the check may not have been heard.
+void Card::miss_changes()
+{
+    check_ = check_ == Check::whole ? Check::partial : check_;
 }
 
 // A card that went while no daemon was there was withdrawn by that, and its check does not begin again.
@@ -328,10 +341,10 @@ void Card::finish(Decision decision)
         decision.requested_at = shown_.requested_at;
         decision.answers = answers_.all();
         decision.told_before = answers_.told();
-        decision.complete = whole_;
+        decision.complete = check_ == Check::whole;
         answers_.set_told();
     }
-    shown_.open = false;
+    check_ = Check::none;
     decided_here_ = true;
     shown_.last = std::move(decision);
     if (shared_.on_decision) {
@@ -341,11 +354,11 @@ void Card::finish(Decision decision)
 
 void Card::snapshot_done(Time at)
 {
-    if (shown_.open && !shown_.request) {
+    if (is_open() && !shown_.request) {
         const bool may_be_its_end = result_ && !is_known(result_->write.origin);
         end_check(Outcome::unseen, at, may_be_its_end ? std::optional(result_->pass) : std::nullopt);
     }
-    found_ = false;
+    check_ = check_ == Check::found ? Check::partial : check_;
     refresh({at, true});
 }
 
@@ -353,7 +366,7 @@ void Card::remember_decision(const Decision &decision)
 {
     if (!shown_.last) {
         shown_.last = decision;
-        shown_.open = shown_.open && !has_ended();
+        check_ = has_ended() ? Check::none : check_;
         refresh({decision.decided_at, true});
     }
 }
@@ -387,7 +400,7 @@ void Card::take_up(const OpenCheck &check, Time at)
         daemon_ = shown_.asked.origin.instance;
     }
     go_on_with(check);
-    shown_.open = true;
+    check_ = Check::partial;
     if (result_ && outranks_request(*result_)) {
         decide({at, true});
     } else if (shared_.listening_since && !shown_.request) {
@@ -431,13 +444,11 @@ void Card::go_on_with(const OpenCheck &check)
         }
     }
     shown_.requested_at = check.requested_at;
-    whole_ = false;
-    found_ = false;
 }
 
 bool Card::is_empty() const
 {
-    return !is_there_ && !shown_.request && !shown_.open && !shown_.power_off && !shown_.cannot_start &&
+    return !is_there_ && !shown_.request && !is_open() && !shown_.power_off && !shown_.cannot_start &&
            !shown_.last;
 }
 
@@ -453,6 +464,7 @@ void Card::refresh(const Change &change)
     if (is_admitted && daemon_ == result_->write.origin.instance) {
         list_.clear();
     }
+    shown_.open = is_open();
     shown_.state = state_of({is_there_, shown_.card.online, shown_.open,
                              result_ ? std::optional(result_->pass) : std::nullopt, explanation.outcome});
     const bool waits = shown_.state == State::waiting;

@@ -40,6 +40,23 @@ struct Result {
     Write write{};
 };
 
+// The check of a card, from its request to its end. What makes one of another:
+//
+//   request written, with whom the daemon waits for known    any    -> whole
+//   request written, otherwise                               any    -> partial
+//   request found, that none of the known decisions ended    any    -> found
+//   the same request found again: changes were missed        whole  -> partial
+//   taken up from what is remembered                         any    -> partial
+//   all existing records were notified of                    found  -> partial, its end is news from now on
+//   result, request deleted, cut off by another daemon       any    -> none, with a decision to report
+//   result found that ended it                               found  -> none, with nothing to report
+enum class Check {
+    none,    // is decided, or there was none
+    found,   // is open and stood when all began: nobody was told of it, nor is to be of its end
+    partial, // is open, and may have been changed by what nobody heard
+    whole,   // is open, and all of it was heard
+};
+
 class Card
 {
 public:
@@ -82,6 +99,8 @@ private:
     [[nodiscard]] bool is_asked_by_another(const std::string &instance) const;
     [[nodiscard]] bool was_asked() const;
     [[nodiscard]] bool has_ended() const;
+    [[nodiscard]] bool is_open() const { return check_ != Check::none; }
+    void miss_changes();
     void adopt(const std::string &instance, bool exact);
     void begin_check(const Change &change);
     void hear(Answer answer, bool existing);
@@ -97,10 +116,9 @@ private:
     TrackedCard shown_{};
     bool is_there_ = false;
     WaitList list_{};
-    std::string daemon_{};      // the instance whose list that is; empty: not known
-    CardFacts asked_{};         // the card that the last request was written for
-    bool whole_ = false;        // its check was seen from its beginning
-    bool found_ = false;        // it was found standing: nobody was told of it, nor is to be of its end
+    std::string daemon_{}; // the instance whose list that is; empty: not known
+    CardFacts asked_{};    // the card that the last request was written for
+    Check check_ = Check::none;
     bool decided_here_ = false; // the last decision was heard of, not remembered
     AnswerList answers_{};
     std::optional<Result> result_{}; // of this very card
