@@ -19,7 +19,6 @@
 #include "records/databases.h"
 #include "records/new_card.h"
 #include "records/position_key.h"
-#include "records/record_text.h"
 
 namespace cg
 {
@@ -31,9 +30,7 @@ constexpr int32_t database = card_database; // of all records here
 constexpr std::size_t most_printed = 400;   // bytes that are quoted of what a module printed
 
 using AnswerRecord = PLibpub__AppCgCardCheckAck;
-const ProtobufCMessageDescriptor &request_type = p_libpub__app_cg_card_check_info__descriptor;
 const ProtobufCMessageDescriptor &answer_type = p_libpub__app_cg_card_check_ack__descriptor;
-const ProtobufCMessageDescriptor &card_type = p_dev__card_info__descriptor;
 
 // The settings of an installed store do not apply to the module.
 std::vector<std::pair<std::string, std::string>> private_settings(const PrivateStore &server)
@@ -73,12 +70,16 @@ void require(const store::Status &status)
     }
 }
 
-// A record of a type, or its key alone.
-MessagePtr record_of(const ProtobufCMessageDescriptor &type, const Position &position,
-                     Json fields = Json::object())
+NewCard new_card_of(const TestCard &card)
 {
-    fields["index"] = key_of(position);
-    return from_json(type, fields);
+    NewCard plugged;
+    plugged.position = card.position;
+    plugged.type = std::to_string(card.type);
+    plugged.node_type = card.node_type;
+    plugged.nodeid = plugged.tipc = std::to_string(card.node_id);
+    plugged.name = card.name;
+    plugged.serial = card.serial;
+    return plugged;
 }
 
 } // namespace
@@ -188,19 +189,12 @@ bool Harness::stop_module(Span limit)
 
 void Harness::plug(const TestCard &card)
 {
-    NewCard plugged;
-    plugged.position = card.position;
-    plugged.type = std::to_string(card.type);
-    plugged.node_type = card.node_type;
-    plugged.nodeid = plugged.tipc = std::to_string(card.node_id);
-    plugged.name = card.name;
-    plugged.serial = card.serial;
-    require(client_.set(database, *from_json(card_type, card_info_of(plugged))));
+    require(client_.set(database, *card_info_of(new_card_of(card))));
 }
 
 void Harness::pull(const TestCard &card)
 {
-    require(client_.erase(database, *record_of(card_type, card.position)));
+    require(client_.erase(database, CardInfoAt(card.position).record.base));
 }
 
 void Harness::request(const TestCard &card)
@@ -208,16 +202,19 @@ void Harness::request(const TestCard &card)
     receive();
     first_answer_[card.position] = answers_.size();
     requested_at_[card.position] = Clock::now();
-    const MessagePtr record = record_of(
-        request_type, card.position,
-        {{"type", card.type}, {"node_type", node_type_value(card.node_type)}, {"card_nodeid", card.node_id}});
+    CheckRequestAt request(card.position);
+    const MessagePtr message = card_info_of(new_card_of(card));
+    const auto &info = reinterpret_cast<const PDev__CardInfo &>(*message);
+    request.record.type = info.config_dev_type;
+    request.record.node_type = static_cast<PDev__DmNodeTypeE>(info.static_info->node_type);
+    request.record.card_nodeid = info.card_nodeid;
     constexpr std::array<int32_t, 3> fields{6, 7, 8};
-    require(client_.set_fields(database, *record, fields));
+    require(client_.set_fields(database, request.record.base, fields));
 }
 
 void Harness::withdraw(const TestCard &card)
 {
-    require(client_.erase(database, *record_of(request_type, card.position)));
+    require(client_.erase(database, CheckRequestAt(card.position).record.base));
 }
 
 void Harness::restart_store()

@@ -6,8 +6,7 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "p_dev.pb-c.h"
-#include "records/position_key.h"
-#include "records/record_text.h"
+#include "records/record_types.h"
 
 namespace cg
 {
@@ -60,7 +59,7 @@ bool has_derived_ids(const Position &position)
            position.slotid <= most_slotid && position.sslotid >= 0 && position.sslotid <= most_slotid;
 }
 
-Json card_info_of(const NewCard &card)
+MessagePtr card_info_of(const NewCard &card)
 {
     const RecordType &type = record_type("p_dev.card_info");
     const Position &position = card.position;
@@ -68,8 +67,11 @@ Json card_info_of(const NewCard &card)
     const int32_t nodeid = derive ? derived_nodeid(position) : 0;
     const std::string node_type = node_type_value(card.node_type);
     const std::string is_board = node_type == "DM_TYPE_MB" ? "true" : "false";
-    Json info{{"index", key_of(position)}};
+    Json info;
     for (const std::string &assignment : {
+             "devid=" + std::to_string(position.devid),
+             "slotid=" + std::to_string(position.slotid),
+             "sslotid=" + std::to_string(position.sslotid),
              "config_dev_type=" + card.type,
              "is_online=" + std::string(card.offline ? "false" : "true"),
              "is_mboard=" + is_board,
@@ -85,7 +87,7 @@ Json card_info_of(const NewCard &card)
          }) {
         assign(type, info, assignment);
     }
-    return info;
+    return from_json(*type.descriptor, info);
 }
 
 } // namespace cg

@@ -30,12 +30,16 @@ std::optional<int32_t> id_in(const ProtobufCMessage &key, const std::string &nam
     return found ? found : value_of<int32_t>(key, "t_" + name);
 }
 
-} // namespace
-
-Json key_of(const Position &position)
+PDev__CardInfoIndex index_of(const Position &position)
 {
-    return {{"devid", position.devid}, {"slotid", position.slotid}, {"sslotid", position.sslotid}};
+    PDev__CardInfoIndex index = P_DEV__CARD_INFO_INDEX__INIT;
+    index.devid = position.devid;
+    index.slotid = position.slotid;
+    index.sslotid = position.sslotid;
+    return index;
 }
+
+} // namespace
 
 std::optional<Position> position_of(const ProtobufCMessage &record)
 {
@@ -45,11 +49,13 @@ std::optional<Position> position_of(const ProtobufCMessage &record)
                  : std::nullopt;
 }
 
-CardInfoAt::CardInfoAt(const Position &position)
+CardInfoAt::CardInfoAt(const Position &position) : index(index_of(position))
 {
-    index.devid = position.devid;
-    index.slotid = position.slotid;
-    index.sslotid = position.sslotid;
+    record.index = &index;
+}
+
+CheckRequestAt::CheckRequestAt(const Position &position) : index(index_of(position))
+{
     record.index = &index;
 }
 

@@ -7,7 +7,8 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "records/position_key.h"
-#include "records/record_text.h"
+#include "records/record_types.h"
+#include "s_dev.pb-c.h"
 
 namespace cg
 {
@@ -15,15 +16,7 @@ namespace cg
 namespace
 {
 
-MessagePtr keyed(const RecordType &type, const Position &position)
-{
-    return from_json(*type.descriptor, {{"index", key_of(position)}});
-}
-
-const RecordType &card_info()
-{
-    return record_type("p_dev.card_info");
-}
+const int32_t card_database = home_of(p_dev__card_info__descriptor);
 
 } // namespace
 
@@ -37,62 +30,70 @@ void require(const store::Status &status, const std::string &what)
 
 bool Chassis::has_card(const Position &position)
 {
-    const auto found = client_.exists(card_info().db, *keyed(card_info(), position));
+    const auto found = client_.exists(card_database, CardInfoAt(position).record.base);
     require(found, "look up " + position.text());
     return found.value;
 }
 
 void Chassis::plug(const NewCard &card)
 {
-    const MessagePtr record = from_json(*card_info().descriptor, card_info_of(card));
-    require(client_.set(card_info().db, *record), "plug " + card.position.text());
+    require(client_.set(card_database, *card_info_of(card)), "plug " + card.position.text());
 }
 
 void Chassis::change(const Position &position, scenario::Move move)
 {
     static constexpr std::array is_online{int32_t{7}}; // the field's number
+    CardInfoAt card(position);
     if (move == scenario::Move::pull) {
-        require(client_.erase(card_info().db, *keyed(card_info(), position)), "pull " + position.text());
+        require(client_.erase(card_database, card.record.base), "pull " + position.text());
         return;
     }
-    const MessagePtr record =
-        from_json(*card_info().descriptor,
-                  {{"index", key_of(position)}, {"is_online", move == scenario::Move::online}});
-    require(client_.set_fields(card_info().db, *record, is_online), "switch " + position.text());
+    card.record.is_online = static_cast<protobuf_c_boolean>(move == scenario::Move::online);
+    require(client_.set_fields(card_database, card.record.base, is_online), "switch " + position.text());
 }
 
 void Chassis::set_role(PDev__DmRoleE role)
 {
     static constexpr std::array my_grole{int32_t{6}};
-    const RecordType &type = record_type("p_dev.dp_lib_grole");
-    const MessagePtr record = from_json(*type.descriptor, {{"my_grole", static_cast<int32_t>(role)}});
-    require(client_.set_fields(type.db, *record, my_grole), "write the role");
+    PDev__DpLibGrole record = P_DEV__DP_LIB_GROLE__INIT;
+    record.my_grole = role;
+    require(client_.set_fields(home_of(*record.base.descriptor), record.base, my_grole), "write the role");
 }
 
 void Chassis::answer(const DueAnswer &answer)
 {
     const Position &position = answer.position;
-    const RecordType &request = record_type("p_libpub.app_cg_card_check_info");
-    const auto found = client_.exists(request.db, *keyed(request, position));
+    const CheckRequestAt request(position);
+    const auto found = client_.exists(home_of(*request.record.base.descriptor), request.record.base);
     require(found, "look up the request for " + position.text());
     if (!found.value) {
         return;
     }
-    const RecordType &ack = record_type("p_libpub.app_cg_card_check_ack");
-    const Json key{{"devid", position.devid},
-                   {"slotid", position.slotid},
-                   {"t_sslotid", position.sslotid},
-                   {"mod_name", answer.module}};
-    const MessagePtr record =
-        from_json(*ack.descriptor, {{"index", key}, {"ret", answer.pass ? 0 : 1}, {"reason", answer.reason}});
-    require(client_.set(ack.db, *record), "write the answer of " + visible(answer.module));
+    std::string module = answer.module; // the generated structures hold texts that are not const
+    std::string reason = answer.reason;
+    PLibpub__AppCgCardCheckAckIndex index = P_LIBPUB__APP_CG_CARD_CHECK_ACK_INDEX__INIT;
+    index.devid = position.devid;
+    index.slotid = position.slotid;
+    index.t_sslotid = position.sslotid;
+    index.mod_name = module.data();
+    PLibpub__AppCgCardCheckAck record = P_LIBPUB__APP_CG_CARD_CHECK_ACK__INIT;
+    record.index = &index;
+    record.ret = answer.pass ? 0 : 1;
+    record.reason = reason.data();
+    require(client_.set(home_of(*record.base.descriptor), record.base),
+            "write the answer of " + visible(answer.module));
 }
 
 void Chassis::forget_power_off(const Position &position)
 {
     constexpr int32_t position_fields = 3;
-    const RecordType &power = record_type("s_dev.im_card_power_onoff");
-    require(client_.erase_matching(power.db, *keyed(power, position), position_fields),
+    SDev__ImCardPowerOnoffIndex index = S_DEV__IM_CARD_POWER_ONOFF_INDEX__INIT;
+    index.devid = position.devid;
+    index.slotid = position.slotid;
+    index.sslotid = position.sslotid;
+    SDev__ImCardPowerOnoff record = S_DEV__IM_CARD_POWER_ONOFF__INIT;
+    record.index = &index;
+    require(client_.erase_matching(home_of(*record.base.descriptor), record.base, position_fields),
             "delete the power-off requests of " + position.text());
 }
 

@@ -20,8 +20,7 @@ const int32_t database = home_of(p_dev__card_info__descriptor);
 int plug(const Session &session, const std::string &position, NewCard card)
 {
     card.position = parse_position(position);
-    const MessagePtr info = from_json(p_dev__card_info__descriptor, card_info_of(card));
-    Store(session).set(database, *info);
+    Store(session).set(database, *card_info_of(card));
     return done;
 }
 

@@ -10,8 +10,8 @@
 #include <optional>
 #include <string>
 
-#include "base/json.h"
 #include "records/position.h"
+#include "records/record_text.h"
 
 namespace cg
 {
@@ -35,7 +35,7 @@ std::string node_type_value(const std::string &text);
 bool has_derived_ids(const Position &position);
 
 // The p_dev.card_info of the card. Throws Failure (wrong usage) for a value that does not fit.
-Json card_info_of(const NewCard &card);
+MessagePtr card_info_of(const NewCard &card);
 
 } // namespace cg
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "base/failure.h"
+#include "records/position_key.h"
 
 namespace cg
 {
@@ -11,8 +12,8 @@ namespace cg
 TEST(NewCard, HasIdsOfItsPositionUnlessTheyAreGiven)
 {
     NewCard card{{1, 3, 2}};
-    Json info = card_info_of(card);
-    EXPECT_EQ(info["index"], (Json{{"devid", 1}, {"slotid", 3}, {"sslotid", 2}}));
+    EXPECT_EQ(position_of(*card_info_of(card)), (Position{1, 3, 2}));
+    Json info = to_json(*card_info_of(card));
     EXPECT_EQ(info["user_slot"], 3);
     EXPECT_EQ(info["user_sslot"], 2);
     EXPECT_EQ(info["card_nodeid"], 0x10302);
@@ -23,7 +24,7 @@ TEST(NewCard, HasIdsOfItsPositionUnlessTheyAreGiven)
     EXPECT_EQ(info["config_dev_type"], 1);
     EXPECT_EQ(info["static_info"]["node_type"], "DM_TYPE_LC");
     card = {{1, 3, 2}, true, "17", "MB", "5", "6", "a name", "00e0"};
-    info = card_info_of(card);
+    info = to_json(*card_info_of(card));
     EXPECT_EQ(info["card_nodeid"], 5);
     EXPECT_EQ(info["card_tipc_nodeid"], 6);
     EXPECT_EQ(info["name"], "a name");
@@ -46,7 +47,7 @@ TEST(NewCard, IdsCanBeMadeUpToABound)
         card.nodeid = "1";
         EXPECT_THROW(card_info_of(card), Failure) << "one of the two is missing";
         card.tipc = "2";
-        EXPECT_EQ(card_info_of(card)["card_tipc_nodeid"], 2);
+        EXPECT_EQ(to_json(*card_info_of(card))["card_tipc_nodeid"], 2);
     }
 }
 

@@ -29,7 +29,7 @@ TEST(Position, IsFoundInEveryKindOfKey)
     const auto position_in = [](const char *type, const Json &key) {
         return position_of(*from_json(*record_type(type).descriptor, {{"index", key}}));
     };
-    EXPECT_EQ(position_in("card_info", key_of({1, 3, 2})), (Position{1, 3, 2}));
+    EXPECT_EQ(position_in("card_info", {{"devid", 1}, {"slotid", 3}, {"sslotid", 2}}), (Position{1, 3, 2}));
     EXPECT_EQ(position_in("app_cg_card_check_ack", {{"devid", 1}, {"slotid", 3}, {"t_sslotid", 2}}),
               (Position{1, 3, 2}));
     EXPECT_EQ(position_in("dm_set_card_custom_st", {{"t_devid", 1}, {"t_slotid", 3}, {"t_sslotid", 2}}),

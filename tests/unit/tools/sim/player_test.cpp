@@ -21,6 +21,12 @@ using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
 
+// The fields of a position's key.
+Json key_of(const Position &position)
+{
+    return {{"devid", position.devid}, {"slotid", position.slotid}, {"sslotid", position.sslotid}};
+}
+
 constexpr bool stands = false;
 constexpr bool deleted = true;
 constexpr int32_t node_id_offset = 0x1000000;
@@ -50,7 +56,7 @@ public:
     {
         NewCard card;
         card.position = position;
-        cards_[position] = card_info_of(card);
+        cards_[position] = to_json(*card_info_of(card));
         write_card(position);
     }
 
@@ -92,7 +98,7 @@ private:
             [this](Milliseconds time, std::function<void()> action) { later(time, std::move(action)); },
             [this](const NewCard &card) {
                 written.push_back("plug " + card.position.text());
-                cards_[card.position] = card_info_of(card);
+                cards_[card.position] = to_json(*card_info_of(card));
                 write_card(card.position);
             },
             [this](const Position &position, scenario::Move move) { change(position, move); },

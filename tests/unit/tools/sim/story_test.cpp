@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "admission/feed.h"
-#include "records/position_key.h"
 #include "records/record_text.h"
 
 namespace cg
@@ -12,6 +11,12 @@ namespace cg
 
 namespace
 {
+
+// The fields of a position's key.
+Json key_of(const Position &position)
+{
+    return {{"devid", position.devid}, {"slotid", position.slotid}, {"sslotid", position.sslotid}};
+}
 
 class Story : public testing::Test
 {
