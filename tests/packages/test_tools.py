@@ -24,8 +24,8 @@ def test_the_manual_pages_are_where_man_looks(device):
         assert ".Sh NAME" in device.run("gzip", "-dc", f"/usr/share/man/{page}.gz")
 
 
-def test_what_developers_use_is_not_on_a_device(device):
-    assert device.sh("command -v cg_sim || echo none").strip() == "none"
+def test_what_developers_use_is_in_their_package_alone(device):
+    assert device.run("dpkg", "-S", "/usr/bin/cg_sim").strip() == "libapp-cg-kit-dev: /usr/bin/cg_sim"
 
 
 def test_the_template_of_the_access_list_is_one(device):
