@@ -11,7 +11,6 @@ stages_failed=0
 stages_lines=()
 stages_beside=()
 stages_beside_pids=()
-stages_last_beside=
 
 stages_begin()
 {
@@ -97,21 +96,8 @@ stage()
 # when all builds are done.
 stage_beside()
 {
-    stages_start_beside "$stages_last_beside" "$@"
-    stages_last_beside=${stages_beside_pids[-1]}
-}
-
-# Runs a stage beside all others, at once: stage_at_once NAME FUNCTION [argument...].
-stage_at_once()
-{
-    stages_start_beside "" "$@"
-}
-
-# stages_start_beside PROCESS NAME FUNCTION [argument...]: when the process has ended
-stages_start_beside()
-{
-    local previous=$1
-    shift
+    local previous=
+    [ "${#stages_beside_pids[@]}" -eq 0 ] || previous=${stages_beside_pids[-1]}
     # A process group of its own, to be ended as a whole.
     set -m
     (
@@ -144,7 +130,6 @@ stages_join()
     done
     stages_beside=()
     stages_beside_pids=()
-    stages_last_beside=
 }
 
 # Prints the summary and ends the script.
@@ -198,8 +183,7 @@ unit_tests()
 # The fuzz targets, all at the same time: fuzz_targets PRESET SECONDS
 fuzz_targets()
 {
-    # They never wait, and tests beside them have deadlines.
-    nice -n 15 "$project_root/tests/fuzz/run" --build "$project_root/build/$1/tests/fuzz" --seconds "$2" --junit "$junit" 2>&1 |
+    nice -n 5 "$project_root/tests/fuzz/run" --build "$project_root/build/$1/tests/fuzz" --seconds "$2" --junit "$junit" 2>&1 |
         tee "$stages_logs/fuzz.log"
 }
 

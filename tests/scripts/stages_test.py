@@ -87,15 +87,6 @@ class StagesTest(unittest.TestCase):
             stages_end""")
         self.assertEqual(status, 0)
 
-    def test_what_runs_at_once_waits_for_nothing_beside(self):
-        # Each waits for the other: one after the other they would hang.
-        status, _ = self.run_stages("""
-            both() { makes "$1"; waits_for "$2"; }
-            stage_beside one both a b
-            stage_at_once two both b a
-            stages_end""")
-        self.assertEqual(status, 0)
-
     def test_what_is_beside_keeps_the_environment_that_it_was_given(self):
         _, lines = self.run_stages('shows() { echo "[$WORD]"; }; WORD=given stage_beside one shows; stages_end')
         self.assertIn("[given]", lines)
