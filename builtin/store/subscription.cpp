@@ -122,7 +122,7 @@ void TypeSubscription::start_over(bool everything)
     }
 }
 
-// Whether it starts over. An end prevails: whoever wants it again has a handler.
+// Whether it starts over. Without a handler it was cancelled, and that prevails.
 bool TypeSubscription::apply_mark()
 {
     const std::optional<bool> everything = std::exchange(start_over_due_, std::nullopt);

@@ -324,7 +324,7 @@ void Card::cut_off(Time at)
     end.outcome = Outcome::withdrawn;
     end.decided_at = at;
     if (is_there_ && shown_.card.online && is_same_card(asked_, shown_.card)) {
-        end.reason = started_afresh;
+        end.reason = daemon_restarted;
         end.silent = list_.waiting(answers_.all(), shared_.modules);
     }
     finish(std::move(end));

@@ -163,7 +163,7 @@ def scene(rig):
 def report(capfd, scene, text, struck):
     """Shown in the short form, too."""
     with capfd.disabled():
-        print(f"\n  {text}, no verdict for {scene.silence_after(struck):.2f} s; the daemon was started afresh "
+        print(f"\n  {text}, no verdict for {scene.silence_after(struck):.2f} s; the daemon was restarted "
               f"{scene.supervisor.restarts} times", file=sys.stderr, flush=True)
 
 

@@ -115,7 +115,7 @@ def test_a_restart_of_the_daemon_cuts_a_check_off(rig, recorder, watched):
         note_life(recorder, "1700000001000 exit killed KILL")
     rig.start()
     cut = recorder.expect_decision("1/3/0", "withdrawn")
-    assert cut["reason"] == "the daemon was started afresh" and cut["silent"] == ["m2"] and cut["admitted"] is None
+    assert cut["reason"] == "the daemon was restarted" and cut["silent"] == ["m2"] and cut["admitted"] is None
     assert [answer["module"] for answer in cut["answers"]] == ["m1"] and cut["complete"] and cut["took_s"] >= 0
     if watched:
         note_life(recorder, "1700000002000 start 43")
@@ -124,7 +124,7 @@ def test_a_restart_of_the_daemon_cuts_a_check_off(rig, recorder, watched):
     passed = recorder.expect_decision("1/3/0", "passed")
     assert passed["requested_at"] == cut["decided_at"] and len(passed["answers"]) == 2 and passed["complete"]
     assert [decision["outcome"] for decision in recorder.decisions("1/3/0")] == ["withdrawn", "passed"]
-    assert "withdrawn while waiting for m2: the daemon was started afresh" in rig.cgctl(
+    assert "withdrawn while waiting for m2: the daemon was restarted" in rig.cgctl(
         "history", "--history", recorder.history)
     metrics = recorder.metrics()
     assert metrics['cg_decisions_total{decider="",outcome="withdrawn"}'] == 1

@@ -42,7 +42,7 @@ Tone tone_of(admission::Outcome outcome);
 Tone tone_of(const admission::Decision &decision);
 
 // What a check ended with: "passed by m2", "denied by m1: not enough power", "admitted by time-out of m2",
-// "withdrawn while waiting for m2: the daemon was started afresh".
+// "withdrawn while waiting for m2: the daemon was restarted".
 std::string decision_text(const admission::Decision &decision);
 
 // "m1 PASS after 2 s", "m2 DENY after 0.2 s: too hot"

@@ -32,7 +32,7 @@ enum class Outcome {
 bool is_check(Outcome outcome);
 
 // The reason of Outcome::withdrawn where a restart of the daemon cut the check off; else there is none.
-inline constexpr const char *started_afresh = "the daemon was started afresh";
+inline constexpr const char *daemon_restarted = "the daemon was restarted";
 
 // What a module said to one request.
 struct Answer {
@@ -76,7 +76,7 @@ struct Decision {
     std::optional<Time> requested_at{}; // nothing: there was no request, or nobody saw it
     Time decided_at{};                  // when it was heard of
     std::string decider{};              // the module whose answer it was; empty when it was none's
-    std::string reason{};               // of a denial, as the system log has it; or started_afresh
+    std::string reason{};               // of a denial, as the system log has it; or daemon_restarted
     std::vector<Answer> answers{};      // in the order in which they came
     std::size_t told_before = 0;        // the first so many answers were told before, on the same request
     std::vector<std::string> silent{};  // with Outcome::silence, and of a check that was cut off: who was

@@ -175,7 +175,7 @@ TEST(Log, WritesWhatIsSevereEnough)
     EXPECT_EQ(seen, "ab");
 }
 
-// The log function may belong to whoever closes it.
+// The log function may use what its owner frees once the mailbox is closed.
 TEST_F(CheckTest, TheEndWaitsForLogFunctionsOfOtherThreads)
 {
     std::atomic<bool> is_in = false;

@@ -201,7 +201,7 @@ TEST_F(CardText, AnEndHasTheToneOfWhatItMeans)
         EXPECT_EQ(tone(outcome), Tone::good);
     }
     EXPECT_EQ(tone(Outcome::withdrawn), Tone::quiet);
-    decision.reason = admission::started_afresh;
+    decision.reason = admission::daemon_restarted;
     EXPECT_EQ(tone(Outcome::withdrawn), Tone::warning);
 }
 

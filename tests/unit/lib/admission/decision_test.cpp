@@ -24,7 +24,7 @@ TEST(DecisionTest, IsCutOffWhereAWithdrawalHasAReason)
     Decision decision;
     decision.outcome = Outcome::withdrawn;
     EXPECT_FALSE(was_cut_off(decision));
-    decision.reason = started_afresh;
+    decision.reason = daemon_restarted;
     EXPECT_TRUE(was_cut_off(decision));
     decision.outcome = Outcome::denied;
     EXPECT_FALSE(was_cut_off(decision));

@@ -17,7 +17,7 @@ protected:
     void expect_cut_off(const Decision &decision)
     {
         EXPECT_EQ(decision.outcome, Outcome::withdrawn);
-        EXPECT_EQ(decision.reason, started_afresh);
+        EXPECT_EQ(decision.reason, daemon_restarted);
         EXPECT_TRUE(was_cut_off(decision));
         EXPECT_EQ(decision.admitted, std::nullopt);
         EXPECT_EQ(decision.decider, "");

@@ -76,7 +76,7 @@ TEST_F(Statistics, WhoWasWaitedForWhenACheckWasCutOffWasNotSilent)
     Decision decision = decision_at(noon);
     decision.silent = {"m3"};
     decision.outcome = Outcome::withdrawn;
-    decision.reason = admission::started_afresh;
+    decision.reason = admission::daemon_restarted;
     recorder_->add(decision);
     EXPECT_THAT(Reader(path()).module_statistics({}), SizeIs(2)); // those who answered
     decision.outcome = Outcome::silence;

@@ -66,7 +66,7 @@ TEST(MetricsTest, ACheckThatWasCutOffIsNobodysDecisionAndNobodysSilence)
     metrics.set_modules({"m1", "m2"});
     history::Decision decision = silence_of("m2");
     decision.outcome = history::Outcome::withdrawn;
-    decision.reason = admission::started_afresh;
+    decision.reason = admission::daemon_restarted;
     decision.answers = {{"m1", 0, "", noon, true, 1s}};
     metrics.count(decision);
     const std::string text = text_of(metrics);

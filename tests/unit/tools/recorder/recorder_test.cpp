@@ -240,7 +240,7 @@ TEST_F(RecorderTest, ARestartOfTheDaemonCutsAChecksRowOff)
     const std::vector<history::Decision> decisions = file().decisions();
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::withdrawn);
-    EXPECT_EQ(decisions[0].reason, admission::started_afresh);
+    EXPECT_EQ(decisions[0].reason, admission::daemon_restarted);
     EXPECT_EQ(decisions[0].requested_at, noon);
     EXPECT_THAT(decisions[0].silent, ElementsAre("m2"));
     EXPECT_THAT(decisions[0].answers, SizeIs(1));

@@ -159,7 +159,7 @@ TEST_F(ResumeTest, TheNextDaemonCutsACheckOffThatWasFound)
     ask(4);
     pass(1s);
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::denied, Outcome::unseen, Outcome::withdrawn));
-    EXPECT_EQ(file().decisions().at(2).reason, admission::started_afresh);
+    EXPECT_EQ(file().decisions().at(2).reason, admission::daemon_restarted);
 }
 
 TEST_F(ResumeTest, AFileOfVersion2IsResumed)

@@ -341,7 +341,7 @@ TEST(Player, ADaemonThatIsStartedAfreshBeginsTheCheckAnew)
     world.afresh = 1500ms; // m1 has passed
     world.play();
     EXPECT_EQ(world.misses(), nothing);
-    EXPECT_THAT(world.told, testing::Contains("decision check cut off: the daemon was started afresh"));
+    EXPECT_THAT(world.told, testing::Contains("decision check cut off: the daemon was restarted"));
     EXPECT_THAT(world.written, testing::ElementsAre("plug 1/3/0", "m1 passes 1/3/0", "m1 passes 1/3/0",
                                                     "m2 passes 1/3/0", "pull 1/3/0"));
 }

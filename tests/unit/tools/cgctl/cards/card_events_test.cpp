@@ -207,8 +207,7 @@ TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
     request();
     EXPECT_EQ(tone_of(told.at(0)), Tone::warning);
     EXPECT_THAT(texts(),
-                ElementsAre("decision 1/3/0 lc: withdrawn while waiting for m2: the daemon was started "
-                            "afresh",
+                ElementsAre("decision 1/3/0 lc: withdrawn while waiting for m2: the daemon was restarted",
                             "asked 1/3/0 lc: check requested of m1, m2"));
 }
 

@@ -23,7 +23,7 @@ TEST(TextForm, ACheckThatARestartCutOffIsAWarning)
     admission::Decision decision;
     decision.outcome = admission::Outcome::withdrawn;
     EXPECT_EQ(tone_of(Event{.what = decision}), Tone::quiet);
-    decision.reason = admission::started_afresh;
+    decision.reason = admission::daemon_restarted;
     EXPECT_EQ(tone_of(Event{.what = decision}), Tone::warning);
     decision.outcome = admission::Outcome::denied;
     EXPECT_EQ(tone_of(Event{.what = decision}), Tone::bad);

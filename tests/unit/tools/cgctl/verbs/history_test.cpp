@@ -163,17 +163,17 @@ TEST_F(HistoryVerbs, ACutOffCheckAndAClockThatWasSetBack)
     history::Decision decision;
     decision.card.position = {1, 3, 0};
     decision.outcome = admission::Outcome::withdrawn;
-    decision.reason = admission::started_afresh;
+    decision.reason = admission::daemon_restarted;
     decision.silent = {"m2", "m3"};
     decision.requested_at = noon + 900s;
     decision.decided_at = noon + 600s;
     history::Writer(file_, noon, [](const std::string &) {}).add(decision);
     EXPECT_THAT(history({"1/3"}).out,
                 HasSubstr("2023-11-15 12:10:00  1/3/0  -  withdrawn while waiting for m2, m3: the daemon was "
-                          "started afresh\n"));
+                          "restarted\n"));
     const Json told = history({"1/3", "--json"}).json()["decisions"][0];
     EXPECT_EQ(told["outcome"], "withdrawn");
-    EXPECT_EQ(told["reason"], "the daemon was started afresh");
+    EXPECT_EQ(told["reason"], "the daemon was restarted");
     EXPECT_EQ(told["silent"], (Json{"m2", "m3"}));
     EXPECT_EQ(told["admitted"], nullptr);
     EXPECT_EQ(told["took_s"], nullptr);
