@@ -3,7 +3,7 @@
 #
 # Most of the compile time of a source is headers: the standard library's, the JSON library's, the parser's, and the templates
 # in them. Both hide an include that a source forgot, and a change of one source compiles its neighbours too, so builds for
-# development, for packages and for the static checks do without.
+# development and for packages do without. The static checks read the sources of a folder together too.
 option(APP_CG_SHARED_HEADERS "Have sources share headers: quicker from nothing, and hides a missing include" OFF)
 
 # Sources that name something for themselves which means something else in a neighbour of theirs, and those that some

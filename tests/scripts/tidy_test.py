@@ -13,7 +13,7 @@ SCRIPT = pathlib.Path(__file__).resolve().parents[2] / "scripts" / "tidy.py"
 # A source is bad when it says so; each check is noted.
 TIDY = """#!/bin/sh
 [ "$1" = --version ] && { echo 14; exit; }
-for file; do :; done
+for argument; do [ "$argument" = -- ] && break; file=$argument; done
 basename "$file" >>"$NOTES"
 if grep -q BAD "$file"; then echo "$file:1:1: warning: bad [rule]"; exit 1; fi
 """
@@ -75,6 +75,20 @@ class TidyTest(unittest.TestCase):
         cases = {case.get("name"): case.find("failure") for case in tree.parse(self.root / "found.xml").iter("testcase")}
         self.assertEqual({name: failure is not None for name, failure in cases.items()},
                          {"src/a.cpp": True, "src/b.cpp": False})
+
+    def test_sources_that_are_compiled_as_one_are_checked_as_one(self):
+        unit = self.write("build/lint/x/Unity/unity_src.cxx", "".join(f'#include "{path}"\n' for path in self.sources))
+        commands = [{"directory": str(self.root), "file": str(unit), "command": f"c++ -DA=1 -o x.o -c {unit}"}]
+        self.write("build/lint/compile_commands.json", json.dumps(commands))
+        for _ in range(2):
+            status, seen, output = self.tidy(str(self.sources[1]), "--junit", str(self.root / "found.xml"))
+            self.assertEqual((status, seen), (0, ["UnifiedSource_unity_src.cxx"]), output)
+            self.write("src/a.h", "int header;")
+        shown = (unit.parent / "UnifiedSource_unity_src.cxx").read_text(encoding="utf-8")
+        self.assertEqual([line.split(" //")[0] for line in shown.splitlines()],
+                         [f'#include "{path}"' for path in self.sources])
+        self.assertEqual([case.get("name") for case in tree.parse(self.root / "found.xml").iter("testcase")],
+                         ["src/a.cpp src/b.cpp"])
 
     def test_what_cannot_be_preprocessed_is_not_remembered(self):
         self.write("bin/clang++-14", "#!/bin/sh\nexit 1\n")

@@ -30,9 +30,7 @@
 #include "app_cg/card_nodes.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::admission_random
 {
 
 constexpr std::size_t CARDS = 6;
@@ -412,5 +410,4 @@ TEST_P(AdmissionRandom, WhateverHappensTheChassisStaysSound)
     }
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::admission_random

@@ -6,9 +6,7 @@
 #include "admission.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::backup_cards
 {
 
 using testing::ElementsAre;
@@ -155,5 +153,4 @@ TEST_F(BackupCards, TheZeroPositionIsACardLikeAnother)
                                                "vx_mom_del(1, p_libpub.app_cg_card_bak_info{index={}})"));
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::backup_cards

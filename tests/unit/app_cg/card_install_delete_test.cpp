@@ -9,9 +9,7 @@
 #include "app_cg/check_request.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::card_install_delete
 {
 
 using namespace std::chrono_literals;
@@ -305,5 +303,4 @@ TEST_F(CardInstallDelete, ACardWhoseLastTimerWasRefusedLosesTheEarlierOne)
     expect_silence();
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::card_install_delete

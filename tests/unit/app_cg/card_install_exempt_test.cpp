@@ -5,9 +5,7 @@
 #include "app_cg/card_install.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::card_install_exempt
 {
 
 using testing::ElementsAre;
@@ -266,5 +264,4 @@ TEST_F(CardInstallExempt, OnlyNodeTypeTwoIsAMainBoard)
     }
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::card_install_exempt

@@ -5,9 +5,7 @@
 #include "app_cg/card_install.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::card_install_offline
 {
 
 using testing::ElementsAre;
@@ -192,5 +190,4 @@ TEST_F(CardInstallOffline, ADeniedCardThatReturnsCanBeDeniedAgain)
     EXPECT_STREQ(node_of({})->reason, "second");
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::card_install_offline

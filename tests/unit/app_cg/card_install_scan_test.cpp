@@ -8,9 +8,7 @@
 #include "app_cg/card_install.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::card_install_scan
 {
 
 using testing::ElementsAre;
@@ -205,5 +203,4 @@ TEST_F(CardInstallScan, CardsAreRememberedThroughAReplay)
     EXPECT_THAT(recording::armed_timers(), ElementsAre("t1"));
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::card_install_scan

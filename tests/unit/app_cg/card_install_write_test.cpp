@@ -6,9 +6,7 @@
 #include "app_cg/card_install.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::card_install_write
 {
 
 using testing::Contains;
@@ -312,5 +310,4 @@ TEST_F(CardInstallWrite, NewCardsStandInFrontOfThoseThatAreNamed)
     EXPECT_THAT(table(), ElementsAre("1/5/1", "1/6/1", "1/7/1", "1/4/1"));
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::card_install_write

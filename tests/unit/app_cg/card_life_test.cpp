@@ -9,9 +9,7 @@
 #include "app_cg/connections.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::card_life
 {
 
 using namespace std::chrono_literals;
@@ -353,5 +351,4 @@ TEST_F(CardLife, BackupsOfCardsThatExistAreCleanedUpWithTheSubscription)
                     "vx_mom_del(1, p_libpub.app_cg_card_bak_info{index={devid=1 slotid=3 sslotid=2}})"));
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::card_life

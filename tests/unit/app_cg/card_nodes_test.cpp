@@ -11,9 +11,7 @@
 #include "admission.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::card_nodes
 {
 
 using testing::ElementsAre;
@@ -405,5 +403,4 @@ TEST_F(CardNodes, AWalkWithoutACallbackDoesNothing)
     EXPECT_THAT(recording::take(), IsEmpty());
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::card_nodes

@@ -7,9 +7,7 @@
 #include "app_cg/check_ack.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::check_ack_deny
 {
 
 using testing::Contains;
@@ -365,5 +363,4 @@ TEST_F(CheckAckDeny, TheSubSlotIsNotPartOfTheSystemLog)
                     "compatible."));
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::check_ack_deny

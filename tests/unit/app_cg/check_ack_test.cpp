@@ -8,9 +8,7 @@
 #include "app_cg/check_request.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::check_ack
 {
 
 using testing::ElementsAre;
@@ -353,5 +351,4 @@ TEST_F(CheckAck, SixteenModulesHaveToAgree)
     EXPECT_EQ(node->stat, 1);
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::check_ack

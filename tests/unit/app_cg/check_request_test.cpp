@@ -10,9 +10,7 @@
 #include "app_cg/card_nodes.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::check_request
 {
 
 using testing::ElementsAre;
@@ -337,5 +335,4 @@ TEST_F(CheckRequest, CancellingAllTimersLeavesNone)
     EXPECT_THAT(recording::take(), IsEmpty());
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::check_request

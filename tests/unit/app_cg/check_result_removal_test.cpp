@@ -9,9 +9,7 @@
 #include "app_cg/check_result.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::check_result_removal
 {
 
 using testing::ElementsAre;
@@ -267,5 +265,4 @@ TEST_F(CheckResultRemoval, AcknowledgementsNeedNoCard)
                             "mod_name=\"a name of more than fifteen\"}})"));
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::check_result_removal

@@ -9,9 +9,7 @@
 #include "admission.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::check_result
 {
 
 using testing::ElementsAre;
@@ -345,5 +343,4 @@ TEST_F(CheckResult, ACardAtTheZeroPositionHasAnEmptyKey)
                     "t_reason=\"not compatible\"}})"));
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::check_result

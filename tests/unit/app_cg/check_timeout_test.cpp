@@ -11,9 +11,7 @@
 #include "app_cg/check_request.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::check_timeout
 {
 
 using namespace std::chrono_literals;
@@ -269,5 +267,4 @@ TEST_F(CheckTimeout, TimersOfCardsFireInTheOrderOfTheirArming)
                                               said(120, "devid[1] slotid[4] sslotid[2] wait_obj_bmp[7]")}));
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::check_timeout

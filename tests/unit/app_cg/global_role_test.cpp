@@ -10,9 +10,7 @@
 #include "app_cg/record_enum.h"
 #include "app_cg_dbg/logging.h"
 
-namespace admission
-{
-namespace
+namespace admission::global_role
 {
 
 using testing::ElementsAre;
@@ -322,5 +320,4 @@ TEST_F(GlobalRole, OnlyTheOwnRoleIsRead)
     EXPECT_EQ(g_app_cg_global.grole, 2);
 }
 
-} // namespace
-} // namespace admission
+} // namespace admission::global_role
