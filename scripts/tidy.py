@@ -125,8 +125,14 @@ def main() -> int:
     found = {}
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         running = {pool.submit(checker.check, unit, entry): unit for unit, entry in todo.items()}
+        shown: set[str] = set()
         for done in concurrent.futures.as_completed(running):
-            found[running[done]] = done.result()
+            text = found[running[done]] = done.result()
+            # What is wrong in a header is found in each unit that includes it.
+            for line in re.findall(r"^.*(?:warning|error):.*$", text, re.MULTILINE):
+                if line not in shown:
+                    print(line, file=sys.stderr, flush=True)
+                    shown.add(line)
             if len(found) % 10 == 0 or len(found) == len(running):
                 print(f"[{len(found)}/{len(running)}] checked", flush=True)
     texts = [text for _, text in sorted(found.items()) if text]
@@ -134,8 +140,6 @@ def main() -> int:
         options.log.write_text("\n".join(texts), encoding="utf-8")
     if options.junit:
         write_junit(options.junit, dict(sorted(found.items())))
-    lines = sorted({line for text in texts for line in text.splitlines() if re.search(r"(warning|error):", line)})
-    print("\n".join(lines[:60]), file=sys.stderr)
     return 1 if texts else 0
 
 

@@ -91,7 +91,7 @@ Status read_slice(Calls &calls, const std::string &type, Snapshot &snapshot)
     snapshot.records.clear();
     snapshot.left_out.clear();
     std::vector<std::string> keys;
-    const Status status = read_index(calls, type, snapshot, keys);
+    Status status = read_index(calls, type, snapshot, keys);
     if (!status || keys.empty()) {
         return status;
     }

@@ -154,11 +154,9 @@ void Card::hear(Answer answer, bool existing)
 void Card::result_written(const Result &result, const Change &change)
 {
     result_ = result;
-    if (!change.existing) {
-        decide(change);
-    } else if (check_ == Check::found && outranks_request(result)) {
+    if (change.existing && check_ == Check::found && outranks_request(result)) {
         check_ = Check::none;
-    } else if (is_open() && outranks_request(result)) {
+    } else if (!change.existing || (is_open() && outranks_request(result))) {
         decide(change);
     }
     refresh(change);

@@ -20,7 +20,7 @@ std::optional<Value> value_of(const ProtobufCMessage &message, const std::string
         return std::nullopt;
     }
     Value value{};
-    std::memcpy(&value, reinterpret_cast<const std::byte *>(&message) + field->offset, sizeof value);
+    std::memcpy(&value, reinterpret_cast<const std::byte *>(&message) + field->offset, sizeof(Value));
     return value;
 }
 

@@ -24,6 +24,7 @@ std::vector<ModuleFigures> module_figures(const ModuleFolder &folder, const hist
         }
     }
     std::vector<ModuleFigures> all;
+    all.reserve(modules.size());
     for (auto &[name, figures] : modules) {
         all.push_back(std::move(figures));
     }
