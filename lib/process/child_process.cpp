@@ -220,7 +220,8 @@ std::string find_program(const std::string &program)
     }
     const char *path = getenv("PATH");
     for (const std::string &folder : split(path == nullptr ? "/bin:/usr/bin" : path, ':')) {
-        const std::string place = folder.empty() ? "./" + program : folder + '/' + program;
+        std::string place = folder.empty() ? "." : folder;
+        place.append("/").append(program);
         if (access(place.c_str(), X_OK) == 0) {
             return place;
         }

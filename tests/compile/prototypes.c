@@ -14,6 +14,7 @@
 #include "vx_thread.h"
 #include "vx_zlog.h"
 
+/* NOLINTBEGIN(readability-redundant-declaration): said twice, they have to agree */
 /* vx_thread.h */
 typedef int32_t expected_thread_f(vx_thread_t *t);
 _Static_assert(_Generic((vx_thread_f)0, expected_thread_f * : 1, default : 0), "vx_thread_f");
@@ -91,3 +92,4 @@ int32_t vx_initframe_duplicate_check(void);
 
 /* vx_mom_schema.h */
 int32_t vx_mom_key_attribute(const ProtobufCMessageDescriptor *message, uint32_t field_number);
+/* NOLINTEND(readability-redundant-declaration) */

@@ -132,7 +132,7 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: fault_subscriber NAME DATABASE card|ack\n");
         return 2;
     }
-    self.database = std::atoi(argv[2]);
+    self.database = static_cast<int32_t>(std::strtol(argv[2], nullptr, 10));
     self.cards = std::strcmp(argv[3], "card") == 0;
     self.global = vx_global_init(argv[1], nullptr);
     const bool begun = self.global != nullptr &&

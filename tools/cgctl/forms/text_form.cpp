@@ -417,7 +417,7 @@ void print_subscribed(const Page &page, const RecordType &type)
 
 std::string event_text(const Event &event)
 {
-    const std::string text = std::visit(EventForm{event.at}, event.what);
+    std::string text = std::visit(EventForm{event.at}, event.what);
     if (!event.position) {
         return text;
     }

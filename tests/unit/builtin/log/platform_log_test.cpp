@@ -35,11 +35,13 @@ void log_long_text()
 
 int log_before_and_after_opening(const TempFolder &folder)
 {
+    // NOLINTNEXTLINE(bugprone-lambda-function-name): the place is part of the line
     EXPECT_THAT(printed([] { PLATFORM_LOG(platform::log_warn, "two\nlines of %d", 2); }),
                 MatchesRegex("platform_log_test.cpp:[0-9]+ operator\\(\\): two\\\\x0alines of 2\n"));
     EXPECT_THAT(printed(log_long_text), EndsWith("log_long_text: " + std::string(1023, 'x') + '\n'));
     const ScopedSetting setting("VX_ZLOG", "file:" + folder.file("log"));
     platform::log_open("platform_log_test");
+    // NOLINTNEXTLINE(bugprone-lambda-function-name)
     EXPECT_EQ(printed([] { PLATFORM_LOG(platform::log_error, "lost %s", "it"); }), "");
     platform::log_line("a/b/source.cpp", "function", 7, platform::log_info, "100%d");
     const std::string log = content_of(folder.file("log"));

@@ -309,7 +309,8 @@ TEST_F(RepliesTest, ThatSomebodySpoiltAreOdd)
     for (const auto &[name, value] : std::map<std::string, std::string>{
              {"now", "x"}, {"x", "r:d"}, {"1", "r:d a"}, {"2", "r:d a=x"}, {"3", "r:d a=1 b="}}) {
         ASSERT_TRUE(read_with(nothing, list({name, value})));
-        EXPECT_EQ(answers.oddity, "@runs: the field " + name + " holds " + value);
+        EXPECT_EQ(answers.oddity,
+                  std::string("@runs: the field ").append(name).append(" holds ").append(value));
     }
     ASSERT_TRUE(read_with(nothing, "-WRONGTYPE x\r\n"));
     EXPECT_EQ(answers.oddity, "@runs: WRONGTYPE x");

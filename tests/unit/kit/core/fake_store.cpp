@@ -372,7 +372,7 @@ Result<std::optional<Record>> Client::read(int32_t /*db*/, const ProtobufCMessag
 
 Status Client::set(int32_t /*db*/, const ProtobufCMessage &record)
 {
-    const Status status = status_of(server.write_refusal);
+    Status status = status_of(server.write_refusal);
     if (status) {
         server.causes.push_back(server.handling);
         fake_store::write(record);

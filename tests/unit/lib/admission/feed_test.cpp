@@ -12,7 +12,6 @@ namespace
 using namespace admission;
 using namespace std::chrono_literals;
 using cg::Json;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 

@@ -15,6 +15,7 @@ const Modules three{{"m1", "m2", "m3"}};
 std::vector<Answer> answers_of(const std::vector<std::string> &modules)
 {
     std::vector<Answer> answers;
+    answers.reserve(modules.size());
     for (const std::string &module : modules) {
         answers.push_back({module});
     }

@@ -29,7 +29,7 @@ protected:
     // A decision on the check that the daemon's write of this number began.
     std::shared_ptr<history::Decision> add(history::Outcome outcome, uint64_t request = 5)
     {
-        const auto decision = std::make_shared<history::Decision>();
+        auto decision = std::make_shared<history::Decision>();
         decision->card.position = {1, 3, 0};
         decision->request = {0, {"daemon", request, {}}};
         decision->outcome = outcome;

@@ -19,9 +19,7 @@ namespace
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::SizeIs;
 
 constexpr history::Time noon = history::Time{} + 1'700'049'600s;
