@@ -98,6 +98,12 @@ protected:
         change.mark = mark;
         fake.changes.at(card_.base.descriptor)(change);
     }
+    void hear(const ProtobufCMessage &record, bool deleted, const Change &change)
+    {
+        EXPECT_EQ(&record, &card_.base);
+        events_.emplace_back(deleted ? "deleted" : "written");
+        changes_.push_back(change);
+    }
     // Whether the last change was said to be news.
     [[nodiscard]] bool is_news() const { return !changes_.back().existing; }
     static int calls(const std::string &what)
@@ -112,11 +118,7 @@ protected:
     store::Client client_{nullptr};
     Follower follower_{client_,
                        {[this](const ProtobufCMessage &record, bool deleted, const Change &change) {
-                            EXPECT_EQ(&record, &card_.base);
-                            // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): it loses `this` behind the
-                            // macro
-                            events_.emplace_back(deleted ? "deleted" : "written");
-                            changes_.push_back(change);
+                            hear(record, deleted, change);
                         },
                         [this](const std::string &key, const std::string &reason) {
                             events_.push_back(key + ": " + reason);
