@@ -20,6 +20,7 @@ std::optional<Value> value_of(const ProtobufCMessage &message, const std::string
         return std::nullopt;
     }
     Value value{};
+    // NOLINTNEXTLINE(bugprone-sizeof-expression): a field may be a pointer
     std::memcpy(&value, reinterpret_cast<const std::byte *>(&message) + field->offset, sizeof(Value));
     return value;
 }
