@@ -17,7 +17,12 @@ LINE_CARD = 3  # the node type
 CARD_TYPE = 200
 FUNCTIONS = "vx_mom2"
 
-_tokens = (f"py-{os.getpid()}.{number} -" for number in itertools.count(1))
+_numbers = itertools.count(1)
+
+
+def _token():
+    """What a write says of itself; another one for each, whichever thread makes it."""
+    return f"py-{os.getpid()}.{next(_numbers)} -"
 
 
 def _varint(number):
@@ -56,16 +61,16 @@ class Records:
 
     def set(self, key, fields):
         """Writes a whole record: {field number: value}, without fields at their defaults."""
-        return self._call("set", key, next(_tokens), *self._pairs(fields))
+        return self._call("set", key, _token(), *self._pairs(fields))
 
     def hmset(self, key, fields, absent=()):
         """Writes some fields; those in `absent` become defaults."""
         pairs = self._pairs(fields)
-        return self._call("hmset", key, next(_tokens), len(pairs), *pairs, *absent)
+        return self._call("hmset", key, _token(), len(pairs), *pairs, *absent)
 
     def delete(self, key):
         """Deletes a record; the revision is 0 when there was none."""
-        return self._call("del", key, next(_tokens))
+        return self._call("del", key, _token())
 
     def pdel(self, kind, prefix):
         """Deletes the records of a type whose keys begin with `prefix`."""
@@ -75,7 +80,7 @@ class Records:
         """The same, with the answer as the connection gives it: that of a transaction has none yet."""
         return self._connection.execute_command(
             "FCALL", f"{FUNCTIONS}_pdel", 2, f"@rev:{kind}", f"@idx:{kind}", self._channels, prefix,
-            next(_tokens))
+            _token())
 
 
 def colons(position):

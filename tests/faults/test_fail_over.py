@@ -101,14 +101,16 @@ class Scene:
         return bool(missing)
 
     def expect_verdicts(self, progress, seconds):
-        """Every card ends with its verdict and its results; the chassis keeps its part true meanwhile."""
+        """Every card ends with its verdict and its results, and those denied, they alone, are marked; the chassis keeps its
+        part true meanwhile. A daemon whose last writes are lost in one database has yet to notice it there."""
         wanted = {position: DENY if is_denied(position) else PASS for position in self.plugged}
+        denied = {position for position in self.plugged if is_denied(position)}
 
         def ready():
             self.write_missing_again()
             with contextlib.suppress(redis.RedisError):
                 progress(f"{self._count_verdicts()} of {len(self.plugged)} verdicts")
-                return self._verdicts() == wanted
+                return self._verdicts() == wanted and self._marked() == denied
             return False
         programs.wait_until(ready, seconds, "every card has its verdict")
 
@@ -134,10 +136,8 @@ class Scene:
                 batch.hgetall(key)
             return dict(zip(keys, batch.execute()))
 
-    def check_marks(self):
-        """Those denied, and they alone, are marked."""
-        marked = {"/".join(key.split(":")[1:4]) for key in self._all(DEV_GLOBAL, CUSTOM_STATUS)}
-        assert marked == {position for position in self.plugged if is_denied(position)}
+    def _marked(self):
+        return {"/".join(key.split(":")[1:4]) for key in self._all(DEV_GLOBAL, CUSTOM_STATUS)}
 
     def _denials(self):
         return [match.group(1) for _, text in self.rig.system_log.lines() if (match := _DISABLED.search(text))]
@@ -176,7 +176,6 @@ def test_the_master_is_killed_under_load(scene, is_long, progress, capfd):
             scene.group.master.kill()
         scene.plug(position)
     scene.expect_verdicts(progress, 120)
-    scene.check_marks()
     scene.check_denials()
     assert scene.patient.failures > 0, "nobody noticed the fail-over"
     report(capfd, scene, f"{len(positions)} cards x {len(_MODULES)} modules: no write accepted for "
@@ -201,6 +200,5 @@ def test_acknowledged_writes_are_lost(scene, is_long, progress, capfd):
     for position in positions[-_IN_HAND:]:
         scene.plug(position)
     scene.expect_verdicts(progress, 120)
-    scene.check_marks()
     scene.check_denials()
     report(capfd, scene, f"{len(positions)} cards, of which {half - _IN_HAND} were lost with the master", struck)
