@@ -180,10 +180,10 @@ unit_tests()
     return 1
 }
 
-# The fuzz targets, all at the same time, with what everything else leaves of the processors: fuzz_targets PRESET SECONDS
+# The fuzz targets, all at the same time: fuzz_targets PRESET SECONDS
 fuzz_targets()
 {
-    chrt --idle 0 "$project_root/tests/fuzz/run" --build "$project_root/build/$1/tests/fuzz" --seconds "$2" --junit "$junit" 2>&1 |
+    nice -n 5 "$project_root/tests/fuzz/run" --build "$project_root/build/$1/tests/fuzz" --seconds "$2" --junit "$junit" 2>&1 |
         tee "$stages_logs/fuzz.log"
 }
 
