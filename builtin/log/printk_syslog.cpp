@@ -1,4 +1,4 @@
-// System log, on syslog(3).
+// System log, in the form of syslog(3), but without its waiting: see log/system_log.h.
 //
 // Severity, program and module stand in the text as well as in the record: people bind alarms to the line,
 // and a syslog daemon's file format shows neither severity nor module. The journal's own calls could carry
@@ -12,21 +12,17 @@
 
 #include <syslog.h>
 
+#include "log/system_log.h"
 #include "log/text.h"
 
 namespace
 {
 
-// Says who we are. syslog(3) keeps the pointer, so the name must stay where it is as long as it is used.
-// The socket is opened with the first line and opened again when the system log went away, by the C library.
-void call_ourselves(const std::string &program)
+// Until the process ends, which gives what waits a little time.
+platform::SystemLog &system_log()
 {
-    static std::string ident;
-    if (ident != program) {
-        closelog();
-        ident = program;
-        openlog(ident.c_str(), LOG_PID, LOG_DAEMON);
-    }
+    static platform::SystemLog log(_PATH_LOG);
+    return log;
 }
 
 } // namespace
@@ -51,8 +47,7 @@ try {
     const std::string line =
         platform::visible(std::string(program) + "-" + std::to_string(severity) + "-" + module + ": ") +
         platform::visible(platform::without_line_break(*text));
-    call_ourselves(program);
-    syslog(LOG_MAKEPRI(LOG_DAEMON, severity), "%s", line.c_str());
+    system_log().write(platform::system_log_line(LOG_MAKEPRI(LOG_DAEMON, severity), program, line));
     return 0;
 } catch (const std::exception &) {
     return -ENOMEM;

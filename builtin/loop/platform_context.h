@@ -19,7 +19,7 @@ struct event_base;
 namespace platform
 {
 
-enum class Slot { store_client, debug_shell };
+enum class Slot { store_client, debug_shell, system_log };
 
 // The loop of a context. Never null; owned by the context.
 event_base *event_base_of(vx_global_t *global);
@@ -67,6 +67,10 @@ private:
 // Runs the loop until end_context(), signals or not. Returns 0, or negative when it could not run, or was
 // ended by what a handler threw.
 int32_t run_context(vx_global_t *global);
+
+// The context whose loop runs on this thread now; null when none does. For what is called without one, and
+// may need the loop.
+vx_global_t *running_context() noexcept;
 
 // Ends the loop once the present callback has returned, or the next run at once.
 void end_context(vx_global_t *global) noexcept;

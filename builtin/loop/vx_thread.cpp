@@ -31,9 +31,11 @@ using platform::Event;
 using platform::EventBase;
 using platform::EventConfig;
 
-constexpr size_t slot_count = 2;
+constexpr size_t slot_count = 3;
 
 platform::Companion make_companion = nullptr;
+
+thread_local vx_global_t *running = nullptr;
 
 // What the handle that we give out really is.
 struct Timer : vx_thread_t {
@@ -201,12 +203,19 @@ int32_t run_context(vx_global_t *global)
     int result = 0;
     assert(!global->failure || global->ending); // else what a handler threw would be lost in this run
     global->running = true;
+    vx_global_t *around = std::exchange(running, global);
     if (!global->ending) {
         result = event_base_loop(global->base.get(), EVLOOP_NO_EXIT_ON_EMPTY);
     }
+    running = around;
     global->running = false;
     global->ending = false;
     return result < 0 || global->failure ? -EIO : 0;
+}
+
+vx_global_t *running_context() noexcept
+{
+    return running;
 }
 
 void end_context(vx_global_t *global) noexcept

@@ -20,6 +20,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "loop/health.h"
 #include "loop/settings.h"
 #include "loop/standard_descriptors.h"
 #include "process/lock_holder.h"
@@ -84,6 +85,7 @@ try {
     }
     write_holder(fd);
     held = fd;
+    platform::make_health_public();
     return 0;
 } catch (const std::exception &) {
     return -ENOMEM;

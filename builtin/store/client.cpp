@@ -7,6 +7,7 @@
 #include <deque>
 #include <exception>
 #include <map>
+#include <optional>
 #include <random>
 #include <utility>
 
@@ -14,6 +15,7 @@
 #include "loop/platform_context.h"
 #include "store/connection/configuration.h"
 #include "store/database.h"
+#include "store/health_publisher.h"
 #include "store/operations.h"
 
 namespace store
@@ -66,6 +68,7 @@ struct Client::Parts {
     platform::Event turn_event;
     std::map<int32_t, std::unique_ptr<Database>> databases;
     std::deque<Database *> requests; // for "connected", in the order asked
+    std::optional<HealthPublisher> health;
 };
 
 Client::Parts::Parts(vx_global_t *context, Options &&options)
@@ -270,6 +273,13 @@ Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescrip
         return Status();
     });
     return result;
+}
+
+Status Client::publish_health(int32_t db)
+{
+    return parts_->call(db, [&](Database &database) {
+        return parts_->health.emplace(parts_->shared, database.calls).begin();
+    });
 }
 
 std::optional<std::chrono::steady_clock::time_point> Client::last_contact(int32_t db) const

@@ -134,6 +134,11 @@ public:
     // reports nothing of it. A handler that wants all of it again subscribes again.
     Result<Subscription> subscribe(int32_t db, const ProtobufCMessageDescriptor &type, ChangeHandler handler);
 
+    // Publishes what this process notes in loop/health.h, in the hash of codec/names.h; what an earlier
+    // process published is deleted at once. For one client of a process, once. Failure: it could not be
+    // deleted.
+    Status publish_health(int32_t db);
+
     // When something last came on the lasting connection (a change, or the answer to the ping that is sent
     // each second), and every change before that was delivered; kept over a loss. Nothing: never.
     [[nodiscard]] std::optional<std::chrono::steady_clock::time_point> last_contact(int32_t db) const;

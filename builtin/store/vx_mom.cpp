@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "log/platform_log.h"
+#include "loop/health.h"
 #include "loop/platform_context.h"
 #include "store/client.h"
 #include "store/connection/errors.h"
@@ -21,6 +22,8 @@ namespace
 using store::Change;
 using store::Client;
 using store::ConnectionEvent;
+
+constexpr int32_t health_database = 1; // the host's
 
 // What the result that we give out really is.
 struct Found : vx_mom_result_t {
@@ -50,6 +53,7 @@ struct Surface {
     explicit Surface(vx_global_t *context) : global(context), client(context) {}
 
     vx_global_t *global;
+    bool has_host_database = false;
     std::map<int32_t, Callbacks> callbacks; // before the client, which calls them
     Client client;
     std::map<std::pair<int32_t, const ProtobufCMessageDescriptor *>, store::Subscription> subscriptions;
@@ -157,7 +161,15 @@ int32_t set_record(vx_global_t *global, int32_t db, const ProtobufCMessage *reco
 
 int32_t vx_mom_client_connect_sync(vx_global_t *global, int32_t db)
 {
-    return with_surface(global, [&](Surface &surface) { return surface.client.connect(db).code; });
+    return with_surface(global, [&](Surface &surface) {
+        const int32_t code = surface.client.connect(db).code;
+        const bool is_first = code == store::ok && db == health_database &&
+                              !std::exchange(surface.has_host_database, true);
+        if (is_first && platform::is_health_public()) {
+            (void)surface.client.publish_health(db); // the log has it if that fails
+        }
+        return code;
+    });
 }
 
 int32_t vx_mom_client_connect(vx_global_t *global, int32_t db, vx_mom_connect_f callback, void *arg)

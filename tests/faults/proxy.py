@@ -18,7 +18,7 @@ from resp import Messages, is_pushed
 # What a connection begins with, and how a new server run is registered. The second word decides where the first
 # does not.
 _OPENING = {b"AUTH", b"HELLO", b"SELECT", b"CLIENT", b"INFO", b"ROLE", b"FUNCTION", b"SCRIPT"}
-_OPENING_KEYS = {(b"GET", b"@set"), (b"HGETALL", b"@runs"), (b"FCALL", b"vx_mom2_register")}
+_OPENING_KEYS = {(b"GET", b"@set"), (b"HGETALL", b"@runs"), (b"FCALL", b"vx_mom2_register"), (b"DEL", b"@health")}
 
 
 def is_opening(parts):

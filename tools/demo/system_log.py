@@ -13,6 +13,8 @@ class SystemLog:
         """Listens on `path`; calls on_line(severity, text), if given, on the receiving thread."""
         self._on_line = on_line
         self._lines = []
+        self._may_read = threading.Event()
+        self._may_read.set()
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
         self._socket.bind(str(path))
         self._thread = threading.Thread(target=self._receive, daemon=True)
@@ -23,6 +25,7 @@ class SystemLog:
             record = self._socket.recv(65536)
             if not record:
                 return
+            self._may_read.wait()
             match = _LINE.match(record)
             severity = int(match.group(1)) & 7 if match else None
             text = (match.group(2) if match else record).decode("utf-8", "replace").rstrip("\0")
@@ -34,8 +37,17 @@ class SystemLog:
         """All records so far: (severity, text) each, in the order of arrival."""
         return list(self._lines)
 
+    def hold(self):
+        """Reads nothing more, but for one record, until release()."""
+        self._may_read.clear()
+
+    def release(self):
+        """Reads on."""
+        self._may_read.set()
+
     def close(self):
         """Stops receiving."""
+        self.release()
         self._socket.shutdown(socket.SHUT_RD)
         self._thread.join(5)
         self._socket.close()

@@ -27,8 +27,9 @@ std::string key_part(std::string_view text);
 // key_part() gives it.
 bool parse_key_part(std::string_view part, std::string &text);
 
-inline constexpr const char *data_set_key = "@set"; // text: the identity of a database's data
-inline constexpr const char *runs_key = "@runs";    // hash: the server runs that served it
+inline constexpr const char *data_set_key = "@set";  // text: the identity of a database's data
+inline constexpr const char *runs_key = "@runs";     // hash: the server runs that served it
+inline constexpr const char *health_key = "@health"; // hash: what is not well with the daemon
 
 } // namespace store
 

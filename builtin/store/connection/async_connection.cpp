@@ -89,6 +89,15 @@ uint64_t AsyncConnection::ping()
     return ++pings_;
 }
 
+void AsyncConnection::send(const Command &command)
+{
+    if (is_up()) {
+        stream_->append(command);
+        replies_due_++;
+        watch();
+    }
+}
+
 // No exception may reach the loop, which is C.
 template <typename Work>
 void AsyncConnection::guarded(const Work &work) noexcept
@@ -274,6 +283,7 @@ void AsyncConnection::finish_handshake()
     run_ = server.run();
     data_set_id_ = is_error(answers[2].get()) ? "" : text_of(answers[2].get());
     pings_ = 0;
+    replies_due_ = 0;
     handshake_replies_.clear();
     state_ = State::up;
     up_since_ = std::chrono::steady_clock::now();
@@ -301,9 +311,11 @@ void AsyncConnection::dispatch(const redisReply &reply)
         observer_->on_checked();
     } else if (is_kind(reply, "pong", 2)) {
         observer_->on_pong();
+    } else if (replies_due_ > 0) {
+        replies_due_--;
+        observer_->on_reply(reply);
     } else if (is_error(&reply) && !asked_.empty()) {
-        // Nothing but subscriptions and pings is sent, and a ping is never refused. Answers come in the order
-        // asked.
+        // Who sends commands does not watch, and a ping is never refused. Answers come in the order asked.
         const std::string watched = std::move(asked_.front());
         asked_.pop_front();
         observer_->on_refused(watched, text_of(&reply));

@@ -50,6 +50,8 @@ public:
     virtual void on_pong() = 0;
     // The connection was found alive; comes every second or so.
     virtual void on_checked() = 0;
+    // The answer to a send(); they come in the order sent. It ends with the call.
+    virtual void on_reply(const redisReply & /*reply*/) {}
 };
 
 class AsyncConnection
@@ -74,6 +76,9 @@ public:
     void subscribe_all(const std::string &pattern);
     // Returns its number on the present connection, from 1.
     uint64_t ping();
+    // Sends a command, when the connection is up. The server refuses most on a connection that watches
+    // channels.
+    void send(const Command &command);
 
 private:
     enum class State { idle, pausing, searching, connecting, handshake, up };
@@ -116,7 +121,8 @@ private:
     std::string data_set_id_;
     std::deque<std::string> asked_; // what to watch, as long as the server has not answered
     uint64_t pings_ = 0;
-    int unanswered_ = 0; // checks of the connection's health since the last one that was answered
+    size_t replies_due_ = 0; // to commands of send()
+    int unanswered_ = 0;     // checks of the connection's health since the last one that was answered
     platform::Event timer_;
     std::optional<Stream> stream_;
     platform::Event io_; // watches the link's descriptor: declared after it, gone before it

@@ -179,6 +179,8 @@ AclAttempts forging_data_set()
             {"GETDEL", store::data_set_key},
             {"HSET", store::runs_key, "now", "1"},
             {"DEL", store::runs_key},
+            {"HSET", store::health_key, "system_log_dropped", "1"},
+            {"DEL", store::health_key},
             {"FCALL", store::register_function, "2", store::data_set_key, store::runs_key, "x", "y", "z"}};
 }
 
@@ -261,6 +263,8 @@ AclAttempts permitted_to_daemon()
                       {"HGET", store::runs_key, "now"},
                       {"HSET", store::runs_key, "now", "1"},
                       {"HDEL", store::runs_key, "1"},
+                      {"HSET", store::health_key, "system_log_dropped", "1"},
+                      {"DEL", store::health_key},
                       {"FCALL", store::register_function, "3", store::data_set_key, store::runs_key,
                        store::counter_key("p_dev.card_info"), "x", "y", "z", "p_dev.card_info"}});
     return attempts;
@@ -311,6 +315,7 @@ AclAttempts refused_to_module(const std::string &part)
                       {"RENAME", own, answer_key(part + "x")},
                       {"SCAN", "0"},
                       {"HGETALL", answer_key(part + "x")},
+                      {"HGETALL", store::health_key},
                       {"PSUBSCRIBE", "*"},
                       watching(type)});
     // Deletions through the functions are permitted by the keys that they declare, and fail inside at these.
@@ -335,6 +340,7 @@ AclAttempts permitted_to_watcher()
 {
     AclAttempts attempts = connecting();
     append(attempts, looking_at_everything());
+    attempts.push_back({"HGETALL", store::health_key});
     return attempts;
 }
 

@@ -104,6 +104,7 @@ AclUser daemon()
     user.selectors.push_back(std::move(calls));
     user.selectors.push_back({{"+get"}, {"%R~" + store::counter_key("*")}, {}});
     user.selectors.push_back({{"+set"}, {std::string("~") + store::data_set_key}, {}});
+    user.selectors.push_back({{"+hset", "+del"}, {std::string("~") + store::health_key}, {}});
     user.selectors.push_back({{"+hget", "+hset", "+hdel"}, {std::string("~") + store::runs_key}, {}});
 
     user.selectors.push_back({{"+hget", "+hgetall", "+hlen", "+hset", "+hdel", "+del"},

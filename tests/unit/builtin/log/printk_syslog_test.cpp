@@ -2,6 +2,7 @@
 #include "vx_zlog.h"
 
 #include <string>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -45,6 +46,28 @@ TEST(PrintkSyslog, LineHoldsProgramSeverityAndModule)
     });
 }
 
+TEST(PrintkSyslog, BytesAreThoseOfTheCLibrary)
+{
+    in_private_view([] {
+        const Mailbox log("/dev/log");
+        const std::string long_reason(3000, 'r');
+        for (const char *reason : {"overheated", "", "50% *:\xc3\xa9~", long_reason.c_str()}) {
+            std::string ours;
+            std::string theirs;
+            for (int attempt = 0; attempt == 0 || (attempt < 5 && ours != theirs);
+                 attempt++) { // a new second
+                printk_syslog_ext(4, "APP_CG", "CG_MNG", 1, "Card in slot 1/3: %s.", reason);
+                openlog("APP_CG", LOG_PID, LOG_DAEMON);
+                syslog(LOG_MAKEPRI(LOG_DAEMON, 4), "APP_CG-4-CG_MNG: Card in slot 1/3: %s.", reason);
+                ours = log.next();
+                theirs = log.next();
+            }
+            EXPECT_EQ(ours, theirs);
+        }
+        closelog();
+    });
+}
+
 TEST(PrintkSyslog, ValueCannotForgeASecondLine)
 {
     in_private_view([] {
@@ -77,11 +100,13 @@ TEST(PrintkSyslog, LongReasonsAreWhole)
 TEST(PrintkSyslog, SystemLogMayComeLaterAndComeAgain)
 {
     in_private_view([] {
-        EXPECT_EQ(printk_syslog_ext(4, "APP_CG", "M", 1, "unheard"), 0);
-        for (const char *text : {"first", "second"}) {
+        EXPECT_EQ(printk_syslog_ext(4, "APP_CG", "M", 1, "zeroth"), 0);
+        for (const auto &texts : {std::vector{"zeroth", "first"}, {"second"}}) {
             const Mailbox log("/dev/log");
-            EXPECT_EQ(printk_syslog_ext(4, "APP_CG", "M", 1, "%s", text), 0);
-            EXPECT_THAT(log.next(), MatchesRegex(line_of(4, std::string("APP_CG-4-M: ") + text)));
+            EXPECT_EQ(printk_syslog_ext(4, "APP_CG", "M", 1, "%s", texts.back()), 0);
+            for (const char *text : texts) {
+                EXPECT_THAT(log.next(), MatchesRegex(line_of(4, std::string("APP_CG-4-M: ") + text)));
+            }
             unlink("/dev/log");
         }
     });

@@ -16,6 +16,7 @@
 namespace
 {
 
+using platform::connect_datagram;
 using platform::notify_manager;
 using platform::open_datagram_socket;
 using platform::send_datagram;
@@ -63,6 +64,34 @@ TEST_F(UnixDatagram, FindsAServiceThatStartedAnew)
     const Mailbox again(path);
     EXPECT_EQ(send_datagram(socket, path, "four"), 0);
     EXPECT_EQ(again.next(), "four");
+}
+
+TEST_F(UnixDatagram, ReceiverThatDoesNotReadIsNotWaitedFor)
+{
+    const Mailbox box(path);
+    platform::Descriptor connected;
+    EXPECT_EQ(connect_datagram(connected, path), 0);
+    int result = 0;
+    int sent = 0;
+    for (; result == 0; sent++) {
+        result = send_datagram(connected, std::to_string(sent));
+    }
+    EXPECT_EQ(result, -EAGAIN);
+    EXPECT_EQ(send_datagram(socket, path, "one more"), -EAGAIN);
+    EXPECT_EQ(box.next(), "0");
+    EXPECT_EQ(send_datagram(connected, "room again"), 0);
+    EXPECT_EQ(send_datagram(connected, std::string(1'000'000, 'x')), -EMSGSIZE);
+}
+
+TEST_F(UnixDatagram, ConnectionFailsWhereNobodyListens)
+{
+    platform::Descriptor connected;
+    EXPECT_EQ(connect_datagram(connected, path), -ENOENT);
+    EXPECT_EQ(connect_datagram(connected, "relative"), -EINVAL);
+    EXPECT_FALSE(connected);
+    const Mailbox box(path);
+    EXPECT_EQ(connect_datagram(connected, path), 0);
+    EXPECT_GT(connected.get(), STDERR_FILENO);
 }
 
 TEST_F(UnixDatagram, AddressesOfAnotherFormAreRefused)

@@ -257,6 +257,8 @@ Attempts on_the_books()
         {"DeleteDataSet", {{"DEL", "@set"}}},
         {"ForgeRuns", {{"HSET", "@runs", "now", "9"}}},
         {"DeleteRuns", {{"DEL", "@runs"}}},
+        {"ForgeHealth", {{"HSET", "@health", "system_log_dropped", "9"}}},
+        {"DeleteHealth", {{"DEL", "@health"}}},
         {"CountInTransaction", {{"MULTI"}, {"SET", counter, "1"}, {"EXEC"}}},
     };
     for (const char *type : {"p_dev.card_info", "p_libpub.app_cg_card_check_info"}) {

@@ -1,0 +1,220 @@
+// Lines on their way to a system log that is slow, hangs, is away, or comes back.
+#include "log/system_log.h"
+
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "log/platform_log.h"
+#include "loop/health.h"
+#include "loop/loop.h"
+#include "unit/builtin/platform_fixture.h"
+
+namespace
+{
+
+using platform::Loop;
+using platform::SystemLog;
+using testing::ContainerEq;
+using testing::HasSubstr;
+using testing_platform::content_of;
+using testing_platform::Mailbox;
+using testing_platform::ScopedSetting;
+using Texts = std::vector<std::string>;
+
+Texts numbered(size_t first, size_t last)
+{
+    Texts lines;
+    for (size_t i = first; i <= last; i++) {
+        lines.push_back("line " + std::to_string(i));
+    }
+    return lines;
+}
+
+class SystemLogTest : public testing::Test
+{
+protected:
+    testing_platform::TempFolder folder;
+    const std::string path = folder.file("log");
+    const std::string own_log = folder.file("own.log");
+    std::optional<Mailbox> reader{path};
+
+    SystemLogTest()
+    {
+        static int tests = 0;
+        const ScopedSetting setting("VX_ZLOG", "file:" + own_log);
+        platform::log_open("system_log_test" + std::to_string(++tests));
+    }
+
+    Texts read(size_t lines) const
+    {
+        Texts found;
+        for (size_t i = 0; i < lines; i++) {
+            found.push_back(reader->next());
+        }
+        return found;
+    }
+    // Writes lines from a loop, which then serves until `work`, on a thread of its own, is done.
+    template <typename Work>
+    static void write_and_serve(SystemLog &log, const Texts &lines, const Work &work)
+    {
+        Loop loop("system_log_test");
+        const platform::Wake done(loop.context(), [&] { loop.stop(); });
+        std::optional<std::thread> worker;
+        const platform::Timer start = loop.after(std::chrono::milliseconds(0), [&] {
+            for (const std::string &line : lines) {
+                log.write(line);
+            }
+            worker.emplace([&] {
+                work();
+                done.call();
+            });
+        });
+        loop.run();
+        worker->join();
+    }
+    void replace_reader()
+    {
+        unlink(path.c_str());
+        reader.emplace(path);
+    }
+};
+
+TEST_F(SystemLogTest, SlowReaderGetsAllInOrder)
+{
+    SystemLog log(path);
+    const Texts lines = numbered(1, 5000);
+    Texts found;
+    write_and_serve(log, lines, [&] { found = read(lines.size()); });
+    EXPECT_THAT(found, ContainerEq(lines));
+    EXPECT_EQ(log.dropped(), 0U);
+    EXPECT_EQ(content_of(own_log), "");
+}
+
+TEST_F(SystemLogTest, LineThatIsWrittenWhileOthersWaitIsNotAheadOfThem)
+{
+    SystemLog log(path);
+    for (const std::string &line : numbered(1, 300)) {
+        log.write(line);
+    }
+    Texts found = read(5);
+    log.write("line 301");
+    write_and_serve(log, {"line 302"}, [&] {
+        for (const std::string &line : read(297)) {
+            found.push_back(line);
+        }
+    });
+    EXPECT_THAT(found, ContainerEq(numbered(1, 302)));
+}
+
+TEST_F(SystemLogTest, WhatCannotWaitIsCountedAndReportedOnceAndAtTheEnd)
+{
+    SystemLog log(path, 10000);
+    Texts found;
+    write_and_serve(log, numbered(1, 1000), [&] {
+        while (found.empty() || content_of(own_log).find("were dropped") == std::string::npos) {
+            found.push_back(reader->next(std::chrono::milliseconds(10)));
+        }
+    });
+    std::erase(found, "");
+    const std::chrono::milliseconds at_once(0); // all have left
+    for (std::string line = reader->next(at_once); !line.empty(); line = reader->next(at_once)) {
+        found.push_back(line);
+    }
+    EXPECT_THAT(found, ContainerEq(numbered(1, found.size()))) << "the earliest are kept";
+    EXPECT_EQ(found.size() + log.dropped(), 1000U);
+    EXPECT_EQ(platform::noted_health().at("system_log_dropped"), log.dropped());
+    const std::string said = content_of(own_log);
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 2) << said;
+    EXPECT_THAT(said, HasSubstr("system log: dropping lines: " + path + " is not read"));
+    EXPECT_THAT(said, HasSubstr("system log: " + std::to_string(log.dropped()) + " lines were dropped"));
+    log.write("again");
+    EXPECT_EQ(reader->next(), "again");
+}
+
+TEST_F(SystemLogTest, RestartedReaderIsFound)
+{
+    SystemLog log(path);
+    Texts found;
+    write_and_serve(log, numbered(1, 300), [&] {
+        found = read(1);
+        reader.reset();
+        replace_reader();
+        found.push_back(reader->next());
+    });
+    EXPECT_EQ(found.front(), "line 1");
+    // Those that stood in the first reader's queue went with it; those behind wait for the next reader.
+    EXPECT_THAT(found.back(), HasSubstr("line "));
+    EXPECT_EQ(log.dropped(), 0U);
+}
+
+TEST_F(SystemLogTest, ReaderThatReplacesOneThatHangsIsFound)
+{
+    const Mailbox hangs(folder.file("other"));
+    rename(folder.file("other").c_str(), path.c_str());
+    SystemLog log(path);
+    write_and_serve(log, numbered(1, 300), [&] {
+        replace_reader();
+        EXPECT_THAT(reader->next(), HasSubstr("line "));
+    });
+}
+
+TEST_F(SystemLogTest, LinesWaitForAReaderThatIsNotThereYet)
+{
+    unlink(path.c_str());
+    SystemLog log(path);
+    write_and_serve(log, numbered(1, 3), [&] {
+        replace_reader();
+        EXPECT_THAT(read(3), ContainerEq(numbered(1, 3)));
+    });
+}
+
+TEST_F(SystemLogTest, LineThatIsTooLongForAMessageIsDroppedAndCounted)
+{
+    SystemLog log(path);
+    log.write(std::string(1'000'000, 'x'));
+    log.write("next");
+    EXPECT_EQ(reader->next(), "next");
+    EXPECT_EQ(log.dropped(), 1U);
+    EXPECT_THAT(content_of(own_log), HasSubstr("one of 1000000 bytes is longer than a message may be"));
+}
+
+TEST_F(SystemLogTest, WhatWaitsLeavesAtTheEnd)
+{
+    testing_platform::Child writer{[&] {
+        SystemLog log(path);
+        for (const std::string &line : numbered(1, 500)) {
+            log.write(line);
+        }
+        return 0;
+    }};
+    EXPECT_THAT(read(500), ContainerEq(numbered(1, 500)));
+    EXPECT_EQ(writer.wait(), 0);
+    EXPECT_EQ(content_of(own_log), "");
+}
+
+TEST_F(SystemLogTest, ReaderThatNeverReadsDoesNotHoldUpTheEnd)
+{
+    {
+        SystemLog log(path);
+        for (const std::string &line : numbered(1, 500)) {
+            log.write(line);
+        }
+    }
+    EXPECT_THAT(content_of(own_log), HasSubstr("wait at the process's end and are lost"));
+    EXPECT_EQ(reader->next(), "line 1");
+}
+
+TEST_F(SystemLogTest, LoopMayEndBeforeTheLog)
+{
+    SystemLog log(path);
+    write_and_serve(log, numbered(1, 300), [] {});
+    write_and_serve(log, numbered(301, 302), [&] { EXPECT_THAT(read(302), ContainerEq(numbered(1, 302))); });
+}
+
+} // namespace
