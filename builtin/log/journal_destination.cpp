@@ -69,14 +69,14 @@ void append_journal_field(std::string &entry, std::string_view name, std::string
     entry += '\n';
 }
 
-LogDestination open_journal(const std::string &module)
+LogAttempt open_journal(const std::string &module)
 {
     if (access(journal_socket, W_OK) != 0) {
         throw std::system_error(errno, std::generic_category(), journal_socket);
     }
     const auto socket = std::make_shared<const Descriptor>(open_datagram_socket());
     return [module, socket](const LogRecord &record) {
-        (void)send_datagram(*socket, journal_socket, journal_entry(module, record));
+        return send_datagram(*socket, journal_socket, journal_entry(module, record)) == 0;
     };
 }
 

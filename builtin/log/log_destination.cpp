@@ -5,6 +5,8 @@
 #include "log/log_destination.h"
 
 #include <cerrno>
+#include <chrono>
+#include <cstdint>
 #include <limits>
 #include <mutex>
 #include <stdexcept>
@@ -19,7 +21,9 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 
 #include "log/journal_destination.h"
+#include "log/standard_error.h"
 #include "loop/descriptor.h"
+#include "loop/health.h"
 #include "loop/number.h"
 #include "loop/standard_descriptors.h"
 
@@ -64,19 +68,23 @@ protected:
     {
         spdlog::memory_buf_t line;
         formatter_->format(message, line);
-        for (size_t done = 0; done < line.size();) {
-            const ssize_t written = ::write(fd_.get(), line.data() + done, line.size() - done);
-            if (written > 0) {
-                done += static_cast<size_t>(written);
-            } else if (errno != EINTR) {
-                return;
-            }
+        std::string_view rest(rest_);
+        write_without_waiting(fd_.get(), rest);
+        rest_.erase(0, rest_.size() - rest.size());
+        std::string_view text(line.data(), line.size());
+        if (rest_.empty()) {
+            write_without_waiting(fd_.get(), text);
         }
+        if (text.size() == line.size()) {
+            throw spdlog::spdlog_ex("no room");
+        }
+        rest_ += text;
     }
     void flush_() override {}
 
 private:
     Descriptor fd_;
+    std::string rest_; // of a line that has been written in part
 };
 
 constexpr size_t room_for_the_rest = 48; // level, line number, separators
@@ -94,14 +102,101 @@ void write_line(spdlog::logger &logger, const LogRecord &record)
 }
 
 // One line per record, on a sink of spdlog.
-LogDestination open_lines(const std::string &module, spdlog::sink_ptr sink)
+LogAttempt open_lines(const std::string &module, spdlog::sink_ptr sink)
 {
     const auto logger = std::make_shared<spdlog::logger>(module, std::move(sink));
+    const auto failed = std::make_shared<bool>(false);
     logger->set_level(spdlog::level::trace);
     logger->flush_on(spdlog::level::trace);
     logger->set_pattern("%Y-%m-%d %H:%M:%S.%e%z %v");
-    return [logger](const LogRecord &record) { write_line(*logger, record); };
+    logger->set_error_handler([failed](const std::string &) { *failed = true; }); // else it is printed
+    return [logger, failed](const LogRecord &record) {
+        *failed = false;
+        write_line(*logger, record);
+        return !*failed;
+    };
 }
+
+// A file of spdlog, opened again after a failure. spdlog itself would go on writing into a file that it could
+// not open again when it was rotated, which ends the process, and tries the opening several times with
+// pauses; so what comes within a second after a failure is lost.
+class RotatedFile
+{
+public:
+    // Throws std::exception when it cannot be opened.
+    RotatedFile(std::string module, std::string path, size_t max_bytes, size_t files)
+        : module_(std::move(module)), path_(std::move(path)), max_bytes_(max_bytes), files_(files)
+    {
+        open();
+    }
+
+    bool write(const LogRecord &record)
+    {
+        if (!lines_ && std::chrono::steady_clock::now() < closed_until_) {
+            return false;
+        }
+        try {
+            if (!lines_) {
+                open();
+            }
+            if (lines_(record)) {
+                return true;
+            }
+        } catch (const std::exception &) { // handled as any failure
+        }
+        lines_ = {};
+        closed_until_ = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+        return false;
+    }
+
+private:
+    void open()
+    {
+        lines_ = open_lines(
+            module_, std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path_, max_bytes_, files_));
+    }
+
+    std::string module_;
+    std::string path_;
+    size_t max_bytes_;
+    size_t files_;
+    LogAttempt lines_; // empty while it is closed
+    std::chrono::steady_clock::time_point closed_until_;
+};
+
+// Counts the records that are lost, and logs how many with the first one that is written again.
+class CountedLosses
+{
+public:
+    explicit CountedLosses(LogAttempt attempt) : attempt_(std::move(attempt)) {}
+
+    // Several threads may log.
+    void write(const LogRecord &record)
+    {
+        const std::lock_guard lock(mutex_);
+        if ((lost_ == 0 || report()) && attempt_(record)) {
+            return;
+        }
+        lost_++;
+        note_health("log_dropped", ++lost_ever_);
+    }
+
+private:
+    bool report()
+    {
+        constexpr int32_t warn = 80;
+        const std::string text =
+            "log: " + std::to_string(lost_) + " records could not be written here and are lost";
+        const bool is_written = attempt_({"log_destination.cpp", __func__, text, __LINE__, warn});
+        lost_ = is_written ? 0 : lost_;
+        return is_written;
+    }
+
+    std::mutex mutex_;
+    LogAttempt attempt_;
+    uint64_t lost_ = 0; // since the last record that was written
+    uint64_t lost_ever_ = 0;
+};
 
 size_t number_in(std::string_view text, int64_t least, int64_t most)
 {
@@ -122,7 +217,7 @@ std::string_view next_part(std::string_view &text)
     return part;
 }
 
-LogDestination open_file(std::string_view description, const std::string &module)
+LogAttempt open_file(std::string_view description, const std::string &module)
 {
     const std::string path{next_part(description)};
     if (!path.starts_with('/')) {
@@ -136,12 +231,11 @@ LogDestination open_file(std::string_view description, const std::string &module
     if (!description.empty()) {
         files = number_in(description, 0, 1000);
     }
-    return open_lines(module, std::make_shared<spdlog::sinks::rotating_file_sink_mt>(path, max_bytes, files));
+    const auto opened = std::make_shared<RotatedFile>(module, path, max_bytes, files);
+    return [opened](const LogRecord &record) { return opened->write(record); };
 }
 
-} // namespace
-
-LogDestination open_log_destination(const std::string &where, const std::string &module)
+LogAttempt open_attempt(const std::string &where, const std::string &module)
 {
     constexpr std::string_view file = "file:";
     if (where == "stderr") {
@@ -153,10 +247,18 @@ LogDestination open_log_destination(const std::string &where, const std::string 
     if (where == "journal") {
         return open_journal(module);
     }
+    throw std::invalid_argument("expected stderr, file:/path[:max_bytes[:files]], journal or none");
+}
+
+} // namespace
+
+LogDestination open_log_destination(const std::string &where, const std::string &module)
+{
     if (where == "none") {
         return {};
     }
-    throw std::invalid_argument("expected stderr, file:/path[:max_bytes[:files]], journal or none");
+    const auto counted = std::make_shared<CountedLosses>(open_attempt(where, module));
+    return [counted](const LogRecord &record) { counted->write(record); };
 }
 
 } // namespace platform

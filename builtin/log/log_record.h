@@ -17,8 +17,12 @@ struct LogRecord {
     int32_t level;
 };
 
-// Hands one record to the system. A record that cannot be written is lost. Empty: nowhere.
+// Hands one record to the system, and never waits for who reads it. A record that cannot be written is lost.
+// Empty: nowhere.
 using LogDestination = std::function<void(const LogRecord &)>;
+
+// The same; returns whether the record was written.
+using LogAttempt = std::function<bool(const LogRecord &)>;
 
 } // namespace platform
 

@@ -1,9 +1,9 @@
 // The built-in platform's own log records; see the header for where they go and why.
 #include "log/platform_log.h"
 
-#include <cstdio>
 #include <cstring>
 
+#include "log/standard_error.h"
 #include "log/text.h"
 
 namespace platform
@@ -33,7 +33,7 @@ void log_open(const std::string &module)
 
 void notify_starter(const std::string &text)
 {
-    (void)std::fprintf(stderr, "%s\n", visible(text).c_str());
+    print_on_standard_error(visible(text) + '\n');
 }
 
 std::string log_text(const char *format, va_list values)
@@ -46,7 +46,8 @@ void log_line(const char *file, const char *func, long line, int32_t level, cons
 {
     const char *name = base_name(file);
     if (category() == nullptr) {
-        (void)std::fprintf(stderr, "%s:%ld %s: %s\n", name, line, func, text.c_str());
+        print_on_standard_error(std::string(name) + ':' + std::to_string(line) + ' ' + func + ": " + text +
+                                '\n');
         return;
     }
     vxcg_zlog(category(), name, std::strlen(name), func, std::strlen(func), line, level, "%s", text.c_str());

@@ -28,15 +28,20 @@ std::string_view text_of(const char *name)
     return value == nullptr ? std::string_view{} : std::string_view(value);
 }
 
-// Nobody at the other end of NOTIFY_SOCKET is as good as no socket at all.
-bool nobody_listens(int result)
+// Nobody at the other end of NOTIFY_SOCKET is as good as no socket at all, and one who is busy will listen
+// later.
+bool may_serve_without(int result)
 {
-    return result == -ENOENT || result == -ECONNREFUSED;
+    return result == -ENOENT || result == -ECONNREFUSED || result == -EAGAIN;
 }
 
-void report_ready(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
+// Until it is sent: nothing else repeats it, and the manager would end a service that does not become ready.
+void report_ready(evutil_socket_t /*fd*/, short /*what*/, void *arg) noexcept
 {
-    (void)notify_manager("READY=1\nSTATUS=Serving");
+    constexpr timeval later{0, 100'000};
+    if (notify_manager("READY=1\nSTATUS=Serving") == -EAGAIN) {
+        evtimer_add(static_cast<Event *>(arg)->get(), &later);
+    }
 }
 
 void report_alive(evutil_socket_t /*fd*/, short /*what*/, void * /*arg*/) noexcept
@@ -63,7 +68,7 @@ private:
 LoopNotices::LoopNotices(event_base *base)
 {
     constexpr timeval at_once{0, 0};
-    ready_.reset(evtimer_new(base, report_ready, nullptr));
+    ready_.reset(evtimer_new(base, report_ready, &ready_));
     if (ready_) {
         evtimer_add(ready_.get(), &at_once);
     }
@@ -101,7 +106,7 @@ try {
 int register_service() noexcept
 {
     const int result = notify_manager("STATUS=Starting");
-    if (result < 0 && !nobody_listens(result)) {
+    if (result < 0 && !may_serve_without(result)) {
         fprintf(stderr, "platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
                 getenv("NOTIFY_SOCKET"), strerror(-result));
         return result;

@@ -14,8 +14,9 @@ namespace platform
 {
 
 // Notifies the manager that NOTIFY_SOCKET names of a state: assignments such as "READY=1", one on each line.
-// Returns 0, also when NOTIFY_SOCKET is not set or empty; otherwise a negative errno, -ENOENT or
-// -ECONNREFUSED when nobody listens there.
+// Never waits. Returns 0, also when NOTIFY_SOCKET is not set or empty; otherwise a negative errno, -ENOENT or
+// -ECONNREFUSED when nobody listens there, -EAGAIN when the manager has not read for so long that there is no
+// room.
 int notify_manager(std::string_view state) noexcept;
 
 // Registers this process with the manager: once its loop runs (vx_global_run), that reports the process ready

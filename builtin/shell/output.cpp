@@ -3,8 +3,10 @@
 
 #include <array>
 #include <cassert>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 
 #include <fcntl.h>
 #include <stdio_ext.h>
@@ -12,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "log/platform_log.h"
 #include "loop/standard_descriptors.h"
 #include "shell/protocol.h"
 
@@ -133,7 +136,8 @@ Printed OutputLoan::end_loan()
     }
     // The command may hold a duplicate for ever: let it hold nothing.
     if (ftruncate(memory_.get(), 0) != 0) {
-        perror("platform: debug shell");
+        PLATFORM_LOG(platform::log_warn, "debug shell: output of a command stays in memory: %s",
+                     strerror(errno));
     }
     return printed;
 }

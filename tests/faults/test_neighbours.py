@@ -1,9 +1,13 @@
-"""Neighbours of the daemon that do not do their part: nobody reads what it writes.
+"""Neighbours of the daemon that do not do their part: nobody reads what it writes, or a disk is full.
 
 Each of them is held while cards are denied, which is what is written about most. The daemon has to go on deciding, and
 its debug shell to answer; what is lost must be said.
 """
+import contextlib
+import os
 import re
+import shutil
+import socket
 
 import pytest
 import redis
@@ -134,3 +138,132 @@ def test_a_system_log_that_nobody_reads_does_not_hold_up_the_end(rig, gate):
     rig.daemon.stop()
     assert rig.daemon.wait() == 0
     assert "wait at the process's end and are lost" in rig.logged()
+
+
+# The daemon's own log
+
+class UnreadPipe:
+    """What stands for the daemon's standard error: a pipe that nobody reads until read() is called."""
+
+    def __init__(self, rig):
+        self._path = rig.view.root / "daemon.err"  # where the rig sends it
+        os.mkfifo(self._path)
+        self._fd = os.open(self._path, os.O_RDWR | os.O_NONBLOCK)
+
+    def fill(self):
+        """Leaves no room in it."""
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                os.write(self._fd, b"x")
+
+    def read(self):
+        """All that stands in it, as lines."""
+        found = b""
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                found += os.read(self._fd, 65536)
+        return found.decode("utf-8", "replace").split("\n")
+
+    def close(self):
+        """Leaves an empty file in its place."""
+        os.close(self._fd)
+        self._path.unlink()
+        self._path.touch()
+
+
+@pytest.fixture
+def errors(rig):
+    """The daemon's standard error, which nobody reads."""
+    pipe = UnreadPipe(rig)
+    yield pipe
+    pipe.close()
+
+
+def start_without_log(gate, **env):
+    """Starts the daemon where the rig cannot see by the log that it has subscribed."""
+    rig = gate.rig
+    rig.modules(_MODULE)
+    rig.role("master")
+    rig.daemon = rig.new_daemon(**env).start()
+    gate.wait_until_watching()
+
+
+def test_standard_error_that_nobody_reads(gate, errors):
+    errors.fill()
+    start_without_log(gate, VX_ZLOG="stderr")
+    gate.expect_denials(5)
+    errors.read()
+    gate.expect_denials()
+    assert "records could not be written here and are lost" in errors.read()[0]
+    assert int(published_health(gate.rig)["log_dropped"]) > 0
+
+
+def test_a_full_disk_under_the_log(gate, errors):
+    errors.fill()
+    start_without_log(gate, VX_ZLOG="file:/dev/full")
+    gate.expect_denials(5)
+
+
+def test_a_log_whose_folder_is_gone_when_it_is_rotated(rig, gate):
+    folder = rig.view.log / "own"
+    gate.reason = "r" * 700
+    start_without_log(gate, VX_ZLOG="file:/log/own/app_cg.log:2048:1")
+    gate.expect_denials(2)
+    shutil.rmtree(folder)
+    folder.touch()
+    gate.expect_denials(10)
+    folder.unlink()
+
+    def is_logged_again():
+        gate.expect_denials()
+        return any("are lost" in file.read_text() for file in folder.glob("*")) if folder.exists() else False
+    rig.expect(is_logged_again, "the log is written again, with the number of what is lost")
+    assert int(published_health(rig)["log_dropped"]) > 0
+
+
+class Receiver:
+    """A service of the system that listens on a datagram socket and reads when it is asked to."""
+
+    def __init__(self, path):
+        path.parent.mkdir(parents=True, exist_ok=True)
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind(str(path))
+        self._socket.setblocking(False)
+        self._path = str(path)
+
+    def fill(self):
+        """Leaves no room in its queue."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender, contextlib.suppress(BlockingIOError):
+            sender.setblocking(False)
+            while True:
+                sender.sendto(b"x", self._path)
+
+    def read(self):
+        """What has come, until its queue is empty."""
+        found = []
+        with contextlib.suppress(BlockingIOError):
+            while True:
+                found.append(self._socket.recv(1 << 20).decode("utf-8", "replace"))
+        return found
+
+
+def test_a_journal_that_nobody_reads(rig, gate):
+    journal = Receiver(rig.view.run / "systemd" / "journal" / "socket")
+    start_without_log(gate, VX_ZLOG="journal")
+    gate.expect_denials(20)
+    journal.read()
+    gate.expect_denials()
+    assert any("records could not be written here and are lost" in entry for entry in journal.read())
+    assert int(published_health(rig)["log_dropped"]) > 0
+
+
+# The process manager
+
+def test_a_process_manager_that_does_not_listen_yet(rig, gate):
+    manager = Receiver(rig.view.run / "notify")
+    manager.fill()
+    gate.start(NOTIFY_SOCKET="/run/notify", WATCHDOG_USEC="200000")
+    gate.expect_denials(5)
+    manager.read()
+    rig.expect(lambda: any("READY=1" in text for text in manager.read()), "READY=1, late")
+    rig.expect(lambda: "WATCHDOG=1" in manager.read(), "a heartbeat")

@@ -1,6 +1,8 @@
 // Log records: what a line looks like, and where it goes.
 #include "vx_zlog.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -213,6 +215,73 @@ TEST_F(VxZlog, ClosedStandardErrorIsNoDestination)
         return open_log("stderr") == nullptr ? 0 : 2;
     }};
     EXPECT_EQ(daemon.wait(), 0);
+}
+
+// The reading end of a pipe that stands for standard error, and has room for two pages.
+class SmallPipe
+{
+public:
+    SmallPipe()
+    {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+        out_.reset(ends[0]);
+        EXPECT_EQ(fcntl(ends[1], F_SETPIPE_SZ, 8192), 8192);
+        EXPECT_EQ(dup2(ends[1], STDERR_FILENO), STDERR_FILENO);
+        close(ends[1]);
+    }
+    std::string read_all() const
+    {
+        std::string text(65536, '\0');
+        (void)fcntl(out_.get(), F_SETFL, O_NONBLOCK);
+        const ssize_t length = read(out_.get(), text.data(), text.size());
+        return text.substr(0, static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    }
+
+private:
+    platform::Descriptor out_;
+};
+
+TEST_F(VxZlog, StandardErrorThatNobodyReadsIsNotWaitedForAndKeepsItsLines)
+{
+    testing_platform::Child daemon{[&] {
+        const SmallPipe pipe;
+        auto *category = open_log("stderr");
+        const std::string longest(9000, 'x'); // more than two pages
+        log(category, 100, longest.c_str());
+        log(category, 100, "lost");
+        log(category, 100, "lost");
+        std::string all = pipe.read_all();
+        log(category, 100, "written");
+        all += pipe.read_all();
+        const size_t at = all.find(longest);
+        EXPECT_NE(at, std::string::npos) << "not as a whole";
+        all.erase(std::min(at, all.size()), longest.size());
+        EXPECT_THAT(all,
+                    MatchesRegex("[^\n]* main: \n"
+                                 "[^\n]* warn [^\n]*: log: 2 records could not be written here and are lost\n"
+                                 "[^\n]* main: written\n"));
+        return 0;
+    }};
+    EXPECT_EQ(daemon.wait(), 0);
+}
+
+TEST_F(VxZlog, FileThatCannotBeOpenedAgainLosesRecordsAndNothingElse)
+{
+    const std::string own = folder.file("own");
+    auto *category = open_log("file:" + own + "/log:1024:1");
+    log(category, 100, std::string(900, 'x').c_str());
+    std::filesystem::remove_all(own);
+    testing_platform::write_file(own, "");
+    log(category, 100, std::string(900, 'x').c_str());
+    log(category, 100, "short");
+    std::filesystem::remove(own);
+    while (content_of(own + "/log").empty()) {
+        log(category, 100, "again");
+    }
+    EXPECT_THAT(content_of(own + "/log"),
+                MatchesRegex("[^\n]*: log: [0-9]+ records could not be written here and "
+                             "are lost\n[^\n]* again\n"));
 }
 
 TEST_F(VxZlog, JournalGetsFields)
