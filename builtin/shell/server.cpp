@@ -6,8 +6,10 @@
 // every table.
 #include "shell/server.h"
 
+#include <algorithm>
 #include <cassert>
 #include <cerrno>
+#include <functional>
 #include <string_view>
 #include <utility>
 
@@ -45,6 +47,13 @@ void refuse(int fd)
     send(fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
+// Whether bytes have come that the loop has not read yet.
+bool has_sent(int fd)
+{
+    char first = 0;
+    return recv(fd, &first, 1, MSG_PEEK | MSG_DONTWAIT) > 0;
+}
+
 } // namespace
 
 struct Shell::Connection {
@@ -53,6 +62,13 @@ struct Shell::Connection {
     platform::Event deadline;
     std::list<Connection>::iterator place;
     bool answered = false;
+
+    // Whether the client has said nothing so far.
+    bool is_silent() const
+    {
+        return !answered && evbuffer_get_length(bufferevent_get_input(buffer.get())) == 0 &&
+               !has_sent(bufferevent_getfd(buffer.get()));
+    }
 };
 
 Shell::Shell(event_base *base, std::string module, timeval deadline)
@@ -94,8 +110,24 @@ void Shell::accept(int fd)
     platform::Descriptor owned{fd};
     if (!is_permitted(fd)) {
         refuse(fd);
-    } else if (serve(fd)) {
+        return;
+    }
+    if (connections_.size() >= max_connections) {
+        give_place();
+    }
+    if (serve(fd)) {
         static_cast<void>(owned.release()); // the connection's buffer closes it
+    }
+}
+
+// Hangs up on the client that has been silent for longest. When all have spoken there is one more for a
+// while: they are about to be answered.
+void Shell::give_place()
+{
+    const auto silent = std::find_if(connections_.begin(), connections_.end(),
+                                     [](const Connection &connection) { return connection.is_silent(); });
+    if (silent != connections_.end()) {
+        connections_.erase(silent);
     }
 }
 
@@ -128,7 +160,8 @@ bool Shell::serve(int fd)
     bufferevent_setwatermark(connection.buffer.get(), EV_READ, header_size, header_size + max_request_size);
     bufferevent_enable(connection.buffer.get(), EV_READ | EV_WRITE);
     connections_.splice(connections_.end(), fresh);
-    if (connections_.size() >= max_connections) {
+    if (connections_.size() >= max_connections &&
+        std::none_of(connections_.begin(), connections_.end(), std::mem_fn(&Connection::is_silent))) {
         pause(); // others wait in the backlog
     }
     return true;

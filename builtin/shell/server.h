@@ -1,4 +1,5 @@
-// The debug shell's server: connections on the loop, one request each.
+// The debug shell's server: connections on the loop, one request each. Sixteen at a time; then the client
+// that has said nothing for longest gives way to a new one.
 #ifndef SHELL_SERVER_H
 #define SHELL_SERVER_H
 
@@ -37,6 +38,7 @@ private:
     struct Connection;
 
     void accept(int fd);
+    void give_place();
     bool serve(int fd);
     void read_request(Connection &connection);
     void answer(Connection &connection, const Fields &reply);

@@ -257,7 +257,7 @@ def test_a_journal_that_nobody_reads(rig, gate):
     assert int(published_health(rig)["log_dropped"]) > 0
 
 
-# The process manager
+# The process manager, and the debug shell's clients
 
 def test_a_process_manager_that_does_not_listen_yet(rig, gate):
     manager = Receiver(rig.view.run / "notify")
@@ -267,3 +267,11 @@ def test_a_process_manager_that_does_not_listen_yet(rig, gate):
     manager.read()
     rig.expect(lambda: any("READY=1" in text for text in manager.read()), "READY=1, late")
     rig.expect(lambda: "WATCHDOG=1" in manager.read(), "a heartbeat")
+
+
+def test_clients_of_the_debug_shell_that_say_nothing(rig, gate):
+    gate.start()
+    with contextlib.ExitStack() as silent:
+        for _ in range(30):
+            silent.enter_context(socket.socket(socket.AF_UNIX)).connect(str(rig.view.run / "app_cg.ssat"))
+        gate.expect_denials()

@@ -79,6 +79,26 @@ TEST_F(Ssat, ClientsBeyondTheLimitAreServedWhenOthersHaveGone)
     EXPECT_EQ(run("nothing").result, 7);
 }
 
+TEST_F(Ssat, SilentClientsGiveWayToNewOnesTheOldestFirst)
+{
+    start();
+    std::vector<platform::Descriptor> silent(16);
+    for (auto &client : silent) {
+        client = connect();
+    }
+    const std::string request = ssat::encode({"run", module, "nothing"});
+    ASSERT_EQ(send(silent[0].get(), request.data(), 1, 0), 1) << "it has begun to speak";
+    EXPECT_EQ(run("nothing").result, 7);
+    char byte = 0;
+    EXPECT_EQ(recv(silent[1].get(), &byte, 1, 0), 0) << "the oldest silent one was hung up on";
+    EXPECT_EQ(recv(silent[2].get(), &byte, 1, MSG_DONTWAIT), -1) << "and no other";
+    ASSERT_EQ(send(silent[0].get(), request.data() + 1, request.size() - 1, 0),
+              static_cast<ssize_t>(request.size() - 1));
+    EXPECT_EQ(recv(silent[0].get(), &byte, 1, 0), 1) << "who speaks slowly is served";
+    ASSERT_EQ(send(silent[2].get(), request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
+    EXPECT_EQ(recv(silent[2].get(), &byte, 1, 0), 1) << "as is who speaks late";
+}
+
 TEST_F(Ssat, ClientsThatNeitherSendNorReadAreHungUpOnInTheEnd)
 {
     Signpost ready;
