@@ -87,9 +87,9 @@ std::exception_ptr release_failure(vx_global_t *global) noexcept;
 // What lives while a loop serves: made of the loop before its first turn, destroyed after its last one.
 using Companion = std::shared_ptr<void> (*)(event_base *base);
 
-// Has each vx_global_run() from now on make one; null for none. So the process manager's notices hang on the
-// loop, which does not know of them.
-void accompany_runs(Companion make) noexcept;
+// Has each vx_global_run() from now on make one more. So the process manager's notices hang on the loop,
+// which does not know of them. Throws std::bad_alloc.
+void accompany_runs(Companion make);
 
 // Calls a handler of the program's, unless the loop is to end; what it throws ends the loop.
 template <typename Handler>

@@ -10,6 +10,7 @@
 // the user's first Ctrl-C.
 #include "vx_thread.h"
 
+#include <algorithm>
 #include <array>
 #include <cassert>
 #include <cerrno>
@@ -19,6 +20,7 @@
 #include <new>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "loop/libevent_handles.h"
 #include "loop/platform_context.h"
@@ -33,7 +35,7 @@ using platform::EventConfig;
 
 constexpr size_t slot_count = 3;
 
-platform::Companion make_companion = nullptr;
+std::vector<platform::Companion> companions; // who makes one for each run
 
 thread_local vx_global_t *running = nullptr;
 
@@ -144,8 +146,10 @@ try {
     if (!terminate || !interrupt) {
         return -EIO;
     }
-    const std::shared_ptr<void> companion =
-        make_companion == nullptr ? nullptr : make_companion(global->base.get());
+    std::vector<std::shared_ptr<void>> made;
+    for (const platform::Companion make : companions) {
+        made.push_back(make(global->base.get()));
+    }
     return platform::run_context(global);
 } catch (const std::bad_alloc &) {
     return -ENOMEM;
@@ -190,9 +194,11 @@ void vx_thread_cancel(vx_thread_t *t)
 namespace platform
 {
 
-void accompany_runs(Companion make) noexcept
+void accompany_runs(Companion make)
 {
-    make_companion = make;
+    if (std::find(companions.begin(), companions.end(), make) == companions.end()) {
+        companions.push_back(make);
+    }
 }
 
 int32_t run_context(vx_global_t *global)

@@ -23,6 +23,7 @@
 #include "loop/health.h"
 #include "loop/settings.h"
 #include "loop/standard_descriptors.h"
+#include "process/descriptor_watch.h"
 #include "process/lock_holder.h"
 #include "process/service_notice.h"
 
@@ -86,6 +87,7 @@ try {
     write_holder(fd);
     held = fd;
     platform::make_health_public();
+    platform::watch_descriptors();
     return 0;
 } catch (const std::exception &) {
     return -ENOMEM;

@@ -7,11 +7,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <system_error>
 
 #include <unistd.h>
 
 #include "log/unix_datagram.h"
+#include "loop/descriptor_reserve.h"
 #include "loop/libevent_handles.h"
 #include "loop/number.h"
 #include "loop/platform_context.h"
@@ -97,6 +99,7 @@ std::shared_ptr<void> notices_of(event_base *base)
 
 int notify_manager(std::string_view state) noexcept
 try {
+    const LentDescriptors for_the_socket; // heartbeats have to leave whatever else is open
     const std::string_view manager = text_of("NOTIFY_SOCKET");
     return manager.empty() ? 0 : send_datagram(open_datagram_socket(), manager, state);
 } catch (const std::system_error &problem) {
@@ -104,7 +107,7 @@ try {
 }
 
 int register_service() noexcept
-{
+try {
     const int result = notify_manager("STATUS=Starting");
     if (result < 0 && !may_serve_without(result)) {
         fprintf(stderr, "platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
@@ -113,6 +116,8 @@ int register_service() noexcept
     }
     accompany_runs(notices_of);
     return 0;
+} catch (const std::bad_alloc &) {
+    return -ENOMEM;
 }
 
 std::optional<std::chrono::microseconds> watchdog_interval()

@@ -197,6 +197,19 @@ Status Calls::change(Command &&call, const std::string &type)
     return {};
 }
 
+// Called without a key, a function refuses by itself.
+void Calls::keep_functions()
+{
+    const Command question{"FCALL", set_function, "0"};
+    const Answer answer = ask({question}, Purpose::read);
+    if (answer.status && is_missing_function(answer.replies[0].get())) {
+        LOG_TO(shared_.messages, platform::log_warn,
+               "database %d: the server has lost its functions %s: they are loaded again", number_,
+               library_name);
+        (void)load_and_call({question});
+    }
+}
+
 bool Calls::confirm_data_set()
 {
     const Answer answer = ask(data_set_.questions(), Purpose::read);

@@ -87,6 +87,7 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
     }
     ignore_broken_pipes();
     shared.instance = random_instance();
+    shared.keeps_functions = options.keeps_functions;
     shared.identity.name = options.name.empty() ? module : options.name;
     if (!configure(options.place)) {
         LOG_TO(shared.messages, platform::log_error, "store client: %s", problem.c_str());

@@ -12,8 +12,9 @@ namespace
 {
 
 constexpr size_t deliveries_per_turn = 64;
+constexpr int checks_between_looks = 3; // at the server's functions
 
-}
+} // namespace
 
 Inbox::Inbox(Shared &shared, Calls &calls, AsyncConnection &loop)
     : shared_(shared), calls_(calls), loop_(loop)
@@ -65,6 +66,10 @@ bool Inbox::turn()
     report_loss();
     if (state_ == State::arrived && !open()) {
         return false;
+    }
+    if (state_ == State::open && checks_ >= checks_between_looks) {
+        checks_ = 0;
+        calls_.keep_functions();
     }
     if (state_ != State::open) {
         return false;
@@ -147,6 +152,7 @@ void Inbox::on_pong()
 void Inbox::on_checked()
 {
     note_heard();
+    checks_ += shared_.keeps_functions ? 1 : 0;
     for (const auto &subscription : subscriptions_) {
         subscription->on_checked();
     }

@@ -74,6 +74,7 @@ private:
     std::optional<std::string> loss_due_;         // why: a loss is to be reported
     uint64_t arrivals_ = 0;                       // changes that have come
     uint64_t pongs_ = 0;                          // of the present connection
+    int checks_ = 0;                              // of the connection, since the last look at the functions
     std::optional<Clock::time_point> heard_at_{}; // what waits for its delivery is not heard yet
     std::shared_ptr<const ConnectionHandler> handler_;
     std::list<std::shared_ptr<TypeSubscription>> subscriptions_; // in the order asked

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "log/platform_log.h"
+#include "loop/descriptor_reserve.h"
 #include "loop/health.h"
 #include "loop/platform_context.h"
 #include "store/client.h"
@@ -50,7 +51,11 @@ struct Callbacks {
 
 // The client of a context, and its callbacks.
 struct Surface {
-    explicit Surface(vx_global_t *context) : global(context), client(context) {}
+    // The functions are kept by the process of which there is one on a device.
+    explicit Surface(vx_global_t *context)
+        : global(context), client(context, {.keeps_functions = platform::is_health_public()})
+    {
+    }
 
     vx_global_t *global;
     bool has_host_database = false;
@@ -64,6 +69,8 @@ void notify(Surface &surface, const ConnectionEvent &event)
     constexpr int32_t other_data = 1;
     constexpr int32_t same_data = 2;
     Callbacks &callbacks = surface.callbacks[event.database];
+    const platform::LentDescriptors
+        for_what_it_opens; // a folder that it could not open would be an empty one
     switch (event.kind) {
     case ConnectionEvent::Kind::connected:
         if (!callbacks.connects.empty()) {
@@ -163,8 +170,8 @@ int32_t vx_mom_client_connect_sync(vx_global_t *global, int32_t db)
 {
     return with_surface(global, [&](Surface &surface) {
         const int32_t code = surface.client.connect(db).code;
-        const bool is_first = code == store::ok && db == health_database &&
-                              !std::exchange(surface.has_host_database, true);
+        const bool is_first =
+            code == store::ok && db == health_database && !std::exchange(surface.has_host_database, true);
         if (is_first && platform::is_health_public()) {
             (void)surface.client.publish_health(db); // the log has it if that fails
         }

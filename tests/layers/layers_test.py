@@ -45,7 +45,7 @@ DAEMON_SYSTEM = {"dirent.h", "fcntl.h", "signal.h", "sys/stat.h", "sys/time.h", 
 SYSTEM = DAEMON_SYSTEM | {
     "arpa/inet.h", "langinfo.h", "netdb.h", "poll.h", "pwd.h", "sched.h", "spawn.h", "stdio_ext.h", "sys/epoll.h",
     "sys/eventfd.h", "sys/syscall.h",
-    "sys/file.h", "sys/ioctl.h", "sys/mman.h", "sys/random.h", "sys/socket.h", "sys/statvfs.h", "sys/un.h",
+    "sys/file.h", "sys/ioctl.h", "sys/mman.h", "sys/random.h", "sys/resource.h", "sys/socket.h", "sys/statvfs.h", "sys/un.h",
     "sys/wait.h", "sys/signalfd.h", "sys/prctl.h", "syslog.h", "termios.h", "wordexp.h",
 }  # fmt: skip
 LIBRARIES = {
@@ -94,6 +94,7 @@ TESTED_BY = {
         "builtin/log/journal_destination.cpp", "builtin/log/log_destination.cpp", "builtin/log/text.cpp"],
     "tests/unit/builtin/process/service_notice_test.cpp, its other user": ["builtin/log/unix_datagram.cpp"],
     "tests/system/test_process.py: closed descriptors are a process's own": ["builtin/loop/standard_descriptors.cpp"],
+    "tests/system/test_process.py: so are those that it may open": ["builtin/process/descriptor_watch.cpp"],
     "tests/unit/builtin/shell/ssat_registration_test.cpp, by registered commands": [
         "builtin/shell/arguments.cpp", "builtin/shell/commands.cpp"],
     "tests/unit/builtin/shell/ssat_access_test.cpp, by who may connect": ["builtin/shell/server.cpp"],

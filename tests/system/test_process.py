@@ -1,5 +1,8 @@
 """The life of the process: starts, refusals, exit statuses, the process manager, the level file."""
+import os
+import pathlib
 import re
+import resource
 import signal
 import socket
 
@@ -114,6 +117,32 @@ def test_the_process_manager_hears_when_the_daemon_serves(rig):
     rig.expect(lambda: "READY=1" in manager.listen(), "READY=1")
     rig.daemon.stop()
     assert "STOPPING=1" in manager.listen()
+
+
+def own_descriptors(rig):
+    """The daemon's descriptors as /proc shows them: {number: what it leads to}."""
+    return {int(path.name): os.readlink(path) for path in pathlib.Path("/proc", str(rig.daemon.pid), "fd").iterdir()}
+
+
+def test_out_of_descriptors_the_modules_are_still_asked(rig):
+    manager = Manager(rig)
+    rig.modules("m1")
+    rig.start(NOTIFY_SOCKET="/run/notify")
+    soft, hard = resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE)
+    assert soft == hard, "all that it may have"
+    held = [number for number, target in own_descriptors(rig).items() if number > 2 and target == "/dev/null"]
+    # From here on it can open what it holds in reserve, and nothing else.
+    resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE, (max(held) + 1, hard))
+    rig.expect_logged("file descriptors are open: restart the service before they run out")
+    rig.store.ask(b"CLIENT KILL TYPE normal SKIPME yes\r\n")
+    rig.store.ask(b"CLIENT KILL TYPE pubsub SKIPME yes\r\n")
+    rig.expect_logged("out of file descriptors")
+    rig.expect(lambda: any("out of file descriptors" in text for text in manager.listen()), "the manager is told")
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE, (hard, hard))
+    rig.expect_logged("which leaves enough again")
+    rig.expect(lambda: "STATUS=Serving" in manager.listen(), "the manager is told")
 
 
 def test_the_marker_file_turns_registration_off(rig):

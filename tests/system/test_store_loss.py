@@ -84,3 +84,12 @@ def test_emptied_while_it_was_away_and_served_afresh(rig):
     rig.answer("1/3/0", "m1")
     rig.expect_no_request("1/3/0")
     assert rig.by_position("1/3/0")["6"] == PASS
+
+
+def test_functions_that_the_server_lost_are_loaded_while_nothing_happens(rig):
+    start_checking(rig)
+    rig.store.ask(b"FUNCTION FLUSH\r\n")
+    rig.expect(lambda: b"vx_mom2_set" in rig.store.ask(b"FUNCTION LIST LIBRARYNAME vx_mom2\r\n"), "the functions are back")
+    rig.expect_logged("the server has lost its functions vx_mom2: they are loaded again")
+    rig.plug("1/4/0")
+    rig.expect_request("1/4/0")

@@ -9,6 +9,8 @@
 #include <charconv>
 #include <cstring>
 
+#include "loop/descriptor_reserve.h"
+
 namespace store
 {
 
@@ -25,11 +27,16 @@ void append_count(std::string &request, char kind, size_t count)
     request.append(line.data(), static_cast<size_t>(end - line.data()));
 }
 
+redisContext *begin_connecting(const Endpoint &endpoint)
+{
+    const platform::LentDescriptors whatever_else_is_open;
+    return endpoint.path.empty() ? redisConnectNonBlock(endpoint.host.c_str(), endpoint.port)
+                                 : redisConnectUnixNonBlock(endpoint.path.c_str());
+}
+
 } // namespace
 
-Stream::Stream(const Endpoint &endpoint)
-    : context_(endpoint.path.empty() ? redisConnectNonBlock(endpoint.host.c_str(), endpoint.port)
-                                     : redisConnectUnixNonBlock(endpoint.path.c_str()))
+Stream::Stream(const Endpoint &endpoint) : context_(begin_connecting(endpoint))
 {
     if (context_ == nullptr) {
         connect_problem_ = "out of memory";
