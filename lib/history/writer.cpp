@@ -11,6 +11,7 @@
 
 #include "file_lock.h"
 #include "notes.h"
+#include "placement.h"
 #include "retention.h"
 #include "rows.h"
 #include "schema.h"
@@ -89,6 +90,7 @@ void Writer::open(Time now)
     Statement(*database_, "UPDATE gaps SET until_at = max(from_at, ?) WHERE until_at IS NULL")
         .with(last_alive_.value_or(now))
         .run();
+    placement_ = std::make_unique<Placement>(*database_);
 }
 
 void Writer::move_aside(Time now, const std::string &why, const Log &log)
@@ -148,7 +150,9 @@ int64_t Writer::begin_gap(Time from, const std::string &why)
 
 void Writer::end_gap(int64_t gap, Time until)
 {
-    Statement(*database_, "UPDATE gaps SET until_at = max(from_at, ?) WHERE id = ?").with(until, gap).run();
+    Statement(*database_, "UPDATE gaps SET until_at = max(from_at, ?) WHERE id = ? AND until_at IS NULL")
+        .with(until, gap)
+        .run();
 }
 
 void Writer::add_life(const LifeEvent &event, const std::string &note)
@@ -164,11 +168,6 @@ void Writer::add_life(const LifeEvent &event, const std::string &note)
 std::string Writer::life_note() const
 {
     return read_note(*database_, service_note);
-}
-
-void Writer::set_life_note(const std::string &note)
-{
-    write_note(*database_, service_note, note);
 }
 
 // "/m1/m2": the names are those of files, so "/" is the one character that separates them for certain; "/"
@@ -223,7 +222,24 @@ std::vector<Decision> Writer::last_decisions() const
 
 bool Writer::trim(const Limits &limits, Time now)
 {
-    return trim_step(*database_, limits, now);
+    try {
+        const bool more = trim_step(*database_, limits, now);
+        placement_->note_size();
+        return more;
+    } catch (const Error &) {
+        placement_->note_size(); // a part may be done
+        throw;
+    }
+}
+
+std::optional<std::string> Writer::displacement() const
+{
+    return placement_->displacement();
+}
+
+std::string Writer::leave(Time now)
+{
+    return placement_->leave(now);
 }
 
 } // namespace history

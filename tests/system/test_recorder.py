@@ -1,6 +1,7 @@
 """The recorder beside the real daemon: what it keeps, through restarts, outages and kills."""
 import contextlib
 import datetime
+import os
 import pathlib
 import signal
 import sqlite3
@@ -246,3 +247,43 @@ def test_a_gap_begins_when_the_store_begins_to_hang(rig, recorder):
     assert begun < start <= frozen < noticed <= end
     assert recorder.metrics()["cg_recorder_last_gap_end_seconds"] == pytest.approx(end, abs=0.01)
     assert "does not answer yet" not in recorder.said()
+
+
+def replaced(history):
+    """An older copy takes its place."""
+    with contextlib.closing(sqlite3.connect(history)) as source, contextlib.closing(sqlite3.connect(f"{history}-copy")) as copy:
+        source.backup(copy)
+    os.replace(f"{history}-copy", history)
+
+
+@pytest.mark.parametrize("befalls, what", [
+    (os.remove, "was deleted or moved"),
+    (lambda history: os.rename(history, f"{history}-moved"), "was deleted or moved"),
+    (lambda history: os.truncate(history, 0), "was cut"),
+    (replaced, "was replaced"),
+], ids=["deleted", "moved", "cut", "replaced"])
+def test_a_history_that_is_not_in_its_place_is_opened_again(rig, recorder, befalls, what):
+    rig.start_master("m1")
+    recorder.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.expect(lambda: sql(recorder, "SELECT count(*) FROM open_checks") == "1", "the open check is in the file")
+    befalls(recorder.history)
+    rig.expect(lambda: f"the history {what} and is opened again" in recorder.said(), "it notices")
+    rig.expect(lambda: recorder.history.exists() and sql(recorder, "SELECT count(*) FROM open_checks") == "1",
+               "what stands is in the file again")
+    rig.answer("1/3/0", "m1")
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert passed["complete"] and passed["requested_at"]
+    assert [gap["why"] for gap in recorder.gaps()] == [f"the history {what}"] and recorder.gaps()[0]["until"]
+    assert f"the history {what}: decisions may be missing" in rig.cgctl("history", "--history", recorder.history)
+    metrics = recorder.metrics()
+    assert metrics["cg_recorder_gaps_total"] == 1 and metrics["cg_recorder_last_gap_end_seconds"] > 0
+    assert recorder.said().count("opened again") == 1
+    moved = pathlib.Path(f"{recorder.history}-moved")
+    if moved.exists():
+        recorder.end()
+        os.rename(next(recorder.history.parent.glob("*.left-*-wal")), f"{moved}-wal")
+        with contextlib.closing(sqlite3.connect(moved)) as file:
+            assert file.execute("SELECT count(*) FROM open_checks").fetchone() == (1,)
+            assert file.execute("SELECT count(*) FROM decisions").fetchone() == (0,)

@@ -1,6 +1,7 @@
 // What is to be written into the history, kept until it is.
 #include "outbox.h"
 
+#include <algorithm>
 #include <iterator>
 #include <utility>
 
@@ -8,7 +9,7 @@ namespace recorder
 {
 
 Outbox::Outbox(std::string path, history::Time now, Log log, std::function<void()> failed)
-    : path_(std::move(path)), log_(std::move(log)), failed_(std::move(failed))
+    : path_(std::move(path)), log_(std::move(log)), failed_(std::move(failed)), seen_in_place_(now)
 {
     try {
         writer_ = std::make_unique<history::Writer>(path_, now, log_);
@@ -31,7 +32,33 @@ void Outbox::handle_failure(const history::Error &error)
     }
 }
 
-void Outbox::on_open(std::function<void(history::Writer &)> opened)
+// The time is the one of the last look, not the one of the last write: what was written between the two is in
+// the former file.
+bool Outbox::is_in_place(history::Time now)
+{
+    const std::optional<std::string> what = writer_->displacement();
+    if (what) {
+        leave("the history " + *what, now);
+        return false;
+    }
+    seen_in_place_ = now;
+    return true;
+}
+
+void Outbox::leave(const std::string &why, history::Time now)
+{
+    try {
+        const std::string log = writer_->leave(now);
+        writer_.reset();
+        displaced_ = history::Gap{std::min(seen_in_place_, now), now, why};
+        log_(why + " and is opened again: " + path_ +
+             (log.empty() ? "" : "; the last changes of the former one are in " + log));
+    } catch (const history::Error &error) {
+        handle_failure(error);
+    }
+}
+
+void Outbox::on_open(Opened opened)
 {
     opened_ = std::move(opened);
     if (writer_) {
@@ -54,9 +81,10 @@ void Outbox::call_opened(std::unique_ptr<history::Writer> writer)
     std::deque<Write> waiting = std::exchange(waiting_, {});
     try {
         if (opened_) {
-            opened_(*writer);
+            opened_(*writer, displaced_);
         }
         writer_ = std::move(writer);
+        displaced_.reset();
     } catch (const history::Error &error) {
         waiting_.clear(); // it is put again at the next attempt
         handle_failure(error);
@@ -64,9 +92,9 @@ void Outbox::call_opened(std::unique_ptr<history::Writer> writer)
     std::move(waiting.begin(), waiting.end(), std::back_inserter(waiting_));
 }
 
-bool Outbox::attempt(const Write &write)
+bool Outbox::attempt(const Write &write, history::Time now)
 {
-    if (!writer_) {
+    if (!writer_ || !is_in_place(now)) {
         return false;
     }
     try {
@@ -81,7 +109,7 @@ bool Outbox::attempt(const Write &write)
 // A file that is not open is left to flush(): each attempt to open one that another process holds takes time.
 void Outbox::put(Write write, history::Time now)
 {
-    if (waiting_.empty() && attempt(write)) {
+    if (waiting_.empty() && attempt(write, now)) {
         return;
     }
     if (waiting_.size() >= most_waiting) {
@@ -105,13 +133,13 @@ void Outbox::drop_oldest(history::Time now)
 }
 
 // It stood before all that still waits.
-bool Outbox::write_hole()
+bool Outbox::write_hole(history::Time now)
 {
     const auto write = [this](history::Writer &writer) {
         writer.add_gap(
             {hole_->first, hole_->last, "the history could not be written, and decisions were lost"});
     };
-    if (hole_ && !attempt(write)) {
+    if (hole_ && !attempt(write, now)) {
         return false;
     }
     hole_.reset();
@@ -120,13 +148,15 @@ bool Outbox::write_hole()
 
 bool Outbox::flush(history::Time now)
 {
+    bool ready = writer_ && is_in_place(now);
     if (!writer_) {
         open(now);
+        ready = writer_ != nullptr;
     }
-    while (write_hole() && !waiting_.empty() && attempt(waiting_.front())) {
+    while (write_hole(now) && !waiting_.empty() && attempt(waiting_.front(), now)) {
         waiting_.pop_front();
     }
-    const bool done = waiting_.empty() && writer_;
+    const bool done = ready && writer_ && waiting_.empty();
     if (done && std::exchange(failing_, false)) {
         log_("the history is written again");
     }

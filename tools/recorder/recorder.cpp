@@ -48,7 +48,9 @@ Recorder::Recorder(Settings settings, Metrics &metrics, Log log, Time now)
     read_service_log();
     modules_.read();
     use_modules();
-    outbox_.on_open([this](history::Writer &writer) { opened(writer); });
+    outbox_.on_open([this](history::Writer &writer, const std::optional<history::Gap> &displaced) {
+        opened(writer, displaced);
+    });
     if (outbox_.is_open()) {
         tick(now);
     }
@@ -114,7 +116,7 @@ bool Recorder::tick(Time now)
     }
     send_heartbeat();
     bool more = false;
-    outbox_.attempt([&](history::Writer &writer) { more = writer.trim(settings_.limits, now); });
+    outbox_.attempt([&](history::Writer &writer) { more = writer.trim(settings_.limits, now); }, now);
     return more;
 }
 
@@ -122,7 +124,8 @@ void Recorder::send_heartbeat()
 {
     if (!last_heartbeat_ || now_ - *last_heartbeat_ >= heartbeat_interval || now_ < *last_heartbeat_) {
         last_heartbeat_ = now_;
-        outbox_.attempt([at = gaps_.complete_until(now_)](history::Writer &writer) { writer.alive(at); });
+        outbox_.attempt([at = gaps_.complete_until(now_)](history::Writer &writer) { writer.alive(at); },
+                        now_);
     }
 }
 
@@ -204,23 +207,53 @@ void Recorder::read_service_log()
 // What the recorder resumes from its file when that is open: at its start, or later where it could not be
 // opened then. Meanwhile it has listened. So the tracker is given the past as something older than all that
 // it knows, and what is to be written of it goes before what waits.
-void Recorder::opened(history::Writer &writer)
+void Recorder::opened(history::Writer &writer, const std::optional<history::Gap> &displaced)
 {
-    resumed_ ? opened_again() : resume(writer);
+    resumed_ ? opened_again(writer, displaced) : resume(writer);
 }
 
-// A damaged file was moved aside, and the one in its place knows nothing: neither of what stands, nor which
-// lines of the service log the other one has.
-void Recorder::opened_again()
+// A damaged file was moved aside, or the former one is not at the path any more. The one in its place is new,
+// or an older history: it knows neither what stands, nor what was last in the service log, nor which modules
+// are registered; and what it has as open may have ended since.
+void Recorder::opened_again(const history::Writer &writer, const std::optional<history::Gap> &displaced)
 {
-    if (!service_log_.last_line().empty()) {
-        write([line = service_log_.last_line()](history::Writer &writer) { writer.set_life_note(line); });
+    for (const history::OpenCheck &check : writer.open_checks()) {
+        end_unless_it_stands(check);
     }
+    service_log_ = ServiceLog(settings_.service_log);
+    has_read_service_log_ = false;
+    read_service_log();
     if (noted_modules_) {
-        write([noted = *noted_modules_](history::Writer &writer) { writer.set_modules_note(noted); });
+        write([noted = *noted_modules_](history::Writer &next) { next.set_modules_note(noted); });
     }
     gaps_.write_again();
     open_checks_.forget();
+    last_heartbeat_.reset();
+    if (displaced) {
+        const Time from = std::min(displaced->from, writer.last_alive().value_or(displaced->from));
+        gaps_.add(from, displaced->until.value_or(now_), displaced->why);
+    }
+}
+
+// The tracker knows more of the check than the file, if it knows it.
+void Recorder::end_unless_it_stands(const history::OpenCheck &check)
+{
+    const admission::TrackedCard *card = tracker_.find(check.card.position);
+    if (card != nullptr && card->open && is_same(card->asked, check.request)) {
+        return;
+    }
+    history::Decision end;
+    if (card != nullptr && card->last && is_same(card->last->request, check.request)) {
+        end = *card->last;
+    } else {
+        end.card = check.card;
+        end.requested_at = check.requested_at;
+        end.decided_at = now_;
+        end.answers = check.answers;
+        end.complete = false;
+        end.request = check.request;
+    }
+    write([end](history::Writer &next) { next.add(end); });
 }
 
 // Everything is read before anything is changed: what cannot be read now is read at the next attempt.

@@ -60,8 +60,9 @@ public:
     [[nodiscard]] const std::string &path() const { return settings_.history; }
 
 private:
-    void opened(history::Writer &writer);
-    void opened_again();
+    void opened(history::Writer &writer, const std::optional<history::Gap> &displaced);
+    void opened_again(const history::Writer &writer, const std::optional<history::Gap> &displaced);
+    void end_unless_it_stands(const history::OpenCheck &check);
     void resume(const history::Writer &writer);
     void resume_gap(Time alive_at);
     void write(Outbox::Write write) { outbox_.put(std::move(write), now_); }

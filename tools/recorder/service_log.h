@@ -37,8 +37,6 @@ public:
 
     // Whether there was a line that is longer than any of the unit's.
     [[nodiscard]] bool met_overlong_line() const { return met_overlong_line_; }
-    // The newest line that poll() has returned; empty before there is one.
-    [[nodiscard]] const std::string &last_line() const { return last_line_; }
 
 private:
     [[nodiscard]] bool has_changed() const;
@@ -47,8 +45,8 @@ private:
     void parse_line(std::vector<ServiceLine> &lines);
 
     std::string path_;
-    std::string last_line_;
-    std::string partial_; // of the line whose end is not there yet
+    std::string last_line_; // the newest one that poll() has returned
+    std::string partial_;   // of the line whose end is not there yet
     bool met_overlong_line_ = false;
     bool in_overlong_line_ = false; // the next byte belongs to it
     ino_t inode_ = 0;

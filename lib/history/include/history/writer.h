@@ -15,6 +15,7 @@ namespace history
 
 class Database;
 class FileLock;
+class Placement;
 
 class Writer
 {
@@ -56,8 +57,6 @@ public:
     void add_life(const LifeEvent &event, const std::string &line);
     // The line of the last event; empty when there is none.
     [[nodiscard]] std::string life_note() const;
-    // Sets that line, for a file that begins behind events that another one has.
-    void set_life_note(const std::string &line);
 
     // The modules that were registered when their folder was last read; nothing before the first time.
     [[nodiscard]] std::optional<Modules> modules_note() const;
@@ -80,6 +79,14 @@ public:
     // Does a small part of what is needed to keep within the limits. Returns whether there is more to do.
     bool trim(const Limits &limits, Time now);
 
+    // What became of the file since it was opened, as in "was replaced"; nothing while what is written goes
+    // into the one at the path. Does not throw.
+    [[nodiscard]] std::optional<std::string> displacement() const;
+    // Leaves a displaced file as it is: nothing more is written into it, and only the destructor may be
+    // called. Its log, which would be taken for the next file's, is renamed. Returns to what; empty when it
+    // is not there any more.
+    [[nodiscard]] std::string leave(Time now);
+
 private:
     void open(Time now);
     void move_aside(Time now, const std::string &why, const Log &log);
@@ -87,6 +94,7 @@ private:
     std::string path_;
     std::unique_ptr<FileLock> lock_;
     std::unique_ptr<Database> database_;
+    std::unique_ptr<Placement> placement_;
     std::optional<Time> last_alive_;
 };
 

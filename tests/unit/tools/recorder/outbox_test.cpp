@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include "database.h"
@@ -86,7 +87,7 @@ TEST(OutboxTest, ADamagedFileIsMovedAsideWhileItRuns)
                 // Else the log would heal it when the file is closed.
                 history::Database(folder.path("h"), history::Database::Access::write)
                     .run("PRAGMA wal_checkpoint(TRUNCATE)");
-                std::ofstream(folder.path("h")) << std::string(50'000, 'x');
+                std::ofstream(folder.path("h")) << std::string(500'000, 'x');
                 throw history::Error("damaged", history::Error::Kind::damaged);
             }
             writer.add(silence_of("m1"));
@@ -109,7 +110,7 @@ TEST(OutboxTest, WhatComesFirstGoesBeforeWhatWaitsWithEachOpening)
     const auto number = [&](int value) {
         return [&written, value](history::Writer &) { written.push_back(value); };
     };
-    outbox.on_open([&](history::Writer &) {
+    outbox.on_open([&](history::Writer &, const std::optional<history::Gap> &) {
         outbox.put(number(10 * ++openings), noon);
         outbox.put(number(10 * openings + 1), noon);
     });
@@ -131,13 +132,46 @@ TEST(OutboxTest, WhatComesFirstGoesBeforeWhatWaitsWithEachOpening)
     EXPECT_THAT(written, ElementsAre(10, 11, 1, 20, 21, 2));
 }
 
+TEST(OutboxTest, ADisplacedFileIsOpenedAgainUntilThatWorks)
+{
+    const cg::Folder folder;
+    std::vector<std::string> log;
+    std::vector<std::optional<history::Gap>> told;
+    bool broken = false;
+    Outbox outbox(
+        folder.path("h"), noon, [&](const std::string &text) { log.push_back(text); }, [] {});
+    outbox.on_open([&](history::Writer &, const std::optional<history::Gap> &displaced) {
+        told.push_back(displaced);
+        if (broken) {
+            throw history::Error("held", history::Error::Kind::passing);
+        }
+    });
+    EXPECT_TRUE(outbox.flush(noon + 1s));
+    std::filesystem::remove(folder.path("h"));
+    outbox.put([](history::Writer &writer) { writer.add(silence_of("m1")); }, noon + 2s);
+    EXPECT_EQ(outbox.waiting(), 1U) << "it would be lost in the former file";
+    EXPECT_THAT(log, ElementsAre(HasSubstr("the history was deleted or moved and is opened again: ")));
+    broken = true;
+    EXPECT_FALSE(outbox.flush(noon + 3s));
+    broken = false;
+    EXPECT_TRUE(outbox.flush(noon + 5s));
+    EXPECT_THAT(history::Reader(folder.path("h")).decisions(), SizeIs(1));
+    ASSERT_THAT(told, SizeIs(3));
+    EXPECT_EQ(told[0], std::nullopt);
+    for (const auto &gap : {told[1], told[2]}) {
+        EXPECT_EQ(gap->from, noon + 1s);
+        EXPECT_EQ(gap->until, noon + 2s) << "nothing is lost after that";
+        EXPECT_EQ(gap->why, "the history was deleted or moved");
+    }
+}
+
 TEST(OutboxTest, AFileThatCannotBeResumedIsNotOpen)
 {
     const cg::Folder folder;
     Outbox outbox(
         folder.path("h"), noon, [](const std::string &) {}, [] {});
     bool broken = true;
-    outbox.on_open([&](history::Writer &) {
+    outbox.on_open([&](history::Writer &, const std::optional<history::Gap> &) {
         outbox.put([](history::Writer &writer) { writer.add(silence_of("m2")); }, noon);
         if (broken) {
             throw history::Error("held", history::Error::Kind::passing);

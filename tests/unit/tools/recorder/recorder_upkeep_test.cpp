@@ -19,7 +19,7 @@ protected:
         // Else the log would heal it when the file is closed.
         history::Database(folder_.path("h"), history::Database::Access::write)
             .run("PRAGMA wal_checkpoint(TRUNCATE)");
-        std::ofstream(folder_.path("h")) << std::string(50'000, 'x');
+        std::ofstream(folder_.path("h")) << std::string(500'000, 'x'); // a smaller one would be a cut one
     }
 };
 
