@@ -18,7 +18,7 @@ PLATFORM = {"libevent-2.1", "libhiredis", "libprotobuf-c", "libspdlog"}
 NEEDED = {
     "app_cg": PLATFORM,
     "cg_sim": PLATFORM | {"libutf8proc"},
-    "cg_recorderd": PLATFORM | {"libprometheus-cpp-core", "libprometheus-cpp-pull", "libsqlite3"},
+    "cg_recorderd": PLATFORM | {"libprometheus-cpp-core", "libsqlite3"},
     "cgctl": PLATFORM | {"libmd", "libncursesw", "libsqlite3", "libtinfo", "libutf8proc"},
     "libapp_cg_kit": PLATFORM,
 }

@@ -2,6 +2,7 @@
 import json
 import signal
 import subprocess
+import urllib.parse
 import urllib.request
 
 from demo import programs
@@ -50,10 +51,16 @@ class Recorder:
         """Sends it a signal, such as SIGSTOP."""
         self._process.send_signal(signum)
 
+    def _metrics_url(self):
+        return [line.split()[-1] for line in self.said().splitlines() if "metrics are at" in line][-1]
+
+    def metrics_port(self):
+        """Where the metrics are served."""
+        return urllib.parse.urlsplit(self._metrics_url()).port
+
     def metrics(self):
         """What Prometheus would get, {series: value}."""
-        url = [line.split()[-1] for line in self.said().splitlines() if "metrics are at" in line][-1]
-        with urllib.request.urlopen(url, timeout=10) as answer:
+        with urllib.request.urlopen(self._metrics_url(), timeout=10) as answer:
             lines = answer.read().decode().splitlines()
         return {series: float(value)
                 for series, value in (line.rsplit(" ", 1) for line in lines if not line.startswith("#"))}

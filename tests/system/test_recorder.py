@@ -4,6 +4,7 @@ import datetime
 import os
 import pathlib
 import signal
+import socket
 import sqlite3
 import subprocess
 import time
@@ -287,3 +288,17 @@ def test_a_history_that_is_not_in_its_place_is_opened_again(rig, recorder, befal
         with contextlib.closing(sqlite3.connect(moved)) as file:
             assert file.execute("SELECT count(*) FROM open_checks").fetchone() == (1,)
             assert file.execute("SELECT count(*) FROM decisions").fetchone() == (0,)
+
+
+def test_a_hundred_slow_clients_do_not_keep_the_metrics_from_others(rig, recorder):
+    recorder.start()
+    slow = []
+    with contextlib.ExitStack() as held:
+        for _ in range(100):
+            slow.append(held.enter_context(socket.create_connection(("127.0.0.1", recorder.metrics_port()))))
+            slow[-1].sendall(b"GET /metrics HTTP/1.1\r\nHo")
+            slow[-1].setblocking(False)
+        assert recorder.metrics()["cg_store_connected"] == 1
+        for client in slow:
+            with pytest.raises(BlockingIOError):  # it would be b"" if it were not connected any more
+                client.recv(1)

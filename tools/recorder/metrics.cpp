@@ -4,6 +4,8 @@
 #include <prometheus/counter.h>
 #include <prometheus/gauge.h>
 #include <prometheus/histogram.h>
+#include <prometheus/registry.h>
+#include <prometheus/text_serializer.h>
 
 #include <array>
 #include <csignal>
@@ -106,11 +108,16 @@ Metrics::Families::Families(Registry &registry)
 }
 
 Metrics::Metrics()
-    : registry_(std::make_shared<Registry>()), families_(std::make_unique<Families>(*registry_))
+    : registry_(std::make_unique<Registry>()), families_(std::make_unique<Families>(*registry_))
 {
 }
 
 Metrics::~Metrics() = default;
+
+std::string Metrics::page() const
+{
+    return prometheus::TextSerializer().Serialize(registry_->Collect());
+}
 
 void Metrics::set_modules(const std::vector<std::string> &modules)
 {

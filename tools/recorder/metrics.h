@@ -5,14 +5,17 @@
 #ifndef RECORDER_METRICS_H
 #define RECORDER_METRICS_H
 
-#include <prometheus/registry.h>
-
 #include <memory>
 #include <set>
 #include <string>
 
 #include "admission/card_tracker.h"
 #include "history/history.h"
+
+namespace prometheus
+{
+class Registry;
+}
 
 namespace recorder
 {
@@ -25,8 +28,8 @@ public:
     Metrics(const Metrics &) = delete;
     Metrics &operator=(const Metrics &) = delete;
 
-    // For the server of the metrics. Other threads may read it while what follows is called.
-    [[nodiscard]] std::shared_ptr<prometheus::Registry> registry() const { return registry_; }
+    // All of them in Prometheus' text form.
+    [[nodiscard]] std::string page() const;
 
     // The modules that have a name in labels; their series begin at 0.
     void set_modules(const std::vector<std::string> &modules);
@@ -55,7 +58,7 @@ private:
 
     [[nodiscard]] std::string label_of(const std::string &module) const;
 
-    std::shared_ptr<prometheus::Registry> registry_;
+    std::unique_ptr<prometheus::Registry> registry_;
     std::unique_ptr<Families> families_;
     std::set<std::string> modules_;
 };

@@ -4,8 +4,6 @@
 // failed. The watchdog is fed by the same loop.
 #include "service.h"
 
-#include <prometheus/exposer.h>
-
 #include <algorithm>
 #include <cstdlib>
 #include <set>
@@ -16,6 +14,7 @@
 #include "base/text.h"
 #include "log/platform_log.h"
 #include "loop/loop.h"
+#include "metrics_server.h"
 #include "process/service_notice.h"
 
 namespace recorder
@@ -56,9 +55,9 @@ private:
     const cg::Output &output_;
     Metrics metrics_;
     Recorder recorder_;
-    std::unique_ptr<prometheus::Exposer> exposer_;
     bool running_ = false;
     platform::Loop loop_;
+    std::unique_ptr<MetricsServer> metrics_server_;
     store::Client client_;
     platform::Timer tick_;
     platform::Timer flush_;
@@ -69,24 +68,24 @@ private:
 };
 
 // A taken port is fatal: without metrics nobody is alerted to admissions by silence.
-std::unique_ptr<prometheus::Exposer> expose(const cg::Output &output, const Options &options,
-                                            Metrics &metrics)
+std::unique_ptr<MetricsServer> expose(const cg::Output &output, const Options &options,
+                                      const Metrics &metrics, vx_global_t *context)
 {
     if (options.listen.empty()) {
         return nullptr;
     }
-    std::unique_ptr<prometheus::Exposer> exposer;
+    std::unique_ptr<MetricsServer> server;
     try {
-        exposer = std::make_unique<prometheus::Exposer>(options.listen);
+        server = std::make_unique<MetricsServer>(
+            context, options.listen, [&metrics] { return metrics.page(); }, MetricsServer::Limits());
     } catch (const std::exception &error) {
         throw cg::Failure(cg::failed, "metrics cannot be served at " + options.listen + ": " +
                                           cg::visible(error.what()) +
                                           "; choose an address and a free port by --listen, or off");
     }
-    exposer->RegisterCollectable(metrics.registry());
     output.notice("metrics are at http://" + options.listen.substr(0, options.listen.rfind(':')) + ':' +
-                  std::to_string(exposer->GetListeningPorts().front()) + "/metrics");
-    return exposer;
+                  std::to_string(server->port()) + "/metrics");
+    return server;
 }
 
 // What the store client reports goes to the operator. Before the loop runs it reports only why a call fails,
@@ -106,7 +105,7 @@ Service::Service(const cg::Output &output, const Options &options)
     : output_(output),
       recorder_(
           options.settings, metrics_, [&output](const std::string &text) { output.notice(text); }, now()),
-      exposer_(expose(output, options, metrics_)), loop_(program),
+      loop_(program), metrics_server_(expose(output, options, metrics_, loop_.context())),
       client_(loop_.context(), client_options(output, running_)), follower_(client_, listener())
 {
     follower_.start(false);

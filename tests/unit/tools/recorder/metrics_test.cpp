@@ -2,9 +2,6 @@
 #include "metrics.h"
 
 #include <gmock/gmock.h>
-#include <prometheus/text_serializer.h>
-
-#include <sstream>
 
 namespace recorder
 {
@@ -17,13 +14,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr history::Time noon = history::Time{} + 1'700'049'600s;
-
-std::string text_of(const Metrics &metrics)
-{
-    std::ostringstream out;
-    prometheus::TextSerializer().Serialize(out, metrics.registry()->Collect());
-    return out.str();
-}
 
 history::Decision silence_of(const std::string &module)
 {
@@ -45,7 +35,7 @@ TEST(MetricsTest, AStrangersNameMakesNoSeries)
     denied.answers = {{"stranger", -1, "", noon, false, 500ms}, {"m1", 0, "", noon, true, 250s}};
     metrics.count(denied);
     metrics.count(silence_of("m1"));
-    const std::string text = text_of(metrics);
+    const std::string text = metrics.page();
     EXPECT_THAT(text, Not(HasSubstr("evil")));
     EXPECT_THAT(text, Not(HasSubstr("stranger")));
     EXPECT_THAT(text, HasSubstr("cg_admissions_by_silence_total{module=\"other\"} 1\n"));
@@ -66,7 +56,7 @@ TEST(MetricsTest, ACheckThatWasCutOffIsNobodysDecisionAndNobodysSilence)
     decision.reason = admission::daemon_restarted;
     decision.answers = {{"m1", 0, "", noon, true, 1s}};
     metrics.count(decision);
-    const std::string text = text_of(metrics);
+    const std::string text = metrics.page();
     EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"\",outcome=\"withdrawn\"} 1\n"));
     EXPECT_THAT(text, HasSubstr("cg_admissions_by_silence_total{module=\"m2\"} 0\n"));
     EXPECT_THAT(text, HasSubstr("cg_cards_admitted_by_silence_total 0\n"));
@@ -85,17 +75,17 @@ TEST(MetricsTest, AnAnswerThatWasToldBeforeIsNotCountedAgain)
     metrics.count(late);
     decision.told_before = 2;
     metrics.count(decision);
-    EXPECT_THAT(text_of(metrics), HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 2\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 2\n"));
 }
 
 TEST(MetricsTest, WhetherTheStoreIsThere)
 {
     Metrics metrics;
-    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 0\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected 0\n"));
     metrics.show_store(true);
-    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 1\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected 1\n"));
     metrics.show_store(false);
-    EXPECT_THAT(text_of(metrics), HasSubstr("cg_store_connected 0\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected 0\n"));
 }
 
 TEST(MetricsTest, TheDaemonsEndsByStatus)
@@ -110,14 +100,14 @@ TEST(MetricsTest, TheDaemonsEndsByStatus)
     EXPECT_EQ(exit_label({{}, false, 0, "dumped", "ABRT"}), "ABRT");
     EXPECT_EQ(exit_label({{}, false, 0, "killed", "WHATEVER"}), "other");
     Metrics metrics;
-    EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_exits_total{status=\"77\"} 0\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_daemon_exits_total{status=\"77\"} 0\n"));
     metrics.count(history::LifeEvent{noon, true, 42, "", ""});
     metrics.count(history::LifeEvent{noon, false, 0, "exited", "77"});
     metrics.count(history::LifeEvent{noon, false, 0, "killed", "KILL"});
     metrics.count(history::LifeEvent{noon, false, 0, "killed", "KILL"});
-    EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_starts_total 1\n"));
-    EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_exits_total{status=\"77\"} 1\n"));
-    EXPECT_THAT(text_of(metrics), HasSubstr("cg_daemon_exits_total{status=\"KILL\"} 2\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_daemon_starts_total 1\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_daemon_exits_total{status=\"77\"} 1\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_daemon_exits_total{status=\"KILL\"} 2\n"));
 }
 
 TEST(MetricsTest, TroublesAreCounted)
@@ -128,7 +118,7 @@ TEST(MetricsTest, TroublesAreCounted)
     metrics.count_gap();
     metrics.count_write_failure();
     metrics.show_gap_end(noon + 500ms);
-    const std::string text = text_of(metrics);
+    const std::string text = metrics.page();
     EXPECT_THAT(text, HasSubstr("cg_store_outages_total 1\n"));
     EXPECT_THAT(text, HasSubstr("cg_recorder_gaps_total 2\n"));
     EXPECT_THAT(text, HasSubstr("cg_history_write_failures_total 1\n"));
@@ -147,7 +137,7 @@ TEST(MetricsTest, CardsByState)
     denied.denied = true;
     const admission::TrackedCard gone;
     metrics.show({&waiting, &waiting, &off, &denied, &gone});
-    const std::string text = text_of(metrics);
+    const std::string text = metrics.page();
     EXPECT_THAT(text, HasSubstr("cg_cards{state=\"waiting\"} 2\n"));
     EXPECT_THAT(text, HasSubstr("cg_cards{state=\"offline\"} 1\n"));
     EXPECT_THAT(text, HasSubstr("cg_cards{state=\"denied\"} 1\n"));
@@ -167,7 +157,7 @@ TEST(MetricsTest, ADeciderIsALabelAndAnAnswerOfUnknownAgeIsNoTime)
     metrics.count(passed);
     passed.decider = "stranger";
     metrics.count(passed);
-    const std::string text = text_of(metrics);
+    const std::string text = metrics.page();
     EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"m1\",outcome=\"passed\"} 1\n"));
     EXPECT_THAT(text, HasSubstr("cg_decisions_total{decider=\"other\",outcome=\"passed\"} 1\n"));
     EXPECT_THAT(text, HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 0\n"));

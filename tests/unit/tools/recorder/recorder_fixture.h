@@ -5,7 +5,6 @@
 #include "recorder.h"
 
 #include <gmock/gmock.h>
-#include <prometheus/text_serializer.h>
 #include <sys/resource.h>
 
 #include <csignal>
@@ -183,12 +182,7 @@ protected:
         }
         return all;
     }
-    [[nodiscard]] std::string metrics() const
-    {
-        std::ostringstream out;
-        prometheus::TextSerializer().Serialize(out, metrics_->registry()->Collect());
-        return out.str();
-    }
+    [[nodiscard]] std::string metrics() const { return metrics_->page(); }
     // A denied card in slot 3, one that waits in slot 4, and a daemon; then the recorder is away for a
     // minute.
     void live_before()
