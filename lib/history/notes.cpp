@@ -1,10 +1,39 @@
 // Single values that the file keeps beside its rows, by name.
 #include "notes.h"
 
+#include <algorithm>
+
 namespace history
 {
 
 using std::chrono::milliseconds;
+
+std::string names_text(const std::vector<std::string> &names)
+{
+    std::string text = names.empty() ? "/" : "";
+    for (const std::string &name : names) {
+        text += '/' + name;
+    }
+    return text;
+}
+
+std::vector<std::string> parse_names(std::string text)
+{
+    std::vector<std::string> names;
+    while (text.size() > 1) {
+        const std::size_t end = std::min(text.find('/', 1), text.size());
+        names.push_back(text.substr(1, end - 1));
+        text.erase(0, end);
+    }
+    return names;
+}
+
+// A recorder of before did not keep the second one.
+std::vector<std::string> read_registered_before(const Database &database)
+{
+    std::vector<std::string> present = parse_names(read_note(database, modules_note_name));
+    return present.empty() ? parse_names(read_note(database, modules_before_note)) : present;
+}
 
 std::string read_note(const Database &database, const std::string &name)
 {

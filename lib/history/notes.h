@@ -14,6 +14,17 @@ inline constexpr const char *modules_note_name =
     "modules"; // the registered modules, as their folder had them
 inline constexpr const char *modules_daemon_note = "modules_of"; // the instance that has that very list
 
+inline constexpr const char *modules_before_note = "modules_before"; // the last ones that were not none
+
+// The names of modules as one note: "/m1/m2". The names are those of files, so "/" is the one character that
+// separates them for certain; "/" alone is an empty list.
+std::string names_text(const std::vector<std::string> &names);
+std::vector<std::string> parse_names(std::string text);
+
+// Returns the modules that were registered when there last were some; empty when there never were, as far as
+// the file knows. Throws Error.
+std::vector<std::string> read_registered_before(const Database &database);
+
 // Returns the note's text; empty when there is none. Throws Error.
 std::string read_note(const Database &database, const std::string &name);
 

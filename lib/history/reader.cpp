@@ -107,6 +107,11 @@ std::vector<ModuleStatistics> Reader::module_statistics(std::optional<Time> from
     return read_module_statistics(*database_, from);
 }
 
+std::vector<std::string> Reader::registered_before() const
+{
+    return read_registered_before(*database_);
+}
+
 std::optional<Time> Reader::alive_at() const
 {
     return read_time_note(*database_, alive_note);

@@ -170,33 +170,28 @@ std::string Writer::life_note() const
     return read_note(*database_, service_note);
 }
 
-// "/m1/m2": the names are those of files, so "/" is the one character that separates them for certain; "/"
-// alone is an empty list.
 std::optional<Modules> Writer::modules_note() const
 {
-    std::string text = read_note(*database_, modules_note_name);
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    Modules modules{{}, read_note(*database_, modules_daemon_note)};
-    while (text.size() > 1) {
-        const std::size_t end = std::min(text.find('/', 1), text.size());
-        modules.names.push_back(text.substr(1, end - 1));
-        text.erase(0, end);
-    }
-    return modules;
+    const std::string text = read_note(*database_, modules_note_name);
+    return text.empty()
+               ? std::nullopt
+               : std::optional(Modules{parse_names(text), read_note(*database_, modules_daemon_note)});
 }
 
 void Writer::set_modules_note(const Modules &modules)
 {
-    std::string text = modules.names.empty() ? "/" : "";
-    for (const std::string &module : modules.names) {
-        text += '/' + module;
-    }
     Transaction transaction(*database_);
-    write_note(*database_, modules_note_name, text);
+    if (const auto before = read_registered_before(*database_); modules.names.empty() && !before.empty()) {
+        write_note(*database_, modules_before_note, names_text(before));
+    }
+    write_note(*database_, modules_note_name, names_text(modules.names));
     write_note(*database_, modules_daemon_note, modules.daemon);
     transaction.commit();
+}
+
+std::vector<std::string> Writer::registered_before() const
+{
+    return read_registered_before(*database_);
 }
 
 void Writer::alive(Time now)

@@ -1,6 +1,7 @@
 """The recorder beside the real daemon: what it keeps, through restarts, outages and kills."""
 import contextlib
 import datetime
+import json
 import os
 import pathlib
 import signal
@@ -302,3 +303,30 @@ def test_a_hundred_slow_clients_do_not_keep_the_metrics_from_others(rig, recorde
         for client in slow:
             with pytest.raises(BlockingIOError):  # it would be b"" if it were not connected any more
                 client.recv(1)
+
+
+def test_a_registry_that_became_empty_is_an_alarm(rig, recorder):
+    """The daemon does not see its folder; what the recorder finds there is no proof that somebody is asked."""
+    rig.modules("m1")
+    rig.role("master")
+    daemon = rig.start()
+    recorder.start()
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.answer("1/3/0", "m1")
+    recorder.expect_decision("1/3/0", "passed")
+    assert recorder.metrics()["cg_modules_registered"] == 1
+    daemon.signal(signal.SIGKILL)
+    daemon.wait()
+    rig.modules()
+    rig.start()
+    rig.modules("m1")
+    rig.plug("1/4/0")
+    recorder.expect_decision("1/4/0", "unasked")
+    assert recorder.metrics()["cg_modules_registered"] == 0
+    assert "no module is registered any more, and every card is admitted unchecked; before: m1" in recorder.said()
+    rig.cgctl.env["CG_HISTORY"] = str(recorder.history)
+    done = rig.cgctl.attempt("doctor", "--json", "--modules", rig.view.modules, seconds=60)
+    checks = {check["name"]: check for check in json.loads(done.stdout)}
+    assert checks["module-registry"]["state"] == "fail" and 'before: "m1"' in checks["module-registry"]["found"]
+    assert checks["module-registry"]["fix"] == "`systemctl restart app_cg`"

@@ -65,6 +65,7 @@ struct Metrics::Families {
     Counter &gaps;
     Gauge &gap_end;
     Counter &write_failures;
+    Family<Gauge> &registered;
 };
 
 Metrics::Families::Families(Registry &registry)
@@ -99,7 +100,10 @@ Metrics::Families::Families(Registry &registry)
               .Add({})),
       write_failures(
           counter(registry, "cg_history_write_failures_total", "Attempts to write the history that failed")
-              .Add({}))
+              .Add({})),
+      registered(
+          gauge(registry, "cg_modules_registered",
+                "Check modules that the daemon has registered; with 0 every card is admitted unchecked."))
 {
     gauge(registry, "cg_build_info", "1, with the recorder's version.")
         .Add({{"version", RECORDER_VERSION}})
@@ -205,6 +209,11 @@ void Metrics::show_gap_end(admission::Time at)
 void Metrics::count_write_failure()
 {
     families_->write_failures.Increment();
+}
+
+void Metrics::show_registered(std::size_t modules)
+{
+    families_->registered.Add({}).Set(static_cast<double>(modules));
 }
 
 std::string exit_label(const history::LifeEvent &event)

@@ -52,6 +52,8 @@ public:
     void show_gap_end(admission::Time at);
     // Counts a failed attempt to write the history.
     void count_write_failure();
+    // Shows how many modules the daemon has registered; before the first call that is not known.
+    void show_registered(std::size_t modules);
 
 private:
     struct Families;

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/text.h"
+
 namespace recorder
 {
 
@@ -152,6 +154,7 @@ void Recorder::end(Time now)
 void Recorder::record(const admission::Decision &decision)
 {
     metrics_.count(decision);
+    learn_registry(decision.outcome);
     const auto kept = std::make_shared<history::Decision>(decision);
     if (!resumed_) {
         early_.add(kept);
@@ -168,6 +171,7 @@ void Recorder::record_late(const history::Position &position, const history::Ans
 void Recorder::hear_daemon(const std::string &instance, bool started)
 {
     if (std::exchange(daemon_, instance) != instance) {
+        asks_nobody_ = false;
         modules_.read_for(instance, started);
         use_modules();
     }
@@ -184,6 +188,38 @@ void Recorder::use_modules()
     if (resumed_ && modules_.was_read() && noted_modules_ != list) {
         noted_modules_ = list;
         write([noted = *list](history::Writer &writer) { writer.set_modules_note(noted); });
+    }
+    show_registry();
+}
+
+// A daemon that could not read its folder registers nothing, whatever the recorder finds there. Only what it
+// does with a card shows that.
+void Recorder::learn_registry(admission::Outcome outcome)
+{
+    using admission::Outcome;
+    if (outcome == Outcome::unasked) {
+        asks_nobody_ = true;
+    } else if (outcome == Outcome::passed || outcome == Outcome::denied || outcome == Outcome::silence) {
+        asks_nobody_ = false;
+    }
+    show_registry();
+}
+
+void Recorder::show_registry()
+{
+    if (!modules_.list() && !asks_nobody_) {
+        return; // nothing is known
+    }
+    const std::vector<std::string> names =
+        modules_.list() ? modules_.list()->names : std::vector<std::string>();
+    if (!names.empty()) {
+        registered_before_ = names;
+    }
+    metrics_.show_registered(asks_nobody_ ? 0 : names.size());
+    const bool is_lost = (asks_nobody_ || names.empty()) && !registered_before_.empty();
+    if (!std::exchange(registry_is_lost_, is_lost) && is_lost) {
+        log_("no module is registered any more, and every card is admitted unchecked; before: " +
+             cg::visible(cg::joined(registered_before_)) + "; run `cgctl doctor`");
     }
 }
 
@@ -224,7 +260,10 @@ void Recorder::opened_again(const history::Writer &writer, const std::optional<h
     has_read_service_log_ = false;
     read_service_log();
     if (noted_modules_) {
-        write([noted = *noted_modules_](history::Writer &next) { next.set_modules_note(noted); });
+        write([before = registered_before_, noted = *noted_modules_](history::Writer &next) {
+            next.set_modules_note({before, ""});
+            next.set_modules_note(noted);
+        });
     }
     gaps_.write_again();
     open_checks_.forget();
@@ -264,7 +303,11 @@ void Recorder::resume(const history::Writer &writer)
     const std::optional<Time> alive_at = writer.last_alive();
     const std::optional<Time> gap_end = writer.last_gap_end();
     const std::optional<history::Modules> modules = writer.modules_note();
+    const std::vector<std::string> before = writer.registered_before();
     resumed_ = true;
+    if (registered_before_.empty()) {
+        registered_before_ = before;
+    }
     if (modules) {
         modules_.adopt(*modules, daemon_);
     }

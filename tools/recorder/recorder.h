@@ -70,6 +70,8 @@ private:
     void record_late(const history::Position &position, const history::Answer &answer);
     void hear_daemon(const std::string &instance, bool started);
     void use_modules();
+    void show_registry();
+    void learn_registry(admission::Outcome outcome);
     void read_service_log();
     void send_heartbeat();
 
@@ -85,6 +87,9 @@ private:
     EarlyDecisions early_;
     std::optional<history::Modules> used_modules_;  // as tracker and metrics have them
     std::optional<history::Modules> noted_modules_; // as the file has them
+    std::vector<std::string> registered_before_{};  // when there last were some modules
+    bool asks_nobody_ = false;                      // the daemon, whatever is in the folder
+    bool registry_is_lost_ = false;                 // as reported
     std::string daemon_{};                          // the instance that was heard of last
     bool reported_overlong_line_ = false;
     bool has_read_service_log_ = false;

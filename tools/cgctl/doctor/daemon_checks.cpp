@@ -7,6 +7,7 @@
 #include "base/failure.h"
 #include "base/text.h"
 #include "daemon/daemon_view.h"
+#include "history/reader.h"
 #include "p_dev.pb-c.h"
 #include "records/record_text.h"
 #include "records/record_types.h"
@@ -135,6 +136,41 @@ Finding check_daemon_modules(Examination &examination)
                 restart};
     }
     return {Severity::ok, "the daemon asks those of the folder"};
+}
+
+// The daemon takes a folder that it cannot open for one without modules, whatever the cause, and logs no
+// error: so does a process without descriptors.
+Finding check_registry(Examination &examination)
+{
+    const std::vector<std::string> in_folder = asked_of(examination.modules);
+    const std::vector<std::string> registered = examination.daemon_modules.value_or(in_folder);
+    if (!registered.empty()) {
+        return {Severity::ok, std::to_string(registered.size()) + " registered"};
+    }
+    std::vector<std::string> before;
+    try {
+        before = history::Reader(history::path_or_default("")).registered_before();
+    } catch (const history::Error &error) {
+        return {Severity::skipped,
+                std::string("no module is registered; whether one ever was is not known: ") + error.what()};
+    }
+    if (before.empty()) {
+        return {Severity::ok, "no module is registered, and none ever was"};
+    }
+    std::string missing;
+    for (const std::string &name : before) {
+        if (std::find(in_folder.begin(), in_folder.end(), name) == in_folder.end()) {
+            missing += ' ' + shell_word(examination.module_folder + '/' + name);
+        }
+    }
+    const std::string folder = shell_word(examination.module_folder);
+    return {Severity::fail,
+            "no module is registered, and every card is admitted without a check; before: " +
+                module_list({before.begin(), before.end()}),
+            (missing.empty()
+                 ? ""
+                 : "if they are still wanted, `mkdir -p " + folder + " && touch" + missing + "`; ") +
+                restart};
 }
 
 } // namespace cg

@@ -21,6 +21,9 @@ Finding check_daemon_connections(Examination &examination);
 // It asks the modules of the folder.
 Finding check_daemon_modules(Examination &examination);
 
+// It has modules, if it ever had some, as the recorder's file has it.
+Finding check_registry(Examination &examination);
+
 } // namespace cg
 
 #endif

@@ -53,6 +53,7 @@ const std::vector<Check> &checks()
         {"daemon", check_daemon, {"settings"}},
         {"daemon-connections", check_daemon_connections, {"server", "daemon"}},
         {"daemon-modules", check_daemon_modules, {"daemon", "module-folder"}},
+        {"module-registry", check_registry, {}},
         {"open-checks", check_open_checks, {"databases"}},
         // From here on the records are read as every verb does it.
         {"role", check_role, {"data-set", "functions"}},

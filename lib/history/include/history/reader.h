@@ -40,6 +40,8 @@ public:
     // or of all.
     [[nodiscard]] std::vector<ModuleStatistics> module_statistics(std::optional<Time> from) const;
 
+    // The modules that were registered when there last were some; empty when there never were.
+    [[nodiscard]] std::vector<std::string> registered_before() const;
     // The recorder's last heartbeat; there is one every ten seconds. Nothing: none yet.
     [[nodiscard]] std::optional<Time> alive_at() const;
     // When the file was made.

@@ -62,6 +62,8 @@ public:
     [[nodiscard]] std::optional<Modules> modules_note() const;
     // Keeps these as the registered modules.
     void set_modules_note(const Modules &modules);
+    // The modules that were registered when there last were some; empty when there never were.
+    [[nodiscard]] std::vector<std::string> registered_before() const;
 
     // The recorder's heartbeat: everything until `now` is in the file.
     void alive(Time now);

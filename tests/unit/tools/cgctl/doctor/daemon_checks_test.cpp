@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "doctor_fixture.h"
+#include "history/writer.h"
 
 namespace cg
 {
@@ -26,6 +27,14 @@ protected:
         const Outcome outcome = run_cgctl(arguments);
         ASSERT_EQ(outcome.status, 0) << outcome.err;
     }
+    // As the recorder would note them.
+    void note_modules(const std::vector<std::string> &names) const
+    {
+        setenv(history::path_setting, folder_.path("history").c_str(), 1);
+        history::Writer(folder_.path("history"), std::chrono::system_clock::now(), {})
+            .set_modules_note({names, ""});
+    }
+    void TearDown() override { unsetenv(history::path_setting); }
     // Sets how long ago the server takes a key to have been touched.
     void let_it_age(const std::string &key, int seconds) const
     {
@@ -84,6 +93,51 @@ TEST_F(DoctorOfTheDaemon, FindsADaemonThatHangs)
     EXPECT_THAT(told.fix, HasSubstr("`systemctl restart app_cg`"));
     daemon_->send(SIGCONT);
     EXPECT_EQ(examine("daemon").state, "ok");
+}
+
+TEST_F(DoctorOfTheDaemon, FindsTheModulesThatWereRegisteredBefore)
+{
+    note_modules({"m1", "m0"});
+    EXPECT_EQ(examine("module-registry").found, "1 registered");
+    std::filesystem::remove(modules() + "/m1");
+    note_modules({});
+    daemon_.reset();
+    start_daemon({.subscriptions = {"p_dev.dp_lib_grole", "p_dev.card_info"}});
+    const Told told = examine("module-registry");
+    EXPECT_EQ(told.state, "fail");
+    EXPECT_THAT(told.found,
+                HasSubstr("no module is registered, and every card is admitted without a check; before: "
+                          "\"m0\", \"m1\""));
+    EXPECT_THAT(told.fix, HasSubstr("`systemctl restart app_cg`"));
+    carry_out(told.fix, 1);
+    EXPECT_TRUE(std::filesystem::exists(modules() + "/m1"));
+    daemon_.reset();
+    start_daemon();
+    EXPECT_EQ(examine("module-registry").state, "ok");
+}
+
+TEST_F(DoctorOfTheDaemon, FindsADaemonThatCouldNotReadItsModules)
+{
+    note_modules({"m1"});
+    std::filesystem::remove(modules() + "/m1");
+    daemon_.reset();
+    start_daemon({.subscriptions = {"p_dev.dp_lib_grole", "p_dev.card_info"}});
+    add_module("m1");
+    const Told told = examine("module-registry");
+    EXPECT_EQ(told.state, "fail");
+    EXPECT_EQ(told.fix, "`systemctl restart app_cg`") << "the folder is as it should be";
+}
+
+TEST_F(DoctorOfTheDaemon, FindsNoLossWhereNoModuleEverWas)
+{
+    std::filesystem::remove(modules() + "/m1");
+    daemon_.reset();
+    start_daemon({.subscriptions = {"p_dev.dp_lib_grole", "p_dev.card_info"}});
+    setenv(history::path_setting, folder_.path("history").c_str(), 1);
+    EXPECT_EQ(examine("module-registry").state, "skipped");
+    EXPECT_THAT(examine("module-registry").found, HasSubstr("no history at " + folder_.path("history")));
+    note_modules({});
+    EXPECT_EQ(examine("module-registry").state, "ok");
 }
 
 TEST_F(DoctorOfTheDaemon, FindsADaemonWithoutOneOfItsConnections)
