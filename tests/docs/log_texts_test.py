@@ -32,7 +32,7 @@ LONG = 12
 def recorder_texts() -> set[str]:
     """The messages of the recorder, as the page shortens them."""
     found = set()
-    for name in ("outbox.cpp", "recorder.cpp", "module_list.cpp", "service.cpp"):
+    for name in ("outbox.cpp", "recorder.cpp", "module_list.cpp", "service.cpp", "daemon_health.cpp"):
         source = (ROOT / "tools" / "recorder" / name).read_text(encoding="utf-8")
         for call in RECORDER.findall(source):
             literals = [text for text in re.findall(r'"((?:[^"\\]|\\.)*)"', call) if len(text) >= LONG]
@@ -108,7 +108,7 @@ class LogTextsTest(unittest.TestCase):
         source = (ROOT / "tools" / "recorder" / "metrics.cpp").read_text(encoding="utf-8")
         conditions = PAGE.split("```promql\n")[1].split("```")[0]
         named = set(re.findall(r"\bcg_\w+", conditions)) | set(re.findall(r"\bcg_\w+_(?:total|waiting|seconds)\b", PAGE))
-        self.assertGreater(len(named), 6)
+        self.assertGreater(len(named), 8)
         self.assertEqual(named - set(re.findall(r'"(cg_\w+)"', source)), set())
 
     def test_the_exit_statuses_are_those_of_the_manual_page(self) -> None:

@@ -330,3 +330,12 @@ def test_a_registry_that_became_empty_is_an_alarm(rig, recorder):
     checks = {check["name"]: check for check in json.loads(done.stdout)}
     assert checks["module-registry"]["state"] == "fail" and 'before: "m1"' in checks["module-registry"]["found"]
     assert checks["module-registry"]["fix"] == "`systemctl restart app_cg`"
+
+
+def test_what_the_daemon_publishes_of_its_health_is_in_the_metrics(rig, recorder):
+    recorder.start()
+    assert recorder.metrics()["cg_system_log_dropped_total"] == 0
+    rig.store.ask(b"SELECT 1\r\nHSET @health instance a system_log_dropped 3 descriptors 900 descriptors_limit 1024\r\n")
+    rig.expect(lambda: recorder.metrics()["cg_system_log_dropped_total"] == 3, "it is read")
+    metrics = recorder.metrics()
+    assert metrics["cg_daemon_descriptors"] == 900 and metrics["cg_daemon_descriptors_limit"] == 1024

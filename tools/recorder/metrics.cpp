@@ -66,6 +66,9 @@ struct Metrics::Families {
     Gauge &gap_end;
     Counter &write_failures;
     Family<Gauge> &registered;
+    Counter &dropped_lines;
+    Gauge &descriptors;
+    Gauge &descriptors_limit;
 };
 
 Metrics::Families::Families(Registry &registry)
@@ -103,7 +106,19 @@ Metrics::Families::Families(Registry &registry)
               .Add({})),
       registered(
           gauge(registry, "cg_modules_registered",
-                "Check modules that the daemon has registered; with 0 every card is admitted unchecked."))
+                "Check modules that the daemon has registered; with 0 every card is admitted unchecked.")),
+      dropped_lines(prometheus::BuildCounter()
+                        .Name("cg_system_log_dropped_total")
+                        .Help("Lines for the system log that the daemon dropped, since its start and through "
+                              "its restarts.")
+                        .Register(registry)
+                        .Add({})),
+      descriptors(gauge(registry, "cg_daemon_descriptors",
+                        "Descriptors that the daemon has, from three quarters of its limit on; else 0.")
+                      .Add({})),
+      descriptors_limit(gauge(registry, "cg_daemon_descriptors_limit",
+                              "How many it can have, from three quarters of them on; else 0.")
+                            .Add({}))
 {
     gauge(registry, "cg_build_info", "1, with the recorder's version.")
         .Add({{"version", RECORDER_VERSION}})
@@ -214,6 +229,17 @@ void Metrics::count_write_failure()
 void Metrics::show_registered(std::size_t modules)
 {
     families_->registered.Add({}).Set(static_cast<double>(modules));
+}
+
+void Metrics::count_dropped_lines(uint64_t lines)
+{
+    families_->dropped_lines.Increment(static_cast<double>(lines));
+}
+
+void Metrics::show_descriptors(uint64_t held, uint64_t limit)
+{
+    families_->descriptors.Set(static_cast<double>(held));
+    families_->descriptors_limit.Set(static_cast<double>(limit));
 }
 
 std::string exit_label(const history::LifeEvent &event)

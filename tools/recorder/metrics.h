@@ -54,6 +54,10 @@ public:
     void count_write_failure();
     // Shows how many modules the daemon has registered; before the first call that is not known.
     void show_registered(std::size_t modules);
+    // Counts lines for the system log that the daemon dropped.
+    void count_dropped_lines(uint64_t lines);
+    // Shows how many descriptors the daemon has, of how many; 0 and 0 while it is far from that.
+    void show_descriptors(uint64_t held, uint64_t limit);
 
 private:
     struct Families;

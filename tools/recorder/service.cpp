@@ -12,6 +12,7 @@
 #include "admission/follower.h"
 #include "base/failure.h"
 #include "base/text.h"
+#include "daemon_health.h"
 #include "log/platform_log.h"
 #include "loop/loop.h"
 #include "metrics_server.h"
@@ -59,6 +60,7 @@ private:
     platform::Loop loop_;
     std::unique_ptr<MetricsServer> metrics_server_;
     store::Client client_;
+    DaemonHealth health_;
     platform::Timer tick_;
     platform::Timer flush_;
     admission::Follower follower_;
@@ -106,7 +108,9 @@ Service::Service(const cg::Output &output, const Options &options)
       recorder_(
           options.settings, metrics_, [&output](const std::string &text) { output.notice(text); }, now()),
       loop_(program), metrics_server_(expose(output, options, metrics_, loop_.context())),
-      client_(loop_.context(), client_options(output, running_)), follower_(client_, listener())
+      client_(loop_.context(), client_options(output, running_)),
+      health_(metrics_, [&output](const std::string &text) { output.notice(text); }),
+      follower_(client_, listener())
 {
     follower_.start(false);
     tick_ = loop_.after(tick_interval, [this] { tick(); });
@@ -230,6 +234,9 @@ void Service::tick()
     report_absence();
     if (away_.empty()) {
         report_overdue();
+    }
+    if (absent().empty()) {
+        health_.look();
     }
     const bool more = recorder_.tick(now());
     tick_ = loop_.after(more ? busy_tick_interval : tick_interval, [this] { tick(); });

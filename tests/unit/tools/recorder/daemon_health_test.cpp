@@ -1,0 +1,101 @@
+// The daemon's health, as its platform publishes it.
+#include "daemon_health.h"
+
+#include <gmock/gmock.h>
+
+#include <csignal>
+
+#include "unit/support/store_test.h"
+
+namespace recorder
+{
+
+namespace
+{
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class DaemonHealthTest : public cg::StoreTest
+{
+protected:
+    // As the program does.
+    DaemonHealthTest() { EXPECT_NE(signal(SIGPIPE, SIG_IGN), SIG_ERR); }
+
+    void say(const std::string &command) const
+    {
+        const std::string answer = tell_server("SELECT 1\r\n" + command + "\r\n");
+        ASSERT_EQ(answer.find("-ERR"), std::string::npos) << answer;
+    }
+    void expect_metric(const std::string &name, int value)
+    {
+        health_.look();
+        EXPECT_THAT(metrics_.page(), HasSubstr('\n' + name + ' ' + std::to_string(value) + '\n'));
+    }
+
+    Metrics metrics_;
+    std::vector<std::string> log_;
+    DaemonHealth health_{metrics_, [this](const std::string &text) { log_.push_back(text); }};
+};
+
+} // namespace
+
+TEST_F(DaemonHealthTest, DroppedLinesAreCountedOverTheDaemonsLives)
+{
+    const char *name = "cg_system_log_dropped_total";
+    expect_metric(name, 0);
+    say("HSET @health instance a system_log_dropped 5");
+    expect_metric(name, 5);
+    expect_metric(name, 5);
+    say("HSET @health system_log_dropped 7");
+    expect_metric(name, 7);
+    say("HSET @health instance b system_log_dropped 2");
+    expect_metric(name, 9);
+    say("DEL @health");
+    expect_metric(name, 9);
+    say("HSET @health instance b system_log_dropped 3");
+    expect_metric(name, 10);
+    EXPECT_THAT(log_, IsEmpty());
+}
+
+TEST_F(DaemonHealthTest, DescriptorsAreShownWhileTheyAreScarce)
+{
+    expect_metric("cg_daemon_descriptors", 0);
+    say("HSET @health instance a descriptors 800 descriptors_limit 1024");
+    expect_metric("cg_daemon_descriptors", 800);
+    expect_metric("cg_daemon_descriptors_limit", 1024);
+    say("HDEL @health descriptors descriptors_limit");
+    expect_metric("cg_daemon_descriptors", 0);
+    expect_metric("cg_daemon_descriptors_limit", 0);
+}
+
+TEST_F(DaemonHealthTest, WhatIsNoNumberIsNone)
+{
+    say("HSET @health instance a system_log_dropped many descriptors -3 descriptors_limit "
+        "99999999999999999999");
+    expect_metric("cg_system_log_dropped_total", 0);
+    expect_metric("cg_daemon_descriptors", 0);
+    expect_metric("cg_daemon_descriptors_limit", 0);
+}
+
+TEST_F(DaemonHealthTest, ARefusalIsReportedOnceAndALossNot)
+{
+    say("SET @health text");
+    health_.look();
+    health_.look();
+    EXPECT_THAT(log_, ElementsAre(HasSubstr(
+                          "the daemon's health cannot be read, key @health of database 1: WRONGTYPE")));
+    say("DEL @health");
+    say("HSET @health instance a system_log_dropped 1");
+    expect_metric("cg_system_log_dropped_total", 1);
+    stop_server();
+    expect_metric("cg_system_log_dropped_total", 1);
+    start_server();
+    say("HSET @health instance a system_log_dropped 4");
+    health_.look();
+    expect_metric("cg_system_log_dropped_total", 4);
+    EXPECT_THAT(log_, testing::SizeIs(1));
+}
+
+} // namespace recorder

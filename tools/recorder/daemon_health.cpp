@@ -1,0 +1,68 @@
+// What the daemon publishes of its own health, for the metrics.
+#include "daemon_health.h"
+
+#include <utility>
+
+#include "base/text.h"
+
+namespace recorder
+{
+
+namespace
+{
+
+constexpr std::chrono::milliseconds limit{250};
+constexpr int32_t host_database = 1;
+constexpr const char *key = "@health";
+
+uint64_t number_of(const store::Inspected &fields, const char *name)
+{
+    return static_cast<uint64_t>(cg::to_number(fields.value_of(name).text, 0, INT64_MAX).value_or(0));
+}
+
+} // namespace
+
+DaemonHealth::DaemonHealth(Metrics &metrics, Log log) : metrics_(metrics), log_(std::move(log)) {}
+
+// That the store does not answer is reported by who follows it.
+void DaemonHealth::look()
+{
+    if (!store_ || !store_->is_open()) {
+        store_.emplace(host_database, limit);
+    }
+    const std::optional<store::Inspected> fields = store_->ask({"HGETALL", key}, limit);
+    if (!fields) {
+        store_.reset();
+        return;
+    }
+    report(fields->is_error() ? fields->text : "");
+    if (!fields->is_error()) {
+        show(*fields);
+    }
+}
+
+// The daemon counts from its start; another instance is another count. Data that was lost with a server comes
+// back with the same one.
+void DaemonHealth::show(const store::Inspected &fields)
+{
+    const std::string &daemon = fields.value_of("instance").text;
+    if (!daemon.empty() && daemon != daemon_) {
+        daemon_ = daemon;
+        dropped_ = 0;
+    }
+    const uint64_t dropped = number_of(fields, "system_log_dropped");
+    if (dropped > dropped_) {
+        metrics_.count_dropped_lines(dropped - dropped_);
+        dropped_ = dropped;
+    }
+    metrics_.show_descriptors(number_of(fields, "descriptors"), number_of(fields, "descriptors_limit"));
+}
+
+void DaemonHealth::report(const std::string &problem)
+{
+    if (std::exchange(problem_, problem) != problem && !problem.empty()) {
+        log_("the daemon's health cannot be read, key @health of database 1: " + cg::visible(problem));
+    }
+}
+
+} // namespace recorder
