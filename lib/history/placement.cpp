@@ -69,7 +69,7 @@ bool Placement::is_cut(int64_t size) const
 
 std::optional<std::string> Placement::displacement() const
 {
-    if (const auto what = file_displacement()) {
+    if (auto what = file_displacement()) {
         return what;
     }
     return identity_of(log_) == log_identity_ ? std::nullopt : std::optional("lost its log");

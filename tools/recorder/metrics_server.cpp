@@ -144,7 +144,7 @@ std::string MetricsServer::answer_to(const std::string &request) const
     if (words[1].substr(0, words[1].find('?')) != "/metrics") {
         return response("404 Not Found", "metrics are at /metrics\n");
     }
-    const std::string whole = response("200 OK", page_());
+    std::string whole = response("200 OK", page_());
     if (words[0] == "GET") {
         return whole;
     }

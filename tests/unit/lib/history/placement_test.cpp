@@ -41,7 +41,7 @@ protected:
     }
     std::string leave()
     {
-        const std::string log = writer_->leave(later);
+        std::string log = writer_->leave(later);
         writer_.reset();
         return log;
     }

@@ -144,6 +144,7 @@ TEST_F(MetricsServerTest, AHundredSlowClientsKeepNobodyWaiting)
 {
     serve();
     std::vector<Client> slow;
+    slow.reserve(100);
     for (int i = 0; i < 100; ++i) {
         slow.push_back(client("GET /metrics HTTP/1.1\r\nHo"));
     }
@@ -160,6 +161,7 @@ TEST_F(MetricsServerTest, OfTooManyTheOldestGivesWay)
     limits.connections = 4;
     serve(limits);
     std::vector<Client> idle;
+    idle.reserve(limits.connections);
     for (std::size_t i = 0; i < limits.connections; ++i) {
         idle.push_back(client());
         ASSERT_TRUE(until([&] { return server_->connections() == i + 1; }));
