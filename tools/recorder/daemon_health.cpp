@@ -11,9 +11,9 @@ namespace recorder
 namespace
 {
 
-constexpr std::chrono::milliseconds limit{250};
+constexpr std::chrono::milliseconds answer_limit{250};
 constexpr int32_t host_database = 1;
-constexpr const char *key = "@health";
+constexpr const char *health_key = "@health";
 
 uint64_t number_of(const store::Inspected &fields, const char *name)
 {
@@ -28,9 +28,9 @@ DaemonHealth::DaemonHealth(Metrics &metrics, Log log) : metrics_(metrics), log_(
 void DaemonHealth::look()
 {
     if (!store_ || !store_->is_open()) {
-        store_.emplace(host_database, limit);
+        store_.emplace(host_database, answer_limit);
     }
-    const std::optional<store::Inspected> fields = store_->ask({"HGETALL", key}, limit);
+    const std::optional<store::Inspected> fields = store_->ask({"HGETALL", health_key}, answer_limit);
     if (!fields) {
         store_.reset();
         return;

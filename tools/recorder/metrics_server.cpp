@@ -19,7 +19,7 @@ namespace
 {
 
 constexpr std::chrono::milliseconds pause_without_descriptors{1000};
-constexpr int64_t most_port = 65535;
+constexpr int64_t highest_port = 65535;
 
 [[noreturn]] void fail(const std::string &reason)
 {
@@ -32,7 +32,7 @@ sockaddr_in address_of(const std::string &text)
     sockaddr_in address{};
     address.sin_family = AF_INET;
     const auto port =
-        colon == std::string::npos ? std::nullopt : cg::to_number(text.substr(colon + 1), 0, most_port);
+        colon == std::string::npos ? std::nullopt : cg::to_number(text.substr(colon + 1), 0, highest_port);
     if (!port || inet_pton(AF_INET, text.substr(0, colon).c_str(), &address.sin_addr) != 1) {
         fail("not an address");
     }
