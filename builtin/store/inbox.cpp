@@ -3,6 +3,8 @@
 
 #include <algorithm>
 
+#include <malloc.h>
+
 #include "loop/platform_context.h"
 
 namespace store
@@ -13,6 +15,7 @@ namespace
 
 constexpr size_t deliveries_per_turn = 64;
 constexpr int checks_between_looks = 3; // at the server's functions
+constexpr size_t burst = 1024 * 1024;   // bytes
 
 } // namespace
 
@@ -153,6 +156,7 @@ void Inbox::on_checked()
 {
     note_heard();
     checks_ += shared_.keeps_functions ? 1 : 0;
+    give_burst_back();
     for (const auto &subscription : subscriptions_) {
         subscription->on_checked();
     }
@@ -164,6 +168,18 @@ void Inbox::note_heard()
     if (std::none_of(subscriptions_.begin(), subscriptions_.end(),
                      [](const auto &known) { return known->is_behind(); })) {
         heard_at_ = Clock::now();
+    }
+}
+
+// The heap keeps what a burst took below pieces that live on, unless it is asked; what it gave back stays
+// counted as free.
+void Inbox::give_burst_back()
+{
+    const size_t free = mallinfo2().fordblks;
+    given_back_ = std::min(given_back_, free);
+    if (free >= given_back_ + burst) {
+        (void)malloc_trim(0);
+        given_back_ = free;
     }
 }
 

@@ -60,6 +60,7 @@ private:
     void on_checked() override;
 
     void note_heard();
+    void give_burst_back();
     void report_loss();
     bool open();
     bool deliver();
@@ -73,6 +74,7 @@ private:
     bool has_arrived_ = false;
     std::optional<std::string> loss_due_;         // why: a loss is to be reported
     uint64_t arrivals_ = 0;                       // changes that have come
+    size_t given_back_ = 0;                       // free bytes of the heap when they were last given back
     uint64_t pongs_ = 0;                          // of the present connection
     int checks_ = 0;                              // of the connection, since the last look at the functions
     std::optional<Clock::time_point> heard_at_{}; // what waits for its delivery is not heard yet
