@@ -43,7 +43,7 @@ STANDARD = {
 # Of the system the daemon uses this alone, so that it can be put on any platform.
 DAEMON_SYSTEM = {"dirent.h", "fcntl.h", "signal.h", "sys/stat.h", "sys/time.h", "sys/types.h", "unistd.h"}
 SYSTEM = DAEMON_SYSTEM | {
-    "arpa/inet.h", "langinfo.h", "netdb.h", "poll.h", "pwd.h", "sched.h", "spawn.h", "stdio_ext.h", "sys/epoll.h",
+    "arpa/inet.h", "langinfo.h", "malloc.h", "netdb.h", "poll.h", "pwd.h", "sched.h", "spawn.h", "stdio_ext.h", "sys/epoll.h",
     "sys/eventfd.h", "sys/syscall.h",
     "sys/file.h", "sys/ioctl.h", "sys/mman.h", "sys/random.h", "sys/resource.h", "sys/socket.h", "sys/statvfs.h", "sys/un.h",
     "sys/wait.h", "sys/signalfd.h", "sys/prctl.h", "syslog.h", "termios.h", "wordexp.h",
