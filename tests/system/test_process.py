@@ -137,12 +137,12 @@ def test_out_of_descriptors_the_modules_are_still_asked(rig):
     rig.store.ask(b"CLIENT KILL TYPE normal SKIPME yes\r\n")
     rig.store.ask(b"CLIENT KILL TYPE pubsub SKIPME yes\r\n")
     rig.expect_logged("out of file descriptors")
-    rig.expect(lambda: any("out of file descriptors" in text for text in manager.listen()), "the manager is told")
+    rig.expect(lambda: any("out of file descriptors" in text for text in manager.listen()), "the manager is notified")
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
     resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE, (hard, hard))
     rig.expect_logged("which leaves enough again")
-    rig.expect(lambda: "STATUS=Serving" in manager.listen(), "the manager is told")
+    rig.expect(lambda: "STATUS=Serving" in manager.listen(), "the manager is notified")
 
 
 def test_the_marker_file_turns_registration_off(rig):

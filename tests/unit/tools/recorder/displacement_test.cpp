@@ -13,20 +13,7 @@ using testing::Not;
 class DisplacementTest : public RecorderTest
 {
 protected:
-    // A card that was denied, and one that waits.
-    void SetUp() override
-    {
-        note_service("1700049600000 start 42");
-        start();
-        listen();
-        plug(3);
-        ask(3);
-        deny(3);
-        plug(4);
-        ask(4);
-        answer(4, "m1");
-        pass(1s);
-    }
+    void SetUp() override { begin_with_two_cards(); }
     void expect_that_it_goes_on(const std::string &what)
     {
         EXPECT_THAT(log_, Contains("the history " + what + " and is opened again: " + folder_.path("h") +

@@ -182,9 +182,8 @@ protected:
         return all;
     }
     [[nodiscard]] std::string metrics() const { return metrics_->page(); }
-    // A denied card in slot 3, one that waits in slot 4, and a daemon; then the recorder is away for a
-    // minute.
-    void live_before()
+    // A daemon, a denied card in slot 3, and one that waits in slot 4.
+    void begin_with_two_cards()
     {
         note_service("1700049600000 start 42");
         start();
@@ -196,6 +195,11 @@ protected:
         ask(4);
         answer(4, "m1");
         pass(1s);
+    }
+    // The same; then the recorder is away for a minute.
+    void live_before()
+    {
+        begin_with_two_cards();
         recorder_->flush(now_);
         killed_at_ = now_;
         kill();
