@@ -42,16 +42,33 @@ void AnswerList::begin_check()
         if (stands(answers_[i])) {
             told += i < told_ ? 1 : 0;
             kept.push_back(std::move(answers_[i]));
+        } else {
+            earlier_.push_back(std::move(answers_[i]));
         }
+    }
+    if (std::ssize(earlier_) > most_answers) {
+        earlier_.erase(earlier_.begin(), earlier_.end() - most_answers);
     }
     answers_ = std::move(kept);
     told_ = told;
 }
 
-bool AnswerList::stands(const Answer &answer) const
+void AnswerList::set_read(const std::string &module, uint64_t revision)
 {
-    const auto found = standing_.find(answer.module);
-    return found != standing_.end() && found->second == answer.revision;
+    const auto found = std::find_if(earlier_.begin(), earlier_.end(), [&](const Answer &answer) {
+        return revision != 0 && answer.module == module && answer.revision == revision;
+    });
+    if (found != earlier_.end()) {
+        Answer answer = std::move(*found);
+        earlier_.erase(found);
+        add(std::move(answer));
+    }
+}
+
+bool AnswerList::stands(const std::string &module, uint64_t revision) const
+{
+    const auto found = standing_.find(module);
+    return found != standing_.end() && found->second == revision;
 }
 
 const Answer *AnswerList::find(const std::string &module, uint64_t revision, bool pass) const

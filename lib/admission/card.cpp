@@ -119,16 +119,21 @@ void Card::answer_written(Answer answer, const Change &change)
 void Card::answer_deleted(Answer answer, const Change &change)
 {
     const store::Cause &cause = change.write.origin.cause;
+    const bool is_what_was_read = answers_.stands(answer.module, cause.revision);
     answers_.set_gone(answer.module);
     if (!is_there_ || !is_read(cause, shown_.card.position, answer.module)) {
         return; // it counts for nobody
     }
+    answers_.set_read(answer.module, cause.revision);
     answer.registered = shared_.is_module(answer.module);
     answer.at = change.at;
     answer.revision = cause.revision;
     if (const Answer *heard = answers_.find(answer.module, cause.revision, answer.ret == 0)) {
         answer = *heard;
     } else {
+        if (!is_what_was_read) {
+            miss_changes(); // the record may say what a later answer did
+        }
         hear(answer, change.existing);
     }
     if (answer.registered && answer.ret == 0) {
@@ -283,6 +288,7 @@ void Card::decide(const Change &change)
         miss_changes();
     }
     if (!explanation.module.empty()) {
+        answers_.set_read(explanation.module, explanation.answer);
         const Answer *answer = answers_.find(explanation.module, explanation.answer, result_->pass);
         if (answer == nullptr) {
             miss_changes();

@@ -61,6 +61,31 @@ TEST(AnswerListTest, OfAnEarlierChecksOnlyTheUnreadAreKept)
     EXPECT_FALSE(list.stands(answer("m1", 5)));
 }
 
+TEST(AnswerListTest, OneThatWasOverwrittenCountsOnceTheDaemonReadIt)
+{
+    AnswerList list;
+    for (uint64_t revision = 1; revision <= 20; ++revision) {
+        list.add(answer("m1", revision));
+        list.set_standing("m1", revision);
+        list.begin_check();
+    }
+    list.add(answer("m1", 21));
+    list.set_standing("m1", 21);
+    list.begin_check();
+    ASSERT_THAT(list.all(), ElementsAre(Field(&Answer::revision, 21)));
+    for (const uint64_t gone_or_unknown : {uint64_t{4}, uint64_t{0}, uint64_t{22}}) {
+        list.set_read("m1", gone_or_unknown);
+    }
+    list.set_read("m2", 20);
+    ASSERT_THAT(list.all(), SizeIs(1)) << "sixteen are kept";
+    list.set_read("m1", 20);
+    list.set_read("m1", 5);
+    list.set_read("m1", 20);
+    EXPECT_THAT(list.all(), ElementsAre(Field(&Answer::revision, 21), Field(&Answer::revision, 20),
+                                        Field(&Answer::revision, 5)));
+    EXPECT_EQ(list.told(), 0U);
+}
+
 TEST(AnswerListTest, FindsTheOneOfARevisionOrTheLastWhereNoneIsKnown)
 {
     AnswerList list;

@@ -26,6 +26,40 @@ TEST_F(TrackerOrderTest, TheFirstOfTwoDenialsDecidesAlsoWhenBothCameBeforeTheRes
     EXPECT_EQ(shown().last->decider, "m1");
 }
 
+TEST_F(TrackerOrderTest, AnAnswerThatWasOverwrittenUnreadCountsAlsoForTheNextCheck)
+{
+    plug();
+    ask();
+    write_answer("m1", 1, "as the daemon reads it");
+    const Cause overwritten = by_answer("m1");
+    write_answer("m1", 1, "as the record says it by then");
+    go_offline();
+    plug();
+    ask();
+    tracker.answer_deleted(slot3, {"m1", 1, "as the record says it by then"}, daemon(overwritten));
+    result(false, overwritten);
+    ASSERT_EQ(decisions.size(), 2U);
+    EXPECT_EQ(decisions[1].decider, "m1");
+    EXPECT_EQ(decisions[1].reason, "as the daemon reads it");
+    ASSERT_EQ(decisions[1].answers.size(), 2U);
+    EXPECT_EQ(decisions[1].answers[0].reason, "as the record says it by then");
+    EXPECT_TRUE(decisions[1].complete);
+}
+
+TEST_F(TrackerOrderTest, WhatAnAnswerSaidThatNobodyHeardIsNotKnownFromALaterOne)
+{
+    plug();
+    write_answer("m1", 1, "nobody heard this");
+    ask();
+    Cause unheard = by_answer("m1");
+    unheard.revision += 1000;
+    tracker.answer_deleted(slot3, {"m1", 1, "as the record says it by then"}, daemon(unheard));
+    result(false, unheard);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].decider, "m1");
+    EXPECT_FALSE(decisions[0].complete);
+}
+
 TEST_F(TrackerOrderTest, AStrangersPassBehindTheLastOneDecidesNothing)
 {
     plug();
