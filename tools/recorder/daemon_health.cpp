@@ -20,6 +20,12 @@ uint64_t number_of(const store::Inspected &fields, const char *name)
     return static_cast<uint64_t>(cg::to_number(fields.value_of(name).text, 0, INT64_MAX).value_or(0));
 }
 
+// From what was counted to what is to be; one that fell is no news.
+uint64_t increase(uint64_t &counted, uint64_t now)
+{
+    return now > counted ? now - std::exchange(counted, now) : 0;
+}
+
 } // namespace
 
 DaemonHealth::DaemonHealth(Metrics &metrics, Log log) : metrics_(metrics), log_(std::move(log)) {}
@@ -48,13 +54,11 @@ void DaemonHealth::show(const store::Inspected &fields)
     const std::string &daemon = fields.value_of("instance").text;
     if (!daemon.empty() && daemon != daemon_) {
         daemon_ = daemon;
-        dropped_ = 0;
+        system_log_lines_ = 0;
+        log_records_ = 0;
     }
-    const uint64_t dropped = number_of(fields, "system_log_dropped");
-    if (dropped > dropped_) {
-        metrics_.count_dropped_lines(dropped - dropped_);
-        dropped_ = dropped;
-    }
+    metrics_.count_dropped_lines(increase(system_log_lines_, number_of(fields, "system_log_dropped")));
+    metrics_.count_dropped_records(increase(log_records_, number_of(fields, "log_dropped")));
     metrics_.show_descriptors(number_of(fields, "descriptors"), number_of(fields, "descriptors_limit"));
 }
 

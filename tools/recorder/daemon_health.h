@@ -36,8 +36,9 @@ private:
     Metrics &metrics_;
     Log log_;
     std::optional<store::Inspection> store_;
-    std::string daemon_{};  // the instance whose lines were counted last
-    uint64_t dropped_ = 0;  // so many of them
+    std::string daemon_{};          // the instance whose losses were counted last
+    uint64_t system_log_lines_ = 0; // so many of them
+    uint64_t log_records_ = 0;
     std::string problem_{}; // as reported
 };
 

@@ -42,6 +42,13 @@ Family<Counter> &counter(Registry &registry, const char *name, const char *what)
     return prometheus::BuildCounter().Name(name).Help(help).Register(registry);
 }
 
+// Of the daemon, which counts for itself.
+Counter &daemon_counter(Registry &registry, const char *name, const char *what)
+{
+    const std::string help = std::string(what) + ", since its start and through its restarts.";
+    return prometheus::BuildCounter().Name(name).Help(help).Register(registry).Add({});
+}
+
 Family<Gauge> &gauge(Registry &registry, const char *name, const char *help)
 {
     return prometheus::BuildGauge().Name(name).Help(help).Register(registry);
@@ -67,6 +74,7 @@ struct Metrics::Families {
     Counter &write_failures;
     Family<Gauge> &registered;
     Counter &dropped_lines;
+    Counter &dropped_records;
     Gauge &descriptors;
     Gauge &descriptors_limit;
 };
@@ -107,12 +115,10 @@ Metrics::Families::Families(Registry &registry)
       registered(
           gauge(registry, "cg_modules_registered",
                 "Check modules that the daemon has registered; with 0 every card is admitted unchecked.")),
-      dropped_lines(prometheus::BuildCounter()
-                        .Name("cg_system_log_dropped_total")
-                        .Help("Lines for the system log that the daemon dropped, since its start and through "
-                              "its restarts.")
-                        .Register(registry)
-                        .Add({})),
+      dropped_lines(daemon_counter(registry, "cg_system_log_dropped_total",
+                                   "Lines for the system log that the daemon dropped")),
+      dropped_records(daemon_counter(registry, "cg_daemon_log_dropped_total",
+                                     "Records of its own log that the daemon dropped")),
       descriptors(gauge(registry, "cg_daemon_descriptors",
                         "Descriptors that the daemon has, from three quarters of its limit on; else 0.")
                       .Add({})),
@@ -234,6 +240,11 @@ void Metrics::show_registered(std::size_t modules)
 void Metrics::count_dropped_lines(uint64_t lines)
 {
     families_->dropped_lines.Increment(static_cast<double>(lines));
+}
+
+void Metrics::count_dropped_records(uint64_t records)
+{
+    families_->dropped_records.Increment(static_cast<double>(records));
 }
 
 void Metrics::show_descriptors(uint64_t held, uint64_t limit)

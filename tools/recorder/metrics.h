@@ -56,6 +56,8 @@ public:
     void show_registered(std::size_t modules);
     // Counts lines for the system log that the daemon dropped.
     void count_dropped_lines(uint64_t lines);
+    // Counts records of its own log that the daemon dropped.
+    void count_dropped_records(uint64_t records);
     // Shows how many descriptors the daemon has, of how many; 0 and 0 while it is far from that.
     void show_descriptors(uint64_t held, uint64_t limit);
 

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <map>
 
 #include "unit/support/store_test.h"
 
@@ -41,21 +42,26 @@ protected:
 
 } // namespace
 
-TEST_F(DaemonHealthTest, DroppedLinesAreCountedOverTheDaemonsLives)
+TEST_F(DaemonHealthTest, WhatWasDroppedIsCountedOverTheDaemonsLives)
 {
-    const char *name = "cg_system_log_dropped_total";
-    expect_metric(name, 0);
-    say("HSET @health instance a system_log_dropped 5");
-    expect_metric(name, 5);
-    expect_metric(name, 5);
-    say("HSET @health system_log_dropped 7");
-    expect_metric(name, 7);
-    say("HSET @health instance b system_log_dropped 2");
-    expect_metric(name, 9);
-    say("DEL @health");
-    expect_metric(name, 9);
-    say("HSET @health instance b system_log_dropped 3");
-    expect_metric(name, 10);
+    const std::map<std::string, std::string> names{{"system_log_dropped", "cg_system_log_dropped_total"},
+                                                   {"log_dropped", "cg_daemon_log_dropped_total"}};
+    for (const auto &[field, metric] : names) {
+        expect_metric(metric, 0);
+        say("HSET @health instance a " + field + " 5");
+        expect_metric(metric, 5);
+        expect_metric(metric, 5);
+        say("HSET @health " + field + " 7");
+        expect_metric(metric, 7);
+        say("HSET @health instance b " + field + " 2");
+        expect_metric(metric, 9);
+        say("DEL @health");
+        expect_metric(metric, 9);
+        say("HSET @health instance b " + field + " 3");
+        expect_metric(metric, 10);
+        say("DEL @health");
+    }
+    expect_metric(names.begin()->second, 10);
     EXPECT_THAT(log_, IsEmpty());
 }
 
