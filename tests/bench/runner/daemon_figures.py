@@ -1,5 +1,10 @@
 """The daemon: a card's road, memory, start."""
+import contextlib
 import shutil
+import signal
+import time
+
+import redis
 
 from demo import programs
 from demo.daemon import Daemon
@@ -11,6 +16,7 @@ from .recording import record
 
 ROAD_CARDS, ROAD_MODULES = 20, 3
 MEMORY_CARDS = 2000
+BURST = 20000  # answers of 2.5 kB
 _SUBSCRIBED = "app_cg_check_ack_pmsg_f: subscribe ok"  # of the last of its subscriptions
 
 
@@ -47,6 +53,32 @@ def _memory(rounds):
             figure("memory-card", {"ours": per_card})]
 
 
+def _flood(one):
+    """Makes a burst of answers while the daemon stands still; returns when it has read all of them."""
+    kind = "p_libpub.app_cg_card_check_ack"
+    with contextlib.closing(redis.Redis(unix_socket_path=str(one.store.socket_path), db=1)) as store:
+        one.daemon.signal(signal.SIGSTOP)
+        for _ in range(BURST // 1000):
+            with store.pipeline(transaction=False) as pipeline:
+                for slot in range(1000):
+                    pipeline.execute_command("FCALL", "vx_mom2_set", 3, f"{kind}:1:{slot}:0:nobody", f"@rev:{kind}",
+                                             f"@idx:{kind}", "@chg:1:", "bench.1 -", "7", "x" * 2500)
+                pipeline.execute()
+        one.daemon.signal(signal.SIGCONT)
+        programs.wait_until(lambda: store.scard(f"@idx:{kind}") == 0, 60, "the daemon reads the burst")
+
+
+def _memory_burst(rounds):
+    left = []
+    for _ in range(rounds):
+        with chassis(ROAD_MODULES) as one:
+            before = one.memory()["Rss"]
+            _flood(one)
+            time.sleep(2)  # what a burst took is to be given back within a second of its end
+            left.append((one.memory()["Rss"] - before) / 1e6)
+    return [figure("memory-burst", {"ours": left})]
+
+
 def _started(one):
     """Starts a daemon in the view, as the process that measures sees it; milliseconds until all is subscribed."""
     shutil.copy(DAEMON, one.view.data / "app_cg")
@@ -75,4 +107,4 @@ def _start(rounds):
     return [figure("start", {"ours": empty}), figure("start-1000", {"ours": full})]
 
 
-MEASUREMENTS = {"road": _road, "memory": _memory, "start": _start}
+MEASUREMENTS = {"road": _road, "memory": _memory, "memory-burst": _memory_burst, "start": _start}
