@@ -55,14 +55,16 @@ void AnswerList::begin_check()
 
 void AnswerList::set_read(const std::string &module, uint64_t revision)
 {
-    const auto found = std::find_if(earlier_.begin(), earlier_.end(), [&](const Answer &answer) {
-        return revision != 0 && answer.module == module && answer.revision == revision;
-    });
-    if (found != earlier_.end()) {
-        Answer answer = std::move(*found);
-        earlier_.erase(found);
-        add(std::move(answer));
+    const auto is_it = [&](const Answer &answer) {
+        return answer.module == module && answer.revision == revision;
+    };
+    const auto found = std::find_if(earlier_.rbegin(), earlier_.rend(), is_it);
+    if (revision == 0 || found == earlier_.rend() || std::any_of(answers_.begin(), answers_.end(), is_it)) {
+        return;
     }
+    Answer answer = std::move(*found);
+    earlier_.erase(std::prev(found.base()));
+    add(std::move(answer));
 }
 
 bool AnswerList::stands(const std::string &module, uint64_t revision) const

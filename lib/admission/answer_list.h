@@ -22,7 +22,8 @@ public:
     // Another request: of the answers to the one before only those count that the daemon has not read. These
     // are those that stand, and it may still read one that was overwritten since: set_read() tells.
     void begin_check();
-    // The daemon read the module's answer of this revision, so it counts for this check.
+    // The daemon read the module's answer of this revision, so it counts for this check. In a store that lost
+    // its data revisions begin with 1 again: the latest answer that bears it is meant.
     void set_read(const std::string &module, uint64_t revision);
 
     // The record of an answer was written, and the daemon has not read it; or it was deleted.

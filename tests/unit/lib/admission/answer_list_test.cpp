@@ -86,6 +86,21 @@ TEST(AnswerListTest, OneThatWasOverwrittenCountsOnceTheDaemonReadIt)
     EXPECT_EQ(list.told(), 0U);
 }
 
+TEST(AnswerListTest, OfTwoWithOneRevisionTheLaterOneWasRead)
+{
+    AnswerList list;
+    list.add(answer("m1", 1));
+    list.begin_check();
+    Answer later = answer("m1", 1); // the store lost its data in between
+    later.reason = "later";
+    list.add(later);
+    list.set_read("m1", 1);
+    EXPECT_THAT(list.all(), ElementsAre(later));
+    list.begin_check();
+    list.set_read("m1", 1);
+    EXPECT_THAT(list.all(), ElementsAre(later));
+}
+
 TEST(AnswerListTest, FindsTheOneOfARevisionOrTheLastWhereNoneIsKnown)
 {
     AnswerList list;
