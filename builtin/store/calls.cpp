@@ -56,16 +56,6 @@ Cause::Kind cause_of(platform::Activity::Kind activity)
     return To::none;
 }
 
-Command load_functions()
-{
-    return {"FUNCTION", "LOAD", "REPLACE", library_code()};
-}
-
-bool is_missing_function(const redisReply *reply)
-{
-    return is_error(reply) && text_of(reply).find("unction not found") != std::string::npos;
-}
-
 } // namespace
 
 Calls::Calls(Shared &shared, int32_t number, AsyncConnection &loop)
@@ -195,19 +185,6 @@ Status Calls::change(Command &&call, const std::string &type)
         (void)confirm_data_set();
     }
     return {};
-}
-
-// Called without a key, a function refuses by itself.
-void Calls::keep_functions()
-{
-    const Command question{"FCALL", set_function, "0"};
-    const Answer answer = ask({question}, Purpose::read);
-    if (answer.status && is_missing_function(answer.replies[0].get())) {
-        LOG_TO(shared_.messages, platform::log_warn,
-               "database %d: the server has lost its functions %s: they are loaded again", number_,
-               library_name);
-        (void)load_and_call({question});
-    }
 }
 
 bool Calls::confirm_data_set()

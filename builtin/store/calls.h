@@ -50,6 +50,7 @@ struct Shared {
     uint64_t writes = 0;           // that have been given a mark
     std::string starter_problem{}; // the last problem printed for the one who starts the program
     bool keeps_functions = false;  // as in Options
+    Clock::time_point functions_asked_at{};
 };
 
 struct Answer {
@@ -83,9 +84,6 @@ public:
     // A revision of a type came from the server itself, or with a change.
     void learn(const std::string &type, uint64_t revision) { data_set_.learn(type, revision); }
     void hear(const std::string &type, uint64_t revision) { data_set_.hear(type, revision); }
-
-    // Loads the functions when the server has lost them.
-    void keep_functions();
 
     // Whether the data is still the known one; if not, or if nobody can say, the connection on the loop
     // is cut.

@@ -47,9 +47,9 @@ struct Options {
     // call, and from the loop: it must not throw (what it throws is dropped), nor make a call of the client.
     // Empty: all of it, reasons and events included, goes to the module's log.
     std::function<void(int32_t level, const std::string &text)> notice{};
-    // Sees to it every few seconds, while a connection is kept, that the server has the functions by which
-    // records are written: when it has lost them, those who may not load them cannot write. For a client that
-    // may.
+    // Asks the server every few seconds, on a connection of a database without subscriptions, whether it has
+    // the functions by which records are written, and loads them when it has lost them: those who may not
+    // load them cannot write. For a client that may.
     bool keeps_functions = false;
 };
 

@@ -19,4 +19,14 @@ const std::string &library_digest()
     return digest;
 }
 
+Command load_functions()
+{
+    return {"FUNCTION", "LOAD", "REPLACE", library_code()};
+}
+
+bool is_missing_function(const redisReply *reply)
+{
+    return is_error(reply) && text_of(reply).find("unction not found") != std::string::npos;
+}
+
 } // namespace store

@@ -4,6 +4,9 @@
 
 #include <string>
 
+#include "store/connection/reply.h"
+#include "store/connection/stream.h"
+
 namespace store
 {
 
@@ -17,6 +20,11 @@ inline constexpr const char *register_function = "vx_mom2_register";
 // The library's text, as it is loaded into the server; and its SHA-1, by which versions are told apart.
 const std::string &library_code();
 const std::string &library_digest();
+
+// The command that loads it.
+Command load_functions();
+// Whether a call was refused because the server has no such function.
+bool is_missing_function(const redisReply *reply);
 
 } // namespace store
 

@@ -2,10 +2,14 @@
 #include "store/inbox.h"
 
 #include <algorithm>
+#include <fstream>
+#include <utility>
 
 #include <malloc.h>
+#include <unistd.h>
 
 #include "loop/platform_context.h"
+#include "store/functions.h"
 
 namespace store
 {
@@ -14,10 +18,19 @@ namespace
 {
 
 constexpr size_t deliveries_per_turn = 64;
-constexpr int checks_between_looks = 3; // at the server's functions
-constexpr size_t burst = 1024 * 1024;   // bytes
+constexpr std::chrono::seconds functions_asked_every{3};
+constexpr size_t burst = 1024 * 1024; // bytes
 
 } // namespace
+
+Inbox::Memory Inbox::memory()
+{
+    std::ifstream statm("/proc/self/statm");
+    size_t all = 0;
+    size_t resident = 0;
+    statm >> all >> resident;
+    return {mallinfo2().fordblks, resident * static_cast<size_t>(sysconf(_SC_PAGESIZE))};
+}
 
 Inbox::Inbox(Shared &shared, Calls &calls, AsyncConnection &loop)
     : shared_(shared), calls_(calls), loop_(loop)
@@ -70,10 +83,6 @@ bool Inbox::turn()
     if (state_ == State::arrived && !open()) {
         return false;
     }
-    if (state_ == State::open && checks_ >= checks_between_looks) {
-        checks_ = 0;
-        calls_.keep_functions();
-    }
     if (state_ != State::open) {
         return false;
     }
@@ -98,6 +107,7 @@ void Inbox::on_lost(const std::string &problem)
         loss_due_ = loss;
     }
     state_ = State::down;
+    is_loading_functions_ = false;
     for (const auto &subscription : subscriptions_) {
         subscription->on_lost();
     }
@@ -155,7 +165,7 @@ void Inbox::on_pong()
 void Inbox::on_checked()
 {
     note_heard();
-    checks_ += shared_.keeps_functions ? 1 : 0;
+    ask_for_functions();
     give_burst_back();
     for (const auto &subscription : subscriptions_) {
         subscription->on_checked();
@@ -171,15 +181,50 @@ void Inbox::note_heard()
     }
 }
 
-// The heap keeps what a burst took below pieces that live on, unless it is asked; what it gave back stays
-// counted as free.
+// A function that is called without a key refuses by itself, and that it does is all that counts. A
+// connection that watches channels may not ask; a client that keeps the functions has one that watches none.
+void Inbox::ask_for_functions()
+{
+    const bool may_ask = shared_.keeps_functions && subscriptions_.empty();
+    if (may_ask && Clock::now() >= shared_.functions_asked_at + functions_asked_every) {
+        shared_.functions_asked_at = Clock::now();
+        loop_.send({"FCALL", set_function, "0"});
+    }
+}
+
+void Inbox::on_reply(const redisReply &reply)
+{
+    if (is_missing_function(&reply)) {
+        is_loading_functions_ = true;
+        loop_.send(load_functions());
+        return;
+    }
+    if (!std::exchange(is_loading_functions_, false)) {
+        return;
+    }
+    const std::string refusal = is_error(&reply) ? text_of(&reply) : "";
+    if (refusal.empty()) {
+        LOG_TO(shared_.messages, platform::log_warn,
+               "database %d: the server had lost its functions %s: they are loaded again", calls_.number(),
+               library_name);
+    } else if (refusal != functions_refusal_) {
+        LOG_TO(shared_.messages, platform::log_error,
+               "database %d: the server has lost its functions %s, and loading them is refused: %s",
+               calls_.number(), library_name, refusal.c_str());
+    }
+    functions_refusal_ = refusal;
+}
+
+// The heap keeps what a burst took below pieces that live on, unless it is asked. What it gave back stays
+// counted as free, so a burst that came and went since then shows in what is resident only.
 void Inbox::give_burst_back()
 {
-    const size_t free = mallinfo2().fordblks;
-    given_back_ = std::min(given_back_, free);
-    if (free >= given_back_ + burst) {
+    const Memory now = memory();
+    least_.free = std::min(least_.free, now.free);
+    least_.resident = std::min(least_.resident, now.resident);
+    if (now.free >= least_.free + burst || now.resident >= least_.resident + burst) {
         (void)malloc_trim(0);
-        given_back_ = free;
+        least_ = memory();
     }
 }
 

@@ -44,6 +44,13 @@ public:
     std::optional<Clock::time_point> heard_at() const { return heard_at_; }
 
 private:
+    // Of this process: bytes of the heap that are free, and bytes that are in memory (0: not known).
+    struct Memory {
+        size_t free;
+        size_t resident;
+    };
+    static Memory memory();
+
     enum class State {
         down,
         arrived, // the connection is up, and nobody has been notified
@@ -58,7 +65,9 @@ private:
     void on_message(std::string_view watched, std::string_view channel, std::string_view payload) override;
     void on_pong() override;
     void on_checked() override;
+    void on_reply(const redisReply &reply) override;
 
+    void ask_for_functions();
     void note_heard();
     void give_burst_back();
     void report_loss();
@@ -72,11 +81,12 @@ private:
     AsyncConnection &loop_;
     State state_ = State::down;
     bool has_arrived_ = false;
-    std::optional<std::string> loss_due_;         // why: a loss is to be reported
-    uint64_t arrivals_ = 0;                       // changes that have come
-    size_t given_back_ = 0;                       // free bytes of the heap when they were last given back
-    uint64_t pongs_ = 0;                          // of the present connection
-    int checks_ = 0;                              // of the connection, since the last look at the functions
+    std::optional<std::string> loss_due_; // why: a loss is to be reported
+    uint64_t arrivals_ = 0;               // changes that have come
+    Memory least_ = memory();             // since memory was given back
+    uint64_t pongs_ = 0;                  // of the present connection
+    bool is_loading_functions_ = false;
+    std::string functions_refusal_{};             // why they could not be loaded, as it was logged
     std::optional<Clock::time_point> heard_at_{}; // what waits for its delivery is not heard yet
     std::shared_ptr<const ConnectionHandler> handler_;
     std::list<std::shared_ptr<TypeSubscription>> subscriptions_; // in the order asked

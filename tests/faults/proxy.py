@@ -28,8 +28,11 @@ def is_opening(parts):
 
 
 def is_health_check(parts):
-    """Whether a command only asks whether the connection is alive; these come by the clock."""
-    return len(parts) > 1 and parts[0].upper() == b"PING"
+    """Whether a command comes by the clock: is the connection alive, are the functions there, what is not well."""
+    name, *words = parts
+    name = name.upper()
+    return bool(words) and name == b"PING" or name == b"FCALL" and words[1] == b"0" or [name, *words][:2] == [
+        b"HSET", b"@health"]
 
 
 def is_call(parts):

@@ -90,6 +90,6 @@ def test_functions_that_the_server_lost_are_loaded_while_nothing_happens(rig):
     start_checking(rig)
     rig.store.ask(b"FUNCTION FLUSH\r\n")
     rig.expect(lambda: b"vx_mom2_set" in rig.store.ask(b"FUNCTION LIST LIBRARYNAME vx_mom2\r\n"), "the functions are back")
-    rig.expect_logged("the server has lost its functions vx_mom2: they are loaded again")
+    rig.expect_logged("the server had lost its functions vx_mom2: they are loaded again")
     rig.plug("1/4/0")
     rig.expect_request("1/4/0")

@@ -59,7 +59,7 @@ MEASUREMENTS = {
                               given="7.1 MB"),
                "memory-own": Line("what of it is not shared with other programs", None, "MB"),
                "memory-card": Line("a card more: node, watch cache and all", 1.5, "KB", given="0.6 to 0.9 KB a record")},
-    "memory-burst": {"memory-burst": Line("what 20,000 answers of 2.5 kB that came at once leave, two seconds later", 1,
+    "memory-burst": {"memory-burst": Line("what two bursts of 20,000 answers of 2.5 kB leave, two seconds later", 1,
                                           "MB")},
     "start": {"start": Line("from start to all subscribed, store empty", 15, "ms"),
               "start-1000": Line("the same with 1,000 cards that are on line", 60, "ms")},
