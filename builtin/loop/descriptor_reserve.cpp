@@ -12,7 +12,6 @@
 #include <sys/resource.h>
 
 #include "loop/descriptor.h"
-#include "loop/standard_descriptors.h"
 
 namespace platform
 {
@@ -35,11 +34,12 @@ Reserve &reserve()
     return only;
 }
 
+// Each is an open file of its own: the system's table of those may be full as well.
 void take(Reserve &from)
 {
     for (Descriptor &descriptor : from.descriptors) {
         if (!descriptor) {
-            descriptor.reset(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, first_own_descriptor));
+            descriptor.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
         }
     }
 }
