@@ -2,7 +2,7 @@
 """docs/operating.md lists every message that an operator may see, with what it means and what to do.
 
 People bind alarms to these texts and look them up at night, so the list may not fall behind the code: the daemon's
-records, the system log's lines, the platform's warnings, errors and messages on standard
+records, each below its level, the system log's lines, the platform's warnings, errors and messages on standard
 error, the recorder's messages, the warnings and errors of modules made with the kit, the alarm unit's line, and the
 daemon's exit statuses.
 """
@@ -14,8 +14,12 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PAGE = (ROOT / "docs" / "operating.md").read_text(encoding="utf-8")
 LITERALS = r'((?:"(?:[^"\\]|\\.)*"\s*)+)'
-DAEMON = (re.compile(r"APP_CG_(?:FATAL|ERROR|WARN|NOTICE|INFO)\(\s*" + LITERALS),
-          re.compile(r"printk_syslog_ext\((?:[^;\"]*\"[A-Z_]+\",)?[^;\"]*" + LITERALS))
+LEVELS = ("Fatal", "Error", "Warn", "Notice", "Info")
+RECORDS = {level: re.compile(rf"APP_CG_{level.upper()}\(\s*" + LITERALS) for level in LEVELS}
+DAEMON = (*RECORDS.values(), re.compile(r"printk_syslog_ext\((?:[^;\"]*\"[A-Z_]+\",)?[^;\"]*" + LITERALS),
+          re.compile(r"printf\(\s*(?=\"[^\"]*FAIL\\r)" + LITERALS))
+# A text that has a name of its own.
+NAMED = re.compile(r"^#define (\w+)\s+(?:\\\n\s*)?((?:\"(?:[^\"\\]|\\.)*\"\s*(?:\\\n\s*)?)+)$", re.MULTILINE)
 PLATFORM = (re.compile(r"(?:PLATFORM_LOG\(|LOG_TO\([^,\"]+,)\s*(?:\w+::)?log_(?:warn|error),\s*" + LITERALS),
             re.compile(r"\bfailure\(\w+,\s*" + LITERALS),
             re.compile(r"(?:tell|notify)_starter\(\s*" + LITERALS), re.compile(r"perror\(\s*" + LITERALS),
@@ -54,13 +58,20 @@ def kit_texts() -> set[str]:
     return found - {"is not a module name"}  # which the tools say of an argument
 
 
+def with_named_texts(source: str) -> str:
+    """The source with the texts in the place of their names."""
+    for name, text in NAMED.findall(source):
+        source = re.sub(rf"(?<!#define )\b{name}\b", lambda _, text=text: text.replace("\\\n", ""), source)
+    return source
+
+
 def texts(folder: str, calls: tuple) -> set[str]:
     """The texts of these calls in the sources below a folder, without line breaks at their end."""
     found = set()
     for path in sorted((ROOT / folder).rglob("*")):
         if path.suffix not in {".cpp", ".h"}:
             continue
-        source = path.read_text(encoding="utf-8")
+        source = with_named_texts(path.read_text(encoding="utf-8"))
         for match in (match for call in calls for match in call.finditer(source)):
             text = "".join(re.findall(r'"((?:[^"\\]|\\.)*)"', match.group(1)))
             found.add(text.replace("\\r", "").replace("\\n", ""))
@@ -76,9 +87,21 @@ def entries() -> dict[str, str]:
             for name, text in zip(parts[1::2], parts[2::2])}
 
 
+def texts_of(text: str) -> set[str]:
+    """The texts that a part of the page lists."""
+    return set(re.findall(r"^- `(.*)`$", text, re.MULTILINE))
+
+
 def listed() -> set[str]:
     """The texts that the page lists."""
-    return set(re.findall(r"^- `(.*)`$", "\n".join(entries().values()), re.MULTILINE))
+    return texts_of("\n".join(entries().values()))
+
+
+def levels() -> dict[str, str]:
+    """{level: what the page has below it}, of the daemon's records."""
+    section = PAGE.split("\n## Log records\n")[1].split("\n## ")[0]
+    parts = re.split(rf"^### ({'|'.join(LEVELS)})\b.*$", section, flags=re.MULTILINE)
+    return {name: text.split("\n### ")[0] for name, text in zip(parts[1::2], parts[2::2])}
 
 
 class LogTextsTest(unittest.TestCase):
@@ -86,7 +109,7 @@ class LogTextsTest(unittest.TestCase):
 
     def wanted(self) -> set[str]:
         daemon, platform = texts("src", DAEMON), texts("builtin", PLATFORM)
-        self.assertGreaterEqual(len(daemon), 60)
+        self.assertGreaterEqual(len(daemon), 90)
         self.assertGreaterEqual(len(platform), 25)
         self.assertGreaterEqual(len(recorder_texts()), 8)
         self.assertGreaterEqual(len(kit_texts()), 20)
@@ -96,6 +119,12 @@ class LogTextsTest(unittest.TestCase):
         alarm = "The admission gate app_cg is down"
         self.assertIn(alarm, (ROOT / "packaging/systemd/app_cg-alarm.service").read_text(encoding="utf-8"))
         self.assertEqual(self.wanted() | {alarm}, listed())
+
+    def test_every_record_is_below_its_level(self) -> None:
+        self.assertEqual(list(levels()), list(LEVELS))
+        for level, text in levels().items():
+            with self.subTest(level):
+                self.assertEqual(texts("src", (RECORDS[level],)), texts_of(text))
 
     def test_every_entry_says_what_it_means_and_what_to_do(self) -> None:
         for name, text in entries().items():
