@@ -40,6 +40,18 @@ void flush_standard_output()
     }
 }
 
+// A file that was cut meanwhile, as rotation does, goes on at its end: behind a hole it would count as large
+// as before.
+void leave_no_hole()
+{
+    struct stat info {
+    };
+    if (fstat(STDOUT_FILENO, &info) == 0 && S_ISREG(info.st_mode) &&
+        lseek(STDOUT_FILENO, 0, SEEK_CUR) > info.st_size) {
+        (void)lseek(STDOUT_FILENO, 0, SEEK_END);
+    }
+}
+
 std::string whereabouts_of_standard_output()
 {
     std::array<char, PATH_MAX> path{};
@@ -91,6 +103,8 @@ OutputLoan::OutputLoan(const Identity &original)
     flush_standard_output();
     if (identity_of(STDOUT_FILENO) == original) {
         lend();
+    } else {
+        leave_no_hole();
     }
 }
 

@@ -49,10 +49,12 @@ def test_what_was_collected_is_rotated(device):
     assert device.run("cat", collected) == "", "the daemon has nothing to do with it"
 
     device.cgctl("debug", "collect")
-    assert 0 < grow() < 100000
-    assert "app_cg_wait_obj_num" in device.run("cat", collected), "the daemon began anew"
+    held = device.sh(f"ls /proc/{before}/fd | wc -l")
+    assert grow() == 0
     device.cgctl("debug", "dump_check_module")
-    assert int(device.run("stat", "-c", "%s", collected)) < 100000
+    assert 0 < int(device.run("stat", "-c", "%s", collected)) < 100000, "it goes on at the end of what was cut"
+    assert "app_cg_wait_obj_num" in device.run("cat", collected)
+    assert device.sh(f"ls /proc/{before}/fd | wc -l") == held
     device.sh(f"test -e {collected}.2.gz")
     assert device.pid() == before
 
@@ -125,6 +127,21 @@ def edit_unit(device, unit, text):
     (device.root / f"etc/systemd/system/{unit}.d").mkdir(parents=True, exist_ok=True)
     (device.root / f"etc/systemd/system/{unit}.d/override.conf").write_text(text + "\n")
     device.run("systemctl", "daemon-reload")
+
+
+def test_there_is_one_gate(device):
+    """Also where somebody starts a daemon by hand, beside the service."""
+    assert f"is held by another instance, pid {device.pid()}" in device.run("/usr/sbin/app_cg", status=255)
+
+
+def test_the_marker_turns_notification_off(device):
+    device.wait(lambda: device.unit("app_cg", "StatusText") == "Serving", "the daemon notifies")
+    device.sh("install -o app_cg -g app_cg /dev/null /run/app_cg_ham.txt")
+    edit_unit(device, "app_cg", "[Service]\nType=simple\nWatchdogSec=0")
+    device.run("systemctl", "restart", "app_cg")
+    device.wait_active()
+    device.wait(lambda: "modules" in device.cgctl("debug", "dump_check_module"), "the daemon serves")
+    assert device.unit("app_cg", "StatusText") == ""
 
 
 def test_the_store_is_set_up_as_the_manual_tells(device):

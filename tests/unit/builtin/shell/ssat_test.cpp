@@ -159,6 +159,20 @@ TEST_F(Ssat, OutputThatACommandHasMovedStaysWhereItPointed)
     EXPECT_EQ(content_of(printed), "");
 }
 
+TEST_F(Ssat, AFileThatTheOutputWasMovedToMayBeCut)
+{
+    start();
+    EXPECT_EQ(run("move").output_at, moved_to);
+    (void)run("much", {"bytes=5000"});
+    ASSERT_EQ(truncate(moved_to.c_str(), 0), 0);
+    (void)run("two", {"a=1", "b=2"});
+    EXPECT_EQ(content_of(moved_to), "a=1 b=2\r\n");
+    ASSERT_EQ(truncate(moved_to.c_str(), 4), 0);
+    (void)run("two", {"a=3", "b=4"});
+    EXPECT_EQ(content_of(moved_to), "a=1 a=3 b=4\r\n");
+    EXPECT_EQ(stop(), 0);
+}
+
 TEST_F(Ssat, ClosedOutputIsToldAndDoesNotBecomeAConnection)
 {
     start();
