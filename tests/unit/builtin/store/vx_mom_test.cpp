@@ -34,6 +34,14 @@ TEST_F(SurfaceTest, WrongArgumentsAreRefused)
     vx_mom_hash_res_free(nullptr);
 }
 
+TEST_F(SurfaceTest, AStartThatTheServerRefusesHasAStatusOfItsOwn)
+{
+    EXPECT_EQ(server.run(db, {"SET", "@rev:p_dev.card_info", "no number"}), "OK");
+    constexpr int32_t status_of_an_exit = 0xff;
+    EXPECT_EQ(vx_mom_set_sync(global.get(), db, Card(1, 3, 0, 1).message()) & status_of_an_exit, 135)
+        << "255 is another instance";
+}
+
 TEST_F(SurfaceTest, ConnectionsAreReportedInTheOrderAsked)
 {
     std::vector<int32_t> order;
