@@ -27,7 +27,10 @@ typedef struct vx_thread {
     void *arg;
 } vx_thread_t;
 
-/* A timer's callback. `t` is the handle that arming returned. The result is not used; return 0. */
+/*
+ * A timer's callback. `t` has the argument; whether it is the handle that arming returned is the platform's
+ * affair. The result is not used; return 0.
+ */
 typedef int32_t (*vx_thread_f)(vx_thread_t *t);
 
 /*

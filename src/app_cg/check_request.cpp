@@ -7,6 +7,7 @@
 
 #include "app_cg/check_request.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <iterator>
@@ -46,15 +47,21 @@ bool reserve_armed_timer()
     return true;
 }
 
-void forget_armed_timer(const vx_thread_t *timer)
-{
-    std::erase_if(armed_timers, [timer](const ArmedTimer &armed) { return armed.timer == timer; });
-}
-
 void cancel_armed_timer(vx_thread_t *timer)
 {
-    forget_armed_timer(timer);
+    std::erase_if(armed_timers, [timer](const ArmedTimer &armed) { return armed.timer == timer; });
     vx_thread_cancel(timer);
+}
+
+// What the loop hands over need not be the handle. All timers are armed for the same time, so those of a card
+// fire in the order of their arming.
+void forget_fired_timer(const CardNode *node)
+{
+    const auto fired = std::find_if(armed_timers.begin(), armed_timers.end(),
+                                    [node](const ArmedTimer &armed) { return armed.node == node; });
+    if (fired != armed_timers.end()) {
+        armed_timers.erase(fired);
+    }
 }
 
 } // namespace
@@ -141,12 +148,12 @@ int32_t app_cg_pro_timeout_card(vx_thread_t *t)
         APP_CG_ERROR("t NULL pointer, addr error!\n");
         return APP_CG_ERR_NULL;
     }
-    forget_armed_timer(t);
     auto *node = static_cast<CardNode *>(t->arg);
     if (node == nullptr) {
         APP_CG_ERROR("node NULL pointer, addr error!\n");
         return APP_CG_ERR_NULL;
     }
+    forget_fired_timer(node);
     APP_CG_FATAL("devid[%d] slotid[%d] sslotid[%d] wait_obj_bmp[%x]", node->devid, node->slotid,
                  node->sslotid, node->wait_obj.app_cg_wait_obj_bmp);
 

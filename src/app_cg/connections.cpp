@@ -25,6 +25,8 @@ constexpr char MODULE_FOLDER[] = "/etc/app_cg/deny_check/";
 constexpr int32_t RECONNECT_COMPLETED = 2;
 constexpr int EXIT_START_AFRESH = 77;
 
+} // namespace
+
 int32_t app_cg_deny_check_init()
 {
     vx_global_t *global = g_app_cg_global.global;
@@ -49,8 +51,6 @@ int32_t app_cg_deny_check_init()
     }
     return 0;
 }
-
-} // namespace
 
 void app_cg_set_db_state(int32_t db, int32_t state)
 {

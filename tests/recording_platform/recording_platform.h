@@ -25,9 +25,10 @@
 // the platform's) says so in a suffix, e.g. " flags=1", " arg=set", " done=set", " context=wrong",
 // " callback=null", " result=null", " reserved=set", " category=wrong", " format=%d".
 //
-// A timer's handle stays readable as the argument of its callback and is freed when that returns; a
-// cancelled one is freed at once. Cancelling anything but an armed timer is "vx_thread_cancel(unknown)".
-// A refused timer is "vx_thread_add_timer(300.000000) = null", an absent record "null".
+// A timer's callback is given an event that is not the handle, and is gone when it returns. A handle is freed
+// when its timer fires, a cancelled one at once. Cancelling anything but an armed timer is
+// "vx_thread_cancel(unknown)". A refused timer is "vx_thread_add_timer(300.000000) = null", an absent record
+// "null".
 //
 // Three environment variables serve programs that are tested from outside:
 //   RECORDING_PLATFORM_JOURNAL  a file to which every line is appended as it happens; line ends and

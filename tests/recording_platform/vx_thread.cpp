@@ -87,14 +87,15 @@ void run_events_of_environment()
     }
 }
 
-// The timer is dead when its callback is entered; only its memory lives until the callback's return,
-// because the callback reads its argument there.
+// The timer is dead when its callback is entered. What the callback is given is an event of its own: a loop
+// need not hand over the handle.
 void fire(const Timer &due)
 {
     const std::unique_ptr<Timer> timer = disarm(&due.event);
     state().now = std::max(state().now, timer->due);
     record_line("timer " + timer->name + " fires");
-    (void)timer->callback(&timer->event);
+    vx_thread_t event{timer->event.arg};
+    (void)timer->callback(&event);
 }
 
 } // namespace
