@@ -135,12 +135,12 @@ def test_there_is_one_gate(device):
 
 
 def test_the_marker_turns_notification_off(device):
-    device.wait(lambda: device.unit("app_cg", "StatusText") == "Serving", "the daemon notifies")
+    assert device.unit("app_cg", "StatusText") == "Serving"
     device.sh("install -o app_cg -g app_cg /dev/null /run/app_cg_ham.txt")
-    edit_unit(device, "app_cg", "[Service]\nType=simple\nWatchdogSec=0")
+    edit_unit(device, "app_cg.service", "[Service]\nType=simple\nWatchdogSec=0")
     device.run("systemctl", "restart", "app_cg")
     device.wait_active()
-    device.wait(lambda: "modules" in device.cgctl("debug", "dump_check_module"), "the daemon serves")
+    device.wait(lambda: "app_cg_wait_obj_num" in device.cgctl("debug", "dump_check_module"), "the daemon serves")
     assert device.unit("app_cg", "StatusText") == ""
 
 
