@@ -7,6 +7,7 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <string_view>
 #include <utility>
 
 #include <poll.h>
@@ -31,10 +32,30 @@ constexpr milliseconds search_period{1000};
 constexpr milliseconds time_to_end{1000};
 constexpr size_t lines_per_turn = 256;   // others on the loop must have their turns
 constexpr size_t bytes_beside_text = 64; // of a line that waits
+// More than a message holds where the system's settings are the usual ones; what it does hold shows when the
+// line is sent.
+constexpr size_t longest_line = size_t{256} * 1024;
 
 size_t bytes_of(const std::string &line)
 {
     return line.size() + bytes_beside_text;
+}
+
+// Cuts a line to so many bytes, a mark included that shows it, and through no UTF-8 character: a journal
+// would show no text at all.
+void truncate_line(std::string &line, size_t most)
+{
+    constexpr std::string_view mark = "[truncated]";
+    if (line.size() <= std::max(most, mark.size())) {
+        return;
+    }
+    size_t end = std::max(most, mark.size()) - mark.size();
+    for (int bytes = 1; bytes < 4 && end > 0 && (static_cast<unsigned char>(line[end]) & 0xc0U) == 0x80U;
+         bytes++) {
+        end--;
+    }
+    line.replace(end, std::string::npos, mark);
+    line.shrink_to_fit();
 }
 
 } // namespace
@@ -75,6 +96,7 @@ SystemLog::~SystemLog()
 
 void SystemLog::write(std::string line)
 {
+    truncate_line(line, longest_line);
     const size_t bytes = bytes_of(line);
     if (waiting_bytes_ + bytes > most_) {
         (void)flush();
@@ -117,11 +139,13 @@ bool SystemLog::flush()
         if (result != 0 && result != -EMSGSIZE) {
             return false;
         }
-        const size_t length = waiting_.front().size();
-        waiting_bytes_ -= bytes_of(waiting_.front());
-        waiting_.pop_front();
-        if (result != 0) {
-            drop("one of " + std::to_string(length) + " bytes is longer than a message may be");
+        std::string &line = waiting_.front();
+        waiting_bytes_ -= bytes_of(line);
+        if (result == 0) {
+            waiting_.pop_front();
+        } else { // longer than a message may be
+            truncate_line(line, line.size() / 2);
+            waiting_bytes_ += bytes_of(line);
         }
     }
     report_end_of_drops();

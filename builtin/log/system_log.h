@@ -38,8 +38,9 @@ public:
     SystemLog(const SystemLog &) = delete;
     SystemLog &operator=(const SystemLog &) = delete;
 
-    // Sends a line of system_log_line(), or has it wait behind those that do. What cannot be kept is dropped,
-    // counted, logged once until all that waits has left, and noted in loop/health.h. Throws std::bad_alloc.
+    // Sends a line of system_log_line(), or has it wait behind those that do. What is longer than a message
+    // may be (some 200 kB) is cut, with "[truncated]" at its end. What cannot be kept is dropped, counted,
+    // logged once until all that waits has left, and noted in loop/health.h. Throws std::bad_alloc.
     void write(std::string line);
 
     // The lines dropped so far.

@@ -122,6 +122,19 @@ def test_a_system_log_that_nobody_reads_is_reported(rig, gate):
     assert published_health(rig) == {}, "that was another life"
 
 
+def test_a_reason_longer_than_a_message_of_the_system_log_is_cut(rig, gate):
+    gate.reason = "r" * 1_000_000
+    gate.start()
+    slots = gate.expect_denials()
+    first, second = lines_about(slots, gate.reason)
+    rig.expect(lambda: len(system_log_texts(rig)) == 2, "both lines of the denial")
+    cut, whole = system_log_texts(rig)
+    assert whole == second
+    assert cut.endswith("r[truncated]") and len(cut) > 100_000
+    assert first.startswith(cut.removesuffix("[truncated]"))
+    assert published_health(rig) == {}
+
+
 def test_a_system_log_that_is_restarted_gets_what_waited(rig, gate):
     gate.start()
     rig.system_log.close()

@@ -22,7 +22,7 @@ class SystemLog:
 
     def _receive(self):
         while True:
-            record = self._socket.recv(65536)
+            record = self._socket.recv(1 << 20)
             if not record:
                 return
             self._may_read.wait()

@@ -4,6 +4,7 @@
 // included.
 #include "platform_fixture.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -223,9 +224,13 @@ std::string Mailbox::next(std::chrono::milliseconds within) const
     if (!readable(socket_.get(), within)) {
         return {};
     }
-    std::vector<char> message(size_t{64} * 1024);
-    const ssize_t length = recv(socket_.get(), message.data(), message.size(), 0);
-    return {message.data(), static_cast<size_t>(length < 0 ? 0 : length)};
+    std::string message;
+    const ssize_t length = recv(socket_.get(), nullptr, 0, MSG_PEEK | MSG_TRUNC);
+    message.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    if (recv(socket_.get(), message.data(), message.size(), 0) != length) {
+        fail("recv");
+    }
+    return message;
 }
 
 } // namespace testing_platform

@@ -1,6 +1,7 @@
 // Lines on their way to a system log that is slow, hangs, is away, or comes back.
 #include "log/system_log.h"
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <thread>
@@ -26,6 +27,8 @@ using testing_platform::content_of;
 using testing_platform::Mailbox;
 using testing_platform::ScopedSetting;
 using Texts = std::vector<std::string>;
+
+constexpr std::chrono::milliseconds at_once(0);
 
 Texts numbered(size_t first, size_t last)
 {
@@ -122,7 +125,6 @@ TEST_F(SystemLogTest, WhatCannotWaitIsCountedAndReportedOnceAndAtTheEnd)
         }
     });
     std::erase(found, "");
-    const std::chrono::milliseconds at_once(0); // all have left
     for (std::string line = reader->next(at_once); !line.empty(); line = reader->next(at_once)) {
         found.push_back(line);
     }
@@ -174,14 +176,33 @@ TEST_F(SystemLogTest, LinesWaitForAReaderThatIsNotThereYet)
     });
 }
 
-TEST_F(SystemLogTest, LineThatIsTooLongForAMessageIsDroppedAndCounted)
+TEST_F(SystemLogTest, LineThatIsTooLongForAMessageIsCutAndMarked)
 {
     SystemLog log(path);
-    log.write(std::string(1'000'000, 'x'));
+    for (const size_t length : {300'000U, 1'000'000U, 10'000'000U}) {
+        log.write(std::string(length, 'x'));
+        const std::string line = reader->next();
+        EXPECT_THAT(line.substr(0, 100'000), std::string(100'000, 'x'));
+        EXPECT_THAT(line.substr(line.size() - 12), "x[truncated]");
+    }
     log.write("next");
     EXPECT_EQ(reader->next(), "next");
-    EXPECT_EQ(log.dropped(), 1U);
-    EXPECT_THAT(content_of(own_log), HasSubstr("one of 1000000 bytes is longer than a message may be"));
+    EXPECT_EQ(log.dropped(), 0U);
+    EXPECT_EQ(content_of(own_log), "");
+}
+
+TEST_F(SystemLogTest, NoCharacterIsCutThrough)
+{
+    SystemLog log(path);
+    for (const size_t before : {0U, 1U, 2U}) {
+        std::string text(before, 'x');
+        while (text.size() < 1'000'000) {
+            text += "\xe2\x82\xac";
+        }
+        log.write(text);
+        const std::string line = reader->next();
+        EXPECT_THAT(line.substr(std::max<size_t>(line.size(), 14) - 14), "\xe2\x82\xac[truncated]");
+    }
 }
 
 TEST_F(SystemLogTest, WhatWaitsLeavesAtTheEnd)
