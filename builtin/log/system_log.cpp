@@ -15,6 +15,7 @@
 
 #include "log/platform_log.h"
 #include "log/unix_datagram.h"
+#include "loop/descriptor_reserve.h"
 #include "loop/health.h"
 #include "loop/loop.h"
 #include "loop/platform_context.h"
@@ -102,7 +103,7 @@ void SystemLog::write(std::string line)
         (void)flush();
     }
     if (waiting_bytes_ + bytes > most_) {
-        drop(path_ + " is not read, and no more lines can wait; restart the system log's service");
+        drop();
     } else {
         waiting_.push_back(std::move(line));
         waiting_bytes_ += bytes;
@@ -112,13 +113,13 @@ void SystemLog::write(std::string line)
     }
 }
 
-// Returns 0 or a negative errno; without a socket when nobody listens.
+// Returns 0 or a negative errno; without a socket when nobody can be reached.
 int SystemLog::send(const std::string &line) noexcept
 {
     int result = -ENOTCONN;
     for (int attempt = 0; attempt < 2; attempt++) {
         if (!socket_) {
-            result = connect_datagram(socket_, path_);
+            result = connect();
         }
         if (socket_) {
             result = send_datagram(socket_, line);
@@ -126,7 +127,20 @@ int SystemLog::send(const std::string &line) noexcept
         if (result == 0 || result == -EAGAIN || result == -EMSGSIZE || !socket_) {
             break;
         }
-        disconnect(); // who listened has gone; another one may be there by now
+        use({}); // who listened has gone; another one may be there by now
+    }
+    return result;
+}
+
+// Connects with who listens now; the socket stays as it is where that is not possible. Returns 0 or a
+// negative errno.
+int SystemLog::connect() noexcept
+{
+    const LentDescriptors for_the_socket;
+    Descriptor fresh;
+    const int result = connect_datagram(fresh, path_);
+    if (result == 0) {
+        use(std::move(fresh));
     }
     return result;
 }
@@ -137,6 +151,7 @@ bool SystemLog::flush()
     for (size_t lines = 0; !waiting_.empty(); lines++) {
         const int result = lines < lines_per_turn ? send(waiting_.front()) : -EAGAIN;
         if (result != 0 && result != -EMSGSIZE) {
+            problem_ = result;
             return false;
         }
         std::string &line = waiting_.front();
@@ -184,7 +199,7 @@ void SystemLog::wait_on_loop()
     }
     if (!part->search.is_armed()) {
         part->search = Timer(context, search_period, [this] {
-            disconnect();
+            (void)connect();
             flush_from_loop();
         });
     }
@@ -203,21 +218,29 @@ void SystemLog::leave_loop() noexcept
     }
 }
 
-void SystemLog::disconnect() noexcept
+// In place of the present socket, which is watched no longer.
+void SystemLog::use(Descriptor socket) noexcept
 {
     if (const std::shared_ptr<LoopPart> part = loop_part_.lock()) {
         part->room.cancel();
         part->waits_for_room = false;
     }
-    socket_.reset();
+    socket_ = std::move(socket);
 }
 
-void SystemLog::drop(const std::string &why)
+void SystemLog::drop()
 {
     dropped_++;
     note_health("system_log_dropped", dropped_);
-    if (dropped_unreported_ == 0) {
-        PLATFORM_LOG(log_warn, "system log: dropping lines: %s", why.c_str());
+    if (dropped_unreported_ == 0 && problem_ == -EAGAIN) {
+        PLATFORM_LOG(
+            log_warn,
+            "system log: dropping lines: %s is not read, and no more can wait; restart the system log's "
+            "service",
+            path_.c_str());
+    } else if (dropped_unreported_ == 0) {
+        PLATFORM_LOG(log_warn, "system log: dropping lines: %s cannot be reached: %s, and no more can wait",
+                     path_.c_str(), strerror(-problem_));
     }
     dropped_unreported_++;
 }

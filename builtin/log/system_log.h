@@ -50,18 +50,20 @@ private:
     struct LoopPart;
 
     int send(const std::string &line) noexcept;
+    int connect() noexcept;
     bool flush();
     void flush_from_loop();
     void wait_on_loop();
     void leave_loop() noexcept;
-    void disconnect() noexcept;
-    void drop(const std::string &why);
+    void use(Descriptor socket) noexcept;
+    void drop();
     void report_end_of_drops();
     void finish();
 
     std::string path_;
     size_t most_;
     Descriptor socket_;               // connected; none while nobody listens
+    int problem_ = 0;                 // why what waits has not left: a negative errno
     std::deque<std::string> waiting_; // in the order written
     size_t waiting_bytes_ = 0;
     uint64_t dropped_ = 0;

@@ -7,11 +7,14 @@
 #include <thread>
 #include <vector>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "log/platform_log.h"
+#include "loop/descriptor_reserve.h"
 #include "loop/health.h"
 #include "loop/loop.h"
 #include "unit/builtin/platform_fixture.h"
@@ -80,6 +83,15 @@ protected:
         });
         loop.run();
         worker->join();
+    }
+    // So many lines, or less when nothing more comes.
+    Texts read_up_to(size_t lines) const
+    {
+        Texts found;
+        while (found.size() < lines && (found.empty() || !found.back().empty())) {
+            found.push_back(reader->next());
+        }
+        return found;
     }
     void replace_reader()
     {
@@ -203,6 +215,81 @@ TEST_F(SystemLogTest, NoCharacterIsCutThrough)
         const std::string line = reader->next();
         EXPECT_THAT(line.substr(std::max<size_t>(line.size(), 14) - 14), "\xe2\x82\xac[truncated]");
     }
+}
+
+// Opens descriptors until there are none left.
+std::vector<platform::Descriptor> all_descriptors()
+{
+    std::vector<platform::Descriptor> all;
+    for (int fd = 0; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+        all.emplace_back(fd);
+    }
+    return all;
+}
+
+// A process with few descriptors; returns whether `body` returned true in it.
+template <typename Body>
+bool with_few_descriptors(const Body &body)
+{
+    testing_platform::Child child([&] {
+        const rlimit few{64, 64};
+        (void)setrlimit(RLIMIT_NOFILE, &few);
+        return body() ? 0 : 2;
+    });
+    return child.wait() == 0;
+}
+
+TEST_F(SystemLogTest, OutOfDescriptorsItConnectsByTheReserve)
+{
+    EXPECT_TRUE(with_few_descriptors([&] {
+        platform::hold_descriptor_reserve();
+        std::vector<platform::Descriptor> others;
+        SystemLog log(path);
+        others = all_descriptors();
+        log.write("line 1");
+        return reader->next(at_once) == "line 1";
+    }));
+}
+
+TEST_F(SystemLogTest, OutOfDescriptorsItKeepsTheSocketThatItHas)
+{
+    EXPECT_TRUE(with_few_descriptors([&] {
+        SystemLog log(path);
+        Loop loop("system_log_test");
+        const platform::Wake done(loop.context(), [&] { loop.stop(); });
+        std::vector<platform::Descriptor> others;
+        Texts found;
+        std::optional<std::thread> worker;
+        const platform::Timer start = loop.after(std::chrono::milliseconds(0), [&] {
+            for (const std::string &line : numbered(1, 300)) {
+                log.write(line);
+            }
+            others = all_descriptors();
+        });
+        // Later than the search for another reader.
+        const platform::Timer later = loop.after(std::chrono::milliseconds(1500), [&] {
+            worker.emplace([&] {
+                found = read_up_to(300);
+                done.call();
+            });
+        });
+        loop.run();
+        worker->join();
+        return found == numbered(1, 300);
+    }));
+}
+
+TEST_F(SystemLogTest, DropNamesWhyTheSystemLogCannotBeReached)
+{
+    EXPECT_TRUE(with_few_descriptors([&] {
+        SystemLog log(path, 100);
+        const auto others = all_descriptors();
+        log.write("line 1");
+        log.write("line 2");
+        return log.dropped() == 1;
+    }));
+    EXPECT_THAT(content_of(own_log),
+                HasSubstr("dropping lines: " + path + " cannot be reached: Too many open files"));
 }
 
 TEST_F(SystemLogTest, WhatWaitsLeavesAtTheEnd)
