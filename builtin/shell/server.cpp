@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
-#include <functional>
 #include <string_view>
 #include <utility>
 
@@ -120,8 +119,8 @@ void Shell::accept(int fd)
     }
 }
 
-// Hangs up on the client that has been silent for longest. When all have spoken there is one more for a
-// while: they are about to be answered.
+// Hangs up on the client that has been silent for longest. When all have spoken there is one more, and others
+// wait: they are about to be answered.
 void Shell::give_place()
 {
     const auto silent = std::find_if(connections_.begin(), connections_.end(),
@@ -160,9 +159,8 @@ bool Shell::serve(int fd)
     bufferevent_setwatermark(connection.buffer.get(), EV_READ, header_size, header_size + max_request_size);
     bufferevent_enable(connection.buffer.get(), EV_READ | EV_WRITE);
     connections_.splice(connections_.end(), fresh);
-    if (connections_.size() >= max_connections &&
-        std::none_of(connections_.begin(), connections_.end(), std::mem_fn(&Connection::is_silent))) {
-        pause(); // others wait in the backlog
+    if (connections_.size() > max_connections) {
+        pause(); // others wait in the backlog until one has gone
     }
     return true;
 }

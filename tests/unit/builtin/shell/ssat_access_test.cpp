@@ -3,9 +3,12 @@
 // The shell runs on the daemon's own loop, so a client that stalls it would stop the admission of cards. Such
 // clients speak to the socket themselves here: the tools' client is too well-behaved to try.
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include <poll.h>
@@ -97,6 +100,52 @@ TEST_F(Ssat, SilentClientsGiveWayToNewOnesTheOldestFirst)
     EXPECT_EQ(recv(silent[0].get(), &byte, 1, 0), 1) << "who speaks slowly is served";
     ASSERT_EQ(send(silent[2].get(), request.data(), request.size(), 0), static_cast<ssize_t>(request.size()));
     EXPECT_EQ(recv(silent[2].get(), &byte, 1, 0), 1) << "as is who speaks late";
+}
+
+// How many sockets a process has open.
+size_t sockets_of(pid_t pid)
+{
+    size_t sockets = 0;
+    for (const auto &entry : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd")) {
+        std::error_code gone;
+        sockets += read_symlink(entry, gone).string().starts_with("socket:") ? 1 : 0;
+    }
+    return sockets;
+}
+
+// Whether it comes to have so many.
+bool comes_to_have(pid_t pid, size_t sockets)
+{
+    const auto limit = std::chrono::steady_clock::now() + patience;
+    while (sockets_of(pid) != sockets && std::chrono::steady_clock::now() < limit) {
+        std::this_thread::yield();
+    }
+    return sockets_of(pid) == sockets;
+}
+
+TEST_F(Ssat, ClientsBeyondTheLimitWaitWhenAllOthersHaveBegunToSpeak)
+{
+    constexpr size_t most = 17; // the limit, and one more
+    start();
+    const size_t without_clients = sockets_of(daemon->pid());
+    const std::string request =
+        ssat::encode({"run", module, "much", "bytes=" + std::to_string(large_output)});
+    std::vector<platform::Descriptor> slow;
+    while (slow.size() < most) {
+        slow.push_back(connect());
+        ASSERT_TRUE(comes_to_have(daemon->pid(), without_clients + slow.size()));
+        ASSERT_EQ(send(slow.back().get(), request.data(), 1, 0), 1);
+    }
+    const platform::Descriptor next = connect();
+    for (size_t i = 0; i < 2; i++) { // two turns of the loop, so one at least in which it could be accepted
+        ASSERT_EQ(send(slow[i].get(), request.data() + 1, request.size() - 1, 0),
+                  static_cast<ssize_t>(request.size() - 1));
+        char byte = 0;
+        ASSERT_EQ(recv(slow[i].get(), &byte, 1, 0), 1);
+    }
+    EXPECT_EQ(sockets_of(daemon->pid()), without_clients + most);
+    slow.clear();
+    EXPECT_EQ(run("nothing").result, 7);
 }
 
 TEST_F(Ssat, ClientsThatNeitherSendNorReadAreHungUpOnInTheEnd)
