@@ -21,11 +21,11 @@
 #include <spdlog/sinks/rotating_file_sink.h>
 
 #include "log/journal_destination.h"
-#include "log/standard_error.h"
 #include "loop/descriptor.h"
 #include "loop/health.h"
 #include "loop/number.h"
 #include "loop/standard_descriptors.h"
+#include "loop/standard_error.h"
 
 namespace platform
 {

@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "log/standard_error.h"
 #include "log/text.h"
+#include "loop/standard_error.h"
 
 namespace platform
 {

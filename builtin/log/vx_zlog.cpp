@@ -22,6 +22,7 @@
 #include "log/log_destination.h"
 #include "log/text.h"
 #include "loop/settings.h"
+#include "loop/standard_error.h"
 
 struct vx_zlog_category {
     std::string module;
@@ -56,7 +57,8 @@ try {
         vx_zlog_category_t category{module, platform::open_log_destination(where, module)};
         return &categories().emplace(module, std::move(category)).first->second;
     } catch (const std::exception &problem) {
-        fprintf(stderr, "platform: cannot log to VX_ZLOG=%s: %s\n", where.c_str(), problem.what());
+        platform::report_on_standard_error("platform: cannot log to VX_ZLOG=%s: %s\n", where.c_str(),
+                                           problem.what());
         return nullptr;
     }
 } catch (const std::exception &) {

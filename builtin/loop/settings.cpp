@@ -6,7 +6,6 @@
 #include "loop/settings.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -16,6 +15,7 @@
 #include <utility>
 
 #include "loop/number.h"
+#include "loop/standard_error.h"
 
 namespace
 {
@@ -54,7 +54,7 @@ void report_once(const std::string &message)
     if (listener()) {
         listener()(message);
     } else {
-        fprintf(stderr, "%s\n", message.c_str());
+        platform::print_on_standard_error(message + '\n');
     }
 }
 

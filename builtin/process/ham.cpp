@@ -10,7 +10,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -23,6 +22,7 @@
 #include "loop/health.h"
 #include "loop/settings.h"
 #include "loop/standard_descriptors.h"
+#include "loop/standard_error.h"
 #include "process/descriptor_watch.h"
 #include "process/lock_holder.h"
 #include "process/service_notice.h"
@@ -37,7 +37,7 @@ std::string lock_path()
 
 int32_t cannot_tell(const std::string &path, int error)
 {
-    fprintf(stderr, "platform: cannot lock %s: %s\n", path.c_str(), strerror(error));
+    platform::report_on_standard_error("platform: cannot lock %s: %s\n", path.c_str(), strerror(error));
     return -error;
 }
 
@@ -51,7 +51,8 @@ std::string holder_in(int fd)
 void write_holder(int fd)
 {
     if (!platform::note_lock_holder(fd)) {
-        fprintf(stderr, "platform: cannot note our pid in the lock file: %s\n", strerror(errno));
+        platform::report_on_standard_error("platform: cannot note our pid in the lock file: %s\n",
+                                           strerror(errno));
     }
 }
 
@@ -78,8 +79,8 @@ try {
     if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
         const int error = errno;
         if (error == EWOULDBLOCK) {
-            fprintf(stderr, "platform: %s is held by another instance%s\n", path.c_str(),
-                    holder_in(fd).c_str());
+            platform::report_on_standard_error("platform: %s is held by another instance%s\n", path.c_str(),
+                                               holder_in(fd).c_str());
         }
         close(fd);
         return error == EWOULDBLOCK ? 1 : cannot_tell(path, error);

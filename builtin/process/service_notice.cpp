@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -17,6 +16,7 @@
 #include "loop/libevent_handles.h"
 #include "loop/number.h"
 #include "loop/platform_context.h"
+#include "loop/standard_error.h"
 
 namespace platform
 {
@@ -110,8 +110,8 @@ int register_service() noexcept
 try {
     const int result = notify_manager("STATUS=Starting");
     if (result < 0 && !may_serve_without(result)) {
-        fprintf(stderr, "platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
-                getenv("NOTIFY_SOCKET"), strerror(-result));
+        report_on_standard_error("platform: cannot reach the process manager at NOTIFY_SOCKET=%s: %s\n",
+                                 getenv("NOTIFY_SOCKET"), strerror(-result));
         return result;
     }
     accompany_runs(notices_of);

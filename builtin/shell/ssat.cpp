@@ -6,13 +6,13 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <string>
 
 #include "loop/platform_context.h"
+#include "loop/standard_error.h"
 #include "shell/server.h"
 
 namespace
@@ -51,7 +51,8 @@ try {
     auto shell = std::make_shared<ssat::Shell>(platform::event_base_of(global), module);
     const int32_t result = shell->open(path);
     if (result != 0) {
-        fprintf(stderr, "platform: no debug shell on %s: %s\n", path.c_str(), strerror(-result));
+        platform::report_on_standard_error("platform: no debug shell on %s: %s\n", path.c_str(),
+                                           strerror(-result));
         return result;
     }
     platform::slot_of(global, platform::Slot::debug_shell) = shell;

@@ -23,7 +23,7 @@ NAMED = re.compile(r"^#define (\w+)\s+(?:\\\n\s*)?((?:\"(?:[^\"\\]|\\.)*\"\s*(?:
 PLATFORM = (re.compile(r"(?:PLATFORM_LOG\(|LOG_TO\([^,\"]+,)\s*(?:\w+::)?log_(?:warn|error),\s*" + LITERALS),
             re.compile(r"\bfailure\(\w+,\s*" + LITERALS),
             re.compile(r"(?:tell|notify)_starter\(\s*" + LITERALS), re.compile(r"perror\(\s*" + LITERALS),
-            re.compile(r"fprintf\(stderr,\s*(?=\"platform: )" + LITERALS))
+            re.compile(r"report_on_standard_error\(\s*(?=\"platform: )" + LITERALS))
 # The recorder's messages are put together; what is looked for is the first long literal of each.
 RECORDER = re.compile(r'(?:\blog_|\bnotice|\bFailure)\(((?:[^";]|"(?:[^"\\]|\\.)*")*);')
 # Likewise the kit's, of which the part up to a semicolon is looked for.

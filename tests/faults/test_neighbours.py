@@ -47,11 +47,11 @@ class Gate:
         for slot in slots:
             self.chassis.plug(f"1/{slot}/0")
         for slot in slots:
-            self.rig.expect(lambda at=slot: self._is_denied(at), f"slot {slot} is denied", seconds)
+            self.rig.expect(lambda at=slot: self.is_denied(at), f"slot {slot} is denied", seconds)
         assert "app_cg_wait_obj_num 1" in self.rig.debug("dump_check_module")
         return slots
 
-    def _is_denied(self, slot):
+    def is_denied(self, slot):
         result = self.rig.by_position(f"1/{slot}/0")
         return result and result.get("6", DENY) == DENY
 
@@ -209,6 +209,20 @@ def test_standard_error_that_nobody_reads(gate, errors):
     gate.expect_denials()
     assert "records could not be written here and are lost" in errors.read()[0]
     assert int(published_health(gate.rig)["log_dropped"]) > 0
+
+
+def test_settings_that_are_wrong_on_standard_error_that_nobody_reads(rig, gate, errors):
+    errors.fill()
+    (rig.view.run / "platform.conf").write_text("not a setting\n")
+    start_without_log(gate, VX_PLATFORM_CONF="/run/platform.conf", VX_ZLOG="none")
+    gate.expect_denials()
+
+
+def test_a_debug_shell_that_cannot_listen_on_standard_error_that_nobody_reads(rig, gate, errors):
+    errors.fill()
+    start_without_log(gate, SSAT_SOCKET="/run/nowhere/app_cg.ssat", VX_ZLOG="none")
+    gate.chassis.plug("1/3/0")
+    rig.expect(lambda: gate.is_denied(3), "the card is denied")
 
 
 def test_a_full_disk_under_the_log(gate, errors):

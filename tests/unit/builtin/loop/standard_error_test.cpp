@@ -1,5 +1,5 @@
 // Writing where nobody may read.
-#include "log/standard_error.h"
+#include "loop/standard_error.h"
 
 #include <array>
 #include <csignal>
@@ -52,6 +52,22 @@ TEST(StandardError, FileGetsAll)
     write_without_waiting(file.get(), rest);
     EXPECT_TRUE(rest.empty());
     EXPECT_EQ(testing_platform::content_of(folder.file("log")), text);
+}
+
+TEST(StandardError, ReportThatNobodyReadsIsNotWaitedFor)
+{
+    const TwoEnds pipe;
+    testing_platform::Child writer{[&] {
+        (void)dup2(pipe.in.get(), STDERR_FILENO);
+        for (int i = 0; i < 100'000; i++) {
+            platform::report_on_standard_error("line %d\n", i);
+        }
+        return 0;
+    }};
+    EXPECT_EQ(writer.wait(), 0);
+    std::string begins(14, '\0');
+    EXPECT_EQ(read(pipe.out.get(), begins.data(), begins.size()), static_cast<ssize_t>(begins.size()));
+    EXPECT_EQ(begins, "line 0\nline 1\n");
 }
 
 TEST(StandardError, ReaderThatHasGoneIsNotWaitedFor)

@@ -1,9 +1,12 @@
 // Writing to standard error without waiting; see the header.
-#include "log/standard_error.h"
+#include "loop/standard_error.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 
 #include <poll.h>
 #include <unistd.h>
@@ -34,6 +37,19 @@ void write_without_waiting(int fd, std::string_view &text) noexcept
 void print_on_standard_error(std::string_view text) noexcept
 {
     write_without_waiting(STDERR_FILENO, text);
+}
+
+void report_on_standard_error(const char *format, ...) noexcept
+{
+    va_list values;
+    va_start(values, format);
+    char *text = nullptr;
+    const int length = vasprintf(&text, format, values);
+    va_end(values);
+    if (length >= 0) {
+        print_on_standard_error({text, static_cast<size_t>(length)});
+        free(text);
+    }
 }
 
 } // namespace platform
