@@ -1,6 +1,7 @@
 // The count of file descriptors; see the header.
 #include "process/descriptor_watch.h"
 
+#include <cerrno>
 #include <exception>
 #include <memory>
 #include <string>
@@ -35,7 +36,10 @@ private:
     static void timer_cb(evutil_socket_t fd, short what, void *self) noexcept;
     void inspect();
 
+    void enter(State state, const std::string &figures);
+
     State state_ = State::enough;
+    std::string unsent_status_; // for which the manager had no room
     Event timer_;
 };
 
@@ -59,28 +63,34 @@ void DescriptorWatch::inspect()
         note_health("descriptors", count.open);
         note_health("descriptors_limit", count.limit);
     }
-    if (state == state_) {
-        return;
+    if (state != state_) {
+        enter(state, std::to_string(count.open) + " of " + std::to_string(count.limit));
     }
+    if (!unsent_status_.empty() && notify_status(unsent_status_) != -EAGAIN) {
+        unsent_status_.clear();
+    }
+}
+
+void DescriptorWatch::enter(State state, const std::string &figures)
+{
     state_ = state;
-    const std::string figures = std::to_string(count.open) + " of " + std::to_string(count.limit);
     switch (state) {
     case State::enough:
         PLATFORM_LOG(log_notice, "%s file descriptors are open, which leaves enough again", figures.c_str());
-        (void)notify_manager("STATUS=Serving");
+        unsent_status_ = "Serving";
         break;
     case State::few:
         PLATFORM_LOG(log_warn, "%s file descriptors are open: restart the service before they run out",
                      figures.c_str());
-        (void)notify_manager("STATUS=Serving, with " + figures +
-                             " file descriptors open: restart it before they run out");
+        unsent_status_ =
+            "Serving, with " + figures + " file descriptors open: restart it before they run out";
         break;
     case State::reserve_used:
         PLATFORM_LOG(log_error,
                      "out of file descriptors (%s): the reserve for the store and the modules' folder is in "
                      "use, restart the service now",
                      figures.c_str());
-        (void)notify_manager("STATUS=Serving, out of file descriptors (" + figures + "): restart it now");
+        unsent_status_ = "Serving, out of file descriptors (" + figures + "): restart it now";
         break;
     }
 }

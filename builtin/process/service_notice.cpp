@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string>
 #include <system_error>
 
 #include <unistd.h>
@@ -37,11 +38,22 @@ bool may_serve_without(int result)
     return result == -ENOENT || result == -ECONNREFUSED || result == -EAGAIN;
 }
 
+std::string &status()
+{
+    static std::string line = "Serving";
+    return line;
+}
+
 // Until it is sent: nothing else repeats it, and the manager would end a service that does not become ready.
 void report_ready(evutil_socket_t /*fd*/, short /*what*/, void *arg) noexcept
 {
     constexpr timeval later{0, 100'000};
-    if (notify_manager("READY=1\nSTATUS=Serving") == -EAGAIN) {
+    int result = -EAGAIN;
+    try {
+        result = notify_manager("READY=1\nSTATUS=" + status());
+    } catch (const std::bad_alloc &) { // tried again
+    }
+    if (result == -EAGAIN) {
         evtimer_add(static_cast<Event *>(arg)->get(), &later);
     }
 }
@@ -104,6 +116,12 @@ try {
     return manager.empty() ? 0 : send_datagram(open_datagram_socket(), manager, state);
 } catch (const std::system_error &problem) {
     return -problem.code().value();
+}
+
+int notify_status(const std::string &line)
+{
+    status() = line;
+    return notify_manager("STATUS=" + line);
 }
 
 int register_service() noexcept

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace platform
@@ -18,6 +19,10 @@ namespace platform
 // -ECONNREFUSED when nobody listens there, -EAGAIN when the manager has not read for so long that there is no
 // room.
 int notify_manager(std::string_view state) noexcept;
+
+// Notifies the manager of the service's status, one line. A report of the process being ready that has not
+// left yet says the same. Returns as notify_manager(). Throws std::bad_alloc.
+int notify_status(const std::string &line);
 
 // Registers this process with the manager: once its loop runs (vx_global_run), that reports the process ready
 // at its first turn, alive at half of the interval that the manager asks for, and stopping at its end.

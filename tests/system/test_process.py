@@ -1,4 +1,5 @@
 """The life of the process: starts, refusals, exit statuses, the process manager, the level file."""
+import contextlib
 import os
 import pathlib
 import re
@@ -98,9 +99,17 @@ class Manager:
 
     def __init__(self, rig):
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self._socket.bind(str(rig.view.run / "notify"))
+        self._path = str(rig.view.run / "notify")
+        self._socket.bind(self._path)
         self._socket.setblocking(False)
         self.heard = []
+
+    def fill(self):
+        """Leaves no room for more until listen()."""
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender, contextlib.suppress(BlockingIOError):
+            sender.setblocking(False)
+            while True:
+                sender.sendto(b"x", self._path)
 
     def listen(self):
         """Everything heard so far, line by line."""
@@ -143,6 +152,25 @@ def test_out_of_descriptors_the_modules_are_still_asked(rig):
     resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE, (hard, hard))
     rig.expect_logged("which leaves enough again")
     rig.expect(lambda: "STATUS=Serving" in manager.listen(), "the manager is notified")
+
+
+def test_a_process_manager_that_is_busy_hears_of_descriptors_later(rig):
+    manager = Manager(rig)
+    manager.fill()
+    rig.start(NOTIFY_SOCKET="/run/notify")
+    hard = resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE)[1]
+    few = max(own_descriptors(rig)) + 2
+    resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE, (few, hard))
+    rig.expect_logged("file descriptors are open: restart the service before they run out")
+    rig.expect(lambda: any("READY=1" in text for text in manager.listen()), "READY=1, late")
+    statuses = [text for text in manager.listen() if text.startswith("STATUS=")]
+    assert "file descriptors open" in statuses[-1], "being ready does not hide it"
+    resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE, (hard, hard))
+    manager.listen()
+    manager.fill()
+    rig.expect_logged("which leaves enough again")
+    manager.heard.clear()
+    rig.expect(lambda: "STATUS=Serving" in manager.listen(), "what could not be sent is sent")
 
 
 def test_the_marker_file_turns_registration_off(rig):
