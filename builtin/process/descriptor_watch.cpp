@@ -60,8 +60,9 @@ void DescriptorWatch::inspect()
         state = State::few;
     }
     if (state != State::enough || state_ != State::enough) {
-        note_health("descriptors", count.open);
-        note_health("descriptors_limit", count.limit);
+        const bool is_scarce = state != State::enough;
+        note_health("descriptors", is_scarce ? count.open : 0);
+        note_health("descriptors_limit", is_scarce ? count.limit : 0);
     }
     if (state != state_) {
         enter(state, std::to_string(count.open) + " of " + std::to_string(count.limit));

@@ -9,7 +9,7 @@ import socket
 
 import pytest
 
-from rig import LEVEL_FILE
+from rig import HOST, LEVEL_FILE
 
 
 def start_and_wait(rig, **env):
@@ -133,6 +133,11 @@ def own_descriptors(rig):
     return {int(path.name): os.readlink(path) for path in pathlib.Path("/proc", str(rig.daemon.pid), "fd").iterdir()}
 
 
+def shown(rig, field):
+    """A number of the daemon's health, as it is in the store."""
+    return rig.database(HOST).hget("@health", field)
+
+
 def test_out_of_descriptors_the_modules_are_still_asked(rig):
     manager = Manager(rig)
     rig.modules("m1")
@@ -149,9 +154,11 @@ def test_out_of_descriptors_the_modules_are_still_asked(rig):
     rig.expect(lambda: any("out of file descriptors" in text for text in manager.listen()), "the manager is notified")
     rig.plug("1/3/0")
     rig.expect_request("1/3/0")
+    rig.expect(lambda: shown(rig, "descriptors_limit") == str(max(held) + 1), "the figures in the store")
     resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE, (hard, hard))
     rig.expect_logged("which leaves enough again")
     rig.expect(lambda: "STATUS=Serving" in manager.listen(), "the manager is notified")
+    rig.expect(lambda: shown(rig, "descriptors") == shown(rig, "descriptors_limit") == "0", "none are short any more")
 
 
 def test_a_process_manager_that_is_busy_hears_of_descriptors_later(rig):

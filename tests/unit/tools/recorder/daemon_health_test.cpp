@@ -71,7 +71,12 @@ TEST_F(DaemonHealthTest, DescriptorsAreShownWhileTheyAreScarce)
     say("HSET @health instance a descriptors 800 descriptors_limit 1024");
     expect_metric("cg_daemon_descriptors", 800);
     expect_metric("cg_daemon_descriptors_limit", 1024);
-    say("HDEL @health descriptors descriptors_limit");
+    say("HSET @health descriptors 0 descriptors_limit 0");
+    expect_metric("cg_daemon_descriptors", 0);
+    expect_metric("cg_daemon_descriptors_limit", 0);
+    say("HSET @health descriptors 800 descriptors_limit 1024");
+    expect_metric("cg_daemon_descriptors", 800);
+    say("DEL @health");
     expect_metric("cg_daemon_descriptors", 0);
     expect_metric("cg_daemon_descriptors_limit", 0);
 }
