@@ -186,7 +186,7 @@ private:
     {
         constexpr int32_t warn = 80;
         const std::string text =
-            "log: " + std::to_string(lost_) + " records could not be written here and are lost";
+            "log: records that could not be written here and are lost: " + std::to_string(lost_);
         const bool is_written = attempt_({"log_destination.cpp", __func__, text, __LINE__, warn});
         lost_ = is_written ? 0 : lost_;
         return is_written;

@@ -31,6 +31,7 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds search_period{1000};
 constexpr milliseconds time_to_end{1000};
+constexpr milliseconds search_period_at_end{20};
 constexpr size_t lines_per_turn = 256;   // others on the loop must have their turns
 constexpr size_t bytes_beside_text = 64; // of a line that waits
 // More than a message holds where the system's settings are the usual ones; what it does hold shows when the
@@ -248,7 +249,7 @@ void SystemLog::drop()
 void SystemLog::report_end_of_drops()
 {
     if (dropped_unreported_ != 0) {
-        PLATFORM_LOG(log_warn, "system log: %llu lines were dropped; all others have left",
+        PLATFORM_LOG(log_warn, "system log: lines dropped: %llu; all others have left",
                      static_cast<unsigned long long>(std::exchange(dropped_unreported_, 0)));
     }
 }
@@ -258,15 +259,15 @@ void SystemLog::finish()
     const auto limit = steady_clock::now() + time_to_end;
     while (!flush()) {
         const auto left = std::chrono::ceil<milliseconds>(limit - steady_clock::now());
-        if (!socket_ || left <= milliseconds(0)) {
-            break; // nobody listens, or nobody reads
+        if (left <= milliseconds(0)) {
+            break;
         }
-        pollfd room{socket_.get(), POLLOUT, 0};
-        (void)poll(&room, 1, static_cast<int>(left.count()));
+        const milliseconds pause = socket_ ? left : std::min(left, search_period_at_end);
+        pollfd room{socket_.get(), POLLOUT, 0}; // poll() passes over what is no socket
+        (void)poll(&room, 1, static_cast<int>(pause.count()));
     }
     if (!waiting_.empty()) {
-        PLATFORM_LOG(log_warn,
-                     "system log: %llu lines were dropped, and %zu wait at the process's end and are lost",
+        PLATFORM_LOG(log_warn, "system log: lines dropped: %llu, and lost at the process's end: %zu",
                      static_cast<unsigned long long>(dropped_unreported_), waiting_.size());
     }
 }

@@ -2,6 +2,8 @@
 #include "log/system_log.h"
 
 #include <algorithm>
+#include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -132,7 +134,7 @@ TEST_F(SystemLogTest, WhatCannotWaitIsCountedAndReportedOnceAndAtTheEnd)
     SystemLog log(path, 10000);
     Texts found;
     write_and_serve(log, numbered(1, 1000), [&] {
-        while (found.empty() || content_of(own_log).find("were dropped") == std::string::npos) {
+        while (found.empty() || content_of(own_log).find("lines dropped: ") == std::string::npos) {
             found.push_back(reader->next(std::chrono::milliseconds(10)));
         }
     });
@@ -146,7 +148,7 @@ TEST_F(SystemLogTest, WhatCannotWaitIsCountedAndReportedOnceAndAtTheEnd)
     const std::string said = content_of(own_log);
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 2) << said;
     EXPECT_THAT(said, HasSubstr("system log: dropping lines: " + path + " is not read"));
-    EXPECT_THAT(said, HasSubstr("system log: " + std::to_string(log.dropped()) + " lines were dropped"));
+    EXPECT_THAT(said, HasSubstr("system log: lines dropped: " + std::to_string(log.dropped()) + ";"));
     log.write("again");
     EXPECT_EQ(reader->next(), "again");
 }
@@ -306,6 +308,19 @@ TEST_F(SystemLogTest, WhatWaitsLeavesAtTheEnd)
     EXPECT_EQ(content_of(own_log), "");
 }
 
+TEST_F(SystemLogTest, ReaderThatComesBackAtTheEndGetsWhatWaits)
+{
+    unlink(path.c_str());
+    auto log = std::make_unique<SystemLog>(path);
+    for (const std::string &line : numbered(1, 3)) {
+        log->write(line);
+    }
+    const std::future<void> end = std::async(std::launch::async, [&] { log.reset(); });
+    EXPECT_EQ(end.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout) << "it gives time";
+    replace_reader();
+    EXPECT_THAT(read_up_to(3), ContainerEq(numbered(1, 3)));
+}
+
 TEST_F(SystemLogTest, ReaderThatNeverReadsDoesNotHoldUpTheEnd)
 {
     {
@@ -314,7 +329,7 @@ TEST_F(SystemLogTest, ReaderThatNeverReadsDoesNotHoldUpTheEnd)
             log.write(line);
         }
     }
-    EXPECT_THAT(content_of(own_log), HasSubstr("wait at the process's end and are lost"));
+    EXPECT_THAT(content_of(own_log), HasSubstr("lost at the process's end: "));
     EXPECT_EQ(reader->next(), "line 1");
 }
 

@@ -257,10 +257,11 @@ TEST_F(VxZlog, StandardErrorThatNobodyReadsIsNotWaitedForAndKeepsItsLines)
         const size_t at = all.find(longest);
         EXPECT_NE(at, std::string::npos) << "not as a whole";
         all.erase(std::min(at, all.size()), longest.size());
-        EXPECT_THAT(all,
-                    MatchesRegex("[^\n]* main: \n"
-                                 "[^\n]* warn [^\n]*: log: 2 records could not be written here and are lost\n"
-                                 "[^\n]* main: written\n"));
+        EXPECT_THAT(
+            all,
+            MatchesRegex("[^\n]* main: \n"
+                         "[^\n]* warn [^\n]*: log: records that could not be written here and are lost: 2\n"
+                         "[^\n]* main: written\n"));
         return 0;
     }};
     EXPECT_EQ(daemon.wait(), 0);
@@ -280,8 +281,8 @@ TEST_F(VxZlog, FileThatCannotBeOpenedAgainLosesRecordsAndNothingElse)
         log(category, 100, "again");
     }
     EXPECT_THAT(content_of(own + "/log"),
-                MatchesRegex("[^\n]*: log: [0-9]+ records could not be written here and "
-                             "are lost\n[^\n]* again\n"));
+                MatchesRegex("[^\n]*: log: records that could not be written here and "
+                             "are lost: [0-9]+\n[^\n]* again\n"));
 }
 
 TEST_F(VxZlog, JournalGetsFields)
