@@ -225,10 +225,21 @@ def test_a_debug_shell_that_cannot_listen_on_standard_error_that_nobody_reads(ri
     rig.expect(lambda: gate.is_denied(3), "the card is denied")
 
 
-def test_a_full_disk_under_the_log(gate, errors):
+def test_a_full_disk_under_the_log(rig, gate, errors):
+    log = rig.view.log / "own.log"
+    log.symlink_to("/dev/full")
     errors.fill()
-    start_without_log(gate, VX_ZLOG="file:/dev/full")
+    start_without_log(gate, VX_ZLOG="file:/log/own.log")
     gate.expect_denials(5)
+    rig.expect(lambda: int(published_health(rig).get("log_dropped", 0)) > 0, "the number in the store")
+    log.unlink()
+
+    def first_line():
+        gate.expect_denials()
+        return log.read_text().partition("\n")[0] if log.exists() else ""
+    rig.expect(first_line, "the log is written again")
+    lost = re.search(r"records that could not be written here and are lost: (\d+)$", first_line())[1]
+    rig.expect(lambda: published_health(rig)["log_dropped"] == lost, "the same number in the store")
 
 
 def test_a_log_whose_folder_is_gone_when_it_is_rotated(rig, gate):

@@ -161,6 +161,24 @@ def test_out_of_descriptors_the_modules_are_still_asked(rig):
     rig.expect(lambda: shown(rig, "descriptors") == shown(rig, "descriptors_limit") == "0", "none are short any more")
 
 
+def test_when_collecting_has_used_up_all_descriptors_the_modules_are_still_asked(rig):
+    rig.modules("m1")
+    rig.start()
+    limit = len(own_descriptors(rig)) + 12
+    resource.prlimit(rig.daemon.pid, resource.RLIMIT_NOFILE, (limit, limit))
+    while len(own_descriptors(rig)) + 6 <= limit:  # as many as one takes while it runs
+        rig.debug("collect")
+    with contextlib.ExitStack() as silent:
+        for _ in range(6):  # for the rest
+            silent.enter_context(socket.socket(socket.AF_UNIX)).connect(str(rig.view.run / "app_cg.ssat"))
+        rig.expect(lambda: len(own_descriptors(rig)) == limit, "all descriptors are in use")
+        rig.store.ask(b"CLIENT KILL TYPE normal SKIPME yes\r\n")
+        rig.store.ask(b"CLIENT KILL TYPE pubsub SKIPME yes\r\n")
+        rig.expect_logged("out of file descriptors")
+        rig.plug("1/3/0")
+        rig.expect_request("1/3/0")
+
+
 def test_a_process_manager_that_is_busy_hears_of_descriptors_later(rig):
     manager = Manager(rig)
     manager.fill()
