@@ -1,6 +1,6 @@
 // The debug shell's server: connections on the loop, one request each. Sixteen at a time; then the client
-// that has said nothing for longest gives way to a new one. When each has begun to speak there is one more, and
-// others wait in the socket's backlog.
+// that has said nothing for longest gives way to a new one. When each has begun to speak there is one more,
+// and others wait in the socket's backlog.
 #ifndef SHELL_SERVER_H
 #define SHELL_SERVER_H
 
