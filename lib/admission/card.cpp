@@ -175,7 +175,7 @@ void Card::result_deleted(const Change &change)
 
 Explanation Card::explanation() const
 {
-    return result_ ? explanation_of(result_->pass, result_->write.origin.cause, shown_.card.node_type)
+    return result_ ? explanation_of(result_->pass, result_->write.origin.cause, result_->node_type)
                    : Explanation{};
 }
 

@@ -37,6 +37,7 @@ struct Shared {
 // A result that stands: what the start-up software reads.
 struct Result {
     bool pass = false;
+    int32_t node_type = 0; // of the card that was decided on
     Write write{};
 };
 

@@ -102,7 +102,7 @@ void CardTracker::card_written(const CardFacts &facts, const Change &change)
     const auto result = results_.find(facts.tipc_nodeid);
     const bool is_this =
         result != results_.end() &&
-        explanation_of(result->second.pass, result->second.write.origin.cause, facts.node_type)
+        explanation_of(result->second.pass, result->second.write.origin.cause, result->second.node_type)
                 .position.value_or(facts.position) == facts.position;
     card(facts.position).written(facts, is_this ? std::optional(result->second) : std::nullopt, change);
 }
@@ -154,9 +154,9 @@ void CardTracker::answer_deleted(const Position &position, const Answer &answer,
     }
 }
 
-void CardTracker::result_written(int32_t tipc_nodeid, bool pass, const Change &change)
+void CardTracker::result_written(int32_t tipc_nodeid, bool pass, int32_t node_type, const Change &change)
 {
-    const Result result{pass, change.write};
+    const Result result{pass, node_type, change.write};
     if (explanation_of(pass, change.write.origin.cause, 0).outcome != Outcome::unseen) {
         hear_daemon(change);
     }

@@ -88,7 +88,7 @@ void feed_result(const Event &event, const ProtobufCMessage &record)
     } else {
         event.tracker.result_written(result.index->card_tipc_nodeid,
                                      result.stat == P_LIBPUB__APP_CG_CARD_CHECK_STAT__APP_CG_CHECK_PASS,
-                                     event.change);
+                                     static_cast<int32_t>(result.node_type), event.change);
     }
 }
 

@@ -63,7 +63,8 @@ public:
     void answer_written(const Position &position, const Answer &answer, const Change &change);
     // The answer is as it last was.
     void answer_deleted(const Position &position, const Answer &answer, const Change &change);
-    void result_written(int32_t tipc_nodeid, bool pass, const Change &change);
+    // node_type  of the card that the daemon decided on: a newer one may have its slot by now.
+    void result_written(int32_t tipc_nodeid, bool pass, int32_t node_type, const Change &change);
     void result_deleted(int32_t tipc_nodeid, const Change &change);
     void power_off_written(const Position &position, bool off);
     void cannot_start_written(const Position &position, bool cannot_start);

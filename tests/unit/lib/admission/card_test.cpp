@@ -89,7 +89,7 @@ TEST_F(CardTest, APassAfterAWithdrawalAndARestartOfTheListenerIsAPass)
     late.card_written(card(true), other(true));
     late.snapshot_done(now);
     write_answer("m1");
-    late.result_written(1259, true, daemon(by_answer("m1")));
+    late.result_written(1259, true, line_card, daemon(by_answer("m1")));
     ASSERT_THAT(decisions, SizeIs(1));
     EXPECT_EQ(decisions[0].outcome, Outcome::passed);
     EXPECT_EQ(decisions[0].decider, "m1");
@@ -145,7 +145,7 @@ TEST_F(CardTest, ADaemonWithoutModulesIsKnownByWhatItAdmittedInAnOutage)
     ask();
     restart();
     tracker.set_modules({});
-    tracker.result_written(1259, true, daemon(by_card(), true));
+    tracker.result_written(1259, true, line_card, daemon(by_card(), true));
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::withdrawn, Outcome::unasked));
     EXPECT_TRUE(was_cut_off(decisions[0]));
     EXPECT_EQ(shown().state, State::unasked);
@@ -224,7 +224,7 @@ TEST_F(CardTest, SoItIsOfACardWhoseAdmissionByTheLivingDaemonWasFound)
 {
     plug(true);
     write_answer("m2", 0, "", true);
-    tracker.result_written(1259, true, daemon(by_answer("m2"), true));
+    tracker.result_written(1259, true, line_card, daemon(by_answer("m2"), true));
     tracker.snapshot_done(now);
     go_offline();
     plug();
@@ -236,7 +236,7 @@ TEST_F(CardTest, SoItIsOfACardWhoseAdmissionByTheLivingDaemonWasFound)
 TEST_F(CardTest, TheNextDaemonAsksAllWhomeverTheOneBeforeAdmitted)
 {
     plug(true);
-    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.result_written(1259, true, line_card, daemon(by_timer(), true));
     tracker.snapshot_done(now);
     restart();
     ask();
@@ -251,7 +251,7 @@ TEST_F(CardTest, ARequestThatIsFoundBesideANewerResultIsNotWaitedFor)
     const Change decided = daemon(by_timer(), true);
     plug(true);
     tracker.request_written(slot3, asked);
-    tracker.result_written(1259, true, decided);
+    tracker.result_written(1259, true, line_card, decided);
     tracker.snapshot_done(now);
     EXPECT_EQ(shown().state, State::silence);
     EXPECT_TRUE(shown().request);
@@ -263,7 +263,7 @@ TEST_F(CardTest, ARequestThatIsFoundBesideAnOlderResultIs)
     const Change decided = daemon(by_timer(), true);
     plug(true);
     ask(true);
-    tracker.result_written(1259, true, decided);
+    tracker.result_written(1259, true, line_card, decided);
     tracker.snapshot_done(now);
     EXPECT_EQ(shown().state, State::waiting);
 }
@@ -274,7 +274,7 @@ TEST_F(CardTest, AnAdmissionByADaemonWithoutModulesOutranksAnEarlierOnesRequest)
     plug(true);
     ask(true);
     restart();
-    tracker.result_written(1259, true, daemon(by_card(), true));
+    tracker.result_written(1259, true, line_card, daemon(by_card(), true));
     tracker.snapshot_done(now);
     EXPECT_EQ(shown().state, State::unasked);
 }
@@ -286,7 +286,7 @@ TEST_F(CardTest, AnAdmissionForNewerInformationOfTheCardDoesSoToo)
     restart();
     Cause newer = by_card();
     ++newer.revision;
-    tracker.result_written(1259, true, daemon(newer, true));
+    tracker.result_written(1259, true, line_card, daemon(newer, true));
     EXPECT_EQ(shown().state, State::unasked);
 }
 
@@ -296,7 +296,7 @@ TEST_F(CardTest, ADaemonWithModulesHasAskedAgain)
     restart();
     plug(true);
     ask(true);
-    tracker.result_written(1259, true, admitted);
+    tracker.result_written(1259, true, line_card, admitted);
     EXPECT_EQ(shown().state, State::waiting);
 }
 
@@ -308,7 +308,7 @@ TEST_F(CardTest, OfAnEarlierBuildItIsNotKnownWhoDecided)
     write_answer("m1");
     tracker.answer_deleted(slot3, {"m1"}, unknown());
     EXPECT_THAT(shown().waiting_for, ElementsAre("m2", "m3"));
-    tracker.result_written(1259, true, unknown());
+    tracker.result_written(1259, true, line_card, unknown());
     tracker.request_deleted(slot3, unknown());
     ASSERT_THAT(outcomes(), ElementsAre(Outcome::unseen));
     EXPECT_EQ(decisions[0].admitted, true);
@@ -319,7 +319,7 @@ TEST_F(CardTest, OfAnEarlierBuildItIsNotKnownWhoDecided)
     tracker.request_written(slot3, unknown());
     tracker.request_written(slot3, unknown());
     EXPECT_THAT(outcomes(), ElementsAre(Outcome::unseen, Outcome::unseen));
-    tracker.result_written(1259, false, unknown());
+    tracker.result_written(1259, false, line_card, unknown());
     EXPECT_EQ(shown().state, State::denied);
     EXPECT_EQ(decisions.back().reason, "");
 }
@@ -350,7 +350,7 @@ TEST_F(CardTest, WhatIsFoundTellsDeciderAndTimeOutWithoutAnyMemory)
 {
     plug(true);
     write_answer("m2", 1, "", true);
-    tracker.result_written(1259, false, daemon(by_answer("m2"), true));
+    tracker.result_written(1259, false, line_card, daemon(by_answer("m2"), true));
     tracker.snapshot_done(now);
     EXPECT_EQ(shown().state, State::denied);
     EXPECT_EQ(shown().decider, "m2");

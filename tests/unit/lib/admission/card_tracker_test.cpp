@@ -246,11 +246,20 @@ TEST_F(CardTrackerTest, MainBoardsAreExempt)
 {
     tracker.card_written(card(true, main_board), other());
     EXPECT_EQ(shown().state, State::undecided);
-    result(true, by_card());
+    result(true, by_card(), main_board);
     EXPECT_EQ(decisions.at(0).outcome, Outcome::exempt);
     EXPECT_EQ(shown().state, State::exempt);
     tracker.card_written(card(false, main_board), other());
     EXPECT_EQ(shown().state, State::exempt);
+}
+
+TEST_F(CardTrackerTest, ABoardWhoseSlotANewerCardHasByNowWasExempt)
+{
+    tracker.card_written(card(true, main_board), other());
+    plug(); // a line card, of which a daemon that lags does not know yet
+    result(true, by_card(), main_board);
+    ASSERT_EQ(decisions.size(), 1U);
+    EXPECT_EQ(decisions[0].outcome, Outcome::exempt) << "unasked would say that there are no modules";
 }
 
 TEST_F(CardTrackerTest, WithoutModulesNobodyIsAsked)
@@ -326,7 +335,7 @@ TEST_F(CardTrackerTest, ARememberedCheckThatIsGoneEndedAsItsResultSays)
 {
     tracker.take_up({card(true), now - 100s, {"m2"}, {}, false, ask_unheard()}, now);
     plug(true);
-    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.result_written(1259, true, line_card, daemon(by_timer(), true));
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::silence);
     EXPECT_THAT(decisions[0].silent, ElementsAre("m2"));
@@ -341,7 +350,7 @@ TEST_F(CardTrackerTest, ARememberedCheckWhoseResultSaysNotHowEndedUnseen)
 {
     tracker.take_up({card(true), now - 100s, {"m2"}, {}, false, ask_unheard()}, now);
     plug(true);
-    tracker.result_written(1259, true, unknown(true));
+    tracker.result_written(1259, true, line_card, unknown(true));
     EXPECT_THAT(decisions, IsEmpty());
     tracker.snapshot_done(now);
     ASSERT_EQ(decisions.size(), 1U);
@@ -357,7 +366,7 @@ TEST_F(CardTrackerTest, AResultThatIsOlderThanTheRequestDidNotEndIt)
     const Change before = daemon(by_timer(), true);
     tracker.take_up({card(true), now - 100s, {"m2"}, {}, false, ask_unheard()}, now);
     plug(true);
-    tracker.result_written(1259, true, before);
+    tracker.result_written(1259, true, line_card, before);
     tracker.snapshot_done(now);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
@@ -371,7 +380,7 @@ TEST_F(CardTrackerTest, AResultOfAnotherCardDidNotEndIt)
     other_card.serial = "0b";
     tracker.take_up({other_card, now - 100s, {"m2"}, {}, false, ask_unheard()}, now);
     plug(true);
-    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.result_written(1259, true, line_card, daemon(by_timer(), true));
     tracker.snapshot_done(now);
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::unseen);
@@ -386,7 +395,7 @@ TEST_F(CardTrackerTest, AfterALossAnEndedCheckEndedAsItsResultSays)
     Change gone = other(true);
     tracker.request_deleted(slot3, gone); // the store tells of it before the result
     EXPECT_THAT(decisions, IsEmpty());
-    tracker.result_written(1259, false, daemon(by_answer("m2"), true));
+    tracker.result_written(1259, false, line_card, daemon(by_answer("m2"), true));
     ASSERT_EQ(decisions.size(), 1U);
     EXPECT_EQ(decisions[0].outcome, Outcome::denied);
     EXPECT_EQ(decisions[0].decider, "m2");
@@ -408,7 +417,7 @@ TEST_F(CardTrackerTest, ARememberedDecisionTellsSinceWhenItsResultStands)
     before.result = written.write;
     tracker.remember_decision(before);
     plug(true);
-    tracker.result_written(1259, true, written);
+    tracker.result_written(1259, true, line_card, written);
     EXPECT_EQ(shown().state, State::silence);
     EXPECT_EQ(shown().since, now - 500s);
     EXPECT_TRUE(shown().explained);
@@ -423,7 +432,7 @@ TEST_F(CardTrackerTest, ARememberedDecisionGivesWayToTheStore)
     before.result = daemon(by_timer()).write;
     tracker.remember_decision(before);
     plug(true);
-    tracker.result_written(1259, false, unknown(true));
+    tracker.result_written(1259, false, line_card, unknown(true));
     EXPECT_EQ(shown().state, State::denied);
     EXPECT_EQ(shown().since, std::nullopt);
     EXPECT_FALSE(shown().explained);
@@ -478,7 +487,7 @@ TEST_F(CardTrackerTest, AFreshDaemonHasReadItsModulesAgain)
         tracker.set_modules({"m1", "m" + std::to_string(3 + called)});
     });
     plug();
-    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.result_written(1259, true, line_card, daemon(by_timer(), true));
     EXPECT_EQ(heard, "") << "what is found may be any daemon's";
     ask(true);
     EXPECT_EQ(heard, "daemon1, ") << "but most likely this one lives";

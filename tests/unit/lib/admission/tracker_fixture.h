@@ -99,7 +99,10 @@ protected:
         write_answer(module, ret, reason);
         read_answer(module);
     }
-    void result(bool pass, const Cause &cause) { tracker.result_written(1259, pass, daemon(cause)); }
+    void result(bool pass, const Cause &cause, int32_t type = line_card)
+    {
+        tracker.result_written(1259, pass, type, daemon(cause));
+    }
     // The result, then the request's end, of the answer that was read last.
     void end(bool pass)
     {

@@ -162,7 +162,7 @@ TEST_F(TrackerOrderTest, ACardThatWasThereBeforeIsAskedAgainByAFreshDaemonOnly)
     tracker.on_daemon([&](const std::string &, bool) { ++told; });
     tracker.set_modules({"m1"});
     plug(true);
-    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.result_written(1259, true, line_card, daemon(by_timer(), true));
     tracker.snapshot_done(now);
     now += 50s;
     restart();
@@ -186,7 +186,7 @@ TEST_F(TrackerOrderTest, AnotherCardHasNothingOfItsForerunnersPast)
     tracker.remember_decision(before);
     plug(true);
     write_answer("m1");
-    tracker.result_written(1259, true, daemon(by_answer("m1"), true));
+    tracker.result_written(1259, true, line_card, daemon(by_answer("m1"), true));
     tracker.snapshot_done(now);
     EXPECT_EQ(shown().state, State::passed);
     EXPECT_EQ(shown().decider, "m1");

@@ -83,7 +83,7 @@ TEST_F(TrackerTakeUpTest, ACheckInWhosePlaceAnotherWasHeardOfEndedUnseen)
 {
     const OpenCheck check = remembered();
     plug(true);
-    tracker.result_written(1259, true, unknown(true));
+    tracker.result_written(1259, true, line_card, unknown(true));
     tracker.snapshot_done(now);
     const Time began = now;
     now += 60s;
@@ -106,7 +106,7 @@ TEST_F(TrackerTakeUpTest, ACheckThatWasDecidedWhileNobodyListenedEndedAsTheResul
     const OpenCheck check = remembered();
     plug(true);
     write_answer("m3", 0, "", true);
-    tracker.result_written(1259, true, daemon(by_answer("m3"), true));
+    tracker.result_written(1259, true, line_card, daemon(by_answer("m3"), true));
     tracker.snapshot_done(now);
     EXPECT_THAT(decisions, IsEmpty());
     now += 60s;
@@ -127,7 +127,7 @@ TEST_F(TrackerTakeUpTest, ARememberedPassIsNotTheReasonOfADenialThatNobodyHeard)
     write_answer("m1", 1, "hot"); // of which this tracker, without a card, and the late one hear nothing
     CardTracker late([this](const Decision &decision) { decisions.push_back(decision); });
     late.card_written(card(true), other(true));
-    late.result_written(1259, false, daemon(by_answer("m1"), true));
+    late.result_written(1259, false, line_card, daemon(by_answer("m1"), true));
     late.snapshot_done(now);
     late.take_up(check, now);
     ASSERT_THAT(decisions, SizeIs(1));
@@ -142,7 +142,7 @@ TEST_F(TrackerTakeUpTest, SoDidOneWhoseRequestOutlivesItsResult)
     const OpenCheck check = remembered();
     plug(true);
     find_request();
-    tracker.result_written(1259, true, daemon(by_timer(), true));
+    tracker.result_written(1259, true, line_card, daemon(by_timer(), true));
     tracker.snapshot_done(now);
     EXPECT_EQ(shown().state, State::silence);
     EXPECT_THAT(decisions, IsEmpty()) << "whose check that was nobody knew";
@@ -241,7 +241,7 @@ TEST_F(TrackerTakeUpTest, ARememberedDecisionExplainsTheStateAndChangesNoneThatW
     const Change written = daemon(by_timer(), true);
     before.result = written.write;
     plug(true);
-    tracker.result_written(1259, true, written);
+    tracker.result_written(1259, true, line_card, written);
     tracker.snapshot_done(now);
     EXPECT_EQ(shown().state, State::silence);
     EXPECT_EQ(shown().since, std::nullopt);
@@ -278,7 +278,7 @@ TEST_F(TrackerTakeUpTest, ARequestThatIsRememberedAsEndedIsNotWaitedForWheneverT
     ask();
     restart();
     const Change admitted = daemon(by_card());
-    tracker.result_written(1259, true, admitted);
+    tracker.result_written(1259, true, line_card, admitted);
     ASSERT_THAT(outcomes(), ElementsAre(Outcome::withdrawn, Outcome::unasked));
     for (const bool early : {true, false}) {
         CardTracker next([this](const Decision &decision) { decisions.push_back(decision); });

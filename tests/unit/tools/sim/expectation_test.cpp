@@ -49,7 +49,7 @@ protected:
     // The daemon writes the result and withdraws the request, for the answer that it read last.
     void decide(bool pass)
     {
-        tracker_.result_written(tipc, pass, daemon(cause_));
+        tracker_.result_written(tipc, pass, 3, daemon(cause_));
         tracker_.request_deleted(third, daemon(cause_));
         judge_.ended(third);
     }

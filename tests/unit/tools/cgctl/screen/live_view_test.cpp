@@ -25,7 +25,7 @@ protected:
         plug(2);
         plug(3);
         events.tracker().request_written({1, 2, 0}, by("p_dev.card_info:0:1:2:0"));
-        events.tracker().result_written(1003, true, by("p_dev.card_info:0:1:3:0"));
+        events.tracker().result_written(1003, true, 3, by("p_dev.card_info:0:1:3:0"));
         events.all_received(now);
     }
 
@@ -107,7 +107,7 @@ TEST_F(LiveViewTest, FilterShowsOneStateAndSaysSo)
 TEST_F(LiveViewTest, ADenialStaysOnTheScreenWhenItsCardGoesOffLine)
 {
     events.tracker().answer_written({1, 2, 0}, {"m1", 7, "too hot"}, {now, false, {1, {}}});
-    events.tracker().result_written(1002, false, by("p_libpub.app_cg_card_check_ack:1:2:0:m1"));
+    events.tracker().result_written(1002, false, 3, by("p_libpub.app_cg_card_check_ack:1:2:0:m1"));
     events.tracker().card_written({{1, 2, 0}, "lc-2", "0a", 3, 17, 0, 1002, false}, {now});
     EXPECT_THAT(shown(), HasSubstr(" 3 cards: 1 denied, 1 no module registered, 1 offline\n"));
     press({'f', 'f', 'v', 'v'});
@@ -121,7 +121,7 @@ TEST_F(LiveViewTest, ADenialStaysOnTheScreenWhenItsCardGoesOffLine)
 TEST_F(LiveViewTest, ADenialThatNobodySawHasTheDaemonsReason)
 {
     events.tracker().card_written({{1, 4, 0}, "lc-4", "0a", 3, 17, 0, 1004, true}, {now, true});
-    events.tracker().result_written(1004, false, {now, true});
+    events.tracker().result_written(1004, false, 3, {now, true});
     events.set_daemons_reasons({{{1, 4, 0}, "too\nhot"}, {{1, 3, 0}, "of before"}});
     press({'v', 'v'});
     EXPECT_THAT(shown(), HasSubstr("denied: too\\nhot"));
