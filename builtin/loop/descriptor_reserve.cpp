@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 
 #include <fcntl.h>
@@ -28,9 +29,10 @@ struct Reserve {
     std::array<Descriptor, reserve_size> descriptors;
 };
 
+// Never destroyed: what ends with the process may still borrow.
 Reserve &reserve()
 {
-    static Reserve only;
+    static auto &only = *std::make_unique<Reserve>().release();
     return only;
 }
 
