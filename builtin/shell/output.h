@@ -5,7 +5,8 @@
 // End of file could not mark the end anyway, because a command may keep a duplicate of descriptor 1 for good.
 //
 // A command may also point descriptor 1 elsewhere for good. Then it is not taken back, and from then on
-// nothing is lent any more: the loan would undo what the operator wanted. A file there may be cut at any time.
+// nothing is lent any more: the loan would undo what the operator wanted. A file there may be cut at any
+// time.
 #ifndef SHELL_OUTPUT_H
 #define SHELL_OUTPUT_H
 

@@ -288,7 +288,7 @@ TEST_F(TrackerTakeUpTest, ARequestThatIsRememberedAsEndedIsNotWaitedForWheneverT
         }
         next.card_written(card(true), other(true));
         next.request_written(slot3, {now, true, request()});
-        next.result_written(1259, true, {now, true, admitted.write});
+        next.result_written(1259, true, line_card, {now, true, admitted.write});
         next.snapshot_done(now);
         next.remember_decision(decisions[1]);
         EXPECT_EQ(next.find(slot3)->state, State::unasked);
