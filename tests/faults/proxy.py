@@ -5,6 +5,7 @@ when it has come as a whole; those of a connection's opening are not calls of th
 apart. At the chosen command one fault happens, once; connections made afterwards are served as if nothing had
 been. Cutting packets at random was rejected: no seed would say which call had been cut.
 """
+import collections
 import contextlib
 import os
 import selectors
@@ -78,12 +79,18 @@ class KillAfter(KillBefore):
 class Proxy:
     """Serves until closed; a context manager."""
 
-    def __init__(self, store_path, own_path=None, counted=is_call):
-        """Passes on to the unix socket `store_path`; serves `own_path`, or a free loopback port without it."""
+    def __init__(self, store_path, own_path=None, counted=is_call, kept=None):
+        """Passes on to the unix socket `store_path`; serves `own_path`, or a free loopback port without it.
+
+        The last `kept` commands are remembered, all of them without it.
+        """
         self._store_path = str(store_path)
         self._counted = counted
         self._lock = threading.Lock()
-        self._commands = []
+        self._commands = collections.deque(maxlen=kept)
+        self._count = 0
+        self.accepted = 0  # connections so far
+        self.pushed = lambda raw, parts: raw  # what becomes of a published message on its way to the daemon
         self._fault = None
         self._at = None
         self.struck = None  # the command at which the fault happened
@@ -129,7 +136,12 @@ class Proxy:
     def count(self):
         """How many commands were counted."""
         with self._lock:
-            return len(self._commands)
+            return self._count
+
+    def disarm(self):
+        """Takes a fault back that has not happened."""
+        with self._lock:
+            self._fault = None
 
     def close(self):
         """Stops serving; connections that stand are closed by their own threads."""
@@ -151,6 +163,7 @@ class Proxy:
                 client, _ = self._listener.accept()
             except OSError:
                 return
+            self.accepted += 1
             threading.Thread(target=self._serve, args=[client], daemon=True).start()
 
     def _serve(self, client):
@@ -165,7 +178,8 @@ class Proxy:
             return None
         with self._lock:
             self._commands.append((pid, parts))
-            if self._fault is None or len(self._commands) != self._at:
+            self._count += 1
+            if self._fault is None or self._count != self._at:
                 return None
             fault, self._fault = self._fault, None
             self._struck_pid = pid
@@ -257,7 +271,9 @@ class _Passage:
         """
         while (message := self._from_server.take()) is not None:
             raw, parts = message
-            if not is_pushed(parts):
+            if is_pushed(parts):
+                raw = self._proxy.pushed(raw, parts)
+            else:
                 self._unanswered -= 1
                 if keep_back and self._unanswered == 0:
                     return False
