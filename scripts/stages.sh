@@ -205,3 +205,13 @@ fault_tests()
         --basetemp "$stages_logs/tmp-faults" --junitxml "$junit" "$project_root/tests/faults" 2>&1 |
         tee "$stages_logs/faults-$1.log"
 }
+
+# soak_tests PRESET
+soak_tests()
+{
+    # Two minutes with a fixed seed, and the wrongs that the soak has to find.
+    APP_CG_BUILD=$project_root/build/$1 PYTHONDONTWRITEBYTECODE=1 \
+        /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --rootdir "$project_root/tests/soak" \
+        --basetemp "$stages_logs/tmp-soak" --junitxml "$junit" "$project_root/tests/soak" 2>&1 |
+        tee "$stages_logs/soak-$1.log"
+}
