@@ -106,7 +106,7 @@ class _Reading:
         roles = [known.role] + [int(change.fields.get("6", "0")) for change in changes if change.kind == ROLE]
         self._all_roles = frozenset(roles + [0] * (round_.deaths > 0))
         self._is_lossy = round_.is_lossy
-        for order, change in enumerate(changes):
+        for order, change in enumerate(_as_written(changes) if round_.gives_up else changes):
             if change.kind == ROLE:
                 self.role = int(change.fields.get("6", "0"))
             elif not change.mark.startswith(OURS):
@@ -139,6 +139,19 @@ class _Reading:
         if change.kind != ACK:
             self._last.writes.append((change.database, change.key,
                                       None if change.command == DELETED else change.fields))
+
+
+def _as_written(changes):
+    """A store that woke carries out what the daemon gave up, maybe after what it wrote next on another connection."""
+    writes = collections.defaultdict(list)
+    for index, change in enumerate(changes):
+        if not change.mark.startswith(OURS):
+            writes[change.instance].append(index)
+    ordered = list(changes)
+    for places in writes.values():
+        for place, source in zip(places, sorted(places, key=lambda index: changes[index].number)):
+            ordered[place] = changes[source]
+    return ordered
 
 
 class _Position:

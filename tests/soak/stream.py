@@ -38,6 +38,11 @@ class Change(typing.NamedTuple):
         return self.mark.partition(" ")[0].rpartition(".")[0]
 
     @property
+    def number(self):
+        """The running number of the write, in the writer's life."""
+        return int(self.mark.partition(" ")[0].rpartition(".")[2])
+
+    @property
     def cause(self):
         """What the writer was handling."""
         return self.mark.partition(" ")[2]
