@@ -55,6 +55,7 @@ class Group:
     position: str
     at: float
     roles: frozenset
+    order: int = 0  # of its power-off among the changes
     writes: list = dataclasses.field(default_factory=list)
 
     def __str__(self):
@@ -89,7 +90,7 @@ class Known:
     nodes: dict = dataclasses.field(default_factory=dict)  # position: the nodes that there may be
     cards: dict = dataclasses.field(default_factory=dict)  # position: the change that stands
     standing: frozenset = frozenset()  # the daemon's records: (database, key)
-    lines: tuple = ()  # due in the system log since the quiet point before
+    lines: tuple = ()  # due in the system log since the quiet point before, in their order
 
 
 class _Reading:
@@ -110,7 +111,7 @@ class _Reading:
             if change.kind == ROLE:
                 self.role = int(change.fields.get("6", "0"))
             elif not change.mark.startswith(OURS):
-                self._take_write(change)
+                self._take_write(change, order)
             elif change.kind == CARD_INFO or change.kind == ACK and change.command != DELETED:
                 self._take_input(change, order)
             elif change.kind not in (ACK, BACKUP, POWER):
@@ -123,7 +124,7 @@ class _Reading:
         inputs = self.cards if change.kind == CARD_INFO else self.answers
         inputs[position_of(change.key)].append(Input(change, order, self._roles()))
 
-    def _take_write(self, change):
+    def _take_write(self, change, order):
         if change.instance not in self.lives:
             self.lives.append(change.instance)
         if change.kind == BACKUP:
@@ -136,6 +137,8 @@ class _Reading:
             self._last = Group(change.instance, change.cause, position, change.at, roles)
             self.groups[position].append(self._last)
             self.last_words[change.instance] = self._last
+        if change.kind == POWER:
+            self._last.order = order
         if change.kind != ACK:
             self._last.writes.append((change.database, change.key,
                                       None if change.command == DELETED else change.fields))
@@ -162,7 +165,7 @@ class _Position:
         self._round = round_
         self._time_out = time_out
         self._standing = set(known.standing)
-        self._lines = []
+        self._denials = []  # (order of the power-off, lines of the system log)
         self._steps_known = {}
         self._named = collections.Counter()  # what the groups ahead, of this life, were about
         base = known.cards.get(position)
@@ -175,7 +178,7 @@ class _Position:
         self.states = {State(node, len(before), 0) for node in known.nodes.get(position, {None})}
 
     def judge(self, now):
-        """Goes through all lives; returns the nodes that there may be at the end, and the lines due."""
+        """Goes through all lives; returns the nodes that there may be at the end, and the denials."""
         for number, life in enumerate(self._lives):
             if number > 0:
                 self.states = {State(None, 0, 0)}  # a daemon that starts meets what stands, then what follows
@@ -195,7 +198,7 @@ class _Position:
                    all(now - timer < self._time_out + _LATE for timer in node.timers)}
         if not in_time:
             raise Contradiction(f"{self._position}: the time is up and nothing was written: {nodes}")
-        return in_time, self._lines
+        return in_time, self._denials
 
     def _around(self, role, at):
         return gate.Circumstances(self._position, role, self._round.modules, at)
@@ -286,7 +289,7 @@ class _Position:
         self._standing.difference_update((database, key) for database, key, fields in group.writes if fields is None)
         self._standing.update((database, key) for database, key, fields in group.writes if fields is not None)
         if any(key.startswith(POWER) for _, key, _ in group.writes):
-            self._note_denial(group.cause)
+            self._note_denial(group)
 
     def _handle(self, state, group):
         if group.cause != "timer":
@@ -297,11 +300,12 @@ class _Position:
                 node, writes = gate.time_out(state.node, timer, self._around(role, group.at))
                 yield State(node, *state[1:]), writes
 
-    def _note_denial(self, cause):
+    def _note_denial(self, group):
         for answer in self._answers:
-            if answer.cause == cause:
+            if answer.cause == group.cause:
                 module = gate.module_of(answer.change.key)[1]
-                self._lines += gate.system_log_lines(self._position, module, answer.change.fields.get("7", ""))
+                lines = gate.system_log_lines(self._position, module, answer.change.fields.get("7", ""))
+                self._denials.append((group.order, lines))
 
     def _refute(self, what, states, group=None):
         """Raises, with what was possible instead."""
@@ -326,13 +330,13 @@ def judge(known, changes, round_, now, time_out):
     if len(reading.lives) > 1 + round_.deaths:
         raise Contradiction(f"the daemon ended {round_.deaths} times, and {reading.lives} have written")
     after = Known(reading.lives[-1] if reading.lives else "", reading.role)
-    lines = []
+    denials = []
     places = set(reading.cards) | set(reading.answers) | set(reading.groups) | set(known.nodes)
     standing = set(known.standing)
     for place in sorted(places):
         position = _Position(known, reading, round_, place, time_out)
-        after.nodes[place], due = position.judge(now)
-        lines += due
+        after.nodes[place], denied = position.judge(now)
+        denials += denied
         last = reading.cards[place][-1].change if reading.cards[place] else known.cards.get(place)
         if last and last.command != DELETED:
             after.cards[place] = last
@@ -341,5 +345,6 @@ def judge(known, changes, round_, now, time_out):
     for change in changes:
         if change.kind not in (CARD_INFO, ACK, ROLE, BACKUP):
             (standing.discard if change.command == DELETED else standing.add)((change.database, change.key))
-    after.standing, after.lines = frozenset(standing), tuple(lines)
+    after.standing = frozenset(standing)
+    after.lines = tuple(line for _, lines in sorted(denials) for line in lines)
     return after

@@ -31,6 +31,7 @@ class Expected:
     decider: str = ""
     reason: str = ""
     answers: tuple = ()  # (module, verdict, reason)
+    begun: float = 0  # when the check did; 0 for what was decided without one that was open
 
     def __str__(self):
         return f"{clock(self.at)} {self.card} {self.outcome} by {self.decider!r} {self.reason[:40]!r} {_short(self.answers)}"
@@ -56,12 +57,14 @@ class Ledger:
         self._met = set()  # positions that have had a card
         self._open = {}  # position: the life of the daemon that asked
         self._asked = {}  # position: the card that the open check is about
+        self._begun = {}  # position: when that was
         self._answers = collections.defaultdict(list)
         self._reasons = {}  # by the answer, as a mark names it
         self._standing = {}  # (position, module): the revision of an answer that was not read
         self._instance = ""
         self.outcomes = collections.Counter()
         self.expected = []
+        self.asks_nobody = False  # as far as the last decision shows
 
     def take(self, changes):
         """Goes on with the changes that were published."""
@@ -106,8 +109,11 @@ class Ledger:
 
     def _end(self, change, position, outcome, decider="", reason=""):
         answers = tuple(one[:3] for one in self._answers[position]) if outcome not in ("exempt", "unasked") else ()
-        self.expected.append(Expected(change.at, position.replace(":", "/"), outcome, decider, reason, answers))
+        self.expected.append(Expected(change.at, position.replace(":", "/"), outcome, decider, reason, answers,
+                                      self._begun.pop(position, 0)))
         self._open.pop(position, None)
+        if outcome in ("unasked", "passed", "denied", "silence"):
+            self.asks_nobody = outcome == "unasked"
         self.outcomes[outcome] += 1
 
     def _hear_daemon(self, change):
@@ -128,6 +134,7 @@ class Ledger:
             if position in self._open:
                 self._end(change, position, "withdrawn")
             self._open[position] = change.instance
+            self._begun[position] = change.at
             self._asked[position] = _identity(self._cards.get(position, {}))
             self._answers[position] = [one for one in self._answers[position]
                                        if self._standing.get((position, one[0])) == one[3]]
@@ -155,15 +162,25 @@ class Ledger:
             self._end(change, position, "withdrawn")
         self._end(change, position, outcome)
 
-    def judge(self, rows, gaps, since):
-        """Raises Contradiction unless rows and expectations since a time belong together."""
+    def judge(self, rows, gaps, since, heard_since, exact_since):
+        """Raises Contradiction unless rows and expectations since a time belong together.
+
+        Since `heard_since` the recorder can have missed nothing. A check that began since `exact_since` it knows in every
+        part.
+        """
+        if any(end > heard_since for _, end in gaps):
+            raise Contradiction(f"the history has a gap, and nothing was missed since {clock(heard_since)}: {gaps}")
         rows = [row for row in rows if row["at"] >= since - _NEAR]
         expected = [one for one in self.expected if one.at >= since]
         pairs = [(abs(row["at"] - one.at), one, row) for one in expected for row in rows if one.fits(row)]
-        for _, one, row in sorted(pairs, key=lambda pair: pair[0]):  # the nearest belong together
+        # The nearest belong together; but rows that fit exactly come first, for the others fit more than one.
+        for _, one, row in sorted(pairs, key=lambda pair: (not pair[2]["complete"], pair[0])):
             if one in expected and row in rows:
                 rows.remove(row)
                 expected.remove(one)
+                is_whole = row["complete"] or one.outcome not in ("passed", "denied", "silence")
+                if one.begun >= exact_since and not (is_whole and row["outcome"] == one.outcome):
+                    raise Contradiction(f"the history has {_row_text(row)}, and nothing of {one} was missed")
         for one in expected:
             if not any(begin - _NEAR <= one.at <= end + _NEAR for begin, end in gaps):
                 others = [_row_text(row) for row in rows if row["card"] == one.card]

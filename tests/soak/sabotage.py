@@ -1,7 +1,9 @@
 """Wrongs that the soak does on purpose, to show that it sees them. Each is done again in every round."""
 import sqlite3
 
+import alarms
 import gate
+import ledger
 from rig import ACK, BY_TIPC, HOST, REQUEST
 
 
@@ -57,6 +59,22 @@ class HistoryEdited(_Sabotage):
                          "WHERE id = (SELECT max(id) FROM decisions WHERE complete = 1)")
 
 
+class HistoryUnsure(_Sabotage):
+    """The recorder says of what it saw that it did not."""
+
+    def act(self):
+        with sqlite3.connect(self._soak.recorder.history, timeout=10) as file:
+            file.execute("UPDATE decisions SET complete = 0")
+
+
+class GapEndless(_Sabotage):
+    """The recorder says that it misses everything."""
+
+    def begin(self):
+        true_history = ledger.read_history
+        ledger.read_history = lambda *arguments: (true_history(*arguments)[0], [(0.0, float("inf"))])
+
+
 class VerdictChanged(_Sabotage):
     """The gate's rules are others: a DENY passes."""
 
@@ -72,6 +90,58 @@ class LineSwallowed(_Sabotage):
     def begin(self):
         true_lines = self._soak.rig.system_log.lines
         self._soak.rig.system_log.lines = lambda: true_lines()[1:]
+
+
+class LinesExchanged(_Sabotage):
+    """The lines of the system log are in another order."""
+
+    def begin(self):
+        true_lines = self._soak.rig.system_log.lines
+        self._soak.rig.system_log.lines = lambda: [line for pair in zip(
+            true_lines()[1::2], true_lines()[::2]) for line in pair]
+
+
+class RegistryMistaken(_Sabotage):
+    """The recorder believes in other modules than there are."""
+
+    def begin(self):
+        true_metrics = self._soak.recorder.metrics
+        self._soak.recorder.metrics = lambda: {**true_metrics(), "cg_modules_registered": 7}
+
+
+class DaemonGrows(_Sabotage):
+    """The daemon needs more memory with each round."""
+
+    def begin(self):
+        self._grown = 0
+        true_memory = alarms.memory_of
+        alarms.memory_of = lambda pid: true_memory(pid) + self._grown
+
+    def act(self):
+        self._grown += 4096
+
+
+class ShellMistaken(_Sabotage):
+    """The daemon knows other modules than its folder has."""
+
+    def begin(self):
+        true_modules = alarms.modules_known
+        alarms.modules_known = lambda rig: true_modules(rig)[1:]
+
+
+class HeartbeatsMissing(_Sabotage):
+    """The daemon sends no heartbeats."""
+
+    def begin(self):
+        self._soak.daemon.manager.hold()
+
+
+class LogLost(_Sabotage):
+    """The daemon loses records of its log without a reason."""
+
+    def begin(self):
+        true_health = alarms.health_of
+        alarms.health_of = lambda rig: {**true_health(rig), "log_dropped": 3}
 
 
 class MetricsAhead(_Sabotage):
@@ -94,5 +164,7 @@ class RequestDeleted(_Sabotage):
 
 
 SABOTAGES = {"answer-lost": AnswerLost, "result-deleted": ResultDeleted, "history-edited": HistoryEdited,
-             "verdict-changed": VerdictChanged, "line-swallowed": LineSwallowed, "metrics-ahead": MetricsAhead,
-             "request-deleted": RequestDeleted}
+             "history-unsure": HistoryUnsure, "gap-endless": GapEndless, "verdict-changed": VerdictChanged,
+             "line-swallowed": LineSwallowed, "lines-exchanged": LinesExchanged, "metrics-ahead": MetricsAhead,
+             "request-deleted": RequestDeleted, "registry-mistaken": RegistryMistaken, "daemon-grows": DaemonGrows,
+             "shell-mistaken": ShellMistaken, "heartbeats-missing": HeartbeatsMissing, "log-lost": LogLost}

@@ -7,21 +7,22 @@ import pathlib
 import random
 import re
 import shutil
+import signal
 import sqlite3
 import sys
-import threading
 import time
 
 _HERE = pathlib.Path(__file__).resolve().parent
 sys.path[:0] = [str(_HERE), str(_HERE.parent / "faults"), str(_HERE.parent / "system"), str(_HERE.parents[1] / "tools")]
 
-import ledger  # noqa: E402  (needs the path above)
+import alarms  # noqa: E402  (needs the path above)
+import ledger  # noqa: E402
 from demo.daemon import scaled_time  # noqa: E402
 from demo.programs import NotInTime, wait_until  # noqa: E402
-from demo.system_log import SystemLog  # noqa: E402
 from device_life import MARKER, MODULES, DeviceLife, tipc_node  # noqa: E402
 from fault_table import TABLE  # noqa: E402
 from judge import Known, Round, judge  # noqa: E402
+from neighbours import LoggingDaemon  # noqa: E402
 from proxy import Proxy  # noqa: E402
 from recording import Recorder  # noqa: E402
 from rig import ACK, BUILD, BY_TIPC, HOST, PROJECT, Rig  # noqa: E402
@@ -32,11 +33,21 @@ from supervisor import Supervisor  # noqa: E402
 _SPEED = 50  # of the daemon's clock: 300 seconds are 6
 _TIME_OUT = 300 / _SPEED
 _JUDGED_AGAIN_FOR = 90.0  # seconds that rows of the history are looked at again
-_DESCRIPTORS = 64  # that daemon or recorder may have open
+_ROUNDS_TO_BE_STRICT = 30  # one of so many has to be
+_NEVER = float("inf")
 _DENIAL = re.compile(r"Card in slot .*", re.DOTALL)
 
 
+class Interrupted(BaseException):
+    """A signal ends the run."""
+
+
 class _Recorder(Recorder):
+    @property
+    def is_running(self):
+        """Whether it was started, and not ended by us."""
+        return self._process is not None
+
     @property
     def pid(self):
         """Its process."""
@@ -49,7 +60,6 @@ class Soak:
     def __init__(self, seed, without, sabotage, memory_mib):
         self.seed = seed
         self.random = random.Random(f"{seed}/faults")
-        self._memory_kib = memory_mib * 1024
         self._table = {name: fault for name, fault in TABLE.items() if name not in without}
         self.sabotage = SABOTAGES[sabotage](self) if sabotage else None
         self._wrong = f"-{sabotage}" if sabotage else ""
@@ -57,18 +67,20 @@ class Soak:
         self.events = collections.deque(maxlen=12)
         self.struck = collections.Counter()
         self.figures = collections.Counter()
-        self.most = collections.Counter()  # memory and descriptors
+        self._sizes = alarms.Sizes(memory_mib)
+        self._losses = alarms.LogLosses()
         self._changes = []  # since the last quiet point
         self._known = Known()
         self._ledger = ledger.Ledger()
-        self._ends = set()  # statuses that the daemon may end with in this round
-        self._gives_up = False
+        self._faults = set()  # their names, since the last quiet point
         self._ended = self._connections = 0  # of the daemon, at the last quiet point
         self._lines = 0  # of the system log, judged
         self._since = 0.0  # the history knows nothing of before
+        self._heard_since = _NEVER  # the recorder can have missed nothing
+        self._exact_since = _NEVER  # likewise, and it has heard this life of the daemon begin
+        self._heartbeats = 0  # at the last quiet point
+        self.collects = collections.Counter()  # pid of the daemon: how often its output was collected
         self.when_marked = []  # what is taken back when the daemon has come to the quiet point
-        self.log_reader = threading.Event()
-        self.log_reader.set()
 
     # Start and end
 
@@ -84,10 +96,6 @@ class Soak:
     def _start(self, stack):
         self.rig = rig = Rig()
         stack.callback(rig.close)
-        rig.system_log.close()
-        rig.view.system_log_socket.unlink()
-        rig.system_log = SystemLog(rig.view.system_log_socket, lambda *_: self.log_reader.wait())
-        stack.callback(self.log_reader.set)
         self._way = rig.folder / "way"  # to the store, for the daemon
         self._way.symlink_to(rig.store.socket_path)
         self.stream = stack.enter_context(contextlib.closing(Stream(rig.store.socket_path)))
@@ -97,18 +105,21 @@ class Soak:
         self.set_modules(MODULES[:3])
         self.recorder = _Recorder(rig)
         stack.callback(self.recorder.end)
-        self.daemon = rig.new_daemon(**{**scaled_time(_SPEED), "VX_MOM_ENDPOINT": "unix:/run/store.sock",
-                                        "VX_ZLOG": "file:/log/app_cg.log:2000000000:1"})
-        self.supervisor = stack.enter_context(Supervisor(self.daemon))
-        self.life.begin()
-        self.start_recorder()
+        self.daemon = LoggingDaemon(rig.view, self.seed, {**scaled_time(_SPEED),
+                                                          "VX_MOM_ENDPOINT": "unix:/run/store.sock"})
+        stack.callback(self.daemon.close)
+        self.counts = alarms.Counts(self.recorder.history)
+        self.start_recorder()  # what it has not seen begin it does not know for certain
         self._since = time.time()
+        self.supervisor = stack.enter_context(Supervisor(self.daemon))
+        stack.callback(self.daemon.stop)  # while the thread lives that has started it
+        self.life.begin()
         if self.sabotage:
             self.sabotage.begin()
 
     def summary(self):
         """What was done, and the most that it took."""
-        figures = self.figures + self._ledger.outcomes + self.most
+        figures = self.figures + self._ledger.outcomes + self._sizes.most
         return ", ".join(f"{count} {name}" for name, count in figures.items()) + f", {self.struck.total()} faults"
 
     def last_changes(self):
@@ -121,9 +132,9 @@ class Soak:
         shutil.rmtree(kept, ignore_errors=True)
         kept.mkdir(parents=True)
         view = self.rig.view
-        for path in (*view.log.iterdir(), view.root / "daemon.err", *self.rig.folder.glob("recorder.err"),
+        for path in (*view.log.rglob("*"), *self.rig.folder.glob("recorder.err"),
                      *self.rig.folder.glob("history.sqlite*"), view.store / "store.log"):
-            if path.exists():
+            if path.is_file():
                 shutil.copy(path, kept)
         (kept / "changes").write_text("".join(f"{change}\n" for change in self._changes))
         (kept / "decisions-expected").write_text("".join(f"{one}\n" for one in self._ledger.expected))
@@ -133,20 +144,19 @@ class Soak:
     # For the faults
 
     def start_recorder(self):
-        """Starts the recorder; its metrics begin with 0."""
-        self._row_before, self._uncounted = ledger.last_row(self.recorder.history), collections.Counter()
+        """Starts the recorder."""
+        self.counts.restart()
         self.recorder.start()
+        if not self.counts.is_known:  # its file was lost, and the new one knows of nothing before it, gaps included
+            self._since = time.time()
 
-    def move_history(self, suffix):
-        """Moves the recorder's file away."""
-        for path in self.rig.folder.glob("history.sqlite*"):
-            path.rename(f"{path}{suffix}")
-        self._row_before = None  # the new file knows less than the metrics
+    def lose_history(self, lose):
+        """Lets lose(file) take the recorder's files away, one after the other."""
+        for suffix in ("", "-wal", "-shm"):
+            with contextlib.suppress(FileNotFoundError):
+                lose(pathlib.Path(f"{self.recorder.history}{suffix}"))
+        self.counts.move()
         self._since = time.time()
-
-    def metrics_url(self):
-        """Where the metrics are."""
-        return [line.split()[-1] for line in self.recorder.said().splitlines() if "metrics are at" in line][-1]
 
     def set_modules(self, names):
         """Makes these the registered modules, in the order in which a folder has them."""
@@ -154,18 +164,13 @@ class Soak:
         self.modules = tuple(os.listdir(self.rig.view.modules))
         self.life.modules = self.modules
 
-    def folder_reads(self):
-        """How often the daemon has read its modules' folder."""
-        return self.rig.logged().count("module: num[") + self.rig.logged().count("Folder path(")
+    def has_struck(self, name):
+        """Whether there was this fault since the last quiet point."""
+        return name in self._faults
 
     def clients_of(self, name):
         """The store's clients of one program."""
         return [client for client in self.life.connection().client_list() if client["name"].startswith(name)]
-
-    @staticmethod
-    def descriptors(pid):
-        """The number of open descriptors of a process."""
-        return len(os.listdir(f"/proc/{pid}/fd"))
 
     def wait_for(self, condition, what, seconds=30):
         """Waits, and lets nothing else happen meanwhile."""
@@ -235,8 +240,7 @@ class Soak:
     def _strike(self, name):
         self.events.append(f"{clock(time.time())} {name}")
         self.struck[name] += 1
-        self._ends |= self._table[name].ends
-        self._gives_up = self._gives_up or self._table[name].gives_up
+        self._faults.add(name)
         return self._table[name].strike(self, random.Random(f"{self.seed}/{name}/{self.struck[name]}"))
 
     def _go_on(self, seconds):
@@ -262,7 +266,7 @@ class Soak:
             self.when_marked.pop()()
         if self.sabotage:
             self.sabotage.act()
-        deadline = time.monotonic() + (75 if self._row_before is None else 12)
+        deadline = time.monotonic() + (12 if self.counts.is_known else 75)
         while True:
             try:
                 self._judge()
@@ -276,25 +280,37 @@ class Soak:
     def _judge(self):
         self.collect()
         deaths = self.supervisor.restarts - self._ended
-        ends = set(self.supervisor.ends[self._ended:])
-        if not ends <= self._ends:
-            raise Contradiction(f"the daemon ended with {ends - self._ends}: {self.daemon.complained()[-2000:]}")
+        faults = [self._table[name] for name in self._faults]
+        ends = set(self.supervisor.ends[self._ended:]).difference(*(fault.ends for fault in faults))
+        if ends:
+            raise Contradiction(f"the daemon ended with {ends}: {self.daemon.complained()[-2000:]}")
         is_lossy = deaths > 0 or self.proxy.accepted != self._connections
         now = time.time()
         self._judge_store()
-        known = judge(self._known, self._changes, Round(is_lossy, deaths, self.modules, self._gives_up), now, _TIME_OUT)
+        round_ = Round(is_lossy, deaths, self.modules, any(fault.gives_up for fault in faults))
+        known = judge(self._known, self._changes, round_, now, _TIME_OUT)
         self._judge_system_log(known.lines, deaths)
-        self._judge_history(now)
-        self._judge_metrics()
-        self._judge_size()
-        self.figures.update({"denials": len(known.lines) // 2, "strict": not is_lossy})
+        is_missed = any(fault.is_missed for fault in faults)
+        is_heard = not is_lossy and not is_missed
+        self._judge_history(now, is_heard)
+        health = self._judge_alarms()
+        self._sizes.judge("daemon", self.daemon.pid, self.collects[self.daemon.pid])
+        self._sizes.judge("recorder", self.recorder.pid)
+        self._judge_complaints()
+        self.figures.update({"denials": len(known.lines) // 2, "strict": not is_lossy, "heard": is_heard})
+        self._losses.keep(health.get("log_dropped", 0))
+        self._heard_since = min(self._heard_since, now) if is_heard else time.time()
+        if not is_heard:
+            has_begun = deaths > 0 or self._connections == 0
+            self._exact_since = time.time() if has_begun and not is_missed else _NEVER
+        self.figures["exact"] += self._exact_since < now
+        self._heartbeats = self.daemon.manager.heartbeats
         self._known = known
         self._changes.clear()
         self._lines = len(self.rig.system_log.lines())
         self._ended += deaths
         self._connections = self.proxy.accepted
-        self._ends.clear()
-        self._gives_up = False
+        self._faults.clear()
         self._ledger.forget(now - 2 * _JUDGED_AGAIN_FOR)
 
     def _judge_store(self):
@@ -317,46 +333,60 @@ class Soak:
             raise Contradiction(f"answers are left over: {left}")
 
     def _judge_system_log(self, expected, deaths):
-        found = collections.Counter()
+        """Both lines of each denial in the order of the denials, but for what a daemon that died had still to send."""
+        found = []
         for _, text in self.rig.system_log.lines()[self._lines:]:
             line = _DENIAL.search(text)
-            found[line.group() if line else text] += 1
-        lacking = collections.Counter(expected) - found
-        more = found - collections.Counter(expected)
-        if sum(lacking.values()) > 2 * deaths or sum(more.values()) > 2 * deaths:
-            raise Contradiction(f"the system log lacks {dict(lacking)}, and has too much: {dict(more)}")
+            found.append(line.group() if line else text)
+        common = _longest_common(expected, found)
+        is_lost = deaths > 0 and "system_log_unread" in self._faults  # lines waited in the memory of a dead one
+        if len(found) - common > 2 * deaths or len(expected) - common > 2 * deaths and not is_lost:
+            raise Contradiction("the system log lacks {}, and has too much: {}; or their order differs: {} and {}".format(
+                collections.Counter(expected) - collections.Counter(found),
+                collections.Counter(found) - collections.Counter(expected), list(expected), found))
 
-    def _judge_history(self, now):
+    def _judge_history(self, now, is_heard):
         rows, gaps = ledger.read_history(self.recorder, self.rig, 2 * _JUDGED_AGAIN_FOR)
-        self._ledger.judge(rows, gaps, max(now - _JUDGED_AGAIN_FOR, self._since))
+        self._ledger.judge(rows, gaps, max(now - _JUDGED_AGAIN_FOR, self._since),
+                           *((self._heard_since, self._exact_since) if is_heard else (_NEVER, _NEVER)))
 
-    def _judge_metrics(self):
-        metrics = self.recorder.metrics()
-        counted = collections.Counter()
-        for series, value in metrics.items():
-            found = re.fullmatch(r'cg_decisions_total\{decider=".*",outcome="(.*)"\}', series)
-            counted[found.group(1) if found else ""] += int(value) if found else 0
-        rows = ledger.count_rows(self.recorder.history, self._row_before or 0)
-        if self._row_before is None:
-            self._row_before, self._uncounted = 0, counted - rows
-        if +counted != rows + self._uncounted:
-            raise Contradiction(f"the metrics count {dict(+counted)} decisions, the history has "
-                                f"{dict(rows)} and {dict(self._uncounted)} before it")
-        if metrics["cg_store_connected"] != 1 or metrics["cg_history_write_failures_total"] != 0:
-            raise Contradiction("the metrics say that the store is away, or that the history cannot be written")
-        if metrics["cg_cards_waiting"] != self._ledger.waiting():
-            raise Contradiction(f"the metrics say that {metrics['cg_cards_waiting']} cards wait, and not "
-                                f"{self._ledger.waiting()}")
+    def _judge_alarms(self):
+        """Returns the daemon's health, as it is published."""
+        metrics, health, ledger_ = self.recorder.metrics(), alarms.health_of(self.rig), self._ledger
+        self.counts.judge(metrics)
+        alarms.judge_metrics(metrics, self.modules, ledger_.asks_nobody, ledger_.waiting())
+        self._losses.judge(health.get("log_dropped", 0), metrics, self.daemon.log, "log_unread" in self._faults)
+        if self.daemon.manager.heartbeats == self._heartbeats:
+            raise Contradiction("the process manager has heard no heartbeat of the daemon's")
+        modules = alarms.modules_known(self.rig)
+        if modules != self.modules:
+            raise Contradiction(f"the debug shell knows the modules {modules}, and not {self.modules}")
+        return health
 
-    def _judge_size(self):
-        for name, pid in (("daemon", self.daemon.pid), ("recorder", self.recorder.pid)):
-            with open(f"/proc/{pid}/status", encoding="utf-8") as status:
-                memory = next(int(line.split()[1]) for line in status if line.startswith("VmRSS"))
-            descriptors = self.descriptors(pid)
-            self.most[f"{name} KiB"] = max(self.most[f"{name} KiB"], memory)
-            self.most[f"{name} descriptors"] = max(self.most[f"{name} descriptors"], descriptors)
-            if memory > self._memory_kib or descriptors > _DESCRIPTORS:
-                raise Contradiction(f"the {name} has {memory} KiB and {descriptors} descriptors")
+    def judge_end(self):
+        """That the last fault did no harm, that the daemon ends well, and that the judge was strict at least once."""
+        self._rest()
+        self.daemon.stop()
+        if self.daemon.wait() != 0:
+            raise Contradiction(f"SIGTERM ended the daemon with status {self.daemon.wait()}")
+        self._judge_complaints()
+        if self.figures["rounds"] >= _ROUNDS_TO_BE_STRICT and not (self.figures["strict"] and self.figures["heard"]):
+            raise Contradiction("no round was judged strictly")
+
+    def _judge_complaints(self):
+        found = re.search(r"(?m)^.*(?:Sanitizer|runtime error:).*$", self.daemon.complained())
+        if found:
+            raise Contradiction(f"on standard error: {found.group()}")
+
+
+def _longest_common(one, other):
+    """How many lines two logs have in common, in one order."""
+    row = [0] * (len(other) + 1)
+    for line in one:
+        diagonal = 0
+        for place, found in enumerate(other, 1):
+            diagonal, row[place] = row[place], diagonal + 1 if line == found else max(row[place], row[place - 1])
+    return row[-1]
 
 
 def _arguments():
@@ -369,7 +399,8 @@ def _arguments():
     parser.add_argument("--only", action="append", default=[], metavar="FAULT", choices=sorted(TABLE),
                         help="no fault but this one")
     parser.add_argument("--sabotage", choices=sorted(SABOTAGES), help="do a wrong that has to be found")
-    parser.add_argument("--memory-mib", type=int, default=64, help="that daemon or recorder may have (default: 64)")
+    parser.add_argument("--memory-mib", type=int, default=6,
+                        help="that daemon or recorder may grow by after the first rounds (default: 6)")
     return parser.parse_args()
 
 
@@ -383,6 +414,41 @@ def _live(soak, minutes, begun):
         if passed - shown >= every:
             shown = passed
             print(f"{passed / 60:5.1f} min  {soak.summary()}", file=sys.stderr, flush=True)
+    soak.judge_end()
+
+
+def _end_at_signals():
+    """Lets SIGTERM and SIGINT raise Interrupted, once; returns the list that has the one that came."""
+    caught = []
+
+    def end(signum, _frame):
+        for one in (signal.SIGTERM, signal.SIGINT):
+            signal.signal(one, signal.SIG_IGN)
+        caught.append(signal.Signals(signum))
+        raise Interrupted
+    for signum in (signal.SIGTERM, signal.SIGINT):
+        signal.signal(signum, end)
+    return caught
+
+
+def _soak(arguments, caught):
+    without = set(TABLE) - set(arguments.only) if arguments.only else set(arguments.without)
+    begun = time.monotonic()
+    with Soak(arguments.seed, without, arguments.sabotage, arguments.memory_mib) as soak:
+        try:
+            _live(soak, arguments.minutes, begun)
+        except (Interrupted, Contradiction, NotInTime, OSError, sqlite3.Error) as end:
+            minute = (time.monotonic() - begun) / 60
+            if caught:
+                print(f"ended by {caught[0].name} in minute {minute:.1f}: {soak.summary()}", file=sys.stderr)
+                return 128 + caught[0]
+            print(f"contradiction in minute {minute:.1f}, seed {arguments.seed}: {end}\n"
+                  f"last changes:\n{soak.last_changes()}last faults: {', '.join(soak.events) or 'none'}\n"
+                  f"logs and all changes since the last quiet point are in {soak.keep_logs()}", file=sys.stderr)
+            return 1
+        print(f"nothing failed in {arguments.minutes:g} min: {soak.summary()}\nfaults: "
+              + ", ".join(f"{name} {count}" for name, count in sorted(soak.struck.items())))
+    return 0
 
 
 def main():
@@ -392,21 +458,12 @@ def main():
         if not (BUILD / "bin" / name).exists():
             print(f"{BUILD / 'bin' / name} is not built; set APP_CG_BUILD or run tests/soak/run", file=sys.stderr)
             return 2
-    without = set(TABLE) - set(arguments.only) if arguments.only else set(arguments.without)
     print(f"soak of {arguments.minutes:g} min, seed {arguments.seed}", file=sys.stderr, flush=True)
-    begun = time.monotonic()
-    with Soak(arguments.seed, without, arguments.sabotage, arguments.memory_mib) as soak:
-        try:
-            _live(soak, arguments.minutes, begun)
-        except (Contradiction, OSError, sqlite3.Error) as contradiction:
-            minute = (time.monotonic() - begun) / 60
-            print(f"contradiction in minute {minute:.1f}, seed {arguments.seed}: {contradiction}\n"
-                  f"last changes:\n{soak.last_changes()}last faults: {', '.join(soak.events) or 'none'}\n"
-                  f"logs and all changes since the last quiet point are in {soak.keep_logs()}", file=sys.stderr)
-            return 1
-        print(f"nothing failed in {arguments.minutes:g} min: {soak.summary()}\nfaults: "
-              + ", ".join(f"{name} {count}" for name, count in sorted(soak.struck.items())))
-    return 0
+    caught = _end_at_signals()
+    try:
+        return _soak(arguments, caught)
+    except Interrupted:  # before it began
+        return 128 + caught[0]
 
 
 if __name__ == "__main__":

@@ -23,6 +23,14 @@ _FOUND = {
     "line-swallowed": "the system log lacks",
     "history-edited": "the history lacks",
     "metrics-ahead": "the metrics count",
+    "history-unsure": "was missed",
+    "gap-endless": "the history has a gap",
+    "lines-exchanged": "or their order differs",
+    "registry-mistaken": "modules are registered, and not",
+    "daemon-grows": "it began with",
+    "shell-mistaken": "the debug shell knows the modules",
+    "heartbeats-missing": "heard no heartbeat",
+    "log-lost": "records of the daemon's log",
 }
 
 
