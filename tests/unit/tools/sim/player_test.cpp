@@ -205,11 +205,13 @@ private:
         hear(deleted, "p_libpub.app_cg_mom_deny_check_result", result(position, true), by_card(position));
     }
 
-    static Json result(const Position &position, bool pass)
+    Json result(const Position &position, bool pass)
     {
         const int32_t node =
             node_id_offset + position.devid * 0x10000 + position.slotid * 0x100 + position.sslotid;
-        return {{"index", {{"card_tipc_nodeid", node}}}, {"stat", pass ? 1 : 0}};
+        return {{"index", {{"card_tipc_nodeid", node}}},
+                {"stat", pass ? 1 : 0},
+                {"node_type", cards_[position]["static_info"]["node_type"]}};
     }
 
     void decide(const Position &position, bool pass, const store::Cause &cause)
