@@ -169,11 +169,14 @@ def test_when_collecting_has_used_up_all_descriptors_the_modules_are_still_asked
     while len(own_descriptors(rig)) + 6 <= limit:  # as many as one takes while it runs
         rig.debug("collect")
     with contextlib.ExitStack() as silent:
-        for _ in range(6):  # for the rest
+        for _ in range(14):  # for the rest, and for what the lost connections leave
             silent.enter_context(socket.socket(socket.AF_UNIX)).connect(str(rig.view.run / "app_cg.ssat"))
         rig.expect(lambda: len(own_descriptors(rig)) == limit, "all descriptors are in use")
-        rig.store.ask(b"CLIENT KILL TYPE normal SKIPME yes\r\n")
-        rig.store.ask(b"CLIENT KILL TYPE pubsub SKIPME yes\r\n")
+        rig.store.ask(b"SAVE\r\n")
+        rig.store.kill()
+        rig.expect_logged("store lost")
+        rig.expect(lambda: len(own_descriptors(rig)) == limit, "all descriptors are in use again")
+        rig.store.start()
         rig.expect_logged("out of file descriptors")
         rig.plug("1/3/0")
         rig.expect_request("1/3/0")
