@@ -171,8 +171,8 @@ check_tidy()
 unit_tests()
 {
     local log=$stages_logs/unit-$1.log
-    # Many of them wait for servers.
-    if (cd "$project_root" && ctest --preset "$1" -j $((2 * $(nproc))) --no-tests=error --output-junit "$junit") >"$log" 2>&1; then
+    # Most of their time they wait for servers.
+    if (cd "$project_root" && ctest --preset "$1" -j $((3 * $(nproc))) --no-tests=error --output-junit "$junit") >"$log" 2>&1; then
         grep 'tests passed' "$log"
         return 0
     fi
