@@ -46,6 +46,20 @@ class StagesTest(unittest.TestCase):
         summary = lines[lines.index("== Summary") + 1:-1]
         return {line[6:32].strip(): (line[:4], line.split(" s  ")[1]) for line in summary}
 
+    def test_the_tests_of_a_program_are_counted_and_not_the_program(self):
+        folder = pathlib.Path(self.folder.name)
+        (folder / "all.xml").write_text('<testsuite><testcase name="some.1"/><testcase name="some.2"><failure/></testcase>'
+                                        '<testcase name="crashed"><failure/></testcase></testsuite>')
+        (folder / "some.1.xml").write_text("<testsuites><testsuite><testcase/><testcase/></testsuite></testsuites>")
+        (folder / "some.2.xml").write_text("<testsuites><testsuite><testcase/><testcase><failure/></testcase>"
+                                           "<testcase><skipped/></testcase></testsuite></testsuites>")
+        status, lines = self.run_stages(f"""
+            merged() {{ cp {folder}/all.xml "$junit"; unit_results "$junit" {folder}; }}
+            stage units merged || true
+            stages_end""")
+        self.assertEqual(status, 1)
+        self.assertEqual(self.verdicts(lines), {"units": ("FAIL", "3 passed, 2 failed, 1 skipped")})
+
     def test_each_stage_counts_what_it_ran(self):
         status, lines = self.run_stages("""
             stage one good || true
