@@ -156,7 +156,7 @@ class Ledger:
             reason = "" if is_pass else self._reasons.get(change.cause) or f"{module} not compatible"
             self._end(change, position, "passed" if is_pass else "denied", module, reason)
             return
-        is_board = ord(card["14"][3]) == BOARD
+        is_board = change.fields.get("7") == str(BOARD)  # of the card decided on; a newer one may be there
         outcome = "exempt" if is_board else {"timer": "silence", "connection": "unseen"}.get(change.cause, "unasked")
         if position in self._open and outcome != "silence":
             self._end(change, position, "withdrawn")
