@@ -67,12 +67,30 @@ bool Placement::is_cut(int64_t size) const
     }
 }
 
-std::optional<std::string> Placement::displacement() const
+std::optional<std::string> Placement::displacement()
 {
     if (auto what = file_displacement()) {
         return what;
     }
-    return identity_of(log_) == log_identity_ ? std::nullopt : std::optional("lost its log");
+    if (identity_of(log_) != log_identity_) {
+        return "lost its log";
+    }
+    note_growth();
+    return std::nullopt;
+}
+
+// A file that grew is cut also where it keeps more than it had before.
+void Placement::note_growth()
+{
+    const int64_t now = size().value_or(0);
+    if (now <= least_) {
+        return;
+    }
+    try {
+        least_ = std::max(least_, std::min(now, bytes()));
+    } catch (const Error &) {
+        return; // it is looked at again
+    }
 }
 
 std::optional<std::string> Placement::file_displacement() const

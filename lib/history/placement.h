@@ -20,7 +20,7 @@ public:
 
     // What became of the file, as in "was replaced"; nothing while it is in its place, or where that cannot
     // be determined now.
-    [[nodiscard]] std::optional<std::string> displacement() const;
+    [[nodiscard]] std::optional<std::string> displacement();
     // To be called when the writer may have made the file smaller. Throws Error.
     void note_size();
     // Of a displaced file: has the database close without a write to it, and renames the companions that it
@@ -42,6 +42,7 @@ private:
     [[nodiscard]] std::optional<int64_t> size() const;
     [[nodiscard]] int64_t bytes() const;
     [[nodiscard]] bool is_cut(int64_t size) const;
+    void note_growth();
 
     const Database &database_;
     std::string log_; // beside the file itself, where a link leads to that

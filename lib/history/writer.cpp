@@ -227,7 +227,7 @@ bool Writer::trim(const Limits &limits, Time now)
     }
 }
 
-std::optional<std::string> Writer::displacement() const
+std::optional<std::string> Writer::displacement()
 {
     return placement_->displacement();
 }

@@ -23,7 +23,7 @@ _FOUND = {
     "line-swallowed": "the system log lacks",
     "history-edited": "the history lacks",
     "metrics-ahead": "the metrics count",
-    "history-unsure": "was missed",
+    "history-unsure": "was missed|the history lacks",
     "gap-endless": "the history has a gap",
     "lines-exchanged": "or their order differs",
     "registry-mistaken": "modules are registered, and not",
@@ -52,4 +52,4 @@ def test_a_wrong_is_found(sabotage):
     print(done.stdout, done.stderr)
     assert done.returncode == 1
     assert "contradiction in minute" in done.stderr and f"seed {_SEED}" in done.stderr
-    assert _FOUND[sabotage] in done.stderr
+    assert any(text in done.stderr for text in _FOUND[sabotage].split("|"))

@@ -83,7 +83,7 @@ public:
 
     // What became of the file since it was opened, as in "was replaced"; nothing while what is written goes
     // into the one at the path. Does not throw.
-    [[nodiscard]] std::optional<std::string> displacement() const;
+    [[nodiscard]] std::optional<std::string> displacement();
     // Leaves a displaced file as it is: nothing more is written into it, and only the destructor may be
     // called. Its log, which would be taken for the next file's, is renamed. Returns to what; empty when it
     // is not there any more.

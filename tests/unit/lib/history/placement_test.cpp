@@ -153,6 +153,18 @@ TEST_F(PlacementTest, AFileWhoseLogWasDeletedIsCompleted)
     EXPECT_THAT(Reader(path()).decisions(), SizeIs(2));
 }
 
+TEST_F(PlacementTest, GrowthIsNotedWhenTheFileIsLookedAt)
+{
+    const std::uintmax_t before = std::filesystem::file_size(path());
+    for (int i = 0; i < 300; ++i) {
+        writer_->add(decision_at(noon + i * 1ms));
+    }
+    run_sql("PRAGMA wal_checkpoint(TRUNCATE)");
+    ASSERT_EQ(writer_->displacement(), std::nullopt);
+    std::filesystem::resize_file(path(), (before + std::filesystem::file_size(path())) / 2);
+    EXPECT_EQ(writer_->displacement(), "was cut");
+}
+
 TEST_F(PlacementTest, AFileThatGrewIsCutBelowWhatItHadThen)
 {
     const auto at_first = std::filesystem::file_size(path());
