@@ -123,8 +123,11 @@ def store_emptied(soak, _rng):
 
 @_fault(2, is_missed=True)
 def functions_flushed(soak, _rng):
-    """An administrator's mistake: until somebody who may loads them again, nobody can write."""
-    soak.life.connection().execute_command("FUNCTION", "FLUSH")
+    """An administrator's mistake: until somebody who may loads them again, nobody can write. A daemon that stands still
+    cannot, and would not be woken while the device waits for its write."""
+    if soak.daemon_runs():
+        soak.life.connection().execute_command("FUNCTION", "FLUSH")
+        soak.wait_for(lambda: soak.life.connection().execute_command("FUNCTION", "LIST"), "the functions are back")
 
 
 # The daemon

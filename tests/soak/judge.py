@@ -232,6 +232,12 @@ class _Position:
             yield from self._lossy_steps(state, at, cause)
 
     def _lossy_steps(self, state, at, cause):
+        answer = self._answers[state.answers] if state.answers < len(self._answers) else None
+        if answer and cause == "connection":  # one that was unknown when it was deleted is reported as it was
+            for role in answer.roles:
+                node, writes = gate.answer(state.node, gate.module_of(answer.change.key)[1], answer.change.fields,
+                                           self._around(role, at))
+                yield State(node, state.cards, state.answers + 1), writes
         last = self._cards[state.cards - 1] if state.cards else None
         if last and not last.is_gone and cause in (None, last.cause):  # what stands comes again
             for role in last.roles:
@@ -301,8 +307,9 @@ class _Position:
                 yield State(node, *state[1:]), writes
 
     def _note_denial(self, group):
-        for answer in self._answers:
-            if answer.cause == group.cause:
+        handled = [state.answers - 1 for state in self.states if state.answers] if group.cause == "connection" else []
+        for index, answer in enumerate(self._answers):
+            if answer.cause == group.cause or index in handled[:1]:
                 module = gate.module_of(answer.change.key)[1]
                 lines = gate.system_log_lines(self._position, module, answer.change.fields.get("7", ""))
                 self._denials.append((group.order, lines))

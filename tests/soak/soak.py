@@ -150,6 +150,13 @@ class Soak:
         if not self.counts.is_known:  # its file was lost, and the new one knows of nothing before it, gaps included
             self._since = time.time()
 
+    def daemon_runs(self):
+        """Whether the daemon has not been stopped."""
+        with contextlib.suppress(OSError):
+            stat = pathlib.Path(f"/proc/{self.daemon.pid}/stat").read_text(encoding="utf-8")
+            return stat.rpartition(")")[2].split()[0] != "T"
+        return False
+
     def lose_history(self, lose):
         """Lets lose(file) take the recorder's files away, one after the other."""
         for suffix in ("", "-wal", "-shm"):
