@@ -13,6 +13,9 @@
 #include <set>
 #include <string_view>
 #include <utility>
+#include <vector>
+
+#include <unistd.h>
 
 #include "loop/number.h"
 #include "loop/standard_error.h"
@@ -32,9 +35,9 @@ std::string_view trimmed(std::string_view text)
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-std::string environment(const char *name)
+std::string environment(const std::string &name)
 {
-    const char *value = getenv(name);
+    const char *value = getenv(name.c_str());
     return value == nullptr ? "" : value;
 }
 
@@ -86,9 +89,39 @@ std::string value_in_file(const std::string &path, std::string_view name)
     return value;
 }
 
-std::string no_number(const char *name, const std::string &text, platform::Bounds bounds)
+std::string in_file(const std::string &name)
 {
-    return std::string(name) + "=" + text + ": not a whole number from " + std::to_string(bounds.least) +
+    const std::string file = environment("VX_PLATFORM_CONF");
+    return value_in_file(file.empty() ? default_file : file, name);
+}
+
+// The first of these names that is set, where the environment has all of them before the file; under the last
+// name, `fallback`.
+platform::Setting first_set(const std::vector<std::string> &names, const std::string &fallback)
+{
+    for (const auto layer : {environment, in_file}) {
+        for (const std::string &name : names) {
+            if (std::string value = layer(name); !value.empty()) {
+                return {name, std::move(value)};
+            }
+        }
+    }
+    return {names.back(), fallback};
+}
+
+// Whether it is the name of a setting for one database: NAME_<number>.
+bool is_numbered(std::string_view variable, std::string_view name)
+{
+    if (!variable.starts_with(name) || variable.size() < name.size() + 2 || variable[name.size()] != '_') {
+        return false;
+    }
+    const std::string_view number = variable.substr(name.size() + 1);
+    return number.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+std::string no_number(const platform::Setting &given, platform::Bounds bounds)
+{
+    return given.name + "=" + given.value + ": not a whole number from " + std::to_string(bounds.least) +
            " to " + std::to_string(bounds.most);
 }
 
@@ -99,32 +132,52 @@ namespace platform
 
 std::string setting(const char *name, const std::string &fallback)
 {
-    std::string value = environment(name);
-    if (value.empty()) {
-        const std::string file = environment("VX_PLATFORM_CONF");
-        value = value_in_file(file.empty() ? default_file : file, name);
-    }
-    return value.empty() ? fallback : value;
+    return first_set({name}, fallback).value;
 }
 
-int64_t setting_number(const char *name, int64_t fallback, int64_t least, int64_t most)
+Setting numbered_setting(const char *name, int32_t number, const std::string &fallback)
 {
-    const std::string text = setting(name, "");
-    if (text.empty()) {
+    return first_set({std::string(name) + '_' + std::to_string(number), name}, fallback);
+}
+
+void replace_setting(const char *name, const std::string &value)
+{
+    std::vector<std::string> numbered;
+    for (char **place = environ; place != nullptr && *place != nullptr; ++place) {
+        const std::string_view variable(*place);
+        const std::string_view its_name = variable.substr(0, variable.find('='));
+        if (is_numbered(its_name, name)) {
+            numbered.emplace_back(its_name);
+        }
+    }
+    for (const std::string &each : numbered) {
+        (void)unsetenv(each.c_str());
+    }
+    (void)setenv(name, value.c_str(), 1);
+}
+
+int64_t setting_number(const Setting &given, int64_t fallback, Bounds bounds)
+{
+    if (given.value.empty()) {
         return fallback;
     }
-    const std::optional<int64_t> number = whole_number(text, least, most);
+    const std::optional<int64_t> number = whole_number(given.value, bounds.least, bounds.most);
     if (!number) {
-        report_once("platform: " + no_number(name, text, {least, most}) + ", " + std::to_string(fallback) +
-                    " is used");
+        report_once("platform: " + no_number(given, bounds) + ", " + std::to_string(fallback) + " is used");
     }
     return number.value_or(fallback);
 }
 
-std::string number_problem(const char *name, Bounds bounds)
+int64_t setting_number(const char *name, int64_t fallback, int64_t least, int64_t most)
 {
-    const std::string text = setting(name, "");
-    return text.empty() || whole_number(text, bounds.least, bounds.most) ? "" : no_number(name, text, bounds);
+    return setting_number({name, setting(name, "")}, fallback, {least, most});
+}
+
+std::string number_problem(const Setting &given, Bounds bounds)
+{
+    return given.value.empty() || whole_number(given.value, bounds.least, bounds.most)
+               ? ""
+               : no_number(given, bounds);
 }
 
 void on_setting_mistake(std::function<void(const std::string &)> new_listener)

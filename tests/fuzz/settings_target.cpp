@@ -57,7 +57,7 @@ std::optional<int64_t> number_in(const std::string &text)
 void check_number(const std::string &text)
 {
     const auto number = text.empty() ? std::optional<int64_t>(fallback) : number_in(text);
-    require(platform::number_problem(number_setting, bounds).empty() == number.has_value(),
+    require(platform::number_problem({number_setting, text}, bounds).empty() == number.has_value(),
             "fault is found with what is no number in the bounds", text);
     // Mistakes are remembered, to be told once: all that are long would fill the memory.
     if (number || text.size() <= 2) {

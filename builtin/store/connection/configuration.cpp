@@ -72,7 +72,7 @@ std::string configuration_problem()
                                                                  {replica_limit_setting, deadline_bounds_ms}};
     for (const auto &[name, bounds] : numbers) {
         if (why.empty()) {
-            why = platform::number_problem(name, bounds);
+            why = platform::number_problem({name, platform::setting(name, "")}, bounds);
         }
     }
     return why;

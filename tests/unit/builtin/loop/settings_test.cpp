@@ -105,4 +105,72 @@ TEST_F(Settings, WhatIsNoNumberWithinTheBoundsIsReportedAndNotUsed)
     }
 }
 
+class NumberedSettings : public Settings
+{
+protected:
+    ScopedSetting unset_28{"A_SETTING_28", nullptr};
+
+    // The setting for database 28, with the name that gave it.
+    static std::string given()
+    {
+        const platform::Setting found = platform::numbered_setting("A_SETTING", 28, "fallback");
+        return found.name + '=' + found.value;
+    }
+};
+
+TEST_F(NumberedSettings, NowhereSetGivesTheFallback)
+{
+    configure("A_SETTING_33=other\nA_SETTING_2=other\n");
+    EXPECT_EQ(given(), "A_SETTING=fallback");
+}
+
+TEST_F(NumberedSettings, ANumberWinsOverNoneOfItsLayer)
+{
+    configure("A_SETTING_28=numbered\nA_SETTING=from file\n");
+    EXPECT_EQ(given(), "A_SETTING_28=numbered");
+    const ScopedSetting environment("A_SETTING", "from environment");
+    const ScopedSetting numbered("A_SETTING_28", "numbered, environment");
+    EXPECT_EQ(given(), "A_SETTING_28=numbered, environment");
+    EXPECT_EQ(setting("A_SETTING", ""), "from environment");
+}
+
+TEST_F(NumberedSettings, TheEnvironmentWinsAsAWhole)
+{
+    configure("A_SETTING_28=numbered\n");
+    const ScopedSetting environment("A_SETTING", "from environment");
+    EXPECT_EQ(given(), "A_SETTING=from environment");
+}
+
+TEST_F(NumberedSettings, AnEmptyOneIsNotSet)
+{
+    configure("A_SETTING=from file\nA_SETTING_28=\n");
+    const ScopedSetting empty("A_SETTING_28", "");
+    EXPECT_EQ(given(), "A_SETTING=from file");
+}
+
+TEST_F(NumberedSettings, AReplacedOneHoldsForEveryDatabase)
+{
+    configure("A_SETTING_28=from file\n");
+    const ScopedSetting numbered("A_SETTING_28", "numbered");
+    const ScopedSetting other_number("A_SETTING_1", "other number");
+    const ScopedSetting longer_name("A_SETTING_28_MS", "kept");
+    const ScopedSetting another_name("A_SETTING_X", "kept");
+    platform::replace_setting("A_SETTING", "new");
+    EXPECT_EQ(given(), "A_SETTING=new");
+    EXPECT_EQ(platform::numbered_setting("A_SETTING", 1, "").value, "new");
+    EXPECT_EQ(setting("A_SETTING_28_MS", ""), "kept");
+    EXPECT_EQ(setting("A_SETTING_X", ""), "kept");
+}
+
+TEST_F(NumberedSettings, AMistakeNamesTheNameThatGaveIt)
+{
+    configure("A_SETTING_28=many\n");
+    const platform::Setting found = platform::numbered_setting("A_SETTING", 28, "");
+    EXPECT_EQ(platform::number_problem(found, {0, 9}), "A_SETTING_28=many: not a whole number from 0 to 9");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(setting_number(found, 3, {0, 9}), 3);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "platform: A_SETTING_28=many: not a whole number from 0 to 9, 3 is used\n");
+}
+
 } // namespace
