@@ -24,6 +24,8 @@ namespace store
 namespace
 {
 
+constexpr int32_t first_database = 1; // where it is, the others are
+
 // Writing to a connection that the server has closed raises SIGPIPE, which would end a program that knows
 // nothing of it. Only the default disposition is changed: a program's own handler stays.
 void ignore_broken_pipes()
@@ -98,14 +100,14 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
 bool Client::Parts::configure(const std::optional<Place> &place)
 {
     const auto found = place ? store::place_of(place->endpoint, place->credential_file, problem)
-                             : store::configured_place(problem);
+                             : store::configured_place(first_database, problem);
     if (!found) {
         problem = platform::visible(problem);
         return false;
     }
     shared.identity.endpoint = found->endpoint;
     shared.identity.credentials = found->credentials;
-    const store::ReplicaSetting replicas = store::configured_replicas();
+    const store::ReplicaSetting replicas = store::configured_replicas(first_database);
     shared.replicas.count = replicas.count;
     shared.replicas.limit = replicas.limit;
     return true;

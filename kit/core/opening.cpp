@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "core/records.h"
 #include "loop/settings.h"
 #include "modules/module_folder.h"
 #include "store/connection/configuration.h"
@@ -42,13 +43,13 @@ std::optional<store::Place> place_of(const Wanted &wanted)
     if (!wanted.endpoint) {
         return std::nullopt;
     }
-    return store::Place{*wanted.endpoint, platform::setting("VX_MOM_AUTH_FILE", "")};
+    return store::Place{*wanted.endpoint, store::configured_credentials(database).value};
 }
 
 std::string problem_of(const std::optional<store::Place> &place)
 {
     if (!place) {
-        return store::configuration_problem();
+        return store::configuration_problem({database});
     }
     std::string problem;
     (void)store::place_of(place->endpoint, place->credential_file, problem);
@@ -63,7 +64,7 @@ int lock_name(const Wanted &wanted, const Log &log, NameLock &lock)
     }
     std::string why;
     switch (lock.acquire(wanted.lock_folder, wanted.name,
-                         wanted.endpoint.value_or(store::configured_endpoint()), why)) {
+                         wanted.endpoint.value_or(store::configured_endpoint(database).value), why)) {
     case NameLock::Outcome::taken:
         log(APP_CG_KIT_ERROR, why);
         return APP_CG_KIT_E_TAKEN;

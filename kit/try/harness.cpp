@@ -32,7 +32,7 @@ constexpr std::size_t most_printed = 400;   // bytes that are quoted of what a m
 using AnswerRecord = PLibpub__AppCgCardCheckAck;
 const ProtobufCMessageDescriptor &answer_type = p_libpub__app_cg_card_check_ack__descriptor;
 
-// The settings of an installed store do not apply to the module.
+// The settings of an installed store do not apply to the module, nor those for single databases.
 std::vector<std::pair<std::string, std::string>> private_settings(const PrivateStore &server)
 {
     return {{"VX_MOM_ENDPOINT", server.endpoint()},
@@ -46,8 +46,9 @@ std::vector<std::string> environment_with(const std::vector<std::pair<std::strin
     std::vector<std::string> variables;
     for (char **place = environ; place != nullptr && *place != nullptr; ++place) {
         const std::string variable = *place;
-        if (std::none_of(settings.begin(), settings.end(),
-                         [&](const auto &setting) { return variable.starts_with(setting.first + '='); })) {
+        if (std::none_of(settings.begin(), settings.end(), [&](const auto &setting) {
+                return variable.starts_with(setting.first + '=') || variable.starts_with(setting.first + '_');
+            })) {
             variables.push_back(variable);
         }
     }

@@ -51,6 +51,13 @@ def test_a_good_module_passes_every_case(try_module):
     assert json.loads(said)["version"] == 2 and json.loads(said)["passed"] is True
 
 
+def test_the_settings_of_an_installed_store_do_not_apply(try_module):
+    status, cases, said = try_module(BUILD / "bin" / "examples/power_budget", "power",
+                                     PROJECT / "kit/examples/power_budget/power.table",
+                                     VX_MOM_ENDPOINT="unix:/nowhere", VX_MOM_ENDPOINT_1="unix:/nowhere/either")
+    assert status == 0 and list(cases) == CASES, said
+
+
 @pytest.mark.parametrize("command", [
     ("examples/power_budget", "power", PROJECT / "kit/examples/power_budget/power.table"),
     ("examples/compatibility", "compat", PROJECT / "kit/examples/compatibility/slots.table"),

@@ -11,6 +11,7 @@
 #include "daemon/daemon_view.h"
 #include "log/platform_log.h"
 #include "loop/loop.h"
+#include "loop/settings.h"
 #include "modules/module_folder.h"
 #include "player.h"
 #include "report.h"
@@ -71,7 +72,7 @@ std::vector<std::string> registered(const Output &output, const std::string &soc
 platform::Loop loop_with(const SimOptions &options)
 {
     if (!options.endpoint.empty()) {
-        setenv("VX_MOM_ENDPOINT", options.endpoint.c_str(), 1);
+        platform::replace_setting("VX_MOM_ENDPOINT", options.endpoint);
     }
     setenv("VX_ZLOG", "none", 1);
     return platform::Loop("cg_sim");

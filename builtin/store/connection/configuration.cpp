@@ -2,8 +2,7 @@
 #include "store/connection/configuration.h"
 
 #include <utility>
-
-#include "loop/settings.h"
+#include <vector>
 
 namespace store
 {
@@ -11,6 +10,9 @@ namespace store
 namespace
 {
 
+constexpr const char *endpoint_setting = "VX_MOM_ENDPOINT";
+constexpr const char *credential_setting = "VX_MOM_AUTH_FILE";
+constexpr const char *default_endpoint = "tcp:127.0.0.1:6379";
 constexpr const char *deadline_setting = "VX_MOM_DEADLINE_MS";
 constexpr int64_t default_deadline_ms = 5000;
 constexpr platform::Bounds deadline_bounds_ms{1, 3600000};
@@ -19,31 +21,50 @@ constexpr platform::Bounds replicas_bounds{0, 100};
 constexpr const char *replica_limit_setting = "VX_MOM_WAIT_MS";
 constexpr int64_t default_replica_limit_ms = 100;
 
-} // namespace
-
-std::optional<StorePlace> place_of(const std::string &endpoint, const std::string &credential_file,
-                                   std::string &why)
+platform::Setting replica_count(int32_t db)
 {
-    const auto place = parse_endpoint(endpoint, why);
+    return platform::numbered_setting(replicas_setting, db, "");
+}
+
+// As place_of(), of settings.
+std::optional<StorePlace> place_in(const platform::Setting &endpoint,
+                                   const platform::Setting &credential_file, std::string &why)
+{
+    const auto place = parse_endpoint(endpoint.value, why);
     if (!place) {
+        // What it is about shows in the text, and which database's it is only here.
+        why = endpoint.name == endpoint_setting ? why : endpoint.name + ": " + why;
         return std::nullopt;
     }
-    const auto credentials = read_credentials(credential_file, why);
+    const auto credentials = read_credentials(credential_file.value, why);
     if (!credentials) {
-        why = "VX_MOM_AUTH_FILE: " + why;
+        why = credential_file.name + ": " + why;
         return std::nullopt;
     }
     return StorePlace{*place, *credentials};
 }
 
-std::string configured_endpoint()
+} // namespace
+
+std::optional<StorePlace> place_of(const std::string &endpoint, const std::string &credential_file,
+                                   std::string &why)
 {
-    return platform::setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379");
+    return place_in({endpoint_setting, endpoint}, {credential_setting, credential_file}, why);
 }
 
-std::optional<StorePlace> configured_place(std::string &why)
+platform::Setting configured_endpoint(int32_t db)
 {
-    return place_of(configured_endpoint(), platform::setting("VX_MOM_AUTH_FILE", ""), why);
+    return platform::numbered_setting(endpoint_setting, db, default_endpoint);
+}
+
+platform::Setting configured_credentials(int32_t db)
+{
+    return platform::numbered_setting(credential_setting, db, "");
+}
+
+std::optional<StorePlace> configured_place(int32_t db, std::string &why)
+{
+    return place_in(configured_endpoint(db), configured_credentials(db), why);
 }
 
 std::chrono::milliseconds configured_deadline()
@@ -52,27 +73,34 @@ std::chrono::milliseconds configured_deadline()
         deadline_setting, default_deadline_ms, deadline_bounds_ms.least, deadline_bounds_ms.most));
 }
 
-ReplicaSetting configured_replicas()
+ReplicaSetting configured_replicas(int32_t db)
 {
-    const int64_t count =
-        platform::setting_number(replicas_setting, 0, replicas_bounds.least, replicas_bounds.most);
     const int64_t limit_ms = platform::setting_number(replica_limit_setting, default_replica_limit_ms,
                                                       deadline_bounds_ms.least, deadline_bounds_ms.most);
-    return {static_cast<int>(count), std::chrono::milliseconds(limit_ms)};
+    return {static_cast<int>(platform::setting_number(replica_count(db), 0, replicas_bounds)),
+            std::chrono::milliseconds(limit_ms)};
 }
 
-std::string configuration_problem()
+std::string configuration_problem(const std::set<int32_t> &databases)
 {
     std::string why;
-    if (!configured_place(why)) {
-        return why;
+    for (const int32_t db : databases) {
+        if (!configured_place(db, why)) {
+            return why;
+        }
     }
-    const std::pair<const char *, platform::Bounds> numbers[] = {{deadline_setting, deadline_bounds_ms},
-                                                                 {replicas_setting, replicas_bounds},
-                                                                 {replica_limit_setting, deadline_bounds_ms}};
-    for (const auto &[name, bounds] : numbers) {
+    std::vector<std::pair<platform::Setting, platform::Bounds>> numbers;
+    const auto add = [&numbers](const char *name, platform::Bounds bounds) {
+        numbers.emplace_back(platform::Setting{name, platform::setting(name, "")}, bounds);
+    };
+    add(deadline_setting, deadline_bounds_ms);
+    for (const int32_t db : databases) {
+        numbers.emplace_back(replica_count(db), replicas_bounds);
+    }
+    add(replica_limit_setting, deadline_bounds_ms);
+    for (const auto &[number, bounds] : numbers) {
         if (why.empty()) {
-            why = platform::number_problem({name, platform::setting(name, "")}, bounds);
+            why = platform::number_problem(number, bounds);
         }
     }
     return why;

@@ -31,6 +31,8 @@ struct Endpoint {
     int port = 0;
     std::string group;               // the name that the sentinels watch it by; else empty
     std::vector<HostPort> sentinels; // in the order configured, each one once
+
+    friend bool operator==(const Endpoint &, const Endpoint &) = default;
 };
 
 struct Credentials {
@@ -39,6 +41,8 @@ struct Credentials {
     // The same for the sentinels, who have users of their own.
     std::string sentinel_user;
     std::string sentinel_password;
+
+    friend bool operator==(const Credentials &, const Credentials &) = default;
 };
 
 // Reads an endpoint. Returns nothing, and says in `why` what is wrong and what would be right, when it is

@@ -78,7 +78,7 @@ struct Inspection::Parts {
 
 Inspection::Inspection(int32_t database, std::chrono::milliseconds limit) : parts_(std::make_unique<Parts>())
 {
-    if (const auto place = configured_place(parts_->problem)) {
+    if (const auto place = configured_place(database, parts_->problem)) {
         parts_->identity.endpoint = place->endpoint;
         parts_->identity.credentials = place->credentials;
         parts_->open(database, limit);
@@ -88,7 +88,7 @@ Inspection::Inspection(int32_t database, std::chrono::milliseconds limit) : part
 Inspection::Inspection(int32_t database, std::chrono::milliseconds limit, const Credentials &credentials)
     : parts_(std::make_unique<Parts>())
 {
-    if (const auto place = configured_place(parts_->problem)) {
+    if (const auto place = configured_place(database, parts_->problem)) {
         parts_->identity.endpoint = place->endpoint;
         parts_->identity.credentials = credentials;
         parts_->open(database, limit);

@@ -32,9 +32,10 @@ struct Inspected {
 class Inspection
 {
 public:
-    // Connects to the configured endpoint within the limit and selects a database; as the configured user, or
-    // as another one. When that fails, is_open() is false and problem() says why: a line that names the
-    // endpoint and the server's own words.
+    // Connects within the limit to where a database is configured to be, and selects it; as the configured
+    // user, or as another one. Database 0 is on every server, and is that of the settings without a number.
+    // When that fails, is_open() is false and problem() says why: a line that names the endpoint and the
+    // server's own words.
     Inspection(int32_t database, std::chrono::milliseconds limit);
     Inspection(int32_t database, std::chrono::milliseconds limit, const Credentials &credentials);
     Inspection(Inspection &&) noexcept;

@@ -26,12 +26,15 @@ constexpr const char *log_setting = "VX_ZLOG";
 
 // What the server answers to who lacks the right.
 constexpr std::array refusals{"NOPERM", "NOAUTH", "WRONGPASS"};
-constexpr const char *whose_credentials = "; VX_MOM_AUTH_FILE names the file of credentials: app_cg-watch "
-                                          "may see everything, app_cg-admin change it "
-                                          "as well, a module has its own";
+constexpr const char *whose_credentials = " names the file of credentials: app_cg-watch may see everything, "
+                                          "app_cg-admin change it as well, a module has its own";
 
-std::string where()
+// Of the endpoint for all databases, what the environment has.
+std::string where(int32_t db)
 {
+    if (const platform::Setting own = store::configured_endpoint(db); own.name != endpoint_setting) {
+        return "the store at " + visible(own.value);
+    }
     const char *endpoint = getenv(endpoint_setting);
     return endpoint == nullptr || *endpoint == '\0'
                ? std::string("the store (") + endpoint_setting + " is not set)"
@@ -39,19 +42,41 @@ std::string where()
 }
 
 // Before anything else is done with the settings, so that there is one message, and ours.
-std::string checked_place()
+void check_settings()
 {
-    const std::string problem = store::configuration_problem();
+    const std::string problem = store::configuration_problem(databases());
     if (!problem.empty()) {
         throw Failure(wrong_usage, visible(problem));
     }
-    return where();
+}
+
+// Why a call on a database failed; the client's failures follow errno.
+std::string reason(const store::Status &status, int32_t db)
+{
+    const bool is_refused = std::any_of(refusals.begin(), refusals.end(), [&](const char *word) {
+        return status.reason.find(word) != std::string::npos;
+    });
+    return '(' + std::to_string(status.code) + ": " + strerror(-status.code) +
+           "): " + visible(status.reason) +
+           (is_refused ? "; " + store::configured_credentials(db).name + whose_credentials : "");
+}
+
+void check(const store::Status &status, const char *what, const ProtobufCMessageDescriptor &type, int32_t db)
+{
+    if (status.code == -EBADMSG) {
+        throw Failure(failed, "the record does not decode: " + visible(status.reason));
+    }
+    if (!status) {
+        throw Failure(failed, std::string("could not ") + what + ' ' + type.name + " in database " +
+                                  std::to_string(db) + " of " + where(db) + ' ' + reason(status, db));
+    }
 }
 
 } // namespace
 
-Store::Store(const Output &output) : output_(output), where_(checked_place())
+Store::Store(const Output &output) : output_(output)
 {
+    check_settings();
     // The platform's own log must not go to the daemon's log file, which the same setting may name: two
     // processes cannot rotate one file.
     setenv(log_setting, "none", 1);
@@ -76,16 +101,6 @@ void Store::notice(const std::string &text)
     }
 }
 
-// The client's failures follow errno.
-std::string Store::reason(const store::Status &status) const
-{
-    const bool is_refused = std::any_of(refusals.begin(), refusals.end(), [&](const char *word) {
-        return status.reason.find(word) != std::string::npos;
-    });
-    return '(' + std::to_string(status.code) + ": " + strerror(-status.code) +
-           "): " + visible(status.reason) + (is_refused ? whose_credentials : "");
-}
-
 void Store::connect(int32_t db)
 {
     if (connected_.contains(db)) {
@@ -95,7 +110,8 @@ void Store::connect(int32_t db)
     if (!status) {
         // The settings were in order: so it is the server that has no such database.
         throw Failure(status.code == -EINVAL ? wrong_usage : failed,
-                      where_ + " cannot be used, database " + std::to_string(db) + ' ' + reason(status));
+                      where(db) + " cannot be used, database " + std::to_string(db) + ' ' +
+                          reason(status, db));
     }
     connected_.insert(db);
 }
@@ -164,18 +180,6 @@ void Store::erase_matching(int32_t db, const ProtobufCMessage &key, int32_t key_
 {
     connect(db);
     check(client_->erase_matching(db, key, key_count), "delete", *key.descriptor, db);
-}
-
-void Store::check(const store::Status &status, const char *what, const ProtobufCMessageDescriptor &type,
-                  int32_t db) const
-{
-    if (status.code == -EBADMSG) {
-        throw Failure(failed, "the record does not decode: " + visible(status.reason));
-    }
-    if (!status) {
-        throw Failure(failed, std::string("could not ") + what + ' ' + type.name + " in database " +
-                                  std::to_string(db) + " of " + where_ + ' ' + reason(status));
-    }
 }
 
 int Store::report_left_out() const

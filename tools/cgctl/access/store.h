@@ -64,12 +64,8 @@ public:
 
 private:
     void notice(const std::string &text);
-    [[nodiscard]] std::string reason(const store::Status &status) const;
-    void check(const store::Status &status, const char *what, const ProtobufCMessageDescriptor &type,
-               int32_t db) const;
 
     const Output &output_;
-    std::string where_;
     std::set<std::string> noticed_;
     std::set<std::string> left_out_;
     std::optional<platform::Loop> loop_;

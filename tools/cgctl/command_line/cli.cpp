@@ -182,7 +182,7 @@ int parse_and_act(CLI::App &app, Session &session, const std::vector<std::string
 {
     parse(app, session, arguments);
     if (!session.endpoint.empty()) {
-        setenv("VX_MOM_ENDPOINT", session.endpoint.c_str(), 1);
+        platform::replace_setting("VX_MOM_ENDPOINT", session.endpoint);
     }
     const int status = session.action();
     session.check_output();

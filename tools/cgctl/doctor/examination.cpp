@@ -6,7 +6,6 @@
 
 #include "base/failure.h"
 #include "base/text.h"
-#include "loop/settings.h"
 #include "store/connection/configuration.h"
 
 namespace cg
@@ -100,10 +99,10 @@ std::string Examination::cgctl(const std::string &arguments) const
 }
 
 // Where redis-cli has to go. Of a group that is the server which answered, and it says where it is.
-std::string Examination::address()
+std::string Examination::address(int32_t database)
 {
     std::string ignored;
-    const auto place = store::configured_place(ignored);
+    const auto place = store::configured_place(database, ignored);
     if (!place) {
         return {};
     }
@@ -113,7 +112,7 @@ std::string Examination::address()
     } else if (place->endpoint.group.empty()) {
         text = " -h " + shell_word(place->endpoint.host) + " -p " + std::to_string(place->endpoint.port);
     } else {
-        const std::string here = field(ask({"CLIENT", "INFO"}).text, "laddr");
+        const std::string here = field(ask({"CLIENT", "INFO"}, database).text, "laddr");
         const std::size_t colon = here.rfind(':');
         text = colon == std::string::npos ? ""
                                           : " -h " + here.substr(0, colon) + " -p " + here.substr(colon + 1);
@@ -125,11 +124,11 @@ std::string Examination::redis_cli(const std::string &arguments, int32_t databas
 {
     // A password on the command line would be everybody's to read, and one asked for would come from the
     // pipe.
-    const std::string file = platform::setting("VX_MOM_AUTH_FILE", "");
+    const std::string file = store::configured_credentials(database).value;
     const std::string password =
         file.empty() ? "" : "REDISCLI_AUTH=$(sed -n 's/^password *//p' " + shell_word(file) + ") ";
-    return password + "redis-cli" + address() + (database == 0 ? "" : " -n " + std::to_string(database)) +
-           ' ' + arguments;
+    return password + "redis-cli" + address(database) +
+           (database == 0 ? "" : " -n " + std::to_string(database)) + ' ' + arguments;
 }
 
 } // namespace cg

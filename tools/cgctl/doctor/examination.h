@@ -65,7 +65,7 @@ public:
     std::string redis_cli(const std::string &arguments, int32_t database = 0);
 
 private:
-    std::string address();
+    std::string address(int32_t database);
 
     std::map<int32_t, store::Inspection> servers_;
     std::optional<Store> store_;

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "base/text.h"
+#include "records/databases.h"
 #include "records/record_types.h"
 #include "store/connection/configuration.h"
 #include "store/connection/server_info.h"
@@ -66,15 +67,14 @@ std::optional<Limits> pubsub_limits(const std::string &text)
 
 Finding check_settings(Examination &examination)
 {
-    const std::string problem = store::configuration_problem();
+    const std::string problem = store::configuration_problem(databases());
     if (!problem.empty()) {
         return {Severity::fail, problem,
                 "correct it in the environment or in /etc/app_cg/platform.conf; app_cg(8) lists the forms"};
     }
-    std::string ignored;
     examination.patience =
         std::min<std::chrono::milliseconds>(store::configured_deadline(), longest_patience);
-    return {Severity::ok, "the store is configured at " + store::configured_place(ignored)->endpoint.text};
+    return {Severity::ok, "the store is configured at " + store::configured_endpoint(card_database).value};
 }
 
 Finding check_store(Examination &examination)

@@ -11,6 +11,7 @@
 #include "base/text.h"
 #include "command_line/verbs.h"
 #include "modules/module_folder.h"
+#include "records/record_types.h"
 #include "store/connection/configuration.h"
 
 namespace cg
@@ -131,7 +132,7 @@ std::string fix(const AclOptions &options, const std::string &users_file)
 
 int check_users(const Session &session, const AclOptions &options)
 {
-    if (const std::string problem = store::configuration_problem(); !problem.empty()) {
+    if (const std::string problem = store::configuration_problem(databases()); !problem.empty()) {
         throw Failure(wrong_usage, visible(problem));
     }
     const std::vector<AclUser> users = acl_users(module_names(session, options.modules));

@@ -183,7 +183,7 @@ int complete(Session session, const CLI::App &app)
     try {
         const Completion completion = completion_of(describe(app), session.command);
         if (!completion.endpoint.empty()) {
-            setenv("VX_MOM_ENDPOINT", completion.endpoint.c_str(), 1);
+            platform::replace_setting("VX_MOM_ENDPOINT", completion.endpoint);
         }
         session.socket = completion.socket;
         complete(session, completion, session.command.empty() ? "" : session.command.back());

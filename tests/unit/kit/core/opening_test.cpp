@@ -35,7 +35,8 @@ protected:
     {
         fs::remove_all(folder_);
         for (const char *name :
-             {"VX_PLATFORM_CONF", "VX_MOM_ENDPOINT", "VX_MOM_AUTH_FILE", "VX_MOM_DEADLINE_MS"}) {
+             {"VX_PLATFORM_CONF", "VX_MOM_ENDPOINT", "VX_MOM_ENDPOINT_1", "VX_MOM_ENDPOINT_28",
+              "VX_MOM_AUTH_FILE", "VX_MOM_AUTH_FILE_1", "VX_MOM_DEADLINE_MS"}) {
             unsetenv(name);
         }
     }
@@ -130,6 +131,27 @@ TEST_F(Opening, SettingsAreReadWhenThereIsNoEndpoint)
     setenv("VX_MOM_DEADLINE_MS", "soon", 1);
     EXPECT_EQ(open(), APP_CG_KIT_E_SETTINGS);
     EXPECT_NE(lines_.find("VX_MOM_DEADLINE_MS"), std::string::npos) << lines_;
+}
+
+TEST_F(Opening, TheStoreOfDatabaseOneCounts)
+{
+    setenv("VX_MOM_AUTH_FILE", (folder_ / "missing").c_str(), 1);
+    std::ofstream(folder_ / "own") << "user module-volt\npassword x\n";
+    fs::permissions(folder_ / "own", fs::perms::owner_read);
+    setenv("VX_MOM_AUTH_FILE_1", (folder_ / "own").c_str(), 1);
+    EXPECT_EQ(open(), 0) << lines_;
+    EXPECT_EQ(fake_store::options().place->credential_file, (folder_ / "own").string());
+    wanted_.endpoint.reset();
+    setenv("VX_MOM_ENDPOINT", "nowhere", 1);
+    setenv("VX_MOM_ENDPOINT_28", "nowhere either", 1);
+    setenv("VX_MOM_ENDPOINT_1", "unix:/host", 1);
+    EXPECT_EQ(open(), 0) << lines_;
+    wanted_.lock_folder = folder_.string();
+    ASSERT_EQ(open(), 0);
+    kit::Wanted other = wanted_;
+    other.endpoint = "unix:/host";
+    kit::Opened second;
+    EXPECT_EQ(kit::open(other, {}, log_, second), APP_CG_KIT_E_TAKEN);
 }
 
 TEST_F(Opening, MistakesInTheSettingsFileGoToTheModulesLog)

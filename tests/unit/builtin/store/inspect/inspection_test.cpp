@@ -99,6 +99,14 @@ TEST_F(InspectionTest, GoesAsAnotherUserIfToldSo)
     EXPECT_EQ(server.commands().front(), "AUTH gate secret");
 }
 
+TEST_F(InspectionTest, GoesWhereTheDatabaseIs)
+{
+    const ScopedSetting elsewhere("VX_MOM_ENDPOINT_28", "unix:/nonexistent/socket");
+    EXPECT_TRUE(Inspection(0, enough).is_open());
+    EXPECT_TRUE(Inspection(1, enough).is_open());
+    EXPECT_EQ(Inspection(28, enough).problem(), "unix:/nonexistent/socket: No such file or directory");
+}
+
 TEST(Inspection, WithoutAServerOrGoodSettingsSaysWhy)
 {
     {

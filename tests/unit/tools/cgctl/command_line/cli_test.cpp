@@ -1,4 +1,5 @@
 // What is refused before the store is asked. No test here has a store.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -106,6 +107,21 @@ TEST(Usage, WrongSettingsOfTheStoreAreOneLineThatSaysWhatIsRight)
     }
     const Setting deadline("VX_MOM_DEADLINE_MS", "abc");
     EXPECT_EQ(refused({"watch"}), "VX_MOM_DEADLINE_MS=abc: not a whole number from 1 to 3600000\n");
+}
+
+TEST(Usage, AnEndpointHoldsForEveryDatabase)
+{
+    const Setting deadline("VX_MOM_DEADLINE_MS", "50");
+    {
+        const Setting own("VX_MOM_ENDPOINT_1", "unix:/nonexistent/own");
+        const Setting wrong("VX_MOM_ENDPOINT_28", "nonsense");
+        EXPECT_TRUE(refused({"list"}).starts_with("VX_MOM_ENDPOINT_28: endpoint 'nonsense' is none"));
+        EXPECT_THAT(run_cgctl({"--endpoint", "unix:/nonexistent/here", "list"}).err,
+                    testing::HasSubstr("the store at unix:/nonexistent/here cannot be used, database 1 "));
+    }
+    const Setting own("VX_MOM_ENDPOINT_1", "unix:/nonexistent/own");
+    EXPECT_THAT(run_cgctl({"list"}).err,
+                testing::HasSubstr("the store at unix:/nonexistent/own cannot be used, database 1 "));
 }
 
 TEST(Usage, WrongCardsAreRefused)
