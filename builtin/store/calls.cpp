@@ -58,8 +58,8 @@ Cause::Kind cause_of(platform::Activity::Kind activity)
 
 } // namespace
 
-Calls::Calls(Shared &shared, int32_t number, AsyncConnection &loop)
-    : shared_(shared), number_(number), loop_(loop), sync_(shared.identity, number),
+Calls::Calls(Server &server, int32_t number, AsyncConnection &loop)
+    : server_(server), shared_(server.shared), number_(number), loop_(loop), sync_(server.identity, number),
       channel_prefix_(channel_prefix(number))
 {
 }
@@ -99,9 +99,9 @@ void Calls::notify(const Status &failure) const
 
 void Calls::notify_starter(const std::string &problem)
 {
-    if (problem != shared_.starter_problem) {
-        shared_.starter_problem = problem;
-        shared_.messages.notify_starter("store client: " + shared_.identity.endpoint.text + ": " + problem);
+    if (problem != server_.starter_problem) {
+        server_.starter_problem = problem;
+        shared_.messages.notify_starter("store client: " + server_.identity.endpoint.text + ": " + problem);
     }
 }
 
@@ -111,8 +111,8 @@ Answer Calls::ask(const std::vector<Command> &commands, Purpose purpose)
         return {{other_data_set, other_data}, {}};
     }
     const Clock::time_point began = Clock::now();
-    const Clock::time_point deadline = shared_.outage.deadline();
-    const bool only_once = shared_.outage.is_exhausted();
+    const Clock::time_point deadline = server_.outage.deadline();
+    const bool only_once = server_.outage.is_exhausted();
     milliseconds pause{1};
     for (;;) {
         Answer answer;
@@ -133,8 +133,8 @@ Answer Calls::ask(const std::vector<Command> &commands, Purpose purpose)
             write_given_up_ = write_given_up_ || purpose == Purpose::write;
             return refuse();
         }
-        shared_.outage.begin(result == Outcome::timed_out ? began : Clock::now(),
-                             shared_.identity.endpoint.text + ": " + problem);
+        server_.outage.begin(result == Outcome::timed_out ? began : Clock::now(),
+                             server_.identity.endpoint.text + ": " + problem);
         if (result == Outcome::timed_out || only_once || Clock::now() + pause >= deadline) {
             return give_up(purpose, problem);
         }
@@ -147,13 +147,12 @@ Status Calls::change(Command &&call, const std::string &type)
 {
     std::vector<Command> commands;
     commands.push_back(std::move(call));
-    if (shared_.replicas.count > 0) {
+    if (server_.replicas.count > 0) {
         // Once they did not confirm, no call waits for them again until they do.
         const auto left =
-            std::chrono::duration_cast<milliseconds>(shared_.outage.deadline() - Clock::now()) / 2;
-        const auto limit =
-            shared_.replicas.is_missed ? milliseconds(1) : std::min(shared_.replicas.limit, left);
-        commands.push_back({"WAIT", std::to_string(shared_.replicas.count),
+            std::chrono::duration_cast<milliseconds>(server_.outage.deadline() - Clock::now()) / 2;
+        const auto limit = server_.misses_replicas ? milliseconds(1) : std::min(server_.replicas.limit, left);
+        commands.push_back({"WAIT", std::to_string(server_.replicas.count),
                             std::to_string(std::max(limit, milliseconds(1)).count())});
     }
     Answer answer = ask(commands, Purpose::write);
@@ -280,17 +279,17 @@ Answer Calls::load_and_call(const std::vector<Command> &call)
         }
         Answer answer = ask(call, Purpose::write);
         if (!answer.status || !is_missing_function(answer.replies[0].get())) {
-            shared_.lacks_functions_since.reset();
+            server_.lacks_functions_since.reset();
             return answer;
         }
         // As in an outage, the time counts from its beginning, for all calls together.
-        if (!shared_.lacks_functions_since) {
-            shared_.lacks_functions_since = Clock::now();
+        if (!server_.lacks_functions_since) {
+            server_.lacks_functions_since = Clock::now();
             LOG_TO(shared_.messages, platform::log_warn,
                    "database %d: the server has no functions %s, and loading them is refused: %s", number_,
                    library_name, text_of(loaded.replies[0].get()).c_str());
         }
-        if (Clock::now() + longest_retry_pause >= *shared_.lacks_functions_since + shared_.outage.budget()) {
+        if (Clock::now() + longest_retry_pause >= *server_.lacks_functions_since + server_.outage.budget()) {
             return answer;
         }
         pause_for(longest_retry_pause);
@@ -304,22 +303,22 @@ void Calls::end_outage(Purpose purpose)
         return;
     }
     writes_refused_ = false;
-    shared_.outage.end();
+    server_.outage.end();
     logged_problem_.clear();
 }
 
 void Calls::note_replicas(const redisReply *reply)
 {
-    const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < shared_.replicas.count;
-    if (missed && !shared_.replicas.is_missed) {
+    const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < server_.replicas.count;
+    if (missed && !server_.misses_replicas) {
         LOG_TO(shared_.messages, platform::log_warn, "a write is confirmed by %lld replicas and not by %d %s",
-               reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, shared_.replicas.count,
+               reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, server_.replicas.count,
                text_of(reply).c_str());
-    } else if (!missed && shared_.replicas.is_missed) {
+    } else if (!missed && server_.misses_replicas) {
         LOG_TO(shared_.messages, platform::log_notice, "writes are confirmed by %d replicas again",
-               shared_.replicas.count);
+               server_.replicas.count);
     }
-    shared_.replicas.is_missed = missed;
+    server_.misses_replicas = missed;
 }
 
 Outcome Calls::attempt(const std::vector<Command> &commands, Clock::time_point deadline,
@@ -425,7 +424,7 @@ Answer Calls::give_up(Purpose purpose, const std::string &problem)
         loop_.drop("a write was given up");
     }
     return {failure(timed_out, "database %d: %s given up: %s: %s", number_,
-                    purpose == Purpose::write ? "write" : "read", shared_.identity.endpoint.text.c_str(),
+                    purpose == Purpose::write ? "write" : "read", server_.identity.endpoint.text.c_str(),
                     problem.c_str()),
             {}};
 }
@@ -439,7 +438,7 @@ Answer Calls::refuse()
     if (shared_.messages.go_to_log()) {
         log_once(sync_.problem());
     }
-    return {{sync_.rejection(), platform::visible(shared_.identity.endpoint.text + ": " + sync_.problem())},
+    return {{sync_.rejection(), platform::visible(server_.identity.endpoint.text + ": " + sync_.problem())},
             {}};
 }
 
@@ -448,7 +447,7 @@ void Calls::log_once(const std::string &problem)
     if (problem != logged_problem_) {
         logged_problem_ = problem;
         LOG_TO(shared_.messages, platform::log_error, "database %d at %s: %s", number_,
-               shared_.identity.endpoint.text.c_str(), problem.c_str());
+               server_.identity.endpoint.text.c_str(), problem.c_str());
     }
 }
 

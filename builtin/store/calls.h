@@ -9,49 +9,20 @@
 #ifndef STORE_CALLS_H
 #define STORE_CALLS_H
 
-#include <chrono>
 #include <cstdint>
-#include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "log/messages.h"
 #include "store/connection/async_connection.h"
 #include "store/connection/errors.h"
-#include "store/connection/outage.h"
 #include "store/connection/sync_connection.h"
 #include "store/data_set.h"
+#include "store/server.h"
 #include "store/status.h"
-#include "vx_thread.h"
 
 namespace store
 {
-
-// How many replicas must have a write before the call returns, and how long it waits for them.
-struct ReplicaWait {
-    int count = 0;
-    std::chrono::milliseconds limit{0};
-    bool is_missed = false; // they did not confirm the last write
-};
-
-// What the databases of a client share. All of it outlives them.
-struct Shared {
-    vx_global_t *global;
-    event_base *base;
-    platform::Messages messages;
-    ClientIdentity identity;
-    Outage outage;
-    ReplicaWait replicas;
-    std::function<void()> schedule_turn; // has turn() called soon, from the loop
-    // Since when the server has no functions and refuses to be given them.
-    std::optional<Clock::time_point> lacks_functions_since{};
-    std::string instance{};        // of the client, which its marks begin with
-    uint64_t writes = 0;           // that have been given a mark
-    std::string starter_problem{}; // the last problem printed for the one who starts the program
-    bool keeps_functions = false;  // as in Options
-    Clock::time_point functions_asked_at{};
-};
 
 struct Answer {
     Status status; // of the transport; an error of the server is a reply
@@ -63,10 +34,12 @@ enum class Purpose { read, write };
 class Calls
 {
 public:
-    // loop  the database's connection on the loop. Both outlive the object.
-    Calls(Shared &shared, int32_t number, AsyncConnection &loop);
+    // server  that has the database.
+    // loop    the database's connection on the loop. Both outlive the object.
+    Calls(Server &server, int32_t number, AsyncConnection &loop);
 
     int32_t number() const { return number_; }
+    Server &server() const { return server_; }
     vx_global_t *context() const { return shared_.global; }
     platform::Messages &messages() const { return shared_.messages; }
     // What the channels of this database begin with.
@@ -125,6 +98,7 @@ private:
     void end_outage(Purpose purpose);
     void notify_starter(const std::string &problem);
 
+    Server &server_;
     Shared &shared_;
     int32_t number_;
     AsyncConnection &loop_;

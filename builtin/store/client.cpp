@@ -65,6 +65,7 @@ struct Client::Parts {
     Status call(int32_t db, const Work &work);
 
     store::Shared shared;
+    std::optional<store::Server> server;
     std::string problem; // of the settings; empty: they are in order
     bool in_turn = false;
     platform::Event turn_event;
@@ -74,13 +75,8 @@ struct Client::Parts {
 };
 
 Client::Parts::Parts(vx_global_t *context, Options &&options)
-    : shared{context,
-             platform::event_base_of(context),
-             platform::Messages(std::move(options.notice)),
-             {},
-             {store::configured_deadline(), shared.messages},
-             {},
-             [this] { schedule_turn(); }},
+    : shared{context, platform::event_base_of(context), platform::Messages(std::move(options.notice)),
+             store::configured_deadline(), [this] { schedule_turn(); }},
       turn_event(event_new(shared.base, -1, 0, turn_cb, this))
 {
     const std::string &module = platform::module_of(context);
@@ -90,7 +86,7 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
     ignore_broken_pipes();
     shared.instance = random_instance();
     shared.keeps_functions = options.keeps_functions;
-    shared.identity.name = options.name.empty() ? module : options.name;
+    shared.name = options.name.empty() ? module : options.name;
     if (!configure(options.place)) {
         LOG_TO(shared.messages, platform::log_error, "store client: %s", problem.c_str());
         shared.messages.notify_starter("store client: " + problem);
@@ -105,11 +101,7 @@ bool Client::Parts::configure(const std::optional<Place> &place)
         problem = platform::visible(problem);
         return false;
     }
-    shared.identity.endpoint = found->endpoint;
-    shared.identity.credentials = found->credentials;
-    const store::ReplicaSetting replicas = store::configured_replicas(first_database);
-    shared.replicas.count = replicas.count;
-    shared.replicas.limit = replicas.limit;
+    server.emplace(shared, *found, store::configured_replicas(first_database));
     return true;
 }
 
@@ -168,7 +160,7 @@ Database *Client::Parts::database(int32_t number)
     }
     std::unique_ptr<Database> &place = databases[number];
     if (place == nullptr) {
-        place = std::make_unique<Database>(shared, number);
+        place = std::make_unique<Database>(*server, number);
     }
     return place.get();
 }
@@ -280,9 +272,8 @@ Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescrip
 
 Status Client::publish_health(int32_t db)
 {
-    return parts_->call(db, [&](Database &database) {
-        return parts_->health.emplace(parts_->shared, database.calls).begin();
-    });
+    return parts_->call(db,
+                        [&](Database &database) { return parts_->health.emplace(database.calls).begin(); });
 }
 
 std::optional<std::chrono::steady_clock::time_point> Client::last_contact(int32_t db) const

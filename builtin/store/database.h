@@ -12,10 +12,10 @@ namespace store
 {
 
 struct Database {
-    // shared  outlives the object.
-    Database(Shared &shared, int32_t number)
-        : loop(shared.base, shared.identity, number, shared.outage.budget(), shared.messages),
-          calls(shared, number, loop), inbox(shared, calls, loop)
+    // server  outlives the object.
+    Database(Server &server, int32_t number)
+        : loop(server.shared.base, server.identity, number, server.outage.budget(), server.shared.messages),
+          calls(server, number, loop), inbox(calls, loop)
     {
     }
 

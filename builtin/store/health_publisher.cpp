@@ -17,7 +17,10 @@ constexpr std::chrono::milliseconds period{1000};
 
 }
 
-HealthPublisher::HealthPublisher(Shared &shared, Calls &calls) : shared_(shared), calls_(calls) {}
+HealthPublisher::HealthPublisher(Calls &calls)
+    : server_(calls.server()), shared_(server_.shared), calls_(calls)
+{
+}
 
 HealthPublisher::~HealthPublisher()
 {
@@ -51,7 +54,7 @@ void HealthPublisher::schedule()
 void HealthPublisher::publish()
 {
     if (!connection_) {
-        connection_.emplace(shared_.base, shared_.identity, calls_.number(), shared_.outage.budget(),
+        connection_.emplace(shared_.base, server_.identity, calls_.number(), server_.outage.budget(),
                             shared_.messages);
         connection_->begin(*this);
     }

@@ -21,8 +21,8 @@ namespace store
 class HealthPublisher : private AsyncObserver
 {
 public:
-    // shared, calls  of the client, and of the database of the hash; both outlive the object.
-    HealthPublisher(Shared &shared, Calls &calls);
+    // calls  of the database of the hash; they outlive the object.
+    explicit HealthPublisher(Calls &calls);
     ~HealthPublisher() override;
 
     // Deletes what an earlier instance left, and publishes from now on: at most once a second, and again
@@ -47,6 +47,7 @@ private:
     void schedule();
     void publish();
 
+    Server &server_;
     Shared &shared_;
     Calls &calls_;
     std::optional<AsyncConnection> connection_; // since the first note

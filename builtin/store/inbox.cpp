@@ -32,8 +32,8 @@ Inbox::Memory Inbox::memory()
     return {mallinfo2().fordblks, resident * static_cast<size_t>(sysconf(_SC_PAGESIZE))};
 }
 
-Inbox::Inbox(Shared &shared, Calls &calls, AsyncConnection &loop)
-    : shared_(shared), calls_(calls), loop_(loop)
+Inbox::Inbox(Calls &calls, AsyncConnection &loop)
+    : server_(calls.server()), shared_(server_.shared), calls_(calls), loop_(loop)
 {
 }
 
@@ -93,7 +93,7 @@ bool Inbox::turn()
 // An outage ends when a call is answered: the server may be none to be believed.
 void Inbox::on_up()
 {
-    shared_.outage.renew();
+    server_.outage.renew();
     pongs_ = 0;
     state_ = State::arrived;
     shared_.schedule_turn();
@@ -101,8 +101,8 @@ void Inbox::on_up()
 
 void Inbox::on_lost(const std::string &problem)
 {
-    const std::string loss = shared_.identity.endpoint.text + ": " + problem;
-    shared_.outage.begin(Clock::now(), loss);
+    const std::string loss = server_.identity.endpoint.text + ": " + problem;
+    server_.outage.begin(Clock::now(), loss);
     if (state_ == State::open) {
         loss_due_ = loss;
     }
@@ -120,7 +120,7 @@ void Inbox::on_failed(const std::string &problem, bool lasting)
         calls_.log_once(problem);
         return;
     }
-    shared_.outage.begin(Clock::now(), shared_.identity.endpoint.text + ": " + problem, Outage::Known::no);
+    server_.outage.begin(Clock::now(), server_.identity.endpoint.text + ": " + problem, Outage::Known::no);
 }
 
 void Inbox::on_subscribed(std::string_view watched)
@@ -186,8 +186,8 @@ void Inbox::note_heard()
 void Inbox::ask_for_functions()
 {
     const bool may_ask = shared_.keeps_functions && subscriptions_.empty();
-    if (may_ask && Clock::now() >= shared_.functions_asked_at + functions_asked_every) {
-        shared_.functions_asked_at = Clock::now();
+    if (may_ask && Clock::now() >= server_.functions_asked_at + functions_asked_every) {
+        server_.functions_asked_at = Clock::now();
         loop_.send({"FCALL", set_function, "0"});
     }
 }

@@ -24,8 +24,8 @@ namespace store
 class Inbox : private AsyncObserver
 {
 public:
-    // All three outlive the object; `calls` and `loop` are those of the same database.
-    Inbox(Shared &shared, Calls &calls, AsyncConnection &loop);
+    // Both are those of the same database, and outlive the object.
+    Inbox(Calls &calls, AsyncConnection &loop);
 
     // Wants the connection.
     void begin();
@@ -76,6 +76,7 @@ private:
     bool advance_subscriptions();
     std::shared_ptr<TypeSubscription> subscription_of(std::string_view watched);
 
+    Server &server_;
     Shared &shared_;
     Calls &calls_;
     AsyncConnection &loop_;

@@ -1,7 +1,7 @@
 // How long calls may still wait for a store that does not answer.
 //
-// The budget counts from the beginning of the outage and not from each call, and is shared by all databases:
-// a hundred calls in a row block the loop once, not a hundred times.
+// The budget counts from the beginning of the outage and not from each call, and is shared by all databases of
+// a server: a hundred calls in a row block the loop once, not a hundred times.
 #ifndef CONNECTION_OUTAGE_H
 #define CONNECTION_OUTAGE_H
 

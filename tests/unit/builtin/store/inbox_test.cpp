@@ -159,18 +159,15 @@ TEST_F(InboxTest, ATurnThatThrewIsNotTheLast)
     bool is_memory_out = false;
     int thrown = 0;
     store::Shared shared{
-        global.get(),
-        platform::event_base_of(global.get()),
+        global.get(), platform::event_base_of(global.get()),
         platform::Messages([&](int32_t, const std::string &) { is_memory_out = thrown == 0; }),
-        {scripted.endpoint(), {}, "inbox_test"},
-        {std::chrono::milliseconds(100), shared.messages},
-        {},
-        [&] {
+        std::chrono::milliseconds(100), [&] {
             if (is_memory_out) {
                 throw std::bad_alloc();
             }
         }};
-    store::Database database(shared, 1);
+    store::Server server_of_it(shared, {scripted.endpoint(), {}}, {0, std::chrono::milliseconds(0)});
+    store::Database database(server_of_it, 1);
     bool in_place = false;
     (void)database.inbox.subscribe(p_dev__card_info__descriptor,
                                    [&](const store::Change &) { in_place = true; });

@@ -1,0 +1,58 @@
+// What the databases of a client share: all of them, and those that are on one server.
+//
+// Where a server is away, and since when, is its own affair: an answer of another one is no sign of its life,
+// and another one's outage uses up nothing of its budget.
+#ifndef STORE_SERVER_H
+#define STORE_SERVER_H
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "log/messages.h"
+#include "store/connection/configuration.h"
+#include "store/connection/outage.h"
+#include "store/connection/sync_connection.h"
+#include "vx_thread.h"
+
+namespace store
+{
+
+// What all databases of a client share. It outlives them.
+struct Shared {
+    vx_global_t *global;
+    event_base *base;
+    platform::Messages messages;
+    std::chrono::milliseconds budget;    // of an outage
+    std::function<void()> schedule_turn; // has turn() called soon, from the loop
+    std::string name{};                  // as the servers list the client
+    std::string instance{};              // of the client, which its marks begin with
+    uint64_t writes = 0;                 // that have been given a mark
+    bool keeps_functions = false;        // as in Options
+};
+
+// A server, or a group with a master, and what the databases there share. It outlives them.
+struct Server {
+    // shared_by_all  outlives the object.
+    Server(Shared &shared_by_all, const StorePlace &place, const ReplicaSetting &waited_for)
+        : shared(shared_by_all), identity{place.endpoint, place.credentials, shared.name},
+          outage(shared.budget, shared.messages), replicas(waited_for)
+    {
+    }
+
+    Shared &shared;
+    const ClientIdentity identity;
+    Outage outage;
+    const ReplicaSetting replicas;
+    bool misses_replicas = false; // they did not confirm the last write
+    // Since when it has no functions and refuses to be given them.
+    std::optional<Clock::time_point> lacks_functions_since{};
+    Clock::time_point functions_asked_at{};
+    std::string starter_problem{}; // the last problem printed for the one who starts the program
+};
+
+} // namespace store
+
+#endif
