@@ -70,7 +70,7 @@ Status Calls::connect()
     if (answer.status && is_error(answer.replies[0].get())) {
         const std::string problem = "the store answers PING with: " + text_of(answer.replies[0].get());
         notify_starter(problem);
-        return failure(refused, "database %d: %s", number_, problem.c_str());
+        return failure(refused, "database %d%s: %s", number_, server_.at(), problem.c_str());
     }
     if (!answer.status) {
         notify_starter(sync_.problem());
@@ -113,6 +113,12 @@ Answer Calls::ask(const std::vector<Command> &commands, Purpose purpose)
     const Clock::time_point began = Clock::now();
     const Clock::time_point deadline = server_.outage.deadline();
     const bool only_once = server_.outage.is_exhausted();
+    // With another server, what that one reports goes on to make calls here.
+    if (only_once && shared_.servers > 1) {
+        if (const auto problem = server_.outage.resting()) {
+            return give_up(purpose, *problem);
+        }
+    }
     milliseconds pause{1};
     for (;;) {
         Answer answer;
@@ -136,6 +142,7 @@ Answer Calls::ask(const std::vector<Command> &commands, Purpose purpose)
         server_.outage.begin(result == Outcome::timed_out ? began : Clock::now(),
                              server_.identity.endpoint.text + ": " + problem);
         if (result == Outcome::timed_out || only_once || Clock::now() + pause >= deadline) {
+            server_.outage.rest(problem);
             return give_up(purpose, problem);
         }
         pause_for(pause);
@@ -164,7 +171,7 @@ Status Calls::change(Command &&call, const std::string &type)
     }
     const std::string text = text_of(answer.replies[0].get());
     if (is_error(answer.replies[0].get())) {
-        return failure(refused, "database %d: write of %s refused: %s", number_,
+        return failure(refused, "database %d%s: write of %s refused: %s", number_, server_.at(),
                        commands[0][first_key].c_str(), text.c_str());
     }
     uint64_t revision = 0;
@@ -213,7 +220,8 @@ Calls::Returned Calls::examine_returned()
         // Nobody knows yet that the connection was back, so its loss is no event: this is all that a handler
         // of messages hears of it.
         if (!shared_.messages.go_to_log() && std::exchange(unidentified_, problem) != problem) {
-            LOG_TO(shared_.messages, platform::log_error, "database %d: %s", number_, problem.c_str());
+            LOG_TO(shared_.messages, platform::log_error, "database %d%s: %s", number_, server_.at(),
+                   problem.c_str());
         }
         loop_.drop(problem);
         return Returned::unidentified;
@@ -286,8 +294,8 @@ Answer Calls::load_and_call(const std::vector<Command> &call)
         if (!server_.lacks_functions_since) {
             server_.lacks_functions_since = Clock::now();
             LOG_TO(shared_.messages, platform::log_warn,
-                   "database %d: the server has no functions %s, and loading them is refused: %s", number_,
-                   library_name, text_of(loaded.replies[0].get()).c_str());
+                   "database %d%s: the server has no functions %s, and loading them is refused: %s", number_,
+                   server_.at(), library_name, text_of(loaded.replies[0].get()).c_str());
         }
         if (Clock::now() + longest_retry_pause >= *server_.lacks_functions_since + server_.outage.budget()) {
             return answer;
@@ -303,7 +311,7 @@ void Calls::end_outage(Purpose purpose)
         return;
     }
     writes_refused_ = false;
-    server_.outage.end();
+    server_.outage.end(server_.at());
     logged_problem_.clear();
 }
 
@@ -311,12 +319,13 @@ void Calls::note_replicas(const redisReply *reply)
 {
     const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < server_.replicas.count;
     if (missed && !server_.misses_replicas) {
-        LOG_TO(shared_.messages, platform::log_warn, "a write is confirmed by %lld replicas and not by %d %s",
-               reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, server_.replicas.count,
+        LOG_TO(shared_.messages, platform::log_warn,
+               "a write is confirmed by %lld replicas and not by %d%s %s",
+               reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, server_.replicas.count, server_.at(),
                text_of(reply).c_str());
     } else if (!missed && server_.misses_replicas) {
-        LOG_TO(shared_.messages, platform::log_notice, "writes are confirmed by %d replicas again",
-               server_.replicas.count);
+        LOG_TO(shared_.messages, platform::log_notice, "writes are confirmed by %d replicas again%s",
+               server_.replicas.count, server_.at());
     }
     server_.misses_replicas = missed;
 }
@@ -394,7 +403,7 @@ Outcome Calls::identify(Clock::time_point deadline, DataSet::Answers &answers)
         logged_oddity_ = answers.oddity;
         if (!logged_oddity_.empty()) {
             LOG_TO(shared_.messages, platform::log_error,
-                   "database %d: somebody spoilt what tells whose data it is: %s", number_,
+                   "database %d%s: somebody spoilt what tells whose data it is: %s", number_, server_.at(),
                    logged_oddity_.c_str());
         }
     }
@@ -421,7 +430,10 @@ Answer Calls::give_up(Purpose purpose, const std::string &problem)
 {
     if (purpose == Purpose::write) {
         write_given_up_ = true;
-        loop_.drop("a write was given up");
+        // One that is being made will be examined anyway, and is not to be cut by each call until it stands.
+        if (loop_.is_up()) {
+            loop_.drop("a write was given up");
+        }
     }
     return {failure(timed_out, "database %d: %s given up: %s: %s", number_,
                     purpose == Purpose::write ? "write" : "read", server_.identity.endpoint.text.c_str(),

@@ -1,14 +1,16 @@
 // The store as C++ programs use it: the databases of a client, and their turns on the loop; see the header.
 #include "store/client.h"
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
-#include <deque>
 #include <exception>
+#include <list>
 #include <map>
 #include <optional>
 #include <random>
+#include <set>
 #include <utility>
 
 #include "log/text.h"
@@ -23,8 +25,6 @@ namespace store
 
 namespace
 {
-
-constexpr int32_t first_database = 1; // where it is, the others are
 
 // Writing to a connection that the server has closed raises SIGPIPE, which would end a program that knows
 // nothing of it. Only the default disposition is changed: a program's own handler stays.
@@ -56,21 +56,26 @@ struct Subscription::Parts {
 struct Client::Parts {
     Parts(vx_global_t *context, Options &&options);
 
-    bool configure(const std::optional<Place> &place);
+    void report(const std::string &problem);
+    store::Server *server_of(int32_t number, std::string &why);
     static void turn_cb(int fd, short what, void *self);
     void turn();
     void schedule_turn();
-    Database *database(int32_t number);
+    void report_connected(bool &more);
+    Database *database(int32_t number, std::string &why);
+    void keep_functions(const Database &watching);
     template <typename Work>
     Status call(int32_t db, const Work &work);
 
     store::Shared shared;
-    std::optional<store::Server> server;
-    std::string problem; // of the settings; empty: they are in order
+    std::optional<Place> everywhere;         // nothing: as the settings say
+    std::map<int32_t, std::string> problems; // of the settings for a database
+    std::list<store::Server> servers;        // in the order of their first use
     bool in_turn = false;
     platform::Event turn_event;
     std::map<int32_t, std::unique_ptr<Database>> databases;
-    std::deque<Database *> requests; // for "connected", in the order asked
+    std::list<Database *> requests; // for "connected", in the order asked
+    std::list<Database> keepers;    // of the functions of their server, and nothing else
     std::optional<HealthPublisher> health;
 };
 
@@ -87,22 +92,29 @@ Client::Parts::Parts(vx_global_t *context, Options &&options)
     shared.instance = random_instance();
     shared.keeps_functions = options.keeps_functions;
     shared.name = options.name.empty() ? module : options.name;
-    if (!configure(options.place)) {
-        LOG_TO(shared.messages, platform::log_error, "store client: %s", problem.c_str());
-        shared.messages.notify_starter("store client: " + problem);
-    }
+    everywhere = std::move(options.place);
 }
 
-bool Client::Parts::configure(const std::optional<Place> &place)
+void Client::Parts::report(const std::string &problem)
 {
-    const auto found = place ? store::place_of(place->endpoint, place->credential_file, problem)
-                             : store::configured_place(first_database, problem);
-    if (!found) {
-        problem = platform::visible(problem);
-        return false;
+    LOG_TO(shared.messages, platform::log_error, "store client: %s", problem.c_str());
+    shared.messages.notify_starter("store client: " + problem);
+}
+
+// Where a database is; null, with the reason, when the settings are of no use.
+store::Server *Client::Parts::server_of(int32_t number, std::string &why)
+{
+    const auto place = everywhere ? store::place_of(everywhere->endpoint, everywhere->credential_file, why)
+                                  : store::configured_place(number, why);
+    if (!place) {
+        why = platform::visible(why);
+        return nullptr;
     }
-    server.emplace(shared, *found, store::configured_replicas(first_database));
-    return true;
+    const store::ReplicaSetting replicas = store::configured_replicas(number);
+    const auto found = std::find_if(servers.begin(), servers.end(), [&](const store::Server &server) {
+        return server.is_at(*place, replicas);
+    });
+    return found != servers.end() ? &*found : &servers.emplace_back(shared, *place, replicas);
 }
 
 void Client::Parts::turn_cb(int /*fd*/, short /*what*/, void *self)
@@ -125,20 +137,32 @@ void Client::Parts::turn()
     for (const auto &entry : databases) {
         more = entry.second->inbox.turn() || more;
     }
-    while (!requests.empty() && requests.front()->inbox.has_arrived()) {
-        if (platform::is_ending(shared.global)) {
-            more = true;
-            break;
-        }
-        Database *database = requests.front();
-        requests.pop_front();
-        database->inbox.notify({ConnectionEvent::Kind::connected, database->calls.number()});
-        more = true;
-    }
+    report_connected(more);
     if (more) {
         schedule_turn();
     }
     in_turn = false;
+}
+
+// A database that is away holds up those of its server that were asked for later, and no others.
+void Client::Parts::report_connected(bool &more)
+{
+    std::set<const store::Server *> held_up;
+    for (auto next = requests.begin(); next != requests.end();) {
+        Database *database = *next;
+        const store::Server *server = &database->calls.server();
+        if (held_up.contains(server) || !database->inbox.has_arrived()) {
+            held_up.insert(server);
+            ++next;
+            continue;
+        }
+        more = true;
+        if (platform::is_ending(shared.global)) {
+            return;
+        }
+        next = requests.erase(next);
+        database->inbox.notify({ConnectionEvent::Kind::connected, database->calls.number()});
+    }
 }
 
 // What has just been read is worked on before the loop asks the system for more, which spares a turn of the
@@ -153,28 +177,56 @@ void Client::Parts::schedule_turn()
     }
 }
 
-Database *Client::Parts::database(int32_t number)
+// Null, with the reason, for a number that is none, which is the caller's mistake and not logged, and for
+// settings that are of no use.
+Database *Client::Parts::database(int32_t number, std::string &why)
 {
-    if (!problem.empty() || number < 0) {
+    if (number < 0) {
+        why = "there is no database " + std::to_string(number);
         return nullptr;
     }
-    std::unique_ptr<Database> &place = databases[number];
-    if (place == nullptr) {
-        place = std::make_unique<Database>(*server, number);
+    if (const auto found = databases.find(number); found != databases.end()) {
+        return found->second.get();
     }
-    return place.get();
+    if (const auto found = problems.find(number); found != problems.end()) {
+        why = found->second;
+        return nullptr;
+    }
+    store::Server *server = server_of(number, why);
+    if (server == nullptr) {
+        const bool is_known = std::any_of(problems.begin(), problems.end(),
+                                          [&](const auto &known) { return known.second == why; });
+        problems[number] = why;
+        if (!is_known) {
+            report(why);
+        }
+        return nullptr;
+    }
+    return databases.emplace(number, std::make_unique<Database>(*server, number)).first->second.get();
 }
 
-// Runs `work(database)`, which returns a status. A number that is none is the caller's mistake, and not
-// logged.
+// The functions are asked for on a connection that watches nothing. A server all of whose databases are
+// watched gets another connection for that. Its inbox has no turns: it has nobody to report to.
+void Client::Parts::keep_functions(const Database &watching)
+{
+    const store::Server &server = watching.calls.server();
+    const auto asks = [&server](const Database &database) {
+        return &database.calls.server() == &server && database.loop.is_begun() && !database.inbox.watches();
+    };
+    if (shared.keeps_functions && std::none_of(keepers.begin(), keepers.end(), asks) &&
+        std::none_of(databases.begin(), databases.end(),
+                     [&](const auto &entry) { return asks(*entry.second); })) {
+        keepers.emplace_back(watching.calls.server(), watching.calls.number()).inbox.begin();
+    }
+}
+
+// Runs `work(database)`, which returns a status.
 template <typename Work>
 Status Client::Parts::call(int32_t db, const Work &work)
 {
-    Database *found = database(db);
-    if (found == nullptr) {
-        return {store::invalid, problem.empty() ? "there is no database " + std::to_string(db) : problem};
-    }
-    return work(*found);
+    std::string why;
+    Database *found = database(db, why);
+    return found == nullptr ? Status{store::invalid, why} : work(*found);
 }
 
 Client::Client(vx_global_t *context, Options options)
@@ -263,6 +315,7 @@ Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescrip
     Result<Subscription> result;
     static_cast<Status &>(result) = parts_->call(db, [&](Database &database) {
         const auto asked = database.inbox.subscribe(type, std::move(handler));
+        parts_->keep_functions(database);
         result.value.parts_ =
             std::make_unique<Subscription::Parts>(Subscription::Parts{asked, asked->times_asked()});
         return Status();

@@ -33,7 +33,7 @@ struct Result : Status {
     Value value{};
 };
 
-// Where the store is.
+// Where the store is, with all its databases.
 struct Place {
     std::string endpoint;        // as VX_MOM_ENDPOINT
     std::string credential_file; // as VX_MOM_AUTH_FILE; empty: none
@@ -47,9 +47,10 @@ struct Options {
     // call, and from the loop: it must not throw (what it throws is dropped), nor make a call of the client.
     // Empty: all of it, reasons and events included, goes to the module's log.
     std::function<void(int32_t level, const std::string &text)> notice{};
-    // Asks the server every few seconds, on a connection of a database without subscriptions, whether it has
-    // the functions by which records are written, and loads them when it has lost them: those who may not
-    // load them cannot write. For a client that may.
+    // Asks each server that it keeps a connection to every few seconds whether it has the functions by which
+    // records are written, and loads them when it has lost them: those who may not load them cannot write. On
+    // the connection of a database without subscriptions, or, where each has some, on another one. For a
+    // client that may.
     bool keeps_functions = false;
 };
 
@@ -97,8 +98,9 @@ private:
 class Client
 {
 public:
-    // Connects to nothing yet. Settings that are of no use make every call fail with the reason. Throws
-    // std::bad_alloc. The context outlives the client.
+    // Connects to nothing yet. Where a database is, is read at its first use; settings that are of no use
+    // make every call for it fail with the reason. Databases at the same place share an outage: its budget
+    // for calls, and its messages. Throws std::bad_alloc. The context outlives the client.
     explicit Client(vx_global_t *context, Options options = {});
     ~Client();
     Client(const Client &) = delete;

@@ -205,12 +205,12 @@ void Inbox::on_reply(const redisReply &reply)
     const std::string refusal = is_error(&reply) ? text_of(&reply) : "";
     if (refusal.empty()) {
         LOG_TO(shared_.messages, platform::log_warn,
-               "database %d: the server had lost its functions %s: they are loaded again", calls_.number(),
-               library_name);
+               "database %d%s: the server had lost its functions %s: they are loaded again", calls_.number(),
+               server_.at(), library_name);
     } else if (refusal != functions_refusal_) {
         LOG_TO(shared_.messages, platform::log_error,
-               "database %d: the server has lost its functions %s, and loading them is refused: %s",
-               calls_.number(), library_name, refusal.c_str());
+               "database %d%s: the server has lost its functions %s, and loading them is refused: %s",
+               calls_.number(), server_.at(), library_name, refusal.c_str());
     }
     functions_refusal_ = refusal;
 }

@@ -40,6 +40,8 @@ public:
                                                 ChangeHandler handler);
     // Reports what is due and advances the subscriptions. Returns whether there is more to do at once.
     bool turn();
+    // Whether there are subscriptions.
+    bool watches() const { return !subscriptions_.empty(); }
     // When something last came, and nothing waited to be delivered.
     std::optional<Clock::time_point> heard_at() const { return heard_at_; }
 

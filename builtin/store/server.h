@@ -1,7 +1,7 @@
 // What the databases of a client share: all of them, and those that are on one server.
 //
-// Where a server is away, and since when, is its own affair: an answer of another one is no sign of its life,
-// and another one's outage uses up nothing of its budget.
+// An outage is of one server: an answer of another one does not end it, and it uses up nothing of another
+// one's budget.
 #ifndef STORE_SERVER_H
 #define STORE_SERVER_H
 
@@ -31,6 +31,7 @@ struct Shared {
     std::string instance{};              // of the client, which its marks begin with
     uint64_t writes = 0;                 // that have been given a mark
     bool keeps_functions = false;        // as in Options
+    size_t servers = 0;                  // that are in use
 };
 
 // A server, or a group with a master, and what the databases there share. It outlives them.
@@ -38,9 +39,17 @@ struct Server {
     // shared_by_all  outlives the object.
     Server(Shared &shared_by_all, const StorePlace &place, const ReplicaSetting &waited_for)
         : shared(shared_by_all), identity{place.endpoint, place.credentials, shared.name},
-          outage(shared.budget, shared.messages), replicas(waited_for)
+          outage(shared.budget, shared.messages), replicas(waited_for), at_(" at " + place.endpoint.text)
     {
+        shared.servers++;
     }
+
+    bool is_at(const StorePlace &place, const ReplicaSetting &waited_for) const
+    {
+        return StorePlace{identity.endpoint, identity.credentials} == place && replicas == waited_for;
+    }
+    // For messages, " at ENDPOINT"; empty while there is no other server that it could be.
+    const char *at() const { return shared.servers > 1 ? at_.c_str() : ""; }
 
     Shared &shared;
     const ClientIdentity identity;
@@ -51,6 +60,9 @@ struct Server {
     std::optional<Clock::time_point> lacks_functions_since{};
     Clock::time_point functions_asked_at{};
     std::string starter_problem{}; // the last problem printed for the one who starts the program
+
+private:
+    std::string at_;
 };
 
 } // namespace store

@@ -45,6 +45,10 @@ Module::Module(std::string name, std::optional<store::Place> place, Hooks hooks,
       wake_(loop_.context(), [this] { handle_wake(); }),
       mailbox_(std::make_shared<Mailbox>([this] { wake_.call(); }, log_))
 {
+    // Has the client read its settings, here and not in the thread that runs the module: others that are
+    // being made read them, too. What is wrong with them run() finds again.
+    (void)client_.on_connection(database,
+                                [this](const store::ConnectionEvent &event) { handle_connection(event); });
 }
 
 Module::~Module()
@@ -62,12 +66,7 @@ int Module::run(bool handle_signals)
         // A service manager that cannot be reached is reported on standard error, and no reason not to serve.
         (void)platform::register_service();
     }
-    store::Status status = client_.on_connection(
-        database, [this](const store::ConnectionEvent &event) { handle_connection(event); });
-    if (status) {
-        status = client_.open(database);
-    }
-    if (!status) {
+    if (const store::Status status = client_.open(database); !status) {
         log_(APP_CG_KIT_ERROR, "no connection to the store can be made: " + status.reason);
         return APP_CG_KIT_E_SYSTEM;
     }

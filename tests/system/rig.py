@@ -45,6 +45,8 @@ class Rig:
         self.view = PrivateView(self.folder)
         self.store = StoreServer(self.view.store)
         self.store.start()
+        self.global_store = None  # of databases 28 and 33, where they are apart
+        self._settings = {}
         self.system_log = SystemLog(self.view.system_log_socket)
         self.cgctl = Command(BUILD / "bin" / "cgctl", self.view)
         self.sim = Command(BUILD / "bin" / "cg_sim", self.view)
@@ -62,6 +64,8 @@ class Rig:
             database.close()
         self.system_log.close()
         self.store.kill()
+        if self.global_store is not None:
+            self.global_store.kill()
         shutil.rmtree(self.folder)
         assert not problems, "\n".join(problems)
 
@@ -94,7 +98,7 @@ class Rig:
 
     def new_daemon(self, **env):
         """A daemon that is not started yet."""
-        daemon = Daemon(DAEMON, self.view, env)
+        daemon = Daemon(DAEMON, self.view, {**self._settings, **env})
         self._daemons.append(daemon)
         return daemon
 
@@ -165,10 +169,24 @@ class Rig:
 
     # The store
 
+    def apart(self):
+        """Gives databases 28 and 33 a server of their own, for what is started from now on."""
+        self.global_store = StoreServer(self.view.store / "global")
+        self.global_store.start()
+        for number in (CAP, DEV_GLOBAL):
+            setting = f"VX_MOM_ENDPOINT_{number}"
+            self._settings[setting] = "unix:/store/global/store.sock"
+            for command in (self.cgctl, self.sim):
+                command.env[setting] = self.global_store.endpoint
+
+    def server(self, number):
+        """The server that has a database."""
+        return self.store if number == HOST or self.global_store is None else self.global_store
+
     def database(self, number):
         """A connection of the test's own to one database."""
         if number not in self._databases:
-            self._databases[number] = redis.Redis(unix_socket_path=str(self.store.socket_path), db=number,
+            self._databases[number] = redis.Redis(unix_socket_path=str(self.server(number).socket_path), db=number,
                                                   decode_responses=True)
         return self._databases[number]
 

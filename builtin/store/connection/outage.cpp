@@ -10,8 +10,9 @@ namespace
 {
 
 constexpr std::chrono::milliseconds short_attempt{50};
+constexpr std::chrono::milliseconds rest_after_attempt{100};
 
-}
+} // namespace
 
 Clock::time_point Outage::deadline() const
 {
@@ -33,14 +34,27 @@ void Outage::begin(Clock::time_point when, const std::string &problem, Known kno
 void Outage::renew()
 {
     since_ = Clock::now();
+    rests_until_ = {};
 }
 
-void Outage::end()
+void Outage::rest(const std::string &problem)
+{
+    rests_until_ = Clock::now() + rest_after_attempt;
+    problem_ = problem;
+}
+
+std::optional<std::string> Outage::resting() const
+{
+    return Clock::now() < rests_until_ ? std::optional(problem_) : std::nullopt;
+}
+
+void Outage::end(const char *at)
 {
     if (lasting_) {
         lasting_ = false;
+        rests_until_ = {};
         if (messages_.go_to_log()) {
-            LOG_TO(messages_, platform::log_notice, "store answers again");
+            LOG_TO(messages_, platform::log_notice, "store answers again%s", at);
         }
     }
 }

@@ -329,11 +329,14 @@ Client::~Client()
 Status Client::on_connection(int32_t /*db*/, ConnectionHandler handler)
 {
     parts_->state.on_connection = std::move(handler);
-    return server.connection_refusal.empty() ? Status{} : Status{-EINVAL, server.connection_refusal};
+    return {};
 }
 
 Status Client::open(int32_t db)
 {
+    if (!server.connection_refusal.empty()) {
+        return {-EINVAL, server.connection_refusal};
+    }
     parts_->state.was_opened = true;
     if (server.is_up) {
         tell_connection(parts_->state, {ConnectionEvent::Kind::connected, db});

@@ -83,6 +83,30 @@ TEST_F(OutageTest, AServerThatCanBeConnectedToRenewsTheBudget)
     EXPECT_LE(left(), seconds(5));
 }
 
+TEST_F(OutageTest, AfterAnAttemptThereIsNoneForAMoment)
+{
+    outage.begin(Clock::now() - seconds(6), "why");
+    EXPECT_EQ(outage.resting(), std::nullopt) << "none was made yet";
+    outage.rest("refused");
+    EXPECT_EQ(outage.resting(), "refused");
+    const Clock::time_point began = Clock::now();
+    while (outage.resting()) {
+        ASSERT_LT(Clock::now(), began + seconds(10));
+    }
+    EXPECT_TRUE(outage.is_exhausted());
+}
+
+TEST_F(OutageTest, AReturnIsTriedAtOnce)
+{
+    outage.begin(Clock::now() - seconds(6), "why");
+    outage.rest("refused");
+    outage.renew();
+    EXPECT_EQ(outage.resting(), std::nullopt);
+    outage.rest("refused");
+    outage.end();
+    EXPECT_EQ(outage.resting(), std::nullopt);
+}
+
 TEST(OutageMessages, GoToAHandlerThatDoesNotKnowTheProblem)
 {
     std::vector<std::string> said;

@@ -1,0 +1,143 @@
+"""Database 1 is on the device's own server, 28 and 33 are on another one: each is lost and comes back by itself."""
+import signal
+
+import pytest
+from rig import BY_POSITION, BY_TIPC, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, POWER
+
+HOSTS, GLOBAL = "unix:/store/store.sock", "unix:/store/global/store.sock"  # as the daemon has them
+
+
+@pytest.fixture
+def apart(rig):
+    """A device that holds the global master role, with the module m1 and two servers; no daemon started yet."""
+    rig.apart()
+    rig.level("2\n")
+    rig.modules("m1")
+    rig.role("master")
+    return rig
+
+
+def judge(rig, position, ret=0):
+    """Lets the module answer for a card, and waits for the end of its check."""
+    rig.answer(position, "m1", ret)
+    rig.expect_no_request(position)
+
+
+def plug_and_judge(rig, position, ret=0):
+    """The same for a new card."""
+    rig.plug(position)
+    rig.expect_request(position)
+    judge(rig, position, ret)
+
+
+def verdict(record):
+    """What a result says; nothing where there is none. A zero may be left out."""
+    return record.get("6", DENY) if record else None
+
+
+def save(server):
+    """Has a server keep its present data over its next end."""
+    assert b"OK" in server.ask(b"SAVE\r\n")
+
+
+def test_records_go_to_their_servers(apart):
+    apart.start()
+    plug_and_judge(apart, "1/3/0")
+    plug_and_judge(apart, "1/4/0", ret=1)
+    assert [verdict(apart.by_tipc(slot)) for slot in (3, 4)] == [PASS, DENY]
+    assert [verdict(apart.by_position(f"1/{slot}/0")) for slot in (3, 4)] == [PASS, DENY]
+    apart.expect(lambda: apart.keys(DEV_GLOBAL, POWER), "a power-off is asked for")
+    assert len(apart.keys(DEV_GLOBAL, CUSTOM_STATUS)) == 1
+    of_the_host, of_the_stack = (server.ask(b"INFO keyspace\r\n") for server in (apart.store, apart.global_store))
+    assert b"db1:" in of_the_host and b"db28:" not in of_the_host and b"db33:" not in of_the_host
+    assert b"db1:" not in of_the_stack and b"db28:" in of_the_stack and b"db33:" in of_the_stack
+
+
+@pytest.mark.parametrize("fault", ["gone", "hanging"])
+def test_without_the_global_store_cards_go_on(apart, fault):
+    apart.start(VX_MOM_DEADLINE_MS="500")
+    plug_and_judge(apart, "1/2/0")
+    if fault == "gone":
+        save(apart.global_store)
+        apart.global_store.kill()
+    else:
+        apart.global_store.send(signal.SIGSTOP)
+    for db in (CAP, DEV_GLOBAL):
+        apart.expect_logged(f"enter db {db}\n")
+    plug_and_judge(apart, "1/3/0")
+    plug_and_judge(apart, "1/4/0", ret=1)
+    assert [verdict(apart.by_tipc(slot)) for slot in (3, 4)] == [PASS, DENY]
+    assert ", rv -110" in apart.logged() and "Power off devid 1, slotid 4, sslotid 0  failed" in apart.logged()
+    assert f"store lost: {GLOBAL}: " in apart.logged()
+    assert f"enter db {HOST}\n" not in apart.logged() and apart.daemon.is_running
+
+    apart.cgctl.env["VX_MOM_DEADLINE_MS"] = "500"
+    listed = apart.cgctl.attempt("list")
+    assert listed.returncode == 1 and f"the store at {apart.global_store.endpoint} cannot be used" in listed.stderr
+
+    if fault == "gone":
+        apart.global_store.start()
+    else:
+        apart.global_store.send(signal.SIGCONT)
+    assert apart.daemon.wait() == 77, "what could not be written is missing in 28 and 33"
+    assert f"con change, db {HOST} " not in apart.logged()
+    apart.start()
+    for position, ret in (("1/2/0", 0), ("1/3/0", 0), ("1/4/0", 1)):
+        apart.expect_request(position)
+        judge(apart, position, ret)
+    assert [verdict(apart.by_position(f"1/{slot}/0")) for slot in (2, 3, 4)] == [PASS, PASS, DENY]
+    apart.expect(lambda: apart.keys(DEV_GLOBAL, POWER), "a power-off is asked for")
+
+
+def test_a_quiet_absence_costs_no_restart(apart):
+    apart.start()
+    plug_and_judge(apart, "1/3/0")
+    save(apart.global_store)
+    apart.global_store.stop()
+    for db in (CAP, DEV_GLOBAL):
+        apart.expect_logged(f"enter db {db}\n")
+    apart.global_store.start()
+    apart.expect_logged("module: num[", times=2)
+    for db in (CAP, DEV_GLOBAL):
+        apart.expect_logged(f"con change, db {db} type 2")
+    assert f"con change, db {HOST} " not in apart.logged()
+    plug_and_judge(apart, "1/4/0")
+    assert apart.by_position("1/3/0") and apart.by_position("1/4/0")
+    assert f"store answers again at {GLOBAL}" in apart.logged()
+    assert apart.daemon.is_running
+
+
+def test_without_the_host_store_the_global_one_is_untouched(apart):
+    apart.start()
+    plug_and_judge(apart, "1/3/0")
+    save(apart.store)
+    apart.store.stop()
+    apart.expect_logged(f"enter db {HOST}\n")
+    apart.store.start()
+    apart.expect_logged("module: num[", times=2)
+    assert f"con change, db {HOST} type 2" in apart.logged()
+    for db in (CAP, DEV_GLOBAL):
+        assert f"enter db {db}\n" not in apart.logged() and f"con change, db {db} " not in apart.logged()
+    assert f"store lost: {HOSTS}: " in apart.logged() and f"store lost: {GLOBAL}" not in apart.logged()
+    plug_and_judge(apart, "1/4/0")
+    assert len(apart.keys(HOST, BY_TIPC)) == len(apart.keys(CAP, BY_POSITION)) == 2
+
+
+def test_start_without_the_global_store(apart):
+    apart.global_store.kill()
+    daemon = apart.new_daemon(VX_MOM_DEADLINE_MS="300").start()
+    assert daemon.wait() == 146
+    assert "connect dev global sync failed, rv -110" in apart.logged()
+    assert GLOBAL in daemon.complained()
+
+
+@pytest.mark.parametrize("where", ["store", "global_store"])
+def test_functions_that_one_server_lost_are_loaded_there(apart, where):
+    apart.start()
+    server = getattr(apart, where)
+    assert server.ask(b"FUNCTION FLUSH\r\n").startswith(b"+OK")
+    apart.expect(lambda: b"vx_mom2_set" in server.ask(b"FUNCTION LIST LIBRARYNAME vx_mom2\r\n"),
+                 "the functions are back")
+    apart.expect_logged(f" at {HOSTS if where == 'store' else GLOBAL}: the server had lost its functions vx_mom2")
+    plug_and_judge(apart, "1/3/0")
+    assert verdict(apart.by_position("1/3/0")) == PASS
