@@ -17,7 +17,7 @@ namespace platform
 using Health = std::map<std::string, uint64_t>;
 
 // Notes a number; the one noted before under this name is replaced. Any thread may log, and so note.
-// field  lower-case letters and underscores; docs/store-format.md lists them all.
+// field  lower-case letters, digits and underscores; docs/store-format.md lists them all.
 // Never throws; a note for which there is no memory is lost.
 void note_health(const char *field, uint64_t number) noexcept;
 

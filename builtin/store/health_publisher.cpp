@@ -33,6 +33,7 @@ Status HealthPublisher::begin()
     if (!answer.replies.empty()) {
         on_reply(*answer.replies.front());
     }
+    shared_.health_at = &server_;
     platform::on_health_noted([this] { schedule(); });
     if (!platform::noted_health().empty()) {
         schedule();

@@ -8,6 +8,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include "loop/health.h"
 #include "loop/platform_context.h"
 #include "store/functions.h"
 
@@ -94,6 +95,7 @@ bool Inbox::turn()
 void Inbox::on_up()
 {
     server_.outage.renew();
+    note_away(false);
     pongs_ = 0;
     state_ = State::arrived;
     shared_.schedule_turn();
@@ -103,6 +105,7 @@ void Inbox::on_lost(const std::string &problem)
 {
     const std::string loss = server_.identity.endpoint.text + ": " + problem;
     server_.outage.begin(Clock::now(), loss);
+    note_away(true);
     if (state_ == State::open) {
         loss_due_ = loss;
     }
@@ -116,11 +119,24 @@ void Inbox::on_lost(const std::string &problem)
 
 void Inbox::on_failed(const std::string &problem, bool lasting)
 {
+    note_away(true);
     if (lasting) {
         calls_.log_once(problem);
         return;
     }
     server_.outage.begin(Clock::now(), server_.identity.endpoint.text + ": " + problem, Outage::Known::no);
+}
+
+// Who reads the process's health sees by itself whether its server is there, and of another one only what
+// this says.
+void Inbox::note_away(bool is_away)
+{
+    if (shared_.health_at == nullptr || shared_.health_at == &server_) {
+        return;
+    }
+    if (std::exchange(is_noted_away_, is_away) != is_away) {
+        platform::note_health(("away_" + std::to_string(calls_.number())).c_str(), is_away ? 1 : 0);
+    }
 }
 
 void Inbox::on_subscribed(std::string_view watched)

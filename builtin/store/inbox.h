@@ -69,6 +69,7 @@ private:
     void on_checked() override;
     void on_reply(const redisReply &reply) override;
 
+    void note_away(bool is_away);
     void ask_for_functions();
     void note_heard();
     void give_burst_back();
@@ -88,6 +89,7 @@ private:
     uint64_t arrivals_ = 0;               // changes that have come
     Memory least_ = memory();             // since memory was given back
     uint64_t pongs_ = 0;                  // of the present connection
+    bool is_noted_away_ = false;
     bool is_loading_functions_ = false;
     std::string functions_refusal_{};             // why they could not be loaded, as it was logged
     std::optional<Clock::time_point> heard_at_{}; // what waits for its delivery is not heard yet

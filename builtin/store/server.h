@@ -20,6 +20,8 @@
 namespace store
 {
 
+struct Server;
+
 // What all databases of a client share. It outlives them.
 struct Shared {
     vx_global_t *global;
@@ -32,6 +34,7 @@ struct Shared {
     uint64_t writes = 0;                 // that have been given a mark
     bool keeps_functions = false;        // as in Options
     size_t servers = 0;                  // that are in use
+    const Server *health_at = nullptr;   // which server the process's health is published at
 };
 
 // A server, or a group with a master, and what the databases there share. It outlives them.

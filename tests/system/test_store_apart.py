@@ -35,6 +35,11 @@ def verdict(record):
     return record.get("6", DENY) if record else None
 
 
+def health(rig, *fields):
+    """What the daemon says of itself."""
+    return rig.database(HOST).hmget("@health", *fields)
+
+
 def save(server):
     """Has a server keep its present data over its next end."""
     assert b"OK" in server.ask(b"SAVE\r\n")
@@ -64,6 +69,7 @@ def test_without_the_global_store_cards_go_on(apart, fault):
         apart.global_store.send(signal.SIGSTOP)
     for db in (CAP, DEV_GLOBAL):
         apart.expect_logged(f"enter db {db}\n")
+    apart.expect(lambda: health(apart, "away_28", "away_33") == ["1", "1"], "its health says what it misses")
     plug_and_judge(apart, "1/3/0")
     plug_and_judge(apart, "1/4/0", ret=1)
     assert [verdict(apart.by_tipc(slot)) for slot in (3, 4)] == [PASS, DENY]
@@ -104,6 +110,7 @@ def test_a_quiet_absence_costs_no_restart(apart):
     plug_and_judge(apart, "1/4/0")
     assert apart.by_position("1/3/0") and apart.by_position("1/4/0")
     assert f"store answers again at {GLOBAL}" in apart.logged()
+    apart.expect(lambda: health(apart, "away_28", "away_33") == ["0", "0"], "its health says that it misses nothing")
     assert apart.daemon.is_running
 
 
@@ -129,6 +136,14 @@ def test_start_without_the_global_store(apart):
     assert daemon.wait() == 146
     assert "connect dev global sync failed, rv -110" in apart.logged()
     assert GLOBAL in daemon.complained()
+
+
+def test_start_without_database_28_alone(apart):
+    apart.new_daemon(VX_MOM_ENDPOINT_28="unix:/store/nowhere.sock", VX_MOM_DEADLINE_MS="300").start()
+    apart.expect_logged("db 28 not connected")
+    apart.expect(lambda: health(apart, "away_28", "away_33") == ["1", None], "its health says what it misses")
+    assert "app_cg_wait_obj_num" in apart.debug("dump_check_module")
+    assert "module: num[" not in apart.logged(), "nothing is subscribed to before all three are there"
 
 
 @pytest.mark.parametrize("where", ["store", "global_store"])

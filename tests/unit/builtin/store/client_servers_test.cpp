@@ -10,6 +10,7 @@ namespace
 {
 
 using std::chrono::milliseconds;
+using std::chrono::steady_clock;
 using store::Change;
 using store::ConnectionEvent;
 using store_test::Card;
@@ -17,14 +18,10 @@ using store_test::card_type;
 using store_test::key_of;
 using store_test::ScopedSetting;
 using testing::AllOf;
-using testing::Contains;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 using testing::UnorderedElementsAre;
-using Clock = std::chrono::steady_clock;
 
 class ClientServers : public store_test::ClientFixture
 {
@@ -66,9 +63,9 @@ protected:
     store::Status write(int32_t database) { return client->set(database, *Card(0, 1, 0).message()); }
     static milliseconds time(const std::function<void()> &work)
     {
-        const Clock::time_point began = Clock::now();
+        const auto began = steady_clock::now();
         work();
-        return std::chrono::duration_cast<milliseconds>(Clock::now() - began);
+        return std::chrono::duration_cast<milliseconds>(steady_clock::now() - began);
     }
 
     cg::StoreServer &host = server;
@@ -202,6 +199,32 @@ TEST_F(ClientServers, EachIsGivenItsFunctions)
         notices.clear();
     }
     EXPECT_THAT(reports, IsEmpty());
+}
+
+TEST_F(ClientServers, WhatIsAwayIsInTheHealthAtAnother)
+{
+    const auto away = [this](const std::string &number) {
+        return host.run(1, {"HGET", "@health", "away_" + number});
+    };
+    ASSERT_TRUE(client->publish_health(1));
+    ASSERT_NO_FATAL_FAILURE(follow_all_and_forget());
+    global.kill();
+    serve_until([&] { return away("28") == "1" && away("33") == "1"; });
+    global.start();
+    serve_until([&] { return away("28") == "0" && away("33") == "0"; });
+    host.kill();
+    serve_until([this] { return has_report("lost 1"); });
+    host.start();
+    serve_until([&] { return away("28") == "0"; });
+    EXPECT_EQ(away("1"), "(nil)") << "a server that does not answer says enough";
+}
+
+TEST_F(ClientServers, WhatWasNeverThereIsAwayToo)
+{
+    global.kill();
+    ASSERT_TRUE(client->publish_health(1));
+    ASSERT_NO_FATAL_FAILURE(follow(28));
+    serve_until([this] { return host.run(1, {"HGET", "@health", "away_28"}) == "1"; });
 }
 
 TEST_F(ClientServers, AWrongSettingFailsItsDatabaseOnly)
