@@ -72,8 +72,9 @@ void Follower::subscribe(const TrackedType &type)
 void Follower::handle(const store::Change &change)
 {
     if (change.command == VX_MOM_CMD_SUBSCRIBED) {
-        if (in_place_.told(change.type)) {
-            listener_.snapshot_done();
+        in_place_.told(change.type);
+        if (in_place_.is_complete(change.database)) {
+            listener_.snapshot_done(change.database);
         }
     } else if (change.error != 0) {
         listener_.undecodable(cg::visible(change.key), cg::visible(change.reason));

@@ -38,10 +38,9 @@ const std::set<int32_t> &tracked_databases()
     return databases;
 }
 
-bool InPlace::told(const ProtobufCMessageDescriptor *type)
+void InPlace::told(const ProtobufCMessageDescriptor *type)
 {
     types_.insert(type);
-    return types_.size() == tracked_types().size();
 }
 
 void InPlace::lost(int32_t db)
@@ -61,11 +60,24 @@ bool InPlace::is_complete(int32_t db) const
     });
 }
 
-std::vector<const ProtobufCMessageDescriptor *> InPlace::overdue(cg::Time now)
+bool InPlace::is_complete() const
+{
+    return types_.size() == tracked_types().size();
+}
+
+std::vector<const ProtobufCMessageDescriptor *> InPlace::overdue(cg::Time now, const std::set<int32_t> &away)
 {
     constexpr std::chrono::seconds patience{10};
-    const auto &all = tracked_types();
-    if (types_.empty() || types_.size() == all.size()) {
+    bool has_some = false;
+    std::vector<const ProtobufCMessageDescriptor *> missing;
+    for (const TrackedType &type : tracked_types()) {
+        const bool is_there = types_.contains(type.descriptor);
+        has_some = has_some || (is_there && !away.contains(type.db));
+        if (!is_there && !away.contains(type.db)) {
+            missing.push_back(type.descriptor);
+        }
+    }
+    if (!has_some || missing.empty()) {
         partly_since_.reset();
         overdue_told_ = false;
         return {};
@@ -73,12 +85,6 @@ std::vector<const ProtobufCMessageDescriptor *> InPlace::overdue(cg::Time now)
     partly_since_ = std::min(now, partly_since_.value_or(now)); // the clock may be set back
     if (now - *partly_since_ < patience || std::exchange(overdue_told_, true)) {
         return {};
-    }
-    std::vector<const ProtobufCMessageDescriptor *> missing;
-    for (const TrackedType &type : all) {
-        if (!types_.contains(type.descriptor)) {
-            missing.push_back(type.descriptor);
-        }
     }
     return missing;
 }

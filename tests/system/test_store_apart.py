@@ -2,6 +2,8 @@
 import signal
 
 import pytest
+
+from demo import programs
 from rig import BY_POSITION, BY_TIPC, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, POWER
 
 HOSTS, GLOBAL = "unix:/store/store.sock", "unix:/store/global/store.sock"  # as the daemon has them
@@ -144,6 +146,24 @@ def test_start_without_database_28_alone(apart):
     apart.expect(lambda: health(apart, "away_28", "away_33") == ["1", None], "its health says what it misses")
     assert "app_cg_wait_obj_num" in apart.debug("dump_check_module")
     assert "module: num[" not in apart.logged(), "nothing is subscribed to before all three are there"
+
+
+def test_cards_are_watched_without_the_global_store(apart, tmp_path):
+    apart.cgctl.env["VX_MOM_DEADLINE_MS"] = "300"
+    apart.global_store.kill()
+    printed, said = tmp_path / "printed", tmp_path / "said"
+    with open(printed, "wb") as out, open(said, "wb") as err:
+        watch = apart.cgctl.start("watch", "--lines", stdout=out, stderr=err)
+    try:
+        apart.expect(lambda: "listening" in said.read_text(), "the lines begin")
+        assert f"the store at {apart.global_store.endpoint} cannot be used, database 33 " in said.read_text()
+        apart.plug("1/3/0")
+        apart.expect(lambda: " plugged" in printed.read_text(), "the card's line")
+        apart.global_store.start()
+        apart.expect(lambda: "the store is back, database 33" in printed.read_text(), "the line of the return")
+    finally:
+        programs.stop(watch)
+    assert "database 1" not in printed.read_text()
 
 
 @pytest.mark.parametrize("where", ["store", "global_store"])

@@ -125,7 +125,7 @@ admission::Follower::Listener Service::listener()
             [this](const std::string &key, const std::string &reason) {
                 recorder_.could_not_read(key, reason, now());
             },
-            [this] { handle_snapshot(); },
+            [this](int32_t /*db*/) { handle_snapshot(); },
             [this](const store::ConnectionEvent &event) { handle_outage(event); }};
 }
 
@@ -143,6 +143,9 @@ void Service::run()
 
 void Service::handle_snapshot()
 {
+    if (!follower_.in_place().is_complete()) {
+        return;
+    }
     reported_absent_.clear();
     output_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
                    " positions");
@@ -219,7 +222,7 @@ void Service::report_absence()
 void Service::report_overdue()
 {
     std::string names;
-    for (const ProtobufCMessageDescriptor *type : follower_.in_place().overdue(now())) {
+    for (const ProtobufCMessageDescriptor *type : follower_.in_place().overdue(now(), absent())) {
         names += std::string(" ") + type->name;
     }
     if (!names.empty()) {
@@ -232,9 +235,7 @@ void Service::tick()
 {
     note_contact();
     report_absence();
-    if (away_.empty()) {
-        report_overdue();
-    }
+    report_overdue();
     if (absent().empty()) {
         health_.look();
     }

@@ -158,7 +158,11 @@ private:
                 [this](const std::string &key, const std::string &reason) {
                     output_.notice("record " + key + " does not decode: " + reason);
                 },
-                [this] { player_.synchronized(); },
+                [this](int32_t /*db*/) {
+                    if (follower_.in_place().is_complete()) {
+                        player_.synchronized();
+                    }
+                },
                 [this](const store::ConnectionEvent &event) { output_.notice(admission::text_of(event)); }};
     }
 

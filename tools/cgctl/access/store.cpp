@@ -103,17 +103,26 @@ void Store::notice(const std::string &text)
 
 void Store::connect(int32_t db)
 {
+    if (std::string why; !try_connect(db, why)) {
+        throw Failure(failed, why);
+    }
+}
+
+bool Store::try_connect(int32_t db, std::string &why)
+{
     if (connected_.contains(db)) {
-        return;
+        return true;
     }
     const store::Status status = client_->connect(db);
     if (!status) {
-        // The settings were in order: so it is the server that has no such database.
-        throw Failure(status.code == -EINVAL ? wrong_usage : failed,
-                      where(db) + " cannot be used, database " + std::to_string(db) + ' ' +
-                          reason(status, db));
+        why = where(db) + " cannot be used, database " + std::to_string(db) + ' ' + reason(status, db);
+        if (status.code == -EINVAL) { // the settings were in order: so the server has no such database
+            throw Failure(wrong_usage, why);
+        }
+        return false;
     }
     connected_.insert(db);
+    return true;
 }
 
 std::optional<store::Record> Store::read(int32_t db, const ProtobufCMessage &key)

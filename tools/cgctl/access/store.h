@@ -35,6 +35,9 @@ public:
 
     // Connects to a database and waits for it. The functions below do it by themselves.
     void connect(int32_t db);
+    // The same, but returns false, with a line that says why, when the database's server does not answer or
+    // refuses.
+    bool try_connect(int32_t db, std::string &why);
 
     // The record with a key, or nothing.
     std::optional<store::Record> read(int32_t db, const ProtobufCMessage &key);

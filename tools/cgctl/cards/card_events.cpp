@@ -8,6 +8,7 @@
 #include "p_dev.pb-c.h"
 #include "p_libpub.pb-c.h"
 #include "records/card_identity.h"
+#include "records/databases.h"
 #include "records/position_key.h"
 #include "s_dev.pb-c.h"
 
@@ -70,7 +71,7 @@ CardEvents::CardEvents(Listener listener)
 
 void CardEvents::report(Event event) const
 {
-    if (!listening_) {
+    if (!received_.contains(card_database)) {
         return;
     }
     if (event.position && event.name.empty()) {
@@ -109,7 +110,7 @@ void CardEvents::compare(const Position &position, const Before &before,
     if (now.open && (!before.open || now.requested_at == change.at)) {
         report({change.at, position, name, change.existing, Asked{now.waiting_for}});
     }
-    if (now.power_off != before.power_off) {
+    if (now.power_off != before.power_off && received_.contains(device_database)) {
         report({change.at, position, name, change.existing, PowerChange{now.power_off}});
     }
 }
@@ -135,11 +136,13 @@ std::string CardEvents::reason_of(const TrackedCard &card) const
     return card.denied && found != daemons_reasons_.end() ? found->second : "";
 }
 
-void CardEvents::all_received(Time at)
+void CardEvents::received(int32_t db, Time at)
 {
-    meanwhile_ = true;
-    tracker_.snapshot_done(at);
-    listening_ = true;
+    if (db == card_database) { // which has all that checks are about
+        meanwhile_ = true;
+        tracker_.snapshot_done(at);
+    }
+    received_.insert(db);
 }
 
 void CardEvents::store_heard(const StoreChange &store, Time at)

@@ -11,6 +11,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "admission/card_tracker.h"
@@ -47,8 +48,9 @@ public:
 
     // A change, as admission::feed() wants it.
     void handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change);
-    // Every existing record was received, at first or again after an outage: from now on there are events.
-    void all_received(Time at);
+    // Every existing record of a database was received, at first or again after an outage: from now on there
+    // are events of it, and with database 1 those that are of none.
+    void received(int32_t db, Time at);
     // The store went away, or came back.
     void store_heard(const StoreChange &store, Time at);
     // The daemon answered, or nobody did for this reason.
@@ -70,9 +72,9 @@ private:
     std::optional<int32_t> role_;
     std::map<Position, std::string> daemons_reasons_;
     Health health_;
-    bool has_history_ = false; // the recorder's file was read at least once
-    bool listening_ = false;
-    bool meanwhile_ = false; // of the change that is being handled
+    bool has_history_ = false;   // the recorder's file was read at least once
+    std::set<int32_t> received_; // databases
+    bool meanwhile_ = false;     // of the change that is being handled
 };
 
 } // namespace cg

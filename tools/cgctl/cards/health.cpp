@@ -1,9 +1,8 @@
 // What a live view cannot be believed for.
 #include "cards/health.h"
 
-#include <algorithm>
-
 #include "admission/card_text.h"
+#include "records/databases.h"
 
 namespace cg
 {
@@ -45,20 +44,24 @@ bool Health::hear_history(bool readable, Time at)
 
 std::optional<Time> Health::store_lost() const
 {
-    const auto first = std::min_element(lost_.begin(), lost_.end(),
-                                        [](const auto &a, const auto &b) { return a.second < b.second; });
-    return first == lost_.end() ? std::nullopt : std::optional(first->second);
+    const auto found = lost_.find(card_database);
+    return found == lost_.end() ? std::nullopt : std::optional(found->second);
 }
 
 std::string Health::text(Time now) const
 {
     std::string text;
-    const auto add = [&](const char *what, const std::optional<Time> &since) {
+    const auto add = [&](const std::string &what, const std::optional<Time> &since) {
         if (since) {
-            text += (text.empty() ? "" : ", ") + std::string(what) + " since " + clock_text(*since, now);
+            text += (text.empty() ? "" : ", ") + what + " since " + clock_text(*since, now);
         }
     };
     add("STORE LOST", store_lost());
+    for (const auto &[db, since] : lost_) {
+        if (!store_lost()) {
+            add("DATABASE " + std::to_string(db) + " LOST", since);
+        }
+    }
     add("DAEMON SILENT", daemon_silent_);
     add("RECORDER AWAY", recorder_away_);
     add("HISTORY UNREADABLE", history_unreadable_);

@@ -28,11 +28,11 @@ public:
     // Whether the recorder's file can be read.
     bool hear_history(bool readable, Time at);
 
-    // Since when what the store holds is not known; nothing while it is there.
+    // Since when what the store holds of cards, database 1, is not known; nothing while it is there.
     [[nodiscard]] std::optional<Time> store_lost() const;
     [[nodiscard]] std::optional<Time> daemon_silent() const { return daemon_silent_; }
-    // What is wrong, the worst first: "STORE LOST since 18:03:58, DAEMON SILENT since 18:04:10"; empty when
-    // nothing is.
+    // What is wrong, the worst first: "STORE LOST since 18:03:58, DAEMON SILENT since 18:04:10", or, while
+    // database 1 is there, "DATABASE 33 LOST since ..."; empty when nothing is.
     [[nodiscard]] std::string text(Time now) const;
 
 private:

@@ -1,11 +1,13 @@
 // The cards and what happens to them, live from the store.
 #include "cards/live_cards.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "base/text.h"
 #include "cards/overview.h"
 #include "p_libpub.pb-c.h"
+#include "records/databases.h"
 #include "records/position_key.h"
 
 namespace cg
@@ -45,7 +47,7 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
                [this](const auto &key, const auto &reason) {
                    session_.notice("record " + key + " does not decode: " + reason);
                },
-           .snapshot_done = [this] { finish_snapshot(); },
+           .snapshot_done = [this](int32_t db) { finish_snapshot(db); },
            .outage =
                [this](const auto &event) {
                    const bool connected = event.kind != store::ConnectionEvent::Kind::lost;
@@ -55,9 +57,7 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
       probe_(store.loop(), session.socket, history_file,
              [this](const HealthReport &report) { handle_health(report); })
 {
-    for (const int32_t db : admission::tracked_databases()) {
-        store.connect(db);
-    }
+    connect(store);
     std::vector<Position> requests;
     for (const store::Record &record : store.scan(p_libpub__app_cg_card_check_info__descriptor)) {
         if (const auto position = position_of(*record.message)) {
@@ -75,6 +75,19 @@ LiveCards::LiveCards(const Session &session, Store &store, const std::string &hi
     follower_.start(false);
 }
 
+void LiveCards::connect(Store &store)
+{
+    store.connect(card_database);
+    for (const int32_t db : admission::tracked_databases()) {
+        std::string problem;
+        if (!store.try_connect(db, problem)) {
+            absent_.insert(db);
+            session_.notice(problem + "; what it has is missing here until it is back");
+            events_.store_heard({db, false, false, problem}, now());
+        }
+    }
+}
+
 void LiveCards::handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change)
 {
     const bool asks = record.descriptor == &p_libpub__app_cg_card_check_info__descriptor;
@@ -84,13 +97,35 @@ void LiveCards::handle(const ProtobufCMessage &record, bool deleted, const admis
     events_.handle(record, deleted, change);
 }
 
-void LiveCards::finish_snapshot()
+void LiveCards::finish_snapshot(int32_t db)
 {
-    events_.all_received(now());
-    if (const auto complete = std::exchange(complete_, {})) { // later ones are those after an outage
-        complete();
-        notice_health();
+    if (complete_) {
+        begin_to_listen();
+        return;
     }
+    events_.received(db, now()); // after an outage
+    if (absent_.erase(db) > 0) {
+        events_.store_heard({db, true, true, ""}, now());
+    }
+}
+
+// All at once, so that an event in one database is not printed before those that were there in another.
+void LiveCards::begin_to_listen()
+{
+    const auto &all = admission::tracked_databases();
+    const auto is_there = [this](int32_t db) { return follower_.in_place().is_complete(db); };
+    if (!std::all_of(all.begin(), all.end(),
+                     [&](int32_t db) { return is_there(db) || absent_.contains(db); })) {
+        return;
+    }
+    for (const int32_t db : all) {
+        if (is_there(db)) {
+            absent_.erase(db);
+            events_.received(db, now());
+        }
+    }
+    std::exchange(complete_, {})();
+    notice_health();
 }
 
 // As it was at the beginning; what changes from then on are events.

@@ -2,6 +2,8 @@
 #ifndef CARDS_LIVE_CARDS_H
 #define CARDS_LIVE_CARDS_H
 
+#include <functional>
+#include <set>
 #include <string>
 
 #include "access/store.h"
@@ -16,8 +18,10 @@ namespace cg
 class LiveCards
 {
 public:
-    // Follows all that is about cards once the store's loop runs. Throws Failure when the store does not
-    // answer. Session and store outlive this. `complete` is called when every existing record was received.
+    // Follows all that is about cards once the store's loop runs. Throws Failure when the store of database 1
+    // does not answer; another one that does not is a notice, and its database is followed when it is there.
+    // Session and store outlive this. `complete` is called when every existing record was received of those
+    // that are there.
     LiveCards(const Session &session, Store &store, const std::string &history_file,
               CardEvents::Listener listener, std::function<void()> complete);
 
@@ -25,7 +29,9 @@ public:
 
 private:
     void handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change);
-    void finish_snapshot();
+    void connect(Store &store);
+    void finish_snapshot(int32_t db);
+    void begin_to_listen();
     void refresh_modules(Time now);
     void notice_health() const;
     void handle_health(const HealthReport &report);
@@ -34,6 +40,7 @@ private:
     CardEvents events_;
     admission::Follower follower_;
     std::function<void()> complete_; // empty once it was called
+    std::set<int32_t> absent_;       // databases that have not been there yet
     Time modules_asked_at_{};
     DaemonView daemon_; // as it was at the beginning, and the recorder's file
     Past past_;

@@ -23,8 +23,8 @@ public:
         std::function<void(const ProtobufCMessage &record, bool deleted, const Change &change)> changed;
         // The record with this key changed, and does not decode, for this reason. Both can be printed.
         std::function<void(const std::string &key, const std::string &reason)> undecodable;
-        // All existing records were reported, at first or again.
-        std::function<void()> snapshot_done;
+        // All existing records of this database were reported, at first or again.
+        std::function<void(int32_t db)> snapshot_done;
         // A database's connection is lost, or is back and everything in it is about to be reported again.
         std::function<void(const store::ConnectionEvent &event)> outage;
     };

@@ -30,18 +30,22 @@ const std::set<int32_t> &tracked_databases();
 //
 // A check's end is spread over several types, which are notified of one after the other; what happens in
 // between reaches the later ones as existing. So a change is news only when all types of its database are in
-// place: else a check that was decided just then would seem to have been withdrawn.
+// place: else a check that was decided just then would seem to have been withdrawn. The databases may be on
+// several servers, so one of them may be complete long before another.
 class InPlace
 {
 public:
-    // All existing records of the type were notified of. Returns whether that goes for all types now.
-    bool told(const ProtobufCMessageDescriptor *type);
+    // All existing records of the type were notified of.
+    void told(const ProtobufCMessageDescriptor *type);
     // Everything in the database will be notified of again.
     void lost(int32_t db);
+    // Whether that goes for all types of a database, or of all.
     [[nodiscard]] bool is_complete(int32_t db) const;
+    [[nodiscard]] bool is_complete() const;
     // For every few seconds: the types that are still missing ten seconds after others were first in place.
     // Nothing passes for news meanwhile, so somebody should know. Each such time is reported once.
-    std::vector<const ProtobufCMessageDescriptor *> overdue(cg::Time now);
+    // away  databases of which nothing can be expected.
+    std::vector<const ProtobufCMessageDescriptor *> overdue(cg::Time now, const std::set<int32_t> &away);
 
 private:
     std::optional<cg::Time> partly_since_;

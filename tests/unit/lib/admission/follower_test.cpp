@@ -123,7 +123,7 @@ protected:
                         [this](const std::string &key, const std::string &reason) {
                             events_.push_back(key + ": " + reason);
                         },
-                        [this] { events_.emplace_back("snapshot"); },
+                        [this](int32_t db) { events_.push_back("snapshot " + std::to_string(db)); },
                         [this](const store::ConnectionEvent &event) { events_.push_back(text_of(event)); }}};
 };
 
@@ -187,7 +187,27 @@ TEST_F(FollowerTest, AChangeIsNewsWhenAllTypesOfItsDatabaseWereReported)
     EXPECT_TRUE(is_news());
     notify(VX_MOM_CMD_SET, true); // what was missed
     EXPECT_FALSE(is_news());
-    EXPECT_THAT(events_, ElementsAre("written", "snapshot", "deleted", "written"));
+    EXPECT_THAT(events_, ElementsAre("written", "snapshot 1", "snapshot 33", "deleted", "written"));
+}
+
+TEST_F(FollowerTest, ADatabaseThatComesLaterHoldsUpNoOther)
+{
+    follower_.start(false);
+    connection(Kind::connected, 1);
+    for (const TrackedType &type : tracked_types()) {
+        if (type.db == 1) {
+            subscribed(type);
+        }
+    }
+    notify();
+    EXPECT_TRUE(is_news());
+    connection(Kind::connected, 33);
+    for (const TrackedType &type : tracked_types()) {
+        if (type.db == 33) {
+            subscribed(type);
+        }
+    }
+    EXPECT_THAT(events_, ElementsAre("snapshot 1", "written", "snapshot 33"));
 }
 
 TEST_F(FollowerTest, AfterAnOutageEverythingOfTheDatabaseIsReportedAgain)

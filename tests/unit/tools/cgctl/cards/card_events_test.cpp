@@ -70,6 +70,11 @@ protected:
         take("im_card_power_onoff", {{"index", {{"devid", 1}, {"slotid", 3}}}, {"updown", updown}}, false,
              deleted);
     }
+    void receive_all()
+    {
+        events.received(1, now);
+        events.received(33, now);
+    }
     std::vector<std::string> texts()
     {
         std::vector<std::string> result;
@@ -92,7 +97,7 @@ TEST_F(CardEventsTest, WhatWasThereBeforeIsNoEvent)
 {
     card(true, "lc", true);
     request(true);
-    events.all_received(now);
+    receive_all();
     EXPECT_THAT(texts(), IsEmpty());
     card(true, "lc", true); // told again after an outage
     find_request();
@@ -101,7 +106,7 @@ TEST_F(CardEventsTest, WhatWasThereBeforeIsNoEvent)
 
 TEST_F(CardEventsTest, ACheckIsTold)
 {
-    events.all_received(now);
+    receive_all();
     card(true);
     request();
     answer("m1", 0);
@@ -121,7 +126,7 @@ TEST_F(CardEventsTest, ACheckIsTold)
 
 TEST_F(CardEventsTest, AnswersOfStrangersAreToldAsSuch)
 {
-    events.all_received(now);
+    receive_all();
     card(true);
     request();
     (void)texts();
@@ -133,7 +138,7 @@ TEST_F(CardEventsTest, AnswersOfStrangersAreToldAsSuch)
 
 TEST_F(CardEventsTest, ComingAndGoingIsTold)
 {
-    events.all_received(now);
+    receive_all();
     card(false);
     card(true);
     card(true, "another");
@@ -146,7 +151,7 @@ TEST_F(CardEventsTest, ComingAndGoingIsTold)
 
 TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
 {
-    events.all_received(now);
+    receive_all();
     card(true);
     (void)texts();
     events.store_heard({1, false, false, "reset\n"}, now);
@@ -157,10 +162,23 @@ TEST_F(CardEventsTest, WhatHappenedWhileTheStoreWasAwayIsToldAsSuch)
                                      "offline 1/3/0 lc: offline (while the store was away)"));
 }
 
+TEST_F(CardEventsTest, WhatIsFoundInADatabaseThatComesLaterIsNoEvent)
+{
+    card(true, "lc", true);
+    events.received(1, now);
+    power(false);
+    EXPECT_THAT(texts(), IsEmpty());
+    card(false);
+    EXPECT_THAT(texts(), ElementsAre("offline 1/3/0 lc: offline"));
+    events.received(33, now);
+    power(false, true);
+    EXPECT_THAT(texts(), testing::SizeIs(1));
+}
+
 TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
 {
     answer("m1", 0, true);
-    events.all_received(now);
+    receive_all();
     card(true);
     request();
     answer("m1", 0);
@@ -179,7 +197,7 @@ TEST_F(CardEventsTest, AnAnswerThatComesBeforeAllIsToldAnewIsToldOnce)
     EXPECT_THAT(texts(), IsEmpty()) << "written before the answers were told, and told with them";
     take("app_cg_card_check_ack", {{"index", {{"devid", 1}, {"slotid", 9}, {"mod_name", "m1"}}}}, true);
     EXPECT_THAT(texts(), IsEmpty()) << "of no card";
-    events.all_received(now);
+    receive_all();
     EXPECT_THAT(texts(), IsEmpty());
 }
 
@@ -189,14 +207,14 @@ TEST_F(CardEventsTest, AnswersThatStoodBeforeListeningBeganAreNoEvents)
     request(true);
     answer("m1", 0, true);
     EXPECT_THAT(texts(), IsEmpty());
-    events.all_received(now);
+    receive_all();
     answer("m1", 0);
     EXPECT_THAT(texts(), ElementsAre("answer 1/3/0 lc: m1 PASS")) << "a live one is told, heard of or not";
 }
 
 TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
 {
-    events.all_received(now);
+    receive_all();
     card(true);
     request();
     answer("m1", 0);
@@ -213,7 +231,7 @@ TEST_F(CardEventsTest, ACheckThatARestartOfTheDaemonCutsOffIsToldBeforeTheNext)
 
 TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWithItsResult)
 {
-    events.all_received(now);
+    receive_all();
     card(true);
     request();
     answer("m1", 0);
@@ -221,7 +239,7 @@ TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWithItsResult)
     request(true, gone);
     EXPECT_THAT(texts(), IsEmpty()); // its result is still to come
     result(true, true);
-    events.all_received(now);
+    receive_all();
     ASSERT_EQ(told.size(), 1U);
     EXPECT_EQ(std::get<admission::Decision>(told[0].what).admitted, true);
     EXPECT_THAT(texts(), ElementsAre("decision 1/3/0 lc: passed by m1 (while the store was away)"));
@@ -229,7 +247,7 @@ TEST_F(CardEventsTest, ACheckThatEndedWhileTheStoreWasAwayIsToldWithItsResult)
 
 TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
 {
-    events.all_received(now);
+    receive_all();
     card(true);
     request();
     (void)texts();
@@ -241,7 +259,7 @@ TEST_F(CardEventsTest, AClockThatIsSetBackMakesNoTimeToAnswer)
 TEST_F(CardEventsTest, ADaemonThatFallsSilentIsToldOnce)
 {
     events.daemon_heard(true, "", now); // before it counts as news
-    events.all_received(now);
+    receive_all();
     events.daemon_heard(false, "/run/x: no\nprocess", now);
     events.daemon_heard(false, "/run/x: no\nprocess", now);
     EXPECT_EQ(event_json(told.at(0))["answers"], false);
@@ -255,7 +273,7 @@ TEST_F(CardEventsTest, ADaemonThatFallsSilentIsToldOnce)
 
 TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
 {
-    events.all_received(now);
+    receive_all();
     events.heartbeat_read({now}, now);
     events.heartbeat_read({now - 1min}, now);
     events.heartbeat_read({now - 1min}, now);
@@ -269,7 +287,7 @@ TEST_F(CardEventsTest, ARecorderThatIsAwayIsToldOnce)
 
 TEST_F(CardEventsTest, AHeartbeatMayBeSomewhatLate)
 {
-    events.all_received(now);
+    receive_all();
     events.heartbeat_read({now - 44s}, now);
     events.heartbeat_read({}, now); // somebody holds the file
     EXPECT_THAT(texts(), IsEmpty());
@@ -280,7 +298,7 @@ TEST_F(CardEventsTest, AHeartbeatMayBeSomewhatLate)
 TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
 {
     const Heartbeat unreadable{std::nullopt, "no history at /x\n"};
-    events.all_received(now);
+    receive_all();
     events.heartbeat_read(unreadable, now);
     EXPECT_THAT(texts(), IsEmpty()) << "there may be no recorder at all";
     events.heartbeat_read({now}, now);
@@ -300,7 +318,7 @@ TEST_F(CardEventsTest, AHistoryThatGoesIsMissedOnce)
 TEST_F(CardEventsTest, TheRoleIsToldWhenItChanges)
 {
     take("dp_lib_grole", {{"my_grole", 1}}, true);
-    events.all_received(now);
+    receive_all();
     take("dp_lib_grole", {{"my_grole", 1}});
     take("dp_lib_grole", {{"my_grole", 2}});
     take("dp_lib_grole", {{"my_grole", 2}}, false, gone);
@@ -310,7 +328,7 @@ TEST_F(CardEventsTest, TheRoleIsToldWhenItChanges)
 
 TEST_F(CardEventsTest, TheJsonFormHasTheRecordedParts)
 {
-    events.all_received(now);
+    receive_all();
     card(true);
     request();
     const Json json = event_json(told.at(1));
@@ -327,7 +345,7 @@ TEST_F(CardEventsTest, TheJsonFormHasTheRecordedParts)
 
 TEST_F(CardEventsTest, ARecordWithoutAKeyIsPassedOver)
 {
-    events.all_received(now);
+    receive_all();
     for (const char *type :
          {"card_info", "app_cg_card_check_info", "app_cg_card_check_ack", "im_card_power_onoff"}) {
         take(type, Json::object());

@@ -40,17 +40,21 @@ TEST_F(HealthTest, EachChangeIsNewsOnce)
     EXPECT_EQ(health.text(start), "");
 }
 
-TEST_F(HealthTest, TheStoreIsLostSinceTheFirstOfItsDatabases)
+TEST_F(HealthTest, TheStoreIsLostWithTheDatabaseOfTheCards)
 {
-    EXPECT_TRUE(health.hear_store(28, false, start + seconds{1}));
-    EXPECT_TRUE(health.hear_store(1, false, start));
-    EXPECT_FALSE(health.hear_store(1, false, start + seconds{5}));
-    EXPECT_EQ(health.store_lost(), start);
-    EXPECT_TRUE(health.hear_store(1, true, start + seconds{6}));
-    EXPECT_EQ(health.store_lost(), start + seconds{1});
-    EXPECT_TRUE(health.hear_store(28, true, start + seconds{6}));
-    EXPECT_FALSE(health.hear_store(28, true, start + seconds{6}));
+    EXPECT_TRUE(health.hear_store(33, false, start));
     EXPECT_EQ(health.store_lost(), std::nullopt);
+    EXPECT_TRUE(health.text(start).starts_with("DATABASE 33 LOST since ")) << health.text(start);
+    EXPECT_TRUE(health.hear_store(1, false, start + seconds{1}));
+    EXPECT_FALSE(health.hear_store(1, false, start + seconds{5}));
+    EXPECT_EQ(health.store_lost(), start + seconds{1});
+    EXPECT_TRUE(health.text(start).starts_with("STORE LOST since ")) << health.text(start);
+    EXPECT_EQ(health.text(start).find("DATABASE"), std::string::npos) << "more is lost than that";
+    EXPECT_TRUE(health.hear_store(1, true, start + seconds{6}));
+    EXPECT_FALSE(health.hear_store(1, true, start + seconds{6}));
+    EXPECT_EQ(health.store_lost(), std::nullopt);
+    EXPECT_TRUE(health.hear_store(33, true, start + seconds{6}));
+    EXPECT_EQ(health.text(start), "");
 }
 
 TEST_F(HealthTest, TheWorstStandsFirst)

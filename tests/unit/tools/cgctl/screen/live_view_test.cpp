@@ -26,7 +26,8 @@ protected:
         plug(3);
         events.tracker().request_written({1, 2, 0}, by("p_dev.card_info:0:1:2:0"));
         events.tracker().result_written(1003, true, 3, by("p_dev.card_info:0:1:3:0"));
-        events.all_received(now);
+        events.received(1, now);
+        events.received(33, now);
     }
 
     // A write of the daemon while it handles this record.
@@ -195,11 +196,15 @@ TEST_F(LiveViewTest, WhatCannotBeBelievedStandsInFront)
     events.daemon_heard(false, "no process listens there", now);
     EXPECT_THAT(shown(), testing::StartsWith(" DAEMON SILENT since 13:48:20 | 3 cards: "));
     EXPECT_EQ(view.draw({80, 24}, now).at(1, 0).tone, Tone::bad);
-    events.store_heard({28, false}, now);
+    events.store_heard({1, false}, now);
     now += 50s;
     EXPECT_THAT(shown(), testing::StartsWith(" STORE LOST since 13:48:20, DAEMON SILENT since 13:48:20 | "));
     EXPECT_THAT(shown(), HasSubstr("░ 200 s")) << "the bar stands still";
-    events.store_heard({28, true, true}, now);
+    events.store_heard({33, false}, now);
+    events.store_heard({1, true, true}, now);
+    EXPECT_THAT(shown(), testing::StartsWith(" DATABASE 33 LOST since 13:49:10, DAEMON SILENT since "));
+    EXPECT_THAT(shown(), HasSubstr("░ 150 s")) << "the cards are in another one";
+    events.store_heard({33, true, true}, now);
     events.daemon_heard(true, "", now);
     EXPECT_THAT(shown(), testing::StartsWith(" 3 cards: "));
     EXPECT_THAT(shown(), HasSubstr("░ 150 s"));
