@@ -13,7 +13,7 @@ import pytest
 import redis
 
 from device import Chassis, Modules
-from rig import DENY, HOST
+from rig import DENY, HOST, fill_queue
 
 _MODULE = "thermal"
 
@@ -271,10 +271,7 @@ class Receiver:
 
     def fill(self):
         """Leaves no room in its queue."""
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender, contextlib.suppress(BlockingIOError):
-            sender.setblocking(False)
-            while True:
-                sender.sendto(b"x", self._path)
+        fill_queue(self._path)
 
     def read(self):
         """What has come, until its queue is empty."""

@@ -3,9 +3,11 @@
 The words here are the domain's: plug a card, let a module answer, expect. What the daemon has written is read
 past our own store client, straight from the server.
 """
+import contextlib
 import os
 import pathlib
 import shutil
+import socket
 
 import redis
 
@@ -35,6 +37,14 @@ POWER = "s_dev.im_card_power_onoff"
 ROLE = "p_dev.dp_lib_grole"
 
 LEVEL_FILE = ".vxos/vsd/0/plibpub/app_cg/app_cg/app_cg_dbg.txt"  # below /data
+
+
+def fill_queue(path):
+    """Leaves no room in the queue of a datagram socket that nobody reads."""
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender, contextlib.suppress(BlockingIOError):
+        sender.setblocking(False)
+        while True:
+            sender.sendto(b"x", path)
 
 
 class Rig:

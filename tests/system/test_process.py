@@ -9,7 +9,7 @@ import socket
 
 import pytest
 
-from rig import HOST, LEVEL_FILE
+from rig import HOST, LEVEL_FILE, fill_queue
 
 
 def start_and_wait(rig, **env):
@@ -106,10 +106,7 @@ class Manager:
 
     def fill(self):
         """Leaves no room for more until listen()."""
-        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender, contextlib.suppress(BlockingIOError):
-            sender.setblocking(False)
-            while True:
-                sender.sendto(b"x", self._path)
+        fill_queue(self._path)
 
     def listen(self):
         """Everything heard so far, line by line."""
