@@ -204,10 +204,10 @@ unit_tests()
     return 1
 }
 
-# The fuzz targets, all at the same time: fuzz_targets PRESET SECONDS
+# The fuzz targets, all at the same time, behind whatever else runs: fuzz_targets PRESET SECONDS
 fuzz_targets()
 {
-    nice -n 5 "$project_root/tests/fuzz/run" --build "$project_root/build/$1/tests/fuzz" --seconds "$2" --junit "$junit" 2>&1 |
+    nice -n 19 "$project_root/tests/fuzz/run" --build "$project_root/build/$1/tests/fuzz" --seconds "$2" --junit "$junit" 2>&1 |
         tee "$stages_logs/fuzz.log"
 }
 
