@@ -40,7 +40,7 @@ class Expected:
         """Whether a row may be it; exactly, if it is complete."""
         if row["card"] != self.card or abs(row["at"] - self.at) > _NEAR:
             return False
-        if not row["complete"] and row["outcome"] in ("unseen", "withdrawn"):
+        if not _is_claimed(row):
             return True
         same = (row["outcome"], row["decider"] or "") == (self.outcome, self.decider)
         if not row["complete"]:
@@ -173,8 +173,8 @@ class Ledger:
         rows = [row for row in rows if row["at"] >= since - _NEAR]
         expected = [one for one in self.expected if one.at >= since]
         pairs = [(abs(row["at"] - one.at), one, row) for one in expected for row in rows if one.fits(row)]
-        # The nearest belong together; but rows that fit exactly come first, for the others fit more than one.
-        for _, one, row in sorted(pairs, key=lambda pair: (not pair[2]["complete"], pair[0])):
+        # The nearest belong together; but rows that say more come first, for the others fit more than one.
+        for _, one, row in sorted(pairs, key=lambda pair: (not pair[2]["complete"], not _is_claimed(pair[2]), pair[0])):
             if one in expected and row in rows:
                 rows.remove(row)
                 expected.remove(one)
@@ -186,12 +186,16 @@ class Ledger:
                 others = [_row_text(row) for row in rows if row["card"] == one.card]
                 raise Contradiction("\n  ".join([f"the history lacks {one}, or has it otherwise:", *others]))
         for row in rows:
-            is_claimed = row["complete"] or row["outcome"] not in ("unseen", "withdrawn")
-            if is_claimed and row["at"] - since > _NEAR and not any(
+            if _is_claimed(row) and row["at"] - since > _NEAR and not any(
                     begin - _NEAR <= row["at"] <= end + _NEAR for begin, end in gaps):
                 others = [str(one) for one in self.expected if one.card == row["card"]][-5:]
                 raise Contradiction("\n  ".join(
                     [f"the history has {_row_text(row)}, which did not happen so:", *others]))
+
+
+def _is_claimed(row):
+    """Whether a row says how a check ended; one that is incomplete and unseen or withdrawn only says that it did."""
+    return row["complete"] or row["outcome"] not in ("unseen", "withdrawn")
 
 
 def _short(answers):

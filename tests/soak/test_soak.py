@@ -6,10 +6,9 @@ import sys
 
 import pytest
 
-_HERE = pathlib.Path(__file__).resolve().parent
-sys.path[:0] = [str(_HERE.parents[1] / "tools"), str(_HERE.parent / "system")]
+from demo.daemon import faketime_library
 
-from demo.daemon import faketime_library  # noqa: E402  (needs the path above)
+_HERE = pathlib.Path(__file__).resolve().parent
 
 pytestmark = pytest.mark.skipif(faketime_library() is None, reason="libfaketime is not installed")
 
