@@ -107,7 +107,7 @@ class Stream:
         while not self._closing.is_set():
             try:
                 self._hear()
-            except (redis.RedisError, OSError):
+            except (redis.RedisError, OSError, AttributeError):  # python3-redis wants a unix socket's host for its text
                 self._closing.wait(0.01)
 
     def _hear(self):
