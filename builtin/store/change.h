@@ -63,6 +63,7 @@ struct ConnectionEvent {
     // Of a return: the store has what it had, and no write was given up, so that subscriptions deliver only
     // what was changed meanwhile; else they deliver everything.
     bool same_data = false;
+    std::string server{}; // its endpoint, where the client uses several; else empty
 };
 using ConnectionHandler = std::function<void(const ConnectionEvent &)>;
 

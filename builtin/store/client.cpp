@@ -161,7 +161,8 @@ void Client::Parts::report_connected(bool &more)
             return;
         }
         next = requests.erase(next);
-        database->inbox.notify({ConnectionEvent::Kind::connected, database->calls.number()});
+        database->inbox.notify(
+            {ConnectionEvent::Kind::connected, database->calls.number(), {}, false, server->name()});
     }
 }
 

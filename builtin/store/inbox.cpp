@@ -249,7 +249,7 @@ void Inbox::report_loss()
     if (loss_due_) {
         const std::string reason = std::move(*loss_due_);
         loss_due_.reset();
-        notify({ConnectionEvent::Kind::lost, calls_.number(), reason});
+        notify({ConnectionEvent::Kind::lost, calls_.number(), reason, false, server_.name()});
     }
 }
 
@@ -271,7 +271,7 @@ bool Inbox::open()
     for (const auto &subscription : subscriptions_) {
         subscription->on_returned(!is_same);
     }
-    notify({ConnectionEvent::Kind::returned, calls_.number(), {}, is_same});
+    notify({ConnectionEvent::Kind::returned, calls_.number(), {}, is_same, server_.name()});
     return true;
 }
 

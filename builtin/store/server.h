@@ -53,6 +53,8 @@ struct Server {
     }
     // For messages, " at ENDPOINT"; empty while there is no other server that it could be.
     const char *at() const { return shared.servers > 1 ? at_.c_str() : ""; }
+    // The endpoint, likewise.
+    std::string name() const { return shared.servers > 1 ? identity.endpoint.text : ""; }
 
     Shared &shared;
     const ClientIdentity identity;

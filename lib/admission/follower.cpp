@@ -77,7 +77,7 @@ void Follower::handle(const store::Change &change)
             listener_.snapshot_done(change.database);
         }
     } else if (change.error != 0) {
-        listener_.undecodable(cg::visible(change.key), cg::visible(change.reason));
+        listener_.undecodable(change.database, cg::visible(change.key), cg::visible(change.reason));
     } else {
         const bool existing = change.existing || !in_place_.is_complete(change.database);
         listener_.changed(*change.record, change.command == VX_MOM_CMD_DELETED,
@@ -91,7 +91,9 @@ std::string text_of(const store::ConnectionEvent &event)
     if (event.kind == Kind::lost) {
         return "lost the store, database " + number + ": " + cg::visible(event.reason) + "; reconnecting";
     }
-    return "the store is back, database " + number + (event.same_data ? "" : ", with other data than before");
+    return "the store is back, database " + number +
+           (event.server.empty() ? "" : " at " + cg::visible(event.server)) +
+           (event.same_data ? "" : ", with other data than before");
 }
 
 } // namespace admission

@@ -45,6 +45,7 @@ void InPlace::told(const ProtobufCMessageDescriptor *type)
 
 void InPlace::lost(int32_t db)
 {
+    waits_.erase(db);
     for (const TrackedType &type : tracked_types()) {
         if (type.db == db) {
             types_.erase(type.descriptor);
@@ -65,26 +66,23 @@ bool InPlace::is_complete() const
     return types_.size() == tracked_types().size();
 }
 
-std::vector<const ProtobufCMessageDescriptor *> InPlace::overdue(cg::Time now, const std::set<int32_t> &away)
+std::vector<const ProtobufCMessageDescriptor *> InPlace::overdue(int32_t db, cg::Time now)
 {
     constexpr std::chrono::seconds patience{10};
-    bool has_some = false;
+    if (is_complete(db)) {
+        waits_.erase(db);
+        return {};
+    }
+    Wait &wait = waits_.try_emplace(db, Wait{now}).first->second;
+    wait.since = std::min(now, wait.since); // the clock may be set back
+    if (now - wait.since < patience || std::exchange(wait.is_reported, true)) {
+        return {};
+    }
     std::vector<const ProtobufCMessageDescriptor *> missing;
     for (const TrackedType &type : tracked_types()) {
-        const bool is_there = types_.contains(type.descriptor);
-        has_some = has_some || (is_there && !away.contains(type.db));
-        if (!is_there && !away.contains(type.db)) {
+        if (type.db == db && !types_.contains(type.descriptor)) {
             missing.push_back(type.descriptor);
         }
-    }
-    if (!has_some || missing.empty()) {
-        partly_since_.reset();
-        overdue_told_ = false;
-        return {};
-    }
-    partly_since_ = std::min(now, partly_since_.value_or(now)); // the clock may be set back
-    if (now - *partly_since_ < patience || std::exchange(overdue_told_, true)) {
-        return {};
     }
     return missing;
 }

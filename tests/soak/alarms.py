@@ -108,7 +108,8 @@ def modules_known(rig):
 
 def judge_metrics(metrics, modules, asks_nobody, waiting):
     """What the recorder says of store, history, modules, cards and daemon, while all is well."""
-    if metrics["cg_store_connected"] != 1 or metrics["cg_history_write_failures_total"] != 0:
+    connected = [value for series, value in metrics.items() if series.startswith("cg_store_connected{")]
+    if set(connected) != {1} or metrics["cg_history_write_failures_total"] != 0:
         raise Contradiction("the metrics say that the store is away, or that the history cannot be written")
     if metrics["cg_cards_waiting"] != waiting:
         raise Contradiction(f"the metrics say that {metrics['cg_cards_waiting']} cards wait, and not {waiting}")

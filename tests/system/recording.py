@@ -28,11 +28,12 @@ class Recorder:
 
     def launch(self, modules=None, **env):
         """Starts it and does not wait. `modules`: another folder than the daemon's."""
+        places = {name: value for name, value in self._rig.cgctl.env.items() if name.startswith("VX_MOM_ENDPOINT")}
         with open(self._errors, "ab") as errors:
             self._process = programs.start(
                 [BUILD / "bin" / "cg_recorderd", "--history", self.history, "--modules",
                  modules or self._rig.view.modules, "--life", self.life, "--listen", "127.0.0.1:0"],
-                {"VX_MOM_ENDPOINT": self._rig.store.endpoint, **env}, stderr=errors)
+                {"VX_MOM_ENDPOINT": self._rig.store.endpoint, **places, **env}, stderr=errors)
 
     def said(self):
         """All that it wrote to standard error."""
@@ -64,6 +65,12 @@ class Recorder:
             lines = answer.read().decode().splitlines()
         return {series: float(value)
                 for series, value in (line.rsplit(" ", 1) for line in lines if not line.startswith("#"))}
+
+    def of_database(self, metric, number):
+        """A metric of one database; nothing when there is none."""
+        found = [value for series, value in self.metrics().items()
+                 if series.startswith(f'{metric}{{database="{number}"')]
+        return found[0] if found else None
 
     def decisions(self, *arguments):
         """What cgctl history tells."""

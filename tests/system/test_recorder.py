@@ -15,7 +15,7 @@ import pytest
 from demo import programs
 from demo.daemon import faketime_library, scaled_time
 from recording import sql
-from rig import BUILD
+from rig import BUILD, CAP, DEV_GLOBAL, HOST
 
 
 def note_life(recorder, line):
@@ -178,9 +178,49 @@ def test_the_store_comes_late_and_goes_and_returns(rig, recorder):
     gaps = recorder.gaps()
     assert [gap["why"] for gap in gaps] == ["the store was away"] * 2
     assert gaps[0]["from"] < gaps[0]["until"] <= gaps[1]["from"] < gaps[1]["until"]
-    metrics = recorder.metrics()
-    # What was never there was not lost.
-    assert metrics["cg_store_outages_total"] == 1 and metrics["cg_recorder_gaps_total"] == 2
+    assert recorder.metrics()["cg_recorder_gaps_total"] == 2
+    for db in (HOST, DEV_GLOBAL):
+        assert recorder.of_database("cg_store_outages_total", db) == 1, "what was never there was not lost"
+
+
+def test_a_hole_is_only_what_database_1_missed(rig, recorder):
+    rig.apart()
+    rig.start_master("m1", VX_MOM_DEADLINE_MS="500")
+    recorder.start()
+    there = f"database 33 at {rig.global_store.endpoint}"
+    rig.expect(lambda: f"subscribed to {there}\n" in recorder.said(), "it says what it follows, and where")
+    rig.global_store.stop()
+    rig.expect(lambda: recorder.of_database("cg_store_connected", DEV_GLOBAL) == 0, "the metrics say which is away")
+    for db in (CAP, DEV_GLOBAL):
+        rig.expect(lambda db=db: recorder.of_database("cg_daemon_database_away", db) == 1, "and that the daemon misses it")
+    rig.plug("1/3/0")
+    rig.expect_request("1/3/0")
+    rig.answer("1/3/0", "m1")
+    passed = recorder.expect_decision("1/3/0", "passed")
+    assert passed["complete"] and passed["decider"] == "m1"
+    rig.expect(lambda: f", {there}; reconnecting\n" in recorder.said(), "it says so")
+    assert "the store has not answered since " in recorder.said()
+    rig.global_store.start()
+    rig.expect(lambda: recorder.of_database("cg_store_connected", DEV_GLOBAL) == 1, "it is back")
+    assert f"the store is back, {there}, with other data than before\n" in recorder.said()
+    assert recorder.gaps() == [] and recorder.metrics()["cg_recorder_gaps_total"] == 0
+    assert [recorder.of_database("cg_store_outages_total", db) for db in (HOST, DEV_GLOBAL)] == [0, 1]
+    assert recorder.of_database("cg_store_connected", HOST) == 1
+    rig.store.stop()
+    rig.expect(recorder.gaps, "without database 1 there is a hole")
+    assert [gap["why"] for gap in recorder.gaps()] == ["the store was away"]
+    assert [recorder.of_database("cg_store_connected", db) for db in (HOST, DEV_GLOBAL)] == [0, 1]
+
+
+def test_it_records_without_the_server_of_database_33(rig, recorder):
+    rig.apart()
+    rig.global_store.kill()
+    recorder.start()
+    rig.expect(lambda: "the store does not answer yet, database 33 at " in recorder.said(), "it says which is away")
+    rig.plug("1/3/0")
+    rig.cgctl("set", "app_cg_card_check_info", "devid=1", "slotid=3")
+    rig.expect(lambda: sql(recorder, "SELECT count(*) FROM open_checks") == "1", "what is asked is in the file")
+    assert recorder.gaps() == []
 
 
 def test_it_says_which_database_does_not_answer(rig, recorder):
@@ -191,6 +231,7 @@ def test_it_says_which_database_does_not_answer(rig, recorder):
     rig.store.stop()
     rig.store.start()
     rig.expect(lambda: "subscribed; following" in recorder.said(), "it is connected with both")
+    assert recorder.of_database("cg_store_connected", DEV_GLOBAL) == 1
 
 
 def test_the_daemons_life_is_told_by_its_service(rig, recorder):
@@ -299,7 +340,7 @@ def test_a_hundred_slow_clients_do_not_keep_the_metrics_from_others(rig, recorde
             slow.append(held.enter_context(socket.create_connection(("127.0.0.1", recorder.metrics_port()))))
             slow[-1].sendall(b"GET /metrics HTTP/1.1\r\nHo")
             slow[-1].setblocking(False)
-        assert recorder.metrics()["cg_store_connected"] == 1
+        assert recorder.of_database("cg_store_connected", HOST) == 1
         for client in slow:
             with pytest.raises(BlockingIOError):  # it would be b"" if it were not connected any more
                 client.recv(1)

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "records/databases.h"
 
 namespace recorder
 {
@@ -12,7 +13,6 @@ namespace
 {
 
 constexpr std::chrono::milliseconds answer_limit{250};
-constexpr int32_t host_database = 1;
 constexpr const char *health_key = "@health";
 
 uint64_t number_of(const store::Inspected &fields, const char *name)
@@ -34,7 +34,7 @@ DaemonHealth::DaemonHealth(Metrics &metrics, Log log) : metrics_(metrics), log_(
 void DaemonHealth::look()
 {
     if (!store_ || !store_->is_open()) {
-        store_.emplace(host_database, answer_limit);
+        store_.emplace(cg::card_database, answer_limit);
     }
     const std::optional<store::Inspected> fields = store_->ask({"HGETALL", health_key}, answer_limit);
     if (!fields) {
@@ -60,6 +60,9 @@ void DaemonHealth::show(const store::Inspected &fields)
     metrics_.count_dropped_lines(increase(system_log_lines_, number_of(fields, "system_log_dropped")));
     metrics_.count_dropped_records(increase(log_records_, number_of(fields, "log_dropped")));
     metrics_.show_descriptors(number_of(fields, "descriptors"), number_of(fields, "descriptors_limit"));
+    for (const int32_t db : {cg::result_database, cg::device_database}) {
+        metrics_.show_away(db, number_of(fields, ("away_" + std::to_string(db)).c_str()) != 0);
+    }
 }
 
 void DaemonHealth::report(const std::string &problem)

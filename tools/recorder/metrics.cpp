@@ -65,8 +65,8 @@ struct Metrics::Families {
     Gauge &waiting;
     Family<Gauge> &cards;
     Family<Histogram> &answers;
-    Gauge &connected;
-    Counter &outages;
+    Family<Gauge> &connected;
+    Family<Counter> &outages;
     Counter &starts;
     Family<Counter> &exits;
     Counter &gaps;
@@ -77,6 +77,7 @@ struct Metrics::Families {
     Counter &dropped_records;
     Gauge &descriptors;
     Gauge &descriptors_limit;
+    Family<Gauge> &away;
 };
 
 Metrics::Families::Families(Registry &registry)
@@ -94,10 +95,10 @@ Metrics::Families::Families(Registry &registry)
                   .Help("Time from a request to a module's answer, of checks that ended since cg_recorderd "
                         "started.")
                   .Register(registry)),
-      connected(
-          gauge(registry, "cg_store_connected", "1 while all changes in the store are received, else 0.")
-              .Add({})),
-      outages(counter(registry, "cg_store_outages_total", "Losses of the connection to the store").Add({})),
+      connected(gauge(registry, "cg_store_connected",
+                      "1 while all changes in this database are received, else 0.")),
+      outages(
+          counter(registry, "cg_store_outages_total", "Losses of the connection to the store, by database,")),
       starts(counter(registry, "cg_daemon_starts_total", "Starts of the daemon's service").Add({})),
       exits(counter(
           registry, "cg_daemon_exits_total",
@@ -124,7 +125,10 @@ Metrics::Families::Families(Registry &registry)
                       .Add({})),
       descriptors_limit(gauge(registry, "cg_daemon_descriptors_limit",
                               "How many it can have, from three quarters of them on; else 0.")
-                            .Add({}))
+                            .Add({})),
+      away(gauge(registry, "cg_daemon_database_away",
+                 "1 while the daemon has no connection to this database, which is on another server than "
+                 "database 1; else 0."))
 {
     gauge(registry, "cg_build_info", "1, with the recorder's version.")
         .Add({{"version", RECORDER_VERSION}})
@@ -182,9 +186,24 @@ void Metrics::count(const admission::Answer &answer)
     }
 }
 
-void Metrics::show_store(bool connected)
+void Metrics::set_servers(const std::map<int32_t, std::string> &servers)
 {
-    families_->connected.Set(connected ? 1 : 0);
+    servers_ = servers;
+    for (const auto &[db, server] : servers) {
+        families_->connected.Add(labels_of(db));
+        families_->outages.Add(labels_of(db));
+    }
+}
+
+std::map<std::string, std::string> Metrics::labels_of(int32_t db) const
+{
+    const auto found = servers_.find(db);
+    return {{"database", std::to_string(db)}, {"server", found == servers_.end() ? "" : found->second}};
+}
+
+void Metrics::show_store(int32_t db, bool connected)
+{
+    families_->connected.Add(labels_of(db)).Set(connected ? 1 : 0);
 }
 
 void Metrics::show(const std::vector<const admission::TrackedCard *> &cards)
@@ -212,9 +231,14 @@ void Metrics::count(const history::LifeEvent &event)
     }
 }
 
-void Metrics::count_outage()
+void Metrics::count_outage(int32_t db)
 {
-    families_->outages.Increment();
+    families_->outages.Add(labels_of(db)).Increment();
+}
+
+void Metrics::show_away(int32_t db, bool is_away)
+{
+    families_->away.Add({{"database", std::to_string(db)}}).Set(is_away ? 1 : 0);
 }
 
 void Metrics::count_gap()

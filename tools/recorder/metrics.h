@@ -1,10 +1,12 @@
 // What the recorder publishes for Prometheus.
 //
 // Modules and stores are not trusted with labels: a name makes a series of its own only when the modules'
-// folder has it, so only the folder's owner can make more of them.
+// folder has it, so only the folder's owner can make more of them; and a server when the settings name it.
 #ifndef RECORDER_METRICS_H
 #define RECORDER_METRICS_H
 
+#include <cstdint>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -42,10 +44,14 @@ public:
     void show(const std::vector<const admission::TrackedCard *> &cards);
     // Counts a start or an exit of the daemon.
     void count(const history::LifeEvent &event);
-    // Shows whether all changes are received; not so at first.
-    void show_store(bool connected);
-    // Counts a loss of the connection.
-    void count_outage();
+    // Where each database is that is followed, for labels; their series begin at 0.
+    void set_servers(const std::map<int32_t, std::string> &servers);
+    // Shows whether all changes in a database are received; not so at first.
+    void show_store(int32_t db, bool connected);
+    // Counts a loss of the connection to a database.
+    void count_outage(int32_t db);
+    // Shows whether the daemon itself has no connection to a database.
+    void show_away(int32_t db, bool is_away);
     // Counts a time in which decisions may have been missed.
     void count_gap();
     // Shows when the last gap ended.
@@ -65,10 +71,12 @@ private:
     struct Families;
 
     [[nodiscard]] std::string label_of(const std::string &module) const;
+    [[nodiscard]] std::map<std::string, std::string> labels_of(int32_t db) const;
 
     std::unique_ptr<prometheus::Registry> registry_;
     std::unique_ptr<Families> families_;
     std::set<std::string> modules_;
+    std::map<int32_t, std::string> servers_;
 };
 
 // Returns how a daemon ended, as a label: a number of 0 to 255, a signal's name, or "other".

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "records/databases.h"
 
 namespace recorder
 {
@@ -67,21 +68,25 @@ void Recorder::handle(const ProtobufCMessage &record, bool deleted, const admiss
     }
 }
 
-void Recorder::could_not_read(const std::string &key, const std::string &reason, Time now)
+void Recorder::could_not_read(int32_t db, const std::string &key, const std::string &reason, Time now)
 {
     now_ = now;
-    log_("cannot decode the record " + key + ": " + reason + "; a decision may be missing");
-    gaps_.add(now, now, "a record could not be read");
+    const bool is_of_decisions = db == cg::card_database;
+    log_("cannot decode the record " + key + ": " + reason +
+         (is_of_decisions ? "; a decision may be missing" : ""));
+    if (is_of_decisions) {
+        gaps_.add(now, now, "a record could not be read");
+    }
 }
 
-void Recorder::store_lost(Time now)
+void Recorder::store_lost(int32_t db, Time now)
 {
     now_ = now;
-    metrics_.show_store(false);
-    if (!gaps_.lasting_since()) {
-        metrics_.count_outage();
+    metrics_.show_store(db, false);
+    metrics_.count_outage(db);
+    if (db == cg::card_database) {
+        gaps_.begin_with_loss(now);
     }
-    gaps_.begin_with_loss(now);
 }
 
 // The daemon reads the modules' folder when it starts and when its store returns.
@@ -92,14 +97,17 @@ void Recorder::store_returned(Time now)
     use_modules();
 }
 
-void Recorder::snapshot_done(Time now)
+void Recorder::snapshot_done(int32_t db, Time now)
 {
     now_ = now;
+    metrics_.show_store(db, true);
+    if (db != cg::card_database) {
+        return;
+    }
     tracker_.snapshot_done(now);
     if (!listening_since_) {
         listening_since_ = now;
     }
-    metrics_.show_store(true);
     gaps_.end(now);
 }
 

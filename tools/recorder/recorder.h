@@ -37,16 +37,18 @@ public:
 
     // Handles a change, with the arguments of admission::feed(). The time is the change's.
     void handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change);
-    // The record with this key changed, and does not decode, for this reason.
-    void could_not_read(const std::string &key, const std::string &reason, Time now);
-    // Every change until then was delivered: so much is known of the store, and a gap begins there.
+    // The record with this key changed in a database, and does not decode, for this reason.
+    void could_not_read(int32_t db, const std::string &key, const std::string &reason, Time now);
+    // Every change in database 1 until then was delivered: so much is known of the store, and a gap begins
+    // there.
     void heard(Time until) { gaps_.heard(until); }
     // A database's connection is lost.
-    void store_lost(Time now);
+    void store_lost(int32_t db, Time now);
     // A database's connection is back, and everything in it is about to be delivered again.
     void store_returned(Time now);
-    // All existing records were delivered.
-    void snapshot_done(Time now);
+    // All existing records of a database were delivered. Decisions come from database 1 alone: with it the
+    // recorder listens, and without it there is a gap.
+    void snapshot_done(int32_t db, Time now);
 
     // To be called every few seconds. Returns whether there is more to do soon.
     bool tick(Time now);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <set>
 #include <utility>
 
@@ -17,6 +18,8 @@
 #include "loop/loop.h"
 #include "metrics_server.h"
 #include "process/service_notice.h"
+#include "records/databases.h"
+#include "store/connection/configuration.h"
 
 namespace recorder
 {
@@ -44,16 +47,22 @@ public:
 
 private:
     admission::Follower::Listener listener();
-    void handle_snapshot();
+    void handle_snapshot(int32_t db);
     void handle_outage(const store::ConnectionEvent &event);
     void note_contact();
     [[nodiscard]] std::set<int32_t> absent() const;
+    [[nodiscard]] std::map<std::string, std::set<int32_t>>
+    by_server(const std::set<int32_t> &databases) const;
+    [[nodiscard]] std::string which(const std::set<int32_t> &databases) const;
     void report_absence();
+    void report_absence(const std::set<int32_t> &databases);
     void report_overdue();
+    void report_overdue(int32_t db);
     void flush_soon();
     void tick();
 
     const cg::Output &output_;
+    const std::map<int32_t, std::string> servers_; // by database
     Metrics metrics_;
     Recorder recorder_;
     bool running_ = false;
@@ -66,7 +75,7 @@ private:
     admission::Follower follower_;
     std::set<int32_t> reported_absent_; // databases
     std::set<int32_t> away_;            // databases that were lost
-    std::optional<history::Time> heard_until_{};
+    std::map<int32_t, history::Time> heard_until_;
 };
 
 // A taken port is fatal: without metrics nobody is alerted to admissions by silence.
@@ -103,8 +112,17 @@ store::Options client_options(const cg::Output &output, const bool &running)
     return options;
 }
 
+std::map<int32_t, std::string> configured_servers()
+{
+    std::map<int32_t, std::string> servers;
+    for (const int32_t db : admission::tracked_databases()) {
+        servers[db] = cg::visible(store::configured_endpoint(db).value);
+    }
+    return servers;
+}
+
 Service::Service(const cg::Output &output, const Options &options)
-    : output_(output),
+    : output_(output), servers_(configured_servers()),
       recorder_(
           options.settings, metrics_, [&output](const std::string &text) { output.notice(text); }, now()),
       loop_(program), metrics_server_(expose(output, options, metrics_, loop_.context())),
@@ -112,6 +130,7 @@ Service::Service(const cg::Output &output, const Options &options)
       health_(metrics_, [&output](const std::string &text) { output.notice(text); }),
       follower_(client_, listener())
 {
+    metrics_.set_servers(servers_);
     follower_.start(false);
     tick_ = loop_.after(tick_interval, [this] { tick(); });
 }
@@ -122,10 +141,10 @@ admission::Follower::Listener Service::listener()
                 recorder_.handle(record, deleted, change);
                 flush_soon();
             },
-            [this](const std::string &key, const std::string &reason) {
-                recorder_.could_not_read(key, reason, now());
+            [this](int32_t db, const std::string &key, const std::string &reason) {
+                recorder_.could_not_read(db, key, reason, now());
             },
-            [this](int32_t /*db*/) { handle_snapshot(); },
+            [this](int32_t db) { handle_snapshot(db); },
             [this](const store::ConnectionEvent &event) { handle_outage(event); }};
 }
 
@@ -141,15 +160,23 @@ void Service::run()
     output_.notice("stopped");
 }
 
-void Service::handle_snapshot()
+// What is missing of a server is reported by its absence.
+void Service::handle_snapshot(int32_t db)
 {
-    if (!follower_.in_place().is_complete()) {
+    reported_absent_.erase(db);
+    recorder_.snapshot_done(db, now());
+    const auto servers = by_server(admission::tracked_databases());
+    const std::set<int32_t> &there = servers.at(servers_.at(db));
+    if (!std::all_of(there.begin(), there.end(),
+                     [this](int32_t each) { return follower_.in_place().is_complete(each); })) {
         return;
     }
-    reported_absent_.clear();
-    output_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
-                   " positions");
-    recorder_.snapshot_done(now());
+    if (there.contains(cg::card_database)) {
+        output_.notice("subscribed; following " + std::to_string(recorder_.tracker().cards().size()) +
+                       " positions" + (servers.size() > 1 ? ", database" + which(there) : ""));
+    } else {
+        output_.notice("subscribed to database" + which(there));
+    }
 }
 
 void Service::handle_outage(const store::ConnectionEvent &event)
@@ -158,26 +185,27 @@ void Service::handle_outage(const store::ConnectionEvent &event)
     if (event.kind == store::ConnectionEvent::Kind::lost) {
         note_contact();
         away_.insert(event.database);
-        recorder_.store_lost(now());
+        recorder_.store_lost(event.database, now());
     } else {
         away_.erase(event.database);
         recorder_.store_returned(now());
     }
 }
 
-// Of two connections the one counts that was silent for longer.
+// A database that is not complete is lost, or has delivered nothing yet.
 void Service::note_contact()
 {
     const auto steady = std::chrono::steady_clock::now();
-    auto contact = steady;
     for (const int32_t db : admission::tracked_databases()) {
         if (!follower_.in_place().is_complete(db)) {
-            return; // a gap lasts, or nothing was delivered yet
+            continue;
         }
-        contact = std::min(contact, client_.last_contact(db).value_or(steady));
+        const auto contact = client_.last_contact(db).value_or(steady);
+        heard_until_[db] = now() - std::chrono::duration_cast<milliseconds>(steady - contact);
+        if (db == cg::card_database) {
+            recorder_.heard(heard_until_[db]);
+        }
     }
-    heard_until_ = now() - std::chrono::duration_cast<milliseconds>(steady - contact);
-    recorder_.heard(*heard_until_);
 }
 
 // Changes come in bursts, and a moment later the open checks are in the file all the same.
@@ -199,36 +227,76 @@ std::set<int32_t> Service::absent() const
     return databases;
 }
 
+std::map<std::string, std::set<int32_t>> Service::by_server(const std::set<int32_t> &databases) const
+{
+    std::map<std::string, std::set<int32_t>> servers;
+    for (const int32_t db : databases) {
+        servers[servers_.at(db)].insert(db);
+    }
+    return servers;
+}
+
+// " 33", "s 1 and 33", of one server; where there are several " 33 at ENDPOINT".
+std::string Service::which(const std::set<int32_t> &databases) const
+{
+    std::string text = databases.size() > 1 ? "s " : " ";
+    for (const int32_t db : databases) {
+        text += (db == *databases.begin() ? "" : " and ") + std::to_string(db);
+    }
+    return text + (by_server(admission::tracked_databases()).size() > 1
+                       ? " at " + servers_.at(*databases.begin())
+                       : "");
+}
+
+// One line for each server.
 void Service::report_absence()
 {
     const std::set<int32_t> databases = absent();
-    if (std::exchange(reported_absent_, databases) == databases || databases.empty()) {
-        return;
-    }
-    std::string which = databases.size() > 1 ? "s " : " ";
-    for (const int32_t db : databases) {
-        which += (db == *databases.begin() ? "" : " and ") + std::to_string(db);
-    }
-    which += "; reconnecting";
-    if (heard_until_) {
-        output_.notice("the store has not answered since " + cg::clock_text(*heard_until_, now()) +
-                       ", database" + which);
-    } else {
-        output_.notice("the store does not answer yet, database" + which);
+    const std::set<int32_t> reported = std::exchange(reported_absent_, databases);
+    for (const auto &[server, of_it] : by_server(databases)) {
+        if (!std::includes(reported.begin(), reported.end(), of_it.begin(), of_it.end())) {
+            report_absence(of_it);
+        }
     }
 }
 
-// A type whose records are never delivered keeps all decisions of its database from being recorded.
+void Service::report_absence(const std::set<int32_t> &databases)
+{
+    const auto heard = heard_until_.find(*databases.begin());
+    if (heard != heard_until_.end()) {
+        output_.notice("the store has not answered since " + cg::clock_text(heard->second, now()) +
+                       ", database" + which(databases) + "; reconnecting");
+    } else {
+        output_.notice("the store does not answer yet, database" + which(databases) + "; reconnecting");
+    }
+}
+
 void Service::report_overdue()
 {
+    const std::set<int32_t> away = absent();
+    for (const int32_t db : admission::tracked_databases()) {
+        if (!away.contains(db)) {
+            report_overdue(db);
+        }
+    }
+}
+
+// A type of database 1 whose records are never delivered keeps all decisions from being recorded.
+void Service::report_overdue(int32_t db)
+{
     std::string names;
-    for (const ProtobufCMessageDescriptor *type : follower_.in_place().overdue(now(), absent())) {
+    for (const ProtobufCMessageDescriptor *type : follower_.in_place().overdue(db, now())) {
         names += std::string(" ") + type->name;
     }
-    if (!names.empty()) {
-        output_.notice(
-            "the store does not deliver all its records, and no decision is recorded until it does:" + names);
+    if (names.empty()) {
+        return;
     }
+    if (db != cg::card_database) {
+        output_.notice("the store does not deliver all records of database" + which({db}) + ':' + names);
+        return;
+    }
+    output_.notice("the store does not deliver all its records, and no decision is recorded until it does:" +
+                   names);
 }
 
 void Service::tick()
@@ -236,7 +304,7 @@ void Service::tick()
     note_contact();
     report_absence();
     report_overdue();
-    if (absent().empty()) {
+    if (!absent().contains(cg::card_database)) {
         health_.look();
     }
     const bool more = recorder_.tick(now());

@@ -155,7 +155,7 @@ private:
         return {[this](const ProtobufCMessage &record, bool deleted, const admission::Change &change) {
                     player_.heard(deleted, record, change);
                 },
-                [this](const std::string &key, const std::string &reason) {
+                [this](int32_t /*db*/, const std::string &key, const std::string &reason) {
                     output_.notice("record " + key + " does not decode: " + reason);
                 },
                 [this](int32_t /*db*/) {

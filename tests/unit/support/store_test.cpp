@@ -5,6 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 
 namespace cg
@@ -12,6 +13,8 @@ namespace cg
 
 namespace
 {
+
+constexpr std::array global_endpoints{"VX_MOM_ENDPOINT_28", "VX_MOM_ENDPOINT_33"};
 
 // A socket; whether it is connected is in `connected`.
 int connect_to(const std::string &path, bool &connected)
@@ -25,6 +28,20 @@ int connect_to(const std::string &path, bool &connected)
 }
 
 } // namespace
+
+GlobalStore::GlobalStore()
+{
+    for (const char *setting : global_endpoints) {
+        setenv(setting, endpoint().c_str(), 1);
+    }
+}
+
+GlobalStore::~GlobalStore()
+{
+    for (const char *setting : global_endpoints) {
+        unsetenv(setting);
+    }
+}
 
 StoreTest::StoreTest()
 {

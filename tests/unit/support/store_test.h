@@ -12,6 +12,14 @@
 namespace cg
 {
 
+// A second server, to which the settings lead for databases 28 and 33 as long as the object lives.
+class GlobalStore : public StoreServer
+{
+public:
+    GlobalStore();
+    ~GlobalStore();
+};
+
 // A test with an empty store of its own, to which the platform's setting leads. Its socket is "store" in the
 // test's folder.
 class StoreTest : public testing::Test

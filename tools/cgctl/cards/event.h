@@ -31,6 +31,7 @@ struct StoreChange {
     bool connected = false;
     bool same_data = false; // of a store that is back: with what it had
     std::string problem{};  // why it is lost
+    std::string server{};   // its endpoint, where there are several; else empty
 };
 struct DaemonChange {
     bool answers = false;

@@ -39,20 +39,14 @@ std::map<Position, std::string> reasons_in(const DaemonView &daemon)
 LiveCards::LiveCards(const Session &session, Store &store, const std::string &history_file,
                      CardEvents::Listener listener, std::function<void()> complete)
     : session_(session), events_(std::move(listener)),
-      follower_(
-          store.client(),
-          {.changed = [this](const auto &record, bool deleted,
-                             const auto &change) { handle(record, deleted, change); },
-           .undecodable =
-               [this](const auto &key, const auto &reason) {
-                   session_.notice("record " + key + " does not decode: " + reason);
-               },
-           .snapshot_done = [this](int32_t db) { finish_snapshot(db); },
-           .outage =
-               [this](const auto &event) {
-                   const bool connected = event.kind != store::ConnectionEvent::Kind::lost;
-                   events_.store_heard({event.database, connected, event.same_data, event.reason}, now());
-               }}),
+      follower_(store.client(), {.changed = [this](const auto &record, bool deleted,
+                                                   const auto &change) { handle(record, deleted, change); },
+                                 .undecodable =
+                                     [this](int32_t /*db*/, const auto &key, const auto &reason) {
+                                         session_.notice("record " + key + " does not decode: " + reason);
+                                     },
+                                 .snapshot_done = [this](int32_t db) { finish_snapshot(db); },
+                                 .outage = [this](const auto &event) { handle_outage(event); }}),
       complete_(std::move(complete)), past_(read_past(history_file)),
       probe_(store.loop(), session.socket, history_file,
              [this](const HealthReport &report) { handle_health(report); })
@@ -95,6 +89,12 @@ void LiveCards::handle(const ProtobufCMessage &record, bool deleted, const admis
         refresh_modules(change.at);
     }
     events_.handle(record, deleted, change);
+}
+
+void LiveCards::handle_outage(const store::ConnectionEvent &event)
+{
+    const bool connected = event.kind != store::ConnectionEvent::Kind::lost;
+    events_.store_heard({event.database, connected, event.same_data, event.reason, event.server}, now());
 }
 
 void LiveCards::finish_snapshot(int32_t db)

@@ -30,6 +30,7 @@ public:
 private:
     void handle(const ProtobufCMessage &record, bool deleted, const admission::Change &change);
     void connect(Store &store);
+    void handle_outage(const store::ConnectionEvent &event);
     void finish_snapshot(int32_t db);
     void begin_to_listen();
     void refresh_modules(Time now);

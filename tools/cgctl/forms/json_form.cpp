@@ -168,6 +168,7 @@ struct EventForm {
     EventParts operator()(const StoreChange &store) const
     {
         Json members{{"db", store.db},
+                     {"server", or_null(store.server)},
                      {"connected", store.connected},
                      {"problem", store.connected ? Json(nullptr) : Json(store.problem)}};
         if (store.connected) {

@@ -162,7 +162,8 @@ struct EventForm {
     {
         using Kind = ::store::ConnectionEvent::Kind;
         return admission::text_of(::store::ConnectionEvent{store.connected ? Kind::returned : Kind::lost,
-                                                           store.db, store.problem, store.same_data});
+                                                           store.db, store.problem, store.same_data,
+                                                           store.server});
     }
     std::string operator()(const DaemonChange &daemon) const
     {

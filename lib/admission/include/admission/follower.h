@@ -21,8 +21,9 @@ public:
     struct Listener {
         // A change, with the arguments of feed(); existing records come first.
         std::function<void(const ProtobufCMessage &record, bool deleted, const Change &change)> changed;
-        // The record with this key changed, and does not decode, for this reason. Both can be printed.
-        std::function<void(const std::string &key, const std::string &reason)> undecodable;
+        // The record with this key changed in a database, and does not decode, for this reason. Both can be
+        // printed.
+        std::function<void(int32_t db, const std::string &key, const std::string &reason)> undecodable;
         // All existing records of this database were reported, at first or again.
         std::function<void(int32_t db)> snapshot_done;
         // A database's connection is lost, or is back and everything in it is about to be reported again.
@@ -50,7 +51,8 @@ private:
     InPlace in_place_;
 };
 
-// "lost the store, database 1: REASON; reconnecting", "the store is back, database 1".
+// "lost the store, database 1: REASON; reconnecting", "the store is back, database 1", where there are
+// several servers "... at ENDPOINT".
 std::string text_of(const store::ConnectionEvent &event);
 
 } // namespace admission

@@ -5,7 +5,7 @@
 #include <protobuf-c/protobuf-c.h>
 
 #include <array>
-#include <optional>
+#include <map>
 #include <set>
 #include <vector>
 
@@ -42,14 +42,18 @@ public:
     // Whether that goes for all types of a database, or of all.
     [[nodiscard]] bool is_complete(int32_t db) const;
     [[nodiscard]] bool is_complete() const;
-    // For every few seconds: the types that are still missing ten seconds after others were first in place.
-    // Nothing passes for news meanwhile, so somebody should know. Each such time is reported once.
-    // away  databases of which nothing can be expected.
-    std::vector<const ProtobufCMessageDescriptor *> overdue(cg::Time now, const std::set<int32_t> &away);
+    // For every few seconds while a database answers: its types that are still missing ten seconds after it
+    // first did. None of its changes passes for news meanwhile, so somebody should know. Each such time is
+    // reported once.
+    std::vector<const ProtobufCMessageDescriptor *> overdue(int32_t db, cg::Time now);
 
 private:
-    std::optional<cg::Time> partly_since_;
-    bool overdue_told_ = false;
+    struct Wait {
+        cg::Time since;
+        bool is_reported = false;
+    };
+
+    std::map<int32_t, Wait> waits_; // for databases that answer and are not complete
     std::set<const ProtobufCMessageDescriptor *> types_;
 };
 

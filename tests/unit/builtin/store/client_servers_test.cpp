@@ -50,6 +50,9 @@ protected:
     void note(const ConnectionEvent &event)
     {
         using Kind = ConnectionEvent::Kind;
+        if (event.kind != Kind::connected) {
+            EXPECT_EQ(event.server, (event.database == 1 ? host : global).endpoint());
+        }
         const std::string number = std::to_string(event.database);
         reports.push_back(event.kind == Kind::connected ? "up " + number
                           : event.kind == Kind::lost

@@ -120,8 +120,8 @@ protected:
                        {[this](const ProtobufCMessage &record, bool deleted, const Change &change) {
                             hear(record, deleted, change);
                         },
-                        [this](const std::string &key, const std::string &reason) {
-                            events_.push_back(key + ": " + reason);
+                        [this](int32_t db, const std::string &key, const std::string &reason) {
+                            events_.push_back(std::to_string(db) + ' ' + key + ": " + reason);
                         },
                         [this](int32_t db) { events_.push_back("snapshot " + std::to_string(db)); },
                         [this](const store::ConnectionEvent &event) { events_.push_back(text_of(event)); }}};
@@ -240,7 +240,7 @@ TEST_F(FollowerTest, WhatDoesNotDecodeIsReportedAsText)
     change.key = "p_dev.card_info:\n";
     change.reason = "field 3\t";
     fake.changes.at(card_.base.descriptor)(change);
-    EXPECT_THAT(events_, ElementsAre("p_dev.card_info:\\n: field 3\\t"));
+    EXPECT_THAT(events_, ElementsAre("1 p_dev.card_info:\\n: field 3\\t"));
 }
 
 TEST(ConnectionEvents, AreSaidInOneLine)
@@ -248,6 +248,8 @@ TEST(ConnectionEvents, AreSaidInOneLine)
     EXPECT_EQ(text_of(store::ConnectionEvent{Kind::lost, 33, "reset\n"}),
               "lost the store, database 33: reset\\n; reconnecting");
     EXPECT_EQ(text_of(store::ConnectionEvent{Kind::returned, 1, "", true}), "the store is back, database 1");
+    EXPECT_EQ(text_of(store::ConnectionEvent{Kind::returned, 33, "", false, "tcp:a\n"}),
+              "the store is back, database 33 at tcp:a\\n, with other data than before");
 }
 
 } // namespace

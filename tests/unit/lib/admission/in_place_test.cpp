@@ -13,41 +13,36 @@ using testing::SizeIs;
 TEST(InPlaceTest, TypesThatAreOverdueAreNamedOnce)
 {
     InPlace in_place;
-    Time now = Time{} + 1000s;
-    EXPECT_THAT(in_place.overdue(now, {}), IsEmpty()); // the store is not there at all
+    const Time now = Time{} + 1000s;
     const auto &all = tracked_types();
     for (const TrackedType &type : all) {
         if (type.descriptor != all[2].descriptor) {
             in_place.told(type.descriptor);
         }
     }
-    now += 100s;
-    EXPECT_THAT(in_place.overdue(now, {}), IsEmpty()); // it may come at once
-    EXPECT_THAT(in_place.overdue(now + 9s, {}), IsEmpty());
-    EXPECT_THAT(in_place.overdue(now + 10s, {}), ElementsAre(all[2].descriptor));
-    EXPECT_THAT(in_place.overdue(now + 20s, {}), IsEmpty());
+    EXPECT_THAT(in_place.overdue(1, now), IsEmpty()); // it may come at once
+    EXPECT_THAT(in_place.overdue(1, now + 9s), IsEmpty());
+    EXPECT_THAT(in_place.overdue(1, now + 10s), ElementsAre(all[2].descriptor));
+    EXPECT_THAT(in_place.overdue(1, now + 20s), IsEmpty());
+    EXPECT_THAT(in_place.overdue(33, now + 20s), IsEmpty());
     in_place.told(all[2].descriptor);
-    EXPECT_THAT(in_place.overdue(now + 30s, {}), IsEmpty());
-    in_place.lost(33);
-    EXPECT_THAT(in_place.overdue(now + 40s, {}), IsEmpty());
-    EXPECT_THAT(in_place.overdue(now + 50s, {}), SizeIs(2)); // another time
+    EXPECT_THAT(in_place.overdue(1, now + 30s), IsEmpty());
+    in_place.lost(1);
+    EXPECT_THAT(in_place.overdue(1, now + 40s), IsEmpty());
+    EXPECT_THAT(in_place.overdue(1, now + 50s), SizeIs(5)); // another time
 }
 
-TEST(InPlaceTest, NothingIsOverdueOfADatabaseThatIsAway)
+TEST(InPlaceTest, EachDatabaseIsWaitedForByItself)
 {
     InPlace in_place;
     const Time now = Time{} + 1000s;
-    for (const TrackedType &type : tracked_types()) {
-        if (type.db == 1) {
-            in_place.told(type.descriptor);
-        }
-    }
-    EXPECT_THAT(in_place.overdue(now, {33}), IsEmpty());
-    EXPECT_THAT(in_place.overdue(now + 20s, {33}), IsEmpty());
-    EXPECT_THAT(in_place.overdue(now + 30s, {}), IsEmpty()); // it has just come
-    EXPECT_THAT(in_place.overdue(now + 40s, {}), SizeIs(2));
-    in_place.lost(1);
-    EXPECT_THAT(in_place.overdue(now + 60s, {1, 33}), IsEmpty());
+    EXPECT_THAT(in_place.overdue(1, now), IsEmpty());
+    EXPECT_THAT(in_place.overdue(1, now + 10s), SizeIs(5));
+    EXPECT_THAT(in_place.overdue(33, now + 10s), IsEmpty()); // it has just come
+    EXPECT_THAT(in_place.overdue(33, now + 15s), IsEmpty());
+    in_place.lost(33);
+    EXPECT_THAT(in_place.overdue(33, now + 25s), IsEmpty()) << "back, and waited for again";
+    EXPECT_THAT(in_place.overdue(33, now + 35s), SizeIs(2));
 }
 
 TEST(InPlaceTest, AChangeIsNewsWhenAllTypesOfItsDatabaseWereTold)

@@ -81,6 +81,19 @@ TEST_F(DaemonHealthTest, DescriptorsAreShownWhileTheyAreScarce)
     expect_metric("cg_daemon_descriptors_limit", 0);
 }
 
+TEST_F(DaemonHealthTest, WhichDatabaseTheDaemonMisses)
+{
+    expect_metric("cg_daemon_database_away{database=\"28\"}", 0);
+    say("HSET @health instance a away_28 1");
+    expect_metric("cg_daemon_database_away{database=\"28\"}", 1);
+    expect_metric("cg_daemon_database_away{database=\"33\"}", 0);
+    say("HSET @health away_28 0 away_33 1");
+    expect_metric("cg_daemon_database_away{database=\"28\"}", 0);
+    expect_metric("cg_daemon_database_away{database=\"33\"}", 1);
+    say("DEL @health");
+    expect_metric("cg_daemon_database_away{database=\"33\"}", 0);
+}
+
 TEST_F(DaemonHealthTest, WhatIsNoNumberIsNone)
 {
     say("HSET @health instance a system_log_dropped many descriptors -3 descriptors_limit "

@@ -126,7 +126,7 @@ TEST_F(DisplacementTest, AnOlderHistoryInItsPlaceIsContinued)
     answer(4, "m2");
     decide(4, true);
     note_service("1700049700000 exit exited 77");
-    recorder_->store_lost(now_);
+    recorder_->store_lost(1, now_);
     pass(1s);
     std::filesystem::rename(folder_.path("copy"), folder_.path("h"));
     pass(1s);
@@ -144,7 +144,7 @@ TEST_F(DisplacementTest, AnOlderHistoryInItsPlaceIsContinued)
     EXPECT_EQ(gaps[1].until, now_);
     EXPECT_EQ(gaps[2].until, std::nullopt) << "the store is away";
     recorder_->store_returned(now_);
-    recorder_->snapshot_done(now_);
+    recorder_->snapshot_done(1, now_);
     EXPECT_EQ(file().gaps({}, {})[2].until, now_);
 }
 

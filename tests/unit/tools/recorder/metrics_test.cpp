@@ -78,14 +78,34 @@ TEST(MetricsTest, AnAnswerThatWasToldBeforeIsNotCountedAgain)
     EXPECT_THAT(metrics.page(), HasSubstr("cg_module_answer_seconds_count{module=\"m1\"} 2\n"));
 }
 
-TEST(MetricsTest, WhetherTheStoreIsThere)
+TEST(MetricsTest, WhichDatabaseIsThereAndWhere)
+{
+    const std::string cards = R"({database="1",server="unix:a"} )";
+    const std::string devices = R"({database="33",server="sentinel:gate@\"x"} )";
+    Metrics metrics;
+    metrics.set_servers({{1, "unix:a"}, {33, "sentinel:gate@\"x"}});
+    for (const std::string &labels : {cards, devices}) {
+        EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected" + labels + "0\n"));
+        EXPECT_THAT(metrics.page(), HasSubstr("cg_store_outages_total" + labels + "0\n"));
+    }
+    metrics.show_store(1, true);
+    metrics.count_outage(33);
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected" + cards + "1\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected" + devices + "0\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_outages_total" + cards + "0\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_outages_total" + devices + "1\n"));
+    metrics.show_store(1, false);
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected" + cards + "0\n"));
+}
+
+TEST(MetricsTest, WhatTheDaemonMisses)
 {
     Metrics metrics;
-    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected 0\n"));
-    metrics.show_store(true);
-    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected 1\n"));
-    metrics.show_store(false);
-    EXPECT_THAT(metrics.page(), HasSubstr("cg_store_connected 0\n"));
+    EXPECT_THAT(metrics.page(), Not(HasSubstr("cg_daemon_database_away{"))) << "nothing is known";
+    metrics.show_away(28, true);
+    metrics.show_away(33, false);
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_daemon_database_away{database=\"28\"} 1\n"));
+    EXPECT_THAT(metrics.page(), HasSubstr("cg_daemon_database_away{database=\"33\"} 0\n"));
 }
 
 TEST(MetricsTest, TheDaemonsEndsByStatus)
@@ -113,13 +133,11 @@ TEST(MetricsTest, TheDaemonsEndsByStatus)
 TEST(MetricsTest, TroublesAreCounted)
 {
     Metrics metrics;
-    metrics.count_outage();
     metrics.count_gap();
     metrics.count_gap();
     metrics.count_write_failure();
     metrics.show_gap_end(noon + 500ms);
     const std::string text = metrics.page();
-    EXPECT_THAT(text, HasSubstr("cg_store_outages_total 1\n"));
     EXPECT_THAT(text, HasSubstr("cg_recorder_gaps_total 2\n"));
     EXPECT_THAT(text, HasSubstr("cg_history_write_failures_total 1\n"));
     EXPECT_THAT(text, HasSubstr("cg_recorder_last_gap_end_seconds 1700049600.5\n"));

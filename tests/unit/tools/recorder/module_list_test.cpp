@@ -49,9 +49,9 @@ protected:
     // The daemon reads its folder when its store returns, and so does the recorder.
     void store_returns()
     {
-        recorder_->store_lost(now_);
+        recorder_->store_lost(1, now_);
         recorder_->store_returned(now_);
-        recorder_->snapshot_done(now_);
+        recorder_->snapshot_done(1, now_);
     }
     void pass_quickly()
     {

@@ -67,6 +67,7 @@ protected:
         const Settings settings{folder_.path("h"), folder_.path("modules"), folder_.path("life"), limits_,
                                 300s};
         metrics_ = std::make_unique<Metrics>();
+        metrics_->set_servers({{1, "unix:a"}, {33, "unix:b"}});
         recorder_ = std::make_unique<Recorder>(
             settings, *metrics_, [this](const std::string &text) { log_.push_back(text); }, now_);
     }
@@ -74,7 +75,7 @@ protected:
     void kill() { recorder_.reset(); }
     void listen()
     {
-        recorder_->snapshot_done(now_);
+        recorder_->snapshot_done(1, now_);
         recorder_->tick(now_);
     }
     void pass(std::chrono::seconds time)

@@ -279,7 +279,7 @@ TEST_F(RecorderTest, ThereIsNoHeartbeatWhileSomethingWaitsToBeWritten)
     const std::optional<history::Time> alive = file().alive_at();
     history::Database blocked(folder_.path("h"), history::Database::Access::write);
     blocked.run("CREATE TRIGGER refusing BEFORE INSERT ON gaps BEGIN SELECT RAISE(ABORT, 'no'); END");
-    recorder_->could_not_read("card_info:0", "rubbish", now_);
+    recorder_->could_not_read(1, "card_info:0", "rubbish", now_);
     pass(60s);
     EXPECT_EQ(file().alive_at(), alive);
     blocked.run("DROP TRIGGER refusing");

@@ -108,7 +108,7 @@ TEST_F(UpkeepTest, TheNextFileHasWhatTheOneMovedAsideHad)
 {
     start();
     listen();
-    recorder_->store_lost(now_);
+    recorder_->store_lost(1, now_);
     damage_file();
     pass(40s);
     pass(1s);
@@ -118,7 +118,7 @@ TEST_F(UpkeepTest, TheNextFileHasWhatTheOneMovedAsideHad)
     EXPECT_EQ(file().gaps({}, {})[0].from, noon);
     EXPECT_EQ(file().gaps({}, {})[0].until, std::nullopt);
     recorder_->store_returned(now_);
-    recorder_->snapshot_done(now_);
+    recorder_->snapshot_done(1, now_);
     EXPECT_EQ(file().gaps({}, {})[0].until, now_);
     kill();
     EXPECT_THAT(history::Writer(folder_.path("h"), now_, {}).modules_note()->names, SizeIs(2));

@@ -91,7 +91,7 @@ TEST_F(RegistryTest, AFolderThatIsEmptiedIsReportedWithWhatItHad)
     listen();
     pass_by_all(3);
     remove_modules();
-    recorder_->store_lost(now_);
+    recorder_->store_lost(1, now_);
     recorder_->store_returned(now_);
     expect_registered(0);
     EXPECT_THAT(log_, Contains(is_loss()));

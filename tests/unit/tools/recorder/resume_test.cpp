@@ -98,12 +98,12 @@ TEST_F(ResumeTest, OnlyTheFirstCheckIsCompletedByTheFileThatOpensLate)
         answer(4, "m2");
         decide(4, true);
         now_ += 100s;
-        recorder_->store_lost(now_);
+        recorder_->store_lost(1, now_);
         now_ += 5s;
         recorder_->store_returned(now_);
         plug(4, true);
         ask(4, true);
-        recorder_->snapshot_done(now_);
+        recorder_->snapshot_done(1, now_);
         now_ += 10s;
         deny(4);
         pass(1s);

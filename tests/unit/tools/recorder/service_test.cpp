@@ -124,6 +124,32 @@ TEST_F(ServiceTest, WaitsForItsStoreAndSurvivesItsLoss)
     EXPECT_LT(gaps[1].from, *gaps[1].until);
 }
 
+TEST_F(ServiceTest, RecordsWithoutTheServerOfAnotherDatabase)
+{
+    cg::GlobalStore global;
+    global.kill();
+    const auto recorder = start();
+    const std::string host = " at " + server_.endpoint();
+    ASSERT_TRUE(recorder->says("subscribed; following 0 positions, database 1" + host + "\n"))
+        << recorder->err();
+    const std::string where = "database 33 at " + global.endpoint();
+    ASSERT_TRUE(recorder->says("the store does not answer yet, " + where + "; reconnecting\n"));
+    plug("first");
+    ask();
+    ASSERT_TRUE(cg::eventually([&] { return file().open_checks().size() == 1; })) << recorder->err();
+    EXPECT_TRUE(file().open_checks()[0].requested_at) << "it is news";
+    global.start();
+    ASSERT_TRUE(recorder->says("subscribed to " + where + "\n")) << recorder->err();
+    global.stop();
+    ASSERT_TRUE(recorder->says("the store has not answered since ")) << recorder->err();
+    global.start();
+    ASSERT_TRUE(recorder->says("the store is back, " + where)) << recorder->err();
+    EXPECT_THAT(file().gaps({}, {}), IsEmpty());
+    stop_server();
+    ASSERT_TRUE(recorder->says("lost the store, database 1: ")) << recorder->err();
+    EXPECT_TRUE(cg::eventually([&] { return file().gaps({}, {}).size() == 1; }));
+}
+
 TEST_F(ServiceTest, ARecordThatDoesNotDecodeIsAGap)
 {
     const auto recorder = start();

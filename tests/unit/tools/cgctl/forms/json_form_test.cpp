@@ -50,9 +50,10 @@ TEST(JsonForm, EachEventHasItsWordAndMembers)
     EXPECT_EQ(members_of(RoleChange{2}), R"({"event":"role","role":"slave"})");
     EXPECT_EQ(members_of(RoleChange{}), R"({"event":"role","role":null})");
     EXPECT_EQ(members_of(StoreChange{28, false, false, "reset"}),
-              R"({"event":"store","db":28,"connected":false,"problem":"reset"})");
-    EXPECT_EQ(members_of(StoreChange{28, true, false}),
-              R"({"event":"store","db":28,"connected":true,"problem":null,"same_data":false})");
+              R"({"event":"store","db":28,"server":null,"connected":false,"problem":"reset"})");
+    EXPECT_EQ(
+        members_of(StoreChange{28, true, false, "", "unix:a"}),
+        R"({"event":"store","db":28,"server":"unix:a","connected":true,"problem":null,"same_data":false})");
     EXPECT_EQ(members_of(HistoryChange{"gone"}),
               R"({"event":"recorder","at_work":null,"alive_at":null,"problem":"gone"})");
 }
