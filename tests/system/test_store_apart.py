@@ -1,4 +1,5 @@
 """Database 1 is on the device's own server, 28 and 33 are on another one: each is lost and comes back by itself."""
+import json
 import signal
 
 import pytest
@@ -81,7 +82,13 @@ def test_without_the_global_store_cards_go_on(apart, fault):
 
     apart.cgctl.env["VX_MOM_DEADLINE_MS"] = "500"
     listed = apart.cgctl.attempt("list")
-    assert listed.returncode == 1 and f"the store at {apart.global_store.endpoint} cannot be used" in listed.stderr
+    away = f"the store at {apart.global_store.endpoint} cannot be used, databases 28 and 33 "
+    assert listed.returncode == 1 and away in listed.stderr and "are not shown\n" in listed.stderr
+    assert [line.split()[0] for line in listed.stdout.splitlines()[1:]] == ["1/2/0", "1/3/0", "1/4/0"]
+    shown = apart.cgctl.attempt("show", "1/4/0", "--json")
+    card = json.loads(shown.stdout)
+    assert shown.returncode == 1 and card["verdict"] == "denied" and card["power_off"] is None
+    assert [server["databases"] for server in card["away"]] == [[CAP, DEV_GLOBAL]]
 
     if fault == "gone":
         apart.global_store.start()
@@ -160,7 +167,8 @@ def test_cards_are_watched_without_the_global_store(apart, tmp_path):
         apart.plug("1/3/0")
         apart.expect(lambda: " plugged" in printed.read_text(), "the card's line")
         apart.global_store.start()
-        apart.expect(lambda: "the store is back, database 33" in printed.read_text(), "the line of the return")
+        apart.expect(lambda: f"the store is back, database 33 at {apart.global_store.endpoint}\n" in printed.read_text(),
+                     "the line of the return")
     finally:
         programs.stop(watch)
     assert "database 1" not in printed.read_text()

@@ -74,6 +74,15 @@ void check(const store::Status &status, const char *what, const ProtobufCMessage
 
 } // namespace
 
+std::string text_of(const AwayServer &away)
+{
+    std::string numbers = away.databases.size() > 1 ? "s " : " ";
+    for (const int32_t db : away.databases) {
+        numbers += (db == *away.databases.begin() ? "" : " and ") + std::to_string(db);
+    }
+    return where(*away.databases.begin()) + " cannot be used, database" + numbers + ' ' + away.problem;
+}
+
 Store::Store(const Output &output) : output_(output)
 {
     check_settings();
@@ -103,26 +112,45 @@ void Store::notice(const std::string &text)
 
 void Store::connect(int32_t db)
 {
-    if (std::string why; !try_connect(db, why)) {
-        throw Failure(failed, why);
+    if (const store::Status status = reach(db); !status) {
+        throw Failure(failed, text_of({"", {db}, reason(status, db)}));
     }
 }
 
-bool Store::try_connect(int32_t db, std::string &why)
+bool Store::try_connect(int32_t db)
 {
-    if (connected_.contains(db)) {
-        return true;
-    }
-    const store::Status status = client_->connect(db);
-    if (!status) {
-        why = where(db) + " cannot be used, database " + std::to_string(db) + ' ' + reason(status, db);
-        if (status.code == -EINVAL) { // the settings were in order: so the server has no such database
-            throw Failure(wrong_usage, why);
-        }
+    if (std::any_of(away_.begin(), away_.end(),
+                    [db](const AwayServer &away) { return away.databases.contains(db); })) {
         return false;
     }
-    connected_.insert(db);
-    return true;
+    const store::Status status = reach(db);
+    if (status) {
+        return true;
+    }
+    const std::string server = store::configured_endpoint(db).value;
+    const auto known = std::find_if(away_.begin(), away_.end(),
+                                    [&](const AwayServer &away) { return away.server == server; });
+    if (known == away_.end()) {
+        away_.push_back({server, {db}, reason(status, db)});
+    } else {
+        known->databases.insert(db);
+    }
+    return false;
+}
+
+// Connects to a database, once. Throws Failure for one that the server does not have.
+store::Status Store::reach(int32_t db)
+{
+    if (connected_.contains(db)) {
+        return {};
+    }
+    store::Status status = client_->connect(db);
+    if (status) {
+        connected_.insert(db);
+    } else if (status.code == -EINVAL) { // the settings were in order: so the server has no such database
+        throw Failure(wrong_usage, text_of({"", {db}, reason(status, db)}));
+    }
+    return status;
 }
 
 std::optional<store::Record> Store::read(int32_t db, const ProtobufCMessage &key)

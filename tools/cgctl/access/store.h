@@ -21,6 +21,16 @@ namespace cg
 
 struct Output;
 
+// A server that could not be used, or that refused.
+struct AwayServer {
+    std::string server{};          // its endpoint
+    std::set<int32_t> databases{}; // that were wanted of it
+    std::string problem{};         // why, of the first of them; can be printed
+};
+
+// "the store at ENDPOINT cannot be used, databases 28 and 33 PROBLEM"; can be printed.
+std::string text_of(const AwayServer &away);
+
 // Everything below throws Failure when the store does not do what it is asked. A `key` is a record of which
 // only the index counts.
 class Store
@@ -35,9 +45,9 @@ public:
 
     // Connects to a database and waits for it. The functions below do it by themselves.
     void connect(int32_t db);
-    // The same, but returns false, with a line that says why, when the database's server does not answer or
-    // refuses.
-    bool try_connect(int32_t db, std::string &why);
+    // The same, but returns false when the database's server does not answer or refuses; it is in away()
+    // then, and is not waited for again.
+    bool try_connect(int32_t db);
 
     // The record with a key, or nothing.
     std::optional<store::Record> read(int32_t db, const ProtobufCMessage &key);
@@ -61,12 +71,15 @@ public:
 
     // The keys of all records that scan() left out.
     [[nodiscard]] const std::set<std::string> &left_out() const { return left_out_; }
+    // What try_connect() did not reach, in the order asked.
+    [[nodiscard]] const std::vector<AwayServer> &away() const { return away_; }
     // For the end of a verb that showed records: returns `done`, or, when some were left out, says so and
     // returns `failed`.
     [[nodiscard]] int report_left_out() const;
 
 private:
     void notice(const std::string &text);
+    store::Status reach(int32_t db);
 
     const Output &output_;
     std::set<std::string> noticed_;
@@ -74,6 +87,7 @@ private:
     std::optional<platform::Loop> loop_;
     std::optional<store::Client> client_; // on the loop
     std::set<int32_t> connected_;
+    std::vector<AwayServer> away_;
 };
 
 } // namespace cg

@@ -9,7 +9,9 @@
 
 #include "admission/feed.h"
 #include "p_libpub.pb-c.h"
+#include "records/databases.h"
 #include "records/position_key.h"
+#include "records/record_types.h"
 #include "s_dev.pb-c.h"
 
 namespace cg
@@ -82,7 +84,9 @@ StoredRecords read_records(Store &store)
 {
     StoredRecords records;
     for (const ProtobufCMessageDescriptor *type : types) {
-        records[type] = store.scan(*type);
+        const int32_t db = home_of(*type);
+        const bool is_there = db == card_database || store.try_connect(db);
+        records[type] = is_there ? store.scan(*type) : std::vector<store::Record>{};
     }
     return records;
 }

@@ -26,9 +26,10 @@ struct Card {
     [[nodiscard]] const char *verdict() const;
 };
 
-// The records of the types that are about cards, read once, by their types.
+// The records of the types that are about cards, read once, by their types. What is in another database than
+// the cards and on a server that is away, see Store::away(), has none.
 using StoredRecords = std::map<const ProtobufCMessageDescriptor *, std::vector<store::Record>>;
-// Throws Failure.
+// Throws Failure, also when the server of the cards is away.
 StoredRecords read_records(Store &store);
 
 // The positions with a check request among them.

@@ -73,11 +73,11 @@ void LiveCards::connect(Store &store)
 {
     store.connect(card_database);
     for (const int32_t db : admission::tracked_databases()) {
-        std::string problem;
-        if (!store.try_connect(db, problem)) {
-            absent_.insert(db);
-            session_.notice(problem + "; what it has is missing here until it is back");
-            events_.store_heard({db, false, false, problem}, now());
+        if (!store.try_connect(db)) {
+            const AwayServer &away = store.away().back();
+            absent_.emplace(db, away.server);
+            session_.notice(text_of(away) + "; what it has is missing here until it is back");
+            events_.store_heard({db, false, false, text_of(away), away.server}, now());
         }
     }
 }
@@ -104,8 +104,8 @@ void LiveCards::finish_snapshot(int32_t db)
         return;
     }
     events_.received(db, now()); // after an outage
-    if (absent_.erase(db) > 0) {
-        events_.store_heard({db, true, true, ""}, now());
+    if (const auto arrived = absent_.extract(db)) {
+        events_.store_heard({db, true, true, "", arrived.mapped()}, now());
     }
 }
 

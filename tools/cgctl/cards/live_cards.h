@@ -3,7 +3,7 @@
 #define CARDS_LIVE_CARDS_H
 
 #include <functional>
-#include <set>
+#include <map>
 #include <string>
 
 #include "access/store.h"
@@ -40,8 +40,8 @@ private:
     const Session &session_;
     CardEvents events_;
     admission::Follower follower_;
-    std::function<void()> complete_; // empty once it was called
-    std::set<int32_t> absent_;       // databases that have not been there yet
+    std::function<void()> complete_;        // empty once it was called
+    std::map<int32_t, std::string> absent_; // databases that have not been there yet, and their servers
     Time modules_asked_at_{};
     DaemonView daemon_; // as it was at the beginning, and the recorder's file
     Past past_;

@@ -5,9 +5,11 @@
 
 #include "admission/card_text.h"
 #include "admission/feed.h"
+#include "base/failure.h"
 #include "base/text.h"
 #include "command_line/session.h"
 #include "modules/module_folder.h"
+#include "records/databases.h"
 
 namespace cg
 {
@@ -87,6 +89,25 @@ bool CardRow::is_present() const
     return stored || tracked.request || tracked.power_off || tracked.cannot_start;
 }
 
+bool Overview::knows(int32_t db) const
+{
+    return std::none_of(away.begin(), away.end(),
+                        [db](const AwayServer &server) { return server.databases.contains(db); });
+}
+
+int report_away(const Session &session, const Overview &overview)
+{
+    for (const AwayServer &away : overview.away) {
+        std::string missing = away.databases.contains(result_database) ? "results by position" : "";
+        if (away.databases.contains(device_database)) {
+            missing += missing.empty() ? "" : ", ";
+            missing += "custom status and power-off requests";
+        }
+        session.error(text_of(away) + "; " + missing + " are not shown");
+    }
+    return overview.away.empty() ? done : failed;
+}
+
 const CardRow *Overview::find(const Position &position) const
 {
     const auto found = std::find_if(rows.begin(), rows.end(),
@@ -98,6 +119,7 @@ Overview read_overview(const Session &session, Store &store, const std::string &
 {
     Overview overview{std::chrono::system_clock::now(), {}, read_past(history_file)};
     const StoredRecords records = read_records(store);
+    overview.away = store.away();
     overview.daemon = ask_daemon(session.socket);
     CardTracker tracker;
     prime(tracker, overview.daemon, overview.past, requests_in(records), overview.now);

@@ -37,19 +37,27 @@ struct Overview {
     admission::Time now{};
     DaemonView daemon{};
     Past past{};
-    std::vector<CardRow> rows{}; // by position, remembered ones included
+    std::vector<CardRow> rows{};    // by position, remembered ones included
+    std::vector<AwayServer> away{}; // what could not be read
+
+    // Whether a database could be read.
+    [[nodiscard]] bool knows(int32_t db) const;
 
     // Null when nothing is known of the position.
     [[nodiscard]] const CardRow *find(const Position &position) const;
 };
 
-// Reads all of it. Throws Failure when the store does not answer, and for nothing else.
+// Reads all of it. Throws Failure when the store of the cards does not answer, and for nothing else.
 Overview read_overview(const Session &session, Store &store, const std::string &history_file);
 
 // Tells a new tracker what is known from before: the modules, the checks that are open, the last decisions.
 // `requests` are the positions with a check request. For before the records themselves.
 void prime(admission::CardTracker &tracker, const DaemonView &daemon, const Past &past,
            const std::vector<Position> &requests, admission::Time now);
+
+// For the end of a verb that showed an overview: returns `done`, or, when a server was away, prints an error
+// that names it and what is missing, and returns `failed`.
+int report_away(const Session &session, const Overview &overview);
 
 // What it means that the recorder is away since its last heartbeat.
 std::string recorder_away_text(const Past &past, admission::Time now);

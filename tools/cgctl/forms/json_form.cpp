@@ -6,6 +6,7 @@
 #include "admission/card_text.h"
 #include "base/text.h"
 #include "p_dev.pb-c.h"
+#include "records/databases.h"
 
 namespace cg
 {
@@ -72,14 +73,16 @@ Json stored_json(const Card &card)
                                     : Json(nullptr)}}}};
 }
 
-Json card_json(const CardRow &row)
+Json card_json(const CardRow &row, const Overview &overview)
 {
     Json json = position_json(row.position());
     if (row.stored) {
         json.update(stored_json(*row.stored));
     }
     json["request"] = row.stored ? row.stored->request : row.tracked.request;
-    json["power_off"] = row.stored ? row.stored->power_off : row.tracked.power_off;
+    json["power_off"] = !overview.knows(device_database) ? Json(nullptr)
+                        : row.stored                     ? Json(row.stored->power_off)
+                                                         : Json(row.tracked.power_off);
     json.update(admission_json(row.tracked, row.left));
     json["reason"] = or_null(row.reason);
     return json;
@@ -92,6 +95,11 @@ Json sources_json(const Overview &overview)
               {"problem", or_null(overview.past.problem)},
               {"alive_at", or_null(overview.past.alive_at)}}},
             {"daemon", {{"problem", or_null(overview.daemon.problem)}}}};
+}
+
+Json away_json(const AwayServer &away)
+{
+    return {{"databases", away.databases}, {"server", away.server}, {"problem", away.problem}};
 }
 
 Json record_json(const FoundRecord &found)
@@ -112,20 +120,29 @@ Json array_of(const std::vector<Data> &all, const JsonOf &json_of)
     return array;
 }
 
+// What a list and one card begin with; with the servers that were away, when there are some.
+Json overview_json(const Overview &overview)
+{
+    Json json{{"version", 1}, {"sources", sources_json(overview)}};
+    if (!overview.away.empty()) {
+        json["away"] = array_of(overview.away, away_json);
+    }
+    return json;
+}
+
 void print_cards(const Page &page, const CardList &list)
 {
-    print(page,
-          {{"version", 1},
-           {"sources", sources_json(list.overview)},
-           {"cards", array_of(list.rows, [](const CardRow *row) { return card_json(*row); })}},
-          list.left_out);
+    Json json = overview_json(list.overview);
+    json["cards"] =
+        array_of(list.rows, [&list](const CardRow *row) { return card_json(*row, list.overview); });
+    print(page, json, list.left_out);
 }
 
 // The whole object is one card of the list, with the records.
 void print_card(const Page &page, const CardSheet &sheet)
 {
-    Json json{{"version", 1}, {"sources", sources_json(sheet.overview)}};
-    json.update(card_json(sheet.row));
+    Json json = overview_json(sheet.overview);
+    json.update(card_json(sheet.row, sheet.overview));
     json["records"] = array_of(sheet.records, record_json);
     print(page, json);
 }

@@ -12,6 +12,7 @@
 #include "admission/follower.h"
 #include "base/table.h"
 #include "base/text.h"
+#include "records/databases.h"
 
 namespace cg
 {
@@ -30,9 +31,11 @@ void print_table(const Page &page, const std::vector<Column> &columns,
 // ---- cards
 
 // In a pipe each text is as it is in the other views, whole.
-std::vector<Cell> cells_of(const CardRow &row, Time now, const Terminal &terminal)
+std::vector<Cell> cells_of(const CardRow &row, const Overview &overview, const Terminal &terminal)
 {
     const admission::TrackedCard &tracked = row.tracked;
+    const Time now = overview.now;
+    const char *no_request = overview.knows(device_database) ? "-" : "?";
     Cell state{state_text(tracked, row.left), tone_of(tracked)};
     Cell since{since_text(tracked, now)};
     Cell reason{visible(row.reason)};
@@ -47,7 +50,7 @@ std::vector<Cell> cells_of(const CardRow &row, Time now, const Terminal &termina
             {row.stored ? short_type(tracked.card.node_type) : "-"},
             std::move(state),
             std::move(since),
-            {tracked.power_off ? "off" : "-", tracked.power_off ? Tone::bad : Tone::plain},
+            {tracked.power_off ? "off" : no_request, tracked.power_off ? Tone::bad : Tone::plain},
             std::move(reason)};
 }
 
@@ -80,7 +83,7 @@ void print_cards(const Page &page, const CardList &list)
     std::vector<std::vector<Cell>> cells;
     Summary summary;
     for (const CardRow *row : list.rows) {
-        cells.push_back(cells_of(*row, list.overview.now, page.terminal));
+        cells.push_back(cells_of(*row, list.overview, page.terminal));
         summary.add(row->tracked);
     }
     if (!cells.empty()) {

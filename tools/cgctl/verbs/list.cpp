@@ -108,13 +108,14 @@ int list(const Session &session, const ListOptions &options)
     }
     const Page page{session, terminal_of(session, options.color)};
     form_of(session).cards(page, {overview, rows, store.left_out()});
+    const int away = report_away(session, overview);
     if (rows.empty() && !filter.is_empty()) {
         throw Failure(failed, filter.nothing_found());
     }
     if (rows.empty() && !session.json) {
         session.notice("no cards");
     }
-    return store.report_left_out();
+    return std::max(away, store.report_left_out());
 }
 
 } // namespace

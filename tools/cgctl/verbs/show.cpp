@@ -22,7 +22,7 @@ struct ShowOptions {
 };
 
 // Every record of every type that is about the card at a position, the result by TIPC node included when the
-// card's TIPC node id is known. Throws Failure.
+// card's TIPC node id is known; none of a server that is away. Throws Failure.
 std::vector<FoundRecord> records_of_card(Store &store, const Position &position)
 {
     std::vector<FoundRecord> found;
@@ -32,8 +32,9 @@ std::vector<FoundRecord> records_of_card(Store &store, const Position &position)
     for (const RecordType &type : record_types()) {
         const bool by_node = type.descriptor == &p_libpub__app_cg_mom_deny_check_result__descriptor;
         std::map<std::string, Json> records; // by key
-        for (const store::Record &record :
-             type.db < 0 ? std::vector<store::Record>{} : store.scan(*type.descriptor, type.db)) {
+        for (const store::Record &record : type.db < 0 || !store.try_connect(type.db)
+                                               ? std::vector<store::Record>{}
+                                               : store.scan(*type.descriptor, type.db)) {
             Json fields = to_json(*record.message);
             const bool is_ours = by_node
                                      ? tipc_nodes.contains(fields["index"]["card_tipc_nodeid"].get<int32_t>())
@@ -75,7 +76,7 @@ int show(const Session &session, const ShowOptions &options)
     const std::vector<FoundRecord> records = records_of_card(store, position);
     const CardRow &row = found_row(overview, position, !records.empty());
     form_of(session).card({session, terminal_of(session, options.color)}, {overview, row, records});
-    return done;
+    return report_away(session, overview);
 }
 
 } // namespace

@@ -299,6 +299,69 @@ TEST_F(CardVerbs, AReaderThatGoesAwayIsNoError)
     EXPECT_EQ(child.err(), "");
 }
 
+TEST_F(CardVerbs, WithoutTheServerOfOtherDatabasesTheCardsAreShownAllTheSame)
+{
+    GlobalStore global;
+    cgctl({"card", "plug", "1/2", "--tipc", "1002"});
+    publish("2", "APP_CG_CHECK_PASS");
+    EXPECT_EQ(list()[0]["power_off"], false);
+    global.kill();
+    setenv("VX_MOM_DEADLINE_MS", "200", 1);
+    const std::string named =
+        "the store at " + global.endpoint() + " cannot be used, databases 28 and 33 (-110: ";
+    const std::string missing = "; results by position, custom status and power-off requests are not shown\n";
+
+    const Outcome table = run_cgctl({"list"});
+    EXPECT_EQ(table.status, 1);
+    EXPECT_NE(table.out.find("\n1/2/0  card 1/2/0  lc    passed (cause unknown)         ?\n"),
+              std::string::npos)
+        << table.out;
+    EXPECT_NE(table.err.find("cgctl: " + named), std::string::npos) << table.err;
+    EXPECT_TRUE(table.err.ends_with(missing)) << table.err;
+
+    const Outcome listed = run_cgctl({"list", "--json"});
+    EXPECT_EQ(listed.status, 1);
+    const Json card = listed.json()["cards"][0];
+    EXPECT_EQ(card["verdict"], "passed");
+    EXPECT_EQ(card["results"],
+              (Json{{"by_tipc", "PASS"}, {"by_position", nullptr}, {"custom_status", nullptr}}));
+    EXPECT_EQ(card["power_off"], nullptr);
+    const Json away = listed.json()["away"];
+    ASSERT_EQ(away.size(), 1U) << away;
+    EXPECT_EQ(away[0]["databases"], (Json{28, 33}));
+    EXPECT_EQ(away[0]["server"], global.endpoint());
+    EXPECT_TRUE(away[0]["problem"].is_string());
+    EXPECT_NE(listed.err.find("{\"error\":\"" + named), std::string::npos) << listed.err;
+
+    const Outcome shown = run_cgctl({"show", "1/2", "--json"});
+    EXPECT_EQ(shown.status, 1);
+    EXPECT_EQ(shown.json()["away"], away);
+    EXPECT_EQ(shown.json()["power_off"], nullptr);
+    EXPECT_EQ(shown.json()["records"].size(), 2U) << "those of database 1";
+    EXPECT_TRUE(run_cgctl({"show", "1/2"}).err.ends_with(missing));
+    unsetenv("VX_MOM_DEADLINE_MS");
+    global.start();
+    const Outcome again = run_cgctl({"list", "--json"});
+    EXPECT_EQ(again.status, 0);
+    EXPECT_FALSE(again.json().contains("away"));
+}
+
+TEST_F(CardVerbs, WithoutTheServerOfTheCardsThereIsNothingToShow)
+{
+    const GlobalStore global;
+    stop_server();
+    setenv("VX_MOM_DEADLINE_MS", "200", 1);
+    for (const std::vector<std::string> &verb : {std::vector<std::string>{"list"}, {"show", "1/2"}}) {
+        const Outcome outcome = run_cgctl(verb);
+        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_TRUE(outcome.err.starts_with("cgctl: the store at " + server_.endpoint() +
+                                            " cannot be used, database 1 (-110: "))
+            << outcome.err;
+    }
+    unsetenv("VX_MOM_DEADLINE_MS");
+}
+
 TEST_F(CardVerbs, ShowGathersEveryRecordOfTheCardAndOfNoOther)
 {
     cgctl({"card", "plug", "1/3", "--tipc", "1003"});
