@@ -147,6 +147,7 @@ try {
         return -EIO;
     }
     std::vector<std::shared_ptr<void>> made;
+    made.reserve(companions.size());
     for (const platform::Companion make : companions) {
         made.push_back(make(global->base.get()));
     }

@@ -60,7 +60,7 @@ Cause::Kind cause_of(platform::Activity::Kind activity)
 
 Calls::Calls(Server &server, int32_t number, AsyncConnection &loop)
     : server_(server), shared_(server.shared), number_(number), loop_(loop), sync_(server.identity, number),
-      channel_prefix_(channel_prefix(number))
+      replicas_(configured_replicas(number)), channel_prefix_(channel_prefix(number))
 {
 }
 
@@ -154,12 +154,12 @@ Status Calls::change(Command &&call, const std::string &type)
 {
     std::vector<Command> commands;
     commands.push_back(std::move(call));
-    if (server_.replicas.count > 0) {
+    if (replicas_.count > 0) {
         // Once they did not confirm, no call waits for them again until they do.
         const auto left =
             std::chrono::duration_cast<milliseconds>(server_.outage.deadline() - Clock::now()) / 2;
-        const auto limit = server_.misses_replicas ? milliseconds(1) : std::min(server_.replicas.limit, left);
-        commands.push_back({"WAIT", std::to_string(server_.replicas.count),
+        const auto limit = misses_replicas_ ? milliseconds(1) : std::min(replicas_.limit, left);
+        commands.push_back({"WAIT", std::to_string(replicas_.count),
                             std::to_string(std::max(limit, milliseconds(1)).count())});
     }
     Answer answer = ask(commands, Purpose::write);
@@ -317,17 +317,17 @@ void Calls::end_outage(Purpose purpose)
 
 void Calls::note_replicas(const redisReply *reply)
 {
-    const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < server_.replicas.count;
-    if (missed && !server_.misses_replicas) {
+    const bool missed = reply->type != REDIS_REPLY_INTEGER || reply->integer < replicas_.count;
+    if (missed && !misses_replicas_) {
         LOG_TO(shared_.messages, platform::log_warn,
                "a write is confirmed by %lld replicas and not by %d%s %s",
-               reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, server_.replicas.count, server_.at(),
+               reply->type == REDIS_REPLY_INTEGER ? reply->integer : 0, replicas_.count, server_.at(),
                text_of(reply).c_str());
-    } else if (!missed && server_.misses_replicas) {
+    } else if (!missed && misses_replicas_) {
         LOG_TO(shared_.messages, platform::log_notice, "writes are confirmed by %d replicas again%s",
-               server_.replicas.count, server_.at());
+               replicas_.count, server_.at());
     }
-    server_.misses_replicas = missed;
+    misses_replicas_ = missed;
 }
 
 Outcome Calls::attempt(const std::vector<Command> &commands, Clock::time_point deadline,

@@ -103,6 +103,8 @@ private:
     int32_t number_;
     AsyncConnection &loop_;
     SyncConnection sync_;
+    const ReplicaSetting replicas_;
+    bool misses_replicas_ = false; // they did not confirm the last write
     DataSet data_set_;
     Data data_ = Data::believed;
     bool write_given_up_ = false; // since the data was examined

@@ -17,6 +17,7 @@
 #include "loop/platform_context.h"
 #include "store/connection/configuration.h"
 #include "store/database.h"
+#include "store/function_keeper.h"
 #include "store/health_publisher.h"
 #include "store/operations.h"
 
@@ -63,7 +64,7 @@ struct Client::Parts {
     void schedule_turn();
     void report_connected(bool &more);
     Database *database(int32_t number, std::string &why);
-    void keep_functions(const Database &watching);
+    void begin(Database &database);
     template <typename Work>
     Status call(int32_t db, const Work &work);
 
@@ -74,8 +75,8 @@ struct Client::Parts {
     bool in_turn = false;
     platform::Event turn_event;
     std::map<int32_t, std::unique_ptr<Database>> databases;
-    std::list<Database *> requests; // for "connected", in the order asked
-    std::list<Database> keepers;    // of the functions of their server, and nothing else
+    std::list<Database *> requests;    // for "connected", in the order asked
+    std::list<FunctionKeeper> keepers; // one for each server that is followed
     std::optional<HealthPublisher> health;
 };
 
@@ -110,11 +111,9 @@ store::Server *Client::Parts::server_of(int32_t number, std::string &why)
         why = platform::visible(why);
         return nullptr;
     }
-    const store::ReplicaSetting replicas = store::configured_replicas(number);
-    const auto found = std::find_if(servers.begin(), servers.end(), [&](const store::Server &server) {
-        return server.is_at(*place, replicas);
-    });
-    return found != servers.end() ? &*found : &servers.emplace_back(shared, *place, replicas);
+    const auto found = std::find_if(servers.begin(), servers.end(),
+                                    [&](const store::Server &server) { return server.is_at(*place); });
+    return found != servers.end() ? &*found : &servers.emplace_back(shared, *place);
 }
 
 void Client::Parts::turn_cb(int /*fd*/, short /*what*/, void *self)
@@ -206,18 +205,14 @@ Database *Client::Parts::database(int32_t number, std::string &why)
     return databases.emplace(number, std::make_unique<Database>(*server, number)).first->second.get();
 }
 
-// The functions are asked for on a connection that watches nothing. A server all of whose databases are
-// watched gets another connection for that. Its inbox has no turns: it has nobody to report to.
-void Client::Parts::keep_functions(const Database &watching)
+void Client::Parts::begin(Database &database)
 {
-    const store::Server &server = watching.calls.server();
-    const auto asks = [&server](const Database &database) {
-        return &database.calls.server() == &server && database.loop.is_begun() && !database.inbox.watches();
-    };
-    if (shared.keeps_functions && std::none_of(keepers.begin(), keepers.end(), asks) &&
-        std::none_of(databases.begin(), databases.end(),
-                     [&](const auto &entry) { return asks(*entry.second); })) {
-        keepers.emplace_back(watching.calls.server(), watching.calls.number()).inbox.begin();
+    database.inbox.begin();
+    store::Server &server = database.calls.server();
+    if (shared.keeps_functions &&
+        std::none_of(keepers.begin(), keepers.end(),
+                     [&](const FunctionKeeper &keeper) { return &keeper.server() == &server; })) {
+        keepers.emplace_back(server, database.calls.number());
     }
 }
 
@@ -303,7 +298,7 @@ Status Client::on_connection(int32_t db, ConnectionHandler handler)
 Status Client::open(int32_t db)
 {
     return parts_->call(db, [&](Database &database) {
-        database.inbox.begin();
+        parts_->begin(database);
         parts_->requests.push_back(&database);
         parts_->schedule_turn();
         return Status();
@@ -315,8 +310,8 @@ Result<Subscription> Client::subscribe(int32_t db, const ProtobufCMessageDescrip
 {
     Result<Subscription> result;
     static_cast<Status &>(result) = parts_->call(db, [&](Database &database) {
+        parts_->begin(database);
         const auto asked = database.inbox.subscribe(type, std::move(handler));
-        parts_->keep_functions(database);
         result.value.parts_ =
             std::make_unique<Subscription::Parts>(Subscription::Parts{asked, asked->times_asked()});
         return Status();

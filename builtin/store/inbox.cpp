@@ -19,8 +19,7 @@ namespace
 {
 
 constexpr size_t deliveries_per_turn = 64;
-constexpr std::chrono::seconds functions_asked_every{3};
-constexpr size_t burst = 1024 * 1024; // bytes
+constexpr size_t burst = size_t{1024} * 1024; // bytes
 
 } // namespace
 
@@ -110,7 +109,6 @@ void Inbox::on_lost(const std::string &problem)
         loss_due_ = loss;
     }
     state_ = State::down;
-    is_loading_functions_ = false;
     for (const auto &subscription : subscriptions_) {
         subscription->on_lost();
     }
@@ -181,7 +179,6 @@ void Inbox::on_pong()
 void Inbox::on_checked()
 {
     note_heard();
-    ask_for_functions();
     give_burst_back();
     for (const auto &subscription : subscriptions_) {
         subscription->on_checked();
@@ -195,40 +192,6 @@ void Inbox::note_heard()
                      [](const auto &known) { return known->is_behind(); })) {
         heard_at_ = Clock::now();
     }
-}
-
-// A function that is called without a key refuses by itself, and that it does is all that counts. A
-// connection that watches channels may not ask; a client that keeps the functions has one that watches none.
-void Inbox::ask_for_functions()
-{
-    const bool may_ask = shared_.keeps_functions && subscriptions_.empty();
-    if (may_ask && Clock::now() >= server_.functions_asked_at + functions_asked_every) {
-        server_.functions_asked_at = Clock::now();
-        loop_.send({"FCALL", set_function, "0"});
-    }
-}
-
-void Inbox::on_reply(const redisReply &reply)
-{
-    if (is_missing_function(&reply)) {
-        is_loading_functions_ = true;
-        loop_.send(load_functions());
-        return;
-    }
-    if (!std::exchange(is_loading_functions_, false)) {
-        return;
-    }
-    const std::string refusal = is_error(&reply) ? text_of(&reply) : "";
-    if (refusal.empty()) {
-        LOG_TO(shared_.messages, platform::log_warn,
-               "database %d%s: the server had lost its functions %s: they are loaded again", calls_.number(),
-               server_.at(), library_name);
-    } else if (refusal != functions_refusal_) {
-        LOG_TO(shared_.messages, platform::log_error,
-               "database %d%s: the server has lost its functions %s, and loading them is refused: %s",
-               calls_.number(), server_.at(), library_name, refusal.c_str());
-    }
-    functions_refusal_ = refusal;
 }
 
 // The heap keeps what a burst took below pieces that live on, unless it is asked. What it gave back stays

@@ -40,8 +40,6 @@ public:
                                                 ChangeHandler handler);
     // Reports what is due and advances the subscriptions. Returns whether there is more to do at once.
     bool turn();
-    // Whether there are subscriptions.
-    bool watches() const { return !subscriptions_.empty(); }
     // When something last came, and nothing waited to be delivered.
     std::optional<Clock::time_point> heard_at() const { return heard_at_; }
 
@@ -67,10 +65,8 @@ private:
     void on_message(std::string_view watched, std::string_view channel, std::string_view payload) override;
     void on_pong() override;
     void on_checked() override;
-    void on_reply(const redisReply &reply) override;
 
     void note_away(bool is_away);
-    void ask_for_functions();
     void note_heard();
     void give_burst_back();
     void report_loss();
@@ -90,8 +86,6 @@ private:
     Memory least_ = memory();             // since memory was given back
     uint64_t pongs_ = 0;                  // of the present connection
     bool is_noted_away_ = false;
-    bool is_loading_functions_ = false;
-    std::string functions_refusal_{};             // why they could not be loaded, as it was logged
     std::optional<Clock::time_point> heard_at_{}; // what waits for its delivery is not heard yet
     std::shared_ptr<const ConnectionHandler> handler_;
     std::list<std::shared_ptr<TypeSubscription>> subscriptions_; // in the order asked

@@ -40,16 +40,16 @@ struct Shared {
 // A server, or a group with a master, and what the databases there share. It outlives them.
 struct Server {
     // shared_by_all  outlives the object.
-    Server(Shared &shared_by_all, const StorePlace &place, const ReplicaSetting &waited_for)
+    Server(Shared &shared_by_all, const StorePlace &place)
         : shared(shared_by_all), identity{place.endpoint, place.credentials, shared.name},
-          outage(shared.budget, shared.messages), replicas(waited_for), at_(" at " + place.endpoint.text)
+          outage(shared.budget, shared.messages), at_(" at " + place.endpoint.text)
     {
         shared.servers++;
     }
 
-    bool is_at(const StorePlace &place, const ReplicaSetting &waited_for) const
+    bool is_at(const StorePlace &place) const
     {
-        return StorePlace{identity.endpoint, identity.credentials} == place && replicas == waited_for;
+        return StorePlace{identity.endpoint, identity.credentials} == place;
     }
     // For messages, " at ENDPOINT"; empty while there is no other server that it could be.
     const char *at() const { return shared.servers > 1 ? at_.c_str() : ""; }
@@ -59,11 +59,8 @@ struct Server {
     Shared &shared;
     const ClientIdentity identity;
     Outage outage;
-    const ReplicaSetting replicas;
-    bool misses_replicas = false; // they did not confirm the last write
     // Since when it has no functions and refuses to be given them.
     std::optional<Clock::time_point> lacks_functions_since{};
-    Clock::time_point functions_asked_at{};
     std::string starter_problem{}; // the last problem printed for the one who starts the program
 
 private:

@@ -95,7 +95,8 @@ void notify(Surface &surface, const ConnectionEvent &event)
     }
 }
 
-// What does not decode is delivered as nothing: the log has it.
+// What does not decode is delivered as nothing. A result with an error has no record, so the daemon's line
+// about it could not say which one it was; the line of the client does.
 void deliver(const Change &change, const Callback &callback)
 {
     if (change.error != 0) {

@@ -166,7 +166,7 @@ TEST_F(InboxTest, ATurnThatThrewIsNotTheLast)
                 throw std::bad_alloc();
             }
         }};
-    store::Server server_of_it(shared, {scripted.endpoint(), {}}, {0, std::chrono::milliseconds(0)});
+    store::Server server_of_it(shared, {scripted.endpoint(), {}});
     store::Database database(server_of_it, 1);
     bool in_place = false;
     (void)database.inbox.subscribe(p_dev__card_info__descriptor,

@@ -60,7 +60,7 @@ TEST(Configuration, AnotherUserIsAnotherPlace)
 {
     const cg::Folder folder;
     const auto file = [&](const std::string &user) {
-        const std::string path = folder.path(user);
+        std::string path = folder.path(user);
         std::ofstream(path) << "user " << user << "\npassword secret\n";
         EXPECT_EQ(chmod(path.c_str(), 0600), 0);
         return path;

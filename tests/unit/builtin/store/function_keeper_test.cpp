@@ -13,10 +13,10 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class FunctionsKept : public store_test::ClientFixture
+class FunctionKeeper : public store_test::ClientFixture
 {
 protected:
-    FunctionsKept()
+    FunctionKeeper()
     {
         store::Options keeping = options();
         keeping.keeps_functions = true;
@@ -45,7 +45,25 @@ protected:
     int losses = 0;
 };
 
-TEST_F(FunctionsKept, TheyAreLoadedWhenTheServerHasLostThem)
+// Everything but what watches channels is cut: the calls' connection is found dead by the next call only.
+TEST_F(FunctionKeeper, TheLossOfItsConnectionIsNoOutage)
+{
+    const auto cards = client->subscribe(28, store_test::card_type, [](const store::Change &) {});
+    ASSERT_TRUE(cards);
+    ASSERT_TRUE(client->set(28, *store_test::Card(0, 1, 0).message()));
+    serve_until([this] {
+        return server.run_as("admin", "x", {"CLIENT", "LIST"}).find("psub=1") != std::string::npos &&
+               asked() > 1;
+    });
+    EXPECT_EQ(server.run_as("admin", "x", {"CLIENT", "KILL", "TYPE", "normal", "SKIPME", "yes"}), "2");
+    const std::size_t before = asked();
+    serve_until([&] { return asked() > before; });
+    EXPECT_TRUE(client->set(28, *store_test::Card(0, 2, 0).message()));
+    EXPECT_THAT(notices, IsEmpty());
+    EXPECT_EQ(losses, 0);
+}
+
+TEST_F(FunctionKeeper, TheyAreLoadedWhenTheServerHasLostThem)
 {
     flush();
     serve_until([this] {
@@ -60,7 +78,7 @@ TEST_F(FunctionsKept, TheyAreLoadedWhenTheServerHasLostThem)
     EXPECT_EQ(losses, 0);
 }
 
-TEST_F(FunctionsKept, ARefusalIsReportedOnceAndHoldsNothingUp)
+TEST_F(FunctionKeeper, ARefusalIsReportedOnceAndHoldsNothingUp)
 {
     EXPECT_EQ(server.run(0, {"ACL", "SETUSER", "default", "-function"}), "OK");
     flush();
@@ -78,7 +96,7 @@ TEST_F(FunctionsKept, ARefusalIsReportedOnceAndHoldsNothingUp)
     EXPECT_EQ(losses, 0);
 }
 
-TEST_F(FunctionsKept, AServerThatTakesNoWritesNowIsAskedWithoutAnOutage)
+TEST_F(FunctionKeeper, AServerThatTakesNoWritesNowIsAskedWithoutAnOutage)
 {
     EXPECT_EQ(server.run(0, {"CONFIG", "SET", "min-replicas-to-write", "1"}), "OK");
     serve_until([this] { return figure("errorstats", "errorstat_NOREPLICAS:count=") >= 2; });
