@@ -1,4 +1,5 @@
 """Database 1 is on the device's own server, 28 and 33 are on another one: each is lost and comes back by itself."""
+import contextlib
 import json
 import signal
 
@@ -155,23 +156,62 @@ def test_start_without_database_28_alone(apart):
     assert "module: num[" not in apart.logged(), "nothing is subscribed to before all three are there"
 
 
-def test_cards_are_watched_without_the_global_store(apart, tmp_path):
+@contextlib.contextmanager
+def watching(apart, folder):
+    """`cgctl watch --lines`; its two outputs, each as a function that returns what there is of it."""
     apart.cgctl.env["VX_MOM_DEADLINE_MS"] = "300"
-    apart.global_store.kill()
-    printed, said = tmp_path / "printed", tmp_path / "said"
+    printed, said = folder / "printed", folder / "said"
     with open(printed, "wb") as out, open(said, "wb") as err:
         watch = apart.cgctl.start("watch", "--lines", stdout=out, stderr=err)
     try:
-        apart.expect(lambda: "listening" in said.read_text(), "the lines begin")
-        assert f"the store at {apart.global_store.endpoint} cannot be used, database 33 " in said.read_text()
-        apart.plug("1/3/0")
-        apart.expect(lambda: " plugged" in printed.read_text(), "the card's line")
-        apart.global_store.start()
-        apart.expect(lambda: f"the store is back, database 33 at {apart.global_store.endpoint}\n" in printed.read_text(),
-                     "the line of the return")
+        yield printed.read_text, said.read_text
     finally:
         programs.stop(watch)
-    assert "database 1" not in printed.read_text()
+
+
+def return_of(server):
+    """The line of the return of database 33."""
+    return f"the store is back, database 33 at {server.endpoint}\n"
+
+
+def is_followed(server):
+    """Whether somebody watches channels there."""
+    return b" flags=P" in server.ask(b"CLIENT LIST\r\n")
+
+
+def test_cards_are_watched_without_the_global_store(apart, tmp_path):
+    apart.global_store.kill()
+    with watching(apart, tmp_path) as (printed, said):
+        apart.expect(lambda: "listening" in said(), "the lines begin")
+        assert f"the store at {apart.global_store.endpoint} cannot be used, database 33 " in said()
+        apart.plug("1/3/0")
+        apart.expect(lambda: " plugged" in printed(), "the card's line")
+        apart.global_store.start()
+        apart.expect(lambda: return_of(apart.global_store) in printed(), "the line of the return")
+        assert "database 1" not in printed()
+
+
+def test_a_global_store_that_comes_before_the_host_store_delivers_is_back(apart, tmp_path):
+    apart.global_store.kill()
+    assert apart.store.ask(b"ACL SETUSER default -psubscribe\r\n") == b"+OK\r\n"
+    with watching(apart, tmp_path) as (printed, said):
+        apart.expect(lambda: "cannot be used, database 33 " in said(), "what is missing")
+        apart.global_store.start()
+        apart.expect(lambda: is_followed(apart.global_store), "database 33 is followed")
+        assert "listening" not in said()
+        assert apart.store.ask(b"ACL SETUSER default +psubscribe\r\n") == b"+OK\r\n"
+        apart.expect(lambda: return_of(apart.global_store) in printed(), "the line of the return")
+
+
+def test_nobody_waits_for_a_global_store_that_is_lost_before_it_delivers(apart, tmp_path):
+    assert apart.global_store.ask(b"ACL SETUSER default -psubscribe\r\n") == b"+OK\r\n"
+    with watching(apart, tmp_path) as (printed, said):
+        apart.expect(lambda: is_followed(apart.store), "database 1 is followed")
+        assert "listening" not in said()
+        apart.global_store.kill()
+        apart.expect(lambda: "listening" in said(), "the lines begin")
+        apart.global_store.start()
+        apart.expect(lambda: return_of(apart.global_store) in printed(), "the line of the return")
 
 
 @pytest.mark.parametrize("where", ["store", "global_store"])

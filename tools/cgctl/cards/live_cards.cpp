@@ -95,6 +95,12 @@ void LiveCards::handle_outage(const store::ConnectionEvent &event)
 {
     const bool connected = event.kind != store::ConnectionEvent::Kind::lost;
     events_.store_heard({event.database, connected, event.same_data, event.reason, event.server}, now());
+    if (complete_ && connected) {
+        absent_.erase(event.database);
+    } else if (complete_ && event.database != card_database) {
+        absent_.emplace(event.database, event.server); // nobody waits for it
+        begin_to_listen();
+    }
 }
 
 void LiveCards::finish_snapshot(int32_t db)
@@ -104,6 +110,12 @@ void LiveCards::finish_snapshot(int32_t db)
         return;
     }
     events_.received(db, now()); // after an outage
+    notice_arrival(db);
+}
+
+// A database that was absent is there.
+void LiveCards::notice_arrival(int32_t db)
+{
     if (const auto arrived = absent_.extract(db)) {
         events_.store_heard({db, true, true, "", arrived.mapped()}, now());
     }
@@ -120,11 +132,15 @@ void LiveCards::begin_to_listen()
     }
     for (const int32_t db : all) {
         if (is_there(db)) {
-            absent_.erase(db);
             events_.received(db, now());
         }
     }
     std::exchange(complete_, {})();
+    for (const int32_t db : all) {
+        if (is_there(db)) {
+            notice_arrival(db);
+        }
+    }
     notice_health();
 }
 

@@ -32,6 +32,7 @@ private:
     void connect(Store &store);
     void handle_outage(const store::ConnectionEvent &event);
     void finish_snapshot(int32_t db);
+    void notice_arrival(int32_t db);
     void begin_to_listen();
     void refresh_modules(Time now);
     void notice_health() const;
