@@ -133,7 +133,8 @@ typedef struct app_cg_kit_options {
     void *arg;                        /* first argument of the callbacks */
     int log_level;                    /* less severe lines are not logged; default APP_CG_KIT_INFO */
     unsigned flags;                   /* enum app_cg_kit_flag */
-    const char *endpoint;             /* the store, in the form of VX_MOM_ENDPOINT; default: that setting */
+    const char *endpoint; /* the store of database 1, in the form of VX_MOM_ENDPOINT; default: the setting
+                             VX_MOM_ENDPOINT_1, else VX_MOM_ENDPOINT */
     const char *module_folder; /* default /etc/app_cg/deny_check; a warning when it lacks the name; "": not
                                   read */
     const char *lock_folder;   /* default /run/lock; of the lock on the name; "": no lock */

@@ -140,7 +140,7 @@ public:
         std::function<void(int level, const std::string &text)> log{}; // empty: standard error
         int log_level = default_options().log_level;
         unsigned flags = 0;                                         // enum app_cg_kit_flag
-        std::optional<std::string> endpoint{};                      // nothing: the setting VX_MOM_ENDPOINT
+        std::optional<std::string> endpoint{};                      // nothing: as the settings say
         std::string module_folder{default_options().module_folder}; // empty: not read
         std::string lock_folder{default_options().lock_folder};     // empty: no lock
     };

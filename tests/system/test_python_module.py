@@ -16,7 +16,7 @@ sys.path.insert(0, str(PROJECT / "tests" / "faults"))
 sys.path.insert(0, str(PROJECT / "kit" / "examples" / "python"))
 from connection import Lost  # noqa: E402  (needs the paths above)
 from sentinel_group import Group  # noqa: E402
-from settings import Credentials, parse_endpoint  # noqa: E402
+from settings import Credentials, parse_endpoint, setting  # noqa: E402
 from store import Store, Watch  # noqa: E402
 
 EXAMPLE = PROJECT / "kit" / "examples" / "python" / "card_table.py"
@@ -358,6 +358,15 @@ def test_it_follows_a_group_to_its_new_master(rig, module):
         assert one.stop() == 0
 
 
+def test_of_several_servers_it_uses_that_of_database_1(rig, module):
+    rig.start_master(NAME)
+    one = module(VX_MOM_ENDPOINT="unix:/nowhere", VX_MOM_ENDPOINT_28="unix:/nowhere",
+                 VX_MOM_ENDPOINT_1=rig.store.endpoint).start()
+    rig.plug("1/3/0")
+    expect_verdict(rig, "1/3/0", PASS)
+    assert one.stop() == 0
+
+
 @pytest.mark.parametrize("name", [NAME, "a b:é*"])
 def test_it_needs_no_more_rights_than_a_module_has(rig, module, table, name):
     table.write_text('{"200": {"verdict": "deny", "reason": "{card}"}}')
@@ -535,6 +544,21 @@ def test_wrong_usage_is_one_line(table, name, endpoint, text):
     assert done.returncode == 2
     [line] = done.stderr.splitlines()
     assert text in line
+
+
+@pytest.mark.parametrize("environment, file, value", [
+    ({"VX_A": "all", "VX_A_1": "one"}, "", "one"),
+    ({"VX_A": "all", "VX_A_1": ""}, "", "all"),
+    ({"VX_A": "all"}, "VX_A_1=one\n", "all"),  # what somebody sets for one program holds, whatever the file has
+    ({}, "VX_A=all\nVX_A_1=one\n", "one"),
+    ({"VX_A_28": "another"}, "VX_A=all\n", "all"),
+    ({"VX_A_28": "another"}, "VX_A_28=another\n", "neither"),
+])
+def test_a_setting_may_be_given_for_a_database(tmp_path, monkeypatch, environment, file, value):
+    (tmp_path / "settings").write_text(file)
+    for name, text in {**environment, "VX_PLATFORM_CONF": str(tmp_path / "settings")}.items():
+        monkeypatch.setenv(name, text)
+    assert setting("VX_A", "neither", 1) == value
 
 
 @pytest.mark.parametrize("content, mode, text", [

@@ -197,7 +197,8 @@ def arguments(description):
     parser = argparse.ArgumentParser(
         description=description,
         epilog="Settings: VX_MOM_ENDPOINT (unix:/path, tcp:host:port, sentinel:NAME@host:port,...; default "
-               "tcp:127.0.0.1:6379) and VX_MOM_AUTH_FILE, from the environment or /etc/app_cg/platform.conf.")
+               "tcp:127.0.0.1:6379) and VX_MOM_AUTH_FILE, from the environment or /etc/app_cg/platform.conf; "
+               f"with _{DATABASE} after its name, a setting counts first.")
     parser.add_argument("name", help="the name that the module is registered by in /etc/app_cg/deny_check, "
                                      f"at most {LONGEST_NAME} bytes")
     return parser
@@ -212,8 +213,8 @@ def serve(name, examine):
     try:
         if not name or len(os.fsencode(name)) > LONGEST_NAME or "/" in name:
             raise Mistake(f"'{name}' is no name of a module: 1 to {LONGEST_NAME} bytes, none of them '/'")
-        endpoint = parse_endpoint(setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379"))
-        credentials = read_credentials(setting("VX_MOM_AUTH_FILE"))
+        endpoint = parse_endpoint(setting("VX_MOM_ENDPOINT", "tcp:127.0.0.1:6379", DATABASE))
+        credentials = read_credentials(setting("VX_MOM_AUTH_FILE", database=DATABASE))
     except Mistake as mistake:
         print(mistake, file=sys.stderr)
         return 2

@@ -1,8 +1,9 @@
 """Where the store is, and as whom to go there: the settings that the daemon and cgctl read too.
 
 A setting is an environment variable or a line NAME=VALUE of /etc/app_cg/platform.conf (another file:
-VX_PLATFORM_CONF); the environment wins. A mistake is told at the start and not worked around: a module that
-talks to the wrong store looks like one that is silent.
+VX_PLATFORM_CONF); the environment wins. Some may be set for one database: NAME_1 counts before NAME, but nothing
+in the file before either of them in the environment. A mistake is reported at the start and not worked around: a
+module that talks to the wrong store looks like one that is silent.
 """
 import dataclasses
 import os
@@ -38,10 +39,15 @@ class Credentials:
     sentinel_password: str = dataclasses.field(default="", repr=False)
 
 
-def setting(name, fallback=""):
-    """The value of a setting; an empty one counts as none."""
-    value = os.environ.get(name)
-    return value or _in_file(os.environ.get("VX_PLATFORM_CONF") or "/etc/app_cg/platform.conf", name) or fallback
+def setting(name, fallback="", database=None):
+    """The value of a setting, as it is for a database if one is named; an empty one counts as none."""
+    names = [name] if database is None else [f"{name}_{database}", name]
+    path = os.environ.get("VX_PLATFORM_CONF") or "/etc/app_cg/platform.conf"
+    for layer in (os.environ.get, lambda one: _in_file(path, one)):
+        for one in names:
+            if value := layer(one):
+                return value
+    return fallback
 
 
 def _in_file(path, name):
