@@ -17,10 +17,12 @@ import dataclasses
 import redis
 
 from demo.daemon import scaled_time
-from device import Chassis, Modules, colons
+from demo.device_manager import DeviceManager
+from demo.records import colons
+from demo.supervisor import Supervisor
+from device import Modules
 from proxy import KillBefore, Proxy, is_call
 from rig import ACK, BACKUP, BY_TIPC, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, POWER, REQUEST
-from supervisor import Supervisor
 
 DENIED, PASSED = "1/3/0", "1/4/0"
 BOARD = "1/2/0"
@@ -105,7 +107,7 @@ class CardLife:
         self.supervisor = None
         self._modules = None
         self._markers = 0
-        self._chassis = Chassis(rig.database(HOST))
+        self._chassis = DeviceManager(rig.database(HOST))
 
     def begin(self):
         """A main board with a stale backup, and the role, were there before the daemon, which subscribes."""

@@ -1,138 +1,19 @@
-"""The device around the daemon, in Python: the device manager, and check modules that answer what they are asked.
+"""The check modules around the daemon, in Python: they answer what they are asked.
 
 They write through the functions in the server, as every client does, and past our own store client: what is
 tested is not helped by what it is tested with.
 """
 import contextlib
-import itertools
-import os
 import threading
 
 import redis
 
-from rig import ACK, CARD_INFO, HOST, REQUEST, ROLE
-
-MASTER = 1
-LINE_CARD = 3  # the node type
-CARD_TYPE = 200
-FUNCTIONS = "vx_mom2"
-
-_numbers = itertools.count(1)
-
-
-def _token():
-    """What a write says of itself; another one for each, whichever thread makes it."""
-    return f"py-{os.getpid()}.{next(_numbers)} -"
-
-
-def _varint(number):
-    out = bytearray()
-    while number > 0x7f:
-        out.append(number & 0x7f | 0x80)
-        number >>= 7
-    return bytes(out + bytes([number]))
-
-
-def static_info(node_type):
-    """The packed sub-message of a card's static part."""
-    return b"\x2a\x00" + b"\x30" + _varint(node_type)
-
-
-def type_of(key):
-    """The record type of a key."""
-    return key.split(":", 1)[0]
-
-
-class Records:
-    """Writes the records of one database through the server's functions; each call returns the revision."""
-
-    def __init__(self, connection, database):
-        self._connection = connection
-        self._channels = f"@chg:{database}:"
-
-    def _call(self, function, key, *arguments):
-        kind = type_of(key)
-        return int(self._connection.execute_command(
-            "FCALL", f"{FUNCTIONS}_{function}", 3, key, f"@rev:{kind}", f"@idx:{kind}", self._channels, *arguments))
-
-    @staticmethod
-    def _pairs(fields):
-        return [text for pair in fields.items() for text in pair]
-
-    def set(self, key, fields):
-        """Writes a whole record: {field number: value}, without fields at their defaults."""
-        return self._call("set", key, _token(), *self._pairs(fields))
-
-    def hmset(self, key, fields, absent=()):
-        """Writes some fields; those in `absent` become defaults."""
-        pairs = self._pairs(fields)
-        return self._call("hmset", key, _token(), len(pairs), *pairs, *absent)
-
-    def delete(self, key):
-        """Deletes a record; the revision is 0 when there was none."""
-        return self._call("del", key, _token())
-
-    def pdel(self, kind, prefix):
-        """Deletes the records of a type whose keys begin with `prefix`."""
-        return int(self.queue_pdel(kind, prefix))
-
-    def queue_pdel(self, kind, prefix):
-        """The same, with the answer as the connection gives it: that of a transaction has none yet."""
-        return self._connection.execute_command(
-            "FCALL", f"{FUNCTIONS}_pdel", 2, f"@rev:{kind}", f"@idx:{kind}", self._channels, prefix,
-            _token())
-
-
-def colons(position):
-    """A position as it stands in keys."""
-    return position.replace("/", ":")
-
-
-def tipc_node(position):
-    """The TIPC node of a card: 1003 for 1/3/0."""
-    device, slot, _ = position.split("/")
-    return 1000 * int(device) + int(slot)
+from demo.records import ACK, HOST, REQUEST, Records, colons
 
 
 def has_functions(connection):
     """Whether somebody who may has loaded the functions and registered the server's run."""
     return connection.hexists("@runs", "now")
-
-
-class Chassis:
-    """The device manager: publishes the role and the cards."""
-
-    def __init__(self, connection):
-        self.records = Records(connection, HOST)
-        self.checked = set()  # the positions of the cards on line, which a daemon that starts checks
-
-    def role(self, role=MASTER):
-        """Publishes this device's global role."""
-        self.records.set(ROLE, {5: 1, 6: role})
-
-    def plug(self, position, node_type=LINE_CARD):
-        """Plugs a card, on line; its TIPC node and its node id follow from its position."""
-        slot = int(position.split("/")[1])
-        if node_type == LINE_CARD:
-            self.checked.add(position)
-        self.records.set(f"{CARD_INFO}:0:{colons(position)}",
-                         {6: CARD_TYPE, 7: 1, 12: f"card-{slot}", 14: static_info(node_type), 17: 100 + slot,
-                          22: tipc_node(position)})
-
-    def offline(self, position):
-        """Takes a card off line."""
-        self.checked.discard(position)
-        self.records.hmset(f"{CARD_INFO}:0:{colons(position)}", {}, absent=[7])
-
-    def online(self, position):
-        """Brings a card back on line."""
-        self.checked.add(position)
-        self.records.hmset(f"{CARD_INFO}:0:{colons(position)}", {7: 1})
-
-    def pull(self, position):
-        """Pulls a card."""
-        self.checked.discard(position)
-        self.records.delete(f"{CARD_INFO}:0:{colons(position)}")
 
 
 class Modules:

@@ -14,7 +14,7 @@ import socket
 import struct
 import threading
 
-from resp import Messages, is_pushed
+from demo.resp import Messages, is_pushed
 
 # What a connection begins with, and how a new server run is registered. The second word decides where the first
 # does not.

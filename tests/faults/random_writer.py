@@ -14,7 +14,7 @@ sys.path[:0] = [str(_HERE), str(_HERE.parents[1] / "tools"), str(_HERE.parent / 
 
 import redis  # noqa: E402  (needs the path above)
 
-from device import Records  # noqa: E402
+from demo.records import Records  # noqa: E402
 from rig import ACK, CARD_INFO, HOST  # noqa: E402
 
 SET, HMSET, DELETED = 4, 6, 3

@@ -5,7 +5,7 @@ from card_life import DENIED, PASSED, REASON, SilentLife, live
 from demo.daemon import faketime_library
 from proxy import CutAfter, CutBefore, KillAfter, KillBefore, is_call, is_opening
 from rig import BY_POSITION, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, PASS, POWER, REQUEST, Rig
-from supervisor import KILLED
+from demo.supervisor import KILLED
 
 _FEWEST_CALLS = 20
 _SHORT = {"calls": 16, "openings": 4}  # how many of them are tried in the short form

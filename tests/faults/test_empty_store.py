@@ -3,9 +3,10 @@ import contextlib
 
 import redis
 
-from device import Chassis, Modules, has_functions
+from demo.device_manager import DeviceManager
+from demo.supervisor import START_AFRESH, Supervisor
+from device import Modules, has_functions
 from rig import BY_POSITION, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, POWER, REQUEST
-from supervisor import START_AFRESH, Supervisor
 
 _POSITIONS = [f"1/{slot}/0" for slot in range(3, 23)]
 _DENIED = {position for position in _POSITIONS if int(position.split("/")[1]) % 5 == 0}
@@ -34,7 +35,7 @@ def is_complete(rig):
 def test_the_picture_is_rebuilt_as_cards_are_written_again(rig):
     rig.modules("m1", "m2")
     rig.role("master")
-    chassis = Chassis(rig.database(HOST))
+    chassis = DeviceManager(rig.database(HOST))
     with contextlib.ExitStack() as stack:
         supervisor = stack.enter_context(Supervisor(rig.new_daemon()))
         stack.enter_context(contextlib.closing(Modules(

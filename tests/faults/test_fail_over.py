@@ -3,17 +3,19 @@ import collections
 import contextlib
 import re
 import sys
-import threading
 import time
 
 import pytest
 import redis
 
 from demo import programs
-from device import Chassis, Modules, tipc_node
+from demo.device_manager import DeviceManager
+from demo.pace import Pace
+from demo.records import tipc_node
+from demo.supervisor import NO_STORE, START_AFRESH, Supervisor
+from device import Modules
 from rig import (ACK, BY_POSITION, BY_TIPC, CAP, CARD_INFO, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, REQUEST)
 from sentinel_group import Group, Patient
-from supervisor import NO_STORE, START_AFRESH, Supervisor
 
 _MODULES = ("m1", "m2", "m3")
 _FIRST = "99/1/0"  # the card by which the daemon shows that it serves
@@ -43,34 +45,15 @@ class Scene:
             rig.new_daemon(VX_MOM_ENDPOINT=self.group.endpoint), lambda: self._runs.append(len(self._denials()))))
         self._stores = {number: self.group.follow(number) for number in (HOST, CAP, DEV_GLOBAL)}
         self.patient = Patient(self._stores[HOST])
-        self.chassis = Chassis(self.patient)
+        self.chassis = DeviceManager(self.patient)
         stack.enter_context(contextlib.closing(Modules(
             lambda: self.group.follow(HOST), _MODULES,
             lambda name, position: "too hot" if name == "m2" and is_denied(position) else "")))
         self.plugged = []
-        self._verdict_times = []
-        self._watching = threading.Thread(target=self._watch, daemon=True)
-        self._is_over = threading.Event()
-        stack.callback(self._is_over.set)
         self.chassis.role()
-        self._watching.start()
+        self.pace = stack.enter_context(Pace(self._verdicts_if_known))
         self.plug(_FIRST)
         programs.wait_until(self._count_verdicts, 20, "the daemon serves")
-
-    def _watch(self):
-        """Notes when verdicts come: how long none came is the time without service."""
-        known = 0
-        while not self._is_over.wait(0.01):
-            with contextlib.suppress(redis.RedisError):
-                count = self._stores[CAP].scard(f"@idx:{BY_POSITION}")
-                if count != known:
-                    known = count
-                    self._verdict_times.append(time.monotonic())
-
-    def silence_after(self, moment):
-        """The longest time from that moment on that no verdict came, though one was due."""
-        times = [moment, *(when for when in self._verdict_times if when > moment)]
-        return max((later - earlier for earlier, later in zip(times, times[1:])), default=float("inf"))
 
     def plug(self, position):
         """Plugs a card, not too far ahead of the verdicts."""
@@ -81,10 +64,13 @@ class Scene:
             programs.wait_until(lambda: self.write_missing_again() or self._count_verdicts() >= wanted, 60,
                                 f"{wanted} verdicts")
 
-    def _count_verdicts(self):
+    def _verdicts_if_known(self):
         with contextlib.suppress(redis.RedisError):
             return self._stores[CAP].scard(f"@idx:{BY_POSITION}")
-        return 0
+        return None
+
+    def _count_verdicts(self):
+        return self._verdicts_if_known() or 0
 
     def write_missing_again(self):
         """As a device manager does that keeps its part of the store true: what should be there and is not, is
@@ -163,7 +149,7 @@ def scene(rig):
 def report(capfd, scene, text, struck):
     """Shown in the short form, too."""
     with capfd.disabled():
-        print(f"\n  {text}, no verdict for {scene.silence_after(struck):.2f} s; the daemon was restarted "
+        print(f"\n  {text}, no verdict for {scene.pace.longest_after(struck):.2f} s; the daemon was restarted "
               f"{scene.supervisor.restarts} times", file=sys.stderr, flush=True)
 
 

@@ -9,7 +9,8 @@ import dataclasses
 import pytest
 import redis
 
-from device import Chassis, colons
+from demo.device_manager import DeviceManager
+from demo.records import colons
 from rig import ACK, BACKUP, CARD_INFO, HOST, PASS, REQUEST, ROLE
 
 _SPOILT, _GOOD = "1/3/0", "1/7/0"
@@ -27,7 +28,7 @@ class Spoilt:
 
     def write(self, rig):
         """Writes it as any client could."""
-        Chassis(rig.database(HOST)).records.set(self.key, self.fields)
+        DeviceManager(rig.database(HOST)).records.set(self.key, self.fields)
 
 
 def card(name, **fields):
@@ -73,7 +74,7 @@ def prepared(rig):
     """A device whose role is known, and the functions of the store loaded; the daemon is not started."""
     rig.modules("m1")
     rig.role("master")
-    return Chassis(rig.database(HOST))
+    return DeviceManager(rig.database(HOST))
 
 
 def expect_service(rig, chassis, position=_GOOD):

@@ -12,7 +12,8 @@ import socket
 import pytest
 import redis
 
-from device import Chassis, Modules
+from demo.device_manager import DeviceManager
+from device import Modules
 from rig import DENY, HOST, fill_queue
 
 _MODULE = "thermal"
@@ -23,7 +24,7 @@ class Gate:
 
     def __init__(self, rig):
         self.rig = rig
-        self.chassis = Chassis(rig.database(HOST))
+        self.chassis = DeviceManager(rig.database(HOST))
         self.reason = "too hot"
         self._slots = 0
         self._modules = Modules(self._connect, [_MODULE], lambda name, position: self.reason)

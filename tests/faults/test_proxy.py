@@ -8,8 +8,8 @@ import pytest
 import redis
 
 from demo.programs import wait_until
+from demo.resp import Messages
 from proxy import CutAfter, CutBefore, KillAfter, KillBefore, Proxy
-from resp import Messages
 
 
 @pytest.fixture

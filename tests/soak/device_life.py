@@ -10,7 +10,8 @@ import time
 
 import redis
 
-from device import CARD_TYPE, LINE_CARD, Records, colons, static_info
+from demo.device_manager import CARD_TYPE, LINE_CARD
+from demo.records import Records, colons, static_info
 from gate import BOARD, MASTER
 from rig import ACK, BACKUP, CARD_INFO, DEV_GLOBAL, HOST, POWER, REQUEST, ROLE
 from stream import DELETED, Contradiction

@@ -18,7 +18,7 @@ from device_life import MODULES
 from neighbours import CANNOT_LOG
 from proxy import CutAfter, CutBefore, KillAfter, KillBefore
 from stream import Contradiction
-from supervisor import KILLED, START_AFRESH
+from demo.supervisor import KILLED, START_AFRESH
 
 _SCRAPERS = 100
 _SCRAPED_WITHIN = 3.0  # seconds: one is promised, and a machine on which other things run gets more

@@ -9,7 +9,7 @@ import datetime
 import json
 import sqlite3
 
-from device import type_of
+from demo.records import type_of
 from gate import BOARD, is_complete, module_of
 from judge import position_of
 from rig import ACK, BY_TIPC, CARD_INFO, PASS, REQUEST

@@ -19,6 +19,7 @@ import alarms  # noqa: E402  (needs the path above)
 import ledger  # noqa: E402
 from demo.daemon import scaled_time  # noqa: E402
 from demo.programs import NotInTime, wait_until  # noqa: E402
+from demo.supervisor import Supervisor  # noqa: E402
 from device_life import MARKER, MODULES, DeviceLife, tipc_node  # noqa: E402
 from fault_table import TABLE  # noqa: E402
 from judge import Known, Round, judge  # noqa: E402
@@ -28,7 +29,6 @@ from recording import Recorder  # noqa: E402
 from rig import ACK, BUILD, BY_TIPC, HOST, PROJECT, Rig  # noqa: E402
 from sabotage import SABOTAGES  # noqa: E402
 from stream import DATABASES, Contradiction, Stream, clock  # noqa: E402
-from supervisor import Supervisor  # noqa: E402
 
 _SPEED = 50  # of the daemon's clock: 300 seconds are 6
 _TIME_OUT = 300 / _SPEED

@@ -10,7 +10,7 @@ import typing
 
 import redis
 
-from device import type_of
+from demo.records import type_of
 from rig import CAP, DEV_GLOBAL, HOST
 
 SET, HMSET, DELETED = 4, 6, 3

@@ -15,6 +15,8 @@ from demo.command import Command
 from demo.daemon import Daemon, scaled_time
 from demo.private_view import PrivateView, new_folder
 from demo.programs import wait_until
+from demo.records import (ACK, BACKUP, BY_POSITION, BY_TIPC, CAP, CARD_INFO, CUSTOM_STATUS, DENY,  # noqa: F401
+                          DEV_GLOBAL, HOST, PASS, POWER, REQUEST, ROLE)
 from demo.store import StoreServer
 from demo.system_log import SystemLog
 
@@ -22,19 +24,6 @@ PROJECT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = pathlib.Path(os.environ.get("APP_CG_BUILD", PROJECT / "build" / "dev"))
 # The daemon may come from another build than the tools: from one under sanitizers.
 DAEMON = BUILD / "bin" / "app_cg"
-
-HOST, CAP, DEV_GLOBAL = 1, 28, 33
-PASS, DENY = "1", "0"  # the stored verdict
-
-CARD_INFO = "p_dev.card_info"
-REQUEST = "p_libpub.app_cg_card_check_info"
-ACK = "p_libpub.app_cg_card_check_ack"
-BY_TIPC = "p_libpub.app_cg_mom_deny_check_result"
-BY_POSITION = "p_libpub.app_cg_card_deny_check_result"
-BACKUP = "p_libpub.app_cg_card_bak_info"
-CUSTOM_STATUS = "p_dev.dm_set_card_custom_st"
-POWER = "s_dev.im_card_power_onoff"
-ROLE = "p_dev.dp_lib_grole"
 
 LEVEL_FILE = ".vxos/vsd/0/plibpub/app_cg/app_cg/app_cg_dbg.txt"  # below /data
 

@@ -15,7 +15,7 @@ from rig import ACK, DENY, HOST, PASS, PROJECT, REQUEST
 sys.path.insert(0, str(PROJECT / "tests" / "faults"))
 sys.path.insert(0, str(PROJECT / "kit" / "examples" / "python"))
 from connection import Lost  # noqa: E402  (needs the paths above)
-from sentinel_group import Group  # noqa: E402
+from sentinel_group import Group, client  # noqa: E402
 from settings import Credentials, parse_endpoint, setting  # noqa: E402
 from store import Store, Watch  # noqa: E402
 
@@ -346,7 +346,7 @@ def test_it_follows_a_group_to_its_new_master(rig, module):
         write_request(rig, 3)
         one = module(VX_MOM_ENDPOINT=group.endpoint).start()
         rig.expect(lambda: one.count("1/3/0 PASS"), "the answer")
-        rig.expect(lambda: all(replica.client(db=HOST).exists(f"{ACK}:1:3:0:{NAME}") for replica in group.replicas),
+        rig.expect(lambda: all(client(replica, db=HOST).exists(f"{ACK}:1:3:0:{NAME}") for replica in group.replicas),
                    "the replicas have the answer")
         group.master.kill()
         rig.expect(lambda: one.count("watching") >= 2, "the module watches the new master", seconds=60)

@@ -12,10 +12,12 @@ class CommandFailed(Exception):
 class Command:
     """A command, cgctl or cg_sim, against one store and one daemon."""
 
-    def __init__(self, program, view):
+    def __init__(self, program, view, env=None):
+        """`env` is added to its environment; the store is the one of the view by default."""
         self.program = program
         self.env = {"VX_MOM_ENDPOINT": f"unix:{view.store / 'store.sock'}",
-                    "SSAT_SOCKET": str(view.run / "app_cg.ssat"), "VX_ZLOG": "stderr"}
+                    "SSAT_SOCKET": str(view.run / "app_cg.ssat"), "VX_ZLOG": "stderr",
+                    **(env or {})}
 
     def attempt(self, *args, seconds=20):
         """Runs it and returns the completed process, whatever its status."""

@@ -2,6 +2,7 @@
 
 Only the pause between two starts is left out. The statuses are kept: which of them are right is the test's affair.
 """
+import signal
 import threading
 
 START_AFRESH = 77
@@ -42,6 +43,13 @@ class Supervisor:
                 if status == 0:
                     return
                 self.daemon.start()
+
+    def kill(self):
+        """Ends the daemon for good, as a power cut would."""
+        self._closing.set()
+        self._thread.join(20)
+        self.daemon.signal(signal.SIGKILL)
+        self.daemon.wait()
 
     @property
     def restarts(self):
