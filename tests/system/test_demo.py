@@ -16,9 +16,9 @@ SCENARIO = PROJECT / "tools" / "demo" / "chassis.scenario"
 
 @pytest.fixture
 def demo(request, tmp_path):
-    """The running demonstration; its parameter, if any, is an option."""
+    """The running demonstration; its parameter, if any, has options."""
     environment = {"PYTHONPATH": str(PROJECT / "tools"), "PYTHONDONTWRITEBYTECODE": "1"}
-    options = [request.param] if hasattr(request, "param") else []
+    options = request.param.split() if hasattr(request, "param") else []
     with open(tmp_path / "shown", "wb") as shown:
         process = programs.start([sys.executable, "-m", "demo", "--bin", BUILD / "bin", *options], environment,
                                  stdout=shown, stderr=shown)
@@ -41,7 +41,7 @@ def processes_of(folder):
 
 
 def folder_of(text):
-    return re.search(r"Starting a chassis in (\S+):", text).group(1)
+    return re.search(r"Starting a (?:chassis|stack) in (\S+):", text).group(1)
 
 
 def test_every_card_ends_as_told(demo):
@@ -57,9 +57,11 @@ def test_every_card_ends_as_told(demo):
     assert not pathlib.Path(folder_of(shown)).exists() and processes_of(folder_of(shown)) == []
 
 
-@pytest.mark.parametrize("signum", [signal.SIGINT, signal.SIGTERM])
-def test_an_interrupt_leaves_nothing_behind(demo, signum):
-    programs.wait_until(lambda: "ADMITTED" in demo.shown(), 30, "a card is admitted")
+@pytest.mark.parametrize("demo, signum, sign", [
+    ("", signal.SIGINT, "ADMITTED"), ("", signal.SIGTERM, "ADMITTED"), ("--stack", signal.SIGINT, "64 cards a device"),
+], indirect=["demo"])
+def test_an_interrupt_leaves_nothing_behind(demo, signum, sign):
+    programs.wait_until(lambda: sign in demo.shown(), 60, f"it shows {sign}")
     folder = folder_of(demo.shown())
     assert len(processes_of(folder)) > 1
     demo.send_signal(signum)
@@ -82,6 +84,32 @@ def test_a_kept_chassis_can_be_played_with(demo):
     programs.wait_until(lambda: "1/11/0   pulled" in demo.shown(), 10, "what was played is shown")
     demo.terminate()
     assert demo.wait(20) == 0
+    assert processes_of(folder_of(shown)) == [] and not pathlib.Path(folder_of(shown)).exists()
+
+
+@pytest.mark.parametrize("demo", ["--stack --keep"], indirect=True)
+def test_the_stack_shows_all_its_points_and_each_device_can_be_played_with(demo):
+    programs.wait_until(lambda: "stops everything" in demo.shown(), 180, "the stack stays")
+    shown = demo.shown()
+    points = len(re.findall(r"^  held ", shown, re.MULTILINE))
+    assert f"{points} of {points} points held." in shown and points > 10
+    assert re.search(r"^ +no result came into database 28 for \d+\.\d s$", shown, re.MULTILINE)
+    for letter in "ABC":
+        assert f"  {letter} 2/3    system log: " in shown
+
+    commands = re.findall(rf"^  ({re.escape(str(BUILD / 'bin' / 'cgctl'))} .*)$", shown, re.MULTILINE)
+    assert len(commands) >= 5
+    devices = re.split(r"^  # [ABC]$", shown, flags=re.MULTILINE)[1:]
+    assert len(devices) == 3
+    for device in devices:
+        environment = dict(re.findall(r"^  export (\w+)=(\S+)$", device, re.MULTILINE))
+        assert set(environment) == {"VX_MOM_ENDPOINT", "VX_MOM_ENDPOINT_28", "VX_MOM_ENDPOINT_33", "SSAT_SOCKET"}
+        for command in commands:
+            if not command.endswith(" watch"):
+                subprocess.run(command, shell=True, env={**os.environ, **environment}, check=True, timeout=20,
+                               stdout=subprocess.DEVNULL)
+    demo.terminate()
+    assert demo.wait(30) == 0
     assert processes_of(folder_of(shown)) == [] and not pathlib.Path(folder_of(shown)).exists()
 
 
