@@ -216,8 +216,8 @@ system_tests()
 {
     # Most of their time they wait, so there may be more of them than processors.
     APP_CG_BUILD=$project_root/build/$1 PYTHONDONTWRITEBYTECODE=1 \
-        /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --rootdir "$project_root/tests/system" \
-        --basetemp "$stages_logs/tmp-$1" --junitxml "$junit" "$project_root/tests/system" 2>&1 | tee "$stages_logs/system-$1.log"
+        /usr/bin/python3 -m pytest -q -p no:cacheprovider -n $((2 * $(nproc))) --dist loadgroup \
+        --rootdir "$project_root/tests/system" --basetemp "$stages_logs/tmp-$1" --junitxml "$junit" "$project_root/tests/system" 2>&1 | tee "$stages_logs/system-$1.log"
 }
 
 # fault_tests PRESET

@@ -1,5 +1,5 @@
-"""A stack on one machine: three devices, each with a daemon, modules and a store of its own, and a group of servers that
-they share, of which each device has one and a sentinel.
+"""A stack on one machine: three devices, each with a daemon, modules and a store of its own, and a group of servers
+that they share, of which each device has one and a sentinel.
 
 Database 1 is the device's own; 28 and 33 are the stack's. The device manager writes every card into every host store.
 """
@@ -27,16 +27,12 @@ MODULES = ("thermal", "firmware")
 _SCENARIO = pathlib.Path(__file__).resolve().with_name("stack.scenario")
 
 
-def settings(gateway):
-    """What a device's programs have set, besides where their own store is."""
-    return {f"VX_MOM_ENDPOINT_{number}": gateway.endpoint for number in (CAP, DEV_GLOBAL)}
-
-
 class Member:
     """One device: what belongs to it alone, and its share of the group."""
 
-    def __init__(self, binaries, folder, group, letter, on_line):
-        """`on_line(letter, text)` is called for each line of its system log, on a thread of its own."""
+    def __init__(self, binaries, folder, group, letter, on_line, env):
+        """`on_line(letter, text)` is called for each line of its system log, on a thread of its own; `env` is added to
+        the environment of its programs."""
         binaries = pathlib.Path(binaries)
         number = LETTERS.index(letter)
         self.letter = letter
@@ -47,10 +43,11 @@ class Member:
         self.role = SLAVE
         self.manager = None  # while it is on
         self.is_on = False
-        self.cgctl = Command(binaries / "cgctl", self.view, settings(self.gateway))
-        self._sim = Command(binaries / "cg_sim", self.view, settings(self.gateway))
+        env = {**{f"VX_MOM_ENDPOINT_{number}": self.gateway.endpoint for number in (CAP, DEV_GLOBAL)}, **env}
+        self.cgctl = Command(binaries / "cgctl", self.view, env)
+        self._sim = Command(binaries / "cg_sim", self.view, env)
         self._player = None
-        self._daemon = Daemon(binaries / "app_cg", self.view, settings(self.gateway))
+        self.daemon = Daemon(binaries / "app_cg", self.view, env)
         self.supervisor = None
         self.system_log = SystemLog(self.view.system_log_socket, lambda _, text: on_line(letter, text))
         for name in MODULES:
@@ -61,8 +58,8 @@ class Member:
         self.store.start()
         self.manager = DeviceManager(self.connect(HOST))
         before = self._starts()
-        self.supervisor = Supervisor(self._daemon).__enter__()
-        programs.wait_until(lambda: self._starts() > before, 20, f"the daemon of {self.letter} has read its modules' folder")
+        self.supervisor = Supervisor(self.daemon).__enter__()
+        programs.wait_until(lambda: self._starts() > before, 20, f"the daemon of {self.letter} has subscribed")
         self._player = self._sim.start("--stay", _SCENARIO, stdout=subprocess.PIPE, text=True)
         # From then on it answers for each card that comes; those there before would be left to other modules.
         if not any("expectations held" in line for line in self._player.stdout):
@@ -71,7 +68,7 @@ class Member:
 
     def _starts(self):
         """How often the daemon has read its modules' folder, just before it subscribes."""
-        return self._daemon.logged().count(b"module: num[%d]" % len(MODULES))
+        return self.daemon.logged().count(b"module: num[%d]" % len(MODULES))
 
     def turn_off(self):
         """Takes its power away, that of its share of the group too."""
@@ -101,8 +98,12 @@ class Member:
 class Stack:
     """See above; a context manager. The first device holds the role of the master."""
 
-    def __init__(self, binaries, folder):
+    group_type = Group
+
+    def __init__(self, binaries, folder, **env):
+        """`env` is added to the environment of the daemons and commands."""
         self._binaries = binaries
+        self._env = env
         self._folder = pathlib.Path(folder)
         self.on_line = lambda letter, text: None  # called for each line of a system log, on a thread of its own
         self.group = None
@@ -114,10 +115,10 @@ class Stack:
     def __enter__(self):
         with contextlib.ExitStack() as started:
             started.callback(self._pool.shutdown)
-            self.group = started.enter_context(Group(self._folder / "group"))
+            self.group = started.enter_context(self.group_type(self._folder / "group"))
             for letter in LETTERS:
                 self.members.append(Member(self._binaries, self._folder / letter, self.group, letter,
-                                           lambda *line: self.on_line(*line)))
+                                           lambda *line: self.on_line(*line), self._env))
                 started.callback(self.members[-1].close)
             self.members[0].role = MASTER
             for member in self.members:
