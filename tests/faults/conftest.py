@@ -20,7 +20,7 @@ def pytest_addoption(parser):
 
 def pytest_sessionstart(session):
     """Without the binaries no test can say anything."""
-    for name in ("bin/app_cg", "bin/cgctl", "tests/fault_subscriber"):
+    for name in ("bin/app_cg", "bin/cgctl", "bin/cg_sim", "tests/fault_subscriber"):
         if not (BUILD / name).exists():
             pytest.exit(f"{BUILD / name} is not built; set APP_CG_BUILD or run tests/faults/run", returncode=2)
 
