@@ -58,7 +58,7 @@ def test_every_card_ends_as_told(demo):
 
 
 @pytest.mark.parametrize("demo, signum, sign", [
-    ("", signal.SIGINT, "ADMITTED"), ("", signal.SIGTERM, "ADMITTED"), ("--stack", signal.SIGINT, "64 cards a device"),
+    ("", signal.SIGINT, "ADMITTED"), ("", signal.SIGTERM, "ADMITTED"), ("--stack --cards 8", signal.SIGINT, "8 cards a device"),
 ], indirect=["demo"])
 def test_an_interrupt_leaves_nothing_behind(demo, signum, sign):
     programs.wait_until(lambda: sign in demo.shown(), 60, f"it shows {sign}")
@@ -87,7 +87,7 @@ def test_a_kept_chassis_can_be_played_with(demo):
     assert processes_of(folder_of(shown)) == [] and not pathlib.Path(folder_of(shown)).exists()
 
 
-@pytest.mark.parametrize("demo", ["--stack --keep"], indirect=True)
+@pytest.mark.parametrize("demo", ["--stack --cards 8 --keep"], indirect=True)
 def test_the_stack_shows_all_its_points_and_each_device_can_be_played_with(demo):
     programs.wait_until(lambda: "stops everything" in demo.shown(), 180, "the stack stays")
     shown = demo.shown()

@@ -1,4 +1,4 @@
-"""The demonstration: cards come to a chassis, or to a stack of three, and are admitted or denied before the user's eyes."""
+"""The demonstration: cards come to a chassis, or to a stack of three, and are admitted or denied while one watches."""
 import argparse
 import contextlib
 import pathlib
@@ -87,6 +87,7 @@ def _arguments():
     parser = argparse.ArgumentParser(prog="demo", description=__doc__)
     parser.add_argument("--bin", required=True, type=pathlib.Path, help="folder of app_cg and cg_sim, and of cgctl for --keep")
     parser.add_argument("--stack", action="store_true", help="a stack of three devices in place of a chassis")
+    parser.add_argument("--cards", type=int, default=64, help="with --stack: cards of each device, under load")
     parser.add_argument("--keep", action="store_true", help="leave what was shown running at the end")
     return parser.parse_args()
 
@@ -108,7 +109,7 @@ def _stack(arguments, folder, screen):
                    f"database 1, a daemon and the check modules {', '.join(STACK_MODULES)}; and a group of three servers with "
                    "sentinels for databases 28 and 33, one on each device")
     with Stack(arguments.bin, folder) as stack:
-        show = Show(stack, screen)
+        show = Show(stack, screen, arguments.cards)
         yield show.play(), lambda: _keep_stack(stack, screen)
 
 

@@ -12,7 +12,6 @@ from demo.resp import Refused
 
 TOO_OLD = 210  # the type of card that a module denies
 MAIN_BOARD = 2  # the node type of a card that is admitted without a check
-_LOAD = 64  # cards a device
 _FIRST_OF_LOAD = 11  # the slot; their lines of the system log are counted and not shown
 _MARKERS = 9  # the device of boards that show how far a daemon has come
 _SECONDS = 30  # that a point may take
@@ -44,8 +43,10 @@ def _writer(fields):
 class Show:
     """Plays the points on a stack."""
 
-    def __init__(self, stack, screen):
+    def __init__(self, stack, screen, load):
+        """`load` is how many cards a device come while the group's master is killed."""
         self._stack = stack
+        self._load = load
         self._screen = screen
         self._markers = 0
         self._lines = {}  # of the system logs: {(letter, slot): how many}
@@ -141,7 +142,7 @@ class Show:
 
     def play(self):
         """All of them; returns whether every one held."""
-        for step in (self._nine_cards, self._removals, self._another_master, self._load, self._off_and_on, self._cut):
+        for step in (self._nine_cards, self._removals, self._another_master, self._kill_under_load, self._off_and_on, self._cut):
             step()
         held, points = sum(self._held), len(self._held)
         self._screen.say(f"{held} of {points} points held.", "" if held == points else "bad")
@@ -191,9 +192,10 @@ class Show:
                     lambda: self._all_judge() and self._is_complete() and
                     {_writer(self._results()["1/2/0"])} <= self._lives(b))
 
-    def _load(self):
-        self._screen.heading(f"{_LOAD} cards a device; the master of the group is killed meanwhile")
-        positions = [f"{device}/{slot}/0" for slot in range(_FIRST_OF_LOAD, _FIRST_OF_LOAD + _LOAD) for device in (1, 2, 3)]
+    def _kill_under_load(self):
+        self._screen.heading(f"{self._load} cards a device; the master of the group is killed meanwhile")
+        slots = range(_FIRST_OF_LOAD, _FIRST_OF_LOAD + self._load)
+        positions = [f"{device}/{slot}/0" for slot in slots for device in (1, 2, 3)]
         third = len(positions) // 3
         with Pace(self._count_results) as pace:
             self._stack.plug(*positions[:third])
