@@ -134,6 +134,17 @@ def test_there_is_one_gate(device):
     assert f"is held by another instance, pid {device.pid()}" in device.run("/usr/sbin/app_cg", status=255)
 
 
+def test_a_daemon_that_was_started_by_hand_leaves_the_lock_to_the_service(device):
+    """Also where the service has not run since the boot."""
+    device.run("systemctl", "stop", "app_cg")
+    device.sh("rm -r /run/app_cg; systemd-tmpfiles --create app_cg.conf; systemd-run --unit=by-hand /usr/sbin/app_cg")
+    device.wait(lambda: "app_cg_wait_obj_num" in device.run("cgctl", "debug", "dump_check_module", check=False),
+                "the daemon serves")
+    device.run("systemctl", "stop", "by-hand")
+    device.run("systemctl", "start", "app_cg")
+    device.wait_active()
+
+
 def test_the_marker_turns_notification_off(device):
     assert device.unit("app_cg", "StatusText") == "Serving"
     device.sh("install -o app_cg -g app_cg /dev/null /run/app_cg_ham.txt")
