@@ -83,6 +83,9 @@ MEASUREMENTS = {
                                   "processor time for each verdict"),
              "room-operations": _series("operations of the store for each card, with one store for all", "chassis",
                                         "operations", "for each card")},
+    "room-stack": {"room-stack": _series("64 cards of each device of a stack plugged at once, until the last verdict of "
+                                         "the last device, all on one processor", "devices", "ms",
+                                         "until the last verdict")},
 }
 
 LINES = {name: line for lines in MEASUREMENTS.values() for name, line in lines.items()}

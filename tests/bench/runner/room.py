@@ -1,7 +1,9 @@
 """A power-up of the whole room: chassis with a daemon each, all cards plugged at once.
 
-Two layouts. With one store for all, every daemon hears of every card and judges it, since nothing in a card's record
-says whose it is: twice the chassis is four times the work. With a store for each chassis it is twice the work.
+Three layouts. With one store for all, every daemon hears of every card and judges it, since nothing in a card's record
+says whose it is: twice the chassis is four times the work. With a store for each chassis it is twice the work. The devices
+of a stack have a store each as well, and a group of servers for databases 28 and 33, but each is given the cards of all: four
+times the work again, by as many daemons and stores.
 """
 import contextlib
 import json
@@ -9,6 +11,9 @@ import subprocess
 
 import redis
 
+from demo.device_manager import SLAVE, DeviceManager
+from demo.group import Group
+from demo.records import CAP, DEV_GLOBAL
 from demo.store import StoreServer
 
 from .chassis import Chassis, folder, processor_time
@@ -16,13 +21,14 @@ from .figures import series
 from .place import PROGRAMS, Failed, run
 
 SIZES = (1, 2, 4, 8, 16)
+SIZES_OF_STACK = (1, 2, 4, 8)
 CARDS, MODULES = 64, 3
 ROUNDS_OF_MOST = 3  # each of the greatest size takes a quarter of a minute
 
 
 @contextlib.contextmanager
-def _room(count, shared):
-    """So many chassis with running daemons; with one store server or one each."""
+def _room(count, shared, **env):
+    """So many chassis with running daemons; with one store server or one each. `env` is the daemons'."""
     with contextlib.ExitStack() as stack:
         store, all_chassis = None, []
         for _ in range(count):
@@ -31,7 +37,7 @@ def _room(count, shared):
                 store = StoreServer(made / "store")
                 stack.callback(store.kill)
                 store.start()
-            one = Chassis(made, MODULES, store)
+            one = Chassis(made, MODULES, store, **env)
             all_chassis.append(one)
             stack.callback(one.daemon.stop)
             one.start(daemons=len(all_chassis) if shared else 1)
@@ -73,22 +79,45 @@ def _shared(count, rounds):
 def _apart(count, rounds):
     """A store each: milliseconds until the last one has finished, all having begun together."""
     with _room(count, shared=False) as chassis:
-        programs = [subprocess.Popen([str(PROGRAMS / "bench_device"), "room", str(rounds + 1), "1", str(CARDS),
-                                      str(MODULES), "1", str(one.store.socket_path), "together"],
-                                     stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
-                    for one in chassis]
-        for _ in range(2 * (rounds + 1)):
-            for program in programs:
-                program.stdout.readline()
-            for program in programs:
-                program.stdin.write("\n")
-                program.stdin.flush()
-        taken = []
+        return _together(chassis, rounds, devices=1)
+
+
+def _stacked(count, rounds):
+    """A stack, of which the first device is the master: the same."""
+    with folder() as made, Group(made / "group") as group:
+        settings = {f"VX_MOM_ENDPOINT_{number}": group.endpoint for number in (CAP, DEV_GLOBAL)}
+        with _room(count, shared=False, **settings) as chassis:
+            return _together(chassis, rounds, devices=count, prepare=lambda: _take_role_away(chassis[1:]))
+
+
+def _take_role_away(chassis):
+    """From each of these: the program that measures begins as on a master."""
+    for one in chassis:
+        with contextlib.closing(redis.Redis(unix_socket_path=str(one.store.socket_path), db=1)) as connection:
+            DeviceManager(connection).role(SLAVE)
+
+
+def _together(chassis, rounds, devices, prepare=lambda: None):
+    """All chassis at the same time, each with the cards of so many devices in its store; `prepare` is called once, before
+    the first card is plugged. Milliseconds until the last one has finished."""
+    programs = [subprocess.Popen([str(PROGRAMS / "bench_device"), "room", str(rounds + 1), str(devices), str(CARDS),
+                                  str(MODULES), "1", str(one.store.socket_path), "together"],
+                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+                for one in chassis]
+    for turn in range(2 * (rounds + 1)):
         for program in programs:
-            printed, _ = program.communicate()
-            if program.returncode != 0:
-                raise Failed(f"bench_device room: status {program.returncode}")
-            taken.append(json.loads(printed)["ours"][1:])  # the first was for practice
+            program.stdout.readline()
+        if turn == 0:
+            prepare()
+        for program in programs:
+            program.stdin.write("\n")
+            program.stdin.flush()
+    taken = []
+    for program in programs:
+        printed, _ = program.communicate()
+        if program.returncode != 0:
+            raise Failed(f"bench_device room: status {program.returncode}")
+        taken.append(json.loads(printed)["ours"][1:])  # the first was for practice
     return [max(values) for values in zip(*taken, strict=True)]
 
 
@@ -106,4 +135,14 @@ def _measure(rounds):
     return [time, cost, operations]
 
 
-MEASUREMENTS = {"room": _measure}
+def _measure_stack(rounds):
+    time = series("room-stack")
+    first = None
+    for count in SIZES_OF_STACK:
+        spent = _stacked(count, min(rounds, ROUNDS_OF_MOST) if count == SIZES_OF_STACK[-1] else rounds)
+        first = first or spent
+        time.add(count, {"a stack": spent, "model: x devices squared": [value * count ** 2 for value in first]})
+    return [time]
+
+
+MEASUREMENTS = {"room": _measure, "room-stack": _measure_stack}
