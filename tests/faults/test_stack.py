@@ -20,7 +20,7 @@ from demo.records import BY_POSITION, BY_TIPC, CAP
 from demo.supervisor import NO_STORE, START_AFRESH
 from stack import DENIED_TYPE, Stack, writer
 
-_SHORT_DEADLINE = "1000"  # milliseconds
+_SHORT_DEADLINE = "3000"  # milliseconds; longer than anything takes on a busy machine while nothing is cut
 
 
 @pytest.fixture
@@ -99,8 +99,8 @@ def test_a_device_is_cut_off_and_returns(make_stack, silent):
     c.gateway.cut(silent)
     stack.plug("1/4/0", "2/4/0")
     stack.plug("3/4/0", card_type=DENIED_TYPE)
-    stack.expect_judged(seconds=20)
-    stack.expect_complete(seconds=20)
+    stack.expect_judged()
+    stack.expect_complete()
     log = c.daemon.logged()
     assert b"Power off devid 3, slotid 4, sslotid 0  failed" in log and b"set power off success!!!" in log
     assert stack.denials("c") == ["3/4"] and len(c.system_log.lines()) == 2
@@ -130,7 +130,7 @@ def test_a_device_that_had_nothing_to_write_returns_without_a_restart(make_stack
     for number in (28, 33):
         stack.expect(lambda one=number: b"enter db %d\n" % one in c.daemon.logged(), f"database {number} is lost")
     stack.plug("1/4/0", "3/4/0")
-    stack.expect_judged(seconds=20)
+    stack.expect_judged()
     c.gateway.join()
     for number in (28, 33):
         stack.expect(lambda one=number: b"con change, db %d type 2" % one in c.daemon.logged(), f"database {number} is back")
@@ -150,7 +150,7 @@ def test_the_device_that_is_the_master_is_cut_off_and_returns(make_stack):
     a.gateway.cut()
     stack.plug("1/4/0")
     stack.plug("3/4/0", card_type=DENIED_TYPE)
-    stack.expect_judged(seconds=20)
+    stack.expect_judged()
     stack.settle()
     assert set(stack.published()) == {"1/3/0"} and stack.marked() == {}, "nobody else publishes"
     a.gateway.join()
