@@ -32,8 +32,9 @@ int32_t app_cg_disconnect_db(void *first, int32_t db);
 // with status 77, because what the daemon believes of the store may no longer be true.
 int32_t app_cg_reconnect_db(void *first, int32_t db, int32_t type);
 
-// Rescans the check modules and subscribes to role, cards and, with a module, acknowledgements. A subscription
-// that fails is tried again, and those after it are not made. Returns the result of the last call.
+// Rescans the check modules and subscribes to role, cards and, with a module, acknowledgements. A
+// subscription that fails is tried again, and those after it are not made. Returns the result of the last
+// call.
 int32_t app_cg_deny_check_init();
 
 // Does so once all databases are connected. Returns 0 whatever happened.
