@@ -167,9 +167,13 @@ def module_folder_changed(soak, rng):
 def descriptors_limited(soak, rng):
     """The daemon has no descriptor left but those that are open, and its store goes and returns."""
     pid = soak.daemon.pid
-    try:
+
+    def limit():
         before = resource.prlimit(pid, resource.RLIMIT_NOFILE)
         resource.prlimit(pid, resource.RLIMIT_NOFILE, (descriptors_of(pid), before[1]))
+        return before
+    try:
+        before = limit()
     except OSError:  # it has just ended
         return
     connections_closed(soak, rng)
@@ -177,6 +181,7 @@ def descriptors_limited(soak, rng):
     def judge_alarms():
         if soak.daemon.pid != pid:
             return
+        limit()  # clients of the debug shell may have gone since then, and left it enough
         soak.wait_for(lambda: is_short_of_descriptors(
             [health_of(soak.rig).get(name, 0) for name in ("descriptors", "descriptors_limit")]),
                       "the daemon publishes that it is short of descriptors")
