@@ -134,3 +134,11 @@ def test_without_a_daemon_the_debug_shell_says_so(rig):
     failed = rig.cgctl.attempt("debug", "dump_node")
     assert failed.returncode == 1 and failed.stdout == ""
     assert len(failed.stderr.strip().splitlines()) == 1
+
+
+def test_a_write_that_the_server_refuses_says_why(rig):
+    rig.cgctl("card", "plug", "1/3/0")
+    assert rig.store.ask(b"CONFIG SET maxmemory 1\r\n") == b"+OK\r\n"
+    refused = rig.cgctl.attempt("card", "plug", "1/4/0")
+    assert refused.returncode == 1
+    assert "(-121: refused by the server): " in refused.stderr and "refused: OOM " in refused.stderr

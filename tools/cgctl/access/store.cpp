@@ -14,6 +14,7 @@
 #include "log/platform_log.h"
 #include "records/record_types.h"
 #include "store/connection/configuration.h"
+#include "store/connection/errors.h"
 
 namespace cg
 {
@@ -56,8 +57,8 @@ std::string reason(const store::Status &status, int32_t db)
     const bool is_refused = std::any_of(refusals.begin(), refusals.end(), [&](const char *word) {
         return status.reason.find(word) != std::string::npos;
     });
-    return '(' + std::to_string(status.code) + ": " + strerror(-status.code) +
-           "): " + visible(status.reason) +
+    const char *what = status.code == store::refused ? "refused by the server" : strerror(-status.code);
+    return '(' + std::to_string(status.code) + ": " + what + "): " + visible(status.reason) +
            (is_refused ? "; " + store::configured_credentials(db).name + whose_credentials : "");
 }
 
