@@ -5,8 +5,9 @@ import signal
 
 import pytest
 
+from access_lists import DAEMON, AccessLists
 from demo import programs
-from rig import BY_POSITION, BY_TIPC, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, POWER
+from rig import BY_POSITION, BY_TIPC, CAP, CUSTOM_STATUS, DENY, DEV_GLOBAL, HOST, PASS, POWER, REQUEST
 
 HOSTS, GLOBAL = "unix:/store/store.sock", "unix:/store/global/store.sock"  # as the daemon has them
 
@@ -224,3 +225,26 @@ def test_functions_that_one_server_lost_are_loaded_there(apart, where):
     apart.expect_logged(f" at {HOSTS if where == 'store' else GLOBAL}: the server had lost its functions vx_mom2")
     plug_and_judge(apart, "1/3/0")
     assert verdict(apart.by_position("1/3/0")) == PASS
+
+
+def test_each_server_has_an_access_list_of_its_own(apart):
+    lists = AccessLists(apart)
+    apart.start(**lists.of_daemon())
+    host, stack = lists.administrator(HOST), lists.administrator(CAP)
+    for slot, ret in ((3, 0), (4, 1)):
+        apart.plug(f"1/{slot}/0")
+        apart.expect(lambda: host.keys(f"{REQUEST}:*"), "a request")
+        apart.answer(f"1/{slot}/0", "m1", ret)
+        apart.expect(lambda: not host.keys(f"{REQUEST}:*"), "the end of the check")
+    apart.expect(lambda: lists.administrator(DEV_GLOBAL).keys(f"{POWER}:*"), "a power-off is asked for")
+    assert len(host.keys(f"{BY_TIPC}:*")) == len(stack.keys(f"{BY_POSITION}:*")) == 2
+    for server in (host, stack):
+        assert server.execute_command("ACL", "LOG") == [], "nobody tried what he may not do"
+
+    check = ["acl", "--check", "--modules", apart.view.modules]
+    assert apart.cgctl(*check) == ""
+    stack.execute_command("ACL", "SETUSER", DAEMON, "(+hset ~p_dev.card_info:*)")
+    found = apart.cgctl.attempt(*check)
+    assert found.returncode == 1
+    assert f"{DAEMON} at {apart.global_store.endpoint}: must be refused HSET" in found.stdout
+    assert apart.store.endpoint not in found.stdout

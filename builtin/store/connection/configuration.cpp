@@ -1,6 +1,7 @@
 // Reading the store client's settings; see the header.
 #include "store/connection/configuration.h"
 
+#include <algorithm>
 #include <utility>
 #include <vector>
 
@@ -60,6 +61,21 @@ platform::Setting configured_endpoint(int32_t db)
 platform::Setting configured_credentials(int32_t db)
 {
     return platform::numbered_setting(credential_setting, db, "");
+}
+
+std::vector<ConfiguredServer> configured_servers(const std::set<int32_t> &databases)
+{
+    std::vector<ConfiguredServer> servers;
+    for (const int32_t db : databases) {
+        const std::string endpoint = configured_endpoint(db).value;
+        auto server = std::find_if(servers.begin(), servers.end(),
+                                   [&](const ConfiguredServer &known) { return known.endpoint == endpoint; });
+        if (server == servers.end()) {
+            server = servers.insert(server, {endpoint, {}});
+        }
+        server->databases.insert(db);
+    }
+    return servers;
 }
 
 std::optional<StorePlace> configured_place(int32_t db, std::string &why)

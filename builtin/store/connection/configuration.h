@@ -13,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "loop/settings.h"
 #include "store/connection/endpoint.h"
@@ -38,6 +39,16 @@ std::optional<StorePlace> place_of(const std::string &endpoint, const std::strin
 platform::Setting configured_endpoint(int32_t db);
 // VX_MOM_AUTH_FILE as it is for a database: the path of the file, or nothing.
 platform::Setting configured_credentials(int32_t db);
+
+// Databases that are at one endpoint, whoever goes there: a server, or a group of servers.
+struct ConfiguredServer {
+    std::string endpoint; // as configured, for messages
+    std::set<int32_t> databases;
+};
+
+// Where these databases are, in the order of the lowest of each. Only the texts of the settings are compared,
+// so that they may be wrong.
+std::vector<ConfiguredServer> configured_servers(const std::set<int32_t> &databases);
 
 // Reads both; as above. `why` begins with the setting's name if that has a number.
 std::optional<StorePlace> configured_place(int32_t db, std::string &why);

@@ -3,7 +3,6 @@
 
 #include <utility>
 
-#include "store/connection/configuration.h"
 #include "store/connection/sync_connection.h"
 
 namespace store
@@ -59,8 +58,10 @@ struct Inspection::Parts {
     std::string problem;
     std::optional<SyncConnection> connection; // refers to the identity
 
-    void open(int32_t database, std::chrono::milliseconds limit)
+    void open(const StorePlace &place, int32_t database, std::chrono::milliseconds limit)
     {
+        identity.endpoint = place.endpoint;
+        identity.credentials = place.credentials;
         identity.name = "inspection";
         connection.emplace(identity, database);
         (void)note(connection->open(Clock::now() + limit));
@@ -79,20 +80,14 @@ struct Inspection::Parts {
 Inspection::Inspection(int32_t database, std::chrono::milliseconds limit) : parts_(std::make_unique<Parts>())
 {
     if (const auto place = configured_place(database, parts_->problem)) {
-        parts_->identity.endpoint = place->endpoint;
-        parts_->identity.credentials = place->credentials;
-        parts_->open(database, limit);
+        parts_->open(*place, database, limit);
     }
 }
 
-Inspection::Inspection(int32_t database, std::chrono::milliseconds limit, const Credentials &credentials)
+Inspection::Inspection(const StorePlace &place, int32_t database, std::chrono::milliseconds limit)
     : parts_(std::make_unique<Parts>())
 {
-    if (const auto place = configured_place(database, parts_->problem)) {
-        parts_->identity.endpoint = place->endpoint;
-        parts_->identity.credentials = credentials;
-        parts_->open(database, limit);
-    }
+    parts_->open(place, database, limit);
 }
 
 Inspection::Inspection(Inspection &&) noexcept = default;

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "store/connection/endpoint.h"
+#include "store/connection/configuration.h"
 
 namespace store
 {
@@ -32,12 +32,11 @@ struct Inspected {
 class Inspection
 {
 public:
-    // Connects within the limit to where a database is configured to be, and selects it; as the configured
-    // user, or as another one. Database 0 is on every server, and is that of the settings without a number.
-    // When that fails, is_open() is false and problem() says why: a line that names the endpoint and the
-    // server's own words.
+    // Connects within the limit to where a database is configured to be, or to a place, and selects it.
+    // Database 0 is on every server, and its place is that of the settings without a number. When that fails,
+    // is_open() is false and problem() says why: a line that names the endpoint and the server's own words.
     Inspection(int32_t database, std::chrono::milliseconds limit);
-    Inspection(int32_t database, std::chrono::milliseconds limit, const Credentials &credentials);
+    Inspection(const StorePlace &place, int32_t database, std::chrono::milliseconds limit);
     Inspection(Inspection &&) noexcept;
     Inspection &operator=(Inspection &&) noexcept;
     Inspection(const Inspection &) = delete;

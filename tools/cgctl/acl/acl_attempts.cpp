@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "records/databases.h"
 #include "records/record_types.h"
 #include "store/codec/names.h"
 #include "store/functions.h"
@@ -244,17 +245,24 @@ const std::vector<std::string> daemon_writes{
 const std::vector<std::string> daemon_removes{"p_libpub.app_cg_card_check_ack",
                                               "p_libpub.app_cg_card_bak_info"};
 
-AclAttempts permitted_to_daemon()
+const std::vector<std::string> daemon_watches{"p_dev.card_info", "p_dev.dp_lib_grole",
+                                              "p_libpub.app_cg_card_check_ack"};
+
+AclAttempts noting_health()
 {
-    AclAttempts attempts =
-        read_and_watched({"p_dev.card_info", "p_dev.dp_lib_grole", "p_libpub.app_cg_card_check_ack"});
-    append(attempts, reading(record_type("p_libpub.app_cg_card_bak_info")));
-    for (const std::string &type : daemon_writes) {
+    return {{"HSET", store::health_key, "system_log_dropped", "1"}, {"DEL", store::health_key}};
+}
+
+AclAttempts permitted_to_daemon(const std::set<int32_t> &databases)
+{
+    AclAttempts attempts = read_and_watched(types_in(databases, daemon_watches));
+    for (const std::string &type : types_in(databases, daemon_writes)) {
         append(attempts, writing(record_type(type), sample_key(record_type(type))));
         attempts.push_back(call(store::del_function, record_type(type), sample_key(record_type(type))));
         attempts.push_back({"SREM", store::index_key(type), sample_key(record_type(type))});
     }
-    for (const std::string &type : daemon_removes) {
+    for (const std::string &type : types_in(databases, daemon_removes)) {
+        append(attempts, reading(record_type(type)));
         append(attempts, removing(record_type(type), sample_key(record_type(type))));
     }
     append(attempts, {{"FUNCTION", "LOAD", "REPLACE", "x"},
@@ -263,17 +271,19 @@ AclAttempts permitted_to_daemon()
                       {"HGET", store::runs_key, "now"},
                       {"HSET", store::runs_key, "now", "1"},
                       {"HDEL", store::runs_key, "1"},
-                      {"HSET", store::health_key, "system_log_dropped", "1"},
-                      {"DEL", store::health_key},
                       {"FCALL", store::register_function, "3", store::data_set_key, store::runs_key,
                        store::counter_key("p_dev.card_info"), "x", "y", "z", "p_dev.card_info"}});
+    if (databases.contains(card_database)) {
+        append(attempts, noting_health());
+    }
     return attempts;
 }
 
-AclAttempts refused_to_daemon()
+AclAttempts refused_to_daemon(const std::set<int32_t> &databases)
 {
-    std::vector<std::string> touched = daemon_writes;
-    touched.insert(touched.end(), daemon_removes.begin(), daemon_removes.end());
+    std::vector<std::string> touched = types_in(databases, daemon_writes);
+    const std::vector<std::string> removed = types_in(databases, daemon_removes);
+    touched.insert(touched.end(), removed.begin(), removed.end());
     AclAttempts attempts = forging_everything_but(touched);
     for (const std::string &type : touched) {
         append(attempts, {{"SET", store::counter_key(type), "1"},
@@ -282,6 +292,9 @@ AclAttempts refused_to_daemon()
     }
     append(attempts, {{"HSET", answer_key("somebody"), "6", "0"}});
     append(attempts, server_commands());
+    if (!databases.contains(card_database)) {
+        append(attempts, noting_health());
+    }
     return attempts;
 }
 
@@ -365,7 +378,7 @@ AclAttempts permitted_attempts(const AclUser &user)
 {
     switch (user.role) {
     case AclRole::daemon:
-        return permitted_to_daemon();
+        return permitted_to_daemon(user.databases);
     case AclRole::module:
         return permitted_to_module(store::key_part(user.module));
     case AclRole::watcher:
@@ -384,7 +397,7 @@ AclAttempts refused_attempts(const AclUser &user)
 {
     switch (user.role) {
     case AclRole::daemon:
-        return refused_to_daemon();
+        return refused_to_daemon(user.databases);
     case AclRole::module:
         return refused_to_module(store::key_part(user.module));
     case AclRole::watcher:

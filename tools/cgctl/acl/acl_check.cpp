@@ -7,6 +7,10 @@
 #include "acl/acl_attempts.h"
 #include "base/failure.h"
 #include "base/text.h"
+#include "records/databases.h"
+#include "store/connection/configuration.h"
+#include "store/inspect/group.h"
+#include "store/inspect/inspection.h"
 
 namespace cg
 {
@@ -16,8 +20,35 @@ namespace
 
 using store::Inspected;
 
-constexpr const char *who_may_ask =
-    "; ask as an administrator: set VX_MOM_AUTH_FILE to the file of app_cg-admin's credentials";
+// A connection to a server as a user who may ask it about its users. Its functions throw Failure when the
+// server does not answer, or does not let the user ask.
+class AclInspector
+{
+public:
+    // `setting`: the name of the one that has the user's credentials.
+    AclInspector(const store::StorePlace &place, std::chrono::milliseconds limit, std::string setting);
+
+    std::vector<AclFinding> check(const std::vector<AclUser> &users,
+                                  const std::map<std::string, std::string> &digests);
+    // Empty when it has none, or does not say.
+    std::string users_file();
+
+private:
+    using Command = std::vector<std::string>;
+
+    Inspected ask(const Command &command);
+    std::vector<std::string> known_users();
+    void check_user(const AclUser &user, const std::map<std::string, std::string> &digests,
+                    std::vector<AclFinding> &findings);
+    void check_stranger(const std::string &name, bool has_modules, std::vector<AclFinding> &findings);
+    void check_default(std::vector<AclFinding> &findings);
+    std::string permitted_of(const std::string &user, const std::vector<Command> &commands);
+    bool is_permitted(const std::string &user, const Command &command, std::string &answer);
+
+    std::chrono::milliseconds limit_;
+    std::string setting_;
+    store::Inspection server_;
+};
 
 bool has(const Inspected &user, const std::string &list, const std::string &text)
 {
@@ -52,9 +83,9 @@ std::vector<std::string> login_problems(const Inspected &user, const std::string
     return problems;
 }
 
-} // namespace
-
-AclInspector::AclInspector(std::chrono::milliseconds limit) : limit_(limit), server_(0, limit)
+AclInspector::AclInspector(const store::StorePlace &place, std::chrono::milliseconds limit,
+                           std::string setting)
+    : limit_(limit), setting_(std::move(setting)), server_(place, 0, limit)
 {
     if (!server_.is_open()) {
         throw Failure(failed, visible(server_.problem()));
@@ -68,8 +99,9 @@ Inspected AclInspector::ask(const Command &command)
         throw Failure(failed, visible(server_.problem()));
     }
     if (answer->is_error() && answer->text.starts_with("NOPERM")) {
-        throw Failure(failed,
-                      "the store server does not report its users: " + visible(answer->text) + who_may_ask);
+        throw Failure(failed, "the store server does not report its users: " + visible(answer->text) +
+                                  "; ask as an administrator: set " + setting_ +
+                                  " to the file of app_cg-admin's credentials");
     }
     return std::move(*answer);
 }
@@ -150,6 +182,7 @@ std::vector<AclFinding> AclInspector::check(const std::vector<AclUser> &users,
 {
     std::vector<AclFinding> findings;
     const std::vector<std::string> known = known_users();
+    const bool has_modules = users.front().databases.contains(card_database);
     for (const AclUser &user : users) {
         if (user.role == AclRole::nobody) {
             check_default(findings);
@@ -163,7 +196,7 @@ std::vector<AclFinding> AclInspector::check(const std::vector<AclUser> &users,
         const bool is_expected =
             std::any_of(users.begin(), users.end(), [&](const AclUser &user) { return user.name == name; });
         if (!is_expected) {
-            check_stranger(name, findings);
+            check_stranger(name, has_modules, findings);
         }
     }
     return findings;
@@ -171,10 +204,13 @@ std::vector<AclFinding> AclInspector::check(const std::vector<AclUser> &users,
 
 // A device has users of its own, and what else they may do is its affair. But nobody may come in without a
 // password, and nobody else decides on cards.
-void AclInspector::check_stranger(const std::string &name, std::vector<AclFinding> &findings)
+void AclInspector::check_stranger(const std::string &name, bool has_modules,
+                                  std::vector<AclFinding> &findings)
 {
     if (name.starts_with(module_user_prefix)) {
-        findings.push_back({name, "exists, but no module of the folder has this name"});
+        findings.push_back(
+            {name, has_modules ? "exists, but no module of the folder has this name"
+                               : "exists, but modules have no business on a server without database 1"});
         return;
     }
     const Inspected user = ask({"ACL", "GETUSER", name});
@@ -193,6 +229,36 @@ void AclInspector::check_stranger(const std::string &name, std::vector<AclFindin
 std::string AclInspector::users_file()
 {
     return ask({"CONFIG", "GET", "aclfile"}).value_of("aclfile").text;
+}
+
+} // namespace
+
+std::vector<CheckedServer> check_servers(int32_t database, std::chrono::milliseconds limit,
+                                         const std::vector<AclUser> &users,
+                                         const std::map<std::string, std::string> &digests)
+{
+    std::string why;
+    const auto place = store::configured_place(database, why);
+    const auto servers = place ? store::servers_at(*place, limit, why) : std::nullopt;
+    if (!servers) {
+        throw Failure(failed, visible(why));
+    }
+    std::vector<CheckedServer> checked;
+    for (const store::Endpoint &server : *servers) {
+        checked.push_back({server.text, "", {}});
+        try {
+            AclInspector inspector({server, place->credentials}, limit,
+                                   store::configured_credentials(database).name);
+            checked.back().findings = inspector.check(users, digests);
+            checked.back().users_file = inspector.users_file();
+        } catch (const Failure &failure) {
+            if (checked.size() == 1) {
+                throw;
+            }
+            checked.back().findings = {{"", std::string("its users cannot be checked: ") + failure.what()}};
+        }
+    }
+    return checked;
 }
 
 } // namespace cg

@@ -6,51 +6,35 @@
 #define ACL_ACL_CHECK_H
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "acl/acl_users.h"
-#include "store/inspect/inspection.h"
 
 namespace cg
 {
 
 struct AclFinding {
-    std::string user;
+    std::string user; // empty: the server itself could not be asked
     std::string problem;
 };
 
-// A connection to the server as a user who may ask it about its users.
-class AclInspector
-{
-public:
-    // Throws Failure when the server cannot be reached or does not let the configured user ask.
-    explicit AclInspector(std::chrono::milliseconds limit);
-
-    // What is wrong with these users, the default user among them. `digests`: of the passwords by user,
-    // where they are known.
-    std::vector<AclFinding> check(const std::vector<AclUser> &users,
-                                  const std::map<std::string, std::string> &digests);
-
-    // The file that the server keeps its users in; empty when it has none, or does not say.
-    std::string users_file();
-
-private:
-    using Command = std::vector<std::string>;
-
-    store::Inspected ask(const Command &command);
-    std::vector<std::string> known_users();
-    void check_user(const AclUser &user, const std::map<std::string, std::string> &digests,
-                    std::vector<AclFinding> &findings);
-    void check_stranger(const std::string &name, std::vector<AclFinding> &findings);
-    void check_default(std::vector<AclFinding> &findings);
-    std::string permitted_of(const std::string &user, const std::vector<Command> &commands);
-    bool is_permitted(const std::string &user, const Command &command, std::string &answer);
-
-    std::chrono::milliseconds limit_;
-    store::Inspection server_;
+// One server and what is wrong with its users, the default user among them.
+struct CheckedServer {
+    std::string endpoint;
+    std::string users_file; // that it keeps its users in; empty when it has none, or does not say
+    std::vector<AclFinding> findings;
 };
+
+// Checks the users of the server that has a database; of a group each server, since a group does not share
+// its users. Asks as the user who is configured for the database. `digests`: of the passwords by user, where
+// they are known. Waits up to the limit for each answer. A replica that cannot be asked is a finding; throws
+// Failure when the server, or the group's master, cannot be reached or does not let the user ask.
+std::vector<CheckedServer> check_servers(int32_t database, std::chrono::milliseconds limit,
+                                         const std::vector<AclUser> &users,
+                                         const std::map<std::string, std::string> &digests);
 
 } // namespace cg
 

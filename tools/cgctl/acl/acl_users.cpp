@@ -7,8 +7,11 @@
 // channels, which may be all of them, so each takes that away first.
 #include "acl/acl_users.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
+#include "records/databases.h"
 #include "records/record_types.h"
 #include "store/codec/names.h"
 
@@ -89,11 +92,13 @@ AclSelector reader(const Texts &types)
     return selector;
 }
 
-AclUser daemon()
+AclUser daemon(const std::set<int32_t> &databases)
 {
-    Texts changed = written_by_daemon;
-    append(changed, removed_by_daemon);
-    AclUser user{daemon_user, AclRole::daemon, "", {reader(read_by_daemon)}};
+    const Texts written = types_in(databases, written_by_daemon);
+    const Texts removed = types_in(databases, removed_by_daemon);
+    Texts changed = written;
+    append(changed, removed);
+    AclUser user{daemon_user, AclRole::daemon, "", {reader(types_in(databases, read_by_daemon))}, databases};
     user.selectors.front().commands.emplace_back("+function|load");
 
     AclSelector calls{{"+fcall"}, each(changed, "~", records_of), {}};
@@ -104,32 +109,36 @@ AclUser daemon()
     user.selectors.push_back(std::move(calls));
     user.selectors.push_back({{"+get"}, {"%R~" + store::counter_key("*")}, {}});
     user.selectors.push_back({{"+set"}, {std::string("~") + store::data_set_key}, {}});
-    user.selectors.push_back({{"+hset", "+del"}, {std::string("~") + store::health_key}, {}});
+    if (databases.contains(card_database)) {
+        user.selectors.push_back({{"+hset", "+del"}, {std::string("~") + store::health_key}, {}});
+    }
     user.selectors.push_back({{"+hget", "+hset", "+hdel"}, {std::string("~") + store::runs_key}, {}});
 
-    user.selectors.push_back({{"+hget", "+hgetall", "+hlen", "+hset", "+hdel", "+del"},
-                              each(written_by_daemon, "~", records_of),
-                              {}});
-    user.selectors.push_back({{"+del"}, each(removed_by_daemon, "~", records_of), {}});
-    user.selectors.push_back({{"+get", "+incr"}, each(changed, "~", store::counter_key), {}});
     user.selectors.push_back(
-        {{"+sadd", "+srem", "+sismember"}, each(written_by_daemon, "~", store::index_key), {}});
-    user.selectors.push_back({{"+srem"}, each(removed_by_daemon, "~", store::index_key), {}});
-    user.selectors.push_back({subscribe_commands, {}, channels_of(watched_by_daemon)});
+        {{"+hget", "+hgetall", "+hlen", "+hset", "+hdel", "+del"}, each(written, "~", records_of), {}});
+    user.selectors.push_back({{"+del"}, each(removed, "~", records_of), {}});
+    user.selectors.push_back({{"+get", "+incr"}, each(changed, "~", store::counter_key), {}});
+    user.selectors.push_back({{"+sadd", "+srem", "+sismember"}, each(written, "~", store::index_key), {}});
+    user.selectors.push_back({{"+srem"}, each(removed, "~", store::index_key), {}});
+    user.selectors.push_back({subscribe_commands, {}, channels_of(types_in(databases, watched_by_daemon))});
     user.selectors.push_back({{"+publish"}, {}, channels_of(changed)});
+    // A right to nothing, where the types are on another server.
+    std::erase_if(user.selectors, [](const AclSelector &selector) {
+        return selector.keys.empty() && selector.channels.empty();
+    });
     return user;
 }
 
 // A module answers under its own name. It may not remove anything from the index or the counter, so it cannot
 // hide another's answer: an answer that is not in the index does not exist for readers.
-AclUser module_user(const std::string &name)
+AclUser module_user(const std::string &name, const std::set<int32_t> &databases)
 {
     const std::string part = store::key_part(name);
     const std::string &type = answers.front();
     const std::string own = records_of(type) + ":" + part;
     const std::string counter = "~" + store::counter_key(type);
     const std::string index = "~" + store::index_key(type);
-    AclUser user{module_user_prefix + part, AclRole::module, name, {reader(read_by_modules)}};
+    AclUser user{module_user_prefix + part, AclRole::module, name, {reader(read_by_modules)}, databases};
     user.selectors.push_back({{"+fcall"}, {"~" + own, counter, index}, {}});
     user.selectors.push_back(
         {{"+hget", "+hgetall", "+hlen", "+exists", "+hset", "+hdel", "+del"}, {"~" + own}, {}});
@@ -141,13 +150,13 @@ AclUser module_user(const std::string &name)
 }
 
 // By the server's own category, so that whatever it can read is shown; without what can stop it for long.
-AclUser watcher()
+AclUser watcher(const std::set<int32_t> &databases)
 {
     AclSelector all{{"+@read", "-@dangerous"}, {"%R~*"}, {"&*"}};
     append(all.commands, connection_commands);
     append(all.commands, subscribe_commands);
     append(all.commands, unsubscribe_commands);
-    return {watcher_user, AclRole::watcher, "", {all}};
+    return {watcher_user, AclRole::watcher, "", {all}, databases};
 }
 
 std::string rules(const AclSelector &selector)
@@ -163,15 +172,26 @@ std::string rules(const AclSelector &selector)
 
 } // namespace
 
-std::vector<AclUser> acl_users(const std::vector<std::string> &modules)
+std::vector<std::string> types_in(const std::set<int32_t> &databases, const std::vector<std::string> &types)
 {
-    std::vector<AclUser> users{daemon()};
-    for (const std::string &module : modules) {
-        users.push_back(module_user(module));
+    std::vector<std::string> found;
+    std::copy_if(types.begin(), types.end(), std::back_inserter(found),
+                 [&](const std::string &type) { return databases.contains(record_type(type).db); });
+    return found;
+}
+
+std::vector<AclUser> acl_users(const std::vector<std::string> &modules, const std::set<int32_t> &databases)
+{
+    std::vector<AclUser> users{daemon(databases)};
+    if (databases.contains(card_database)) {
+        for (const std::string &module : modules) {
+            users.push_back(module_user(module, databases));
+        }
     }
-    users.push_back(watcher());
-    users.push_back({administrator_user, AclRole::administrator, "", {{{"+@all"}, {"~*"}, {"&*"}}}});
-    users.push_back({default_user, AclRole::nobody, "", {{}}});
+    users.push_back(watcher(databases));
+    users.push_back(
+        {administrator_user, AclRole::administrator, "", {{{"+@all"}, {"~*"}, {"&*"}}}, databases});
+    users.push_back({default_user, AclRole::nobody, "", {{}}, databases});
     return users;
 }
 

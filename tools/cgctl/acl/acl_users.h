@@ -7,7 +7,9 @@
 #ifndef ACL_ACL_USERS_H
 #define ACL_ACL_USERS_H
 
+#include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,6 +29,7 @@ struct AclUser {
     AclRole role = AclRole::nobody;
     std::string module; // the check module's name, as the daemon knows it
     std::vector<AclSelector> selectors;
+    std::set<int32_t> databases{}; // those that the server has
 };
 
 inline constexpr const char *daemon_user = "app_cg";
@@ -35,9 +38,13 @@ inline constexpr const char *administrator_user = "app_cg-admin";
 inline constexpr const char *default_user = "default"; // of clients that did not log in
 inline constexpr const char *module_user_prefix = "module-";
 
-// Everybody who should be there: the daemon, one user per module in this order, watcher, administrator,
-// and the default user.
-std::vector<AclUser> acl_users(const std::vector<std::string> &modules);
+// Those of the record types that live in these databases.
+std::vector<std::string> types_in(const std::set<int32_t> &databases, const std::vector<std::string> &types);
+
+// Everybody who should be there on the server that has these databases: the daemon, one user per module in
+// this order, watcher, administrator, and the default user. Modules work with database 1 alone, and have no
+// users on a server without it.
+std::vector<AclUser> acl_users(const std::vector<std::string> &modules, const std::set<int32_t> &databases);
 
 // The user as a line of the server's file of users. Without a password's digest nobody can log in.
 std::string acl_line(const AclUser &user, const std::optional<std::string> &password_sha256);

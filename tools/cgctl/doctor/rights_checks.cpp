@@ -10,6 +10,8 @@
 #include "base/text.h"
 #include "base/times.h"
 #include "loop/settings.h"
+#include "records/databases.h"
+#include "records/record_types.h"
 #include "store/codec/names.h"
 
 namespace cg
@@ -130,8 +132,9 @@ Finding check_rights(Examination &examination)
     }
     const std::vector<std::string> names = asked_of(examination.modules);
     const std::set<std::string> modules(names.begin(), names.end()); // duplicates have one user
-    AclInspector server(examination.patience);
-    const std::vector<AclFinding> problems = server.check(acl_users({modules.begin(), modules.end()}), {});
+    const std::vector<CheckedServer> servers = check_servers(
+        card_database, examination.patience, acl_users({modules.begin(), modules.end()}, databases()), {});
+    const std::vector<AclFinding> &problems = servers.front().findings;
     if (problems.empty()) {
         return {Severity::ok,
                 "each user has the rights that it needs, and none of the others that were tried"};

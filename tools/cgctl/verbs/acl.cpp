@@ -25,6 +25,7 @@ struct AclOptions {
     std::string secrets;
     bool create = false;
     bool check = false;
+    std::optional<int32_t> database;
 };
 
 // The names that the daemon reads from the folder, each once.
@@ -87,9 +88,37 @@ Json user_to_json(const AclUser &user, bool is_on, const std::string &line)
             {"line", visible(line)}};
 }
 
+// Where the database of --database is, or everywhere.
+std::vector<store::ConfiguredServer> chosen_servers(const AclOptions &options)
+{
+    std::vector<store::ConfiguredServer> servers = store::configured_servers(databases());
+    std::erase_if(servers, [&](const store::ConfiguredServer &server) {
+        return options.database && !server.databases.contains(*options.database);
+    });
+    return servers;
+}
+
+// The only one that is chosen: each server has a list, and passwords, of its own.
+store::ConfiguredServer chosen_server(const AclOptions &options)
+{
+    const std::vector<store::ConfiguredServer> servers = chosen_servers(options);
+    if (servers.size() == 1) {
+        return servers.front();
+    }
+    std::string choice;
+    for (const store::ConfiguredServer &server : servers) {
+        choice += (choice.empty() ? "" : " or ") +
+                  ("--database " + std::to_string(*server.databases.begin())) + " (" +
+                  visible(server.endpoint) + ')';
+    }
+    throw Failure(wrong_usage, "the databases are on " + std::to_string(servers.size()) +
+                                   " servers, each with users and passwords of its own: give " + choice);
+}
+
 int print_users(const Session &session, const AclOptions &options)
 {
-    const std::vector<AclUser> users = acl_users(module_names(session, options.modules));
+    const std::vector<AclUser> users =
+        acl_users(module_names(session, options.modules), chosen_server(options).databases);
     const Digests digests = read_digests(session, options, users);
     if (digests.empty()) {
         session.notice("without --secrets FOLDER no passwords are known, so every user is switched off; "
@@ -114,14 +143,18 @@ int print_users(const Session &session, const AclOptions &options)
 
 // What to do, whatever was found: the list as it should be, in the server's place for it. By way of another
 // file: a command that fails must not leave an empty list, which is one user who may do everything.
-std::string fix(const AclOptions &options, const std::string &users_file)
+std::string fix(const AclOptions &options, const store::ConfiguredServer &server,
+                const std::string &users_file)
 {
+    const std::string database = server.databases == databases()
+                                     ? std::string()
+                                     : " --database " + std::to_string(*server.databases.begin());
     const std::string modules = options.modules == default_module_folder
                                     ? std::string()
                                     : " --modules " + shell_word(options.modules);
     const std::string secrets = options.secrets.empty() ? std::string("FOLDER") : shell_word(options.secrets);
     const std::string print =
-        "cgctl acl" + modules + " --secrets " + secrets + " --create > users.acl && cp users.acl ";
+        "cgctl acl" + database + modules + " --secrets " + secrets + " --create > users.acl && cp users.acl ";
     const std::string others = " (with users of your own added again)";
     if (users_file.empty()) {
         return "`" + print + "/etc/redis/users.acl`" + others + ", `aclfile /etc/redis/users.acl` in the " +
@@ -130,30 +163,62 @@ std::string fix(const AclOptions &options, const std::string &users_file)
     return "`" + print + shell_word(users_file) + "`" + others + ", and `ACL LOAD` on the server";
 }
 
+// The servers of one endpoint, checked; one that does not answer is a finding when it is one of several.
+std::vector<CheckedServer> check_one(const Session &session, const AclOptions &options,
+                                     const std::vector<std::string> &modules,
+                                     const store::ConfiguredServer &server, bool is_only)
+{
+    const std::vector<AclUser> users = acl_users(modules, server.databases);
+    const Digests digests = read_digests(session, options, users);
+    try {
+        return check_servers(*server.databases.begin(), store::configured_deadline(), users, digests);
+    } catch (const Failure &failure) {
+        if (is_only) {
+            throw;
+        }
+        return {{server.endpoint, "", {{"", std::string("its users cannot be checked: ") + failure.what()}}}};
+    }
+}
+
+// One finding for people: with the server where there are several.
+std::string finding_line(const std::string &endpoint, const AclFinding &finding, bool is_only)
+{
+    const std::string at = is_only ? std::string() : " at " + endpoint;
+    return visible(finding.user.empty() ? "the server" + at : finding.user + at) + ": " + finding.problem;
+}
+
 int check_users(const Session &session, const AclOptions &options)
 {
     if (const std::string problem = store::configuration_problem(databases()); !problem.empty()) {
         throw Failure(wrong_usage, visible(problem));
     }
-    const std::vector<AclUser> users = acl_users(module_names(session, options.modules));
-    const Digests digests = read_digests(session, options, users);
-    AclInspector server(store::configured_deadline());
-    const std::vector<AclFinding> findings = server.check(users, digests);
-    const std::string what_to_do = findings.empty() ? "" : fix(options, server.users_file());
+    const std::vector<store::ConfiguredServer> servers =
+        options.secrets.empty() ? chosen_servers(options) : std::vector{chosen_server(options)};
+    const std::vector<std::string> modules = module_names(session, options.modules);
     Json shown = Json::array();
-    for (const AclFinding &finding : findings) {
-        if (session.json) {
-            shown.push_back({{"user", visible(finding.user)},
-                             {"problem", finding.problem},
-                             {"fix", visible(what_to_do)}});
-        } else {
-            session.line(visible(finding.user) + ": " + finding.problem + "; " + visible(what_to_do));
+    for (const store::ConfiguredServer &server : servers) {
+        const std::vector<CheckedServer> checked =
+            check_one(session, options, modules, server, servers.size() == 1);
+        const bool is_only = servers.size() == 1 && checked.size() == 1;
+        for (const CheckedServer &one : checked) {
+            for (const AclFinding &finding : one.findings) {
+                const std::string what_to_do =
+                    finding.user.empty() ? "start it, or correct the settings of the store, and check again"
+                                         : fix(options, server, one.users_file);
+                if (!session.json) {
+                    session.line(finding_line(one.endpoint, finding, is_only) + "; " + visible(what_to_do));
+                }
+                shown.push_back({{"server", visible(one.endpoint)},
+                                 {"user", finding.user.empty() ? Json(nullptr) : Json(visible(finding.user))},
+                                 {"problem", finding.problem},
+                                 {"fix", visible(what_to_do)}});
+            }
         }
     }
     if (session.json) {
-        session.line(dump(Json{{"version", 2}, {"ok", findings.empty()}, {"findings", shown}}));
+        session.line(dump(Json{{"version", 2}, {"ok", shown.empty()}, {"findings", shown}}));
     }
-    return findings.empty() ? done : failed;
+    return shown.empty() ? done : failed;
 }
 
 int run_acl(const Session &session, const AclOptions &options)
@@ -172,7 +237,8 @@ void add_acl(CLI::App &app, Session &session)
     CLI::App *verb = add_verb(
         app, session, "acl", "Print the store server's users, or check those it has",
         "  cgctl acl --secrets /etc/app_cg/secrets --create > users.acl && cp users.acl /etc/redis/\n"
-        "  cgctl acl --check");
+        "  cgctl acl --check\n"
+        "  cgctl acl --database 28 --secrets /etc/app_cg/secrets/group --create > group.acl");
     auto options = std::make_shared<AclOptions>();
     verb->add_option("--modules", options->modules,
                      std::string("The folder that names the check modules (default ") +
@@ -182,6 +248,10 @@ void add_acl(CLI::App &app, Session &session)
                      "The folder with a file of credentials for each user, named like the user")
         ->type_name("FOLDER");
     verb->add_flag("--create", options->create, "Make the missing files, with passwords drawn at random");
+    verb->add_option("--database", options->database,
+                     "Only the server that has this database, for all that it has")
+        ->check(CLI::IsMember(databases()))
+        ->type_name("N");
     verb->add_flag("--check", options->check,
                    "Try on the running server what each user must and must not be able to do");
     set_action(*verb, session, options, run_acl);

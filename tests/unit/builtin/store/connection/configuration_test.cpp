@@ -56,6 +56,24 @@ TEST(Configuration, DatabasesWithOneEndpointAreOnOneServer)
     EXPECT_NE(place(1), place(33));
 }
 
+TEST(Configuration, ServersAreInTheOrderOfTheirLowestDatabases)
+{
+    const auto servers = [] {
+        std::vector<std::pair<std::string, std::set<int32_t>>> found;
+        for (const store::ConfiguredServer &server : store::configured_servers({1, 28, 33})) {
+            found.emplace_back(server.endpoint, server.databases);
+        }
+        return found;
+    };
+    using Servers = decltype(servers());
+    const ScopedSetting all("VX_MOM_ENDPOINT", "nonsense");
+    EXPECT_EQ(servers(), (Servers{{"nonsense", {1, 28, 33}}})) << "what is wrong with it is another matter";
+    const ScopedSetting user("VX_MOM_AUTH_FILE_33", "/nonexistent/auth");
+    EXPECT_EQ(servers().size(), 1U) << "whoever goes there, it is one server";
+    const ScopedSetting other("VX_MOM_ENDPOINT_28", "unix:/other");
+    EXPECT_EQ(servers(), (Servers{{"nonsense", {1, 33}}, {"unix:/other", {28}}}));
+}
+
 TEST(Configuration, AnotherUserIsAnotherPlace)
 {
     const cg::Folder folder;

@@ -125,7 +125,13 @@ void AclTest::become(const std::string &user) const
 
 store::Inspection AclTest::connect(const std::string &user, int database) const
 {
-    return {database, limit, credentials_in(secrets() + '/' + user)};
+    std::string why;
+    auto place = store::configured_place(database, why);
+    if (!place) {
+        throw std::runtime_error(why);
+    }
+    place->credentials = credentials_in(secrets() + '/' + user);
+    return {*place, database, limit};
 }
 
 std::string AclTest::run_as(const std::string &user, int database, const Command &command) const

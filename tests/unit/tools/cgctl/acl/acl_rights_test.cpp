@@ -252,10 +252,10 @@ TEST_F(WhoDoesNotLogIn, CanDoNothing)
 {
     start_used();
     const std::string before = state();
-    store::Inspection nobody(1, std::chrono::seconds(20), store::Credentials{});
+    unsetenv("VX_MOM_AUTH_FILE");
+    store::Inspection nobody(1, std::chrono::seconds(20));
     EXPECT_FALSE(nobody.is_open());
     EXPECT_THAT(nobody.problem(), HasSubstr("NOAUTH"));
-    unsetenv("VX_MOM_AUTH_FILE");
     EXPECT_EQ(run_cgctl({"list"}).status, 1);
     EXPECT_EQ(state(), before);
 }

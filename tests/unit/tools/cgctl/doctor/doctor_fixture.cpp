@@ -15,7 +15,7 @@
 #include "command_line/named_record.h"
 #include "modules/module_folder.h"
 #include "ssat.h"
-#include "store/connection/endpoint.h"
+#include "store/connection/configuration.h"
 #include "vx_mom.h"
 #include "vx_thread.h"
 
@@ -177,10 +177,10 @@ void DoctorTest::start_daemon(const DaemonParts &parts)
 void DoctorTest::connect_module(const std::string &name)
 {
     std::string why;
-    const auto credentials = store::read_credentials(folder_.path("secrets/module-" + name), why);
-    ASSERT_TRUE(credentials) << why;
-    const auto client =
-        module_clients_.insert_or_assign(name, store::Inspection(1, limit, *credentials)).first;
+    const auto place =
+        store::place_of(store::configured_endpoint(1).value, folder_.path("secrets/module-" + name), why);
+    ASSERT_TRUE(place) << why;
+    const auto client = module_clients_.insert_or_assign(name, store::Inspection(*place, 1, limit)).first;
     ASSERT_TRUE(client->second.is_open()) << client->second.problem();
 }
 
