@@ -32,11 +32,20 @@ class AccessLists:
         """The file of a user's credentials at the server that has a database."""
         return self._rig.view.store / _FOLDERS[number] / user
 
-    def administrator(self, number):
-        """A connection to a database as its server's administrator."""
-        lines = dict(line.split(" ", 1) for line in self.file(number, ADMINISTRATOR).read_text().splitlines())
+    def connect(self, number, user):
+        """A connection to a database as one of its server's users."""
+        lines = dict(line.split(" ", 1) for line in self.file(number, user).read_text().splitlines())
         return redis.Redis(unix_socket_path=str(self._rig.server(number).socket_path), db=number,
                            username=lines["user"], password=lines["password"], decode_responses=True)
+
+    def administrator(self, number):
+        """A connection to a database as its server's administrator."""
+        return self.connect(number, ADMINISTRATOR)
+
+    def give_again(self, number):
+        """Gives a server that was restarted, and so forgot its users, the same list."""
+        self._give(number, self._rig.view.store / _FOLDERS[number])
+        self.administrator(number).execute_command("ACL", "SETUSER", "default", "off")
 
     def of_daemon(self):
         """The settings that make a daemon its user at each server."""

@@ -256,10 +256,8 @@ std::string MasterSearch::problem() const
     return text;
 }
 
-std::optional<Master> find_master(const Endpoint &endpoint, const Credentials &credentials,
-                                  Clock::time_point deadline, std::string &problem)
+std::optional<std::string> run_search(MasterSearch &search, Clock::time_point deadline)
 {
-    MasterSearch search(endpoint, credentials);
     while (!search.advance()) {
         const Clock::time_point now = Clock::now();
         if (now >= deadline) {
@@ -271,9 +269,19 @@ std::optional<Master> find_master(const Endpoint &endpoint, const Credentials &c
         // One millisecond more: what is left was rounded down.
         const auto limit_ms = std::clamp<int64_t>(left.count() + 1, 0, 60000);
         if (poll(watched.data(), watched.size(), static_cast<int>(limit_ms)) < 0 && errno != EINTR) {
-            problem = std::string("poll: ") + std::strerror(errno);
-            return std::nullopt;
+            return std::string("poll: ") + std::strerror(errno);
         }
+    }
+    return std::nullopt;
+}
+
+std::optional<Master> find_master(const Endpoint &endpoint, const Credentials &credentials,
+                                  Clock::time_point deadline, std::string &problem)
+{
+    MasterSearch search(endpoint, credentials);
+    if (const auto why = run_search(search, deadline)) {
+        problem = *why;
+        return std::nullopt;
     }
     std::optional<Master> master = search.found();
     if (!master) {

@@ -56,7 +56,10 @@ private:
     bool over_ = false;
 };
 
-// Searches until the search is over or the deadline. Returns nothing, and says in `problem` what each
+// Drives a search until it is over or the deadline. Returns the reason when it cannot be driven.
+std::optional<std::string> run_search(MasterSearch &search, Clock::time_point deadline);
+
+// Searches so. Returns nothing, and says in `problem` what each
 // sentinel said, when no master was found.
 std::optional<Master> find_master(const Endpoint &endpoint, const Credentials &credentials,
                                   Clock::time_point deadline, std::string &problem);

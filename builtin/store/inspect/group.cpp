@@ -13,15 +13,6 @@ namespace store
 namespace
 {
 
-Endpoint endpoint_of(const HostPort &place)
-{
-    Endpoint endpoint;
-    endpoint.text = "tcp:" + place_text(place);
-    endpoint.host = place.host;
-    endpoint.port = place.port;
-    return endpoint;
-}
-
 // Reads "ip=127.0.0.1,port=6380,state=online,offset=14,lag=0".
 Replica replica_of(const std::string &description)
 {
@@ -44,6 +35,15 @@ Replica replica_of(const std::string &description)
 
 } // namespace
 
+Endpoint endpoint_at(const HostPort &place)
+{
+    Endpoint endpoint;
+    endpoint.text = "tcp:" + place_text(place);
+    endpoint.host = place.host;
+    endpoint.port = place.port;
+    return endpoint;
+}
+
 std::vector<Replica> replicas_in(const std::string &info)
 {
     std::vector<Replica> replicas;
@@ -59,6 +59,27 @@ std::vector<Replica> replicas_in(const std::string &info)
     return replicas;
 }
 
+std::vector<SentinelReport> ask_sentinels(const StorePlace &group, std::chrono::milliseconds limit)
+{
+    std::vector<MasterSearch> searches;
+    for (const HostPort &place : group.endpoint.sentinels) {
+        Endpoint alone = group.endpoint;
+        alone.sentinels = {place};
+        searches.emplace_back(alone, group.credentials);
+    }
+    const Clock::time_point deadline = Clock::now() + limit;
+    std::vector<SentinelReport> reports;
+    for (std::size_t i = 0; i < searches.size(); i++) {
+        (void)run_search(searches[i], deadline);
+        const auto master = searches[i].found();
+        reports.push_back(
+            {group.endpoint.sentinels[i],
+             master ? std::optional(HostPort{master->place.host, master->place.port}) : std::nullopt,
+             searches[i].problem()});
+    }
+    return reports;
+}
+
 std::optional<std::vector<Endpoint>> servers_at(const StorePlace &place, std::chrono::milliseconds limit,
                                                 std::string &why)
 {
@@ -70,7 +91,7 @@ std::optional<std::vector<Endpoint>> servers_at(const StorePlace &place, std::ch
         why = place.endpoint.text + ": " + why;
         return std::nullopt;
     }
-    std::vector<Endpoint> servers{endpoint_of({master->place.host, master->place.port})};
+    std::vector<Endpoint> servers{endpoint_at({master->place.host, master->place.port})};
     Inspection inspection({servers.front(), place.credentials}, 0, limit);
     const auto info = inspection.ask({"INFO", "replication"}, limit);
     if (!info || info->is_error()) {
@@ -78,7 +99,7 @@ std::optional<std::vector<Endpoint>> servers_at(const StorePlace &place, std::ch
         return std::nullopt;
     }
     for (const Replica &replica : replicas_in(info->text)) {
-        servers.push_back(endpoint_of(replica.place));
+        servers.push_back(endpoint_at(replica.place));
     }
     return servers;
 }

@@ -17,6 +17,7 @@
 #include "cards/cards.h"
 #include "modules/contract.h"
 #include "p_libpub.pb-c.h"
+#include "records/databases.h"
 #include "records/position_key.h"
 #include "records/record_types.h"
 #include "store/codec/names.h"
@@ -31,10 +32,16 @@ constexpr int moment_ms = 1000;
 constexpr std::chrono::seconds longest_check = check_timeout + std::chrono::seconds{10}; // to act on it
 constexpr const char *restart = "`systemctl restart app_cg`: it checks every card again";
 
+// By what database 1 has: the others may be on a server that is away.
 std::set<std::string> cards_left_alone(Examination &examination)
 {
+    StoredRecords records;
+    for (const RecordType &type : record_types()) {
+        records[type.descriptor] = type.db == card_database ? examination.store().scan(*type.descriptor)
+                                                            : std::vector<store::Record>{};
+    }
     std::set<std::string> found;
-    for (const auto &[position, card] : cards_in(read_records(examination.store()))) {
+    for (const auto &[position, card] : cards_in(records)) {
         const bool is_checked = card.facts.node_type != P_DEV__DM_NODE_TYPE_E__DM_TYPE_MB;
         if (card.facts.online && is_checked && card.verdict() == std::string_view("none")) {
             found.insert(position.text());
@@ -116,15 +123,16 @@ Finding check_open_checks(Examination &examination)
 {
     const int32_t database = home_of(p_libpub__app_cg_card_check_info__descriptor);
     const std::string type = p_libpub__app_cg_card_check_info__descriptor.name;
-    const store::Inspected requests = examination.ask({"SMEMBERS", store::index_key(type)}, database);
+    const store::Inspected requests = examination.host().ask({"SMEMBERS", store::index_key(type)}, database);
     if (requests.is_error()) {
-        return refused(requests, '`' + examination.redis_cli("DEL " + store::index_key(type), database) +
+        return refused(requests, '`' +
+                                     examination.host().redis_cli("DEL " + store::index_key(type), database) +
                                      "`, then " + restart);
     }
     const std::string longest = seconds_text(longest_check);
     std::vector<std::string> open;
     for (const store::Inspected &request : requests.items) {
-        const store::Inspected age = examination.ask({"OBJECT", "IDLETIME", request.text}, database);
+        const store::Inspected age = examination.host().ask({"OBJECT", "IDLETIME", request.text}, database);
         if (age.is_error()) {
             return refused(age, "see the server's log");
         }
@@ -142,23 +150,26 @@ Finding check_open_checks(Examination &examination)
     return {Severity::ok, "none is open for more than " + longest};
 }
 
-Finding check_records(Examination &examination)
+Finding check_records(ExaminedServer &server)
 {
     for (const RecordType &type : record_types()) {
-        if (type.db >= 0) {
-            (void)examination.store().scan(*type.descriptor);
+        if (server.databases.contains(type.db)) {
+            (void)server.whole.store().scan(*type.descriptor);
         }
     }
-    const std::set<std::string> &keys = examination.store().left_out();
+    std::vector<std::string> keys;
+    std::vector<std::string> fixes;
+    for (const std::string &key : server.whole.store().left_out()) {
+        const RecordType *type = type_of(key);
+        if (type != nullptr && server.databases.contains(type->db)) {
+            keys.push_back(key);
+            fixes.push_back('`' + server.redis_cli("DEL " + shell_word(key), type->db) + '`');
+        }
+    }
     if (keys.empty()) {
         return {Severity::ok, "every record decodes"};
     }
-    std::vector<std::string> fixes;
-    for (const std::string &key : keys) {
-        const RecordType *type = type_of(key);
-        fixes.push_back('`' + examination.redis_cli("DEL " + shell_word(key), type ? type->db : 0) + '`');
-    }
-    return {Severity::fail, "the daemon cannot read " + listed({keys.begin(), keys.end()}),
+    return {Severity::fail, "the daemon cannot read " + listed(keys),
             "their writers have to write them again; these commands remove them: " + listed(fixes)};
 }
 

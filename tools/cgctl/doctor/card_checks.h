@@ -13,7 +13,7 @@ namespace cg
 Finding check_open_checks(Examination &examination);
 
 // Every record decodes.
-Finding check_records(Examination &examination);
+Finding check_records(ExaminedServer &server);
 
 // Each online card has a request or a verdict.
 Finding check_cards(Examination &examination);

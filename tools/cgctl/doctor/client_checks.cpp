@@ -6,8 +6,8 @@
 #include "doctor/client_checks.h"
 
 #include <random>
+#include <set>
 
-#include "records/record_types.h"
 #include "store/codec/names.h"
 #include "store/functions.h"
 
@@ -20,11 +20,6 @@ namespace
 constexpr const char *canary_type = "@canary";
 constexpr const char *canary_field = "6";
 
-std::string databases_text(const std::vector<std::string> &numbers)
-{
-    return (numbers.size() == 1 ? "database " : "databases ") + listed(numbers);
-}
-
 std::string random_word()
 {
     std::random_device random;
@@ -32,14 +27,13 @@ std::string random_word()
 }
 
 // What is wrong with the registration of one database's data; empty when nothing is.
-std::string registration_problem(const Examination &examination, const store::Inspected &set,
+std::string registration_problem(const ExaminedServer &server, const store::Inspected &set,
                                  const store::Inspected &runs)
 {
     if (set.text.empty()) {
         return "the data has no identity";
     }
-    const std::string run =
-        examination.server_info("run_id") + ':' + examination.server_info("master_replid");
+    const std::string run = server.info_line("run_id") + ':' + server.info_line("master_replid");
     const std::string present = runs.value_of(runs.value_of("now").text).text;
     if (present.substr(0, present.find(' ')) != run) {
         return "the server's present run is not registered";
@@ -58,10 +52,10 @@ std::string item(const std::string &text)
 class Canary
 {
 public:
-    Canary(Examination &examination, int32_t database)
-        : examination_(examination), database_(database), word_(random_word()),
+    Canary(ExaminedServer &server, int32_t database)
+        : server_(server), database_(database), word_(random_word()),
           key_(std::string(canary_type) + ':' + word_), channel_(store::channel_prefix(database) + key_),
-          listener_(database, examination.patience)
+          listener_(database, server.whole.patience)
     {
     }
     // Sends it and removes it.
@@ -72,7 +66,7 @@ private:
     Finding write_and_wait();
     Finding remove();
 
-    Examination &examination_;
+    ExaminedServer &server_;
     int32_t database_;
     std::string word_;
     std::string key_;
@@ -93,7 +87,7 @@ Finding Canary::fly()
 
 Finding Canary::listen()
 {
-    const auto reply = listener_.ask({"SUBSCRIBE", channel_}, examination_.patience);
+    const auto reply = listener_.ask({"SUBSCRIBE", channel_}, server_.whole.patience);
     if (!reply) {
         return {Severity::fail, "a second connection cannot subscribe: " + listener_.problem(),
                 "see the server's log; `maxclients` may be too small"};
@@ -103,7 +97,7 @@ Finding Canary::listen()
 
 Finding Canary::write_and_wait()
 {
-    const store::Inspected written = examination_.ask(
+    const store::Inspected written = server_.ask(
         {"FCALL", store::set_function, "3", key_, store::counter_key(canary_type),
          store::index_key(canary_type), store::channel_prefix(database_), "", canary_field, word_},
         database_);
@@ -113,16 +107,17 @@ Finding Canary::write_and_wait()
     }
     const std::string expected =
         item(written.text) + item("4") + item("1") + item(canary_field) + item(word_);
-    const auto message = listener_.next(examination_.patience);
+    const auto message = listener_.next(server_.whole.patience);
     if (!message) {
         return {Severity::fail, "a change is published, but does not arrive at its subscriber",
-                "point VX_MOM_ENDPOINT at the server itself: no balancer over several servers, and nothing "
-                "in between that drops what is pushed"};
+                "point " + server_.endpoint_settings() +
+                    " at the server itself: no balancer over several servers, and nothing "
+                    "in between that drops what is pushed"};
     }
     if (message->items.size() != 3 || message->items[1].text != channel_ ||
         message->items[2].text != expected) {
         return {Severity::fail, "what arrives at a subscriber is not what was written",
-                "point VX_MOM_ENDPOINT at the server itself, with nothing in between"};
+                "point " + server_.endpoint_settings() + " at the server itself, with nothing in between"};
     }
     return {};
 }
@@ -133,26 +128,26 @@ Finding Canary::remove()
     std::vector<std::string> command{"DEL", key_, store::counter_key(canary_type),
                                      store::index_key(canary_type)};
     for (const store::Inspected &member :
-         examination_.ask({"SMEMBERS", store::index_key(canary_type)}, database_).items) {
+         server_.ask({"SMEMBERS", store::index_key(canary_type)}, database_).items) {
         command.push_back(member.text);
     }
-    const store::Inspected removed = examination_.ask(command, database_);
+    const store::Inspected removed = server_.ask(command, database_);
     if (removed.is_error()) {
         const std::string by_hand = "DEL " + key_ + ' ' + command[2] + ' ' + command[3];
         return {Severity::fail, "the canary cannot be removed: " + removed.text,
-                '`' + examination_.redis_cli(by_hand, database_) + '`'};
+                '`' + server_.redis_cli(by_hand, database_) + '`'};
     }
     return {};
 }
 
 } // namespace
 
-Finding check_functions(Examination &examination)
+Finding check_functions(ExaminedServer &server)
 {
     const std::string fix =
-        "`cgctl doctor --functions | " + examination.redis_cli("-x FUNCTION LOAD REPLACE") + '`';
+        "`cgctl doctor --functions | " + server.redis_cli("-x FUNCTION LOAD REPLACE") + '`';
     const store::Inspected reply =
-        examination.ask({"FUNCTION", "LIST", "LIBRARYNAME", store::library_name, "WITHCODE"});
+        server.ask({"FUNCTION", "LIST", "LIBRARYNAME", store::library_name, "WITHCODE"});
     if (reply.is_error()) {
         return refused(reply, fix);
     }
@@ -169,39 +164,40 @@ Finding check_functions(Examination &examination)
     return {Severity::ok, found};
 }
 
-Finding check_data_set(Examination &examination)
+Finding check_data_set(ExaminedServer &server)
 {
-    std::vector<std::string> wrong;
+    std::set<int32_t> wrong;
     std::string problem;
-    for (const int32_t database : databases()) {
-        const store::Inspected set = examination.ask({"GET", store::data_set_key}, database);
-        const store::Inspected runs = examination.ask({"HGETALL", store::runs_key}, database);
+    for (const int32_t database : server.databases) {
+        const store::Inspected set = server.ask({"GET", store::data_set_key}, database);
+        const store::Inspected runs = server.ask({"HGETALL", store::runs_key}, database);
         for (const store::Inspected *reply : {&set, &runs}) {
             if (reply->is_error()) {
                 const std::string keys = std::string(store::data_set_key) + ' ' + store::runs_key;
-                return refused(*reply, '`' + examination.redis_cli("DEL " + keys, database) + "`, then " +
-                                           examination.cgctl("list"));
+                return refused(*reply, '`' + server.redis_cli("DEL " + keys, database) + "`, then " +
+                                           server.whole.cgctl("list"));
             }
         }
-        const std::string here = registration_problem(examination, set, runs);
+        const std::string here = registration_problem(server, set, runs);
         if (!here.empty()) {
-            wrong.push_back(std::to_string(database));
+            wrong.insert(database);
             problem = here;
         }
     }
     if (!wrong.empty()) {
         return {Severity::fail, databases_text(wrong) + ": " + problem,
-                examination.cgctl("list") + " as a user who may register it: the daemon or an administrator"};
+                server.whole.cgctl("list") +
+                    " as a user who may register it: the daemon or an administrator"};
     }
     return {Severity::ok, "the server's present run is registered in each database"};
 }
 
-Finding check_notifications(Examination &examination)
+Finding check_notifications(ExaminedServer &server)
 {
-    for (const int32_t database : databases()) {
-        Finding finding = Canary(examination, database).fly();
+    for (const int32_t database : server.databases) {
+        Finding finding = Canary(server, database).fly();
         if (finding.severity != Severity::ok) {
-            finding.found = databases_text({std::to_string(database)}) + ": " + finding.found;
+            finding.found = databases_text({database}) + ": " + finding.found;
             return finding;
         }
     }

@@ -10,13 +10,13 @@ namespace cg
 {
 
 // The functions are there, and of this version.
-Finding check_functions(Examination &examination);
+Finding check_functions(ExaminedServer &server);
 
 // Each database has an identity, and the present run is registered in it.
-Finding check_data_set(Examination &examination);
+Finding check_data_set(ExaminedServer &server);
 
 // A canary arrives at a subscriber, in each database.
-Finding check_notifications(Examination &examination);
+Finding check_notifications(ExaminedServer &server);
 
 } // namespace cg
 

@@ -2,6 +2,7 @@
 #include "doctor/daemon_checks.h"
 
 #include <algorithm>
+#include <iterator>
 #include <set>
 
 #include "base/failure.h"
@@ -9,9 +10,11 @@
 #include "daemon/daemon_view.h"
 #include "history/reader.h"
 #include "p_dev.pb-c.h"
+#include "records/databases.h"
 #include "records/record_text.h"
 #include "records/record_types.h"
 #include "shell/client.h"
+#include "store/codec/names.h"
 
 namespace cg
 {
@@ -39,11 +42,58 @@ Finding no_answer(const ssat::Error &error)
     }
 }
 
+// A server without which the daemon does not start, and which cannot be used; null when there is none.
+const ExaminedServer *missed_at_start(Examination &examination)
+{
+    for (const int32_t database : {card_database, device_database}) {
+        if (const ExaminedServer &server = examination.server_of(database); !server.is_usable) {
+            return &server;
+        }
+    }
+    return nullptr;
+}
+
 std::string module_list(const std::set<std::string> &names)
 {
     std::vector<std::string> quoted;
     std::transform(names.begin(), names.end(), std::back_inserter(quoted), in_quotes);
     return quoted.empty() ? "none" : listed(quoted);
+}
+
+std::string same_endpoint(const std::set<int32_t> &databases)
+{
+    return "set the same " + setting_names(databases, store::configured_endpoint) +
+           " for both (/etc/app_cg/platform.conf), then " + restart;
+}
+
+// The databases on other servers than the host's. A group's list of clients does not say whose they are, so
+// the daemon's own word counts. It is the group's fault, and no other, while that does not answer.
+Finding connections_elsewhere(Examination &examination)
+{
+    std::set<int32_t> missing;
+    for (ExaminedServer &server : examination.servers) {
+        for (const int32_t database : server.databases) {
+            if (&server != &examination.host() && server.is_usable) {
+                const std::string field = "away_" + std::to_string(database);
+                const store::Inspected away =
+                    examination.host().ask({"HGET", store::health_key, field}, card_database);
+                if (away.is_error()) {
+                    return refused(away, "see the server's log");
+                }
+                if (away.text == "1") {
+                    missing.insert(database);
+                }
+            }
+        }
+    }
+    if (missing.empty()) {
+        return {Severity::ok, "connected to each database, and listening"};
+    }
+    return {Severity::fail,
+            "the daemon does not reach " + databases_text(missing) + " at " +
+                examination.server_of(*missing.begin()).endpoint + ", which answers here",
+            "see in its log why (`journalctl -u app_cg`); its file of credentials (" +
+                setting_names(missing, store::configured_credentials) + ") has to be that of its user there"};
 }
 
 } // namespace
@@ -81,6 +131,13 @@ Finding check_daemon(Examination &examination)
             examination.daemon_modules = modules_in(reply.output);
         }
     } catch (const ssat::Error &error) {
+        if (const ExaminedServer *server = missed_at_start(examination);
+            server != nullptr && error.failure() == ssat::Failure::nobody_there) {
+            Finding finding{Severity::skipped, "no daemon: it does not start while the store at " +
+                                                   server->endpoint + " cannot be used"};
+            finding.is_missing = true;
+            return finding;
+        }
         return no_answer(error);
     }
     return {Severity::ok, "it answers at " + socket};
@@ -88,28 +145,34 @@ Finding check_daemon(Examination &examination)
 
 Finding check_daemon_connections(Examination &examination)
 {
-    std::set<int64_t> connected;
+    ExaminedServer &host = examination.host();
+    std::set<int32_t> connected;
     int64_t channels = 0;
     int64_t patterns = 0;
-    for (const ClientLine &client : examination.clients()) {
+    for (const ClientLine &client : host.clients()) {
         if (client.name == daemon_name) {
-            connected.insert(client.db);
-            const bool is_host = client.db == home_of(p_dev__card_info__descriptor);
-            channels += is_host ? client.channels : 0;
-            patterns += is_host ? client.patterns : 0;
+            connected.insert(static_cast<int32_t>(client.db));
+            channels += client.db == card_database ? client.channels : 0;
+            patterns += client.db == card_database ? client.patterns : 0;
         }
     }
-    std::vector<std::string> missing;
     for (const int32_t database : databases()) {
-        if (!connected.contains(database)) {
-            missing.push_back(std::to_string(database));
+        const ExaminedServer &server = examination.server_of(database);
+        const std::string number = std::to_string(database);
+        if (&server != &host && connected.contains(database)) {
+            return {Severity::fail,
+                    "the daemon uses database " + number + " of the store at " + host.endpoint +
+                        ", this command that at " + server.endpoint,
+                    same_endpoint({database})};
         }
     }
+    std::set<int32_t> missing;
+    std::set_difference(host.databases.begin(), host.databases.end(), connected.begin(), connected.end(),
+                        std::inserter(missing, missing.end()));
     if (!missing.empty()) {
         return {Severity::fail,
-                "the daemon is not connected to database " + listed(missing) + " of this store",
-                "set the same VX_MOM_ENDPOINT for both (/etc/app_cg/platform.conf), then " +
-                    std::string(restart)};
+                "the daemon is not connected to " + databases_text(missing) + " of this store",
+                same_endpoint(missing)};
     }
     // The role's own channel, the cards' pattern, and the answers' once there are modules.
     const bool expects_answers = examination.daemon_modules && !examination.daemon_modules->empty();
@@ -117,7 +180,7 @@ Finding check_daemon_connections(Examination &examination)
         return {Severity::fail, "the daemon is connected, but has not subscribed to all that it acts on",
                 restart};
     }
-    return {Severity::ok, "connected to each database, and listening"};
+    return connections_elsewhere(examination);
 }
 
 Finding check_daemon_modules(Examination &examination)

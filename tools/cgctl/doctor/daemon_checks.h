@@ -12,10 +12,11 @@ namespace cg
 // The device has a role.
 Finding check_role(Examination &examination);
 
-// The debug shell answers. Keeps the modules that the daemon registered.
+// The debug shell answers. A daemon that cannot be there, for want of a server, is no fault of its own. Keeps
+// the modules that the daemon registered.
 Finding check_daemon(Examination &examination);
 
-// The daemon is connected and has subscribed.
+// The daemon is connected to each database whose server answers, and has subscribed.
 Finding check_daemon_connections(Examination &examination);
 
 // It asks the modules of the folder.

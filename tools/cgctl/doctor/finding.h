@@ -2,9 +2,12 @@
 #ifndef DOCTOR_FINDING_H
 #define DOCTOR_FINDING_H
 
+#include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "loop/settings.h"
 #include "store/inspect/inspection.h"
 
 namespace cg
@@ -19,6 +22,12 @@ struct Finding {
     std::string found{};
     std::string fix{};   // what to do about it, commands in backticks; empty when there is nothing to do
     std::string check{}; // which check it is of, for programs: stable
+    // Of a check of one of several servers: its endpoint, and the databases that it has.
+    std::string server{};
+    std::set<int32_t> databases{};
+
+    // Skipped, because what it is about is not there: nothing can rest on it.
+    bool is_missing = false;
 
     [[nodiscard]] bool is_well() const { return fix.empty() && severity != Severity::fail; }
 };
@@ -32,6 +41,13 @@ Finding refused(const store::Inspected &error, const std::string &fix);
 
 // "a, b, c", or "a, b, c and 4 more" when there are more than a reader wants to see.
 std::string listed(const std::vector<std::string> &texts);
+
+// "database 1", or "databases 28 and 33".
+std::string databases_text(const std::set<int32_t> &databases);
+
+// The names of the settings that count for these databases, each once: "A", "A and B".
+std::string setting_names(const std::set<int32_t> &databases,
+                          platform::Setting (*setting_of)(int32_t database));
 
 } // namespace cg
 

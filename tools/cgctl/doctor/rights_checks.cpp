@@ -11,7 +11,6 @@
 #include "base/times.h"
 #include "loop/settings.h"
 #include "records/databases.h"
-#include "records/record_types.h"
 #include "store/codec/names.h"
 
 namespace cg
@@ -36,37 +35,44 @@ UserLine user_line(const std::string &line)
             has(" nopass ")};
 }
 
-// Where the files of credentials are: beside the one in use, or where the manual puts them.
-std::string secrets_folder()
+// Where the files of credentials of a server's users are: beside the one in use, or where the manual puts
+// them. Those of another server than the host's need a folder of their own.
+std::string secrets_folder(const ExaminedServer &server)
 {
-    const std::string own = platform::setting("VX_MOM_AUTH_FILE", "");
-    const std::size_t slash = own.rfind('/');
-    return slash == std::string::npos || slash == 0 ? "/etc/app_cg/secrets" : own.substr(0, slash);
+    const platform::Setting own = store::configured_credentials(server.first_database());
+    const std::size_t slash = own.value.rfind('/');
+    const std::string folder =
+        slash == std::string::npos || slash == 0 ? "/etc/app_cg/secrets" : own.value.substr(0, slash);
+    const bool is_of_the_host = server.databases.contains(card_database);
+    const bool has_file = own.name != store::configured_credentials(card_database).name;
+    return is_of_the_host || has_file ? folder : folder + "/group";
 }
 
 // How the server gets the users that it should have; by way of another file, since an empty list, which is
 // what a command that fails leaves, is one user who may do everything.
-std::string list_of_users(Examination &examination)
+std::string list_of_users(ExaminedServer &server)
 {
-    const std::string known = examination.ask({"CONFIG", "GET", "aclfile"}).value_of("aclfile").text;
+    const std::string known = server.ask({"CONFIG", "GET", "aclfile"}).value_of("aclfile").text;
     const std::string file = known.empty() ? "/etc/redis/users.acl" : known;
-    const std::string folder = examination.module_folder == default_module_folder
+    const std::string folder = server.whole.module_folder == default_module_folder
                                    ? ""
-                                   : "--modules " + shell_word(examination.module_folder) + ' ';
-    const std::string secrets = shell_word(secrets_folder());
-    const std::string print = "`install -d -m 0711 " + secrets + "`, `cgctl acl " + folder + "--secrets " +
-                              secrets + " --create > " + shell_word(file + ".new") + "`, `test -s " +
-                              shell_word(file + ".new") + " && cp " + shell_word(file + ".new") + ' ' +
-                              shell_word(file) + "`, then ";
+                                   : "--modules " + shell_word(server.whole.module_folder) + ' ';
+    const std::string database =
+        server.whole.servers.size() == 1 ? "" : "--database " + std::to_string(server.first_database()) + ' ';
+    const std::string secrets = shell_word(secrets_folder(server));
+    const std::string print = "`install -d -m 0711 " + secrets + "`, `cgctl acl " + database + folder +
+                              "--secrets " + secrets + " --create > " + shell_word(file + ".new") +
+                              "`, `test -s " + shell_word(file + ".new") + " && cp " +
+                              shell_word(file + ".new") + ' ' + shell_word(file) + "`, then ";
     return known.empty()
                ? print + "`aclfile " + file + "` in the server's configuration file, and restart the server"
-               : print + '`' + examination.redis_cli("ACL LOAD") + '`';
+               : print + '`' + server.redis_cli("ACL LOAD") + '`';
 }
 
-Finding without_users(const Examination &examination)
+Finding without_users(const ExaminedServer &server)
 {
-    return {Severity::skipped, examination.has_users ? "no access list: the only user may do everything"
-                                                     : "the server does not report its users"};
+    return {Severity::skipped, server.has_users ? "no access list: the only user may do everything"
+                                                : "the server does not report its users"};
 }
 
 // All of them: a user who starts one should not learn of the next only in the next examination.
@@ -96,9 +102,9 @@ Finding absent_modules(const Examination &examination, const std::vector<ModuleE
 
 } // namespace
 
-Finding check_users(Examination &examination)
+Finding check_users(ExaminedServer &server)
 {
-    const store::Inspected reply = examination.ask({"ACL", "LIST"});
+    const store::Inspected reply = server.ask({"ACL", "LIST"});
     if (reply.is_error()) {
         return refused(reply, "see the server's log");
     }
@@ -111,47 +117,56 @@ Finding check_users(Examination &examination)
             everybody = user;
         }
     }
-    examination.has_users = has_module_users || !everybody.is_all_powerful;
+    server.has_users = has_module_users || !everybody.is_all_powerful;
     if (everybody.is_all_powerful) {
-        return {Severity::warn,
-                (everybody.is_open ? std::string("anyone who reaches the store")
-                                   : std::string("anyone who knows the store's one password")) +
-                    " may do everything",
-                list_of_users(examination) +
-                    "; VX_MOM_AUTH_FILE of the daemon, of each module and of this command names its file "
-                    "there, which the "
-                    "account that runs it has to be able to read (`chown`), before the server is restarted"};
+        return {
+            Severity::warn,
+            (everybody.is_open ? std::string("anyone who reaches the store")
+                               : std::string("anyone who knows the store's one password")) +
+                " may do everything",
+            list_of_users(server) + "; " + server.own_credential_settings() + " of the daemon" +
+                (server.databases.contains(card_database) ? ", of each module" : "") +
+                " and of this command names its file there, which the account that runs it has to be able "
+                "to read (`chown`), before the server is restarted"};
     }
     return {Severity::ok, "access lists are in use"};
 }
 
-Finding check_rights(Examination &examination)
+Finding check_rights(ExaminedServer &server)
 {
-    if (!examination.has_users.value_or(false)) {
-        return without_users(examination);
+    if (!server.has_users.value_or(false)) {
+        return without_users(server);
     }
-    const std::vector<std::string> names = asked_of(examination.modules);
+    const std::vector<std::string> names = asked_of(server.whole.modules);
     const std::set<std::string> modules(names.begin(), names.end()); // duplicates have one user
-    const std::vector<CheckedServer> servers = check_servers(
-        card_database, examination.patience, acl_users({modules.begin(), modules.end()}, databases()), {});
-    const std::vector<AclFinding> &problems = servers.front().findings;
-    if (problems.empty()) {
+    const std::vector<CheckedServer> checked =
+        check_servers(server.first_database(), server.whole.patience,
+                      acl_users({modules.begin(), modules.end()}, server.databases), {});
+    std::vector<std::string> texts;
+    for (const CheckedServer &one : checked) {
+        const std::string at = checked.size() == 1 ? "" : "at " + one.endpoint + ' ';
+        for (const AclFinding &problem : one.findings) {
+            if (!problem.user
+                     .empty()) { // else the server does not answer, which the check of the group found
+                texts.push_back(at + problem.user + ' ' + problem.problem);
+            }
+        }
+    }
+    if (texts.empty()) {
         return {Severity::ok,
                 "each user has the rights that it needs, and none of the others that were tried"};
     }
-    std::vector<std::string> texts;
-    std::transform(problems.begin(), problems.end(), std::back_inserter(texts),
-                   [](const AclFinding &problem) { return problem.user + ' ' + problem.problem; });
-    return {Severity::fail, listed(texts), list_of_users(examination)};
+    return {Severity::fail, listed(texts), list_of_users(server)};
 }
 
 Finding check_module_clients(Examination &examination)
 {
-    if (!examination.has_users.value_or(false)) {
-        return without_users(examination);
+    ExaminedServer &host = examination.host();
+    if (!host.has_users.value_or(false)) {
+        return without_users(host);
     }
     std::set<std::string> users;
-    for (const ClientLine &client : examination.clients()) {
+    for (const ClientLine &client : host.clients()) {
         users.insert(client.user);
     }
     std::vector<ModuleEntry> absent;

@@ -10,10 +10,10 @@ namespace cg
 {
 
 // Access lists are in use. Keeps whether they are.
-Finding check_users(Examination &examination);
+Finding check_users(ExaminedServer &server);
 
-// Each user has the rights that it needs and none of those tried besides.
-Finding check_rights(Examination &examination);
+// Each user has the rights that it needs and none of those tried besides, at each server of a group.
+Finding check_rights(ExaminedServer &server);
 
 // The user of each module is connected.
 Finding check_module_clients(Examination &examination);

@@ -6,7 +6,6 @@
 #include <sstream>
 
 #include "base/text.h"
-#include "records/databases.h"
 #include "records/record_types.h"
 #include "store/connection/configuration.h"
 #include "store/connection/server_info.h"
@@ -25,9 +24,9 @@ constexpr int64_t least_hard_limit = 33554432;
 constexpr int64_t least_soft_limit = 8388608;
 
 // The value of a setting of the server; nothing, and `finding` says why, when it does not say.
-std::optional<std::string> server_setting(Examination &examination, const char *name, Finding &finding)
+std::optional<std::string> server_setting(ExaminedServer &server, const char *name, Finding &finding)
 {
-    const store::Inspected reply = examination.ask({"CONFIG", "GET", name});
+    const store::Inspected reply = server.ask({"CONFIG", "GET", name});
     if (reply.is_error()) {
         finding = refused(reply, "see the server's log");
         return std::nullopt;
@@ -39,10 +38,10 @@ std::optional<std::string> server_setting(Examination &examination, const char *
     return reply.items[1].text;
 }
 
-std::string set_it(Examination &examination, const std::string &setting, const std::string &value)
+std::string set_it(ExaminedServer &server, const std::string &setting, const std::string &value)
 {
-    return '`' + examination.redis_cli("CONFIG SET " + setting + ' ' + shell_word(value)) + "`, and `" +
-           setting + ' ' + value + "` in the server's configuration file";
+    return '`' + server.redis_cli("CONFIG SET " + setting + ' ' + shell_word(value)) + "`, and `" + setting +
+           ' ' + value + "` in the server's configuration file";
 }
 
 struct Limits {
@@ -63,6 +62,62 @@ std::optional<Limits> pubsub_limits(const std::string &text)
     return std::nullopt;
 }
 
+bool is_same_user(int32_t database, int32_t other)
+{
+    std::string ignored;
+    const auto one = store::configured_place(database, ignored);
+    const auto two = store::configured_place(other, ignored);
+    return one && two && one->credentials == two->credentials;
+}
+
+// Why the server does not let this command in as the user of a database; empty when it does.
+std::string login_problem(ExaminedServer &server, int32_t database)
+{
+    if (database == server.first_database() || is_same_user(database, server.first_database())) {
+        return server.connection().is_open() ? "" : server.connection().problem();
+    }
+    std::string why;
+    const auto place = store::configured_place(database, why);
+    const store::Inspection another(place.value_or(store::StorePlace{}), 0, server.whole.patience);
+    return another.is_open() ? "" : another.problem();
+}
+
+// Whether a setting of credentials counts at another server, too.
+bool is_used_elsewhere(const ExaminedServer &server, const std::string &setting)
+{
+    const std::set<int32_t> &all = databases();
+    return std::any_of(all.begin(), all.end(), [&](int32_t database) {
+        return !server.databases.contains(database) &&
+               store::configured_credentials(database).name == setting;
+    });
+}
+
+// What to do when the server, or a group's sentinels, refuse the user of a database.
+std::string credentials_fix(const ExaminedServer &server, int32_t database, const std::string &problem)
+{
+    const bool is_of_sentinels = problem.find("no master of") != std::string::npos;
+    const std::string lines =
+        is_of_sentinels ? "put `sentinel-user NAME` and `sentinel-password SECRET` of the sentinels into "
+                        : "put `user NAME` and `password SECRET` of a user of the server into ";
+    const platform::Setting file = store::configured_credentials(database);
+    const bool is_one = server.whole.servers.size() == 1;
+    std::set<int32_t> same;
+    for (const int32_t other : server.databases) {
+        if (is_same_user(database, other)) {
+            same.insert(other);
+        }
+    }
+    const std::string where =
+        file.value.empty() || is_used_elsewhere(server, file.name)
+            ? "a file that only its owner may read, and set " + server.own_credential_settings() + " to it"
+            : shell_word(file.value) + " (" + setting_names(same, store::configured_credentials) + ')';
+    return lines + where +
+           (is_of_sentinels
+                ? ""
+                : "; `cgctl acl" + (is_one ? std::string() : " --database " + std::to_string(database)) +
+                      "` prints the users that there should be");
+}
+
 } // namespace
 
 Finding check_settings(Examination &examination)
@@ -74,57 +129,65 @@ Finding check_settings(Examination &examination)
     }
     examination.patience =
         std::min<std::chrono::milliseconds>(store::configured_deadline(), longest_patience);
-    return {Severity::ok, "the store is configured at " + store::configured_endpoint(card_database).value};
+    std::string places;
+    for (const ExaminedServer &server : examination.servers) {
+        places += (places.empty() ? "" : ", ") + server.endpoint +
+                  (examination.servers.size() == 1 ? "" : " (" + databases_text(server.databases) + ')');
+    }
+    return {Severity::ok, "the store is configured at " + places};
 }
 
-Finding check_store(Examination &examination)
+Finding check_store(ExaminedServer &server)
 {
-    const store::Inspection &server = examination.server();
-    if (server.is_open()) {
-        return {Severity::ok, "it answers"};
-    }
-    const std::string &problem = server.problem();
-    for (const char *word : {"NOAUTH", "WRONGPASS", "NOPERM"}) {
-        if (problem.find(word) != std::string::npos) {
-            return {Severity::fail, problem,
-                    "put `user NAME` and `password SECRET` of a user of the server into the file that "
-                    "VX_MOM_AUTH_FILE names; `cgctl acl` prints the users that there should be"};
+    for (const int32_t database : server.databases) {
+        const std::string problem = login_problem(server, database);
+        if (problem.empty()) {
+            continue;
         }
+        for (const char *word : {"NOAUTH", "WRONGPASS", "NOPERM"}) {
+            if (problem.find(word) != std::string::npos) {
+                return {Severity::fail, problem, credentials_fix(server, database, problem)};
+            }
+        }
+        return {Severity::fail, problem,
+                (server.is_group() ? "start the group's servers and sentinels (`systemctl start redis-server "
+                                     "redis-sentinel` on each of their devices), or set "
+                                   : "start the store server (`systemctl start redis-server`), or set ") +
+                    server.endpoint_settings() + " to where it is"};
     }
-    return {Severity::fail, problem,
-            "start the store server (`systemctl start redis-server`), or set VX_MOM_ENDPOINT to where it is"};
+    server.is_usable = true;
+    return {Severity::ok, "it answers"};
 }
 
-Finding check_server(Examination &examination)
+Finding check_server(ExaminedServer &server)
 {
-    const store::Inspected reply = examination.ask({"INFO"});
+    const store::Inspected reply = server.ask({"INFO"});
     if (reply.is_error()) {
         return refused(reply, "see the server's log");
     }
-    examination.info = '\n' + reply.text;
-    const std::string version = examination.server_info("redis_version");
-    const std::string valkey = examination.server_info("valkey_version");
+    server.info = '\n' + reply.text;
+    const std::string version = server.info_line("redis_version");
+    const std::string valkey = server.info_line("valkey_version");
     const std::string name = valkey.empty() ? "Redis " + version : "Valkey " + valkey;
     if (store::major_version(version) < store::least_version) {
         return {Severity::fail, version.empty() ? "it does not say that it is Redis" : "it is " + name,
                 "run Redis 7 or newer, or Valkey, there"};
     }
-    if (examination.server_info("loading") == "1") {
+    if (server.info_line("loading") == "1") {
         return {Severity::fail, name + " is still reading its data",
-                "wait until it has (`" + examination.redis_cli("INFO persistence") +
+                "wait until it has (`" + server.redis_cli("INFO persistence") +
                     "` says loading:0), then examine again"};
     }
     return {Severity::ok, name};
 }
 
-Finding check_server_role(Examination &examination)
+Finding check_server_role(ExaminedServer &server)
 {
-    const std::string role = examination.server_info("role");
+    const std::string role = server.info_line("role");
     if (role == "slave") {
-        const std::string master =
-            examination.server_info("master_host") + ':' + examination.server_info("master_port");
+        const std::string master = server.info_line("master_host") + ':' + server.info_line("master_port");
         return {Severity::fail, "it is a replica, which accepts no writes; its master is " + master,
-                "set VX_MOM_ENDPOINT=tcp:" + master};
+                "set " + server.endpoint_settings() + " to tcp:" + master};
     }
     if (role != "master") {
         return {Severity::skipped, "the server does not say what it is"};
@@ -132,52 +195,52 @@ Finding check_server_role(Examination &examination)
     return {Severity::ok, "it is a master"};
 }
 
-Finding check_databases(Examination &examination)
+Finding check_databases(ExaminedServer &server)
 {
-    for (const int32_t database : databases()) {
-        const store::Inspection &server = examination.server(database);
-        if (!server.is_open()) {
-            return {Severity::fail, server.problem(),
+    for (const int32_t database : server.databases) {
+        const store::Inspection &connection = server.connection(database);
+        if (!connection.is_open()) {
+            return {Severity::fail, connection.problem(),
                     "put `databases 64` into the server's configuration file and restart the server"};
         }
     }
     return {Severity::ok, "those of the records are there"};
 }
 
-Finding check_eviction(Examination &examination)
+Finding check_eviction(ExaminedServer &server)
 {
     Finding finding;
-    const auto policy = server_setting(examination, "maxmemory-policy", finding);
+    const auto policy = server_setting(server, "maxmemory-policy", finding);
     if (!policy) {
         return finding;
     }
     if (*policy != "noeviction") {
         return {Severity::fail, "maxmemory-policy is " + *policy + ": a full server deletes records",
-                set_it(examination, "maxmemory-policy", "noeviction")};
+                set_it(server, "maxmemory-policy", "noeviction")};
     }
     return {Severity::ok, "a full server refuses writes and deletes nothing"};
 }
 
-Finding check_persistence(Examination &examination)
+Finding check_persistence(ExaminedServer &server)
 {
     Finding finding;
-    const auto save = server_setting(examination, "save", finding);
-    const auto append = save ? server_setting(examination, "appendonly", finding) : std::nullopt;
+    const auto save = server_setting(server, "save", finding);
+    const auto append = save ? server_setting(server, "appendonly", finding) : std::nullopt;
     if (!append) {
         return finding;
     }
     if (save->empty() && *append != "yes") {
         return {Severity::warn, "neither save nor appendonly is set: a restarted server is empty",
-                set_it(examination, "save", "3600 1 300 100 60 10000")};
+                set_it(server, "save", "3600 1 300 100 60 10000")};
     }
     return {Severity::ok, *append == "yes" ? "each change goes to the server's disk"
                                            : "the server saves its data now and then (save " + *save + ')'};
 }
 
-Finding check_buffers(Examination &examination)
+Finding check_buffers(ExaminedServer &server)
 {
     Finding finding;
-    const auto text = server_setting(examination, "client-output-buffer-limit", finding);
+    const auto text = server_setting(server, "client-output-buffer-limit", finding);
     if (!text) {
         return finding;
     }
@@ -191,7 +254,7 @@ Finding check_buffers(Examination &examination)
         return {Severity::warn,
                 "subscribers are cut off at " + std::to_string(limits->hard) + " bytes, or some time at " +
                     std::to_string(limits->soft) + ": every burst of changes costs a reconnection",
-                set_it(examination, "client-output-buffer-limit", "pubsub 33554432 8388608 60")};
+                set_it(server, "client-output-buffer-limit", "pubsub 33554432 8388608 60")};
     }
     return {Severity::ok, "subscribers may lag"};
 }

@@ -351,6 +351,8 @@ Json finding_json(const Finding &finding)
     return {{"version", 2},
             {"name", finding.check},
             {"state", words.at(static_cast<std::size_t>(finding.severity))},
+            {"server", finding.server.empty() ? Json(nullptr) : Json(visible(finding.server))},
+            {"databases", finding.server.empty() ? Json(nullptr) : Json(finding.databases)},
             {"found", visible(finding.found)},
             {"fix", visible(finding.fix)}};
 }

@@ -440,7 +440,11 @@ std::string finding_line(const Finding &finding)
     std::string line = words.at(static_cast<std::size_t>(finding.severity));
     line.resize(6, ' ');
     line += finding.check;
-    line.resize(26, ' ');
+    if (finding.server.empty()) {
+        line.resize(26, ' ');
+    } else {
+        line += " (" + databases_text(finding.databases) + ", " + visible(finding.server) + "): ";
+    }
     line += visible(finding.found);
     return finding.fix.empty() ? line : line + "; fix: " + visible(finding.fix);
 }

@@ -5,12 +5,16 @@
 #include <algorithm>
 #include <exception>
 #include <map>
+#include <optional>
+#include <utility>
+#include <variant>
 
 #include "base/failure.h"
 #include "command_line/verbs.h"
 #include "doctor/card_checks.h"
 #include "doctor/client_checks.h"
 #include "doctor/daemon_checks.h"
+#include "doctor/group_checks.h"
 #include "doctor/module_checks.h"
 #include "doctor/rights_checks.h"
 #include "doctor/server_checks.h"
@@ -23,10 +27,17 @@ namespace cg
 namespace
 {
 
+// A check of the installation, or one that is made of each server of the store.
+using OfInstallation = Finding (*)(Examination &examination);
+using OfServer = Finding (*)(ExaminedServer &server);
+
 struct Check {
     const char *name; // for programs: stable
-    Finding (*run)(Examination &examination);
-    std::vector<const char *> needs; // earlier ones
+    std::variant<OfInstallation, OfServer> run;
+    // Earlier ones: of the same server, or of the installation. What the installation needs of a server is of
+    // the one that has database 1.
+    std::vector<const char *> needs;
+    bool is_of_groups = false; // made of a server only if it is a group
 };
 
 const std::vector<Check> &checks()
@@ -36,6 +47,7 @@ const std::vector<Check> &checks()
         {"store", check_store, {"settings"}},
         {"server", check_server, {"store"}},
         {"server-role", check_server_role, {"server"}},
+        {"group", check_group, {"server"}, true},
         {"databases", check_databases, {"server"}},
         {"eviction", check_eviction, {"server"}},
         {"persistence", check_persistence, {"server"}},
@@ -66,10 +78,11 @@ const std::vector<Check> &checks()
     return table;
 }
 
-Finding run(const Check &check, Examination &examination)
+Finding run(const Check &check, Examination &examination, ExaminedServer &server)
 {
     try {
-        return check.run(examination);
+        const auto *of_server = std::get_if<OfServer>(&check.run);
+        return of_server != nullptr ? (*of_server)(server) : std::get<OfInstallation>(check.run)(examination);
     } catch (const std::exception &error) {
         const std::string what = error.what();
         if (what.find("NOPERM") != std::string::npos) {
@@ -80,23 +93,45 @@ Finding run(const Check &check, Examination &examination)
     }
 }
 
+// A check that was made: its name, and of which server; null for the installation.
+using Made = std::pair<std::string, const ExaminedServer *>;
 // The checks on which nothing can rest, each with the one that failed.
-using Unusable = std::map<std::string, std::string>;
+using Unusable = std::map<Made, Made>;
 
-// Runs one check, unless what it needs is not there.
-Finding examine(const Check &check, Examination &examination, Unusable &unusable)
+// What a check fails to rest on, if anything: which check failed.
+std::optional<Made> missing_need(const Check &check, const ExaminedServer &server, const Unusable &unusable)
 {
     for (const char *need : check.needs) {
-        const auto found = unusable.find(need);
-        if (found != unusable.end()) {
-            const std::string cause = found->second;
-            unusable[check.name] = cause;
-            return {Severity::skipped, "not examined because of: " + cause};
+        for (const ExaminedServer *of : {&server, static_cast<const ExaminedServer *>(nullptr)}) {
+            if (const auto found = unusable.find({need, of}); found != unusable.end()) {
+                return found->second;
+            }
         }
     }
-    Finding finding = run(check, examination);
-    if (finding.severity == Severity::fail) {
-        unusable[check.name] = check.name;
+    return std::nullopt;
+}
+
+// Runs one check, unless what it needs is not there. `server` is the host's for one of the installation.
+Finding examine(const Check &check, Examination &examination, ExaminedServer &server, Unusable &unusable)
+{
+    const bool is_of_server = std::holds_alternative<OfServer>(check.run);
+    const Made made{check.name, is_of_server ? &server : nullptr};
+    Finding finding;
+    if (const auto cause = missing_need(check, server, unusable)) {
+        unusable[made] = *cause;
+        const bool is_elsewhere = cause->second != nullptr && !is_of_server && !server.label().empty();
+        finding = {Severity::skipped, "not examined because of: " + cause->first +
+                                          (is_elsewhere ? " (" + cause->second->label() + ')' : "")};
+    } else {
+        finding = run(check, examination, server);
+        if (finding.severity == Severity::fail || finding.is_missing) {
+            unusable[made] = made;
+        }
+    }
+    finding.check = check.name;
+    if (is_of_server && examination.servers.size() > 1) {
+        finding.server = server.endpoint;
+        finding.databases = server.databases;
     }
     return finding;
 }
@@ -109,9 +144,15 @@ int examine_all(const Session &session, const std::string &module_folder)
     Unusable unusable;
     std::vector<Finding> findings;
     for (const Check &check : checks()) {
-        findings.push_back(examine(check, examination, unusable));
-        findings.back().check = check.name;
-        form.finding(page, findings.back());
+        for (ExaminedServer &server : examination.servers) {
+            const bool is_due = std::holds_alternative<OfServer>(check.run)
+                                    ? !check.is_of_groups || server.is_group()
+                                    : &server == &examination.host();
+            if (is_due) {
+                findings.push_back(examine(check, examination, server, unusable));
+                form.finding(page, findings.back());
+            }
+        }
     }
     form.findings(page, findings);
     return std::all_of(findings.begin(), findings.end(), [](const Finding &one) { return one.is_well(); })

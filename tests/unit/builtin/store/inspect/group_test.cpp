@@ -54,7 +54,7 @@ TEST(Group, AServerIsTheOnlyOneAtItsPlace)
     EXPECT_THAT(texts_of(*servers), testing::ElementsAre("unix:/nowhere")) << "nobody is asked";
 }
 
-TEST(Group, MasterAndReplicasAreFoundWhoeverIsTheMaster)
+TEST(Group, MasterReplicasAndEachSentinelAreFound)
 {
     SentinelGroup group;
     std::string why;
@@ -66,9 +66,19 @@ TEST(Group, MasterAndReplicasAreFoundWhoeverIsTheMaster)
                                                      "tcp:" + group.server_address(1),
                                                      "tcp:" + group.server_address(2)));
 
-    for (size_t sentinel = 0; sentinel < 3; sentinel++) {
-        group.kill_sentinel(sentinel);
+    group.kill_sentinel(1);
+    const auto reports = store::ask_sentinels(at(group.endpoint()), enough);
+    ASSERT_EQ(reports.size(), 3U);
+    for (const size_t sentinel : {size_t{0}, size_t{2}}) {
+        ASSERT_TRUE(reports[sentinel].master) << reports[sentinel].words;
+        EXPECT_EQ(store::place_text(*reports[sentinel].master), group.server_address(0));
     }
+    EXPECT_FALSE(reports[1].master);
+    EXPECT_EQ(store::place_text(reports[1].place), group.sentinel_address(1));
+    EXPECT_EQ(reports[1].words, group.sentinel_address(1) + ": Connection refused");
+
+    group.kill_sentinel(0);
+    group.kill_sentinel(2);
     EXPECT_FALSE(store::servers_at(at(group.endpoint()), enough, why));
     EXPECT_THAT(why, testing::AllOf(testing::HasSubstr(group.endpoint()), testing::HasSubstr("no master")));
 }

@@ -213,8 +213,8 @@ TEST_F(DoctorOfTheDaemon, GivesTheDaemonAMomentForACard)
     for (int looks = 0; looks < 2;) {
         const auto command = monitor.next(patience);
         ASSERT_TRUE(command) << monitor.problem();
-        looks +=
-            command->text.find("\"SSCAN\" \"@idx:s_dev.im_card_power_onoff\"") != std::string::npos ? 1 : 0;
+        const std::string results = "\"SSCAN\" \"@idx:p_libpub.app_cg_mom_deny_check_result\"";
+        looks += command->text.find(results) != std::string::npos ? 1 : 0;
     }
     cgctl({"set", "app_cg_card_check_info", "devid=1", "slotid=3"}); // as the daemon does it
     EXPECT_EQ(doctor->wait(), 0) << doctor->out();

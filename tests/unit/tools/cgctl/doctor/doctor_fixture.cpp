@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -26,6 +27,9 @@ namespace
 {
 
 constexpr std::chrono::seconds limit{10};
+
+constexpr std::array own_endpoints{"VX_MOM_ENDPOINT_28", "VX_MOM_ENDPOINT_33"};
+constexpr std::array own_credentials{"VX_MOM_AUTH_FILE_28", "VX_MOM_AUTH_FILE_33"};
 
 // The process that stands for the daemon.
 std::vector<ModuleEntry> registry;
@@ -62,6 +66,11 @@ void listen_to(vx_global_t *global, const std::string &name)
 int serve(const std::string &credentials, const std::string &modules, const DaemonParts &parts)
 {
     setenv("VX_MOM_AUTH_FILE", credentials.c_str(), 1);
+    for (const char *name : own_credentials) { // the administrator's, until now
+        if (const char *file = getenv(name); file != nullptr) {
+            setenv(name, std::filesystem::path(file).replace_filename("app_cg").c_str(), 1);
+        }
+    }
     setenv("VX_ZLOG", "none", 1);
     registry = read_module_folder(modules).entries;
     subscriptions_to_come = parts.subscriptions.size();
@@ -125,20 +134,39 @@ DoctorTest::DoctorTest()
 
 DoctorTest::~DoctorTest()
 {
+    for (const char *name : own_endpoints) {
+        unsetenv(name);
+    }
+    for (const char *name : own_credentials) {
+        unsetenv(name);
+    }
     unsetenv("VX_MOM_AUTH_FILE");
     unsetenv("VX_MOM_DEADLINE_MS");
     unsetenv("SSAT_SOCKET");
 }
 
-void DoctorTest::start_installation()
+void DoctorTest::start_installation(bool is_apart)
 {
     add_module("m1");
-    std::filesystem::create_directory(folder_.path("secrets"));
-    ASSERT_EQ(chmod(folder_.path("secrets").c_str(), 0700), 0);
-    const Outcome users =
-        run_cgctl({"acl", "--modules", modules(), "--secrets", folder_.path("secrets"), "--create"});
-    ASSERT_EQ(users.status, 0) << users.err;
-    std::ofstream(folder_.path("users.acl")) << users.out;
+    const auto make_users = [&](const std::string &secrets, const std::string &file, const char *database) {
+        std::filesystem::create_directory(folder_.path(secrets));
+        ASSERT_EQ(chmod(folder_.path(secrets).c_str(), 0700), 0);
+        const Outcome users = run_cgctl({"acl", "--database", database, "--modules", modules(), "--secrets",
+                                         folder_.path(secrets), "--create"});
+        ASSERT_EQ(users.status, 0) << users.err;
+        std::ofstream(folder_.path(file)) << users.out;
+    };
+    if (is_apart) {
+        for (const char *name : own_endpoints) {
+            setenv(name, stack_endpoint().c_str(), 1);
+        }
+        make_users("group", "group.acl", "28");
+        for (const char *name : own_credentials) {
+            setenv(name, folder_.path("group/app_cg-admin").c_str(), 1);
+        }
+        start_stack_server();
+    }
+    make_users("secrets", "users.acl", "1");
     setenv("VX_MOM_AUTH_FILE", folder_.path("secrets/app_cg-admin").c_str(), 1);
     start_server({"--save", "3600 1", "--aclfile", folder_.path("users.acl")});
     ASSERT_EQ(run_cgctl({"role", "master"}).status, 0);
@@ -148,11 +176,23 @@ void DoctorTest::start_installation()
 
 void DoctorTest::start_server(const std::vector<std::string> &arguments)
 {
-    server_ = std::make_unique<Child>([&] {
-        const std::string socket = folder_.path("store");
+    server_ = start_redis("store", arguments);
+}
+
+void DoctorTest::start_stack_server()
+{
+    stack_server_ = start_redis(
+        "stack", {"--save", "3600 1", "--dbfilename", "stack.rdb", "--aclfile", folder_.path("group.acl")});
+}
+
+std::unique_ptr<Child> DoctorTest::start_redis(const std::string &socket,
+                                               const std::vector<std::string> &arguments) const
+{
+    auto server = std::make_unique<Child>([&] {
+        const std::string path = folder_.path(socket);
         const std::string folder = folder_.path(".");
         std::vector<std::string> words{"redis-server", "--databases", "64",    "--port", "0",
-                                       "--unixsocket", socket,        "--dir", folder};
+                                       "--unixsocket", path,          "--dir", folder};
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char *> argv;
         argv.reserve(words.size() + 1);
@@ -163,7 +203,8 @@ void DoctorTest::start_server(const std::vector<std::string> &arguments)
         execv(REDIS_SERVER_PATH, argv.data());
         return 127;
     });
-    ASSERT_TRUE(server_->prints("eady to accept connections")) << server_->out() << server_->err();
+    EXPECT_TRUE(server->prints("eady to accept connections")) << server->out() << server->err();
+    return server;
 }
 
 void DoctorTest::start_daemon(const DaemonParts &parts)
@@ -209,7 +250,10 @@ Diagnosis DoctorTest::examine() const
     Diagnosis diagnosis;
     diagnosis.status = outcome.status;
     for (const Json &check : outcome.json()) {
-        const std::string name = check["name"];
+        const Json &databases = check["databases"];
+        const std::string name =
+            check["name"].get<std::string>() +
+            (databases.is_null() ? "" : ' ' + std::to_string(databases.front().get<int>()));
         diagnosis.order.push_back(name);
         diagnosis.checks[name] = {check["state"], check["found"], check["fix"]};
     }

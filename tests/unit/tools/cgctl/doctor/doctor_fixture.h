@@ -32,7 +32,8 @@ struct Told {
 
 struct Diagnosis {
     int status = -1;
-    std::vector<std::string> order; // names of the checks
+    // Names of the checks; of one of several servers with its lowest database, "store 28".
+    std::vector<std::string> order;
     std::map<std::string, Told> checks;
 
     // Names and findings of those that are neither ok nor skipped with nothing to do; empty when all is well.
@@ -52,14 +53,17 @@ protected:
     DoctorTest();
     ~DoctorTest() override;
 
-    // Starts all of it, with the check module m1.
-    void start_installation();
+    // Starts all of it, with the check module m1; on request with databases 28 and 33 on a server of their
+    // own, which has other passwords.
+    void start_installation(bool is_apart = false);
 
     void start_server(const std::vector<std::string> &arguments = {});
+    void start_stack_server();
     void start_daemon(const DaemonParts &parts = {});
     void connect_module(const std::string &name);
 
-    // Carries out a command on the server, as the configured user, and returns what it says.
+    // Carries out a command on the server that has a database, as the configured user, and returns what it
+    // says.
     store::Inspected ask(int database, const std::vector<std::string> &command) const;
     // All keys of a database.
     std::vector<std::string> keys(int database) const;
@@ -73,13 +77,19 @@ protected:
     // Carries out the commands in backticks of a fix; those of cgctl in this process.
     void carry_out(const std::string &fix, std::size_t commands) const;
 
+    [[nodiscard]] std::string stack_endpoint() const { return "unix:" + folder_.path("stack"); }
     [[nodiscard]] std::string modules() const { return folder_.path("modules"); }
     void add_module(const std::string &name) const;
 
     Folder folder_;
     std::unique_ptr<Child> server_;
+    std::unique_ptr<Child> stack_server_;
     std::unique_ptr<Child> daemon_;
     std::map<std::string, store::Inspection> module_clients_;
+
+private:
+    [[nodiscard]] std::unique_ptr<Child> start_redis(const std::string &socket,
+                                                     const std::vector<std::string> &arguments) const;
 };
 
 } // namespace cg

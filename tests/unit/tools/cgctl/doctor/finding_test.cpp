@@ -42,4 +42,16 @@ TEST(Listed, IsAsLongAsAReaderWantsIt)
     EXPECT_EQ(listed(std::vector<std::string>(10, "a")), "a, a, a, a, a, a, a, a and 2 more");
 }
 
+TEST(Listed, DatabasesAndTheirSettingsAreEnumerated)
+{
+    EXPECT_EQ(databases_text({1}), "database 1");
+    EXPECT_EQ(databases_text({33, 28}), "databases 28 and 33");
+    EXPECT_EQ(databases_text({1, 28, 33}), "databases 1, 28 and 33");
+    const auto setting = [](int32_t database) {
+        return platform::Setting{database == 1 ? "NAME" : "NAME_" + std::to_string(database / 10), ""};
+    };
+    EXPECT_EQ(setting_names({1}, setting), "NAME");
+    EXPECT_EQ(setting_names({1, 28, 29, 33}, setting), "NAME, NAME_2 and NAME_3") << "each once";
+}
+
 } // namespace cg

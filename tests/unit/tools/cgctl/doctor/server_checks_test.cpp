@@ -224,7 +224,7 @@ TEST_F(DoctorOfTheServer, FindsARunThatNobodyRegistered)
 {
     ask(28, {"HDEL", "@runs", "now"});
     ask(33, {"DEL", "@set"});
-    EXPECT_THAT(examine("data-set").found, HasSubstr("databases 28, 33"));
+    EXPECT_THAT(examine("data-set").found, HasSubstr("databases 28 and 33"));
     expect_fixed("data-set", "fail", "33");
 }
 
@@ -278,7 +278,7 @@ TEST_F(DoctorOfTheServer, FindsAReplica)
     const Diagnosis diagnosis = examine();
     const Told &told = diagnosis.checks.at("server-role");
     EXPECT_EQ(told.state, "fail");
-    EXPECT_EQ(told.fix, "set VX_MOM_ENDPOINT=tcp:127.0.0.1:1");
+    EXPECT_EQ(told.fix, "set VX_MOM_ENDPOINT to tcp:127.0.0.1:1");
     EXPECT_THAT(diagnosis.checks.at("notifications").found, HasSubstr("because of: server-role"));
     ask(0, {"REPLICAOF", "NO", "ONE"});
     EXPECT_EQ(examine("server-role").state, "ok");

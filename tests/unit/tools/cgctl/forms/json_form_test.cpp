@@ -26,11 +26,15 @@ std::string members_of(const What &what)
 
 TEST(JsonForm, AFindingIsAnObjectOfTheSecondForm)
 {
-    EXPECT_EQ(dump(finding_json({Severity::skipped, "open", "close", "users"})),
-              R"({"version":2,"name":"users","state":"skipped","found":"open","fix":"close"})");
+    EXPECT_EQ(
+        dump(finding_json({Severity::skipped, "open", "close", "users"})),
+        R"({"version":2,"name":"users","state":"skipped","server":null,"databases":null,"found":"open","fix":"close"})");
     EXPECT_EQ(finding_json({Severity::warn, ""})["state"], "warn");
     EXPECT_EQ(finding_json({Severity::fail, ""})["state"], "fail");
     EXPECT_EQ(finding_json({Severity::ok, ""})["state"], "ok");
+    const Json of_one = finding_json({.check = "store", .server = "unix:/s", .databases = {28, 33}});
+    EXPECT_EQ(of_one["server"], "unix:/s");
+    EXPECT_EQ(of_one["databases"], (Json{28, 33}));
 }
 
 TEST(JsonForm, EachEventHasItsWordAndMembers)

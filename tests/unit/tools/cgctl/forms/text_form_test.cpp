@@ -16,6 +16,9 @@ TEST(TextForm, AFindingIsALineInColumns)
               "WARN  users               open\\n; fix: `cgctl acl`");
     EXPECT_EQ(finding_line({Severity::fail, "b", "", "a"}).substr(0, 5), "FAIL ");
     EXPECT_EQ(finding_line({Severity::skipped, "b", "", "a"}).substr(0, 5), "skip ");
+    EXPECT_EQ(
+        finding_line({.found = "it answers", .check = "store", .server = "unix:/s", .databases = {28, 33}}),
+        "ok    store (databases 28 and 33, unix:/s): it answers");
 }
 
 TEST(TextForm, ACheckThatARestartCutOffIsAWarning)
