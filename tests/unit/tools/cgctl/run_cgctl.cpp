@@ -31,4 +31,14 @@ std::unique_ptr<Child> start_cgctl(const std::vector<std::string> &arguments)
     return std::make_unique<Child>([&] { return run(arguments, std::cout, std::cerr); });
 }
 
+std::vector<std::string> lines_of(const std::string &text)
+{
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
 } // namespace cg

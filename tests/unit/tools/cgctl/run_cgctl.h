@@ -33,6 +33,9 @@ std::string cgctl(const std::vector<std::string> &arguments);
 // Starts the command in a child.
 std::unique_ptr<Child> start_cgctl(const std::vector<std::string> &arguments);
 
+// The lines of what it printed.
+std::vector<std::string> lines_of(const std::string &text);
+
 } // namespace cg
 
 #endif

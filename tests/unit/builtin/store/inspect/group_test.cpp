@@ -12,7 +12,7 @@ namespace
 using std::chrono::milliseconds;
 using store_test::SentinelGroup;
 
-constexpr milliseconds enough{20000};
+constexpr milliseconds in_time{20000};
 
 store::StorePlace at(const std::string &endpoint)
 {
@@ -49,7 +49,7 @@ TEST(Group, ReplicasAreReadFromTheMastersInfo)
 TEST(Group, AServerIsTheOnlyOneAtItsPlace)
 {
     std::string why;
-    const auto servers = store::servers_at(at("unix:/nowhere"), enough, why);
+    const auto servers = store::servers_at(at("unix:/nowhere"), in_time, why);
     ASSERT_TRUE(servers);
     EXPECT_THAT(texts_of(*servers), testing::ElementsAre("unix:/nowhere")) << "nobody is asked";
 }
@@ -58,7 +58,7 @@ TEST(Group, MasterReplicasAndEachSentinelAreFound)
 {
     SentinelGroup group;
     std::string why;
-    const auto servers = store::servers_at(at(group.endpoint()), enough, why);
+    const auto servers = store::servers_at(at(group.endpoint()), in_time, why);
     ASSERT_TRUE(servers) << why;
     const std::vector<std::string> texts = texts_of(*servers);
     EXPECT_EQ(texts.front(), "tcp:" + group.server_address(0));
@@ -67,7 +67,7 @@ TEST(Group, MasterReplicasAndEachSentinelAreFound)
                                                      "tcp:" + group.server_address(2)));
 
     group.kill_sentinel(1);
-    const auto reports = store::ask_sentinels(at(group.endpoint()), enough);
+    const auto reports = store::ask_sentinels(at(group.endpoint()), in_time);
     ASSERT_EQ(reports.size(), 3U);
     for (const size_t sentinel : {size_t{0}, size_t{2}}) {
         ASSERT_TRUE(reports[sentinel].master) << reports[sentinel].words;
@@ -79,7 +79,7 @@ TEST(Group, MasterReplicasAndEachSentinelAreFound)
 
     group.kill_sentinel(0);
     group.kill_sentinel(2);
-    EXPECT_FALSE(store::servers_at(at(group.endpoint()), enough, why));
+    EXPECT_FALSE(store::servers_at(at(group.endpoint()), in_time, why));
     EXPECT_THAT(why, testing::AllOf(testing::HasSubstr(group.endpoint()), testing::HasSubstr("no master")));
 }
 

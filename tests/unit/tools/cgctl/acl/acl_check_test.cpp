@@ -22,16 +22,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-std::vector<std::string> lines_of(const std::string &text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 std::string contents(const std::string &path)
 {
     std::ostringstream text;

@@ -27,16 +27,6 @@ using testing::Not;
 using testing::StartsWith;
 using Words = std::vector<std::string>;
 
-std::vector<std::string> lines_of(const std::string &text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
 // A line of a list as a command: what stands in parentheses is one word.
 Words as_command(const std::string &line)
 {

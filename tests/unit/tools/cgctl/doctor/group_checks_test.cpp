@@ -203,7 +203,7 @@ TEST_F(DoctorOfAGroup, FindsASentinelThatIsSilent)
 
 TEST_F(DoctorOfAGroup, FindsAReplicaThatIsSilentOrGone)
 {
-    const ScopedSetting patience("VX_MOM_DEADLINE_MS", "1000");
+    const ScopedSetting deadline("VX_MOM_DEADLINE_MS", "1000");
     group_.freeze_server(2);
     Told told = examine("group");
     EXPECT_EQ(told.state, "warn");
