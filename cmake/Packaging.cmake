@@ -59,16 +59,21 @@ install(FILES ${packaging}/logrotate.conf DESTINATION ${CMAKE_INSTALL_SYSCONFDIR
         COMPONENT daemon EXCLUDE_FROM_ALL)
 
 # The access list without passwords, for whoever makes it by other means than cgctl.
-set(access_list ${packaging_out}/users.acl.template)
-file(MAKE_DIRECTORY ${packaging_out}/modules)
-file(TOUCH ${packaging_out}/modules/NAME)
-add_custom_command(OUTPUT ${access_list}
-    COMMAND cgctl acl --modules ${packaging_out}/modules > ${access_list}
-    DEPENDS cgctl
-    COMMENT "Writing the template of the access list"
-    VERBATIM)
-add_custom_target(access_list ALL DEPENDS ${access_list})
-install(FILES ${access_list} DESTINATION ${CMAKE_INSTALL_DATADIR}/app_cg COMPONENT tools)
+if(APP_CG_RUNS_PROGRAMS)
+    set(access_list ${packaging_out}/users.acl.template)
+    file(MAKE_DIRECTORY ${packaging_out}/modules)
+    file(TOUCH ${packaging_out}/modules/NAME)
+    add_custom_command(OUTPUT ${access_list}
+        COMMAND cgctl acl --modules ${packaging_out}/modules > ${access_list}
+        DEPENDS cgctl
+        COMMENT "Writing the template of the access list"
+        VERBATIM)
+    add_custom_target(access_list ALL DEPENDS ${access_list})
+    install(FILES ${access_list} DESTINATION ${CMAKE_INSTALL_DATADIR}/app_cg COMPONENT tools)
+else()
+    message(WARNING "The template of the access list is left out: cgctl writes it, and without "
+                    "CMAKE_CROSSCOMPILING_EMULATOR it does not run here")
+endif()
 
 # Laid out as in the sources, so that the links in them lead somewhere.
 file(GLOB pages_to_read CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md ${PROJECT_SOURCE_DIR}/docs/*.svg)
@@ -93,6 +98,11 @@ set(CPACK_DEBIAN_PACKAGE_RELEASE ${CMAKE_MATCH_1})
 set(same_version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 
 set(CPACK_GENERATOR DEB)
+# Else it is the machine that builds.
+if(CMAKE_CROSSCOMPILING AND CMAKE_LIBRARY_ARCHITECTURE)
+    execute_process(COMMAND dpkg-architecture -t${CMAKE_LIBRARY_ARCHITECTURE} -qDEB_HOST_ARCH
+                    OUTPUT_VARIABLE CPACK_DEBIAN_PACKAGE_ARCHITECTURE OUTPUT_STRIP_TRAILING_WHITESPACE)
+endif()
 set(CPACK_PACKAGE_NAME app-cg)
 set(CPACK_PACKAGE_VENDOR app_cg)
 set(CPACK_PACKAGE_CONTACT "app_cg maintainers <maintainers@app-cg.example>" CACHE STRING

@@ -7,15 +7,26 @@
 
 # shellcheck disable=SC2034 # used by the scripts that source this
 {
-    deps_build=(g++ cmake ninja-build pkg-config protobuf-c-compiler protobuf-compiler libprotobuf-c-dev
-        libprotoc-dev libhiredis-dev libevent-dev libspdlog-dev libmd-dev libcli11-dev
-        libncurses-dev libutf8proc-dev nlohmann-json3-dev libsqlite3-dev prometheus-cpp-dev)
+    # Programs of the machine that builds and what they are made of, and headers that are the same everywhere.
+    deps_builder=(g++ cmake ninja-build pkg-config protobuf-c-compiler protobuf-compiler libprotoc-dev libcli11-dev
+        nlohmann-json3-dev)
+    # Libraries of the machine that is built for.
+    deps_libraries=(libprotobuf-c-dev libhiredis-dev libevent-dev libspdlog-dev libmd-dev libncurses-dev libutf8proc-dev
+        libsqlite3-dev prometheus-cpp-dev)
     deps_run=(python3 redis-tools bubblewrap libfaketime)
     deps_test=(clang-14 libgtest-dev libgmock-dev python3-pytest python3-pytest-xdist python3-redis clang-format-14
         mandoc zsh tmux jq lua5.1)
     deps_bench=(libbenchmark-dev python3-redis)
     deps_fuzz=(libclang-rt-14-dev)
     deps_lint=(clang-tidy-14)
+}
+# shellcheck disable=SC2034 # used by the scripts that source this
+deps_build=("${deps_builder[@]}" "${deps_libraries[@]}")
+
+# The packages of a build for another machine, as apt calls them: deps_cross ARCHITECTURE
+deps_cross()
+{
+    printf '%s\n' "${deps_builder[@]}" "crossbuild-essential-$1" "${deps_libraries[@]/%/:$1}"
 }
 
 # Prints those of the packages named that are not installed.

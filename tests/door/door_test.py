@@ -62,14 +62,17 @@ def configure_and_build():
     build = options.scratch
     define = {
         "APP_CG_PLATFORM_LIBRARY": options.library,
+        "APP_CG_SCHEMA_TABLE": options.table,
         "CMAKE_BUILD_TYPE": options.build_type,
-        "CMAKE_C_COMPILER": options.cc,
-        "CMAKE_CXX_COMPILER": options.cxx,
         "CMAKE_C_FLAGS": options.cflags,
         "CMAKE_CXX_FLAGS": options.cxxflags,
         "CMAKE_C_COMPILER_LAUNCHER": options.launcher,
         "CMAKE_CXX_COMPILER_LAUNCHER": options.launcher,
     }
+    if options.toolchain:
+        define["CMAKE_TOOLCHAIN_FILE"] = options.toolchain
+    else:
+        define |= {"CMAKE_C_COMPILER": options.cc, "CMAKE_CXX_COMPILER": options.cxx}
     run_build(
         ["cmake", "-S", options.source, "-B", build, "-G", options.generator]
         + [f"-D{name}={value}" for name, value in define.items()]
@@ -109,7 +112,12 @@ class DoorTest(unittest.TestCase):
                 "RECORDING_PLATFORM_EVENTS": events,
             }
             result = subprocess.run(
-                [self.daemon], env=environment, capture_output=True, check=False, timeout=30, cwd=folder
+                [*options.emulator, self.daemon],
+                env=environment,
+                capture_output=True,
+                check=False,
+                timeout=30,
+                cwd=folder,
             )
             self.assertEqual(result.stderr.decode(), "")
             return result.returncode, result.stdout, journal.read_text().splitlines()
@@ -122,6 +130,16 @@ class DoorTest(unittest.TestCase):
         needed = re.findall(r"\(NEEDED\).*\[(.*)\]", result.stdout)
         self.assertTrue(any("protobuf-c" in name for name in needed), needed)
         self.assertEqual([name for name in needed if BUILT_IN_LIBRARIES.search(name)], [])
+
+    def test_with_a_table_given_the_plugin_is_not_built(self):
+        commands = (options.scratch / "compile_commands.json").read_text()
+        self.assertIn("schema_registry.c", commands)
+        self.assertNotIn("protoc_gen_vxkey", commands)
+
+    def test_a_warning_of_the_device_makers_compiler_is_no_error(self):
+        commands = (options.scratch / "compile_commands.json").read_text()
+        self.assertIn("-Wconversion", commands)
+        self.assertNotIn("-Werror", commands)
 
     def test_a_start_without_failures_ends_with_the_loop(self):
         self.check("", 0, START + ["vx_global_finish()"])
@@ -202,6 +220,9 @@ def main():
     parser.add_argument("--cflags", default="")
     parser.add_argument("--cxxflags", default="")
     parser.add_argument("--launcher", default="")
+    parser.add_argument("--table", required=True)
+    parser.add_argument("--toolchain", default="")
+    parser.add_argument("--emulator", default=[], type=lambda words: words.split(";") if words else [])
     parser.parse_args(namespace=options)
     result = unittest.main(argv=sys.argv[:1], verbosity=2, exit=False).result
     if result.skipped and result.testsRun == 0:
