@@ -145,11 +145,12 @@ a process of its own, has examined it. One DENY keeps the card from starting,
 powers it off and reports it in the system log; all PASS, or 300 seconds of
 silence, admits it.
 
-Daemon and modules meet in an object store, a Redis server of version 7.")
+Daemon and modules meet in an object store, a Redis server of version 7 or
+Valkey.")
 set(CPACK_DEBIAN_DAEMON_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_DEPENDS systemd)
 set(CPACK_DEBIAN_DAEMON_PACKAGE_RECOMMENDS "app-cg-tools ${same_version}, app-cg-recorder ${same_version}")
-set(CPACK_DEBIAN_DAEMON_PACKAGE_SUGGESTS "redis-server (>= 5:7.0), logrotate, app-cg-doc")
+set(CPACK_DEBIAN_DAEMON_PACKAGE_SUGGESTS "redis-server (>= 5:7.0) | valkey-server, logrotate, app-cg-doc")
 install(FILES ${packaging}/debian/README.Debian DESTINATION ${documents}/app-cg COMPONENT daemon EXCLUDE_FROM_ALL)
 
 package(recorder app-cg-recorder "recorder of the admission gate for line cards
@@ -169,7 +170,7 @@ daemon, runs any command as a check module, prints the access list of the
 store server, and finds out what is wrong with an installation.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
 # The server's program, for the stores of `cgctl module test` and `module replay`.
-set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS redis-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "redis-tools | valkey-server")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "app-cg, app-cg-recorder, app-cg-doc, bash-completion")
 
 package(kit libapp-cg-kit0 "library for check modules of the admission gate for line cards

@@ -219,7 +219,7 @@ class RightsTest(unittest.TestCase):
         error = self.call(function, rights)
         if error is None:
             return False
-        self.assertRegex(repr(error), "NoPermission|The user executing the script")
+        self.assertRegex(repr(error), "NoPermission|The user executing the script|ACL failure in script")
         self.assertEqual(self.state(), before)
         return True
 

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "unit/support/raw_command.h"
+#include "unit/support/store_program.h"
 
 namespace cg
 {
@@ -24,10 +25,8 @@ namespace
     (void)dup2(null, STDIN_FILENO);
     (void)dup2(null, STDOUT_FILENO);
     (void)dup2(null, STDERR_FILENO);
-    const std::string socket = folder.path("store");
-    (void)execl(REDIS_SERVER_PATH, "redis-server", "--databases", databases.c_str(), "--port", "0", "--bind",
-                "127.0.0.1", "--unixsocket", socket.c_str(), "--save", "", "--appendonly", "no", "--dir",
-                folder.path("").c_str(), static_cast<char *>(nullptr));
+    become_store_server({"--databases", databases, "--port", "0", "--bind", "127.0.0.1", "--unixsocket",
+                         folder.path("store"), "--save", "", "--appendonly", "no", "--dir", folder.path("")});
     _exit(127);
 }
 

@@ -13,8 +13,11 @@
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "unit/support/raw_command.h"
+#include "unit/support/store_program.h"
 
 namespace store_test
 {
@@ -110,9 +113,11 @@ void ServerProcess::become() const
     (void)dup2(null, STDIN_FILENO);
     (void)dup2(null, STDOUT_FILENO);
     (void)dup2(null, STDERR_FILENO);
-    const std::string conf = folder_ + "/conf";
-    (void)execl(REDIS_SERVER_PATH, "redis-server", conf.c_str(),
-                settings_.is_sentinel ? "--sentinel" : nullptr, static_cast<char *>(nullptr));
+    std::vector<std::string> arguments{folder_ + "/conf"};
+    if (settings_.is_sentinel) {
+        arguments.emplace_back("--sentinel");
+    }
+    cg::become_store_server(arguments);
     _exit(127);
 }
 

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "store/connection/endpoint.h"
+#include "unit/support/store_program.h"
 
 namespace cg
 {
@@ -99,18 +100,11 @@ void AclTest::start_server(const std::vector<std::string> &settings)
 {
     const std::string socket = folder_.path("store");
     std::vector<std::string> arguments{
-        "redis-server", "--databases", "64",         "--port", "0",
-        "--unixsocket", socket,        "--save",     "",       "--appendonly",
-        "no",           "--aclfile",   users_file(), "--dir",  folder_.path("")};
+        "--databases",  "64", "--port",    "0",          "--unixsocket", socket,          "--save", "",
+        "--appendonly", "no", "--aclfile", users_file(), "--dir",        folder_.path("")};
     arguments.insert(arguments.end(), settings.begin(), settings.end());
     server_ = std::make_unique<Child>([&] {
-        std::vector<char *> pointers;
-        pointers.reserve(arguments.size() + 1);
-        for (std::string &argument : arguments) {
-            pointers.push_back(argument.data());
-        }
-        pointers.push_back(nullptr);
-        execv(REDIS_SERVER_PATH, pointers.data());
+        become_store_server(arguments);
         return 127;
     });
     setenv("VX_MOM_ENDPOINT", ("unix:" + socket).c_str(), 1);

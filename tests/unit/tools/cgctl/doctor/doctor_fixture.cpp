@@ -17,6 +17,7 @@
 #include "modules/module_folder.h"
 #include "ssat.h"
 #include "store/connection/configuration.h"
+#include "unit/support/store_program.h"
 #include "vx_mom.h"
 #include "vx_thread.h"
 
@@ -191,16 +192,10 @@ std::unique_ptr<Child> DoctorTest::start_redis(const std::string &socket,
     auto server = std::make_unique<Child>([&] {
         const std::string path = folder_.path(socket);
         const std::string folder = folder_.path(".");
-        std::vector<std::string> words{"redis-server", "--databases", "64",    "--port", "0",
-                                       "--unixsocket", path,          "--dir", folder};
+        std::vector<std::string> words{"--databases",  "64", "--port", "0",
+                                       "--unixsocket", path, "--dir",  folder};
         words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char *> argv;
-        argv.reserve(words.size() + 1);
-        for (std::string &word : words) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
-        execv(REDIS_SERVER_PATH, argv.data());
+        become_store_server(words);
         return 127;
     });
     EXPECT_TRUE(server->prints("eady to accept connections")) << server->out() << server->err();

@@ -10,6 +10,7 @@
 #include <fstream>
 
 #include "doctor_fixture.h"
+#include "unit/support/store_program.h"
 
 namespace cg
 {
@@ -306,9 +307,9 @@ TEST_F(DoctorTest, FindsAServerThatStillReadsItsData)
     server_.reset();
     // Half a millisecond per key: it would take ten seconds.
     server_ = std::make_unique<Child>([&] {
-        execl(REDIS_SERVER_PATH, "redis-server", "--databases", "64", "--port", "0", "--unixsocket",
-              folder_.path("store").c_str(), "--dir", folder_.path(".").c_str(), "--key-load-delay", "500",
-              "--loading-process-events-interval-bytes", "1024", static_cast<char *>(nullptr));
+        become_store_server({"--databases", "64", "--port", "0", "--unixsocket", folder_.path("store"),
+                             "--dir", folder_.path("."), "--key-load-delay", "500",
+                             "--loading-process-events-interval-bytes", "1024"});
         return 127;
     });
     ASSERT_TRUE(eventually([&] { return examine("store").state == "ok"; })) << server_->out();
