@@ -6,6 +6,7 @@ at the return: test_fail_over.py has that loss.
 """
 import collections
 import contextlib
+import json
 import shutil
 import sys
 import time
@@ -158,3 +159,30 @@ def test_the_device_that_is_the_master_is_cut_off_and_returns(make_stack):
     stack.expect_judged()
     assert a.supervisor.ends == [START_AFRESH]
     assert {writer(fields) for fields in stack.published().values()} == {writer(stack.own("a")["1/3/0"])}
+
+
+def failed_checks(member):
+    """The doctor's findings of failure on a device: {name of the check: the finding}."""
+    done = member.cgctl.attempt("doctor", "--json", "--modules", member.view.modules, seconds=60)
+    return {check["name"]: check for check in json.loads(done.stdout) if check["state"] == "fail"}
+
+
+def test_the_doctor_on_a_device_names_the_store_that_is_down(make_stack):
+    stack = make_stack(VX_MOM_DEADLINE_MS=_SHORT_DEADLINE)
+    c = stack.member("c")
+    stack.expect(lambda: failed_checks(c) == {}, "nothing fails")
+    for server in stack.group.servers:
+        server.kill()
+    found = failed_checks(c)
+    assert list(found) == ["store"]
+    assert found["store"]["server"] == c.gateway.endpoint and found["store"]["databases"] == [28, 33]
+    for server in stack.group.servers:
+        server.start()
+    stack.expect(lambda: failed_checks(c) == {}, "nothing fails any more", 60)
+    c.store.kill()
+    found = failed_checks(c)
+    assert list(found) == ["store"]
+    assert found["store"]["server"] == c.store.endpoint and found["store"]["databases"] == [1]
+    c.store.start()  # empty
+    c.cgctl("role", "slave")
+    stack.expect(lambda: failed_checks(c) == {}, "nothing fails any more", 60)
