@@ -19,6 +19,7 @@ import alarms  # noqa: E402  (needs the path above)
 import ledger  # noqa: E402
 from demo.daemon import scaled_time  # noqa: E402
 from demo.programs import NotInTime, wait_until  # noqa: E402
+from demo.records import colons  # noqa: E402
 from demo.supervisor import Supervisor  # noqa: E402
 from device_life import MARKER, MODULES, DeviceLife, tipc_node  # noqa: E402
 from fault_table import TABLE  # noqa: E402
@@ -26,7 +27,7 @@ from judge import Known, Round, judge  # noqa: E402
 from neighbours import LoggingDaemon  # noqa: E402
 from proxy import Proxy  # noqa: E402
 from recording import Recorder  # noqa: E402
-from rig import ACK, BUILD, BY_TIPC, HOST, PROJECT, Rig  # noqa: E402
+from rig import ACK, BUILD, BY_POSITION, BY_TIPC, CAP, HOST, PROJECT, Rig  # noqa: E402
 from sabotage import SABOTAGES  # noqa: E402
 from stream import DATABASES, Contradiction, Stream, clock  # noqa: E402
 
@@ -264,11 +265,12 @@ class Soak:
 
     def _rest(self):
         """Returns when nothing moves and all is as it must be."""
-        mark = f"{BY_TIPC}:{tipc_node(MARKER, 0)}"
+        mark = (HOST, f"{BY_TIPC}:{tipc_node(MARKER, 0)}")
+        last = (CAP, f"{BY_POSITION}:0:{colons(MARKER)}")  # that goes with it
         self.life.mark(True)
-        self.wait_for(lambda: (HOST, mark) in self.stream.records, "the daemon passes the marker board")
+        self.wait_for(lambda: mark in self.stream.records, "the daemon passes the marker board")
         self.life.mark(False)
-        self.wait_for(lambda: (HOST, mark) not in self.stream.records, "the daemon forgets the marker board")
+        self.wait_for(lambda: not {mark, last} & self.stream.records.keys(), "the daemon forgets the marker board")
         while self.when_marked:
             self.when_marked.pop()()
         if self.sabotage:
