@@ -46,6 +46,7 @@ void add_sentinels(const ExaminedServer &server, const store::StorePlace &place,
     }
     if (masters.size() > 1) {
         std::vector<std::string> opinions;
+        opinions.reserve(masters.size());
         for (const auto &[master, sentinels] : masters) {
             opinions.push_back(master + " (" + joined(sentinels) + ')');
         }
