@@ -12,14 +12,14 @@ class DeviceManager:
     def __init__(self, connection):
         """`connection` is one to database 1, with execute_command()."""
         self.records = Records(connection, HOST)
-        self.checked = set()  # the positions of the cards on line, which a daemon that starts checks
+        self.checked = set()  # the positions of the cards online, which a daemon that starts checks
 
     def role(self, role=MASTER):
         """Publishes this device's global role."""
         self.records.set(ROLE, {5: 1, 6: role})
 
     def plug(self, position, node_type=LINE_CARD, card_type=CARD_TYPE):
-        """Plugs a card, on line; its TIPC node and its node id follow from its position."""
+        """Plugs a card, online; its TIPC node and its node id follow from its position."""
         slot = int(position.split("/")[1])
         if node_type == LINE_CARD:
             self.checked.add(position)
@@ -28,12 +28,12 @@ class DeviceManager:
                           22: tipc_node(position)})
 
     def offline(self, position):
-        """Takes a card off line."""
+        """Takes a card offline."""
         self.checked.discard(position)
         self.records.hmset(f"{CARD_INFO}:0:{colons(position)}", {}, absent=[7])
 
     def online(self, position):
-        """Brings a card back on line."""
+        """Brings a card back online."""
         self.checked.add(position)
         self.records.hmset(f"{CARD_INFO}:0:{colons(position)}", {7: 1})
 

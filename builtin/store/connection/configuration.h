@@ -40,7 +40,7 @@ platform::Setting configured_endpoint(int32_t db);
 // VX_MOM_AUTH_FILE as it is for a database: the path of the file, or nothing.
 platform::Setting configured_credentials(int32_t db);
 
-// Databases that are at one endpoint, whoever goes there: a server, or a group of servers.
+// Databases that are at one endpoint, with any credentials: a server, or a group of servers.
 struct ConfiguredServer {
     std::string endpoint; // as configured, for messages
     std::set<int32_t> databases;

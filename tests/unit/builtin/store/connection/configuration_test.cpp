@@ -69,7 +69,7 @@ TEST(Configuration, ServersAreInTheOrderOfTheirLowestDatabases)
     const ScopedSetting all("VX_MOM_ENDPOINT", "nonsense");
     EXPECT_EQ(servers(), (Servers{{"nonsense", {1, 28, 33}}})) << "what is wrong with it is another matter";
     const ScopedSetting user("VX_MOM_AUTH_FILE_33", "/nonexistent/auth");
-    EXPECT_EQ(servers().size(), 1U) << "whoever goes there, it is one server";
+    EXPECT_EQ(servers().size(), 1U) << "with any credentials, it is one server";
     const ScopedSetting other("VX_MOM_ENDPOINT_28", "unix:/other");
     EXPECT_EQ(servers(), (Servers{{"nonsense", {1, 33}}, {"unix:/other", {28}}}));
 }
